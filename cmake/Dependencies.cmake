@@ -1,0 +1,8 @@
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavcodec libavutil libswscale libswresample)
+pkg_check_modules(HWY REQUIRED IMPORTED_TARGET libhwy)
+if(CORVANE_BUILD_PLAYER)
+  pkg_check_modules(AVFORMAT REQUIRED IMPORTED_TARGET libavformat)
+  pkg_check_modules(PNG REQUIRED IMPORTED_TARGET libpng)
+endif()

@@ -1,0 +1,35 @@
+// Picture memory: aligned to 64 bytes, zeroed, with spare bytes behind the end for whole-vector access.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+namespace corvane {
+
+class AlignedBuffer {
+public:
+    AlignedBuffer() = default;
+    ~AlignedBuffer() { Free(); }
+    AlignedBuffer(AlignedBuffer&& other) noexcept
+        : m_data(std::exchange(other.m_data, nullptr)), m_size(std::exchange(other.m_size, 0)) {}
+    AlignedBuffer& operator=(AlignedBuffer&& other) noexcept {
+        std::swap(m_data, other.m_data);
+        std::swap(m_size, other.m_size);
+        return *this;
+    }
+
+    // Replaces the memory by `size` zeroed bytes; false when there is no memory, and then the buffer is empty.
+    [[nodiscard]] bool Allocate(size_t size) noexcept;
+    void Free() noexcept;
+
+    uint8_t* Data() const { return m_data; }
+    size_t Size() const { return m_size; }
+    explicit operator bool() const { return m_data != nullptr; }
+
+private:
+    uint8_t* m_data = nullptr;
+    size_t m_size = 0;
+};
+
+}    // namespace corvane

@@ -1,0 +1,62 @@
+#include "base/Mutex.h"
+
+namespace corvane {
+
+// Fairness in two rules. A reader that arrives while a writer waits queues behind it. A writer that leaves admits all
+// readers that waited then, before the next writer gets its turn. So neither side waits for more than one turn of the other.
+
+bool SharedMutex::try_lock() NO_THREAD_SAFETY_ANALYSIS {
+    MutexLock lock(m_mutex);
+    if (m_writer || m_readers != 0 || m_readers_to_admit != 0)
+        return false;
+    m_writer = true;
+    return true;
+}
+
+bool SharedMutex::LockUntil(std::chrono::steady_clock::time_point deadline) {
+    MutexLock lock(m_mutex);
+    ++m_waiting_writers;
+    bool in_time = true;
+    while (m_writer || m_readers != 0 || m_readers_to_admit != 0) {
+        if (!in_time) {
+            if (--m_waiting_writers == 0)
+                m_changed.NotifyAll();    // readers that queued behind this writer may go
+            return false;
+        }
+        if (deadline == std::chrono::steady_clock::time_point::max())
+            m_changed.WaitOnce(lock);
+        else
+            in_time = m_changed.WaitOnce(lock, deadline);
+    }
+    --m_waiting_writers;
+    m_writer = true;
+    return true;
+}
+
+void SharedMutex::unlock() NO_THREAD_SAFETY_ANALYSIS {
+    MutexLock lock(m_mutex);
+    m_writer = false;
+    m_readers_to_admit = m_waiting_readers;
+    m_changed.NotifyAll();
+}
+
+void SharedMutex::lock_shared() NO_THREAD_SAFETY_ANALYSIS {
+    MutexLock lock(m_mutex);
+    if (m_writer || m_waiting_writers != 0) {
+        ++m_waiting_readers;
+        while (m_writer || (m_waiting_writers != 0 && m_readers_to_admit == 0))
+            m_changed.WaitOnce(lock);
+        --m_waiting_readers;
+        if (m_readers_to_admit != 0)
+            --m_readers_to_admit;
+    }
+    ++m_readers;
+}
+
+void SharedMutex::unlock_shared() NO_THREAD_SAFETY_ANALYSIS {
+    MutexLock lock(m_mutex);
+    if (--m_readers == 0)
+        m_changed.NotifyAll();
+}
+
+}    // namespace corvane

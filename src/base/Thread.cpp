@@ -1,0 +1,33 @@
+#include "base/Thread.h"
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <system_error>
+
+#include "base/FailurePoint.h"
+
+namespace corvane {
+
+Thread::Thread(const char* name, std::function<void()> body) {
+    if (failure::MustFail(failure::Site::ThreadStart))
+        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS, SIGPROF})
+        sigdelset(&all, own);    // raised by the thread itself: the host's crash handler and profiler still see them
+    pthread_sigmask(SIG_SETMASK, &all, &before);    // inherited by the new thread
+    try {
+        m_thread = std::thread([name, body = std::move(body)] {
+            pthread_setname_np(pthread_self(), name);
+            body();
+        });
+    } catch (...) {
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        throw;
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+}    // namespace corvane

@@ -1,0 +1,28 @@
+// Weaves a picture whose two fields lie one above the other, and smooths one whose lines come from two moments.
+#pragma once
+
+#include "base/AlignedBuffer.h"
+#include "corvane/filter.h"
+
+namespace QMRX::Filter {
+
+class FilterDeInterlace final : public IFilter {
+public:
+    // Setting either switch to false frees the private picture.
+    void SetWeave(bool on);
+    void SetSmooth(bool on);
+
+    // I420 to I420. 0; -1 when neither switch is on or a plane is too small; 0x80000002 without memory.
+    int32_t Process(FilterArgs* args) override;
+
+    size_t ScratchBytes() const { return m_woven.Size(); }
+
+private:
+    bool m_weave = false;
+    bool m_smooth = false;
+    corvane::AlignedBuffer m_woven;    // I420, used when both switches are on
+    uint32_t m_woven_stride = 0;
+    uint32_t m_woven_height = 0;
+};
+
+}    // namespace QMRX::Filter

@@ -1,0 +1,85 @@
+// The private copy of one encoded frame, with what its extensions told. Immutable once made, but for the marks that the
+// decoding worker raises (atomics) and the lens record that it carries over before the frame is presented.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <variant>
+
+#include "corvane/corvane.h"
+#include "frame/FrameExtension.h"
+
+namespace corvane {
+
+// Reference-counted block that holds the copied record and everything it points at.
+class FrameBlock;
+
+class MediaFrameImpl {
+public:
+    // Copies the record and all it points at. Raises std::bad_alloc when there is no memory (or the frame is above
+    // limits::kMaxFrameBytes), std::runtime_error("end of stream") when an extension ends early.
+    explicit MediaFrameImpl(const MediaFrameHeader& header);
+    ~MediaFrameImpl();
+    MediaFrameImpl(const MediaFrameImpl&) = delete;
+    MediaFrameImpl& operator=(const MediaFrameImpl&) = delete;
+
+    // The copied record; its pointers lead into the copy.
+    const MediaFrameHeader& Header() const { return *m_header; }
+
+    // The payload, 16-byte aligned, with at least 32 (in fact 64) zero bytes behind.
+    const uint8_t* Payload() const { return m_header->data + m_header->headerSize; }
+    uint32_t PayloadSize() const { return m_header->payloadSize; }
+
+    bool IsKeyFrame() const { return m_header->frameType == 0; }
+
+    const FrameTimeRecord& BaseTime() const { return m_extension.base_time; }
+    const FrameTimeRecord& PresentTime() const { return m_extension.present_time; }
+    bool PresentTimeGiven() const { return m_extension.present_time_given; }
+
+    // 1 fisheye calibration, 2 sensor layout, 3 lens record, 0 none.
+    uint32_t ExtensionKind() const { return static_cast<uint32_t>(m_extension.kind); }
+    const FisheyeCalibration* Fisheye() const { return std::get_if<FisheyeCalibration>(&m_extension.record); }
+    const SensorLayout* Sensors() const { return std::get_if<SensorLayout>(&m_extension.record); }
+    const LensRecord* Lens() const { return std::get_if<LensRecord>(&m_extension.record); }
+    void SetLensRecord(const LensRecord& record);    // the worker, before the frame is presented
+
+    bool Interlaced() const { return m_interlaced.load(std::memory_order_relaxed); }
+    bool FieldCoded() const { return m_field_coded.load(std::memory_order_relaxed); }
+    bool NotForDisplay() const { return m_not_for_display.load(std::memory_order_relaxed); }
+    void RaiseInterlaced() { m_interlaced.store(true, std::memory_order_relaxed); }
+    void RaiseFieldCoded() { m_field_coded.store(true, std::memory_order_relaxed); }
+    void RaiseNotForDisplay() { m_not_for_display.store(true, std::memory_order_relaxed); }
+
+    // Four characters in memory order; "QMRX" where the frame names none.
+    uint32_t VendorTag() const { return m_extension.vendor_tag; }
+    uint32_t VendorSubtype() const { return m_extension.vendor_subtype; }
+    // Picture size in pixels as the frame states it; 0 when it does not.
+    uint32_t DecodedWidth() const { return m_extension.decoded_width; }
+    uint32_t DecodedHeight() const { return m_extension.decoded_height; }
+    const uint8_t* VendorBlob() const { return m_extension.blob.get(); }
+    uint32_t VendorBlobSize() const { return m_extension.blob_length; }
+
+    // Bytes of the block, for statistics.
+    uint64_t MemoryBytes() const;
+
+private:
+    FrameBlock* m_block = nullptr;
+    const MediaFrameHeader* m_header = nullptr;
+    FrameExtension m_extension;
+    std::atomic<bool> m_interlaced{false};
+    std::atomic<bool> m_field_coded{false};
+    std::atomic<bool> m_not_for_display{false};
+};
+
+using FramePtr = std::shared_ptr<MediaFrameImpl>;
+
+// The time that queues and clocks go by, in milliseconds.
+inline int64_t TimeMs(const MediaFrameImpl& frame) {
+    return int64_t{frame.PresentTime().seconds} * 1000 + frame.PresentTime().milliseconds;
+}
+
+// Playing time of one audio frame in milliseconds, from its record; 0 for other types and for a zero divisor.
+uint32_t AudioDurationMs(const MediaFrameHeader& header);
+
+}    // namespace corvane

@@ -1,0 +1,29 @@
+// Time for everything that waits. Tests drive a clock of their own.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+#include "base/Mutex.h"
+
+namespace corvane {
+
+class Clock {
+public:
+    virtual ~Clock() = default;
+
+    // Monotonic nanoseconds.
+    virtual int64_t Now() const = 0;
+
+    // Wall clock in seconds since 1970 UTC.
+    virtual int64_t Wall() const = 0;
+
+    // Waits on `condition`, which goes with the mutex held by `lock`, until it is notified, `deadline` (of Now) has
+    // passed, or for no reason. The caller loops on its predicate. False when the deadline has passed.
+    virtual bool WaitUntil(Condition& condition, MutexLock& lock, int64_t deadline) = 0;
+
+    // The machine's clock.
+    static Clock& System();
+};
+
+}    // namespace corvane

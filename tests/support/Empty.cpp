@@ -1,0 +1,1 @@
+// Keeps the support library buildable while no helper has a source file.

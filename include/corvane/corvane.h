@@ -239,7 +239,341 @@ typedef struct FrameTimeRecord {
     uint16_t daylight;    /* 1 while daylight saving time is in force */
 } FrameTimeRecord;
 
-/* @EXPORTS@ */
+/* ---- Callbacks ----------------------------------------------------------------------------------------------------- */
+
+/*
+ * Stream info, on the channel's worker thread. Codes of this version:
+ *   code  a                     b                                 when
+ *   3     width                 height                            size known or changed, pixels
+ *   6     MotionEntry pointer   entries                           every frame
+ *   7     1 when the upper half of reservedTail is 0, else 0   MediaFrameHeader pointer   every frame
+ *   8     0                     0                                 the picture's information is fresh (start, stop, rotation)
+ *   9     2                     0                                 once: the default renderer gave way to the plain one
+ *   10    1, 2 or 3             0                                 lens kind 0, 1 or 2 of a round picture
+ *   11    2 or 1                0                                 mount flag set or clear
+ *   12    1                     FisheyeInfo pointer               lens circle changed
+ *   12    0                     0                                 the stream carries no lens circle (any more)
+ *   13    hardware kind         0                                 the decoder changed: 0 software, 1 to 3 hardware
+ */
+typedef void (*CorvaneStreamInfoCallback)(void* context, uint32_t code, uint64_t a, uint64_t b);
+
+/* One entry of code 6, 8 bytes. */
+typedef struct MotionEntry {
+    uint16_t id;          /* window identifier, or level of an object record */
+    uint16_t reserved2;
+    uint32_t value;       /* alarm word of the window, or value of the record */
+} MotionEntry;
+
+/* What code 12 points at, 8 bytes. Centre and radius in capture pixels. */
+typedef struct FisheyeInfo {
+    uint8_t mountFlag;
+    uint8_t lensKind;
+    uint16_t centerX;
+    uint16_t centerY;
+    uint16_t radius;
+} FisheyeInfo;
+
+/* On-screen text: kept for pictures in windows; this version has no windows and never calls it. */
+struct OsdInfo;
+typedef void (*CorvaneOsdCallback)(void* context, struct OsdInfo* info);
+
+/* What the picture callback gets, 64 bytes. */
+typedef struct PseudoFrame {
+    uint32_t flags;                  /*  0 0x20 first picture since fresh information; 8 sound only, no picture */
+    uint32_t reserved4;              /*  4 */
+    const struct tm* time;           /*  8 timeSeconds broken down in UTC */
+    uint32_t seconds;                /* 16 presentation time where the frame gives one, else its base time */
+    uint32_t milliseconds;           /* 20 */
+    uint32_t timeSeconds;            /* 24 wall-clock time of the frame, seconds since 1970 UTC */
+    uint16_t timeZone;               /* 28 as in FrameTimeRecord */
+    uint16_t daylight;               /* 30 */
+    uint32_t width;                  /* 32 pixels; 0 when there is no picture */
+    uint32_t height;                 /* 36 */
+    const uint8_t* data;             /* 40 first row in memory; row bytes follow from the format and width, see PF_* */
+    uint32_t size;                   /* 48 bytes at data */
+    uint32_t reserved52;             /* 52 */
+    const MediaFrameHeader* header;  /* 56 the frame */
+} PseudoFrame;
+
+/* A finished picture, on the render thread. The picture belongs to the library and is overwritten after the return. */
+typedef void (*CorvanePictureCallback)(void* context, const PseudoFrame* frame);
+
+/* What the after-display callback gets, 40 bytes. */
+typedef struct AfterDisplayRecord {
+    uint32_t reserved0;
+    uint32_t reserved4;
+    const MediaFrameHeader* header;
+    FrameTimeRecord presentTime;
+    FrameTimeRecord baseTime;
+} AfterDisplayRecord;
+
+/* After each present of a picture, on the render thread. */
+typedef void (*CorvaneAfterDisplayCallback)(void* context, const AfterDisplayRecord* record);
+
+/* ---- Records of the calls ------------------------------------------------------------------------------------------ */
+
+/* How a channel is created, 136 bytes. A field counts when its mask bit is set; those without a bit always count. */
+typedef struct ChannelSettings {
+    uint32_t mask;                        /*   0 */
+    uint32_t reserved4;                   /*   4 */
+    CorvaneStreamInfoCallback streamInfo; /*   8 0x0001; else the instance's */
+    CorvaneOsdCallback osd;               /*  16 0x0002; else the instance's */
+    void* streamInfoContext;              /*  24 0x0004 */
+    void* osdContext;                     /*  32 0x0008 */
+    uint32_t volume;                      /*  40 0x0010 0 to 5000 */
+    uint32_t marginLeft;                  /*  44 0x0020 pixels around the picture in its window */
+    uint32_t marginRight;                 /*  48 0x0040 */
+    uint32_t marginTop;                   /*  52 0x0080 */
+    uint32_t marginBottom;                /*  56 0x0100 */
+    uint32_t reserved60;                  /*  60 */
+    uint64_t logo;                        /*  64 0x0200 not read in this version */
+    uint64_t reserved72;                  /*  72 */
+    uintptr_t window;                     /*  80 X11 window, or 0: all but the window works */
+    uint32_t reserved88;                  /*  88 */
+    uint32_t presentEnabled;              /*  92 0x2000 zero: pictures are decoded and not presented */
+    uint32_t audioEnabled;                /*  96 0x4000 */
+    uint32_t motionEnabled;               /* 100 0x0400 not read in this version, as the two colours */
+    uint32_t alertColor;                  /* 104 0x1000 */
+    uint32_t motionColor;                 /* 108 0x0800 */
+    uint32_t hasBorder;                   /* 112 non-zero: border counts */
+    uint32_t border[4];                   /* 116 left, top, right, bottom, pixels */
+    uint32_t reserved132;                 /* 132 */
+} ChannelSettings;
+
+/* Changes of a channel, 48 bytes. */
+typedef struct ChannelUpdate {
+    uint32_t mask;            /*  0 bits below; 0x0400 drops the picture, 0x1000 gives the window up */
+    uint32_t presentEnabled;  /*  4 0x0001 */
+    uint32_t audioEnabled;    /*  8 0x0002 kept for sound, which this version does not have */
+    uint32_t motionEnabled;   /* 12 0x0004 not read in this version, as the two colours */
+    uint32_t fullWindow;      /* 16 0x2000 margins and text are ignored */
+    uint32_t alertColor;      /* 20 0x0010 */
+    uint32_t motionColor;     /* 24 0x0008 */
+    uint32_t volume;          /* 28 0x0020 0 to 5000, kept for sound */
+    uint32_t mediaMode;       /* 32 0x0040 1 video only, 2 audio only, 3 both */
+    uint32_t reserved36;      /* 36 */
+    uintptr_t window;         /* 40 0x0800 must not be 0 */
+} ChannelUpdate;
+
+/* State of a channel's queue, 16 bytes. */
+typedef struct QueueState {
+    uint32_t reserved[3];
+    uint32_t state;           /* 1 buffering, 2 frames leave */
+} QueueState;
+
+/* A rectangle (left, top, right, bottom, screen pixels) or a window. */
+typedef union DisplayPlace {
+    int32_t rectangle[4];
+    uint64_t window;
+} DisplayPlace;
+
+/* Display rectangles, option 11, 88 bytes. `extra` of the option is the mask of the fields that count. */
+typedef struct DisplayArea {
+    uint32_t overviewIsWindow;   /*  0 bit 1, with overview */
+    uint32_t reserved4;          /*  4 */
+    DisplayPlace overview;       /*  8 the area that stands for the whole picture */
+    int32_t overviewMargin[4];   /* 24 bit 2: left, top, right, bottom insets */
+    uint32_t zoomIsWindow;       /* 40 bit 4, with zoom */
+    uint32_t reserved44;         /* 44 */
+    DisplayPlace zoom;           /* 48 the selected part */
+    int32_t zoomMargin[4];       /* 64 bit 8 */
+    uint32_t zoomEnabled;        /* 80 bit 16: the window shows the selection only */
+    uint32_t overviewEnabled;    /* 84 bit 32: the whole picture is also drawn into the overview area */
+} DisplayArea;
+
+/* ---- Instance ------------------------------------------------------------------------------------------------------ */
+
+/*
+ * Makes an instance. `streamInfo` and `osd` are the defaults of its channels, may be null. `audioWindow` and
+ * `audioFocusMode` are kept for sound. `reserved` is ignored. `version` is CORVANE_VERSION of the client's build: the low
+ * byte must be 5, the next at most 5. `flags` is of CORVANE_FLAG_*.
+ * On success *instance belongs to the caller, to be ended by Corvane_Release. On failure *instance is unchanged.
+ * Status_InvalidArgument: instance is null, or flags has both 0x0002 and 0x0004. Status_VersionMismatch (tested before the
+ * flags). Status_OutOfMemory. Does not block. [any]
+ */
+CORVANE_API uint32_t Corvane_Initial(void** instance, CorvaneStreamInfoCallback streamInfo, CorvaneOsdCallback osd,
+                                     uintptr_t audioWindow, uint32_t audioFocusMode, uint32_t reserved, uint32_t version,
+                                     uint32_t flags);
+
+/* As Corvane_Initial; `background` is the fill colour 0x00BBGGRR of margins and empty windows. [any] */
+CORVANE_API uint32_t Corvane_InitialEx(void** instance, CorvaneStreamInfoCallback streamInfo, CorvaneOsdCallback osd,
+                                       uintptr_t audioWindow, uint32_t audioFocusMode, uint32_t reserved, uint32_t version,
+                                       uint32_t flags, uint32_t background);
+
+/*
+ * Ends *instance with every channel still on it and sets *instance to null; a null *instance is fine. Handles of those
+ * channels die with it. Status_InvalidArgument: instance is null. Status_Failed: called from a callback of one of its
+ * channels; nothing was done. Blocks as Corvane_DeleteChannel does, for each channel. [any*]
+ */
+CORVANE_API uint32_t Corvane_Release(void** instance);
+
+/* Writes the version of the library; no pointer may be null. Status_Ok. [any] */
+CORVANE_API uint32_t Corvane_GetVersionInfo(uint8_t* major, uint8_t* minor, uint8_t* build, uint8_t* revision);
+
+/* Kept for old clients: return Status_Ok and do nothing. [any] */
+CORVANE_API uint32_t Corvane_SetFlags(void* instance, ...);
+CORVANE_API uint32_t Corvane_GetFlags(void* instance, ...);
+CORVANE_API uint32_t Corvane_GetCapabilities(void* instance, ...);
+
+/* Functions that this version does not have: return Status_NotSupported and look at nothing. [any] */
+CORVANE_API uint32_t Corvane_SetQueueEmptyNotify(void* channel, ...);
+CORVANE_API uint32_t Corvane_RegisterVAStreamInfoCallback(void* channel, ...);
+CORVANE_API uint32_t Corvane_SetVAStreamEffectParam(void* channel, ...);
+CORVANE_API uint32_t Corvane_GetAvgAudioVolume(void* channel, ...);
+CORVANE_API uint32_t Corvane_SetAudioSamplesPerCalc(void* channel, ...);
+
+/* ---- Channels ------------------------------------------------------------------------------------------------------ */
+
+/*
+ * Makes a live channel, stopped, with its render thread. `settings` may be null: no window, all defaults. The record is
+ * copied. On success *channel is a handle that lives until Corvane_DeleteChannel or Corvane_Release. On failure *channel
+ * is unchanged and nothing is left behind.
+ * Status_InvalidArgument: instance or channel is null. Status_DecodeOnlyInstance. Status_OutOfMemory. Status_Failed: no
+ * thread could be started. Does not block. [any]
+ */
+CORVANE_API uint32_t Corvane_CreateChannel(void* instance, void** channel, const ChannelSettings* settings);
+
+/*
+ * Stops and destroys *channel and sets *channel to null. A handle that this instance does not know does nothing and is
+ * cleared all the same.
+ * Status_InvalidArgument: instance or channel is null. Status_Failed: called from a callback of this channel; nothing was
+ * done. Blocks for a running decode, at most 20 ms more, and for a client callback that is running. [any*]
+ */
+CORVANE_API uint32_t Corvane_DeleteChannel(void* instance, void** channel);
+
+/*
+ * Starts the worker. Bit 0 of `options`: the waiting state takes the place of the last picture. A started channel stays as
+ * it is but for that bit. Waits for the end of a stop in progress.
+ * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_Failed: no thread could be started, or a stop is
+ * in progress and the call came from a callback. Status_OutOfMemory. [any]
+ */
+CORVANE_API uint32_t Corvane_StartChannel(void* channel, uint32_t options);
+
+/*
+ * Stops the worker, empties the queue and drops the decoder; the last picture stays. A producer that waits for space
+ * returns Status_ChannelNotStarted. A stopped channel stays stopped.
+ * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_Failed: called from a callback of this channel;
+ * nothing was done. Blocks as Corvane_DeleteChannel. [any*]
+ */
+CORVANE_API uint32_t Corvane_StopChannel(void* channel);
+
+/*
+ * Queues one encoded frame. The record and its buffers are copied once and may be reused at once.
+ * Status_InvalidArgument: a pointer is null, or `data` is null with a size. Status_WrongChannelType.
+ * Status_UnsupportedMedia: streamType is unknown, or excluded by the media mode. Status_OutOfMemory: no memory, or a frame
+ * above 256 MiB. Status_Failed: an extension of the frame is damaged. Status_ChannelNotStarted. Status_QueueFull: the
+ * queue holds its buffer time plus one second of video with a key frame in it, 13 seconds of sound, or 1000 metadata
+ * frames. After each of them the channel goes on, only this frame is lost. Blocks only on a channel that blocks when full
+ * (option 42), until there is space or the channel stops. [any]
+ */
+CORVANE_API uint32_t Corvane_InputEncodedMediaFrame(void* channel, const MediaFrameHeader* frame);
+
+/*
+ * Changes settings under the record's mask, in a fixed order: 0x0001, 0x0002, 0x0004, 0x0008, 0x0010, 0x0020, 0x0040,
+ * 0x0400, 0x0800, 0x1000, 0x2000. `update` must not be null.
+ * Status_InvalidArgument: channel is null, or mask has 0x0800 and window is 0 (nothing was applied).
+ * Status_WrongChannelType. Does not block. [any]
+ */
+CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelUpdate* update);
+
+/*
+ * Sets one option; a stop resets none. Options of this version (value; default):
+ *   3   zero: the fixed border is not used; non-zero
+ *   7, 8, 9, 10   left, right, top, bottom margin in pixels; 0
+ *   11  pointer to DisplayArea, `extra` the field mask; none. Status_InvalidArgument for a null pointer, a null window or an
+ *       empty rectangle; fields of lower bits are then set all the same
+ *   13  media mode: 1 video only, 2 audio only, 3 both; 3
+ *   31  empties the queue; value ignored
+ *   35  non-zero: pictures marked interlaced are smoothed; 0
+ *   42  zero: a full queue blocks Corvane_InputEncodedMediaFrame; non-zero: it returns Status_QueueFull; non-zero
+ *   45  when on-screen text is refreshed, bits; 3
+ *   46, 52, 53   hardware kind for H.264, MPEG-4, H.265: 0 software, 1 to 3; 0
+ *   47  accepted, no effect
+ *   48  decoding threads, 0 automatic (2 from 1280x800 on, else 1); 0
+ *   55  memory mode of backward play; 0
+ *   57  resize kind: 0 nearest, 1 bilinear, 2 bicubic, 3 Lanczos, others ignored; 0
+ * Options 46, 48, 52, 53, 55 count for the next decoder that is made.
+ * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_NotSupported: any other id, those among them that later versions will have. Does
+ * not block. [any]
+ */
+CORVANE_API uint32_t Corvane_SetChannelOption(void* channel, int32_t id, uint64_t value, uint64_t extra);
+
+/*
+ * Sets how much the queue buffers before frames leave, in milliseconds; 0 counts as 1, which is the default.
+ * Status_InvalidArgument: channel is null. Status_WrongChannelType. [any]
+ */
+CORVANE_API uint32_t Corvane_SetBufferTime(void* channel, uint32_t milliseconds);
+
+/*
+ * Chooses the frames that are decoded: 0 all, 1 key frames only, 2 to 8 thinning of H.264 temporal layers, from few to all of
+ * them. 1 takes effect after one more frame, going back at the next key frame. Values above 8 do nothing.
+ * Status_InvalidArgument: channel is null. Status_WrongChannelType. [any]
+ */
+CORVANE_API uint32_t Corvane_SetDisplayMode(void* channel, uint32_t mode);
+
+/*
+ * Fills *state.
+ * Status_InvalidArgument: a pointer is null. Status_WrongChannelType. [any]
+ */
+CORVANE_API uint32_t Corvane_GetRemainingQueueElementCount(void* channel, QueueState* state);
+
+/* ---- Pictures in memory -------------------------------------------------------------------------------------------- */
+
+/*
+ * Hands every picture of the channel to `callback` from now on, in place of a window, for good; a null callback has
+ * pictures made and dropped. `kind`: 3 24 bits (PF_BGR24), 4 32 bits (PF_BGRA32), 11 planar (PF_I420); non-zero `bottomUp`
+ * with 3 and 4: PF_BGR24_FLIP, PF_BGRA32_FLIP. A slow callback delays pictures, not decoding; what it misses is lost.
+ * A row or column more than an even number stays black in 24 and 32 bits.
+ * Status_InvalidArgument: channel is null. Status_NotSupported: kind (tested before the type). Status_WrongChannelType.
+ * Status_OutOfMemory. Waits for a running call of the callback that it replaces, not from inside any callback. [any]
+ */
+CORVANE_API uint32_t Corvane_RegisterRawDataCallback(void* channel, CorvanePictureCallback callback, void* context,
+                                                     uint32_t kind, uint32_t bottomUp);
+
+/*
+ * Caps the size of those pictures in pixels, each rounded up to even; 0 in either: no cap. A larger picture is scaled to
+ * the cap, each side by itself.
+ * Status_InvalidArgument: channel is null. Status_WrongChannelType. [any]
+ */
+CORVANE_API uint32_t Corvane_SetRawDataCallbackSize(void* channel, uint32_t width, uint32_t height);
+
+/*
+ * Calls `callback` after each present. Status_InvalidArgument: channel or callback is null. Status_WrongChannelType. Waits
+ * for a running call of the callback that it replaces, not from inside any callback. [any]
+ */
+CORVANE_API uint32_t Corvane_RegisterAfterDisplayCallback(void* channel, CorvaneAfterDisplayCallback callback,
+                                                          void* context);
+
+/* Ends that. Status_InvalidArgument: channel is null. Status_WrongChannelType. Waits as above. [any] */
+CORVANE_API uint32_t Corvane_UnregisterAfterDisplayCallback(void* channel);
+
+/*
+ * Appends `filter`, an object of QMRX::Filter::IFilter (filter.h), to the channel's filters. The client keeps it alive until it is removed.
+ * Status_InvalidArgument: a pointer is null. Status_WrongChannelType. Status_Failed: it is inserted already.
+ * Status_OutOfMemory. Does not block. [any]
+ */
+CORVANE_API uint32_t Corvane_InsertFilter(void* channel, void* filter);
+
+/*
+ * Removes `filter`; one that is not inserted is no error. Waits for a running call of the filter, not from inside any
+ * callback: there the filter may still be running when the call returns.
+ * Status_InvalidArgument: a pointer is null. Status_WrongChannelType. Status_OutOfMemory. [any]
+ */
+CORVANE_API uint32_t Corvane_RemoveFilter(void* channel, void* filter);
+
+/*
+ * Rotates every picture about its centre by `angle` degrees, counter-clockwise, into the box around it, each side rounded up to even.
+ * Works for kinds 3 and 11 of Corvane_RegisterRawDataCallback; pictures of other kinds are lost while it is on.
+ * Status_InvalidArgument: channel is null or the angle is not finite. Status_WrongChannelType. Status_Failed: rotation is
+ * on already. Status_OutOfMemory. Does not block. [any]
+ */
+CORVANE_API uint32_t Corvane_EnableRotateFilter(void* channel, double angle);
+
+/* Changes the angle. As above; Status_Failed: rotation is off. [any] */
+CORVANE_API uint32_t Corvane_SetRotateOption(void* channel, double angle);
+
+/* Ends rotation; off already is no error. Status_InvalidArgument: channel is null. Status_WrongChannelType. [any] */
+CORVANE_API uint32_t Corvane_DisableRotateFilter(void* channel);
 
 #ifdef __cplusplus
 }

@@ -122,4 +122,25 @@ private:
     SharedMutex& m_mutex;
 };
 
+// Takes a SharedMutex exclusively within a time; a time of 0 does not block. Ask it whether it holds the lock.
+class TryExclusiveLock {
+public:
+    TryExclusiveLock(SharedMutex& mutex, std::chrono::nanoseconds limit) NO_THREAD_SAFETY_ANALYSIS
+        : m_mutex(mutex),
+          m_held(mutex.try_lock() ||
+                 (limit.count() > 0 && mutex.try_lock_until(std::chrono::steady_clock::now() + limit))) {}
+    ~TryExclusiveLock() NO_THREAD_SAFETY_ANALYSIS {
+        if (m_held)
+            m_mutex.unlock();
+    }
+    TryExclusiveLock(const TryExclusiveLock&) = delete;
+    TryExclusiveLock& operator=(const TryExclusiveLock&) = delete;
+
+    explicit operator bool() const { return m_held; }
+
+private:
+    SharedMutex& m_mutex;
+    const bool m_held;
+};
+
 }    // namespace corvane

@@ -9,7 +9,11 @@
 
 namespace corvane {
 
-Thread::Thread(const char* name, std::function<void()> body) {
+namespace {
+thread_local const void* currentOwner = nullptr;
+}
+
+Thread::Thread(const char* name, const void* owner, std::function<void()> body) {
     if (failure::MustFail(failure::Site::ThreadStart))
         throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
     sigset_t all;
@@ -19,7 +23,8 @@ Thread::Thread(const char* name, std::function<void()> body) {
         sigdelset(&all, own);    // raised by the thread itself: the host's crash handler and profiler still see them
     pthread_sigmask(SIG_SETMASK, &all, &before);    // inherited by the new thread
     try {
-        m_thread = std::thread([name, body = std::move(body)] {
+        m_thread = std::thread([name, owner, body = std::move(body)] {
+            currentOwner = owner;
             pthread_setname_np(pthread_self(), name);
             body();
         });
@@ -28,6 +33,10 @@ Thread::Thread(const char* name, std::function<void()> body) {
         throw;
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+const void* Thread::CurrentOwner() noexcept {
+    return currentOwner;
 }
 
 }    // namespace corvane

@@ -9,15 +9,19 @@ namespace corvane {
 class Thread {
 public:
     Thread() = default;
-    // Starts `body`. Raises std::system_error when no thread can be made. `name` has at most 15 characters. The thread
-    // blocks all signals but those of its own faults, so that the host's handlers run on the host's threads.
-    Thread(const char* name, std::function<void()> body);
+    // Starts `body`. Raises std::system_error when no thread can be made. `name` has at most 15 characters and static
+    // life. `owner` is the handle that the thread works for. The thread blocks all signals but those of its own faults, so that
+    // the host's handlers run on the host's threads.
+    Thread(const char* name, const void* owner, std::function<void()> body);
     Thread(Thread&&) noexcept = default;
     Thread& operator=(Thread&&) noexcept = default;
 
     void Join() { m_thread.join(); }
     bool Running() const { return m_thread.joinable(); }
-    bool IsCurrent() const { return m_thread.get_id() == std::this_thread::get_id(); }
+
+    // The handle that the calling thread works for; null on a client's thread. A call of an export that comes from a thread
+    // with an owner comes from inside a client callback.
+    static const void* CurrentOwner() noexcept;
 
 private:
     std::thread m_thread;

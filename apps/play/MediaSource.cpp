@@ -1,0 +1,189 @@
+#include "MediaSource.h"
+
+extern "C" {
+#include <libavcodec/bsf.h>
+#include <libavformat/avformat.h>
+#include <libavutil/avutil.h>
+#include <libavutil/opt.h>
+}
+
+#include <algorithm>
+
+#include "corvane/corvane.h"
+
+namespace {
+
+struct FormatClose {
+    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
+};
+struct FilterFree {
+    void operator()(AVBSFContext* context) const { av_bsf_free(&context); }
+};
+struct PacketFree {
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+};
+
+uint32_t TypeOf(AVCodecID codec) {
+    switch (codec) {
+    case AV_CODEC_ID_MJPEG:
+        return CORVANE_STREAM_JPEG;
+    case AV_CODEC_ID_MPEG4:
+        return CORVANE_STREAM_MPEG4;
+    case AV_CODEC_ID_H264:
+        return CORVANE_STREAM_H264;
+    case AV_CODEC_ID_HEVC:
+        return CORVANE_STREAM_H265;
+    default:
+        return 0;
+    }
+}
+
+// The bitstream filter that brings a container's form of the codec into the plain stream form.
+const char* FilterFor(AVCodecID codec) {
+    switch (codec) {
+    case AV_CODEC_ID_H264:
+        return "h264_mp4toannexb";
+    case AV_CODEC_ID_HEVC:
+        return "hevc_mp4toannexb";
+    case AV_CODEC_ID_MPEG4:
+        return "dump_extra";    // the visual object headers stand in the container only
+    default:
+        return nullptr;
+    }
+}
+
+class FileSource final : public MediaSource {
+public:
+    bool Init(const std::string& url, std::string& error) {
+        av_log_set_level(AV_LOG_ERROR);
+        AVFormatContext* opened = nullptr;
+        if (const int code = avformat_open_input(&opened, url.c_str(), nullptr, nullptr); code < 0) {
+            char text[AV_ERROR_MAX_STRING_SIZE] = {};
+            av_strerror(code, text, sizeof(text));
+            error = url + ": " + text;
+            return false;
+        }
+        m_format.reset(opened);
+        if (avformat_find_stream_info(opened, nullptr) < 0) {
+            error = url + ": not a media stream";
+            return false;
+        }
+        m_index = av_find_best_stream(opened, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+        if (m_index < 0 || TypeOf(Stream()->codecpar->codec_id) == 0) {
+            error = url + ": no H.264, H.265, MPEG-4 or JPEG video in it";
+            return false;
+        }
+        m_packet.reset(av_packet_alloc());
+        if (!m_packet || !MakeFilter()) {
+            error = url + ": its stream cannot be brought into plain form";
+            return false;
+        }
+        const AVRational rate = av_guess_frame_rate(opened, Stream(), nullptr);
+        m_stepMs = rate.num > 0 ? std::max<int64_t>(1, 1000ll * rate.den / rate.num) : 40;
+        return true;
+    }
+
+    uint32_t StreamType() const override { return TypeOf(Stream()->codecpar->codec_id); }
+    uint32_t Width() const override { return static_cast<uint32_t>(Stream()->codecpar->width); }
+    uint32_t Height() const override { return static_cast<uint32_t>(Stream()->codecpar->height); }
+    const char* CodecName() const override { return avcodec_get_name(Stream()->codecpar->codec_id); }
+
+    double DurationSeconds() const override {
+        return m_format->duration > 0 ? static_cast<double>(m_format->duration) / AV_TIME_BASE : 0;
+    }
+
+    int64_t WallStartSeconds() const override {
+        return m_format->start_time_realtime > 0 ? m_format->start_time_realtime / 1'000'000 : 0;
+    }
+
+    bool Next(EncodedPicture& picture) override {
+        for (;;) {
+            av_packet_unref(m_packet.get());
+            const int received = m_filter ? av_bsf_receive_packet(m_filter.get(), m_packet.get()) : ReadPacket();
+            if (received == 0)
+                break;
+            if (received != AVERROR(EAGAIN) || !m_filter || m_ended)
+                return false;
+            if (ReadPacket() < 0) {
+                m_ended = true;
+                av_bsf_send_packet(m_filter.get(), nullptr);
+            } else if (av_bsf_send_packet(m_filter.get(), m_packet.get()) < 0) {
+                continue;    // one damaged packet
+            }
+        }
+        picture = {m_packet->data, static_cast<uint32_t>(m_packet->size), (m_packet->flags & AV_PKT_FLAG_KEY) != 0, Time()};
+        return true;
+    }
+
+    bool Rewind() override {
+        if (av_seek_frame(m_format.get(), m_index, 0, AVSEEK_FLAG_BYTE) < 0 &&
+            av_seek_frame(m_format.get(), m_index, 0, AVSEEK_FLAG_BACKWARD) < 0)
+            return false;
+        if (m_filter)
+            av_bsf_flush(m_filter.get());
+        m_offset = m_last + m_stepMs;
+        m_first = AV_NOPTS_VALUE;
+        m_ended = false;
+        return true;
+    }
+
+private:
+    AVStream* Stream() const { return m_format->streams[m_index]; }
+
+    bool MakeFilter() {
+        const char* name = FilterFor(Stream()->codecpar->codec_id);
+        if (name == nullptr)
+            return true;
+        AVBSFContext* filter = nullptr;
+        const AVBitStreamFilter* kind = av_bsf_get_by_name(name);
+        if (kind == nullptr || av_bsf_alloc(kind, &filter) < 0)
+            return false;
+        m_filter.reset(filter);
+        filter->time_base_in = Stream()->time_base;
+        return avcodec_parameters_copy(filter->par_in, Stream()->codecpar) >= 0 && av_bsf_init(filter) >= 0;
+    }
+
+    int ReadPacket() {
+        for (;;) {
+            const int code = av_read_frame(m_format.get(), m_packet.get());
+            if (code < 0 || m_packet->stream_index == m_index)
+                return code;
+            av_packet_unref(m_packet.get());
+        }
+    }
+
+    // Decoding time where there is one, else one step after the picture before; never falling.
+    int64_t Time() {
+        const int64_t dts = m_packet->dts != AV_NOPTS_VALUE ? m_packet->dts : m_packet->pts;
+        int64_t time = m_last + m_stepMs;
+        if (dts != AV_NOPTS_VALUE) {
+            const int64_t ms = av_rescale_q(dts, Stream()->time_base, AVRational{1, 1000});
+            if (m_first == AV_NOPTS_VALUE)
+                m_first = ms;
+            time = m_offset + ms - m_first;
+        } else if (m_last < 0) {
+            time = 0;
+        }
+        m_last = std::max(time, m_last + 1);
+        return m_last;
+    }
+
+    std::unique_ptr<AVFormatContext, FormatClose> m_format;
+    std::unique_ptr<AVBSFContext, FilterFree> m_filter;
+    std::unique_ptr<AVPacket, PacketFree> m_packet;
+    int m_index = -1;
+    int64_t m_stepMs = 40;
+    int64_t m_first = AV_NOPTS_VALUE;    // ms of the first picture of this turn
+    int64_t m_offset = 0;                // ms that this turn begins at
+    int64_t m_last = -1;
+    bool m_ended = false;
+};
+
+}    // namespace
+
+std::unique_ptr<MediaSource> MediaSource::Open(const std::string& url, std::string& error) {
+    auto source = std::make_unique<FileSource>();
+    if (!source->Init(url, error))
+        return nullptr;
+    return source;
+}

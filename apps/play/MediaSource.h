@@ -1,0 +1,33 @@
+// Reads one video stream of a file or URL as whole encoded pictures: start codes in front of units, parameter sets joined
+// to their picture, decoding-order times that rise.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+struct EncodedPicture {
+    const uint8_t* data;
+    uint32_t size;       // bytes
+    bool key;
+    int64_t timeMs;      // rises, from 0
+};
+
+class MediaSource {
+public:
+    // Null with the reason in `error`.
+    static std::unique_ptr<MediaSource> Open(const std::string& url, std::string& error);
+    virtual ~MediaSource() = default;
+
+    virtual uint32_t StreamType() const = 0;    // CORVANE_STREAM_*
+    virtual uint32_t Width() const = 0;         // pixels
+    virtual uint32_t Height() const = 0;
+    virtual double DurationSeconds() const = 0;    // 0 when unknown
+    virtual const char* CodecName() const = 0;
+    virtual int64_t WallStartSeconds() const = 0;    // of the first picture, since 1970 UTC; 0 when the stream does not say
+
+    // The next picture, valid until the next call. False at the end.
+    virtual bool Next(EncodedPicture& picture) = 0;
+    // Back to the start; times go on rising. False where the source cannot.
+    virtual bool Rewind() = 0;
+};

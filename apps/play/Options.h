@@ -1,0 +1,27 @@
+// The command line of corvane-play.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+struct Options {
+    std::string input;           // file or URL
+    std::string statsFile;       // JSON, empty: none
+    std::string contactSheet;    // PNG, empty: none
+    uint32_t kind = 4;           // picture kind of the callback: 3 24 bits, 4 32 bits, 11 planar
+    bool bottomUp = false;
+    uint32_t maxWidth = 0;    // cap of the pictures, 0 none
+    uint32_t maxHeight = 0;
+    uint32_t bufferMs = 0;    // 0: the library's default
+    uint32_t threads = 0;
+    uint32_t displayMode = 0;
+    uint32_t channels = 1;
+    uint32_t loops = 1;
+    double seconds = 0;    // end after this much of the stream, 0 all of it
+    double rotate = 0;     // degrees, 0 none
+    bool headless = false;
+    bool quiet = false;
+};
+
+// False when the program is to end with `exitCode` (help was printed, or a mistake was told).
+bool ParseOptions(int argc, char** argv, Options& options, int& exitCode);

@@ -1,0 +1,18 @@
+// Log lines go to a hook of the process, where there is one. Without it a log call costs one load.
+#pragma once
+
+#include <atomic>
+
+namespace corvane::log {
+
+// `format` has exactly one %p, for `object`. May be called from any thread, under any lock: it must not call back.
+using Hook = void (*)(int level, const char* file, int line, const char* format, const void* object);
+
+inline std::atomic<Hook> hook{nullptr};
+
+inline void Line(int level, const char* file, int line, const char* format, const void* object) {
+    if (const Hook now = hook.load(std::memory_order_acquire))
+        now(level, file, line, format, object);
+}
+
+}    // namespace corvane::log

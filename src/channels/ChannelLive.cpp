@@ -1,0 +1,263 @@
+#include "channels/ChannelLive.h"
+
+#include <new>
+#include <system_error>
+#include <utility>
+
+#include "base/EndScope.h"
+#include "frame/StreamType.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr int64_t kNsPerMs = 1'000'000;
+constexpr int64_t kBufferingTick = 500 * kNsPerMs;    // how long the worker sleeps at most while the queue fills
+constexpr int64_t kSkipLateness = -499;               // ms: later than this, queued time is dropped
+constexpr uint32_t kOverForSpeed = 16;                // pops over the buffer time before the worker plays faster
+constexpr double kCatchUpRate = 1.2;
+
+}    // namespace
+
+CChannelLive::CChannelLive(uintptr_t window, uint32_t flags, Clock& clock, const RendererMakers& makers)
+    : m_clock(clock), m_render(this, window, flags, clock, makers) {
+    m_decoder.SetFallbackAllowed((flags & CORVANE_FLAG_DECODER_FALLBACK) != 0);
+}
+
+CChannelLive::~CChannelLive() {
+    (void)Stop();    // refused on the channel's own threads only, and those do not come here
+}
+
+void CChannelLive::SetFactories(const DecoderFactories& factories) {
+    m_decoder.SetFactories(factories);
+}
+
+// ---- Start and stop ----------------------------------------------------------------------------------------------------
+
+Status CChannelLive::Start(bool clear) {
+    MutexLock lock(m_mutex);
+    if (m_run == Run::Stopping) {
+        if (Thread::CurrentOwner() != nullptr)
+            return Status::Failed;    // the stop may be waiting for this very callback
+        while (m_run == Run::Stopping)
+            m_stopped.WaitOnce(lock);
+    }
+    m_render.Stop(clear);
+    if (m_run == Run::Running)
+        return Status::Ok;
+    {
+        MutexLock pace(m_paceMutex);
+        m_paceStop = false;
+    }
+    try {
+        m_thread = Thread("corvane-worker", this, [this] { Work(); });
+    } catch (const std::system_error&) {
+        return Status::Failed;
+    }
+    m_run = Run::Running;
+    return Status::Ok;
+}
+
+Status CChannelLive::Stop() {
+    const EndScope end(this);
+    if (!end.Allowed())
+        return Status::Failed;
+    Thread worker;
+    {
+        MutexLock lock(m_mutex);
+        while (m_run == Run::Stopping)
+            m_stopped.WaitOnce(lock);
+        if (m_run == Run::Stopped)
+            return Status::Ok;
+        m_run = Run::Stopping;
+        worker = std::move(m_thread);
+        m_frameReady.NotifyAll();
+        m_spaceReady.NotifyAll();
+    }
+    {
+        MutexLock pace(m_paceMutex);
+        m_paceStop = true;
+        m_paceWake.NotifyAll();
+    }
+    worker.Join();
+    ResetDecoder();
+    JitterQueue::Entries removed;    // freed outside the lock
+    MutexLock lock(m_mutex);
+    removed = m_queue.Reset();
+    m_run = Run::Stopped;
+    m_stopped.NotifyAll();
+    return Status::Ok;
+}
+
+void CChannelLive::ResetDecoder() {
+    ExclusiveLock lock(m_decoderLock);
+    m_decoder.Reset(false);
+}
+
+// ---- Input -------------------------------------------------------------------------------------------------------------
+
+uint32_t CChannelLive::MediaMode() {
+    MutexLock lock(m_settingsMutex);
+    return m_mediaMode;
+}
+
+Status CChannelLive::Accepts(uint32_t streamType) {
+    constexpr uint32_t kVideoOnly = 1;
+    constexpr uint32_t kAudioOnly = 2;
+    switch (ClassOf(streamType)) {
+    case StreamClass::Video:
+    case StreamClass::Metadata:
+        return MediaMode() == kAudioOnly ? Status::UnsupportedMedia : Status::Ok;
+    case StreamClass::Audio:
+        return MediaMode() == kVideoOnly ? Status::UnsupportedMedia : Status::Ok;
+    case StreamClass::Placeholder:
+    case StreamClass::Unknown:
+        break;
+    }
+    return Status::UnsupportedMedia;
+}
+
+Status CChannelLive::Input(const MediaFrameHeader& header) {
+    if (const Status status = Accepts(header.streamType); !Ok(status))
+        return status;
+    FramePtr frame;
+    try {
+        frame = std::make_shared<MediaFrameImpl>(header);
+    } catch (const std::bad_alloc&) {
+        return Status::OutOfMemory;
+    } catch (const std::invalid_argument&) {
+        return Status::InvalidArgument;
+    } catch (const std::exception&) {
+        return Status::Failed;
+    }
+    MutexLock lock(m_mutex);
+    Status status = Status::Ok;
+    if (PushOrWait(lock, frame, status))
+        m_frameReady.NotifyOne();
+    return status;
+}
+
+bool CChannelLive::PushOrWait(MutexLock& lock, const FramePtr& frame, Status& status) {
+    for (;;) {
+        if (m_run != Run::Running) {
+            status = Status::ChannelNotStarted;
+            return false;
+        }
+        if (m_queue.Push(frame))
+            return true;
+        bool block;
+        {
+            MutexLock settings(m_settingsMutex);
+            block = m_blockWhenFull;
+        }
+        if (!block || Thread::CurrentOwner() != nullptr) {    // a callback must not wait for the worker that may run it
+            status = Status::QueueFull;
+            return false;
+        }
+        m_spaceReady.WaitOnce(lock);
+    }
+}
+
+// ---- The worker --------------------------------------------------------------------------------------------------------
+
+void CChannelLive::Work() {
+    WorkerState worker;
+    FramePtr frame;
+    MutexLock lock(m_mutex);
+    while (m_run == Run::Running) {
+        if (worker.late < kSkipLateness) {
+            JitterQueue::Entries skipped = m_queue.Skip(-worker.late);
+            worker.late = 0;
+            lock.Unlock();
+            m_spaceReady.NotifyAll();
+            skipped.clear();
+            lock.Lock();
+            continue;
+        }
+        const int popped = m_queue.Pop(frame);
+        if (popped < 0) {
+            worker.clock.Unset();
+            const int64_t deadline = m_clock.Now() + kBufferingTick;
+            while (m_run == Run::Running && m_queue.IsBuffering() && m_clock.WaitUntil(m_frameReady, lock, deadline)) {
+            }
+            continue;
+        }
+        worker.over = popped == 0 ? worker.over + 1 : 0;
+        worker.displayMode = m_displayMode;
+        lock.Unlock();
+        m_spaceReady.NotifyAll();
+        try {
+            HandleFrame(worker, frame);
+        } catch (...) {    // no memory for this frame, or a callback that threw: the frame is lost, the run goes on
+        }
+        frame.reset();
+        lock.Lock();
+    }
+}
+
+void CChannelLive::HandleFrame(WorkerState& worker, FramePtr& frame) {
+    switch (ClassOf(frame->Header().streamType)) {
+    case StreamClass::Video:
+        HandleVideo(worker, frame);
+        break;
+    case StreamClass::Audio:
+        if (!frame->NotForDisplay())
+            HandleAudio(worker, frame);
+        break;
+    case StreamClass::Metadata:       // its parser takes the frame here
+    case StreamClass::Placeholder:    // refused at the input
+    case StreamClass::Unknown:
+        break;
+    }
+}
+
+void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame) {
+    if (worker.keyFramesOnly && !frame->IsKeyFrame())
+        return;
+    worker.keyFramesOnly = worker.displayMode >= 8;
+    if (worker.thinner.ShouldThin(frame->Header(), worker.displayMode & 7))
+        return;
+    uint32_t got = 0;
+    uint32_t kind;
+    DecodedFrame picture{};
+    {
+        ExclusiveLock lock(m_decoderLock);
+        m_decoder.SetAdapter(m_render.GetAdapterIndex());
+        if (m_decoder.Decode(frame, &got) < 0)
+            got = 0;
+        kind = m_decoder.ActiveKind();
+        if (got != 0) {
+            (void)m_decoder.CurrentInput(frame);
+            picture = m_decoder.CurrentFrame();
+        }
+    }
+    if (kind != worker.lastKind) {
+        worker.lastKind = kind;
+        m_render.SendDecoderKind(kind);
+    }
+    if (got == 0 || frame->NotForDisplay())
+        return;
+    // The picture stays valid without the lock: only this thread decodes, and who resets joins it first.
+    m_render.PresentFrame(frame, picture, worker.over < kOverForSpeed);
+    Pace(worker, *frame);
+}
+
+void CChannelLive::HandleAudio(WorkerState& worker, const FramePtr& frame) {
+    const bool audioOnly = MediaMode() == 2;
+    m_render.InputAudio(frame, true, audioOnly);
+    if (audioOnly)
+        Pace(worker, *frame);
+}
+
+void CChannelLive::Pace(WorkerState& worker, const MediaFrameImpl& frame) {
+    const double rate = worker.over >= kOverForSpeed ? kCatchUpRate : 1.0;
+    worker.late = worker.clock.Pace(TimeMs(frame), rate, m_clock.Now());
+    if (worker.late < 1)
+        return;
+    const int64_t deadline = m_clock.Now() + worker.late * kNsPerMs;
+    MutexLock lock(m_paceMutex);
+    while (!m_paceStop && m_clock.WaitUntil(m_paceWake, lock, deadline)) {
+    }
+}
+
+}    // namespace corvane

@@ -1,0 +1,143 @@
+// Exports of live channels.
+#include <cmath>
+
+#include "corvane/corvane.h"
+#include "entry/Guard.h"
+#include "entry/Instance.h"
+
+using corvane::CChannelLive;
+using corvane::CCorvane_Option;
+using corvane::Guard;
+using corvane::OnLive;
+using corvane::Status;
+
+namespace {
+
+// Where a required pointer besides the handle is null, the call ends before the handle's type is looked at.
+template <typename Body>
+uint32_t OnLiveWith(void* channel, const void* required, Body&& body) noexcept {
+    return required == nullptr ? Status_InvalidArgument : OnLive(channel, std::forward<Body>(body));
+}
+
+// The pixel format of a kind of Corvane_RegisterRawDataCallback; 0 for an unknown kind.
+uint32_t FormatOfKind(uint32_t kind, bool bottomUp) {
+    switch (kind) {
+    case 3:
+        return bottomUp ? PF_BGR24_FLIP : PF_BGR24;
+    case 4:
+        return bottomUp ? PF_BGRA32_FLIP : PF_BGRA32;
+    case 11:
+        return PF_I420;
+    default:
+        return 0;
+    }
+}
+
+}    // namespace
+
+extern "C" {
+
+uint32_t Corvane_CreateChannel(void* instance, void** channel, const ChannelSettings* settings) {
+    return Guard([&] {
+        if (instance == nullptr || channel == nullptr)
+            return Status::InvalidArgument;
+        return static_cast<CCorvane_Option*>(instance)->CreateChannel(channel, settings);
+    });
+}
+
+uint32_t Corvane_DeleteChannel(void* instance, void** channel) {
+    return Guard([&] {
+        if (instance == nullptr || channel == nullptr)
+            return Status::InvalidArgument;
+        if (const Status status = static_cast<CCorvane_Option*>(instance)->Delete(*channel); !corvane::Ok(status))
+            return status;
+        *channel = nullptr;
+        return Status::Ok;
+    });
+}
+
+uint32_t Corvane_StartChannel(void* channel, uint32_t options) {
+    return OnLive(channel, [&](CChannelLive& live) { return live.Start((options & 1) != 0); });
+}
+
+uint32_t Corvane_StopChannel(void* channel) {
+    return OnLive(channel, [](CChannelLive& live) { return live.Stop(); });
+}
+
+uint32_t Corvane_InputEncodedMediaFrame(void* channel, const MediaFrameHeader* frame) {
+    return OnLiveWith(channel, frame, [&](CChannelLive& live) { return live.Input(*frame); });
+}
+
+uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelUpdate* update) {
+    return OnLive(channel, [&](CChannelLive& live) { return live.Update(*update); });
+}
+
+uint32_t Corvane_SetChannelOption(void* channel, int32_t id, uint64_t value, uint64_t extra) {
+    return OnLive(channel, [&](CChannelLive& live) { return live.SetOption(id, value, extra); });
+}
+
+uint32_t Corvane_SetBufferTime(void* channel, uint32_t milliseconds) {
+    return OnLive(channel, [&](CChannelLive& live) { live.SetBufferTime(milliseconds); });
+}
+
+uint32_t Corvane_SetDisplayMode(void* channel, uint32_t mode) {
+    return OnLive(channel, [&](CChannelLive& live) { live.SetDisplayMode(mode); });
+}
+
+uint32_t Corvane_GetRemainingQueueElementCount(void* channel, QueueState* state) {
+    return OnLiveWith(channel, state, [&](CChannelLive& live) { *state = QueueState{{}, live.IsBuffering() ? 1u : 2u}; });
+}
+
+uint32_t Corvane_RegisterRawDataCallback(void* channel, CorvanePictureCallback callback, void* context, uint32_t kind,
+                                         uint32_t bottomUp) {
+    if (channel == nullptr)
+        return Status_InvalidArgument;
+    const uint32_t format = FormatOfKind(kind, bottomUp != 0);
+    if (format == 0)
+        return Status_NotSupported;
+    return OnLive(channel, [&](CChannelLive& live) { live.Render().RegisterRawDataCallback(callback, context, format); });
+}
+
+uint32_t Corvane_SetRawDataCallbackSize(void* channel, uint32_t width, uint32_t height) {
+    return OnLive(channel, [&](CChannelLive& live) { live.Render().SetRawDataCallbackSize(width, height); });
+}
+
+uint32_t Corvane_RegisterAfterDisplayCallback(void* channel, CorvaneAfterDisplayCallback callback, void* context) {
+    if (callback == nullptr)
+        return Status_InvalidArgument;
+    return OnLive(channel, [&](CChannelLive& live) { live.Render().SetAfterDisplay(callback, context); });
+}
+
+uint32_t Corvane_UnregisterAfterDisplayCallback(void* channel) {
+    return OnLive(channel, [](CChannelLive& live) { live.Render().SetAfterDisplay(nullptr, nullptr); });
+}
+
+uint32_t Corvane_InsertFilter(void* channel, void* filter) {
+    return OnLiveWith(channel, filter, [&](CChannelLive& live) {
+        return live.Render().InsertFilter(static_cast<QMRX::Filter::IFilter*>(filter));
+    });
+}
+
+uint32_t Corvane_RemoveFilter(void* channel, void* filter) {
+    return OnLiveWith(channel, filter, [&](CChannelLive& live) {
+        live.Render().RemoveFilter(static_cast<QMRX::Filter::IFilter*>(filter));
+    });
+}
+
+uint32_t Corvane_EnableRotateFilter(void* channel, double angle) {
+    if (!std::isfinite(angle))
+        return Status_InvalidArgument;
+    return OnLive(channel, [&](CChannelLive& live) { return live.Render().EnableRotateFilter(angle); });
+}
+
+uint32_t Corvane_SetRotateOption(void* channel, double angle) {
+    if (!std::isfinite(angle))
+        return Status_InvalidArgument;
+    return OnLive(channel, [&](CChannelLive& live) { return live.Render().SetRotateOption(angle); });
+}
+
+uint32_t Corvane_DisableRotateFilter(void* channel) {
+    return OnLive(channel, [](CChannelLive& live) { live.Render().DisableRotateFilter(); });
+}
+
+}    // extern "C"

@@ -1,0 +1,66 @@
+// The instance: owns every channel of a client and hands its defaults to new ones.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+
+#include "base/Mutex.h"
+#include "base/Status.h"
+#include "channels/ChannelLive.h"
+#include "corvane/corvane.h"
+#include "decoders/DecoderFactories.h"
+
+namespace corvane {
+
+class CCorvane_Option {
+public:
+    // Owns one object of the client until it is deleted or the instance ends.
+    class Deleter {
+    public:
+        virtual ~Deleter() = default;
+        virtual const void* Object() const = 0;
+    };
+
+    template <typename T>
+    class DeleterImpl final : public Deleter {
+    public:
+        explicit DeleterImpl(std::unique_ptr<T> object) : m_object(std::move(object)) {}
+        const void* Object() const override { return m_object.get(); }
+
+    private:
+        std::unique_ptr<T> m_object;
+    };
+
+    struct Defaults {
+        CorvaneStreamInfoCallback streamInfo = nullptr;
+        CorvaneOsdCallback osd = nullptr;
+        uintptr_t audioWindow = 0;
+        uint32_t audioFocusMode = 0;
+        uint32_t flags = 0;
+        uint32_t background = 0;    // 0x00BBGGRR
+    };
+
+    explicit CCorvane_Option(const Defaults& defaults) : m_defaults(defaults) {}
+
+    // False for a wrong version word.
+    static bool VersionFits(uint32_t version) { return (version & 0xFF) == 5 && ((version >> 8) & 0xFF) <= 5; }
+
+    // Raises std::bad_alloc and std::system_error; nothing is left then.
+    Status CreateChannel(void** channel, const ChannelSettings* settings);
+
+    // Destroys `handle`, if it is known. Status::Failed from a callback of that channel.
+    Status Delete(const void* handle);
+
+    // Destroys every object, in the order of their handles. Status::Failed, with nothing done, from a callback of one of them.
+    Status DeleteAll();
+
+private:
+    const Defaults m_defaults;
+
+    Mutex m_lock;
+    std::map<const void*, std::unique_ptr<Deleter>> m_objects GUARDED_BY(m_lock);
+    DecoderFactories m_factories GUARDED_BY(m_lock){};    // empty until decoders are loaded
+};
+
+}    // namespace corvane

@@ -1,0 +1,91 @@
+// Exports of the instance and the version.
+#include <memory>
+
+#include "corvane/corvane.h"
+#include "entry/Guard.h"
+#include "entry/Instance.h"
+
+using corvane::CCorvane_Option;
+using corvane::Guard;
+using corvane::Status;
+
+extern "C" {
+
+uint32_t Corvane_InitialEx(void** instance, CorvaneStreamInfoCallback streamInfo, CorvaneOsdCallback osd,
+                           uintptr_t audioWindow, uint32_t audioFocusMode, uint32_t, uint32_t version, uint32_t flags,
+                           uint32_t background) {
+    return Guard([&] {
+        if (instance == nullptr)
+            return Status::InvalidArgument;
+        if (!CCorvane_Option::VersionFits(version))
+            return Status::VersionMismatch;
+        if ((flags & CORVANE_FLAG_GDI) != 0 && (flags & CORVANE_FLAG_NO_FALLBACK) != 0)
+            return Status::InvalidArgument;
+        const CCorvane_Option::Defaults defaults{streamInfo, osd, audioWindow, audioFocusMode, flags, background};
+        *instance = std::make_unique<CCorvane_Option>(defaults).release();
+        return Status::Ok;
+    });
+}
+
+uint32_t Corvane_Initial(void** instance, CorvaneStreamInfoCallback streamInfo, CorvaneOsdCallback osd,
+                         uintptr_t audioWindow, uint32_t audioFocusMode, uint32_t reserved, uint32_t version,
+                         uint32_t flags) {
+    return Corvane_InitialEx(instance, streamInfo, osd, audioWindow, audioFocusMode, reserved, version, flags, 0);
+}
+
+uint32_t Corvane_Release(void** instance) {
+    return Guard([&] {
+        if (instance == nullptr)
+            return Status::InvalidArgument;
+        auto* const own = static_cast<CCorvane_Option*>(*instance);
+        if (own != nullptr) {
+            if (const Status status = own->DeleteAll(); !corvane::Ok(status))
+                return status;
+            delete own;
+        }
+        *instance = nullptr;
+        return Status::Ok;
+    });
+}
+
+uint32_t Corvane_GetVersionInfo(uint8_t* major, uint8_t* minor, uint8_t* build, uint8_t* revision) {
+    *major = 5;
+    *minor = 5;
+    *build = 0;
+    *revision = 20;
+    return Status_Ok;
+}
+
+uint32_t Corvane_SetFlags(void*, ...) {
+    return Status_Ok;
+}
+
+uint32_t Corvane_GetFlags(void*, ...) {
+    return Status_Ok;
+}
+
+uint32_t Corvane_GetCapabilities(void*, ...) {
+    return Status_Ok;
+}
+
+uint32_t Corvane_SetQueueEmptyNotify(void*, ...) {
+    return Status_NotSupported;
+}
+
+uint32_t Corvane_RegisterVAStreamInfoCallback(void*, ...) {
+    return Status_NotSupported;
+}
+
+uint32_t Corvane_SetVAStreamEffectParam(void*, ...) {
+    return Status_NotSupported;
+}
+
+uint32_t Corvane_GetAvgAudioVolume(void*, ...) {
+    return Status_NotSupported;
+}
+
+uint32_t Corvane_SetAudioSamplesPerCalc(void*, ...) {
+    return Status_NotSupported;
+}
+
+}    // extern "C"

@@ -1,0 +1,467 @@
+#include "manager/RenderMgr.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "manager/DisplaySettings.h"
+#include "present/PictureTarget.h"
+#include "render/PseudoRenderer.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr int64_t kTick = 500'000'000;    // ns: how long a push may wait, and the step of the waiting picture
+
+// The size that a frame is shown at: as it states it, as decoded where it states nothing; line-doubled for half-height pictures
+// of the H.263 family.
+PictureSize ShownSize(const MediaFrameImpl& frame, const DecodedFrame& decoded) {
+    PictureSize size{frame.DecodedWidth(), frame.DecodedHeight()};
+    if (size.width == 0 || size.height == 0)
+        size = {decoded.width, decoded.height};
+    if (frame.Header().streamType == CORVANE_STREAM_H263 && size.width >= 361 && (size.height == 240 || size.height == 288))
+        size.height *= 2;
+    return size;
+}
+
+RenderInfo StartInfo(uintptr_t window, uint32_t flags) {
+    RenderInfo info;
+    info.window = window;
+    info.flags = flags;
+    return info;
+}
+
+uint32_t RoundedUpToEven(uint32_t value) {
+    return value == UINT32_MAX ? value - 1 : (value + 1) & ~1u;
+}
+
+}    // namespace
+
+// Lends the current renderer's buffer; a renderer that has none is replaced by the next of the chain.
+class CRenderMgr::RendererTarget final : public PictureTarget {
+public:
+    RendererTarget(RendererSlot& slot, RendererPtr renderer, const RenderInfo& info)
+        : m_slot(slot), m_renderer(std::move(renderer)), m_info(info) {}
+
+    PictureLease Lend(uint32_t width, uint32_t height, uint32_t preferredFormat) override {
+        for (;;) {
+            uint8_t* buffer = nullptr;
+            uint32_t stride = 0;
+            uint32_t format = preferredFormat;
+            if (m_renderer->GetBuffer(width, height, &buffer, &stride, &format) >= 0)
+                return PictureLease(this, buffer, stride, format);
+            if (!m_slot.ReplaceFailed(m_renderer, m_info))
+                return PictureLease();
+            m_renderer = m_slot.Current();
+        }
+    }
+
+private:
+    void Finish(bool commit) override {
+        if (commit)
+            m_renderer->Commit();
+    }
+
+    RendererSlot& m_slot;
+    RendererPtr m_renderer;
+    const RenderInfo& m_info;
+};
+
+CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Clock& clock, const RendererMakers& makers)
+    : m_clock(clock),
+      m_info(StartInfo(window, flags)),
+      m_chainSettings(std::make_shared<const ChainSettings>()),
+      m_slot(this, StartInfo(window, flags), makers),
+      m_thread("corvane-render", owner, [this] { RenderLoop(); }) {}
+
+CRenderMgr::~CRenderMgr() {
+    {
+        MutexLock lock(m_lock);
+        m_ending = true;
+        WakeLocked();
+    }
+    m_thread.Join();
+}
+
+// ---- The worker's side -------------------------------------------------------------------------------------------------
+
+CRenderMgr::PicturePlan CRenderMgr::Plan() const {
+    MutexLock lock(m_lock);
+    return {m_info, m_chainSettings, m_angle, m_rawMaxWidth, m_rawMaxHeight};
+}
+
+void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait) NO_THREAD_SAFETY_ANALYSIS {
+    m_chain.UpdateDewarp(*frame);
+    const PictureSize size = ShownSize(*frame, decoded);
+    ReportFrame(*frame, size);
+    {
+        TryExclusiveLock picture(m_pictureLock, wait ? std::chrono::nanoseconds(kTick) : std::chrono::nanoseconds(0));
+        if (!picture)
+            return;
+        CallGate::Scope call(m_filterCalls);
+        const PicturePlan plan = Plan();
+        RendererPtr renderer = m_slot.Current();
+        const PictureSize target = TargetSize(plan, renderer->GetType(), size);
+        RendererTarget lender(m_slot, std::move(renderer), plan.info);
+        if (!CarryPicture(lender, m_chain, *plan.chain, Rotation(plan.angle), *frame, decoded, target.width, target.height))
+            return;
+        m_committed = frame;
+        Store(frame, size);
+    }
+    SendFallbackEvent();
+}
+
+void CRenderMgr::ReportFrame(const MediaFrameImpl& frame, PictureSize size) {
+    PicturePlan plan = Plan();
+    FramePtr previous;
+    bool resized;
+    bool dirty;
+    {
+        MutexLock lock(m_lock);
+        previous = m_frame;
+        resized = m_frame != nullptr && m_frameSize != size;
+        dirty = std::exchange(m_infoUnsent, false);    // what is set while the callback runs counts for the next frame
+    }
+    if (plan.info.streamInfo == nullptr)
+        return;
+    PictureSize shown = size;
+    (void)m_chain.OutputSize(&shown.width, &shown.height);
+    if (const RotateFilter* rotate = Rotation(plan.angle))
+        rotate->OutputSize(shown.width, shown.height, &shown.width, &shown.height);
+    ReportStreamInfo(plan.info.streamInfo, plan.info.streamInfoContext, frame, previous.get(), resized, dirty, shown);
+}
+
+PictureSize CRenderMgr::TargetSize(const PicturePlan& plan, RendererType type, PictureSize size) const {
+    // A renderer with a window of at most half the picture's size gets the window's size: that choice belongs here, with the
+    // window.
+    if (type == RendererType::OffScreen && plan.rawMaxWidth != 0 && plan.rawMaxHeight != 0)
+        return {std::min(size.width, RoundedUpToEven(plan.rawMaxWidth)), std::min(size.height, RoundedUpToEven(plan.rawMaxHeight))};
+    return size;
+}
+
+RotateFilter* CRenderMgr::Rotation(const std::optional<double>& angle) {
+    if (!angle) {
+        m_rotate.reset();
+    } else if (m_rotate == nullptr) {
+        m_rotate = std::make_unique<RotateFilter>(*angle);
+        m_rotateAngle = *angle;
+    } else if (m_rotateAngle != *angle) {
+        m_rotate->SetAngle(*angle);
+        m_rotateAngle = *angle;
+    }
+    return m_rotate.get();
+}
+
+void CRenderMgr::Store(const FramePtr& frame, PictureSize size) {
+    MutexLock lock(m_lock);
+    m_frame = frame;
+    m_frameSize = size;
+    m_state = RenderState::Playing;
+    WakeLocked();
+}
+
+void CRenderMgr::SendFallbackEvent() {
+    if (!m_slot.TakeFallbackEvent())
+        return;
+    const PicturePlan plan = Plan();
+    if (plan.info.streamInfo != nullptr)
+        plan.info.streamInfo(plan.info.streamInfoContext, 9, 2, 0);
+}
+
+void CRenderMgr::SendDecoderKind(uint32_t kind) {
+    const PicturePlan plan = Plan();
+    if (plan.info.streamInfo != nullptr)
+        plan.info.streamInfo(plan.info.streamInfoContext, 13, kind, 0);
+}
+
+void CRenderMgr::InputAudio(const FramePtr& frame, bool mix, bool show) {
+    (void)mix;    // the sound output takes the frame here; without one the notice is all that a frame of sound does
+    if (!show)
+        return;
+    MutexLock lock(m_lock);
+    if (m_frame != nullptr && m_frame->Header().timeSeconds == frame->Header().timeSeconds)
+        return;
+    m_frame = frame;
+    m_frameSize = {};
+    m_state = RenderState::AudioOnly;
+    WakeLocked();
+}
+
+void CRenderMgr::ShowTimeOnly(const FramePtr& frame) {
+    MutexLock lock(m_lock);
+    m_frame = frame;
+    m_frameSize = {};
+    m_state = RenderState::TimeOnly;
+    WakeLocked();
+}
+
+// ---- The render thread -------------------------------------------------------------------------------------------------
+
+void CRenderMgr::WakeLocked() {
+    ++m_generation;
+    m_frameReady.NotifyAll();
+}
+
+void CRenderMgr::RenderLoop() {
+    bool woken = true;
+    uint64_t seen = 0;
+    for (;;) {
+        RenderState state;
+        {
+            MutexLock lock(m_lock);
+            if (m_ending)
+                break;
+            seen = m_generation;
+            state = m_state;
+            if (state == RenderState::Waiting)
+                m_waitCounter = (m_waitCounter + 1) % 10;
+        }
+        if (woken && (state == RenderState::Playing || state == RenderState::AudioOnly)) {
+            try {
+                PresentPass();
+            } catch (...) {    // no memory for another renderer, or a callback that threw: this present is lost
+            }
+        }
+        const bool ticking = state == RenderState::Playing || state == RenderState::Waiting;
+        const int64_t deadline = m_clock.Now() + kTick;
+        MutexLock lock(m_lock);
+        bool inTime = true;
+        while (m_generation == seen && !m_ending && inTime) {
+            if (ticking)
+                inTime = m_clock.WaitUntil(m_frameReady, lock, deadline);
+            else
+                m_frameReady.WaitOnce(lock);
+        }
+        woken = m_generation != seen;
+    }
+    m_slot.DestroyAll();
+}
+
+void CRenderMgr::PresentPass() {
+    CallGate::Scope call(m_renderCalls);
+    RendererPtr renderer;
+    FramePtr frame;
+    RenderInfo info;
+    RenderState state;
+    {
+        SharedLock picture(m_pictureLock);
+        m_slot.DestroyRetired();
+        renderer = m_slot.Current();
+        MutexLock lock(m_lock);
+        state = m_state;
+        info = m_info;
+        frame = state == RenderState::Playing ? m_committed : m_frame;
+        if (state == RenderState::Playing) {
+            renderer->Latch();
+            m_info.forceRedraw = m_info.osdPolicy == kOsdAlways;
+            if (!m_infoUnsent && info.presentEnabled)
+                m_info.infoDirty = false;    // this present is the one that sees it
+        }
+    }
+    if (state == RenderState::AudioOnly) {
+        renderer->NotifyAudioOnly(frame, info);
+        return;
+    }
+    if (state != RenderState::Playing)
+        return;    // changed since the wake-up, and woken again
+    if (renderer->Present(&frame, &info) < 0) {
+        (void)m_slot.ReplaceFailed(renderer, info);
+        return;
+    }
+    if (info.afterDisplay != nullptr) {
+        const AfterDisplayRecord record{0, 0, &frame->Header(), frame->PresentTime(), frame->BaseTime()};
+        info.afterDisplay(info.afterDisplayContext, &record);
+    }
+    // Deliveries of raw pictures follow here.
+}
+
+// ---- Settings ----------------------------------------------------------------------------------------------------------
+
+void CRenderMgr::Stop(bool waiting) {
+    MutexLock lock(m_lock);
+    m_info.infoDirty = true;
+    m_infoUnsent = true;
+    if (waiting && m_state != RenderState::Waiting) {
+        m_state = RenderState::Waiting;
+        m_frame.reset();
+        m_waitCounter = 0;
+        WakeLocked();
+    }
+}
+
+void CRenderMgr::ResetToStopped() {
+    MutexLock lock(m_lock);
+    m_frame.reset();
+    m_state = RenderState::Stopped;
+    WakeLocked();
+}
+
+void CRenderMgr::RequestRedraw() {
+    MutexLock lock(m_lock);
+    if (m_state == RenderState::Playing)
+        m_info.forceRedraw = true;
+    WakeLocked();
+}
+
+void CRenderMgr::SetWindow(uintptr_t window) {
+    MutexLock lock(m_lock);
+    m_info.window = window;
+}
+
+void CRenderMgr::SetStreamInfo(CorvaneStreamInfoCallback callback, void* context) {
+    MutexLock lock(m_lock);
+    m_info.streamInfo = callback;
+    m_info.streamInfoContext = context;
+}
+
+void CRenderMgr::SetOsd(CorvaneOsdCallback callback, void* context) {
+    MutexLock lock(m_lock);
+    m_info.osd = callback;
+    m_info.osdContext = context;
+}
+
+void CRenderMgr::SetBackground(uint32_t color) {
+    MutexLock lock(m_lock);
+    m_info.background = color;
+}
+
+void CRenderMgr::SetPresentEnabled(bool enabled) {
+    MutexLock lock(m_lock);
+    m_info.presentEnabled = enabled;
+}
+
+void CRenderMgr::SetFullWindow(bool on) {
+    MutexLock lock(m_lock);
+    m_info.fullWindow = on;
+}
+
+void CRenderMgr::SetNoBorder(bool on) {
+    MutexLock lock(m_lock);
+    m_info.noBorder = on;
+}
+
+void CRenderMgr::SetMargin(uint32_t Edges::*edge, uint32_t pixels) {
+    MutexLock lock(m_lock);
+    m_info.margin.*edge = pixels;
+}
+
+void CRenderMgr::SetBorder(const Edges& border) {
+    MutexLock lock(m_lock);
+    m_info.hasBorder = true;
+    m_info.border = border;
+}
+
+void CRenderMgr::SetOsdPolicy(uint32_t policy) {
+    MutexLock lock(m_lock);
+    m_info.osdPolicy = policy;
+}
+
+Status CRenderMgr::SetDisplayArea(const DisplayArea& area, uint32_t mask) {
+    {
+        MutexLock lock(m_lock);
+        if (const Status status = ApplyDisplayArea(m_info.area, area, mask); !Ok(status))
+            return status;
+    }
+    RequestRedraw();
+    return Status::Ok;
+}
+
+DisplayArea CRenderMgr::GetDisplayArea() const {
+    MutexLock lock(m_lock);
+    return m_info.area;
+}
+
+uint32_t CRenderMgr::GetAdapterIndex() const {
+    return 0;    // of a null window; the number of a window's monitor belongs here, with the window
+}
+
+RenderState CRenderMgr::State() const {
+    MutexLock lock(m_lock);
+    return m_state;
+}
+
+template <typename Change>
+void CRenderMgr::ChangeChain(Change change) {
+    MutexLock lock(m_lock);
+    auto next = std::make_shared<ChainSettings>(*m_chainSettings);
+    change(*next);
+    m_chainSettings = std::move(next);
+}
+
+Status CRenderMgr::InsertFilter(QMRX::Filter::IFilter* filter) {
+    Status status = Status::Ok;
+    ChangeChain([&](ChainSettings& chain) {
+        if (std::ranges::find(chain.client_filters, filter) != chain.client_filters.end())
+            status = Status::Failed;
+        else
+            chain.client_filters.push_back(filter);
+    });
+    return status;
+}
+
+void CRenderMgr::RemoveFilter(QMRX::Filter::IFilter* filter) {
+    bool removed = false;
+    ChangeChain([&](ChainSettings& chain) { removed = std::erase(chain.client_filters, filter) != 0; });
+    if (!removed)
+        return;
+    m_filterCalls.WaitForRunning();
+    RequestRedraw();
+}
+
+void CRenderMgr::SetDeinterlace(bool on) {
+    ChangeChain([&](ChainSettings& chain) { chain.deinterlace_enabled = on; });
+}
+
+void CRenderMgr::SetResizeType(uint32_t type) {
+    if (type <= 3)
+        ChangeChain([&](ChainSettings& chain) { chain.resize_type = type; });
+}
+
+Status CRenderMgr::EnableRotateFilter(double angle) {
+    MutexLock lock(m_lock);
+    if (m_angle)
+        return Status::Failed;
+    m_angle = angle;
+    m_info.infoDirty = true;
+    m_infoUnsent = true;
+    return Status::Ok;
+}
+
+Status CRenderMgr::SetRotateOption(double angle) {
+    MutexLock lock(m_lock);
+    if (!m_angle)
+        return Status::Failed;
+    m_angle = angle;
+    m_info.infoDirty = true;
+    m_infoUnsent = true;
+    return Status::Ok;
+}
+
+void CRenderMgr::DisableRotateFilter() {
+    MutexLock lock(m_lock);
+    m_angle.reset();
+    m_info.infoDirty = true;
+    m_infoUnsent = true;
+}
+
+void CRenderMgr::RegisterRawDataCallback(CorvanePictureCallback callback, void* context, uint32_t format) {
+    m_slot.Replace(std::make_shared<CPseudoRenderer>(callback, context, format));
+    m_renderCalls.WaitForRunning();
+}
+
+void CRenderMgr::SetRawDataCallbackSize(uint32_t width, uint32_t height) {
+    MutexLock lock(m_lock);
+    m_rawMaxWidth = width;
+    m_rawMaxHeight = height;
+}
+
+void CRenderMgr::SetAfterDisplay(CorvaneAfterDisplayCallback callback, void* context) {
+    {
+        MutexLock lock(m_lock);
+        m_info.afterDisplay = callback;
+        m_info.afterDisplayContext = context;
+    }
+    m_renderCalls.WaitForRunning();
+}
+
+}    // namespace corvane

@@ -1,0 +1,150 @@
+// The window side of a channel: takes decoded pictures from the worker, carries them into the renderer's buffer, and
+// presents them on its render thread. A thin coordinator over the renderer slot, the chain and the display settings.
+//
+//   state       left by                                  render thread
+//   Stopped     PresentFrame, Stop(waiting), audio       sleeps
+//   Waiting     PresentFrame, ResetToStopped, audio      steps a counter every 500 ms
+//   Playing     Stop(waiting), ResetToStopped, audio     presents once for each wake-up
+//   AudioOnly   PresentFrame, Stop(waiting)              notifies an off-screen renderer
+//   TimeOnly    PresentFrame, Stop(waiting)              sleeps
+//   Idle        PresentFrame, Stop(waiting)              sleeps
+//
+// Locks, in their order: m_pictureLock, m_lock, the renderer slot's. m_pictureLock is held exclusively by the worker
+// while it fills the lent buffer, client filters included, and shared by the render thread while it latches: no setter takes
+// it, so a filter may call any of them. No lock is held across any other client callback.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "base/CallGate.h"
+#include "base/Mutex.h"
+#include "base/Status.h"
+#include "base/Thread.h"
+#include "corvane/decoder.h"
+#include "filters/FilterChain.h"
+#include "filters/RotateFilter.h"
+#include "frame/MediaFrameImpl.h"
+#include "manager/RendererSlot.h"
+#include "manager/StreamInfo.h"
+#include "platform/Clock.h"
+#include "present/RenderInfo.h"
+
+namespace corvane {
+
+enum class RenderState : uint32_t { Idle = 0, AudioOnly = 1, Stopped = 2, Waiting = 3, TimeOnly = 4, Playing = 5 };
+
+class CRenderMgr {
+public:
+    // Starts the render thread, which works for `owner` (the channel's handle). Raises std::bad_alloc and std::system_error;
+    // nothing is left then.
+    CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Clock& clock = Clock::System(),
+               const RendererMakers& makers = RendererMakers::Built());
+    ~CRenderMgr();
+    CRenderMgr(const CRenderMgr&) = delete;
+    CRenderMgr& operator=(const CRenderMgr&) = delete;
+
+    // ---- From the worker ----
+
+    // Reports the frame, carries its picture to the renderer and wakes the render thread. A busy manager is waited for, at
+    // most 500 ms and only with `wait`; the picture is lost otherwise.
+    void PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait);
+    // Sound enters here (`mix`: it is to be heard). With `show` and a new second of wall-clock time the state becomes AudioOnly.
+    void InputAudio(const FramePtr& frame, bool mix, bool show);
+    void ShowTimeOnly(const FramePtr& frame);
+    void SendDecoderKind(uint32_t kind);
+
+    // ---- From any thread ----
+
+    void Stop(bool waiting);
+    void ResetToStopped();
+    void RequestRedraw();
+
+    void SetWindow(uintptr_t window);    // 0 gives it up
+    void SetStreamInfo(CorvaneStreamInfoCallback callback, void* context);    // before the channel starts
+    void SetOsd(CorvaneOsdCallback callback, void* context);
+    void SetBackground(uint32_t color);
+    void SetPresentEnabled(bool enabled);
+    void SetFullWindow(bool on);
+    void SetNoBorder(bool on);
+    void SetMargin(uint32_t Edges::*edge, uint32_t pixels);
+    void SetBorder(const Edges& border);
+    void SetOsdPolicy(uint32_t policy);
+    Status SetDisplayArea(const DisplayArea& area, uint32_t mask);
+    DisplayArea GetDisplayArea() const;
+    uint32_t GetAdapterIndex() const;
+    RenderState State() const;
+
+    Status InsertFilter(QMRX::Filter::IFilter* filter);
+    void RemoveFilter(QMRX::Filter::IFilter* filter);    // waits for a running call of it
+    void SetDeinterlace(bool on);
+    void SetResizeType(uint32_t type);
+    Status EnableRotateFilter(double angle);
+    Status SetRotateOption(double angle);
+    void DisableRotateFilter();
+
+    // `format`: a pixel format. Waits for a running call of the callback that it replaces.
+    void RegisterRawDataCallback(CorvanePictureCallback callback, void* context, uint32_t format);
+    void SetRawDataCallbackSize(uint32_t width, uint32_t height);
+    void SetAfterDisplay(CorvaneAfterDisplayCallback callback, void* context);    // waits likewise
+
+private:
+    // What one picture needs of the settings, read under m_lock at once.
+    struct PicturePlan {
+        RenderInfo info;
+        std::shared_ptr<const ChainSettings> chain;
+        std::optional<double> angle;
+        uint32_t rawMaxWidth;
+        uint32_t rawMaxHeight;
+    };
+    class RendererTarget;
+
+    PicturePlan Plan() const;
+    void ReportFrame(const MediaFrameImpl& frame, PictureSize size);
+    PictureSize TargetSize(const PicturePlan& plan, RendererType type, PictureSize size) const;
+    RotateFilter* Rotation(const std::optional<double>& angle);
+    void Store(const FramePtr& frame, PictureSize size);
+    void SendFallbackEvent();
+
+    void RenderLoop();
+    void PresentPass();
+    void WakeLocked() REQUIRES(m_lock);
+    template <typename Change>
+    void ChangeChain(Change change);
+
+    // Constant after construction, or with locks of their own.
+    Clock& m_clock;
+    CallGate m_renderCalls;    // picture and after-display callbacks
+    CallGate m_filterCalls;
+
+    // Held exclusively by the worker from the lending of a buffer to its commit.
+    SharedMutex m_pictureLock;
+    FramePtr m_committed GUARDED_BY(m_pictureLock);    // the frame of the picture committed last
+
+    // Only on the worker.
+    FilterChain m_chain;
+    std::unique_ptr<RotateFilter> m_rotate;
+    double m_rotateAngle = 0;
+
+    // Settings and state.
+    mutable Mutex m_lock;
+    Condition m_frameReady;
+    RenderInfo m_info GUARDED_BY(m_lock);
+    std::shared_ptr<const ChainSettings> m_chainSettings GUARDED_BY(m_lock);
+    std::optional<double> m_angle GUARDED_BY(m_lock);    // degrees; set while rotation is on
+    uint32_t m_rawMaxWidth GUARDED_BY(m_lock) = 0;
+    uint32_t m_rawMaxHeight GUARDED_BY(m_lock) = 0;
+    RenderState m_state GUARDED_BY(m_lock) = RenderState::Stopped;
+    FramePtr m_frame GUARDED_BY(m_lock);    // last frame shown, or null
+    PictureSize m_frameSize GUARDED_BY(m_lock);
+    bool m_infoUnsent GUARDED_BY(m_lock) = false;    // infoDirty, as far as the stream-info codes go
+    uint32_t m_waitCounter GUARDED_BY(m_lock) = 0;
+    uint64_t m_generation GUARDED_BY(m_lock) = 0;    // raised by each wake-up
+    bool m_ending GUARDED_BY(m_lock) = false;
+
+    RendererSlot m_slot;
+    Thread m_thread;    // last: it runs on everything above
+};
+
+}    // namespace corvane

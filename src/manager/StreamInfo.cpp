@@ -1,0 +1,73 @@
+#include "manager/StreamInfo.h"
+
+#include <algorithm>
+
+namespace corvane {
+
+namespace {
+
+struct Sender {
+    CorvaneStreamInfoCallback callback;
+    void* context;
+
+    void operator()(uint32_t code, uint64_t a, uint64_t b) const { callback(context, code, a, b); }
+    void operator()(uint32_t code, uint64_t a, const void* b) const { callback(context, code, a, reinterpret_cast<uint64_t>(b)); }
+};
+
+void ReportLens(const Sender& send, const MediaFrameImpl& frame, const MediaFrameImpl* previous) {
+    const FisheyeCalibration* now = frame.Fisheye();
+    const FisheyeCalibration* before = previous != nullptr ? previous->Fisheye() : nullptr;
+    if (now == nullptr) {
+        if (previous == nullptr || before != nullptr)
+            send(12, 0, uint64_t{0});
+        return;
+    }
+    const bool kindChanged = before == nullptr || before->lens_kind != now->lens_kind;
+    const bool mountChanged = before == nullptr || before->mount_flag != now->mount_flag;
+    if (kindChanged && now->lens_kind <= 2)
+        send(10, now->lens_kind + 1u, uint64_t{0});
+    if (mountChanged)
+        send(11, now->mount_flag != 0 ? 2 : 1, uint64_t{0});
+    if (kindChanged || mountChanged || before->center_x != now->center_x || before->center_y != now->center_y ||
+        before->radius != now->radius) {
+        const FisheyeInfo info{now->mount_flag, now->lens_kind, now->center_x, now->center_y, now->radius};
+        send(12, 1, &info);
+    }
+}
+
+void ReportMotion(const Sender& send, const MediaFrameHeader& header) {
+    constexpr uint32_t kSlots = 16;
+    MotionEntry entries[kSlots] = {};
+    uint32_t count = 3;
+    if (header.objectCount != 0) {
+        for (uint32_t i = 0; i < header.objectCount; ++i) {
+            const ObjectRecord& object = header.objects[i];
+            count = object.id;
+            if (object.valid != 0 && object.id >= 1 && object.id <= kSlots)
+                entries[object.id - 1] = MotionEntry{object.level, 0, object.value};
+        }
+        count = std::min(count, kSlots);    // the id is the camera's word; the client walks the array by it
+    } else {
+        for (uint32_t i = 0; i < 3; ++i)
+            if (header.motionState[i] < 2)
+                entries[i] = MotionEntry{header.motionId[i], 0, header.motionAlert[i]};
+    }
+    send(6, reinterpret_cast<uint64_t>(entries), uint64_t{count});
+}
+
+}    // namespace
+
+void ReportStreamInfo(CorvaneStreamInfoCallback callback, void* context, const MediaFrameImpl& frame,
+                      const MediaFrameImpl* previous, bool resized, bool dirty, PictureSize shown) {
+    const Sender send{callback, context};
+    const MediaFrameHeader& header = frame.Header();
+    ReportLens(send, frame, previous);
+    if (dirty || (frame.IsKeyFrame() && resized))
+        send(3, shown.width, uint64_t{shown.height});
+    ReportMotion(send, header);
+    send(7, (header.reservedTail >> 32) == 0 ? 1 : 0, &header);
+    if (dirty)
+        send(8, 0, uint64_t{0});
+}
+
+}    // namespace corvane

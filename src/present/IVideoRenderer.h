@@ -1,0 +1,40 @@
+// The one interface behind which every way of showing a picture stands. The worker asks for a buffer, fills it and
+// commits; the render thread then latches and presents what was committed.
+#pragma once
+
+#include <cstdint>
+
+#include "frame/MediaFrameImpl.h"
+#include "present/RenderInfo.h"
+
+namespace corvane {
+
+// Fixed: the manager's fall-back table is written in these numbers.
+enum class RendererType : uint32_t { DirectDraw = 0, Gdi = 1, OffScreen = 2, Fisheye = 3, OpenGL = 4 };
+
+class IVideoRenderer {
+public:
+    virtual ~IVideoRenderer() = default;    // on the render thread
+
+    virtual RendererType GetType() const = 0;
+
+    // Shows what was latched. Render thread, no lock held: client callbacks may run inside. Negative is a failure, on which
+    // the manager changes renderer. Returns 0 at once when `info->presentEnabled` is false.
+    virtual int32_t Present(const FramePtr* frame, const RenderInfo* info) = 0;
+
+    // Lends the buffer for the next picture until Commit or the next GetBuffer. `format` enters as the one that the caller would
+    // like and leaves as the one that the renderer takes. Worker, picture lock held exclusively. Negative on failure.
+    virtual int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) = 0;
+
+    // The buffer is complete. Worker, picture lock held exclusively.
+    virtual void Commit() = 0;
+
+    // Takes the last committed picture, if there is a new one, for the Present that follows, so that the worker may fill the
+    // next buffer meanwhile. Render thread, picture lock held shared. Mandatory.
+    virtual void Latch() = 0;
+
+    // A sound-only notice in the place of a picture. Render thread, no lock held. Optional.
+    virtual void NotifyAudioOnly(const FramePtr&, const RenderInfo&) {}
+};
+
+}    // namespace corvane

@@ -1,0 +1,61 @@
+// Where a finished picture goes: a renderer, a still, a raw delivery. The target lends a buffer as a lease; the lease
+// commits when told so and gives up otherwise.
+#pragma once
+
+#include <cstdint>
+#include <utility>
+
+#include "corvane/decoder.h"
+#include "filters/FilterChain.h"
+#include "filters/RotateFilter.h"
+
+namespace corvane {
+
+class PictureTarget;
+
+class PictureLease {
+public:
+    PictureLease() = default;
+    PictureLease(PictureTarget* target, uint8_t* lentData, uint32_t lentStride, uint32_t lentFormat)
+        : data(lentData), stride(lentStride), format(lentFormat), m_target(target) {}
+    PictureLease(PictureLease&& other) noexcept
+        : data(other.data), stride(other.stride), format(other.format), m_target(std::exchange(other.m_target, nullptr)),
+          m_commit(other.m_commit) {}
+    PictureLease& operator=(PictureLease&&) = delete;
+    ~PictureLease();
+
+    explicit operator bool() const { return m_target != nullptr; }
+    void Commit() { m_commit = true; }    // at the end of the lease
+
+    uint8_t* data = nullptr;
+    uint32_t stride = 0;    // bytes
+    uint32_t format = 0;    // PF_*
+
+private:
+    PictureTarget* m_target = nullptr;
+    bool m_commit = false;
+};
+
+class PictureTarget {
+public:
+    virtual ~PictureTarget() = default;
+    // An empty lease when there is no buffer.
+    virtual PictureLease Lend(uint32_t width, uint32_t height, uint32_t preferredFormat) = 0;
+
+private:
+    friend class PictureLease;
+    virtual void Finish(bool commit) = 0;
+};
+
+inline PictureLease::~PictureLease() {
+    if (m_target != nullptr)
+        m_target->Finish(m_commit);
+}
+
+// Carries one decoded picture through the chain (and the rotate filter, where there is one) into `target`, at the size
+// given. False when the picture is lost: no buffer, or a format that cannot be rotated. A failing step of the chain loses
+// nothing but its own work: the buffer is committed with what it holds.
+bool CarryPicture(PictureTarget& target, FilterChain& chain, const ChainSettings& settings, RotateFilter* rotate,
+                  const MediaFrameImpl& frame, const DecodedFrame& decoded, uint32_t width, uint32_t height);
+
+}    // namespace corvane

@@ -1,0 +1,79 @@
+#include "render/PseudoRenderer.h"
+
+#include <time.h>
+
+#include <utility>
+
+namespace corvane {
+
+namespace {
+
+constexpr uint32_t kFreshInfo = 0x20;
+constexpr uint32_t kAudioOnly = 8;
+
+PseudoFrame Describe(const MediaFrameImpl* frame, uint32_t flags, struct tm* time) {
+    PseudoFrame record{};
+    record.flags = flags;
+    record.time = time;
+    if (frame == nullptr)
+        return record;
+    const FrameTimeRecord& when = frame->PresentTimeGiven() ? frame->PresentTime() : frame->BaseTime();
+    const time_t seconds = static_cast<time_t>(frame->Header().timeSeconds);
+    gmtime_r(&seconds, time);
+    record.seconds = when.seconds;
+    record.milliseconds = when.milliseconds;
+    record.timeSeconds = frame->Header().timeSeconds;
+    record.timeZone = when.timeZone;
+    record.daylight = when.daylight;
+    record.header = &frame->Header();
+    return record;
+}
+
+}    // namespace
+
+int32_t CPseudoRenderer::GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) {
+    Slot& slot = *m_write;
+    if (!slot.memory || slot.width != width || slot.height != height) {
+        const uint64_t size = m_format == PF_NV12 ? 0 : PictureBytes(m_format, width, height);
+        AlignedBuffer memory;
+        if (size == 0 || !memory.Allocate(size))
+            return -1;    // a committed picture that waits in the slot stays whole
+        slot.memory = std::move(memory);
+        slot.stride = RowBytes(m_format, width);
+        slot.size = static_cast<uint32_t>(size);
+        slot.width = width;
+        slot.height = height;
+    }
+    *buffer = slot.memory.Data();
+    *stride = slot.stride;
+    *format = m_format;
+    return 0;
+}
+
+void CPseudoRenderer::Latch() {
+    if (std::exchange(m_committed, false))
+        std::swap(m_write, m_read);
+}
+
+int32_t CPseudoRenderer::Present(const FramePtr* frame, const RenderInfo* info) {
+    if (m_callback == nullptr || !info->presentEnabled)
+        return 0;
+    struct tm time {};
+    PseudoFrame record = Describe(frame->get(), info->infoDirty ? kFreshInfo : 0, &time);
+    record.width = m_read->width;
+    record.height = m_read->height;
+    record.data = m_read->memory.Data();
+    record.size = m_read->size;
+    m_callback(m_context, &record);
+    return 0;
+}
+
+void CPseudoRenderer::NotifyAudioOnly(const FramePtr& frame, const RenderInfo& info) {
+    if (m_callback == nullptr || !info.presentEnabled)
+        return;
+    struct tm time {};
+    const PseudoFrame record = Describe(frame.get(), kAudioOnly, &time);
+    m_callback(m_context, &record);
+}
+
+}    // namespace corvane

@@ -1,0 +1,46 @@
+// The off-screen renderer: hands every finished picture to a client callback.
+#pragma once
+
+#include "base/AlignedBuffer.h"
+#include "filters/FilterChain.h"
+#include "present/IVideoRenderer.h"
+
+namespace corvane {
+
+class CPseudoRenderer final : public IVideoRenderer {
+public:
+    // `format`: 1, 7, 8, 9 or 17 by way of the export; any format with planes or rows of our own layout works.
+    CPseudoRenderer(CorvanePictureCallback callback, void* context, uint32_t format)
+        : m_callback(callback), m_context(context), m_format(format) {}
+
+    RendererType GetType() const override { return RendererType::OffScreen; }
+    int32_t Present(const FramePtr* frame, const RenderInfo* info) override;
+    int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override;
+    void Commit() override { m_committed = true; }
+    void Latch() override;
+    void NotifyAudioOnly(const FramePtr& frame, const RenderInfo& info) override;
+
+private:
+    struct Slot {
+        AlignedBuffer memory;
+        uint32_t stride = 0;
+        uint32_t size = 0;
+        uint32_t width = 0;
+        uint32_t height = 0;
+    };
+
+    // Constant after construction.
+    const CorvanePictureCallback m_callback;
+    void* const m_context;
+    const uint32_t m_format;
+
+    // Under the manager's picture lock: exclusively by the worker, shared by the render thread.
+    bool m_committed = false;    // a new picture is complete in *m_write
+    Slot m_slots[2];
+    Slot* m_write = &m_slots[0];
+
+    // Only on the render thread, but for the exchange in Latch.
+    Slot* m_read = &m_slots[1];
+};
+
+}    // namespace corvane

@@ -1,0 +1,139 @@
+#include "frame/JitterQueue.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "frame/StreamType.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr uint32_t kAudioBit = 0x80000000u;
+constexpr uint32_t kMetadataTag = 0x40000000u;
+constexpr uint64_t kAudioLimitMs = 13000;
+constexpr uint32_t kMetadataLimit = 1000;
+constexpr uint32_t kVideoSlackMs = 1000;         // above the buffer time
+constexpr int64_t kLongestDurationMs = 11000;    // from here on a step is a gap or a jump
+constexpr size_t kMaxSpareNodes = 256;
+
+bool IsTimedVideo(uint32_t tag) {
+    return tag < kMetadataTag;
+}
+
+}    // namespace
+
+int64_t JitterQueue::DurationOf(const Line& line, int64_t time_ms) const {
+    const int64_t step = m_reverse ? line.last_time_ms - time_ms : time_ms - line.last_time_ms;
+    return step < 1 || step >= kLongestDurationMs ? line.last_duration_ms : step;
+}
+
+void JitterQueue::Append(const FramePtr& frame, uint32_t tag) {
+    if (m_spare.empty())
+        m_entries.push_back({frame, tag});
+    else {
+        m_spare.front() = {frame, tag};
+        m_entries.splice(m_entries.end(), m_spare, m_spare.begin());
+    }
+    m_bytes += frame->MemoryBytes();
+}
+
+bool JitterQueue::Push(const FramePtr& frame) {
+    const StreamClass stream_class = ClassOf(frame->Header().streamType);
+    if (stream_class == StreamClass::Unknown)
+        return true;
+    if (stream_class == StreamClass::Metadata) {
+        if (m_metadata >= kMetadataLimit)
+            return false;
+        Append(frame, kMetadataTag);
+        ++m_metadata;
+        return true;
+    }
+    const bool audio = stream_class == StreamClass::Audio;
+    if (audio ? m_audio.sum_ms >= kAudioLimitMs : m_video.sum_ms >= m_video_limit_ms && m_key_frames != 0)
+        return false;
+
+    Line& line = audio ? m_audio : m_video;
+    const int64_t time_ms = TimeMs(*frame);
+    const int64_t duration_ms = DurationOf(line, time_ms);
+    Append(frame, static_cast<uint32_t>(duration_ms) | (audio ? kAudioBit : 0));
+    line.last_duration_ms = duration_ms;
+    line.last_time_ms = time_ms;
+    line.sum_ms += static_cast<uint64_t>(duration_ms);
+    if (!audio && frame->IsKeyFrame())
+        ++m_key_frames;
+    m_peak = std::max(m_peak, LevelMs());
+    return true;
+}
+
+void JitterQueue::MoveFrontTo(Entries& target) {
+    const QueueEntry& entry = m_entries.front();
+    if (IsTimedVideo(entry.tag)) {
+        m_video.sum_ms -= entry.tag;
+        if (entry.frame->IsKeyFrame())
+            --m_key_frames;
+    } else if ((entry.tag & kAudioBit) != 0) {
+        m_audio.sum_ms -= entry.tag & ~kAudioBit;
+    } else {
+        --m_metadata;
+    }
+    m_bytes -= entry.frame->MemoryBytes();
+    target.splice(target.end(), m_entries, m_entries.begin());
+}
+
+int JitterQueue::Pop(FramePtr& out) {
+    if (m_peak < m_buffer_ms || m_entries.empty())
+        return -1;
+    MoveFrontTo(m_spare);
+    out = std::move(m_spare.back().frame);
+    if (m_spare.size() > kMaxSpareNodes)
+        m_spare.pop_back();
+    if (LevelMs() == 0) {
+        m_peak = 0;
+        m_video = Line();
+        m_audio = Line();
+    }
+    return LevelMs() <= m_buffer_ms ? 1 : 0;
+}
+
+void JitterQueue::SetBufferTime(uint32_t buffer_ms) {
+    m_buffer_ms = std::max(buffer_ms, 1u);
+    m_video_limit_ms = m_buffer_ms + std::min(kVideoSlackMs, UINT32_MAX - m_buffer_ms);
+}
+
+JitterQueue::Entries JitterQueue::Clear() {
+    m_video.sum_ms = 0;
+    m_audio.sum_ms = 0;
+    m_key_frames = 0;
+    m_metadata = 0;
+    m_bytes = 0;
+    m_peak = 0;
+    return std::exchange(m_entries, Entries());
+}
+
+JitterQueue::Entries JitterQueue::Reset() {
+    m_video = Line();
+    m_audio = Line();
+    return Clear();
+}
+
+bool JitterQueue::FrontIsKeyFrame() const {
+    const QueueEntry& front = m_entries.front();
+    return IsTimedVideo(front.tag) && front.frame->IsKeyFrame();
+}
+
+JitterQueue::Entries JitterQueue::Skip(int64_t late_ms) {
+    Entries dropped;
+    const auto level_ms = static_cast<int64_t>(LevelMs());
+    if (m_key_frames == 0 || level_ms < late_ms)
+        return dropped;
+    const int64_t target_ms = level_ms - std::max<int64_t>(late_ms, 0);
+    while (m_key_frames > 1 && static_cast<int64_t>(LevelMs()) > target_ms)
+        MoveFrontTo(dropped);
+    while (!FrontIsKeyFrame())    // there is one: the loop above leaves the last
+        MoveFrontTo(dropped);
+    return dropped;
+}
+
+}    // namespace corvane

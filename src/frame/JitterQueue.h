@@ -1,0 +1,80 @@
+// The queue of a channel, measured in milliseconds of play. It holds back until it has once reached its buffer time,
+// then gives frames until audio and video have run out. Pure: no clock and no lock inside; the owner's lock guards it.
+//
+// What leaves other than by Pop is handed back, so that the owner can destroy it after unlocking.
+#pragma once
+
+#include <cstdint>
+#include <list>
+
+#include "frame/MediaFrameImpl.h"
+
+namespace corvane {
+
+// `tag`: video its duration in ms; audio the same with bit 31 set; metadata 0x40000000.
+struct QueueEntry {
+    FramePtr frame;
+    uint32_t tag = 0;
+};
+
+class JitterQueue {
+public:
+    using Entries = std::list<QueueEntry>;    // its moves and splices never allocate, so only Push can fail
+
+    // True when taken, or ignored for its stream type; false when full: video at `bufferTime` + 1000 ms as long as
+    // there is a key frame to skip to, audio at 13,000 ms, metadata at 1,000 frames. A video stream without a queued
+    // key frame is never refused. Raises std::bad_alloc, and nothing has changed then.
+    bool Push(const FramePtr& frame);
+
+    // -1 nothing to give yet, `out` untouched; 0 a frame, and the queue is still above the buffer time; 1 a frame, and
+    // the queue is at or below it.
+    int Pop(FramePtr& out);
+
+    // Milliseconds; 0 counts as 1.
+    void SetBufferTime(uint32_t buffer_ms);
+    bool IsBuffering() const { return m_peak < m_buffer_ms; }
+
+    // Removes all entries; buffering begins again. Times and durations of the last frames stay.
+    [[nodiscard]] Entries Clear();
+    // As new, but for the buffer time and the direction.
+    [[nodiscard]] Entries Reset();
+    // Drops about `late_ms` of play from the front, audio with it, and on to the next key frame. Nothing happens when
+    // less is queued or when no key frame is.
+    [[nodiscard]] Entries Skip(int64_t late_ms);
+
+    // In reverse, frames come with falling times.
+    void SetReverse(bool reverse) { m_reverse = reverse; }
+
+    // Queued play of the longer of video and audio.
+    uint64_t LevelMs() const { return m_video.sum_ms > m_audio.sum_ms ? m_video.sum_ms : m_audio.sum_ms; }
+    uint32_t KeyFrames() const { return m_key_frames; }
+    size_t Count() const { return m_entries.size(); }
+    uint64_t Bytes() const { return m_bytes; }    // of the frames' memory
+
+private:
+    // One class of timed frames. A duration is below 11 s, so no sum of them can wrap 64 bits.
+    struct Line {
+        uint64_t sum_ms = 0;
+        int64_t last_time_ms = 0;
+        int64_t last_duration_ms = 1;
+    };
+
+    int64_t DurationOf(const Line& line, int64_t time_ms) const;
+    void Append(const FramePtr& frame, uint32_t tag);
+    void MoveFrontTo(Entries& target);
+    bool FrontIsKeyFrame() const;
+
+    Entries m_entries;
+    Entries m_spare;    // emptied nodes for the next pushes: a queue in steady state does not allocate
+    Line m_video;       // placeholders too
+    Line m_audio;
+    uint32_t m_key_frames = 0;
+    uint32_t m_metadata = 0;
+    uint64_t m_bytes = 0;
+    uint64_t m_peak = 0;    // largest level since the queue last ran empty
+    uint32_t m_buffer_ms = 1;
+    uint32_t m_video_limit_ms = 1001;
+    bool m_reverse = false;
+};
+
+}    // namespace corvane

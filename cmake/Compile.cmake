@@ -23,19 +23,21 @@ add_library(corvane_options INTERFACE)
 target_compile_options(corvane_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wno-unknown-pragmas
   $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
-  -fstack-protector-strong -fstack-clash-protection -fcf-protection=full -ftrivial-auto-var-init=zero)
+  -fstack-protector-strong -fstack-clash-protection -fcf-protection=full)
 target_link_options(corvane_options INTERFACE -Wl,-z,relro -Wl,-z,now)
 if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   target_compile_options(corvane_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety>)
 else()
-  target_compile_options(corvane_options INTERFACE -Wno-attributes)
+  target_compile_options(corvane_options INTERFACE -Wno-attributes -ftrivial-auto-var-init=zero)    # clang 14 refuses it
 endif()
 if(CORVANE_WERROR)
   target_compile_options(corvane_options INTERFACE -Werror)
 endif()
 if(CORVANE_SANITIZE)
-  target_compile_options(corvane_options INTERFACE -fsanitize=${CORVANE_SANITIZE} -fno-omit-frame-pointer -g1
-                         $<$<NOT:$<STREQUAL:${CORVANE_SANITIZE},thread>>:-fno-sanitize-recover=all>)
+  target_compile_options(corvane_options INTERFACE -fsanitize=${CORVANE_SANITIZE} -fno-omit-frame-pointer -g1)
+  if(NOT CORVANE_SANITIZE STREQUAL "thread")
+    target_compile_options(corvane_options INTERFACE -fno-sanitize-recover=all)
+  endif()
   target_link_options(corvane_options INTERFACE -fsanitize=${CORVANE_SANITIZE})
 else()
   target_compile_options(corvane_options INTERFACE $<$<CONFIG:Release>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>)

@@ -15,10 +15,19 @@ namespace corvane {
 // Reference-counted block that holds the copied record and everything it points at.
 class FrameBlock;
 
+// What `references` of a copied record points at. The argument is that record; holding a reference keeps the record and
+// all it points at, longer than the frame if need be. Any thread.
+struct FrameReferences {
+    void (*add)(const MediaFrameHeader* record);
+    void (*drop)(const MediaFrameHeader* record);    // frees the block with the last one
+};
+
 class MediaFrameImpl {
 public:
-    // Copies the record and all it points at. Raises std::bad_alloc when there is no memory (or the frame is above
-    // limits::kMaxFrameBytes), std::runtime_error("end of stream") when an extension ends early.
+    // Copies the record and all it points at: one allocation, and one for a vendor blob. Raises std::bad_alloc when
+    // there is no memory (or the frame is above limits::kMaxFrameBytes), std::runtime_error("end of stream") when an
+    // extension ends early, std::invalid_argument when `data` is null and a size is not 0. An extension or objects
+    // without a pointer count as absent, and so does a vendor header that is longer than the frame header bytes.
     explicit MediaFrameImpl(const MediaFrameHeader& header);
     ~MediaFrameImpl();
     MediaFrameImpl(const MediaFrameImpl&) = delete;

@@ -1,0 +1,57 @@
+#include "support/FailingAllocation.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace corvane::test::allocation {
+
+namespace {
+thread_local uint64_t calls = 0;
+thread_local uint64_t fail_at = 0;
+}    // namespace
+
+void FailAt(uint64_t n) {
+    calls = 0;
+    fail_at = n;
+}
+
+uint64_t Stop() {
+    fail_at = 0;
+    return calls;
+}
+
+static void* Allocate(size_t size) noexcept {
+    if (++calls == fail_at)
+        return nullptr;
+    return std::malloc(size == 0 ? 1 : size);
+}
+
+}    // namespace corvane::test::allocation
+
+void* operator new(size_t size) {
+    if (void* memory = corvane::test::allocation::Allocate(size))
+        return memory;
+    throw std::bad_alloc();
+}
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return corvane::test::allocation::Allocate(size);
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, size_t) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
+    std::free(memory);
+}
+// The array forms forward by default, but not where a sanitizer brings its own.
+void* operator new[](size_t size) {
+    return operator new(size);
+}
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, size_t) noexcept {
+    std::free(memory);
+}

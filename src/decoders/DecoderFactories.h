@@ -1,0 +1,62 @@
+// The factories of decoder plug-ins, and the handles that keep decoders and calls into them in order.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "corvane/decoder.h"
+
+namespace corvane {
+
+// Each slot is null, or a C function of the plug-in that returns a new decoder or null. Sizes are in pixels, `adapter`
+// is the index of the display adapter that shows the window, `data` and `size` the payload of the key frame at hand.
+struct DecoderFactories {
+    using Plain = DecoderContext* (*)();
+    using WithBlob = DecoderContext* (*)(const uint8_t* blob, uint32_t blob_length);
+    using WithAdapter = DecoderContext* (*)(uint32_t adapter);
+    using WithSize = DecoderContext* (*)(uint32_t width, uint32_t height);
+    using WithSizeAndData = DecoderContext* (*)(uint32_t width, uint32_t height, const uint8_t* data, uint32_t size);
+    using WithAdapterAndSize = DecoderContext* (*)(uint32_t adapter, uint32_t width, uint32_t height);
+    using WithAdapterSizeAndData = DecoderContext* (*)(uint32_t adapter, uint32_t width, uint32_t height,
+                                                       const uint8_t* data, uint32_t size);
+
+    Plain GetDecoderIsolated_Dahua = nullptr;
+    WithBlob GetDecoderIsolated_Hikvision = nullptr;
+    Plain GetDecoderIsolated_CUVID_MP4V = nullptr;
+    Plain GetDecoderIsolated_CUVID_H264 = nullptr;
+    Plain GetDecoderIsolated_CUVID_HEVC = nullptr;
+    WithAdapter GetDecoderIsolated_CUVID_MP4V_v2 = nullptr;
+    WithAdapter GetDecoderIsolated_CUVID_H264_v2 = nullptr;
+    WithAdapter GetDecoderIsolated_CUVID_HEVC_v2 = nullptr;
+    WithSizeAndData GetDecoderIsolated_DXVA2Native = nullptr;
+    WithSize GetDecoderIsolated_DXVA2Native_HEVC = nullptr;
+    WithAdapterSizeAndData GetDecoderIsolated_DXVA2_v2 = nullptr;
+    WithAdapterAndSize GetDecoderIsolated_DXVA2_HEVC_v2 = nullptr;
+    Plain GetDecoderIsolated_QuickSync = nullptr;
+    Plain GetDecoderIsolated_QuickSync_HEVC = nullptr;
+};
+
+// A decoder ends by its own Destroy: it may come from another allocator.
+struct DecoderDestroyer {
+    void operator()(DecoderContext* decoder) const noexcept {
+        try {
+            decoder->Destroy();
+        } catch (...) {    // a plug-in that breaks the rule loses only itself
+        }
+    }
+};
+using DecoderPtr = std::unique_ptr<DecoderContext, DecoderDestroyer>;
+
+// Calls a factory; an empty slot and an exception are "no decoder".
+template <typename Factory, typename... Arguments>
+DecoderPtr CallFactory(Factory factory, Arguments... arguments) noexcept {
+    if (factory == nullptr)
+        return nullptr;
+    try {
+        return DecoderPtr(factory(arguments...));
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+}    // namespace corvane

@@ -1,0 +1,323 @@
+#include "decoders/FFmpegDecoder.h"
+
+#include <algorithm>
+#include <climits>
+#include <new>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/frame.h>
+#include <libavutil/pixdesc.h>
+#include <libswscale/swscale.h>
+}
+
+#include "base/FailurePoint.h"
+#include "base/Limits.h"
+#include "base/Mutex.h"
+#include "base/Status.h"
+#include "decoders/FFmpegSilence.h"
+#include "decoders/SampleConverter.h"
+
+namespace corvane {
+
+namespace {
+
+// Pictures or sound blocks that wait in a decoder. One packet of sound may hold many blocks; what a hostile packet
+// brings beyond this is thrown away.
+constexpr size_t kMaxOutput = 1024;
+
+// Libavcodec asks that codecs are opened and closed one at a time.
+Mutex& CodecMutex() {
+    static Mutex mutex;
+    return mutex;
+}
+
+bool MustFail() {
+    return failure::MustFail(failure::Site::PlatformCall);
+}
+
+AVCodecID IdOf(FFmpegCodec codec) {
+    switch (codec) {
+    case FFmpegCodec::Mjpeg:
+        return AV_CODEC_ID_MJPEG;
+    case FFmpegCodec::Mpeg4:
+        return AV_CODEC_ID_MPEG4;
+    case FFmpegCodec::H264:
+        return AV_CODEC_ID_H264;
+    case FFmpegCodec::Hevc:
+        return AV_CODEC_ID_HEVC;
+    case FFmpegCodec::AmrNb:
+        return AV_CODEC_ID_AMR_NB;
+    case FFmpegCodec::MuLaw:
+        return AV_CODEC_ID_PCM_MULAW;
+    case FFmpegCodec::ALaw:
+        return AV_CODEC_ID_PCM_ALAW;
+    }
+    return AV_CODEC_ID_NONE;
+}
+
+bool IsVideo(FFmpegCodec codec) {
+    return codec == FFmpegCodec::Mjpeg || codec == FFmpegCodec::Mpeg4 || codec == FFmpegCodec::H264 ||
+           codec == FFmpegCodec::Hevc;
+}
+
+void FreeContext(AVCodecContext* context) {
+    MutexLock lock(CodecMutex());
+    avcodec_free_context(&context);
+}
+
+// Opens the context that `set_up` fills and wraps it.
+template <typename SetUp>
+DecoderPtr Make(FFmpegCodec codec, SetUp set_up) noexcept {
+    const AVCodec* found = avcodec_find_decoder(IdOf(codec));
+    if (found == nullptr || MustFail())
+        return nullptr;
+    AVCodecContext* context = avcodec_alloc_context3(found);
+    if (context == nullptr)
+        return nullptr;
+    context->log_level_offset = kLogSilence;
+    set_up(*context);
+    bool opened = false;
+    {
+        MutexLock lock(CodecMutex());
+        opened = !MustFail() && avcodec_open2(context, found, nullptr) >= 0;
+    }
+    if (opened) {
+        try {
+            return DecoderPtr(new DecoderIsolated_FFmpeg(context, codec));
+        } catch (...) {
+            // freed below
+        }
+    }
+    FreeContext(context);
+    return nullptr;
+}
+
+// The same samples without the mark "full range": the scaler would rescale their range, and warn, for the marked ones.
+AVPixelFormat WithoutRange(AVPixelFormat format) {
+    switch (format) {
+    case AV_PIX_FMT_YUVJ420P:
+        return AV_PIX_FMT_YUV420P;
+    case AV_PIX_FMT_YUVJ422P:
+        return AV_PIX_FMT_YUV422P;
+    case AV_PIX_FMT_YUVJ444P:
+        return AV_PIX_FMT_YUV444P;
+    case AV_PIX_FMT_YUVJ440P:
+        return AV_PIX_FMT_YUV440P;
+    case AV_PIX_FMT_YUVJ411P:
+        return AV_PIX_FMT_YUV411P;
+    default:
+        return format;
+    }
+}
+
+// Goes out as it is: three planes of 4:2:0, top row first.
+bool IsPlain(const AVFrame& frame) {
+    return (frame.format == AV_PIX_FMT_YUV420P || frame.format == AV_PIX_FMT_YUVJ420P) && frame.linesize[0] > 0 &&
+           frame.linesize[1] > 0 && frame.linesize[2] > 0;
+}
+
+}    // namespace
+
+DecoderIsolated_FFmpeg::Frame::Frame() : av(MustFail() ? nullptr : av_frame_alloc()) {
+    if (av == nullptr)
+        throw std::bad_alloc();
+}
+
+DecoderIsolated_FFmpeg::Frame::~Frame() {
+    av_frame_free(&av);
+}
+
+DecoderIsolated_FFmpeg::DecoderIsolated_FFmpeg(AVCodecContext* context, FFmpegCodec codec)
+    : m_codec(codec), m_is_video(IsVideo(codec)) {
+    if (!m_is_video)
+        m_samples = std::make_unique<SampleConverter>();
+    m_packet = MustFail() ? nullptr : av_packet_alloc();
+    if (m_packet == nullptr)
+        throw std::bad_alloc();
+    m_context = context;
+}
+
+DecoderIsolated_FFmpeg::~DecoderIsolated_FFmpeg() {
+    FreeContext(m_context);
+    av_packet_free(&m_packet);
+    sws_freeContext(m_scaler);
+}
+
+int32_t DecoderIsolated_FFmpeg::Feed(const EncodedUnit& in) {
+    // A packet without bytes would tell the codec that the stream ends.
+    if (in.data == nullptr || in.size == 0 || in.size > INT_MAX - AV_INPUT_BUFFER_PADDING_SIZE)
+        return 0;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        // The packet has no owner for its bytes, so libavcodec copies them: with frame threads it keeps them longer
+        // than this call, and the caller's end with it.
+        m_packet->data = const_cast<uint8_t*>(in.data);
+        m_packet->size = static_cast<int>(in.size);
+        const int sent = MustFail() ? AVERROR(EINVAL) : avcodec_send_packet(m_context, m_packet);
+        m_packet->data = nullptr;
+        m_packet->size = 0;
+        if (sent < 0 && sent != AVERROR(EAGAIN))
+            return 0;
+        if (sent == AVERROR(EAGAIN) && attempt == 1)
+            return -1;
+        if (Receive() == Turn::Stopped || sent >= 0)
+            return 0;
+    }
+    return -1;
+}
+
+DecoderIsolated_FFmpeg::Turn DecoderIsolated_FFmpeg::Receive() {
+    for (;;) {
+        FrameRef frame(m_frames.Get());
+        const int received = MustFail() ? AVERROR(EINVAL) : avcodec_receive_frame(m_context, frame->av);
+        if (received == AVERROR(EAGAIN))
+            return Turn::Drained;
+        if (received < 0)
+            return Turn::Stopped;
+        if (frame->av->data[0] == nullptr)
+            return Turn::Drained;
+        if (m_output.size() >= kMaxOutput) {
+            avcodec_flush_buffers(m_context);
+            return Turn::Stopped;
+        }
+        if (IsKept(*frame->av))
+            m_output.push_back(std::move(frame));
+    }
+}
+
+bool DecoderIsolated_FFmpeg::IsKept(const AVFrame& frame) const {
+    if (!m_is_video)
+        return frame.nb_samples > 0;
+    return frame.width > 0 && frame.height > 0 && frame.width <= static_cast<int>(limits::kMaxPictureSide) &&
+           frame.height <= static_cast<int>(limits::kMaxPictureSide) &&
+           uint64_t(frame.width) * uint64_t(frame.height) <= limits::kMaxPicturePixels;
+}
+
+bool DecoderIsolated_FFmpeg::ConvertFront() {
+    const AVFrame& source = *m_output.front()->av;
+    const AVPixelFormat declared = WithoutRange(static_cast<AVPixelFormat>(source.format));
+    if (sws_isSupportedInput(declared) == 0)
+        return false;
+    FrameRef converted(m_converted.Get());
+    AVFrame& target = *converted->av;
+    if (target.buf[0] == nullptr || target.width != source.width || target.height != source.height) {
+        av_frame_unref(&target);
+        target.format = AV_PIX_FMT_YUV420P;
+        target.width = source.width;
+        target.height = source.height;
+        if (MustFail() || av_frame_get_buffer(&target, 32) < 0)
+            return false;
+    }
+    if (MustFail())
+        return false;
+    m_scaler = sws_getCachedContext(m_scaler, source.width, source.height, declared, source.width, source.height,
+                                    AV_PIX_FMT_YUV420P, SWS_FAST_BILINEAR, nullptr, nullptr, nullptr);
+    if (m_scaler == nullptr || MustFail() ||
+        sws_scale(m_scaler, source.data, source.linesize, 0, source.height, target.data, target.linesize) < 0)
+        return false;
+    m_output.front() = std::move(converted);
+    return true;
+}
+
+int32_t DecoderIsolated_FFmpeg::NextPicture(DecodedFrame* out, uint32_t* got, const EncodedUnit& in) {
+    *got = 0;
+    if (m_front_is_current)
+        m_output.pop_front();
+    m_front_is_current = false;
+    while (m_output.size() > limits::kInFlightSlack)
+        m_output.pop_front();    // a stream that gives two pictures a packet for ever
+    if (Feed(in) < 0)
+        return -1;
+    const auto consumed = static_cast<int32_t>(std::min<uint32_t>(in.size, INT32_MAX));
+    if (m_output.empty())
+        return consumed;
+    if (!IsPlain(*m_output.front()->av) && !ConvertFront()) {
+        m_output.pop_front();
+        return -1;
+    }
+    const AVFrame& frame = *m_output.front()->av;
+    for (int i = 0; i < 3; ++i) {
+        out->planes[i] = frame.data[i];
+        out->strides[i] = static_cast<uint32_t>(frame.linesize[i]);
+    }
+    out->width = static_cast<uint32_t>(frame.width);
+    out->height = static_cast<uint32_t>(frame.height);
+    m_front_is_current = true;
+    *got = 2;
+    return consumed;
+}
+
+int32_t DecoderIsolated_FFmpeg::DecodeVideo(DecodedFrame* out, uint32_t* got, const EncodedUnit* in) {
+    if (!m_is_video)
+        return -1;
+    try {
+        return NextPicture(out, got, *in);
+    } catch (...) {    // no memory; nothing may cross this interface
+        return -1;
+    }
+}
+
+int32_t DecoderIsolated_FFmpeg::WriteSamples(uint8_t* pcm, uint32_t capacity, uint32_t* written) {
+    *written = 0;
+    while (!m_output.empty()) {
+        const FrameRef frame = std::move(m_output.front());
+        m_output.pop_front();
+        const int64_t bytes = SampleConverter::OutputBytes(*frame->av);
+        if (bytes < 0 || bytes > capacity - *written || m_samples->Convert(*frame->av, pcm + *written) < 0)
+            return -1;
+        *written += static_cast<uint32_t>(bytes);
+    }
+    return 0;
+}
+
+int32_t DecoderIsolated_FFmpeg::DecodeAudio(uint8_t* pcm, uint32_t* size, const EncodedUnit* in) {
+    if (m_is_video)
+        return static_cast<int32_t>(Status::NotSupported);
+    try {
+        uint32_t written = 0;
+        if (Feed(*in) < 0 || WriteSamples(pcm, *size, &written) < 0)
+            return -1;
+        *size = written;
+        return 0;
+    } catch (...) {
+        return -1;
+    }
+}
+
+int32_t DecoderIsolated_FFmpeg::ShareFrame(DecodedFrame* out, int32_t version) {
+    if (version < 2)
+        return static_cast<int32_t>(Status::VersionMismatch);
+    if (!m_front_is_current)
+        return -1;
+    Frame* frame = m_output.front().Get();
+    frame->AddRef();
+    out->owner = frame;
+    out->add_ref = &Frame::AddRefOwner;
+    out->release = &Frame::ReleaseOwner;
+    return 0;
+}
+
+DecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept {
+    return Make(codec, [&](AVCodecContext& context) {
+        const uint32_t most = codec == FFmpegCodec::Hevc ? 32 : 16;
+        context.workaround_bugs = FF_BUG_AUTODETECT;
+        context.flags2 = AV_CODEC_FLAG2_FAST | (codec == FFmpegCodec::H264 ? AV_CODEC_FLAG2_SHOW_ALL : 0);
+        context.skip_loop_filter = AVDISCARD_NONREF;
+        context.thread_count = static_cast<int>(std::clamp<uint32_t>(threads, 1, most));
+        context.max_pixels = limits::kMaxPicturePixels;
+    });
+}
+
+DecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sample_rate, uint32_t channels,
+                            uint32_t bits_per_sample) noexcept {
+    if (sample_rate > INT_MAX || channels == 0 || channels > INT16_MAX)
+        return nullptr;
+    return Make(codec, [&](AVCodecContext& context) {
+        context.sample_rate = static_cast<int>(sample_rate);
+        av_channel_layout_default(&context.ch_layout, static_cast<int>(channels));
+        context.bits_per_coded_sample = static_cast<int>(bits_per_sample);
+        context.request_sample_fmt = AV_SAMPLE_FMT_S16;
+    });
+}
+
+}    // namespace corvane

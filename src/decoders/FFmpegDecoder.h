@@ -1,0 +1,79 @@
+// The software decoder: one FFmpeg codec context behind the decoder interface. The only place of the library that
+// touches libavcodec, libswscale and libswresample.
+//
+// It prints nothing and leaves FFmpeg's process-wide state (log level, callbacks) as the host has it.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+
+#include "corvane/decoder.h"
+#include "decoders/DecoderFactories.h"
+#include "decoders/FrameQueue.h"
+
+struct AVCodecContext;
+struct AVFrame;
+struct AVPacket;
+struct SwsContext;
+
+namespace corvane {
+
+enum class FFmpegCodec { Mjpeg, Mpeg4, H264, Hevc, AmrNb, MuLaw, ALaw };
+
+class SampleConverter;
+
+class DecoderIsolated_FFmpeg final : public DecoderContext {
+public:
+    class Frame : public QMRX::SDK::Utility::PooledFrame<Frame> {
+    public:
+        Frame();    // raises std::bad_alloc
+        ~Frame();
+        AVFrame* av = nullptr;
+    };
+
+    // Takes over an open context. Raises std::bad_alloc; the context is then the caller's still.
+    DecoderIsolated_FFmpeg(AVCodecContext* context, FFmpegCodec codec);
+
+    int32_t DecodeVideo(DecodedFrame* out, uint32_t* got, const EncodedUnit* in) override;
+    int32_t DecodeAudio(uint8_t* pcm, uint32_t* size, const EncodedUnit* in) override;
+    void Destroy() override { delete this; }
+    int32_t ShareFrame(DecodedFrame* out, int32_t version) override;
+
+private:
+    using FrameRef = QMRX::SDK::Utility::FrameReference<Frame>;
+    enum class Turn { Drained, Stopped };
+
+    ~DecoderIsolated_FFmpeg();
+    // Appends what the unit brings to m_output. Negative when the decoder refuses to work; a damaged unit is 0.
+    int32_t Feed(const EncodedUnit& in);
+    // Takes all that is ready. Stopped: an error on the way.
+    Turn Receive();
+    bool IsKept(const AVFrame& frame) const;
+    // Replaces the front of m_output by a three-plane 4:2:0 picture.
+    bool ConvertFront();
+    int32_t NextPicture(DecodedFrame* out, uint32_t* got, const EncodedUnit& in);
+    int32_t WriteSamples(uint8_t* pcm, uint32_t capacity, uint32_t* written);
+
+    // Constant after construction.
+    const FFmpegCodec m_codec;
+    const bool m_is_video;
+    AVCodecContext* m_context = nullptr;
+    AVPacket* m_packet = nullptr;
+
+    // Used by one thread at a time.
+    QMRX::SDK::Utility::FrameQueue<Frame> m_frames;       // as the codec gives them
+    QMRX::SDK::Utility::FrameQueue<Frame> m_converted;    // 4:2:0 copies of other formats
+    SwsContext* m_scaler = nullptr;
+    std::unique_ptr<SampleConverter> m_samples;
+    std::deque<FrameRef> m_output;      // received and not yet superseded, oldest first
+    bool m_front_is_current = false;    // the front was handed out by the last DecodeVideo
+};
+
+// A new decoder, or null when the codec is missing, does not open, or there is no memory. `threads` is raised to 1 and
+// bounded by 32 for H.265 and 16 for the others.
+DecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept;
+DecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sample_rate, uint32_t channels,
+                            uint32_t bits_per_sample) noexcept;
+
+}    // namespace corvane

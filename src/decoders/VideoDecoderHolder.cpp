@@ -1,0 +1,299 @@
+#include "decoders/VideoDecoderHolder.h"
+
+#include <algorithm>
+#include <thread>
+
+#include "base/Limits.h"
+#include "decoders/FFmpegDecoder.h"
+#include "decoders/PlaceholderDecoder.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr uint32_t kKindCuvid = 1;
+constexpr uint32_t kKindDxva2 = 2;
+constexpr uint32_t kKindQuickSync = 3;
+constexpr uint32_t kMostThreads = 32;    // that any decoder makes use of
+
+uint32_t ThreadCount(uint32_t asked, uint32_t width, uint32_t height) {
+    if (asked != 0)
+        return std::min(asked, kMostThreads);
+    if (std::thread::hardware_concurrency() == 1)
+        return 1;
+    return width >= 1280 || height >= 800 ? 2 : 1;
+}
+
+DecoderPtr MakeSoftware(uint32_t codec, uint32_t threads) {
+    switch (codec) {
+    case CORVANE_STREAM_JPEG:
+        return MakeVideoDecoder(FFmpegCodec::Mjpeg, 0);
+    case CORVANE_STREAM_MPEG4:
+        return MakeVideoDecoder(FFmpegCodec::Mpeg4, 0);
+    case CORVANE_STREAM_H264:
+        return MakeVideoDecoder(FFmpegCodec::H264, threads);
+    case CORVANE_STREAM_H265:
+        return MakeVideoDecoder(FFmpegCodec::Hevc, threads);
+    case CORVANE_STREAM_PLACEHOLDER:
+        return MakePlaceholderDecoder();
+    default:
+        return nullptr;
+    }
+}
+
+// The form of a factory that knows the display adapter, where the plug-in has it, else the older one.
+template <typename NewFactory, typename OldFactory, typename... Arguments>
+DecoderPtr CallEither(NewFactory with_adapter, uint32_t adapter, OldFactory without, Arguments... arguments) {
+    return with_adapter != nullptr ? CallFactory(with_adapter, adapter, arguments...)
+                                   : CallFactory(without, arguments...);
+}
+
+// What a plug-in says of its picture is looked at before anything reads the pixels.
+bool Plausible(const DecodedFrame& picture) {
+    const uint64_t chroma_row = (uint64_t{picture.width} + 1) / 2 * (picture.strides[2] == 0 ? 2 : 1);
+    return picture.width > 0 && picture.height > 0 && picture.width <= limits::kMaxPictureSide &&
+           picture.height <= limits::kMaxPictureSide &&
+           uint64_t{picture.width} * picture.height <= limits::kMaxPicturePixels && picture.planes[0] != nullptr &&
+           picture.planes[1] != nullptr && (picture.strides[2] == 0 || picture.planes[2] != nullptr) &&
+           picture.strides[0] >= picture.width && picture.strides[1] >= chroma_row &&
+           (picture.strides[2] == 0 || picture.strides[2] >= chroma_row);
+}
+
+}    // namespace
+
+void VideoDecoderHolder::SetH264Kind(uint32_t kind) {
+    MutexLock lock(m_settings_mutex);
+    m_settings.h264_kind = kind;
+}
+
+void VideoDecoderHolder::SetMpeg4Kind(uint32_t kind) {
+    MutexLock lock(m_settings_mutex);
+    m_settings.mpeg4_kind = kind;
+}
+
+void VideoDecoderHolder::SetHevcKind(uint32_t kind) {
+    MutexLock lock(m_settings_mutex);
+    m_settings.hevc_kind = kind;
+}
+
+void VideoDecoderHolder::SetThreads(uint32_t threads) {
+    MutexLock lock(m_settings_mutex);
+    m_settings.threads = threads;
+}
+
+void VideoDecoderHolder::SetBackwardMemoryMode(uint32_t mode) {
+    MutexLock lock(m_settings_mutex);
+    m_settings.backward_memory_mode = mode;
+}
+
+void VideoDecoderHolder::SetFallbackAllowed(bool allowed) {
+    MutexLock lock(m_settings_mutex);
+    m_settings.fallback_allowed = allowed;
+}
+
+void VideoDecoderHolder::SetFactories(const DecoderFactories& factories) {
+    MutexLock lock(m_settings_mutex);
+    m_settings.factories = factories;
+}
+
+VideoDecoderHolder::Settings VideoDecoderHolder::CopySettings() const {
+    MutexLock lock(m_settings_mutex);
+    return m_settings;
+}
+
+void VideoDecoderHolder::SetAdapter(uint32_t adapter) {
+    if (adapter == m_adapter)
+        return;
+    m_adapter = adapter;
+    const DecoderFactories factories = CopySettings().factories;
+    const bool depends_on_adapter =
+        (m_active_kind == kKindCuvid && factories.GetDecoderIsolated_CUVID_MP4V_v2 != nullptr) ||
+        (m_active_kind == kKindDxva2 && factories.GetDecoderIsolated_DXVA2_v2 != nullptr);
+    if (depends_on_adapter)
+        Reset(m_backward);
+}
+
+void VideoDecoderHolder::Reset(bool backward) {
+    m_decoder.reset();
+    m_active_kind = 0;
+    m_codec = m_vendor_tag = m_width = m_height = 0;
+    m_last_got = 0;
+    m_frame = DecodedFrame{};
+    m_marks = FieldMarks{};
+    m_extension_seen = false;
+    m_backward = backward;
+    m_in_flight.clear();
+}
+
+bool VideoDecoderHolder::CurrentInput(FramePtr& out) const {
+    if (m_frame.planes[0] == nullptr || m_in_flight.empty())
+        return false;
+    out = m_in_flight.front();
+    return true;
+}
+
+void VideoDecoderHolder::ChooseDecoder(const MediaFrameImpl& frame) {
+    if (!m_backward && !frame.IsKeyFrame())
+        return;
+    const uint32_t codec = frame.Header().streamType;
+    if (m_codec == codec && m_vendor_tag == frame.VendorTag() && m_width == frame.DecodedWidth() &&
+        m_height == frame.DecodedHeight())
+        return;
+    Reset(m_backward);
+    const Settings settings = CopySettings();
+    const uint32_t threads = ThreadCount(settings.threads, frame.DecodedWidth(), frame.DecodedHeight());
+    uint32_t kind = 0;
+    DecoderPtr decoder = MakeFromPlugin(settings, frame, &kind);
+    if (decoder == nullptr) {
+        kind = 0;
+        decoder = MakeSoftware(codec, threads);
+    }
+    if (decoder == nullptr)
+        return;
+    // Backward play, once there is such a decoder, wraps `decoder` here and in FallBack (not for JPEG and
+    // placeholders). Until then it is fed as in forward play.
+    m_decoder = std::move(decoder);
+    m_active_kind = kind;
+    m_threads = threads;
+    m_codec = codec;
+    m_vendor_tag = frame.VendorTag();
+    m_width = frame.DecodedWidth();
+    m_height = frame.DecodedHeight();
+}
+
+// *kind is that of the plug-in's hardware, where the result is not null.
+DecoderPtr VideoDecoderHolder::MakeFromPlugin(const Settings& settings, const MediaFrameImpl& frame,
+                                              uint32_t* kind) const {
+    const DecoderFactories& factories = settings.factories;
+    const uint32_t width = frame.DecodedWidth();
+    const uint32_t height = frame.DecodedHeight();
+    switch (frame.Header().streamType) {
+    case CORVANE_STREAM_H263:    // vendors' own streams; their decoders are no hardware
+        if (frame.VendorTag() == FourCharacters("DAHU"))
+            return CallFactory(factories.GetDecoderIsolated_Dahua);
+        if (frame.VendorTag() == FourCharacters("HIKV"))
+            return CallFactory(factories.GetDecoderIsolated_Hikvision, frame.VendorBlob(), frame.VendorBlobSize());
+        return nullptr;
+    case CORVANE_STREAM_MPEG4:
+        *kind = settings.mpeg4_kind;
+        if (*kind == kKindCuvid)
+            return CallEither(factories.GetDecoderIsolated_CUVID_MP4V_v2, m_adapter,
+                              factories.GetDecoderIsolated_CUVID_MP4V);
+        return nullptr;
+    case CORVANE_STREAM_H264:
+        *kind = settings.h264_kind;
+        if (*kind == kKindCuvid)
+            return CallEither(factories.GetDecoderIsolated_CUVID_H264_v2, m_adapter,
+                              factories.GetDecoderIsolated_CUVID_H264);
+        if (*kind == kKindDxva2)
+            return CallEither(factories.GetDecoderIsolated_DXVA2_v2, m_adapter,
+                              factories.GetDecoderIsolated_DXVA2Native, width, height, frame.Payload(),
+                              frame.PayloadSize());
+        if (*kind == kKindQuickSync)
+            return CallFactory(factories.GetDecoderIsolated_QuickSync);
+        return nullptr;
+    case CORVANE_STREAM_H265:
+        *kind = settings.hevc_kind;
+        if (*kind == kKindCuvid)
+            return CallEither(factories.GetDecoderIsolated_CUVID_HEVC_v2, m_adapter,
+                              factories.GetDecoderIsolated_CUVID_HEVC);
+        if (*kind == kKindDxva2)
+            return CallEither(factories.GetDecoderIsolated_DXVA2_HEVC_v2, m_adapter,
+                              factories.GetDecoderIsolated_DXVA2Native_HEVC, width, height);
+        if (*kind == kKindQuickSync)
+            return CallFactory(factories.GetDecoderIsolated_QuickSync_HEVC);
+        return nullptr;
+    default:
+        return nullptr;
+    }
+}
+
+bool VideoDecoderHolder::FallBack(const MediaFrameImpl& frame) {
+    if ((!m_backward && !frame.IsKeyFrame()) || m_active_kind == 0)
+        return false;
+    const Settings settings = CopySettings();
+    if (!settings.fallback_allowed ||
+        (m_codec != CORVANE_STREAM_MPEG4 && m_codec != CORVANE_STREAM_H264 && m_codec != CORVANE_STREAM_H265))
+        return false;
+    const uint32_t threads = ThreadCount(settings.threads, m_width, m_height);
+    DecoderPtr software = MakeSoftware(m_codec, threads);
+    if (software == nullptr)
+        return false;
+    m_in_flight.clear();
+    m_last_got = 0;    // no picture of the new decoder is out: nothing to take from in_flight for the first one
+    m_decoder = std::move(software);
+    m_threads = threads;
+    m_active_kind = 0;
+    return true;
+}
+
+// Negative also for an exception and for a picture that cannot be.
+int32_t VideoDecoderHolder::CallDecoder(const MediaFrameImpl& frame, uint32_t* got, DecodedFrame* picture) noexcept {
+    const EncodedUnit unit{frame.Payload(), frame.PayloadSize(), frame.Header().frameType};
+    try {
+        const int32_t result = m_decoder->DecodeVideo(picture, got, &unit);
+        return result >= 0 && *got != 0 && !Plausible(*picture) ? -1 : result;
+    } catch (...) {
+        return -1;
+    }
+}
+
+int32_t VideoDecoderHolder::Decode(const FramePtr& frame, uint32_t* got) {
+    *got = 0;
+    ChooseDecoder(*frame);
+    if (m_decoder == nullptr)
+        return -1;
+    m_in_flight.push_back(frame);    // first, since it may raise
+    m_frame = DecodedFrame{};        // the last picture ends with the next call on its decoder
+    DecodedFrame picture{};
+    if (CallDecoder(*frame, got, &picture) < 0) {
+        m_in_flight.pop_back();
+        *got = 0;
+        return FallBack(*frame) ? Decode(frame, got) : -1;    // once: the fall-back is software
+    }
+    if (*got == 0) {
+        if (m_last_got != 0 && !m_backward)
+            Reset(false);    // it gave pictures and stopped answering: the next key frame brings a new one
+        m_last_got = 0;
+    } else {
+        if (m_last_got != 0)
+            m_in_flight.pop_front();    // superseded
+        m_last_got = *got;
+        m_frame = picture;
+        ApplyFieldMarks(*m_in_flight.front());
+        CarryLensRecord(*m_in_flight.front());
+    }
+    if (m_in_flight.size() > m_threads + limits::kInFlightSlack) {
+        Reset(m_backward);    // stuck
+        *got = 0;
+    }
+    return 0;
+}
+
+void VideoDecoderHolder::ApplyFieldMarks(MediaFrameImpl& frame) {
+    const uint32_t codec = frame.Header().streamType;
+    if (codec == CORVANE_STREAM_JPEG)
+        ReadJpegMarker(frame.Payload(), frame.PayloadSize(), m_marks);
+    else if (codec == CORVANE_STREAM_MPEG4)
+        ReadMpeg4Marker(frame.Payload(), frame.PayloadSize(), m_marks);
+    else
+        return;
+    if (m_marks.field_l_mode)
+        frame.RaiseFieldCoded();
+    if (m_marks.interlaced_mode)
+        frame.RaiseInterlaced();
+}
+
+// A camera sends its lens record with key frames only.
+void VideoDecoderHolder::CarryLensRecord(MediaFrameImpl& frame) {
+    const LensRecord* record = frame.Lens();
+    if (frame.IsKeyFrame()) {
+        m_extension_seen = record != nullptr;
+        if (record != nullptr)
+            m_extension = *record;
+    } else if (m_extension_seen) {
+        frame.SetLensRecord(m_extension);
+    }
+}
+
+}    // namespace corvane

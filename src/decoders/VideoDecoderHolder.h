@@ -1,0 +1,100 @@
+// Picks, replaces and feeds the video decoder of one channel, and knows which input frame a picture came from.
+//
+// Threads: the setters may be called from any thread and never wait for a decode. Everything else is used by one thread
+// at a time, under the channel's decoder lock; CurrentFrame, CurrentInput and ActiveKind by several while none of the
+// others runs.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+
+#include "base/Mutex.h"
+#include "corvane/decoder.h"
+#include "decoders/DecoderFactories.h"
+#include "decoders/FieldMarker.h"
+#include "frame/MediaFrameImpl.h"
+
+namespace corvane {
+
+class VideoDecoderHolder {
+public:
+    VideoDecoderHolder() = default;
+    VideoDecoderHolder(const VideoDecoderHolder&) = delete;
+    VideoDecoderHolder& operator=(const VideoDecoderHolder&) = delete;
+
+    // What the next decoder made will use. Kinds: 0 software, 1 CUVID, 2 DXVA2, 3 QuickSync. Threads: 0 for automatic.
+    void SetH264Kind(uint32_t kind) EXCLUDES(m_settings_mutex);
+    void SetMpeg4Kind(uint32_t kind) EXCLUDES(m_settings_mutex);
+    void SetHevcKind(uint32_t kind) EXCLUDES(m_settings_mutex);
+    void SetThreads(uint32_t threads) EXCLUDES(m_settings_mutex);
+    void SetBackwardMemoryMode(uint32_t mode) EXCLUDES(m_settings_mutex);
+    void SetFallbackAllowed(bool allowed) EXCLUDES(m_settings_mutex);
+    void SetFactories(const DecoderFactories& factories) EXCLUDES(m_settings_mutex);
+
+    // Makes or replaces the decoder where `frame` asks for it, and decodes. 0, with *got 0 when this call brought no
+    // picture; -1 when there is no decoder (until the next key frame, in forward play) or it failed. Raises
+    // std::bad_alloc.
+    int32_t Decode(const FramePtr& frame, uint32_t* got);
+
+    // Index of the display adapter that shows the window; a decoder that was made for another one is dropped.
+    void SetAdapter(uint32_t adapter);
+
+    // Drops the decoder and all that is on its way through it.
+    void Reset(bool backward);
+
+    // The current picture, valid until the next Decode, SetAdapter or Reset; all zero when there is none.
+    const DecodedFrame& CurrentFrame() const { return m_frame; }
+
+    // Hardware kind of the current decoder, 0 when it is software or there is none.
+    uint32_t ActiveKind() const { return m_active_kind; }
+
+    // The input that the current picture came from; false when there is no picture.
+    bool CurrentInput(FramePtr& out) const;
+
+    // Frames that went in and have not been superseded by a later picture.
+    size_t InFlight() const { return m_in_flight.size(); }
+
+private:
+    struct Settings {
+        DecoderFactories factories;
+        uint32_t h264_kind = 0;
+        uint32_t mpeg4_kind = 0;
+        uint32_t hevc_kind = 0;
+        uint32_t threads = 0;
+        uint32_t backward_memory_mode = 0;
+        bool fallback_allowed = false;
+    };
+
+    Settings CopySettings() const EXCLUDES(m_settings_mutex);
+    void ChooseDecoder(const MediaFrameImpl& frame);
+    DecoderPtr MakeFromPlugin(const Settings& settings, const MediaFrameImpl& frame, uint32_t* kind) const;
+    bool FallBack(const MediaFrameImpl& frame);
+    int32_t CallDecoder(const MediaFrameImpl& frame, uint32_t* got, DecodedFrame* picture) noexcept;
+    void ApplyFieldMarks(MediaFrameImpl& frame);
+    void CarryLensRecord(MediaFrameImpl& frame);
+
+    // Guarded by m_settings_mutex, which is taken last and held for a copy only.
+    mutable Mutex m_settings_mutex;
+    Settings m_settings GUARDED_BY(m_settings_mutex);
+
+    // Used by one thread at a time.
+    DecoderPtr m_decoder;
+    uint32_t m_active_kind = 0;
+    uint32_t m_threads = 1;    // of the current decoder
+    uint32_t m_adapter = 0;
+    bool m_backward = false;
+    // Stream parameters that the current decoder was made for, all 0 when there is none.
+    uint32_t m_codec = 0;
+    uint32_t m_vendor_tag = 0;
+    uint32_t m_width = 0;
+    uint32_t m_height = 0;
+    uint32_t m_last_got = 0;    // *got of the last call that gave a picture; 0 when none has come yet
+    DecodedFrame m_frame{};
+    FieldMarks m_marks;
+    bool m_extension_seen = false;
+    LensRecord m_extension;    // of the latest key frame
+    std::deque<FramePtr>
+        m_in_flight;    // in order of input; its front belongs to the current picture, when there is one
+};
+
+}    // namespace corvane

@@ -1,0 +1,309 @@
+#include "support/StreamMaker.h"
+
+#include <cmath>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/opt.h>
+#include <libavutil/pixdesc.h>
+}
+
+#ifdef CORVANE_TEST_AMR
+#include <opencore-amrnb/interf_enc.h>
+#endif
+
+namespace corvane::test {
+
+namespace {
+
+struct Freer {
+    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+};
+using ContextPtr = std::unique_ptr<AVCodecContext, Freer>;
+using AVFramePtr = std::unique_ptr<AVFrame, Freer>;
+using PacketPtr = std::unique_ptr<AVPacket, Freer>;
+
+void Require(bool good, const char* what) {
+    if (!good)
+        throw std::runtime_error(std::string("StreamMaker: ") + what);
+}
+
+AVPixelFormat FormatOf(const VideoSpec& spec) {
+    const bool deep = spec.bit_depth == 10;
+    const bool jpeg = spec.stream_type == CORVANE_STREAM_JPEG;
+    switch (spec.sampling) {
+    case Sampling::Yuv420:
+        return deep ? AV_PIX_FMT_YUV420P10 : jpeg ? AV_PIX_FMT_YUVJ420P : AV_PIX_FMT_YUV420P;
+    case Sampling::Yuv422:
+        return deep ? AV_PIX_FMT_YUV422P10 : jpeg ? AV_PIX_FMT_YUVJ422P : AV_PIX_FMT_YUV422P;
+    case Sampling::Yuv444:
+        return deep ? AV_PIX_FMT_YUV444P10 : jpeg ? AV_PIX_FMT_YUVJ444P : AV_PIX_FMT_YUV444P;
+    case Sampling::Yuv440:
+        return AV_PIX_FMT_YUVJ440P;
+    case Sampling::Gray:
+        return deep ? AV_PIX_FMT_GRAY10 : AV_PIX_FMT_GRAY8;
+    }
+    return AV_PIX_FMT_NONE;
+}
+
+const char* EncoderOf(uint32_t stream_type) {
+    switch (stream_type) {
+    case CORVANE_STREAM_JPEG:
+        return "mjpeg";
+    case CORVANE_STREAM_MPEG4:
+        return "mpeg4";
+    case CORVANE_STREAM_H264:
+        return "libx264";
+    case CORVANE_STREAM_H265:
+        return "libx265";
+    default:
+        throw std::runtime_error("StreamMaker: no such encoder");
+    }
+}
+
+uint32_t StampBits(int number) {
+    const auto value = static_cast<uint32_t>(number) & 0xFFFF;
+    const uint32_t check = (value ^ value >> 4 ^ value >> 8 ^ value >> 12 ^ 0xA) & 0xF;
+    return value << 4 | check;
+}
+
+void SetSample(AVFrame& frame, int plane, int x, int y, int value8, int depth) {
+    uint8_t* row = frame.data[plane] + ptrdiff_t{y} * frame.linesize[plane];
+    if (depth > 8)
+        reinterpret_cast<uint16_t*>(row)[x] = static_cast<uint16_t>(value8 << (depth - 8));
+    else
+        row[x] = static_cast<uint8_t>(value8);
+}
+
+// A slope that moves with the number, so that every picture differs everywhere, under the stamp.
+void Draw(AVFrame& frame, int number, int depth) {
+    const AVPixFmtDescriptor& description = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format));
+    for (int plane = 0; plane < description.nb_components; ++plane) {
+        const int shift_x = plane == 0 ? 0 : description.log2_chroma_w;
+        const int shift_y = plane == 0 ? 0 : description.log2_chroma_h;
+        const int width = -(-frame.width >> shift_x);
+        const int height = -(-frame.height >> shift_y);
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x)
+                SetSample(frame, plane, x, y, 40 + (x * (plane + 1) + y + number * 5) / 2 % 160, depth);
+    }
+    const uint32_t bits = StampBits(number);
+    for (int y = 0; y < kStampHeight; ++y)
+        for (int x = 0; x < kStampWidth; ++x) {
+            const int bit = y / kStampBlock * 10 + x / kStampBlock;
+            SetSample(frame, 0, x, y, (bits >> bit & 1) != 0 ? 220 : 30, depth);
+        }
+}
+
+void SetOptions(AVCodecContext& context, const VideoSpec& spec) {
+    if (spec.stream_type == CORVANE_STREAM_H264) {
+        std::string options = "annexb=1:repeat-headers=1:scenecut=0:open-gop=0:threads=1:lookahead-threads=1";
+        if (spec.b_frames > 0)
+            options += ":b-adapt=0:b-pyramid=none";
+        av_opt_set(context.priv_data, "preset", "ultrafast", 0);
+        if (spec.b_frames == 0)
+            av_opt_set(context.priv_data, "tune", "zerolatency", 0);
+        av_opt_set_int(context.priv_data, "forced-idr", 1, 0);
+        av_opt_set(context.priv_data, "x264-params", options.c_str(), 0);
+    } else if (spec.stream_type == CORVANE_STREAM_H265) {
+        av_opt_set(context.priv_data, "preset", "ultrafast", 0);
+        const std::string options =
+            "log-level=none:annexb=1:repeat-headers=1:scenecut=0:open-gop=0:pools=none:frame-threads=1:wpp=0:info=0:"
+            "rc-lookahead=4:b-adapt=0:bframes=" +
+            std::to_string(spec.b_frames) + ":keyint=" + std::to_string(spec.gop) +
+            ":min-keyint=" + std::to_string(spec.gop);
+        av_opt_set(context.priv_data, "x265-params", options.c_str(), 0);
+    }
+    if (spec.interlaced)
+        context.flags |= AV_CODEC_FLAG_INTERLACED_DCT | AV_CODEC_FLAG_INTERLACED_ME;
+}
+
+ContextPtr OpenVideo(const VideoSpec& spec) {
+    const AVCodec* codec = avcodec_find_encoder_by_name(EncoderOf(spec.stream_type));
+    Require(codec != nullptr, "encoder missing");
+    ContextPtr context(avcodec_alloc_context3(codec));
+    Require(context != nullptr, "no context");
+    context->log_level_offset = 128;    // silent
+    context->width = spec.width;
+    context->height = spec.height;
+    context->pix_fmt = FormatOf(spec);
+    context->time_base = {1, 1000 / spec.frame_ms};
+    context->framerate = {1000 / spec.frame_ms, 1};
+    context->gop_size = spec.gop;
+    context->keyint_min = spec.gop;
+    context->max_b_frames = spec.b_frames;
+    context->thread_count = 1;
+    context->global_quality = 2 * FF_QP2LAMBDA;
+    if (spec.stream_type == CORVANE_STREAM_JPEG || spec.stream_type == CORVANE_STREAM_MPEG4) {
+        context->flags |= AV_CODEC_FLAG_QSCALE | AV_CODEC_FLAG_BITEXACT;
+        context->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
+    }
+    SetOptions(*context, spec);
+    Require(avcodec_open2(context.get(), codec, nullptr) >= 0, "encoder does not open");
+    return context;
+}
+
+// Appends what the encoder has ready.
+void Collect(AVCodecContext& context, const VideoSpec& spec, std::vector<EncodedPicture>& out) {
+    PacketPtr packet(av_packet_alloc());
+    while (avcodec_receive_packet(&context, packet.get()) >= 0) {
+        EncodedPicture picture;
+        picture.bytes.assign(packet->data, packet->data + packet->size);
+        picture.key = (packet->flags & AV_PKT_FLAG_KEY) != 0;
+        picture.pts_ms = packet->pts * spec.frame_ms;
+        picture.number = spec.first_number + static_cast<int>(packet->pts);
+        out.push_back(std::move(picture));
+        av_packet_unref(packet.get());
+    }
+}
+
+void EncodeSine(std::vector<int16_t>& out, size_t samples, uint32_t channels, uint32_t sample_rate, size_t* position) {
+    for (size_t i = 0; i < samples; ++i, ++*position) {
+        const double turn = 2 * M_PI * 440.0 * static_cast<double>(*position) / sample_rate;
+        out.insert(out.end(), channels, static_cast<int16_t>(12000 * std::sin(turn)));
+    }
+}
+
+#ifdef CORVANE_TEST_AMR
+std::vector<EncodedSound> MakeAmr(int packets, uint32_t blocks) {
+    constexpr size_t kBlockSamples = 160;
+    std::unique_ptr<void, void (*)(void*)> encoder(Encoder_Interface_init(0), &Encoder_Interface_exit);
+    Require(encoder != nullptr, "AMR encoder does not open");
+    std::vector<EncodedSound> out(static_cast<size_t>(packets));
+    size_t position = 0;
+    for (EncodedSound& sound : out) {
+        sound.blocks = blocks;
+        for (uint32_t block = 0; block < blocks; ++block) {
+            EncodeSine(sound.source, kBlockSamples, 1, 8000, &position);
+            uint8_t coded[64];
+            const int bytes =
+                Encoder_Interface_Encode(encoder.get(), MR122, sound.source.data() + block * kBlockSamples, coded, 0);
+            Require(bytes > 0, "AMR encoder failed");
+            sound.bytes.insert(sound.bytes.end(), coded, coded + bytes);
+        }
+    }
+    return out;
+}
+#endif
+
+}    // namespace
+
+std::vector<EncodedPicture> MakeVideo(const VideoSpec& spec) {
+    Require(spec.width >= kStampWidth && spec.height >= kStampHeight, "picture too small for its stamp");
+    ContextPtr context = OpenVideo(spec);
+    AVFramePtr frame(av_frame_alloc());
+    frame->format = context->pix_fmt;
+    frame->width = spec.width;
+    frame->height = spec.height;
+    Require(av_frame_get_buffer(frame.get(), 0) >= 0, "no picture");
+    std::vector<EncodedPicture> out;
+    for (int i = 0; i < spec.frames; ++i) {
+        Require(av_frame_make_writable(frame.get()) >= 0, "no picture");
+        Draw(*frame, spec.first_number + i, spec.bit_depth);
+        frame->pts = i;
+        frame->quality = context->global_quality;
+        frame->pict_type = i % spec.gop == 0 ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
+        frame->interlaced_frame = spec.interlaced ? 1 : 0;
+        frame->top_field_first = frame->interlaced_frame;
+        Require(avcodec_send_frame(context.get(), frame.get()) >= 0, "encoder failed");
+        Collect(*context, spec, out);
+    }
+    avcodec_send_frame(context.get(), nullptr);
+    Collect(*context, spec, out);
+    Require(out.size() == static_cast<size_t>(spec.frames), "pictures lost in the encoder");
+    return out;
+}
+
+int ReadStamp(const uint8_t* luma, uint32_t stride, double scale) {
+    uint32_t bits = 0;
+    for (int bit = 0; bit < 20; ++bit) {
+        int sum = 0;
+        int count = 0;
+        for (int y = 2; y < kStampBlock - 2; ++y)
+            for (int x = 2; x < kStampBlock - 2; ++x, ++count) {
+                const auto column = static_cast<size_t>((bit % 10 * kStampBlock + x + 0.5) * scale);
+                const auto row = static_cast<size_t>((bit / 10 * kStampBlock + y + 0.5) * scale);
+                sum += luma[row * stride + column];
+            }
+        if (sum / count >= 125)
+            bits |= 1u << bit;
+    }
+    const int number = static_cast<int>(bits >> 4);
+    return StampBits(number) == bits ? number : -1;
+}
+
+std::vector<EncodedSound> MakeSound(uint32_t stream_type, int packets, uint32_t sample_rate, uint32_t channels,
+                                    uint32_t blocks) {
+    if (stream_type == CORVANE_STREAM_AMR) {
+#ifdef CORVANE_TEST_AMR
+        return MakeAmr(packets, blocks);
+#else
+        return {};
+#endif
+    }
+    const AVCodec* codec =
+        avcodec_find_encoder(stream_type == CORVANE_STREAM_MULAW ? AV_CODEC_ID_PCM_MULAW : AV_CODEC_ID_PCM_ALAW);
+    ContextPtr context(avcodec_alloc_context3(codec));
+    Require(context != nullptr, "no context");
+    context->log_level_offset = 128;
+    context->sample_fmt = AV_SAMPLE_FMT_S16;
+    context->sample_rate = static_cast<int>(sample_rate);
+    context->time_base = {1, static_cast<int>(sample_rate)};
+    av_channel_layout_default(&context->ch_layout, static_cast<int>(channels));
+    Require(avcodec_open2(context.get(), codec, nullptr) >= 0, "encoder does not open");
+    std::vector<EncodedSound> out(static_cast<size_t>(packets));
+    size_t position = 0;
+    for (EncodedSound& sound : out) {
+        const size_t samples = sample_rate / 50;
+        EncodeSine(sound.source, samples, channels, sample_rate, &position);
+        AVFramePtr frame(av_frame_alloc());
+        PacketPtr packet(av_packet_alloc());
+        frame->format = AV_SAMPLE_FMT_S16;
+        frame->nb_samples = static_cast<int>(samples);
+        frame->sample_rate = context->sample_rate;
+        av_channel_layout_copy(&frame->ch_layout, &context->ch_layout);
+        Require(av_frame_get_buffer(frame.get(), 0) >= 0, "no sound");
+        std::memcpy(frame->data[0], sound.source.data(), sound.source.size() * sizeof(int16_t));
+        Require(avcodec_send_frame(context.get(), frame.get()) >= 0 &&
+                    avcodec_receive_packet(context.get(), packet.get()) >= 0,
+                "encoder failed");
+        sound.bytes.assign(packet->data, packet->data + packet->size);
+    }
+    return out;
+}
+
+MediaFrameHeader VideoHeader(uint32_t stream_type, const std::vector<uint8_t>& bytes, bool key, int64_t time_ms,
+                             uint32_t width, uint32_t height) {
+    MediaFrameHeader header{};
+    header.recordSize = sizeof header;
+    header.data = bytes.data();
+    header.payloadSize = static_cast<uint32_t>(bytes.size());
+    header.streamType = stream_type;
+    header.frameType = key ? 0 : 1;
+    header.timeSeconds = header.streamSeconds = static_cast<uint32_t>(time_ms / 1000);
+    header.timeMilliseconds = static_cast<uint32_t>(time_ms % 1000);
+    header.pictureWidth = width;
+    header.pictureHeight = height;
+    return header;
+}
+
+MediaFrameHeader SoundHeader(uint32_t stream_type, const EncodedSound& sound, int64_t time_ms, uint32_t sample_rate,
+                             uint32_t channels) {
+    MediaFrameHeader header = VideoHeader(stream_type, sound.bytes, true, time_ms);
+    header.audioBlockCount = sound.blocks;
+    header.audioSampleRate = sample_rate;
+    header.audioChannels = static_cast<uint8_t>(channels);
+    return header;
+}
+
+FramePtr MakeFrame(uint32_t stream_type, const std::vector<uint8_t>& bytes, bool key, int64_t time_ms, uint32_t width,
+                   uint32_t height) {
+    return std::make_shared<MediaFrameImpl>(VideoHeader(stream_type, bytes, key, time_ms, width, height));
+}
+
+}    // namespace corvane::test

@@ -1,11 +1,10 @@
-#include "support/StreamMaker.h"
-
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
 
 #include "decoders/VideoDecoderHolder.h"
+#include "support/StreamMaker.h"
 
 namespace corvane::test {
 namespace {
@@ -31,7 +30,8 @@ TEST(StreamMaker, StampsSurviveEveryKindOfStream) {
         {"mpeg4 odd", {.stream_type = CORVANE_STREAM_MPEG4, .width = 151, .height = 99}},
         {"jpeg", {.stream_type = CORVANE_STREAM_JPEG}},
         {"jpeg odd", {.stream_type = CORVANE_STREAM_JPEG, .width = 151, .height = 99}},
-        {"jpeg 4:2:2 odd", {.stream_type = CORVANE_STREAM_JPEG, .width = 151, .height = 99, .sampling = Sampling::Yuv422}},
+        {"jpeg 4:2:2 odd",
+         {.stream_type = CORVANE_STREAM_JPEG, .width = 151, .height = 99, .sampling = Sampling::Yuv422}},
         {"jpeg 4:4:4", {.stream_type = CORVANE_STREAM_JPEG, .sampling = Sampling::Yuv444}},
     };
     for (const Row& row : rows) {

@@ -43,8 +43,6 @@ AVPixelFormat FormatOf(const VideoSpec& spec) {
         return deep ? AV_PIX_FMT_YUV422P10 : jpeg ? AV_PIX_FMT_YUVJ422P : AV_PIX_FMT_YUV422P;
     case Sampling::Yuv444:
         return deep ? AV_PIX_FMT_YUV444P10 : jpeg ? AV_PIX_FMT_YUVJ444P : AV_PIX_FMT_YUV444P;
-    case Sampling::Yuv440:
-        return AV_PIX_FMT_YUVJ440P;
     case Sampling::Gray:
         return deep ? AV_PIX_FMT_GRAY10 : AV_PIX_FMT_GRAY8;
     }

@@ -11,7 +11,7 @@
 
 namespace corvane::test {
 
-enum class Sampling { Yuv420, Yuv422, Yuv444, Yuv440, Gray };
+enum class Sampling { Yuv420, Yuv422, Yuv444, Gray };
 
 struct VideoSpec {
     uint32_t stream_type = CORVANE_STREAM_H264;    // JPEG, MPEG4, H264 or H265
@@ -22,7 +22,7 @@ struct VideoSpec {
     int b_frames = 0;                        // between two others; H.264, H.265 and MPEG-4
     int frame_ms = 40;                       // from picture to picture
     int first_number = 0;                    // stamp of the first picture, 0 to 65535
-    Sampling sampling = Sampling::Yuv420;    // JPEG: any but Gray; H.264 and H.265: any but Yuv440; MPEG-4: Yuv420
+    Sampling sampling = Sampling::Yuv420;    // JPEG: any but Gray; H.264 and H.265: any; MPEG-4: Yuv420
     int bit_depth = 8;                       // 8 or 10; 10 for H.264 and H.265 only
     bool interlaced = false;                 // H.264 and MPEG-4: both fields of a frame in one packet
 };

@@ -1,6 +1,7 @@
 #include "channels/ChannelLive.h"
 
 #include <new>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -15,7 +16,7 @@ constexpr int64_t kNsPerMs = 1'000'000;
 constexpr int64_t kBufferingTick = 500 * kNsPerMs;    // how long the worker sleeps at most while the queue fills
 constexpr int64_t kSkipLateness = -499;               // ms: later than this, queued time is dropped
 constexpr uint32_t kOverForSpeed = 16;                // pops over the buffer time before the worker plays faster
-constexpr double kCatchUpRate = 1.2;
+constexpr float kCatchUpRate = 1.2f;
 
 }    // namespace
 
@@ -215,8 +216,6 @@ void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame) {
     if (worker.keyFramesOnly && !frame->IsKeyFrame())
         return;
     worker.keyFramesOnly = worker.displayMode >= 8;
-    if (worker.thinner.ShouldThin(frame->Header(), worker.displayMode & 7))
-        return;
     uint32_t got = 0;
     uint32_t kind;
     DecodedFrame picture{};
@@ -250,7 +249,7 @@ void CChannelLive::HandleAudio(WorkerState& worker, const FramePtr& frame) {
 }
 
 void CChannelLive::Pace(WorkerState& worker, const MediaFrameImpl& frame) {
-    const double rate = worker.over >= kOverForSpeed ? kCatchUpRate : 1.0;
+    const float rate = worker.over >= kOverForSpeed ? kCatchUpRate : 1.0f;
     worker.late = worker.clock.Pace(TimeMs(frame), rate, m_clock.Now());
     if (worker.late < 1)
         return;

@@ -55,7 +55,6 @@ private:
     // What the worker keeps between frames of one run.
     struct WorkerState {
         PaceClock clock;
-        FrameThinner thinner;
         bool keyFramesOnly = false;
         int64_t late = 0;    // ms, negative when late
         uint32_t over = 0;    // pops in a row that left the queue over its buffer time

@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Installs what is missing to build, run and test on Debian 12. As root, or with sudo.
+set -euo pipefail
+
+packages=(
+    build-essential cmake ninja-build ccache pkg-config git python3 binutils
+    clang-14 clang libclang-rt-14-dev
+    libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev
+    libhwy-dev libpng-dev
+    libgtest-dev libbenchmark-dev libyuv-dev ffmpeg
+    strace util-linux
+)
+
+missing=()
+for package in "${packages[@]}"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+sudo=()
+[ "$(id -u)" -eq 0 ] || sudo=(sudo)
+export DEBIAN_FRONTEND=noninteractive
+"${sudo[@]}" apt-get update -qq
+"${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+echo "installed: ${missing[*]}"

@@ -1,0 +1,29 @@
+#!/usr/bin/env python3
+"""Fails when a room includes a room that stands above it, or when a public header includes a private one."""
+import pathlib
+import re
+import sys
+
+ROOMS = ["base", "kernels", "platform", "frame", "decoders", "filters", "present", "render", "manager", "channels", "entry"]
+
+root = pathlib.Path(__file__).resolve().parent.parent
+include = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.M)
+faults = []
+for path in sorted((root / "src").rglob("*.[ch]*")):
+    room = path.relative_to(root / "src").parts[0]
+    if room == "CMakeLists.txt":
+        continue
+    if room not in ROOMS:
+        faults.append(f"{path.relative_to(root)}: its room is not in the list")
+        continue
+    for name in include.findall(path.read_text()):
+        other = name.split("/")[0]
+        if other in ROOMS and ROOMS.index(other) > ROOMS.index(room):
+            faults.append(f"{path.relative_to(root)}: {room} must not include {name}")
+for folder in ("include", "apps", "examples"):
+    for path in sorted((root / folder).rglob("*.[ch]*")):
+        for name in include.findall(path.read_text()):
+            if name.split("/")[0] in ROOMS:
+                faults.append(f"{path.relative_to(root)}: only public headers may be included, not {name}")
+print("\n".join(faults) or f"{len(ROOMS)} rooms, no upward include")
+sys.exit(bool(faults))

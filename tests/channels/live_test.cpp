@@ -1,0 +1,317 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <random>
+#include <thread>
+
+#include "support/Client.h"
+
+namespace corvane {
+namespace {
+
+using test::Client;
+using test::EncodedPicture;
+using test::Eventually;
+using test::MakeVideo;
+using test::VideoSpec;
+
+constexpr int64_t kStep = 5;    // ms between frames: the tests run through the real clock
+
+std::vector<int> Numbers(int first, int count) {
+    std::vector<int> numbers;
+    for (int i = 0; i < count; ++i)
+        numbers.push_back(first + i);
+    return numbers;
+}
+
+TEST(LiveChannel, EveryStreamComesThroughInOrder) {
+    const struct {
+        const char* name;
+        VideoSpec spec;
+    } rows[] = {
+        {"h264", {}},
+        {"h264 4:2:2", {.sampling = test::Sampling::Yuv422}},
+        {"h264 10 bit", {.bit_depth = 10}},
+        {"h264 interlaced", {.interlaced = true}},
+        {"h265", {.stream_type = CORVANE_STREAM_H265}},
+        {"mpeg4", {.stream_type = CORVANE_STREAM_MPEG4}},
+        {"jpeg", {.stream_type = CORVANE_STREAM_JPEG}},
+        {"jpeg 4:2:2 odd", {.stream_type = CORVANE_STREAM_JPEG, .width = 151, .height = 99, .sampling = test::Sampling::Yuv422}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Client client;
+        client.Start();
+        const std::vector<EncodedPicture> pictures = MakeVideo(row.spec);
+        std::vector<int> seen;
+        for (size_t i = 0; i < pictures.size(); ++i) {
+            ASSERT_EQ(client.Feed(row.spec.stream_type, pictures[i].bytes, pictures[i].key, kStep * static_cast<int64_t>(i)), Status_Ok);
+            // One at a time: the off-screen renderer shows the newest picture only. A decoder may answer one picture late.
+            if (i > 0)
+                ASSERT_TRUE(Eventually([&] { return client.Stamps().size() + 1 >= i; }));
+        }
+        std::vector<int> stamps = client.Stamps();
+        ASSERT_GE(stamps.size(), pictures.size() - 2);
+        EXPECT_EQ(stamps, Numbers(0, static_cast<int>(stamps.size())));
+    }
+}
+
+struct Damage {
+    const char* name;
+    void (*apply)(std::vector<EncodedPicture>&);
+};
+
+// Whatever comes between, the next good key frame is shown.
+TEST(LiveChannel, RecoversAtTheNextKeyFrameFromEveryDamage) {
+    const Damage damages[] = {
+        {"cut", [](auto& pictures) { for (auto& p : pictures) p.bytes.resize(p.bytes.size() / 3); }},
+        {"bits flipped", [](auto& pictures) {
+             std::mt19937 random(7);
+             for (auto& p : pictures)
+                 for (int i = 0; i < 40; ++i)
+                     p.bytes[random() % p.bytes.size()] ^= static_cast<uint8_t>(1u << (random() % 8));
+         }},
+        {"packets lost", [](auto& pictures) { pictures.erase(pictures.begin()); pictures.erase(pictures.begin() + 2); }},
+        {"packets doubled", [](auto& pictures) { pictures.insert(pictures.begin() + 1, pictures[1]); pictures.insert(pictures.begin(), pictures[0]); }},
+        {"empty payloads", [](auto& pictures) { for (auto& p : pictures) p.bytes.clear(); }},
+        {"garbage marked as key frames", [](auto& pictures) {
+             std::mt19937 random(11);
+             for (auto& p : pictures) {
+                 p.key = true;
+                 for (auto& byte : p.bytes)
+                     byte = static_cast<uint8_t>(random());
+             }
+         }},
+    };
+    for (const uint32_t type : {CORVANE_STREAM_H264, CORVANE_STREAM_H265, CORVANE_STREAM_MPEG4, CORVANE_STREAM_JPEG}) {
+        const std::vector<EncodedPicture> good = MakeVideo({.stream_type = type, .frames = 5, .first_number = 100});
+        for (const Damage& damage : damages) {
+            SCOPED_TRACE(std::to_string(type) + " " + damage.name);
+            std::vector<EncodedPicture> bad = MakeVideo({.stream_type = type, .frames = 10});
+            damage.apply(bad);
+            Client client;
+            client.Start();
+            ASSERT_EQ(Corvane_SetChannelOption(client.channel, 42, 0, 0), Status_Ok);    // block: nothing is refused
+            int64_t time = 0;
+            for (const EncodedPicture& p : bad)
+                ASSERT_EQ(client.Feed(type, p.bytes, p.key, time += kStep), Status_Ok);
+            bool shown = false;
+            for (int turn = 0; turn < 3 && !shown; ++turn) {    // a decoder that was dropped comes back with a key frame
+                for (const EncodedPicture& p : good)
+                    ASSERT_EQ(client.Feed(type, p.bytes, p.key, time += kStep), Status_Ok);
+                shown = Eventually([&] {
+                    QueueState state{};
+                    Corvane_GetRemainingQueueElementCount(client.channel, &state);
+                    const std::vector<int> stamps = client.Stamps();
+                    return (!stamps.empty() && stamps.back() >= 103) || (turn < 2 && state.state == 1);
+                });
+                const std::vector<int> stamps = client.Stamps();
+                shown = shown && !stamps.empty() && stamps.back() >= 103;
+            }
+            EXPECT_TRUE(shown);
+        }
+    }
+}
+
+TEST(LiveChannel, NothingIsShownBeforeTheFirstKeyFrame) {
+    const std::vector<EncodedPicture> pictures = MakeVideo({.frames = 10});
+    Client client;
+    client.Start();
+    for (size_t i = 1; i < pictures.size(); ++i)
+        ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, pictures[i].bytes, pictures[i].key, kStep * static_cast<int64_t>(i)), Status_Ok);
+    ASSERT_TRUE(client.WaitForStamp(9));
+    for (const int stamp : client.Stamps())
+        EXPECT_GE(stamp, 5);
+}
+
+// Pictures keep coming whatever the times do, and each carries its own.
+TEST(LiveChannel, StrangeTimesKeepTheStreamRunning) {
+    const struct {
+        const char* name;
+        std::vector<int64_t> times;
+    } rows[] = {
+        {"jump of an hour", {0, 5, 3'600'000, 3'600'005, 3'600'010, 3'600'015}},
+        {"jump back an hour", {3'600'000, 3'600'005, 0, 5, 10, 15}},
+        {"all equal", {7, 7, 7, 7, 7, 7}},
+        {"running backward", {1000, 995, 990, 985, 980, 975}},
+        {"single frames far off", {0, 5, 4'000'000'000, 15, 20, 25}},
+        {"wrap of the seconds", {4'294'967'295'990, 4'294'967'295'995, 0, 5, 10, 15}},
+    };
+    const std::vector<EncodedPicture> pictures = MakeVideo({.stream_type = CORVANE_STREAM_JPEG, .frames = 6});
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Client client;
+        client.Start();
+        for (size_t i = 0; i < row.times.size(); ++i) {
+            ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, pictures[i].bytes, true, row.times[i]), Status_Ok);
+            ASSERT_TRUE(client.WaitForStamp(static_cast<int>(i)));
+        }
+        const std::vector<Client::Shown> shown = client.Take();
+        ASSERT_EQ(shown.size(), row.times.size());
+        for (size_t i = 0; i < shown.size(); ++i)
+            EXPECT_EQ(shown[i].milliseconds, static_cast<uint32_t>(row.times[i] % 1000));
+    }
+}
+
+TEST(LiveChannel, SizeChangesAtAKeyFrameAndInMidStream) {
+    const struct {
+        const char* name;
+        uint32_t type;
+        bool stated;       // the record states the size
+        bool markedKey;    // the first picture of the other size is marked as a key frame
+        bool atOnce;
+    } rows[] = {
+        {"h264, key frame, size not stated", CORVANE_STREAM_H264, false, true, true},
+        {"h264, key frame, size stated", CORVANE_STREAM_H264, true, true, true},
+        {"jpeg, dependent frame", CORVANE_STREAM_JPEG, false, false, true},
+        {"h264, not marked as key frame", CORVANE_STREAM_H264, true, false, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto small = MakeVideo({.stream_type = row.type, .width = 160, .height = 120, .frames = 5});
+        const auto large = MakeVideo({.stream_type = row.type, .width = 352, .height = 288, .frames = 10, .first_number = 50});
+        Client client;
+        client.Start();
+        int64_t time = 0;
+        const auto feed = [&](const EncodedPicture& p, bool key, uint32_t width, uint32_t height) {
+            return client.Feed(row.type, p.bytes, key, time += kStep, row.stated ? width : 0, row.stated ? height : 0);
+        };
+        for (const auto& p : small)
+            ASSERT_EQ(feed(p, p.key, 160, 120), Status_Ok);
+        ASSERT_TRUE(client.WaitForStamp(4));
+        for (size_t i = 0; i < large.size(); ++i)
+            ASSERT_EQ(feed(large[i], i == 0 ? row.markedKey : large[i].key, 352, 288), Status_Ok);
+        ASSERT_TRUE(client.WaitForStamp(59));
+        const std::vector<Client::Shown> shown = client.Take();
+        EXPECT_EQ(shown.back().width, 352u);
+        EXPECT_EQ(shown.back().height, 288u);
+    }
+}
+
+TEST(LiveChannel, QueueHoldsBackUntilItsBufferTimeAndRefusesAboveIt) {
+    const std::vector<EncodedPicture> one = MakeVideo({.stream_type = CORVANE_STREAM_JPEG, .frames = 1});
+    Client client;
+    EXPECT_EQ(client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 0), Status_ChannelNotStarted);
+    ASSERT_EQ(Corvane_SetBufferTime(client.channel, 500), Status_Ok);
+    client.Start();
+    QueueState state{};
+    for (int i = 0; i < 13; ++i) {
+        ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * i), Status_Ok);
+        ASSERT_EQ(Corvane_GetRemainingQueueElementCount(client.channel, &state), Status_Ok);
+        EXPECT_EQ(state.state, 1u) << i;    // 1 + 12 x 40 ms
+    }
+    EXPECT_TRUE(client.Stamps().empty());
+    // The next frame brings the queue to 521 ms: frames leave.
+    ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * 13), Status_Ok);
+    ASSERT_TRUE(Eventually([&] { return !client.Stamps().empty(); }));
+
+    // A stalled worker (its next picture is 10 s off) lets the queue fill: 1500 ms, then refusal.
+    ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * 13 + 10'000), Status_Ok);
+    uint32_t status = Status_Ok;
+    for (int i = 1; i < 300 && status == Status_Ok; ++i)
+        status = client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * (13 + i) + 10'000);
+    EXPECT_EQ(status, Status_QueueFull);
+
+    // A producer that blocks comes back when the channel stops, which does not wait for the pacing sleep.
+    ASSERT_EQ(Corvane_SetChannelOption(client.channel, 42, 0, 0), Status_Ok);
+    std::atomic<uint32_t> blocked{Status_Ok};
+    std::thread producer([&] {
+        for (int64_t t = 30'000; blocked == Status_Ok; t += 1000)
+            blocked = client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, t);
+    });
+    ASSERT_EQ(Corvane_StopChannel(client.channel), Status_Ok);
+    producer.join();
+    EXPECT_EQ(blocked, Status_ChannelNotStarted);
+
+    // And again from the start.
+    client.Start();
+    for (int i = 0; i < 14; ++i)
+        (void)client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * i);
+    client.Take();
+    ASSERT_EQ(Corvane_SetChannelOption(client.channel, 31, 0, 0), Status_Ok);
+    ASSERT_TRUE(Eventually([&] {
+        Corvane_GetRemainingQueueElementCount(client.channel, &state);
+        return state.state == 1;
+    }));
+}
+
+TEST(LiveChannel, MediaModeAndStreamTypesDecideWhatIsTaken) {
+    const std::vector<uint8_t> bytes = {1, 2, 3};
+    const struct {
+        uint32_t type;
+        uint32_t inMode[3];    // video only, audio only, both
+    } rows[] = {
+        {CORVANE_STREAM_H264, {Status_Ok, Status_UnsupportedMedia, Status_Ok}},
+        {CORVANE_STREAM_METADATA_XML, {Status_Ok, Status_UnsupportedMedia, Status_Ok}},
+        {CORVANE_STREAM_MULAW, {Status_UnsupportedMedia, Status_Ok, Status_Ok}},
+        {CORVANE_STREAM_PLACEHOLDER, {Status_UnsupportedMedia, Status_UnsupportedMedia, Status_UnsupportedMedia}},
+        {2048, {Status_UnsupportedMedia, Status_UnsupportedMedia, Status_UnsupportedMedia}},
+        {0xFF00, {Status_UnsupportedMedia, Status_UnsupportedMedia, Status_UnsupportedMedia}},
+        {3, {Status_UnsupportedMedia, Status_UnsupportedMedia, Status_UnsupportedMedia}},
+        {0, {Status_UnsupportedMedia, Status_UnsupportedMedia, Status_UnsupportedMedia}},
+    };
+    Client client;
+    client.Start();
+    for (uint32_t mode = 1; mode <= 3; ++mode) {
+        ASSERT_EQ(Corvane_SetChannelOption(client.channel, 13, mode, 0), Status_Ok);
+        for (const auto& row : rows)
+            EXPECT_EQ(client.Feed(row.type, bytes, true, 0), row.inMode[mode - 1]) << row.type << " in mode " << mode;
+    }
+    // Damage that the copy finds loses that frame only.
+    MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, bytes, true, 0);
+    const uint8_t packet[] = {0, 0, 0, 0, 96, 12, 1};
+    header.extension = packet;
+    header.extensionSize = sizeof packet;
+    EXPECT_EQ(Corvane_InputEncodedMediaFrame(client.channel, &header), Status_Failed);
+    header.extension = nullptr;
+    header.payloadSize = 300u << 20;
+    EXPECT_EQ(Corvane_InputEncodedMediaFrame(client.channel, &header), Status_OutOfMemory);
+    header.data = nullptr;
+    EXPECT_EQ(Corvane_InputEncodedMediaFrame(client.channel, &header), Status_InvalidArgument);
+    header.payloadSize = 0;
+    EXPECT_EQ(Corvane_InputEncodedMediaFrame(client.channel, &header), Status_Ok);
+}
+
+TEST(LiveChannel, KeyFramesOnlyAndFramesThatAreNotForDisplay) {
+    const std::vector<EncodedPicture> pictures = MakeVideo({.frames = 20});
+    Client client;
+    client.Start();
+    ASSERT_EQ(Corvane_SetDisplayMode(client.channel, 1), Status_Ok);
+    ASSERT_EQ(Corvane_SetDisplayMode(client.channel, 9), Status_Ok) << "changes nothing";
+    for (int i = 0; i < 20; ++i) {
+        if (i == 10)
+            ASSERT_EQ(Corvane_SetDisplayMode(client.channel, 0), Status_Ok);
+        MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, pictures[i].bytes, pictures[i].key, kStep * i);
+        const uint8_t hidden[] = {0, 0, 0, 0, 104, 1, 1};
+        if (i == 12) {
+            header.extension = hidden;
+            header.extensionSize = sizeof hidden;
+        }
+        ASSERT_EQ(Corvane_InputEncodedMediaFrame(client.channel, &header), Status_Ok);
+        const bool shown = i < 10 ? pictures[i].key : i != 12;
+        if (shown)
+            ASSERT_TRUE(client.WaitForStamp(i)) << i;
+    }
+    EXPECT_EQ(client.Stamps(), (std::vector<int>{0, 5, 10, 11, 13, 14, 15, 16, 17, 18, 19}));
+}
+
+TEST(LiveChannel, StartedTwiceStoppedTwiceAndRestarted) {
+    const std::vector<EncodedPicture> pictures = MakeVideo({.frames = 5});
+    Client client;
+    EXPECT_EQ(Corvane_StopChannel(client.channel), Status_Ok);
+    for (int round = 0; round < 3; ++round) {
+        client.Start();
+        client.Start();
+        for (int i = 0; i < 5; ++i) {
+            ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, pictures[i].bytes, pictures[i].key, kStep * i), Status_Ok);
+            ASSERT_TRUE(client.WaitForStamp(i));
+        }
+        std::thread other([&] { EXPECT_EQ(Corvane_StopChannel(client.channel), Status_Ok); });
+        EXPECT_EQ(Corvane_StopChannel(client.channel), Status_Ok);
+        EXPECT_EQ(client.Feed(CORVANE_STREAM_H264, pictures[0].bytes, true, 0), Status_ChannelNotStarted);
+        other.join();
+    }
+}
+
+}    // namespace
+}    // namespace corvane

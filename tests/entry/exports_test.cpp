@@ -1,0 +1,142 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <string>
+
+#include "corvane/filter.h"
+#include "support/Client.h"
+
+namespace corvane {
+namespace {
+
+TEST(Exports, VersionAndFlagsOfAnInstance) {
+    const struct {
+        uint32_t version, flags, status;
+    } rows[] = {
+        {0x0505, 0, Status_Ok},
+        {0x0005, 0, Status_Ok},
+        {0xABCD0305, 0x2119, Status_Ok},
+        {0x0605, 0, Status_VersionMismatch},
+        {0x0506, 0, Status_VersionMismatch},
+        {0x0505, 0x0006, Status_InvalidArgument},
+        {0x0506, 0x0006, Status_VersionMismatch},
+        {0x0505, 0x0004, Status_Ok},
+    };
+    for (const auto& row : rows) {
+        void* instance = nullptr;
+        EXPECT_EQ(Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, row.version, row.flags), row.status);
+        EXPECT_EQ(instance != nullptr, row.status == Status_Ok);
+        EXPECT_EQ(Corvane_Release(&instance), Status_Ok);
+        EXPECT_EQ(instance, nullptr);
+    }
+    EXPECT_EQ(Corvane_Initial(nullptr, nullptr, nullptr, 0, 0, 0, 0, 0), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_Release(nullptr), Status_InvalidArgument);
+    uint8_t version[4];
+    EXPECT_EQ(Corvane_GetVersionInfo(&version[0], &version[1], &version[2], &version[3]), Status_Ok);
+    EXPECT_EQ((std::vector<uint8_t>(version, version + 4)), (std::vector<uint8_t>{5, 5, 0, 20}));
+}
+
+TEST(Exports, DecodeOnlyInstancesAndUnknownHandles) {
+    void* instance = nullptr;
+    void* channel = nullptr;
+    ASSERT_EQ(Corvane_InitialEx(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, CORVANE_FLAG_DECODE_ONLY, 0), Status_Ok);
+    EXPECT_EQ(Corvane_CreateChannel(instance, &channel, nullptr), Status_DecodeOnlyInstance);
+    EXPECT_EQ(channel, nullptr);
+    channel = &instance;    // never a channel
+    EXPECT_EQ(Corvane_DeleteChannel(instance, &channel), Status_Ok);
+    EXPECT_EQ(channel, nullptr);
+    EXPECT_EQ(Corvane_Release(&instance), Status_Ok);
+}
+
+TEST(Exports, NullPointersAndHandlesOfAnotherKind) {
+    struct Avi final : IChannel {
+        ChannelType GetChannelType() const override { return ChannelType::Avi; }
+    } avi;
+    void* const wrong = static_cast<IChannel*>(&avi);
+    MediaFrameHeader frame{};
+    ChannelUpdate update{};
+    QueueState state{};
+    int filter = 0;
+    const CorvaneAfterDisplayCallback after = [](void*, const AfterDisplayRecord*) {};
+    const struct {
+        const char* name;
+        std::function<uint32_t(void*)> call;
+    } rows[] = {
+        {"StartChannel", [](void* c) { return Corvane_StartChannel(c, 0); }},
+        {"StopChannel", [](void* c) { return Corvane_StopChannel(c); }},
+        {"InputEncodedMediaFrame", [&](void* c) { return Corvane_InputEncodedMediaFrame(c, &frame); }},
+        {"UpdateChannelSettings", [&](void* c) { return Corvane_UpdateChannelSettings(c, &update); }},
+        {"SetChannelOption", [](void* c) { return Corvane_SetChannelOption(c, 7, 0, 0); }},
+        {"SetBufferTime", [](void* c) { return Corvane_SetBufferTime(c, 0); }},
+        {"SetDisplayMode", [](void* c) { return Corvane_SetDisplayMode(c, 0); }},
+        {"GetRemainingQueueElementCount", [&](void* c) { return Corvane_GetRemainingQueueElementCount(c, &state); }},
+        {"RegisterRawDataCallback", [](void* c) { return Corvane_RegisterRawDataCallback(c, nullptr, nullptr, 4, 0); }},
+        {"SetRawDataCallbackSize", [](void* c) { return Corvane_SetRawDataCallbackSize(c, 0, 0); }},
+        {"RegisterAfterDisplayCallback", [&](void* c) { return Corvane_RegisterAfterDisplayCallback(c, after, nullptr); }},
+        {"UnregisterAfterDisplayCallback", [](void* c) { return Corvane_UnregisterAfterDisplayCallback(c); }},
+        {"InsertFilter", [&](void* c) { return Corvane_InsertFilter(c, &filter); }},
+        {"RemoveFilter", [&](void* c) { return Corvane_RemoveFilter(c, &filter); }},
+        {"EnableRotateFilter", [](void* c) { return Corvane_EnableRotateFilter(c, 1); }},
+        {"SetRotateOption", [](void* c) { return Corvane_SetRotateOption(c, 1); }},
+        {"DisableRotateFilter", [](void* c) { return Corvane_DisableRotateFilter(c); }},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.call(nullptr), Status_InvalidArgument) << row.name;
+        EXPECT_EQ(row.call(wrong), Status_WrongChannelType) << row.name;
+    }
+    test::Client client;
+    void* const channel = client.channel;
+    EXPECT_EQ(Corvane_InputEncodedMediaFrame(channel, nullptr), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_GetRemainingQueueElementCount(channel, nullptr), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_RegisterAfterDisplayCallback(channel, nullptr, nullptr), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_InsertFilter(channel, nullptr), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_RemoveFilter(channel, nullptr), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_EnableRotateFilter(channel, std::numeric_limits<double>::quiet_NaN()), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_RegisterRawDataCallback(wrong, nullptr, nullptr, 5, 0), Status_NotSupported) << "the kind comes first";
+    EXPECT_EQ(Corvane_CreateChannel(nullptr, &client.channel, nullptr), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_CreateChannel(client.instance, nullptr, nullptr), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_DeleteChannel(client.instance, nullptr), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_DeleteChannel(nullptr, &client.channel), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_SetQueueEmptyNotify(nullptr), Status_NotSupported);
+    EXPECT_EQ(Corvane_GetCapabilities(nullptr, 1, 2.0), Status_Ok);
+}
+
+TEST(Exports, OptionsAndUpdates) {
+    test::Client client;
+    DisplayArea area{};
+    area.zoom.rectangle[2] = area.zoom.rectangle[3] = 4;
+    for (int32_t id = -2; id <= 60; ++id) {
+        static constexpr int32_t known[] = {3, 7, 8, 9, 10, 11, 13, 31, 35, 42, 45, 46, 47, 48, 52, 53, 55, 57};
+        const bool has = std::ranges::find(known, id) != std::end(known);
+        const uint64_t value = id == 11 ? reinterpret_cast<uint64_t>(&area) : 1;
+        EXPECT_EQ(Corvane_SetChannelOption(client.channel, id, value, 4), has ? Status_Ok : Status_NotSupported) << id;
+    }
+    EXPECT_EQ(Corvane_SetChannelOption(client.channel, 11, 0, 4), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_SetChannelOption(client.channel, 11, reinterpret_cast<uint64_t>(&area), 1), Status_InvalidArgument);
+
+    // A null window is found before anything is applied: pictures still come.
+    ASSERT_EQ(Corvane_SetChannelOption(client.channel, 13, 3, 0), Status_Ok);
+    ChannelUpdate update{};
+    update.mask = 0x0801;
+    EXPECT_EQ(Corvane_UpdateChannelSettings(client.channel, &update), Status_InvalidArgument);
+    update.mask = 0;
+    EXPECT_EQ(Corvane_UpdateChannelSettings(client.channel, &update), Status_Ok);
+    client.Start();
+    const auto pictures = test::MakeVideo({.stream_type = CORVANE_STREAM_JPEG, .frames = 3});
+    ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, pictures[0].bytes, true, 0), Status_Ok);
+    ASSERT_TRUE(client.WaitForStamp(0));
+    update.mask = 0x0040;
+    update.mediaMode = 2;
+    EXPECT_EQ(Corvane_UpdateChannelSettings(client.channel, &update), Status_Ok);
+    EXPECT_EQ(client.Feed(CORVANE_STREAM_JPEG, pictures[1].bytes, true, 40), Status_UnsupportedMedia);
+    update.mask = 0x0041;
+    update.mediaMode = 3;
+    update.presentEnabled = 1;
+    EXPECT_EQ(Corvane_UpdateChannelSettings(client.channel, &update), Status_Ok);
+    ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, pictures[2].bytes, true, 80), Status_Ok);
+    ASSERT_TRUE(client.WaitForStamp(2));
+}
+
+}    // namespace
+}    // namespace corvane

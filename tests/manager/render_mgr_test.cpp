@@ -1,0 +1,386 @@
+#include "manager/RenderMgr.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/Log.h"
+#include "support/Latch.h"
+#include "support/PlainPicture.h"
+#include "support/StreamMaker.h"
+
+namespace corvane {
+namespace {
+
+using test::Eventually;
+using test::Gate;
+using test::PlainPicture;
+
+FramePtr Frame(int64_t timeMs, uint32_t width = 0, uint32_t height = 0, uint32_t type = CORVANE_STREAM_H264) {
+    return test::MakeFrame(type, {1, 2, 3}, true, timeMs, width, height);
+}
+
+// A renderer that does as it is told.
+struct Script {
+    RendererType type = RendererType::DirectDraw;
+    std::atomic<int> refuseBuffers{0};     // GetBuffer fails this many times
+    std::atomic<int> failPresents{0};      // Present fails this many times
+    std::atomic<int> buffers{0};
+    std::atomic<int> presents{0};
+    std::atomic<int> destroyed{0};
+    std::atomic<uint32_t> width{0};
+    std::atomic<uint32_t> height{0};
+    std::atomic<bool> sawDirty{false};
+    std::atomic<bool> sawRedraw{false};
+    std::atomic<bool> diedOnRenderThread{true};
+};
+
+class ScriptedRenderer final : public IVideoRenderer {
+public:
+    explicit ScriptedRenderer(Script& script) : m_script(script) {}
+    ~ScriptedRenderer() override {
+        if (Thread::CurrentOwner() == nullptr)
+            m_script.diedOnRenderThread = false;
+        ++m_script.destroyed;
+    }
+    RendererType GetType() const override { return m_script.type; }
+    int32_t Present(const FramePtr*, const RenderInfo* info) override {
+        m_script.sawDirty = info->infoDirty;
+        m_script.sawRedraw = info->forceRedraw;
+        ++m_script.presents;
+        return m_script.failPresents-- > 0 ? -1 : 0;
+    }
+    int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override {
+        ++m_script.buffers;
+        if (m_script.refuseBuffers-- > 0)
+            return -1;
+        m_script.width = width;
+        m_script.height = height;
+        m_memory.resize(PictureBytes(PF_BGRA32, width, height) + 64);
+        *buffer = m_memory.data();
+        *stride = RowBytes(PF_BGRA32, width);
+        *format = PF_BGRA32;
+        return 0;
+    }
+    void Commit() override {}
+    void Latch() override {}
+
+private:
+    Script& m_script;
+    std::vector<uint8_t> m_memory;
+};
+
+Script* defaultScript;
+Script* gdiScript;
+const RendererMakers kScripted{[](const RenderInfo&) -> RendererPtr { return std::make_shared<ScriptedRenderer>(*gdiScript); },
+                               [](const RenderInfo&) -> RendererPtr { return std::make_shared<ScriptedRenderer>(*defaultScript); }};
+
+std::vector<std::string> logLines;
+std::atomic<int> fallbackCodes;
+void CountFallback(void*, uint32_t code, uint64_t a, uint64_t) {
+    if (code == 9 && a == 2)
+        ++fallbackCodes;
+}
+
+TEST(RenderMgr, FallBackTable) {
+    const struct {
+        const char* name;
+        RendererType type;
+        uint32_t flags;
+        bool presentFails;    // else no buffer
+        bool replaced;
+        int codes;    // of the fall-back, after three frames
+        const char* log;
+    } rows[] = {
+        {"default without a buffer", RendererType::DirectDraw, 0, false, true, 1, "[%p] DirectDraw renderer failed, reset to GDI renderer"},
+        {"default that cannot present", RendererType::DirectDraw, 0, true, true, 1, "[%p] DirectDraw renderer failed, reset to GDI renderer"},
+        {"default, fall-back forbidden", RendererType::DirectDraw, CORVANE_FLAG_NO_FALLBACK, false, false, 0, nullptr},
+        {"plain without a buffer", RendererType::Gdi, 0, false, false, 0, nullptr},
+        {"off-screen without a buffer", RendererType::OffScreen, 0, false, false, 0, nullptr},
+    };
+    log::hook = [](int level, const char*, int, const char* format, const void*) {
+        if (level == 3)
+            logLines.push_back(format);
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Script first;
+        Script second;
+        first.type = row.type;
+        second.type = RendererType::Gdi;
+        (row.presentFails ? first.failPresents : first.refuseBuffers) = 1;
+        defaultScript = &first;
+        gdiScript = &second;
+        logLines.clear();
+        fallbackCodes = 0;
+        {
+            CRenderMgr manager(&first, 0, row.flags, Clock::System(), kScripted);
+            manager.SetStreamInfo(&CountFallback, nullptr);
+            PlainPicture picture(64, 48);
+            for (int i = 0; i < 3; ++i) {
+                manager.PresentFrame(Frame(40 * i), picture.frame, true);
+                ASSERT_TRUE(Eventually([&] { return first.presents + second.presents >= i + (row.presentFails || row.replaced ? 1 : 0); }));
+                if (row.replaced)
+                    ASSERT_TRUE(Eventually([&] { return logLines.size() == 1; }));
+            }
+            EXPECT_EQ(second.buffers > 0, row.replaced);
+            EXPECT_EQ(fallbackCodes, row.codes);
+        }
+        EXPECT_EQ(first.destroyed, 1);
+        EXPECT_TRUE(first.diedOnRenderThread && second.diedOnRenderThread);
+        ASSERT_EQ(logLines.size(), row.log != nullptr ? 1u : 0u);
+        if (row.log != nullptr)
+            EXPECT_EQ(logLines[0], row.log);
+    }
+    log::hook = nullptr;
+}
+
+// What the off-screen callback was given last.
+struct Seen {
+    std::mutex mutex;
+    std::vector<PseudoFrame> frames;
+    std::vector<uint8_t> pixels;
+    size_t Count() {
+        const std::lock_guard lock(mutex);
+        return frames.size();
+    }
+    PseudoFrame Last() {
+        const std::lock_guard lock(mutex);
+        return frames.back();
+    }
+};
+
+void Keep(void* context, const PseudoFrame* frame) {
+    auto& seen = *static_cast<Seen*>(context);
+    const std::lock_guard lock(seen.mutex);
+    seen.frames.push_back(*frame);
+    seen.pixels.assign(frame->data, frame->data + frame->size);
+}
+
+TEST(RenderMgr, TargetSizes) {
+    const struct {
+        const char* name;
+        uint32_t statedWidth, statedHeight, type, capWidth, capHeight, width, height;
+    } rows[] = {
+        {"as decoded", 0, 0, CORVANE_STREAM_H264, 0, 0, 640, 480},
+        {"one side stated only", 320, 0, CORVANE_STREAM_H264, 0, 0, 640, 480},
+        {"as stated", 320, 200, CORVANE_STREAM_H264, 0, 0, 320, 200},
+        {"half-height pictures are line-doubled", 704, 240, CORVANE_STREAM_H263, 0, 0, 704, 480},
+        {"not so when narrow", 352, 240, CORVANE_STREAM_H263, 0, 0, 352, 240},
+        {"not so in other streams", 704, 240, CORVANE_STREAM_H264, 0, 0, 704, 240},
+        {"cap, each side by itself, made even", 0, 0, CORVANE_STREAM_H264, 99, 1000, 100, 480},
+        {"half a cap is none", 0, 0, CORVANE_STREAM_H264, 0, 100, 640, 480},
+        {"a cap that cannot be rounded up", 0, 0, CORVANE_STREAM_H264, 0xFFFFFFFF, 0xFFFFFFFF, 640, 480},
+    };
+    PlainPicture picture(640, 480);
+    for (const auto& row : rows) {
+        Seen seen;
+        CRenderMgr manager(&seen, 0, 0);
+        manager.RegisterRawDataCallback(&Keep, &seen, PF_BGRA32);
+        manager.SetRawDataCallbackSize(row.capWidth, row.capHeight);
+        manager.PresentFrame(Frame(0, row.statedWidth, row.statedHeight, row.type), picture.frame, true);
+        ASSERT_TRUE(Eventually([&] { return seen.Count() == 1; })) << row.name;
+        EXPECT_EQ(seen.Last().width, row.width) << row.name;
+        EXPECT_EQ(seen.Last().height, row.height) << row.name;
+        EXPECT_EQ(seen.Last().size, 4 * row.width * row.height) << row.name;
+    }
+}
+
+TEST(RenderMgr, RecordOfAPicture) {
+    Seen seen;
+    CRenderMgr manager(&seen, 0, 0);
+    manager.RegisterRawDataCallback(&Keep, &seen, PF_BGRA32);
+    PlainPicture picture(64, 48, 200);
+    manager.Stop(true);    // fresh information
+    MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, {}, true, 1'234'567);
+    header.timeSeconds = 86400 + 3661;    // 1970-01-02 01:01:01
+    header.timeZoneSeconds = 3600;
+    manager.PresentFrame(std::make_shared<MediaFrameImpl>(header), picture.frame, true);
+    ASSERT_TRUE(Eventually([&] { return seen.Count() == 1; }));
+    const PseudoFrame frame = seen.Last();
+    EXPECT_EQ(frame.flags, 0x20u);
+    EXPECT_EQ(frame.seconds, 1234u);
+    EXPECT_EQ(frame.milliseconds, 567u);
+    EXPECT_EQ(frame.timeSeconds, 86400u + 3661u);
+    EXPECT_EQ(frame.timeZone, 44);
+    EXPECT_EQ(seen.pixels[0], 200);
+    EXPECT_EQ(seen.pixels[3], 0);
+    manager.PresentFrame(Frame(1'234'607), picture.frame, true);
+    ASSERT_TRUE(Eventually([&] { return seen.Count() == 2; }));
+    EXPECT_EQ(seen.Last().flags, 0u);
+
+    // Sound in the place of pictures: a notice without a picture, once for each second of wall-clock time.
+    const FramePtr sound = test::MakeFrame(CORVANE_STREAM_MULAW, {1}, true, 5000);
+    manager.InputAudio(sound, true, true);
+    ASSERT_TRUE(Eventually([&] { return seen.Count() == 3; }));
+    EXPECT_EQ(seen.Last().flags, 8u);
+    EXPECT_EQ(seen.Last().width, 0u);
+    EXPECT_EQ(seen.Last().data, nullptr);
+    manager.InputAudio(sound, true, true);
+    EXPECT_EQ(manager.State(), RenderState::AudioOnly);
+
+    manager.SetPresentEnabled(false);
+    manager.PresentFrame(Frame(2'000'000), picture.frame, true);
+    manager.RequestRedraw();
+    manager.SetPresentEnabled(true);
+    EXPECT_LE(seen.Count(), 4u);
+}
+
+// A picture callback that takes long neither holds the worker up nor sees a picture twice or torn.
+TEST(RenderMgr, ASlowCallbackLosesPicturesAndNothingElse) {
+    struct Slow {
+        Gate entered;
+        Gate go;
+        std::mutex mutex;
+        std::vector<int> numbers;
+    } slow;
+    CRenderMgr manager(&slow, 0, 0);
+    manager.RegisterRawDataCallback(
+        [](void* context, const PseudoFrame* frame) {
+            auto& own = *static_cast<Slow*>(context);
+            own.entered.Open();
+            EXPECT_TRUE(own.go.Wait());
+            const std::lock_guard lock(own.mutex);
+            own.numbers.push_back(frame->data[0]);
+            for (uint32_t i = 0; i < frame->size; ++i)
+                ASSERT_EQ(frame->data[i], i % 4 == 3 ? 0 : frame->data[0]);
+            EXPECT_EQ(frame->milliseconds, static_cast<uint32_t>(frame->data[0]));    // picture and frame belong together
+        },
+        &slow, PF_BGRA32);
+    PlainPicture first(64, 48, 1);
+    manager.PresentFrame(Frame(1), first.frame, true);
+    ASSERT_TRUE(slow.entered.Wait());
+    for (int i = 2; i <= 9; ++i) {
+        PlainPicture next(64, 48, static_cast<uint8_t>(i));
+        manager.PresentFrame(Frame(i), next.frame, false);    // never blocks, never finds the manager busy
+    }
+    slow.go.Open();
+    ASSERT_TRUE(Eventually([&] {
+        const std::lock_guard lock(slow.mutex);
+        return slow.numbers.size() == 2;
+    }));
+    EXPECT_EQ(slow.numbers, (std::vector<int>{1, 9}));
+}
+
+TEST(RenderMgr, DirtyInformationIsSeenByOnePresentAndForcedRedrawByPolicy) {
+    Script script;
+    script.type = RendererType::Gdi;
+    defaultScript = gdiScript = &script;
+    CRenderMgr manager(&script, 0, 0, Clock::System(), kScripted);
+    PlainPicture picture(64, 48);
+    const auto present = [&](int64_t ms) {
+        const int before = script.presents;
+        manager.PresentFrame(Frame(ms), picture.frame, true);
+        return Eventually([&] { return script.presents > before; });
+    };
+    manager.Stop(false);
+    ASSERT_TRUE(present(0));
+    EXPECT_TRUE(script.sawDirty);
+    EXPECT_FALSE(script.sawRedraw);
+    ASSERT_TRUE(present(40));
+    EXPECT_FALSE(script.sawDirty);
+    manager.RequestRedraw();
+    ASSERT_TRUE(Eventually([&] { return script.sawRedraw.load(); }));
+    ASSERT_TRUE(present(80));
+    EXPECT_FALSE(script.sawRedraw);
+    manager.SetOsdPolicy(kOsdAlways);
+    ASSERT_TRUE(present(120));
+    ASSERT_TRUE(present(160));
+    EXPECT_TRUE(script.sawRedraw);
+}
+
+TEST(RenderMgr, RotationTakesTheBoxAndRefusesWhatItCannotTurn) {
+    for (const uint32_t format : {PF_BGR24, PF_BGR24_FLIP, PF_I420, PF_BGRA32}) {
+        Seen seen;
+        CRenderMgr manager(&seen, 0, 0);
+        manager.RegisterRawDataCallback(&Keep, &seen, format);
+        ASSERT_EQ(manager.SetRotateOption(1), Status::Failed);
+        ASSERT_EQ(manager.EnableRotateFilter(90), Status::Ok);
+        ASSERT_EQ(manager.EnableRotateFilter(90), Status::Failed);
+        PlainPicture picture(64, 32, 150);
+        manager.PresentFrame(Frame(0), picture.frame, true);
+        if (format == PF_BGRA32) {
+            manager.DisableRotateFilter();
+            manager.PresentFrame(Frame(40), picture.frame, true);
+        }
+        ASSERT_TRUE(Eventually([&] { return seen.Count() == 1; }));
+        if (format == PF_BGRA32) {
+            EXPECT_EQ(seen.Last().milliseconds, 40u) << "the rotated picture was lost";
+            continue;
+        }
+        EXPECT_GE(seen.Last().height, 64u);
+        EXPECT_LE(seen.Last().width, 36u);
+        const uint32_t row = RowBytes(format, seen.Last().width);
+        EXPECT_NEAR(seen.pixels[32 * row + (format == PF_I420 ? 16 : 48)], 150, 1) << format;
+    }
+}
+
+// Filters may call any setter, and a removed filter is not running any more when the call returns.
+TEST(RenderMgr, FiltersRunWithoutLocksThatSettersTake) {
+    struct Nosy final : QMRX::Filter::IFilter {
+        CRenderMgr* manager = nullptr;
+        std::atomic<int> calls{0};
+        std::atomic<bool> running{false};
+        int32_t Process(QMRX::Filter::FilterArgs*) override {
+            running = true;
+            manager->SetOsdPolicy(3);
+            manager->SetRawDataCallbackSize(0, 0);
+            manager->RequestRedraw();
+            EXPECT_EQ(manager->InsertFilter(this), Status::Failed);
+            if (++calls == 5)
+                manager->RemoveFilter(this);
+            running = false;
+            return 0;
+        }
+    } filter;
+    Seen seen;
+    CRenderMgr manager(&seen, 0, 0);
+    filter.manager = &manager;
+    ASSERT_EQ(manager.InsertFilter(&filter), Status::Ok);
+    std::atomic<bool> done{false};
+    std::atomic<int> rounds{0};
+    PlainPicture picture(64, 48);
+    Thread worker("worker", &seen, [&] {
+        for (int i = 0; !done; ++i, ++rounds)
+            manager.PresentFrame(Frame(i), picture.frame, true);
+    });
+    ASSERT_TRUE(Eventually([&] { return filter.calls == 5; }));
+    for (int i = 0; i < 200; ++i) {
+        manager.RemoveFilter(&filter);
+        ASSERT_FALSE(filter.running);
+        filter.calls = 100;
+        ASSERT_EQ(manager.InsertFilter(&filter), Status::Ok);
+    }
+    manager.RemoveFilter(&filter);
+    const int calls = filter.calls;
+    const int round = rounds;
+    ASSERT_TRUE(Eventually([&] { return rounds > round + 3; }));
+    EXPECT_EQ(filter.calls, calls);
+    done = true;
+    worker.Join();
+}
+
+TEST(RenderMgr, DisplayAreaFieldsFollowTheMask) {
+    DisplayArea area{};
+    area.overview.rectangle[2] = area.overview.rectangle[3] = 10;
+    area.zoomIsWindow = 1;    // a null window
+    area.zoomEnabled = area.overviewEnabled = 1;
+    area.zoomMargin[0] = 4;
+    CRenderMgr manager(&area, 0, 0);
+    EXPECT_EQ(manager.SetDisplayArea(area, 1 | 4 | 16), Status::InvalidArgument);
+    EXPECT_EQ(manager.GetDisplayArea().overview.rectangle[2], 10) << "bits before the faulty one are kept";
+    EXPECT_EQ(manager.GetDisplayArea().zoomEnabled, 0u);
+    EXPECT_EQ(manager.SetDisplayArea(area, 8 | 16 | 32), Status::Ok);
+    EXPECT_EQ(manager.GetDisplayArea().zoomMargin[0], 4);
+    EXPECT_EQ(manager.GetDisplayArea().zoomEnabled, 1u);
+    area.overview.rectangle[3] = 0;    // empty
+    EXPECT_EQ(manager.SetDisplayArea(area, 1), Status::InvalidArgument);
+    EXPECT_EQ(manager.GetDisplayArea().overview.rectangle[3], 10);
+}
+
+}    // namespace
+}    // namespace corvane

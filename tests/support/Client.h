@@ -1,0 +1,79 @@
+// A client of the exports, as small as a test wants it: one instance, one channel, what its callbacks saw.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <mutex>
+#include <vector>
+
+#include "corvane/corvane.h"
+#include "support/Latch.h"
+#include "support/StreamMaker.h"
+
+namespace corvane::test {
+
+class Client {
+public:
+    struct Shown {
+        int stamp;    // -1 when the picture carries none
+        uint32_t width, height, milliseconds, seconds;
+        std::vector<uint8_t> pixels;
+    };
+
+    // `kind` as of Corvane_RegisterRawDataCallback. Pixels are kept with `keepPixels` only.
+    explicit Client(uint32_t kind = 11, bool keepPixels = false) : m_kind(kind), m_keepPixels(keepPixels) {
+        EXPECT_EQ(Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
+        EXPECT_EQ(Corvane_CreateChannel(instance, &channel, nullptr), Status_Ok);
+        EXPECT_EQ(Corvane_RegisterRawDataCallback(channel, &Client::OnPicture, this, kind, 0), Status_Ok);
+    }
+    ~Client() { EXPECT_EQ(Corvane_Release(&instance), Status_Ok); }
+
+    void Start() { EXPECT_EQ(Corvane_StartChannel(channel, 0), Status_Ok); }
+
+    uint32_t Feed(uint32_t type, const std::vector<uint8_t>& bytes, bool key, int64_t timeMs, uint32_t width = 0, uint32_t height = 0) {
+        const MediaFrameHeader header = VideoHeader(type, bytes, key, timeMs, width, height);
+        return Corvane_InputEncodedMediaFrame(channel, &header);
+    }
+
+    std::vector<int> Stamps() {
+        const std::lock_guard lock(m_mutex);
+        std::vector<int> stamps;
+        for (const Shown& shown : m_shown)
+            stamps.push_back(shown.stamp);
+        return stamps;
+    }
+    std::vector<Shown> Take() {
+        const std::lock_guard lock(m_mutex);
+        return std::exchange(m_shown, {});
+    }
+    bool WaitForStamp(int stamp) {
+        return Eventually([&] {
+            const std::lock_guard lock(m_mutex);
+            return !m_shown.empty() && m_shown.back().stamp == stamp;
+        });
+    }
+
+    void* instance = nullptr;
+    void* channel = nullptr;
+
+private:
+    static void OnPicture(void* context, const PseudoFrame* frame) {
+        auto& self = *static_cast<Client*>(context);
+        const uint32_t stride = (frame->width + 63) & ~63u;
+        Shown shown{-1, frame->width, frame->height, frame->milliseconds, frame->seconds, {}};
+        if (self.m_kind == 11 && frame->width >= static_cast<uint32_t>(kStampWidth) && frame->height >= static_cast<uint32_t>(kStampHeight))
+            shown.stamp = ReadStamp(frame->data, stride);
+        if (self.m_keepPixels)
+            shown.pixels.assign(frame->data, frame->data + frame->size);
+        const std::lock_guard lock(self.m_mutex);
+        self.m_shown.push_back(std::move(shown));
+    }
+
+    const uint32_t m_kind;
+    const bool m_keepPixels;
+    std::mutex m_mutex;
+    std::vector<Shown> m_shown;
+};
+
+}    // namespace corvane::test

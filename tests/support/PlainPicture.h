@@ -1,0 +1,34 @@
+// A decoded picture made by hand, for tests below the decoders.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "corvane/decoder.h"
+
+namespace corvane::test {
+
+class PlainPicture {
+public:
+    PlainPicture(uint32_t width, uint32_t height, uint8_t luma = 100, uint8_t u = 128, uint8_t v = 128)
+        : m_y(size_t{width} * height, luma),
+          m_u(size_t{(width + 1) / 2} * ((height + 1) / 2), u),
+          m_v(m_u.size(), v) {
+        frame.planes[0] = m_y.data();
+        frame.planes[1] = m_u.data();
+        frame.planes[2] = m_v.data();
+        frame.strides[0] = width;
+        frame.strides[1] = frame.strides[2] = (width + 1) / 2;
+        frame.width = width;
+        frame.height = height;
+    }
+    PlainPicture(const PlainPicture&) = delete;
+    PlainPicture& operator=(const PlainPicture&) = delete;
+
+    DecodedFrame frame{};
+
+private:
+    std::vector<uint8_t> m_y, m_u, m_v;
+};
+
+}    // namespace corvane::test

@@ -242,8 +242,8 @@ TEST(Callbacks, ChannelsThatStopEachOther) {
         for (void* const channel : channels)
             ASSERT_EQ(Corvane_InputEncodedMediaFrame(channel, &header), Status_Ok);
         ASSERT_TRUE(Eventually([&] { return sides[0].status != 0xDEAD && sides[1].status != 0xDEAD; }));
-        EXPECT_TRUE((sides[0].status == Status_Failed) != (sides[1].status == Status_Failed) ||
-                    (sides[0].status == Status_Ok && sides[1].status == Status_Ok));
+        EXPECT_NE(sides[0].status == Status_Failed, sides[1].status == Status_Failed);
+        EXPECT_NE(sides[0].status == Status_Ok, sides[1].status == Status_Ok);
         EXPECT_EQ(Corvane_Release(&instance), Status_Ok);
     }
 }

@@ -1,0 +1,236 @@
+// The whole life of a channel with its n-th allocation, thread start or platform call failing, once and for good, n
+// rising until the road succeeds; and a thousand lives in a row. After each: a status, nothing leaked, no thread left.
+#include <gtest/gtest.h>
+
+#include <malloc.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <new>
+#include <string>
+
+#include "base/FailurePoint.h"
+#include "corvane/filter.h"
+#include "support/Client.h"
+
+namespace {
+
+// Every operator new of the process goes through here. Counting starts and stops with the sweep.
+std::atomic<int64_t> liveBlocks{0};
+std::atomic<int64_t> liveBytes{0};
+std::atomic<bool> counting{false};
+std::atomic<uint64_t> calls{0};
+std::atomic<uint64_t> failAt{0};
+std::atomic<bool> failForGood{false};
+
+bool Fails() noexcept {
+    if (!counting.load(std::memory_order_relaxed))
+        return false;
+    const uint64_t call = calls.fetch_add(1) + 1;
+    return call == failAt || (failForGood && call > failAt && failAt != 0);
+}
+
+void* Allocate(std::size_t size, std::size_t alignment) noexcept {
+    if (Fails())
+        return nullptr;
+    void* const memory = alignment <= alignof(std::max_align_t) ? std::malloc(size) : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+    if (memory != nullptr) {
+        ++liveBlocks;
+        liveBytes += static_cast<int64_t>(malloc_usable_size(memory));
+    }
+    return memory;
+}
+
+void Free(void* memory) noexcept {
+    if (memory == nullptr)
+        return;
+    --liveBlocks;
+    liveBytes -= static_cast<int64_t>(malloc_usable_size(memory));
+    std::free(memory);
+}
+
+void* OrThrow(void* memory) {
+    return memory != nullptr ? memory : throw std::bad_alloc();
+}
+
+}    // namespace
+
+void* operator new(std::size_t size) { return OrThrow(Allocate(size, 0)); }
+void* operator new[](std::size_t size) { return OrThrow(Allocate(size, 0)); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size, 0); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size, 0); }
+void* operator new(std::size_t size, std::align_val_t alignment) { return OrThrow(Allocate(size, static_cast<std::size_t>(alignment))); }
+void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept { return Allocate(size, static_cast<std::size_t>(alignment)); }
+void operator delete(void* memory) noexcept { Free(memory); }
+void operator delete[](void* memory) noexcept { Free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { Free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { Free(memory); }
+void operator delete(void* memory, std::align_val_t) noexcept { Free(memory); }
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { Free(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { Free(memory); }
+void operator delete[](void* memory, const std::nothrow_t&) noexcept { Free(memory); }
+void operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept { Free(memory); }
+
+namespace corvane {
+namespace {
+
+size_t Entries(const char* folder) {
+    size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder))
+        ++count;
+    return count;
+}
+
+size_t Lines(const char* file) {
+    std::ifstream stream(file);
+    return static_cast<size_t>(std::count(std::istreambuf_iterator<char>(stream), {}, '\n'));
+}
+
+struct PassFilter final : QMRX::Filter::IFilter {
+    int32_t Process(QMRX::Filter::FilterArgs* args) override {
+        return args->source->plane[0] != nullptr ? 0 : -1;
+    }
+};
+
+struct Stream {
+    uint32_t type;
+    std::vector<test::EncodedPicture> pictures;
+};
+
+// The statuses of one life. It allocates nothing of its own.
+struct Life {
+    uint32_t statuses[16] = {};
+    int count = 0;
+    std::atomic<int> shown{0};
+
+    void Note(uint32_t status) { statuses[count++] = status; }
+    bool AllWell() const {
+        return std::all_of(statuses, statuses + count, [](uint32_t status) { return status == Status_Ok; });
+    }
+};
+
+void Live(const Stream& stream, Life& life, PassFilter& filter) {
+    void* instance = nullptr;
+    void* channel = nullptr;
+    life.Note(Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0));
+    if (instance == nullptr)
+        return;
+    life.Note(Corvane_CreateChannel(instance, &channel, nullptr));
+    if (channel != nullptr) {
+        life.Note(Corvane_RegisterRawDataCallback(
+            channel, [](void* context, const PseudoFrame*) { ++*static_cast<std::atomic<int>*>(context); }, &life.shown, 3, 0));
+        life.Note(Corvane_SetChannelOption(channel, 48, 1, 0));
+        life.Note(Corvane_SetRawDataCallbackSize(channel, 64, 24));
+        life.Note(Corvane_InsertFilter(channel, &filter));
+        life.Note(Corvane_EnableRotateFilter(channel, 30));
+        life.Note(Corvane_StartChannel(channel, 0));
+        for (size_t i = 0; i < stream.pictures.size(); ++i) {
+            const MediaFrameHeader header =
+                test::VideoHeader(stream.type, stream.pictures[i].bytes, stream.pictures[i].key, static_cast<int64_t>(i));
+            life.Note(Corvane_InputEncodedMediaFrame(channel, &header));
+        }
+        QueueState state{};
+        for (int i = 0; i < 300 && life.shown == 0 && life.AllWell(); ++i)    // 300 ms at most: a failure may leave nothing to show
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        Corvane_GetRemainingQueueElementCount(channel, &state);
+        life.Note(Corvane_StopChannel(channel));
+        life.Note(Corvane_DeleteChannel(instance, &channel));
+    }
+    life.Note(Corvane_Release(&instance));
+}
+
+bool Documented(uint32_t status) {
+    return status == Status_Ok || status == Status_Failed || status == Status_OutOfMemory || status == Status_ChannelNotStarted;
+}
+
+Stream MakeStream(uint32_t type) {
+    return {type, test::MakeVideo({.stream_type = type, .width = 80, .height = 32, .frames = 3})};
+}
+
+enum class What { Allocation, Thread, Platform };
+
+void Arm(What what, uint64_t n, bool forGood) {
+    if (what == What::Allocation) {
+        calls = 0;
+        failAt = n;
+        failForGood = forGood;
+        counting = true;
+    } else {
+        failure::Arm(static_cast<uint32_t>(what == What::Thread ? failure::Site::ThreadStart : failure::Site::PlatformCall), n, forGood);
+    }
+}
+
+// True when the armed failure was reached.
+bool Disarm(What what, uint64_t n) {
+    counting = false;
+    failure::Disarm();
+    return (what == What::Allocation ? calls.load() : failure::Hits()) >= n;
+}
+
+TEST(Sweep, TheNthFailureIsAStatusAndLeavesNothingBehind) {
+    const Stream streams[] = {MakeStream(CORVANE_STREAM_JPEG), MakeStream(CORVANE_STREAM_H264)};
+    PassFilter filter;
+    for (const Stream& stream : streams) {
+        {
+            Life warm;    // what is made once per process is made here
+            Live(stream, warm, filter);
+            ASSERT_TRUE(warm.AllWell());
+            ASSERT_GT(warm.shown, 0);
+        }
+        for (const What what : {What::Allocation, What::Thread, What::Platform}) {
+            for (const bool forGood : {false, true}) {
+                bool reached = true;
+                uint64_t n = 1;
+                for (; reached; ++n) {
+                    ASSERT_LT(n, 5000u) << "the road never succeeds";
+                    const int64_t before = liveBlocks;
+                    const size_t threads = Entries("/proc/self/task");
+                    Life life;
+                    Arm(what, n, forGood);
+                    Live(stream, life, filter);
+                    reached = Disarm(what, n);
+                    EXPECT_EQ(liveBlocks, before) << "leak at " << n;
+                    EXPECT_TRUE(test::Eventually([&] { return Entries("/proc/self/task") == threads; }));
+                    for (int i = 0; i < life.count; ++i)
+                        EXPECT_TRUE(Documented(life.statuses[i])) << "status " << i << " at " << n;
+                    if (!reached)
+                        EXPECT_TRUE(life.AllWell() && life.shown > 0);
+                }
+                EXPECT_GT(n, what == What::Allocation ? 20u : 2u) << "the sweep found nothing to fail";
+            }
+        }
+    }
+}
+
+TEST(Sweep, AThousandLivesUseNoMoreThanFifty) {
+    const Stream streams[] = {MakeStream(CORVANE_STREAM_JPEG), MakeStream(CORVANE_STREAM_H264)};
+    PassFilter filter;
+    struct Counts {
+        int64_t blocks, bytes;
+        size_t descriptors, threads, maps;
+        bool operator==(const Counts&) const = default;
+    };
+    const auto count = [] {
+        return Counts{liveBlocks, liveBytes, Entries("/proc/self/fd"), Entries("/proc/self/task"), Lines("/proc/self/maps")};
+    };
+    mallopt(M_ARENA_MAX, 2);    // arenas of threads come and go with chance and would count as maps
+    Counts atFifty{};
+    for (int cycle = 1; cycle <= 1000; ++cycle) {
+        Life life;
+        Live(streams[cycle % 2], life, filter);
+        ASSERT_TRUE(life.AllWell()) << cycle;
+        if (cycle == 50)
+            atFifty = count();
+    }
+    const Counts last = count();
+    EXPECT_EQ(last.blocks, atFifty.blocks);
+    EXPECT_EQ(last.bytes, atFifty.bytes);
+    EXPECT_EQ(last.descriptors, atFifty.descriptors);
+    EXPECT_EQ(last.threads, atFifty.threads);
+    EXPECT_EQ(last.maps, atFifty.maps);
+}
+
+}    // namespace
+}    // namespace corvane

@@ -1,0 +1,80 @@
+#include "filters/FilterDeInterlace.h"
+
+#include "base/Limits.h"
+#include "corvane/corvane.h"
+#include "kernels/Deinterlace.h"
+
+namespace QMRX::Filter {
+
+namespace kernels = corvane::kernels;
+
+namespace {
+
+constexpr uint32_t kCenterWeight = 128;
+
+int32_t Weave(const Picture& from, const Picture& to, uint32_t width, uint32_t height) {
+    for (int plane = 0; plane < 3; ++plane) {
+        const uint32_t plane_width = plane == 0 ? width : width / 2;
+        const uint32_t field_rows = plane == 0 ? height / 2 : height / 2 / 2;
+        if (kernels::WeavePlane(from.plane[plane], from.stride[plane], to.plane[plane], to.stride[plane], plane_width,
+                                field_rows) != 0)
+            return -1;
+    }
+    return 0;
+}
+
+int32_t Smooth(const Picture& from, const Picture& to, uint32_t width, uint32_t height) {
+    for (int plane = 0; plane < 3; ++plane) {
+        const uint32_t shift = plane == 0 ? 0 : 1;
+        if (kernels::SmoothPlane(from.plane[plane], from.stride[plane], to.plane[plane], to.stride[plane],
+                                 width >> shift, height >> shift, kCenterWeight) != 0)
+            return -1;
+    }
+    return 0;
+}
+
+}    // namespace
+
+void FilterDeInterlace::SetWeave(bool on) {
+    m_weave = on;
+    if (!on)
+        m_woven.Free();
+}
+
+void FilterDeInterlace::SetSmooth(bool on) {
+    m_smooth = on;
+    if (!on)
+        m_woven.Free();
+}
+
+int32_t FilterDeInterlace::Process(FilterArgs* args) {
+    if (args == nullptr || args->source == nullptr || args->destination == nullptr || (!m_weave && !m_smooth))
+        return -1;
+    if (!m_smooth)
+        return Weave(*args->source, *args->destination, args->width, args->height);
+    if (!m_weave)
+        return Smooth(*args->source, *args->destination, args->width, args->height);
+
+    const size_t stride = (size_t{args->width} + 63) & ~size_t{63};
+    if (!m_woven || m_woven_stride != stride || m_woven_height != args->height) {
+        using corvane::limits::kMaxPictureSide;
+        if (args->width > kMaxPictureSide || args->height > kMaxPictureSide ||
+            !m_woven.Allocate(stride * args->height * 3 / 2))
+            return static_cast<int32_t>(Status_OutOfMemory);
+        m_woven_stride = static_cast<uint32_t>(stride);
+        m_woven_height = args->height;
+    }
+    Picture woven{};
+    const size_t luma_size = stride * args->height;
+    woven.plane[0] = m_woven.Data();
+    woven.plane[1] = woven.plane[0] + luma_size;
+    woven.plane[2] = woven.plane[1] + luma_size / 4;
+    woven.stride[0] = static_cast<int32_t>(stride);
+    woven.stride[1] = woven.stride[2] = woven.stride[0] / 2;
+    woven.height = args->height;
+    woven.format = PF_I420;
+    const int32_t result = Weave(*args->source, woven, args->width, args->height);
+    return result == 0 ? Smooth(woven, *args->destination, args->width, args->height) : result;
+}
+
+}    // namespace QMRX::Filter

@@ -1,0 +1,303 @@
+// Shared by the RGB kernels, once per instruction set: (65536 Y + c) >> 16 is Y + (c >> 16), so what chroma adds to R,
+// G and B is worked out once for each 2 x 2 block and kept, as max(t, 0) and max(-t, 0) in doubled bytes, in a row
+// buffer that stays in the first-level cache. A pixel then is one saturated addition and one saturated subtraction in
+// byte lanes, which clamps exactly. Terms beyond 255 are kept as 255: they clamp the same.
+
+#include <hwy/highway.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+#include "base/AlignedBuffer.h"
+#include "kernels/Source420.h"
+
+#ifndef CORVANE_KERNELS_CHROMA_TERMS_COMMON
+#define CORVANE_KERNELS_CHROMA_TERMS_COMMON
+
+namespace corvane::kernels {
+
+// scale * x + offset + (((x << shift) + add) * multiplier >> 16) in 16 bit lanes: chosen so that it equals the 16.16
+// expression for each of the 256 values of x (checked at compile time where it is used).
+struct SingleTerm {
+    int shift;
+    int scale_shift;    // scale = 1 << scale_shift
+    uint16_t add;
+    uint16_t multiplier;
+    int16_t offset;
+    bool wide;    // goes beyond 255
+
+    constexpr bool Equals(int32_t factor, int32_t constant) const {
+        for (int32_t x = 0; x < 256; ++x) {
+            const int32_t product =
+                static_cast<int32_t>(((uint32_t{static_cast<uint16_t>((x << shift) + add)}) * multiplier) >> 16);
+            if ((x << shift) + add > 65535 || (x << scale_shift) + offset + product != (factor * x + constant) >> 16)
+                return false;
+        }
+        return true;
+    }
+};
+
+// -V + ((u_factor U + v_factor V + constant) >> 16).
+struct PairTerm {
+    int16_t u_factor;
+    int16_t v_factor;
+    int32_t constant;
+};
+
+struct ChromaMatrix {
+    SingleTerm red;     // of V
+    SingleTerm blue;    // of U
+    PairTerm green;
+};
+
+// Pixels that one pass over a row covers: six rows of terms of this length take a quarter of the first-level cache.
+inline constexpr uint32_t kTermBlock = 2048;
+inline constexpr size_t kTermStride = kTermBlock + 64;
+
+// Rows of doubled bytes, one byte a pixel.
+struct TermRows {
+    uint8_t* red_up;
+    uint8_t* red_down;
+    uint8_t* green_up;
+    uint8_t* green_down;
+    uint8_t* blue_up;
+    uint8_t* blue_down;
+
+    // Whole vectors are written behind the block, at most 64 bytes.
+    static bool Allocate(AlignedBuffer& memory, TermRows& rows) {
+        if (!memory.Allocate(6 * kTermStride))
+            return false;
+        uint8_t* at = memory.Data();
+        for (uint8_t** row :
+             {&rows.red_up, &rows.red_down, &rows.green_up, &rows.green_down, &rows.blue_up, &rows.blue_down}) {
+            *row = at;
+            at += kTermStride;
+        }
+        return true;
+    }
+};
+
+}    // namespace corvane::kernels
+
+#endif
+
+#if defined(CORVANE_KERNELS_CHROMA_TERMS_INL) == defined(HWY_TARGET_TOGGLE)
+#ifdef CORVANE_KERNELS_CHROMA_TERMS_INL
+#undef CORVANE_KERNELS_CHROMA_TERMS_INL
+#else
+#define CORVANE_KERNELS_CHROMA_TERMS_INL
+#endif
+
+// The emulated instruction sets have nothing to win: the plain form serves there.
+#if HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128
+
+HWY_BEFORE_NAMESPACE();
+namespace corvane::kernels {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using Bytes = hn::ScalableTag<uint8_t>;
+using Words = hn::Repartition<uint16_t, Bytes>;
+using SignedWords = hn::Repartition<int16_t, Bytes>;
+using Dwords = hn::Repartition<uint32_t, Bytes>;
+using SignedDwords = hn::Repartition<int32_t, Bytes>;
+using ByteVector = hn::Vec<Bytes>;
+using WordVector = hn::Vec<Words>;
+
+// Puts groups of `kGroup` double words so that the in-block interleaving that follows leaves whole output vectors in
+// order: block L, group k of the result is group k * blocks + L of the input. Does nothing on 128-bit vectors.
+template <size_t kGroup>
+class BlockOrder {
+public:
+    BlockOrder() : m_indices(hn::SetTableIndices(Dwords(), Indices().data)) {}
+
+    template <class V>
+    HWY_INLINE V operator()(V v) const {
+        if constexpr (kGroup == 0 || hn::MaxLanes(Dwords()) == 4)
+            return v;
+        else
+            return hn::BitCast(hn::DFromV<V>(), hn::TableLookupLanes(hn::BitCast(Dwords(), v), m_indices));
+    }
+
+private:
+    struct IndexTable {
+        HWY_ALIGN int32_t data[hn::MaxLanes(Dwords())] = {};
+    };
+    static IndexTable Indices() {
+        IndexTable table;
+        constexpr size_t kBlocks = hn::MaxLanes(Dwords()) / 4;
+        constexpr size_t kWidth = kGroup == 0 ? 1 : kGroup;
+        for (size_t block = 0; block < kBlocks; ++block) {
+            for (size_t i = 0; i < 4; ++i)
+                table.data[block * 4 + i] = static_cast<int32_t>((i / kWidth * kBlocks + block) * kWidth + i % kWidth);
+        }
+        return table;
+    }
+    decltype(hn::SetTableIndices(Dwords(), static_cast<const int32_t*>(nullptr))) m_indices;
+};
+
+// x, u and v hold one chroma sample in each lane.
+template <const SingleTerm& kTerm>
+HWY_INLINE hn::Vec<SignedWords> Single(WordVector x) {
+    const Words d;
+    const auto scaled = hn::ShiftLeft<kTerm.scale_shift>(x);
+    const auto shifted = hn::ShiftLeft<kTerm.shift>(x);
+    const auto product = hn::MulHigh(hn::Add(shifted, hn::Set(d, kTerm.add)), hn::Set(d, kTerm.multiplier));
+    const auto rest = hn::Add(scaled, hn::Set(d, static_cast<uint16_t>(kTerm.offset)));
+    return hn::BitCast(SignedWords(), hn::Add(product, rest));
+}
+
+HWY_INLINE hn::Vec<SignedDwords> PairProduct(const PairTerm& term, hn::Vec<SignedDwords> pairs) {
+    const SignedDwords d;
+#if HWY_ARCH_X86
+    const auto factors =
+        hn::BitCast(SignedWords(),
+                    hn::Set(d, static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint16_t>(term.v_factor)) << 16 |
+                                                    static_cast<uint16_t>(term.u_factor))));
+    auto unused = hn::Zero(d);
+    return hn::ReorderWidenMulAccumulate(d, hn::BitCast(SignedWords(), pairs), factors, hn::Set(d, term.constant),
+                                         unused);
+#else
+    const auto u = hn::ShiftRight<16>(hn::ShiftLeft<16>(pairs));
+    const auto v = hn::ShiftRight<16>(pairs);
+    return hn::Add(hn::Add(hn::Mul(u, hn::Set(d, term.u_factor)), hn::Mul(v, hn::Set(d, term.v_factor))),
+                   hn::Set(d, term.constant));
+#endif
+}
+
+HWY_INLINE hn::Vec<SignedWords> Pair(const PairTerm& term, WordVector u, WordVector v) {
+    const SignedWords d;
+    const SignedDwords d32;
+    // Even samples as (U, V) pairs of the even lanes, odd samples of the odd lanes.
+    const auto u32 = hn::BitCast(Dwords(), u);
+    const auto v32 = hn::BitCast(Dwords(), v);
+    const auto even = hn::OddEven(hn::BitCast(d, hn::ShiftLeft<16>(v32)), hn::BitCast(d, u));
+    const auto odd = hn::OddEven(hn::BitCast(d, v), hn::BitCast(d, hn::ShiftRight<16>(u32)));
+    const auto even_sum = PairProduct(term, hn::BitCast(d32, even));
+    const auto odd_sum = PairProduct(term, hn::BitCast(d32, odd));
+    const auto high = hn::OddEven(hn::BitCast(d, odd_sum), hn::BitCast(d, hn::ShiftRight<16>(even_sum)));
+    return hn::Sub(high, hn::BitCast(d, v));
+}
+
+template <bool kWide>
+HWY_INLINE void StoreTerm(hn::Vec<SignedWords> term, uint8_t* HWY_RESTRICT up, uint8_t* HWY_RESTRICT down) {
+    const SignedWords d;
+    const auto zero = hn::Zero(d);
+    auto positive = hn::Max(term, zero);
+    auto negative = hn::Max(hn::Sub(zero, term), zero);
+    if constexpr (kWide) {
+        positive = hn::Min(positive, hn::Set(d, 255));
+        negative = hn::Min(negative, hn::Set(d, 255));
+    }
+    const Bytes bytes;
+    hn::StoreU(hn::BitCast(bytes, hn::Or(positive, hn::ShiftLeft<8>(positive))), bytes, up);
+    hn::StoreU(hn::BitCast(bytes, hn::Or(negative, hn::ShiftLeft<8>(negative))), bytes, down);
+}
+
+template <const ChromaMatrix& kMatrix, class Order>
+HWY_INLINE void StoreTerms(const Order& order, WordVector u, WordVector v, const TermRows& rows, size_t at) {
+    u = order(u);
+    v = order(v);
+    StoreTerm<kMatrix.red.wide>(Single<kMatrix.red>(v), rows.red_up + at, rows.red_down + at);
+    StoreTerm<false>(Pair(kMatrix.green, u, v), rows.green_up + at, rows.green_down + at);
+    StoreTerm<kMatrix.blue.wide>(Single<kMatrix.blue>(u), rows.blue_up + at, rows.blue_down + at);
+}
+
+// The terms of `count` chroma samples, twice as many bytes in each row, in the order of each vector that `order` makes.
+template <const ChromaMatrix& kMatrix, class Order>
+HWY_INLINE void MakeTerms(const Order& order, const uint8_t* HWY_RESTRICT u, const uint8_t* HWY_RESTRICT v,
+                          size_t count, const TermRows& rows) {
+    const Words d;
+    const Bytes bytes;
+    const hn::Rebind<uint8_t, Words> half;
+    constexpr size_t kStep = hn::MaxLanes(Words());
+    HWY_ALIGN uint8_t tail[2][2 * kStep] = {};
+    for (size_t i = 0; i < count; i += kStep) {
+        const size_t rest = std::min(kStep, count - i);
+        if (v != nullptr) {
+            const uint8_t* u_at = u + i;
+            const uint8_t* v_at = v + i;
+            if (rest < kStep) {
+                std::memcpy(tail[0], u_at, rest);
+                std::memcpy(tail[1], v_at, rest);
+                u_at = tail[0];
+                v_at = tail[1];
+            }
+            StoreTerms<kMatrix>(order, hn::PromoteTo(d, hn::LoadU(half, u_at)), hn::PromoteTo(d, hn::LoadU(half, v_at)),
+                                rows, 2 * i);
+        } else {
+            const uint8_t* pairs_at = u + 2 * i;
+            if (rest < kStep) {
+                std::memcpy(tail[0], pairs_at, 2 * rest);
+                pairs_at = tail[0];
+            }
+            const auto pairs = hn::BitCast(d, hn::LoadU(bytes, pairs_at));
+            StoreTerms<kMatrix>(order, hn::And(pairs, hn::Set(d, 0xFF)), hn::ShiftRight<8>(pairs), rows, 2 * i);
+        }
+    }
+}
+
+HWY_INLINE ByteVector Channel(ByteVector luma, const uint8_t* up, const uint8_t* down, size_t at) {
+    const Bytes d;
+    return hn::SaturatedSub(hn::SaturatedAdd(luma, hn::LoadU(d, up + at)), hn::LoadU(d, down + at));
+}
+
+// One row of `count` pixels through `Writer`: its `Put(blue, green, red, out)` writes a whole vector of pixels of
+// Writer::kPixelBytes bytes, its `kGroup` is what BlockOrder needs, its `kMatrix` the arithmetic.
+template <class Writer>
+HWY_INLINE void ConvertRow(const Writer& writer, const BlockOrder<Writer::kGroup>& order, const uint8_t* HWY_RESTRICT y,
+                           const TermRows& rows, size_t count, uint8_t* HWY_RESTRICT out) {
+    const Bytes d;
+    constexpr size_t kStep = hn::MaxLanes(Bytes());
+    size_t x = 0;
+    for (; x + kStep <= count; x += kStep) {
+        const auto luma = order(hn::LoadU(d, y + x));
+        writer.Put(Channel(luma, rows.blue_up, rows.blue_down, x), Channel(luma, rows.green_up, rows.green_down, x),
+                   Channel(luma, rows.red_up, rows.red_down, x), out + x * Writer::kPixelBytes);
+    }
+    if (x == count)
+        return;
+    HWY_ALIGN uint8_t luma_tail[kStep] = {};
+    HWY_ALIGN uint8_t out_tail[kStep * Writer::kPixelBytes];
+    std::memcpy(luma_tail, y + x, count - x);
+    const auto luma = order(hn::Load(d, luma_tail));
+    writer.Put(Channel(luma, rows.blue_up, rows.blue_down, x), Channel(luma, rows.green_up, rows.green_down, x),
+               Channel(luma, rows.red_up, rows.red_down, x), out_tail);
+    std::memcpy(out + x * Writer::kPixelBytes, out_tail, (count - x) * Writer::kPixelBytes);
+}
+
+// All rows, with red and blue exchanged when `red_first`, one output row at a time: two at once write slower as soon as
+// the picture is larger than the cache.
+template <class Writer>
+HWY_INLINE void ConvertPicture(const Writer& writer, const Source420& source, uint8_t* destination, ptrdiff_t step,
+                               uint32_t width, uint32_t height, const TermRows& rows, bool red_first) {
+    TermRows read = rows;
+    if (red_first) {
+        std::swap(read.red_up, read.blue_up);
+        std::swap(read.red_down, read.blue_down);
+    }
+    const BlockOrder<Writer::kGroup> order;
+    for (uint32_t row = 0; row < height; row += 2) {
+        const auto pair = static_cast<ptrdiff_t>(row / 2);
+        for (uint32_t x = 0; x < width; x += kTermBlock) {
+            const uint32_t count = std::min(kTermBlock, width - x);
+            const uint8_t* u = source.u + pair * source.u_step + (source.Planar() ? x / 2 : x);
+            const uint8_t* v = source.Planar() ? source.v + pair * source.v_step + x / 2 : nullptr;
+            MakeTerms<Writer::kMatrix>(order, u, v, (count + 1) / 2, rows);
+            for (uint32_t line = row; line < std::min(row + 2, height); ++line) {
+                ConvertRow(writer, order, source.y + static_cast<ptrdiff_t>(line) * source.y_step + x, read, count,
+                           destination + static_cast<ptrdiff_t>(line) * step + size_t{x} * Writer::kPixelBytes);
+            }
+        }
+    }
+}
+
+}    // namespace HWY_NAMESPACE
+}    // namespace corvane::kernels
+HWY_AFTER_NAMESPACE();
+
+#endif
+#endif

@@ -1,0 +1,87 @@
+#include "kernels/Deinterlace.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "kernels/Deinterlace_simd.cpp"
+#include <hwy/foreach_target.h>
+#include <hwy/highway.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "kernels/Source420.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace corvane::kernels {
+namespace HWY_NAMESPACE {
+
+#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+HWY_INLINE void SmoothRow(const uint8_t* above, const uint8_t* row, const uint8_t* below, uint8_t* out, size_t width,
+                          uint32_t weight) {
+    ref::SmoothRow(above, row, below, out, width, weight);
+}
+#else
+// The sum is at most 255 * 256, so it stays within unsigned words.
+HWY_INLINE void SmoothRow(const uint8_t* HWY_RESTRICT above, const uint8_t* HWY_RESTRICT row,
+                          const uint8_t* HWY_RESTRICT below, uint8_t* HWY_RESTRICT out, size_t width, uint32_t weight) {
+    namespace hn = hwy::HWY_NAMESPACE;
+    const hn::ScalableTag<uint8_t> d;
+    const hn::Repartition<uint16_t, decltype(d)> words;
+    constexpr size_t kStep = hn::MaxLanes(d);
+    if (width < kStep) {
+        ref::SmoothRow(above, row, below, out, width, weight);
+        return;
+    }
+    const auto center = hn::Set(words, static_cast<uint16_t>(weight));
+    const auto outer = hn::Set(words, static_cast<uint16_t>((256 - weight) >> 1));
+    const auto low_bytes = hn::Set(words, 0xFF);
+    const auto weigh = [&](auto a, auto r, auto b)
+                           HWY_ATTR { return hn::Add(hn::Mul(hn::Add(a, b), outer), hn::Mul(r, center)); };
+    const auto put = [&](size_t x) HWY_ATTR {
+        const auto a = hn::BitCast(words, hn::LoadU(d, above + x));
+        const auto r = hn::BitCast(words, hn::LoadU(d, row + x));
+        const auto b = hn::BitCast(words, hn::LoadU(d, below + x));
+        const auto even = weigh(hn::And(a, low_bytes), hn::And(r, low_bytes), hn::And(b, low_bytes));
+        const auto odd = weigh(hn::ShiftRight<8>(a), hn::ShiftRight<8>(r), hn::ShiftRight<8>(b));
+        const auto result = hn::Or(hn::ShiftRight<8>(even), hn::AndNot(low_bytes, odd));
+        hn::StoreU(hn::BitCast(d, result), d, out + x);
+    };
+    size_t x = 0;
+    for (; x + kStep <= width; x += kStep)
+        put(x);
+    if (x < width)
+        put(width - kStep);
+}
+#endif
+
+void SmoothInner(const uint8_t* source, ptrdiff_t source_step, uint8_t* destination, ptrdiff_t destination_step,
+                 uint32_t width, uint32_t height, uint32_t weight) {
+    for (uint32_t row = 1; row + 1 < height; ++row) {
+        const uint8_t* at = source + static_cast<ptrdiff_t>(row) * source_step;
+        SmoothRow(at - source_step, at, at + source_step, destination + static_cast<ptrdiff_t>(row) * destination_step,
+                  width, weight);
+    }
+}
+
+}    // namespace HWY_NAMESPACE
+}    // namespace corvane::kernels
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace corvane::kernels {
+
+HWY_EXPORT(SmoothInner);
+
+int32_t SmoothPlane(const uint8_t* source, ptrdiff_t source_step, uint8_t* destination, ptrdiff_t destination_step,
+                    uint32_t width, uint32_t height, uint32_t weight) {
+    if (source == nullptr || destination == nullptr || width < 1 || height < 3)
+        return kRefused;
+    const auto last = static_cast<ptrdiff_t>(height - 1);
+    std::memcpy(destination, source, width);
+    HWY_DYNAMIC_DISPATCH(SmoothInner)
+    (source, source_step, destination, destination_step, width, height, std::min(weight, 256u));
+    std::memcpy(destination + last * destination_step, source + last * source_step, width);
+    return kDone;
+}
+
+}    // namespace corvane::kernels
+#endif

@@ -1,0 +1,26 @@
+#include "kernels/PlaneCopy.h"
+
+#include <cstring>
+
+#include "kernels/Source420.h"
+
+namespace corvane::kernels {
+
+int32_t PlaneCopy(const uint8_t* source, ptrdiff_t source_step, uint8_t* destination, ptrdiff_t destination_step,
+                  uint32_t width, uint32_t height, uint32_t /*mode*/) {
+    if (width == 0 || height == 0)
+        return kDone;
+    if (source == nullptr || destination == nullptr)
+        return kRefused;
+    if (source_step == destination_step && source_step == static_cast<ptrdiff_t>(width)) {
+        std::memcpy(destination, source, size_t{width} * height);
+        return kDone;
+    }
+    for (uint32_t row = 0; row < height; ++row) {
+        const auto offset = static_cast<ptrdiff_t>(row);
+        std::memcpy(destination + offset * destination_step, source + offset * source_step, width);
+    }
+    return kDone;
+}
+
+}    // namespace corvane::kernels

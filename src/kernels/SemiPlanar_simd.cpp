@@ -1,0 +1,94 @@
+#include "kernels/SemiPlanar.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "kernels/SemiPlanar_simd.cpp"
+#include <hwy/foreach_target.h>
+#include <hwy/highway.h>
+
+#include "kernels/Interleave-inl.h"
+#include "kernels/PlaneCopy.h"
+#include "kernels/Source420.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace corvane::kernels {
+namespace HWY_NAMESPACE {
+
+void MergeRows(const uint8_t* u, ptrdiff_t u_step, const uint8_t* v, ptrdiff_t v_step, uint8_t* uv, ptrdiff_t uv_step,
+               uint32_t pairs, uint32_t rows) {
+    for (uint32_t row = 0; row < rows; ++row) {
+        const auto at = static_cast<ptrdiff_t>(row);
+        InterleaveRow(u + at * u_step, v + at * v_step, uv + at * uv_step, pairs);
+    }
+}
+
+#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+HWY_INLINE void SplitRow(const uint8_t* uv, uint8_t* u, uint8_t* v, size_t pairs) {
+    ref::SplitRow(uv, u, v, pairs);
+}
+#else
+HWY_INLINE void SplitRow(const uint8_t* HWY_RESTRICT uv, uint8_t* HWY_RESTRICT u, uint8_t* HWY_RESTRICT v,
+                         size_t pairs) {
+    namespace hn = hwy::HWY_NAMESPACE;
+    const hn::ScalableTag<uint8_t> d;
+    constexpr size_t kStep = hn::MaxLanes(d);
+    if (pairs < kStep) {
+        ref::SplitRow(uv, u, v, pairs);
+        return;
+    }
+    const auto put = [&](size_t i) HWY_ATTR {
+        const auto low = hn::LoadU(d, uv + 2 * i);
+        const auto high = hn::LoadU(d, uv + 2 * i + kStep);
+        hn::StoreU(hn::ConcatEven(d, high, low), d, u + i);
+        hn::StoreU(hn::ConcatOdd(d, high, low), d, v + i);
+    };
+    size_t i = 0;
+    for (; i + kStep <= pairs; i += kStep)
+        put(i);
+    if (i < pairs)
+        put(pairs - kStep);
+}
+#endif
+
+void SplitRows(const uint8_t* uv, ptrdiff_t uv_step, uint8_t* u, ptrdiff_t u_step, uint8_t* v, ptrdiff_t v_step,
+               uint32_t pairs, uint32_t rows) {
+    for (uint32_t row = 0; row < rows; ++row) {
+        const auto at = static_cast<ptrdiff_t>(row);
+        SplitRow(uv + at * uv_step, u + at * u_step, v + at * v_step, pairs);
+    }
+}
+
+}    // namespace HWY_NAMESPACE
+}    // namespace corvane::kernels
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace corvane::kernels {
+
+HWY_EXPORT(MergeRows);
+HWY_EXPORT(SplitRows);
+
+int32_t I420ToNV12(const uint8_t* y, ptrdiff_t y_step, const uint8_t* u, ptrdiff_t u_step, const uint8_t* v,
+                   ptrdiff_t v_step, uint8_t* out_y, ptrdiff_t out_y_step, uint8_t* out_uv, ptrdiff_t out_uv_step,
+                   uint32_t width, uint32_t height) {
+    if (y == nullptr || u == nullptr || v == nullptr || out_y == nullptr || out_uv == nullptr || width < 2 ||
+        height < 2)
+        return kRefused;
+    PlaneCopy(y, y_step, out_y, out_y_step, width & ~1u, height & ~1u, kCopyStreamingStores);
+    HWY_DYNAMIC_DISPATCH(MergeRows)(u, u_step, v, v_step, out_uv, out_uv_step, width / 2, height / 2);
+    return kDone;
+}
+
+int32_t NV12ToI420(const uint8_t* y, ptrdiff_t y_step, const uint8_t* uv, ptrdiff_t uv_step, uint8_t* out_y,
+                   ptrdiff_t out_y_step, uint8_t* out_u, ptrdiff_t out_u_step, uint8_t* out_v, ptrdiff_t out_v_step,
+                   uint32_t width, uint32_t height) {
+    if (y == nullptr || uv == nullptr || out_y == nullptr || out_u == nullptr || out_v == nullptr || width < 1 ||
+        height < 1)
+        return kRefused;
+    PlaneCopy(y, y_step, out_y, out_y_step, width, height, kCopyStreamingStores | kCopyStreamingLoads);
+    HWY_DYNAMIC_DISPATCH(SplitRows)
+    (uv, uv_step, out_u, out_u_step, out_v, out_v_step, width / 2 + width % 2, height / 2);
+    return kDone;
+}
+
+}    // namespace corvane::kernels
+#endif

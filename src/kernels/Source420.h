@@ -1,0 +1,27 @@
+// A 4:2:0 picture of 8 bits a sample as the kernels read it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace corvane::kernels {
+
+// Steps are the bytes from one row to the next and may be negative. A picture of odd size has (size + 1) / 2 chroma
+// samples. Kernels read exactly the samples of the size that they are given, never a byte behind a row.
+struct Source420 {
+    const uint8_t* y = nullptr;
+    const uint8_t* u = nullptr;    // U; the plane of U V pairs when `v` is null
+    const uint8_t* v = nullptr;
+    ptrdiff_t y_step = 0;
+    ptrdiff_t u_step = 0;
+    ptrdiff_t v_step = 0;
+
+    bool Planar() const { return v != nullptr; }
+};
+
+// What kernels return. Negative is a refusal: nothing was written.
+inline constexpr int32_t kDone = 0;
+inline constexpr int32_t kOddPartUnwritten = 1;    // all but the odd last row or column was written
+inline constexpr int32_t kRefused = -1;            // null pointer or a size that the kernel does not take
+
+}    // namespace corvane::kernels

@@ -1,0 +1,35 @@
+// 4:2:0 to 24 and 32 bit RGB: full-range BT.601 (ITU-R Recommendation BT.601 as JFIF uses it), without a luma offset.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "kernels/Source420.h"
+
+namespace corvane::kernels {
+
+struct RgbLayout {
+    uint32_t bytes = 3;        // a pixel: 3, or 4 with the fourth byte 0
+    bool red_first = false;    // bytes R G B; else B G R
+};
+
+// Who has the destination next. Streaming writes past the cache: faster for a picture larger than the cache that no
+// processor reads soon, and slower in every other case. The result is the same.
+enum class Store { Cached, Streaming };
+
+// Writes width x height pixels, with one U and one V for each block of 2 x 2, in 16.16 fixed point, clamped to 0 to
+// 255:
+//   R = (65536 Y + 91880 V - 11727880) >> 16
+//   G = (65536 Y - 22553 U - 46801 V + 8910128) >> 16
+//   B = (65536 Y + 116128 U - 14831618) >> 16
+// Width and height are at least 2. An odd last row or column is not written and gives kOddPartUnwritten.
+// `destination_step` is in bytes; negative with `destination` at the last row writes a bottom-up picture.
+int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t destination_step, uint32_t width,
+                   uint32_t height, RgbLayout layout, Store store = Store::Cached);
+
+namespace ref {
+int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t destination_step, uint32_t width,
+                   uint32_t height, RgbLayout layout);
+}
+
+}    // namespace corvane::kernels

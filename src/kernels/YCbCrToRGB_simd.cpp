@@ -1,0 +1,94 @@
+#include "kernels/YCbCrToRGB.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "kernels/YCbCrToRGB_simd.cpp"
+#include <hwy/foreach_target.h>
+#include <hwy/highway.h>
+
+#include "kernels/ChromaTerms-inl.h"
+
+#ifndef CORVANE_KERNELS_YCBCRTORGB_ONCE
+#define CORVANE_KERNELS_YCBCRTORGB_ONCE
+namespace corvane::kernels {
+inline constexpr ChromaMatrix kFullRangeMatrix{
+    {0, 0, 1035, 26344, -595, false}, {4, 0, 32347, 3162, -1787, false}, {-22553, 18735, 8910128}};
+static_assert(kFullRangeMatrix.red.Equals(91880, -11727880) && kFullRangeMatrix.blue.Equals(116128, -14831618));
+static_assert(-46801 == kFullRangeMatrix.green.v_factor - 65536);
+}    // namespace corvane::kernels
+#endif
+
+HWY_BEFORE_NAMESPACE();
+namespace corvane::kernels {
+namespace HWY_NAMESPACE {
+
+#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
+                   RgbLayout layout, const TermRows& /*rows*/) {
+    return ref::YCbCrToRGB(source, destination, step, width, height, layout);
+}
+#else
+
+struct Rgb24Writer {
+    static constexpr size_t kPixelBytes = 3;
+    static constexpr size_t kGroup = 0;
+    static constexpr const ChromaMatrix& kMatrix = kFullRangeMatrix;
+    HWY_INLINE void Put(ByteVector blue, ByteVector green, ByteVector red, uint8_t* out) const {
+        hn::StoreInterleaved3(blue, green, red, Bytes(), out);
+    }
+};
+
+struct Rgb32Writer {
+    static constexpr size_t kPixelBytes = 4;
+    static constexpr size_t kGroup = 1;
+    static constexpr const ChromaMatrix& kMatrix = kFullRangeMatrix;
+    HWY_INLINE void Put(ByteVector blue, ByteVector green, ByteVector red, uint8_t* out) const {
+        const Bytes d;
+        const Words d16;
+        constexpr size_t kStep = hn::MaxLanes(Bytes());
+        const auto zero = hn::Zero(d);
+        const auto bg_low = hn::BitCast(d16, hn::InterleaveLower(d, blue, green));
+        const auto bg_high = hn::BitCast(d16, hn::InterleaveUpper(d, blue, green));
+        const auto r0_low = hn::BitCast(d16, hn::InterleaveLower(d, red, zero));
+        const auto r0_high = hn::BitCast(d16, hn::InterleaveUpper(d, red, zero));
+        hn::StoreU(hn::BitCast(d, hn::InterleaveLower(d16, bg_low, r0_low)), d, out);
+        hn::StoreU(hn::BitCast(d, hn::InterleaveUpper(d16, bg_low, r0_low)), d, out + kStep);
+        hn::StoreU(hn::BitCast(d, hn::InterleaveLower(d16, bg_high, r0_high)), d, out + 2 * kStep);
+        hn::StoreU(hn::BitCast(d, hn::InterleaveUpper(d16, bg_high, r0_high)), d, out + 3 * kStep);
+    }
+};
+
+int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
+                   RgbLayout layout, const TermRows& rows) {
+    const uint32_t even_width = width & ~1u;
+    const uint32_t even_height = height & ~1u;
+    if (layout.bytes == 3)
+        ConvertPicture(Rgb24Writer(), source, destination, step, even_width, even_height, rows, layout.red_first);
+    else
+        ConvertPicture(Rgb32Writer(), source, destination, step, even_width, even_height, rows, layout.red_first);
+    return ((width | height) & 1) != 0 ? kOddPartUnwritten : kDone;
+}
+#endif
+
+}    // namespace HWY_NAMESPACE
+}    // namespace corvane::kernels
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace corvane::kernels {
+
+HWY_EXPORT(ConvertRgb);
+
+int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t destination_step, uint32_t width,
+                   uint32_t height, RgbLayout layout, Store /*store*/) {
+    if (source.y == nullptr || source.u == nullptr || destination == nullptr || width < 2 || height < 2 ||
+        (layout.bytes != 3 && layout.bytes != 4))
+        return kRefused;
+    AlignedBuffer memory;
+    TermRows rows;
+    if (!TermRows::Allocate(memory, rows))
+        return ref::YCbCrToRGB(source, destination, destination_step, width, height, layout);
+    return HWY_DYNAMIC_DISPATCH(ConvertRgb)(source, destination, destination_step, width, height, layout, rows);
+}
+
+}    // namespace corvane::kernels
+#endif

@@ -1,0 +1,42 @@
+#include <algorithm>
+
+#include "kernels/YUVToRGB16.h"
+
+namespace corvane::kernels::ref {
+
+namespace {
+
+uint32_t Clamp(int32_t fixed) {
+    return static_cast<uint32_t>(std::clamp(fixed >> 16, 0, 255));
+}
+
+}    // namespace
+
+int32_t YUVToRGB16(const Source420& source, uint16_t* destination, ptrdiff_t destination_step, uint32_t width,
+                   uint32_t height, Rgb16Layout layout) {
+    if (source.y == nullptr || source.u == nullptr || destination == nullptr || width < 1 || height < 1 ||
+        (layout.green_bits != 5 && layout.green_bits != 6))
+        return kRefused;
+    const uint32_t top_shift = 5 + layout.green_bits;
+    for (uint32_t row = 0; row < height; ++row) {
+        const uint8_t* y = source.y + static_cast<ptrdiff_t>(row) * source.y_step;
+        const uint8_t* u = source.u + static_cast<ptrdiff_t>(row / 2) * source.u_step;
+        const uint8_t* v = source.Planar() ? source.v + static_cast<ptrdiff_t>(row / 2) * source.v_step : u + 1;
+        const size_t chroma_step = source.Planar() ? 1 : 2;
+        uint16_t* out = destination + static_cast<ptrdiff_t>(row) * destination_step;
+        for (uint32_t x = 0; x < width; ++x) {
+            const int32_t luma = 65536 * y[x];
+            const int32_t centred_u = u[x / 2 * chroma_step] - 128;
+            const int32_t centred_v = v[x / 2 * chroma_step] - 128;
+            uint32_t high = Clamp(luma + 74711 * centred_v);
+            uint32_t low = Clamp(luma + 133169 * centred_u);
+            const uint32_t green = Clamp(luma - 38076 * centred_v - 25821 * centred_u);
+            if (!layout.red_high)
+                std::swap(high, low);
+            out[x] = static_cast<uint16_t>(high >> 3 << top_shift | green >> (8 - layout.green_bits) << 5 | low >> 3);
+        }
+    }
+    return kDone;
+}
+
+}    // namespace corvane::kernels::ref

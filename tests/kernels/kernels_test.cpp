@@ -1,0 +1,276 @@
+#include <gtest/gtest.h>
+#include <hwy/highway.h>
+#include <hwy/targets.h>
+
+#include <algorithm>
+#include <functional>
+#include <vector>
+
+#include "kernels/Deinterlace.h"
+#include "kernels/PackedYuv.h"
+#include "kernels/PlaneCopy.h"
+#include "kernels/SemiPlanar.h"
+#include "kernels/YCbCrToRGB.h"
+#include "kernels/YUVToRGB16.h"
+#include "support/Plane.h"
+
+namespace corvane::kernels {
+namespace {
+
+using test::Fill;
+using test::PoisonedPlane;
+using test::SourcePlane;
+
+struct Sources {
+    Sources(uint32_t width, uint32_t height, uint32_t gap, Fill fill, uint32_t seed)
+        : y(width, height, gap, fill, seed),
+          u((width + 1) / 2, (height + 1) / 2, gap, fill, seed + 1),
+          v((width + 1) / 2, (height + 1) / 2, gap + 1, fill, seed + 2),
+          uv((width + 1) / 2 * 2, (height + 1) / 2, gap + 2, fill, seed + 3) {}
+    Source420 Planar() { return {y.Data(), u.Data(), v.Data(), y.Step(), u.Step(), v.Step()}; }
+    Source420 Pairs() { return {y.Data(), uv.Data(), nullptr, y.Step(), uv.Step(), 0}; }
+    SourcePlane y, u, v, uv;
+};
+
+// One kernel in both forms. The output is one plane of `pixel_bytes` a pixel; kernels with more planes are rows below.
+struct Kernel {
+    const char* name;
+    uint32_t pixel_bytes;
+    std::function<int32_t(Sources&, PoisonedPlane&, uint32_t, uint32_t)> fast, plain;
+};
+
+std::vector<Kernel> Kernels() {
+    std::vector<Kernel> kernels;
+    for (const bool planar : {true, false}) {
+        for (const bool flag : {false, true}) {
+            for (const uint32_t bytes : {3u, 4u}) {
+                const RgbLayout layout{bytes, flag};
+                kernels.push_back(
+                    {planar ? "YCbCrToRGB" : "YCbCrToRGB of pairs", bytes,
+                     [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+                         return YCbCrToRGB(planar ? s.Planar() : s.Pairs(), out.Data(), out.Step(), w, h, layout);
+                     },
+                     [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+                         return ref::YCbCrToRGB(planar ? s.Planar() : s.Pairs(), out.Data(), out.Step(), w, h, layout);
+                     }});
+            }
+            for (const uint32_t green : {5u, 6u}) {
+                const Rgb16Layout layout{green, flag};
+                // Words at odd addresses are as good as any to these kernels; the step is in words.
+                kernels.push_back(
+                    {planar ? "YUVToRGB16" : "YUVToRGB16 of pairs", 2,
+                     [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+                         auto* words = reinterpret_cast<uint16_t*>(out.Data() - 1);
+                         return YUVToRGB16(planar ? s.Planar() : s.Pairs(), words, out.Step() / 2, w, h, layout);
+                     },
+                     [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+                         auto* words = reinterpret_cast<uint16_t*>(out.Data() - 1);
+                         return ref::YUVToRGB16(planar ? s.Planar() : s.Pairs(), words, out.Step() / 2, w, h, layout);
+                     }});
+            }
+            kernels.push_back({planar ? "packed 4:2:2" : "packed 4:2:2 of pairs", 2,
+                               [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+                                   if (planar)
+                                       return (flag ? PlanarToUYVY : PlanarToYUY2)(s.y.Data(), s.y.Step(), s.u.Data(),
+                                                                                   s.u.Step(), s.v.Data(), s.v.Step(),
+                                                                                   out.Data(), out.Step(), w, h);
+                                   return (flag ? NV12ToUYVY : NV12ToYUY2)(s.y.Data(), s.y.Step(), s.uv.Data(),
+                                                                           s.uv.Step(), out.Data(), out.Step(), w, h);
+                               },
+                               [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+                                   return ref::ToPacked(s.y.Data(), s.y.Step(), planar ? s.u.Data() : s.uv.Data(),
+                                                        planar ? s.u.Step() : s.uv.Step(),
+                                                        planar ? s.v.Data() : nullptr, s.v.Step(), out.Data(),
+                                                        out.Step(), w, h, flag);
+                               }});
+        }
+    }
+    for (const uint32_t weight : {0u, 1u, 128u, 256u, 999u}) {
+        kernels.push_back({"SmoothPlane", 1,
+                           [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+                               return SmoothPlane(s.y.Data(), s.y.Step(), out.Data(), out.Step(), w, h, weight);
+                           },
+                           [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) -> int32_t {
+                               if (h < 3)
+                                   return kRefused;
+                               const auto copy = [&](ptrdiff_t row) {
+                                   std::copy_n(s.y.Data() + row * s.y.Step(), w, out.Data() + row * out.Step());
+                               };
+                               copy(0);
+                               for (ptrdiff_t row = 1; row + 1 < h; ++row) {
+                                   const uint8_t* at = s.y.Data() + row * s.y.Step();
+                                   ref::SmoothRow(at - s.y.Step(), at, at + s.y.Step(), out.Data() + row * out.Step(),
+                                                  w, std::min(weight, 256u));
+                               }
+                               copy(h - 1);
+                               return kDone;
+                           }});
+    }
+    return kernels;
+}
+
+class EachTarget : public testing::TestWithParam<int64_t> {
+protected:
+    void SetUp() override { hwy::SetSupportedTargetsForTest(GetParam()); }
+    void TearDown() override { hwy::SetSupportedTargetsForTest(0); }
+    static std::string Where(const char* kernel, uint32_t width, uint32_t height) {
+        return std::string(kernel) + " on " + hwy::TargetName(GetParam()) + ", " + std::to_string(width) + " x " +
+               std::to_string(height);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Targets, EachTarget, testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
+                         [](const auto& target) { return std::string(hwy::TargetName(target.param)); });
+
+// Up to two vectors of 64 bytes and one more, and the seams of the blocks that long rows are worked in.
+std::vector<std::pair<uint32_t, uint32_t>> Sizes() {
+    std::vector<std::pair<uint32_t, uint32_t>> sizes;
+    for (uint32_t width = 1; width <= 129; ++width)
+        sizes.emplace_back(width, 1 + width % 5);
+    for (uint32_t height = 1; height <= 5; ++height)
+        sizes.emplace_back(66, height);
+    for (const uint32_t width : {2047u, 2048u, 2049u, 2050u, 4099u})
+        sizes.emplace_back(width, 3);
+    return sizes;
+}
+
+TEST_P(EachTarget, FastFormsEqualPlainForms) {
+    const auto kernels = Kernels();
+    for (const auto& [width, height] : Sizes()) {
+        for (const Fill fill : {Fill::Random, Fill::Extremes}) {
+            Sources sources(width, height, width % 4, fill, width * 8 + height);
+            for (const Kernel& kernel : kernels) {
+                const uint32_t gap = (width & 1) == 0 ? 0 : 6;    // an even step also where pixels are words
+                PoisonedPlane got(width * kernel.pixel_bytes, height, gap);
+                PoisonedPlane wanted(width * kernel.pixel_bytes, height, gap);
+                const int32_t result = kernel.fast(sources, got, width, height);
+                EXPECT_EQ(result, kernel.plain(sources, wanted, width, height)) << Where(kernel.name, width, height);
+                ASSERT_TRUE(got.Equals(wanted)) << Where(kernel.name, width, height);
+            }
+        }
+    }
+}
+
+TEST_P(EachTarget, PlanesAndPairsConvertBothWays) {
+    for (const auto& [width, height] : Sizes()) {
+        Sources s(width, height, width % 3, Fill::Random, width);
+        const uint32_t half = (width + 1) / 2;
+        PoisonedPlane y(width, height, 3), u(half, height, 1), v(half, height, 2), uv(2 * half, height, 5);
+        PoisonedPlane wanted_y(width, height, 3), wanted_u(half, height, 1), wanted_v(half, height, 2);
+        for (uint32_t row = 0; row < height; ++row) {
+            std::copy_n(s.y.Data() + row * s.y.Step(), width, wanted_y.Data() + row * wanted_y.Step());
+            if (row < height / 2) {
+                ref::SplitRow(s.uv.Data() + row * s.uv.Step(), wanted_u.Data() + row * wanted_u.Step(),
+                              wanted_v.Data() + row * wanted_v.Step(), half);
+            }
+        }
+        ASSERT_EQ(NV12ToI420(s.y.Data(), s.y.Step(), s.uv.Data(), s.uv.Step(), y.Data(), y.Step(), u.Data(), u.Step(),
+                             v.Data(), v.Step(), width, height),
+                  kDone);
+        ASSERT_TRUE(y.Equals(wanted_y) && u.Equals(wanted_u) && v.Equals(wanted_v))
+            << Where("NV12ToI420", width, height);
+
+        PoisonedPlane even_y(width, height, 3), wanted_even_y(width, height, 3), wanted_uv(2 * half, height, 5);
+        for (uint32_t row = 0; row < (height & ~1u); ++row) {
+            std::copy_n(s.y.Data() + row * s.y.Step(), width & ~1u, wanted_even_y.Data() + row * wanted_even_y.Step());
+            if (row % 2 == 0 && width >= 2) {
+                ref::MergeRow(s.u.Data() + row / 2 * s.u.Step(), s.v.Data() + row / 2 * s.v.Step(),
+                              wanted_uv.Data() + row / 2 * wanted_uv.Step(), width / 2);
+            }
+        }
+        EXPECT_EQ(I420ToNV12(s.y.Data(), s.y.Step(), s.u.Data(), s.u.Step(), s.v.Data(), s.v.Step(), even_y.Data(),
+                             even_y.Step(), uv.Data(), uv.Step(), width, height),
+                  width < 2 || height < 2 ? kRefused : kDone);
+        ASSERT_TRUE(even_y.Equals(wanted_even_y) && uv.Equals(wanted_uv)) << Where("I420ToNV12", width, height);
+    }
+}
+
+// Every (Y, U, V): the split arithmetic of the fast forms has no value left out.
+TEST_P(EachTarget, EveryTripleOfSamples) {
+    constexpr uint32_t kSide = 512;
+    std::vector<uint8_t> y(kSide * kSide), u(256 * 256), v(256 * 256);
+    for (uint32_t i = 0; i < 256 * 256; ++i) {
+        u[i] = static_cast<uint8_t>(i);
+        v[i] = static_cast<uint8_t>(i >> 8);
+    }
+    const Source420 source{y.data(), u.data(), v.data(), kSide, 256, 256};
+    std::vector<uint8_t> got(kSide * kSide * 3), wanted(got.size());
+    std::vector<uint16_t> got16(kSide * kSide), wanted16(got16.size());
+    for (uint32_t base = 0; base < 256; base += 4) {
+        for (uint32_t i = 0; i < kSide * kSide; ++i)
+            y[i] = static_cast<uint8_t>(base + i % 2 + i / kSide % 2 * 2);
+        YCbCrToRGB(source, got.data(), kSide * 3, kSide, kSide, {});
+        ref::YCbCrToRGB(source, wanted.data(), kSide * 3, kSide, kSide, {});
+        ASSERT_TRUE(got == wanted) << Where("YCbCrToRGB, luma from", base, base);
+        YUVToRGB16(source, got16.data(), kSide, kSide, kSide, {});
+        ref::YUVToRGB16(source, wanted16.data(), kSide, kSide, kSide, {});
+        ASSERT_TRUE(got16 == wanted16) << Where("YUVToRGB16, luma from", base, base);
+    }
+}
+
+TEST(PlaneCopy, CopiesOnlyTheRectangle) {
+    for (const uint32_t gap : {0u, 7u}) {
+        SourcePlane source(33, 5, gap, Fill::Random, 1);
+        PoisonedPlane out(33, 5, gap), wanted(33, 5, gap);
+        for (int row = 0; row < 5; ++row)
+            std::copy_n(source.Data() + row * source.Step(), 33, wanted.Data() + row * wanted.Step());
+        EXPECT_EQ(PlaneCopy(source.Data(), source.Step(), out.Data(), out.Step(), 33, 5, 3), kDone);
+        EXPECT_TRUE(out.Equals(wanted)) << "gap " << gap;
+        EXPECT_EQ(PlaneCopy(source.Data(), source.Step(), nullptr, 33, 33, 5, 1), kRefused);
+        EXPECT_EQ(PlaneCopy(nullptr, 33, nullptr, 33, 0, 5, 1), kDone);
+        // A negative step turns the picture over.
+        EXPECT_EQ(PlaneCopy(source.Data() + 4 * source.Step(), -source.Step(), out.Data(), out.Step(), 33, 5, 0),
+                  kDone);
+        EXPECT_EQ(out.At(32, 0), source.Data()[4 * source.Step() + 32]);
+        EXPECT_EQ(out.At(0, 4), source.Data()[0]);
+    }
+}
+
+// Values worked by hand from the formulas in the headers.
+TEST(Arithmetic, GivenFormulas) {
+    struct {
+        uint8_t y, u, v, red, green, blue;
+        uint16_t rgb565, bgr555;
+    } const rows[] = {
+        {128, 128, 128, 128, 128, 128, 0x8410, 0x4210}, {255, 0, 255, 255, 208, 28, 0xFF20, 0x039F},
+        {0, 255, 0, 0, 48, 225, 0x00DF, 0x7C60},        {16, 128, 128, 16, 16, 16, 0x1082, 0x0842},
+        {100, 200, 50, 0, 131, 228, 0x0BBE, 0x79C1},
+    };
+    for (const auto& row : rows) {
+        const uint8_t y[4] = {row.y, row.y, row.y, row.y};
+        const Source420 source{y, &row.u, &row.v, 2, 1, 1};
+        uint8_t rgb[12] = {};
+        uint16_t words[4] = {};
+        EXPECT_EQ(YCbCrToRGB(source, rgb, 6, 2, 2, {3, true}), kDone);
+        EXPECT_EQ(std::vector<uint8_t>(rgb + 9, rgb + 12), (std::vector<uint8_t>{row.red, row.green, row.blue}))
+            << int{row.y} << " " << int{row.u} << " " << int{row.v};
+        EXPECT_EQ(YUVToRGB16(source, words, 2, 2, 2, {6, true}), kDone);
+        EXPECT_EQ(words[3], row.rgb565) << int{row.y} << " " << int{row.u} << " " << int{row.v};
+        EXPECT_EQ(YUVToRGB16(source, words, 2, 2, 2, {5, false}), kDone);
+        EXPECT_EQ(words[3], row.bgr555) << int{row.y} << " " << int{row.u} << " " << int{row.v};
+    }
+}
+
+TEST(Arithmetic, BgraToPlanes) {
+    struct {
+        uint8_t b, g, r, y, u, v;
+    } const rows[] = {{0, 0, 0, 0, 128, 128},   {255, 255, 255, 255, 128, 128}, {255, 0, 0, 29, 255, 107},
+                      {0, 255, 0, 150, 43, 21}, {0, 0, 255, 76, 85, 255},       {10, 20, 30, 22, 121, 133}};
+    for (const auto& row : rows) {
+        uint8_t pixels[3 * 12], y[9], u[2] = {7, 7}, v[2] = {7, 7};
+        for (int i = 0; i < 9; ++i) {
+            const uint8_t pixel[4] = {row.b, row.g, row.r, 99};
+            std::copy_n(pixel, 4, pixels + 4 * i);
+        }
+        // 3 x 3: all luma, one block of chroma, and a word about the rest.
+        EXPECT_EQ(BGRAToI420(pixels, 12, y, 3, u, 1, v, 1, 3, 3), kOddPartUnwritten);
+        EXPECT_TRUE(std::all_of(y, y + 9, [&](uint8_t value) { return value == row.y; })) << int{y[0]};
+        EXPECT_EQ(int{u[0]}, int{row.u}) << int{row.b} << int{row.g} << int{row.r};
+        EXPECT_EQ(int{v[0]}, int{row.v}) << int{row.b} << int{row.g} << int{row.r};
+        EXPECT_EQ(u[1], 7);
+        EXPECT_EQ(BGRAToI420(pixels, 12, y, 3, u, 1, v, 1, 2, 2), kDone);
+    }
+}
+
+}    // namespace
+}    // namespace corvane::kernels

@@ -1,0 +1,72 @@
+// Planes for kernel and filter tests. Sources end with their last sample, so that a sanitizer sees any read behind it.
+// Destinations stand in poison on all sides, and comparing them compares the poison.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace corvane::test {
+
+enum class Fill { Random, Extremes, Rows };
+
+class SourcePlane {
+public:
+    SourcePlane(uint32_t row_bytes, uint32_t rows, uint32_t gap, Fill fill, uint32_t seed)
+        : m_step(row_bytes + gap), m_bytes(rows == 0 ? 0 : size_t{m_step} * (rows - 1) + row_bytes) {
+        std::mt19937 random(seed);
+        constexpr uint8_t kExtremes[] = {0, 1, 127, 128, 254, 255};
+        for (size_t i = 0; i < m_bytes.size(); ++i) {
+            m_bytes[i] = fill == Fill::Random     ? static_cast<uint8_t>(random())
+                         : fill == Fill::Extremes ? kExtremes[random() % 6]
+                                                  : static_cast<uint8_t>(i / m_step * 10);
+        }
+    }
+    uint8_t* Data() { return m_bytes.data(); }
+    int32_t Step() const { return static_cast<int32_t>(m_step); }
+
+private:
+    uint32_t m_step;
+    std::vector<uint8_t> m_bytes;
+};
+
+class PoisonedPlane {
+public:
+    static constexpr uint8_t kPoison = 0xA5;
+
+    PoisonedPlane(uint32_t row_bytes, uint32_t rows, uint32_t gap)
+        : m_row_bytes(row_bytes),
+          m_rows(rows),
+          m_step(row_bytes + gap),
+          m_bytes(size_t{m_step} * (rows + 2) + 1, kPoison) {}
+    // One odd byte and one whole row stand in front.
+    uint8_t* Data() { return m_bytes.data() + m_step + 1; }
+    int32_t Step() const { return static_cast<int32_t>(m_step); }
+    uint8_t At(uint32_t x, uint32_t y) const { return m_bytes[m_step + 1 + size_t{y} * m_step + x]; }
+
+    // Names the first byte that differs, in bytes from the start of its row; x or y outside the plane is padding.
+    testing::AssertionResult Equals(const PoisonedPlane& wanted) const {
+        for (size_t i = 0; i < m_bytes.size() && i < wanted.m_bytes.size(); ++i) {
+            if (m_bytes[i] != wanted.m_bytes[i]) {
+                const auto at = static_cast<int64_t>(i) - m_step - 1 + m_step;
+                return testing::AssertionFailure()
+                       << "byte x " << at % m_step << ", y " << at / m_step - 1 << " of " << m_row_bytes << " x "
+                       << m_rows << ": " << int{m_bytes[i]} << ", wanted " << int{wanted.m_bytes[i]};
+            }
+        }
+        if (m_bytes.size() != wanted.m_bytes.size())
+            return testing::AssertionFailure() << "sizes differ";
+        return testing::AssertionSuccess();
+    }
+
+private:
+    uint32_t m_row_bytes;
+    uint32_t m_rows;
+    uint32_t m_step;
+    std::vector<uint8_t> m_bytes;
+};
+
+}    // namespace corvane::test

@@ -26,6 +26,10 @@ static void* Allocate(size_t size) noexcept {
     return std::malloc(size == 0 ? 1 : size);
 }
 
+static void* AllocateAligned(size_t size, size_t alignment) noexcept {
+    return ++calls == fail_at ? nullptr : std::aligned_alloc(alignment, size);
+}
+
 }    // namespace corvane::test::allocation
 
 void* operator new(size_t size) {
@@ -35,6 +39,13 @@ void* operator new(size_t size) {
 }
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
     return corvane::test::allocation::Allocate(size);
+}
+void* operator new(size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    const auto align = static_cast<size_t>(alignment);
+    return corvane::test::allocation::AllocateAligned((size + align - 1) / align * align, align);
+}
+void operator delete(void* memory, std::align_val_t) noexcept {
+    std::free(memory);
 }
 void operator delete(void* memory) noexcept {
     std::free(memory);

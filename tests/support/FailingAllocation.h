@@ -1,5 +1,5 @@
 // Counts the calls of the calling thread to operator new, and makes the n-th of them fail. A program that uses this has
-// its global operator new and delete (those without an alignment) replaced.
+// its global operator new and delete replaced, of the aligned ones those that do not raise.
 #pragma once
 
 #include <cstdint>

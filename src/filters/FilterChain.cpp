@@ -1,0 +1,319 @@
+#include "filters/FilterChain.h"
+
+#include "filters/FilterDeInterlace.h"
+#include "filters/FilterPixelFormatChange.h"
+#include "filters/FilterResize.h"
+#include "filters/TessaroStage.h"
+
+namespace corvane {
+
+using QMRX::Filter::FilterArgs;
+using QMRX::Filter::IFilter;
+using QMRX::Filter::Picture;
+
+namespace {
+
+// What a step comes to, beside a negative failure.
+constexpr int32_t kGoOn = 0;
+constexpr int32_t kReachedDestination = 1;
+
+// A picture with its own memory, which it keeps as long as size and format of what it holds do not change.
+class ScratchPicture {
+public:
+    // False when there is no memory or the size is beyond the limits.
+    bool Ensure(uint32_t width, uint32_t height, uint32_t format) {
+        const uint32_t stride = RowBytes(PF_I420, width);    // serves NV12 as well
+        const bool fits = m_memory && m_stride == stride && m_picture.height == height;
+        if (fits && m_picture.format == format)
+            return true;
+        if (!fits) {
+            const uint64_t size = PictureBytes(PF_I420, width, height);
+            if (size == 0 || !m_memory.Allocate(size)) {
+                Free();
+                return false;
+            }
+            m_stride = stride;
+        }
+        FillPicture(m_picture, m_memory.Data(), stride, height, format);
+        return true;
+    }
+    void Free() { m_memory.Free(); }
+    Picture& Get() { return m_picture; }
+    size_t Bytes() const { return m_memory.Size(); }
+
+private:
+    AlignedBuffer m_memory;
+    uint32_t m_stride = 0;
+    Picture m_picture{};
+};
+
+// An exception of a client's filter counts as -1.
+int32_t RunClientFilter(IFilter& filter, FilterArgs& args) noexcept {
+    try {
+        return filter.Process(&args);
+    } catch (...) {
+        return -1;
+    }
+}
+
+bool NeedsSmoothing(const ChainSettings& settings, const MediaFrameImpl& frame) {
+    return settings.deinterlace_enabled && frame.Interlaced();
+}
+
+bool NeedsDeinterlace(const ChainSettings& settings, const MediaFrameImpl& frame) {
+    return frame.FieldCoded() || NeedsSmoothing(settings, frame);
+}
+
+bool PictureOf(const DecodedFrame& decoded, Picture& picture) {
+    if (PictureBytes(PF_I420, decoded.width, decoded.height) == 0)
+        return false;
+    for (int i = 0; i < 3; ++i) {
+        const bool needed = i < 2 || decoded.strides[2] != 0;
+        if (decoded.strides[i] > INT32_MAX || (needed && decoded.planes[i] == nullptr))
+            return false;
+        picture.plane[i] = decoded.planes[i];
+        picture.stride[i] = static_cast<int32_t>(decoded.strides[i]);
+    }
+    picture.height = decoded.height;
+    picture.format = decoded.strides[2] != 0 ? uint32_t{PF_I420} : uint32_t{PF_NV12};
+    if (picture.format == PF_NV12)
+        picture.plane[2] = nullptr;
+    return true;
+}
+
+// One picture on its way through the chain.
+struct Passage {
+    const ChainSettings& settings;
+    const MediaFrameImpl& frame;
+    Picture current{};    // what the next step reads, of (width, height)
+    uint32_t width = 0;
+    uint32_t height = 0;
+    Picture destination{};    // of (target_width, target_height)
+    uint32_t target_width = 0;
+    uint32_t target_height = 0;
+    uint32_t dewarped_width = 0;    // asked once, so that a changed answer cannot upset the count of steps
+    uint32_t dewarped_height = 0;
+    size_t steps = 0;          // still to take; the last one writes into the destination
+    uint32_t exchanges = 0;    // pictures written into D and E so far
+
+    FilterArgs Args(Picture& to) const { return {&current, &to, width, height}; }
+    void Advance(const Picture& to) {
+        current = to;
+        --steps;
+    }
+    bool NeedsResize() const { return width != target_width || height != target_height; }
+};
+
+}    // namespace
+
+struct FilterChain::Parts {
+    // Purposes of the scratch pictures. What a picture's road does not use is freed on that road.
+    enum Purpose : size_t { A_Converted, B_Deinterlaced, C_Dewarped, D_Exchange, E_Exchange, kPurposes };
+
+    int32_t CountSteps(Passage& run);
+    int32_t ConvertInput(Passage& run);
+    int32_t Deinterlace(Passage& run);
+    int32_t Dewarp(Passage& run);
+    int32_t Resize(Passage& run);
+    int32_t ClientFilters(Passage& run);
+    int32_t ChangeFormat(Passage& run);
+
+    uint32_t PreferredFormat(const ChainSettings& settings, const MediaFrameImpl& frame, bool decoded_is_i420) const;
+    void FreeFrom(size_t first) {
+        for (size_t i = first; i < kPurposes; ++i)
+            scratch[i].Free();
+    }
+    // D and E take turns; what the turns so far did not use is freed.
+    void FreeUnusedExchanges(const Passage& run) { FreeFrom(D_Exchange + (run.exchanges < 2 ? run.exchanges : 2)); }
+    ScratchPicture& NextExchange(const Passage& run) { return scratch[D_Exchange + run.exchanges % 2]; }
+
+    QMRX::Filter::FilterDeInterlace deinterlace;
+    QMRX::Filter::FilterPixelFormatChange convert;
+    QMRX::Filter::FilterResize resize;
+    std::unique_ptr<TessaroStage> dewarp;
+    std::array<ScratchPicture, kPurposes> scratch;
+};
+
+uint32_t FilterChain::Parts::PreferredFormat(const ChainSettings& settings, const MediaFrameImpl& frame,
+                                             bool decoded_is_i420) const {
+    const bool i420 =
+        decoded_is_i420 || NeedsDeinterlace(settings, frame) || dewarp != nullptr || !settings.client_filters.empty();
+    return i420 ? uint32_t{PF_I420} : uint32_t{PF_NV12};
+}
+
+int32_t FilterChain::Parts::CountSteps(Passage& run) {
+    run.dewarped_width = run.width;
+    run.dewarped_height = run.height;
+    if (dewarp != nullptr) {
+        const int32_t result = dewarp->Query(run.width, run.height, &run.dewarped_width, &run.dewarped_height);
+        if (result < 0)
+            return result;
+        ++run.steps;
+    }
+    run.steps += NeedsDeinterlace(run.settings, run.frame) ? 1 : 0;
+    run.steps += run.dewarped_width != run.target_width || run.dewarped_height != run.target_height ? 1 : 0;
+    run.steps += run.settings.client_filters.size();
+    return kGoOn;
+}
+
+// Nothing but a resize can be done in NV12: then the picture stays as it is.
+int32_t FilterChain::Parts::ConvertInput(Passage& run) {
+    const bool convert_first =
+        run.current.format == PF_NV12 && run.steps > 0 && PreferredFormat(run.settings, run.frame, false) == PF_I420;
+    if (!convert_first) {
+        scratch[A_Converted].Free();
+    } else {
+        if (!scratch[A_Converted].Ensure(run.width, run.height, PF_I420))
+            return -1;
+        FilterArgs args = run.Args(scratch[A_Converted].Get());
+        if (convert.Process(&args) < 0)
+            return -1;
+        run.current = scratch[A_Converted].Get();
+    }
+    run.steps += run.current.format != run.destination.format ? 1 : 0;
+    return kGoOn;
+}
+
+int32_t FilterChain::Parts::Deinterlace(Passage& run) {
+    deinterlace.SetWeave(run.frame.FieldCoded());
+    deinterlace.SetSmooth(NeedsSmoothing(run.settings, run.frame));
+    if (!NeedsDeinterlace(run.settings, run.frame)) {
+        scratch[B_Deinterlaced].Free();
+        return kGoOn;
+    }
+    const bool last = run.steps == 1;
+    if (last)
+        FreeFrom(B_Deinterlaced);
+    else if (!scratch[B_Deinterlaced].Ensure(run.width, run.height, PF_I420))
+        return -1;
+    Picture& to = last ? run.destination : scratch[B_Deinterlaced].Get();
+    FilterArgs args = run.Args(to);
+    if (deinterlace.Process(&args) < 0)
+        return -1;
+    run.Advance(to);
+    return last ? kReachedDestination : kGoOn;
+}
+
+int32_t FilterChain::Parts::Dewarp(Passage& run) {
+    if (dewarp == nullptr) {
+        scratch[C_Dewarped].Free();
+        return kGoOn;
+    }
+    const bool last = run.steps == 1;
+    if (last)
+        FreeFrom(C_Dewarped);
+    else if (!scratch[C_Dewarped].Ensure(run.dewarped_width, run.dewarped_height, run.current.format))
+        return -1;
+    Picture& to = last ? run.destination : scratch[C_Dewarped].Get();
+    if (dewarp->Process(run.Args(to), run.dewarped_width, run.dewarped_height) < 0)
+        return -1;
+    run.Advance(to);
+    run.width = run.dewarped_width;
+    run.height = run.dewarped_height;
+    return last ? kReachedDestination : kGoOn;
+}
+
+int32_t FilterChain::Parts::Resize(Passage& run) {
+    if (!run.NeedsResize()) {
+        resize.FreeScratch();
+        return kGoOn;
+    }
+    const bool last = run.steps == 1;
+    if (last)
+        FreeFrom(D_Exchange);
+    else if (!scratch[D_Exchange].Ensure(run.target_width, run.target_height, run.current.format))
+        return -1;
+    Picture& to = last ? run.destination : scratch[D_Exchange].Get();
+    resize.SetType(run.settings.resize_type);
+    resize.SetSize(run.target_width, run.target_height);
+    FilterArgs args = run.Args(to);
+    if (resize.Process(&args) < 0)
+        return -1;
+    run.Advance(to);
+    run.width = run.target_width;
+    run.height = run.target_height;
+    ++run.exchanges;
+    return last ? kReachedDestination : kGoOn;
+}
+
+int32_t FilterChain::Parts::ClientFilters(Passage& run) {
+    for (IFilter* filter : run.settings.client_filters) {
+        const bool last = run.steps == 1;
+        if (last)
+            FreeUnusedExchanges(run);
+        else if (!NextExchange(run).Ensure(run.width, run.height, PF_I420))
+            return -1;
+        Picture& to = last ? run.destination : NextExchange(run).Get();
+        FilterArgs args = run.Args(to);
+        if (RunClientFilter(*filter, args) < 0)
+            return -1;
+        run.Advance(to);
+        ++run.exchanges;
+        if (last)
+            return kReachedDestination;
+    }
+    return kGoOn;
+}
+
+int32_t FilterChain::Parts::ChangeFormat(Passage& run) {
+    FreeUnusedExchanges(run);
+    FilterArgs args = run.Args(run.destination);
+    return convert.Process(&args) < 0 ? -1 : kReachedDestination;
+}
+
+FilterChain::FilterChain() : m_parts(std::make_unique<Parts>()) {}
+
+FilterChain::~FilterChain() = default;
+
+uint32_t FilterChain::PreferredFormat(const ChainSettings& settings, const MediaFrameImpl& frame,
+                                      const DecodedFrame& decoded) const {
+    return m_parts->PreferredFormat(settings, frame, decoded.strides[2] != 0);
+}
+
+void FilterChain::UpdateDewarp(const MediaFrameImpl& frame) {
+    std::unique_ptr<TessaroStage>& dewarp = m_parts->dewarp;
+    const LensRecord* record = frame.Lens();
+    if (record == nullptr)
+        dewarp.reset();
+    else if (dewarp == nullptr)
+        dewarp = TessaroStage::Make();
+    if (dewarp != nullptr)
+        dewarp->Update(*record);
+}
+
+int32_t FilterChain::OutputSize(uint32_t* width, uint32_t* height) {
+    return m_parts->dewarp == nullptr ? 0 : m_parts->dewarp->Query(*width, *height, width, height);
+}
+
+int32_t FilterChain::Run(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
+                         uint8_t* buffer, uint32_t stride, uint32_t format, uint32_t width, uint32_t height) {
+    Passage run{settings, frame};
+    if (!PictureOf(decoded, run.current) || PictureBytes(PF_I420, width, height) == 0)
+        return -1;
+    run.width = decoded.width;
+    run.height = decoded.height;
+    run.target_width = width;
+    run.target_height = height;
+    FillPicture(run.destination, buffer, stride, height, format);
+
+    int32_t result = m_parts->CountSteps(run);
+    if (result < 0)
+        return result;
+    for (const auto step : {&Parts::ConvertInput, &Parts::Deinterlace, &Parts::Dewarp, &Parts::Resize,
+                            &Parts::ClientFilters, &Parts::ChangeFormat}) {
+        result = (m_parts.get()->*step)(run);
+        if (result != kGoOn)
+            break;
+    }
+    // Motion marks are drawn into the destination here.
+    return result < 0 ? -1 : 0;
+}
+
+size_t FilterChain::ScratchBytes() const {
+    size_t bytes = m_parts->deinterlace.ScratchBytes() + m_parts->resize.ScratchBytes();
+    for (const ScratchPicture& picture : m_parts->scratch)
+        bytes += picture.Bytes();
+    return bytes;
+}
+
+}    // namespace corvane

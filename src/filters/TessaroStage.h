@@ -1,0 +1,54 @@
+// The dewarp stage of the chain: an object of the optional library Tessaro.so, which is looked for once per process.
+// Its absence is no error. Used by one thread at a time.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "corvane/filter.h"
+#include "frame/FrameExtension.h"
+
+namespace corvane {
+
+// One image as the library takes it.
+struct TessaroImage {
+    uint32_t width;    // pixels
+    uint32_t height;
+    uint32_t stride[3];    // bytes
+    uint32_t spare;
+    uint8_t* plane[3];
+    uint32_t layout;    // 1 three planes, 2 two
+};
+
+static_assert(sizeof(TessaroImage) == 56 && offsetof(TessaroImage, plane) == 24 &&
+              offsetof(TessaroImage, layout) == 48);
+static_assert(sizeof(LensRecord) == 464 && offsetof(LensRecord, words) == 432);
+
+class TessaroStage {
+public:
+    // Null when there is no library, no memory, or the library makes no object.
+    static std::unique_ptr<TessaroStage> Make() noexcept;
+    ~TessaroStage();
+    TessaroStage(const TessaroStage&) = delete;
+    TessaroStage& operator=(const TessaroStage&) = delete;
+
+    void Update(const LensRecord& record) noexcept;
+
+    // Size in pixels of what becomes of a picture of (width, height). Negative on failure, which an exception and a
+    // size beyond the limits are too; the results are then untouched.
+    int32_t Query(uint32_t width, uint32_t height, uint32_t* out_width, uint32_t* out_height) noexcept;
+
+    // One picture of (width, height) into one of (out_width, out_height) of the same format, and the end of the frame.
+    // Negative on failure, which an exception is too.
+    int32_t Process(const QMRX::Filter::FilterArgs& args, uint32_t out_width, uint32_t out_height) noexcept;
+
+private:
+    class Object;
+
+    explicit TessaroStage(Object* object) : m_object(object) {}
+
+    Object* m_object;    // freed by its own release
+};
+
+}    // namespace corvane

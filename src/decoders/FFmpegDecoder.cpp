@@ -111,6 +111,13 @@ AVPixelFormat WithoutRange(AVPixelFormat format) {
     }
 }
 
+// Bytes of the first AMR block with its header byte, by the table of RFC 4867; libavcodec decodes one block a packet. 0
+// for an empty unit and for a header that no block has: the rest of the unit is then lost.
+uint32_t AmrBlockBytes(const EncodedUnit& unit) {
+    constexpr uint8_t kBytes[16] = {13, 14, 16, 18, 20, 21, 27, 32, 6, 0, 0, 0, 0, 0, 0, 1};
+    return unit.size == 0 ? 0 : kBytes[unit.data[0] >> 3 & 15];
+}
+
 // Goes out as it is: three planes of 4:2:0, top row first.
 bool IsPlain(const AVFrame& frame) {
     return (frame.format == AV_PIX_FMT_YUV420P || frame.format == AV_PIX_FMT_YUVJ420P) && frame.linesize[0] > 0 &&
@@ -258,7 +265,6 @@ int32_t DecoderIsolated_FFmpeg::DecodeVideo(DecodedFrame* out, uint32_t* got, co
 }
 
 int32_t DecoderIsolated_FFmpeg::WriteSamples(uint8_t* pcm, uint32_t capacity, uint32_t* written) {
-    *written = 0;
     while (!m_output.empty()) {
         const FrameRef frame = std::move(m_output.front());
         m_output.pop_front();
@@ -275,8 +281,17 @@ int32_t DecoderIsolated_FFmpeg::DecodeAudio(uint8_t* pcm, uint32_t* size, const 
         return static_cast<int32_t>(Status::NotSupported);
     try {
         uint32_t written = 0;
-        if (Feed(*in) < 0 || WriteSamples(pcm, *size, &written) < 0)
-            return -1;
+        EncodedUnit block = *in;
+        for (uint32_t at = 0; at < in->size || at == 0; at += block.size) {
+            block.data = in->data + at;
+            block.size = in->size - at;
+            if (m_codec == FFmpegCodec::AmrNb)
+                block.size = std::min(block.size, AmrBlockBytes(block));
+            if (Feed(block) < 0 || WriteSamples(pcm, *size, &written) < 0)
+                return -1;
+            if (block.size == 0)
+                break;
+        }
         *size = written;
         return 0;
     } catch (...) {

@@ -1,5 +1,6 @@
 #include "support/StreamMaker.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
@@ -178,9 +179,10 @@ std::vector<EncodedSound> MakeAmr(int packets, uint32_t blocks) {
         sound.blocks = blocks;
         for (uint32_t block = 0; block < blocks; ++block) {
             EncodeSine(sound.source, kBlockSamples, 1, 8000, &position);
+            int16_t speech[kBlockSamples];    // a copy: the encoder writes into its input
+            std::copy(sound.source.end() - kBlockSamples, sound.source.end(), speech);
             uint8_t coded[64];
-            const int bytes =
-                Encoder_Interface_Encode(encoder.get(), MR122, sound.source.data() + block * kBlockSamples, coded, 0);
+            const int bytes = Encoder_Interface_Encode(encoder.get(), MR122, speech, coded, 0);
             Require(bytes > 0, "AMR encoder failed");
             sound.bytes.insert(sound.bytes.end(), coded, coded + bytes);
         }

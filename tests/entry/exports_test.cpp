@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <string>
 
+#include "channels/IChannel.h"
 #include "corvane/filter.h"
 #include "support/Client.h"
 

@@ -22,7 +22,7 @@ std::vector<uint8_t> LensArea(uint8_t kind, uint16_t center) {
 
 struct Picture {
     bool key = false;
-    std::optional<uint8_t> lensKind;
+    std::optional<uint8_t> lensKind = {};
     uint16_t center = 5;
     uint16_t captureWidth = 0;    // 1920 with 1080: mount flag 1
 };

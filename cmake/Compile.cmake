@@ -28,7 +28,7 @@ target_link_options(corvane_options INTERFACE -Wl,-z,relro -Wl,-z,now)
 if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   target_compile_options(corvane_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety>)
 else()
-  target_compile_options(corvane_options INTERFACE -Wno-attributes -ftrivial-auto-var-init=zero)    # clang 14 refuses it
+  target_compile_options(corvane_options INTERFACE -Wno-attributes -Wno-restrict -ftrivial-auto-var-init=zero)    # clang 14 refuses it
 endif()
 if(CORVANE_WERROR)
   target_compile_options(corvane_options INTERFACE -Werror)

@@ -1,0 +1,272 @@
+// The bytes are calls: create, start, feed good and bad, options, filters, stop, delete, from the main thread, from a second
+// one, and from inside every callback. Whatever the order, nothing crashes, hangs or leaks.
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "SmallStreams.h"
+#include "corvane/corvane.h"
+#include "corvane/filter.h"
+
+namespace {
+
+constexpr int kChannels = 3;
+constexpr int kMaxCalls = 400;
+
+// Hands out bytes to all threads; an emptied source gives zeros.
+class Source {
+public:
+    Source(const uint8_t* data, size_t size) : m_data(data), m_size(size) {}
+    bool Next(uint8_t& first, uint8_t& second) {
+        const std::lock_guard lock(m_mutex);
+        if (m_at + 2 > m_size || ++m_calls > kMaxCalls)
+            return false;
+        first = m_data[m_at++];
+        second = m_data[m_at++];
+        return true;
+    }
+    // Up to `count` bytes from the position on, not consumed.
+    std::vector<uint8_t> Peek(size_t count) {
+        const std::lock_guard lock(m_mutex);
+        return std::vector<uint8_t>(m_data + m_at, m_data + m_at + std::min(count, m_size - m_at));
+    }
+
+private:
+    std::mutex m_mutex;
+    const uint8_t* m_data;
+    size_t m_size;
+    size_t m_at = 0;
+    int m_calls = 0;
+};
+
+struct World;
+
+struct Filter final : QMRX::Filter::IFilter {
+    World* world = nullptr;
+    int32_t Process(QMRX::Filter::FilterArgs* args) override;
+};
+
+struct World {
+    explicit World(const uint8_t* data, size_t size) : source(data, size) { filter.world = this; }
+
+    Source source;
+    void* instance = nullptr;
+    // A handle may be used by one client thread while it is not being deleted by another: deletion of a channel belongs to the
+    // main thread, and the second thread works on channel 0, which lives to the end.
+    std::array<void*, kChannels> channels{};
+    Filter filter;
+    std::atomic<int64_t> time{0};
+
+    void Feed(void* channel, uint8_t how);
+    void Option(void* channel, uint8_t how);
+    void Step(bool inCallback, bool secondThread);
+    void Create(int index, uint8_t how);
+};
+
+// In a callback at most one call in four is made, so that streams also run.
+void Inside(void* context) {
+    auto* const world = static_cast<World*>(context);
+    static thread_local uint32_t turn = 0;
+    static thread_local bool inside = false;
+    if (inside || ++turn % 4 != 0)
+        return;
+    inside = true;
+    world->Step(true, false);
+    inside = false;
+}
+
+int32_t Filter::Process(QMRX::Filter::FilterArgs* args) {
+    std::memcpy(args->destination->plane[0], args->source->plane[0], args->width);
+    Inside(world);
+    return 0;
+}
+
+void OnPicture(void* context, const PseudoFrame* frame) {
+    uint8_t sum = 0;
+    for (uint32_t i = 0; i < frame->size; ++i)
+        sum = static_cast<uint8_t>(sum + frame->data[i]);
+    static std::atomic<uint8_t> sink;    // the sum is used: every byte is read
+    sink = sum;
+    Inside(context);
+}
+
+void OnAfter(void* context, const AfterDisplayRecord*) {
+    Inside(context);
+}
+
+void OnStreamInfo(void* context, uint32_t, uint64_t, uint64_t) {
+    Inside(context);
+}
+
+void World::Create(int index, uint8_t how) {
+    if (channels[static_cast<size_t>(index)] != nullptr)
+        return;
+    ChannelSettings settings{};
+    settings.mask = 0x0005 | (how & 0x60u) << 8;
+    settings.streamInfo = &OnStreamInfo;
+    settings.streamInfoContext = this;
+    settings.presentEnabled = 1;
+    Corvane_CreateChannel(instance, &channels[static_cast<size_t>(index)], &settings);
+}
+
+void World::Feed(void* channel, uint8_t how) {
+    MediaFrameHeader header{};
+    header.recordSize = sizeof header;
+    const int64_t now = time.fetch_add(1 + (how >> 6));
+    header.streamSeconds = static_cast<uint32_t>(now / 1000);
+    header.timeMilliseconds = static_cast<uint32_t>(now % 1000);
+    header.timeSeconds = header.streamSeconds;
+    std::vector<uint8_t> noise;
+    const auto payload = [&](const uint8_t* data, size_t size, uint32_t type, uint32_t frameType) {
+        header.data = data;
+        header.payloadSize = static_cast<uint32_t>(size);
+        header.streamType = type;
+        header.frameType = frameType;
+    };
+    switch (how & 7) {
+    case 0:
+    case 1:
+        payload(kJpeg, sizeof kJpeg, CORVANE_STREAM_JPEG, 0);
+        break;
+    case 2:
+        payload(kH264Key, sizeof kH264Key, CORVANE_STREAM_H264, 0);
+        break;
+    case 3:
+        payload(kH264Next, sizeof kH264Next, CORVANE_STREAM_H264, 1);
+        break;
+    case 4:
+        noise = source.Peek(64);
+        payload(noise.data(), noise.size(), CORVANE_STREAM_H264, how & 8 ? 0 : 1);
+        break;
+    case 5:
+        noise = source.Peek(40);
+        payload(kJpeg, sizeof kJpeg, CORVANE_STREAM_JPEG, 0);
+        header.extension = noise.data();
+        header.extensionSize = static_cast<uint32_t>(noise.size());
+        break;
+    case 6:
+        payload(kJpeg, sizeof kJpeg, how & 8 ? CORVANE_STREAM_MULAW : CORVANE_STREAM_METADATA_XML, 0);
+        break;
+    default:
+        payload(kJpeg, sizeof kJpeg / 2, how & 8 ? CORVANE_STREAM_JPEG : CORVANE_STREAM_MPEG4, 0);
+        break;
+    }
+    Corvane_InputEncodedMediaFrame(channel, &header);
+}
+
+void World::Option(void* channel, uint8_t how) {
+    DisplayArea area{};
+    std::memset(&area, how, sizeof area);
+    const int32_t id = how % 60;
+    if (id == 11)
+        Corvane_SetChannelOption(channel, id, reinterpret_cast<uint64_t>(&area), how);
+    else if (id != 42 && id != 48)    // blocking input would wait for the clock; many threads only cost time
+        Corvane_SetChannelOption(channel, id, how, how);
+    ChannelUpdate update{};
+    update.mask = how * 0x0101u;
+    update.window = how;
+    update.presentEnabled = 1;
+    update.mediaMode = 3;
+    if ((how & 0x80) != 0)
+        Corvane_UpdateChannelSettings(channel, &update);
+}
+
+void World::Step(bool inCallback, bool secondThread) {
+    uint8_t what;
+    uint8_t how;
+    if (!source.Next(what, how))
+        return;
+    // Channels 1 and 2 come and go on the main thread: callbacks and the second thread keep to channel 0.
+    const size_t index = inCallback || secondThread ? 0 : static_cast<size_t>(what >> 6) % kChannels;
+    void* const channel = channels[index];
+    if (channel == nullptr)
+        return;
+    QueueState state;
+    switch (what & 31) {
+    case 0:
+    case 1:
+        Corvane_StartChannel(channel, how);
+        break;
+    case 2:
+        Corvane_StopChannel(channel);
+        break;
+    case 3:
+        if (!inCallback && !secondThread && index != 0) {
+            Corvane_DeleteChannel(instance, &channels[index]);
+            Create(static_cast<int>(index), how);
+        }
+        break;
+    case 4:
+        Corvane_RegisterRawDataCallback(channel, &OnPicture, this, how % 13, how >> 7);
+        break;
+    case 5:
+        Corvane_RegisterAfterDisplayCallback(channel, &OnAfter, this);
+        break;
+    case 6:
+        Corvane_UnregisterAfterDisplayCallback(channel);
+        break;
+    case 7:
+        Corvane_InsertFilter(channel, &filter);
+        break;
+    case 8:
+        Corvane_RemoveFilter(channel, &filter);
+        break;
+    case 9:
+        Corvane_EnableRotateFilter(channel, how * 3.7);
+        break;
+    case 10:
+        Corvane_SetRotateOption(channel, how * -1.1);
+        break;
+    case 11:
+        Corvane_DisableRotateFilter(channel);
+        break;
+    case 12:
+        Corvane_SetRawDataCallbackSize(channel, how, how / 2u);
+        break;
+    case 13:
+        Corvane_SetBufferTime(channel, how & 15);
+        break;
+    case 14:
+        Corvane_SetDisplayMode(channel, how % 10);
+        break;
+    case 15:
+        Corvane_GetRemainingQueueElementCount(channel, &state);
+        break;
+    case 16:
+    case 17:
+        Option(channel, how);
+        break;
+    case 18:
+        std::this_thread::yield();
+        break;
+    default:
+        Feed(channel, how);
+        break;
+    }
+}
+
+}    // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    World world(data, size);
+    Corvane_Initial(&world.instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0);
+    for (int i = 0; i < kChannels; ++i)
+        world.Create(i, 0);
+    std::atomic<bool> more{size > 0 && (data[0] & 1) != 0};
+    std::thread second;
+    if (more)
+        second = std::thread([&] {
+            for (int i = 0; i < kMaxCalls / 4; ++i)
+                world.Step(false, true);
+        });
+    for (int i = 0; i < kMaxCalls; ++i)
+        world.Step(false, false);
+    if (second.joinable())
+        second.join();
+    Corvane_Release(&world.instance);
+    return 0;
+}

@@ -2,7 +2,8 @@
 // on the same buffers, in alternation. "ring": 8 sources and 8 destinations in turn, larger than the cache; "warm": one
 // of each.
 //
-//   convert_bench [rounds] [best | avx2 | sse4 | scalar] [part of a name]      the second argument caps our instruction set, not libyuv's
+//   convert_bench [rounds] [best | avx2 | sse4 | scalar] [part of a name]      the second argument caps our instruction
+//   set, not libyuv's
 //
 // Prints the median of the ratios of each round, and the ratio of the minima. Machines are noisy: trust ratios only.
 #include <hwy/targets.h>
@@ -70,12 +71,12 @@ Run Swscale(AVPixelFormat from, AVPixelFormat to, int bytes_a_row, bool planes) 
     };
 }
 
-Run Rgb(RgbLayout layout, bool bottom_up, Store store) {
+Run Rgb(RgbLayout layout, bool bottom_up) {
     return [=](const Buffers& b) {
         const ptrdiff_t step = ptrdiff_t{kWidth} * layout.bytes;
         uint8_t* first = bottom_up ? b.out + (kHeight - 1) * step : b.out;
         YCbCrToRGB({b.y(), b.u(), b.v(), kWidth, kWidth / 2, kWidth / 2}, first, bottom_up ? -step : step, kWidth,
-                   kHeight, layout, store);
+                   kHeight, layout);
     };
 }
 
@@ -101,14 +102,9 @@ std::vector<Conversion> RgbConversions() {
     const std::vector<std::pair<const char*, Run>> peers32{{"libyuv", Yuv3(libyuv::J420ToARGB, kWidth * 4)},
                                                            {"swscale", sws32}};
     const std::vector<std::pair<const char*, Run>> flip24{{"libyuv", Yuv3(libyuv::I420ToRGB24, kWidth * 3, -kHeight)}};
-    list.push_back(
-        {"I420 to 24 bit", "ring 0.60 warm 0.40; avx2 0.80", Rgb({3, false}, false, Store::Cached), peers24});
-    list.push_back({"I420 to 24 bit, streamed", "", Rgb({3, false}, false, Store::Streaming), peers24});
-    list.push_back({"I420 to 24 bit, bottom-up", "0.45", Rgb({3, false}, true, Store::Cached), flip24});
-    list.push_back({"I420 to 24 bit, bottom-up, streamed", "0.45", Rgb({3, false}, true, Store::Streaming), flip24});
-    list.push_back(
-        {"I420 to 32 bit", "ring 0.90 warm 0.60; avx2 1.05", Rgb({4, false}, false, Store::Cached), peers32});
-    list.push_back({"I420 to 32 bit, streamed", "", Rgb({4, false}, false, Store::Streaming), peers32});
+    list.push_back({"I420 to 24 bit", "ring 0.60 warm 0.40; avx2 0.80", Rgb({3, false}, false), peers24});
+    list.push_back({"I420 to 24 bit, bottom-up", "0.45", Rgb({3, false}, true), flip24});
+    list.push_back({"I420 to 32 bit", "ring 0.90 warm 0.60; avx2 1.05", Rgb({4, false}, false), peers32});
     list.push_back(
         {"NV12 to 24 bit",
          "",

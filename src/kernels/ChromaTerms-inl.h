@@ -3,7 +3,6 @@
 // buffer that stays in the first-level cache. A pixel then is one saturated addition and one saturated subtraction in
 // byte lanes, which clamps exactly. Terms beyond 255 are kept as 255: they clamp the same.
 
-#include <hwy/cache_control.h>
 #include <hwy/highway.h>
 
 #include <algorithm>
@@ -72,54 +71,13 @@ enum TermRow : size_t { kRedTerms = 0, kGreenTerms = 2, kBlueTerms = 4, kTermRow
 #define CORVANE_KERNELS_CHROMA_TERMS_INL
 #endif
 
-// The emulated instruction sets have nothing to win: the plain form serves there.
-#if HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128
+#include "kernels/Vectors-inl.h"
+
+#if !CORVANE_KERNELS_PLAIN
 
 HWY_BEFORE_NAMESPACE();
 namespace corvane::kernels {
 namespace HWY_NAMESPACE {
-namespace hn = hwy::HWY_NAMESPACE;
-
-using Bytes = hn::ScalableTag<uint8_t>;
-using Words = hn::Repartition<uint16_t, Bytes>;
-using SignedWords = hn::Repartition<int16_t, Bytes>;
-using Dwords = hn::Repartition<uint32_t, Bytes>;
-using SignedDwords = hn::Repartition<int32_t, Bytes>;
-using ByteVector = hn::Vec<Bytes>;
-using WordVector = hn::Vec<Words>;
-
-// Puts groups of `kGroup` double words so that the in-block interleaving that follows leaves whole output vectors in
-// order: block L, group k of the result is group k * blocks + L of the input. Does nothing on 128-bit vectors.
-template <size_t kGroup>
-class BlockOrder {
-public:
-    BlockOrder() : m_indices(hn::SetTableIndices(Dwords(), Indices().data)) {}
-
-    template <class V>
-    HWY_INLINE V operator()(V v) const {
-        if constexpr (kGroup == 0 || hn::MaxLanes(Dwords()) == 4)
-            return v;
-        else
-            return hn::BitCast(hn::DFromV<V>(), hn::TableLookupLanes(hn::BitCast(Dwords(), v), m_indices));
-    }
-
-private:
-    struct IndexTable {
-        HWY_ALIGN int32_t data[hn::MaxLanes(Dwords())] = {};
-    };
-    static IndexTable Indices() {
-        IndexTable table;
-        constexpr size_t kBlocks = hn::MaxLanes(Dwords()) / 4;
-        constexpr size_t kWidth = kGroup == 0 ? 1 : kGroup;
-        for (size_t block = 0; block < kBlocks; ++block) {
-            for (size_t i = 0; i < 4; ++i)
-                table.data[block * 4 + i] = static_cast<int32_t>((i / kWidth * kBlocks + block) * kWidth + i % kWidth);
-        }
-        return table;
-    }
-    decltype(hn::SetTableIndices(Dwords(), static_cast<const int32_t*>(nullptr))) m_indices;
-};
-
 // x, u and v hold one chroma sample in each lane.
 template <const ChromaMatrix& kMatrix, bool kRed>
 HWY_INLINE hn::Vec<SignedWords> Single(WordVector x) {
@@ -204,6 +162,7 @@ HWY_INLINE void StoreTermsAt(const Order& order, const uint8_t* HWY_RESTRICT u, 
 
 // Fetches `bytes` of a row that is written soon: cold pictures are written faster when the lines arrive during the
 // arithmetic of the rows before, and processors do not foresee rows that go upwards.
+// Into the second level: the first holds the terms.
 HWY_INLINE void FetchAhead(const uint8_t* row, size_t bytes) {
     for (size_t at = 0; at < bytes; at += 64)
         __builtin_prefetch(row + at, 0, 2);

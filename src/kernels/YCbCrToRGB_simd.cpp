@@ -22,7 +22,7 @@ HWY_BEFORE_NAMESPACE();
 namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
-#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+#if CORVANE_KERNELS_PLAIN
 int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
                    RgbLayout layout, uint8_t* /*terms*/) {
     return ref::YCbCrToRGB(source, destination, step, width, height, layout);
@@ -80,7 +80,7 @@ namespace corvane::kernels {
 HWY_EXPORT(ConvertRgb);
 
 int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t destination_step, uint32_t width,
-                   uint32_t height, RgbLayout layout, Store /*store*/) {
+                   uint32_t height, RgbLayout layout) {
     if (source.y == nullptr || source.u == nullptr || destination == nullptr || width < 2 || height < 2 ||
         (layout.bytes != 3 && layout.bytes != 4))
         return kRefused;

@@ -23,7 +23,7 @@ HWY_BEFORE_NAMESPACE();
 namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
-#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+#if CORVANE_KERNELS_PLAIN
 int32_t ConvertRgb16(const Source420& source, uint16_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
                      Rgb16Layout layout, uint8_t* /*terms*/) {
     return ref::YUVToRGB16(source, destination, step, width, height, layout);

@@ -39,6 +39,9 @@ constexpr int kHeight = 1080;
 constexpr size_t kLuma = size_t{kWidth} * kHeight;
 constexpr int kRing = 8;
 
+// As a user calls it, with a size that is not known when compiling.
+void* (*volatile copy_bytes)(void*, const void*, size_t) = std::memcpy;
+
 struct Buffers {
     uint8_t* source;    // I420, or NV12 by the kernel's reading; planes lie together
     uint8_t* out;
@@ -167,7 +170,7 @@ std::vector<Conversion> YuvConversions() {
         {"plane copy",
          "1.0",
          [](const Buffers& b) { PlaneCopy(b.y(), kWidth, b.out, kWidth, kWidth, kHeight, kCopyStreamingStores); },
-         {{"memcpy", [](const Buffers& b) { std::memcpy(b.out, b.y(), kLuma); }},
+         {{"memcpy", [](const Buffers& b) { copy_bytes(b.out, b.y(), kLuma); }},
           {"libyuv", [](const Buffers& b) { libyuv::CopyPlane(b.y(), kWidth, b.out, kWidth, kWidth, kHeight); }}}});
     list.push_back(
         {"plane copy by rows",
@@ -176,7 +179,7 @@ std::vector<Conversion> YuvConversions() {
          {{"memcpy",
            [](const Buffers& b) {
                for (size_t row = 0; row < kHeight; ++row)
-                   std::memcpy(b.out + row * (kWidth + 64), b.y() + row * kWidth, kWidth);
+                   copy_bytes(b.out + row * (kWidth + 64), b.y() + row * kWidth, kWidth);
            }},
           {"libyuv",
            [](const Buffers& b) { libyuv::CopyPlane(b.y(), kWidth, b.out, kWidth + 64, kWidth, kHeight); }}}});

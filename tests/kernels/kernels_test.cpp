@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <functional>
+#include <random>
 #include <vector>
 
+#include "base/AlignedBuffer.h"
 #include "kernels/Deinterlace.h"
 #include "kernels/PackedYuv.h"
 #include "kernels/PlaneCopy.h"
@@ -182,6 +184,35 @@ TEST_P(EachTarget, PlanesAndPairsConvertBothWays) {
                              even_y.Step(), uv.Data(), uv.Step(), width, height),
                   width < 2 || height < 2 ? kRefused : kDone);
         ASSERT_TRUE(even_y.Equals(wanted_even_y) && uv.Equals(wanted_uv)) << Where("I420ToNV12", width, height);
+    }
+}
+
+// Pictures large and aligned enough to be written past the cache, with and without a rest behind the last whole vector.
+TEST_P(EachTarget, LargePackedPictures) {
+    for (const uint32_t width : {1024u, 1072u}) {
+        constexpr uint32_t kHeight = 300;
+        AlignedBuffer source, out;
+        ASSERT_TRUE(source.Allocate(size_t{width} * kHeight * 3 / 2) && out.Allocate(size_t{width} * kHeight * 2));
+        std::mt19937 random(width);
+        std::generate_n(source.Data(), source.Size(), [&] { return static_cast<uint8_t>(random()); });
+        const uint8_t* y = source.Data();
+        const uint8_t* u = y + size_t{width} * kHeight;
+        const uint8_t* v = u + size_t{width} * kHeight / 4;
+        const ptrdiff_t step = width;
+        for (const bool luma_second : {false, true}) {
+            for (const bool planar : {false, true}) {
+                std::vector<uint8_t> wanted(out.Size());
+                ref::ToPacked(y, step, u, planar ? step / 2 : step, planar ? v : nullptr, step / 2, wanted.data(),
+                              2 * step, width, kHeight, luma_second);
+                if (planar)
+                    (luma_second ? PlanarToUYVY : PlanarToYUY2)(y, step, u, step / 2, v, step / 2, out.Data(), 2 * step,
+                                                                width, kHeight);
+                else
+                    (luma_second ? NV12ToUYVY : NV12ToYUY2)(y, step, u, step, out.Data(), 2 * step, width, kHeight);
+                EXPECT_TRUE(std::equal(wanted.begin(), wanted.end(), out.Data()))
+                    << Where(planar ? "planar" : "pairs", width, kHeight) << " luma second " << luma_second;
+            }
+        }
     }
 }
 

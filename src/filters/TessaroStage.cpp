@@ -9,19 +9,18 @@
 
 namespace corvane {
 
-// The library's object: a table of functions in this order, without a destructor.
-class TessaroStage::Object {
-public:
-    virtual void Release() = 0;
-    virtual int32_t Update(const LensRecord* record) = 0;
-    virtual void Unused2() = 0;
-    virtual void Unused3() = 0;
-    virtual int32_t Query(uint32_t width, uint32_t height, uint32_t* out_width, uint32_t* out_height) = 0;
-    virtual int32_t Process(const TessaroImage* input, TessaroImage* output) = 0;
-    virtual void EndFrame() = 0;
-
-protected:
-    ~Object() = default;
+// The library's object begins with the address of its table: C++ virtual functions in this order, without a destructor.
+// Called through plain functions, because the class is another one over there.
+struct TessaroStage::Object {
+    struct Table {
+        void (*release)(Object*);
+        int32_t (*update)(Object*, const LensRecord* record);
+        void (*unused[2])(Object*);
+        int32_t (*query)(Object*, uint32_t width, uint32_t height, uint32_t* out_width, uint32_t* out_height);
+        int32_t (*process)(Object*, const TessaroImage* input, TessaroImage* output);
+        void (*end_frame)(Object*);
+    };
+    const Table* table;
 };
 
 namespace {
@@ -74,24 +73,26 @@ std::unique_ptr<TessaroStage> TessaroStage::Make() noexcept {
     void* object = nullptr;
     if (Guarded([&] { return initial(&object, kInterfaceVersion), 0; }) < 0 || object == nullptr)
         return nullptr;
-    std::unique_ptr<TessaroStage> stage(new (std::nothrow) TessaroStage(static_cast<Object*>(object)));
+    auto* made = static_cast<Object*>(object);
+    std::unique_ptr<TessaroStage> stage(new (std::nothrow) TessaroStage(made));
     if (stage == nullptr)
-        Guarded([&] { return static_cast<Object*>(object)->Release(), 0; });
+        Guarded([&] { return made->table->release(made), 0; });
     return stage;
 }
 
 TessaroStage::~TessaroStage() {
-    Guarded([&] { return m_object->Release(), 0; });
+    Guarded([&] { return m_object->table->release(m_object), 0; });
 }
 
 void TessaroStage::Update(const LensRecord& record) noexcept {
-    Guarded([&] { return m_object->Update(&record); });
+    Guarded([&] { return m_object->table->update(m_object, &record); });
 }
 
 int32_t TessaroStage::Query(uint32_t width, uint32_t height, uint32_t* out_width, uint32_t* out_height) noexcept {
     uint32_t new_width = width;
     uint32_t new_height = height;
-    const int32_t result = Guarded([&] { return m_object->Query(width, height, &new_width, &new_height); });
+    const int32_t result =
+        Guarded([&] { return m_object->table->query(m_object, width, height, &new_width, &new_height); });
     if (result < 0)
         return result;
     if (PictureBytes(PF_I420, new_width, new_height) == 0)
@@ -104,8 +105,8 @@ int32_t TessaroStage::Query(uint32_t width, uint32_t height, uint32_t* out_width
 int32_t TessaroStage::Process(const QMRX::Filter::FilterArgs& args, uint32_t out_width, uint32_t out_height) noexcept {
     const TessaroImage input = ImageOf(*args.source, args.width, args.height);
     TessaroImage output = ImageOf(*args.destination, out_width, out_height);
-    const int32_t result = Guarded([&] { return m_object->Process(&input, &output); });
-    const int32_t ended = Guarded([&] { return m_object->EndFrame(), 0; });
+    const int32_t result = Guarded([&] { return m_object->table->process(m_object, &input, &output); });
+    const int32_t ended = Guarded([&] { return m_object->table->end_frame(m_object), 0; });
     return result < 0 ? result : ended;
 }
 

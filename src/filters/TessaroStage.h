@@ -44,7 +44,7 @@ public:
     int32_t Process(const QMRX::Filter::FilterArgs& args, uint32_t out_width, uint32_t out_height) noexcept;
 
 private:
-    class Object;
+    struct Object;
 
     explicit TessaroStage(Object* object) : m_object(object) {}
 

@@ -174,6 +174,7 @@ TEST(JitterQueue, Skips) {
         {"KavmvaKavv", 300, "Kavv"},          // other classes go with it
         {"aaaaaaaaKv", 500, "Kv"},            // one key frame: audio in front of it too
         {"vvvvppvv", 500, "pvv"},             // placeholders are skipped to
+        {"KvvKvv", 501, "Kvv"},               // all that is queued
         {"KvvvK", 10'000, "KvvvK"},
     };
     for (const auto& row : rows) {

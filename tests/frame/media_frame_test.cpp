@@ -148,8 +148,8 @@ TEST(MediaFrame, HostileRecords) {
     record.payloadSize = 1;
     EXPECT_THROW(MediaFrameImpl{record}, std::invalid_argument);
     record.data = data.data();
-    record.headerSize = UINT32_MAX;
-    record.payloadSize = UINT32_MAX;
+    record.headerSize = 0x80000000;
+    record.payloadSize = 0x80000000;
     EXPECT_THROW(MediaFrameImpl{record}, std::bad_alloc);    // before any of it is read
 
     Bytes largest(limits::kMaxFrameBytes);

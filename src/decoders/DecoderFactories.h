@@ -6,6 +6,10 @@
 
 #include "corvane/decoder.h"
 
+// On every function that calls a decoder which may come from a plug-in: an object laid out in C has no C++ type
+// information, which the vptr check of the undefined behaviour sanitizer would look for.
+#define CORVANE_CALLS_PLUGIN __attribute__((no_sanitize("vptr")))
+
 namespace corvane {
 
 // Each slot is null, or a C function of the plug-in that returns a new decoder or null. Sizes are in pixels, `adapter`
@@ -38,7 +42,7 @@ struct DecoderFactories {
 
 // A decoder ends by its own Destroy: it may come from another allocator.
 struct DecoderDestroyer {
-    void operator()(DecoderContext* decoder) const noexcept {
+    CORVANE_CALLS_PLUGIN void operator()(DecoderContext* decoder) const noexcept {
         try {
             decoder->Destroy();
         } catch (...) {    // a plug-in that breaks the rule loses only itself

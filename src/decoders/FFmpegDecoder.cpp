@@ -151,9 +151,24 @@ DecoderIsolated_FFmpeg::~DecoderIsolated_FFmpeg() {
     sws_freeContext(m_scaler);
 }
 
+bool DecoderIsolated_FFmpeg::HeadersStand(const EncodedUnit& in) {
+    switch (m_codec) {
+    case FFmpegCodec::Mjpeg:
+        return JpegHeadersStand(in.data, in.size);
+    case FFmpegCodec::Mpeg4:
+        return m_context->coded_width > 0 || Mpeg4LayerStands(in.data, in.size);
+    case FFmpegCodec::H264:
+        return m_parameter_sets.H264Stands(in.data, in.size);
+    case FFmpegCodec::Hevc:
+        return m_parameter_sets.HevcStands(in.data, in.size);
+    default:
+        return true;
+    }
+}
+
 int32_t DecoderIsolated_FFmpeg::Feed(const EncodedUnit& in) {
     // A packet without bytes would tell the codec that the stream ends.
-    if (in.data == nullptr || in.size == 0 || in.size > INT_MAX - AV_INPUT_BUFFER_PADDING_SIZE)
+    if (in.data == nullptr || in.size == 0 || in.size > INT_MAX - AV_INPUT_BUFFER_PADDING_SIZE || !HeadersStand(in))
         return 0;
     for (int attempt = 0; attempt < 2; ++attempt) {
         // The packet has no owner for its bytes, so libavcodec copies them: with frame threads it keeps them longer
@@ -319,7 +334,7 @@ DecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept {
         context.flags2 = AV_CODEC_FLAG2_FAST | (codec == FFmpegCodec::H264 ? AV_CODEC_FLAG2_SHOW_ALL : 0);
         context.skip_loop_filter = AVDISCARD_NONREF;
         context.thread_count = static_cast<int>(std::clamp<uint32_t>(threads, 1, most));
-        context.max_pixels = limits::kMaxPicturePixels;
+        context.max_pixels = kMaxCodedPixels;
     });
 }
 

@@ -11,6 +11,7 @@
 #include "corvane/decoder.h"
 #include "decoders/DecoderFactories.h"
 #include "decoders/FrameQueue.h"
+#include "decoders/HeaderCheck.h"
 
 struct AVCodecContext;
 struct AVFrame;
@@ -45,6 +46,7 @@ private:
     enum class Turn { Drained, Stopped };
 
     ~DecoderIsolated_FFmpeg();
+    bool HeadersStand(const EncodedUnit& in);
     // Appends what the unit brings to m_output. Negative when the decoder refuses to work; a damaged unit is 0.
     int32_t Feed(const EncodedUnit& in);
     // Takes all that is ready. Stopped: an error on the way.
@@ -64,6 +66,7 @@ private:
     // Used by one thread at a time.
     QMRX::SDK::Utility::FrameQueue<Frame> m_frames;       // as the codec gives them
     QMRX::SDK::Utility::FrameQueue<Frame> m_converted;    // 4:2:0 copies of other formats
+    ParameterSetCheck m_parameter_sets;
     SwsContext* m_scaler = nullptr;
     std::unique_ptr<SampleConverter> m_samples;
     std::deque<FrameRef> m_output;      // received and not yet superseded, oldest first

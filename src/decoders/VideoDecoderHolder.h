@@ -69,7 +69,8 @@ private:
     void ChooseDecoder(const MediaFrameImpl& frame);
     DecoderPtr MakeFromPlugin(const Settings& settings, const MediaFrameImpl& frame, uint32_t* kind) const;
     bool FallBack(const MediaFrameImpl& frame);
-    int32_t CallDecoder(const MediaFrameImpl& frame, uint32_t* got, DecodedFrame* picture) noexcept;
+    CORVANE_CALLS_PLUGIN int32_t CallDecoder(const MediaFrameImpl& frame, uint32_t* got,
+                                             DecodedFrame* picture) noexcept;
     void ApplyFieldMarks(MediaFrameImpl& frame);
     void CarryLensRecord(MediaFrameImpl& frame);
 

@@ -8,6 +8,24 @@
 namespace corvane {
 namespace {
 
+CORVANE_CALLS_PLUGIN void CallByHand(DecoderFactories::Plain factory, int (*live_objects)()) {
+    DecoderPtr decoder(factory());
+    const uint8_t byte = 5;
+    const EncodedUnit unit{&byte, 1, 0};
+    DecodedFrame picture{};
+    uint32_t got = 0;
+    uint32_t size = 0;
+    EXPECT_EQ(decoder->ShareFrame(&picture, 2), -1);
+    EXPECT_EQ(decoder->DecodeVideo(&picture, &got, &unit), 0);
+    EXPECT_EQ(static_cast<uint32_t>(decoder->DecodeAudio(nullptr, &size, &unit)), 0x80000004u);
+    EXPECT_EQ(static_cast<uint32_t>(decoder->ShareFrame(&picture, 1)), 0x80000005u);
+    ASSERT_EQ(decoder->ShareFrame(&picture, 2), 0);
+    decoder.reset();
+    EXPECT_EQ(picture.planes[0][0], 5);    // shared pictures outlive their decoder
+    picture.release(picture.owner);
+    EXPECT_EQ(live_objects(), 0);
+}
+
 TEST(Plugin, PlainCObjectDecodesBehindTheHolder) {
     void* library = dlopen(PLAIN_C_DECODER, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << dlerror();
@@ -38,21 +56,7 @@ TEST(Plugin, PlainCObjectDecodesBehindTheHolder) {
     }
     EXPECT_EQ(live_objects(), 0);    // the holder ended it by Destroy
 
-    DecoderPtr decoder(factory());
-    const uint8_t byte = 5;
-    const EncodedUnit unit{&byte, 1, 0};
-    DecodedFrame picture{};
-    uint32_t got = 0;
-    uint32_t size = 0;
-    EXPECT_EQ(decoder->ShareFrame(&picture, 2), -1);
-    EXPECT_EQ(decoder->DecodeVideo(&picture, &got, &unit), 0);
-    EXPECT_EQ(static_cast<uint32_t>(decoder->DecodeAudio(nullptr, &size, &unit)), 0x80000004u);
-    EXPECT_EQ(static_cast<uint32_t>(decoder->ShareFrame(&picture, 1)), 0x80000005u);
-    ASSERT_EQ(decoder->ShareFrame(&picture, 2), 0);
-    decoder.reset();
-    EXPECT_EQ(picture.planes[0][0], 5);    // shared pictures outlive their decoder
-    picture.release(picture.owner);
-    EXPECT_EQ(live_objects(), 0);
+    CallByHand(factory, live_objects);
     dlclose(library);
 }
 

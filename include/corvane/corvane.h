@@ -562,7 +562,7 @@ CORVANE_API uint32_t Corvane_InsertFilter(void* channel, void* filter);
 CORVANE_API uint32_t Corvane_RemoveFilter(void* channel, void* filter);
 
 /*
- * Rotates every picture about its centre by `angle` degrees, counter-clockwise, into the box around it, each side rounded up to even.
+ * Rotates every picture about its centre by `angle` degrees, clockwise, into the box around it, each side rounded up to even.
  * Works for kinds 3 and 11 of Corvane_RegisterRawDataCallback; pictures of other kinds are lost while it is on.
  * Status_InvalidArgument: channel is null or the angle is not finite. Status_WrongChannelType. Status_Failed: rotation is
  * on already. Status_OutOfMemory. Does not block. [any]

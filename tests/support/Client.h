@@ -57,7 +57,6 @@ public:
     void* instance = nullptr;
     void* channel = nullptr;
 
-private:
     static void OnPicture(void* context, const PseudoFrame* frame) {
         auto& self = *static_cast<Client*>(context);
         const uint32_t stride = (frame->width + 63) & ~63u;
@@ -69,6 +68,8 @@ private:
         const std::lock_guard lock(self.m_mutex);
         self.m_shown.push_back(std::move(shown));
     }
+
+private:
 
     const uint32_t m_kind;
     const bool m_keepPixels;

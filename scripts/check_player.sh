@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# check_player.sh PROGRAM: plays real files through every option that a newcomer tries first.
+set -euo pipefail
+play=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+
+ffmpeg -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -c:v libx264 -g 10 -pix_fmt yuv420p h264.mp4
+ffmpeg -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -c:v libx265 -x265-params log-level=none h265.mkv
+ffmpeg -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -c:v mpeg4 mpeg4.mp4
+ffmpeg -v error -f lavfi -i testsrc2=size=321x241:rate=25 -t 1 -c:v mjpeg jpeg.avi
+ffmpeg -v error -f lavfi -i sine -t 1 sound.wav
+
+field() { sed -n "s/^ *\"$2\": \"\{0,1\}\([^\",]*\)\"\{0,1\},\{0,1\}$/\1/p" "$1"; }
+
+for file in h264.mp4 h265.mkv mpeg4.mp4 jpeg.avi; do
+    "$play" --headless --quiet --stats stats.json --contact-sheet sheet.png "$file"
+    shown=$(field stats.json shown)
+    # B-frames leave at most their number in the decoder at the end.
+    [ "$(field stats.json fed)" = 25 ] && [ "$shown" -ge 18 ] || { echo "$file: $shown shown"; cat stats.json; exit 1; }
+    [ "$(head -c 4 sheet.png | tail -c 3)" = PNG ]
+done
+[ "$(field stats.json width)" = 321 ]
+
+"$play" --headless --stats stats.json --channels 3 --format bgr --rotate 90 --size 160x120 --loop 2 --threads 1 h264.mp4 2>status
+[ "$(field stats.json fed)" = 50 ] && [ "$(field stats.json width)" -le 124 ]
+grep -q 'shown' status
+
+# Mistakes end with a sentence and a status, not with a trace.
+! "$play" --headless missing.mp4 2>error && grep -q 'missing.mp4: No such file' error
+! "$play" --headless sound.wav 2>error && grep -q 'no H.264, H.265, MPEG-4 or JPEG video' error
+! "$play" --headless --threads many h264.mp4 2>error && grep -q 'no good value for --threads' error
+! "$play" h264.mp4 2>error && grep -q -- '--headless' error
+! "$play" --headless --quiet --stats /nonexistent/x h264.mp4 2>error && grep -q 'cannot be written' error
+# Ctrl-C ends it with what was measured.
+"$play" --headless --quiet --stats stats.json --loop 1000 h264.mp4 & sleep 1; kill -INT $!; wait $!
+[ "$(field stats.json shown)" -gt 0 ]
+echo "the player plays, measures and complains as it should"

@@ -1,0 +1,18 @@
+#!/usr/bin/env python3
+"""The first program in the README is the one that is built and run; every dependency that is installed stands there."""
+import pathlib
+import re
+import sys
+
+root = pathlib.Path(__file__).resolve().parent.parent
+readme = (root / "README.md").read_text()
+faults = []
+if (root / "examples/first.c").read_text() not in readme:
+    faults.append("README.md: its first program is not examples/first.c")
+packages = re.search(r"packages=\((.*?)\)", (root / "scripts/bootstrap.sh").read_text(), re.S).group(1).split()
+faults += [f"README.md: no reason for {name}" for name in packages if f"`{name}`" not in readme]
+architecture = (root / "docs/architecture.md").read_text()
+faults += [f"docs/architecture.md: no room {path.name}" for path in sorted((root / "src").iterdir())
+           if path.is_dir() and any(path.iterdir()) and f"`{path.name}/`" not in architecture]
+print("\n".join(faults) or "README and architecture agree with the tree")
+sys.exit(bool(faults))

@@ -1,0 +1,138 @@
+// What the library does to its host: nothing. And the public side of the built shared library.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <locale.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+
+#include "support/Client.h"
+
+namespace corvane {
+namespace {
+
+std::string ReadAll(int file) {
+    lseek(file, 0, SEEK_SET);
+    std::string text(1 << 16, '\0');
+    const ssize_t size = read(file, text.data(), text.size());
+    text.resize(size > 0 ? static_cast<size_t>(size) : 0);
+    return text;
+}
+
+// Both output streams of the process go to a file for a scope.
+class CapturedOutput {
+public:
+    CapturedOutput() : m_file(fileno(tmpfile())), m_out(dup(1)), m_err(dup(2)) {
+        fflush(nullptr);
+        dup2(m_file, 1);
+        dup2(m_file, 2);
+    }
+    std::string End() {
+        fflush(nullptr);
+        dup2(m_out, 1);
+        dup2(m_err, 2);
+        return ReadAll(m_file);
+    }
+
+private:
+    int m_file, m_out, m_err;
+};
+
+struct Process {
+    std::array<struct sigaction, 32> handlers{};
+    sigset_t mask{};
+    std::string locale;
+    std::string folder;
+    std::vector<std::string> inherited;    // descriptors that a child would get
+
+    static Process Now() {
+        Process now;
+        for (int i = 1; i < 32; ++i)
+            sigaction(i, nullptr, &now.handlers[static_cast<size_t>(i)]);
+        pthread_sigmask(SIG_SETMASK, nullptr, &now.mask);
+        now.locale = setlocale(LC_ALL, nullptr);
+        now.folder = std::filesystem::current_path();
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            const int descriptor = std::stoi(entry.path().filename());
+            const int flags = fcntl(descriptor, F_GETFD);
+            if (flags >= 0 && (flags & FD_CLOEXEC) == 0)
+                now.inherited.push_back(entry.path());
+        }
+        std::ranges::sort(now.inherited);
+        return now;
+    }
+};
+
+void OwnHandler(int) {}
+
+// The whole road on good and on damaged input, under a locale with a decimal comma where the machine has one.
+TEST(Host, IsLeftAsItWasFound) {
+    for (const char* locale : {"de_DE.UTF-8", "fr_FR.UTF-8", "C.UTF-8"})
+        if (setlocale(LC_ALL, locale) != nullptr)
+            break;
+    signal(SIGUSR1, &OwnHandler);
+    std::vector<test::EncodedPicture> pictures = test::MakeVideo({.frames = 6});
+    for (int i = 0; i < 200; ++i)
+        pictures[4].bytes[static_cast<size_t>(i * 7) % pictures[4].bytes.size()] ^= 0x55;
+    const Process before = Process::Now();
+    CapturedOutput captured;
+    {
+        test::Client client;
+        client.Start();
+        for (size_t i = 0; i < pictures.size(); ++i)
+            (void)client.Feed(CORVANE_STREAM_H264, pictures[i].bytes, pictures[i].key, static_cast<int64_t>(i));
+        (void)client.Feed(CORVANE_STREAM_JPEG, pictures[4].bytes, true, 7);
+        (void)client.Feed(CORVANE_STREAM_H265, pictures[4].bytes, true, 8);
+        (void)client.Feed(CORVANE_STREAM_MPEG4, pictures[4].bytes, true, 9);
+        EXPECT_TRUE(test::Eventually([&] { return !client.Stamps().empty(); }));
+        // Signals of the process never run on a thread of the library.
+        const Process during = Process::Now();
+        EXPECT_EQ(during.inherited, before.inherited);
+        for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+            std::ifstream status(task.path() / "status");
+            std::string line;
+            bool ours = false;
+            while (std::getline(status, line)) {
+                ours = ours || line.find("corvane-") != std::string::npos;
+                if (ours && line.starts_with("SigBlk:"))
+                    EXPECT_NE(std::stoull(line.substr(7), nullptr, 16) & (1ull << (SIGINT - 1)), 0u);
+            }
+        }
+    }
+    EXPECT_EQ(captured.End(), "");
+    const Process after = Process::Now();
+    for (size_t i = 1; i < 32; ++i)
+        EXPECT_EQ(after.handlers[i].sa_handler, before.handlers[i].sa_handler) << "signal " << i;
+    EXPECT_EQ(memcmp(&after.mask, &before.mask, sizeof(uint64_t)), 0);
+    EXPECT_EQ(after.locale, before.locale);
+    EXPECT_EQ(after.folder, before.folder);
+    EXPECT_EQ(after.inherited, before.inherited);
+}
+
+// Loaded, used and unloaded in nested loops; nothing but the listed names can be found in it.
+TEST(Host, LoadsAndUnloadsTheSharedLibrary) {
+    for (int load = 0; load < 3; ++load) {
+        void* const library = dlopen(CORVANE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(library, nullptr) << dlerror();
+        const auto initial = reinterpret_cast<decltype(&Corvane_Initial)>(dlsym(library, "Corvane_Initial"));
+        const auto create = reinterpret_cast<decltype(&Corvane_CreateChannel)>(dlsym(library, "Corvane_CreateChannel"));
+        const auto release = reinterpret_cast<decltype(&Corvane_Release)>(dlsym(library, "Corvane_Release"));
+        ASSERT_TRUE(initial && create && release);
+        EXPECT_EQ(dlsym(library, "Corvane_CreatePlaybackChannel"), nullptr) << "not in this version";
+        for (int use = 0; use < 3; ++use) {
+            void* instance = nullptr;
+            void* channel = nullptr;
+            EXPECT_EQ(initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
+            EXPECT_EQ(create(instance, &channel, nullptr), Status_Ok);
+            EXPECT_EQ(release(&instance), Status_Ok);
+        }
+        EXPECT_EQ(dlclose(library), 0);
+    }
+}
+
+}    // namespace
+}    // namespace corvane

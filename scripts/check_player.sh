@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # check_player.sh PROGRAM: plays real files through every option that a newcomer tries first.
 set -euo pipefail
-play=$1
+play=$(realpath "$1")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
@@ -9,7 +9,7 @@ cd "$work"
 ffmpeg -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -c:v libx264 -g 10 -pix_fmt yuv420p h264.mp4
 ffmpeg -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -c:v libx265 -x265-params log-level=none h265.mkv
 ffmpeg -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -c:v mpeg4 mpeg4.mp4
-ffmpeg -v error -f lavfi -i testsrc2=size=321x241:rate=25 -t 1 -c:v mjpeg jpeg.avi
+ffmpeg -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -vf scale=321:241 -c:v mjpeg jpeg.avi
 ffmpeg -v error -f lavfi -i sine -t 1 sound.wav
 
 field() { sed -n "s/^ *\"$2\": \"\{0,1\}\([^\",]*\)\"\{0,1\},\{0,1\}$/\1/p" "$1"; }

@@ -16,10 +16,20 @@ extern "C" {
 #include <opencore-amrnb/interf_enc.h>
 #endif
 
-// The leak checker asks this of the program. Debian's x265 keeps copies of its parameters for ever.
-extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
+// What the sanitizers ask of the program.
+extern "C" {
+__attribute__((visibility("default"))) const char* __lsan_default_suppressions();
+__attribute__((visibility("default"))) const char* __tsan_default_suppressions();
+
+// Debian's x265 keeps copies of its parameters for ever.
 const char* __lsan_default_suppressions() {
     return "leak:libx265\n";
+}
+
+// FFmpeg is not instrumented: what its decoding threads write is handed over by atomics that the checker cannot see.
+const char* __tsan_default_suppressions() {
+    return "called_from_lib:libavcodec.so\ncalled_from_lib:libavutil.so\n";
+}
 }
 
 namespace corvane::test {

@@ -264,7 +264,8 @@ bool JpegHeadersStand(const uint8_t* data, uint32_t size) {
 
 bool Mpeg4LayerStands(const uint8_t* data, uint32_t size) {
     const uint8_t* end = data + size;
-    for (const uint8_t* at = BehindStartCode(data, end); at < end; at = BehindStartCode(at, end))
+    constexpr uint8_t kPicture = 0xB6;    // decoding begins here, with what was read before
+    for (const uint8_t* at = BehindStartCode(data, end); at < end && *at != kPicture; at = BehindStartCode(at, end))
         if (*at >= 0x20 && *at <= 0x2F)
             return Guarded([&] { return LayerStands({at + 1, static_cast<size_t>(end - at - 1)}); }, false);
     return false;

@@ -16,10 +16,20 @@ extern "C" {
 #include <opencore-amrnb/interf_enc.h>
 #endif
 
-// The leak checker asks this of the program. Debian's x265 keeps copies of its parameters for ever.
-extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
+// What the sanitizers ask of the program.
+extern "C" {
+__attribute__((visibility("default"))) const char* __lsan_default_suppressions();
+__attribute__((visibility("default"))) const char* __tsan_default_suppressions();
+
+// Debian's x265 keeps copies of its parameters for ever.
 const char* __lsan_default_suppressions() {
     return "leak:libx265\n";
+}
+
+// FFmpeg is not instrumented: what its decoding threads write is handed over by atomics that the checker cannot see.
+const char* __tsan_default_suppressions() {
+    return "called_from_lib:libavcodec.so\ncalled_from_lib:libavutil.so\n";
+}
 }
 
 namespace corvane::test {
@@ -110,6 +120,8 @@ void SetOptions(AVCodecContext& context, const VideoSpec& spec) {
         std::string options = "annexb=1:repeat-headers=1:scenecut=0:open-gop=0:threads=1:lookahead-threads=1";
         if (spec.b_frames > 0)
             options += ":b-adapt=0:b-pyramid=none";
+        if (!spec.options.empty())
+            options += ":" + spec.options;
         av_opt_set(context.priv_data, "preset", "ultrafast", 0);
         if (spec.b_frames == 0)
             av_opt_set(context.priv_data, "tune", "zerolatency", 0);
@@ -117,11 +129,13 @@ void SetOptions(AVCodecContext& context, const VideoSpec& spec) {
         av_opt_set(context.priv_data, "x264-params", options.c_str(), 0);
     } else if (spec.stream_type == CORVANE_STREAM_H265) {
         av_opt_set(context.priv_data, "preset", "ultrafast", 0);
-        const std::string options =
+        std::string options =
             "log-level=none:annexb=1:repeat-headers=1:scenecut=0:open-gop=0:pools=none:frame-threads=1:wpp=0:info=0:"
             "rc-lookahead=4:b-adapt=0:bframes=" +
             std::to_string(spec.b_frames) + ":keyint=" + std::to_string(spec.gop) +
             ":min-keyint=" + std::to_string(spec.gop);
+        if (!spec.options.empty())
+            options += ":" + spec.options;
         av_opt_set(context.priv_data, "x265-params", options.c_str(), 0);
     }
     if (spec.interlaced)

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "corvane/corvane.h"
@@ -24,6 +25,7 @@ struct VideoSpec {
     int first_number = 0;                    // stamp of the first picture, 0 to 65535
     Sampling sampling = Sampling::Yuv420;    // JPEG: any but Gray; H.264 and H.265: any; MPEG-4: Yuv420
     int bit_depth = 8;                       // 8 or 10; 10 for H.264 and H.265 only
+    std::string options = {};                // more for x264 or x265, as "name=value:name=value"
     bool interlaced = false;                 // H.264 and MPEG-4: both fields of a frame in one packet
 };
 

@@ -9,9 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <utility>
 
-#include "base/AlignedBuffer.h"
 #include "kernels/Source420.h"
 
 #ifndef CORVANE_KERNELS_CHROMA_TERMS_COMMON
@@ -55,30 +53,12 @@ struct ChromaMatrix {
 
 // Pixels that one pass over a row covers: six rows of terms of this length take a quarter of the first-level cache.
 inline constexpr uint32_t kTermBlock = 2048;
+// Whole vectors are written behind the block, at most 64 bytes.
 inline constexpr size_t kTermStride = kTermBlock + 64;
 
-// Rows of doubled bytes, one byte a pixel.
-struct TermRows {
-    uint8_t* red_up;
-    uint8_t* red_down;
-    uint8_t* green_up;
-    uint8_t* green_down;
-    uint8_t* blue_up;
-    uint8_t* blue_down;
-
-    // Whole vectors are written behind the block, at most 64 bytes.
-    static bool Allocate(AlignedBuffer& memory, TermRows& rows) {
-        if (!memory.Allocate(6 * kTermStride))
-            return false;
-        uint8_t* at = memory.Data();
-        for (uint8_t** row :
-             {&rows.red_up, &rows.red_down, &rows.green_up, &rows.green_down, &rows.blue_up, &rows.blue_down}) {
-            *row = at;
-            at += kTermStride;
-        }
-        return true;
-    }
-};
+// Rows of terms in the scratch memory, one doubled byte a pixel: for each colour the terms to add, then those to
+// subtract.
+enum TermRow : size_t { kRedTerms = 0, kGreenTerms = 2, kBlueTerms = 4, kTermRows = 6 };
 
 }    // namespace corvane::kernels
 
@@ -91,57 +71,17 @@ struct TermRows {
 #define CORVANE_KERNELS_CHROMA_TERMS_INL
 #endif
 
-// The emulated instruction sets have nothing to win: the plain form serves there.
-#if HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128
+#include "kernels/Vectors-inl.h"
+
+#if !CORVANE_KERNELS_PLAIN
 
 HWY_BEFORE_NAMESPACE();
 namespace corvane::kernels {
 namespace HWY_NAMESPACE {
-namespace hn = hwy::HWY_NAMESPACE;
-
-using Bytes = hn::ScalableTag<uint8_t>;
-using Words = hn::Repartition<uint16_t, Bytes>;
-using SignedWords = hn::Repartition<int16_t, Bytes>;
-using Dwords = hn::Repartition<uint32_t, Bytes>;
-using SignedDwords = hn::Repartition<int32_t, Bytes>;
-using ByteVector = hn::Vec<Bytes>;
-using WordVector = hn::Vec<Words>;
-
-// Puts groups of `kGroup` double words so that the in-block interleaving that follows leaves whole output vectors in
-// order: block L, group k of the result is group k * blocks + L of the input. Does nothing on 128-bit vectors.
-template <size_t kGroup>
-class BlockOrder {
-public:
-    BlockOrder() : m_indices(hn::SetTableIndices(Dwords(), Indices().data)) {}
-
-    template <class V>
-    HWY_INLINE V operator()(V v) const {
-        if constexpr (kGroup == 0 || hn::MaxLanes(Dwords()) == 4)
-            return v;
-        else
-            return hn::BitCast(hn::DFromV<V>(), hn::TableLookupLanes(hn::BitCast(Dwords(), v), m_indices));
-    }
-
-private:
-    struct IndexTable {
-        HWY_ALIGN int32_t data[hn::MaxLanes(Dwords())] = {};
-    };
-    static IndexTable Indices() {
-        IndexTable table;
-        constexpr size_t kBlocks = hn::MaxLanes(Dwords()) / 4;
-        constexpr size_t kWidth = kGroup == 0 ? 1 : kGroup;
-        for (size_t block = 0; block < kBlocks; ++block) {
-            for (size_t i = 0; i < 4; ++i)
-                table.data[block * 4 + i] = static_cast<int32_t>((i / kWidth * kBlocks + block) * kWidth + i % kWidth);
-        }
-        return table;
-    }
-    decltype(hn::SetTableIndices(Dwords(), static_cast<const int32_t*>(nullptr))) m_indices;
-};
-
 // x, u and v hold one chroma sample in each lane.
-template <const SingleTerm& kTerm>
+template <const ChromaMatrix& kMatrix, bool kRed>
 HWY_INLINE hn::Vec<SignedWords> Single(WordVector x) {
+    constexpr SingleTerm kTerm = kRed ? kMatrix.red : kMatrix.blue;
     const Words d;
     const auto scaled = hn::ShiftLeft<kTerm.scale_shift>(x);
     const auto shifted = hn::ShiftLeft<kTerm.shift>(x);
@@ -183,80 +123,102 @@ HWY_INLINE hn::Vec<SignedWords> Pair(const PairTerm& term, WordVector u, WordVec
 }
 
 template <bool kWide>
-HWY_INLINE void StoreTerm(hn::Vec<SignedWords> term, uint8_t* HWY_RESTRICT up, uint8_t* HWY_RESTRICT down) {
+HWY_INLINE void StoreTerm(hn::Vec<SignedWords> term, uint8_t* HWY_RESTRICT up) {
     const SignedWords d;
-    const auto zero = hn::Zero(d);
-    auto positive = hn::Max(term, zero);
-    auto negative = hn::Max(hn::Sub(zero, term), zero);
+    auto positive = hn::Max(term, hn::Zero(d));
+    auto negative = hn::Sub(positive, term);
     if constexpr (kWide) {
         positive = hn::Min(positive, hn::Set(d, 255));
         negative = hn::Min(negative, hn::Set(d, 255));
     }
     const Bytes bytes;
-    hn::StoreU(hn::BitCast(bytes, hn::Or(positive, hn::ShiftLeft<8>(positive))), bytes, up);
-    hn::StoreU(hn::BitCast(bytes, hn::Or(negative, hn::ShiftLeft<8>(negative))), bytes, down);
+    alignas(16) static constexpr uint8_t kDouble[16] = {0, 0, 2, 2, 4, 4, 6, 6, 8, 8, 10, 10, 12, 12, 14, 14};
+    const auto doubled = hn::LoadDup128(bytes, kDouble);
+    hn::StoreU(hn::TableLookupBytes(hn::BitCast(bytes, positive), doubled), bytes, up);
+    hn::StoreU(hn::TableLookupBytes(hn::BitCast(bytes, negative), doubled), bytes, up + kTermStride);
 }
 
 template <const ChromaMatrix& kMatrix, class Order>
-HWY_INLINE void StoreTerms(const Order& order, WordVector u, WordVector v, const TermRows& rows, size_t at) {
+HWY_INLINE void StoreTerms(const Order& order, WordVector u, WordVector v, uint8_t* HWY_RESTRICT terms) {
     u = order(u);
     v = order(v);
-    StoreTerm<kMatrix.red.wide>(Single<kMatrix.red>(v), rows.red_up + at, rows.red_down + at);
-    StoreTerm<false>(Pair(kMatrix.green, u, v), rows.green_up + at, rows.green_down + at);
-    StoreTerm<kMatrix.blue.wide>(Single<kMatrix.blue>(u), rows.blue_up + at, rows.blue_down + at);
+    StoreTerm<kMatrix.red.wide>(Single<kMatrix, true>(v), terms + kRedTerms * kTermStride);
+    StoreTerm<false>(Pair(kMatrix.green, u, v), terms + kGreenTerms * kTermStride);
+    StoreTerm<kMatrix.blue.wide>(Single<kMatrix, false>(u), terms + kBlueTerms * kTermStride);
 }
 
-// The terms of `count` chroma samples, twice as many bytes in each row, in the order of each vector that `order` makes.
 template <const ChromaMatrix& kMatrix, class Order>
-HWY_INLINE void MakeTerms(const Order& order, const uint8_t* HWY_RESTRICT u, const uint8_t* HWY_RESTRICT v,
-                          size_t count, const TermRows& rows) {
+HWY_INLINE void StoreTermsAt(const Order& order, const uint8_t* HWY_RESTRICT u, const uint8_t* HWY_RESTRICT v,
+                             uint8_t* HWY_RESTRICT terms) {
     const Words d;
-    const Bytes bytes;
-    const hn::Rebind<uint8_t, Words> half;
-    constexpr size_t kStep = hn::MaxLanes(Words());
-    HWY_ALIGN uint8_t tail[2][2 * kStep] = {};
-    for (size_t i = 0; i < count; i += kStep) {
-        const size_t rest = std::min(kStep, count - i);
-        if (v != nullptr) {
-            const uint8_t* u_at = u + i;
-            const uint8_t* v_at = v + i;
-            if (rest < kStep) {
-                std::memcpy(tail[0], u_at, rest);
-                std::memcpy(tail[1], v_at, rest);
-                u_at = tail[0];
-                v_at = tail[1];
-            }
-            StoreTerms<kMatrix>(order, hn::PromoteTo(d, hn::LoadU(half, u_at)), hn::PromoteTo(d, hn::LoadU(half, v_at)),
-                                rows, 2 * i);
-        } else {
-            const uint8_t* pairs_at = u + 2 * i;
-            if (rest < kStep) {
-                std::memcpy(tail[0], pairs_at, 2 * rest);
-                pairs_at = tail[0];
-            }
-            const auto pairs = hn::BitCast(d, hn::LoadU(bytes, pairs_at));
-            StoreTerms<kMatrix>(order, hn::And(pairs, hn::Set(d, 0xFF)), hn::ShiftRight<8>(pairs), rows, 2 * i);
-        }
+    if (v != nullptr) {
+        const hn::Rebind<uint8_t, Words> half;
+        StoreTerms<kMatrix>(order, hn::PromoteTo(d, hn::LoadU(half, u)), hn::PromoteTo(d, hn::LoadU(half, v)), terms);
+    } else {
+        const auto pairs = hn::BitCast(d, hn::LoadU(Bytes(), u));
+        StoreTerms<kMatrix>(order, hn::And(pairs, hn::Set(d, 0xFF)), hn::ShiftRight<8>(pairs), terms);
     }
 }
 
-HWY_INLINE ByteVector Channel(ByteVector luma, const uint8_t* up, const uint8_t* down, size_t at) {
+// Fetches `bytes` of a row that is written soon: cold pictures are written faster when the lines arrive during the
+// arithmetic of the rows before, and processors do not foresee rows that go upwards.
+// Into the second level: the first holds the terms.
+HWY_INLINE void FetchAhead(const uint8_t* row, size_t bytes) {
+    for (size_t at = 0; at < bytes; at += 64)
+        __builtin_prefetch(row + at, 0, 2);
+}
+
+// The terms of `count` chroma samples, twice as many bytes in each row, in the order of each vector that `order` makes.
+// Meanwhile fetches `fetch_step` bytes of the row `fetch` for each vector.
+template <const ChromaMatrix& kMatrix, class Order>
+HWY_INLINE void MakeTerms(const Order& order, const uint8_t* HWY_RESTRICT u, const uint8_t* HWY_RESTRICT v,
+                          size_t count, uint8_t* HWY_RESTRICT terms, const uint8_t* fetch, size_t fetch_step) {
+    constexpr size_t kStep = hn::MaxLanes(Words());
+    size_t i = 0;
+    if (v != nullptr) {
+        for (; i + kStep <= count; i += kStep, fetch += fetch_step) {
+            FetchAhead(fetch, fetch_step);
+            StoreTermsAt<kMatrix>(order, u + i, v + i, terms + 2 * i);
+        }
+    } else {
+        for (; i + kStep <= count; i += kStep, fetch += fetch_step) {
+            FetchAhead(fetch, fetch_step);
+            StoreTermsAt<kMatrix>(order, u + 2 * i, nullptr, terms + 2 * i);
+        }
+    }
+    if (i == count)
+        return;
+    HWY_ALIGN uint8_t u_tail[2 * kStep] = {};
+    HWY_ALIGN uint8_t v_tail[kStep] = {};
+    std::memcpy(u_tail, v != nullptr ? u + i : u + 2 * i, v != nullptr ? count - i : 2 * (count - i));
+    if (v != nullptr)
+        std::memcpy(v_tail, v + i, count - i);
+    StoreTermsAt<kMatrix>(order, u_tail, v != nullptr ? v_tail : nullptr, terms + 2 * i);
+}
+
+// Luma with the terms of one colour; `up` points at the vector's place in the row of terms to add.
+HWY_INLINE ByteVector Channel(ByteVector luma, const uint8_t* up) {
     const Bytes d;
-    return hn::SaturatedSub(hn::SaturatedAdd(luma, hn::LoadU(d, up + at)), hn::LoadU(d, down + at));
+    return hn::SaturatedSub(hn::SaturatedAdd(luma, hn::LoadU(d, up)), hn::LoadU(d, up + kTermStride));
 }
 
 // One row of `count` pixels through `Writer`: its `Put(blue, green, red, out)` writes a whole vector of pixels of
-// Writer::kPixelBytes bytes, its `kGroup` is what BlockOrder needs, its `kMatrix` the arithmetic.
+// Writer::kPixelBytes bytes, its `kGroup` is what BlockOrder needs, its `kMatrix` the arithmetic. `blue` and `red` are
+// the rows of terms of the colours that Put takes first and last. Meanwhile
+// fetches half a row from `fetch`.
 template <class Writer>
 HWY_INLINE void ConvertRow(const Writer& writer, const BlockOrder<Writer::kGroup>& order, const uint8_t* HWY_RESTRICT y,
-                           const TermRows& rows, size_t count, uint8_t* HWY_RESTRICT out) {
+                           const uint8_t* HWY_RESTRICT blue, const uint8_t* HWY_RESTRICT green,
+                           const uint8_t* HWY_RESTRICT red, size_t count, uint8_t* HWY_RESTRICT out,
+                           const uint8_t* fetch) {
     const Bytes d;
     constexpr size_t kStep = hn::MaxLanes(Bytes());
     size_t x = 0;
     for (; x + kStep <= count; x += kStep) {
+        FetchAhead(fetch + x * Writer::kPixelBytes / 2, kStep * Writer::kPixelBytes / 2);
         const auto luma = order(hn::LoadU(d, y + x));
-        writer.Put(Channel(luma, rows.blue_up, rows.blue_down, x), Channel(luma, rows.green_up, rows.green_down, x),
-                   Channel(luma, rows.red_up, rows.red_down, x), out + x * Writer::kPixelBytes);
+        writer.Put(Channel(luma, blue + x), Channel(luma, green + x), Channel(luma, red + x),
+                   out + x * Writer::kPixelBytes);
     }
     if (x == count)
         return;
@@ -264,8 +226,7 @@ HWY_INLINE void ConvertRow(const Writer& writer, const BlockOrder<Writer::kGroup
     HWY_ALIGN uint8_t out_tail[kStep * Writer::kPixelBytes];
     std::memcpy(luma_tail, y + x, count - x);
     const auto luma = order(hn::Load(d, luma_tail));
-    writer.Put(Channel(luma, rows.blue_up, rows.blue_down, x), Channel(luma, rows.green_up, rows.green_down, x),
-               Channel(luma, rows.red_up, rows.red_down, x), out_tail);
+    writer.Put(Channel(luma, blue + x), Channel(luma, green + x), Channel(luma, red + x), out_tail);
     std::memcpy(out + x * Writer::kPixelBytes, out_tail, (count - x) * Writer::kPixelBytes);
 }
 
@@ -273,23 +234,27 @@ HWY_INLINE void ConvertRow(const Writer& writer, const BlockOrder<Writer::kGroup
 // the picture is larger than the cache.
 template <class Writer>
 HWY_INLINE void ConvertPicture(const Writer& writer, const Source420& source, uint8_t* destination, ptrdiff_t step,
-                               uint32_t width, uint32_t height, const TermRows& rows, bool red_first) {
-    TermRows read = rows;
-    if (red_first) {
-        std::swap(read.red_up, read.blue_up);
-        std::swap(read.red_down, read.blue_down);
-    }
+                               uint32_t width, uint32_t height, bool red_first, uint8_t* terms) {
     const BlockOrder<Writer::kGroup> order;
+    const uint8_t* first = terms + (red_first ? kRedTerms : kBlueTerms) * kTermStride;
+    const uint8_t* last = terms + (red_first ? kBlueTerms : kRedTerms) * kTermStride;
     for (uint32_t row = 0; row < height; row += 2) {
         const auto pair = static_cast<ptrdiff_t>(row / 2);
         for (uint32_t x = 0; x < width; x += kTermBlock) {
             const uint32_t count = std::min(kTermBlock, width - x);
             const uint8_t* u = source.u + pair * source.u_step + (source.Planar() ? x / 2 : x);
             const uint8_t* v = source.Planar() ? source.v + pair * source.v_step + x / 2 : nullptr;
-            MakeTerms<Writer::kMatrix>(order, u, v, (count + 1) / 2, rows);
+            // The second row is fetched during the terms, the two halves of the first of the next pair during the rows.
+            const auto row_at = [&](uint32_t line) HWY_ATTR {
+                return destination + static_cast<ptrdiff_t>(line) * step + size_t{x} * Writer::kPixelBytes;
+            };
+            const size_t row_bytes = size_t{count} * Writer::kPixelBytes;
+            MakeTerms<Writer::kMatrix>(order, u, v, (count + 1) / 2, terms, row_at(std::min(row + 1, height - 1)),
+                                       hn::MaxLanes(Bytes()) * Writer::kPixelBytes);
             for (uint32_t line = row; line < std::min(row + 2, height); ++line) {
-                ConvertRow(writer, order, source.y + static_cast<ptrdiff_t>(line) * source.y_step + x, read, count,
-                           destination + static_cast<ptrdiff_t>(line) * step + size_t{x} * Writer::kPixelBytes);
+                const uint8_t* next = row_at(std::min(row + 2, height - 1)) + (line - row) * row_bytes / 2;
+                ConvertRow(writer, order, source.y + static_cast<ptrdiff_t>(line) * source.y_step + x, first,
+                           terms + kGreenTerms * kTermStride, last, count, row_at(line), next);
             }
         }
     }

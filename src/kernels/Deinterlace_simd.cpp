@@ -9,12 +9,13 @@
 #include <cstring>
 
 #include "kernels/Source420.h"
+#include "kernels/Vectors-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
-#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+#if CORVANE_KERNELS_PLAIN
 HWY_INLINE void SmoothRow(const uint8_t* above, const uint8_t* row, const uint8_t* below, uint8_t* out, size_t width,
                           uint32_t weight) {
     ref::SmoothRow(above, row, below, out, width, weight);
@@ -23,9 +24,8 @@ HWY_INLINE void SmoothRow(const uint8_t* above, const uint8_t* row, const uint8_
 // The sum is at most 255 * 256, so it stays within unsigned words.
 HWY_INLINE void SmoothRow(const uint8_t* HWY_RESTRICT above, const uint8_t* HWY_RESTRICT row,
                           const uint8_t* HWY_RESTRICT below, uint8_t* HWY_RESTRICT out, size_t width, uint32_t weight) {
-    namespace hn = hwy::HWY_NAMESPACE;
-    const hn::ScalableTag<uint8_t> d;
-    const hn::Repartition<uint16_t, decltype(d)> words;
+    const Bytes d;
+    const Words words;
     constexpr size_t kStep = hn::MaxLanes(d);
     if (width < kStep) {
         ref::SmoothRow(above, row, below, out, width, weight);

@@ -2,37 +2,108 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "kernels/PackedYuv_simd.cpp"
+#include <hwy/cache_control.h>
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
 #include <algorithm>
 
-#include "base/AlignedBuffer.h"
-#include "kernels/Interleave-inl.h"
 #include "kernels/Source420.h"
+#include "kernels/Vectors-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
-// `pairs` takes one row of U V pairs of `width` bytes; not used when the source has pairs.
+#if CORVANE_KERNELS_PLAIN
 void Pack(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-          bool luma_second, uint8_t* pairs) {
-    for (uint32_t row = 0; row < height; ++row) {
-        const uint8_t* luma = source.y + static_cast<ptrdiff_t>(row) * source.y_step;
-        const uint8_t* chroma = source.u + static_cast<ptrdiff_t>(row / 2) * source.u_step;
-        if (source.Planar()) {
-            if ((row & 1) == 0)
-                InterleaveRow(chroma, source.v + static_cast<ptrdiff_t>(row / 2) * source.v_step, pairs, width / 2);
-            chroma = pairs;
-        }
-        uint8_t* out = destination + static_cast<ptrdiff_t>(row) * step;
-        if (luma_second)
-            InterleaveRow(chroma, luma, out, width);
-        else
-            InterleaveRow(luma, chroma, out, width);
+          bool luma_second, bool /*streaming*/) {
+    ref::ToPacked(source.y, source.y_step, source.u, source.u_step, source.v, source.v_step, destination, step, width,
+                  height, luma_second);
+}
+#else
+
+template <bool kLumaSecond, bool kStreaming>
+HWY_INLINE void PutRow(ByteVector luma, ByteVector pairs, uint8_t* out) {
+    const Bytes d;
+    const auto first = kLumaSecond ? pairs : luma;
+    const auto second = kLumaSecond ? luma : pairs;
+    const auto low = hn::InterleaveLower(d, first, second);
+    const auto high = hn::InterleaveUpper(d, first, second);
+    if constexpr (kStreaming) {
+        hn::Stream(low, d, out);
+        hn::Stream(high, d, out + hn::MaxLanes(d));
+    } else {
+        hn::StoreU(low, d, out);
+        hn::StoreU(high, d, out + hn::MaxLanes(d));
     }
 }
+
+// A vector of pixels at column x of both rows.
+template <bool kLumaSecond, bool kStreaming>
+HWY_INLINE void PutBothRows(const BlockOrder<2>& order, const Source420& at, uint8_t* out, ptrdiff_t step, size_t x) {
+    const Bytes d;
+    const Words words;
+    ByteVector pairs;
+    if (at.Planar()) {
+        const hn::Rebind<uint8_t, Words> half;
+        const auto u = hn::PromoteTo(words, hn::LoadU(half, at.u + x / 2));
+        const auto v = hn::PromoteTo(words, hn::LoadU(half, at.v + x / 2));
+        pairs = order(hn::BitCast(d, hn::Or(u, hn::ShiftLeft<8>(v))));
+    } else {
+        pairs = order(hn::LoadU(d, at.u + x));
+    }
+    PutRow<kLumaSecond, kStreaming>(order(hn::LoadU(d, at.y + x)), pairs, out + 2 * x);
+    PutRow<kLumaSecond, kStreaming>(order(hn::LoadU(d, at.y + at.y_step + x)), pairs, out + step + 2 * x);
+}
+
+template <bool kLumaSecond, bool kStreaming>
+HWY_INLINE void PackRows(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width,
+                         uint32_t height) {
+    constexpr size_t kStep = hn::MaxLanes(Bytes());
+    const BlockOrder<2> order;
+    Source420 at = source;
+    for (uint32_t row = 0; row < height; row += 2) {
+        size_t x = 0;
+        if (at.Planar()) {
+            for (; x + kStep <= width; x += kStep)
+                PutBothRows<kLumaSecond, kStreaming>(order, at, destination, step, x);
+        } else {
+            for (; x + kStep <= width; x += kStep)
+                PutBothRows<kLumaSecond, kStreaming>(order, at, destination, step, x);
+        }
+        if (x < width)    // again from the end, so that no row is finished byte by byte
+            PutBothRows<kLumaSecond, false>(order, at, destination, step, width - kStep);
+        at.y += 2 * at.y_step;
+        at.u += at.u_step;
+        if (at.Planar())
+            at.v += at.v_step;
+        destination += 2 * step;
+    }
+}
+
+void Pack(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
+          bool luma_second, bool streaming) {
+    constexpr size_t kStep = hn::MaxLanes(Bytes());
+    if (width < kStep) {
+        ref::ToPacked(source.y, source.y_step, source.u, source.u_step, source.v, source.v_step, destination, step,
+                      width, height, luma_second);
+        return;
+    }
+    const bool aligned = ((reinterpret_cast<uintptr_t>(destination) | static_cast<uintptr_t>(step)) & (kStep - 1)) == 0;
+    if (streaming && aligned) {
+        if (luma_second)
+            PackRows<true, true>(source, destination, step, width, height);
+        else
+            PackRows<false, true>(source, destination, step, width, height);
+        hwy::FlushStream();
+    } else if (luma_second) {
+        PackRows<true, false>(source, destination, step, width, height);
+    } else {
+        PackRows<false, false>(source, destination, step, width, height);
+    }
+}
+#endif
 
 }    // namespace HWY_NAMESPACE
 }    // namespace corvane::kernels
@@ -45,16 +116,22 @@ HWY_EXPORT(Pack);
 
 namespace {
 
+// Pictures beyond half a mebibyte with rows on 16 byte boundaries go past the cache.
+bool WorthStreaming(const Source420& source, const uint8_t* destination, ptrdiff_t step, uint32_t height) {
+    const ptrdiff_t v_step = source.Planar() ? source.v_step : 0;
+    const auto address = [](const uint8_t* plane) { return reinterpret_cast<uintptr_t>(plane); };
+    const uintptr_t all = address(source.y) | address(source.u) | address(source.v) | address(destination) |
+                          static_cast<uintptr_t>(source.y_step | source.u_step | v_step | step);
+    return (all & 15) == 0 && (source.y_step + source.u_step + v_step + step) * ptrdiff_t{height} > 0x80000;
+}
+
 int32_t ToPacked(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
                  bool luma_second) {
     if (source.y == nullptr || source.u == nullptr || destination == nullptr || width < 2 || height < 2)
         return kRefused;
-    AlignedBuffer pairs;
-    if (source.Planar() && !pairs.Allocate(width)) {
-        return ref::ToPacked(source.y, source.y_step, source.u, source.u_step, source.v, source.v_step, destination,
-                             step, width, height, luma_second);
-    }
-    HWY_DYNAMIC_DISPATCH(Pack)(source, destination, step, width & ~1u, height & ~1u, luma_second, pairs.Data());
+    HWY_DYNAMIC_DISPATCH(Pack)
+    (source, destination, step, width & ~1u, height & ~1u, luma_second,
+     WorthStreaming(source, destination, step, height));
     return kDone;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <utility>
 
 #include "kernels/Source420.h"
 
@@ -46,46 +47,79 @@ constexpr double kUnit = 4294967296.0;
 constexpr int64_t kOne = int64_t{1} << 32;
 constexpr int64_t kEdge = kOne >> 10;
 
-// True when `at` is inside 0 to `last` pixels; clamps what is within kEdge of it.
-bool Inside(int64_t& at, int64_t last) {
-    if (at < -kEdge || at > last * kOne + kEdge)
-        return false;
-    at = std::clamp<int64_t>(at, 0, last * kOne);
-    return true;
+struct Span {
+    int64_t begin;
+    int64_t end;    // at most begin: empty
+};
+
+int64_t FloorDivide(int64_t value, int64_t divisor) {
+    return value / divisor - (value % divisor != 0 && (value < 0) != (divisor < 0));
+}
+
+// The part of `span` for which low <= start + i * step <= high.
+Span Clip(Span span, int64_t start, int64_t step, int64_t low, int64_t high) {
+    if (step < 0) {    // the same from the other side
+        start = -start;
+        step = -step;
+        low = std::exchange(high, -low);
+        low = -low;
+    }
+    if (step == 0)
+        return low <= start && start <= high ? span : Span{span.begin, span.begin};
+    return {std::max(span.begin, -FloorDivide(start - low, step)),
+            std::min(span.end, FloorDivide(high - start, step) + 1)};
+}
+
+// One pixel from the four around it; `next` and `below` are the ways to the neighbours.
+template <uint32_t kChannels>
+inline void Interpolate(const uint8_t* at, ptrdiff_t next, ptrdiff_t below, int64_t x, int64_t y, uint8_t* out) {
+    const auto fraction_x = static_cast<int32_t>(x >> 24 & 0xFF);
+    const auto fraction_y = static_cast<int32_t>(y >> 24 & 0xFF);
+    for (uint32_t c = 0; c < kChannels; ++c, ++at) {
+        const int32_t upper = at[0] * 256 + (at[next] - at[0]) * fraction_x;
+        const int32_t lower = at[below] * 256 + (at[below + next] - at[below]) * fraction_x;
+        out[c] = static_cast<uint8_t>((upper * 256 + (lower - upper) * fraction_y + 32768) >> 16);
+    }
 }
 
 template <uint32_t kChannels>
 void RotateRows(const ConstImage& source, const MutableImage& destination, const Rotation& rotation) {
-    const int64_t last_x = int64_t{source.width} - 1;
-    const int64_t last_y = int64_t{source.height} - 1;
+    const int64_t last_x = (int64_t{source.width} - 1) * kOne;
+    const int64_t last_y = (int64_t{source.height} - 1) * kOne;
     const int64_t step_x = std::llrint(rotation.cosine * kUnit);
     const int64_t step_y = std::llrint(rotation.sine * kUnit);
     for (uint32_t row = 0; row < destination.height; ++row) {
         uint8_t* out = destination.data + static_cast<ptrdiff_t>(row) * destination.step;
         const double dx = -rotation.shift_x;
         const double dy = row - rotation.shift_y;
-        int64_t row_x = std::llrint((rotation.cosine * dx - rotation.sine * dy) * kUnit);
-        int64_t row_y = std::llrint((rotation.sine * dx + rotation.cosine * dy) * kUnit);
-        for (uint32_t column = 0; column < destination.width;
-             ++column, out += kChannels, row_x += step_x, row_y += step_y) {
-            int64_t x = row_x;
-            int64_t y = row_y;
-            if (!Inside(x, last_x) || !Inside(y, last_y))
-                continue;
-            const auto fraction_x = static_cast<uint32_t>(x >> 24 & 0xFF);
-            const auto fraction_y = static_cast<uint32_t>(y >> 24 & 0xFF);
-            const int64_t left = x >> 32;
-            const int64_t top = y >> 32;
-            const uint8_t* upper = source.data + top * source.step + left * kChannels;
-            // At the last column and row the second neighbour has no weight and does not exist.
-            const uint8_t* lower = top < last_y ? upper + source.step : upper;
-            const uint32_t next = left < last_x ? kChannels : 0;
-            for (uint32_t c = 0; c < kChannels; ++c) {
-                const uint32_t above = upper[c] * (256 - fraction_x) + upper[c + next] * fraction_x;
-                const uint32_t below = lower[c] * (256 - fraction_x) + lower[c + next] * fraction_x;
-                out[c] = static_cast<uint8_t>((above * (256 - fraction_y) + below * fraction_y + 32768) >> 16);
-            }
+        const int64_t row_x = std::llrint((rotation.cosine * dx - rotation.sine * dy) * kUnit);
+        const int64_t row_y = std::llrint((rotation.sine * dx + rotation.cosine * dy) * kUnit);
+        Span all{0, destination.width};
+        all = Clip(all, row_x, step_x, -kEdge, last_x + kEdge);
+        all = Clip(all, row_y, step_y, -kEdge, last_y + kEdge);
+        // Within the inner span all four neighbours exist.
+        Span inner = Clip(all, row_x, step_x, 0, last_x - 1);
+        inner = Clip(inner, row_y, step_y, 0, last_y - 1);
+        inner.begin = std::min(inner.begin, all.end);
+        inner.end = std::max(inner.begin, inner.end);
+
+        const auto at_edge = [&](int64_t column) {
+            const int64_t x = std::clamp<int64_t>(row_x + column * step_x, 0, last_x);
+            const int64_t y = std::clamp<int64_t>(row_y + column * step_y, 0, last_y);
+            Interpolate<kChannels>(source.data + (y >> 32) * source.step + (x >> 32) * kChannels,
+                                   x < last_x ? kChannels : 0, y < last_y ? source.step : 0, x, y,
+                                   out + column * kChannels);
+        };
+        for (int64_t column = all.begin; column < inner.begin; ++column)
+            at_edge(column);
+        int64_t x = row_x + inner.begin * step_x;
+        int64_t y = row_y + inner.begin * step_y;
+        for (int64_t column = inner.begin; column < inner.end; ++column, x += step_x, y += step_y) {
+            Interpolate<kChannels>(source.data + (y >> 32) * source.step + (x >> 32) * kChannels, kChannels,
+                                   source.step, x, y, out + column * kChannels);
         }
+        for (int64_t column = inner.end; column < all.end; ++column)
+            at_edge(column);
     }
 }
 

@@ -5,13 +5,39 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
-#include "kernels/Interleave-inl.h"
 #include "kernels/PlaneCopy.h"
 #include "kernels/Source420.h"
+#include "kernels/Vectors-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace corvane::kernels {
 namespace HWY_NAMESPACE {
+
+#if CORVANE_KERNELS_PLAIN
+HWY_INLINE void InterleaveRow(const uint8_t* first, const uint8_t* second, uint8_t* out, size_t pairs) {
+    ref::MergeRow(first, second, out, pairs);
+}
+#else
+// The last vector of a row is done again from its end, so that no row needs a loop by bytes unless it is shorter than
+// one.
+HWY_INLINE void InterleaveRow(const uint8_t* HWY_RESTRICT first, const uint8_t* HWY_RESTRICT second,
+                              uint8_t* HWY_RESTRICT out, size_t pairs) {
+    const Bytes d;
+    constexpr size_t kStep = hn::MaxLanes(d);
+    if (pairs < kStep) {
+        ref::MergeRow(first, second, out, pairs);
+        return;
+    }
+    const auto put = [&](size_t i) HWY_ATTR {
+        hn::StoreInterleaved2(hn::LoadU(d, first + i), hn::LoadU(d, second + i), d, out + 2 * i);
+    };
+    size_t i = 0;
+    for (; i + kStep <= pairs; i += kStep)
+        put(i);
+    if (i < pairs)
+        put(pairs - kStep);
+}
+#endif
 
 void MergeRows(const uint8_t* u, ptrdiff_t u_step, const uint8_t* v, ptrdiff_t v_step, uint8_t* uv, ptrdiff_t uv_step,
                uint32_t pairs, uint32_t rows) {
@@ -21,15 +47,14 @@ void MergeRows(const uint8_t* u, ptrdiff_t u_step, const uint8_t* v, ptrdiff_t v
     }
 }
 
-#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+#if CORVANE_KERNELS_PLAIN
 HWY_INLINE void SplitRow(const uint8_t* uv, uint8_t* u, uint8_t* v, size_t pairs) {
     ref::SplitRow(uv, u, v, pairs);
 }
 #else
 HWY_INLINE void SplitRow(const uint8_t* HWY_RESTRICT uv, uint8_t* HWY_RESTRICT u, uint8_t* HWY_RESTRICT v,
                          size_t pairs) {
-    namespace hn = hwy::HWY_NAMESPACE;
-    const hn::ScalableTag<uint8_t> d;
+    const Bytes d;
     constexpr size_t kStep = hn::MaxLanes(d);
     if (pairs < kStep) {
         ref::SplitRow(uv, u, v, pairs);

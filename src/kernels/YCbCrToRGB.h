@@ -13,10 +13,6 @@ struct RgbLayout {
     bool red_first = false;    // bytes R G B; else B G R
 };
 
-// Who has the destination next. Streaming writes past the cache: faster for a picture larger than the cache that no
-// processor reads soon, and slower in every other case. The result is the same.
-enum class Store { Cached, Streaming };
-
 // Writes width x height pixels, with one U and one V for each block of 2 x 2, in 16.16 fixed point, clamped to 0 to
 // 255:
 //   R = (65536 Y + 91880 V - 11727880) >> 16
@@ -25,7 +21,7 @@ enum class Store { Cached, Streaming };
 // Width and height are at least 2. An odd last row or column is not written and gives kOddPartUnwritten.
 // `destination_step` is in bytes; negative with `destination` at the last row writes a bottom-up picture.
 int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t destination_step, uint32_t width,
-                   uint32_t height, RgbLayout layout, Store store = Store::Cached);
+                   uint32_t height, RgbLayout layout);
 
 namespace ref {
 int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t destination_step, uint32_t width,

@@ -5,6 +5,7 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
+#include "base/AlignedBuffer.h"
 #include "kernels/ChromaTerms-inl.h"
 
 #ifndef CORVANE_KERNELS_YCBCRTORGB_ONCE
@@ -21,9 +22,9 @@ HWY_BEFORE_NAMESPACE();
 namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
-#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+#if CORVANE_KERNELS_PLAIN
 int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-                   RgbLayout layout, const TermRows& /*rows*/) {
+                   RgbLayout layout, uint8_t* /*terms*/) {
     return ref::YCbCrToRGB(source, destination, step, width, height, layout);
 }
 #else
@@ -58,13 +59,13 @@ struct Rgb32Writer {
 };
 
 int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-                   RgbLayout layout, const TermRows& rows) {
+                   RgbLayout layout, uint8_t* terms) {
     const uint32_t even_width = width & ~1u;
     const uint32_t even_height = height & ~1u;
     if (layout.bytes == 3)
-        ConvertPicture(Rgb24Writer(), source, destination, step, even_width, even_height, rows, layout.red_first);
+        ConvertPicture(Rgb24Writer(), source, destination, step, even_width, even_height, layout.red_first, terms);
     else
-        ConvertPicture(Rgb32Writer(), source, destination, step, even_width, even_height, rows, layout.red_first);
+        ConvertPicture(Rgb32Writer(), source, destination, step, even_width, even_height, layout.red_first, terms);
     return ((width | height) & 1) != 0 ? kOddPartUnwritten : kDone;
 }
 #endif
@@ -79,15 +80,15 @@ namespace corvane::kernels {
 HWY_EXPORT(ConvertRgb);
 
 int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t destination_step, uint32_t width,
-                   uint32_t height, RgbLayout layout, Store /*store*/) {
+                   uint32_t height, RgbLayout layout) {
     if (source.y == nullptr || source.u == nullptr || destination == nullptr || width < 2 || height < 2 ||
         (layout.bytes != 3 && layout.bytes != 4))
         return kRefused;
     AlignedBuffer memory;
-    TermRows rows;
-    if (!TermRows::Allocate(memory, rows))
+    if (!memory.Allocate(kTermRows * kTermStride))
         return ref::YCbCrToRGB(source, destination, destination_step, width, height, layout);
-    return HWY_DYNAMIC_DISPATCH(ConvertRgb)(source, destination, destination_step, width, height, layout, rows);
+    return HWY_DYNAMIC_DISPATCH(ConvertRgb)(source, destination, destination_step, width, height, layout,
+                                            memory.Data());
 }
 
 }    // namespace corvane::kernels

@@ -5,6 +5,7 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
+#include "base/AlignedBuffer.h"
 #include "kernels/ChromaTerms-inl.h"
 
 #ifndef CORVANE_KERNELS_YUVTORGB16_ONCE
@@ -22,9 +23,9 @@ HWY_BEFORE_NAMESPACE();
 namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
-#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+#if CORVANE_KERNELS_PLAIN
 int32_t ConvertRgb16(const Source420& source, uint16_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-                     Rgb16Layout layout, const TermRows& /*rows*/) {
+                     Rgb16Layout layout, uint8_t* /*terms*/) {
     return ref::YUVToRGB16(source, destination, step, width, height, layout);
 }
 #else
@@ -62,12 +63,12 @@ struct Rgb16Writer {
 };
 
 int32_t ConvertRgb16(const Source420& source, uint16_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-                     Rgb16Layout layout, const TermRows& rows) {
+                     Rgb16Layout layout, uint8_t* terms) {
     auto* bytes = reinterpret_cast<uint8_t*>(destination);
     if (layout.green_bits == 6)
-        ConvertPicture(Rgb16Writer<6>(), source, bytes, 2 * step, width, height, rows, !layout.red_high);
+        ConvertPicture(Rgb16Writer<6>(), source, bytes, 2 * step, width, height, !layout.red_high, terms);
     else
-        ConvertPicture(Rgb16Writer<5>(), source, bytes, 2 * step, width, height, rows, !layout.red_high);
+        ConvertPicture(Rgb16Writer<5>(), source, bytes, 2 * step, width, height, !layout.red_high, terms);
     return kDone;
 }
 #endif
@@ -87,10 +88,10 @@ int32_t YUVToRGB16(const Source420& source, uint16_t* destination, ptrdiff_t des
         (layout.green_bits != 5 && layout.green_bits != 6))
         return kRefused;
     AlignedBuffer memory;
-    TermRows rows;
-    if (!TermRows::Allocate(memory, rows))
+    if (!memory.Allocate(kTermRows * kTermStride))
         return ref::YUVToRGB16(source, destination, destination_step, width, height, layout);
-    return HWY_DYNAMIC_DISPATCH(ConvertRgb16)(source, destination, destination_step, width, height, layout, rows);
+    return HWY_DYNAMIC_DISPATCH(ConvertRgb16)(source, destination, destination_step, width, height, layout,
+                                              memory.Data());
 }
 
 }    // namespace corvane::kernels

@@ -1,0 +1,279 @@
+// Pixel conversion at 1920 x 1080 beside libyuv and libswscale: ours / the faster of the two, both in this process and
+// on the same buffers, in alternation. "ring": 8 sources and 8 destinations in turn, larger than the cache; "warm": one
+// of each.
+//
+//   convert_bench [rounds] [best | avx2 | sse4 | scalar] [part of a name]      the second argument caps our instruction
+//   set, not libyuv's
+//
+// Prints the median of the ratios of each round, and the ratio of the minima. Machines are noisy: trust ratios only.
+#include <hwy/targets.h>
+#include <libyuv.h>
+
+extern "C" {
+#include <libswscale/swscale.h>
+}
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "base/AlignedBuffer.h"
+#include "kernels/PackedYuv.h"
+#include "kernels/PlaneCopy.h"
+#include "kernels/SemiPlanar.h"
+#include "kernels/YCbCrToRGB.h"
+#include "kernels/YUVToRGB16.h"
+
+namespace {
+
+using namespace corvane::kernels;
+using corvane::AlignedBuffer;
+
+constexpr int kWidth = 1920;
+constexpr int kHeight = 1080;
+constexpr size_t kLuma = size_t{kWidth} * kHeight;
+constexpr int kRing = 8;
+
+// As a user calls it, with a size that is not known when compiling.
+void* (*volatile copy_bytes)(void*, const void*, size_t) = std::memcpy;
+
+struct Buffers {
+    uint8_t* source;    // I420, or NV12 by the kernel's reading; planes lie together
+    uint8_t* out;
+    uint8_t* y() const { return source; }
+    uint8_t* u() const { return source + kLuma; }
+    uint8_t* v() const { return source + kLuma * 5 / 4; }
+};
+
+using Run = std::function<void(const Buffers&)>;
+
+struct Conversion {
+    std::string name;
+    std::string goal;
+    Run ours;
+    std::vector<std::pair<const char*, Run>> peers;
+};
+
+Run Swscale(AVPixelFormat from, AVPixelFormat to, int bytes_a_row, bool planes) {
+    SwsContext* context =
+        sws_getContext(kWidth, kHeight, from, kWidth, kHeight, to, SWS_POINT, nullptr, nullptr, nullptr);
+    return [=](const Buffers& b) {
+        const bool pairs = from == AV_PIX_FMT_NV12;
+        const uint8_t* const source[4] = {b.y(), b.u(), pairs ? nullptr : b.v(), nullptr};
+        const int source_step[4] = {kWidth, pairs ? kWidth : kWidth / 2, pairs ? 0 : kWidth / 2, 0};
+        uint8_t* const out[4] = {b.out, planes ? b.out + kLuma : nullptr,
+                                 planes && to != AV_PIX_FMT_NV12 ? b.out + kLuma * 5 / 4 : nullptr, nullptr};
+        const int chroma_step = planes ? (to == AV_PIX_FMT_NV12 ? kWidth : kWidth / 2) : 0;
+        const int out_step[4] = {bytes_a_row, chroma_step, to == AV_PIX_FMT_NV12 ? 0 : chroma_step, 0};
+        sws_scale(context, source, source_step, 0, kHeight, out, out_step);
+    };
+}
+
+Run Rgb(RgbLayout layout, bool bottom_up) {
+    return [=](const Buffers& b) {
+        const ptrdiff_t step = ptrdiff_t{kWidth} * layout.bytes;
+        uint8_t* first = bottom_up ? b.out + (kHeight - 1) * step : b.out;
+        YCbCrToRGB({b.y(), b.u(), b.v(), kWidth, kWidth / 2, kWidth / 2}, first, bottom_up ? -step : step, kWidth,
+                   kHeight, layout);
+    };
+}
+
+template <typename Function>
+Run Yuv3(Function function, int step, int height = kHeight) {
+    return [=](const Buffers& b) {
+        function(b.y(), kWidth, b.u(), kWidth / 2, b.v(), kWidth / 2, b.out, step, kWidth, height);
+    };
+}
+
+template <typename Function>
+Run Yuv2(Function function, int step) {
+    return [=](const Buffers& b) { function(b.y(), kWidth, b.u(), kWidth, b.out, step, kWidth, kHeight); };
+}
+
+std::vector<Conversion> RgbConversions() {
+    std::vector<Conversion> list;
+    const auto sws24 = Swscale(AV_PIX_FMT_YUV420P, AV_PIX_FMT_BGR24, kWidth * 3, false);
+    const auto sws32 = Swscale(AV_PIX_FMT_YUV420P, AV_PIX_FMT_BGRA, kWidth * 4, false);
+    const auto sws16 = Swscale(AV_PIX_FMT_YUV420P, AV_PIX_FMT_RGB565LE, kWidth * 2, false);
+    const std::vector<std::pair<const char*, Run>> peers24{{"libyuv", Yuv3(libyuv::I420ToRGB24, kWidth * 3)},
+                                                           {"swscale", sws24}};
+    const std::vector<std::pair<const char*, Run>> peers32{{"libyuv", Yuv3(libyuv::J420ToARGB, kWidth * 4)},
+                                                           {"swscale", sws32}};
+    const std::vector<std::pair<const char*, Run>> flip24{{"libyuv", Yuv3(libyuv::I420ToRGB24, kWidth * 3, -kHeight)}};
+    list.push_back({"I420 to 24 bit", "ring 0.60 warm 0.40; avx2 0.80", Rgb({3, false}, false), peers24});
+    list.push_back({"I420 to 24 bit, bottom-up", "0.45", Rgb({3, false}, true), flip24});
+    list.push_back({"I420 to 32 bit", "ring 0.90 warm 0.60; avx2 1.05", Rgb({4, false}, false), peers32});
+    list.push_back(
+        {"NV12 to 24 bit",
+         "",
+         [](const Buffers& b) {
+             YCbCrToRGB({b.y(), b.u(), nullptr, kWidth, kWidth, 0}, b.out, kWidth * 3, kWidth, kHeight, {3, false});
+         },
+         {{"libyuv", Yuv2(libyuv::NV12ToRGB24, kWidth * 3)},
+          {"swscale", Swscale(AV_PIX_FMT_NV12, AV_PIX_FMT_BGR24, kWidth * 3, false)}}});
+    list.push_back({"I420 to RGB565",
+                    "0.90",
+                    [](const Buffers& b) {
+                        YUVToRGB16({b.y(), b.u(), b.v(), kWidth, kWidth / 2, kWidth / 2},
+                                   reinterpret_cast<uint16_t*>(b.out), kWidth, kWidth, kHeight, {6, true});
+                    },
+                    {{"libyuv", Yuv3(libyuv::I420ToRGB565, kWidth * 2)}, {"swscale", sws16}}});
+    return list;
+}
+
+std::vector<Conversion> YuvConversions() {
+    std::vector<Conversion> list;
+    list.push_back({"I420 to YUY2",
+                    "0.90",
+                    Yuv3(PlanarToYUY2, kWidth * 2),
+                    {{"libyuv", Yuv3(libyuv::I420ToYUY2, kWidth * 2)},
+                     {"swscale", Swscale(AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUYV422, kWidth * 2, false)}}});
+    list.push_back({"I420 to UYVY",
+                    "0.90",
+                    Yuv3(PlanarToUYVY, kWidth * 2),
+                    {{"libyuv", Yuv3(libyuv::I420ToUYVY, kWidth * 2)},
+                     {"swscale", Swscale(AV_PIX_FMT_YUV420P, AV_PIX_FMT_UYVY422, kWidth * 2, false)}}});
+    list.push_back({"NV12 to YUY2",
+                    "0.90",
+                    Yuv2(NV12ToYUY2, kWidth * 2),
+                    {{"swscale", Swscale(AV_PIX_FMT_NV12, AV_PIX_FMT_YUYV422, kWidth * 2, false)}}});
+    list.push_back({"I420 to NV12",
+                    "0.90",
+                    [](const Buffers& b) {
+                        I420ToNV12(b.y(), kWidth, b.u(), kWidth / 2, b.v(), kWidth / 2, b.out, kWidth, b.out + kLuma,
+                                   kWidth, kWidth, kHeight);
+                    },
+                    {{"libyuv",
+                      [](const Buffers& b) {
+                          libyuv::I420ToNV12(b.y(), kWidth, b.u(), kWidth / 2, b.v(), kWidth / 2, b.out, kWidth,
+                                             b.out + kLuma, kWidth, kWidth, kHeight);
+                      }},
+                     {"swscale", Swscale(AV_PIX_FMT_YUV420P, AV_PIX_FMT_NV12, kWidth, true)}}});
+    list.push_back({"NV12 to I420",
+                    "0.90",
+                    [](const Buffers& b) {
+                        NV12ToI420(b.y(), kWidth, b.u(), kWidth, b.out, kWidth, b.out + kLuma, kWidth / 2,
+                                   b.out + kLuma * 5 / 4, kWidth / 2, kWidth, kHeight);
+                    },
+                    {{"libyuv",
+                      [](const Buffers& b) {
+                          libyuv::NV12ToI420(b.y(), kWidth, b.u(), kWidth, b.out, kWidth, b.out + kLuma, kWidth / 2,
+                                             b.out + kLuma * 5 / 4, kWidth / 2, kWidth, kHeight);
+                      }},
+                     {"swscale", Swscale(AV_PIX_FMT_NV12, AV_PIX_FMT_YUV420P, kWidth, true)}}});
+    list.push_back(
+        {"plane copy",
+         "1.0",
+         [](const Buffers& b) { PlaneCopy(b.y(), kWidth, b.out, kWidth, kWidth, kHeight, kCopyStreamingStores); },
+         {{"memcpy", [](const Buffers& b) { copy_bytes(b.out, b.y(), kLuma); }},
+          {"libyuv", [](const Buffers& b) { libyuv::CopyPlane(b.y(), kWidth, b.out, kWidth, kWidth, kHeight); }}}});
+    list.push_back(
+        {"plane copy by rows",
+         "1.0",
+         [](const Buffers& b) { PlaneCopy(b.y(), kWidth, b.out, kWidth + 64, kWidth, kHeight, kCopyStreamingStores); },
+         {{"memcpy",
+           [](const Buffers& b) {
+               for (size_t row = 0; row < kHeight; ++row)
+                   copy_bytes(b.out + row * (kWidth + 64), b.y() + row * kWidth, kWidth);
+           }},
+          {"libyuv",
+           [](const Buffers& b) { libyuv::CopyPlane(b.y(), kWidth, b.out, kWidth + 64, kWidth, kHeight); }}}});
+    return list;
+}
+
+double Seconds(const Run& run, const Buffers& buffers) {
+    const auto start = std::chrono::steady_clock::now();
+    run(buffers);
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+struct Figures {
+    double median_ratio;
+    double minimum_ratio;
+    double ours_ms;
+    const char* peer;
+};
+
+// One round times each contestant once on the next buffers of the ring; a peer counts by its own minimum and by each
+// round.
+Figures Measure(const Conversion& conversion, const std::vector<Buffers>& ring, int rounds) {
+    const size_t contestants = conversion.peers.size() + 1;
+    std::vector<std::vector<double>> times(contestants);
+    size_t at = 0;
+    const auto next = [&] { return ring[at++ % ring.size()]; };
+    for (int round = -3; round < rounds; ++round) {
+        for (size_t i = 0; i < contestants; ++i) {
+            const size_t who = (i + static_cast<size_t>(round + 3)) % contestants;
+            const Run& run = who == 0 ? conversion.ours : conversion.peers[who - 1].second;
+            run(next());    // each is timed behind itself, so that nobody inherits the other's traces
+            const double seconds = Seconds(run, next());
+            if (round >= 0)
+                times[who].push_back(seconds);
+        }
+    }
+    std::vector<double> best;
+    for (const auto& column : times)
+        best.push_back(*std::min_element(column.begin(), column.end()));
+    const size_t peer = static_cast<size_t>(std::min_element(best.begin() + 1, best.end()) - best.begin());
+    std::vector<double> ratios;
+    for (size_t round = 0; round < times[0].size(); ++round)
+        ratios.push_back(times[0][round] / times[peer][round]);
+    std::nth_element(ratios.begin(), ratios.begin() + static_cast<ptrdiff_t>(ratios.size() / 2), ratios.end());
+    return {ratios[ratios.size() / 2], best[0] / best[peer], best[0] * 1e3, conversion.peers[peer - 1].first};
+}
+
+bool CapTargets(const std::string& name) {
+    int64_t keep = HWY_SCALAR;
+    if (name == "avx2")
+        keep |= HWY_AVX2 | HWY_SSE4 | HWY_SSSE3;
+    else if (name == "sse4")
+        keep |= HWY_SSE4 | HWY_SSSE3;
+    else if (name != "scalar")
+        return false;
+    hwy::DisableTargets(~keep);
+    return true;
+}
+
+}    // namespace
+
+int main(int argc, char** argv) {
+    const int rounds = argc > 1 ? std::atoi(argv[1]) : 100;
+    if (rounds < 1 || (argc > 2 && std::strcmp(argv[2], "best") != 0 && !CapTargets(argv[2]))) {
+        std::fprintf(stderr, "usage: convert_bench [rounds] [best | avx2 | sse4 | scalar] [part of a name]\n");
+        return 2;
+    }
+    std::vector<AlignedBuffer> memory(2 * kRing);
+    std::vector<Buffers> ring;
+    for (int i = 0; i < kRing; ++i) {
+        AlignedBuffer& source = memory[static_cast<size_t>(2 * i)];
+        AlignedBuffer& out = memory[static_cast<size_t>(2 * i + 1)];
+        if (!source.Allocate(kLuma * 3 / 2) || !out.Allocate(kLuma * 4))
+            return 1;
+        for (size_t byte = 0; byte < source.Size(); ++byte)
+            source.Data()[byte] = static_cast<uint8_t>(byte * 2654435761u >> 13);
+        ring.push_back({source.Data(), out.Data()});
+    }
+    const int64_t targets = hwy::SupportedTargets();
+    std::printf("1920 x 1080, best instruction set %s, %d rounds\n", hwy::TargetName(targets & -targets), rounds);
+    std::printf("%-36s | %-8s %6s %6s %8s | %-8s %6s %6s %8s | %s\n", "ours / faster peer", "ring", "median", "minima",
+                "ours ms", "warm", "median", "minima", "ours ms", "goal");
+    auto conversions = RgbConversions();
+    for (auto& conversion : YuvConversions())
+        conversions.push_back(std::move(conversion));
+    for (const Conversion& conversion : conversions) {
+        if (argc > 3 && conversion.name.find(argv[3]) == std::string::npos)
+            continue;
+        const Figures cold = Measure(conversion, ring, rounds);
+        const Figures warm = Measure(conversion, {ring[0]}, rounds);
+        std::printf("%-36s | %-8s %6.2f %6.2f %8.3f | %-8s %6.2f %6.2f %8.3f | %s\n", conversion.name.c_str(),
+                    cold.peer, cold.median_ratio, cold.minimum_ratio, cold.ours_ms, warm.peer, warm.median_ratio,
+                    warm.minimum_ratio, warm.ours_ms, conversion.goal.c_str());
+        std::fflush(stdout);
+    }
+    return 0;
+}

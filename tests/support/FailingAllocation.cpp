@@ -20,6 +20,21 @@ uint64_t Stop() {
     return calls;
 }
 
+}    // namespace corvane::test::allocation
+
+// The thread sanitizer cannot be linked with another operator new: nothing is counted and nothing fails there.
+#if defined(__SANITIZE_THREAD__)
+#define CORVANE_TEST_KEEPS_NEW
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define CORVANE_TEST_KEEPS_NEW
+#endif
+#endif
+
+#if !defined(CORVANE_TEST_KEEPS_NEW)
+
+namespace corvane::test::allocation {
+
 static void* Allocate(size_t size) noexcept {
     if (++calls == fail_at)
         return nullptr;
@@ -66,3 +81,5 @@ void operator delete[](void* memory) noexcept {
 void operator delete[](void* memory, size_t) noexcept {
     std::free(memory);
 }
+
+#endif

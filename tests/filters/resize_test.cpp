@@ -92,6 +92,8 @@ TEST(FilterResize, AlignmentChangesNothing) {
             ASSERT_EQ(Scale(resize, tight, from_tight), 0);
             EXPECT_GT(resize.ScratchBytes(), 0u);
             EXPECT_EQ(from_tight.Visible(), expected.Visible());
+            ASSERT_EQ(Scale(resize, aligned, expected), 0);
+            EXPECT_EQ(resize.ScratchBytes(), 0u);
         }
     }
 }
@@ -121,13 +123,17 @@ TEST(FilterResize, StaysInsideThePicture) {
                     resize.SetType(type);
                     resize.SetSize(width, height);
                     Decoded from(33, 21, nv12);
-                    for (const auto& plane : {0, 1})
-                        std::memset(from.frame.planes[plane], 200, from.memory[plane].Size());
+                    for (int i = 0; i < (nv12 ? 2 : 3); ++i)    // the samples that count; the row behind them does not
+                        std::memset(from.frame.planes[i], 200, size_t{from.frame.strides[i]} * (i == 0 ? 21 : 10));
                     FilterArgs args{&from.picture, &to, 33, 21};
                     ASSERT_EQ(resize.Process(&args), 0);
-                    for (uint32_t y = 0; y < height; ++y)
-                        for (uint32_t x = 0; x < width; ++x)
-                            ASSERT_NEAR(guarded.Data()[size_t{y} * row + x], 200, 1) << width << "x" << height;
+                    for (int i = 0; i < 3 && to.plane[i] != nullptr; ++i) {
+                        const uint32_t columns = i == 0 ? width : width / 2 * (nv12 ? 2 : 1);
+                        for (uint32_t y = 0; y < (i == 0 ? height : height / 2); ++y)
+                            for (uint32_t x = 0; x < columns; ++x)
+                                ASSERT_NEAR(to.plane[i][ptrdiff_t{to.stride[i]} * y + x], 200, 1)
+                                    << width << "x" << height << " plane " << i << " at " << x << ", " << y;
+                    }
                 }
             }
         }

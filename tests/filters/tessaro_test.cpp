@@ -96,6 +96,16 @@ TEST_F(TessaroLibrary, SizesAndFailures) {
     EXPECT_EQ(TessaroStage::Make(), nullptr);
 }
 
+TEST_F(TessaroLibrary, TellsTwoPlanesFromThree) {
+    const auto stage = TessaroStage::Make();
+    ASSERT_NE(stage, nullptr);
+    for (const bool nv12 : {false, true}) {
+        const Decoded from(64, 48, nv12);
+        Image to(64, 48, nv12 ? uint32_t{PF_NV12} : uint32_t{PF_I420});
+        EXPECT_EQ(stage->Process({&from.picture, &to.picture, 64, 48}, 64, 48), nv12 ? -2 : 0);    // the fake's refusal
+    }
+}
+
 TEST_F(TessaroLibrary, LastStepWritesIntoTheDestination) {
     chain.UpdateDewarp(*LensFrame());
     control->out_width = 32;

@@ -31,9 +31,19 @@ uint64_t Stop() {
 #endif
 #endif
 
-#if !defined(CORVANE_TEST_KEEPS_NEW)
+#if defined(CORVANE_TEST_KEEPS_NEW)
+
+bool corvane::test::allocation::Works() {
+    return false;
+}
+
+#else
 
 namespace corvane::test::allocation {
+
+bool Works() {
+    return true;
+}
 
 static void* Allocate(size_t size) noexcept {
     if (++calls == fail_at)
@@ -54,6 +64,11 @@ void* operator new(size_t size) {
 }
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
     return corvane::test::allocation::Allocate(size);
+}
+void* operator new(size_t size, std::align_val_t alignment) {
+    if (void* memory = operator new(size, alignment, std::nothrow))
+        return memory;
+    throw std::bad_alloc();
 }
 void* operator new(size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
     const auto align = static_cast<size_t>(alignment);

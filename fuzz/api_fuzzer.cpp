@@ -1,5 +1,5 @@
-// The bytes are calls: create, start, feed good and bad, options, filters, stop, delete, from the main thread, from a second
-// one, and from inside every callback. Whatever the order, nothing crashes, hangs or leaks.
+// The bytes are calls: create, start, feed good and bad, options, filters, stop, delete, from the main thread, from a
+// second one, and from inside every callback. Whatever the order, nothing crashes, hangs or leaks.
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -55,8 +55,8 @@ struct World {
 
     Source source;
     void* instance = nullptr;
-    // A handle may be used by one client thread while it is not being deleted by another: deletion of a channel belongs to the
-    // main thread, and the second thread works on channel 0, which lives to the end.
+    // A handle may be used by one client thread while it is not being deleted by another: deletion of a channel belongs
+    // to the main thread, and the second thread works on channel 0, which lives to the end.
     std::array<void*, kChannels> channels{};
     Filter filter;
     std::atomic<int64_t> time{0};

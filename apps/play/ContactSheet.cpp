@@ -49,7 +49,8 @@ struct PixelReader {
 
 ContactSheet::ContactSheet(int64_t spanMs) : m_stepMs(std::max<int64_t>(1, spanMs / kCells)), m_adapts(spanMs <= 0) {}
 
-void ContactSheet::Offer(const uint8_t* data, uint32_t width, uint32_t height, uint32_t kind, bool bottomUp, int64_t timeMs) {
+void ContactSheet::Offer(const uint8_t* data, uint32_t width, uint32_t height, uint32_t kind, bool bottomUp,
+                         int64_t timeMs) {
     if (data == nullptr || width < 2 || height < 2 || timeMs < m_nextMs)
         return;
     if (m_cells.size() == kCells) {
@@ -71,8 +72,10 @@ void ContactSheet::Offer(const uint8_t* data, uint32_t width, uint32_t height, u
             int sum[3] = {};
             for (uint32_t part = 0; part < 4; ++part) {
                 int rgb[3];
-                const uint32_t x = static_cast<uint32_t>((uint64_t{4} * column + 1 + 2 * (part & 1)) * width / (uint64_t{4} * cellWidth));
-                const uint32_t y = static_cast<uint32_t>((uint64_t{4} * row + 1 + 2 * (part >> 1)) * height / (uint64_t{4} * cellHeight));
+                const uint32_t x = static_cast<uint32_t>((uint64_t{4} * column + 1 + 2 * (part & 1)) * width /
+                                                         (uint64_t{4} * cellWidth));
+                const uint32_t y = static_cast<uint32_t>((uint64_t{4} * row + 1 + 2 * (part >> 1)) * height /
+                                                         (uint64_t{4} * cellHeight));
                 reader.Read(std::min(x, width - 1), std::min(y, height - 1), rgb);
                 for (int i = 0; i < 3; ++i)
                     sum[i] += rgb[i];
@@ -102,7 +105,8 @@ bool ContactSheet::Write(const std::string& path) const {
         const size_t left = kGap + (i % kColumns) * (cellWidth + kGap);
         const size_t top = kGap + (i / kColumns) * (cellHeight + kGap);
         for (uint32_t row = 0; row < cell.height; ++row)
-            std::memcpy(&sheet[3 * ((top + row) * width + left)], &cell.rgb[size_t{3} * row * cell.width], size_t{3} * cell.width);
+            std::memcpy(&sheet[3 * ((top + row) * width + left)], &cell.rgb[size_t{3} * row * cell.width],
+                        size_t{3} * cell.width);
     }
     png_image image{};
     image.version = PNG_IMAGE_VERSION;

@@ -111,7 +111,8 @@ public:
                 continue;    // one damaged packet
             }
         }
-        picture = {m_packet->data, static_cast<uint32_t>(m_packet->size), (m_packet->flags & AV_PKT_FLAG_KEY) != 0, Time()};
+        picture = {m_packet->data, static_cast<uint32_t>(m_packet->size), (m_packet->flags & AV_PKT_FLAG_KEY) != 0,
+                   Time()};
         return true;
     }
 

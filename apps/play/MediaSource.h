@@ -1,5 +1,5 @@
-// Reads one video stream of a file or URL as whole encoded pictures: start codes in front of units, parameter sets joined
-// to their picture, decoding-order times that rise.
+// Reads one video stream of a file or URL as whole encoded pictures: start codes in front of units, parameter sets
+// joined to their picture, decoding-order times that rise.
 #pragma once
 
 #include <cstdint>
@@ -8,9 +8,9 @@
 
 struct EncodedPicture {
     const uint8_t* data;
-    uint32_t size;       // bytes
+    uint32_t size;    // bytes
     bool key;
-    int64_t timeMs;      // rises, from 0
+    int64_t timeMs;    // rises, from 0
 };
 
 class MediaSource {
@@ -24,7 +24,8 @@ public:
     virtual uint32_t Height() const = 0;
     virtual double DurationSeconds() const = 0;    // 0 when unknown
     virtual const char* CodecName() const = 0;
-    virtual int64_t WallStartSeconds() const = 0;    // of the first picture, since 1970 UTC; 0 when the stream does not say
+    virtual int64_t WallStartSeconds()
+        const = 0;    // of the first picture, since 1970 UTC; 0 when the stream does not say
 
     // The next picture, valid until the next call. False at the end.
     virtual bool Next(EncodedPicture& picture) = 0;

@@ -49,7 +49,8 @@ bool Format(std::string_view text, Options& options) {
         std::string_view name;
         uint32_t kind;
         bool bottomUp;
-    } formats[] = {{"bgra", 4, false}, {"bgr", 3, false}, {"i420", 11, false}, {"bgra-flip", 4, true}, {"bgr-flip", 3, true}};
+    } formats[] = {
+        {"bgra", 4, false}, {"bgr", 3, false}, {"i420", 11, false}, {"bgra-flip", 4, true}, {"bgr-flip", 3, true}};
     for (const auto& format : formats) {
         if (format.name != text)
             continue;
@@ -61,8 +62,8 @@ bool Format(std::string_view text, Options& options) {
 }
 
 int Mistake(std::string_view what, std::string_view where) {
-    std::fprintf(stderr, "corvane-play: %.*s %.*s (--help shows the options)\n", static_cast<int>(what.size()), what.data(),
-                 static_cast<int>(where.size()), where.data());
+    std::fprintf(stderr, "corvane-play: %.*s %.*s (--help shows the options)\n", static_cast<int>(what.size()),
+                 what.data(), static_cast<int>(where.size()), where.data());
     return 2;
 }
 

@@ -35,7 +35,8 @@ bool Player::Open(std::string& error) {
             span = span > 0 ? std::min(span, m_options.seconds) : m_options.seconds;
         m_sheet = std::make_unique<ContactSheet>(static_cast<int64_t>(span * 1000));
     }
-    if (const uint32_t status = Corvane_Initial(&m_instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0); status != Status_Ok) {
+    if (const uint32_t status = Corvane_Initial(&m_instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0);
+        status != Status_Ok) {
         error = "the library does not start";
         return false;
     }
@@ -84,7 +85,8 @@ void Player::OnPicture(void* context, const PseudoFrame* frame) {
         return;
     const int64_t streamMs = StreamMs(*frame->header);
     if (self->m_statistics.Shown(streamMs, frame->width, frame->height) && self->m_sheet)
-        self->m_sheet->Offer(frame->data, frame->width, frame->height, self->m_options.kind, self->m_options.bottomUp, streamMs);
+        self->m_sheet->Offer(frame->data, frame->width, frame->height, self->m_options.kind, self->m_options.bottomUp,
+                             streamMs);
 }
 
 void Player::Feed(const EncodedPicture& picture) {
@@ -168,12 +170,15 @@ void Player::PrintStatus(bool last) {
     const double step = std::max(0.001, last ? now - m_startedAt : now - m_statusAt);
     const uint64_t shown = last ? sum.shown : sum.shown - m_statusShown;
     const double used = last ? processor : processor - m_statusProcessor;
-    std::fprintf(stderr, "%s%lld:%02lld  %3lld/s  queue %llu (%llu kB)  shown %llu  lost %llu  refused %llu  age %lld ms  cpu %lld%%%s",
-                 terminal ? "\r\033[K" : "", static_cast<long long>(m_fedMs / 60000), static_cast<long long>(m_fedMs / 1000 % 60),
-                 static_cast<long long>(static_cast<double>(shown) / step + 0.5), static_cast<unsigned long long>(sum.waiting),
-                 static_cast<unsigned long long>(sum.waitingBytes / 1024), static_cast<unsigned long long>(sum.shown),
-                 static_cast<unsigned long long>(sum.lost), static_cast<unsigned long long>(sum.refused),
-                 static_cast<long long>(sum.ageMs + 0.5), static_cast<long long>(100 * used / step + 0.5), last ? "\n" : "");
+    std::fprintf(
+        stderr,
+        "%s%lld:%02lld  %3lld/s  queue %llu (%llu kB)  shown %llu  lost %llu  refused %llu  age %lld ms  cpu %lld%%%s",
+        terminal ? "\r\033[K" : "", static_cast<long long>(m_fedMs / 60000),
+        static_cast<long long>(m_fedMs / 1000 % 60), static_cast<long long>(static_cast<double>(shown) / step + 0.5),
+        static_cast<unsigned long long>(sum.waiting), static_cast<unsigned long long>(sum.waitingBytes / 1024),
+        static_cast<unsigned long long>(sum.shown), static_cast<unsigned long long>(sum.lost),
+        static_cast<unsigned long long>(sum.refused), static_cast<long long>(sum.ageMs + 0.5),
+        static_cast<long long>(100 * used / step + 0.5), last ? "\n" : "");
     m_statusAt = now;
     m_statusProcessor = processor;
     m_statusShown = sum.shown;

@@ -12,7 +12,8 @@ namespace {
 // A number as JSON wants it, whatever the locale.
 std::string Text(double value) {
     std::array<char, 64> digits;
-    const auto [end, error] = std::to_chars(digits.data(), digits.data() + digits.size(), value, std::chars_format::fixed, 3);
+    const auto [end, error] =
+        std::to_chars(digits.data(), digits.data() + digits.size(), value, std::chars_format::fixed, 3);
     return std::string(digits.data(), error == std::errc{} ? end : digits.data());
 }
 
@@ -41,7 +42,9 @@ double MonotonicSeconds() {
 double ProcessorSeconds() {
     rusage usage;
     getrusage(RUSAGE_SELF, &usage);
-    const auto seconds = [](const timeval& time) { return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6; };
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+    };
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
@@ -99,7 +102,11 @@ std::string Statistics::Json(const std::string& input, const char* codec, uint32
     const std::lock_guard lock(m_mutex);
     std::vector<float> ages = m_ages;
     std::ranges::sort(ages);
-    const auto share = [&](double part) { return ages.empty() ? 0.0 : static_cast<double>(ages[static_cast<size_t>(part * static_cast<double>(ages.size() - 1))]); };
+    const auto share = [&](double part) {
+        return ages.empty()
+                   ? 0.0
+                   : static_cast<double>(ages[static_cast<size_t>(part * static_cast<double>(ages.size() - 1))]);
+    };
     rusage usage;
     getrusage(RUSAGE_SELF, &usage);
     const double played = m_lastShownAt - m_firstShownAt;

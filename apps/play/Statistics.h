@@ -11,12 +11,12 @@ class Statistics {
 public:
     struct Snapshot {
         uint64_t fed = 0;
-        uint64_t refused = 0;      // by the library, with a status
+        uint64_t refused = 0;    // by the library, with a status
         uint64_t shown = 0;
-        uint64_t lost = 0;         // fed, and passed over by a later shown frame
-        uint64_t waiting = 0;      // fed and not yet shown or passed over
+        uint64_t lost = 0;       // fed, and passed over by a later shown frame
+        uint64_t waiting = 0;    // fed and not yet shown or passed over
         uint64_t waitingBytes = 0;
-        double ageMs = 0;          // of the last shown picture, since it was fed
+        double ageMs = 0;    // of the last shown picture, since it was fed
     };
 
     // Time stamps are milliseconds of the stream and rise.
@@ -48,7 +48,7 @@ private:
     uint32_t m_kind = 0;
     double m_firstShownAt = 0;
     double m_lastShownAt = 0;
-    double m_longestGap = 0;    // seconds between two shown pictures
+    double m_longestGap = 0;      // seconds between two shown pictures
     std::vector<float> m_ages;    // ms
 };
 

@@ -1,7 +1,7 @@
 // Lets a setter wait until a call into the client that was running when it came is over. One thread at a time enters.
 //
-// The caller enters before it reads what to call; the setter stores first and waits then: so the call either sees the new
-// value or is waited for.
+// The caller enters before it reads what to call; the setter stores first and waits then: so the call either sees the
+// new value or is waited for.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
-// Who may wait for the end of whose threads. A library thread that asks to join itself, or a thread that (over any number
-// of steps) waits for it, is refused instead of hanging for ever.
+// Who may wait for the end of whose threads. A library thread that asks to join itself, or a thread that (over any
+// number of steps) waits for it, is refused instead of hanging for ever.
 #pragma once
 
 namespace corvane {

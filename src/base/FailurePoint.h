@@ -22,7 +22,8 @@ bool HitArmed() noexcept;
 
 // True: the caller must behave as if its call had failed.
 inline bool MustFail(Site site) noexcept {
-    return (detail::armed_mask.load(std::memory_order_relaxed) & static_cast<uint32_t>(site)) != 0 && detail::HitArmed();
+    return (detail::armed_mask.load(std::memory_order_relaxed) & static_cast<uint32_t>(site)) != 0 &&
+           detail::HitArmed();
 }
 
 }    // namespace corvane::failure

@@ -3,7 +3,8 @@
 namespace corvane {
 
 // Fairness in two rules. A reader that arrives while a writer waits queues behind it. A writer that leaves admits all
-// readers that waited then, before the next writer gets its turn. So neither side waits for more than one turn of the other.
+// readers that waited then, before the next writer gets its turn. So neither side waits for more than one turn of the
+// other.
 
 bool SharedMutex::try_lock() NO_THREAD_SAFETY_ANALYSIS {
     MutexLock lock(m_mutex);

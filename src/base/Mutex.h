@@ -74,13 +74,16 @@ private:
     std::condition_variable m_condition;
 };
 
-// Reader-writer lock that starves nobody: whoever comes after a waiting writer waits behind it. Not recursive, in no mode.
+// Reader-writer lock that starves nobody: whoever comes after a waiting writer waits behind it. Not recursive, in no
+// mode.
 class CAPABILITY("shared_mutex") SharedMutex {
 public:
     void lock() ACQUIRE() { LockUntil(std::chrono::steady_clock::time_point::max()); }
     bool try_lock() TRY_ACQUIRE(true);
     // False when `deadline` passed first.
-    bool try_lock_until(std::chrono::steady_clock::time_point deadline) TRY_ACQUIRE(true) { return LockUntil(deadline); }
+    bool try_lock_until(std::chrono::steady_clock::time_point deadline) TRY_ACQUIRE(true) {
+        return LockUntil(deadline);
+    }
     void unlock() RELEASE();
 
     void lock_shared() ACQUIRE_SHARED();
@@ -91,8 +94,8 @@ private:
 
     Mutex m_mutex;
     Condition m_changed;
-    // Turns are taken in the order of arrival: a thread waits until its ticket is served, a reader then lets the next in at
-    // once, a writer when it leaves.
+    // Turns are taken in the order of arrival: a thread waits until its ticket is served, a reader then lets the next
+    // in at once, a writer when it leaves.
     uint64_t m_readers GUARDED_BY(m_mutex) = 0;
     uint64_t m_waiting_writers GUARDED_BY(m_mutex) = 0;
     uint64_t m_readers_to_admit GUARDED_BY(m_mutex) = 0;    // readers that waited behind the writer that left last

@@ -6,7 +6,7 @@
 
 namespace corvane {
 
-enum class [[nodiscard]] Status : int32_t {
+enum class [[nodiscard]] Status : int32_t{
     Ok = 0,
     Failed = -1,
     WrongChannelType = static_cast<int32_t>(0x80000001u),

@@ -33,7 +33,8 @@ void CChannelLive::SetFactories(const DecoderFactories& factories) {
     m_decoder.SetFactories(factories);
 }
 
-// ---- Start and stop ----------------------------------------------------------------------------------------------------
+// ---- Start and stop
+// ----------------------------------------------------------------------------------------------------
 
 Status CChannelLive::Start(bool clear) {
     MutexLock lock(m_mutex);
@@ -95,7 +96,8 @@ void CChannelLive::ResetDecoder() {
     m_decoder.Reset(false);
 }
 
-// ---- Input -------------------------------------------------------------------------------------------------------------
+// ---- Input
+// -------------------------------------------------------------------------------------------------------------
 
 uint32_t CChannelLive::MediaMode() {
     MutexLock lock(m_settingsMutex);
@@ -159,7 +161,8 @@ bool CChannelLive::PushOrWait(MutexLock& lock, const FramePtr& frame, Status& st
     }
 }
 
-// ---- The worker --------------------------------------------------------------------------------------------------------
+// ---- The worker
+// --------------------------------------------------------------------------------------------------------
 
 void CChannelLive::Work() {
     WorkerState worker;

@@ -4,8 +4,8 @@
 //
 // Client threads push into m_queue; one worker takes from it, decodes, presents and sleeps between pictures.
 //
-// Locks, in their order: m_mutex, m_settingsMutex; m_decoderLock; then those of the render manager. m_mutex and m_decoderLock
-// are never held together, and neither is held while a client callback runs.
+// Locks, in their order: m_mutex, m_settingsMutex; m_decoderLock; then those of the render manager. m_mutex and
+// m_decoderLock are never held together, and neither is held while a client callback runs.
 #pragma once
 
 #include <cstdint>
@@ -56,7 +56,7 @@ private:
     struct WorkerState {
         PaceClock clock;
         bool keyFramesOnly = false;
-        int64_t late = 0;    // ms, negative when late
+        int64_t late = 0;     // ms, negative when late
         uint32_t over = 0;    // pops in a row that left the queue over its buffer time
         uint32_t displayMode = 0;
         int64_t lastKind = -1;
@@ -95,8 +95,8 @@ private:
     bool m_audioEnabled GUARDED_BY(m_settingsMutex) = true;    // kept for the sound output, as the volume
     uint32_t m_volume GUARDED_BY(m_settingsMutex) = 0;
 
-    // Exclusive for decoding and resets, shared for whoever reads the current picture beside the worker. Settings of the
-    // holder have a lock of their own.
+    // Exclusive for decoding and resets, shared for whoever reads the current picture beside the worker. Settings of
+    // the holder have a lock of their own.
     SharedMutex m_decoderLock;
     VideoDecoderHolder m_decoder;
 

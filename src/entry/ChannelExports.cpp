@@ -85,7 +85,9 @@ uint32_t Corvane_SetDisplayMode(void* channel, uint32_t mode) {
 }
 
 uint32_t Corvane_GetRemainingQueueElementCount(void* channel, QueueState* state) {
-    return OnLiveWith(channel, state, [&](CChannelLive& live) { *state = QueueState{{}, live.IsBuffering() ? 1u : 2u}; });
+    return OnLiveWith(channel, state, [&](CChannelLive& live) {
+        *state = QueueState{{}, live.IsBuffering() ? 1u : 2u};
+    });
 }
 
 uint32_t Corvane_RegisterRawDataCallback(void* channel, CorvanePictureCallback callback, void* context, uint32_t kind,
@@ -95,7 +97,8 @@ uint32_t Corvane_RegisterRawDataCallback(void* channel, CorvanePictureCallback c
     const uint32_t format = FormatOfKind(kind, bottomUp != 0);
     if (format == 0)
         return Status_NotSupported;
-    return OnLive(channel, [&](CChannelLive& live) { live.Render().RegisterRawDataCallback(callback, context, format); });
+    return OnLive(channel,
+                  [&](CChannelLive& live) { live.Render().RegisterRawDataCallback(callback, context, format); });
 }
 
 uint32_t Corvane_SetRawDataCallbackSize(void* channel, uint32_t width, uint32_t height) {

@@ -52,7 +52,8 @@ public:
     // Destroys `handle`, if it is known. Status::Failed from a callback of that channel.
     Status Delete(const void* handle);
 
-    // Destroys every object, in the order of their handles. Status::Failed, with nothing done, from a callback of one of them.
+    // Destroys every object, in the order of their handles. Status::Failed, with nothing done, from a callback of one
+    // of them.
     Status DeleteAll();
 
 private:

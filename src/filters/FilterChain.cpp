@@ -28,7 +28,8 @@ public:
             return true;
         if (!fits) {
             const uint64_t size = PictureBytes(PF_I420, width, height);
-            if (size == 0 || !m_memory.Allocate(size)) {
+            // One more chroma row: a kernel that completes an odd height reads the half row behind the last V row.
+            if (size == 0 || !m_memory.Allocate(size + stride)) {
                 Free();
                 return false;
             }

@@ -13,13 +13,14 @@ namespace {
 
 constexpr int64_t kTick = 500'000'000;    // ns: how long a push may wait, and the step of the waiting picture
 
-// The size that a frame is shown at: as it states it, as decoded where it states nothing; line-doubled for half-height pictures
-// of the H.263 family.
+// The size that a frame is shown at: as it states it, as decoded where it states nothing; line-doubled for half-height
+// pictures of the H.263 family.
 PictureSize ShownSize(const MediaFrameImpl& frame, const DecodedFrame& decoded) {
     PictureSize size{frame.DecodedWidth(), frame.DecodedHeight()};
     if (size.width == 0 || size.height == 0)
         size = {decoded.width, decoded.height};
-    if (frame.Header().streamType == CORVANE_STREAM_H263 && size.width >= 361 && (size.height == 240 || size.height == 288))
+    if (frame.Header().streamType == CORVANE_STREAM_H263 && size.width >= 361 &&
+        (size.height == 240 || size.height == 288))
         size.height *= 2;
     return size;
 }
@@ -83,7 +84,8 @@ CRenderMgr::~CRenderMgr() {
     m_thread.Join();
 }
 
-// ---- The worker's side -------------------------------------------------------------------------------------------------
+// ---- The worker's side
+// -------------------------------------------------------------------------------------------------
 
 CRenderMgr::PicturePlan CRenderMgr::Plan() const {
     MutexLock lock(m_lock);
@@ -103,7 +105,8 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded
         RendererPtr renderer = m_slot.Current();
         const PictureSize target = TargetSize(plan, renderer->GetType(), size);
         RendererTarget lender(m_slot, std::move(renderer), plan.info);
-        if (!CarryPicture(lender, m_chain, *plan.chain, Rotation(plan.angle), *frame, decoded, target.width, target.height))
+        if (!CarryPicture(lender, m_chain, *plan.chain, Rotation(plan.angle), *frame, decoded, target.width,
+                          target.height))
             return;
         m_committed = frame;
         Store(frame, size);
@@ -132,10 +135,11 @@ void CRenderMgr::ReportFrame(const MediaFrameImpl& frame, PictureSize size) {
 }
 
 PictureSize CRenderMgr::TargetSize(const PicturePlan& plan, RendererType type, PictureSize size) const {
-    // A renderer with a window of at most half the picture's size gets the window's size: that choice belongs here, with the
-    // window.
+    // A renderer with a window of at most half the picture's size gets the window's size: that choice belongs here,
+    // with the window.
     if (type == RendererType::OffScreen && plan.rawMaxWidth != 0 && plan.rawMaxHeight != 0)
-        return {std::min(size.width, RoundedUpToEven(plan.rawMaxWidth)), std::min(size.height, RoundedUpToEven(plan.rawMaxHeight))};
+        return {std::min(size.width, RoundedUpToEven(plan.rawMaxWidth)),
+                std::min(size.height, RoundedUpToEven(plan.rawMaxHeight))};
     return size;
 }
 
@@ -195,7 +199,8 @@ void CRenderMgr::ShowTimeOnly(const FramePtr& frame) {
     WakeLocked();
 }
 
-// ---- The render thread -------------------------------------------------------------------------------------------------
+// ---- The render thread
+// -------------------------------------------------------------------------------------------------
 
 void CRenderMgr::WakeLocked() {
     ++m_generation;
@@ -275,7 +280,8 @@ void CRenderMgr::PresentPass() {
     // Deliveries of raw pictures follow here.
 }
 
-// ---- Settings ----------------------------------------------------------------------------------------------------------
+// ---- Settings
+// ----------------------------------------------------------------------------------------------------------
 
 void CRenderMgr::Stop(bool waiting) {
     MutexLock lock(m_lock);

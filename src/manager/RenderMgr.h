@@ -10,8 +10,8 @@
 //   Idle        PresentFrame, Stop(waiting)              sleeps
 //
 // Locks, in their order: m_pictureLock, m_lock, the renderer slot's. m_pictureLock is held exclusively by the worker
-// while it fills the lent buffer, client filters included, and shared by the render thread while it latches: no setter takes
-// it, so a filter may call any of them. No lock is held across any other client callback.
+// while it fills the lent buffer, client filters included, and shared by the render thread while it latches: no setter
+// takes it, so a filter may call any of them. No lock is held across any other client callback.
 #pragma once
 
 #include <cstdint>
@@ -37,8 +37,8 @@ enum class RenderState : uint32_t { Idle = 0, AudioOnly = 1, Stopped = 2, Waitin
 
 class CRenderMgr {
 public:
-    // Starts the render thread, which works for `owner` (the channel's handle). Raises std::bad_alloc and std::system_error;
-    // nothing is left then.
+    // Starts the render thread, which works for `owner` (the channel's handle). Raises std::bad_alloc and
+    // std::system_error; nothing is left then.
     CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Clock& clock = Clock::System(),
                const RendererMakers& makers = RendererMakers::Built());
     ~CRenderMgr();
@@ -47,10 +47,11 @@ public:
 
     // ---- From the worker ----
 
-    // Reports the frame, carries its picture to the renderer and wakes the render thread. A busy manager is waited for, at
-    // most 500 ms and only with `wait`; the picture is lost otherwise.
+    // Reports the frame, carries its picture to the renderer and wakes the render thread. A busy manager is waited for,
+    // at most 500 ms and only with `wait`; the picture is lost otherwise.
     void PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait);
-    // Sound enters here (`mix`: it is to be heard). With `show` and a new second of wall-clock time the state becomes AudioOnly.
+    // Sound enters here (`mix`: it is to be heard). With `show` and a new second of wall-clock time the state becomes
+    // AudioOnly.
     void InputAudio(const FramePtr& frame, bool mix, bool show);
     void ShowTimeOnly(const FramePtr& frame);
     void SendDecoderKind(uint32_t kind);
@@ -61,7 +62,7 @@ public:
     void ResetToStopped();
     void RequestRedraw();
 
-    void SetWindow(uintptr_t window);    // 0 gives it up
+    void SetWindow(uintptr_t window);                                         // 0 gives it up
     void SetStreamInfo(CorvaneStreamInfoCallback callback, void* context);    // before the channel starts
     void SetOsd(CorvaneOsdCallback callback, void* context);
     void SetBackground(uint32_t color);

@@ -54,7 +54,8 @@ bool RendererSlot::ReplaceFailed(const RendererPtr& failed, const RenderInfo& in
         if ((info.flags & kGdiFlags) != 0)
             log::Line(3, __FILE__, __LINE__, "[%p] Fisheye/OpenGL renderer failed, reset to GDI renderer", m_owner);
         else
-            log::Line(3, __FILE__, __LINE__, "[%p] Fisheye/OpenGL renderer failed, reset to DirectDraw renderer", m_owner);
+            log::Line(3, __FILE__, __LINE__, "[%p] Fisheye/OpenGL renderer failed, reset to DirectDraw renderer",
+                      m_owner);
         return true;
     case RendererType::Gdi:
     case RendererType::OffScreen:

@@ -30,14 +30,15 @@ public:
     // Puts `renderer` in; the one before dies on the render thread. May raise std::bad_alloc, nothing is changed then.
     void Replace(RendererPtr renderer);
 
-    // Replaces `failed`, when it still is the current one, by the next of the chain: fisheye or OpenGL, default, plain. False
-    // where the chain ends: the frame is lost. True when the caller may try again.
+    // Replaces `failed`, when it still is the current one, by the next of the chain: fisheye or OpenGL, default, plain.
+    // False where the chain ends: the frame is lost. True when the caller may try again.
     bool ReplaceFailed(const RendererPtr& failed, const RenderInfo& info);
 
     // True once, after the default renderer gave way to the plain one for the first time.
     bool TakeFallbackEvent();
 
-    // Destroys those that were replaced. The caller is the render thread and holds the picture lock, so no run uses them.
+    // Destroys those that were replaced. The caller is the render thread and holds the picture lock, so no run uses
+    // them.
     void DestroyRetired();
 
     // At the end of the render loop, on its thread.

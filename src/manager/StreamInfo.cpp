@@ -11,7 +11,9 @@ struct Sender {
     void* context;
 
     void operator()(uint32_t code, uint64_t a, uint64_t b) const { callback(context, code, a, b); }
-    void operator()(uint32_t code, uint64_t a, const void* b) const { callback(context, code, a, reinterpret_cast<uint64_t>(b)); }
+    void operator()(uint32_t code, uint64_t a, const void* b) const {
+        callback(context, code, a, reinterpret_cast<uint64_t>(b));
+    }
 };
 
 void ReportLens(const Sender& send, const MediaFrameImpl& frame, const MediaFrameImpl* previous) {

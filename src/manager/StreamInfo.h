@@ -15,9 +15,9 @@ struct PictureSize {
     bool operator==(const PictureSize&) const = default;
 };
 
-// Sends the codes of one frame, in the order 10, 11, 12, 3, 6, 7, 8, on the calling thread with no lock held. `previous` is
-// the frame before it, or null; `resized` says that a previous frame exists and its picture had another size; `dirty`
-// that size and state must be reported; `shown` is the size that the picture is shown at.
+// Sends the codes of one frame, in the order 10, 11, 12, 3, 6, 7, 8, on the calling thread with no lock held.
+// `previous` is the frame before it, or null; `resized` says that a previous frame exists and its picture had another
+// size; `dirty` that size and state must be reported; `shown` is the size that the picture is shown at.
 void ReportStreamInfo(CorvaneStreamInfoCallback callback, void* context, const MediaFrameImpl& frame,
                       const MediaFrameImpl* previous, bool resized, bool dirty, PictureSize shown);
 

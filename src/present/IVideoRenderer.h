@@ -18,19 +18,21 @@ public:
 
     virtual RendererType GetType() const = 0;
 
-    // Shows what was latched. Render thread, no lock held: client callbacks may run inside. Negative is a failure, on which
-    // the manager changes renderer. Returns 0 at once when `info->presentEnabled` is false.
+    // Shows what was latched. Render thread, no lock held: client callbacks may run inside. Negative is a failure, on
+    // which the manager changes renderer. Returns 0 at once when `info->presentEnabled` is false.
     virtual int32_t Present(const FramePtr* frame, const RenderInfo* info) = 0;
 
-    // Lends the buffer for the next picture until Commit or the next GetBuffer. `format` enters as the one that the caller would
-    // like and leaves as the one that the renderer takes. Worker, picture lock held exclusively. Negative on failure.
-    virtual int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) = 0;
+    // Lends the buffer for the next picture until Commit or the next GetBuffer. `format` enters as the one that the
+    // caller would like and leaves as the one that the renderer takes. Worker, picture lock held exclusively. Negative
+    // on failure.
+    virtual int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride,
+                              uint32_t* format) = 0;
 
     // The buffer is complete. Worker, picture lock held exclusively.
     virtual void Commit() = 0;
 
-    // Takes the last committed picture, if there is a new one, for the Present that follows, so that the worker may fill the
-    // next buffer meanwhile. Render thread, picture lock held shared. Mandatory.
+    // Takes the last committed picture, if there is a new one, for the Present that follows, so that the worker may
+    // fill the next buffer meanwhile. Render thread, picture lock held shared. Mandatory.
     virtual void Latch() = 0;
 
     // A sound-only notice in the place of a picture. Render thread, no lock held. Optional.

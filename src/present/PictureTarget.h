@@ -19,7 +19,10 @@ public:
     PictureLease(PictureTarget* target, uint8_t* lentData, uint32_t lentStride, uint32_t lentFormat)
         : data(lentData), stride(lentStride), format(lentFormat), m_target(target) {}
     PictureLease(PictureLease&& other) noexcept
-        : data(other.data), stride(other.stride), format(other.format), m_target(std::exchange(other.m_target, nullptr)),
+        : data(other.data),
+          stride(other.stride),
+          format(other.format),
+          m_target(std::exchange(other.m_target, nullptr)),
           m_commit(other.m_commit) {}
     PictureLease& operator=(PictureLease&&) = delete;
     ~PictureLease();
@@ -53,8 +56,8 @@ inline PictureLease::~PictureLease() {
 }
 
 // Carries one decoded picture through the chain (and the rotate filter, where there is one) into `target`, at the size
-// given. False when the picture is lost: no buffer, or a format that cannot be rotated. A failing step of the chain loses
-// nothing but its own work: the buffer is committed with what it holds.
+// given. False when the picture is lost: no buffer, or a format that cannot be rotated. A failing step of the chain
+// loses nothing but its own work: the buffer is committed with what it holds.
 bool CarryPicture(PictureTarget& target, FilterChain& chain, const ChainSettings& settings, RotateFilter* rotate,
                   const MediaFrameImpl& frame, const DecodedFrame& decoded, uint32_t width, uint32_t height);
 

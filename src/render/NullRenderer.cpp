@@ -4,7 +4,8 @@
 
 namespace corvane {
 
-int32_t CNullRenderer::GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) {
+int32_t CNullRenderer::GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride,
+                                 uint32_t* format) {
     const uint64_t size = PictureBytes(*format, width, height);
     if (size == 0)
         return -1;

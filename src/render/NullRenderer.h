@@ -1,5 +1,5 @@
-// Shows pictures nowhere: what a channel without a window and without a picture callback presents to. It takes them in the
-// format that costs least, so that client filters and the after-display callback run as with any other renderer.
+// Shows pictures nowhere: what a channel without a window and without a picture callback presents to. It takes them in
+// the format that costs least, so that client filters and the after-display callback run as with any other renderer.
 #pragma once
 
 #include "base/AlignedBuffer.h"

@@ -31,7 +31,8 @@ PseudoFrame Describe(const MediaFrameImpl* frame, uint32_t flags, struct tm* tim
 
 }    // namespace
 
-int32_t CPseudoRenderer::GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) {
+int32_t CPseudoRenderer::GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride,
+                                   uint32_t* format) {
     Slot& slot = *m_write;
     if (!slot.memory || slot.width != width || slot.height != height) {
         const uint64_t size = m_format == PF_NV12 ? 0 : PictureBytes(m_format, width, height);

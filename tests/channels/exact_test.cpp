@@ -42,8 +42,9 @@ Planes To420(const AVFrame& frame) {
         converted->width = frame.width;
         converted->height = frame.height;
         av_frame_get_buffer(converted.get(), 32);
-        SwsContext* scaler = sws_getContext(frame.width, frame.height, WithoutRange(frame.format), frame.width, frame.height,
-                                            AV_PIX_FMT_YUV420P, SWS_FAST_BILINEAR, nullptr, nullptr, nullptr);
+        SwsContext* scaler =
+            sws_getContext(frame.width, frame.height, WithoutRange(frame.format), frame.width, frame.height,
+                           AV_PIX_FMT_YUV420P, SWS_FAST_BILINEAR, nullptr, nullptr, nullptr);
         sws_scale(scaler, frame.data, frame.linesize, 0, frame.height, converted->data, converted->linesize);
         sws_freeContext(scaler);
         for (int i = 0; i < 3; ++i) {
@@ -103,7 +104,8 @@ TEST(Exactness, PicturesEqualTheArithmeticOverTheDecodersPlanes) {
         {"h265", {.stream_type = CORVANE_STREAM_H265}},
         {"mpeg4", {.stream_type = CORVANE_STREAM_MPEG4}},
         {"jpeg odd", {.stream_type = CORVANE_STREAM_JPEG, .width = 151, .height = 99}},
-        {"jpeg 4:2:2 odd", {.stream_type = CORVANE_STREAM_JPEG, .width = 151, .height = 99, .sampling = test::Sampling::Yuv422}},
+        {"jpeg 4:2:2 odd",
+         {.stream_type = CORVANE_STREAM_JPEG, .width = 151, .height = 99, .sampling = test::Sampling::Yuv422}},
     };
     for (const auto& stream : streams) {
         VideoSpec spec = stream.spec;
@@ -118,7 +120,8 @@ TEST(Exactness, PicturesEqualTheArithmeticOverTheDecodersPlanes) {
             Corvane_RegisterRawDataCallback(client.channel, &Client::OnPicture, &client, kind, bottomUp);
             client.Start();
             for (size_t i = 0; i < encoded.size(); ++i) {
-                ASSERT_EQ(client.Feed(spec.stream_type, encoded[i].bytes, encoded[i].key, static_cast<int64_t>(i)), Status_Ok);
+                ASSERT_EQ(client.Feed(spec.stream_type, encoded[i].bytes, encoded[i].key, static_cast<int64_t>(i)),
+                          Status_Ok);
                 std::vector<Client::Shown> shown;
                 ASSERT_TRUE(test::Eventually([&] { return !(shown = client.Take()).empty(); }));
                 const std::vector<uint8_t> expected = Expected(To420(*bare[i]), kind, bottomUp != 0);

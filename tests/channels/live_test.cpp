@@ -36,7 +36,8 @@ TEST(LiveChannel, EveryStreamComesThroughInOrder) {
         {"h265", {.stream_type = CORVANE_STREAM_H265}},
         {"mpeg4", {.stream_type = CORVANE_STREAM_MPEG4}},
         {"jpeg", {.stream_type = CORVANE_STREAM_JPEG}},
-        {"jpeg 4:2:2 odd", {.stream_type = CORVANE_STREAM_JPEG, .width = 151, .height = 99, .sampling = test::Sampling::Yuv422}},
+        {"jpeg 4:2:2 odd",
+         {.stream_type = CORVANE_STREAM_JPEG, .width = 151, .height = 99, .sampling = test::Sampling::Yuv422}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -44,8 +45,11 @@ TEST(LiveChannel, EveryStreamComesThroughInOrder) {
         client.Start();
         const std::vector<EncodedPicture> pictures = MakeVideo(row.spec);
         for (size_t i = 0; i < pictures.size(); ++i) {
-            ASSERT_EQ(client.Feed(row.spec.stream_type, pictures[i].bytes, pictures[i].key, kStep * static_cast<int64_t>(i)), Status_Ok);
-            // One at a time: the off-screen renderer shows the newest picture only, and a stream without B-frames has no delay.
+            ASSERT_EQ(
+                client.Feed(row.spec.stream_type, pictures[i].bytes, pictures[i].key, kStep * static_cast<int64_t>(i)),
+                Status_Ok);
+            // One at a time: the off-screen renderer shows the newest picture only, and a stream without B-frames has
+            // no delay.
             ASSERT_TRUE(client.WaitForStamp(static_cast<int>(i)));
         }
         const std::vector<int> stamps = client.Stamps();
@@ -61,17 +65,35 @@ struct Damage {
 // Whatever comes between, the next good key frame is shown.
 TEST(LiveChannel, RecoversAtTheNextKeyFrameFromEveryDamage) {
     const Damage damages[] = {
-        {"cut", [](auto& pictures) { for (auto& p : pictures) p.bytes.resize(p.bytes.size() / 3); }},
-        {"bits flipped", [](auto& pictures) {
+        {"cut",
+         [](auto& pictures) {
+             for (auto& p : pictures)
+                 p.bytes.resize(p.bytes.size() / 3);
+         }},
+        {"bits flipped",
+         [](auto& pictures) {
              std::mt19937 random(7);
              for (auto& p : pictures)
                  for (int i = 0; i < 40; ++i)
                      p.bytes[random() % p.bytes.size()] ^= static_cast<uint8_t>(1u << (random() % 8));
          }},
-        {"packets lost", [](auto& pictures) { pictures.erase(pictures.begin()); pictures.erase(pictures.begin() + 2); }},
-        {"packets doubled", [](auto& pictures) { pictures.insert(pictures.begin() + 1, pictures[1]); pictures.insert(pictures.begin(), pictures[0]); }},
-        {"empty payloads", [](auto& pictures) { for (auto& p : pictures) p.bytes.clear(); }},
-        {"garbage marked as key frames", [](auto& pictures) {
+        {"packets lost",
+         [](auto& pictures) {
+             pictures.erase(pictures.begin());
+             pictures.erase(pictures.begin() + 2);
+         }},
+        {"packets doubled",
+         [](auto& pictures) {
+             pictures.insert(pictures.begin() + 1, pictures[1]);
+             pictures.insert(pictures.begin(), pictures[0]);
+         }},
+        {"empty payloads",
+         [](auto& pictures) {
+             for (auto& p : pictures)
+                 p.bytes.clear();
+         }},
+        {"garbage marked as key frames",
+         [](auto& pictures) {
              std::mt19937 random(11);
              for (auto& p : pictures) {
                  p.key = true;
@@ -93,7 +115,8 @@ TEST(LiveChannel, RecoversAtTheNextKeyFrameFromEveryDamage) {
             for (const EncodedPicture& p : bad)
                 ASSERT_EQ(client.Feed(type, p.bytes, p.key, time += kStep), Status_Ok);
             bool shown = false;
-            for (int turn = 0; turn < 3 && !shown; ++turn) {    // a decoder that was dropped comes back with a key frame
+            for (int turn = 0; turn < 3 && !shown;
+                 ++turn) {    // a decoder that was dropped comes back with a key frame
                 for (const EncodedPicture& p : good)
                     ASSERT_EQ(client.Feed(type, p.bytes, p.key, time += kStep), Status_Ok);
                 shown = Eventually([&] {
@@ -115,7 +138,8 @@ TEST(LiveChannel, NothingIsShownBeforeTheFirstKeyFrame) {
     Client client;
     client.Start();
     for (size_t i = 1; i < pictures.size(); ++i)
-        ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, pictures[i].bytes, pictures[i].key, kStep * static_cast<int64_t>(i)), Status_Ok);
+        ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, pictures[i].bytes, pictures[i].key, kStep * static_cast<int64_t>(i)),
+                  Status_Ok);
     ASSERT_TRUE(client.WaitForStamp(9));
     for (const int stamp : client.Stamps())
         EXPECT_GE(stamp, 5);
@@ -166,7 +190,8 @@ TEST(LiveChannel, SizeChangesAtAKeyFrameAndInMidStream) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         const auto small = MakeVideo({.stream_type = row.type, .width = 160, .height = 120, .frames = 5});
-        const auto large = MakeVideo({.stream_type = row.type, .width = 352, .height = 288, .frames = 10, .first_number = 50});
+        const auto large =
+            MakeVideo({.stream_type = row.type, .width = 352, .height = 288, .frames = 10, .first_number = 50});
         Client client;
         client.Start();
         int64_t time = 0;

@@ -35,12 +35,14 @@ struct Call {
 PassFilter passFilter;
 
 const Call kCalls[] = {
-    {"Initial", [](Host&, void*) {
+    {"Initial",
+     [](Host&, void*) {
          void* instance = nullptr;
          const uint32_t status = Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0);
          return status == Status_Ok ? Corvane_Release(&instance) : status;
      }},
-    {"InitialEx", [](Host&, void*) {
+    {"InitialEx",
+     [](Host&, void*) {
          void* instance = nullptr;
          void* channel = nullptr;
          Corvane_InitialEx(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0, 0);
@@ -48,35 +50,47 @@ const Call kCalls[] = {
          Corvane_StartChannel(channel, 0);
          return Corvane_Release(&instance);    // of another instance: its channels may be ended from here
      }},
-    {"Release", [](Host& host, void*) {
+    {"Release",
+     [](Host& host, void*) {
          void* instance = host.instance;
          return Corvane_Release(&instance);
-     }, Status_Failed, Status_Failed},
-    {"GetVersionInfo", [](Host&, void*) {
+     },
+     Status_Failed, Status_Failed},
+    {"GetVersionInfo",
+     [](Host&, void*) {
          uint8_t v[4];
          return Corvane_GetVersionInfo(&v[0], &v[1], &v[2], &v[3]);
      }},
     {"SetFlags", [](Host& host, void*) { return Corvane_SetFlags(host.instance); }},
     {"GetFlags", [](Host& host, void*) { return Corvane_GetFlags(host.instance); }},
     {"GetCapabilities", [](Host& host, void*) { return Corvane_GetCapabilities(host.instance); }},
-    {"SetQueueEmptyNotify", [](Host&, void* c) { return Corvane_SetQueueEmptyNotify(c); }, Status_NotSupported, Status_NotSupported},
-    {"RegisterVAStreamInfoCallback", [](Host&, void* c) { return Corvane_RegisterVAStreamInfoCallback(c); }, Status_NotSupported, Status_NotSupported},
-    {"SetVAStreamEffectParam", [](Host&, void* c) { return Corvane_SetVAStreamEffectParam(c); }, Status_NotSupported, Status_NotSupported},
-    {"GetAvgAudioVolume", [](Host&, void* c) { return Corvane_GetAvgAudioVolume(c); }, Status_NotSupported, Status_NotSupported},
-    {"SetAudioSamplesPerCalc", [](Host&, void* c) { return Corvane_SetAudioSamplesPerCalc(c); }, Status_NotSupported, Status_NotSupported},
-    {"CreateChannel", [](Host& host, void*) {
+    {"SetQueueEmptyNotify", [](Host&, void* c) { return Corvane_SetQueueEmptyNotify(c); }, Status_NotSupported,
+     Status_NotSupported},
+    {"RegisterVAStreamInfoCallback", [](Host&, void* c) { return Corvane_RegisterVAStreamInfoCallback(c); },
+     Status_NotSupported, Status_NotSupported},
+    {"SetVAStreamEffectParam", [](Host&, void* c) { return Corvane_SetVAStreamEffectParam(c); }, Status_NotSupported,
+     Status_NotSupported},
+    {"GetAvgAudioVolume", [](Host&, void* c) { return Corvane_GetAvgAudioVolume(c); }, Status_NotSupported,
+     Status_NotSupported},
+    {"SetAudioSamplesPerCalc", [](Host&, void* c) { return Corvane_SetAudioSamplesPerCalc(c); }, Status_NotSupported,
+     Status_NotSupported},
+    {"CreateChannel",
+     [](Host& host, void*) {
          void* made = nullptr;
          return Corvane_CreateChannel(host.instance, &made, nullptr);
      }},
-    {"DeleteChannel", [](Host& host, void* c) {
+    {"DeleteChannel",
+     [](Host& host, void* c) {
          void* channel = c;
          const uint32_t status = Corvane_DeleteChannel(host.instance, &channel);
          EXPECT_EQ(channel == nullptr, status == Status_Ok);
          return status;
-     }, Status_Failed, Status_Ok},
+     },
+     Status_Failed, Status_Ok},
     {"StartChannel", [](Host&, void* c) { return Corvane_StartChannel(c, 1); }},
     {"StopChannel", [](Host&, void* c) { return Corvane_StopChannel(c); }, Status_Failed, Status_Ok},
-    {"InputEncodedMediaFrame", [](Host&, void* c) {
+    {"InputEncodedMediaFrame",
+     [](Host&, void* c) {
          MediaFrameHeader frame{};
          frame.recordSize = sizeof frame;
          frame.streamType = CORVANE_STREAM_METADATA_XML;
@@ -88,13 +102,15 @@ const Call kCalls[] = {
          Corvane_SetChannelOption(c, 42, 1, 0);
          return status == Status_QueueFull ? Status_Ok : status;
      }},
-    {"UpdateChannelSettings", [](Host&, void* c) {
+    {"UpdateChannelSettings",
+     [](Host&, void* c) {
          ChannelUpdate update{};
          update.mask = 0x3FFF & ~0x0041u;
          update.window = 1;
          return Corvane_UpdateChannelSettings(c, &update);
      }},
-    {"SetChannelOption", [](Host&, void* c) {
+    {"SetChannelOption",
+     [](Host&, void* c) {
          for (const int32_t id : {3, 7, 8, 9, 10, 13, 31, 35, 45, 46, 48, 52, 53, 55, 57})
              EXPECT_EQ(Corvane_SetChannelOption(c, id, id == 13 ? 3 : 0, 0), Status_Ok);
          DisplayArea area{};
@@ -102,15 +118,19 @@ const Call kCalls[] = {
      }},
     {"SetBufferTime", [](Host&, void* c) { return Corvane_SetBufferTime(c, 1); }},
     {"SetDisplayMode", [](Host&, void* c) { return Corvane_SetDisplayMode(c, 0); }},
-    {"GetRemainingQueueElementCount", [](Host&, void* c) {
+    {"GetRemainingQueueElementCount",
+     [](Host&, void* c) {
          QueueState state;
          return Corvane_GetRemainingQueueElementCount(c, &state);
      }},
-    {"RegisterRawDataCallback", [](Host&, void* c) { return Corvane_RegisterRawDataCallback(c, &Ignore, nullptr, 4, 0); }},
+    {"RegisterRawDataCallback",
+     [](Host&, void* c) { return Corvane_RegisterRawDataCallback(c, &Ignore, nullptr, 4, 0); }},
     {"SetRawDataCallbackSize", [](Host&, void* c) { return Corvane_SetRawDataCallbackSize(c, 64, 64); }},
-    {"RegisterAfterDisplayCallback", [](Host&, void* c) { return Corvane_RegisterAfterDisplayCallback(c, &IgnoreAfter, nullptr); }},
+    {"RegisterAfterDisplayCallback",
+     [](Host&, void* c) { return Corvane_RegisterAfterDisplayCallback(c, &IgnoreAfter, nullptr); }},
     {"UnregisterAfterDisplayCallback", [](Host&, void* c) { return Corvane_UnregisterAfterDisplayCallback(c); }},
-    {"InsertFilter", [](Host&, void* c) {
+    {"InsertFilter",
+     [](Host&, void* c) {
          const uint32_t status = Corvane_InsertFilter(c, &passFilter);
          Corvane_RemoveFilter(c, &passFilter);
          return status;
@@ -165,9 +185,11 @@ void RunPair(Where where, const Call& call, bool onOther, const std::vector<uint
     ASSERT_EQ(Corvane_CreateChannel(trial.host.instance, &trial.host.other, nullptr), Status_Ok);
     void* const own = trial.host.own;
     if (where == Where::Picture)
-        Corvane_RegisterRawDataCallback(own, [](void* context, const PseudoFrame*) { static_cast<Trial*>(context)->Run(); }, &trial, 4, 0);
+        Corvane_RegisterRawDataCallback(
+            own, [](void* context, const PseudoFrame*) { static_cast<Trial*>(context)->Run(); }, &trial, 4, 0);
     if (where == Where::AfterDisplay)
-        Corvane_RegisterAfterDisplayCallback(own, [](void* context, const AfterDisplayRecord*) { static_cast<Trial*>(context)->Run(); }, &trial);
+        Corvane_RegisterAfterDisplayCallback(
+            own, [](void* context, const AfterDisplayRecord*) { static_cast<Trial*>(context)->Run(); }, &trial);
     if (where == Where::Filter)
         Corvane_InsertFilter(own, &filter);
     Corvane_StartChannel(own, 0);
@@ -193,9 +215,12 @@ void RunPair(Where where, const Call& call, bool onOther, const std::vector<uint
 }
 
 TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
-    const std::vector<uint8_t> jpeg = test::MakeVideo({.stream_type = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
-    const std::pair<Where, const char*> places[] = {{Where::StreamInfo, "stream info"}, {Where::Filter, "filter"},
-                                                    {Where::Picture, "picture"}, {Where::AfterDisplay, "after display"}};
+    const std::vector<uint8_t> jpeg =
+        test::MakeVideo({.stream_type = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
+    const std::pair<Where, const char*> places[] = {{Where::StreamInfo, "stream info"},
+                                                    {Where::Filter, "filter"},
+                                                    {Where::Picture, "picture"},
+                                                    {Where::AfterDisplay, "after display"}};
     for (const auto& [where, place] : places) {
         for (const Call& call : kCalls) {
             for (const bool onOther : {false, true}) {
@@ -208,7 +233,8 @@ TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
 
 // Two channels that stop each other from their callbacks: one is refused, nobody hangs.
 TEST(Callbacks, ChannelsThatStopEachOther) {
-    const std::vector<uint8_t> jpeg = test::MakeVideo({.stream_type = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
+    const std::vector<uint8_t> jpeg =
+        test::MakeVideo({.stream_type = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
     for (int round = 0; round < 20; ++round) {
         struct Side {
             void* target = nullptr;

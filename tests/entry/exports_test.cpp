@@ -43,7 +43,8 @@ TEST(Exports, VersionAndFlagsOfAnInstance) {
 TEST(Exports, DecodeOnlyInstancesAndUnknownHandles) {
     void* instance = nullptr;
     void* channel = nullptr;
-    ASSERT_EQ(Corvane_InitialEx(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, CORVANE_FLAG_DECODE_ONLY, 0), Status_Ok);
+    ASSERT_EQ(Corvane_InitialEx(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, CORVANE_FLAG_DECODE_ONLY, 0),
+              Status_Ok);
     EXPECT_EQ(Corvane_CreateChannel(instance, &channel, nullptr), Status_DecodeOnlyInstance);
     EXPECT_EQ(channel, nullptr);
     channel = &instance;    // never a channel
@@ -76,7 +77,8 @@ TEST(Exports, NullPointersAndHandlesOfAnotherKind) {
         {"GetRemainingQueueElementCount", [&](void* c) { return Corvane_GetRemainingQueueElementCount(c, &state); }},
         {"RegisterRawDataCallback", [](void* c) { return Corvane_RegisterRawDataCallback(c, nullptr, nullptr, 4, 0); }},
         {"SetRawDataCallbackSize", [](void* c) { return Corvane_SetRawDataCallbackSize(c, 0, 0); }},
-        {"RegisterAfterDisplayCallback", [&](void* c) { return Corvane_RegisterAfterDisplayCallback(c, after, nullptr); }},
+        {"RegisterAfterDisplayCallback",
+         [&](void* c) { return Corvane_RegisterAfterDisplayCallback(c, after, nullptr); }},
         {"UnregisterAfterDisplayCallback", [](void* c) { return Corvane_UnregisterAfterDisplayCallback(c); }},
         {"InsertFilter", [&](void* c) { return Corvane_InsertFilter(c, &filter); }},
         {"RemoveFilter", [&](void* c) { return Corvane_RemoveFilter(c, &filter); }},
@@ -96,7 +98,8 @@ TEST(Exports, NullPointersAndHandlesOfAnotherKind) {
     EXPECT_EQ(Corvane_InsertFilter(channel, nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_RemoveFilter(channel, nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_EnableRotateFilter(channel, std::numeric_limits<double>::quiet_NaN()), Status_InvalidArgument);
-    EXPECT_EQ(Corvane_RegisterRawDataCallback(wrong, nullptr, nullptr, 5, 0), Status_NotSupported) << "the kind comes first";
+    EXPECT_EQ(Corvane_RegisterRawDataCallback(wrong, nullptr, nullptr, 5, 0), Status_NotSupported)
+        << "the kind comes first";
     EXPECT_EQ(Corvane_CreateChannel(nullptr, &client.channel, nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_CreateChannel(client.instance, nullptr, nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_DeleteChannel(client.instance, nullptr), Status_InvalidArgument);
@@ -116,7 +119,8 @@ TEST(Exports, OptionsAndUpdates) {
         EXPECT_EQ(Corvane_SetChannelOption(client.channel, id, value, 4), has ? Status_Ok : Status_NotSupported) << id;
     }
     EXPECT_EQ(Corvane_SetChannelOption(client.channel, 11, 0, 4), Status_InvalidArgument);
-    EXPECT_EQ(Corvane_SetChannelOption(client.channel, 11, reinterpret_cast<uint64_t>(&area), 1), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_SetChannelOption(client.channel, 11, reinterpret_cast<uint64_t>(&area), 1),
+              Status_InvalidArgument);
 
     // A null window is found before anything is applied: pictures still come.
     ASSERT_EQ(Corvane_SetChannelOption(client.channel, 13, 3, 0), Status_Ok);

@@ -1,6 +1,6 @@
-#include <corvane/filter.h>
-#include <corvane/decoder.h>
 #include <corvane/corvane.h>
+#include <corvane/decoder.h>
+#include <corvane/filter.h>
 
 #include <cstddef>
 
@@ -15,7 +15,8 @@ static_assert(sizeof(FrameTimeRecord) == 12 && sizeof(MotionEntry) == 8 && sizeo
 static_assert(sizeof(ChannelSettings) == 136 && offsetof(ChannelSettings, volume) == 40 &&
               offsetof(ChannelSettings, logo) == 64 && offsetof(ChannelSettings, window) == 80 &&
               offsetof(ChannelSettings, presentEnabled) == 92 && offsetof(ChannelSettings, border) == 116);
-static_assert(sizeof(ChannelUpdate) == 48 && offsetof(ChannelUpdate, fullWindow) == 16 && offsetof(ChannelUpdate, window) == 40);
+static_assert(sizeof(ChannelUpdate) == 48 && offsetof(ChannelUpdate, fullWindow) == 16 &&
+              offsetof(ChannelUpdate, window) == 40);
 static_assert(sizeof(QueueState) == 16 && offsetof(QueueState, state) == 12);
 static_assert(sizeof(DisplayArea) == 88 && offsetof(DisplayArea, overview) == 8 && offsetof(DisplayArea, zoom) == 48 &&
               offsetof(DisplayArea, zoomEnabled) == 80);

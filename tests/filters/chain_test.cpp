@@ -63,14 +63,14 @@ struct Oracle {
             width = new_width;
             height = new_height;
             if (need != nullptr && --steps > 0)
-                *need = PictureBytes(PF_I420, width, height);
+                *need = PictureBytes(PF_I420, width, height) + RowBytes(PF_I420, width);
         };
         uint64_t converted = 0, woven = 0, dewarped = 0, exchange[2] = {0, 0};
         size_t exchanges = 0;
         QMRX::Filter::FilterPixelFormatChange convert;
         if (c.nv12 && only_i420) {
             step(convert, width, height, PF_I420, nullptr);
-            converted = PictureBytes(PF_I420, width, height);
+            converted = PictureBytes(PF_I420, width, height) + RowBytes(PF_I420, width);
         }
         if (weave) {
             QMRX::Filter::FilterDeInterlace deinterlace;

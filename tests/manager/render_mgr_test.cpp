@@ -1,5 +1,3 @@
-#include "manager/RenderMgr.h"
-
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -9,6 +7,7 @@
 #include <vector>
 
 #include "base/Log.h"
+#include "manager/RenderMgr.h"
 #include "support/Latch.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
@@ -27,8 +26,8 @@ FramePtr Frame(int64_t timeMs, uint32_t width = 0, uint32_t height = 0, uint32_t
 // A renderer that does as it is told.
 struct Script {
     RendererType type = RendererType::DirectDraw;
-    std::atomic<int> refuseBuffers{0};     // GetBuffer fails this many times
-    std::atomic<int> failPresents{0};      // Present fails this many times
+    std::atomic<int> refuseBuffers{0};    // GetBuffer fails this many times
+    std::atomic<int> failPresents{0};     // Present fails this many times
     std::atomic<int> buffers{0};
     std::atomic<int> presents{0};
     std::atomic<int> destroyed{0};
@@ -76,8 +75,9 @@ private:
 
 Script* defaultScript;
 Script* gdiScript;
-const RendererMakers kScripted{[](const RenderInfo&) -> RendererPtr { return std::make_shared<ScriptedRenderer>(*gdiScript); },
-                               [](const RenderInfo&) -> RendererPtr { return std::make_shared<ScriptedRenderer>(*defaultScript); }};
+const RendererMakers kScripted{
+    [](const RenderInfo&) -> RendererPtr { return std::make_shared<ScriptedRenderer>(*gdiScript); },
+    [](const RenderInfo&) -> RendererPtr { return std::make_shared<ScriptedRenderer>(*defaultScript); }};
 
 std::vector<std::string> logLines;
 std::atomic<int> fallbackCodes;
@@ -96,8 +96,10 @@ TEST(RenderMgr, FallBackTable) {
         int codes;    // of the fall-back, after three frames
         const char* log;
     } rows[] = {
-        {"default without a buffer", RendererType::DirectDraw, 0, false, true, 1, "[%p] DirectDraw renderer failed, reset to GDI renderer"},
-        {"default that cannot present", RendererType::DirectDraw, 0, true, true, 1, "[%p] DirectDraw renderer failed, reset to GDI renderer"},
+        {"default without a buffer", RendererType::DirectDraw, 0, false, true, 1,
+         "[%p] DirectDraw renderer failed, reset to GDI renderer"},
+        {"default that cannot present", RendererType::DirectDraw, 0, true, true, 1,
+         "[%p] DirectDraw renderer failed, reset to GDI renderer"},
         {"default, fall-back forbidden", RendererType::DirectDraw, CORVANE_FLAG_NO_FALLBACK, false, false, 0, nullptr},
         {"plain without a buffer", RendererType::Gdi, 0, false, false, 0, nullptr},
         {"off-screen without a buffer", RendererType::OffScreen, 0, false, false, 0, nullptr},
@@ -123,7 +125,9 @@ TEST(RenderMgr, FallBackTable) {
             PlainPicture picture(64, 48);
             for (int i = 0; i < 3; ++i) {
                 manager.PresentFrame(Frame(40 * i), picture.frame, true);
-                ASSERT_TRUE(Eventually([&] { return first.presents + second.presents >= i + (row.presentFails || row.replaced ? 1 : 0); }));
+                ASSERT_TRUE(Eventually([&] {
+                    return first.presents + second.presents >= i + (row.presentFails || row.replaced ? 1 : 0);
+                }));
                 if (row.replaced)
                     ASSERT_TRUE(Eventually([&] { return logLines.size() == 1; }));
             }
@@ -248,7 +252,8 @@ TEST(RenderMgr, ASlowCallbackLosesPicturesAndNothingElse) {
             own.numbers.push_back(frame->data[0]);
             for (uint32_t i = 0; i < frame->size; ++i)
                 ASSERT_EQ(frame->data[i], i % 4 == 3 ? 0 : frame->data[0]);
-            EXPECT_EQ(frame->milliseconds, static_cast<uint32_t>(frame->data[0]));    // picture and frame belong together
+            EXPECT_EQ(frame->milliseconds,
+                      static_cast<uint32_t>(frame->data[0]));    // picture and frame belong together
         },
         &slow, PF_BGRA32);
     PlainPicture first(64, 48, 1);

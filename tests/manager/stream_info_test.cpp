@@ -1,10 +1,10 @@
-#include "manager/StreamInfo.h"
-
 #include <gtest/gtest.h>
 
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "manager/StreamInfo.h"
 
 namespace corvane {
 namespace {
@@ -14,7 +14,8 @@ std::vector<uint8_t> LensArea(uint8_t kind, uint16_t center) {
     std::vector<uint8_t> bytes(20 + 12, 0);
     bytes[12] = 8;    // an area follows
     bytes[19] = 3;    // of three words
-    const uint8_t entry[] = {0, 19, 8, static_cast<uint8_t>(center >> 8), static_cast<uint8_t>(center), 0, 7, 0, 9, 1, kind, 0};
+    const uint8_t entry[] = {0, 19,   8, static_cast<uint8_t>(center >> 8), static_cast<uint8_t>(center), 0, 7, 0, 9,
+                             1, kind, 0};
     std::copy(std::begin(entry), std::end(entry), bytes.begin() + 20);
     bytes.back() = 228;    // a flag without a value closes the area
     return bytes;
@@ -72,9 +73,19 @@ TEST(StreamInfo, CodesFollowTheStepFromOneFrameToTheNext) {
         {"first lens circle of all", {}, {.lensKind = 2, .captureWidth = 1920}, false, false, "10:3 11:2 12:1 6 7:1 "},
         {"same lens circle", Picture{.lensKind = 1}, {.lensKind = 1}, false, false, "6 7:1 "},
         {"lens kind changed", Picture{.lensKind = 0}, {.lensKind = 1}, false, false, "10:2 12:1 6 7:1 "},
-        {"lens kind that has no code, mount flag with it", Picture{.lensKind = 1}, {.lensKind = 3}, false, false, "11:2 12:1 6 7:1 "},
+        {"lens kind that has no code, mount flag with it",
+         Picture{.lensKind = 1},
+         {.lensKind = 3},
+         false,
+         false,
+         "11:2 12:1 6 7:1 "},
         {"centre moved", Picture{.lensKind = 1}, {.lensKind = 1, .center = 6}, false, false, "12:1 6 7:1 "},
-        {"mount flag changed", Picture{.lensKind = 1}, {.lensKind = 1, .captureWidth = 1920}, false, false, "11:2 12:1 6 7:1 "},
+        {"mount flag changed",
+         Picture{.lensKind = 1},
+         {.lensKind = 1, .captureWidth = 1920},
+         false,
+         false,
+         "11:2 12:1 6 7:1 "},
         {"lens circle gone", Picture{.lensKind = 1}, {}, false, false, "12:0 6 7:1 "},
     };
     for (const auto& row : rows) {

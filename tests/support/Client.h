@@ -31,7 +31,8 @@ public:
 
     void Start() { EXPECT_EQ(Corvane_StartChannel(channel, 0), Status_Ok); }
 
-    uint32_t Feed(uint32_t type, const std::vector<uint8_t>& bytes, bool key, int64_t timeMs, uint32_t width = 0, uint32_t height = 0) {
+    uint32_t Feed(uint32_t type, const std::vector<uint8_t>& bytes, bool key, int64_t timeMs, uint32_t width = 0,
+                  uint32_t height = 0) {
         const MediaFrameHeader header = VideoHeader(type, bytes, key, timeMs, width, height);
         return Corvane_InputEncodedMediaFrame(channel, &header);
     }
@@ -61,7 +62,8 @@ public:
         auto& self = *static_cast<Client*>(context);
         const uint32_t stride = (frame->width + 63) & ~63u;
         Shown shown{-1, frame->width, frame->height, frame->milliseconds, frame->seconds, {}};
-        if (self.m_kind == 11 && frame->width >= static_cast<uint32_t>(kStampWidth) && frame->height >= static_cast<uint32_t>(kStampHeight))
+        if (self.m_kind == 11 && frame->width >= static_cast<uint32_t>(kStampWidth) &&
+            frame->height >= static_cast<uint32_t>(kStampHeight))
             shown.stamp = ReadStamp(frame->data, stride);
         if (self.m_keepPixels)
             shown.pixels.assign(frame->data, frame->data + frame->size);
@@ -70,7 +72,6 @@ public:
     }
 
 private:
-
     const uint32_t m_kind;
     const bool m_keepPixels;
     std::mutex m_mutex;

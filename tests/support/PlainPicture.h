@@ -11,9 +11,7 @@ namespace corvane::test {
 class PlainPicture {
 public:
     PlainPicture(uint32_t width, uint32_t height, uint8_t luma = 100, uint8_t u = 128, uint8_t v = 128)
-        : m_y(size_t{width} * height, luma),
-          m_u(size_t{(width + 1) / 2} * ((height + 1) / 2), u),
-          m_v(m_u.size(), v) {
+        : m_y(size_t{width} * height, luma), m_u(size_t{(width + 1) / 2} * ((height + 1) / 2), u), m_v(m_u.size(), v) {
         frame.planes[0] = m_y.data();
         frame.planes[1] = m_u.data();
         frame.planes[2] = m_v.data();

@@ -1,7 +1,6 @@
 // The whole life of a channel with its n-th allocation, thread start or platform call failing, once and for good, n
 // rising until the road succeeds; and a thousand lives in a row. After each: a status, nothing leaked, no thread left.
 #include <gtest/gtest.h>
-
 #include <malloc.h>
 
 #include <atomic>
@@ -35,7 +34,9 @@ bool Fails() noexcept {
 void* Allocate(std::size_t size, std::size_t alignment) noexcept {
     if (Fails())
         return nullptr;
-    void* const memory = alignment <= alignof(std::max_align_t) ? std::malloc(size) : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+    void* const memory = alignment <= alignof(std::max_align_t)
+                             ? std::malloc(size)
+                             : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
     if (memory != nullptr) {
         ++liveBlocks;
         liveBytes += static_cast<int64_t>(malloc_usable_size(memory));
@@ -57,21 +58,51 @@ void* OrThrow(void* memory) {
 
 }    // namespace
 
-void* operator new(std::size_t size) { return OrThrow(Allocate(size, 0)); }
-void* operator new[](std::size_t size) { return OrThrow(Allocate(size, 0)); }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size, 0); }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size, 0); }
-void* operator new(std::size_t size, std::align_val_t alignment) { return OrThrow(Allocate(size, static_cast<std::size_t>(alignment))); }
-void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept { return Allocate(size, static_cast<std::size_t>(alignment)); }
-void operator delete(void* memory) noexcept { Free(memory); }
-void operator delete[](void* memory) noexcept { Free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { Free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { Free(memory); }
-void operator delete(void* memory, std::align_val_t) noexcept { Free(memory); }
-void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { Free(memory); }
-void operator delete(void* memory, const std::nothrow_t&) noexcept { Free(memory); }
-void operator delete[](void* memory, const std::nothrow_t&) noexcept { Free(memory); }
-void operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept { Free(memory); }
+void* operator new(std::size_t size) {
+    return OrThrow(Allocate(size, 0));
+}
+void* operator new[](std::size_t size) {
+    return OrThrow(Allocate(size, 0));
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return Allocate(size, 0);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return Allocate(size, 0);
+}
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    return OrThrow(Allocate(size, static_cast<std::size_t>(alignment)));
+}
+void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    return Allocate(size, static_cast<std::size_t>(alignment));
+}
+void operator delete(void* memory) noexcept {
+    Free(memory);
+}
+void operator delete[](void* memory) noexcept {
+    Free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    Free(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+    Free(memory);
+}
+void operator delete(void* memory, std::align_val_t) noexcept {
+    Free(memory);
+}
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
+    Free(memory);
+}
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
+    Free(memory);
+}
+void operator delete[](void* memory, const std::nothrow_t&) noexcept {
+    Free(memory);
+}
+void operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
+    Free(memory);
+}
 
 namespace corvane {
 namespace {
@@ -89,9 +120,7 @@ size_t Lines(const char* file) {
 }
 
 struct PassFilter final : QMRX::Filter::IFilter {
-    int32_t Process(QMRX::Filter::FilterArgs* args) override {
-        return args->source->plane[0] != nullptr ? 0 : -1;
-    }
+    int32_t Process(QMRX::Filter::FilterArgs* args) override { return args->source->plane[0] != nullptr ? 0 : -1; }
 };
 
 struct Stream {
@@ -120,19 +149,21 @@ void Live(const Stream& stream, Life& life, PassFilter& filter) {
     life.Note(Corvane_CreateChannel(instance, &channel, nullptr));
     if (channel != nullptr) {
         life.Note(Corvane_RegisterRawDataCallback(
-            channel, [](void* context, const PseudoFrame*) { ++*static_cast<std::atomic<int>*>(context); }, &life.shown, 3, 0));
+            channel, [](void* context, const PseudoFrame*) { ++*static_cast<std::atomic<int>*>(context); }, &life.shown,
+            3, 0));
         life.Note(Corvane_SetChannelOption(channel, 48, 1, 0));
         life.Note(Corvane_SetRawDataCallbackSize(channel, 64, 24));
         life.Note(Corvane_InsertFilter(channel, &filter));
         life.Note(Corvane_EnableRotateFilter(channel, 30));
         life.Note(Corvane_StartChannel(channel, 0));
         for (size_t i = 0; i < stream.pictures.size(); ++i) {
-            const MediaFrameHeader header =
-                test::VideoHeader(stream.type, stream.pictures[i].bytes, stream.pictures[i].key, static_cast<int64_t>(i));
+            const MediaFrameHeader header = test::VideoHeader(stream.type, stream.pictures[i].bytes,
+                                                              stream.pictures[i].key, static_cast<int64_t>(i));
             life.Note(Corvane_InputEncodedMediaFrame(channel, &header));
         }
         QueueState state{};
-        for (int i = 0; i < 300 && life.shown == 0 && life.AllWell(); ++i)    // 300 ms at most: a failure may leave nothing to show
+        for (int i = 0; i < 300 && life.shown == 0 && life.AllWell();
+             ++i)    // 300 ms at most: a failure may leave nothing to show
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         Corvane_GetRemainingQueueElementCount(channel, &state);
         life.Note(Corvane_StopChannel(channel));
@@ -142,7 +173,8 @@ void Live(const Stream& stream, Life& life, PassFilter& filter) {
 }
 
 bool Documented(uint32_t status) {
-    return status == Status_Ok || status == Status_Failed || status == Status_OutOfMemory || status == Status_ChannelNotStarted;
+    return status == Status_Ok || status == Status_Failed || status == Status_OutOfMemory ||
+           status == Status_ChannelNotStarted;
 }
 
 Stream MakeStream(uint32_t type) {
@@ -158,7 +190,9 @@ void Arm(What what, uint64_t n, bool forGood) {
         failForGood = forGood;
         counting = true;
     } else {
-        failure::Arm(static_cast<uint32_t>(what == What::Thread ? failure::Site::ThreadStart : failure::Site::PlatformCall), n, forGood);
+        failure::Arm(
+            static_cast<uint32_t>(what == What::Thread ? failure::Site::ThreadStart : failure::Site::PlatformCall), n,
+            forGood);
     }
 }
 
@@ -213,7 +247,8 @@ TEST(Sweep, AThousandLivesUseNoMoreThanFifty) {
         bool operator==(const Counts&) const = default;
     };
     const auto count = [] {
-        return Counts{liveBlocks, liveBytes, Entries("/proc/self/fd"), Entries("/proc/self/task"), Lines("/proc/self/maps")};
+        return Counts{liveBlocks, liveBytes, Entries("/proc/self/fd"), Entries("/proc/self/task"),
+                      Lines("/proc/self/maps")};
     };
     mallopt(M_ARENA_MAX, 2);    // arenas of threads come and go with chance and would count as maps
     Counts atFifty{};

@@ -223,7 +223,7 @@ void CRenderMgr::RenderLoop() {
         }
         if (woken && (state == RenderState::Playing || state == RenderState::AudioOnly)) {
             try {
-                PresentPass();
+                PresentPass(seen);
             } catch (...) {    // no memory for another renderer, or a callback that threw: this present is lost
             }
         }
@@ -242,7 +242,7 @@ void CRenderMgr::RenderLoop() {
     m_slot.DestroyAll();
 }
 
-void CRenderMgr::PresentPass() {
+void CRenderMgr::PresentPass(uint64_t& seen) {
     CallGate::Scope call(m_renderCalls);
     RendererPtr renderer;
     FramePtr frame;
@@ -253,6 +253,7 @@ void CRenderMgr::PresentPass() {
         m_slot.DestroyRetired();
         renderer = m_slot.Current();
         MutexLock lock(m_lock);
+        seen = m_generation;    // what was committed until now is latched here: it must not wake the thread once more
         state = m_state;
         info = m_info;
         frame = state == RenderState::Playing ? m_committed : m_frame;
@@ -381,6 +382,11 @@ uint32_t CRenderMgr::GetAdapterIndex() const {
     return 0;    // of a null window; the number of a window's monitor belongs here, with the window
 }
 
+bool CRenderMgr::HasWindow() const {
+    MutexLock lock(m_lock);
+    return m_info.window != 0;
+}
+
 RenderState CRenderMgr::State() const {
     MutexLock lock(m_lock);
     return m_state;
@@ -411,7 +417,8 @@ void CRenderMgr::RemoveFilter(QMRX::Filter::IFilter* filter) {
     if (!removed)
         return;
     m_filterCalls.WaitForRunning();
-    RequestRedraw();
+    if (HasWindow())    // what a window shows of the filter is painted over
+        RequestRedraw();
 }
 
 void CRenderMgr::SetDeinterlace(bool on) {

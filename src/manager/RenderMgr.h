@@ -76,6 +76,7 @@ public:
     DisplayArea GetDisplayArea() const;
     uint32_t GetAdapterIndex() const;
     RenderState State() const;
+    bool HasWindow() const;
 
     Status InsertFilter(QMRX::Filter::IFilter* filter);
     void RemoveFilter(QMRX::Filter::IFilter* filter);    // waits for a running call of it
@@ -109,7 +110,7 @@ private:
     void SendFallbackEvent();
 
     void RenderLoop();
-    void PresentPass();
+    void PresentPass(uint64_t& seen);    // `seen`: the generation that it shows
     void WakeLocked() REQUIRES(m_lock);
     template <typename Change>
     void ChangeChain(Change change);

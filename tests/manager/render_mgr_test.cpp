@@ -330,14 +330,18 @@ TEST(RenderMgr, FiltersRunWithoutLocksThatSettersTake) {
         CRenderMgr* manager = nullptr;
         std::atomic<int> calls{0};
         std::atomic<bool> running{false};
+        std::atomic<bool> removedItself{false};
         int32_t Process(QMRX::Filter::FilterArgs*) override {
             running = true;
             manager->SetOsdPolicy(3);
             manager->SetRawDataCallbackSize(0, 0);
             manager->RequestRedraw();
-            EXPECT_EQ(manager->InsertFilter(this), Status::Failed);
-            if (++calls == 5)
+            if (++calls <= 5)
+                EXPECT_EQ(manager->InsertFilter(this), Status::Failed);
+            if (calls == 5) {
                 manager->RemoveFilter(this);
+                removedItself = true;
+            }
             running = false;
             return 0;
         }
@@ -353,7 +357,7 @@ TEST(RenderMgr, FiltersRunWithoutLocksThatSettersTake) {
         for (int i = 0; !done; ++i, ++rounds)
             manager.PresentFrame(Frame(i), picture.frame, true);
     });
-    ASSERT_TRUE(Eventually([&] { return filter.calls == 5; }));
+    ASSERT_TRUE(Eventually([&] { return filter.removedItself.load(); }));
     for (int i = 0; i < 200; ++i) {
         manager.RemoveFilter(&filter);
         ASSERT_FALSE(filter.running);

@@ -1,9 +1,9 @@
-// The decode road: two bytes choose codec, threads and direction, the rest is cut into frames and goes through a
-// holder.
+// The decode road: two bytes choose codec, threads and direction, the rest is cut into frames for a holder.
 //
 //   byte 0   bits 0-2 codec, bits 3-4 threads less one, bit 5 backward play, bit 6 all frames are key frames
-//   byte 1   reserved bits 0-6; bit 7: cut at every 64 bytes instead of at the length in front of each frame
-//   then     frames, each behind two bytes: 15 bits of length, and the high bit set for a key frame
+//   byte 1   bits 0-2 audio channels less one; bit 7: cut at every 64 bytes and not at stated lengths
+//
+// Then frames, each behind two bytes: 15 bits of length, and the high bit set for a key frame.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>

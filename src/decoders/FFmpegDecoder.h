@@ -1,7 +1,8 @@
 // The software decoder: one FFmpeg codec context behind the decoder interface. The only place of the library that
 // touches libavcodec, libswscale and libswresample.
 //
-// It prints nothing and leaves FFmpeg's process-wide state (log level, callbacks) as the host has it.
+// It leaves FFmpeg's process-wide state (log level, callbacks) as the host has it and is silent by its own settings;
+// what they cannot silence HeaderCheck.h keeps from being said.
 #pragma once
 
 #include <cstdint>

@@ -194,7 +194,7 @@ bool HevcSequenceStands(BitReader bits) {
     return SizeStands(width, height);
 }
 
-// The standard of MPEG-4 part 2, 6.2.3, as far as the size.
+// The standard of MPEG-4 Visual, 6.2.3, as far as the size.
 bool LayerStands(BitReader bits) {
     constexpr unsigned kRectangular = 0;
     bits.SkipBits(1);

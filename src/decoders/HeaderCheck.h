@@ -3,6 +3,9 @@
 // Libavcodec prints a few of its complaints in ways that no setting of a context can silence: picture sizes that cannot
 // be, and H.264 scaling lists out of range. Units that would bring those out are damaged or hostile: they are left out,
 // which also keeps the memory for absurd pictures from being asked for.
+//
+// Two complaints are known to be left, both rare: "Broken frame packetizing" for two H.264 pictures in one unit with
+// more than one thread, and "nb_cpb invalid" for damaged buffer timing in H.265 parameter sets.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +21,7 @@ inline constexpr uint64_t kMaxCodedPixels = (1ull << 26) + (1ull << 21);
 // JPEG: every frame header announces a size within the bounds.
 bool JpegHeadersStand(const uint8_t* data, uint32_t size);
 
-// MPEG-4 part 2: the first video object layer announces a size within the bounds; false also when there is none.
+// MPEG-4 Visual: the first video object layer announces a size within the bounds; false also when there is none.
 bool Mpeg4LayerStands(const uint8_t* data, uint32_t size);
 
 // H.264 and H.265, Annex B.

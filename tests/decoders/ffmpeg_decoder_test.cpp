@@ -185,6 +185,21 @@ TEST(FFmpegDecoder, AnswersOfTheInterface) {
     EXPECT_EQ(got, 2u);
 }
 
+// A stream that is entered in mid-group shows at once what there is of it.
+TEST(FFmpegDecoder, ShowsPicturesWithoutTheirKeyFrame) {
+    const std::vector<EncodedPicture> stream = test::MakeVideo({.frames = 2});
+    const uint8_t key_slice[] = {0, 0, 1, 0x65};
+    std::vector<uint8_t> unit = stream[0].bytes;
+    unit.erase(std::search(unit.begin(), unit.end(), std::begin(key_slice), std::end(key_slice)), unit.end());
+    ASSERT_LT(unit.size(), stream[0].bytes.size());
+    unit.insert(unit.end(), stream[1].bytes.begin(), stream[1].bytes.end());
+    const DecoderPtr decoder = MakeVideoDecoder(FFmpegCodec::H264, 1);
+    DecodedFrame frame{};
+    uint32_t got = 0;
+    EXPECT_GE(Decode(*decoder, unit, frame, got), 0);
+    EXPECT_EQ(got, 2u);
+}
+
 TEST(FFmpegDecoder, PictureLimitsFromBothSides) {
     const struct {
         int width, height, announced_width;

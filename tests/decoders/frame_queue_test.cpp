@@ -51,7 +51,7 @@ TEST(FrameQueue, FrameOnItsWayKeepsThePoolAlive) {
 
 // Frames pass from a taking to a releasing thread, as from a worker to a renderer.
 TEST(FrameQueue, TakesAndReleasesFromManyThreads) {
-    constexpr int kTurns = 3000;
+    constexpr int kTurns = 1000;
     {
         FrameQueue<Item> queue;
         std::atomic<Item*> on_the_way[2] = {};

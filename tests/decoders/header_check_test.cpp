@@ -56,7 +56,7 @@ class BitWriter {
 public:
     BitWriter& Put(uint64_t value, int count) {
         for (int bit = count - 1; bit >= 0; --bit)
-            m_bits.push_back((value >> bit & 1) != 0);
+            m_bits.push_back(bit < 64 && (value >> bit & 1) != 0);
         return *this;
     }
     BitWriter& Unsigned(uint64_t value) {    // exponential Golomb

@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "decoders/VideoDecoderHolder.h"
@@ -296,6 +297,25 @@ TEST_F(VideoHolder, PairsPicturesWithTheirInput) {
                 EXPECT_EQ(test::ReadStamp(holder.CurrentFrame().planes[0], holder.CurrentFrame().strides[0]),
                           static_cast<int>(i - delay));
             }
+        }
+    }
+}
+
+// A second thread shows as one picture of delay.
+TEST_F(VideoHolder, TakesASecondThreadForLargePictures) {
+    const std::vector<EncodedPicture> stream = test::MakeVideo({.frames = 3});
+    const uint32_t many = std::thread::hardware_concurrency() == 1 ? 0 : 1;
+    const struct {
+        uint32_t width, height, threads, delay;
+    } rows[] = {{0, 0, 0, 0},      {1279, 799, 0, 0}, {1280, 1, 0, many},
+                {1, 800, 0, many}, {1280, 800, 1, 0}, {320, 240, 2, 1}};
+    for (const auto& row : rows) {
+        VideoDecoderHolder holder;
+        holder.SetThreads(row.threads);
+        for (size_t i = 0; i < stream.size(); ++i) {
+            uint32_t got = 0;
+            holder.Decode(MakeFrame(8, stream[i].bytes, stream[i].key, 0, row.width, row.height), &got);
+            EXPECT_EQ(got != 0, i >= row.delay) << row.width << " " << row.height << " " << i;
         }
     }
 }

@@ -83,25 +83,15 @@ uint64_t FrameThinner::ExpectedOrder(const SequenceParameterSet& sps, uint32_t f
     return expected;
 }
 
-// Order counts are kept modulo 2^64: a damaged stream may make anything of them, and only their low bits are used. The
-// bottom field is kept by its distance from the top field.
+// Only the low bits of an order count are used, so it may wrap. The bottom field is kept by its distance from the top
+// field.
 void FrameThinner::CountOrder(const SequenceParameterSet& sps, const SliceHeader& slice, bool reference) {
     uint64_t top = 0;
     int64_t bottom_distance = 0;
     if (sps.pic_order_cnt_type == 0) {
-        const uint32_t lsb = slice.pic_order_cnt_lsb;
-        const uint32_t max = 1u << sps.log2_max_pic_order_cnt_lsb;
-        uint64_t msb = m_order.prev_msb;
-        if (lsb < m_order.prev_lsb && m_order.prev_lsb - lsb >= max / 2)
-            msb += max;
-        else if (lsb > m_order.prev_lsb && lsb - m_order.prev_lsb > max / 2)
-            msb -= max;
-        top = msb + lsb;
+        // The upper part of the count is a multiple of 16 and cannot change the low three bits.
+        top = slice.pic_order_cnt_lsb;
         bottom_distance = slice.delta_pic_order_cnt_bottom;    // 0 for a field
-        if (reference) {
-            m_order.prev_msb = msb;
-            m_order.prev_lsb = lsb;
-        }
     } else {
         if (m_order.prev_frame_num > slice.frame_num)
             m_order.frame_num_offset += sps.MaxFrameNum();

@@ -32,8 +32,6 @@ private:
     struct OrderState {
         uint32_t prev_ref_frame_num = 0;
         uint32_t prev_frame_num = 0;
-        uint64_t prev_msb = 0;
-        uint32_t prev_lsb = 0;
         uint64_t frame_num_offset = 0;
         uint64_t order = 0;
     };

@@ -75,7 +75,10 @@ struct Stream {
             w.Ue(1).Ue(0).Ue(0).U(1, 0).U(1, 1).U(1, 1);
             for (int i = 0; i < 16; ++i)
                 w.Se(i % 2 == 0 ? 5 : -3);
-            w.U(1, 1).Se(-8).U(6, 0);    // the second ends at once
+            w.U(1, 1).Se(-8).U(4, 0).U(1, 1);    // the second ends at once
+            for (int i = 0; i < 64; ++i)
+                w.Se(0);
+            w.U(1, 0);
         }
         w.Ue(0).Ue(order_type);    // frame numbers modulo 16
         if (order_type == 0) {
@@ -107,12 +110,12 @@ struct Slice {
     bool reference = true, idr = false;
     int32_t delta[2] = {0, 0};    // type 0: [0] is the bottom field's
     int field = 0;                // 1 top, 2 bottom
-    char type = 'I';
+    uint32_t first_mb = 0;
 };
 
 Bytes Write(const Stream& stream, const Slice& slice) {
     BitWriter w;
-    w.Ue(0).Ue(slice.type == 'P' ? 5 : slice.type == 'B' ? 1 : 7).Ue(stream.pps_id).U(4, slice.frame_num);
+    w.Ue(slice.first_mb).Ue(7).Ue(stream.pps_id).U(4, slice.frame_num);
     if (!stream.frames_only) {
         w.U(1, slice.field != 0);
         if (slice.field != 0)
@@ -130,7 +133,7 @@ Bytes Write(const Stream& stream, const Slice& slice) {
     if (stream.order_type == 1 && second)
         w.Se(slice.delta[1]);
     if (stream.redundant)
-        w.Ue(3);
+        w.Ue(0);
     return w.U(2, 0).Unit(static_cast<uint8_t>((slice.reference ? 0x60 : 0) | (slice.idr ? 5 : 1)));
 }
 
@@ -244,9 +247,13 @@ TEST(FrameThinner, OrderCounts) {
           {.frame_num = 5, .reference = false}},
          {0, 2, 3, 4, 1}},
         {"another IDR begins anew",
-         {.order_type = 2},
-         {{.idr = true}, {.frame_num = 9}, {.idr = true}, {.frame_num = 1}},
-         {0, 2, 0, 2}},
+         {.order_type = 1, .cycle_size = 3, .cycle = {1, 1, 2}},
+         {{.idr = true}, {.frame_num = 9}, {.frame_num = 0}, {.idr = true}, {.frame_num = 1}},
+         {0, 4, 5, 0, 1}},
+        {"zeros that need an emulation byte",
+         {},
+         {{.idr = true}, {.frame_num = 1, .lsb = 3, .first_mb = 0x3FFFFF}},
+         {0, 3}},
         {"other identifiers and headers to read over",
          {.profile = 100, .sps_id = 31, .pps_id = 255, .redundant = true, .slice_groups = true},
          {{.idr = true}, {.frame_num = 1, .lsb = 7}},
@@ -289,7 +296,7 @@ TEST(FrameThinner, BadSyntaxKeepsTheFrame) {
         {"picture set of an unknown sequence", foreign_sps.Pps(), true},
         {"sequence identifier 32", BitWriter().U(8, 66).U(16, 0).Ue(32).Unit(0x67), true},
         {"picture identifier 256", BitWriter().Ue(256).Unit(0x68), true},
-        {"order count type 3", BitWriter().U(8, 66).U(16, 0).Ue(5).Ue(0).Ue(3).Unit(0x67), true},
+        {"order count type 3", Stream{.order_type = 3}.Sps(), true},
         {"endless code", {0, 0, 0, 1, 0x41, 0, 0, 3, 0, 0, 3, 0, 0, 3, 0}, true},
         {"slice without a byte", {0, 0, 0, 1, 0x41}, true},
     };
@@ -323,7 +330,7 @@ TEST(FrameThinner, SliceHeaderIsReadToItsEnd) {
         w.Ue(5).Ue(5).U(1, 1).Se(-3).Se(7).U(1, 1).Se(1).Se(2).Se(3).Se(4).U(2, 0);
         if (type == 'B')
             w.U(2, 1).Se(1).Se(1).Se(1).Se(1);
-        w.U(1, 1).Ue(1).Ue(0).Ue(3).Ue(0).Ue(1).Ue(6).Ue(0).Ue(5).Ue(0);    // marking
+        w.U(1, 1).Ue(1).Ue(0).Ue(3).Ue(0).Ue(9).Ue(5).Ue(1).Ue(9).Ue(0);    // marking
         const Bytes whole = w.Unit(0x41);
         for (size_t size = 5; size <= whole.size(); ++size) {
             FrameThinner thinner;

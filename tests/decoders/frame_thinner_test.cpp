@@ -296,7 +296,7 @@ TEST(FrameThinner, BadSyntaxKeepsTheFrame) {
         {"picture set of an unknown sequence", foreign_sps.Pps(), true},
         {"sequence identifier 32", BitWriter().U(8, 66).U(16, 0).Ue(32).Unit(0x67), true},
         {"picture identifier 256", BitWriter().Ue(256).Unit(0x68), true},
-        {"order count type 3", Stream{.order_type = 3}.Sps(), true},
+        {"order count type 3", Stream{.sps_id = 9, .order_type = 3}.Sps(), true},
         {"endless code", {0, 0, 0, 1, 0x41, 0, 0, 3, 0, 0, 3, 0, 0, 3, 0}, true},
         {"slice without a byte", {0, 0, 0, 1, 0x41}, true},
     };

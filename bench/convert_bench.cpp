@@ -2,9 +2,9 @@
 // on the same buffers, in alternation. "ring": 8 sources and 8 destinations in turn, larger than the cache; "warm": one
 // of each.
 //
-//   convert_bench [rounds] [best | avx2 | sse4 | scalar] [part of a name]      the second argument caps our instruction
-//   set, not libyuv's
+//   convert_bench [rounds] [best | avx2 | sse4 | scalar] [part of a name]
 //
+// The second argument caps our instruction set, not the peers'; the third picks conversions.
 // Prints the median of the ratios of each round, and the ratio of the minima. Machines are noisy: trust ratios only.
 #include <hwy/targets.h>
 #include <libyuv.h>
@@ -235,7 +235,7 @@ bool CapTargets(const std::string& name) {
         keep |= HWY_SSE4 | HWY_SSSE3;
     else if (name != "scalar")
         return false;
-    hwy::DisableTargets(~keep);
+    hwy::SetSupportedTargetsForTest(hwy::SupportedTargets() & keep);
     return true;
 }
 

@@ -1,4 +1,9 @@
-// A 4:2:0 picture of 8 bits a sample as the kernels read it.
+// A 4:2:0 picture of 8 bits a sample as the kernels read it, and what kernels return.
+//
+// All kernels: sources and destinations do not overlap; nothing is written outside the stated rectangle, not even
+// padding, and nothing read outside the source's; no state but scratch memory of the call (without memory the plain
+// form does the work), so any thread may run any kernel at any time. Each has a plain form, which is its definition,
+// and forms by instruction set, chosen at run time at the first call.
 #pragma once
 
 #include <cstddef>

@@ -66,6 +66,7 @@ TEST(Rotate, QuarterTurnsOfRgb) {
         double angle;
         std::vector<int> wanted;    // first bytes of the pixels, in reading order
     } const rows[] = {{0, {1, 2, 3, 4, 5, 6, 7, 8}},
+                      {1e-6, {1, 2, 3, 4, 5, 6, 7, 8}},
                       {90, {5, 1, 6, 2, 7, 3, 8, 4}},
                       {180, {8, 7, 6, 5, 4, 3, 2, 1}},
                       {-90, {4, 8, 3, 7, 2, 6, 1, 5}}};

@@ -219,6 +219,8 @@ void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame) {
     if (worker.keyFramesOnly && !frame->IsKeyFrame())
         return;
     worker.keyFramesOnly = worker.displayMode >= 8;
+    if (worker.thinner.ShouldThin(frame->Header(), worker.displayMode & 7))
+        return;
     uint32_t got = 0;
     uint32_t kind;
     DecodedFrame picture{};

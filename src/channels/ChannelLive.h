@@ -15,6 +15,7 @@
 #include "base/Thread.h"
 #include "channels/IChannel.h"
 #include "corvane/corvane.h"
+#include "decoders/FrameThinner.h"
 #include "decoders/VideoDecoderHolder.h"
 #include "frame/JitterQueue.h"
 #include "frame/MediaFrameImpl.h"
@@ -55,6 +56,7 @@ private:
     // What the worker keeps between frames of one run.
     struct WorkerState {
         PaceClock clock;
+        FrameThinner thinner;
         bool keyFramesOnly = false;
         int64_t late = 0;     // ms, negative when late
         uint32_t over = 0;    // pops in a row that left the queue over its buffer time

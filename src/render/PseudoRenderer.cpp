@@ -33,7 +33,13 @@ PseudoFrame Describe(const MediaFrameImpl* frame, uint32_t flags, struct tm* tim
 
 int32_t CPseudoRenderer::GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride,
                                    uint32_t* format) {
-    Slot& slot = *m_write;
+    if (m_committed != nullptr)
+        m_lent = m_committed;    // nobody saw that picture: the new one takes its place
+    else if (m_presenting.load(std::memory_order_acquire))
+        m_lent = m_shown == &m_slots[0] ? &m_slots[1] : &m_slots[0];
+    else
+        m_lent = m_shown;
+    Slot& slot = *m_lent;
     if (!slot.memory || slot.width != width || slot.height != height) {
         const uint64_t size = m_format == PF_NV12 ? 0 : PictureBytes(m_format, width, height);
         AlignedBuffer memory;
@@ -52,19 +58,24 @@ int32_t CPseudoRenderer::GetBuffer(uint32_t width, uint32_t height, uint8_t** bu
 }
 
 void CPseudoRenderer::Latch() {
-    if (std::exchange(m_committed, false))
-        std::swap(m_write, m_read);
+    if (Slot* const fresh = std::exchange(m_committed, nullptr))
+        m_shown = fresh;
+    m_presenting.store(true, std::memory_order_relaxed);
 }
 
 int32_t CPseudoRenderer::Present(const FramePtr* frame, const RenderInfo* info) {
+    const struct Done {
+        std::atomic<bool>& presenting;
+        ~Done() { presenting.store(false, std::memory_order_release); }
+    } done{m_presenting};
     if (m_callback == nullptr || !info->presentEnabled)
         return 0;
     struct tm time {};
     PseudoFrame record = Describe(frame->get(), info->infoDirty ? kFreshInfo : 0, &time);
-    record.width = m_read->width;
-    record.height = m_read->height;
-    record.data = m_read->memory.Data();
-    record.size = m_read->size;
+    record.width = m_shown->width;
+    record.height = m_shown->height;
+    record.data = m_shown->memory.Data();
+    record.size = m_shown->size;
     m_callback(m_context, &record);
     return 0;
 }

@@ -1,6 +1,8 @@
 // The off-screen renderer: hands every finished picture to a client callback.
 #pragma once
 
+#include <atomic>
+
 #include "base/AlignedBuffer.h"
 #include "filters/FilterChain.h"
 #include "present/IVideoRenderer.h"
@@ -16,7 +18,7 @@ public:
     RendererType GetType() const override { return RendererType::OffScreen; }
     int32_t Present(const FramePtr* frame, const RenderInfo* info) override;
     int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override;
-    void Commit() override { m_committed = true; }
+    void Commit() override { m_committed = m_lent; }
     void Latch() override;
     void NotifyAudioOnly(const FramePtr& frame, const RenderInfo& info) override;
 
@@ -34,13 +36,15 @@ private:
     void* const m_context;
     const uint32_t m_format;
 
-    // Under the manager's picture lock: exclusively by the worker, shared by the render thread.
-    bool m_committed = false;    // a new picture is complete in *m_write
-    Slot m_slots[2];
-    Slot* m_write = &m_slots[0];
+    // True from a Latch to the end of the Present that follows: *m_shown is the client's. Written by the render thread.
+    std::atomic<bool> m_presenting{false};
 
-    // Only on the render thread, but for the exchange in Latch.
-    Slot* m_read = &m_slots[1];
+    // Under the manager's picture lock: exclusively by the worker, shared by the render thread. One slot serves as long
+    // as the client is done with a picture when the next one comes; the second is filled only while it is not.
+    Slot m_slots[2];
+    Slot* m_lent = nullptr;         // since the last GetBuffer
+    Slot* m_committed = nullptr;    // complete and not yet latched
+    Slot* m_shown = &m_slots[0];
 };
 
 }    // namespace corvane

@@ -264,7 +264,9 @@ TEST(Sweep, AThousandLivesUseNoMoreThanFifty) {
     EXPECT_EQ(last.bytes, atFifty.bytes);
     EXPECT_EQ(last.descriptors, atFifty.descriptors);
     EXPECT_EQ(last.threads, atFifty.threads);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(CORVANE_SANITIZED)    // the sanitizer's allocator maps as it likes
     EXPECT_EQ(last.maps, atFifty.maps);
+#endif
 }
 
 }    // namespace

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <fstream>
 #include <random>
 #include <thread>
 
@@ -131,6 +132,41 @@ TEST(LiveChannel, RecoversAtTheNextKeyFrameFromEveryDamage) {
             EXPECT_TRUE(shown);
         }
     }
+}
+
+uint64_t ResidentBytes() {
+    uint64_t whole = 0;
+    uint64_t resident = 0;
+    std::ifstream("/proc/self/statm") >> whole >> resident;
+    return resident * 4096;
+}
+
+// Garbage that claims to be key frames, for hours: no more memory than after the first minute, and the next good key
+// frame is shown.
+TEST(LiveChannel, AMillionGarbageKeyFramesUseNoMemory) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__clang__)
+    constexpr int kFrames = 20'000;    // a build for finding faults is no place for long runs
+#else
+    constexpr int kFrames = 1'000'000;
+#endif
+    const std::vector<EncodedPicture> good = MakeVideo({.frames = 5});
+    Client client;
+    ASSERT_EQ(Corvane_SetChannelOption(client.channel, 42, 0, 0), Status_Ok);
+    client.Start();
+    std::mt19937 random(3);
+    uint64_t settled = 0;
+    for (int i = 0; i < kFrames; ++i) {
+        std::vector<uint8_t> garbage = {0, 0, 0, 1, static_cast<uint8_t>(random() % 32)};
+        for (uint32_t size = random() % 60; size > 0; --size)
+            garbage.push_back(static_cast<uint8_t>(random()));
+        ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, garbage, true, i % 1000), Status_Ok);
+        if (i == kFrames / 10)
+            settled = ResidentBytes();
+    }
+    for (size_t i = 0; i < good.size(); ++i)
+        ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, good[i].bytes, good[i].key, 2000 + static_cast<int64_t>(i)), Status_Ok);
+    EXPECT_TRUE(client.WaitForStamp(4));
+    EXPECT_LT(ResidentBytes(), settled + (16u << 20));
 }
 
 TEST(LiveChannel, NothingIsShownBeforeTheFirstKeyFrame) {

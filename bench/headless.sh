@@ -9,9 +9,9 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
 
-ffmpeg -v error -f lavfi -i "testsrc2=size=1920x1080:rate=25,noise=alls=12:allf=t" -t "$seconds" -c:v libx264 -preset veryfast \
+ffmpeg -nostdin -v error -f lavfi -i "testsrc2=size=1920x1080:rate=25,noise=alls=12:allf=t" -t "$seconds" -c:v libx264 -preset veryfast \
     -b:v 4M -g 50 -bf 0 -refs 1 -pix_fmt yuv420p large.mp4
-ffmpeg -v error -f lavfi -i "testsrc2=size=320x240:rate=25,noise=alls=12:allf=t" -t 10 -c:v libx264 -preset veryfast \
+ffmpeg -nostdin -v error -f lavfi -i "testsrc2=size=320x240:rate=25,noise=alls=12:allf=t" -t 10 -c:v libx264 -preset veryfast \
     -b:v 300k -g 50 -bf 0 -refs 1 -pix_fmt yuv420p small.mp4
 
 python3 - "$build" "$seconds" "$rounds" <<'PY'

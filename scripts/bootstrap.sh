@@ -8,7 +8,7 @@ packages=(
     libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev
     libhwy-dev libpng-dev
     libgtest-dev libbenchmark-dev libyuv-dev ffmpeg
-    libopencore-amrnb-dev strace util-linux
+    libopencore-amrnb-dev locales strace util-linux
 )
 
 missing=()

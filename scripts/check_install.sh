@@ -2,6 +2,7 @@
 # check_install.sh BUILD: installs that build into a folder of its own, moves it, builds the examples against it by
 # CMake and by pkg-config, and runs them on a real key frame.
 set -euo pipefail
+trap 'echo "$0: line $LINENO failed" >&2' ERR
 build=$(realpath "$1")
 source=$(realpath "$(dirname "$0")/..")
 work=$(mktemp -d)
@@ -9,7 +10,7 @@ trap 'rm -rf "$work"' EXIT
 
 DESTDIR= cmake --install "$build" --prefix "$work/first" >/dev/null
 mv "$work/first" "$work/prefix"
-ffmpeg -v error -f lavfi -i testsrc2=size=320x240 -frames:v 1 -c:v libx264 -tune zerolatency -pix_fmt yuv420p \
+ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240 -frames:v 1 -c:v libx264 -tune zerolatency -pix_fmt yuv420p \
     -f h264 "$work/key.h264"
 
 cmake -S "$source/examples" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null

@@ -8,7 +8,7 @@ cmake --preset release -DCORVANE_BUILD_TESTS=OFF -DCORVANE_BUILD_FUZZ=OFF -DCORV
 cmake --build build/demo
 
 mkdir -p out
-ffmpeg -v error -y -f lavfi -i testsrc2=size=1280x720:rate=25 -t 8 \
+ffmpeg -nostdin -v error -y -f lavfi -i testsrc2=size=1280x720:rate=25 -t 8 \
     -c:v libx264 -preset veryfast -tune zerolatency -g 50 -pix_fmt yuv420p out/demo.mp4
 
 build/demo/apps/play/corvane-play --headless --buffer 200 --contact-sheet out/contact-sheet.png --stats out/summary.json out/demo.mp4

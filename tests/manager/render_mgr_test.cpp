@@ -79,7 +79,12 @@ const RendererMakers kScripted{
     [](const RenderInfo&) -> RendererPtr { return std::make_shared<ScriptedRenderer>(*gdiScript); },
     [](const RenderInfo&) -> RendererPtr { return std::make_shared<ScriptedRenderer>(*defaultScript); }};
 
-std::vector<std::string> logLines;
+std::mutex logMutex;
+std::vector<std::string> logLines;    // under logMutex
+size_t LogCount() {
+    const std::lock_guard lock(logMutex);
+    return logLines.size();
+}
 std::atomic<int> fallbackCodes;
 void CountFallback(void*, uint32_t code, uint64_t a, uint64_t) {
     if (code == 9 && a == 2)
@@ -105,6 +110,7 @@ TEST(RenderMgr, FallBackTable) {
         {"off-screen without a buffer", RendererType::OffScreen, 0, false, false, 0, nullptr},
     };
     log::hook = [](int level, const char*, int, const char* format, const void*) {
+        const std::lock_guard lock(logMutex);
         if (level == 3)
             logLines.push_back(format);
     };
@@ -129,7 +135,7 @@ TEST(RenderMgr, FallBackTable) {
                     return first.presents + second.presents >= i + (row.presentFails || row.replaced ? 1 : 0);
                 }));
                 if (row.replaced)
-                    ASSERT_TRUE(Eventually([&] { return logLines.size() == 1; }));
+                    ASSERT_TRUE(Eventually([&] { return LogCount() == 1; }));
             }
             EXPECT_EQ(second.buffers > 0, row.replaced);
             EXPECT_EQ(fallbackCodes, row.codes);

@@ -444,8 +444,8 @@ CORVANE_API uint32_t Corvane_DeleteChannel(void* instance, void** channel);
 /*
  * Starts the worker. Bit 0 of `options`: the waiting state takes the place of the last picture. A started channel stays as
  * it is but for that bit. Waits for the end of a stop in progress.
- * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_Failed: no thread could be started, or a stop is
- * in progress and the call came from a callback. Status_OutOfMemory. [any]
+ * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_Failed: no thread could be started; or the call
+ * came from a callback while the channel is being stopped or deleted. Status_OutOfMemory. [any]
  */
 CORVANE_API uint32_t Corvane_StartChannel(void* channel, uint32_t options);
 

@@ -26,6 +26,10 @@ CChannelLive::CChannelLive(uintptr_t window, uint32_t flags, Clock& clock, const
 }
 
 CChannelLive::~CChannelLive() {
+    {
+        MutexLock lock(m_mutex);
+        m_dying = true;    // a callback that still runs on the render thread may try to start it again
+    }
     (void)Stop();    // refused on the channel's own threads only, and those do not come here
 }
 
@@ -44,6 +48,8 @@ Status CChannelLive::Start(bool clear) {
         while (m_run == Run::Stopping)
             m_stopped.WaitOnce(lock);
     }
+    if (m_dying)
+        return Status::Failed;
     m_render.Stop(clear);
     if (m_run == Run::Running)
         return Status::Ok;

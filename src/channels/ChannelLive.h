@@ -37,7 +37,7 @@ public:
     void Apply(const ChannelSettings& settings);
     void SetFactories(const DecoderFactories& factories);
 
-    // Status::Failed when no thread can be made, and on a library thread while a stop is in progress.
+    // Status::Failed when no thread can be made, on a library thread while a stop is in progress, and while it dies.
     Status Start(bool clear);
     // Status::Failed on the channel's own threads, and where two stops would wait for each other.
     Status Stop();
@@ -83,6 +83,7 @@ private:
     Condition m_stopped;       // wakes who waits for the end of a stop
     Thread m_thread GUARDED_BY(m_mutex);
     Run m_run GUARDED_BY(m_mutex) = Run::Stopped;
+    bool m_dying GUARDED_BY(m_mutex) = false;    // never starts again
     JitterQueue m_queue GUARDED_BY(m_mutex);
     uint32_t m_displayMode GUARDED_BY(m_mutex) = 0;    // 0 all frames, 1 to 7 thinning, 8 key frames only
 

@@ -212,14 +212,20 @@ void CRenderMgr::RenderLoop() {
     uint64_t seen = 0;
     for (;;) {
         RenderState state;
+        bool replaced;
         {
             MutexLock lock(m_lock);
             if (m_ending)
                 break;
             seen = m_generation;
             state = m_state;
+            replaced = std::exchange(m_rendererReplaced, false);
             if (state == RenderState::Waiting)
                 m_waitCounter = (m_waitCounter + 1) % 10;
+        }
+        if (replaced) {
+            SharedLock picture(m_pictureLock);
+            m_slot.DestroyRetired();
         }
         if (woken && (state == RenderState::Playing || state == RenderState::AudioOnly)) {
             try {
@@ -231,7 +237,7 @@ void CRenderMgr::RenderLoop() {
         const int64_t deadline = m_clock.Now() + kTick;
         MutexLock lock(m_lock);
         bool inTime = true;
-        while (m_generation == seen && !m_ending && inTime) {
+        while (m_generation == seen && !m_ending && !m_rendererReplaced && inTime) {
             if (ticking)
                 inTime = m_clock.WaitUntil(m_frameReady, lock, deadline);
             else
@@ -459,6 +465,11 @@ void CRenderMgr::DisableRotateFilter() {
 
 void CRenderMgr::RegisterRawDataCallback(CorvanePictureCallback callback, void* context, uint32_t format) {
     m_slot.Replace(std::make_shared<CPseudoRenderer>(callback, context, format));
+    {
+        MutexLock lock(m_lock);
+        m_rendererReplaced = true;
+        m_frameReady.NotifyAll();
+    }
     m_renderCalls.WaitForRunning();
 }
 

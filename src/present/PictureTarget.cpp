@@ -9,7 +9,7 @@ bool CarryPicture(PictureTarget& target, FilterChain& chain, const ChainSettings
         if (!lease)
             return false;
         (void)chain.Run(settings, frame, decoded, lease.data, lease.stride, lease.format, width, height);
-        lease.Commit();
+        lease.Commit();    // what is drawn over a finished picture is drawn before this, and below before the rotation
         return true;
     }
     uint32_t outWidth = 0;

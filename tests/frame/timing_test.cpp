@@ -72,7 +72,7 @@ TEST(JitterQueue, Scripts) {
         {"no key frame: no limit", "B100=0 v100000=1 v110000=1 v120000=1 K130000=1 v140000=0 p140000=0 R=4"},
         {"video below its limit", "B100=0 K100000=1 v101098=1 v101099=1 v101100=0 a100000=1 m0=1 u0=1"},
         {"audio below its limit", "a200000=1 a210000=1 a212998=1 a212999=1 a213000=0 v0=1 m0=1 u0=1"},
-        {"the limit does not wrap", "B4294967295=0 K100000=1 v110000=1 b=1"},
+        {"the limit does not wrap", "B4294967295=0 K100000=1 v110000=1 v110001=1 b=1"},
         {"gate", "<=-1 B81=0 K100000=1 v100040=1 b=1 <=-1 v100080=1 b=0 a1=1 v100120=1 <=0 <=1 <=1 <=1 <=1 <=-1"},
         {"run empty, times are forgotten", "v100000=1 <=1 v100040=1 L=1"},
         {"metadata waits for audio and video", "v100000=1 m0=1 m0=1 <=1 <=-1 a100000=1 <=1 <=1 <=1 C=0"},

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <deque>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -24,7 +24,8 @@ public:
         last_output = args->destination->plane[0];
         if (throws)
             throw std::runtime_error("client");
-        if (args->source->format != PF_I420 || args->destination->format != PF_I420)
+        if (args->source->format != PF_I420 || args->destination->format != PF_I420 ||
+            args->source->plane[0] == args->destination->plane[0])
             return -3;
         FakeDewarp(ImageOf(*args->source, args->width, args->height),
                    ImageOf(*args->destination, args->width, args->height), m_addend);
@@ -58,13 +59,13 @@ struct Case {
 };
 
 // The chain in its plain form: each step into a new picture, a format change at the end in any case.
-std::vector<uint8_t> PlainForm(const Case& c, const Decoded& decoded, std::vector<AddFilter>& filters,
-                               int32_t& result) {
-    std::vector<std::unique_ptr<Image>> images;
+std::vector<uint8_t> PlainForm(const Case& c, const Decoded& decoded, std::vector<AddFilter>& filters, int32_t& result,
+                               bool& one_step) {
+    std::deque<Image> images;
     Picture current = decoded.picture;
     uint32_t width = c.width, height = c.height;
     const auto step = [&](auto process, uint32_t new_width, uint32_t new_height, uint32_t format) {
-        Picture& to = images.emplace_back(std::make_unique<Image>(new_width, new_height, format))->picture;
+        Picture& to = images.emplace_back(new_width, new_height, format).picture;
         FilterArgs args{&current, &to, width, height};
         result = result == 0 && process(&args) == 0 ? 0 : -1;
         current = to;
@@ -93,8 +94,10 @@ std::vector<uint8_t> PlainForm(const Case& c, const Decoded& decoded, std::vecto
         step([&](FilterArgs* args) { return resize.Process(args); }, c.target_width, c.target_height, current.format);
     for (size_t i = 0; i < c.filters; ++i)
         step([&](FilterArgs* args) { return filters[i].Process(args); }, width, height, PF_I420);
+    const bool change = c.format != current.format && (c.format != PF_YV12 || current.format != PF_I420);
+    one_step = images.size() + (change ? 1 : 0) <= 1;
     step(convert, width, height, c.format);
-    return images.back()->Visible();
+    return images.back().Visible();
 }
 
 // One chain for all cases in turn equals the plain form, and holds no more than a new chain: scratch of an earlier case
@@ -102,20 +105,21 @@ std::vector<uint8_t> PlainForm(const Case& c, const Decoded& decoded, std::vecto
 // form; nothing is written outside (under a sanitizer).
 TEST(FilterChain, EveryRoadEqualsThePlainForm) {
     ASSERT_NE(Tessaro(), nullptr);
+    // The last one completes an odd height with chroma that no step writes.
+    constexpr uint32_t kFormats[] = {PF_I420, PF_NV12, PF_YV12, PF_YUY2, PF_BGR24_FLIP, PF_BGRA32, PF_RGB565};
+    constexpr uint32_t kOdd[] = {1, 2, 17, 65};
     std::mt19937 random(1);
     const auto flag = [&] { return random() % 2 == 0; };
     FilterChain chain;
     for (int run = 0; run < 4000; ++run) {
         Case c;
-        c.format = std::vector<uint32_t>{
-            PF_I420, PF_NV12, PF_YV12, PF_YUY2, PF_RGB565, PF_BGR24_FLIP, PF_BGRA32}[random() % 7];
+        c.format = kFormats[random() % 7];
         c.nv12 = flag();
         c.filters = flag() ? 0 : random() % 4;
         if (random() % 4 == 0) {
-            if (c.format == PF_RGB565)    // completes an odd height with chroma that no step writes
-                c.format = PF_BGR24;
-            c.width = c.target_width = std::vector<uint32_t>{1, 2, 33, 65}[random() % 4];
-            c.height = c.target_height = std::vector<uint32_t>{1, 2, 5, 17}[random() % 4];
+            c.format = kFormats[random() % 6];
+            c.width = c.target_width = kOdd[random() % 4];
+            c.height = c.target_height = kOdd[random() % 4];
         } else {
             c.field_coded = flag();
             c.interlaced = flag();
@@ -130,11 +134,8 @@ TEST(FilterChain, EveryRoadEqualsThePlainForm) {
             c.target_width = c.dewarped_width;
             c.target_height = c.dewarped_height;
         }
-        SCOPED_TRACE(testing::Message() << "run " << run << ": " << c.width << "x" << c.height
-                                        << (c.nv12 ? " NV12" : "") << " to " << c.target_width << "x" << c.target_height
-                                        << " format " << c.format << ", filters " << c.filters << ", marks "
-                                        << c.field_coded << c.interlaced << c.deinterlace << ", dewarp " << c.dewarp
-                                        << " " << c.dewarped_width << "x" << c.dewarped_height);
+        SCOPED_TRACE(testing::Message() << "run " << run << ", " << c.width << "x" << c.height << " to format "
+                                        << c.format);
         Tessaro()->out_width = c.dewarped_width;
         Tessaro()->out_height = c.dewarped_height;
         const Decoded decoded(c.width, c.height, c.nv12, static_cast<uint32_t>(run));
@@ -144,7 +145,8 @@ TEST(FilterChain, EveryRoadEqualsThePlainForm) {
         for (size_t i = 0; i < c.filters; ++i)
             settings.client_filters.push_back(&filters[i]);
         int32_t result = 0;
-        const std::vector<uint8_t> wanted = PlainForm(c, decoded, filters, result);
+        bool one_step = false;
+        const std::vector<uint8_t> wanted = PlainForm(c, decoded, filters, result, one_step);
         Image to(c.target_width, c.target_height, c.format), again(c.target_width, c.target_height, c.format);
         FilterChain fresh;
         fresh.UpdateDewarp(*frame);
@@ -155,6 +157,8 @@ TEST(FilterChain, EveryRoadEqualsThePlainForm) {
         ASSERT_EQ(RunInto(to, chain, settings, *frame, decoded.frame), result);
         ASSERT_TRUE(to.Visible() == wanted && again.Visible() == wanted);
         ASSERT_EQ(chain.ScratchBytes(), fresh.ScratchBytes());
+        if (one_step && c.width == 64 && !(c.field_coded && c.interlaced))    // needs no copy of its own
+            ASSERT_EQ(fresh.ScratchBytes(), 0u);
         if (c.filters > 0 && to.picture.format == PF_I420)
             ASSERT_EQ(filters[c.filters - 1].last_output, to.picture.plane[0]);    // no picture in between
     }
@@ -256,7 +260,6 @@ TEST(Tessaro, SizesAndFailures) {
         int32_t size_result, run_result;
         int frames_ended;
     } rows[] = {
-        {"size kept", 0, 0, 0, 0, false, 0, 0, 1},
         {"new size", 32, 20, 0, 0, false, 0, 0, 1},
         {"query refuses", 32, 20, -7, 0, false, -7, -7, 0},
         {"process refuses", 32, 20, 0, -8, false, 0, -1, 1},

@@ -260,11 +260,13 @@ TEST(MediaFrame, HostileRecords) {
     MediaFrameHeader record = NewRecord();
     record.extensionSize = 100;
     record.objectCount = 9;
+    record.pictureWidth = 640;
     record.vendorHeader = largest.data();
     record.vendorHeaderSize = 1;
     const MediaFrameImpl empty(record);    // lengths without a pointer, a vendor header outside the header bytes
     EXPECT_EQ(empty.Header().extensionSize + empty.Header().objectCount, 0u);
     EXPECT_EQ(empty.Header().vendorHeader, nullptr);
+    EXPECT_EQ(empty.DecodedWidth(), 640u);
     record.payloadSize = 1;
     EXPECT_THROW(MediaFrameImpl{record}, std::invalid_argument);
     record.data = largest.data();

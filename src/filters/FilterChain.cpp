@@ -123,6 +123,8 @@ struct FilterChain::Parts {
     void FreeFrom(size_t first) {
         for (size_t i = first; i < kPurposes; ++i)
             scratch[i].Free();
+        if (first < D_Exchange)    // the road ends before the resize
+            resize.FreeScratch();
     }
     // D and E take turns; what the turns so far did not use is freed.
     void FreeUnusedExchanges(const Passage& run) { FreeFrom(D_Exchange + (run.exchanges < 2 ? run.exchanges : 2)); }

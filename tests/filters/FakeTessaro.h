@@ -10,33 +10,27 @@ namespace corvane::test {
 
 struct TessaroControl {
     // Set by the test. A width of 0 leaves the size as it is.
-    uint32_t out_width = 0;
-    uint32_t out_height = 0;
-    int32_t query_result = 0;
-    int32_t process_result = 0;
-    bool make_no_object = false;
-    bool throw_everywhere = false;
+    uint32_t out_width = 0, out_height = 0;
+    int32_t query_result = 0, process_result = 0;
+    bool make_no_object = false, throw_everywhere = false;
     // Told by the library.
     uint32_t version = 0;
-    int made = 0;
-    int released = 0;
-    int updates = 0;
-    int frames_ended = 0;
+    int made = 0, released = 0, updates = 0, frames_ended = 0;
     uint64_t last_value = 0;    // the first of the lens record
     uint8_t* last_output = nullptr;
 };
 
-// Nearest neighbour, with 3 added to each sample.
-inline void FakeDewarp(const TessaroImage& input, const TessaroImage& output) {
+// Nearest neighbour, with a number added to each sample.
+inline void FakeDewarp(const TessaroImage& input, const TessaroImage& output, uint8_t addend = 3) {
     for (int plane = 0; plane < 3; ++plane) {
         const uint32_t shift = plane == 0 ? 0 : 1;
-        const uint32_t in_width = input.width >> shift, in_height = input.height >> shift;
-        const uint32_t out_width = output.width >> shift, out_height = output.height >> shift;
-        for (uint32_t y = 0; y < out_height; ++y) {
-            const uint8_t* from = input.plane[plane] + uint64_t{y * in_height / out_height} * input.stride[plane];
-            uint8_t* to = output.plane[plane] + uint64_t{y} * output.stride[plane];
-            for (uint32_t x = 0; x < out_width; ++x)
-                to[x] = static_cast<uint8_t>(from[x * in_width / out_width] + 3);
+        for (uint32_t y = 0; y < output.height >> shift; ++y) {
+            const uint32_t from_y = y * (input.height >> shift) / (output.height >> shift);
+            for (uint32_t x = 0; x < output.width >> shift; ++x) {
+                const uint32_t from_x = x * (input.width >> shift) / (output.width >> shift);
+                const uint8_t sample = input.plane[plane][from_y * input.stride[plane] + from_x];
+                output.plane[plane][y * output.stride[plane] + x] = static_cast<uint8_t>(sample + addend);
+            }
         }
     }
 }

@@ -1,0 +1,247 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <numbers>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "base/FailurePoint.h"
+#include "filters/ChainFixture.h"
+#include "filters/FilterDeInterlace.h"
+#include "filters/FilterPixelFormatChange.h"
+#include "filters/FilterResize.h"
+#include "filters/RotateFilter.h"
+#include "support/GuardedBytes.h"
+
+namespace corvane::test {
+namespace {
+
+using QMRX::Filter::FilterDeInterlace;
+using QMRX::Filter::FilterPixelFormatChange;
+using QMRX::Filter::FilterResize;
+using Bytes = std::vector<uint8_t>;
+
+// Planes whose samples rise by ten with each row, from ten; 0 is what was not written.
+TEST(DeInterlace, WeavesSmoothsAndDoesBoth) {
+    const struct {
+        bool weave, smooth;
+        uint32_t height;
+        int32_t result;
+        Bytes luma, chroma;    // the column of each plane
+    } rows[] = {
+        {true, false, 8, 0, {10, 50, 20, 60, 30, 70, 40, 80}, {10, 30, 20, 40}},
+        {true, false, 7, 0, {10, 40, 20, 50, 30, 60, 0}, {10, 20, 0}},             // rows beyond whole fields
+        {false, true, 7, 0, {10, 20, 30, 40, 50, 60, 70}, {10, 20, 30}},           // a straight ramp is its own average
+        {true, true, 8, 0, {10, 32, 37, 42, 47, 52, 57, 80}, {10, 22, 27, 40}},    // (10 + 20) / 4 + 50 / 2 = 32.5
+        {false, true, 2, -1, {0, 0}, {0}},
+        {false, true, 5, -1, {10, 20, 30, 40, 50}, {0, 0}},    // chroma of two rows
+        {false, false, 8, -1, Bytes(8, 0), Bytes(4, 0)},
+    };
+    FilterDeInterlace filter;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.weave << row.smooth << " height " << row.height);
+        Image from(34, row.height, PF_I420), to(34, row.height, PF_I420);
+        for (size_t i = 0; i < 3; ++i)
+            for (uint32_t y = 0; y < (i == 0 ? row.height : row.height / 2); ++y)
+                std::memset(from.picture.plane[i] + ptrdiff_t{from.picture.stride[i]} * y,
+                            static_cast<int>(y) * 10 + 10, 32);
+        filter.SetWeave(row.weave);
+        filter.SetSmooth(row.smooth);
+        FilterArgs args{&from.picture, &to.picture, 31, row.height};
+        EXPECT_EQ(filter.Process(&args), row.result);
+        for (uint32_t x : {0u, 30u, 31u})
+            for (uint32_t y = 0; y < row.height; ++y)
+                EXPECT_EQ(to.picture.plane[0][64 * y + x], x == 31 ? 0 : row.luma[y]) << x << ", " << y;
+        for (int i : {1, 2})
+            for (uint32_t y = 0; y < row.height / 2; ++y)
+                EXPECT_EQ(to.picture.plane[i][32 * y + 14], row.chroma[y]) << i << ", " << y;
+        EXPECT_EQ(filter.ScratchBytes(), row.weave && row.smooth ? 64u * 8 * 3 / 2 : 0u);
+    }
+    for (const uint32_t height : {8u, 16u, 1u << 31}) {    // a new size replaces the picture in between
+        filter.SetWeave(true);
+        filter.SetSmooth(true);
+        Image from(8, 16, PF_I420), to(8, 16, PF_I420);
+        FilterArgs args{&from.picture, &to.picture, 8, height};
+        EXPECT_EQ(filter.Process(&args), height > 16 ? static_cast<int32_t>(Status_OutOfMemory) : 0);
+        EXPECT_EQ(filter.ScratchBytes(), 64u * std::min(height, 16u) * 3 / 2);
+        from.picture.plane[2] = nullptr;
+        EXPECT_LT(filter.Process(&args), 0);
+    }
+    filter.SetWeave(false);
+    EXPECT_EQ(filter.ScratchBytes() + static_cast<size_t>(filter.Process(nullptr) + 1), 0u);
+}
+
+int32_t Convert(const Picture& source, Picture destination, uint32_t width, uint32_t height) {
+    FilterArgs args{&source, &destination, width, height};
+    return FilterPixelFormatChange().Process(&args);
+}
+
+// A 2 x 2 picture of Y 100, 120 / 140, 160, U 200, V 50 in each format, worked by hand; the same from three planes and
+// two. And what odd and tiny sizes answer: 24 and 32 bit leave an odd part unwritten and say so, 16 bit is complete.
+TEST(FormatChange, EveryFormat) {
+    uint8_t y[] = {100, 120, 140, 160}, u[] = {200}, v[] = {50}, uv[] = {200, 50};
+    const Picture planar{{y, u, v}, {2, 1, 1}, 2, PF_I420}, pairs{{y, uv, nullptr}, {2, 2, 0}, 2, PF_NV12};
+    const struct {
+        uint32_t format;
+        int32_t odd, tiny;    // 5 x 4 and 4 x 5, 4 x 1 and 1 x 4
+        Bytes wanted;
+    } rows[] = {
+        {PF_I420, 0, 0, {100, 120, 140, 160, 200, 50}},
+        {PF_YV12, 0, 0, {100, 120, 140, 160, 50, 200}},
+        {PF_NV12, 0, 0, {100, 120, 140, 160, 200, 50}},
+        {PF_YUY2, 0, -1, {100, 200, 120, 50, 140, 200, 160, 50}},
+        {PF_UYVY, 0, -1, {200, 100, 50, 120, 200, 140, 50, 160}},
+        {PF_BGR24, -1, -1, {228, 131, 0, 248, 151, 11, 255, 171, 31, 255, 191, 51}},
+        {PF_BGR24_FLIP, -1, -1, {255, 171, 31, 255, 191, 51, 228, 131, 0, 248, 151, 11}},
+        {PF_RGB24, -1, -1, {0, 131, 228, 11, 151, 248, 31, 171, 255, 51, 191, 255}},
+        {PF_BGRA32, -1, -1, {228, 131, 0, 0, 248, 151, 11, 0, 255, 171, 31, 0, 255, 191, 51, 0}},
+        {PF_BGRA32_FLIP, -1, -1, {255, 171, 31, 0, 255, 191, 51, 0, 228, 131, 0, 0, 248, 151, 11, 0}},
+        {PF_RGBA32, -1, -1, {0, 131, 228, 0, 11, 151, 248, 0, 31, 171, 255, 0, 51, 191, 255, 0}},
+        // R G B 11 116 246, 31 136 255, 51 156 255, 71 176 255.
+        {PF_RGB565, 0, 0, {0xBE, 0x0B, 0x5F, 0x1C, 0xFF, 0x34, 0x9F, 0x45}},
+        {PF_BGR565, 0, 0, {0xA1, 0xF3, 0x43, 0xFC, 0xE6, 0xFC, 0x88, 0xFD}},
+        {PF_RGB555, 0, 0, {0xDE, 0x05, 0x3F, 0x0E, 0x7F, 0x1A, 0xDF, 0x22}},
+        {PF_BGR555, 0, 0, {0xC1, 0x79, 0x23, 0x7E, 0x66, 0x7E, 0xC8, 0x7E}},
+    };
+    for (const auto& row : rows) {
+        const bool planes = row.wanted.size() == 6, nv12 = row.format == PF_NV12;
+        for (const Picture& source : {planar, pairs}) {
+            Bytes got(row.wanted.size(), 0xCC);
+            Picture to{{got.data(), nullptr, nullptr}, {static_cast<int32_t>(got.size() / 2), 0, 0}, 2, row.format};
+            if (planes)
+                to = {{got.data(), &got[4], nv12 ? nullptr : &got[5]}, {2, nv12 ? 2 : 1, nv12 ? 0 : 1}, 2, row.format};
+            EXPECT_EQ(Convert(source, to, 2, 2), 0) << "format " << row.format << " from " << source.format;
+            EXPECT_EQ(got, row.wanted) << "format " << row.format << " from " << source.format;
+            to.plane[0] = nullptr;
+            EXPECT_EQ(Convert(source, to, 2, 2), -1) << row.format;
+            EXPECT_EQ(Convert({{}, {2, 2, 2}, 2, source.format}, to, 2, 2), -1) << row.format;
+        }
+        for (const auto& [width, height] : {std::pair{5u, 4u}, {4u, 5u}, {4u, 1u}, {1u, 4u}, {0u, 4u}}) {
+            const Decoded from(5, 5, false);
+            Image to(8, 8, row.format);
+            EXPECT_TRUE(planes || Convert(from.picture, to.picture, width, height) == (width == 0           ? -1
+                                                                                       : width * height < 5 ? row.tiny
+                                                                                                            : row.odd))
+                << "format " << row.format << ", " << width << " x " << height;
+        }
+    }
+    const Decoded from(5, 5, false);
+    Image to(6, 6, PF_I420);    // odd planes keep their last chroma unwritten
+    EXPECT_EQ(Convert(from.picture, to.picture, 5, 5), 0);
+    EXPECT_EQ(to.picture.plane[0][4 * 64 + 4], from.picture.plane[0][4 * from.frame.strides[0] + 4]);
+    EXPECT_EQ(to.picture.plane[2][32 + 1], from.picture.plane[2][from.frame.strides[2] + 1]);
+    EXPECT_EQ(to.picture.plane[1][2] + to.picture.plane[2][2 * 32], 0);
+    for (const uint32_t bad : {0u, 2u, 10u, 11u, 18u, 99u}) {
+        EXPECT_EQ(Convert({{y, u, v}, {2, 1, 1}, 2, bad}, to.picture, 2, 2), -1) << bad;
+        EXPECT_EQ(Convert(planar, {{y, u, v}, {2, 1, 1}, 2, bad}, 2, 2), -1) << bad;
+        EXPECT_EQ(Convert(pairs, {{y, u, v}, {2, 1, 1}, 2, bad}, 2, 2), -1) << bad;
+    }
+    EXPECT_EQ(FilterPixelFormatChange().Process(nullptr), -1);
+}
+
+int32_t Scale(FilterResize& resize, const Decoded& from, Picture& to, uint32_t width, uint32_t height) {
+    resize.SetSize(width, height);
+    FilterArgs args{&from.picture, &to, from.frame.width, from.frame.height};
+    return resize.Process(&args);
+}
+
+// The four kinds differ, and a picture that lies unaligned comes out as the same picture that lies aligned.
+TEST(FilterResize, TypesAndAlignment) {
+    for (const bool nv12 : {false, true}) {
+        FilterResize resize;
+        const Decoded aligned(70, 50, nv12, 5), tight(70, 50, nv12, 5, false);
+        std::vector<Bytes> results;
+        for (const auto& [type, then] : {std::pair{0u, 0u}, {1u, 1u}, {2u, 2u}, {3u, 3u}, {4u, 3u}, {UINT32_MAX, 3u}}) {
+            SCOPED_TRACE(testing::Message() << nv12 << " " << type);
+            resize.SetType(type);
+            EXPECT_EQ(resize.GetType(), then);
+            Image expected(42, 34, aligned.picture.format), from_tight(42, 34, aligned.picture.format);
+            ASSERT_EQ(Scale(resize, tight, from_tight.picture, 42, 34), 0);
+            EXPECT_GT(resize.ScratchBytes(), 0u);
+            ASSERT_EQ(Scale(resize, aligned, expected.picture, 42, 34), 0);
+            EXPECT_EQ(resize.ScratchBytes(), 0u);
+            EXPECT_EQ(from_tight.Visible(), expected.Visible());
+            for (size_t other = 0; other < results.size(); ++other)
+                EXPECT_EQ(results[other] == expected.Visible(), other >= 3) << other;
+            results.push_back(expected.Visible());
+        }
+        Image to(32, 24, aligned.picture.format);
+        failure::Arm(static_cast<uint32_t>(failure::Site::PlatformCall), 1, false);
+        EXPECT_EQ(Scale(resize, aligned, to.picture, 32, 24), -1);
+        failure::Disarm();
+        EXPECT_EQ(Scale(resize, aligned, to.picture, 32, 24), 0);
+        for (const auto& [width, height] : {std::pair{0u, 24u}, {32u, 0u}, {16385u, 2u}, {UINT32_MAX, UINT32_MAX}}) {
+            EXPECT_EQ(Scale(resize, aligned, to.picture, width, height), -1);
+            FilterArgs hostile{&aligned.picture, &to.picture, width, height};
+            resize.SetSize(32, 24);
+            EXPECT_EQ(resize.Process(&hostile), -1);
+        }
+    }
+}
+
+// Tight rows and odd heights: not a byte behind the picture is touched, and the terminal stays empty.
+TEST(FilterResize, StaysInsideThePicture) {
+    testing::internal::CaptureStderr();
+    const uint32_t sides[] = {1, 2, 3, 17, 40, 63};
+    for (uint32_t run = 0; run < 6 * 6 * 8; ++run) {
+        const bool nv12 = run % 2 != 0;
+        const uint32_t width = sides[run / 8 % 6], height = sides[run / 48], row = width + width % 2;
+        const Bytes zeros(size_t{row} * height + row * (height / 2), 0);
+        const GuardedBytes guarded(zeros.data(), zeros.size());
+        uint8_t* chroma = guarded.Data() + size_t{row} * height;
+        const auto step = static_cast<int32_t>(row), half = nv12 ? step : step / 2;
+        Picture to{{guarded.Data(), chroma, nv12 ? nullptr : chroma + size_t{row / 2} * (height / 2)},
+                   {step, half, nv12 ? 0 : half},
+                   height,
+                   nv12 ? uint32_t{PF_NV12} : uint32_t{PF_I420}};
+        FilterResize resize;
+        resize.SetType(run / 2 % 4);
+        const Decoded from(33, 21, nv12);
+        for (int i = 0; i < (nv12 ? 2 : 3); ++i)    // the samples that count; the row behind them does not
+            std::memset(from.frame.planes[i], 200, size_t{from.frame.strides[i]} * (i == 0 ? 21 : 10));
+        ASSERT_EQ(Scale(resize, from, to, width, height), 0);
+        for (int i = 0; i < (nv12 ? 2 : 3); ++i) {
+            const uint32_t columns = i == 0 ? width : width / 2 * (nv12 ? 2 : 1);
+            for (uint32_t at = 0; at < columns * (i == 0 ? height : height / 2); ++at)
+                ASSERT_NEAR(to.plane[i][at / columns * static_cast<uint32_t>(to.stride[i]) + at % columns], 200, 1)
+                    << width << "x" << height << " plane " << i << " at " << at;
+        }
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(PictureLayout, PlanesAndSizes) {
+    const struct {
+        uint32_t format, width, height, row;
+        uint64_t size;
+        ptrdiff_t second, third;    // offsets of the planes, -1 for none
+    } rows[] = {
+        {PF_I420, 65, 10, 128, 1920, 1280, 1600},
+        {PF_YV12, 65, 10, 128, 1920, 1600, 1280},
+        {PF_NV12, 33, 10, 64, 960, 640, -1},
+        {PF_UYVY, 17, 3, 64, 192, -1, -1},
+        {PF_RGB555, 3, 2, 8, 16, -1, -1},
+        {PF_BGR24_FLIP, 5, 2, 16, 32, -1, -1},
+        {PF_BGRA32, 4096, 16384, 16384, 268'435'456, -1, -1},
+        {PF_I420, 16384, 4097, 16384, 0, 67'125'248, 83'906'560},
+        {PF_I420, 16385, 1, 0, 0, 0, 0},
+        {PF_BGR24, 1, 16385, 4, 0, -1, -1},
+        {2, 64, 64, 0, 0, -1, -1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.format << " " << row.width << "x" << row.height);
+        EXPECT_EQ(RowBytes(row.format, row.width), row.row);
+        EXPECT_EQ(PictureBytes(row.format, row.width, row.height), row.size);
+        uint8_t byte;
+        Picture picture;
+        FillPicture(picture, &byte, row.row, row.height, row.format);
+        EXPECT_EQ(picture.plane[1] == nullptr ? -1 : picture.plane[1] - &byte, row.second);
+        EXPECT_EQ(picture.plane[2] == nullptr ? -1 : picture.plane[2] - &byte, row.third);
+    }
+}
+
+}    // namespace
+}    // namespace corvane::test

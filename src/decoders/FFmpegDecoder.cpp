@@ -160,7 +160,7 @@ bool DecoderIsolated_FFmpeg::HeadersStand(const EncodedUnit& in) {
     case FFmpegCodec::H264:
         return m_parameter_sets.H264Stands(in.data, in.size);
     case FFmpegCodec::Hevc:
-        return m_parameter_sets.HevcStands(in.data, in.size);
+        return HevcHeadersStand(in.data, in.size);
     default:
         return true;
     }

@@ -13,9 +13,11 @@ namespace {
 
 static_assert(kMaxCodedPixels > limits::kMaxPicturePixels);
 
+// The bounds that libavutil complains of: the pixels it was given, and the bytes of a picture of eight bytes a pixel
+// with some room on its sides.
 bool SizeStands(uint64_t width, uint64_t height) {
-    return width > 0 && height > 0 && width <= limits::kMaxPictureSide && height <= limits::kMaxPictureSide &&
-           width * height <= kMaxCodedPixels;
+    return width > 0 && height > 0 && width <= kMaxCodedPixels && height <= kMaxCodedPixels &&
+           width * height <= kMaxCodedPixels && (width * 8 + 1024) * (height + 128) < INT32_MAX;
 }
 
 // Behind the next 00 00 01, or `end`.
@@ -30,14 +32,15 @@ const uint8_t* BehindStartCode(const uint8_t* at, const uint8_t* end) {
     return end;
 }
 
-// The beginning of a NAL unit behind its header, without the bytes that keep start codes out of it.
+// The beginning of a NAL unit behind its header, read as libavcodec does: three zeros do not end it, as encoders that
+// keep no start codes out of their units need. The bytes that keep them out are left in where `raw`.
 class Rbsp {
 public:
-    Rbsp(const uint8_t* at, const uint8_t* end) {
+    Rbsp(const uint8_t* at, const uint8_t* end, bool raw = false) {
         for (int zeros = 0; at < end && m_size < sizeof m_bytes; ++at) {
-            if (zeros >= 2 && *at <= 3) {
-                if (*at < 3)
-                    break;    // the next start code
+            if (zeros >= 2 && (*at == 1 || *at == 2))
+                break;
+            if (zeros >= 2 && *at == 3 && !raw) {
                 zeros = 0;
                 continue;
             }
@@ -112,20 +115,25 @@ bool HasChromaFormat(unsigned profile) {
     return std::find(std::begin(kProfiles), std::end(kProfiles), profile) != std::end(kProfiles);
 }
 
-// Recommendation H.264, 7.3.2.1.1, as far as the size.
-bool H264SequenceStands(BitReader bits, uint32_t* chroma_format) {
+// Recommendation H.264, 7.3.2.1.1, as far as the size. Where libavcodec stops reading without a word, so does this.
+bool H264SequenceStands(BitReader bits, std::bitset<32>& extensible) {
     const unsigned profile = bits.U8();
-    bits.SkipBytes(2);    // constraints, level
-    Unsigned(bits);       // identifier
-    *chroma_format = 1;
+    const unsigned constraints = bits.U8();
+    bits.SkipBytes(1);    // level
+    const uint64_t id = Unsigned(bits);
+    if (id >= extensible.size())
+        return true;
+    extensible[id] = (profile != 66 && profile != 77 && profile != 88) || (constraints & 0xE0) == 0;
     if (HasChromaFormat(profile)) {
-        *chroma_format = static_cast<uint32_t>(std::min<uint64_t>(Unsigned(bits), 4));
-        if (*chroma_format == 3)
+        const uint64_t chroma_format = Unsigned(bits);
+        if (chroma_format > 3)
+            return true;
+        if (chroma_format == 3)
             bits.SkipBits(1);    // separate planes
-        Unsigned(bits);          // bit depths
-        Unsigned(bits);
+        if (Unsigned(bits) > 6 || Unsigned(bits) > 6)
+            return true;     // bit depths above 14
         bits.SkipBits(1);    // transform bypass
-        if (bits.Bits(1) != 0 && !ScalingMatrixStands(bits, *chroma_format == 3 ? 6 : 2))
+        if (bits.Bits(1) != 0 && !ScalingMatrixStands(bits, chroma_format == 3 ? 6 : 2))
             return false;
     }
     Unsigned(bits);    // log2 of the greatest frame number
@@ -138,11 +146,14 @@ bool H264SequenceStands(BitReader bits, uint32_t* chroma_format) {
         Signed(bits);
         const uint64_t cycle = Unsigned(bits);
         if (cycle > 255)
-            return false;
+            return true;
         for (uint64_t i = 0; i < cycle; ++i)
             Signed(bits);
+    } else if (order_type != 2) {
+        return true;
     }
-    Unsigned(bits);                                // reference frames
+    if (Unsigned(bits) > 16)    // reference frames
+        return true;
     bits.SkipBits(1);                              // gaps allowed
     const uint64_t width = Unsigned(bits) + 1;     // macroblocks
     const uint64_t height = Unsigned(bits) + 1;    // macroblocks, or pairs of them
@@ -150,16 +161,19 @@ bool H264SequenceStands(BitReader bits, uint32_t* chroma_format) {
     return SizeStands(width * 16, height * 16 * fields);
 }
 
-// Recommendation H.264, 7.3.2.2. A set that ends early says nothing that could do harm.
-bool H264PictureStands(const Rbsp& rbsp, uint32_t chroma_format) {
+// Recommendation H.264, 7.3.2.2. With the profiles that know no extension of this set libavcodec leaves unread what
+// stands in its place; some encoders put garbage there.
+bool H264PictureStands(const Rbsp& rbsp, const std::bitset<32>& extensible) {
     BitReader bits = rbsp.Bits();
-    Unsigned(bits);    // identifiers
     Unsigned(bits);
+    const uint64_t sequence = Unsigned(bits);
+    if (sequence >= extensible.size() || !extensible[sequence])
+        return true;
     bits.SkipBits(2);    // entropy coding, order
     if (Unsigned(bits) != 0)
         return true;    // slice groups, which no decoder here knows
-    Unsigned(bits);     // references
-    Unsigned(bits);
+    if (Unsigned(bits) > 31 || Unsigned(bits) > 31)
+        return true;     // references
     bits.SkipBits(3);    // weighting
     Signed(bits);        // quantiser offsets
     Signed(bits);
@@ -168,14 +182,16 @@ bool H264PictureStands(const Rbsp& rbsp, uint32_t chroma_format) {
     if (bits.Position() >= rbsp.StopBit())
         return true;
     const bool large = bits.Bits(1) != 0;
-    return bits.Bits(1) == 0 || ScalingMatrixStands(bits, !large ? 0 : chroma_format == 3 ? 6 : 2);
+    return bits.Bits(1) == 0 || ScalingMatrixStands(bits, large ? 2 : 0);    // there are 6 with 4:4:4
 }
 
 // Recommendation H.265, 7.3.2.2, as far as the size.
 bool HevcSequenceStands(BitReader bits) {
     bits.SkipBits(4);                                           // video parameter set
     const auto layers = static_cast<unsigned>(bits.Bits(3));    // sub-layers below the highest
-    bits.SkipBits(1 + 88 + 8);                                  // nesting, general profile and level
+    if (layers > 6)
+        return true;              // libavcodec stops reading
+    bits.SkipBits(1 + 88 + 8);    // nesting, general profile and level
     bool has_profile[8] = {};
     bool has_level[8] = {};
     for (unsigned i = 0; i < layers; ++i) {
@@ -186,8 +202,11 @@ bool HevcSequenceStands(BitReader bits) {
         bits.SkipBits(2 * (8 - layers));
     for (unsigned i = 0; i < layers; ++i)
         bits.SkipBits((has_profile[i] ? 88 : 0) + (has_level[i] ? 8 : 0));
-    Unsigned(bits);    // identifier
-    if (Unsigned(bits) == 3)
+    const uint64_t id = Unsigned(bits);
+    const uint64_t chroma_format = Unsigned(bits);
+    if (id > 15 || chroma_format > 3)
+        return true;
+    if (chroma_format == 3)
         bits.SkipBits(1);    // separate planes
     const uint64_t width = Unsigned(bits);
     const uint64_t height = Unsigned(bits);
@@ -200,7 +219,7 @@ bool LayerStands(BitReader bits) {
     bits.SkipBits(1);
     const unsigned type = bits.U8();
     if (type == 14 || type == 15)
-        return false;    // studio profiles
+        return true;    // studio profiles, whose headers are others
     if (bits.Bits(1) != 0)
         bits.SkipBits(7);    // version, priority
     if (bits.Bits(4) == 15)
@@ -242,21 +261,26 @@ bool Guarded(Check check, bool when_short) {
 }    // namespace
 
 bool JpegHeadersStand(const uint8_t* data, uint32_t size) {
+    constexpr uint8_t kHuffmanTables = 0xC4, kEndOfImage = 0xD9, kQuantiserTables = 0xDB, kJpegLs = 0xF7;
+    bool has_size = false;
     for (uint32_t at = 0; at + 1 < size;) {
         const uint8_t marker = data[at + 1];
-        if (data[at] != 0xFF || marker < 0xC0 || marker == 0xFF || (marker >= 0xD0 && marker <= 0xD9)) {
-            ++at;    // coded data, or a marker that stands alone
+        if (data[at] != 0xFF || marker < 0xC0 || marker == 0xFF) {
+            ++at;    // coded data
             continue;
         }
+        if (has_size && marker == kEndOfImage)
+            return true;                        // what stands behind is the sender's own
         const uint32_t left = size - at - 2;    // behind the marker
-        const bool frame_header =
-            (marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC) || marker == 0xF7;
-        if (frame_header && (left < 7 || !SizeStands(uint32_t{data[at + 7]} << 8 | data[at + 8],
-                                                     uint32_t{data[at + 5]} << 8 | data[at + 6])))
-            return false;
+        if (marker <= 0xC3 || marker == kJpegLs) {
+            if (left < 7 ||
+                !SizeStands(uint32_t{data[at + 7]} << 8 | data[at + 8], uint32_t{data[at + 5]} << 8 | data[at + 6]))
+                return false;
+            has_size = true;
+        }
         const uint32_t length = left < 2 ? 0 : uint32_t{data[at + 2]} << 8 | data[at + 3];
         // Segments are passed over, since they may hold anything, pictures of their own included.
-        const bool segment = marker == 0xC4 || marker >= 0xDB;
+        const bool segment = marker == kHuffmanTables || marker >= kQuantiserTables;
         at += 2 + (segment && length >= 2 && length <= left ? length : 0);
     }
     return true;
@@ -266,33 +290,37 @@ bool Mpeg4LayerStands(const uint8_t* data, uint32_t size) {
     const uint8_t* end = data + size;
     constexpr uint8_t kPicture = 0xB6;    // decoding begins here, with what was read before
     for (const uint8_t* at = BehindStartCode(data, end); at < end && *at != kPicture; at = BehindStartCode(at, end))
-        if (*at >= 0x20 && *at <= 0x2F)
-            return Guarded([&] { return LayerStands({at + 1, static_cast<size_t>(end - at - 1)}); }, false);
+        if (*at >= 0x20 && *at <= 0x2F &&
+            Guarded(
+                [&] {
+                    return LayerStands({at + 1, static_cast<size_t>(end - at - 1)});
+                },
+                false))
+            return true;
     return false;
 }
 
 bool ParameterSetCheck::H264Stands(const uint8_t* data, uint32_t size) {
     const uint8_t* end = data + size;
-    if (size > 0 && data[0] == 1)
-        return false;    // not Annex B: a configuration record, which libavcodec would take for good
     for (const uint8_t* at = BehindStartCode(data, end); at < end; at = BehindStartCode(at, end)) {
-        const unsigned type = *at & 0x1F;
-        if (type != 7 && type != 8)
-            continue;
-        const Rbsp rbsp(at + 1, end);
-        if (type == 7 ? !Guarded([&] { return H264SequenceStands(rbsp.Bits(), &m_chroma_format); }, false)
-                      : !Guarded([&] { return H264PictureStands(rbsp, m_chroma_format); }, true))
+        const unsigned type = *at & 0x9F;    // with the bit that must be zero
+        const auto sequence_stands = [&](bool raw) {
+            return Guarded([&] { return H264SequenceStands(Rbsp(at + 1, end, raw).Bits(), m_extensible); }, true);
+        };
+        // Libavcodec tries a sequence parameter set that it cannot read once more as it stands in the unit.
+        if (type == 7 && !sequence_stands(false) && !sequence_stands(true))
+            return false;
+        if (type == 8 && !Guarded([&] { return H264PictureStands(Rbsp(at + 1, end), m_extensible); }, true))
             return false;
     }
     return true;
 }
 
-bool ParameterSetCheck::HevcStands(const uint8_t* data, uint32_t size) const {
+bool HevcHeadersStand(const uint8_t* data, uint32_t size) {
     const uint8_t* end = data + size;
     for (const uint8_t* at = BehindStartCode(data, end); at < end; at = BehindStartCode(at, end)) {
-        const bool sequence = (at[0] >> 1 & 0x3F) == 33;
-        const bool base_layer = end - at > 1 && (at[0] & 1) == 0 && at[1] >> 3 == 0;
-        if (sequence && base_layer && !Guarded([&] { return HevcSequenceStands(Rbsp(at + 2, end).Bits()); }, false))
+        const bool sequence = end - at > 1 && at[0] == 33 << 1 && at[1] > 0 && at[1] < 8;    // of the base layer
+        if (sequence && !Guarded([&] { return HevcSequenceStands(Rbsp(at + 2, end).Bits()); }, false))
             return false;
     }
     return true;

@@ -5,68 +5,26 @@
 #include <vector>
 
 #include "decoders/FrameThinner.h"
+#include "support/BitWriter.h"
 #include "support/GuardedBytes.h"
 
 namespace corvane {
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
-class BitWriter {
-public:
-    BitWriter& U(unsigned count, uint32_t value) {
-        while (count-- > 0)
-            m_bits.push_back((value >> count & 1) != 0);
-        return *this;
-    }
-    BitWriter& Ue(uint32_t value) {
-        const uint64_t code = uint64_t{value} + 1;
-        const auto width = static_cast<unsigned>(64 - __builtin_clzll(code));
-        return U(width - 1, 0).U(width, static_cast<uint32_t>(code));
-    }
-    BitWriter& Se(int32_t value) {
-        return Ue(value > 0 ? 2 * static_cast<uint32_t>(value) - 1 : static_cast<uint32_t>(-2 * int64_t{value}));
-    }
-
-    // A NAL unit with start code and emulation prevention.
-    Bytes Unit(uint8_t header) {
-        U(1, 1);
-        U((8 - m_bits.size() % 8) % 8, 0);
-        Bytes unit = {0, 0, 0, 1, header};
-        int zeros = 0;
-        for (size_t at = 0; at < m_bits.size(); at += 8) {
-            uint8_t byte = 0;
-            for (size_t bit = 0; bit < 8; ++bit)
-                byte = static_cast<uint8_t>(byte << 1 | (m_bits[at + bit] ? 1 : 0));
-            if (zeros == 2 && byte <= 3) {
-                unit.push_back(3);
-                zeros = 0;
-            }
-            unit.push_back(byte);
-            zeros = byte == 0 ? zeros + 1 : 0;
-        }
-        return unit;
-    }
-
-private:
-    std::vector<bool> m_bits;
-};
-
-Bytes operator+(Bytes left, const Bytes& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
+using test::BitWriter;
+using test::Bytes;
+using test::operator+;
 
 struct Stream {
-    uint32_t profile = 66, sps_id = 0, pps_id = 0;
     uint32_t order_type = 0;
     uint32_t cycle_size = 0;
     int32_t cycle[3] = {};
     int32_t non_ref_offset = 0, top_to_bottom = 0;
+    bool frames_only = true, bottom_present = false;
     uint32_t max_ref_frames = 3;
-    bool gaps = true, frames_only = true, bottom_present = false;
-    uint32_t weighted_bipred = 0;
-    bool weighted_pred = false, redundant = false, slice_groups = false;
+    bool gaps = true;
+    uint32_t profile = 66, sps_id = 0, pps_id = 0;
+    bool redundant = false, slice_groups = false, weights = false;
 
     Bytes Sps() const {
         BitWriter w;
@@ -76,22 +34,18 @@ struct Stream {
             for (int i = 0; i < 16; ++i)
                 w.Se(i % 2 == 0 ? 5 : -3);
             w.U(1, 1).Se(-8).U(4, 0).U(1, 1);    // the second ends at once
-            for (int i = 0; i < 64; ++i)
-                w.Se(0);
-            w.U(1, 0);
+            w.U(64, ~uint64_t{0}).U(1, 0);       // the seventh is flat, in codes of one bit
         }
         w.Ue(0).Ue(order_type);    // frame numbers modulo 16
-        if (order_type == 0) {
+        if (order_type == 0)
             w.Ue(0);    // order counts modulo 16
-        } else if (order_type == 1) {
+        if (order_type == 1) {
             w.U(1, 0).Se(non_ref_offset).Se(top_to_bottom).Ue(cycle_size);
             for (uint32_t i = 0; i < cycle_size; ++i)
                 w.Se(cycle[i]);
         }
-        w.Ue(max_ref_frames).U(1, gaps).Ue(0).Ue(0).U(1, frames_only);
-        if (!frames_only)
-            w.U(1, 0);
-        return w.U(1, 0).U(1, 1).Ue(1).Ue(2).Ue(3).Ue(4).Unit(0x67);
+        w.Ue(max_ref_frames).U(1, gaps).Ue(0).Ue(0).U(frames_only ? 1 : 2, frames_only ? 1 : 0);
+        return w.U(1, 0).U(1, 1).Ue(1).Ue(2).Ue(3).Ue(4).Unit({0x67});
     }
     Bytes Pps() const {
         BitWriter w;
@@ -100,41 +54,44 @@ struct Stream {
             w.Ue(2).Ue(6).Ue(4).U(10, 0);    // three groups, five map units of two bits
         else
             w.Ue(0);
-        w.Ue(1).Ue(0).U(1, weighted_pred).U(2, weighted_bipred).Se(0).Se(-1).Se(1).U(2, 0);
-        return w.U(1, redundant).Unit(0x68);
+        w.Ue(1).Ue(0).U(1, weights).U(2, weights).Se(0).Se(-1).Se(1).U(2, 0);
+        return w.U(1, redundant).Unit({0x68});
     }
 };
 
+enum Kind { kRef, kNonRef, kIdr };
 struct Slice {
     uint32_t frame_num = 0, lsb = 0;
-    bool reference = true, idr = false;
-    int32_t delta[2] = {0, 0};    // type 0: [0] is the bottom field's
-    int field = 0;                // 1 top, 2 bottom
-    uint32_t first_mb = 0;
+    Kind kind = kRef;
+    int32_t delta = 0, delta_bottom = 0;
+    int field = 0;    // 1 top, 2 bottom
 };
 
 Bytes Write(const Stream& stream, const Slice& slice) {
     BitWriter w;
-    w.Ue(slice.first_mb).Ue(7).Ue(stream.pps_id).U(4, slice.frame_num);
-    if (!stream.frames_only) {
-        w.U(1, slice.field != 0);
-        if (slice.field != 0)
-            w.U(1, slice.field == 2);
-    }
-    if (slice.idr)
+    w.Ue(slice.lsb == 3 ? 0x3FFFFF : 0).Ue(7).Ue(stream.pps_id).U(4, slice.frame_num);    // zeros to be escaped
+    if (!stream.frames_only)
+        w.U(slice.field == 0 ? 1 : 2, slice.field == 0 ? 0 : 1 + slice.field);
+    if (slice.kind == kIdr)
         w.Ue(9);
-    const bool second = stream.bottom_present && slice.field == 0;
     if (stream.order_type == 0)
         w.U(4, slice.lsb);
-    if (stream.order_type == 0 && second)
-        w.Se(slice.delta[0]);
     if (stream.order_type == 1)
-        w.Se(slice.delta[0]);
-    if (stream.order_type == 1 && second)
-        w.Se(slice.delta[1]);
+        w.Se(slice.delta);
+    if (stream.order_type < 2 && stream.bottom_present && slice.field == 0)
+        w.Se(slice.delta_bottom);
     if (stream.redundant)
         w.Ue(0);
-    return w.U(2, 0).Unit(static_cast<uint8_t>((slice.reference ? 0x60 : 0) | (slice.idr ? 5 : 1)));
+    constexpr uint8_t kHeaders[] = {0x61, 0x01, 0x65};
+    return w.U(2, 0).Unit({kHeaders[slice.kind]});
+}
+
+// An IDR picture with its parameter sets in front of `slices`.
+std::vector<Bytes> Encode(const Stream& stream, const std::vector<Slice>& slices) {
+    std::vector<Bytes> frames = {stream.Sps() + stream.Pps() + Write(stream, {0, 0, kIdr})};
+    for (const Slice& slice : slices)
+        frames.push_back(Bytes{0, 0, 0, 1, 9, 0x10} + Write(stream, slice));
+    return frames;
 }
 
 bool Ask(FrameThinner& thinner, const Bytes& payload, bool key, uint32_t level, uint32_t type = CORVANE_STREAM_H264) {
@@ -147,58 +104,28 @@ bool Ask(FrameThinner& thinner, const Bytes& payload, bool key, uint32_t level, 
     return thinner.ShouldThin(frame, level);
 }
 
-// The low three bits of the order count that the thinner gave each frame of a stream with three reference frames, told
-// by the lowest level that drops it.
-std::vector<int> OrderOf(const std::vector<Bytes>& frames) {
-    constexpr int kBitsOfLevel[] = {-1, 7, 3, 5, 1, 6, 2, 4};
-    std::array<FrameThinner, 8> thinners;
-    std::vector<int> orders;
-    for (size_t i = 0; i < frames.size(); ++i) {
-        int order = 0;
-        for (uint32_t level = 7; level > 0; --level) {
-            if (Ask(thinners[level], frames[i], i == 0, level))
-                order = kBitsOfLevel[level];
-        }
-        orders.push_back(order);
-    }
-    return orders;
-}
-
-std::vector<Bytes> Encode(const Stream& stream, const std::vector<Slice>& slices) {
-    std::vector<Bytes> frames;
-    for (const Slice& slice : slices)
-        frames.push_back((frames.empty() ? stream.Sps() + stream.Pps() : Bytes{0, 0, 0, 1, 9, 0x10}) +
-                         Write(stream, slice));
-    return frames;
-}
+constexpr int kOrderOfDropping[] = {7, 3, 5, 1, 6, 2, 4};    // level n drops the first n of these
 
 TEST(FrameThinner, LevelsDropLayers) {
-    const int order_of_dropping[] = {7, 3, 5, 1, 6, 2, 4};    // level n drops the first n of these
-    const size_t usable[] = {0, 4, 6, 7, 0};                  // by the number of reference frames
-    for (uint32_t references = 0; references < 5; ++references) {
-        for (const bool gaps : {true, false}) {
-            for (uint32_t level = 0; level < 8; ++level) {
-                Stream stream;
-                stream.max_ref_frames = references;
-                stream.gaps = gaps;
-                FrameThinner thinner;
-                EXPECT_FALSE(Ask(thinner, Encode(stream, {{.idr = true}})[0], true, level));
-                for (uint32_t order = 1; order < 8; ++order) {
-                    bool dropped = false;
-                    for (size_t i = 0; i < level; ++i)
-                        dropped |= order_of_dropping[i] == static_cast<int>(order);
+    for (uint32_t references = 0; references < 5; ++references)
+        for (const bool gaps : {true, false})
+            for (uint32_t level = 0; level < 8; ++level)
+                for (int order = 1; order < 8; ++order) {
+                    const auto frames = Encode({.max_ref_frames = references, .gaps = gaps},
+                                               {{1, static_cast<uint32_t>(order), kNonRef}});
+                    FrameThinner thinner;
+                    EXPECT_FALSE(Ask(thinner, frames[0], true, level));
+                    const int* const end = kOrderOfDropping + level;
+                    bool dropped = std::find(kOrderOfDropping, end, order) != end;
                     // Fewer reference frames: fewer layers, whose pictures are never dropped.
-                    dropped &= gaps && usable[references] > 0;
+                    dropped &= gaps && references > 0 && references < 4;
                     dropped &= references == 3 || order % 2 == 1 || (references == 2 && order != 4);
-                    const Bytes frame = Encode(stream, {{}, {.frame_num = 1, .lsb = order, .reference = false}})[1];
-                    EXPECT_EQ(Ask(thinner, frame, false, level), dropped)
+                    EXPECT_EQ(Ask(thinner, frames[1], false, level), dropped)
                         << references << " references, gaps " << gaps << ", level " << level << ", order " << order;
                 }
-            }
-        }
-    }
 }
 
+// The low three bits of the order count of each frame, told by the lowest level that drops it.
 TEST(FrameThinner, OrderCounts) {
     const struct {
         const char* name;
@@ -206,83 +133,41 @@ TEST(FrameThinner, OrderCounts) {
         std::vector<Slice> slices;
         std::vector<int> orders;
     } rows[] = {
-        {"by low bits, over two wraps",
-         {},
-         {{.idr = true},
-          {.frame_num = 1, .lsb = 7},
-          {.frame_num = 2, .lsb = 14},
-          {.frame_num = 3, .lsb = 5},
-          {.frame_num = 4, .lsb = 11}},
-         {0, 7, 6, 5, 3}},
-        {"bottom field first",
-         {.bottom_present = true},
-         {{.idr = true}, {.frame_num = 1, .lsb = 6, .delta = {-3, 0}}, {.frame_num = 2, .lsb = 9, .delta = {1, 0}}},
-         {0, 3, 1}},
-        {"fields",
-         {.frames_only = false},
-         {{.idr = true}, {.frame_num = 1, .lsb = 4, .field = 1}, {.frame_num = 1, .lsb = 5, .field = 2}},
-         {0, 4, 5}},
-        {"from a cycle of offsets",
-         {.order_type = 1, .cycle_size = 3, .cycle = {1, 1, 2}, .non_ref_offset = -1},
-         {{.idr = true}, {.frame_num = 1}, {.frame_num = 2}, {.frame_num = 3, .reference = false}, {.frame_num = 3}},
-         {0, 1, 2, 1, 4}},
-        {"offsets over a gap and a wrap of numbers: 16 pictures on",
-         {.order_type = 1, .cycle_size = 3, .cycle = {1, 1, 2}},
-         {{.idr = true}, {.frame_num = 7}, {.frame_num = 0}, {.frame_num = 1, .delta = {2, 0}}},
-         {0, 1, 5, 0}},
-        {"fields and their distance",
-         {.order_type = 1, .cycle_size = 1, .cycle = {3}, .top_to_bottom = 2, .frames_only = false},
-         {{.idr = true}, {.frame_num = 1, .field = 1}, {.frame_num = 1, .field = 2}, {.frame_num = 2}},
+        {"low bits, over two wraps", {}, {{1, 7}, {2, 14}, {3, 5}, {4, 11}}, {0, 7, 6, 5, 3}},
+        {"bottom field first", {.bottom_present = true}, {{1, 6, kRef, 0, -3}, {2, 9, kRef, 0, 1}}, {0, 3, 1}},
+        {"fields", {.frames_only = false}, {{1, 4, kRef, 0, 0, 1}, {1, 5, kRef, 0, 0, 2}}, {0, 4, 5}},
+        {"cycle of offsets", {1, 3, {1, 1, 2}, -1}, {{1}, {2}, {3, 0, kNonRef}, {3}}, {0, 1, 2, 1, 4}},
+        {"gap and wrap: 16 pictures on", {1, 3, {1, 1, 2}}, {{7}, {0}, {1, 0, kRef, 2}}, {0, 1, 5, 0}},
+        {"distance of fields",
+         {1, 1, {3}, 0, 2, false},
+         {{1, 0, kRef, 0, 0, 1}, {1, 0, kRef, 0, 0, 2}, {2}},
          {0, 3, 5, 6}},
-        {"bottom field of a frame by its delta",
-         {.order_type = 1, .cycle_size = 1, .cycle = {3}, .top_to_bottom = 1, .bottom_present = true},
-         {{.idr = true}, {.frame_num = 1, .delta = {0, -3}}},
-         {0, 1}},
-        {"in decoding order",
-         {.order_type = 2},
-         {{.idr = true},
-          {.frame_num = 1},
-          {.frame_num = 2, .reference = false},
-          {.frame_num = 2},
-          {.frame_num = 5, .reference = false}},
-         {0, 2, 3, 4, 1}},
-        {"another IDR begins anew",
-         {.order_type = 1, .cycle_size = 3, .cycle = {1, 1, 2}},
-         {{.idr = true}, {.frame_num = 9}, {.frame_num = 0}, {.idr = true}, {.frame_num = 1}},
-         {0, 4, 5, 0, 1}},
-        {"zeros that need an emulation byte",
-         {},
-         {{.idr = true}, {.frame_num = 1, .lsb = 3, .first_mb = 0x3FFFFF}},
-         {0, 3}},
-        {"other identifiers and headers to read over",
+        {"bottom field by its delta", {1, 1, {3}, 0, 1, true, true}, {{1, 0, kRef, 0, -3}}, {0, 1}},
+        {"decoding order", {2}, {{1}, {2, 0, kNonRef}, {2}, {5, 0, kNonRef}}, {0, 2, 3, 4, 1}},
+        {"another IDR begins anew", {1, 3, {1, 1, 2}}, {{9}, {0}, {0, 0, kIdr}, {1}}, {0, 4, 5, 0, 1}},
+        {"escaped zeros", {}, {{1, 3}}, {0, 3}},
+        {"headers to read over",
          {.profile = 100, .sps_id = 31, .pps_id = 255, .redundant = true, .slice_groups = true},
-         {{.idr = true}, {.frame_num = 1, .lsb = 7}},
+         {{1, 7}},
          {0, 7}},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(OrderOf(Encode(row.stream, row.slices)), row.orders) << row.name;
-}
-
-TEST(FrameThinner, LevelChangesWithAKeyFrame) {
-    const auto frames = Encode({}, {{.idr = true}, {.frame_num = 1, .lsb = 7, .reference = false}});
-    FrameThinner thinner;
-    EXPECT_FALSE(Ask(thinner, frames[0], true, 1, CORVANE_STREAM_H265));
-    EXPECT_FALSE(Ask(thinner, frames[1], false, 1));    // no key frame yet
-    Ask(thinner, frames[0], true, 1);
-    EXPECT_TRUE(Ask(thinner, frames[1], false, 0));    // still at 1
-    EXPECT_FALSE(Ask(thinner, frames[1], false, 1, CORVANE_STREAM_H265));
-    Ask(thinner, frames[0], true, 0);
-    EXPECT_FALSE(Ask(thinner, frames[1], false, 7));
+    for (const auto& row : rows) {
+        std::array<FrameThinner, 8> thinners;
+        std::vector<int> orders;
+        for (const Bytes& frame : Encode(row.stream, row.slices)) {
+            int order = 0;
+            for (uint32_t level = 7; level > 0; --level)
+                if (Ask(thinners[level], frame, orders.empty(), level))
+                    order = kOrderOfDropping[level - 1];
+            orders.push_back(order);
+        }
+        EXPECT_EQ(orders, row.orders) << row.name;
+    }
 }
 
 // A frame that cannot be parsed is kept, and thinning stays off up to the next key frame.
-TEST(FrameThinner, BadSyntaxKeepsTheFrame) {
-    const Stream good;
-    const auto frames = Encode(good, {{.idr = true}, {.frame_num = 1, .lsb = 7, .reference = false}});
-    Stream other;
-    other.pps_id = 7;
-    Stream foreign_sps;
-    foreign_sps.sps_id = 3;
+TEST(FrameThinner, BadSyntaxAndLevelsUpToTheNextKeyFrame) {
+    const auto frames = Encode({}, {{1, 7, kNonRef}});
     const struct {
         const char* name;
         Bytes payload;
@@ -292,77 +177,71 @@ TEST(FrameThinner, BadSyntaxKeepsTheFrame) {
         {"no start code", {1, 2, 3, 4, 5, 6}, false},
         {"three-byte start code", {0, 0, 1, 0x41, 0x9A}, false},
         {"start code alone", {0, 0, 0, 1}, false},
-        {"slice of an unknown picture set", Write(other, {.frame_num = 1}), true},
-        {"picture set of an unknown sequence", foreign_sps.Pps(), true},
-        {"sequence identifier 32", BitWriter().U(8, 66).U(16, 0).Ue(32).Unit(0x67), true},
-        {"picture identifier 256", BitWriter().Ue(256).Unit(0x68), true},
-        {"order count type 3", Stream{.sps_id = 9, .order_type = 3}.Sps(), true},
+        {"slice of an unknown picture set", Write({.pps_id = 7}, {1}), true},
+        {"picture set of an unknown sequence", Stream{.sps_id = 3}.Pps(), true},
+        {"sequence identifier 32", BitWriter().U(8, 66).U(16, 0).Ue(32).Unit({0x67}), true},
+        {"picture identifier 256", BitWriter().Ue(256).Unit({0x68}), true},
+        {"order count type 3", Stream{.order_type = 3, .sps_id = 9}.Sps(), true},
         {"endless code", {0, 0, 0, 1, 0x41, 0, 0, 3, 0, 0, 3, 0, 0, 3, 0}, true},
         {"slice without a byte", {0, 0, 0, 1, 0x41}, true},
     };
+    FrameThinner thinner;
+    EXPECT_FALSE(Ask(thinner, frames[0], true, 1, CORVANE_STREAM_H265));
+    EXPECT_FALSE(Ask(thinner, frames[1], false, 1));    // no key frame yet
     for (const auto& row : rows) {
-        FrameThinner thinner;
         Ask(thinner, frames[0], true, 1);
-        EXPECT_TRUE(Ask(thinner, frames[1], false, 1));
+        EXPECT_TRUE(Ask(thinner, frames[1], false, 0)) << row.name;    // still at 1
+        EXPECT_FALSE(Ask(thinner, frames[1], false, 1, CORVANE_STREAM_H265));
         EXPECT_FALSE(Ask(thinner, row.payload, false, 1)) << row.name;
         EXPECT_EQ(Ask(thinner, frames[1], false, 1), !row.off) << row.name;
-        Ask(thinner, frames[0], true, 1);
-        EXPECT_TRUE(Ask(thinner, frames[1], false, 1)) << row.name;
     }
+    Ask(thinner, frames[0], true, 0);
+    EXPECT_FALSE(Ask(thinner, frames[1], false, 7));
 }
 
 // P and B slices with all that stands between the order count and the end of the header: whole, the frame is dropped;
 // cut anywhere before the end, it is kept.
 TEST(FrameThinner, SliceHeaderIsReadToItsEnd) {
-    const Stream stream{.weighted_bipred = 1, .weighted_pred = true};
-    const Bytes sets = Encode(stream, {{.idr = true}})[0];
-    for (const char type : {'P', 'B'}) {
+    const Bytes sets = Encode({.weights = true}, {})[0];
+    for (const bool b : {false, true}) {
         BitWriter w;
-        w.Ue(0).Ue(type == 'P' ? 0 : 6).Ue(0).U(4, 1).U(4, 7);
-        if (type == 'B')
-            w.U(1, 1);
-        w.U(1, 1).Ue(1);    // two entries in list 0, one in list 1
-        if (type == 'B')
-            w.Ue(0);
+        w.Ue(0).Ue(b ? 6 : 0).Ue(0).U(4, 1).U(4, 7).U(b ? 1 : 0, 1);
+        w.U(1, 1).Ue(1).U(b ? 1 : 0, 1);            // two entries in list 0, one in list 1
         w.U(1, 1).Ue(0).Ue(4).Ue(2).Ue(1).Ue(3);    // list 0 modified
-        if (type == 'B')
-            w.U(1, 0);
-        w.Ue(5).Ue(5).U(1, 1).Se(-3).Se(7).U(1, 1).Se(1).Se(2).Se(3).Se(4).U(2, 0);
-        if (type == 'B')
+        w.U(b ? 1 : 0, 0).Ue(5).Ue(5).U(1, 1).Se(-3).Se(7).U(1, 1).Se(1).Se(2).Se(3).Se(4).U(2, 0);
+        if (b)
             w.U(2, 1).Se(1).Se(1).Se(1).Se(1);
         w.U(1, 1).Ue(1).Ue(0).Ue(3).Ue(0).Ue(9).Ue(5).Ue(1).Ue(9).Ue(0);    // marking
-        const Bytes whole = w.Unit(0x41);
+        const Bytes whole = w.Unit({0x41});
         for (size_t size = 5; size <= whole.size(); ++size) {
             FrameThinner thinner;
             Ask(thinner, sets, true, 1);
-            const Bytes cut(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size));
-            // The last byte may hold nothing but the stop bit.
-            const bool dropped = Ask(thinner, cut, false, 1);
-            EXPECT_TRUE(size + 1 >= whole.size() || !dropped) << type << " " << size;
-            EXPECT_TRUE(size < whole.size() || dropped) << type;
+            const bool dropped = Ask(thinner, Bytes(whole.data(), whole.data() + size), false, 1);
+            if (size + 1 != whole.size())    // the last byte may hold nothing but the stop bit
+                EXPECT_EQ(dropped, size == whole.size()) << "B " << b << ", bytes " << size;
         }
     }
 }
 
 TEST(FrameThinner, DamageNeverEscapes) {
     std::mt19937 random(3);
-    const Stream streams[] = {{},
-                              {.profile = 100,
-                               .order_type = 1,
-                               .cycle_size = 3,
-                               .cycle = {INT32_MAX, -INT32_MAX, 7},
-                               .top_to_bottom = -INT32_MAX,
-                               .slice_groups = true}};
+    const std::vector<Bytes> streams[] = {Encode({}, {{15}, {3, 0, kNonRef}}),
+                                          Encode({.order_type = 1,
+                                                  .cycle_size = 3,
+                                                  .cycle = {INT32_MAX, -INT32_MAX, 7},
+                                                  .top_to_bottom = -INT32_MAX,
+                                                  .profile = 100,
+                                                  .slice_groups = true},
+                                                 {{15}, {3, 0, kNonRef}})};
     for (int round = 0; round < 5'000; ++round) {
-        const auto frames =
-            Encode(streams[round % 2], {{.idr = true}, {.frame_num = 15}, {.frame_num = 3, .reference = false}});
         FrameThinner thinner;
-        for (size_t i = 0; i < frames.size(); ++i) {
-            Bytes damaged = frames[i];
+        bool key = true;
+        for (Bytes frame : streams[round % 2]) {
             for (uint32_t flips = random() % 4; flips > 0; --flips)
-                damaged[random() % damaged.size()] ^= static_cast<uint8_t>(1u << random() % 8);
-            damaged.resize(random() % 8 == 0 ? random() % damaged.size() : damaged.size());
-            Ask(thinner, damaged, i == 0, 7);
+                frame[random() % frame.size()] ^= static_cast<uint8_t>(1u << random() % 8);
+            frame.resize(random() % 8 == 0 ? random() % frame.size() : frame.size());
+            Ask(thinner, frame, key, 7);
+            key = false;
         }
     }
 }

@@ -10,6 +10,7 @@ extern "C" {
 }
 
 #include "corvane/decoder.h"
+#include "decoders/HeaderCheck.h"
 #include "support/StreamMaker.h"
 
 namespace corvane::test {
@@ -32,6 +33,8 @@ inline std::vector<BarePicture> BareDecode(uint32_t stream_type, const std::vect
     context->flags2 = AV_CODEC_FLAG2_FAST | (stream_type == CORVANE_STREAM_H264 ? AV_CODEC_FLAG2_SHOW_ALL : 0);
     context->skip_loop_filter = AVDISCARD_NONREF;
     context->thread_count = 1;
+    context->log_level_offset = 128;    // silent where it can be
+    context->max_pixels = int64_t{kMaxCodedPixels};
     avcodec_open2(context, nullptr, nullptr);
     std::vector<BarePicture> pictures;
     const auto receive = [&] {

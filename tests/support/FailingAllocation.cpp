@@ -1,5 +1,6 @@
 #include "support/FailingAllocation.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <new>
 
@@ -23,12 +24,13 @@ uint64_t Stop() {
 }    // namespace corvane::test::allocation
 
 // The thread sanitizer cannot be linked with another operator new: nothing is counted and nothing fails there.
-#if defined(__SANITIZE_THREAD__)
-#define CORVANE_TEST_KEEPS_NEW
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define CORVANE_TEST_KEEPS_NEW
+#if defined(__has_feature)
+#define CORVANE_TEST_HAS(feature) __has_feature(feature)
+#else
+#define CORVANE_TEST_HAS(feature) 0
 #endif
+#if defined(__SANITIZE_THREAD__) || CORVANE_TEST_HAS(thread_sanitizer)
+#define CORVANE_TEST_KEEPS_NEW
 #endif
 
 #if defined(CORVANE_TEST_KEEPS_NEW)
@@ -39,62 +41,53 @@ bool corvane::test::allocation::Works() {
 
 #else
 
-namespace corvane::test::allocation {
-
-bool Works() {
+bool corvane::test::allocation::Works() {
     return true;
 }
 
-static void* Allocate(size_t size) noexcept {
-    if (++calls == fail_at)
-        return nullptr;
-    return std::malloc(size == 0 ? 1 : size);
+namespace {
+
+constexpr size_t kAlignment = alignof(std::max_align_t);
+
+void* OrNull(size_t size, size_t alignment = kAlignment) noexcept {
+    using namespace corvane::test::allocation;
+    return ++calls == fail_at ? nullptr : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
 }
 
-static void* AllocateAligned(size_t size, size_t alignment) noexcept {
-    return ++calls == fail_at ? nullptr : std::aligned_alloc(alignment, size);
-}
-
-}    // namespace corvane::test::allocation
-
-void* operator new(size_t size) {
-    if (void* memory = corvane::test::allocation::Allocate(size))
+void* OrThrow(size_t size, size_t alignment = kAlignment) {
+    if (void* memory = OrNull(size, alignment))
         return memory;
     throw std::bad_alloc();
+}
+
+}    // namespace
+
+// The array forms, too, since a sanitizer brings its own.
+void* operator new(size_t size) {
+    return OrThrow(size);
+}
+void* operator new[](size_t size) {
+    return OrThrow(size);
 }
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
-    return corvane::test::allocation::Allocate(size);
+    return OrNull(size);
 }
 void* operator new(size_t size, std::align_val_t alignment) {
-    if (void* memory = operator new(size, alignment, std::nothrow))
-        return memory;
-    throw std::bad_alloc();
+    return OrThrow(size, static_cast<size_t>(alignment));
 }
 void* operator new(size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-    const auto align = static_cast<size_t>(alignment);
-    return corvane::test::allocation::AllocateAligned((size + align - 1) / align * align, align);
+    return OrNull(size, static_cast<size_t>(alignment));
 }
-void operator delete(void* memory, std::align_val_t) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
-// The array forms forward by default, but not where a sanitizer brings its own.
-void* operator new[](size_t size) {
-    return operator new(size);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, size_t) noexcept {
-    std::free(memory);
-}
+
+#define CORVANE_TEST_DELETE(form, ...)                      \
+    void operator form(void* memory __VA_ARGS__) noexcept { \
+        std::free(memory);                                  \
+    }
+CORVANE_TEST_DELETE(delete)
+CORVANE_TEST_DELETE(delete, , size_t)
+CORVANE_TEST_DELETE(delete, , const std::nothrow_t&)
+CORVANE_TEST_DELETE(delete, , std::align_val_t)
+CORVANE_TEST_DELETE(delete[])
+CORVANE_TEST_DELETE(delete[], , size_t)
 
 #endif

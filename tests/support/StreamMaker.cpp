@@ -51,34 +51,21 @@ void Require(bool good, const char* what) {
 }
 
 AVPixelFormat FormatOf(const VideoSpec& spec) {
-    const bool deep = spec.bit_depth == 10;
-    const bool jpeg = spec.stream_type == CORVANE_STREAM_JPEG;
-    switch (spec.sampling) {
-    case Sampling::Yuv420:
-        return deep ? AV_PIX_FMT_YUV420P10 : jpeg ? AV_PIX_FMT_YUVJ420P : AV_PIX_FMT_YUV420P;
-    case Sampling::Yuv422:
-        return deep ? AV_PIX_FMT_YUV422P10 : jpeg ? AV_PIX_FMT_YUVJ422P : AV_PIX_FMT_YUV422P;
-    case Sampling::Yuv444:
-        return deep ? AV_PIX_FMT_YUV444P10 : jpeg ? AV_PIX_FMT_YUVJ444P : AV_PIX_FMT_YUV444P;
-    case Sampling::Gray:
-        return deep ? AV_PIX_FMT_GRAY10 : AV_PIX_FMT_GRAY8;
-    }
-    return AV_PIX_FMT_NONE;
+    constexpr AVPixelFormat kPlain[] = {AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV444P, AV_PIX_FMT_GRAY8};
+    constexpr AVPixelFormat kJpeg[] = {AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_YUVJ422P, AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_GRAY8};
+    constexpr AVPixelFormat kDeep[] = {AV_PIX_FMT_YUV420P10, AV_PIX_FMT_YUV422P10, AV_PIX_FMT_YUV444P10,
+                                       AV_PIX_FMT_GRAY10};
+    const auto sampling = static_cast<size_t>(spec.sampling);
+    return spec.bit_depth == 10                      ? kDeep[sampling]
+           : spec.stream_type == CORVANE_STREAM_JPEG ? kJpeg[sampling]
+                                                     : kPlain[sampling];
 }
 
 const char* EncoderOf(uint32_t stream_type) {
-    switch (stream_type) {
-    case CORVANE_STREAM_JPEG:
-        return "mjpeg";
-    case CORVANE_STREAM_MPEG4:
-        return "mpeg4";
-    case CORVANE_STREAM_H264:
-        return "libx264";
-    case CORVANE_STREAM_H265:
-        return "libx265";
-    default:
-        throw std::runtime_error("StreamMaker: no such encoder");
-    }
+    return stream_type == CORVANE_STREAM_JPEG    ? "mjpeg"
+           : stream_type == CORVANE_STREAM_MPEG4 ? "mpeg4"
+           : stream_type == CORVANE_STREAM_H264  ? "libx264"
+                                                 : "libx265";
 }
 
 uint32_t StampBits(int number) {
@@ -87,67 +74,52 @@ uint32_t StampBits(int number) {
     return value << 4 | check;
 }
 
-void SetSample(AVFrame& frame, int plane, int x, int y, int value8, int depth) {
-    uint8_t* row = frame.data[plane] + ptrdiff_t{y} * frame.linesize[plane];
-    if (depth > 8)
-        reinterpret_cast<uint16_t*>(row)[x] = static_cast<uint16_t>(value8 << (depth - 8));
-    else
-        row[x] = static_cast<uint8_t>(value8);
-}
-
 // A slope that moves with the number, so that every picture differs everywhere, under the stamp.
 void Draw(AVFrame& frame, int number, int depth) {
     const AVPixFmtDescriptor& description = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format));
-    for (int plane = 0; plane < description.nb_components; ++plane) {
-        const int shift_x = plane == 0 ? 0 : description.log2_chroma_w;
-        const int shift_y = plane == 0 ? 0 : description.log2_chroma_h;
-        const int width = -(-frame.width >> shift_x);
-        const int height = -(-frame.height >> shift_y);
-        for (int y = 0; y < height; ++y)
-            for (int x = 0; x < width; ++x)
-                SetSample(frame, plane, x, y, 40 + (x * (plane + 1) + y + number * 5) / 2 % 160, depth);
-    }
     const uint32_t bits = StampBits(number);
-    for (int y = 0; y < kStampHeight; ++y)
-        for (int x = 0; x < kStampWidth; ++x) {
-            const int bit = y / kStampBlock * 10 + x / kStampBlock;
-            SetSample(frame, 0, x, y, (bits >> bit & 1) != 0 ? 220 : 30, depth);
+    for (int plane = 0; plane < description.nb_components; ++plane) {
+        const int width = plane == 0 ? frame.width : -(-frame.width >> description.log2_chroma_w);
+        const int height = plane == 0 ? frame.height : -(-frame.height >> description.log2_chroma_h);
+        for (int i = 0; i < width * height; ++i) {
+            const int x = i % width, y = i / width, bit = y / kStampBlock * 10 + x / kStampBlock;
+            const bool stamp = plane == 0 && x < kStampWidth && y < kStampHeight;
+            const int value = !stamp                   ? 40 + (x * (plane + 1) + y + number * 5) / 2 % 160
+                              : (bits >> bit & 1) != 0 ? 220
+                                                       : 30;
+            uint8_t* row = frame.data[plane] + ptrdiff_t{y} * frame.linesize[plane];
+            if (depth > 8)
+                reinterpret_cast<uint16_t*>(row)[x] = static_cast<uint16_t>(value << (depth - 8));
+            else
+                row[x] = static_cast<uint8_t>(value);
         }
+    }
 }
 
 void SetOptions(AVCodecContext& context, const VideoSpec& spec) {
-    if (spec.stream_type == CORVANE_STREAM_H264) {
-        std::string options = "annexb=1:repeat-headers=1:scenecut=0:open-gop=0:threads=1:lookahead-threads=1";
-        if (spec.b_frames > 0)
-            options += ":b-adapt=0:b-pyramid=none";
-        if (!spec.options.empty())
-            options += ":" + spec.options;
-        av_opt_set(context.priv_data, "preset", "ultrafast", 0);
-        if (spec.b_frames == 0)
-            av_opt_set(context.priv_data, "tune", "zerolatency", 0);
-        av_opt_set_int(context.priv_data, "forced-idr", 1, 0);
-        av_opt_set(context.priv_data, "x264-params", options.c_str(), 0);
-    } else if (spec.stream_type == CORVANE_STREAM_H265) {
-        av_opt_set(context.priv_data, "preset", "ultrafast", 0);
-        std::string options =
-            "log-level=none:annexb=1:repeat-headers=1:scenecut=0:open-gop=0:pools=none:frame-threads=1:wpp=0:info=0:"
-            "rc-lookahead=4:b-adapt=0:bframes=" +
-            std::to_string(spec.b_frames) + ":keyint=" + std::to_string(spec.gop) +
-            ":min-keyint=" + std::to_string(spec.gop);
-        if (!spec.options.empty())
-            options += ":" + spec.options;
-        av_opt_set(context.priv_data, "x265-params", options.c_str(), 0);
-    }
+    const bool h264 = spec.stream_type == CORVANE_STREAM_H264;
+    if (h264 && spec.b_frames == 0)
+        av_opt_set(context.priv_data, "tune", "zerolatency", 0);
+    std::string options = "annexb=1:repeat-headers=1:scenecut=0:open-gop=0:b-adapt=0:";
+    options += h264 ? "threads=1:lookahead-threads=1:b-pyramid=none"
+                    : "log-level=none:pools=none:frame-threads=1:wpp=0:info=0:rc-lookahead=4";
+    options += (spec.options.empty() ? "" : ":") + spec.options;
+    av_opt_set(context.priv_data, "preset", "ultrafast", 0);
+    av_opt_set(context.priv_data, "forced-idr", "1", 0);
+    av_opt_set(context.priv_data, h264 ? "x264-params" : "x265-params", options.c_str(), 0);
     if (spec.interlaced)
         context.flags |= AV_CODEC_FLAG_INTERLACED_DCT | AV_CODEC_FLAG_INTERLACED_ME;
 }
 
-ContextPtr OpenVideo(const VideoSpec& spec) {
-    const AVCodec* codec = avcodec_find_encoder_by_name(EncoderOf(spec.stream_type));
-    Require(codec != nullptr, "encoder missing");
+ContextPtr NewContext(const AVCodec* codec) {
     ContextPtr context(avcodec_alloc_context3(codec));
-    Require(context != nullptr, "no context");
+    Require(codec != nullptr && context != nullptr, "encoder missing");
     context->log_level_offset = 128;    // silent
+    return context;
+}
+
+ContextPtr OpenVideo(const VideoSpec& spec) {
+    ContextPtr context = NewContext(avcodec_find_encoder_by_name(EncoderOf(spec.stream_type)));
     context->width = spec.width;
     context->height = spec.height;
     context->pix_fmt = FormatOf(spec);
@@ -158,12 +130,11 @@ ContextPtr OpenVideo(const VideoSpec& spec) {
     context->max_b_frames = spec.b_frames;
     context->thread_count = 1;
     context->global_quality = 2 * FF_QP2LAMBDA;
-    if (spec.stream_type == CORVANE_STREAM_JPEG || spec.stream_type == CORVANE_STREAM_MPEG4) {
+    if (spec.stream_type == CORVANE_STREAM_JPEG || spec.stream_type == CORVANE_STREAM_MPEG4)
         context->flags |= AV_CODEC_FLAG_QSCALE | AV_CODEC_FLAG_BITEXACT;
-        context->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
-    }
+    context->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
     SetOptions(*context, spec);
-    Require(avcodec_open2(context.get(), codec, nullptr) >= 0, "encoder does not open");
+    Require(avcodec_open2(context.get(), nullptr, nullptr) >= 0, "encoder does not open");
     return context;
 }
 
@@ -171,12 +142,10 @@ ContextPtr OpenVideo(const VideoSpec& spec) {
 void Collect(AVCodecContext& context, const VideoSpec& spec, std::vector<EncodedPicture>& out) {
     PacketPtr packet(av_packet_alloc());
     while (avcodec_receive_packet(&context, packet.get()) >= 0) {
-        EncodedPicture picture;
-        picture.bytes.assign(packet->data, packet->data + packet->size);
-        picture.key = (packet->flags & AV_PKT_FLAG_KEY) != 0;
-        picture.pts_ms = packet->pts * spec.frame_ms;
-        picture.number = spec.first_number + static_cast<int>(packet->pts);
-        out.push_back(std::move(picture));
+        out.push_back({{packet->data, packet->data + packet->size},
+                       (packet->flags & AV_PKT_FLAG_KEY) != 0,
+                       packet->pts * spec.frame_ms,
+                       spec.first_number + static_cast<int>(packet->pts)});
         av_packet_unref(packet.get());
     }
 }
@@ -266,32 +235,25 @@ std::vector<EncodedSound> MakeSound(uint32_t stream_type, int packets, uint32_t 
         return {};
 #endif
     }
-    const AVCodec* codec =
-        avcodec_find_encoder(stream_type == CORVANE_STREAM_MULAW ? AV_CODEC_ID_PCM_MULAW : AV_CODEC_ID_PCM_ALAW);
-    ContextPtr context(avcodec_alloc_context3(codec));
-    Require(context != nullptr, "no context");
-    context->log_level_offset = 128;
+    const bool mu_law = stream_type == CORVANE_STREAM_MULAW;
+    const ContextPtr context = NewContext(avcodec_find_encoder(mu_law ? AV_CODEC_ID_PCM_MULAW : AV_CODEC_ID_PCM_ALAW));
     context->sample_fmt = AV_SAMPLE_FMT_S16;
     context->sample_rate = static_cast<int>(sample_rate);
-    context->time_base = {1, static_cast<int>(sample_rate)};
     av_channel_layout_default(&context->ch_layout, static_cast<int>(channels));
-    Require(avcodec_open2(context.get(), codec, nullptr) >= 0, "encoder does not open");
+    Require(avcodec_open2(context.get(), nullptr, nullptr) >= 0, "encoder does not open");
     std::vector<EncodedSound> out(static_cast<size_t>(packets));
     size_t position = 0;
     for (EncodedSound& sound : out) {
-        const size_t samples = sample_rate / 50;
-        EncodeSine(sound.source, samples, channels, sample_rate, &position);
-        AVFramePtr frame(av_frame_alloc());
-        PacketPtr packet(av_packet_alloc());
+        EncodeSine(sound.source, sample_rate / 50, channels, sample_rate, &position);
+        const AVFramePtr frame(av_frame_alloc());
+        const PacketPtr packet(av_packet_alloc());
         frame->format = AV_SAMPLE_FMT_S16;
-        frame->nb_samples = static_cast<int>(samples);
-        frame->sample_rate = context->sample_rate;
+        frame->nb_samples = static_cast<int>(sample_rate / 50);
         av_channel_layout_copy(&frame->ch_layout, &context->ch_layout);
         Require(av_frame_get_buffer(frame.get(), 0) >= 0, "no sound");
         std::memcpy(frame->data[0], sound.source.data(), sound.source.size() * sizeof(int16_t));
-        Require(avcodec_send_frame(context.get(), frame.get()) >= 0 &&
-                    avcodec_receive_packet(context.get(), packet.get()) >= 0,
-                "encoder failed");
+        avcodec_send_frame(context.get(), frame.get());
+        Require(avcodec_receive_packet(context.get(), packet.get()) >= 0, "encoder failed");
         sound.bytes.assign(packet->data, packet->data + packet->size);
     }
     return out;

@@ -28,48 +28,23 @@ static void Shake(void) {
     nanosleep(&span, 0);
 }
 
-#define NEXT(type, name) \
-    static type next;    \
-    if (!next) next = (type)dlsym(RTLD_NEXT, name)
+/* A function of the same name in front of the real one, shaken before or after it. */
+#define SHAKEN(name, parameters, arguments, before, after)                    \
+    int name parameters {                                                     \
+        static int(*next) parameters;                                         \
+        if (!next) next = (int(*) parameters)dlsym(RTLD_NEXT, #name);         \
+        before;                                                               \
+        const int result = next arguments;                                    \
+        after;                                                                \
+        return result;                                                        \
+    }
 
-typedef int (*MutexCall)(pthread_mutex_t*);
-typedef int (*ConditionCall)(pthread_cond_t*);
-typedef int (*WaitCall)(pthread_cond_t*, pthread_mutex_t*);
-typedef int (*ClockWaitCall)(pthread_cond_t*, pthread_mutex_t*, clockid_t, const struct timespec*);
-
-int pthread_mutex_lock(pthread_mutex_t* mutex) {
-    NEXT(MutexCall, "pthread_mutex_lock");
-    Shake();
-    return next(mutex);
-}
-
-int pthread_mutex_unlock(pthread_mutex_t* mutex) {
-    NEXT(MutexCall, "pthread_mutex_unlock");
-    const int result = next(mutex);
-    Shake();
-    return result;
-}
-
-int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
-    NEXT(WaitCall, "pthread_cond_wait");
-    Shake();
-    return next(condition, mutex);
-}
-
-int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock, const struct timespec* until) {
-    NEXT(ClockWaitCall, "pthread_cond_clockwait");
-    Shake();
-    return next(condition, mutex, clock, until);
-}
-
-int pthread_cond_broadcast(pthread_cond_t* condition) {
-    NEXT(ConditionCall, "pthread_cond_broadcast");
-    Shake();
-    return next(condition);
-}
-
-int pthread_cond_signal(pthread_cond_t* condition) {
-    NEXT(ConditionCall, "pthread_cond_signal");
-    Shake();
-    return next(condition);
-}
+#define NOTHING (void)0
+SHAKEN(pthread_mutex_lock, (pthread_mutex_t * mutex), (mutex), Shake(), NOTHING)
+SHAKEN(pthread_mutex_unlock, (pthread_mutex_t * mutex), (mutex), NOTHING, Shake())
+SHAKEN(pthread_cond_wait, (pthread_cond_t * condition, pthread_mutex_t* mutex), (condition, mutex), Shake(), NOTHING)
+SHAKEN(pthread_cond_clockwait,
+       (pthread_cond_t * condition, pthread_mutex_t* mutex, clockid_t clock, const struct timespec* until),
+       (condition, mutex, clock, until), Shake(), NOTHING)
+SHAKEN(pthread_cond_broadcast, (pthread_cond_t * condition), (condition), Shake(), NOTHING)
+SHAKEN(pthread_cond_signal, (pthread_cond_t * condition), (condition), Shake(), NOTHING)

@@ -1,1 +1,0 @@
-// Keeps the support library buildable while no helper has a source file.

@@ -40,7 +40,7 @@ constexpr size_t kLuma = size_t{kWidth} * kHeight;
 constexpr int kRing = 8;
 
 // As a user calls it, with a size that is not known when compiling.
-void* (*volatile copy_bytes)(void*, const void*, size_t) = std::memcpy;
+void* (*volatile copyBytes)(void*, const void*, size_t) = std::memcpy;
 
 struct Buffers {
     uint8_t* source;    // I420, or NV12 by the kernel's reading; planes lie together
@@ -59,26 +59,26 @@ struct Conversion {
     std::vector<std::pair<const char*, Run>> peers;
 };
 
-Run Swscale(AVPixelFormat from, AVPixelFormat to, int bytes_a_row, bool planes) {
+Run Swscale(AVPixelFormat from, AVPixelFormat to, int bytesARow, bool planes) {
     SwsContext* context =
         sws_getContext(kWidth, kHeight, from, kWidth, kHeight, to, SWS_POINT, nullptr, nullptr, nullptr);
     return [=](const Buffers& b) {
         const bool pairs = from == AV_PIX_FMT_NV12;
         const uint8_t* const source[4] = {b.y(), b.u(), pairs ? nullptr : b.v(), nullptr};
-        const int source_step[4] = {kWidth, pairs ? kWidth : kWidth / 2, pairs ? 0 : kWidth / 2, 0};
+        const int sourceStep[4] = {kWidth, pairs ? kWidth : kWidth / 2, pairs ? 0 : kWidth / 2, 0};
         uint8_t* const out[4] = {b.out, planes ? b.out + kLuma : nullptr,
                                  planes && to != AV_PIX_FMT_NV12 ? b.out + kLuma * 5 / 4 : nullptr, nullptr};
-        const int chroma_step = planes ? (to == AV_PIX_FMT_NV12 ? kWidth : kWidth / 2) : 0;
-        const int out_step[4] = {bytes_a_row, chroma_step, to == AV_PIX_FMT_NV12 ? 0 : chroma_step, 0};
-        sws_scale(context, source, source_step, 0, kHeight, out, out_step);
+        const int chromaStep = planes ? (to == AV_PIX_FMT_NV12 ? kWidth : kWidth / 2) : 0;
+        const int outStep[4] = {bytesARow, chromaStep, to == AV_PIX_FMT_NV12 ? 0 : chromaStep, 0};
+        sws_scale(context, source, sourceStep, 0, kHeight, out, outStep);
     };
 }
 
-Run Rgb(RgbLayout layout, bool bottom_up) {
+Run Rgb(RgbLayout layout, bool bottomUp) {
     return [=](const Buffers& b) {
         const ptrdiff_t step = ptrdiff_t{kWidth} * layout.bytes;
-        uint8_t* first = bottom_up ? b.out + (kHeight - 1) * step : b.out;
-        YCbCrToRGB({b.y(), b.u(), b.v(), kWidth, kWidth / 2, kWidth / 2}, first, bottom_up ? -step : step, kWidth,
+        uint8_t* first = bottomUp ? b.out + (kHeight - 1) * step : b.out;
+        YCbCrToRGB({b.y(), b.u(), b.v(), kWidth, kWidth / 2, kWidth / 2}, first, bottomUp ? -step : step, kWidth,
                    kHeight, layout);
     };
 }
@@ -170,7 +170,7 @@ std::vector<Conversion> YuvConversions() {
         {"plane copy",
          "1.0",
          [](const Buffers& b) { PlaneCopy(b.y(), kWidth, b.out, kWidth, kWidth, kHeight, kCopyStreamingStores); },
-         {{"memcpy", [](const Buffers& b) { copy_bytes(b.out, b.y(), kLuma); }},
+         {{"memcpy", [](const Buffers& b) { copyBytes(b.out, b.y(), kLuma); }},
           {"libyuv", [](const Buffers& b) { libyuv::CopyPlane(b.y(), kWidth, b.out, kWidth, kWidth, kHeight); }}}});
     list.push_back(
         {"plane copy by rows",
@@ -179,7 +179,7 @@ std::vector<Conversion> YuvConversions() {
          {{"memcpy",
            [](const Buffers& b) {
                for (size_t row = 0; row < kHeight; ++row)
-                   copy_bytes(b.out + row * (kWidth + 64), b.y() + row * kWidth, kWidth);
+                   copyBytes(b.out + row * (kWidth + 64), b.y() + row * kWidth, kWidth);
            }},
           {"libyuv",
            [](const Buffers& b) { libyuv::CopyPlane(b.y(), kWidth, b.out, kWidth + 64, kWidth, kHeight); }}}});
@@ -193,9 +193,9 @@ double Seconds(const Run& run, const Buffers& buffers) {
 }
 
 struct Figures {
-    double median_ratio;
-    double minimum_ratio;
-    double ours_ms;
+    double medianRatio;
+    double minimumRatio;
+    double oursMs;
     const char* peer;
 };
 
@@ -271,8 +271,8 @@ int main(int argc, char** argv) {
         const Figures cold = Measure(conversion, ring, rounds);
         const Figures warm = Measure(conversion, {ring[0]}, rounds);
         std::printf("%-36s | %-8s %6.2f %6.2f %8.3f | %-8s %6.2f %6.2f %8.3f | %s\n", conversion.name.c_str(),
-                    cold.peer, cold.median_ratio, cold.minimum_ratio, cold.ours_ms, warm.peer, warm.median_ratio,
-                    warm.minimum_ratio, warm.ours_ms, conversion.goal.c_str());
+                    cold.peer, cold.medianRatio, cold.minimumRatio, cold.oursMs, warm.peer, warm.medianRatio,
+                    warm.minimumRatio, warm.oursMs, conversion.goal.c_str());
         std::fflush(stdout);
     }
     return 0;

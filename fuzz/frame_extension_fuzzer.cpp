@@ -44,7 +44,7 @@ void ReadAll(const MediaFrameImpl& frame) {
     if (const auto* fisheye = frame.Fisheye())
         sum += Sum(fisheye, sizeof *fisheye);
     if (const auto* sensors = frame.Sensors())
-        sum += Sum(sensors->sensor_crop, sizeof sensors->sensor_crop);
+        sum += Sum(sensors->sensorCrop, sizeof sensors->sensorCrop);
     if (const auto* lens = frame.Lens())
         sum += Sum(lens->words, sizeof lens->words);
     [[maybe_unused]] static volatile uint64_t sink;
@@ -57,22 +57,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2)
         return 0;
     constexpr uint32_t kTypes[] = {1, 2, 4, 8, 16, 255, 256, 0x20000};
-    const size_t header_size = std::min<size_t>(data[1] * size_t{4}, size - 2);
-    const size_t extension_size = size - 2 - header_size;
-    const auto header_bytes = Exact(data + 2, header_size);
-    const auto extension = Exact(data + 2 + header_size, extension_size);
+    const size_t headerSize = std::min<size_t>(data[1] * size_t{4}, size - 2);
+    const size_t extensionSize = size - 2 - headerSize;
+    const auto headerBytes = Exact(data + 2, headerSize);
+    const auto extension = Exact(data + 2 + headerSize, extensionSize);
 
     MediaFrameHeader record{};
     record.recordSize = sizeof record;
     record.streamType = kTypes[data[0] & 7];
     record.captureWidth = (data[0] & 8) != 0 ? 1920 : 1280;
     record.captureHeight = (data[0] & 8) != 0 ? 1080 : 720;
-    record.data = header_bytes.get();
-    record.headerSize = static_cast<uint32_t>(header_size);
-    record.vendorHeader = header_bytes.get();
+    record.data = headerBytes.get();
+    record.headerSize = static_cast<uint32_t>(headerSize);
+    record.vendorHeader = headerBytes.get();
     record.vendorHeaderSize = data[0];
     record.extension = extension.get();
-    record.extensionSize = static_cast<uint32_t>(extension_size);
+    record.extensionSize = static_cast<uint32_t>(extensionSize);
     try {
         ReadAll(MediaFrameImpl(record));
     } catch (const std::runtime_error&) {    // the only thing that the bytes may cause

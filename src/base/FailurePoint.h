@@ -9,21 +9,20 @@ namespace corvane::failure {
 
 enum class Site : uint32_t { ThreadStart = 1, PlatformCall = 2 };
 
-// Arms: the n-th hit (from 1) of any site in `mask` fails, and all after it when `for_good`.
-void Arm(uint32_t mask, uint64_t n, bool for_good);
+// Arms: the n-th hit (from 1) of any site in `mask` fails, and all after it when `forGood`.
+void Arm(uint32_t mask, uint64_t n, bool forGood);
 void Disarm();
 // Hits counted since Arm.
 uint64_t Hits();
 
 namespace detail {
-extern std::atomic<uint32_t> armed_mask;
+extern std::atomic<uint32_t> armedMask;
 bool HitArmed() noexcept;
 }    // namespace detail
 
 // True: the caller must behave as if its call had failed.
 inline bool MustFail(Site site) noexcept {
-    return (detail::armed_mask.load(std::memory_order_relaxed) & static_cast<uint32_t>(site)) != 0 &&
-           detail::HitArmed();
+    return (detail::armedMask.load(std::memory_order_relaxed) & static_cast<uint32_t>(site)) != 0 && detail::HitArmed();
 }
 
 }    // namespace corvane::failure

@@ -8,7 +8,7 @@ namespace corvane {
 
 bool SharedMutex::try_lock() NO_THREAD_SAFETY_ANALYSIS {
     MutexLock lock(m_mutex);
-    if (m_writer || m_readers != 0 || m_readers_to_admit != 0)
+    if (m_writer || m_readers != 0 || m_readersToAdmit != 0)
         return false;
     m_writer = true;
     return true;
@@ -16,20 +16,20 @@ bool SharedMutex::try_lock() NO_THREAD_SAFETY_ANALYSIS {
 
 bool SharedMutex::LockUntil(std::chrono::steady_clock::time_point deadline) {
     MutexLock lock(m_mutex);
-    ++m_waiting_writers;
-    bool in_time = true;
-    while (m_writer || m_readers != 0 || m_readers_to_admit != 0) {
-        if (!in_time) {
-            if (--m_waiting_writers == 0)
+    ++m_waitingWriters;
+    bool inTime = true;
+    while (m_writer || m_readers != 0 || m_readersToAdmit != 0) {
+        if (!inTime) {
+            if (--m_waitingWriters == 0)
                 m_changed.NotifyAll();    // readers that queued behind this writer may go
             return false;
         }
         if (deadline == std::chrono::steady_clock::time_point::max())
             m_changed.WaitOnce(lock);
         else
-            in_time = m_changed.WaitOnce(lock, deadline);
+            inTime = m_changed.WaitOnce(lock, deadline);
     }
-    --m_waiting_writers;
+    --m_waitingWriters;
     m_writer = true;
     return true;
 }
@@ -37,19 +37,19 @@ bool SharedMutex::LockUntil(std::chrono::steady_clock::time_point deadline) {
 void SharedMutex::unlock() NO_THREAD_SAFETY_ANALYSIS {
     MutexLock lock(m_mutex);
     m_writer = false;
-    m_readers_to_admit = m_waiting_readers;
+    m_readersToAdmit = m_waitingReaders;
     m_changed.NotifyAll();
 }
 
 void SharedMutex::lock_shared() NO_THREAD_SAFETY_ANALYSIS {
     MutexLock lock(m_mutex);
-    if (m_writer || m_waiting_writers != 0) {
-        ++m_waiting_readers;
-        while (m_writer || (m_waiting_writers != 0 && m_readers_to_admit == 0))
+    if (m_writer || m_waitingWriters != 0) {
+        ++m_waitingReaders;
+        while (m_writer || (m_waitingWriters != 0 && m_readersToAdmit == 0))
             m_changed.WaitOnce(lock);
-        --m_waiting_readers;
-        if (m_readers_to_admit != 0)
-            --m_readers_to_admit;
+        --m_waitingReaders;
+        if (m_readersToAdmit != 0)
+            --m_readersToAdmit;
     }
     ++m_readers;
 }

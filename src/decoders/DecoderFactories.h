@@ -16,7 +16,7 @@ namespace corvane {
 // is the index of the display adapter that shows the window, `data` and `size` the payload of the key frame at hand.
 struct DecoderFactories {
     using Plain = DecoderContext* (*)();
-    using WithBlob = DecoderContext* (*)(const uint8_t* blob, uint32_t blob_length);
+    using WithBlob = DecoderContext* (*)(const uint8_t* blob, uint32_t blobLength);
     using WithAdapter = DecoderContext* (*)(uint32_t adapter);
     using WithSize = DecoderContext* (*)(uint32_t width, uint32_t height);
     using WithSizeAndData = DecoderContext* (*)(uint32_t width, uint32_t height, const uint8_t* data, uint32_t size);

@@ -66,9 +66,9 @@ void FreeContext(AVCodecContext* context) {
     avcodec_free_context(&context);
 }
 
-// Opens the context that `set_up` fills and wraps it.
+// Opens the context that `setUp` fills and wraps it.
 template <typename SetUp>
-DecoderPtr Make(FFmpegCodec codec, SetUp set_up) noexcept {
+DecoderPtr Make(FFmpegCodec codec, SetUp setUp) noexcept {
     const AVCodec* found = avcodec_find_decoder(IdOf(codec));
     if (found == nullptr || MustFail())
         return nullptr;
@@ -76,7 +76,7 @@ DecoderPtr Make(FFmpegCodec codec, SetUp set_up) noexcept {
     if (context == nullptr)
         return nullptr;
     context->log_level_offset = kLogSilence;
-    set_up(*context);
+    setUp(*context);
     bool opened = false;
     {
         MutexLock lock(CodecMutex());
@@ -136,8 +136,8 @@ DecoderIsolated_FFmpeg::Frame::~Frame() {
 }
 
 DecoderIsolated_FFmpeg::DecoderIsolated_FFmpeg(AVCodecContext* context, FFmpegCodec codec)
-    : m_codec(codec), m_is_video(IsVideo(codec)) {
-    if (!m_is_video)
+    : m_codec(codec), m_isVideo(IsVideo(codec)) {
+    if (!m_isVideo)
         m_samples = std::make_unique<SampleConverter>();
     m_packet = MustFail() ? nullptr : av_packet_alloc();
     if (m_packet == nullptr)
@@ -158,7 +158,7 @@ bool DecoderIsolated_FFmpeg::HeadersStand(const EncodedUnit& in) {
     case FFmpegCodec::Mpeg4:
         return m_context->coded_width > 0 || Mpeg4LayerStands(in.data, in.size);
     case FFmpegCodec::H264:
-        return m_parameter_sets.H264Stands(in.data, in.size);
+        return m_parameterSets.H264Stands(in.data, in.size);
     case FFmpegCodec::Hevc:
         return HevcHeadersStand(in.data, in.size);
     default:
@@ -208,7 +208,7 @@ DecoderIsolated_FFmpeg::Turn DecoderIsolated_FFmpeg::Receive() {
 }
 
 bool DecoderIsolated_FFmpeg::IsKept(const AVFrame& frame) const {
-    if (!m_is_video)
+    if (!m_isVideo)
         return frame.nb_samples > 0;
     return frame.width > 0 && frame.height > 0 && frame.width <= static_cast<int>(limits::kMaxPictureSide) &&
            frame.height <= static_cast<int>(limits::kMaxPictureSide) &&
@@ -243,9 +243,9 @@ bool DecoderIsolated_FFmpeg::ConvertFront() {
 
 int32_t DecoderIsolated_FFmpeg::NextPicture(DecodedFrame* out, uint32_t* got, const EncodedUnit& in) {
     *got = 0;
-    if (m_front_is_current)
+    if (m_frontIsCurrent)
         m_output.pop_front();
-    m_front_is_current = false;
+    m_frontIsCurrent = false;
     while (m_output.size() > limits::kInFlightSlack)
         m_output.pop_front();    // a stream that gives two pictures a packet for ever
     if (Feed(in) < 0)
@@ -264,13 +264,13 @@ int32_t DecoderIsolated_FFmpeg::NextPicture(DecodedFrame* out, uint32_t* got, co
     }
     out->width = static_cast<uint32_t>(frame.width);
     out->height = static_cast<uint32_t>(frame.height);
-    m_front_is_current = true;
+    m_frontIsCurrent = true;
     *got = 2;
     return consumed;
 }
 
 int32_t DecoderIsolated_FFmpeg::DecodeVideo(DecodedFrame* out, uint32_t* got, const EncodedUnit* in) {
-    if (!m_is_video)
+    if (!m_isVideo)
         return -1;
     try {
         return NextPicture(out, got, *in);
@@ -292,7 +292,7 @@ int32_t DecoderIsolated_FFmpeg::WriteSamples(uint8_t* pcm, uint32_t capacity, ui
 }
 
 int32_t DecoderIsolated_FFmpeg::DecodeAudio(uint8_t* pcm, uint32_t* size, const EncodedUnit* in) {
-    if (m_is_video)
+    if (m_isVideo)
         return static_cast<int32_t>(Status::NotSupported);
     try {
         uint32_t written = 0;
@@ -317,7 +317,7 @@ int32_t DecoderIsolated_FFmpeg::DecodeAudio(uint8_t* pcm, uint32_t* size, const 
 int32_t DecoderIsolated_FFmpeg::ShareFrame(DecodedFrame* out, int32_t version) {
     if (version < 2)
         return static_cast<int32_t>(Status::VersionMismatch);
-    if (!m_front_is_current)
+    if (!m_frontIsCurrent)
         return -1;
     Frame* frame = m_output.front().Get();
     frame->AddRef();

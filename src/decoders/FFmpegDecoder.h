@@ -60,18 +60,18 @@ private:
 
     // Constant after construction.
     const FFmpegCodec m_codec;
-    const bool m_is_video;
+    const bool m_isVideo;
     AVCodecContext* m_context = nullptr;
     AVPacket* m_packet = nullptr;
 
     // Used by one thread at a time.
     QMRX::SDK::Utility::FrameQueue<Frame> m_frames;       // as the codec gives them
     QMRX::SDK::Utility::FrameQueue<Frame> m_converted;    // 4:2:0 copies of other formats
-    ParameterSetCheck m_parameter_sets;
+    ParameterSetCheck m_parameterSets;
     SwsContext* m_scaler = nullptr;
     std::unique_ptr<SampleConverter> m_samples;
-    std::deque<FrameRef> m_output;      // received and not yet superseded, oldest first
-    bool m_front_is_current = false;    // the front was handed out by the last DecodeVideo
+    std::deque<FrameRef> m_output;    // received and not yet superseded, oldest first
+    bool m_frontIsCurrent = false;    // the front was handed out by the last DecodeVideo
 };
 
 // A new decoder, or null when the codec is missing, does not open, or there is no memory. `threads` is raised to 1 and

@@ -61,8 +61,8 @@ bool FrameThinner::FindSlice(const uint8_t* payload, size_t size, SliceHeader& s
     while (at != end) {
         const uint8_t* unit = at + sizeof kStartCode;
         // Only headers are read: a slice needs no search for its end.
-        const bool is_slice = unit != end && ((*unit & 31) == h264::kSlice || (*unit & 31) == h264::kIdrSlice);
-        at = is_slice ? end : FindStartCode(unit, end);
+        const bool isSlice = unit != end && ((*unit & 31) == h264::kSlice || (*unit & 31) == h264::kIdrSlice);
+        at = isSlice ? end : FindStartCode(unit, end);
         if (ParseUnit(unit, static_cast<size_t>(at - unit), slice))
             return true;
     }
@@ -71,14 +71,14 @@ bool FrameThinner::FindSlice(const uint8_t* payload, size_t size, SliceHeader& s
 
 // expectedPicOrderCnt for pic_order_cnt_type 1.
 uint64_t FrameThinner::ExpectedOrder(const SequenceParameterSet& sps, uint32_t frame_num, bool reference) const {
-    const uint64_t cycle = sps.offset_sums.size();
+    const uint64_t cycle = sps.offsetSums.size();
     uint64_t abs_frame_num = cycle != 0 ? m_order.frame_num_offset + frame_num : 0;
     if (!reference && abs_frame_num > 0)
         --abs_frame_num;
     uint64_t expected = reference ? 0 : static_cast<uint64_t>(int64_t{sps.offset_for_non_ref_pic});
     if (abs_frame_num > 0) {
-        expected += (abs_frame_num - 1) / cycle * static_cast<uint64_t>(sps.offset_sums.back());
-        expected += static_cast<uint64_t>(sps.offset_sums[(abs_frame_num - 1) % cycle]);
+        expected += (abs_frame_num - 1) / cycle * static_cast<uint64_t>(sps.offsetSums.back());
+        expected += static_cast<uint64_t>(sps.offsetSums[(abs_frame_num - 1) % cycle]);
     }
     return expected;
 }
@@ -87,24 +87,24 @@ uint64_t FrameThinner::ExpectedOrder(const SequenceParameterSet& sps, uint32_t f
 // field.
 void FrameThinner::CountOrder(const SequenceParameterSet& sps, const SliceHeader& slice, bool reference) {
     uint64_t top = 0;
-    int64_t bottom_distance = 0;
+    int64_t bottomDistance = 0;
     if (sps.pic_order_cnt_type == 0) {
         // The upper part of the count is a multiple of 16 and cannot change the low three bits.
         top = slice.pic_order_cnt_lsb;
-        bottom_distance = slice.delta_pic_order_cnt_bottom;    // 0 for a field
+        bottomDistance = slice.delta_pic_order_cnt_bottom;    // 0 for a field
     } else {
         if (m_order.prev_frame_num > slice.frame_num)
             m_order.frame_num_offset += sps.MaxFrameNum();
         if (sps.pic_order_cnt_type == 1) {
             top = ExpectedOrder(sps, slice.frame_num, reference);
             top += static_cast<uint64_t>(int64_t{slice.delta_pic_order_cnt[0]});
-            bottom_distance = int64_t{sps.offset_for_top_to_bottom_field} + slice.delta_pic_order_cnt[1];
+            bottomDistance = int64_t{sps.offset_for_top_to_bottom_field} + slice.delta_pic_order_cnt[1];
         } else {
             top = 2 * (m_order.frame_num_offset + slice.frame_num) - (reference ? 0 : 1);
         }
     }
-    const bool bottom = slice.field_pic_flag ? slice.bottom_field_flag : bottom_distance < 0;
-    m_order.order = top + (bottom ? static_cast<uint64_t>(bottom_distance) : 0);
+    const bool bottom = slice.field_pic_flag ? slice.bottom_field_flag : bottomDistance < 0;
+    m_order.order = top + (bottom ? static_cast<uint64_t>(bottomDistance) : 0);
     m_order.prev_frame_num = slice.frame_num;
     if (reference)
         m_order.prev_ref_frame_num = slice.frame_num;

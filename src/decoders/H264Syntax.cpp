@@ -59,7 +59,7 @@ void ReadOrderCount(RbspReader& reader, SequenceParameterSet& sps) {
         const uint32_t count = Bounded(reader.Ue(), 255, "num_ref_frames_in_pic_order_cnt_cycle");
         int64_t sum = 0;
         for (uint32_t i = 0; i < count; ++i)
-            sps.offset_sums.push_back(sum += reader.Se());
+            sps.offsetSums.push_back(sum += reader.Se());
     }
 }
 
@@ -93,13 +93,13 @@ void SkipListModification(RbspReader& reader) {
         reader.Ue();
 }
 
-void SkipWeights(RbspReader& reader, bool with_chroma, uint32_t entries) {
+void SkipWeights(RbspReader& reader, bool withChroma, uint32_t entries) {
     for (uint32_t i = 0; i < entries; ++i) {
         if (reader.Flag()) {
             reader.Se();
             reader.Se();
         }
-        if (with_chroma && reader.Flag()) {
+        if (withChroma && reader.Flag()) {
             for (int value = 0; value < 4; ++value)
                 reader.Se();
         }
@@ -123,14 +123,14 @@ void SkipRefPicMarking(RbspReader& reader, bool idr) {
 
 void ReadSliceOrderCount(RbspReader& reader, const SequenceParameterSet& sps, const PictureParameterSet& pps,
                          SliceHeader& slice) {
-    const bool both_fields = pps.bottom_field_pic_order_in_frame_present_flag && !slice.field_pic_flag;
+    const bool bothFields = pps.bottom_field_pic_order_in_frame_present_flag && !slice.field_pic_flag;
     if (sps.pic_order_cnt_type == 0) {
         slice.pic_order_cnt_lsb = reader.Bits(sps.log2_max_pic_order_cnt_lsb);
-        if (both_fields)
+        if (bothFields)
             slice.delta_pic_order_cnt_bottom = reader.Se();
     } else if (sps.pic_order_cnt_type == 1 && !sps.delta_pic_order_always_zero_flag) {
         slice.delta_pic_order_cnt[0] = reader.Se();
-        if (both_fields)
+        if (bothFields)
             slice.delta_pic_order_cnt[1] = reader.Se();
     }
 }
@@ -138,30 +138,30 @@ void ReadSliceOrderCount(RbspReader& reader, const SequenceParameterSet& sps, co
 // Reference counts, list modifications and prediction weights.
 void SkipReferences(RbspReader& reader, const SequenceParameterSet& sps, const PictureParameterSet& pps,
                     uint32_t slice_type) {
-    const bool is_b = slice_type == kB;
-    const bool is_p = slice_type == kP || slice_type == kSp;
-    if (!is_b && !is_p)
+    const bool isB = slice_type == kB;
+    const bool isP = slice_type == kP || slice_type == kSp;
+    if (!isB && !isP)
         return;
     uint32_t active_minus1[2] = {pps.num_ref_idx_default_active_minus1[0], pps.num_ref_idx_default_active_minus1[1]};
-    if (is_b)
+    if (isB)
         reader.Flag();      // direct_spatial_mv_pred_flag
     if (reader.Flag()) {    // num_ref_idx_active_override_flag
         active_minus1[0] = Bounded(reader.Ue(), 31, "num_ref_idx_l0_active_minus1");
-        if (is_b)
+        if (isB)
             active_minus1[1] = Bounded(reader.Ue(), 31, "num_ref_idx_l1_active_minus1");
     }
     SkipListModification(reader);
-    if (is_b)
+    if (isB)
         SkipListModification(reader);
-    if (is_p ? !pps.weighted_pred_flag : pps.weighted_bipred_idc != 1)
+    if (isP ? !pps.weighted_pred_flag : pps.weighted_bipred_idc != 1)
         return;
-    const bool with_chroma = sps.chroma_array_type != 0;
+    const bool withChroma = sps.chroma_array_type != 0;
     reader.Ue();    // luma_log2_weight_denom
-    if (with_chroma)
+    if (withChroma)
         reader.Ue();
-    SkipWeights(reader, with_chroma, active_minus1[0] + 1);
-    if (is_b)
-        SkipWeights(reader, with_chroma, active_minus1[1] + 1);
+    SkipWeights(reader, withChroma, active_minus1[0] + 1);
+    if (isB)
+        SkipWeights(reader, withChroma, active_minus1[1] + 1);
 }
 
 }    // namespace

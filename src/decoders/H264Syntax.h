@@ -21,7 +21,7 @@ struct SequenceParameterSet {
     bool delta_pic_order_always_zero_flag = false;
     int32_t offset_for_non_ref_pic = 0;
     int32_t offset_for_top_to_bottom_field = 0;
-    std::vector<int64_t> offset_sums;    // of offset_for_ref_frame, from the first up to each
+    std::vector<int64_t> offsetSums;    // of offset_for_ref_frame, from the first up to each
     uint32_t max_num_ref_frames = 0;
     bool gaps_in_frame_num_value_allowed_flag = false;
     bool frame_mbs_only_flag = true;

@@ -103,8 +103,8 @@ bool ScalingListStands(BitReader& bits, int length) {
     return true;
 }
 
-bool ScalingMatrixStands(BitReader& bits, int large_lists) {
-    for (int i = 0; i < 6 + large_lists; ++i)
+bool ScalingMatrixStands(BitReader& bits, int largeLists) {
+    for (int i = 0; i < 6 + largeLists; ++i)
         if (!ScalingListStands(bits, i < 6 ? 16 : 64))
             return false;
     return true;
@@ -125,22 +125,22 @@ bool H264SequenceStands(BitReader bits, std::bitset<32>& extensible) {
         return true;
     extensible[id] = (profile != 66 && profile != 77 && profile != 88) || (constraints & 0xE0) == 0;
     if (HasChromaFormat(profile)) {
-        const uint64_t chroma_format = Unsigned(bits);
-        if (chroma_format > 3)
+        const uint64_t chromaFormat = Unsigned(bits);
+        if (chromaFormat > 3)
             return true;
-        if (chroma_format == 3)
+        if (chromaFormat == 3)
             bits.SkipBits(1);    // separate planes
         if (Unsigned(bits) > 6 || Unsigned(bits) > 6)
             return true;     // bit depths above 14
         bits.SkipBits(1);    // transform bypass
-        if (bits.Bits(1) != 0 && !ScalingMatrixStands(bits, chroma_format == 3 ? 6 : 2))
+        if (bits.Bits(1) != 0 && !ScalingMatrixStands(bits, chromaFormat == 3 ? 6 : 2))
             return false;
     }
     Unsigned(bits);    // log2 of the greatest frame number
-    const uint64_t order_type = Unsigned(bits);
-    if (order_type == 0) {
+    const uint64_t orderType = Unsigned(bits);
+    if (orderType == 0) {
         Unsigned(bits);
-    } else if (order_type == 1) {
+    } else if (orderType == 1) {
         bits.SkipBits(1);
         Signed(bits);
         Signed(bits);
@@ -149,7 +149,7 @@ bool H264SequenceStands(BitReader bits, std::bitset<32>& extensible) {
             return true;
         for (uint64_t i = 0; i < cycle; ++i)
             Signed(bits);
-    } else if (order_type != 2) {
+    } else if (orderType != 2) {
         return true;
     }
     if (Unsigned(bits) > 16)    // reference frames
@@ -192,21 +192,21 @@ bool HevcSequenceStands(BitReader bits) {
     if (layers > 6)
         return true;              // libavcodec stops reading
     bits.SkipBits(1 + 88 + 8);    // nesting, general profile and level
-    bool has_profile[8] = {};
-    bool has_level[8] = {};
+    bool hasProfile[8] = {};
+    bool hasLevel[8] = {};
     for (unsigned i = 0; i < layers; ++i) {
-        has_profile[i] = bits.Bits(1) != 0;
-        has_level[i] = bits.Bits(1) != 0;
+        hasProfile[i] = bits.Bits(1) != 0;
+        hasLevel[i] = bits.Bits(1) != 0;
     }
     if (layers > 0)
         bits.SkipBits(2 * (8 - layers));
     for (unsigned i = 0; i < layers; ++i)
-        bits.SkipBits((has_profile[i] ? 88 : 0) + (has_level[i] ? 8 : 0));
+        bits.SkipBits((hasProfile[i] ? 88 : 0) + (hasLevel[i] ? 8 : 0));
     const uint64_t id = Unsigned(bits);
-    const uint64_t chroma_format = Unsigned(bits);
-    if (id > 15 || chroma_format > 3)
+    const uint64_t chromaFormat = Unsigned(bits);
+    if (id > 15 || chromaFormat > 3)
         return true;
-    if (chroma_format == 3)
+    if (chromaFormat == 3)
         bits.SkipBits(1);    // separate planes
     const uint64_t width = Unsigned(bits);
     const uint64_t height = Unsigned(bits);
@@ -250,11 +250,11 @@ bool LayerStands(BitReader bits) {
 
 // What a check says of syntax that ends early.
 template <typename Check>
-bool Guarded(Check check, bool when_short) {
+bool Guarded(Check check, bool whenShort) {
     try {
         return check();
     } catch (const std::runtime_error&) {
-        return when_short;
+        return whenShort;
     }
 }
 

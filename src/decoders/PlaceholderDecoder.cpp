@@ -22,15 +22,15 @@ DecoderIsolated_SDK_DMYV::DecoderIsolated_SDK_DMYV(uint32_t width, uint32_t heig
 
 void DecoderIsolated_SDK_DMYV::MakePicture(uint32_t width, uint32_t height, uint32_t stride) {
     m_frame = QMRX::SDK::Utility::FrameReference<Frame>(m_frames.Get());
-    const size_t luma_bytes = size_t{stride} * ((height + 1) & ~1u);
-    if (!m_frame->pixels.Allocate(luma_bytes * 3 / 2))
+    const size_t lumaBytes = size_t{stride} * ((height + 1) & ~1u);
+    if (!m_frame->pixels.Allocate(lumaBytes * 3 / 2))
         throw std::bad_alloc();
     uint8_t* pixels = m_frame->pixels.Data();    // luma is zero already
-    std::memset(pixels + luma_bytes, 128, luma_bytes / 2);
+    std::memset(pixels + lumaBytes, 128, lumaBytes / 2);
     DecodedFrame& picture = m_frame->picture;
     picture.planes[0] = pixels;
-    picture.planes[1] = pixels + luma_bytes;
-    picture.planes[2] = pixels + luma_bytes + luma_bytes / 4;
+    picture.planes[1] = pixels + lumaBytes;
+    picture.planes[2] = pixels + lumaBytes + lumaBytes / 4;
     picture.strides[0] = stride;
     picture.strides[1] = picture.strides[2] = stride / 2;
     picture.width = width;

@@ -43,61 +43,61 @@ DecoderPtr MakeSoftware(uint32_t codec, uint32_t threads) {
 
 // The form of a factory that knows the display adapter, where the plug-in has it, else the older one.
 template <typename NewFactory, typename OldFactory, typename... Arguments>
-DecoderPtr CallEither(NewFactory with_adapter, uint32_t adapter, OldFactory without, Arguments... arguments) {
-    return with_adapter != nullptr ? CallFactory(with_adapter, adapter, arguments...)
-                                   : CallFactory(without, arguments...);
+DecoderPtr CallEither(NewFactory withAdapter, uint32_t adapter, OldFactory without, Arguments... arguments) {
+    return withAdapter != nullptr ? CallFactory(withAdapter, adapter, arguments...)
+                                  : CallFactory(without, arguments...);
 }
 
 // What a plug-in says of its picture is looked at before anything reads the pixels.
 bool Plausible(const DecodedFrame& picture) {
-    const uint64_t chroma_row = (uint64_t{picture.width} + 1) / 2 * (picture.strides[2] == 0 ? 2 : 1);
+    const uint64_t chromaRow = (uint64_t{picture.width} + 1) / 2 * (picture.strides[2] == 0 ? 2 : 1);
     return picture.width > 0 && picture.height > 0 && picture.width <= limits::kMaxPictureSide &&
            picture.height <= limits::kMaxPictureSide &&
            uint64_t{picture.width} * picture.height <= limits::kMaxPicturePixels && picture.planes[0] != nullptr &&
            picture.planes[1] != nullptr && (picture.strides[2] == 0 || picture.planes[2] != nullptr) &&
-           picture.strides[0] >= picture.width && picture.strides[1] >= chroma_row &&
-           (picture.strides[2] == 0 || picture.strides[2] >= chroma_row);
+           picture.strides[0] >= picture.width && picture.strides[1] >= chromaRow &&
+           (picture.strides[2] == 0 || picture.strides[2] >= chromaRow);
 }
 
 }    // namespace
 
 void VideoDecoderHolder::SetH264Kind(uint32_t kind) {
-    MutexLock lock(m_settings_mutex);
+    MutexLock lock(m_settingsMutex);
     m_settings.h264_kind = kind;
 }
 
 void VideoDecoderHolder::SetMpeg4Kind(uint32_t kind) {
-    MutexLock lock(m_settings_mutex);
+    MutexLock lock(m_settingsMutex);
     m_settings.mpeg4_kind = kind;
 }
 
 void VideoDecoderHolder::SetHevcKind(uint32_t kind) {
-    MutexLock lock(m_settings_mutex);
+    MutexLock lock(m_settingsMutex);
     m_settings.hevc_kind = kind;
 }
 
 void VideoDecoderHolder::SetThreads(uint32_t threads) {
-    MutexLock lock(m_settings_mutex);
+    MutexLock lock(m_settingsMutex);
     m_settings.threads = threads;
 }
 
 void VideoDecoderHolder::SetBackwardMemoryMode(uint32_t mode) {
-    MutexLock lock(m_settings_mutex);
+    MutexLock lock(m_settingsMutex);
     m_settings.backward_memory_mode = mode;
 }
 
 void VideoDecoderHolder::SetFallbackAllowed(bool allowed) {
-    MutexLock lock(m_settings_mutex);
+    MutexLock lock(m_settingsMutex);
     m_settings.fallback_allowed = allowed;
 }
 
 void VideoDecoderHolder::SetFactories(const DecoderFactories& factories) {
-    MutexLock lock(m_settings_mutex);
+    MutexLock lock(m_settingsMutex);
     m_settings.factories = factories;
 }
 
 VideoDecoderHolder::Settings VideoDecoderHolder::CopySettings() const {
-    MutexLock lock(m_settings_mutex);
+    MutexLock lock(m_settingsMutex);
     return m_settings;
 }
 
@@ -106,10 +106,10 @@ void VideoDecoderHolder::SetAdapter(uint32_t adapter) {
         return;
     m_adapter = adapter;
     const DecoderFactories factories = CopySettings().factories;
-    const bool depends_on_adapter =
+    const bool dependsOnAdapter =
         (m_active_kind == kKindCuvid && factories.GetDecoderIsolated_CUVID_MP4V_v2 != nullptr) ||
         (m_active_kind == kKindDxva2 && factories.GetDecoderIsolated_DXVA2_v2 != nullptr);
-    if (depends_on_adapter)
+    if (dependsOnAdapter)
         Reset(m_backward);
 }
 

@@ -23,13 +23,13 @@ public:
     VideoDecoderHolder& operator=(const VideoDecoderHolder&) = delete;
 
     // What the next decoder made will use. Kinds: 0 software, 1 CUVID, 2 DXVA2, 3 QuickSync. Threads: 0 for automatic.
-    void SetH264Kind(uint32_t kind) EXCLUDES(m_settings_mutex);
-    void SetMpeg4Kind(uint32_t kind) EXCLUDES(m_settings_mutex);
-    void SetHevcKind(uint32_t kind) EXCLUDES(m_settings_mutex);
-    void SetThreads(uint32_t threads) EXCLUDES(m_settings_mutex);
-    void SetBackwardMemoryMode(uint32_t mode) EXCLUDES(m_settings_mutex);
-    void SetFallbackAllowed(bool allowed) EXCLUDES(m_settings_mutex);
-    void SetFactories(const DecoderFactories& factories) EXCLUDES(m_settings_mutex);
+    void SetH264Kind(uint32_t kind) EXCLUDES(m_settingsMutex);
+    void SetMpeg4Kind(uint32_t kind) EXCLUDES(m_settingsMutex);
+    void SetHevcKind(uint32_t kind) EXCLUDES(m_settingsMutex);
+    void SetThreads(uint32_t threads) EXCLUDES(m_settingsMutex);
+    void SetBackwardMemoryMode(uint32_t mode) EXCLUDES(m_settingsMutex);
+    void SetFallbackAllowed(bool allowed) EXCLUDES(m_settingsMutex);
+    void SetFactories(const DecoderFactories& factories) EXCLUDES(m_settingsMutex);
 
     // Makes or replaces the decoder where `frame` asks for it, and decodes. 0, with *got 0 when this call brought no
     // picture; -1 when there is no decoder (until the next key frame, in forward play) or it failed. Raises
@@ -65,7 +65,7 @@ private:
         bool fallback_allowed = false;
     };
 
-    Settings CopySettings() const EXCLUDES(m_settings_mutex);
+    Settings CopySettings() const EXCLUDES(m_settingsMutex);
     void ChooseDecoder(const MediaFrameImpl& frame);
     DecoderPtr MakeFromPlugin(const Settings& settings, const MediaFrameImpl& frame, uint32_t* kind) const;
     bool FallBack(const MediaFrameImpl& frame);
@@ -74,9 +74,9 @@ private:
     void ApplyFieldMarks(MediaFrameImpl& frame);
     void CarryLensRecord(MediaFrameImpl& frame);
 
-    // Guarded by m_settings_mutex, which is taken last and held for a copy only.
-    mutable Mutex m_settings_mutex;
-    Settings m_settings GUARDED_BY(m_settings_mutex);
+    // Guarded by m_settingsMutex, which is taken last and held for a copy only.
+    mutable Mutex m_settingsMutex;
+    Settings m_settings GUARDED_BY(m_settingsMutex);
 
     // Used by one thread at a time.
     DecoderPtr m_decoder;

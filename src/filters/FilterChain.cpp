@@ -58,7 +58,7 @@ int32_t RunClientFilter(IFilter& filter, FilterArgs& args) noexcept {
 }
 
 bool NeedsSmoothing(const ChainSettings& settings, const MediaFrameImpl& frame) {
-    return settings.deinterlace_enabled && frame.Interlaced();
+    return settings.deinterlaceEnabled && frame.Interlaced();
 }
 
 bool NeedsDeinterlace(const ChainSettings& settings, const MediaFrameImpl& frame) {
@@ -89,11 +89,11 @@ struct Passage {
     Picture current{};    // what the next step reads, of (width, height)
     uint32_t width = 0;
     uint32_t height = 0;
-    Picture destination{};    // of (target_width, target_height)
-    uint32_t target_width = 0;
-    uint32_t target_height = 0;
-    uint32_t dewarped_width = 0;    // asked once, so that a changed answer cannot upset the count of steps
-    uint32_t dewarped_height = 0;
+    Picture destination{};    // of (targetWidth, targetHeight)
+    uint32_t targetWidth = 0;
+    uint32_t targetHeight = 0;
+    uint32_t dewarpedWidth = 0;    // asked once, so that a changed answer cannot upset the count of steps
+    uint32_t dewarpedHeight = 0;
     size_t steps = 0;          // still to take; the last one writes into the destination
     uint32_t exchanges = 0;    // pictures written into D and E so far
 
@@ -102,7 +102,7 @@ struct Passage {
         current = to;
         --steps;
     }
-    bool NeedsResize() const { return width != target_width || height != target_height; }
+    bool NeedsResize() const { return width != targetWidth || height != targetHeight; }
 };
 
 }    // namespace
@@ -119,7 +119,7 @@ struct FilterChain::Parts {
     int32_t ClientFilters(Passage& run);
     int32_t ChangeFormat(Passage& run);
 
-    uint32_t PreferredFormat(const ChainSettings& settings, const MediaFrameImpl& frame, bool decoded_is_i420) const;
+    uint32_t PreferredFormat(const ChainSettings& settings, const MediaFrameImpl& frame, bool decodedIsI420) const;
     void FreeFrom(size_t first) {
         for (size_t i = first; i < kPurposes; ++i)
             scratch[i].Free();
@@ -138,32 +138,32 @@ struct FilterChain::Parts {
 };
 
 uint32_t FilterChain::Parts::PreferredFormat(const ChainSettings& settings, const MediaFrameImpl& frame,
-                                             bool decoded_is_i420) const {
+                                             bool decodedIsI420) const {
     const bool i420 =
-        decoded_is_i420 || NeedsDeinterlace(settings, frame) || dewarp != nullptr || !settings.client_filters.empty();
+        decodedIsI420 || NeedsDeinterlace(settings, frame) || dewarp != nullptr || !settings.clientFilters.empty();
     return i420 ? uint32_t{PF_I420} : uint32_t{PF_NV12};
 }
 
 int32_t FilterChain::Parts::CountSteps(Passage& run) {
-    run.dewarped_width = run.width;
-    run.dewarped_height = run.height;
+    run.dewarpedWidth = run.width;
+    run.dewarpedHeight = run.height;
     if (dewarp != nullptr) {
-        const int32_t result = dewarp->Query(run.width, run.height, &run.dewarped_width, &run.dewarped_height);
+        const int32_t result = dewarp->Query(run.width, run.height, &run.dewarpedWidth, &run.dewarpedHeight);
         if (result < 0)
             return result;
         ++run.steps;
     }
     run.steps += NeedsDeinterlace(run.settings, run.frame) ? 1 : 0;
-    run.steps += run.dewarped_width != run.target_width || run.dewarped_height != run.target_height ? 1 : 0;
-    run.steps += run.settings.client_filters.size();
+    run.steps += run.dewarpedWidth != run.targetWidth || run.dewarpedHeight != run.targetHeight ? 1 : 0;
+    run.steps += run.settings.clientFilters.size();
     return kGoOn;
 }
 
 // Nothing but a resize can be done in NV12: then the picture stays as it is.
 int32_t FilterChain::Parts::ConvertInput(Passage& run) {
-    const bool convert_first =
+    const bool convertFirst =
         run.current.format == PF_NV12 && run.steps > 0 && PreferredFormat(run.settings, run.frame, false) == PF_I420;
-    if (!convert_first) {
+    if (!convertFirst) {
         scratch[A_Converted].Free();
     } else {
         if (!scratch[A_Converted].Ensure(run.width, run.height, PF_I420))
@@ -205,14 +205,14 @@ int32_t FilterChain::Parts::Dewarp(Passage& run) {
     const bool last = run.steps == 1;
     if (last)
         FreeFrom(C_Dewarped);
-    else if (!scratch[C_Dewarped].Ensure(run.dewarped_width, run.dewarped_height, run.current.format))
+    else if (!scratch[C_Dewarped].Ensure(run.dewarpedWidth, run.dewarpedHeight, run.current.format))
         return -1;
     Picture& to = last ? run.destination : scratch[C_Dewarped].Get();
-    if (dewarp->Process(run.Args(to), run.dewarped_width, run.dewarped_height) < 0)
+    if (dewarp->Process(run.Args(to), run.dewarpedWidth, run.dewarpedHeight) < 0)
         return -1;
     run.Advance(to);
-    run.width = run.dewarped_width;
-    run.height = run.dewarped_height;
+    run.width = run.dewarpedWidth;
+    run.height = run.dewarpedHeight;
     return last ? kReachedDestination : kGoOn;
 }
 
@@ -224,23 +224,23 @@ int32_t FilterChain::Parts::Resize(Passage& run) {
     const bool last = run.steps == 1;
     if (last)
         FreeFrom(D_Exchange);
-    else if (!scratch[D_Exchange].Ensure(run.target_width, run.target_height, run.current.format))
+    else if (!scratch[D_Exchange].Ensure(run.targetWidth, run.targetHeight, run.current.format))
         return -1;
     Picture& to = last ? run.destination : scratch[D_Exchange].Get();
-    resize.SetType(run.settings.resize_type);
-    resize.SetSize(run.target_width, run.target_height);
+    resize.SetType(run.settings.resizeType);
+    resize.SetSize(run.targetWidth, run.targetHeight);
     FilterArgs args = run.Args(to);
     if (resize.Process(&args) < 0)
         return -1;
     run.Advance(to);
-    run.width = run.target_width;
-    run.height = run.target_height;
+    run.width = run.targetWidth;
+    run.height = run.targetHeight;
     ++run.exchanges;
     return last ? kReachedDestination : kGoOn;
 }
 
 int32_t FilterChain::Parts::ClientFilters(Passage& run) {
-    for (IFilter* filter : run.settings.client_filters) {
+    for (IFilter* filter : run.settings.clientFilters) {
         const bool last = run.steps == 1;
         if (last)
             FreeUnusedExchanges(run);
@@ -295,8 +295,8 @@ int32_t FilterChain::Run(const ChainSettings& settings, const MediaFrameImpl& fr
         return -1;
     run.width = decoded.width;
     run.height = decoded.height;
-    run.target_width = width;
-    run.target_height = height;
+    run.targetWidth = width;
+    run.targetHeight = height;
     FillPicture(run.destination, buffer, stride, height, format);
 
     int32_t result = m_parts->CountSteps(run);

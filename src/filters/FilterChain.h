@@ -19,9 +19,9 @@
 namespace corvane {
 
 struct ChainSettings {
-    std::vector<QMRX::Filter::IFilter*> client_filters;    // in order of insertion; owned by the client
-    bool deinterlace_enabled = false;
-    uint32_t resize_type = 0;    // 0 nearest, 1 linear, 2 cubic, 3 Lanczos
+    std::vector<QMRX::Filter::IFilter*> clientFilters;    // in order of insertion; owned by the client
+    bool deinterlaceEnabled = false;
+    uint32_t resizeType = 0;    // 0 nearest, 1 linear, 2 cubic, 3 Lanczos
 };
 
 class FilterChain {
@@ -30,7 +30,8 @@ public:
     ~FilterChain();
 
     // The format that needs the fewest steps: PF_I420 or PF_NV12.
-    uint32_t PreferredFormat(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded) const;
+    uint32_t PreferredFormat(const ChainSettings& settings, const MediaFrameImpl& frame,
+                             const DecodedFrame& decoded) const;
 
     // Makes, updates or drops the dewarp stage. Before Run, for each frame.
     void UpdateDewarp(const MediaFrameImpl& frame);
@@ -38,10 +39,10 @@ public:
     // Replaces the size by that of the dewarp stage, where there is one. Negative on failure, the size then unchanged.
     int32_t OutputSize(uint32_t* width, uint32_t* height);
 
-    // Writes `decoded` into `buffer`, laid out as FillPicture says for (stride, height, format). Negative on failure; the
-    // buffer then shows whatever it held, or a picture with its odd last row or column unwritten.
-    int32_t Run(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded, uint8_t* buffer,
-                uint32_t stride, uint32_t format, uint32_t width, uint32_t height);
+    // Writes `decoded` into `buffer`, laid out as FillPicture says for (stride, height, format). Negative on failure;
+    // the buffer then shows whatever it held, or a picture with its odd last row or column unwritten.
+    int32_t Run(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
+                uint8_t* buffer, uint32_t stride, uint32_t format, uint32_t width, uint32_t height);
 
     // Bytes of scratch memory now held.
     size_t ScratchBytes() const;
@@ -54,7 +55,8 @@ private:
 // Lays a picture out over a block of memory. PF_YV12 becomes PF_I420 with exchanged plane pointers.
 void FillPicture(QMRX::Filter::Picture& picture, uint8_t* buffer, uint32_t stride, uint32_t height, uint32_t format);
 
-// Row bytes and whole size of a picture that this library allocates. 0 for an unknown format or a size beyond the limits.
+// Row bytes and whole size of a picture that this library allocates. 0 for an unknown format or a size beyond the
+// limits.
 uint32_t RowBytes(uint32_t format, uint32_t width);
 uint64_t PictureBytes(uint32_t format, uint32_t width, uint32_t height);
 

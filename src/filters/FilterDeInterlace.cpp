@@ -14,10 +14,10 @@ constexpr uint32_t kCenterWeight = 128;
 
 int32_t Weave(const Picture& from, const Picture& to, uint32_t width, uint32_t height) {
     for (int plane = 0; plane < 3; ++plane) {
-        const uint32_t plane_width = plane == 0 ? width : width / 2;
-        const uint32_t field_rows = plane == 0 ? height / 2 : height / 2 / 2;
-        if (kernels::WeavePlane(from.plane[plane], from.stride[plane], to.plane[plane], to.stride[plane], plane_width,
-                                field_rows) != 0)
+        const uint32_t planeWidth = plane == 0 ? width : width / 2;
+        const uint32_t fieldRows = plane == 0 ? height / 2 : height / 2 / 2;
+        if (kernels::WeavePlane(from.plane[plane], from.stride[plane], to.plane[plane], to.stride[plane], planeWidth,
+                                fieldRows) != 0)
             return -1;
     }
     return 0;
@@ -56,19 +56,19 @@ int32_t FilterDeInterlace::Process(FilterArgs* args) {
         return Smooth(*args->source, *args->destination, args->width, args->height);
 
     const size_t stride = (size_t{args->width} + 63) & ~size_t{63};
-    if (!m_woven || m_woven_stride != stride || m_woven_height != args->height) {
+    if (!m_woven || m_wovenStride != stride || m_wovenHeight != args->height) {
         using corvane::limits::kMaxPictureSide;
         if (args->width > kMaxPictureSide || args->height > kMaxPictureSide ||
             !m_woven.Allocate(stride * args->height * 3 / 2))
             return static_cast<int32_t>(Status_OutOfMemory);
-        m_woven_stride = static_cast<uint32_t>(stride);
-        m_woven_height = args->height;
+        m_wovenStride = static_cast<uint32_t>(stride);
+        m_wovenHeight = args->height;
     }
     Picture woven{};
-    const size_t luma_size = stride * args->height;
+    const size_t lumaSize = stride * args->height;
     woven.plane[0] = m_woven.Data();
-    woven.plane[1] = woven.plane[0] + luma_size;
-    woven.plane[2] = woven.plane[1] + luma_size / 4;
+    woven.plane[1] = woven.plane[0] + lumaSize;
+    woven.plane[2] = woven.plane[1] + lumaSize / 4;
     woven.stride[0] = static_cast<int32_t>(stride);
     woven.stride[1] = woven.stride[2] = woven.stride[0] / 2;
     woven.height = args->height;

@@ -21,8 +21,8 @@ private:
     bool m_weave = false;
     bool m_smooth = false;
     corvane::AlignedBuffer m_woven;    // I420, used when both switches are on
-    uint32_t m_woven_stride = 0;
-    uint32_t m_woven_height = 0;
+    uint32_t m_wovenStride = 0;
+    uint32_t m_wovenHeight = 0;
 };
 
 }    // namespace QMRX::Filter

@@ -18,10 +18,10 @@ kernels::Source420 SourceOf(const Picture& picture) {
             picture.stride[0], picture.stride[1], picture.stride[2]};
 }
 
-int32_t ToRgb(const FilterArgs& args, kernels::RgbLayout layout, bool bottom_up) {
+int32_t ToRgb(const FilterArgs& args, kernels::RgbLayout layout, bool bottomUp) {
     uint8_t* first = args.destination->plane[0];
     ptrdiff_t step = args.destination->stride[0];
-    if (bottom_up && first != nullptr && args.height > 0) {
+    if (bottomUp && first != nullptr && args.height > 0) {
         first += (static_cast<ptrdiff_t>(args.height) - 1) * step;
         step = -step;
     }
@@ -38,33 +38,33 @@ int32_t ToRgb16(const FilterArgs& args, kernels::Rgb16Layout layout) {
 int32_t ToAnyRgb(const FilterArgs& args) {
     switch (args.destination->format) {
     case PF_RGB555:
-        return ToRgb16(args, {.green_bits = 5, .red_high = true});
+        return ToRgb16(args, {.greenBits = 5, .redHigh = true});
     case PF_BGR555:
-        return ToRgb16(args, {.green_bits = 5, .red_high = false});
+        return ToRgb16(args, {.greenBits = 5, .redHigh = false});
     case PF_RGB565:
-        return ToRgb16(args, {.green_bits = 6, .red_high = true});
+        return ToRgb16(args, {.greenBits = 6, .redHigh = true});
     case PF_BGR565:
-        return ToRgb16(args, {.green_bits = 6, .red_high = false});
+        return ToRgb16(args, {.greenBits = 6, .redHigh = false});
     case PF_BGR24:
-        return ToRgb(args, {.bytes = 3, .red_first = false}, false);
+        return ToRgb(args, {.bytes = 3, .redFirst = false}, false);
     case PF_BGR24_FLIP:
-        return ToRgb(args, {.bytes = 3, .red_first = false}, true);
+        return ToRgb(args, {.bytes = 3, .redFirst = false}, true);
     case PF_RGB24:
-        return ToRgb(args, {.bytes = 3, .red_first = true}, false);
+        return ToRgb(args, {.bytes = 3, .redFirst = true}, false);
     case PF_BGRA32:
-        return ToRgb(args, {.bytes = 4, .red_first = false}, false);
+        return ToRgb(args, {.bytes = 4, .redFirst = false}, false);
     case PF_BGRA32_FLIP:
-        return ToRgb(args, {.bytes = 4, .red_first = false}, true);
+        return ToRgb(args, {.bytes = 4, .redFirst = false}, true);
     case PF_RGBA32:
-        return ToRgb(args, {.bytes = 4, .red_first = true}, false);
+        return ToRgb(args, {.bytes = 4, .redFirst = true}, false);
     default:
         return -1;
     }
 }
 
-int32_t CopyPlane(const Picture& from, int from_plane, const Picture& to, int to_plane, uint32_t width, uint32_t height,
+int32_t CopyPlane(const Picture& from, int fromPlane, const Picture& to, int toPlane, uint32_t width, uint32_t height,
                   uint32_t mode) {
-    return kernels::PlaneCopy(from.plane[from_plane], from.stride[from_plane], to.plane[to_plane], to.stride[to_plane],
+    return kernels::PlaneCopy(from.plane[fromPlane], from.stride[fromPlane], to.plane[toPlane], to.stride[toPlane],
                               width, height, mode);
 }
 
@@ -74,12 +74,12 @@ int32_t FromI420(const FilterArgs& args) {
     switch (to.format) {
     case PF_I420:
     case PF_YV12: {
-        const int u_plane = to.format == PF_I420 ? 1 : 2;
+        const int uPlane = to.format == PF_I420 ? 1 : 2;
         constexpr uint32_t kMode = kernels::kCopyStreamingStores;
         if (CopyPlane(from, 0, to, 0, args.width, args.height, kMode) != 0 ||
-            CopyPlane(from, 1, to, u_plane, args.width / 2, args.height / 2, kMode) != 0)
+            CopyPlane(from, 1, to, uPlane, args.width / 2, args.height / 2, kMode) != 0)
             return -1;
-        return CopyPlane(from, 2, to, 3 - u_plane, args.width / 2, args.height / 2, kMode);
+        return CopyPlane(from, 2, to, 3 - uPlane, args.width / 2, args.height / 2, kMode);
     }
     case PF_NV12:
         return kernels::I420ToNV12(from.plane[0], from.stride[0], from.plane[1], from.stride[1], from.plane[2],
@@ -108,10 +108,10 @@ int32_t FromNV12(const FilterArgs& args) {
     }
     case PF_I420:
     case PF_YV12: {
-        const int u_plane = to.format == PF_I420 ? 1 : 2;
+        const int uPlane = to.format == PF_I420 ? 1 : 2;
         return kernels::NV12ToI420(from.plane[0], from.stride[0], from.plane[1], from.stride[1], to.plane[0],
-                                   to.stride[0], to.plane[u_plane], to.stride[u_plane], to.plane[3 - u_plane],
-                                   to.stride[3 - u_plane], args.width, args.height);
+                                   to.stride[0], to.plane[uPlane], to.stride[uPlane], to.plane[3 - uPlane],
+                                   to.stride[3 - uPlane], args.width, args.height);
     }
     case PF_YUY2:
         return kernels::NV12ToYUY2(from.plane[0], from.stride[0], from.plane[1], from.stride[1], to.plane[0],

@@ -8,8 +8,8 @@ namespace QMRX::Filter {
 
 class FilterPixelFormatChange final : public IFilter {
 public:
-    // From PF_I420 or PF_NV12 to any format of corvane.h. 0; -1 for a pair that is not offered, without memory, and when
-    // an odd last row or column of a 24 or 32 bit picture stays unwritten.
+    // From PF_I420 or PF_NV12 to any format of corvane.h. 0; -1 for a pair that is not offered, without memory, and
+    // when an odd last row or column of a 24 or 32 bit picture stays unwritten.
     int32_t Process(FilterArgs* args) override;
 };
 

@@ -37,20 +37,20 @@ private:
     int32_t Scale(const FilterArgs& args, uint32_t width, uint32_t height, AVPixelFormat format) {
         if (corvane::failure::MustFail(corvane::failure::Site::PlatformCall))
             return -1;
-        const auto source_height = static_cast<int>(args.height);
-        m_context = sws_getCachedContext(m_context, static_cast<int>(args.width), source_height, format,
-                                         static_cast<int>(width), static_cast<int>(height), format, kFlag, nullptr,
-                                         nullptr, nullptr);
+        const auto sourceHeight = static_cast<int>(args.height);
+        m_context =
+            sws_getCachedContext(m_context, static_cast<int>(args.width), sourceHeight, format, static_cast<int>(width),
+                                 static_cast<int>(height), format, kFlag, nullptr, nullptr, nullptr);
         if (m_context == nullptr)
             return -1;
         // The scaler looks at four planes of each side.
         const Picture& from = *args.source;
         const Picture& to = *args.destination;
         const uint8_t* const source[4] = {from.plane[0], from.plane[1], from.plane[2], nullptr};
-        const int source_stride[4] = {from.stride[0], from.stride[1], from.stride[2], 0};
+        const int sourceStride[4] = {from.stride[0], from.stride[1], from.stride[2], 0};
         uint8_t* const target[4] = {to.plane[0], to.plane[1], to.plane[2], nullptr};
-        const int target_stride[4] = {to.stride[0], to.stride[1], to.stride[2], 0};
-        return sws_scale(m_context, source, source_stride, 0, source_height, target, target_stride) < 0 ? -1 : 0;
+        const int targetStride[4] = {to.stride[0], to.stride[1], to.stride[2], 0};
+        return sws_scale(m_context, source, sourceStride, 0, sourceHeight, target, targetStride) < 0 ? -1 : 0;
     }
 
     SwsContext* m_context = nullptr;
@@ -101,12 +101,12 @@ bool MakeCopy(corvane::AlignedBuffer& memory, uint32_t width, uint32_t height, u
 
 // Copies the luma rows and the height / 2 chroma rows.
 void CopyPlanes(const Picture& from, const Picture& to, uint32_t width, uint32_t height) {
-    const size_t chroma_row = (size_t{width} + 1) / 2 * (from.format == PF_NV12 ? 2 : 1);
+    const size_t chromaRow = (size_t{width} + 1) / 2 * (from.format == PF_NV12 ? 2 : 1);
     for (int i = 0; i < 3 && from.plane[i] != nullptr; ++i) {
         const auto fits = static_cast<size_t>(std::min(from.stride[i], to.stride[i]));
-        const size_t row_bytes = std::min(i == 0 ? size_t{width} : chroma_row, fits);
+        const size_t rowBytes = std::min(i == 0 ? size_t{width} : chromaRow, fits);
         for (ptrdiff_t row = 0; row < static_cast<ptrdiff_t>(i == 0 ? height : height / 2); ++row)
-            std::memcpy(to.plane[i] + row * to.stride[i], from.plane[i] + row * from.stride[i], row_bytes);
+            std::memcpy(to.plane[i] + row * to.stride[i], from.plane[i] + row * from.stride[i], rowBytes);
     }
 }
 
@@ -164,8 +164,8 @@ int32_t FilterResize::Process(FilterArgs* args) {
             RepeatLastChromaRow(source, args->height);
     }
     Picture target = *args->destination;
-    const bool target_fits = FitsScaler(target, m_height);
-    if (target_fits)
+    const bool targetFits = FitsScaler(target, m_height);
+    if (targetFits)
         m_target.Free();
     else if (!MakeCopy(m_target, m_width, m_height, format, target))
         return -1;
@@ -175,7 +175,7 @@ int32_t FilterResize::Process(FilterArgs* args) {
         format == PF_I420 ? m_impl->ScaleI420(scaled, m_width, m_height) : m_impl->ScaleNV12(scaled, m_width, m_height);
     if (result < 0)
         return -1;
-    if (!target_fits)
+    if (!targetFits)
         CopyPlanes(target, *args->destination, m_width, m_height);
     return 0;
 }

@@ -42,17 +42,17 @@ bool IsPlanar(uint32_t format) {
 
 void FillPicture(QMRX::Filter::Picture& picture, uint8_t* buffer, uint32_t stride, uint32_t height, uint32_t format) {
     const auto row = static_cast<int32_t>(stride);
-    const size_t luma_size = size_t{stride} * height;
+    const size_t lumaSize = size_t{stride} * height;
     picture = {{buffer, nullptr, nullptr}, {row, 0, 0}, height, format};
     if (!IsPlanar(format))
         return;
-    uint8_t* const chroma = buffer + luma_size;
+    uint8_t* const chroma = buffer + lumaSize;
     if (format == PF_NV12) {
         picture.plane[1] = chroma;
         picture.stride[1] = row;
         return;
     }
-    uint8_t* const second = chroma + luma_size / 4;
+    uint8_t* const second = chroma + lumaSize / 4;
     picture.plane[1] = format == PF_I420 ? chroma : second;
     picture.plane[2] = format == PF_I420 ? second : chroma;
     picture.stride[1] = picture.stride[2] = row / 2;

@@ -37,28 +37,28 @@ void RotatePlane(const kernels::ConstImage& source, const kernels::MutableImage&
         return;
     auto rotation = kernels::Rotation::About(angle, source.width / 2.0, source.height / 2.0);
     const kernels::RotationBounds bounds = kernels::BoundsOf(rotation, source.width, source.height);
-    rotation.shift_x -= bounds.min_x;
-    rotation.shift_y -= bounds.min_y;
+    rotation.shiftX -= bounds.minX;
+    rotation.shiftY -= bounds.minY;
     kernels::RotateBilinear(source, destination, channels, rotation);
 }
 
 }    // namespace
 
-RotateFilter::RotateFilter(double angle_degrees) : m_angle(-angle_degrees) {}
+RotateFilter::RotateFilter(double angleDegrees) : m_angle(-angleDegrees) {}
 
-void RotateFilter::SetAngle(double angle_degrees) {
-    m_angle = -angle_degrees;
+void RotateFilter::SetAngle(double angleDegrees) {
+    m_angle = -angleDegrees;
 }
 
-void RotateFilter::OutputSize(uint32_t width, uint32_t height, uint32_t* out_width, uint32_t* out_height) const {
-    *out_width = 0;
-    *out_height = 0;
+void RotateFilter::OutputSize(uint32_t width, uint32_t height, uint32_t* outWidth, uint32_t* outHeight) const {
+    *outWidth = 0;
+    *outHeight = 0;
     if (width == 0 || height == 0 || width > limits::kMaxPictureSide || height > limits::kMaxPictureSide)
         return;
     const auto rotation = kernels::Rotation::About(m_angle, width / 2.0, height / 2.0);
     const kernels::RotationBounds bounds = kernels::BoundsOf(rotation, width, height);
-    *out_width = Side(bounds.min_x, bounds.max_x);
-    *out_height = Side(bounds.min_y, bounds.max_y);
+    *outWidth = Side(bounds.minX, bounds.maxX);
+    *outHeight = Side(bounds.minY, bounds.maxY);
 }
 
 int32_t RotateFilter::Allocate(uint32_t width, uint32_t height, uint32_t format, uint8_t** buffer, uint32_t* stride) {
@@ -66,11 +66,11 @@ int32_t RotateFilter::Allocate(uint32_t width, uint32_t height, uint32_t format,
         height > limits::kMaxPictureSide || uint64_t{width} * height > limits::kMaxPicturePixels)
         return -1;
     if (!m_buffer || m_width != width || m_height != height || m_format != format) {
-        const uint32_t row_bytes = IsPlanar(format) ? (width + 63) & ~63u : ((24 * width + 31) >> 3) & ~3u;
-        const size_t size = size_t{row_bytes} * height;
+        const uint32_t rowBytes = IsPlanar(format) ? (width + 63) & ~63u : ((24 * width + 31) >> 3) & ~3u;
+        const size_t size = size_t{rowBytes} * height;
         if (!m_buffer.Allocate(IsPlanar(format) ? size * 3 / 2 : size))
             return -1;
-        m_stride = row_bytes;
+        m_stride = rowBytes;
         m_width = width;
         m_height = height;
         m_format = format;
@@ -80,27 +80,26 @@ int32_t RotateFilter::Allocate(uint32_t width, uint32_t height, uint32_t format,
     return 0;
 }
 
-void RotateFilter::Rotate(uint8_t* destination, uint32_t stride, uint32_t format, uint32_t out_width,
-                          uint32_t out_height) {
+void RotateFilter::Rotate(uint8_t* destination, uint32_t stride, uint32_t format, uint32_t outWidth,
+                          uint32_t outHeight) {
     if (!m_buffer || format != m_format || destination == nullptr)
         return;
     // Bottom-up rows mirror the picture, and with it the sense of the angle.
     const double angle = format == PF_BGR24_FLIP ? -m_angle : m_angle;
     if (IsRgb24(format)) {
-        RotatePlane({m_buffer.Data(), m_stride, m_width, m_height}, {destination, stride, out_width, out_height}, 3,
+        RotatePlane({m_buffer.Data(), m_stride, m_width, m_height}, {destination, stride, outWidth, outHeight}, 3,
                     angle, 0);
         return;
     }
-    RotatePlane({m_buffer.Data(), m_stride, m_width, m_height}, {destination, stride, out_width, out_height}, 1, angle,
+    RotatePlane({m_buffer.Data(), m_stride, m_width, m_height}, {destination, stride, outWidth, outHeight}, 1, angle,
                 0);
-    const size_t source_luma = size_t{m_stride} * m_height;
-    const size_t destination_luma = size_t{stride} * out_height;
+    const size_t sourceLuma = size_t{m_stride} * m_height;
+    const size_t destinationLuma = size_t{stride} * outHeight;
     for (size_t plane = 0; plane < 2; ++plane) {
         RotatePlane(
-            {m_buffer.Data() + source_luma + plane * (source_luma / 4), m_stride / 2, m_width / 2, m_height / 2},
-            {destination + destination_luma + plane * (destination_luma / 4), stride / 2, out_width / 2,
-             out_height / 2},
-            1, angle, 128);
+            {m_buffer.Data() + sourceLuma + plane * (sourceLuma / 4), m_stride / 2, m_width / 2, m_height / 2},
+            {destination + destinationLuma + plane * (destinationLuma / 4), stride / 2, outWidth / 2, outHeight / 2}, 1,
+            angle, 128);
     }
 }
 

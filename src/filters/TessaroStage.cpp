@@ -16,7 +16,7 @@ struct TessaroStage::Object {
         void (*release)(Object*);
         int32_t (*update)(Object*, const LensRecord* record);
         void (*unused[2])(Object*);
-        int32_t (*query)(Object*, uint32_t width, uint32_t height, uint32_t* out_width, uint32_t* out_height);
+        int32_t (*query)(Object*, uint32_t width, uint32_t height, uint32_t* outWidth, uint32_t* outHeight);
         int32_t (*process)(Object*, const TessaroImage* input, TessaroImage* output);
         void (*end_frame)(Object*);
     };
@@ -88,23 +88,23 @@ void TessaroStage::Update(const LensRecord& record) noexcept {
     Guarded([&] { return m_object->table->update(m_object, &record); });
 }
 
-int32_t TessaroStage::Query(uint32_t width, uint32_t height, uint32_t* out_width, uint32_t* out_height) noexcept {
-    uint32_t new_width = width;
-    uint32_t new_height = height;
+int32_t TessaroStage::Query(uint32_t width, uint32_t height, uint32_t* outWidth, uint32_t* outHeight) noexcept {
+    uint32_t newWidth = width;
+    uint32_t newHeight = height;
     const int32_t result =
-        Guarded([&] { return m_object->table->query(m_object, width, height, &new_width, &new_height); });
+        Guarded([&] { return m_object->table->query(m_object, width, height, &newWidth, &newHeight); });
     if (result < 0)
         return result;
-    if (PictureBytes(PF_I420, new_width, new_height) == 0)
+    if (PictureBytes(PF_I420, newWidth, newHeight) == 0)
         return -1;
-    *out_width = new_width;
-    *out_height = new_height;
+    *outWidth = newWidth;
+    *outHeight = newHeight;
     return 0;
 }
 
-int32_t TessaroStage::Process(const QMRX::Filter::FilterArgs& args, uint32_t out_width, uint32_t out_height) noexcept {
+int32_t TessaroStage::Process(const QMRX::Filter::FilterArgs& args, uint32_t outWidth, uint32_t outHeight) noexcept {
     const TessaroImage input = ImageOf(*args.source, args.width, args.height);
-    TessaroImage output = ImageOf(*args.destination, out_width, out_height);
+    TessaroImage output = ImageOf(*args.destination, outWidth, outHeight);
     const int32_t result = Guarded([&] { return m_object->table->process(m_object, &input, &output); });
     const int32_t ended = Guarded([&] { return m_object->table->end_frame(m_object), 0; });
     return result < 0 ? result : ended;

@@ -37,11 +37,11 @@ public:
 
     // Size in pixels of what becomes of a picture of (width, height). Negative on failure, which an exception and a
     // size beyond the limits are too; the results are then untouched.
-    int32_t Query(uint32_t width, uint32_t height, uint32_t* out_width, uint32_t* out_height) noexcept;
+    int32_t Query(uint32_t width, uint32_t height, uint32_t* outWidth, uint32_t* outHeight) noexcept;
 
-    // One picture of (width, height) into one of (out_width, out_height) of the same format, and the end of the frame.
+    // One picture of (width, height) into one of (outWidth, outHeight) of the same format, and the end of the frame.
     // Negative on failure, which an exception is too.
-    int32_t Process(const QMRX::Filter::FilterArgs& args, uint32_t out_width, uint32_t out_height) noexcept;
+    int32_t Process(const QMRX::Filter::FilterArgs& args, uint32_t outWidth, uint32_t outHeight) noexcept;
 
 private:
     struct Object;

@@ -28,10 +28,10 @@ public:
             throw std::runtime_error("end of stream");
         uint64_t value = 0;
         for (uint64_t at = m_position; count > 0;) {
-            const unsigned in_byte = 8 - static_cast<unsigned>(at & 7);
-            const unsigned take = std::min(in_byte, count);
+            const unsigned inByte = 8 - static_cast<unsigned>(at & 7);
+            const unsigned take = std::min(inByte, count);
             const unsigned byte = m_data[at >> 3];
-            value = value << take | ((byte >> (in_byte - take)) & ((1u << take) - 1));
+            value = value << take | ((byte >> (inByte - take)) & ((1u << take) - 1));
             at += take;
             count -= take;
         }

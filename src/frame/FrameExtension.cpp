@@ -74,37 +74,37 @@ struct LensExtra {
 
 void StoreLensExtra(const LensExtra& extra, FrameExtension& out) {
     if (auto* fisheye = std::get_if<FisheyeCalibration>(&out.record); fisheye != nullptr && extra.given)
-        std::memcpy(fisheye->lens_extra, extra.words, sizeof extra.words);
+        std::memcpy(fisheye->lensExtra, extra.words, sizeof extra.words);
 }
 
 FisheyeCalibration ReadFisheye(BitReader& reader, const MediaFrameHeader& header) {
     FisheyeCalibration fisheye;
-    fisheye.center_x = reader.U16();
-    fisheye.center_y = reader.U16();
+    fisheye.centerX = reader.U16();
+    fisheye.centerY = reader.U16();
     fisheye.radius = reader.U16();
-    fisheye.lens_id = reader.U8();
-    fisheye.lens_kind = reader.U8();
+    fisheye.lensId = reader.U8();
+    fisheye.lensKind = reader.U8();
     if (header.captureWidth == 1920 && header.captureHeight == 1080)
-        fisheye.mount_flag = 1;
+        fisheye.mountFlag = 1;
     else
-        fisheye.mount_flag = fisheye.lens_kind == 3 ? 2 : 0;
+        fisheye.mountFlag = fisheye.lensKind == 3 ? 2 : 0;
     return fisheye;
 }
 
 SensorLayout ReadSensors(BitReader& reader) {
     SensorLayout layout;
     layout.model = reader.U8();
-    layout.sensor_count = reader.U8();
+    layout.sensorCount = reader.U8();
     layout.width = reader.U16();
     layout.height = reader.U16();
-    for (unsigned i = 0; i < layout.sensor_count; ++i) {
+    for (unsigned i = 0; i < layout.sensorCount; ++i) {
         SensorLayout::Crop crop;
         crop.x = reader.U16();
         crop.y = reader.U16();
         crop.width = reader.U16();
         crop.height = reader.U16();
-        if (i < std::size(layout.sensor_crop))
-            layout.sensor_crop[i] = crop;
+        if (i < std::size(layout.sensorCrop))
+            layout.sensorCrop[i] = crop;
     }
     return layout;
 }
@@ -141,9 +141,9 @@ void ReadBlob(BitReader& reader, uint64_t length, FrameExtension& out) {
     if (length > reader.BitsLeft() / 8)    // before a stated length allocates anything
         throw std::runtime_error("end of stream");
     out.blob.reset();
-    out.blob_length = 0;
+    out.blobLength = 0;
     out.blob = std::make_unique<uint8_t[]>(length);
-    out.blob_length = static_cast<uint32_t>(length);
+    out.blobLength = static_cast<uint32_t>(length);
     if (length > 0)
         std::memcpy(out.blob.get(), reader.Bytes(), length);
     reader.SkipBytes(length);
@@ -175,7 +175,7 @@ void ReadHeaderEntry(BitReader& reader, uint64_t tag, const MediaFrameHeader& he
         break;
     case 230:
     case 231:
-        out.field_coded = tag == 231;
+        out.fieldCoded = tag == 231;
         break;
     default:
         break;
@@ -185,24 +185,24 @@ void ReadHeaderEntry(BitReader& reader, uint64_t tag, const MediaFrameHeader& he
 void ReadPacketEntry(BitReader& reader, const Entry& entry, FrameExtension& out) {
     switch (entry.tag) {
     case 96:
-        out.base_time = ReadTime(reader);
+        out.baseTime = ReadTime(reader);
         break;
     case 97:
-        out.present_time = ReadTime(reader);
-        out.present_time_given = true;
+        out.presentTime = ReadTime(reader);
+        out.presentTimeGiven = true;
         break;
     case 104:
-        out.not_for_display = (reader.U8() & 1) != 0;
+        out.notForDisplay = (reader.U8() & 1) != 0;
         break;
     case 105:
-        out.vendor_tag = ReadCharacters(reader);
+        out.vendorTag = ReadCharacters(reader);
         break;
     case 106:
-        out.vendor_subtype = ReadCharacters(reader);
+        out.vendorSubtype = ReadCharacters(reader);
         break;
     case 107:
-        out.decoded_width = reader.U16();
-        out.decoded_height = reader.U16();
+        out.decodedWidth = reader.U16();
+        out.decodedHeight = reader.U16();
         break;
     case 108:
         ReadBlob(reader, entry.length, out);
@@ -215,16 +215,16 @@ void ReadPacketEntry(BitReader& reader, const Entry& entry, FrameExtension& out)
 }    // namespace
 
 void ParseHeaderExtension(const MediaFrameHeader& header, FrameExtension& out) {
-    const StreamClass stream_class = ClassOf(header.streamType);
-    if (stream_class != StreamClass::Video && stream_class != StreamClass::Placeholder)
+    const StreamClass streamClass = ClassOf(header.streamType);
+    if (streamClass != StreamClass::Video && streamClass != StreamClass::Placeholder)
         return;
     if (header.headerSize < kItemArea || (header.data[kFlagsByte] & kItemsPresent) == 0)
         return;
-    const uint32_t area_size = header.data[kItemCountByte] * 4u;
-    if (area_size > header.headerSize - kItemArea)
+    const uint32_t areaSize = header.data[kItemCountByte] * 4u;
+    if (areaSize > header.headerSize - kItemArea)
         throw std::runtime_error("end of stream");
 
-    BitReader reader(header.data + kItemArea, area_size);
+    BitReader reader(header.data + kItemArea, areaSize);
     for (int field = 0; field < 3; ++field) {    // optional fields that nothing here uses
         if (reader.Bits(1) != 0)
             reader.SkipBits(48);
@@ -239,8 +239,8 @@ void ParseHeaderExtension(const MediaFrameHeader& header, FrameExtension& out) {
 }
 
 void ParsePacketExtension(const MediaFrameHeader& header, FrameExtension& out) {
-    out.decoded_width = header.pictureWidth;
-    out.decoded_height = header.pictureHeight;
+    out.decodedWidth = header.pictureWidth;
+    out.decodedHeight = header.pictureHeight;
     if (header.extension == nullptr || header.extensionSize <= kPacketPrefix)
         return;
     BitReader reader(header.extension + kPacketPrefix, header.extensionSize - kPacketPrefix);

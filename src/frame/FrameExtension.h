@@ -10,13 +10,13 @@
 namespace corvane {
 
 struct FisheyeCalibration {
-    uint16_t center_x = 0;    // capture pixels
-    uint16_t center_y = 0;
+    uint16_t centerX = 0;    // capture pixels
+    uint16_t centerY = 0;
     uint16_t radius = 0;
-    uint8_t lens_id = 0;
-    uint8_t lens_kind = 0;     // 3: no analytics overlay, not dewarped
-    uint8_t mount_flag = 0;    // 1 capture size is 1920x1080; else 2 when lens_kind is 3; else 0
-    uint16_t lens_extra[6] = {};
+    uint8_t lensId = 0;
+    uint8_t lensKind = 0;     // 3: no analytics overlay, not dewarped
+    uint8_t mountFlag = 0;    // 1 capture size is 1920x1080; else 2 when lensKind is 3; else 0
+    uint16_t lensExtra[6] = {};
 };
 
 struct SensorLayout {
@@ -24,10 +24,10 @@ struct SensorLayout {
         uint16_t x, y, width, height;    // sensor pixels
     };
     uint8_t model = 0;
-    uint8_t sensor_count = 0;    // as stated; at most four crops are kept
+    uint8_t sensorCount = 0;    // as stated; at most four crops are kept
     uint16_t width = 0;
     uint16_t height = 0;
-    Crop sensor_crop[4] = {};
+    Crop sensorCrop[4] = {};
 };
 
 // Handed to the dewarp library as it stands: the bit patterns of doubles and seven words.
@@ -39,7 +39,8 @@ struct LensRecord {
 enum class ExtensionKind : uint32_t { None = 0, Fisheye = 1, Sensors = 2, Lens = 3 };
 
 constexpr uint32_t FourCharacters(const char (&text)[5]) {
-    return static_cast<uint32_t>(static_cast<uint8_t>(text[0])) | static_cast<uint32_t>(static_cast<uint8_t>(text[1])) << 8 |
+    return static_cast<uint32_t>(static_cast<uint8_t>(text[0])) |
+           static_cast<uint32_t>(static_cast<uint8_t>(text[1])) << 8 |
            static_cast<uint32_t>(static_cast<uint8_t>(text[2])) << 16 |
            static_cast<uint32_t>(static_cast<uint8_t>(text[3])) << 24;
 }
@@ -48,17 +49,17 @@ struct FrameExtension {
     ExtensionKind kind = ExtensionKind::None;
     std::variant<std::monostate, FisheyeCalibration, SensorLayout, LensRecord> record;
     bool interlaced = false;
-    bool field_coded = false;
-    bool not_for_display = false;
-    bool present_time_given = false;
-    FrameTimeRecord base_time{};
-    FrameTimeRecord present_time{};
-    uint32_t vendor_tag = FourCharacters("QMRX");
-    uint32_t vendor_subtype = 0;
-    uint32_t decoded_width = 0;
-    uint32_t decoded_height = 0;
+    bool fieldCoded = false;
+    bool notForDisplay = false;
+    bool presentTimeGiven = false;
+    FrameTimeRecord baseTime{};
+    FrameTimeRecord presentTime{};
+    uint32_t vendorTag = FourCharacters("QMRX");
+    uint32_t vendorSubtype = 0;
+    uint32_t decodedWidth = 0;
+    uint32_t decodedHeight = 0;
     std::unique_ptr<uint8_t[]> blob;
-    uint32_t blob_length = 0;
+    uint32_t blobLength = 0;
 };
 
 // Reads the 32-bit items inside the frame header bytes (`header.data`, `header.headerSize`). Raises

@@ -24,9 +24,9 @@ bool IsTimedVideo(uint32_t tag) {
 
 }    // namespace
 
-int64_t JitterQueue::DurationOf(const Line& line, int64_t time_ms) const {
-    const int64_t step = m_reverse ? line.last_time_ms - time_ms : time_ms - line.last_time_ms;
-    return step < 1 || step >= kLongestDurationMs ? line.last_duration_ms : step;
+int64_t JitterQueue::DurationOf(const Line& line, int64_t timeMs) const {
+    const int64_t step = m_reverse ? line.lastTimeMs - timeMs : timeMs - line.lastTimeMs;
+    return step < 1 || step >= kLongestDurationMs ? line.lastDurationMs : step;
 }
 
 void JitterQueue::Append(const FramePtr& frame, uint32_t tag) {
@@ -40,29 +40,29 @@ void JitterQueue::Append(const FramePtr& frame, uint32_t tag) {
 }
 
 bool JitterQueue::Push(const FramePtr& frame) {
-    const StreamClass stream_class = ClassOf(frame->Header().streamType);
-    if (stream_class == StreamClass::Unknown)
+    const StreamClass streamClass = ClassOf(frame->Header().streamType);
+    if (streamClass == StreamClass::Unknown)
         return true;
-    if (stream_class == StreamClass::Metadata) {
+    if (streamClass == StreamClass::Metadata) {
         if (m_metadata >= kMetadataLimit)
             return false;
         Append(frame, kMetadataTag);
         ++m_metadata;
         return true;
     }
-    const bool audio = stream_class == StreamClass::Audio;
-    if (audio ? m_audio.sum_ms >= kAudioLimitMs : m_video.sum_ms >= m_video_limit_ms && m_key_frames != 0)
+    const bool audio = streamClass == StreamClass::Audio;
+    if (audio ? m_audio.sumMs >= kAudioLimitMs : m_video.sumMs >= m_videoLimitMs && m_keyFrames != 0)
         return false;
 
     Line& line = audio ? m_audio : m_video;
-    const int64_t time_ms = TimeMs(*frame);
-    const int64_t duration_ms = DurationOf(line, time_ms);
-    Append(frame, static_cast<uint32_t>(duration_ms) | (audio ? kAudioBit : 0));
-    line.last_duration_ms = duration_ms;
-    line.last_time_ms = time_ms;
-    line.sum_ms += static_cast<uint64_t>(duration_ms);
+    const int64_t timeMs = TimeMs(*frame);
+    const int64_t durationMs = DurationOf(line, timeMs);
+    Append(frame, static_cast<uint32_t>(durationMs) | (audio ? kAudioBit : 0));
+    line.lastDurationMs = durationMs;
+    line.lastTimeMs = timeMs;
+    line.sumMs += static_cast<uint64_t>(durationMs);
     if (!audio && frame->IsKeyFrame())
-        ++m_key_frames;
+        ++m_keyFrames;
     m_peak = std::max(m_peak, LevelMs());
     return true;
 }
@@ -70,11 +70,11 @@ bool JitterQueue::Push(const FramePtr& frame) {
 void JitterQueue::MoveFrontTo(Entries& target) {
     const QueueEntry& entry = m_entries.front();
     if (IsTimedVideo(entry.tag)) {
-        m_video.sum_ms -= entry.tag;
+        m_video.sumMs -= entry.tag;
         if (entry.frame->IsKeyFrame())
-            --m_key_frames;
+            --m_keyFrames;
     } else if ((entry.tag & kAudioBit) != 0) {
-        m_audio.sum_ms -= entry.tag & ~kAudioBit;
+        m_audio.sumMs -= entry.tag & ~kAudioBit;
     } else {
         --m_metadata;
     }
@@ -83,7 +83,7 @@ void JitterQueue::MoveFrontTo(Entries& target) {
 }
 
 int JitterQueue::Pop(FramePtr& out) {
-    if (m_peak < m_buffer_ms || m_entries.empty())
+    if (m_peak < m_bufferMs || m_entries.empty())
         return -1;
     MoveFrontTo(m_spare);
     out = std::move(m_spare.back().frame);
@@ -94,18 +94,18 @@ int JitterQueue::Pop(FramePtr& out) {
         m_video = Line();
         m_audio = Line();
     }
-    return LevelMs() <= m_buffer_ms ? 1 : 0;
+    return LevelMs() <= m_bufferMs ? 1 : 0;
 }
 
-void JitterQueue::SetBufferTime(uint32_t buffer_ms) {
-    m_buffer_ms = std::max(buffer_ms, 1u);
-    m_video_limit_ms = m_buffer_ms + std::min(kVideoSlackMs, UINT32_MAX - m_buffer_ms);
+void JitterQueue::SetBufferTime(uint32_t bufferMs) {
+    m_bufferMs = std::max(bufferMs, 1u);
+    m_videoLimitMs = m_bufferMs + std::min(kVideoSlackMs, UINT32_MAX - m_bufferMs);
 }
 
 JitterQueue::Entries JitterQueue::Clear() {
-    m_video.sum_ms = 0;
-    m_audio.sum_ms = 0;
-    m_key_frames = 0;
+    m_video.sumMs = 0;
+    m_audio.sumMs = 0;
+    m_keyFrames = 0;
     m_metadata = 0;
     m_bytes = 0;
     m_peak = 0;
@@ -123,13 +123,13 @@ bool JitterQueue::FrontIsKeyFrame() const {
     return IsTimedVideo(front.tag) && front.frame->IsKeyFrame();
 }
 
-JitterQueue::Entries JitterQueue::Skip(int64_t late_ms) {
+JitterQueue::Entries JitterQueue::Skip(int64_t lateMs) {
     Entries dropped;
-    const auto level_ms = static_cast<int64_t>(LevelMs());
-    if (m_key_frames == 0 || level_ms < late_ms)
+    const auto levelMs = static_cast<int64_t>(LevelMs());
+    if (m_keyFrames == 0 || levelMs < lateMs)
         return dropped;
-    const int64_t target_ms = level_ms - std::max<int64_t>(late_ms, 0);
-    while (m_key_frames > 1 && static_cast<int64_t>(LevelMs()) > target_ms)
+    const int64_t targetMs = levelMs - std::max<int64_t>(lateMs, 0);
+    while (m_keyFrames > 1 && static_cast<int64_t>(LevelMs()) > targetMs)
         MoveFrontTo(dropped);
     while (!FrontIsKeyFrame())    // there is one: the loop above leaves the last
         MoveFrontTo(dropped);

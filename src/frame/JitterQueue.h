@@ -31,35 +31,35 @@ public:
     int Pop(FramePtr& out);
 
     // Milliseconds; 0 counts as 1.
-    void SetBufferTime(uint32_t buffer_ms);
-    bool IsBuffering() const { return m_peak < m_buffer_ms; }
+    void SetBufferTime(uint32_t bufferMs);
+    bool IsBuffering() const { return m_peak < m_bufferMs; }
 
     // Removes all entries; buffering begins again. Times and durations of the last frames stay.
     [[nodiscard]] Entries Clear();
     // As new, but for the buffer time and the direction.
     [[nodiscard]] Entries Reset();
-    // Drops about `late_ms` of play from the front, audio with it, and on to the next key frame. Nothing happens when
+    // Drops about `lateMs` of play from the front, audio with it, and on to the next key frame. Nothing happens when
     // less is queued or when no key frame is.
-    [[nodiscard]] Entries Skip(int64_t late_ms);
+    [[nodiscard]] Entries Skip(int64_t lateMs);
 
     // In reverse, frames come with falling times.
     void SetReverse(bool reverse) { m_reverse = reverse; }
 
     // Queued play of the longer of video and audio.
-    uint64_t LevelMs() const { return m_video.sum_ms > m_audio.sum_ms ? m_video.sum_ms : m_audio.sum_ms; }
-    uint32_t KeyFrames() const { return m_key_frames; }
+    uint64_t LevelMs() const { return m_video.sumMs > m_audio.sumMs ? m_video.sumMs : m_audio.sumMs; }
+    uint32_t KeyFrames() const { return m_keyFrames; }
     size_t Count() const { return m_entries.size(); }
     uint64_t Bytes() const { return m_bytes; }    // of the frames' memory
 
 private:
     // One class of timed frames. A duration is below 11 s, so no sum of them can wrap 64 bits.
     struct Line {
-        uint64_t sum_ms = 0;
-        int64_t last_time_ms = 0;
-        int64_t last_duration_ms = 1;
+        uint64_t sumMs = 0;
+        int64_t lastTimeMs = 0;
+        int64_t lastDurationMs = 1;
     };
 
-    int64_t DurationOf(const Line& line, int64_t time_ms) const;
+    int64_t DurationOf(const Line& line, int64_t timeMs) const;
     void Append(const FramePtr& frame, uint32_t tag);
     void MoveFrontTo(Entries& target);
     bool FrontIsKeyFrame() const;
@@ -68,12 +68,12 @@ private:
     Entries m_spare;    // emptied nodes for the next pushes: a queue in steady state does not allocate
     Line m_video;       // placeholders too
     Line m_audio;
-    uint32_t m_key_frames = 0;
+    uint32_t m_keyFrames = 0;
     uint32_t m_metadata = 0;
     uint64_t m_bytes = 0;
     uint64_t m_peak = 0;    // largest level since the queue last ran empty
-    uint32_t m_buffer_ms = 1;
-    uint32_t m_video_limit_ms = 1001;
+    uint32_t m_bufferMs = 1;
+    uint32_t m_videoLimitMs = 1001;
     bool m_reverse = false;
 };
 

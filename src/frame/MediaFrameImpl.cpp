@@ -101,9 +101,9 @@ struct Dropper {
 };
 
 Layout LayOut(const MediaFrameHeader& record) {
-    const uint64_t pointed_at =
+    const uint64_t pointedAt =
         uint64_t{record.headerSize} + record.payloadSize + record.extensionSize + ObjectBytes(record);
-    if (pointed_at > limits::kMaxFrameBytes)
+    if (pointedAt > limits::kMaxFrameBytes)
         throw std::bad_alloc();
     Layout layout;
     layout.extension = sizeof(FrameBlock) + sizeof(MediaFrameHeader);
@@ -158,13 +158,13 @@ MediaFrameImpl::MediaFrameImpl(const MediaFrameHeader& header) {
     std::unique_ptr<FrameBlock, Dropper> block(FrameBlock::Copy(ReadRecord(&header)));
     const MediaFrameHeader& record = *block->Record();
     ParseHeaderExtension(record, m_extension);
-    m_extension.base_time = BaseTimeOf(record);
-    m_extension.present_time = m_extension.base_time;
+    m_extension.baseTime = BaseTimeOf(record);
+    m_extension.presentTime = m_extension.baseTime;
     ParsePacketExtension(record, m_extension);
 
     m_interlaced.store(m_extension.interlaced, std::memory_order_relaxed);
-    m_field_coded.store(m_extension.field_coded, std::memory_order_relaxed);
-    m_not_for_display.store(m_extension.not_for_display, std::memory_order_relaxed);
+    m_fieldCoded.store(m_extension.fieldCoded, std::memory_order_relaxed);
+    m_notForDisplay.store(m_extension.notForDisplay, std::memory_order_relaxed);
     m_header = &record;
     m_block = block.release();
 }

@@ -42,9 +42,9 @@ public:
 
     bool IsKeyFrame() const { return m_header->frameType == 0; }
 
-    const FrameTimeRecord& BaseTime() const { return m_extension.base_time; }
-    const FrameTimeRecord& PresentTime() const { return m_extension.present_time; }
-    bool PresentTimeGiven() const { return m_extension.present_time_given; }
+    const FrameTimeRecord& BaseTime() const { return m_extension.baseTime; }
+    const FrameTimeRecord& PresentTime() const { return m_extension.presentTime; }
+    bool PresentTimeGiven() const { return m_extension.presentTimeGiven; }
 
     // 1 fisheye calibration, 2 sensor layout, 3 lens record, 0 none.
     uint32_t ExtensionKind() const { return static_cast<uint32_t>(m_extension.kind); }
@@ -54,20 +54,20 @@ public:
     void SetLensRecord(const LensRecord& record);    // the worker, before the frame is presented
 
     bool Interlaced() const { return m_interlaced.load(std::memory_order_relaxed); }
-    bool FieldCoded() const { return m_field_coded.load(std::memory_order_relaxed); }
-    bool NotForDisplay() const { return m_not_for_display.load(std::memory_order_relaxed); }
+    bool FieldCoded() const { return m_fieldCoded.load(std::memory_order_relaxed); }
+    bool NotForDisplay() const { return m_notForDisplay.load(std::memory_order_relaxed); }
     void RaiseInterlaced() { m_interlaced.store(true, std::memory_order_relaxed); }
-    void RaiseFieldCoded() { m_field_coded.store(true, std::memory_order_relaxed); }
-    void RaiseNotForDisplay() { m_not_for_display.store(true, std::memory_order_relaxed); }
+    void RaiseFieldCoded() { m_fieldCoded.store(true, std::memory_order_relaxed); }
+    void RaiseNotForDisplay() { m_notForDisplay.store(true, std::memory_order_relaxed); }
 
     // Four characters in memory order; "QMRX" where the frame names none.
-    uint32_t VendorTag() const { return m_extension.vendor_tag; }
-    uint32_t VendorSubtype() const { return m_extension.vendor_subtype; }
+    uint32_t VendorTag() const { return m_extension.vendorTag; }
+    uint32_t VendorSubtype() const { return m_extension.vendorSubtype; }
     // Picture size in pixels as the frame states it; 0 when it does not.
-    uint32_t DecodedWidth() const { return m_extension.decoded_width; }
-    uint32_t DecodedHeight() const { return m_extension.decoded_height; }
+    uint32_t DecodedWidth() const { return m_extension.decodedWidth; }
+    uint32_t DecodedHeight() const { return m_extension.decodedHeight; }
     const uint8_t* VendorBlob() const { return m_extension.blob.get(); }
-    uint32_t VendorBlobSize() const { return m_extension.blob_length; }
+    uint32_t VendorBlobSize() const { return m_extension.blobLength; }
 
     // Bytes of the block, for statistics.
     uint64_t MemoryBytes() const;
@@ -77,8 +77,8 @@ private:
     const MediaFrameHeader* m_header = nullptr;
     FrameExtension m_extension;
     std::atomic<bool> m_interlaced{false};
-    std::atomic<bool> m_field_coded{false};
-    std::atomic<bool> m_not_for_display{false};
+    std::atomic<bool> m_fieldCoded{false};
+    std::atomic<bool> m_notForDisplay{false};
 };
 
 using FramePtr = std::shared_ptr<MediaFrameImpl>;

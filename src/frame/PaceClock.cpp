@@ -12,20 +12,20 @@ constexpr float kMostNs = 1e18f;    // 31 years: a sleep for good, at a rate nex
 
 }    // namespace
 
-int64_t PaceClock::Pace(int64_t t_ms, float rate, int64_t now_ns) {
-    int64_t step_ms = m_reverse ? m_last_time_ms - t_ms : t_ms - m_last_time_ms;
-    if (step_ms < 1 || step_ms >= kLongestStepMs)
-        step_ms = m_last_step_ms;
-    m_last_step_ms = step_ms;
-    m_last_time_ms = t_ms;
-    if (m_due_ns < 0) {
-        m_due_ns = now_ns;
+int64_t PaceClock::Pace(int64_t tMs, float rate, int64_t nowNs) {
+    int64_t stepMs = m_reverse ? m_lastTimeMs - tMs : tMs - m_lastTimeMs;
+    if (stepMs < 1 || stepMs >= kLongestStepMs)
+        stepMs = m_lastStepMs;
+    m_lastStepMs = stepMs;
+    m_lastTimeMs = tMs;
+    if (m_dueNs < 0) {
+        m_dueNs = nowNs;
         return 0;
     }
-    const float step_ns = static_cast<float>(step_ms) / rate * kNsPerMs;
-    if (step_ns > 0)    // not so where the rate is no number
-        m_due_ns += std::min(static_cast<int64_t>(std::min(step_ns, kMostNs)), INT64_MAX - m_due_ns);
-    return (m_due_ns - now_ns) / 1'000'000;
+    const float stepNs = static_cast<float>(stepMs) / rate * kNsPerMs;
+    if (stepNs > 0)    // not so where the rate is no number
+        m_dueNs += std::min(static_cast<int64_t>(std::min(stepNs, kMostNs)), INT64_MAX - m_dueNs);
+    return (m_dueNs - nowNs) / 1'000'000;
 }
 
 }    // namespace corvane

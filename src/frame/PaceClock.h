@@ -8,23 +8,23 @@ namespace corvane {
 
 class PaceClock {
 public:
-    // Enters a frame of time `t_ms` that is played at `rate` (above 0) times the natural speed. Returns the
-    // milliseconds to sleep when above 0, else the lateness: 0 or negative. `now_ns` is monotonic and not negative.
-    int64_t Pace(int64_t t_ms, float rate, int64_t now_ns);
+    // Enters a frame of time `tMs` that is played at `rate` (above 0) times the natural speed. Returns the
+    // milliseconds to sleep when above 0, else the lateness: 0 or negative. `nowNs` is monotonic and not negative.
+    int64_t Pace(int64_t tMs, float rate, int64_t nowNs);
 
     // The next frame is due at once and starts the schedule afresh. The last step stays.
-    void Unset() { m_due_ns = -1; }
+    void Unset() { m_dueNs = -1; }
 
     // In reverse, frames come with falling times.
     void SetReverse(bool reverse) { m_reverse = reverse; }
 
     // When the frame entered last is over; -1 when unset.
-    int64_t DueNs() const { return m_due_ns; }
+    int64_t DueNs() const { return m_dueNs; }
 
 private:
-    int64_t m_due_ns = -1;
-    int64_t m_last_time_ms = 0;
-    int64_t m_last_step_ms = 0;
+    int64_t m_dueNs = -1;
+    int64_t m_lastTimeMs = 0;
+    int64_t m_lastStepMs = 0;
     bool m_reverse = false;
 };
 

@@ -9,8 +9,8 @@ namespace corvane {
 
 enum class StreamClass { Video, Placeholder, Audio, Metadata, Unknown };
 
-constexpr StreamClass ClassOf(uint32_t stream_type) {
-    switch (stream_type) {
+constexpr StreamClass ClassOf(uint32_t streamType) {
+    switch (streamType) {
     case CORVANE_STREAM_JPEG:
     case CORVANE_STREAM_H263:
     case CORVANE_STREAM_MPEG4:

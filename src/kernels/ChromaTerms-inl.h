@@ -21,7 +21,7 @@ namespace corvane::kernels {
 // expression for each of the 256 values of x (checked at compile time where it is used).
 struct SingleTerm {
     int shift;
-    int scale_shift;    // scale = 1 << scale_shift
+    int scaleShift;    // scale = 1 << scaleShift
     uint16_t add;
     uint16_t multiplier;
     int16_t offset;
@@ -31,17 +31,17 @@ struct SingleTerm {
         for (int32_t x = 0; x < 256; ++x) {
             const int32_t product =
                 static_cast<int32_t>(((uint32_t{static_cast<uint16_t>((x << shift) + add)}) * multiplier) >> 16);
-            if ((x << shift) + add > 65535 || (x << scale_shift) + offset + product != (factor * x + constant) >> 16)
+            if ((x << shift) + add > 65535 || (x << scaleShift) + offset + product != (factor * x + constant) >> 16)
                 return false;
         }
         return true;
     }
 };
 
-// -V + ((u_factor U + v_factor V + constant) >> 16).
+// -V + ((uFactor U + vFactor V + constant) >> 16).
 struct PairTerm {
-    int16_t u_factor;
-    int16_t v_factor;
+    int16_t uFactor;
+    int16_t vFactor;
     int32_t constant;
 };
 
@@ -83,7 +83,7 @@ template <const ChromaMatrix& kMatrix, bool kRed>
 HWY_INLINE hn::Vec<SignedWords> Single(WordVector x) {
     constexpr SingleTerm kTerm = kRed ? kMatrix.red : kMatrix.blue;
     const Words d;
-    const auto scaled = hn::ShiftLeft<kTerm.scale_shift>(x);
+    const auto scaled = hn::ShiftLeft<kTerm.scaleShift>(x);
     const auto shifted = hn::ShiftLeft<kTerm.shift>(x);
     const auto product = hn::MulHigh(hn::Add(shifted, hn::Set(d, kTerm.add)), hn::Set(d, kTerm.multiplier));
     const auto rest = hn::Add(scaled, hn::Set(d, static_cast<uint16_t>(kTerm.offset)));
@@ -95,15 +95,15 @@ HWY_INLINE hn::Vec<SignedDwords> PairProduct(const PairTerm& term, hn::Vec<Signe
 #if HWY_ARCH_X86
     const auto factors =
         hn::BitCast(SignedWords(),
-                    hn::Set(d, static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint16_t>(term.v_factor)) << 16 |
-                                                    static_cast<uint16_t>(term.u_factor))));
+                    hn::Set(d, static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint16_t>(term.vFactor)) << 16 |
+                                                    static_cast<uint16_t>(term.uFactor))));
     auto unused = hn::Zero(d);
     return hn::ReorderWidenMulAccumulate(d, hn::BitCast(SignedWords(), pairs), factors, hn::Set(d, term.constant),
                                          unused);
 #else
     const auto u = hn::ShiftRight<16>(hn::ShiftLeft<16>(pairs));
     const auto v = hn::ShiftRight<16>(pairs);
-    return hn::Add(hn::Add(hn::Mul(u, hn::Set(d, term.u_factor)), hn::Mul(v, hn::Set(d, term.v_factor))),
+    return hn::Add(hn::Add(hn::Mul(u, hn::Set(d, term.uFactor)), hn::Mul(v, hn::Set(d, term.vFactor))),
                    hn::Set(d, term.constant));
 #endif
 }
@@ -116,9 +116,9 @@ HWY_INLINE hn::Vec<SignedWords> Pair(const PairTerm& term, WordVector u, WordVec
     const auto v32 = hn::BitCast(Dwords(), v);
     const auto even = hn::OddEven(hn::BitCast(d, hn::ShiftLeft<16>(v32)), hn::BitCast(d, u));
     const auto odd = hn::OddEven(hn::BitCast(d, v), hn::BitCast(d, hn::ShiftRight<16>(u32)));
-    const auto even_sum = PairProduct(term, hn::BitCast(d32, even));
-    const auto odd_sum = PairProduct(term, hn::BitCast(d32, odd));
-    const auto high = hn::OddEven(hn::BitCast(d, odd_sum), hn::BitCast(d, hn::ShiftRight<16>(even_sum)));
+    const auto evenSum = PairProduct(term, hn::BitCast(d32, even));
+    const auto oddSum = PairProduct(term, hn::BitCast(d32, odd));
+    const auto high = hn::OddEven(hn::BitCast(d, oddSum), hn::BitCast(d, hn::ShiftRight<16>(evenSum)));
     return hn::Sub(high, hn::BitCast(d, v));
 }
 
@@ -169,31 +169,31 @@ HWY_INLINE void FetchAhead(const uint8_t* row, size_t bytes) {
 }
 
 // The terms of `count` chroma samples, twice as many bytes in each row, in the order of each vector that `order` makes.
-// Meanwhile fetches `fetch_step` bytes of the row `fetch` for each vector.
+// Meanwhile fetches `fetchStep` bytes of the row `fetch` for each vector.
 template <const ChromaMatrix& kMatrix, class Order>
 HWY_INLINE void MakeTerms(const Order& order, const uint8_t* HWY_RESTRICT u, const uint8_t* HWY_RESTRICT v,
-                          size_t count, uint8_t* HWY_RESTRICT terms, const uint8_t* fetch, size_t fetch_step) {
+                          size_t count, uint8_t* HWY_RESTRICT terms, const uint8_t* fetch, size_t fetchStep) {
     constexpr size_t kStep = hn::MaxLanes(Words());
     size_t i = 0;
     if (v != nullptr) {
-        for (; i + kStep <= count; i += kStep, fetch += fetch_step) {
-            FetchAhead(fetch, fetch_step);
+        for (; i + kStep <= count; i += kStep, fetch += fetchStep) {
+            FetchAhead(fetch, fetchStep);
             StoreTermsAt<kMatrix>(order, u + i, v + i, terms + 2 * i);
         }
     } else {
-        for (; i + kStep <= count; i += kStep, fetch += fetch_step) {
-            FetchAhead(fetch, fetch_step);
+        for (; i + kStep <= count; i += kStep, fetch += fetchStep) {
+            FetchAhead(fetch, fetchStep);
             StoreTermsAt<kMatrix>(order, u + 2 * i, nullptr, terms + 2 * i);
         }
     }
     if (i == count)
         return;
-    HWY_ALIGN uint8_t u_tail[2 * kStep] = {};
-    HWY_ALIGN uint8_t v_tail[kStep] = {};
-    std::memcpy(u_tail, v != nullptr ? u + i : u + 2 * i, v != nullptr ? count - i : 2 * (count - i));
+    HWY_ALIGN uint8_t uTail[2 * kStep] = {};
+    HWY_ALIGN uint8_t vTail[kStep] = {};
+    std::memcpy(uTail, v != nullptr ? u + i : u + 2 * i, v != nullptr ? count - i : 2 * (count - i));
     if (v != nullptr)
-        std::memcpy(v_tail, v + i, count - i);
-    StoreTermsAt<kMatrix>(order, u_tail, v != nullptr ? v_tail : nullptr, terms + 2 * i);
+        std::memcpy(vTail, v + i, count - i);
+    StoreTermsAt<kMatrix>(order, uTail, v != nullptr ? vTail : nullptr, terms + 2 * i);
 }
 
 // Luma with the terms of one colour; `up` points at the vector's place in the row of terms to add.
@@ -222,39 +222,39 @@ HWY_INLINE void ConvertRow(const Writer& writer, const BlockOrder<Writer::kGroup
     }
     if (x == count)
         return;
-    HWY_ALIGN uint8_t luma_tail[kStep] = {};
-    HWY_ALIGN uint8_t out_tail[kStep * Writer::kPixelBytes];
-    std::memcpy(luma_tail, y + x, count - x);
-    const auto luma = order(hn::Load(d, luma_tail));
-    writer.Put(Channel(luma, blue + x), Channel(luma, green + x), Channel(luma, red + x), out_tail);
-    std::memcpy(out + x * Writer::kPixelBytes, out_tail, (count - x) * Writer::kPixelBytes);
+    HWY_ALIGN uint8_t lumaTail[kStep] = {};
+    HWY_ALIGN uint8_t outTail[kStep * Writer::kPixelBytes];
+    std::memcpy(lumaTail, y + x, count - x);
+    const auto luma = order(hn::Load(d, lumaTail));
+    writer.Put(Channel(luma, blue + x), Channel(luma, green + x), Channel(luma, red + x), outTail);
+    std::memcpy(out + x * Writer::kPixelBytes, outTail, (count - x) * Writer::kPixelBytes);
 }
 
-// All rows, with red and blue exchanged when `red_first`, one output row at a time: two at once write slower as soon as
+// All rows, with red and blue exchanged when `redFirst`, one output row at a time: two at once write slower as soon as
 // the picture is larger than the cache.
 template <class Writer>
 HWY_INLINE void ConvertPicture(const Writer& writer, const Source420& source, uint8_t* destination, ptrdiff_t step,
-                               uint32_t width, uint32_t height, bool red_first, uint8_t* terms) {
+                               uint32_t width, uint32_t height, bool redFirst, uint8_t* terms) {
     const BlockOrder<Writer::kGroup> order;
-    const uint8_t* first = terms + (red_first ? kRedTerms : kBlueTerms) * kTermStride;
-    const uint8_t* last = terms + (red_first ? kBlueTerms : kRedTerms) * kTermStride;
+    const uint8_t* first = terms + (redFirst ? kRedTerms : kBlueTerms) * kTermStride;
+    const uint8_t* last = terms + (redFirst ? kBlueTerms : kRedTerms) * kTermStride;
     for (uint32_t row = 0; row < height; row += 2) {
         const auto pair = static_cast<ptrdiff_t>(row / 2);
         for (uint32_t x = 0; x < width; x += kTermBlock) {
             const uint32_t count = std::min(kTermBlock, width - x);
-            const uint8_t* u = source.u + pair * source.u_step + (source.Planar() ? x / 2 : x);
-            const uint8_t* v = source.Planar() ? source.v + pair * source.v_step + x / 2 : nullptr;
+            const uint8_t* u = source.u + pair * source.uStep + (source.Planar() ? x / 2 : x);
+            const uint8_t* v = source.Planar() ? source.v + pair * source.vStep + x / 2 : nullptr;
             // The second row is fetched during the terms, the two halves of the first of the next pair during the rows.
-            const auto row_at = [&](uint32_t line) HWY_ATTR {
+            const auto rowAt = [&](uint32_t line) HWY_ATTR {
                 return destination + static_cast<ptrdiff_t>(line) * step + size_t{x} * Writer::kPixelBytes;
             };
-            const size_t row_bytes = size_t{count} * Writer::kPixelBytes;
-            MakeTerms<Writer::kMatrix>(order, u, v, (count + 1) / 2, terms, row_at(std::min(row + 1, height - 1)),
+            const size_t rowBytes = size_t{count} * Writer::kPixelBytes;
+            MakeTerms<Writer::kMatrix>(order, u, v, (count + 1) / 2, terms, rowAt(std::min(row + 1, height - 1)),
                                        hn::MaxLanes(Bytes()) * Writer::kPixelBytes);
             for (uint32_t line = row; line < std::min(row + 2, height); ++line) {
-                const uint8_t* next = row_at(std::min(row + 2, height - 1)) + (line - row) * row_bytes / 2;
-                ConvertRow(writer, order, source.y + static_cast<ptrdiff_t>(line) * source.y_step + x, first,
-                           terms + kGreenTerms * kTermStride, last, count, row_at(line), next);
+                const uint8_t* next = rowAt(std::min(row + 2, height - 1)) + (line - row) * rowBytes / 2;
+                ConvertRow(writer, order, source.y + static_cast<ptrdiff_t>(line) * source.yStep + x, first,
+                           terms + kGreenTerms * kTermStride, last, count, rowAt(line), next);
             }
         }
     }

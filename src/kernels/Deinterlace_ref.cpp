@@ -4,14 +4,14 @@
 
 namespace corvane::kernels {
 
-int32_t WeavePlane(const uint8_t* source, ptrdiff_t source_step, uint8_t* destination, ptrdiff_t destination_step,
-                   uint32_t width, uint32_t field_rows) {
+int32_t WeavePlane(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
+                   uint32_t width, uint32_t fieldRows) {
     const int32_t top =
-        PlaneCopy(source, source_step, destination, 2 * destination_step, width, field_rows, kCopyStreamingStores);
-    if (top != kDone || width == 0 || field_rows == 0)
+        PlaneCopy(source, sourceStep, destination, 2 * destinationStep, width, fieldRows, kCopyStreamingStores);
+    if (top != kDone || width == 0 || fieldRows == 0)
         return top;
-    return PlaneCopy(source + static_cast<ptrdiff_t>(field_rows) * source_step, source_step,
-                     destination + destination_step, 2 * destination_step, width, field_rows, kCopyStreamingStores);
+    return PlaneCopy(source + static_cast<ptrdiff_t>(fieldRows) * sourceStep, sourceStep, destination + destinationStep,
+                     2 * destinationStep, width, fieldRows, kCopyStreamingStores);
 }
 
 namespace ref {

@@ -33,16 +33,16 @@ HWY_INLINE void SmoothRow(const uint8_t* HWY_RESTRICT above, const uint8_t* HWY_
     }
     const auto center = hn::Set(words, static_cast<uint16_t>(weight));
     const auto outer = hn::Set(words, static_cast<uint16_t>((256 - weight) >> 1));
-    const auto low_bytes = hn::Set(words, 0xFF);
+    const auto lowBytes = hn::Set(words, 0xFF);
     const auto weigh = [&](auto a, auto r, auto b)
                            HWY_ATTR { return hn::Add(hn::Mul(hn::Add(a, b), outer), hn::Mul(r, center)); };
     const auto put = [&](size_t x) HWY_ATTR {
         const auto a = hn::BitCast(words, hn::LoadU(d, above + x));
         const auto r = hn::BitCast(words, hn::LoadU(d, row + x));
         const auto b = hn::BitCast(words, hn::LoadU(d, below + x));
-        const auto even = weigh(hn::And(a, low_bytes), hn::And(r, low_bytes), hn::And(b, low_bytes));
+        const auto even = weigh(hn::And(a, lowBytes), hn::And(r, lowBytes), hn::And(b, lowBytes));
         const auto odd = weigh(hn::ShiftRight<8>(a), hn::ShiftRight<8>(r), hn::ShiftRight<8>(b));
-        const auto result = hn::Or(hn::ShiftRight<8>(even), hn::AndNot(low_bytes, odd));
+        const auto result = hn::Or(hn::ShiftRight<8>(even), hn::AndNot(lowBytes, odd));
         hn::StoreU(hn::BitCast(d, result), d, out + x);
     };
     size_t x = 0;
@@ -53,11 +53,11 @@ HWY_INLINE void SmoothRow(const uint8_t* HWY_RESTRICT above, const uint8_t* HWY_
 }
 #endif
 
-void SmoothInner(const uint8_t* source, ptrdiff_t source_step, uint8_t* destination, ptrdiff_t destination_step,
+void SmoothInner(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
                  uint32_t width, uint32_t height, uint32_t weight) {
     for (uint32_t row = 1; row + 1 < height; ++row) {
-        const uint8_t* at = source + static_cast<ptrdiff_t>(row) * source_step;
-        SmoothRow(at - source_step, at, at + source_step, destination + static_cast<ptrdiff_t>(row) * destination_step,
+        const uint8_t* at = source + static_cast<ptrdiff_t>(row) * sourceStep;
+        SmoothRow(at - sourceStep, at, at + sourceStep, destination + static_cast<ptrdiff_t>(row) * destinationStep,
                   width, weight);
     }
 }
@@ -71,15 +71,15 @@ namespace corvane::kernels {
 
 HWY_EXPORT(SmoothInner);
 
-int32_t SmoothPlane(const uint8_t* source, ptrdiff_t source_step, uint8_t* destination, ptrdiff_t destination_step,
+int32_t SmoothPlane(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
                     uint32_t width, uint32_t height, uint32_t weight) {
     if (source == nullptr || destination == nullptr || width < 1 || height < 3)
         return kRefused;
     const auto last = static_cast<ptrdiff_t>(height - 1);
     std::memcpy(destination, source, width);
     HWY_DYNAMIC_DISPATCH(SmoothInner)
-    (source, source_step, destination, destination_step, width, height, std::min(weight, 256u));
-    std::memcpy(destination + last * destination_step, source + last * source_step, width);
+    (source, sourceStep, destination, destinationStep, width, height, std::min(weight, 256u));
+    std::memcpy(destination + last * destinationStep, source + last * sourceStep, width);
     return kDone;
 }
 

@@ -17,9 +17,9 @@ namespace HWY_NAMESPACE {
 
 #if CORVANE_KERNELS_PLAIN
 void Pack(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-          bool luma_second, bool /*streaming*/) {
-    ref::ToPacked(source.y, source.y_step, source.u, source.u_step, source.v, source.v_step, destination, step, width,
-                  height, luma_second);
+          bool lumaSecond, bool /*streaming*/) {
+    ref::ToPacked(source.y, source.yStep, source.u, source.uStep, source.v, source.vStep, destination, step, width,
+                  height, lumaSecond);
 }
 #else
 
@@ -54,7 +54,7 @@ HWY_INLINE void PutBothRows(const BlockOrder<2>& order, const Source420& at, uin
         pairs = order(hn::LoadU(d, at.u + x));
     }
     PutRow<kLumaSecond, kStreaming>(order(hn::LoadU(d, at.y + x)), pairs, out + 2 * x);
-    PutRow<kLumaSecond, kStreaming>(order(hn::LoadU(d, at.y + at.y_step + x)), pairs, out + step + 2 * x);
+    PutRow<kLumaSecond, kStreaming>(order(hn::LoadU(d, at.y + at.yStep + x)), pairs, out + step + 2 * x);
 }
 
 template <bool kLumaSecond, bool kStreaming>
@@ -74,30 +74,30 @@ HWY_INLINE void PackRows(const Source420& source, uint8_t* destination, ptrdiff_
         }
         if (x < width)    // again from the end, so that no row is finished byte by byte
             PutBothRows<kLumaSecond, false>(order, at, destination, step, width - kStep);
-        at.y += 2 * at.y_step;
-        at.u += at.u_step;
+        at.y += 2 * at.yStep;
+        at.u += at.uStep;
         if (at.Planar())
-            at.v += at.v_step;
+            at.v += at.vStep;
         destination += 2 * step;
     }
 }
 
 void Pack(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-          bool luma_second, bool streaming) {
+          bool lumaSecond, bool streaming) {
     constexpr size_t kStep = hn::MaxLanes(Bytes());
     if (width < kStep) {
-        ref::ToPacked(source.y, source.y_step, source.u, source.u_step, source.v, source.v_step, destination, step,
-                      width, height, luma_second);
+        ref::ToPacked(source.y, source.yStep, source.u, source.uStep, source.v, source.vStep, destination, step, width,
+                      height, lumaSecond);
         return;
     }
     const bool aligned = ((reinterpret_cast<uintptr_t>(destination) | static_cast<uintptr_t>(step)) & (kStep - 1)) == 0;
     if (streaming && aligned) {
-        if (luma_second)
+        if (lumaSecond)
             PackRows<true, true>(source, destination, step, width, height);
         else
             PackRows<false, true>(source, destination, step, width, height);
         hwy::FlushStream();
-    } else if (luma_second) {
+    } else if (lumaSecond) {
         PackRows<true, false>(source, destination, step, width, height);
     } else {
         PackRows<false, false>(source, destination, step, width, height);
@@ -118,49 +118,49 @@ namespace {
 
 // Pictures beyond half a mebibyte with rows on 16 byte boundaries go past the cache.
 bool WorthStreaming(const Source420& source, const uint8_t* destination, ptrdiff_t step, uint32_t height) {
-    const ptrdiff_t v_step = source.Planar() ? source.v_step : 0;
+    const ptrdiff_t vStep = source.Planar() ? source.vStep : 0;
     const auto address = [](const uint8_t* plane) { return reinterpret_cast<uintptr_t>(plane); };
     const uintptr_t all = address(source.y) | address(source.u) | address(source.v) | address(destination) |
-                          static_cast<uintptr_t>(source.y_step | source.u_step | v_step | step);
-    return (all & 15) == 0 && (source.y_step + source.u_step + v_step + step) * ptrdiff_t{height} > 0x80000;
+                          static_cast<uintptr_t>(source.yStep | source.uStep | vStep | step);
+    return (all & 15) == 0 && (source.yStep + source.uStep + vStep + step) * ptrdiff_t{height} > 0x80000;
 }
 
 int32_t ToPacked(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-                 bool luma_second) {
+                 bool lumaSecond) {
     if (source.y == nullptr || source.u == nullptr || destination == nullptr || width < 2 || height < 2)
         return kRefused;
     HWY_DYNAMIC_DISPATCH(Pack)
-    (source, destination, step, width & ~1u, height & ~1u, luma_second,
+    (source, destination, step, width & ~1u, height & ~1u, lumaSecond,
      WorthStreaming(source, destination, step, height));
     return kDone;
 }
 
 }    // namespace
 
-int32_t PlanarToYUY2(const uint8_t* y, ptrdiff_t y_step, const uint8_t* u, ptrdiff_t u_step, const uint8_t* v,
-                     ptrdiff_t v_step, uint8_t* destination, ptrdiff_t destination_step, uint32_t width,
+int32_t PlanarToYUY2(const uint8_t* y, ptrdiff_t yStep, const uint8_t* u, ptrdiff_t uStep, const uint8_t* v,
+                     ptrdiff_t vStep, uint8_t* destination, ptrdiff_t destinationStep, uint32_t width,
                      uint32_t height) {
     if (v == nullptr)
         return kRefused;
-    return ToPacked({y, u, v, y_step, u_step, v_step}, destination, destination_step, width, height, false);
+    return ToPacked({y, u, v, yStep, uStep, vStep}, destination, destinationStep, width, height, false);
 }
 
-int32_t PlanarToUYVY(const uint8_t* y, ptrdiff_t y_step, const uint8_t* u, ptrdiff_t u_step, const uint8_t* v,
-                     ptrdiff_t v_step, uint8_t* destination, ptrdiff_t destination_step, uint32_t width,
+int32_t PlanarToUYVY(const uint8_t* y, ptrdiff_t yStep, const uint8_t* u, ptrdiff_t uStep, const uint8_t* v,
+                     ptrdiff_t vStep, uint8_t* destination, ptrdiff_t destinationStep, uint32_t width,
                      uint32_t height) {
     if (v == nullptr)
         return kRefused;
-    return ToPacked({y, u, v, y_step, u_step, v_step}, destination, destination_step, width, height, true);
+    return ToPacked({y, u, v, yStep, uStep, vStep}, destination, destinationStep, width, height, true);
 }
 
-int32_t NV12ToYUY2(const uint8_t* y, ptrdiff_t y_step, const uint8_t* uv, ptrdiff_t uv_step, uint8_t* destination,
-                   ptrdiff_t destination_step, uint32_t width, uint32_t height) {
-    return ToPacked({y, uv, nullptr, y_step, uv_step, 0}, destination, destination_step, width, height, false);
+int32_t NV12ToYUY2(const uint8_t* y, ptrdiff_t yStep, const uint8_t* uv, ptrdiff_t uvStep, uint8_t* destination,
+                   ptrdiff_t destinationStep, uint32_t width, uint32_t height) {
+    return ToPacked({y, uv, nullptr, yStep, uvStep, 0}, destination, destinationStep, width, height, false);
 }
 
-int32_t NV12ToUYVY(const uint8_t* y, ptrdiff_t y_step, const uint8_t* uv, ptrdiff_t uv_step, uint8_t* destination,
-                   ptrdiff_t destination_step, uint32_t width, uint32_t height) {
-    return ToPacked({y, uv, nullptr, y_step, uv_step, 0}, destination, destination_step, width, height, true);
+int32_t NV12ToUYVY(const uint8_t* y, ptrdiff_t yStep, const uint8_t* uv, ptrdiff_t uvStep, uint8_t* destination,
+                   ptrdiff_t destinationStep, uint32_t width, uint32_t height) {
+    return ToPacked({y, uv, nullptr, yStep, uvStep, 0}, destination, destinationStep, width, height, true);
 }
 
 }    // namespace corvane::kernels

@@ -6,19 +6,19 @@
 
 namespace corvane::kernels {
 
-int32_t PlaneCopy(const uint8_t* source, ptrdiff_t source_step, uint8_t* destination, ptrdiff_t destination_step,
+int32_t PlaneCopy(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
                   uint32_t width, uint32_t height, uint32_t /*mode*/) {
     if (width == 0 || height == 0)
         return kDone;
     if (source == nullptr || destination == nullptr)
         return kRefused;
-    if (source_step == destination_step && source_step == static_cast<ptrdiff_t>(width)) {
+    if (sourceStep == destinationStep && sourceStep == static_cast<ptrdiff_t>(width)) {
         std::memcpy(destination, source, size_t{width} * height);
         return kDone;
     }
     for (uint32_t row = 0; row < height; ++row) {
         const auto offset = static_cast<ptrdiff_t>(row);
-        std::memcpy(destination + offset * destination_step, source + offset * source_step, width);
+        std::memcpy(destination + offset * destinationStep, source + offset * sourceStep, width);
     }
     return kDone;
 }

@@ -17,7 +17,7 @@ enum PlaneCopyMode : uint32_t {
 //
 // `mode` is a hint without influence on the result. It is not followed for memory of this process: whoever copies a
 // plane here has it read next, and a streamed plane that is read next costs twice the time of a cached one in sum.
-int32_t PlaneCopy(const uint8_t* source, ptrdiff_t source_step, uint8_t* destination, ptrdiff_t destination_step,
+int32_t PlaneCopy(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
                   uint32_t width, uint32_t height, uint32_t mode);
 
 }    // namespace corvane::kernels

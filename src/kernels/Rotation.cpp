@@ -9,9 +9,9 @@
 
 namespace corvane::kernels {
 
-Rotation Rotation::About(double angle_degrees, double center_x, double center_y) {
+Rotation Rotation::About(double angleDegrees, double centerX, double centerY) {
     Rotation rotation;
-    const double angle = std::isfinite(angle_degrees) ? std::remainder(angle_degrees, 360.0) : 0.0;
+    const double angle = std::isfinite(angleDegrees) ? std::remainder(angleDegrees, 360.0) : 0.0;
     const double quarters = angle / 90;
     if (quarters == std::round(quarters)) {    // sine and cosine of a double are never exactly 0 there
         const int turns = static_cast<int>(quarters) & 3;
@@ -21,8 +21,8 @@ Rotation Rotation::About(double angle_degrees, double center_x, double center_y)
         rotation.cosine = std::cos(angle * std::numbers::pi / 180);
         rotation.sine = std::sin(angle * std::numbers::pi / 180);
     }
-    rotation.shift_x = center_x - rotation.cosine * center_x - rotation.sine * center_y;
-    rotation.shift_y = center_y + rotation.sine * center_x - rotation.cosine * center_y;
+    rotation.shiftX = centerX - rotation.cosine * centerX - rotation.sine * centerY;
+    rotation.shiftY = centerY + rotation.sine * centerX - rotation.cosine * centerY;
     return rotation;
 }
 
@@ -32,10 +32,10 @@ RotationBounds BoundsOf(const Rotation& rotation, uint32_t width, uint32_t heigh
     const double x[2] = {rotation.cosine * right, rotation.sine * bottom};
     const double y[2] = {-rotation.sine * right, rotation.cosine * bottom};
     RotationBounds bounds;
-    bounds.min_x = rotation.shift_x + std::min(x[0], 0.0) + std::min(x[1], 0.0);
-    bounds.max_x = rotation.shift_x + std::max(x[0], 0.0) + std::max(x[1], 0.0);
-    bounds.min_y = rotation.shift_y + std::min(y[0], 0.0) + std::min(y[1], 0.0);
-    bounds.max_y = rotation.shift_y + std::max(y[0], 0.0) + std::max(y[1], 0.0);
+    bounds.minX = rotation.shiftX + std::min(x[0], 0.0) + std::min(x[1], 0.0);
+    bounds.maxX = rotation.shiftX + std::max(x[0], 0.0) + std::max(x[1], 0.0);
+    bounds.minY = rotation.shiftY + std::min(y[0], 0.0) + std::min(y[1], 0.0);
+    bounds.maxY = rotation.shiftY + std::max(y[0], 0.0) + std::max(y[1], 0.0);
     return bounds;
 }
 
@@ -73,53 +73,53 @@ Span Clip(Span span, int64_t start, int64_t step, int64_t low, int64_t high) {
 // One pixel from the four around it; `next` and `below` are the ways to the neighbours.
 template <uint32_t kChannels>
 inline void Interpolate(const uint8_t* at, ptrdiff_t next, ptrdiff_t below, int64_t x, int64_t y, uint8_t* out) {
-    const auto fraction_x = static_cast<int32_t>(x >> 24 & 0xFF);
-    const auto fraction_y = static_cast<int32_t>(y >> 24 & 0xFF);
+    const auto fractionX = static_cast<int32_t>(x >> 24 & 0xFF);
+    const auto fractionY = static_cast<int32_t>(y >> 24 & 0xFF);
     for (uint32_t c = 0; c < kChannels; ++c, ++at) {
-        const int32_t upper = at[0] * 256 + (at[next] - at[0]) * fraction_x;
-        const int32_t lower = at[below] * 256 + (at[below + next] - at[below]) * fraction_x;
-        out[c] = static_cast<uint8_t>((upper * 256 + (lower - upper) * fraction_y + 32768) >> 16);
+        const int32_t upper = at[0] * 256 + (at[next] - at[0]) * fractionX;
+        const int32_t lower = at[below] * 256 + (at[below + next] - at[below]) * fractionX;
+        out[c] = static_cast<uint8_t>((upper * 256 + (lower - upper) * fractionY + 32768) >> 16);
     }
 }
 
 template <uint32_t kChannels>
 void RotateRows(const ConstImage& source, const MutableImage& destination, const Rotation& rotation) {
-    const int64_t last_x = (int64_t{source.width} - 1) * kOne;
-    const int64_t last_y = (int64_t{source.height} - 1) * kOne;
-    const int64_t step_x = std::llrint(rotation.cosine * kUnit);
-    const int64_t step_y = std::llrint(rotation.sine * kUnit);
+    const int64_t lastX = (int64_t{source.width} - 1) * kOne;
+    const int64_t lastY = (int64_t{source.height} - 1) * kOne;
+    const int64_t stepX = std::llrint(rotation.cosine * kUnit);
+    const int64_t stepY = std::llrint(rotation.sine * kUnit);
     for (uint32_t row = 0; row < destination.height; ++row) {
         uint8_t* out = destination.data + static_cast<ptrdiff_t>(row) * destination.step;
-        const double dx = -rotation.shift_x;
-        const double dy = row - rotation.shift_y;
-        const int64_t row_x = std::llrint((rotation.cosine * dx - rotation.sine * dy) * kUnit);
-        const int64_t row_y = std::llrint((rotation.sine * dx + rotation.cosine * dy) * kUnit);
+        const double dx = -rotation.shiftX;
+        const double dy = row - rotation.shiftY;
+        const int64_t rowX = std::llrint((rotation.cosine * dx - rotation.sine * dy) * kUnit);
+        const int64_t rowY = std::llrint((rotation.sine * dx + rotation.cosine * dy) * kUnit);
         Span all{0, destination.width};
-        all = Clip(all, row_x, step_x, -kEdge, last_x + kEdge);
-        all = Clip(all, row_y, step_y, -kEdge, last_y + kEdge);
+        all = Clip(all, rowX, stepX, -kEdge, lastX + kEdge);
+        all = Clip(all, rowY, stepY, -kEdge, lastY + kEdge);
         // Within the inner span all four neighbours exist.
-        Span inner = Clip(all, row_x, step_x, 0, last_x - 1);
-        inner = Clip(inner, row_y, step_y, 0, last_y - 1);
+        Span inner = Clip(all, rowX, stepX, 0, lastX - 1);
+        inner = Clip(inner, rowY, stepY, 0, lastY - 1);
         inner.begin = std::min(inner.begin, all.end);
         inner.end = std::max(inner.begin, inner.end);
 
-        const auto at_edge = [&](int64_t column) {
-            const int64_t x = std::clamp<int64_t>(row_x + column * step_x, 0, last_x);
-            const int64_t y = std::clamp<int64_t>(row_y + column * step_y, 0, last_y);
+        const auto atEdge = [&](int64_t column) {
+            const int64_t x = std::clamp<int64_t>(rowX + column * stepX, 0, lastX);
+            const int64_t y = std::clamp<int64_t>(rowY + column * stepY, 0, lastY);
             Interpolate<kChannels>(source.data + (y >> 32) * source.step + (x >> 32) * kChannels,
-                                   x < last_x ? kChannels : 0, y < last_y ? source.step : 0, x, y,
+                                   x < lastX ? kChannels : 0, y < lastY ? source.step : 0, x, y,
                                    out + column * kChannels);
         };
         for (int64_t column = all.begin; column < inner.begin; ++column)
-            at_edge(column);
-        int64_t x = row_x + inner.begin * step_x;
-        int64_t y = row_y + inner.begin * step_y;
-        for (int64_t column = inner.begin; column < inner.end; ++column, x += step_x, y += step_y) {
+            atEdge(column);
+        int64_t x = rowX + inner.begin * stepX;
+        int64_t y = rowY + inner.begin * stepY;
+        for (int64_t column = inner.begin; column < inner.end; ++column, x += stepX, y += stepY) {
             Interpolate<kChannels>(source.data + (y >> 32) * source.step + (x >> 32) * kChannels, kChannels,
                                    source.step, x, y, out + column * kChannels);
         }
         for (int64_t column = inner.end; column < all.end; ++column)
-            at_edge(column);
+            atEdge(column);
     }
 }
 

@@ -6,25 +6,25 @@
 
 namespace corvane::kernels {
 
-// x' = cosine x + sine y + shift_x, y' = -sine x + cosine y + shift_y, with y downwards: counter-clockwise for a
+// x' = cosine x + sine y + shiftX, y' = -sine x + cosine y + shiftY, with y downwards: counter-clockwise for a
 // positive angle. Coordinates are pixel centres: the first is (0, 0).
 struct Rotation {
     double cosine = 1;
     double sine = 0;
-    double shift_x = 0;
-    double shift_y = 0;
+    double shiftX = 0;
+    double shiftY = 0;
 
-    // Keeps the point (center_x, center_y) where it is. Whole quarter turns are exact. An angle that is not finite is
+    // Keeps the point (centerX, centerY) where it is. Whole quarter turns are exact. An angle that is not finite is
     // 0.
-    static Rotation About(double angle_degrees, double center_x, double center_y);
+    static Rotation About(double angleDegrees, double centerX, double centerY);
 };
 
 // The box around the rotated pixel centres of a picture of (width, height), both at least 1.
 struct RotationBounds {
-    double min_x = 0;
-    double min_y = 0;
-    double max_x = 0;
-    double max_y = 0;
+    double minX = 0;
+    double minY = 0;
+    double maxX = 0;
+    double maxY = 0;
 };
 RotationBounds BoundsOf(const Rotation& rotation, uint32_t width, uint32_t height);
 

@@ -8,22 +8,22 @@ namespace corvane::kernels {
 
 // Width and height are rounded down to even and are at least 2 then. Steps are in bytes. Return 0, or negative for a
 // null pointer or an empty size.
-int32_t I420ToNV12(const uint8_t* y, ptrdiff_t y_step, const uint8_t* u, ptrdiff_t u_step, const uint8_t* v,
-                   ptrdiff_t v_step, uint8_t* out_y, ptrdiff_t out_y_step, uint8_t* out_uv, ptrdiff_t out_uv_step,
+int32_t I420ToNV12(const uint8_t* y, ptrdiff_t yStep, const uint8_t* u, ptrdiff_t uStep, const uint8_t* v,
+                   ptrdiff_t vStep, uint8_t* outY, ptrdiff_t outYStep, uint8_t* outUv, ptrdiff_t outUvStep,
                    uint32_t width, uint32_t height);
 
 // All of Y, and (width + 1) / 2 samples of height / 2 chroma rows: a chroma row more would not fit a buffer of
 // step x height x 3 / 2 bytes. Width and height are at least 1.
-int32_t NV12ToI420(const uint8_t* y, ptrdiff_t y_step, const uint8_t* uv, ptrdiff_t uv_step, uint8_t* out_y,
-                   ptrdiff_t out_y_step, uint8_t* out_u, ptrdiff_t out_u_step, uint8_t* out_v, ptrdiff_t out_v_step,
+int32_t NV12ToI420(const uint8_t* y, ptrdiff_t yStep, const uint8_t* uv, ptrdiff_t uvStep, uint8_t* outY,
+                   ptrdiff_t outYStep, uint8_t* outU, ptrdiff_t outUStep, uint8_t* outV, ptrdiff_t outVStep,
                    uint32_t width, uint32_t height);
 
 // From bytes B G R A: Y = (7471 B + 38470 G + 19595 R + 32768) >> 16 for each pixel; for each whole block of 2 x 2,
 // with the sums b, g, r over its four pixels, U = (32768 b - 21709 g - 11059 r + 0x2008000) >> 18 and V = (32768 r -
 // 27439 g - 5329 b + 0x2008000) >> 18. Width and height are at least 1. The chroma of an odd last row or column is not
 // written and gives kOddPartUnwritten.
-int32_t BGRAToI420(const uint8_t* source, ptrdiff_t source_step, uint8_t* out_y, ptrdiff_t out_y_step, uint8_t* out_u,
-                   ptrdiff_t out_u_step, uint8_t* out_v, ptrdiff_t out_v_step, uint32_t width, uint32_t height);
+int32_t BGRAToI420(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* outY, ptrdiff_t outYStep, uint8_t* outU,
+                   ptrdiff_t outUStep, uint8_t* outV, ptrdiff_t outVStep, uint32_t width, uint32_t height);
 
 namespace ref {
 void MergeRow(const uint8_t* u, const uint8_t* v, uint8_t* uv, size_t pairs);

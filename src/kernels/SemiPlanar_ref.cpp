@@ -21,21 +21,21 @@ void SplitRow(const uint8_t* uv, uint8_t* u, uint8_t* v, size_t pairs) {
 
 }    // namespace ref
 
-int32_t BGRAToI420(const uint8_t* source, ptrdiff_t source_step, uint8_t* out_y, ptrdiff_t out_y_step, uint8_t* out_u,
-                   ptrdiff_t out_u_step, uint8_t* out_v, ptrdiff_t out_v_step, uint32_t width, uint32_t height) {
-    if (source == nullptr || out_y == nullptr || out_u == nullptr || out_v == nullptr || width < 1 || height < 1)
+int32_t BGRAToI420(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* outY, ptrdiff_t outYStep, uint8_t* outU,
+                   ptrdiff_t outUStep, uint8_t* outV, ptrdiff_t outVStep, uint32_t width, uint32_t height) {
+    if (source == nullptr || outY == nullptr || outU == nullptr || outV == nullptr || width < 1 || height < 1)
         return kRefused;
     for (uint32_t row = 0; row < height; ++row) {
-        const uint8_t* pixel = source + static_cast<ptrdiff_t>(row) * source_step;
-        uint8_t* luma = out_y + static_cast<ptrdiff_t>(row) * out_y_step;
+        const uint8_t* pixel = source + static_cast<ptrdiff_t>(row) * sourceStep;
+        uint8_t* luma = outY + static_cast<ptrdiff_t>(row) * outYStep;
         for (uint32_t x = 0; x < width; ++x, pixel += 4)
             luma[x] = static_cast<uint8_t>((7471 * pixel[0] + 38470 * pixel[1] + 19595 * pixel[2] + 32768) >> 16);
     }
     for (uint32_t row = 0; row < height / 2; ++row) {
-        const uint8_t* upper = source + 2 * static_cast<ptrdiff_t>(row) * source_step;
-        const uint8_t* lower = upper + source_step;
-        uint8_t* u = out_u + static_cast<ptrdiff_t>(row) * out_u_step;
-        uint8_t* v = out_v + static_cast<ptrdiff_t>(row) * out_v_step;
+        const uint8_t* upper = source + 2 * static_cast<ptrdiff_t>(row) * sourceStep;
+        const uint8_t* lower = upper + sourceStep;
+        uint8_t* u = outU + static_cast<ptrdiff_t>(row) * outUStep;
+        uint8_t* v = outV + static_cast<ptrdiff_t>(row) * outVStep;
         for (uint32_t x = 0; x < width / 2; ++x, upper += 8, lower += 8) {
             const int32_t b = upper[0] + upper[4] + lower[0] + lower[4];
             const int32_t g = upper[1] + upper[5] + lower[1] + lower[5];

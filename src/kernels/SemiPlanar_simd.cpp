@@ -39,11 +39,11 @@ HWY_INLINE void InterleaveRow(const uint8_t* HWY_RESTRICT first, const uint8_t* 
 }
 #endif
 
-void MergeRows(const uint8_t* u, ptrdiff_t u_step, const uint8_t* v, ptrdiff_t v_step, uint8_t* uv, ptrdiff_t uv_step,
+void MergeRows(const uint8_t* u, ptrdiff_t uStep, const uint8_t* v, ptrdiff_t vStep, uint8_t* uv, ptrdiff_t uvStep,
                uint32_t pairs, uint32_t rows) {
     for (uint32_t row = 0; row < rows; ++row) {
         const auto at = static_cast<ptrdiff_t>(row);
-        InterleaveRow(u + at * u_step, v + at * v_step, uv + at * uv_step, pairs);
+        InterleaveRow(u + at * uStep, v + at * vStep, uv + at * uvStep, pairs);
     }
 }
 
@@ -74,11 +74,11 @@ HWY_INLINE void SplitRow(const uint8_t* HWY_RESTRICT uv, uint8_t* HWY_RESTRICT u
 }
 #endif
 
-void SplitRows(const uint8_t* uv, ptrdiff_t uv_step, uint8_t* u, ptrdiff_t u_step, uint8_t* v, ptrdiff_t v_step,
+void SplitRows(const uint8_t* uv, ptrdiff_t uvStep, uint8_t* u, ptrdiff_t uStep, uint8_t* v, ptrdiff_t vStep,
                uint32_t pairs, uint32_t rows) {
     for (uint32_t row = 0; row < rows; ++row) {
         const auto at = static_cast<ptrdiff_t>(row);
-        SplitRow(uv + at * uv_step, u + at * u_step, v + at * v_step, pairs);
+        SplitRow(uv + at * uvStep, u + at * uStep, v + at * vStep, pairs);
     }
 }
 
@@ -92,26 +92,25 @@ namespace corvane::kernels {
 HWY_EXPORT(MergeRows);
 HWY_EXPORT(SplitRows);
 
-int32_t I420ToNV12(const uint8_t* y, ptrdiff_t y_step, const uint8_t* u, ptrdiff_t u_step, const uint8_t* v,
-                   ptrdiff_t v_step, uint8_t* out_y, ptrdiff_t out_y_step, uint8_t* out_uv, ptrdiff_t out_uv_step,
+int32_t I420ToNV12(const uint8_t* y, ptrdiff_t yStep, const uint8_t* u, ptrdiff_t uStep, const uint8_t* v,
+                   ptrdiff_t vStep, uint8_t* outY, ptrdiff_t outYStep, uint8_t* outUv, ptrdiff_t outUvStep,
                    uint32_t width, uint32_t height) {
-    if (y == nullptr || u == nullptr || v == nullptr || out_y == nullptr || out_uv == nullptr || width < 2 ||
-        height < 2)
+    if (y == nullptr || u == nullptr || v == nullptr || outY == nullptr || outUv == nullptr || width < 2 || height < 2)
         return kRefused;
-    PlaneCopy(y, y_step, out_y, out_y_step, width & ~1u, height & ~1u, kCopyStreamingStores);
-    HWY_DYNAMIC_DISPATCH(MergeRows)(u, u_step, v, v_step, out_uv, out_uv_step, width / 2, height / 2);
+    PlaneCopy(y, yStep, outY, outYStep, width & ~1u, height & ~1u, kCopyStreamingStores);
+    HWY_DYNAMIC_DISPATCH(MergeRows)(u, uStep, v, vStep, outUv, outUvStep, width / 2, height / 2);
     return kDone;
 }
 
-int32_t NV12ToI420(const uint8_t* y, ptrdiff_t y_step, const uint8_t* uv, ptrdiff_t uv_step, uint8_t* out_y,
-                   ptrdiff_t out_y_step, uint8_t* out_u, ptrdiff_t out_u_step, uint8_t* out_v, ptrdiff_t out_v_step,
+int32_t NV12ToI420(const uint8_t* y, ptrdiff_t yStep, const uint8_t* uv, ptrdiff_t uvStep, uint8_t* outY,
+                   ptrdiff_t outYStep, uint8_t* outU, ptrdiff_t outUStep, uint8_t* outV, ptrdiff_t outVStep,
                    uint32_t width, uint32_t height) {
-    if (y == nullptr || uv == nullptr || out_y == nullptr || out_u == nullptr || out_v == nullptr || width < 1 ||
+    if (y == nullptr || uv == nullptr || outY == nullptr || outU == nullptr || outV == nullptr || width < 1 ||
         height < 1)
         return kRefused;
-    PlaneCopy(y, y_step, out_y, out_y_step, width, height, kCopyStreamingStores | kCopyStreamingLoads);
+    PlaneCopy(y, yStep, outY, outYStep, width, height, kCopyStreamingStores | kCopyStreamingLoads);
     HWY_DYNAMIC_DISPATCH(SplitRows)
-    (uv, uv_step, out_u, out_u_step, out_v, out_v_step, width / 2 + width % 2, height / 2);
+    (uv, uvStep, outU, outUStep, outV, outVStep, width / 2 + width % 2, height / 2);
     return kDone;
 }
 

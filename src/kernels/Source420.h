@@ -17,9 +17,9 @@ struct Source420 {
     const uint8_t* y = nullptr;
     const uint8_t* u = nullptr;    // U; the plane of U V pairs when `v` is null
     const uint8_t* v = nullptr;
-    ptrdiff_t y_step = 0;
-    ptrdiff_t u_step = 0;
-    ptrdiff_t v_step = 0;
+    ptrdiff_t yStep = 0;
+    ptrdiff_t uStep = 0;
+    ptrdiff_t vStep = 0;
 
     bool Planar() const { return v != nullptr; }
 };

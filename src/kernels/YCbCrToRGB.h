@@ -9,8 +9,8 @@
 namespace corvane::kernels {
 
 struct RgbLayout {
-    uint32_t bytes = 3;        // a pixel: 3, or 4 with the fourth byte 0
-    bool red_first = false;    // bytes R G B; else B G R
+    uint32_t bytes = 3;       // a pixel: 3, or 4 with the fourth byte 0
+    bool redFirst = false;    // bytes R G B; else B G R
 };
 
 // Writes width x height pixels, with one U and one V for each block of 2 x 2, in 16.16 fixed point, clamped to 0 to
@@ -19,12 +19,12 @@ struct RgbLayout {
 //   G = (65536 Y - 22553 U - 46801 V + 8910128) >> 16
 //   B = (65536 Y + 116128 U - 14831618) >> 16
 // Width and height are at least 2. An odd last row or column is not written and gives kOddPartUnwritten.
-// `destination_step` is in bytes; negative with `destination` at the last row writes a bottom-up picture.
-int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t destination_step, uint32_t width,
+// `destinationStep` is in bytes; negative with `destination` at the last row writes a bottom-up picture.
+int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t destinationStep, uint32_t width,
                    uint32_t height, RgbLayout layout);
 
 namespace ref {
-int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t destination_step, uint32_t width,
+int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t destinationStep, uint32_t width,
                    uint32_t height, RgbLayout layout);
 }
 

@@ -14,7 +14,7 @@ namespace corvane::kernels {
 inline constexpr ChromaMatrix kFullRangeMatrix{
     {0, 0, 1035, 26344, -595, false}, {4, 0, 32347, 3162, -1787, false}, {-22553, 18735, 8910128}};
 static_assert(kFullRangeMatrix.red.Equals(91880, -11727880) && kFullRangeMatrix.blue.Equals(116128, -14831618));
-static_assert(-46801 == kFullRangeMatrix.green.v_factor - 65536);
+static_assert(-46801 == kFullRangeMatrix.green.vFactor - 65536);
 }    // namespace corvane::kernels
 #endif
 
@@ -47,25 +47,25 @@ struct Rgb32Writer {
         const Words d16;
         constexpr size_t kStep = hn::MaxLanes(Bytes());
         const auto zero = hn::Zero(d);
-        const auto bg_low = hn::BitCast(d16, hn::InterleaveLower(d, blue, green));
-        const auto bg_high = hn::BitCast(d16, hn::InterleaveUpper(d, blue, green));
-        const auto r0_low = hn::BitCast(d16, hn::InterleaveLower(d, red, zero));
-        const auto r0_high = hn::BitCast(d16, hn::InterleaveUpper(d, red, zero));
-        hn::StoreU(hn::BitCast(d, hn::InterleaveLower(d16, bg_low, r0_low)), d, out);
-        hn::StoreU(hn::BitCast(d, hn::InterleaveUpper(d16, bg_low, r0_low)), d, out + kStep);
-        hn::StoreU(hn::BitCast(d, hn::InterleaveLower(d16, bg_high, r0_high)), d, out + 2 * kStep);
-        hn::StoreU(hn::BitCast(d, hn::InterleaveUpper(d16, bg_high, r0_high)), d, out + 3 * kStep);
+        const auto bgLow = hn::BitCast(d16, hn::InterleaveLower(d, blue, green));
+        const auto bgHigh = hn::BitCast(d16, hn::InterleaveUpper(d, blue, green));
+        const auto r0Low = hn::BitCast(d16, hn::InterleaveLower(d, red, zero));
+        const auto r0High = hn::BitCast(d16, hn::InterleaveUpper(d, red, zero));
+        hn::StoreU(hn::BitCast(d, hn::InterleaveLower(d16, bgLow, r0Low)), d, out);
+        hn::StoreU(hn::BitCast(d, hn::InterleaveUpper(d16, bgLow, r0Low)), d, out + kStep);
+        hn::StoreU(hn::BitCast(d, hn::InterleaveLower(d16, bgHigh, r0High)), d, out + 2 * kStep);
+        hn::StoreU(hn::BitCast(d, hn::InterleaveUpper(d16, bgHigh, r0High)), d, out + 3 * kStep);
     }
 };
 
 int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
                    RgbLayout layout, uint8_t* terms) {
-    const uint32_t even_width = width & ~1u;
-    const uint32_t even_height = height & ~1u;
+    const uint32_t evenWidth = width & ~1u;
+    const uint32_t evenHeight = height & ~1u;
     if (layout.bytes == 3)
-        ConvertPicture(Rgb24Writer(), source, destination, step, even_width, even_height, layout.red_first, terms);
+        ConvertPicture(Rgb24Writer(), source, destination, step, evenWidth, evenHeight, layout.redFirst, terms);
     else
-        ConvertPicture(Rgb32Writer(), source, destination, step, even_width, even_height, layout.red_first, terms);
+        ConvertPicture(Rgb32Writer(), source, destination, step, evenWidth, evenHeight, layout.redFirst, terms);
     return ((width | height) & 1) != 0 ? kOddPartUnwritten : kDone;
 }
 #endif
@@ -79,16 +79,15 @@ namespace corvane::kernels {
 
 HWY_EXPORT(ConvertRgb);
 
-int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t destination_step, uint32_t width,
+int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t destinationStep, uint32_t width,
                    uint32_t height, RgbLayout layout) {
     if (source.y == nullptr || source.u == nullptr || destination == nullptr || width < 2 || height < 2 ||
         (layout.bytes != 3 && layout.bytes != 4))
         return kRefused;
     AlignedBuffer memory;
     if (!memory.Allocate(kTermRows * kTermStride))
-        return ref::YCbCrToRGB(source, destination, destination_step, width, height, layout);
-    return HWY_DYNAMIC_DISPATCH(ConvertRgb)(source, destination, destination_step, width, height, layout,
-                                            memory.Data());
+        return ref::YCbCrToRGB(source, destination, destinationStep, width, height, layout);
+    return HWY_DYNAMIC_DISPATCH(ConvertRgb)(source, destination, destinationStep, width, height, layout, memory.Data());
 }
 
 }    // namespace corvane::kernels

@@ -9,8 +9,8 @@
 namespace corvane::kernels {
 
 struct Rgb16Layout {
-    uint32_t green_bits = 6;    // 5 or 6
-    bool red_high = true;       // red in the upper bits and blue at bit 0; else exchanged
+    uint32_t greenBits = 6;    // 5 or 6
+    bool redHigh = true;       // red in the upper bits and blue at bit 0; else exchanged
 };
 
 // Writes width x height pixels, both at least 1, with u = U - 128 and v = V - 128, clamped to 0 to 255:
@@ -18,12 +18,12 @@ struct Rgb16Layout {
 //   G = (65536 Y - 38076 v - 25821 u) >> 16
 //   B = (65536 Y + 133169 u) >> 16
 // and packed with R >> 3, G >> 3 or G >> 2, B >> 3. Little-endian words; bit 15 is 0 with 5 bit green. The last row and
-// column of an odd size use the chroma sample of their half block. `destination_step` is in words of 16 bits.
-int32_t YUVToRGB16(const Source420& source, uint16_t* destination, ptrdiff_t destination_step, uint32_t width,
+// column of an odd size use the chroma sample of their half block. `destinationStep` is in words of 16 bits.
+int32_t YUVToRGB16(const Source420& source, uint16_t* destination, ptrdiff_t destinationStep, uint32_t width,
                    uint32_t height, Rgb16Layout layout);
 
 namespace ref {
-int32_t YUVToRGB16(const Source420& source, uint16_t* destination, ptrdiff_t destination_step, uint32_t width,
+int32_t YUVToRGB16(const Source420& source, uint16_t* destination, ptrdiff_t destinationStep, uint32_t width,
                    uint32_t height, Rgb16Layout layout);
 }
 

@@ -12,28 +12,28 @@ uint32_t Clamp(int32_t fixed) {
 
 }    // namespace
 
-int32_t YUVToRGB16(const Source420& source, uint16_t* destination, ptrdiff_t destination_step, uint32_t width,
+int32_t YUVToRGB16(const Source420& source, uint16_t* destination, ptrdiff_t destinationStep, uint32_t width,
                    uint32_t height, Rgb16Layout layout) {
     if (source.y == nullptr || source.u == nullptr || destination == nullptr || width < 1 || height < 1 ||
-        (layout.green_bits != 5 && layout.green_bits != 6))
+        (layout.greenBits != 5 && layout.greenBits != 6))
         return kRefused;
-    const uint32_t top_shift = 5 + layout.green_bits;
+    const uint32_t topShift = 5 + layout.greenBits;
     for (uint32_t row = 0; row < height; ++row) {
-        const uint8_t* y = source.y + static_cast<ptrdiff_t>(row) * source.y_step;
-        const uint8_t* u = source.u + static_cast<ptrdiff_t>(row / 2) * source.u_step;
-        const uint8_t* v = source.Planar() ? source.v + static_cast<ptrdiff_t>(row / 2) * source.v_step : u + 1;
-        const size_t chroma_step = source.Planar() ? 1 : 2;
-        uint16_t* out = destination + static_cast<ptrdiff_t>(row) * destination_step;
+        const uint8_t* y = source.y + static_cast<ptrdiff_t>(row) * source.yStep;
+        const uint8_t* u = source.u + static_cast<ptrdiff_t>(row / 2) * source.uStep;
+        const uint8_t* v = source.Planar() ? source.v + static_cast<ptrdiff_t>(row / 2) * source.vStep : u + 1;
+        const size_t chromaStep = source.Planar() ? 1 : 2;
+        uint16_t* out = destination + static_cast<ptrdiff_t>(row) * destinationStep;
         for (uint32_t x = 0; x < width; ++x) {
             const int32_t luma = 65536 * y[x];
-            const int32_t centred_u = u[x / 2 * chroma_step] - 128;
-            const int32_t centred_v = v[x / 2 * chroma_step] - 128;
-            uint32_t high = Clamp(luma + 74711 * centred_v);
-            uint32_t low = Clamp(luma + 133169 * centred_u);
-            const uint32_t green = Clamp(luma - 38076 * centred_v - 25821 * centred_u);
-            if (!layout.red_high)
+            const int32_t centredU = u[x / 2 * chromaStep] - 128;
+            const int32_t centredV = v[x / 2 * chromaStep] - 128;
+            uint32_t high = Clamp(luma + 74711 * centredV);
+            uint32_t low = Clamp(luma + 133169 * centredU);
+            const uint32_t green = Clamp(luma - 38076 * centredV - 25821 * centredU);
+            if (!layout.redHigh)
                 std::swap(high, low);
-            out[x] = static_cast<uint16_t>(high >> 3 << top_shift | green >> (8 - layout.green_bits) << 5 | low >> 3);
+            out[x] = static_cast<uint16_t>(high >> 3 << topShift | green >> (8 - layout.greenBits) << 5 | low >> 3);
         }
     }
     return kDone;

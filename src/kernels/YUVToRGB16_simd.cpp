@@ -15,7 +15,7 @@ namespace corvane::kernels {
 inline constexpr ChromaMatrix kAnalogueMatrix{
     {2, 0, 3, 2291, -146, false}, {1, 1, 57, 1047, -261, true}, {-25821, 27460, 128 * (38076 + 25821)}};
 static_assert(kAnalogueMatrix.red.Equals(74711, -128 * 74711) && kAnalogueMatrix.blue.Equals(133169, -128 * 133169));
-static_assert(-38076 == kAnalogueMatrix.green.v_factor - 65536);
+static_assert(-38076 == kAnalogueMatrix.green.vFactor - 65536);
 }    // namespace corvane::kernels
 #endif
 
@@ -65,10 +65,10 @@ struct Rgb16Writer {
 int32_t ConvertRgb16(const Source420& source, uint16_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
                      Rgb16Layout layout, uint8_t* terms) {
     auto* bytes = reinterpret_cast<uint8_t*>(destination);
-    if (layout.green_bits == 6)
-        ConvertPicture(Rgb16Writer<6>(), source, bytes, 2 * step, width, height, !layout.red_high, terms);
+    if (layout.greenBits == 6)
+        ConvertPicture(Rgb16Writer<6>(), source, bytes, 2 * step, width, height, !layout.redHigh, terms);
     else
-        ConvertPicture(Rgb16Writer<5>(), source, bytes, 2 * step, width, height, !layout.red_high, terms);
+        ConvertPicture(Rgb16Writer<5>(), source, bytes, 2 * step, width, height, !layout.redHigh, terms);
     return kDone;
 }
 #endif
@@ -82,15 +82,15 @@ namespace corvane::kernels {
 
 HWY_EXPORT(ConvertRgb16);
 
-int32_t YUVToRGB16(const Source420& source, uint16_t* destination, ptrdiff_t destination_step, uint32_t width,
+int32_t YUVToRGB16(const Source420& source, uint16_t* destination, ptrdiff_t destinationStep, uint32_t width,
                    uint32_t height, Rgb16Layout layout) {
     if (source.y == nullptr || source.u == nullptr || destination == nullptr || width < 1 || height < 1 ||
-        (layout.green_bits != 5 && layout.green_bits != 6))
+        (layout.greenBits != 5 && layout.greenBits != 6))
         return kRefused;
     AlignedBuffer memory;
     if (!memory.Allocate(kTermRows * kTermStride))
-        return ref::YUVToRGB16(source, destination, destination_step, width, height, layout);
-    return HWY_DYNAMIC_DISPATCH(ConvertRgb16)(source, destination, destination_step, width, height, layout,
+        return ref::YUVToRGB16(source, destination, destinationStep, width, height, layout);
+    return HWY_DYNAMIC_DISPATCH(ConvertRgb16)(source, destination, destinationStep, width, height, layout,
                                               memory.Data());
 }
 

@@ -409,17 +409,17 @@ void CRenderMgr::ChangeChain(Change change) {
 Status CRenderMgr::InsertFilter(QMRX::Filter::IFilter* filter) {
     Status status = Status::Ok;
     ChangeChain([&](ChainSettings& chain) {
-        if (std::ranges::find(chain.client_filters, filter) != chain.client_filters.end())
+        if (std::ranges::find(chain.clientFilters, filter) != chain.clientFilters.end())
             status = Status::Failed;
         else
-            chain.client_filters.push_back(filter);
+            chain.clientFilters.push_back(filter);
     });
     return status;
 }
 
 void CRenderMgr::RemoveFilter(QMRX::Filter::IFilter* filter) {
     bool removed = false;
-    ChangeChain([&](ChainSettings& chain) { removed = std::erase(chain.client_filters, filter) != 0; });
+    ChangeChain([&](ChainSettings& chain) { removed = std::erase(chain.clientFilters, filter) != 0; });
     if (!removed)
         return;
     m_filterCalls.WaitForRunning();
@@ -428,12 +428,12 @@ void CRenderMgr::RemoveFilter(QMRX::Filter::IFilter* filter) {
 }
 
 void CRenderMgr::SetDeinterlace(bool on) {
-    ChangeChain([&](ChainSettings& chain) { chain.deinterlace_enabled = on; });
+    ChangeChain([&](ChainSettings& chain) { chain.deinterlaceEnabled = on; });
 }
 
 void CRenderMgr::SetResizeType(uint32_t type) {
     if (type <= 3)
-        ChangeChain([&](ChainSettings& chain) { chain.resize_type = type; });
+        ChangeChain([&](ChainSettings& chain) { chain.resizeType = type; });
 }
 
 Status CRenderMgr::EnableRotateFilter(double angle) {

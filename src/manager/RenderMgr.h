@@ -143,7 +143,8 @@ private:
     bool m_infoUnsent GUARDED_BY(m_lock) = false;    // infoDirty, as far as the stream-info codes go
     uint32_t m_waitCounter GUARDED_BY(m_lock) = 0;
     uint64_t m_generation GUARDED_BY(m_lock) = 0;    // raised by each wake-up
-    bool m_rendererReplaced GUARDED_BY(m_lock) = false;    // the one before waits for its end, no picture for its present
+    bool m_rendererReplaced GUARDED_BY(m_lock) =
+        false;    // the one before waits for its end, no picture for its present
     bool m_ending GUARDED_BY(m_lock) = false;
 
     RendererSlot m_slot;

@@ -24,15 +24,15 @@ void ReportLens(const Sender& send, const MediaFrameImpl& frame, const MediaFram
             send(12, 0, uint64_t{0});
         return;
     }
-    const bool kindChanged = before == nullptr || before->lens_kind != now->lens_kind;
-    const bool mountChanged = before == nullptr || before->mount_flag != now->mount_flag;
-    if (kindChanged && now->lens_kind <= 2)
-        send(10, now->lens_kind + 1u, uint64_t{0});
+    const bool kindChanged = before == nullptr || before->lensKind != now->lensKind;
+    const bool mountChanged = before == nullptr || before->mountFlag != now->mountFlag;
+    if (kindChanged && now->lensKind <= 2)
+        send(10, now->lensKind + 1u, uint64_t{0});
     if (mountChanged)
-        send(11, now->mount_flag != 0 ? 2 : 1, uint64_t{0});
-    if (kindChanged || mountChanged || before->center_x != now->center_x || before->center_y != now->center_y ||
+        send(11, now->mountFlag != 0 ? 2 : 1, uint64_t{0});
+    if (kindChanged || mountChanged || before->centerX != now->centerX || before->centerY != now->centerY ||
         before->radius != now->radius) {
-        const FisheyeInfo info{now->mount_flag, now->lens_kind, now->center_x, now->center_y, now->radius};
+        const FisheyeInfo info{now->mountFlag, now->lensKind, now->centerX, now->centerY, now->radius};
         send(12, 1, &info);
     }
 }

@@ -13,14 +13,14 @@ using std::chrono::milliseconds;
 
 // A writer gets its turn against two readers that never pause, and a reader against two such writers.
 TEST(SharedMutex, StarvesNobody) {
-    for (const bool busy_writers : {false, true}) {
+    for (const bool busyWriters : {false, true}) {
         SharedMutex mutex;
         std::atomic<bool> done{false};
         std::vector<std::thread> busy;
         for (int i = 0; i < 2; ++i) {
             busy.emplace_back([&] {
                 while (!done) {
-                    if (busy_writers) {
+                    if (busyWriters) {
                         ExclusiveLock lock(mutex);
                         std::this_thread::sleep_for(milliseconds(1));
                     } else {
@@ -31,7 +31,7 @@ TEST(SharedMutex, StarvesNobody) {
             });
         }
         for (int turn = 0; turn < 50; ++turn) {    // hangs here when one side starves the other
-            if (busy_writers)
+            if (busyWriters)
                 SharedLock lock(mutex);
             else
                 ExclusiveLock lock(mutex);

@@ -100,18 +100,18 @@ TEST(Exactness, PicturesEqualTheArithmeticOverTheDecodersPlanes) {
     } streams[] = {
         {"h264", {.width = 322, .height = 182}},
         {"h264 4:2:2", {.sampling = test::Sampling::Yuv422}},
-        {"h264 10 bit", {.bit_depth = 10}},
-        {"h265", {.stream_type = CORVANE_STREAM_H265}},
-        {"mpeg4", {.stream_type = CORVANE_STREAM_MPEG4}},
-        {"jpeg odd", {.stream_type = CORVANE_STREAM_JPEG, .width = 151, .height = 99}},
+        {"h264 10 bit", {.bitDepth = 10}},
+        {"h265", {.streamType = CORVANE_STREAM_H265}},
+        {"mpeg4", {.streamType = CORVANE_STREAM_MPEG4}},
+        {"jpeg odd", {.streamType = CORVANE_STREAM_JPEG, .width = 151, .height = 99}},
         {"jpeg 4:2:2 odd",
-         {.stream_type = CORVANE_STREAM_JPEG, .width = 151, .height = 99, .sampling = test::Sampling::Yuv422}},
+         {.streamType = CORVANE_STREAM_JPEG, .width = 151, .height = 99, .sampling = test::Sampling::Yuv422}},
     };
     for (const auto& stream : streams) {
         VideoSpec spec = stream.spec;
         spec.frames = 4;
         const auto encoded = test::MakeVideo(spec);
-        const auto bare = test::BareDecode(spec.stream_type, encoded);
+        const auto bare = test::BareDecode(spec.streamType, encoded);
         ASSERT_EQ(bare.size(), encoded.size());
         for (const auto& [kind, bottomUp] : {std::pair(3u, 0u), {3u, 1u}, {4u, 0u}, {4u, 1u}, {11u, 0u}}) {
             SCOPED_TRACE(std::string(stream.name) + " kind " + std::to_string(kind) + (bottomUp ? " bottom-up" : ""));
@@ -120,7 +120,7 @@ TEST(Exactness, PicturesEqualTheArithmeticOverTheDecodersPlanes) {
             Corvane_RegisterRawDataCallback(client.channel, &Client::OnPicture, &client, kind, bottomUp);
             client.Start();
             for (size_t i = 0; i < encoded.size(); ++i) {
-                ASSERT_EQ(client.Feed(spec.stream_type, encoded[i].bytes, encoded[i].key, static_cast<int64_t>(i)),
+                ASSERT_EQ(client.Feed(spec.streamType, encoded[i].bytes, encoded[i].key, static_cast<int64_t>(i)),
                           Status_Ok);
                 std::vector<Client::Shown> shown;
                 ASSERT_TRUE(test::Eventually([&] { return !(shown = client.Take()).empty(); }));

@@ -32,13 +32,13 @@ TEST(LiveChannel, EveryStreamComesThroughInOrder) {
     } rows[] = {
         {"h264", {}},
         {"h264 4:2:2", {.sampling = test::Sampling::Yuv422}},
-        {"h264 10 bit", {.bit_depth = 10}},
+        {"h264 10 bit", {.bitDepth = 10}},
         {"h264 interlaced", {.interlaced = true}},
-        {"h265", {.stream_type = CORVANE_STREAM_H265}},
-        {"mpeg4", {.stream_type = CORVANE_STREAM_MPEG4}},
-        {"jpeg", {.stream_type = CORVANE_STREAM_JPEG}},
+        {"h265", {.streamType = CORVANE_STREAM_H265}},
+        {"mpeg4", {.streamType = CORVANE_STREAM_MPEG4}},
+        {"jpeg", {.streamType = CORVANE_STREAM_JPEG}},
         {"jpeg 4:2:2 odd",
-         {.stream_type = CORVANE_STREAM_JPEG, .width = 151, .height = 99, .sampling = test::Sampling::Yuv422}},
+         {.streamType = CORVANE_STREAM_JPEG, .width = 151, .height = 99, .sampling = test::Sampling::Yuv422}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -47,7 +47,7 @@ TEST(LiveChannel, EveryStreamComesThroughInOrder) {
         const std::vector<EncodedPicture> pictures = MakeVideo(row.spec);
         for (size_t i = 0; i < pictures.size(); ++i) {
             ASSERT_EQ(
-                client.Feed(row.spec.stream_type, pictures[i].bytes, pictures[i].key, kStep * static_cast<int64_t>(i)),
+                client.Feed(row.spec.streamType, pictures[i].bytes, pictures[i].key, kStep * static_cast<int64_t>(i)),
                 Status_Ok);
             // One at a time: the off-screen renderer shows the newest picture only, and a stream without B-frames has
             // no delay.
@@ -104,10 +104,10 @@ TEST(LiveChannel, RecoversAtTheNextKeyFrameFromEveryDamage) {
          }},
     };
     for (const uint32_t type : {CORVANE_STREAM_H264, CORVANE_STREAM_H265, CORVANE_STREAM_MPEG4, CORVANE_STREAM_JPEG}) {
-        const std::vector<EncodedPicture> good = MakeVideo({.stream_type = type, .frames = 5, .first_number = 100});
+        const std::vector<EncodedPicture> good = MakeVideo({.streamType = type, .frames = 5, .firstNumber = 100});
         for (const Damage& damage : damages) {
             SCOPED_TRACE(std::to_string(type) + " " + damage.name);
-            std::vector<EncodedPicture> bad = MakeVideo({.stream_type = type, .frames = 10});
+            std::vector<EncodedPicture> bad = MakeVideo({.streamType = type, .frames = 10});
             damage.apply(bad);
             Client client;
             client.Start();
@@ -164,7 +164,8 @@ TEST(LiveChannel, AMillionGarbageKeyFramesUseNoMemory) {
             settled = ResidentBytes();
     }
     for (size_t i = 0; i < good.size(); ++i)
-        ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, good[i].bytes, good[i].key, 2000 + static_cast<int64_t>(i)), Status_Ok);
+        ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, good[i].bytes, good[i].key, 2000 + static_cast<int64_t>(i)),
+                  Status_Ok);
     EXPECT_TRUE(client.WaitForStamp(4));
     EXPECT_LT(ResidentBytes(), settled + (16u << 20));
 }
@@ -194,7 +195,7 @@ TEST(LiveChannel, StrangeTimesKeepTheStreamRunning) {
         {"single frames far off", {0, 5, 4'000'000'000, 15, 20, 25}},
         {"wrap of the seconds", {4'294'967'295'990, 4'294'967'295'995, 0, 5, 10, 15}},
     };
-    const std::vector<EncodedPicture> pictures = MakeVideo({.stream_type = CORVANE_STREAM_JPEG, .frames = 6});
+    const std::vector<EncodedPicture> pictures = MakeVideo({.streamType = CORVANE_STREAM_JPEG, .frames = 6});
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         Client client;
@@ -225,9 +226,9 @@ TEST(LiveChannel, SizeChangesAtAKeyFrameAndInMidStream) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const auto small = MakeVideo({.stream_type = row.type, .width = 160, .height = 120, .frames = 5});
+        const auto small = MakeVideo({.streamType = row.type, .width = 160, .height = 120, .frames = 5});
         const auto large =
-            MakeVideo({.stream_type = row.type, .width = 352, .height = 288, .frames = 10, .first_number = 50});
+            MakeVideo({.streamType = row.type, .width = 352, .height = 288, .frames = 10, .firstNumber = 50});
         Client client;
         client.Start();
         int64_t time = 0;
@@ -247,7 +248,7 @@ TEST(LiveChannel, SizeChangesAtAKeyFrameAndInMidStream) {
 }
 
 TEST(LiveChannel, QueueHoldsBackUntilItsBufferTimeAndRefusesAboveIt) {
-    const std::vector<EncodedPicture> one = MakeVideo({.stream_type = CORVANE_STREAM_JPEG, .frames = 1});
+    const std::vector<EncodedPicture> one = MakeVideo({.streamType = CORVANE_STREAM_JPEG, .frames = 1});
     Client client;
     EXPECT_EQ(client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 0), Status_ChannelNotStarted);
     ASSERT_EQ(Corvane_SetBufferTime(client.channel, 500), Status_Ok);

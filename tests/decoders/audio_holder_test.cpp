@@ -14,9 +14,9 @@ using test::EncodedSound;
 class AudioHolder : public testing::Test {
 protected:
     // Into a buffer of `capacity` bytes.
-    int32_t Decode(uint32_t stream_type, const EncodedSound& sound, uint32_t capacity, uint32_t rate = 8000,
+    int32_t Decode(uint32_t streamType, const EncodedSound& sound, uint32_t capacity, uint32_t rate = 8000,
                    uint32_t channels = 1) {
-        const MediaFrameImpl frame(test::SoundHeader(stream_type, sound, 0, rate, channels));
+        const MediaFrameImpl frame(test::SoundHeader(streamType, sound, 0, rate, channels));
         m_pcm.assign((capacity + 1) / 2 + 8, 0x5A5A);
         m_size = capacity;
         const int32_t result = m_holder.Decode(reinterpret_cast<uint8_t*>(m_pcm.data()), &m_size, frame);
@@ -34,26 +34,26 @@ protected:
 // AMR is a model of speech, its loudness is what can be held.
 TEST_F(AudioHolder, GivesBackWhatWasEncoded) {
     const struct {
-        uint32_t stream_type, rate, channels, blocks;
+        uint32_t streamType, rate, channels, blocks;
     } rows[] = {{CORVANE_STREAM_MULAW, 8000, 1, 1},  {CORVANE_STREAM_ALAW, 8000, 1, 1},
                 {CORVANE_STREAM_ALAW, 16000, 2, 1},  {CORVANE_STREAM_AMR, 8000, 1, 1},
                 {CORVANE_STREAM_MULAW, 48000, 6, 1}, {CORVANE_STREAM_AMR, 8000, 1, 3},
                 {CORVANE_STREAM_MULAW, 8000, 11, 1}};
     for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.stream_type << " x" << row.channels);
-        const auto sounds = test::MakeSound(row.stream_type, 6, row.rate, row.channels, row.blocks);
+        SCOPED_TRACE(testing::Message() << row.streamType << " x" << row.channels);
+        const auto sounds = test::MakeSound(row.streamType, 6, row.rate, row.channels, row.blocks);
         for (const EncodedSound& sound : sounds) {
-            ASSERT_EQ(Decode(row.stream_type, sound, 1 << 20, row.rate, row.channels), 0);
+            ASSERT_EQ(Decode(row.streamType, sound, 1 << 20, row.rate, row.channels), 0);
             ASSERT_EQ(m_size, sound.source.size() * 2);
-            double energy = 0, source_energy = 0;
+            double energy = 0, sourceEnergy = 0;
             for (size_t i = 0; i < sound.source.size(); ++i) {
                 energy += double(m_pcm[i]) * m_pcm[i];
-                source_energy += double(sound.source[i]) * sound.source[i];
+                sourceEnergy += double(sound.source[i]) * sound.source[i];
                 const double off = std::abs(m_pcm[i] - sound.source[i]);
-                ASSERT_TRUE(row.stream_type == CORVANE_STREAM_AMR || off <= std::abs(sound.source[i]) / 16.0 + 16);
+                ASSERT_TRUE(row.streamType == CORVANE_STREAM_AMR || off <= std::abs(sound.source[i]) / 16.0 + 16);
             }
             if (&sound != &sounds.front())    // the first of AMR swings in
-                EXPECT_NEAR(std::sqrt(energy / source_energy), 1.0, 0.25);
+                EXPECT_NEAR(std::sqrt(energy / sourceEnergy), 1.0, 0.25);
         }
     }
 }
@@ -65,7 +65,7 @@ TEST_F(AudioHolder, BadInputAndShortBuffers) {
     garbage.bytes.assign(3000, 0xFF);
     testing::internal::CaptureStderr();
     const struct {
-        uint32_t stream_type, rate, channels;
+        uint32_t streamType, rate, channels;
         const EncodedSound& sound;
         uint32_t capacity;
         int32_t result;
@@ -81,8 +81,8 @@ TEST_F(AudioHolder, BadInputAndShortBuffers) {
         {CORVANE_STREAM_ALAW, 8000, 1, law, 321, 0, 320},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.stream_type << " x" << row.channels << " in " << row.capacity);
-        EXPECT_EQ(Decode(row.stream_type, row.sound, row.capacity, row.rate, row.channels), row.result);
+        SCOPED_TRACE(testing::Message() << row.streamType << " x" << row.channels << " in " << row.capacity);
+        EXPECT_EQ(Decode(row.streamType, row.sound, row.capacity, row.rate, row.channels), row.result);
         EXPECT_TRUE(row.result != 0 || m_size == row.size);
         EXPECT_EQ(Decode(CORVANE_STREAM_ALAW, law, 320), 0);
         EXPECT_EQ(m_size, 320u);

@@ -29,7 +29,7 @@ template <typename Seen>
 void Play(VideoDecoderHolder& holder, uint32_t codec, const Stream& stream, Seen seen) {
     for (const EncodedPicture& picture : stream) {
         uint32_t got = 0;
-        holder.Decode(MakeFrame(codec, picture.bytes, picture.key, picture.pts_ms), &got);
+        holder.Decode(MakeFrame(codec, picture.bytes, picture.key, picture.ptsMs), &got);
         seen(picture, got != 0 ? &holder.CurrentFrame() : nullptr);
     }
 }
@@ -57,8 +57,7 @@ TEST(Damage, EndsAtTheNextGoodKeyFrame) {
         {"no start", [](Stream& s, At at) { s.erase(s.begin(), at + 1); }},
     };
     for (const uint32_t codec : kCodecs) {
-        const Stream clean =
-            test::MakeVideo({.stream_type = codec, .width = 160, .height = 96, .frames = 24, .gop = 6});
+        const Stream clean = test::MakeVideo({.streamType = codec, .width = 160, .height = 96, .frames = 24, .gop = 6});
         const auto bare = test::BareDecode(codec, clean);
         for (const auto& row : rows)
             for (const int at : {8, 12})
@@ -92,7 +91,7 @@ TEST(Damage, FloodOfGarbageIsBoundedAndSilent) {
     testing::internal::CaptureStderr();
     for (const uint32_t codec : kCodecs)
         for (const bool interlaced : {false, true}) {
-            VideoSpec spec{.stream_type = codec, .width = 96, .height = 64, .frames = 6, .gop = 3};
+            VideoSpec spec{.streamType = codec, .width = 96, .height = 64, .frames = 6, .gop = 3};
             spec.interlaced = interlaced && codec != CORVANE_STREAM_JPEG;
             const Stream clean = test::MakeVideo(spec);
             VideoDecoderHolder holder;
@@ -125,7 +124,7 @@ TEST(Damage, FailedCallsLoseNoMoreThanAGroup) {
     enum Failing { Call, AllCalls, Allocation };
     for (const uint32_t codec : kCodecs)
         for (const Failing failing : {Call, AllCalls, Allocation}) {
-            VideoSpec spec{.stream_type = codec, .width = 96, .height = 64, .frames = 4, .gop = 2};
+            VideoSpec spec{.streamType = codec, .width = 96, .height = 64, .frames = 4, .gop = 2};
             if (codec == CORVANE_STREAM_JPEG)
                 spec.sampling = test::Sampling::Yuv422;    // converted on the way
             const Stream stream = test::MakeVideo(spec);

@@ -17,10 +17,10 @@ using test::EncodedPicture;
 using test::Sampling;
 using test::VideoSpec;
 
-DecoderPtr MakeDecoder(uint32_t stream_type, uint32_t threads = 1) {
+DecoderPtr MakeDecoder(uint32_t streamType, uint32_t threads = 1) {
     const std::map<uint32_t, FFmpegCodec> codecs{
         {1, FFmpegCodec::Mjpeg}, {4, FFmpegCodec::Mpeg4}, {8, FFmpegCodec::H264}, {16, FFmpegCodec::Hevc}};
-    return MakeVideoDecoder(codecs.at(stream_type), threads);
+    return MakeVideoDecoder(codecs.at(streamType), threads);
 }
 
 // One call; the bytes are gone, overwritten, when it returns. Bytes consumed, with *got 0 or 2.
@@ -66,23 +66,23 @@ TEST(FFmpegDecoder, PlanesEqualABareDecode) {
         {{.width = 164, .height = 82, .sampling = Sampling::Yuv444}, kScaled},
         {{.width = 164, .height = 82, .sampling = Sampling::Yuv444, .options = "cqm=jvt:8x8dct=1"}, kScaled},
         {{.sampling = Sampling::Gray}, kScaled},
-        {{.bit_depth = 10}, kDeep},
+        {{.bitDepth = 10}, kDeep},
         {{.options = "cqm=jvt:aud=1:nal-hrd=vbr:vbv-maxrate=900:vbv-bufsize=900"}},
         {{.width = 16384, .height = 16}},
         {{}, 0, 3, 2},
-        {{.b_frames = 2}, 0, 1, 1},
-        {{.stream_type = kH265}},
-        {{.stream_type = kH265, .bit_depth = 10}, kDeep},
-        {{.stream_type = kH265, .options = "scaling-list=default:hrd=1:vbv-maxrate=900:vbv-bufsize=900:aud=1"}},
-        {{.stream_type = kH265}, 0, 2, 1},
-        {{.stream_type = kH265, .b_frames = 2, .options = "temporal-layers=1"}, 0, 1, 2},
-        {{.stream_type = kMpeg4}},
-        {{.stream_type = kMpeg4, .width = 151, .height = 99, .interlaced = true}},
-        {{.stream_type = kJpeg, .sampling = Sampling::Yuv422}, kScaled},
-        {{.stream_type = kJpeg}},
-        {{.stream_type = kJpeg, .width = 151, .height = 99}},
-        {{.stream_type = kJpeg, .width = 151, .height = 97, .sampling = Sampling::Yuv422}, kScaled},
-        {{.stream_type = kJpeg, .width = 201, .height = 97, .sampling = Sampling::Yuv444}, kScaled},
+        {{.bFrames = 2}, 0, 1, 1},
+        {{.streamType = kH265}},
+        {{.streamType = kH265, .bitDepth = 10}, kDeep},
+        {{.streamType = kH265, .options = "scaling-list=default:hrd=1:vbv-maxrate=900:vbv-bufsize=900:aud=1"}},
+        {{.streamType = kH265}, 0, 2, 1},
+        {{.streamType = kH265, .bFrames = 2, .options = "temporal-layers=1"}, 0, 1, 2},
+        {{.streamType = kMpeg4}},
+        {{.streamType = kMpeg4, .width = 151, .height = 99, .interlaced = true}},
+        {{.streamType = kJpeg, .sampling = Sampling::Yuv422}, kScaled},
+        {{.streamType = kJpeg}},
+        {{.streamType = kJpeg, .width = 151, .height = 99}},
+        {{.streamType = kJpeg, .width = 151, .height = 97, .sampling = Sampling::Yuv422}, kScaled},
+        {{.streamType = kJpeg, .width = 201, .height = 97, .sampling = Sampling::Yuv444}, kScaled},
     };
     DecoderPtr decoder;
     uint32_t decoder_type = 0;
@@ -90,15 +90,15 @@ TEST(FFmpegDecoder, PlanesEqualABareDecode) {
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << "row " << &row - rows);
         VideoSpec spec = row.spec;
-        spec.first_number = 4090;
+        spec.firstNumber = 4090;
         const std::vector<EncodedPicture> stream = test::MakeVideo(spec);
-        const auto bare = test::BareDecode(spec.stream_type, stream);
-        if (spec.stream_type != decoder_type || row.delay > 0)
-            decoder = MakeDecoder(spec.stream_type, row.threads);
-        decoder_type = row.delay > 0 ? 0 : spec.stream_type;
+        const auto bare = test::BareDecode(spec.streamType, stream);
+        if (spec.streamType != decoder_type || row.delay > 0)
+            decoder = MakeDecoder(spec.streamType, row.threads);
+        decoder_type = row.delay > 0 ? 0 : spec.streamType;
         size_t next = 0;
         for (size_t i = 0; i < stream.size(); ++i) {
-            EXPECT_EQ(stream[i].key, spec.stream_type == kJpeg || stream[i].number % spec.gop == 0);
+            EXPECT_EQ(stream[i].key, spec.streamType == kJpeg || stream[i].number % spec.gop == 0);
             DecodedFrame frame{};
             uint32_t got = 77;
             EXPECT_EQ(Decode(*decoder, stream[i].bytes, frame, got), static_cast<int32_t>(stream[i].bytes.size()));
@@ -162,9 +162,9 @@ TEST(FFmpegDecoder, AnswersOfTheInterface) {
         EXPECT_EQ(got, 2u) << bad.size;
     }
     // A stream that is entered in mid-group shows at once what there is of it.
-    const uint8_t key_slice[] = {0, 0, 1, 0x65};
+    const uint8_t keySlice[] = {0, 0, 1, 0x65};
     std::vector<uint8_t> sets = stream[0].bytes;
-    sets.erase(std::search(sets.begin(), sets.end(), std::begin(key_slice), std::end(key_slice)), sets.end());
+    sets.erase(std::search(sets.begin(), sets.end(), std::begin(keySlice), std::end(keySlice)), sets.end());
     sets.insert(sets.end(), stream[1].bytes.begin(), stream[1].bytes.end());
     EXPECT_GE(Decode(*MakeDecoder(CORVANE_STREAM_H264), sets, frame, got), 0);
     EXPECT_EQ(got, 2u);
@@ -178,7 +178,7 @@ TEST(FFmpegDecoder, PictureLimitsFromBothSides) {
                 {80, 16385, false}, {16384, 4096, true}, {16384, 4097, false}};
     testing::internal::CaptureStderr();
     for (const auto& row : rows) {
-        const VideoSpec spec{.stream_type = 1, .width = row.width, .height = row.height, .frames = 1};
+        const VideoSpec spec{.streamType = 1, .width = row.width, .height = row.height, .frames = 1};
         DecodedFrame frame{};
         uint32_t got = 0;
         EXPECT_GE(Decode(*MakeDecoder(CORVANE_STREAM_JPEG), test::MakeVideo(spec)[0].bytes, frame, got), 0);

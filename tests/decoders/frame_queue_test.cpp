@@ -41,9 +41,9 @@ TEST(FrameQueue, ReusesSparesAndOutlivesItsOwner) {
 TEST(FrameQueue, TakesAndReleasesFromManyThreads) {
     constexpr int kTurns = 1000;
     auto queue = std::make_unique<FrameQueue<Item>>();
-    std::atomic<Item*> on_the_way[2] = {};
+    std::atomic<Item*> onTheWay[2] = {};
     std::vector<std::thread> threads;
-    for (std::atomic<Item*>& slot : on_the_way) {
+    for (std::atomic<Item*>& slot : onTheWay) {
         threads.emplace_back([&] {
             for (int turn = 0; turn < kTurns; ++turn) {
                 Item* item = queue->Get();

@@ -16,19 +16,19 @@ using test::Bytes;
 using test::operator+;
 
 struct Stream {
-    uint32_t order_type = 0;
-    uint32_t cycle_size = 0;
+    uint32_t orderType = 0;
+    uint32_t cycleSize = 0;
     int32_t cycle[3] = {};
-    int32_t non_ref_offset = 0, top_to_bottom = 0;
-    bool frames_only = true, bottom_present = false;
+    int32_t nonRefOffset = 0, top_to_bottom = 0;
+    bool framesOnly = true, bottomPresent = false;
     uint32_t max_ref_frames = 3;
     bool gaps = true;
-    uint32_t profile = 66, sps_id = 0, pps_id = 0;
+    uint32_t profile = 66, spsId = 0, ppsId = 0;
     bool redundant = false, slice_groups = false, weights = false;
 
     Bytes Sps() const {
         BitWriter w;
-        w.U(8, profile).U(16, 0).Ue(sps_id);
+        w.U(8, profile).U(16, 0).Ue(spsId);
         if (profile == 100) {    // chroma format, depths, and a scaling matrix whose first list is given
             w.Ue(1).Ue(0).Ue(0).U(1, 0).U(1, 1).U(1, 1);
             for (int i = 0; i < 16; ++i)
@@ -36,20 +36,20 @@ struct Stream {
             w.U(1, 1).Se(-8).U(4, 0).U(1, 1);    // the second ends at once
             w.U(64, ~uint64_t{0}).U(1, 0);       // the seventh is flat, in codes of one bit
         }
-        w.Ue(0).Ue(order_type);    // frame numbers modulo 16
-        if (order_type == 0)
+        w.Ue(0).Ue(orderType);    // frame numbers modulo 16
+        if (orderType == 0)
             w.Ue(0);    // order counts modulo 16
-        if (order_type == 1) {
-            w.U(1, 0).Se(non_ref_offset).Se(top_to_bottom).Ue(cycle_size);
-            for (uint32_t i = 0; i < cycle_size; ++i)
+        if (orderType == 1) {
+            w.U(1, 0).Se(nonRefOffset).Se(top_to_bottom).Ue(cycleSize);
+            for (uint32_t i = 0; i < cycleSize; ++i)
                 w.Se(cycle[i]);
         }
-        w.Ue(max_ref_frames).U(1, gaps).Ue(0).Ue(0).U(frames_only ? 1 : 2, frames_only ? 1 : 0);
+        w.Ue(max_ref_frames).U(1, gaps).Ue(0).Ue(0).U(framesOnly ? 1 : 2, framesOnly ? 1 : 0);
         return w.U(1, 0).U(1, 1).Ue(1).Ue(2).Ue(3).Ue(4).Unit({0x67});
     }
     Bytes Pps() const {
         BitWriter w;
-        w.Ue(pps_id).Ue(sps_id).U(1, 0).U(1, bottom_present);
+        w.Ue(ppsId).Ue(spsId).U(1, 0).U(1, bottomPresent);
         if (slice_groups)
             w.Ue(2).Ue(6).Ue(4).U(10, 0);    // three groups, five map units of two bits
         else
@@ -69,16 +69,16 @@ struct Slice {
 
 Bytes Write(const Stream& stream, const Slice& slice) {
     BitWriter w;
-    w.Ue(slice.lsb == 3 ? 0x3FFFFF : 0).Ue(7).Ue(stream.pps_id).U(4, slice.frame_num);    // zeros to be escaped
-    if (!stream.frames_only)
+    w.Ue(slice.lsb == 3 ? 0x3FFFFF : 0).Ue(7).Ue(stream.ppsId).U(4, slice.frame_num);    // zeros to be escaped
+    if (!stream.framesOnly)
         w.U(slice.field == 0 ? 1 : 2, slice.field == 0 ? 0 : 1 + slice.field);
     if (slice.kind == kIdr)
         w.Ue(9);
-    if (stream.order_type == 0)
+    if (stream.orderType == 0)
         w.U(4, slice.lsb);
-    if (stream.order_type == 1)
+    if (stream.orderType == 1)
         w.Se(slice.delta);
-    if (stream.order_type < 2 && stream.bottom_present && slice.field == 0)
+    if (stream.orderType < 2 && stream.bottomPresent && slice.field == 0)
         w.Se(slice.delta_bottom);
     if (stream.redundant)
         w.Ue(0);
@@ -134,8 +134,8 @@ TEST(FrameThinner, OrderCounts) {
         std::vector<int> orders;
     } rows[] = {
         {"low bits, over two wraps", {}, {{1, 7}, {2, 14}, {3, 5}, {4, 11}}, {0, 7, 6, 5, 3}},
-        {"bottom field first", {.bottom_present = true}, {{1, 6, kRef, 0, -3}, {2, 9, kRef, 0, 1}}, {0, 3, 1}},
-        {"fields", {.frames_only = false}, {{1, 4, kRef, 0, 0, 1}, {1, 5, kRef, 0, 0, 2}}, {0, 4, 5}},
+        {"bottom field first", {.bottomPresent = true}, {{1, 6, kRef, 0, -3}, {2, 9, kRef, 0, 1}}, {0, 3, 1}},
+        {"fields", {.framesOnly = false}, {{1, 4, kRef, 0, 0, 1}, {1, 5, kRef, 0, 0, 2}}, {0, 4, 5}},
         {"cycle of offsets", {1, 3, {1, 1, 2}, -1}, {{1}, {2}, {3, 0, kNonRef}, {3}}, {0, 1, 2, 1, 4}},
         {"gap and wrap: 16 pictures on", {1, 3, {1, 1, 2}}, {{7}, {0}, {1, 0, kRef, 2}}, {0, 1, 5, 0}},
         {"distance of fields",
@@ -147,7 +147,7 @@ TEST(FrameThinner, OrderCounts) {
         {"another IDR begins anew", {1, 3, {1, 1, 2}}, {{9}, {0}, {0, 0, kIdr}, {1}}, {0, 4, 5, 0, 1}},
         {"escaped zeros", {}, {{1, 3}}, {0, 3}},
         {"headers to read over",
-         {.profile = 100, .sps_id = 31, .pps_id = 255, .redundant = true, .slice_groups = true},
+         {.profile = 100, .spsId = 31, .ppsId = 255, .redundant = true, .slice_groups = true},
          {{1, 7}},
          {0, 7}},
     };
@@ -177,11 +177,11 @@ TEST(FrameThinner, BadSyntaxAndLevelsUpToTheNextKeyFrame) {
         {"no start code", {1, 2, 3, 4, 5, 6}, false},
         {"three-byte start code", {0, 0, 1, 0x41, 0x9A}, false},
         {"start code alone", {0, 0, 0, 1}, false},
-        {"slice of an unknown picture set", Write({.pps_id = 7}, {1}), true},
-        {"picture set of an unknown sequence", Stream{.sps_id = 3}.Pps(), true},
+        {"slice of an unknown picture set", Write({.ppsId = 7}, {1}), true},
+        {"picture set of an unknown sequence", Stream{.spsId = 3}.Pps(), true},
         {"sequence identifier 32", BitWriter().U(8, 66).U(16, 0).Ue(32).Unit({0x67}), true},
         {"picture identifier 256", BitWriter().Ue(256).Unit({0x68}), true},
-        {"order count type 3", Stream{.order_type = 3, .sps_id = 9}.Sps(), true},
+        {"order count type 3", Stream{.orderType = 3, .spsId = 9}.Sps(), true},
         {"endless code", {0, 0, 0, 1, 0x41, 0, 0, 3, 0, 0, 3, 0, 0, 3, 0}, true},
         {"slice without a byte", {0, 0, 0, 1, 0x41}, true},
     };
@@ -226,8 +226,8 @@ TEST(FrameThinner, SliceHeaderIsReadToItsEnd) {
 TEST(FrameThinner, DamageNeverEscapes) {
     std::mt19937 random(3);
     const std::vector<Bytes> streams[] = {Encode({}, {{15}, {3, 0, kNonRef}}),
-                                          Encode({.order_type = 1,
-                                                  .cycle_size = 3,
+                                          Encode({.orderType = 1,
+                                                  .cycleSize = 3,
                                                   .cycle = {INT32_MAX, -INT32_MAX, 7},
                                                   .top_to_bottom = -INT32_MAX,
                                                   .profile = 100,

@@ -21,13 +21,13 @@ using test::operator+;
 constexpr uint32_t kJpeg = CORVANE_STREAM_JPEG, kMpeg4 = CORVANE_STREAM_MPEG4, kH264 = CORVANE_STREAM_H264,
                    kH265 = CORVANE_STREAM_H265;
 
-bool Stands(uint32_t stream_type, const Bytes& bytes) {
+bool Stands(uint32_t streamType, const Bytes& bytes) {
     const test::GuardedBytes guarded(bytes.data(), bytes.size());
     const auto size = static_cast<uint32_t>(bytes.size());
-    return stream_type == kJpeg    ? JpegHeadersStand(guarded.Data(), size)
-           : stream_type == kMpeg4 ? Mpeg4LayerStands(guarded.Data(), size)
-           : stream_type == kH264  ? ParameterSetCheck().H264Stands(guarded.Data(), size)
-                                   : HevcHeadersStand(guarded.Data(), size);
+    return streamType == kJpeg    ? JpegHeadersStand(guarded.Data(), size)
+           : streamType == kMpeg4 ? Mpeg4LayerStands(guarded.Data(), size)
+           : streamType == kH264  ? ParameterSetCheck().H264Stands(guarded.Data(), size)
+                                  : HevcHeadersStand(guarded.Data(), size);
 }
 
 // Headers hit at random: no unit is held back that libavcodec decodes without a message, and what goes through brings
@@ -38,7 +38,7 @@ TEST(HeaderCheck, AgreesWithLibavcodec) {
     std::mt19937 random(5);
     for (const auto& [type, options] : specs) {
         const test::EncodedPicture clean =
-            test::MakeVideo({.stream_type = type, .width = 96, .height = 96, .frames = 1, .options = options})[0];
+            test::MakeVideo({.streamType = type, .width = 96, .height = 96, .frames = 1, .options = options})[0];
         for (int round = 0; round < 400; ++round) {
             test::EncodedPicture unit = clean;
             for (int hits = round % 4; hits > 0; --hits)
@@ -56,13 +56,13 @@ TEST(HeaderCheck, AgreesWithLibavcodec) {
 }
 
 // Sizes in macroblocks; `step` begins the first scaling list, in the high profile.
-Bytes H264Sequence(uint64_t width, uint64_t height, bool frames_only = true, int step = 0, unsigned constraints = 0) {
+Bytes H264Sequence(uint64_t width, uint64_t height, bool framesOnly = true, int step = 0, unsigned constraints = 0) {
     BitWriter bits;
     bits.U(8, step != 0 ? 100 : 66).U(16, constraints).Ue(0);
     if (step != 0)    // the second step makes the next scale 0, which ends the list; there is no other
         bits.Ue(1).Ue(0).Ue(0).U(1, 0).U(1, 1).U(1, 1).Se(step).Se(-8 - step).U(7, 0);
     bits.Ue(0).Ue(1).U(1, 0).Se(0).Se(0).Ue(2).Se(1).Se(-1);    // order type 1
-    return bits.Ue(1).U(1, 0).Ue(width - 1).Ue(height - 1).U(1, frames_only).U(8, 0).Unit({0x67});
+    return bits.Ue(1).U(1, 0).Ue(width - 1).Ue(height - 1).U(1, framesOnly).U(8, 0).Unit({0x67});
 }
 
 // With a step of 128 in the first scaling list.
@@ -72,11 +72,11 @@ Bytes H264Picture() {
     return bits.U(1, 0).U(1, 1).U(5, 0).U(1, 1).Se(128).Unit({0x68});
 }
 
-Bytes HevcSequence(uint64_t width, uint64_t height, unsigned sub_layers = 0, uint8_t layer = 0) {
+Bytes HevcSequence(uint64_t width, uint64_t height, unsigned subLayers = 0, uint8_t layer = 0) {
     BitWriter bits;
-    bits.U(4, 0).U(3, sub_layers).U(1, 1).U(88, 0).U(8, 93);
-    if (sub_layers > 0)    // each with profile and level
-        bits.U(2 * sub_layers, ~uint64_t{0}).U(2 * (8 - sub_layers), 0).U(96 * sub_layers, 0);
+    bits.U(4, 0).U(3, subLayers).U(1, 1).U(88, 0).U(8, 93);
+    if (subLayers > 0)    // each with profile and level
+        bits.U(2 * subLayers, ~uint64_t{0}).U(2 * (8 - subLayers), 0).U(96 * subLayers, 0);
     return bits.Ue(0).Ue(1).Ue(width).Ue(height).U(16, 0).Unit({0x42, static_cast<uint8_t>(layer << 3 | 1)});
 }
 
@@ -105,7 +105,7 @@ TEST(HeaderCheck, HoldsBackImpossibleHeadersOnly) {
             bare_zeros.erase(bare_zeros.begin() + static_cast<ptrdiff_t>(i));
     const struct {
         const char* name;
-        uint32_t stream_type;
+        uint32_t streamType;
         Bytes bytes;
         bool stands;
     } rows[] = {
@@ -138,7 +138,7 @@ TEST(HeaderCheck, HoldsBackImpossibleHeadersOnly) {
         {"mpeg4 layer too late", kMpeg4, Bytes{0, 0, 1, 0xB6, 9} + Mpeg4Layer(320, 240), false},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(Stands(row.stream_type, row.bytes), row.stands) << row.name;
+        EXPECT_EQ(Stands(row.streamType, row.bytes), row.stands) << row.name;
 }
 
 }    // namespace

@@ -32,7 +32,7 @@ struct Decoder {
     uint8_t* pixels;
 };
 
-static int live_decoders;
+static int liveDecoders;
 
 static int32_t DecodeVideo(Decoder* self, DecodedFrame* out, uint32_t* got, const EncodedUnit* in) {
     if (in->size == 0) return -1;
@@ -49,7 +49,7 @@ static int32_t DecodeAudio(Decoder* self, uint8_t* pcm, uint32_t* size, const En
 }
 
 static void Destroy(Decoder* self) {
-    --live_decoders;
+    --liveDecoders;
     free(self->pixels);
     free(self);
 }
@@ -64,9 +64,9 @@ __attribute__((visibility("default"))) void* GetDecoderIsolated_QuickSync(void) 
     Decoder* decoder = malloc(sizeof *decoder);
     decoder->table = &table;
     decoder->pixels = malloc(16 * 12);
-    ++live_decoders;
+    ++liveDecoders;
     return decoder;
 }
 
 /* Decoders that nobody has given back. */
-__attribute__((visibility("default"))) int LiveDecoders(void) { return live_decoders; }
+__attribute__((visibility("default"))) int LiveDecoders(void) { return liveDecoders; }

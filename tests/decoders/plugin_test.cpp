@@ -12,7 +12,7 @@ TEST(Plugin, PlainCObjectDecodesBehindTheHolder) {
     void* library = dlopen(PLAIN_C_DECODER, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << dlerror();
     const auto factory = reinterpret_cast<DecoderFactories::Plain>(dlsym(library, "GetDecoderIsolated_QuickSync"));
-    const auto live_decoders = reinterpret_cast<int (*)()>(dlsym(library, "LiveDecoders"));
+    const auto liveDecoders = reinterpret_cast<int (*)()>(dlsym(library, "LiveDecoders"));
     VideoDecoderHolder holder;
     holder.SetFactories({.GetDecoderIsolated_QuickSync = factory});
     holder.SetH264Kind(3);
@@ -26,9 +26,9 @@ TEST(Plugin, PlainCObjectDecodesBehindTheHolder) {
         EXPECT_EQ(frame.planes[1][16 * 4 - 1], value == 7 ? 0 : 1);
     }
     EXPECT_EQ(holder.Decode(test::MakeFrame(CORVANE_STREAM_H264, {}, false, 0), &got), -1);
-    EXPECT_EQ(live_decoders(), 1);
+    EXPECT_EQ(liveDecoders(), 1);
     holder.Reset(false);
-    EXPECT_EQ(live_decoders(), 0);    // ended by Destroy
+    EXPECT_EQ(liveDecoders(), 0);    // ended by Destroy
 
     [factory]() CORVANE_CALLS_PLUGIN {    // the entries that the holder does not use
         const DecoderPtr decoder(factory());

@@ -19,13 +19,13 @@ using test::MakeFrame;
 
 // What the fake decoders do; one test at a time.
 struct Script {
-    std::string made = {};                // the factory that was called last, with its arguments
-    bool null = false;                    // factories give nothing
-    bool throws = false;                  // decoders and factories throw
-    bool fails = false;                   // decoders fail
-    bool bad_picture = false;             // whose rows overlap
-    uint32_t delay = 0;                   // units before the first picture
-    uint32_t silent_from = UINT32_MAX;    // unit from which no picture comes
+    std::string made = {};               // the factory that was called last, with its arguments
+    bool null = false;                   // factories give nothing
+    bool throws = false;                 // decoders and factories throw
+    bool fails = false;                  // decoders fail
+    bool badPicture = false;             // whose rows overlap
+    uint32_t delay = 0;                  // units before the first picture
+    uint32_t silentFrom = UINT32_MAX;    // unit from which no picture comes
     int alive = 0;
 };
 Script script;
@@ -36,8 +36,8 @@ public:
     int32_t DecodeVideo(DecodedFrame* out, uint32_t* got, const EncodedUnit*) override {
         if (script.throws)
             throw std::runtime_error("decoder");
-        const uint32_t stride = script.bad_picture ? 15 : 16;
-        *got = m_units >= script.delay && m_units < script.silent_from ? 1 : 0;
+        const uint32_t stride = script.badPicture ? 15 : 16;
+        *got = m_units >= script.delay && m_units < script.silentFrom ? 1 : 0;
         *out = DecodedFrame{{m_pixels, m_pixels, nullptr}, {stride, 16, 0}, 16, 2, nullptr, nullptr, nullptr, {}};
         ++m_units;
         return script.fails ? -1 : 0;
@@ -78,12 +78,12 @@ DecoderContext* Made(Arguments... arguments) {
 }
 
 // With those that take the adapter, or without, as in older plug-ins.
-DecoderFactories Factories(bool with_adapter = true) {
+DecoderFactories Factories(bool withAdapter = true) {
     DecoderFactories f{Made<"dahua">,          Made<"hikvision">,     Made<"cuvid mp4v">,    Made<"cuvid h264">,
                        Made<"cuvid hevc">,     Made<"cuvid mp4v on">, Made<"cuvid h264 on">, Made<"cuvid hevc on">,
                        Made<"dxva h264">,      Made<"dxva hevc">,     Made<"dxva h264 on">,  Made<"dxva hevc on">,
                        Made<"quicksync h264">, Made<"quicksync hevc">};
-    if (!with_adapter) {
+    if (!withAdapter) {
         f.GetDecoderIsolated_CUVID_MP4V_v2 = f.GetDecoderIsolated_CUVID_H264_v2 = nullptr;
         f.GetDecoderIsolated_CUVID_HEVC_v2 = nullptr;
         f.GetDecoderIsolated_DXVA2_v2 = nullptr;
@@ -92,10 +92,9 @@ DecoderFactories Factories(bool with_adapter = true) {
     return f;
 }
 
-FramePtr Fake(uint32_t stream_type, bool key, uint32_t width = 640, uint32_t height = 480,
-              const std::string& tag = "") {
+FramePtr Fake(uint32_t streamType, bool key, uint32_t width = 640, uint32_t height = 480, const std::string& tag = "") {
     const std::vector<uint8_t> payload{42, 2, 3};
-    MediaFrameHeader header = test::VideoHeader(stream_type, payload, key, 0, width, height);
+    MediaFrameHeader header = test::VideoHeader(streamType, payload, key, 0, width, height);
     const std::string extension = std::string("\0\0\0\0\x69\4", 6) + tag + "\x6C\2MN";
     if (!tag.empty()) {
         header.extension = reinterpret_cast<const uint8_t*>(extension.data());
@@ -127,7 +126,7 @@ protected:
     }
     int32_t Decode(const FramePtr& frame) { return m_holder->Decode(frame, &m_got); }
     int32_t Decode(const EncodedPicture& picture, uint32_t width = 0, uint32_t height = 0) {
-        return Decode(MakeFrame(8, picture.bytes, picture.key, picture.pts_ms, width, height));
+        return Decode(MakeFrame(8, picture.bytes, picture.key, picture.ptsMs, width, height));
     }
 
     std::unique_ptr<VideoDecoderHolder> m_holder;
@@ -136,7 +135,7 @@ protected:
 
 TEST_F(VideoHolder, ChoosesByStreamKindTagAndAdapter) {
     const struct {
-        uint32_t stream_type, kind;
+        uint32_t streamType, kind;
         const char *tag, *made;
         bool takes_adapter;
         const char* arguments;
@@ -162,19 +161,18 @@ TEST_F(VideoHolder, ChoosesByStreamKindTagAndAdapter) {
     enum Slots { All, Older, Empty, Null, Throwing };
     for (const auto& row : rows)
         for (const Slots slots : {All, Older, Empty, Null, Throwing}) {
-            SCOPED_TRACE(testing::Message()
-                         << row.stream_type << row.tag << " kind " << row.kind << " slots " << slots);
+            SCOPED_TRACE(testing::Message() << row.streamType << row.tag << " kind " << row.kind << " slots " << slots);
             script = Script{.null = slots == Null, .throws = slots == Throwing, .alive = script.alive};
             Renew(slots == Empty ? DecoderFactories{} : Factories(slots != Older), row.kind);
             m_holder->SetAdapter(5);
-            const int32_t result = Decode(Fake(row.stream_type, true, 640, 480, row.tag));
+            const int32_t result = Decode(Fake(row.streamType, true, 640, 480, row.tag));
             const bool called = slots != Empty && row.made[0] != '\0';
             const bool adapter = row.takes_adapter && slots != Older;
             EXPECT_EQ(script.made, !called ? "" : row.made + std::string(adapter ? " on 5" : "") + row.arguments);
             const bool plugin = called && slots <= Older;
             EXPECT_EQ(result, plugin || row.software ? 0 : -1);
-            EXPECT_EQ(m_holder->ActiveKind(), plugin && row.stream_type != 2 ? row.kind : 0u);
-            EXPECT_EQ(m_got, plugin ? 1u : row.stream_type == 255 ? 2u : 0u);
+            EXPECT_EQ(m_holder->ActiveKind(), plugin && row.streamType != 2 ? row.kind : 0u);
+            EXPECT_EQ(m_got, plugin ? 1u : row.streamType == 255 ? 2u : 0u);
             // A decoder that was made for an adapter ends with it.
             const uint32_t active = m_holder->ActiveKind();
             m_holder->SetAdapter(5);
@@ -221,8 +219,8 @@ TEST_F(VideoHolder, FallsBackToSoftware) {
     enum Failing { Fails, Throws, BadPicture };
     for (int mask = 0; mask < 24; ++mask) {
         const auto failing = static_cast<Failing>(mask / 8);
-        const bool allowed = (mask & 1) != 0, on_key = (mask & 2) != 0, backward = (mask & 4) != 0;
-        SCOPED_TRACE(testing::Message() << failing << allowed << on_key << backward);
+        const bool allowed = (mask & 1) != 0, onKey = (mask & 2) != 0, backward = (mask & 4) != 0;
+        SCOPED_TRACE(testing::Message() << failing << allowed << onKey << backward);
         script = Script{.alive = script.alive};
         Renew(Factories(), 2);
         m_holder->SetFallbackAllowed(allowed);
@@ -231,15 +229,15 @@ TEST_F(VideoHolder, FallsBackToSoftware) {
         ASSERT_EQ(m_got, 1u);
         script.fails = failing == Fails;
         script.throws = failing == Throws;
-        script.bad_picture = failing == BadPicture;
-        const bool falls_back = allowed && (on_key || backward);
-        EXPECT_EQ(Decode(stream[on_key ? 5 : 1], 320, 240), falls_back ? 0 : -1);
-        EXPECT_EQ(m_holder->ActiveKind(), falls_back ? 0u : 2u);
+        script.badPicture = failing == BadPicture;
+        const bool fallsBack = allowed && (onKey || backward);
+        EXPECT_EQ(Decode(stream[onKey ? 5 : 1], 320, 240), fallsBack ? 0 : -1);
+        EXPECT_EQ(m_holder->ActiveKind(), fallsBack ? 0u : 2u);
         EXPECT_EQ(m_holder->InFlight(), 1u);    // as before, or the frame itself
         FramePtr current;
         // A dependent frame alone is no picture of the new decoder, in which it would be the first.
-        EXPECT_EQ(m_holder->CurrentInput(current), falls_back && m_got != 0);
-        if (falls_back && on_key)
+        EXPECT_EQ(m_holder->CurrentInput(current), fallsBack && m_got != 0);
+        if (fallsBack && onKey)
             EXPECT_EQ(Stamp(*m_holder), 5);
     }
 }
@@ -259,7 +257,7 @@ TEST_F(VideoHolder, PairsPicturesWithTheirInput) {
             ASSERT_EQ(m_got != 0, i >= delay);
             if (m_got == 0)
                 continue;
-            EXPECT_EQ(TimeMs(*current), stream[i - delay].pts_ms);
+            EXPECT_EQ(TimeMs(*current), stream[i - delay].ptsMs);
             EXPECT_EQ(m_holder->InFlight(), delay + 1);
             EXPECT_TRUE(!real || Stamp(*m_holder) == static_cast<int>(i - delay));
         }
@@ -286,7 +284,7 @@ TEST_F(VideoHolder, TakesASecondThreadForLargePictures) {
 
 TEST_F(VideoHolder, DropsADecoderThatStopsAnswering) {
     for (const bool backward : {false, true}) {
-        script.silent_from = 3;
+        script.silentFrom = 3;
         m_holder->Reset(backward);
         for (int i = 0; i < 4; ++i)
             EXPECT_EQ(Decode(Fake(8, i == 0)), 0);
@@ -295,7 +293,7 @@ TEST_F(VideoHolder, DropsADecoderThatStopsAnswering) {
         EXPECT_EQ(Decode(Fake(8, false)), backward ? 0 : -1);
     }
     // One that never answers is bounded: one frame a thread and some.
-    script.silent_from = 0;
+    script.silentFrom = 0;
     Renew(Factories(), 3);
     m_holder->SetThreads(4);
     size_t most = 0;
@@ -308,24 +306,24 @@ TEST_F(VideoHolder, DropsADecoderThatStopsAnswering) {
 
 TEST_F(VideoHolder, MarksStayUntilTheStreamSaysOtherwise) {
     const struct {
-        uint32_t stream_type;
+        uint32_t streamType;
         const char* text;
-        bool field_coded, interlaced;
+        bool fieldCoded, interlaced;
     } steps[] = {{1, "", false, false},          {1, "FL_IL Mode", true, true}, {1, "", true, true},
                  {1, "FM_?? Mode", false, true}, {1, "", false, true},          {4, "", false, false},
                  {4, "FL_PG Mode", true, false}, {4, "", true, false},          {8, "", false, false},
                  {4, "", false, false}};
     Renew({}, 0);
     for (const auto& step : steps) {
-        std::vector<uint8_t> bytes = test::MakeVideo({.stream_type = step.stream_type, .frames = 1})[0].bytes;
-        const std::string head = step.stream_type == 1 ? std::string("\xFF\xE2\0\14", 4) : std::string("\0\0\1\xB2", 4);
+        std::vector<uint8_t> bytes = test::MakeVideo({.streamType = step.streamType, .frames = 1})[0].bytes;
+        const std::string head = step.streamType == 1 ? std::string("\xFF\xE2\0\14", 4) : std::string("\0\0\1\xB2", 4);
         const std::string segment = step.text[0] == '\0' ? "" : head + step.text;
-        bytes.insert(bytes.begin() + (step.stream_type == 1 ? 2 : 5), segment.begin(), segment.end());
-        const FramePtr frame = MakeFrame(step.stream_type, bytes, true, 0);
+        bytes.insert(bytes.begin() + (step.streamType == 1 ? 2 : 5), segment.begin(), segment.end());
+        const FramePtr frame = MakeFrame(step.streamType, bytes, true, 0);
         ASSERT_EQ(Decode(frame), 0);
         ASSERT_EQ(m_got, 2u);
-        EXPECT_EQ(frame->FieldCoded(), step.field_coded) << step.stream_type << step.text;
-        EXPECT_EQ(frame->Interlaced(), step.interlaced) << step.stream_type << step.text;
+        EXPECT_EQ(frame->FieldCoded(), step.fieldCoded) << step.streamType << step.text;
+        EXPECT_EQ(frame->Interlaced(), step.interlaced) << step.streamType << step.text;
     }
 }
 

@@ -216,7 +216,7 @@ void RunPair(Where where, const Call& call, bool onOther, const std::vector<uint
 
 TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
     const std::vector<uint8_t> jpeg =
-        test::MakeVideo({.stream_type = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
+        test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
     const std::pair<Where, const char*> places[] = {{Where::StreamInfo, "stream info"},
                                                     {Where::Filter, "filter"},
                                                     {Where::Picture, "picture"},
@@ -234,7 +234,7 @@ TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
 // Two channels that stop each other from their callbacks: one is refused, nobody hangs.
 TEST(Callbacks, ChannelsThatStopEachOther) {
     const std::vector<uint8_t> jpeg =
-        test::MakeVideo({.stream_type = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
+        test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
     for (int round = 0; round < 20; ++round) {
         struct Side {
             void* target = nullptr;

@@ -130,7 +130,7 @@ TEST(Exports, OptionsAndUpdates) {
     update.mask = 0;
     EXPECT_EQ(Corvane_UpdateChannelSettings(client.channel, &update), Status_Ok);
     client.Start();
-    const auto pictures = test::MakeVideo({.stream_type = CORVANE_STREAM_JPEG, .frames = 3});
+    const auto pictures = test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .frames = 3});
     ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, pictures[0].bytes, true, 0), Status_Ok);
     ASSERT_TRUE(client.WaitForStamp(0));
     update.mask = 0x0040;

@@ -44,7 +44,7 @@ int64_t NumberOf(const MediaFrameHeader& header) {
 
 TEST(History, NothingComesLateTwiceOrOutOfOrder) {
     const std::vector<uint8_t> jpeg =
-        test::MakeVideo({.stream_type = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
+        test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
     std::mt19937 random(20);
     int pictures = 0;
     for (int life = 0; life < 6; ++life) {
@@ -56,7 +56,8 @@ TEST(History, NothingComesLateTwiceOrOutOfOrder) {
         settings.streamInfoContext = &info;
         settings.streamInfo = [](void* context, uint32_t code, uint64_t, uint64_t b) {
             const bool frame = code == 7;
-            static_cast<Registration*>(context)->Call(frame ? NumberOf(*reinterpret_cast<const MediaFrameHeader*>(b)) : -1);
+            static_cast<Registration*>(context)->Call(frame ? NumberOf(*reinterpret_cast<const MediaFrameHeader*>(b))
+                                                            : -1);
         };
         void* channel = nullptr;
         ASSERT_EQ(Corvane_CreateChannel(instance, &channel, &settings), Status_Ok);

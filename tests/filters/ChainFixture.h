@@ -19,8 +19,8 @@ using QMRX::Filter::Picture;
 
 // A picture with memory of its own, zeros at first, laid out as the library lays out what it allocates.
 struct Image {
-    Image(uint32_t image_width, uint32_t image_height, uint32_t image_format)
-        : width(image_width), height(image_height), format(image_format), stride(RowBytes(format, width)) {
+    Image(uint32_t imageWidth, uint32_t imageHeight, uint32_t image_format)
+        : width(imageWidth), height(imageHeight), format(image_format), stride(RowBytes(format, width)) {
         if (!memory.Allocate(PictureBytes(format, width, height)))
             throw std::bad_alloc();
         FillPicture(picture, memory.Data(), stride, height, format);

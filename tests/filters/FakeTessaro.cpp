@@ -12,7 +12,7 @@ using corvane::LensRecord;
 using corvane::TessaroImage;
 
 void MaybeThrow() {
-    if (tessaro_control.throw_everywhere)
+    if (tessaro_control.throwEverywhere)
         throw std::runtime_error("fake");
 }
 
@@ -24,27 +24,27 @@ struct Object final {
     }
     virtual int32_t Update(const LensRecord* record) {
         tessaro_control.updates++;
-        tessaro_control.last_value = record->values[0];
+        tessaro_control.lastValue = record->values[0];
         MaybeThrow();
         return 0;
     }
     virtual void Slot2() { tessaro_control.version = 0; }
     virtual void Slot3() { tessaro_control.version = 0; }
-    virtual int32_t Query(uint32_t width, uint32_t height, uint32_t* out_width, uint32_t* out_height) {
+    virtual int32_t Query(uint32_t width, uint32_t height, uint32_t* outWidth, uint32_t* outHeight) {
         MaybeThrow();
-        *out_width = tessaro_control.out_width != 0 ? tessaro_control.out_width : width;
-        *out_height = tessaro_control.out_width != 0 ? tessaro_control.out_height : height;
-        return tessaro_control.query_result;
+        *outWidth = tessaro_control.outWidth != 0 ? tessaro_control.outWidth : width;
+        *outHeight = tessaro_control.outWidth != 0 ? tessaro_control.outHeight : height;
+        return tessaro_control.queryResult;
     }
     virtual int32_t Process(const TessaroImage* input, TessaroImage* output) {
         MaybeThrow();
-        tessaro_control.last_output = output->plane[0];
+        tessaro_control.lastOutput = output->plane[0];
         if (input->layout != 1 || output->layout != 1)
             return -2;
         corvane::test::FakeDewarp(*input, *output);
-        return tessaro_control.process_result;
+        return tessaro_control.processResult;
     }
-    virtual void EndFrame() { tessaro_control.frames_ended++; }
+    virtual void EndFrame() { tessaro_control.framesEnded++; }
 };
 
 }    // namespace

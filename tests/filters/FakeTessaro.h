@@ -10,14 +10,14 @@ namespace corvane::test {
 
 struct TessaroControl {
     // Set by the test. A width of 0 leaves the size as it is.
-    uint32_t out_width = 0, out_height = 0;
-    int32_t query_result = 0, process_result = 0;
-    bool make_no_object = false, throw_everywhere = false;
+    uint32_t outWidth = 0, outHeight = 0;
+    int32_t queryResult = 0, processResult = 0;
+    bool make_no_object = false, throwEverywhere = false;
     // Told by the library.
     uint32_t version = 0;
-    int made = 0, released = 0, updates = 0, frames_ended = 0;
-    uint64_t last_value = 0;    // the first of the lens record
-    uint8_t* last_output = nullptr;
+    int made = 0, released = 0, updates = 0, framesEnded = 0;
+    uint64_t lastValue = 0;    // the first of the lens record
+    uint8_t* lastOutput = nullptr;
 };
 
 // Nearest neighbour, with a number added to each sample.

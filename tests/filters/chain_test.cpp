@@ -21,7 +21,7 @@ public:
 
     int32_t Process(FilterArgs* args) override {
         ++calls;
-        last_output = args->destination->plane[0];
+        lastOutput = args->destination->plane[0];
         if (throws)
             throw std::runtime_error("client");
         if (args->source->format != PF_I420 || args->destination->format != PF_I420 ||
@@ -33,7 +33,7 @@ public:
     }
 
     int calls = 0;
-    uint8_t* last_output = nullptr;
+    uint8_t* lastOutput = nullptr;
     int32_t result = 0;
     bool throws = false;
 
@@ -42,15 +42,15 @@ private:
 };
 
 struct Case {
-    uint32_t width = 64, height = 48, target_width = 64, target_height = 48, dewarped_width = 64, dewarped_height = 48;
+    uint32_t width = 64, height = 48, targetWidth = 64, targetHeight = 48, dewarpedWidth = 64, dewarpedHeight = 48;
     uint32_t format = PF_I420;
-    bool nv12 = false, field_coded = false, interlaced = false, deinterlace = false, dewarp = false;
+    bool nv12 = false, fieldCoded = false, interlaced = false, deinterlace = false, dewarp = false;
     size_t filters = 0;    // the kind of scaling as well
 
-    bool OnlyI420() const { return field_coded || (interlaced && deinterlace) || dewarp || filters > 0; }
+    bool OnlyI420() const { return fieldCoded || (interlaced && deinterlace) || dewarp || filters > 0; }
     FramePtr Frame() const {
         FramePtr frame = VideoFrame(dewarp);
-        if (field_coded)
+        if (fieldCoded)
             frame->RaiseFieldCoded();
         if (interlaced)
             frame->RaiseInterlaced();
@@ -64,34 +64,34 @@ std::vector<uint8_t> PlainForm(const Case& c, const Decoded& decoded, std::vecto
     std::deque<Image> images;
     Picture current = decoded.picture;
     uint32_t width = c.width, height = c.height;
-    const auto step = [&](auto process, uint32_t new_width, uint32_t new_height, uint32_t format) {
-        Picture& to = images.emplace_back(new_width, new_height, format).picture;
+    const auto step = [&](auto process, uint32_t newWidth, uint32_t newHeight, uint32_t format) {
+        Picture& to = images.emplace_back(newWidth, newHeight, format).picture;
         FilterArgs args{&current, &to, width, height};
         result = result == 0 && process(&args) == 0 ? 0 : -1;
         current = to;
-        width = new_width;
-        height = new_height;
+        width = newWidth;
+        height = newHeight;
     };
     const auto convert = [](FilterArgs* args) { return QMRX::Filter::FilterPixelFormatChange().Process(args); };
     if (c.nv12 && c.OnlyI420())
         step(convert, width, height, PF_I420);
     QMRX::Filter::FilterDeInterlace deinterlace;
-    deinterlace.SetWeave(c.field_coded);
+    deinterlace.SetWeave(c.fieldCoded);
     deinterlace.SetSmooth(c.interlaced && c.deinterlace);
-    if (c.field_coded || (c.interlaced && c.deinterlace))
+    if (c.fieldCoded || (c.interlaced && c.deinterlace))
         step([&](FilterArgs* args) { return deinterlace.Process(args); }, width, height, PF_I420);
     const auto dewarp = [&](FilterArgs* args) {
         FakeDewarp(ImageOf(*args->source, args->width, args->height),
-                   ImageOf(*args->destination, c.dewarped_width, c.dewarped_height));
+                   ImageOf(*args->destination, c.dewarpedWidth, c.dewarpedHeight));
         return 0;
     };
     if (c.dewarp)
-        step(dewarp, c.dewarped_width, c.dewarped_height, PF_I420);
+        step(dewarp, c.dewarpedWidth, c.dewarpedHeight, PF_I420);
     QMRX::Filter::FilterResize resize;
     resize.SetType(static_cast<uint32_t>(c.filters));
-    resize.SetSize(c.target_width, c.target_height);
-    if (width != c.target_width || height != c.target_height)
-        step([&](FilterArgs* args) { return resize.Process(args); }, c.target_width, c.target_height, current.format);
+    resize.SetSize(c.targetWidth, c.targetHeight);
+    if (width != c.targetWidth || height != c.targetHeight)
+        step([&](FilterArgs* args) { return resize.Process(args); }, c.targetWidth, c.targetHeight, current.format);
     for (size_t i = 0; i < c.filters; ++i)
         step([&](FilterArgs* args) { return filters[i].Process(args); }, width, height, PF_I420);
     const bool change = c.format != current.format && (c.format != PF_YV12 || current.format != PF_I420);
@@ -118,36 +118,36 @@ TEST(FilterChain, EveryRoadEqualsThePlainForm) {
         c.filters = flag() ? 0 : random() % 4;
         if (random() % 4 == 0) {
             c.format = kFormats[random() % 6];
-            c.width = c.target_width = kOdd[random() % 4];
-            c.height = c.target_height = kOdd[random() % 4];
+            c.width = c.targetWidth = kOdd[random() % 4];
+            c.height = c.targetHeight = kOdd[random() % 4];
         } else {
-            c.field_coded = flag();
+            c.fieldCoded = flag();
             c.interlaced = flag();
             c.deinterlace = flag();
             c.dewarp = flag();
-            c.dewarped_width = flag() ? 48 : 64;
-            c.dewarped_height = flag() ? 40 : 48;
+            c.dewarpedWidth = flag() ? 48 : 64;
+            c.dewarpedHeight = flag() ? 40 : 48;
         }
-        c.target_width += flag() ? 0 : 6;
-        c.target_height += flag() ? 0 : 2;
+        c.targetWidth += flag() ? 0 : 6;
+        c.targetHeight += flag() ? 0 : 2;
         if (flag()) {
-            c.target_width = c.dewarped_width;
-            c.target_height = c.dewarped_height;
+            c.targetWidth = c.dewarpedWidth;
+            c.targetHeight = c.dewarpedHeight;
         }
         SCOPED_TRACE(testing::Message() << "run " << run << ", " << c.width << "x" << c.height << " to format "
                                         << c.format);
-        Tessaro()->out_width = c.dewarped_width;
-        Tessaro()->out_height = c.dewarped_height;
+        Tessaro()->outWidth = c.dewarpedWidth;
+        Tessaro()->outHeight = c.dewarpedHeight;
         const Decoded decoded(c.width, c.height, c.nv12, static_cast<uint32_t>(run));
         const FramePtr frame = c.Frame();
         std::vector<AddFilter> filters{AddFilter(1), AddFilter(10), AddFilter(100)};
         ChainSettings settings{{}, c.deinterlace, static_cast<uint32_t>(c.filters)};
         for (size_t i = 0; i < c.filters; ++i)
-            settings.client_filters.push_back(&filters[i]);
+            settings.clientFilters.push_back(&filters[i]);
         int32_t result = 0;
         bool one_step = false;
         const std::vector<uint8_t> wanted = PlainForm(c, decoded, filters, result, one_step);
-        Image to(c.target_width, c.target_height, c.format), again(c.target_width, c.target_height, c.format);
+        Image to(c.targetWidth, c.targetHeight, c.format), again(c.targetWidth, c.targetHeight, c.format);
         FilterChain fresh;
         fresh.UpdateDewarp(*frame);
         chain.UpdateDewarp(*frame);
@@ -157,10 +157,10 @@ TEST(FilterChain, EveryRoadEqualsThePlainForm) {
         ASSERT_EQ(RunInto(to, chain, settings, *frame, decoded.frame), result);
         ASSERT_TRUE(to.Visible() == wanted && again.Visible() == wanted);
         ASSERT_EQ(chain.ScratchBytes(), fresh.ScratchBytes());
-        if (one_step && c.width == 64 && !(c.field_coded && c.interlaced))    // needs no copy of its own
+        if (one_step && c.width == 64 && !(c.fieldCoded && c.interlaced))    // needs no copy of its own
             ASSERT_EQ(fresh.ScratchBytes(), 0u);
         if (c.filters > 0 && to.picture.format == PF_I420)
-            ASSERT_EQ(filters[c.filters - 1].last_output, to.picture.plane[0]);    // no picture in between
+            ASSERT_EQ(filters[c.filters - 1].lastOutput, to.picture.plane[0]);    // no picture in between
     }
 }
 
@@ -199,7 +199,7 @@ TEST(FilterChain, FailedAllocations) {
     if (!allocation::Works())
         GTEST_SKIP() << "operator new belongs to a sanitizer";
     Case c;
-    c.field_coded = c.interlaced = c.dewarp = true;
+    c.fieldCoded = c.interlaced = c.dewarp = true;
     const FramePtr frame = c.Frame();
     const Decoded decoded(64, 48, true);
     AddFilter first(1), second(2), third(3);
@@ -232,7 +232,7 @@ TEST(Tessaro, LivesAsLongAsLensFramesCome) {
         EXPECT_EQ(control.made, row.made) << row.value;
         EXPECT_EQ(control.updates, row.updates) << row.value;
         EXPECT_EQ(control.released, row.released) << row.value;
-        EXPECT_TRUE(row.value == 0 || control.last_value == row.value) << row.value;
+        EXPECT_TRUE(row.value == 0 || control.lastValue == row.value) << row.value;
     }
     EXPECT_EQ(control.version, 0x30303031u);
     FilterChain().UpdateDewarp(*VideoFrame(true));
@@ -254,11 +254,11 @@ TEST(Tessaro, SizesAndFailures) {
     chain.UpdateDewarp(*VideoFrame(true));
     const struct {
         const char* name;
-        uint32_t out_width, out_height;
-        int32_t query_result, process_result;
+        uint32_t outWidth, outHeight;
+        int32_t queryResult, processResult;
         bool throws;
-        int32_t size_result, run_result;
-        int frames_ended;
+        int32_t sizeResult, runResult;
+        int framesEnded;
     } rows[] = {
         {"new size", 32, 20, 0, 0, false, 0, 0, 1},
         {"query refuses", 32, 20, -7, 0, false, -7, -7, 0},
@@ -269,23 +269,23 @@ TEST(Tessaro, SizesAndFailures) {
     };
     for (const auto& row : rows) {
         control = TessaroControl();
-        control.out_width = row.out_width;
-        control.out_height = row.out_height;
-        control.query_result = row.query_result;
-        control.process_result = row.process_result;
-        control.throw_everywhere = row.throws;
+        control.outWidth = row.outWidth;
+        control.outHeight = row.outHeight;
+        control.queryResult = row.queryResult;
+        control.processResult = row.processResult;
+        control.throwEverywhere = row.throws;
         uint32_t width = 64, height = 48;
-        EXPECT_EQ(chain.OutputSize(&width, &height), row.size_result) << row.name;
-        const bool changed = row.size_result == 0 && row.out_width != 0;
-        EXPECT_EQ(std::pair(width, height), changed ? std::pair(row.out_width, row.out_height) : std::pair(64u, 48u))
+        EXPECT_EQ(chain.OutputSize(&width, &height), row.sizeResult) << row.name;
+        const bool changed = row.sizeResult == 0 && row.outWidth != 0;
+        EXPECT_EQ(std::pair(width, height), changed ? std::pair(row.outWidth, row.outHeight) : std::pair(64u, 48u))
             << row.name;
         Image to(width, height, PF_YV12);
-        EXPECT_EQ(RunInto(to, chain, {}, *VideoFrame(), Decoded(64, 48, false).frame), row.run_result) << row.name;
-        EXPECT_EQ(control.frames_ended, row.frames_ended) << row.name;
+        EXPECT_EQ(RunInto(to, chain, {}, *VideoFrame(), Decoded(64, 48, false).frame), row.runResult) << row.name;
+        EXPECT_EQ(control.framesEnded, row.framesEnded) << row.name;
         EXPECT_EQ(chain.ScratchBytes(), 0u) << row.name;
-        EXPECT_TRUE(row.run_result != 0 || control.last_output == to.memory.Data()) << row.name;
+        EXPECT_TRUE(row.runResult != 0 || control.lastOutput == to.memory.Data()) << row.name;
     }
-    control.throw_everywhere = true;    // in the update, and in the making of another object
+    control.throwEverywhere = true;    // in the update, and in the making of another object
     chain.UpdateDewarp(*VideoFrame(true));
     EXPECT_EQ(TessaroStage::Make(), nullptr);
     control = TessaroControl();

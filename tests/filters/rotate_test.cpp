@@ -14,7 +14,7 @@ namespace {
 TEST(Rotate, OutputSize) {
     const struct {
         double angle;
-        uint32_t width, height, out_width, out_height;
+        uint32_t width, height, outWidth, outHeight;
     } rows[] = {{-450, 1920, 1080, 1080, 1920}, {180, 101, 51, 102, 52},        {45, 100, 100, 142, 142},
                 {30, 200, 100, 222, 186},       {1e-9, 640, 480, 640, 480},     {45, 1, 1, 2, 2},
                 {NAN, 640, 480, 640, 480},      {INFINITY, 640, 480, 640, 480}, {10, 0, 480, 0, 0},
@@ -22,8 +22,8 @@ TEST(Rotate, OutputSize) {
     for (const auto& row : rows) {
         uint32_t width = 7, height = 7;
         RotateFilter(row.angle).OutputSize(row.width, row.height, &width, &height);
-        EXPECT_EQ(width, row.out_width) << row.angle;
-        EXPECT_EQ(height, row.out_height) << row.angle;
+        EXPECT_EQ(width, row.outWidth) << row.angle;
+        EXPECT_EQ(height, row.outHeight) << row.angle;
     }
 }
 
@@ -84,25 +84,25 @@ TEST(Rotate, SlopesOfAllPlanes) {
             buffer[i] = static_cast<uint8_t>(i % step + 2 * (i / step % kHeight % (step == stride ? 60 : 30)));
         }
         filter.OutputSize(kWidth, kHeight, &width, &height);
-        const uint32_t out_stride = (width + 63) & ~63u;
-        std::vector<uint8_t> out(size_t{out_stride} * height * 3 / 2, 7);
-        filter.Rotate(out.data(), out_stride, PF_I420, width, height);
+        const uint32_t outStride = (width + 63) & ~63u;
+        std::vector<uint8_t> out(size_t{outStride} * height * 3 / 2, 7);
+        filter.Rotate(out.data(), outStride, PF_I420, width, height);
         for (const uint32_t half : {1u, 2u}) {
-            const uint8_t* plane = half == 1 ? out.data() : out.data() + size_t{out_stride} * height * 5 / 4;    // Y, V
+            const uint8_t* plane = half == 1 ? out.data() : out.data() + size_t{outStride} * height * 5 / 4;    // Y, V
             const double right = kWidth / half - 1, bottom = kHeight / half - 1;
             const double s = std::sin(angle * std::numbers::pi / 180), c = std::cos(angle * std::numbers::pi / 180);
-            const double left_edge = std::min({0.0, c * right, -s * bottom, c * right - s * bottom});
-            const double top_edge = std::min({0.0, s * right, c * bottom, s * right + c * bottom});
+            const double leftEdge = std::min({0.0, c * right, -s * bottom, c * right - s * bottom});
+            const double topEdge = std::min({0.0, s * right, c * bottom, s * right + c * bottom});
             uint32_t inside = 0;
             for (uint32_t at = 0; at < height / half * (width / half); ++at) {
                 const uint32_t x = at % (width / half), y = at / (width / half);
-                const double source_x = c * (x + left_edge) + s * (y + top_edge);
-                const double source_y = -s * (x + left_edge) + c * (y + top_edge);
-                const int got = plane[y * (out_stride / half) + x];
-                const double outside = std::max({-source_x, source_x - right, -source_y, source_y - bottom});
+                const double sourceX = c * (x + leftEdge) + s * (y + topEdge);
+                const double sourceY = -s * (x + leftEdge) + c * (y + topEdge);
+                const int got = plane[y * (outStride / half) + x];
+                const double outside = std::max({-sourceX, sourceX - right, -sourceY, sourceY - bottom});
                 inside += outside < -0.01 ? 1 : 0;
                 ASSERT_NEAR(got,
-                            outside < -0.01  ? source_x + 2 * source_y
+                            outside < -0.01  ? sourceX + 2 * sourceY
                             : outside > 0.01 ? (half == 1 ? 0 : 128)
                                              : got,
                             0.6)

@@ -158,12 +158,12 @@ TEST(FilterResize, TypesAndAlignment) {
             SCOPED_TRACE(testing::Message() << nv12 << " " << type);
             resize.SetType(type);
             EXPECT_EQ(resize.GetType(), then);
-            Image expected(42, 34, aligned.picture.format), from_tight(42, 34, aligned.picture.format);
-            ASSERT_EQ(Scale(resize, tight, from_tight.picture, 42, 34), 0);
+            Image expected(42, 34, aligned.picture.format), fromTight(42, 34, aligned.picture.format);
+            ASSERT_EQ(Scale(resize, tight, fromTight.picture, 42, 34), 0);
             EXPECT_GT(resize.ScratchBytes(), 0u);
             ASSERT_EQ(Scale(resize, aligned, expected.picture, 42, 34), 0);
             EXPECT_EQ(resize.ScratchBytes(), 0u);
-            EXPECT_EQ(from_tight.Visible(), expected.Visible());
+            EXPECT_EQ(fromTight.Visible(), expected.Visible());
             for (size_t other = 0; other < results.size(); ++other)
                 EXPECT_EQ(results[other] == expected.Visible(), other >= 3) << other;
             results.push_back(expected.Visible());

@@ -37,20 +37,20 @@ Bytes Counting(size_t size) {
 std::string Text(const FrameExtension& e) {
     std::ostringstream text;
     const auto put = [&](auto... values) { ((text << std::hex << +values << ' '), ...); };
-    text << (e.interlaced ? "I" : "") << (e.field_coded ? "F" : "") << (e.not_for_display ? "N" : "");
+    text << (e.interlaced ? "I" : "") << (e.fieldCoded ? "F" : "") << (e.notForDisplay ? "N" : "");
     if (e.kind != ExtensionKind::None)
         put(static_cast<uint32_t>(e.kind));
     if (const auto* f = std::get_if<FisheyeCalibration>(&e.record))
-        put(f->center_x, f->center_y, f->radius, f->lens_id, f->lens_kind, f->mount_flag, f->lens_extra[4]);
+        put(f->centerX, f->centerY, f->radius, f->lensId, f->lensKind, f->mountFlag, f->lensExtra[4]);
     if (const auto* s = std::get_if<SensorLayout>(&e.record))
-        put(s->model, s->sensor_count, s->width, s->height, s->sensor_crop[1].height, s->sensor_crop[3].x);
+        put(s->model, s->sensorCount, s->width, s->height, s->sensorCrop[1].height, s->sensorCrop[3].x);
     if (const auto* l = std::get_if<LensRecord>(&e.record))
         put(l->values[0], l->values[53], l->words[4], l->words[0], l->words[3]);
-    if (const FrameTimeRecord& b = e.base_time, &p = e.present_time; b.seconds + p.seconds != 0)
-        put(b.seconds, b.milliseconds, b.timeZone, b.daylight, p.daylight, e.present_time_given);
-    if (e.vendor_subtype != 0)
-        put(e.vendor_tag, e.vendor_subtype, e.decoded_width, e.decoded_height);
-    for (uint32_t i = 0; i < e.blob_length; ++i)
+    if (const FrameTimeRecord& b = e.baseTime, &p = e.presentTime; b.seconds + p.seconds != 0)
+        put(b.seconds, b.milliseconds, b.timeZone, b.daylight, p.daylight, e.presentTimeGiven);
+    if (e.vendorSubtype != 0)
+        put(e.vendorTag, e.vendorSubtype, e.decodedWidth, e.decodedHeight);
+    for (uint32_t i = 0; i < e.blobLength; ++i)
         put(e.blob[i]);
     return text.str();
 }
@@ -155,13 +155,13 @@ TEST(FrameExtension, HeaderFraming) {
 
 // An area may be cut at any byte: between entries it is a shorter area, inside one it ends early.
 TEST(FrameExtension, EveryPrefix) {
-    const std::vector<Bytes> header_entries = {kFisheye, kLensExtra, kSensors, {229}, kLens, {129, 231, 0}};
-    const std::vector<Bytes> packet_entries = {
+    const std::vector<Bytes> headerEntries = {kFisheye, kLensExtra, kSensors, {229}, kLens, {129, 231, 0}};
+    const std::vector<Bytes> packetEntries = {
         Join({{0x81, 97, 0x81}, kTime}), {107, 0xE1, 4, 1, 2, 3, 4}, {108, 0xC3, 1, 2, 3}};
     for (const bool header : {true, false}) {
         Bytes all;
         std::set<size_t> ends = {0};
-        for (const Bytes& entry : header ? header_entries : packet_entries) {
+        for (const Bytes& entry : header ? headerEntries : packetEntries) {
             all.insert(all.end(), entry.begin(), entry.end());
             ends.insert(all.size());
         }
@@ -183,25 +183,25 @@ MediaFrameHeader NewRecord(uint32_t type = CORVANE_STREAM_MULAW) {    // its hea
 // Everything that the record points at is found in the copy, aligned, inside the block, and padded with zeros. A
 // reference keeps it all beyond the frame; a sanitizer sees a block that was freed too early, or never.
 TEST(MediaFrame, BlockHoldsACopyOfEverything) {
-    for (const uint32_t header_size : {0, 1, 15, 16, 33}) {
-        for (const uint32_t payload_size : {0, 1, 16, 1000}) {
-            const uint32_t extension_size = payload_size / 62;    // unknown tags only
-            SCOPED_TRACE(testing::Message() << header_size << " " << payload_size << " " << extension_size);
-            Bytes data(header_size + payload_size + 1), extension(extension_size + 1);
+    for (const uint32_t headerSize : {0, 1, 15, 16, 33}) {
+        for (const uint32_t payloadSize : {0, 1, 16, 1000}) {
+            const uint32_t extensionSize = payloadSize / 62;    // unknown tags only
+            SCOPED_TRACE(testing::Message() << headerSize << " " << payloadSize << " " << extensionSize);
+            Bytes data(headerSize + payloadSize + 1), extension(extensionSize + 1);
             std::iota(data.begin(), data.end(), uint8_t{3});
             std::vector<ObjectRecord> objects(5);
             objects[4].id = 104;
             MediaFrameHeader record = NewRecord();
             record.data = data.data();
-            record.headerSize = header_size;
-            record.payloadSize = payload_size;
+            record.headerSize = headerSize;
+            record.payloadSize = payloadSize;
             record.extension = extension.data();
-            record.extensionSize = extension_size;
+            record.extensionSize = extensionSize;
             record.objects = objects.data();
             record.objectCount = 5;
             record.motionInfo = &record;
             record.vendorHeader = data.data();
-            record.vendorHeaderSize = header_size / 2;
+            record.vendorHeaderSize = headerSize / 2;
             record.references = &record;
             const Bytes kept(data.begin(), data.end() - 1);
             auto frame = std::make_unique<MediaFrameImpl>(record);
@@ -214,11 +214,11 @@ TEST(MediaFrame, BlockHoldsACopyOfEverything) {
             EXPECT_EQ(reinterpret_cast<const uint8_t*>(copy.objects + 5), begin + frame->MemoryBytes());
             EXPECT_EQ((reinterpret_cast<uintptr_t>(payload) | reinterpret_cast<uintptr_t>(copy.objects)) % 16, 0u);
             EXPECT_EQ(copy.extension, begin + 16 + 264);
-            EXPECT_GE(copy.data, copy.extension + extension_size);
-            EXPECT_EQ(Bytes(payload + payload_size, payload + payload_size + 64), Bytes(64, 0));
+            EXPECT_GE(copy.data, copy.extension + extensionSize);
+            EXPECT_EQ(Bytes(payload + payloadSize, payload + payloadSize + 64), Bytes(64, 0));
             EXPECT_EQ(copy.objects[4].id, 104u);
             EXPECT_EQ(copy.motionInfo, copy.motionState);
-            EXPECT_EQ(copy.vendorHeader, payload - header_size / 2);
+            EXPECT_EQ(copy.vendorHeader, payload - headerSize / 2);
 
             const auto* table = static_cast<const FrameReferences*>(copy.references);
             table->add(&copy);

@@ -17,7 +17,7 @@
 namespace corvane {
 namespace {
 
-FramePtr Frame(char letter, int64_t time_ms) {
+FramePtr Frame(char letter, int64_t timeMs) {
     MediaFrameHeader record{};
     record.recordSize = 264;
     record.streamType = letter == 'a'   ? CORVANE_STREAM_ALAW
@@ -25,8 +25,8 @@ FramePtr Frame(char letter, int64_t time_ms) {
                         : letter == 'p' ? CORVANE_STREAM_PLACEHOLDER
                         : letter == 'u' ? 2048
                                         : CORVANE_STREAM_H265;
-    record.streamSeconds = static_cast<uint32_t>(time_ms / 1000);
-    record.timeMilliseconds = static_cast<uint32_t>(time_ms % 1000);
+    record.streamSeconds = static_cast<uint32_t>(timeMs / 1000);
+    record.timeMilliseconds = static_cast<uint32_t>(timeMs % 1000);
     record.frameType = letter == 'K' || letter == 'p' ? 0 : 1;
     return std::make_shared<MediaFrameImpl>(record);
 }
@@ -167,7 +167,7 @@ TEST(JitterQueue, RandomRuns) {
 // Frames that come in at the given times of the stream and of the clock, and what each is told.
 TEST(PaceClock, Rules) {
     struct Step {
-        int64_t t_ms, now_us, told_ms;
+        int64_t tMs, nowUs, toldMs;
     };
     const struct {
         const char* name;
@@ -189,8 +189,8 @@ TEST(PaceClock, Rules) {
     for (const auto& row : rows) {
         PaceClock clock;
         clock.SetReverse(row.reverse);
-        for (const auto& [t_ms, now_us, told_ms] : row.steps)
-            EXPECT_EQ(clock.Pace(t_ms, row.rate, now_us * 1000), told_ms) << row.name << " " << t_ms;
+        for (const auto& [tMs, nowUs, toldMs] : row.steps)
+            EXPECT_EQ(clock.Pace(tMs, row.rate, nowUs * 1000), toldMs) << row.name << " " << tMs;
         clock.Unset();
         EXPECT_EQ(clock.Pace(100'000, 1, 77), 0) << row.name;    // starts afresh
         clock.SetReverse(false);

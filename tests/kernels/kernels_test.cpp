@@ -34,10 +34,10 @@ struct Sources {
     SourcePlane y, u, v, uv;
 };
 
-// One kernel in both forms. The output is one plane of `pixel_bytes` a pixel; kernels with more planes are rows below.
+// One kernel in both forms. The output is one plane of `pixelBytes` a pixel; kernels with more planes are rows below.
 struct Kernel {
     const char* name;
-    uint32_t pixel_bytes;
+    uint32_t pixelBytes;
     std::function<int32_t(Sources&, PoisonedPlane&, uint32_t, uint32_t)> fast, plain;
 };
 
@@ -143,8 +143,8 @@ TEST_P(EachTarget, FastFormsEqualPlainForms) {
             Sources sources(width, height, width % 4, fill, width * 8 + height);
             for (const Kernel& kernel : kernels) {
                 const uint32_t gap = (width & 1) == 0 ? 0 : 6;    // an even step also where pixels are words
-                PoisonedPlane got(width * kernel.pixel_bytes, height, gap);
-                PoisonedPlane wanted(width * kernel.pixel_bytes, height, gap);
+                PoisonedPlane got(width * kernel.pixelBytes, height, gap);
+                PoisonedPlane wanted(width * kernel.pixelBytes, height, gap);
                 const int32_t result = kernel.fast(sources, got, width, height);
                 EXPECT_EQ(result, kernel.plain(sources, wanted, width, height)) << Where(kernel.name, width, height);
                 ASSERT_TRUE(got.Equals(wanted)) << Where(kernel.name, width, height);
@@ -158,32 +158,31 @@ TEST_P(EachTarget, PlanesAndPairsConvertBothWays) {
         Sources s(width, height, width % 3, Fill::Random, width);
         const uint32_t half = (width + 1) / 2;
         PoisonedPlane y(width, height, 3), u(half, height, 1), v(half, height, 2), uv(2 * half, height, 5);
-        PoisonedPlane wanted_y(width, height, 3), wanted_u(half, height, 1), wanted_v(half, height, 2);
+        PoisonedPlane wantedY(width, height, 3), wantedU(half, height, 1), wantedV(half, height, 2);
         for (uint32_t row = 0; row < height; ++row) {
-            std::copy_n(s.y.Data() + row * s.y.Step(), width, wanted_y.Data() + row * wanted_y.Step());
+            std::copy_n(s.y.Data() + row * s.y.Step(), width, wantedY.Data() + row * wantedY.Step());
             if (row < height / 2) {
-                ref::SplitRow(s.uv.Data() + row * s.uv.Step(), wanted_u.Data() + row * wanted_u.Step(),
-                              wanted_v.Data() + row * wanted_v.Step(), half);
+                ref::SplitRow(s.uv.Data() + row * s.uv.Step(), wantedU.Data() + row * wantedU.Step(),
+                              wantedV.Data() + row * wantedV.Step(), half);
             }
         }
         ASSERT_EQ(NV12ToI420(s.y.Data(), s.y.Step(), s.uv.Data(), s.uv.Step(), y.Data(), y.Step(), u.Data(), u.Step(),
                              v.Data(), v.Step(), width, height),
                   kDone);
-        ASSERT_TRUE(y.Equals(wanted_y) && u.Equals(wanted_u) && v.Equals(wanted_v))
-            << Where("NV12ToI420", width, height);
+        ASSERT_TRUE(y.Equals(wantedY) && u.Equals(wantedU) && v.Equals(wantedV)) << Where("NV12ToI420", width, height);
 
-        PoisonedPlane even_y(width, height, 3), wanted_even_y(width, height, 3), wanted_uv(2 * half, height, 5);
+        PoisonedPlane evenY(width, height, 3), wantedEvenY(width, height, 3), wantedUv(2 * half, height, 5);
         for (uint32_t row = 0; row < (height & ~1u); ++row) {
-            std::copy_n(s.y.Data() + row * s.y.Step(), width & ~1u, wanted_even_y.Data() + row * wanted_even_y.Step());
+            std::copy_n(s.y.Data() + row * s.y.Step(), width & ~1u, wantedEvenY.Data() + row * wantedEvenY.Step());
             if (row % 2 == 0 && width >= 2) {
                 ref::MergeRow(s.u.Data() + row / 2 * s.u.Step(), s.v.Data() + row / 2 * s.v.Step(),
-                              wanted_uv.Data() + row / 2 * wanted_uv.Step(), width / 2);
+                              wantedUv.Data() + row / 2 * wantedUv.Step(), width / 2);
             }
         }
-        EXPECT_EQ(I420ToNV12(s.y.Data(), s.y.Step(), s.u.Data(), s.u.Step(), s.v.Data(), s.v.Step(), even_y.Data(),
-                             even_y.Step(), uv.Data(), uv.Step(), width, height),
+        EXPECT_EQ(I420ToNV12(s.y.Data(), s.y.Step(), s.u.Data(), s.u.Step(), s.v.Data(), s.v.Step(), evenY.Data(),
+                             evenY.Step(), uv.Data(), uv.Step(), width, height),
                   width < 2 || height < 2 ? kRefused : kDone);
-        ASSERT_TRUE(even_y.Equals(wanted_even_y) && uv.Equals(wanted_uv)) << Where("I420ToNV12", width, height);
+        ASSERT_TRUE(evenY.Equals(wantedEvenY) && uv.Equals(wantedUv)) << Where("I420ToNV12", width, height);
     }
 }
 
@@ -199,18 +198,18 @@ TEST_P(EachTarget, LargePackedPictures) {
         const uint8_t* u = y + size_t{width} * kHeight;
         const uint8_t* v = u + size_t{width} * kHeight / 4;
         const ptrdiff_t step = width;
-        for (const bool luma_second : {false, true}) {
+        for (const bool lumaSecond : {false, true}) {
             for (const bool planar : {false, true}) {
                 std::vector<uint8_t> wanted(out.Size());
                 ref::ToPacked(y, step, u, planar ? step / 2 : step, planar ? v : nullptr, step / 2, wanted.data(),
-                              2 * step, width, kHeight, luma_second);
+                              2 * step, width, kHeight, lumaSecond);
                 if (planar)
-                    (luma_second ? PlanarToUYVY : PlanarToYUY2)(y, step, u, step / 2, v, step / 2, out.Data(), 2 * step,
-                                                                width, kHeight);
+                    (lumaSecond ? PlanarToUYVY : PlanarToYUY2)(y, step, u, step / 2, v, step / 2, out.Data(), 2 * step,
+                                                               width, kHeight);
                 else
-                    (luma_second ? NV12ToUYVY : NV12ToYUY2)(y, step, u, step, out.Data(), 2 * step, width, kHeight);
+                    (lumaSecond ? NV12ToUYVY : NV12ToYUY2)(y, step, u, step, out.Data(), 2 * step, width, kHeight);
                 EXPECT_TRUE(std::equal(wanted.begin(), wanted.end(), out.Data()))
-                    << Where(planar ? "planar" : "pairs", width, kHeight) << " luma second " << luma_second;
+                    << Where(planar ? "planar" : "pairs", width, kHeight) << " luma second " << lumaSecond;
             }
         }
     }

@@ -20,17 +20,17 @@ struct AVFrameFreer {
 };
 using BarePicture = std::unique_ptr<AVFrame, AVFrameFreer>;
 
-inline AVCodecID CodecId(uint32_t stream_type) {
-    return stream_type == CORVANE_STREAM_JPEG    ? AV_CODEC_ID_MJPEG
-           : stream_type == CORVANE_STREAM_MPEG4 ? AV_CODEC_ID_MPEG4
-           : stream_type == CORVANE_STREAM_H264  ? AV_CODEC_ID_H264
-                                                 : AV_CODEC_ID_HEVC;
+inline AVCodecID CodecId(uint32_t streamType) {
+    return streamType == CORVANE_STREAM_JPEG    ? AV_CODEC_ID_MJPEG
+           : streamType == CORVANE_STREAM_MPEG4 ? AV_CODEC_ID_MPEG4
+           : streamType == CORVANE_STREAM_H264  ? AV_CODEC_ID_H264
+                                                : AV_CODEC_ID_HEVC;
 }
 
 // All pictures of the stream in the order of presentation, those that only an end of stream brings out included.
-inline std::vector<BarePicture> BareDecode(uint32_t stream_type, const std::vector<EncodedPicture>& stream) {
-    AVCodecContext* context = avcodec_alloc_context3(avcodec_find_decoder(CodecId(stream_type)));
-    context->flags2 = AV_CODEC_FLAG2_FAST | (stream_type == CORVANE_STREAM_H264 ? AV_CODEC_FLAG2_SHOW_ALL : 0);
+inline std::vector<BarePicture> BareDecode(uint32_t streamType, const std::vector<EncodedPicture>& stream) {
+    AVCodecContext* context = avcodec_alloc_context3(avcodec_find_decoder(CodecId(streamType)));
+    context->flags2 = AV_CODEC_FLAG2_FAST | (streamType == CORVANE_STREAM_H264 ? AV_CODEC_FLAG2_SHOW_ALL : 0);
     context->skip_loop_filter = AVDISCARD_NONREF;
     context->thread_count = 1;
     context->log_level_offset = 128;    // silent where it can be
@@ -60,9 +60,9 @@ inline std::vector<BarePicture> BareDecode(uint32_t stream_type, const std::vect
 }
 
 // True when `rows` rows of `bytes` bytes are equal.
-inline bool SameRows(const uint8_t* a, ptrdiff_t a_stride, const uint8_t* b, ptrdiff_t b_stride, int bytes, int rows) {
+inline bool SameRows(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff_t b_stride, int bytes, int rows) {
     for (int y = 0; y < rows; ++y)
-        if (!std::equal(a + y * a_stride, a + y * a_stride + bytes, b + y * b_stride))
+        if (!std::equal(a + y * aStride, a + y * aStride + bytes, b + y * b_stride))
             return false;
     return true;
 }

@@ -8,16 +8,16 @@ namespace corvane::test::allocation {
 
 namespace {
 thread_local uint64_t calls = 0;
-thread_local uint64_t fail_at = 0;
+thread_local uint64_t failAt = 0;
 }    // namespace
 
 void FailAt(uint64_t n) {
     calls = 0;
-    fail_at = n;
+    failAt = n;
 }
 
 uint64_t Stop() {
-    fail_at = 0;
+    failAt = 0;
     return calls;
 }
 
@@ -51,7 +51,7 @@ constexpr size_t kAlignment = alignof(std::max_align_t);
 
 void* OrNull(size_t size, size_t alignment = kAlignment) noexcept {
     using namespace corvane::test::allocation;
-    return ++calls == fail_at ? nullptr : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+    return ++calls == failAt ? nullptr : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
 }
 
 void* OrThrow(size_t size, size_t alignment = kAlignment) {

@@ -15,8 +15,8 @@ enum class Fill { Random, Extremes, Rows };
 
 class SourcePlane {
 public:
-    SourcePlane(uint32_t row_bytes, uint32_t rows, uint32_t gap, Fill fill, uint32_t seed)
-        : m_step(row_bytes + gap), m_bytes(rows == 0 ? 0 : size_t{m_step} * (rows - 1) + row_bytes) {
+    SourcePlane(uint32_t rowBytes, uint32_t rows, uint32_t gap, Fill fill, uint32_t seed)
+        : m_step(rowBytes + gap), m_bytes(rows == 0 ? 0 : size_t{m_step} * (rows - 1) + rowBytes) {
         std::mt19937 random(seed);
         constexpr uint8_t kExtremes[] = {0, 1, 127, 128, 254, 255};
         for (size_t i = 0; i < m_bytes.size(); ++i) {
@@ -37,10 +37,10 @@ class PoisonedPlane {
 public:
     static constexpr uint8_t kPoison = 0xA5;
 
-    PoisonedPlane(uint32_t row_bytes, uint32_t rows, uint32_t gap)
-        : m_row_bytes(row_bytes),
+    PoisonedPlane(uint32_t rowBytes, uint32_t rows, uint32_t gap)
+        : m_rowBytes(rowBytes),
           m_rows(rows),
-          m_step(row_bytes + gap),
+          m_step(rowBytes + gap),
           m_bytes(size_t{m_step} * (rows + 2) + 1, kPoison) {}
     // One odd byte and one whole row stand in front.
     uint8_t* Data() { return m_bytes.data() + m_step + 1; }
@@ -53,7 +53,7 @@ public:
             if (m_bytes[i] != wanted.m_bytes[i]) {
                 const auto at = static_cast<int64_t>(i) - m_step - 1 + m_step;
                 return testing::AssertionFailure()
-                       << "byte x " << at % m_step << ", y " << at / m_step - 1 << " of " << m_row_bytes << " x "
+                       << "byte x " << at % m_step << ", y " << at / m_step - 1 << " of " << m_rowBytes << " x "
                        << m_rows << ": " << int{m_bytes[i]} << ", wanted " << int{wanted.m_bytes[i]};
             }
         }
@@ -63,7 +63,7 @@ public:
     }
 
 private:
-    uint32_t m_row_bytes;
+    uint32_t m_rowBytes;
     uint32_t m_rows;
     uint32_t m_step;
     std::vector<uint8_t> m_bytes;

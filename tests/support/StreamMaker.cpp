@@ -56,16 +56,16 @@ AVPixelFormat FormatOf(const VideoSpec& spec) {
     constexpr AVPixelFormat kDeep[] = {AV_PIX_FMT_YUV420P10, AV_PIX_FMT_YUV422P10, AV_PIX_FMT_YUV444P10,
                                        AV_PIX_FMT_GRAY10};
     const auto sampling = static_cast<size_t>(spec.sampling);
-    return spec.bit_depth == 10                      ? kDeep[sampling]
-           : spec.stream_type == CORVANE_STREAM_JPEG ? kJpeg[sampling]
-                                                     : kPlain[sampling];
+    return spec.bitDepth == 10                      ? kDeep[sampling]
+           : spec.streamType == CORVANE_STREAM_JPEG ? kJpeg[sampling]
+                                                    : kPlain[sampling];
 }
 
-const char* EncoderOf(uint32_t stream_type) {
-    return stream_type == CORVANE_STREAM_JPEG    ? "mjpeg"
-           : stream_type == CORVANE_STREAM_MPEG4 ? "mpeg4"
-           : stream_type == CORVANE_STREAM_H264  ? "libx264"
-                                                 : "libx265";
+const char* EncoderOf(uint32_t streamType) {
+    return streamType == CORVANE_STREAM_JPEG    ? "mjpeg"
+           : streamType == CORVANE_STREAM_MPEG4 ? "mpeg4"
+           : streamType == CORVANE_STREAM_H264  ? "libx264"
+                                                : "libx265";
 }
 
 uint32_t StampBits(int number) {
@@ -97,8 +97,8 @@ void Draw(AVFrame& frame, int number, int depth) {
 }
 
 void SetOptions(AVCodecContext& context, const VideoSpec& spec) {
-    const bool h264 = spec.stream_type == CORVANE_STREAM_H264;
-    if (h264 && spec.b_frames == 0)
+    const bool h264 = spec.streamType == CORVANE_STREAM_H264;
+    if (h264 && spec.bFrames == 0)
         av_opt_set(context.priv_data, "tune", "zerolatency", 0);
     std::string options = "annexb=1:repeat-headers=1:scenecut=0:open-gop=0:b-adapt=0:";
     options += h264 ? "threads=1:lookahead-threads=1:b-pyramid=none"
@@ -119,18 +119,18 @@ ContextPtr NewContext(const AVCodec* codec) {
 }
 
 ContextPtr OpenVideo(const VideoSpec& spec) {
-    ContextPtr context = NewContext(avcodec_find_encoder_by_name(EncoderOf(spec.stream_type)));
+    ContextPtr context = NewContext(avcodec_find_encoder_by_name(EncoderOf(spec.streamType)));
     context->width = spec.width;
     context->height = spec.height;
     context->pix_fmt = FormatOf(spec);
-    context->time_base = {1, 1000 / spec.frame_ms};
-    context->framerate = {1000 / spec.frame_ms, 1};
+    context->time_base = {1, 1000 / spec.frameMs};
+    context->framerate = {1000 / spec.frameMs, 1};
     context->gop_size = spec.gop;
     context->keyint_min = spec.gop;
-    context->max_b_frames = spec.b_frames;
+    context->max_b_frames = spec.bFrames;
     context->thread_count = 1;
     context->global_quality = 2 * FF_QP2LAMBDA;
-    if (spec.stream_type == CORVANE_STREAM_JPEG || spec.stream_type == CORVANE_STREAM_MPEG4)
+    if (spec.streamType == CORVANE_STREAM_JPEG || spec.streamType == CORVANE_STREAM_MPEG4)
         context->flags |= AV_CODEC_FLAG_QSCALE | AV_CODEC_FLAG_BITEXACT;
     context->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
     SetOptions(*context, spec);
@@ -144,8 +144,8 @@ void Collect(AVCodecContext& context, const VideoSpec& spec, std::vector<Encoded
     while (avcodec_receive_packet(&context, packet.get()) >= 0) {
         out.push_back({{packet->data, packet->data + packet->size},
                        (packet->flags & AV_PKT_FLAG_KEY) != 0,
-                       packet->pts * spec.frame_ms,
-                       spec.first_number + static_cast<int>(packet->pts)});
+                       packet->pts * spec.frameMs,
+                       spec.firstNumber + static_cast<int>(packet->pts)});
         av_packet_unref(packet.get());
     }
 }
@@ -193,7 +193,7 @@ std::vector<EncodedPicture> MakeVideo(const VideoSpec& spec) {
     std::vector<EncodedPicture> out;
     for (int i = 0; i < spec.frames; ++i) {
         Require(av_frame_make_writable(frame.get()) >= 0, "no picture");
-        Draw(*frame, spec.first_number + i, spec.bit_depth);
+        Draw(*frame, spec.firstNumber + i, spec.bitDepth);
         frame->pts = i;
         frame->quality = context->global_quality;
         frame->pict_type = i % spec.gop == 0 ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
@@ -226,16 +226,16 @@ int ReadStamp(const uint8_t* luma, uint32_t stride, double scale) {
     return StampBits(number) == bits ? number : -1;
 }
 
-std::vector<EncodedSound> MakeSound(uint32_t stream_type, int packets, uint32_t sample_rate, uint32_t channels,
+std::vector<EncodedSound> MakeSound(uint32_t streamType, int packets, uint32_t sample_rate, uint32_t channels,
                                     uint32_t blocks) {
-    if (stream_type == CORVANE_STREAM_AMR) {
+    if (streamType == CORVANE_STREAM_AMR) {
 #ifdef CORVANE_TEST_AMR
         return MakeAmr(packets, blocks);
 #else
         return {};
 #endif
     }
-    const bool mu_law = stream_type == CORVANE_STREAM_MULAW;
+    const bool mu_law = streamType == CORVANE_STREAM_MULAW;
     const ContextPtr context = NewContext(avcodec_find_encoder(mu_law ? AV_CODEC_ID_PCM_MULAW : AV_CODEC_ID_PCM_ALAW));
     context->sample_fmt = AV_SAMPLE_FMT_S16;
     context->sample_rate = static_cast<int>(sample_rate);
@@ -259,33 +259,33 @@ std::vector<EncodedSound> MakeSound(uint32_t stream_type, int packets, uint32_t 
     return out;
 }
 
-MediaFrameHeader VideoHeader(uint32_t stream_type, const std::vector<uint8_t>& bytes, bool key, int64_t time_ms,
+MediaFrameHeader VideoHeader(uint32_t streamType, const std::vector<uint8_t>& bytes, bool key, int64_t timeMs,
                              uint32_t width, uint32_t height) {
     MediaFrameHeader header{};
     header.recordSize = sizeof header;
     header.data = bytes.data();
     header.payloadSize = static_cast<uint32_t>(bytes.size());
-    header.streamType = stream_type;
+    header.streamType = streamType;
     header.frameType = key ? 0 : 1;
-    header.timeSeconds = header.streamSeconds = static_cast<uint32_t>(time_ms / 1000);
-    header.timeMilliseconds = static_cast<uint32_t>(time_ms % 1000);
+    header.timeSeconds = header.streamSeconds = static_cast<uint32_t>(timeMs / 1000);
+    header.timeMilliseconds = static_cast<uint32_t>(timeMs % 1000);
     header.pictureWidth = width;
     header.pictureHeight = height;
     return header;
 }
 
-MediaFrameHeader SoundHeader(uint32_t stream_type, const EncodedSound& sound, int64_t time_ms, uint32_t sample_rate,
+MediaFrameHeader SoundHeader(uint32_t streamType, const EncodedSound& sound, int64_t timeMs, uint32_t sample_rate,
                              uint32_t channels) {
-    MediaFrameHeader header = VideoHeader(stream_type, sound.bytes, true, time_ms);
+    MediaFrameHeader header = VideoHeader(streamType, sound.bytes, true, timeMs);
     header.audioBlockCount = sound.blocks;
     header.audioSampleRate = sample_rate;
     header.audioChannels = static_cast<uint8_t>(channels);
     return header;
 }
 
-FramePtr MakeFrame(uint32_t stream_type, const std::vector<uint8_t>& bytes, bool key, int64_t time_ms, uint32_t width,
+FramePtr MakeFrame(uint32_t streamType, const std::vector<uint8_t>& bytes, bool key, int64_t timeMs, uint32_t width,
                    uint32_t height) {
-    return std::make_shared<MediaFrameImpl>(VideoHeader(stream_type, bytes, key, time_ms, width, height));
+    return std::make_shared<MediaFrameImpl>(VideoHeader(streamType, bytes, key, timeMs, width, height));
 }
 
 }    // namespace corvane::test

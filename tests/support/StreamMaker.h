@@ -15,25 +15,25 @@ namespace corvane::test {
 enum class Sampling { Yuv420, Yuv422, Yuv444, Gray };
 
 struct VideoSpec {
-    uint32_t stream_type = CORVANE_STREAM_H264;    // JPEG, MPEG4, H264 or H265
-    int width = 320;                               // pixels, at least kStampWidth; odd only for JPEG and MPEG-4
-    int height = 240;                              // at least kStampHeight
+    uint32_t streamType = CORVANE_STREAM_H264;    // JPEG, MPEG4, H264 or H265
+    int width = 320;                              // pixels, at least kStampWidth; odd only for JPEG and MPEG-4
+    int height = 240;                             // at least kStampHeight
     int frames = 10;
     int gop = 5;                             // pictures from key frame to key frame
-    int b_frames = 0;                        // between two others; H.264, H.265 and MPEG-4
-    int frame_ms = 40;                       // from picture to picture
-    int first_number = 0;                    // stamp of the first picture, 0 to 65535
+    int bFrames = 0;                         // between two others; H.264, H.265 and MPEG-4
+    int frameMs = 40;                        // from picture to picture
+    int firstNumber = 0;                     // stamp of the first picture, 0 to 65535
     Sampling sampling = Sampling::Yuv420;    // JPEG: any but Gray; H.264 and H.265: any; MPEG-4: Yuv420
-    int bit_depth = 8;                       // 8 or 10; 10 for H.264 and H.265 only
+    int bitDepth = 8;                        // 8 or 10; 10 for H.264 and H.265 only
     std::string options = {};                // more for x264 or x265, as "name=value:name=value"
     bool interlaced = false;                 // H.264 and MPEG-4: both fields of a frame in one packet
 };
 
-// In decoding order. `pts_ms` is the time of presentation from 0; with B-frames it does not rise.
+// In decoding order. `ptsMs` is the time of presentation from 0; with B-frames it does not rise.
 struct EncodedPicture {
     std::vector<uint8_t> bytes;    // Annex B for H.264 and H.265, parameter sets in front of each key frame
     bool key = false;
-    int64_t pts_ms = 0;
+    int64_t ptsMs = 0;
     int number = 0;    // the picture's stamp
 };
 
@@ -54,19 +54,19 @@ struct EncodedSound {
     std::vector<int16_t> source;    // what was encoded, interleaved
 };
 
-// A sine tone of 440 Hz in `packets` packets of 20 ms (times `blocks` for AMR). `stream_type`: AMR (8000 Hz, mono;
+// A sine tone of 440 Hz in `packets` packets of 20 ms (times `blocks` for AMR). `streamType`: AMR (8000 Hz, mono;
 // empty where the build has no encoder), MULAW or ALAW.
-std::vector<EncodedSound> MakeSound(uint32_t stream_type, int packets, uint32_t sample_rate = 8000,
+std::vector<EncodedSound> MakeSound(uint32_t streamType, int packets, uint32_t sample_rate = 8000,
                                     uint32_t channels = 1, uint32_t blocks = 1);
 
 // A record over `bytes`, which must live as long as it is used. The time goes to the stream clock and the wall clock.
-MediaFrameHeader VideoHeader(uint32_t stream_type, const std::vector<uint8_t>& bytes, bool key, int64_t time_ms,
+MediaFrameHeader VideoHeader(uint32_t streamType, const std::vector<uint8_t>& bytes, bool key, int64_t timeMs,
                              uint32_t width = 0, uint32_t height = 0);
-MediaFrameHeader SoundHeader(uint32_t stream_type, const EncodedSound& sound, int64_t time_ms,
+MediaFrameHeader SoundHeader(uint32_t streamType, const EncodedSound& sound, int64_t timeMs,
                              uint32_t sample_rate = 8000, uint32_t channels = 1);
 
 // The private copy of what VideoHeader describes.
-FramePtr MakeFrame(uint32_t stream_type, const std::vector<uint8_t>& bytes, bool key, int64_t time_ms,
-                   uint32_t width = 0, uint32_t height = 0);
+FramePtr MakeFrame(uint32_t streamType, const std::vector<uint8_t>& bytes, bool key, int64_t timeMs, uint32_t width = 0,
+                   uint32_t height = 0);
 
 }    // namespace corvane::test

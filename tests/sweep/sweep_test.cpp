@@ -178,7 +178,7 @@ bool Documented(uint32_t status) {
 }
 
 Stream MakeStream(uint32_t type) {
-    return {type, test::MakeVideo({.stream_type = type, .width = 80, .height = 32, .frames = 3})};
+    return {type, test::MakeVideo({.streamType = type, .width = 80, .height = 32, .frames = 3})};
 }
 
 enum class What { Allocation, Thread, Platform };

@@ -21,18 +21,19 @@
  * STATUS. Every export returns one of the Status_* words below. Failure is a negative number when the word is read as
  * int32_t. No export throws, aborts or prints.
  *
- * HANDLES. Instances and channels are opaque pointers. A null handle is Status_InvalidArgument; a handle that was deleted
- * or never came from this library is undefined. The client must not delete a channel while another of its own threads
- * is inside a call with that handle.
+ * HANDLES. Instances and channels are opaque pointers. A null handle is Status_InvalidArgument; a handle that was
+ * deleted or never came from this library is undefined. The client must not delete a channel while another of its own
+ * threads is inside a call with that handle.
  *
  * THREADS. Any export may be called from any thread, unless its text says otherwise. Thread words used below:
  *   [any]     any client thread, also from inside every callback of every channel.
- *   [any*]    any client thread and callbacks of other channels; from inside a callback or filter of the same channel (or,
- *             for Corvane_Release, of any channel of that instance) the call returns Status_Failed at once and does nothing.
+ *   [any*]    any client thread and callbacks of other channels; from inside a callback or filter of the same channel
+ *             (for Corvane_Release: of any channel of that instance) the call returns Status_Failed at once and does
+ *             nothing.
  * Each channel has one worker thread while it is started, and one render thread from creation to deletion.
  *
- * CALLBACKS. No lock of the library is held while a callback runs, so every pair of callback and export either completes
- * or returns Status_Failed at once; none hangs:
+ * CALLBACKS. No lock of the library is held while a callback runs, so every pair of callback and export either
+ * completes or returns Status_Failed at once; none hangs:
  *
  *   callback            thread          [any] exports   [any*] exports, own channel   [any*] exports, other channel
  *   stream info         worker          complete        Status_Failed                 complete
@@ -40,16 +41,19 @@
  *   picture             render thread   complete        Status_Failed                 complete
  *   after display       render thread   complete        Status_Failed                 complete
  *
- * One exception: Corvane_InputEncodedMediaFrame on a channel that blocks when full (option 42 given as 0) never blocks in
- * a callback of the same channel; it returns Status_QueueFull there. Two channels whose callbacks stop each other at the same moment: one of the
- * two calls returns Status_Failed.
- * Pointers given to a callback are valid until it returns. After Corvane_StopChannel returned no stream-info callback and no
- * filter call runs; after Corvane_DeleteChannel returned no callback at all. Registering a picture or after-display callback
- * waits for a running call of the one that it replaces (not inside that call itself), so that its context may be freed.
+ * Corvane_InputEncodedMediaFrame on a channel that blocks when full (option 42 given as 0) does not block inside a
+ * callback; it returns Status_QueueFull there. Of two channels whose callbacks stop or delete each other at the same
+ * moment one is refused with Status_Failed.
+ * Pointers given to a callback are valid until it returns. After Corvane_StopChannel returned no stream-info callback
+ * and no filter call runs; after Corvane_DeleteChannel returned no callback at all. Registering a picture or
+ * after-display callback, and removing a filter, waits for a running call of what goes, so that its context may be
+ * freed; from inside a callback it does not wait.
  *
- * WHAT THE LIBRARY DOES TO YOUR PROCESS. Nothing beyond memory and threads: no signal handler, no locale, no environment,
- * no working directory, no output, no descriptor left open. Exhausted memory becomes Status_OutOfMemory where it is told, Status_Failed in
- * between, and a lost picture on the library's own threads.
+ * WHAT THE LIBRARY DOES TO YOUR PROCESS. Nothing beyond memory and threads: no signal handler, no locale, no
+ * environment, no working directory, no descriptor left open, and no output of its own. Its threads block all signals
+ * but those of their own faults. (Damaged input can make libavcodec print a few of its messages past all settings of
+ * one decoder; a host that minds calls av_log_set_level.) Exhausted memory becomes Status_OutOfMemory where it is
+ * told, and a lost picture on the library's own threads.
  *
  * COLOURS. All conversion to RGB is full-range BT.601, whatever the stream signals, so that a change of renderer never
  * changes the colours. A stream in limited range shows black as 16.
@@ -79,7 +83,7 @@ extern "C" {
 
 /* Success. */
 #define Status_Ok ((uint32_t)0x00000000u)
-/* Generic failure: no picture, a refused call from inside a callback, an unexpected error. Nothing to repair by the caller. */
+/* Generic failure: a call refused from inside a callback, no picture, an unexpected error. */
 #define Status_Failed ((uint32_t)0xFFFFFFFFu)
 /* The handle stands for a kind of channel that this export does not accept. */
 #define Status_WrongChannelType ((uint32_t)0x80000001u)
@@ -246,8 +250,8 @@ typedef struct FrameTimeRecord {
  *   code  a                     b                                 when
  *   3     width                 height                            size known or changed, pixels
  *   6     MotionEntry pointer   entries                           every frame
- *   7     1 when the upper half of reservedTail is 0, else 0   MediaFrameHeader pointer   every frame
- *   8     0                     0                                 the picture's information is fresh (start, stop, rotation)
+ *   7     1 or 0                MediaFrameHeader pointer          every frame; 1: the upper half of reservedTail is 0
+ *   8     0                     0                                 fresh information: after a start, stop, rotation
  *   9     2                     0                                 once: the default renderer gave way to the plain one
  *   10    1, 2 or 3             0                                 lens kind 0, 1 or 2 of a round picture
  *   11    2 or 1                0                                 mount flag set or clear
@@ -385,11 +389,11 @@ typedef struct DisplayArea {
 
 /*
  * Makes an instance. `streamInfo` and `osd` are the defaults of its channels, may be null. `audioWindow` and
- * `audioFocusMode` are kept for sound. `reserved` is ignored. `version` is CORVANE_VERSION of the client's build: the low
- * byte must be 5, the next at most 5. `flags` is of CORVANE_FLAG_*.
+ * `audioFocusMode` are kept for sound. `reserved` is ignored. `version` is CORVANE_VERSION of the client's build: the
+ * low byte must be 5, the next at most 5. `flags` is of CORVANE_FLAG_*.
  * On success *instance belongs to the caller, to be ended by Corvane_Release. On failure *instance is unchanged.
- * Status_InvalidArgument: instance is null, or flags has both 0x0002 and 0x0004. Status_VersionMismatch (tested before the
- * flags). Status_OutOfMemory. Does not block. [any]
+ * Status_InvalidArgument: instance is null, or flags has both 0x0002 and 0x0004. Status_VersionMismatch (tested
+ * before the flags). Status_OutOfMemory. Does not block. [any]
  */
 CORVANE_API uint32_t Corvane_Initial(void** instance, CorvaneStreamInfoCallback streamInfo, CorvaneOsdCallback osd,
                                      uintptr_t audioWindow, uint32_t audioFocusMode, uint32_t reserved, uint32_t version,
@@ -426,8 +430,8 @@ CORVANE_API uint32_t Corvane_SetAudioSamplesPerCalc(void* channel, ...);
 
 /*
  * Makes a live channel, stopped, with its render thread. `settings` may be null: no window, all defaults. The record is
- * copied. On success *channel is a handle that lives until Corvane_DeleteChannel or Corvane_Release. On failure *channel
- * is unchanged and nothing is left behind.
+ * copied. On success *channel is a handle that lives until Corvane_DeleteChannel or Corvane_Release. On failure
+ * *channel is unchanged and nothing is left behind.
  * Status_InvalidArgument: instance or channel is null. Status_DecodeOnlyInstance. Status_OutOfMemory. Status_Failed: no
  * thread could be started. Does not block. [any]
  */
@@ -436,42 +440,42 @@ CORVANE_API uint32_t Corvane_CreateChannel(void* instance, void** channel, const
 /*
  * Stops and destroys *channel and sets *channel to null. A handle that this instance does not know does nothing and is
  * cleared all the same.
- * Status_InvalidArgument: instance or channel is null. Status_Failed: called from a callback of this channel; nothing was
- * done. Blocks for a running decode, at most 20 ms more, and for a client callback that is running. [any*]
+ * Status_InvalidArgument: instance or channel is null. Status_Failed: called from a callback of this channel; nothing
+ * was done. Blocks for a running decode, at most 20 ms more, and for a client callback that is running. [any*]
  */
 CORVANE_API uint32_t Corvane_DeleteChannel(void* instance, void** channel);
 
 /*
- * Starts the worker. Bit 0 of `options`: the waiting state takes the place of the last picture. A started channel stays as
- * it is but for that bit. Waits for the end of a stop in progress.
- * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_Failed: no thread could be started; or the call
- * came from a callback while the channel is being stopped or deleted. Status_OutOfMemory. [any]
+ * Starts the worker. Bit 0 of `options`: the waiting state takes the place of the last picture. A started channel
+ * stays as it is but for that bit. Waits for the end of a stop in progress.
+ * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_Failed: no thread could be started; or the
+ * call came from a callback while the channel is being stopped or deleted. Status_OutOfMemory. [any]
  */
 CORVANE_API uint32_t Corvane_StartChannel(void* channel, uint32_t options);
 
 /*
  * Stops the worker, empties the queue and drops the decoder; the last picture stays. A producer that waits for space
  * returns Status_ChannelNotStarted. A stopped channel stays stopped.
- * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_Failed: called from a callback of this channel;
- * nothing was done. Blocks as Corvane_DeleteChannel. [any*]
+ * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_Failed: called from a callback of this
+ * channel; nothing was done. Blocks as Corvane_DeleteChannel. [any*]
  */
 CORVANE_API uint32_t Corvane_StopChannel(void* channel);
 
 /*
  * Queues one encoded frame. The record and its buffers are copied once and may be reused at once.
  * Status_InvalidArgument: a pointer is null, or `data` is null with a size. Status_WrongChannelType.
- * Status_UnsupportedMedia: streamType is unknown, or excluded by the media mode. Status_OutOfMemory: no memory, or a frame
- * above 256 MiB. Status_Failed: an extension of the frame is damaged. Status_ChannelNotStarted. Status_QueueFull: the
- * queue holds its buffer time plus one second of video with a key frame in it, 13 seconds of sound, or 1000 metadata
- * frames. After each of them the channel goes on, only this frame is lost. Blocks only on a channel that blocks when full
- * (option 42), until there is space or the channel stops. [any]
+ * Status_UnsupportedMedia: streamType is unknown, or excluded by the media mode. Status_OutOfMemory: no memory, or a
+ * frame above 256 MiB. Status_Failed: an extension of the frame is damaged. Status_ChannelNotStarted.
+ * Status_QueueFull: the queue holds its buffer time plus one second of video with a key frame in it, 13 seconds of
+ * sound, or 1000 metadata frames. After each of them the channel goes on, only this frame is lost. Blocks only on a
+ * channel that blocks when full (option 42), until there is space or the channel stops. [any]
  */
 CORVANE_API uint32_t Corvane_InputEncodedMediaFrame(void* channel, const MediaFrameHeader* frame);
 
 /*
  * Changes settings under the record's mask, in a fixed order: 0x0001, 0x0002, 0x0004, 0x0008, 0x0010, 0x0020, 0x0040,
- * 0x0400, 0x0800, 0x1000, 0x2000. `update` must not be null.
- * Status_InvalidArgument: channel is null, or mask has 0x0800 and window is 0 (nothing was applied).
+ * 0x0400, 0x0800, 0x1000, 0x2000.
+ * Status_InvalidArgument: a pointer is null, or mask has 0x0800 and window is 0 (nothing was applied).
  * Status_WrongChannelType. Does not block. [any]
  */
 CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelUpdate* update);
@@ -480,8 +484,8 @@ CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelU
  * Sets one option; a stop resets none. Options of this version (value; default):
  *   3   zero: the fixed border is not used; non-zero
  *   7, 8, 9, 10   left, right, top, bottom margin in pixels; 0
- *   11  pointer to DisplayArea, `extra` the field mask; none. Status_InvalidArgument for a null pointer, a null window or an
- *       empty rectangle; fields of lower bits are then set all the same
+ *   11  pointer to DisplayArea, `extra` the field mask; none. Status_InvalidArgument for a null pointer, a null window
+ *       or an empty rectangle; fields of lower bits are then set all the same
  *   13  media mode: 1 video only, 2 audio only, 3 both; 3
  *   31  empties the queue; value ignored
  *   35  non-zero: pictures marked interlaced are smoothed; 0
@@ -493,8 +497,8 @@ CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelU
  *   55  memory mode of backward play; 0
  *   57  resize kind: 0 nearest, 1 bilinear, 2 bicubic, 3 Lanczos, others ignored; 0
  * Options 46, 48, 52, 53, 55 count for the next decoder that is made.
- * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_NotSupported: any other id, those among them that later versions will have. Does
- * not block. [any]
+ * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_NotSupported: any other id, also those
+ * that later versions will have. Does not block. [any]
  */
 CORVANE_API uint32_t Corvane_SetChannelOption(void* channel, int32_t id, uint64_t value, uint64_t extra);
 
@@ -505,8 +509,8 @@ CORVANE_API uint32_t Corvane_SetChannelOption(void* channel, int32_t id, uint64_
 CORVANE_API uint32_t Corvane_SetBufferTime(void* channel, uint32_t milliseconds);
 
 /*
- * Chooses the frames that are decoded: 0 all, 1 key frames only, 2 to 8 thinning of H.264 temporal layers, from few to all of
- * them. 1 takes effect after one more frame, going back at the next key frame. Values above 8 do nothing.
+ * Chooses the frames that are decoded: 0 all, 1 key frames only, 2 to 8 thinning of H.264 temporal layers, from few
+ * to all of them. 1 takes effect after one more frame, going back at the next key frame. Values above 8 do nothing.
  * Status_InvalidArgument: channel is null. Status_WrongChannelType. [any]
  */
 CORVANE_API uint32_t Corvane_SetDisplayMode(void* channel, uint32_t mode);
@@ -521,9 +525,9 @@ CORVANE_API uint32_t Corvane_GetRemainingQueueElementCount(void* channel, QueueS
 
 /*
  * Hands every picture of the channel to `callback` from now on, in place of a window, for good; a null callback has
- * pictures made and dropped. `kind`: 3 24 bits (PF_BGR24), 4 32 bits (PF_BGRA32), 11 planar (PF_I420); non-zero `bottomUp`
- * with 3 and 4: PF_BGR24_FLIP, PF_BGRA32_FLIP. A slow callback delays pictures, not decoding; what it misses is lost.
- * A row or column more than an even number stays black in 24 and 32 bits.
+ * pictures made and dropped. `kind`: 3 24 bits (PF_BGR24), 4 32 bits (PF_BGRA32), 11 planar (PF_I420); non-zero
+ * `bottomUp` with 3 and 4: PF_BGR24_FLIP, PF_BGRA32_FLIP. A slow callback delays pictures, not decoding; what it
+ * misses is lost. A row or column more than an even number stays black in 24 and 32 bits.
  * Status_InvalidArgument: channel is null. Status_NotSupported: kind (tested before the type). Status_WrongChannelType.
  * Status_OutOfMemory. Waits for a running call of the callback that it replaces, not from inside any callback. [any]
  */
@@ -531,15 +535,15 @@ CORVANE_API uint32_t Corvane_RegisterRawDataCallback(void* channel, CorvanePictu
                                                      uint32_t kind, uint32_t bottomUp);
 
 /*
- * Caps the size of those pictures in pixels, each rounded up to even; 0 in either: no cap. A larger picture is scaled to
- * the cap, each side by itself.
+ * Caps the size of those pictures in pixels, each rounded up to even; 0 in either: no cap. A larger picture is scaled
+ * to the cap, each side by itself.
  * Status_InvalidArgument: channel is null. Status_WrongChannelType. [any]
  */
 CORVANE_API uint32_t Corvane_SetRawDataCallbackSize(void* channel, uint32_t width, uint32_t height);
 
 /*
- * Calls `callback` after each present. Status_InvalidArgument: channel or callback is null. Status_WrongChannelType. Waits
- * for a running call of the callback that it replaces, not from inside any callback. [any]
+ * Calls `callback` after each present. Status_InvalidArgument: channel or callback is null. Status_WrongChannelType.
+ * Waits for a running call of the callback that it replaces, not from inside any callback. [any]
  */
 CORVANE_API uint32_t Corvane_RegisterAfterDisplayCallback(void* channel, CorvaneAfterDisplayCallback callback,
                                                           void* context);
@@ -548,7 +552,8 @@ CORVANE_API uint32_t Corvane_RegisterAfterDisplayCallback(void* channel, Corvane
 CORVANE_API uint32_t Corvane_UnregisterAfterDisplayCallback(void* channel);
 
 /*
- * Appends `filter`, an object of QMRX::Filter::IFilter (filter.h), to the channel's filters. The client keeps it alive until it is removed.
+ * Appends `filter`, an object of QMRX::Filter::IFilter (filter.h), to the channel's filters. The client keeps it
+ * alive until it is removed.
  * Status_InvalidArgument: a pointer is null. Status_WrongChannelType. Status_Failed: it is inserted already.
  * Status_OutOfMemory. Does not block. [any]
  */
@@ -562,10 +567,11 @@ CORVANE_API uint32_t Corvane_InsertFilter(void* channel, void* filter);
 CORVANE_API uint32_t Corvane_RemoveFilter(void* channel, void* filter);
 
 /*
- * Rotates every picture about its centre by `angle` degrees, clockwise, into the box around it, each side rounded up to even.
- * Works for kinds 3 and 11 of Corvane_RegisterRawDataCallback; pictures of other kinds are lost while it is on.
- * Status_InvalidArgument: channel is null or the angle is not finite. Status_WrongChannelType. Status_Failed: rotation is
- * on already. Status_OutOfMemory. Does not block. [any]
+ * Rotates every picture about its centre by `angle` degrees, clockwise, into the box around it, each side rounded up
+ * to even. Works for kinds 3 and 11 of Corvane_RegisterRawDataCallback; pictures of other kinds are lost while it is
+ * on.
+ * Status_InvalidArgument: channel is null or the angle is not finite. Status_WrongChannelType. Status_Failed:
+ * rotation is on already. Status_OutOfMemory. Does not block. [any]
  */
 CORVANE_API uint32_t Corvane_EnableRotateFilter(void* channel, double angle);
 

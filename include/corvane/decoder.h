@@ -2,8 +2,8 @@
 //
 // The table of DecoderContext has exactly four entries in the order below and no destructor among them, so a plug-in
 // written in C can lay it out by hand: an object whose first word points at a table of four functions, each with the
-// object as its first argument. Exceptions must not cross this interface. All calls on one decoder come from one thread at
-// a time; references on shared pictures may be dropped from any thread, also after Destroy.
+// object as its first argument. Exceptions must not cross this interface. All calls on one decoder come from one thread
+// at a time; references on shared pictures may be dropped from any thread, also after Destroy.
 #ifndef CORVANE_DECODER_H
 #define CORVANE_DECODER_H
 
@@ -20,17 +20,17 @@ struct EncodedUnit {
     uint32_t type_or_count;    // video: 0 key frame, else a dependent frame; audio: coded blocks in the payload
 };
 
-// One decoded picture, 88 bytes, 4:2:0, 8 bits a sample. Three planes Y, U, V, or two (Y and U V pairs) when strides[2] is
-// 0. A picture of odd size has (size + 1) / 2 chroma samples.
+// One decoded picture, 88 bytes, 4:2:0, 8 bits a sample. Three planes Y, U, V, or two (Y and U V pairs) when strides[2]
+// is 0. A picture of odd size has (size + 1) / 2 chroma samples.
 struct DecodedFrame {
     uint8_t* planes[3];
     uint32_t strides[3];    // bytes
     uint32_t width;         // pixels
     uint32_t height;
-    void* owner;                 // filled by ShareFrame only: keeps the pixels alive
-    void (*add_ref)(void*);      // takes a reference on owner
-    void (*release)(void*);      // drops a reference on owner
-    uint64_t reserved[2];        // copied along, never read
+    void* owner;               // filled by ShareFrame only: keeps the pixels alive
+    void (*add_ref)(void*);    // takes a reference on owner
+    void (*release)(void*);    // drops a reference on owner
+    uint64_t reserved[2];      // copied along, never read
 };
 
 class DecoderContext {
@@ -41,8 +41,8 @@ public:
     // *got 0. An audio decoder returns -1.
     virtual int32_t DecodeVideo(DecodedFrame* out, uint32_t* got, const EncodedUnit* in) = 0;
 
-    // Decodes one unit to signed 16-bit interleaved samples. *size enters as the capacity of `pcm` in bytes and leaves as
-    // the bytes written. Negative on failure, 0 otherwise. A video decoder returns 0x80000004.
+    // Decodes one unit to signed 16-bit interleaved samples. *size enters as the capacity of `pcm` in bytes and leaves
+    // as the bytes written. Negative on failure, 0 otherwise. A video decoder returns 0x80000004.
     virtual int32_t DecodeAudio(uint8_t* pcm, uint32_t* size, const EncodedUnit* in) = 0;
 
     // Frees the object by its own allocator. Shared pictures stay valid.
@@ -59,8 +59,8 @@ protected:
 
 static_assert(sizeof(void*) == 8, "the decoder interface is laid out for 64-bit builds");
 static_assert(sizeof(EncodedUnit) == 16 && offsetof(EncodedUnit, type_or_count) == 12);
-static_assert(sizeof(DecodedFrame) == 88 && offsetof(DecodedFrame, strides) == 24 && offsetof(DecodedFrame, owner) == 48 &&
-              offsetof(DecodedFrame, reserved) == 72);
+static_assert(sizeof(DecodedFrame) == 88 && offsetof(DecodedFrame, strides) == 24 &&
+              offsetof(DecodedFrame, owner) == 48 && offsetof(DecodedFrame, reserved) == 72);
 
 }    // namespace corvane
 

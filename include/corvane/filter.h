@@ -1,8 +1,8 @@
 // filter.h: client filters, objects that the picture chain of a channel runs on every picture before it is shown.
 //
-// A filter is inserted with Corvane_InsertFilter and removed with Corvane_RemoveFilter; the client owns it and may delete
-// it when it was removed from every channel: Corvane_RemoveFilter waits for a running call. Filters run on the channel's
-// worker thread, in the order of insertion, on I420 pictures of the size that the renderer asked for.
+// A filter is inserted with Corvane_InsertFilter and removed with Corvane_RemoveFilter; the client owns it and may
+// delete it when it was removed from every channel: Corvane_RemoveFilter waits for a running call. Filters run on the
+// channel's worker thread, in the order of insertion, on I420 pictures of the size that the renderer asked for.
 #ifndef CORVANE_FILTER_H
 #define CORVANE_FILTER_H
 
@@ -11,8 +11,8 @@
 
 namespace QMRX::Filter {
 
-// One image. The second plane is always U and the third V; packed formats use the first plane only; NV12 has U V pairs in
-// the second and null in the third. Rows of planar pictures are 64-byte aligned.
+// One image. The second plane is always U and the third V; packed formats use the first plane only; NV12 has U V pairs
+// in the second and null in the third. Rows of planar pictures are 64-byte aligned.
 struct Picture {
     uint8_t* plane[3];
     int32_t stride[3];    // row bytes of each plane
@@ -28,7 +28,8 @@ struct FilterArgs {
     uint32_t height;
 };
 
-// The table has five entries here: the C++ destructor takes entries 0 and 1, then the two queries (2, 3) and Process (4).
+// The table has five entries here: the C++ destructor takes entries 0 and 1, then the two queries (2, 3) and Process
+// (4).
 class IFilter {
 public:
     virtual ~IFilter() = default;

@@ -69,7 +69,7 @@ uint32_t Corvane_InputEncodedMediaFrame(void* channel, const MediaFrameHeader* f
 }
 
 uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelUpdate* update) {
-    return OnLive(channel, [&](CChannelLive& live) { return live.Update(*update); });
+    return OnLiveWith(channel, update, [&](CChannelLive& live) { return live.Update(*update); });
 }
 
 uint32_t Corvane_SetChannelOption(void* channel, int32_t id, uint64_t value, uint64_t extra) {

@@ -93,6 +93,7 @@ TEST(Exports, NullPointersAndHandlesOfAnotherKind) {
     test::Client client;
     void* const channel = client.channel;
     EXPECT_EQ(Corvane_InputEncodedMediaFrame(channel, nullptr), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_UpdateChannelSettings(channel, nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_GetRemainingQueueElementCount(channel, nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_RegisterAfterDisplayCallback(channel, nullptr, nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_InsertFilter(channel, nullptr), Status_InvalidArgument);

@@ -462,7 +462,8 @@ CORVANE_API uint32_t Corvane_StartChannel(void* channel, uint32_t options);
 CORVANE_API uint32_t Corvane_StopChannel(void* channel);
 
 /*
- * Queues one encoded frame. The record and its buffers are copied once and may be reused at once.
+ * Queues one encoded frame. The record and its buffers are copied once and may be reused at once. Sound and metadata
+ * take their turn in the queue; this version neither plays nor parses them.
  * Status_InvalidArgument: a pointer is null, or `data` is null with a size. Status_WrongChannelType.
  * Status_UnsupportedMedia: streamType is unknown, or excluded by the media mode. Status_OutOfMemory: no memory, or a
  * frame above 256 MiB. Status_Failed: an extension of the frame is damaged. Status_ChannelNotStarted.

@@ -97,8 +97,10 @@ Status CChannelLive::SetOption(int32_t id, uint64_t value, uint64_t extra) {
         m_render.SetDeinterlace(value != 0);
         return Status::Ok;
     case 42: {
-        MutexLock lock(m_settingsMutex);
+        MutexLock lock(m_mutex);
+        MutexLock settings(m_settingsMutex);
         m_blockWhenFull = value == 0;
+        m_spaceReady.NotifyAll();    // producers that wait look again
         return Status::Ok;
     }
     case 45:

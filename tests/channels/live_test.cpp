@@ -274,16 +274,22 @@ TEST(LiveChannel, QueueHoldsBackUntilItsBufferTimeAndRefusesAboveIt) {
         status = client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * (13 + i) + 10'000);
     EXPECT_EQ(status, Status_QueueFull);
 
-    // A producer that blocks comes back when the channel stops, which does not wait for the pacing sleep.
-    ASSERT_EQ(Corvane_SetChannelOption(client.channel, 42, 0, 0), Status_Ok);
-    std::atomic<uint32_t> blocked{Status_Ok};
-    std::thread producer([&] {
-        for (int64_t t = 30'000; blocked == Status_Ok; t += 1000)
-            blocked = client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, t);
-    });
-    ASSERT_EQ(Corvane_StopChannel(client.channel), Status_Ok);
-    producer.join();
-    EXPECT_EQ(blocked, Status_ChannelNotStarted);
+    // A producer that blocks comes back when blocking ends, and when the channel stops, which does not wait for the
+    // pacing sleep.
+    for (const bool stops : {false, true}) {
+        ASSERT_EQ(Corvane_SetChannelOption(client.channel, 42, 0, 0), Status_Ok);
+        std::atomic<uint32_t> blocked{Status_Ok};
+        std::thread producer([&] {
+            for (int64_t t = 30'000; blocked == Status_Ok; t += 1000)
+                blocked = client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, t);
+        });
+        if (stops)
+            ASSERT_EQ(Corvane_StopChannel(client.channel), Status_Ok);
+        else
+            ASSERT_EQ(Corvane_SetChannelOption(client.channel, 42, 1, 0), Status_Ok);
+        producer.join();
+        EXPECT_EQ(blocked, stops ? Status_ChannelNotStarted : Status_QueueFull);
+    }
 
     // And again from the start.
     client.Start();

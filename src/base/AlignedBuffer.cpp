@@ -1,5 +1,7 @@
 #include "base/AlignedBuffer.h"
 
+#include <sys/mman.h>
+
 #include <cstring>
 #include <new>
 
@@ -8,24 +10,36 @@
 namespace corvane {
 
 namespace {
-constexpr std::align_val_t kAlignment{64};
+
+constexpr size_t kAlignment = 64;
+constexpr size_t kLargePage = size_t{2} << 20;
+
+// Whole pictures of high definition are walked through from end to end for each frame: large pages spare most of the
+// address look-ups. A hint, which the system may ignore.
+std::align_val_t AlignmentFor(size_t size) {
+    return std::align_val_t{size >= 2 * kLargePage ? kLargePage : kAlignment};
 }
+
+}    // namespace
 
 bool AlignedBuffer::Allocate(size_t size) noexcept {
     Free();
     const size_t whole = size + limits::kPicturePadding;
     if (whole < size)
         return false;
-    m_data = static_cast<uint8_t*>(::operator new(whole, kAlignment, std::nothrow));
+    m_data = static_cast<uint8_t*>(::operator new(whole, AlignmentFor(whole), std::nothrow));
     if (m_data == nullptr)
         return false;
+    if (AlignmentFor(whole) == std::align_val_t{kLargePage})
+        madvise(m_data, whole, MADV_HUGEPAGE);
     std::memset(m_data, 0, whole);
     m_size = size;
     return true;
 }
 
 void AlignedBuffer::Free() noexcept {
-    ::operator delete(m_data, kAlignment);
+    if (m_data != nullptr)
+        ::operator delete(m_data, AlignmentFor(m_size + limits::kPicturePadding));
     m_data = nullptr;
     m_size = 0;
 }

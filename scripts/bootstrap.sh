@@ -6,7 +6,8 @@ packages=(
     build-essential cmake ninja-build ccache pkg-config git python3 binutils
     clang-14 clang libclang-rt-14-dev
     libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev
-    libhwy-dev libpng-dev
+    libhwy-dev libpng-dev libcairo2-dev libxcb1-dev libxcb-shm0-dev libxcb-randr0-dev libxcb-res0-dev
+    xvfb fonts-dejavu-core
     libgtest-dev libbenchmark-dev libyuv-dev ffmpeg
     libopencore-amrnb-dev locales strace util-linux
 )

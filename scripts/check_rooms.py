@@ -4,9 +4,12 @@ import pathlib
 import re
 import sys
 
-ROOMS = ["base", "kernels", "platform", "frame", "decoders", "filters", "present", "render", "manager", "channels", "entry"]
+ROOMS = ["base", "kernels", "platform", "frame", "decoders", "filters", "picture", "present", "render", "manager", "channels", "entry"]
 
 root = pathlib.Path(__file__).resolve().parent.parent
+# Headers of the system that only these folders see.
+SYSTEM = {"xcb/": ("src/platform/window", "src/platform/sink"), "cairo": ("src/platform/raster",)}
+system_include = re.compile(r'^\s*#\s*include\s+<([^>]+)>', re.M)
 include = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.M)
 faults = []
 for path in sorted((root / "src").rglob("*.[ch]*")):
@@ -16,6 +19,10 @@ for path in sorted((root / "src").rglob("*.[ch]*")):
     if room not in ROOMS:
         faults.append(f"{path.relative_to(root)}: its room is not in the list")
         continue
+    for name in system_include.findall(path.read_text()):
+        for prefix, folders in SYSTEM.items():
+            if name.startswith(prefix) and not str(path.relative_to(root)).startswith(folders):
+                faults.append(f"{path.relative_to(root)}: <{name}> is for {', '.join(folders)} only")
     for name in include.findall(path.read_text()):
         other = name.split("/")[0]
         if other in ROOMS and ROOMS.index(other) > ROOMS.index(room):

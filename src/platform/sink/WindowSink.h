@@ -1,0 +1,78 @@
+// The way of pictures to a window: lends one image of the window's size, puts rectangles of it on the window, and keeps
+// it. One sink for each channel and window; several sinks may serve one window.
+//
+// The image lies in memory shared with the server (by descriptor, else by SysV segment), or is sent in bands. It is
+// busy from a put until the server has read it. Visuals of depth 24 and 32 are written directly (alpha 0xFF); for 16
+// and 30 the put converts. Any other visual: the sink stays absent, with one log line.
+//
+// All calls come from the render thread, but Copy, which any thread may make. None waits for the server's answer; only
+// the sending of bands may wait for the server to take them.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+
+#include "platform/raster/Raster.h"
+#include "platform/window/WindowWatch.h"
+
+namespace corvane {
+
+class WindowSink {
+public:
+    enum class State {
+        Ready,     // draw and put
+        Busy,      // the server still reads: skip this picture; the watch's listeners are told when it is done
+        Hidden,    // the window is not viewable: no put
+        Absent,    // dead, unknown yet, or of a kind that cannot be drawn on
+    };
+
+    // Holds the image while it is written, against Copy. Never across a client's callback.
+    class Writing {
+    public:
+        Writing(Writing&& other) noexcept : m_sink(other.m_sink) { other.m_sink = nullptr; }
+        ~Writing();
+        const RasterView& Image() const;
+
+    private:
+        friend class WindowSink;
+        explicit Writing(WindowSink* sink);
+        WindowSink* m_sink;
+    };
+
+    // `owner` names the renderer's manager in log lines. May raise std::bad_alloc.
+    static std::unique_ptr<WindowSink> Make(WindowWatchPtr watch, const void* owner);
+    virtual ~WindowSink() = default;
+
+    // Gives the image the window's present size. Ready holds until the next Put. A new image is all 0.
+    virtual State Prepare() = 0;
+    // True from the making of an image to its first Put: nothing on the window is from it yet.
+    virtual bool Fresh() const = 0;
+    // The size that Prepare settled on; 0x0 where it was not Ready or Hidden. An image exists when it was Ready.
+    virtual WindowWatch::Size Size() const = 0;
+
+    Writing Write() { return Writing(this); }
+    // Shows these parts of the image (clipped to it) on the window. Only after Ready.
+    virtual void Put(std::span<const Rect> parts) = 0;
+
+    // A copy of the image as it was last written; false when there is none or no memory. Any thread.
+    virtual bool Copy(Raster& out) = 0;
+
+protected:
+    virtual void Lock() = 0;
+    virtual void Unlock() = 0;
+    virtual const RasterView& Image() const = 0;
+};
+
+inline WindowSink::Writing::Writing(WindowSink* sink) : m_sink(sink) {
+    m_sink->Lock();
+}
+inline WindowSink::Writing::~Writing() {
+    if (m_sink != nullptr)
+        m_sink->Unlock();
+}
+inline const RasterView& WindowSink::Writing::Image() const {
+    return m_sink->Image();
+}
+
+}    // namespace corvane

@@ -39,6 +39,7 @@
  *   stream info         worker          complete        Status_Failed                 complete
  *   client filter       worker          complete        Status_Failed                 complete
  *   picture             render thread   complete        Status_Failed                 complete
+ *   on-screen text      render thread   complete        Status_Failed                 complete
  *   after display       render thread   complete        Status_Failed                 complete
  *
  * Corvane_InputEncodedMediaFrame on a channel that blocks when full (option 42 given as 0) does not block inside a
@@ -277,9 +278,42 @@ typedef struct FisheyeInfo {
     uint16_t radius;
 } FisheyeInfo;
 
-/* On-screen text: kept for pictures in windows; this version has no windows and never calls it. */
-struct OsdInfo;
-typedef void (*CorvaneOsdCallback)(void* context, struct OsdInfo* info);
+/* `flags` of OsdInfo. */
+enum {
+    CORVANE_OSD_BORDER = 0x01,     /* the fixed border is in use; width and height include it */
+    CORVANE_OSD_WAITING = 0x02,    /* no picture since the start; called every 500 ms */
+    CORVANE_OSD_STOPPED = 0x04,
+    CORVANE_OSD_AUDIO_ONLY = 0x08,
+    CORVANE_OSD_FRESH = 0x20,      /* first text since fresh information, or stopped */
+    CORVANE_OSD_TIME_ONLY = 0x80
+};
+
+struct _cairo;
+
+/* What the on-screen-text callback gets, 208 bytes. Everything belongs to the library and is valid during the call. */
+typedef struct OsdInfo {
+    struct _cairo* deviceContext;    /*   0 cairo_t (cairo.h), clipped to width x height; raw pixels by cairo_get_target */
+    void* reserved8;                 /*   8 */
+    uint32_t width;                  /*  16 pixels that may be drawn on: the inside of the window, or picture and border */
+    uint32_t height;                 /*  20 */
+    const struct tm* time;           /*  24 the frame's timeSeconds in UTC; local wall clock while waiting or time only */
+    uint32_t counter;                /*  32 0 to 9 in turn while waiting, else 0 */
+    uint32_t flags;                  /*  36 of CORVANE_OSD_* */
+    uint32_t timeSeconds;            /*  40 the seconds since 1970 UTC that `time` was made from */
+    uint32_t reserved44[32];         /*  44 */
+    FrameTimeRecord presentTime;     /* 172 this and what follows: of the frame, 0 where there is none */
+    FrameTimeRecord baseTime;        /* 184 */
+    uint32_t streamSeconds;          /* 196 */
+    uint32_t timeMilliseconds;       /* 200 */
+    uint16_t timeZone;               /* 204 as in FrameTimeRecord */
+    uint16_t daylight;               /* 206 low 16 bits of the frame's daylight */
+} OsdInfo;
+
+/*
+ * On-screen text, on the render thread: the client draws on the picture's margins, or on the whole window where there is
+ * no picture. When it is called is chosen by option 45; what it draws stays until the next call.
+ */
+typedef void (*CorvaneOsdCallback)(void* context, OsdInfo* info);
 
 /* What the picture callback gets, 64 bytes. */
 typedef struct PseudoFrame {
@@ -330,7 +364,7 @@ typedef struct ChannelSettings {
     uint32_t marginTop;                   /*  52 0x0080 */
     uint32_t marginBottom;                /*  56 0x0100 */
     uint32_t reserved60;                  /*  60 */
-    uint64_t logo;                        /*  64 0x0200 not read in this version */
+    uint64_t logo;                        /*  64 0x0200 cairo_surface_t* of an image, copied, as option 26 */
     uint64_t reserved72;                  /*  72 */
     uintptr_t window;                     /*  80 X11 window, or 0: all but the window works */
     uint32_t reserved88;                  /*  88 */
@@ -370,6 +404,15 @@ typedef union DisplayPlace {
     int32_t rectangle[4];
     uint64_t window;
 } DisplayPlace;
+
+/* A picture in memory, 24 bytes. */
+typedef struct PictureBuffer {
+    uint32_t size;            /*  0 in: bytes at a caller's data; out: bytes of the picture */
+    uint32_t width;           /*  4 out: pixels */
+    uint32_t height;          /*  8 */
+    uint32_t reserved12;      /* 12 */
+    uint8_t* data;            /* 16 */
+} PictureBuffer;
 
 /* Display rectangles, option 11, 88 bytes. `extra` of the option is the mask of the fields that count. */
 typedef struct DisplayArea {
@@ -488,6 +531,9 @@ CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelU
  *   11  pointer to DisplayArea, `extra` the field mask; none. Status_InvalidArgument for a null pointer, a null window
  *       or an empty rectangle; fields of lower bits are then set all the same
  *   13  media mode: 1 video only, 2 audio only, 3 both; 3
+ *   25  path (const char*) of a BMP or PNG file: the logo that the window shows while the channel is stopped.
+ *       Status_Failed: it cannot be loaded, the old logo stays. Reads the file during the call
+ *   26  cairo_surface_t* of an image: the logo, copied during the call; 0: no logo. Status_Failed: not an image
  *   31  empties the queue; value ignored
  *   35  non-zero: pictures marked interlaced are smoothed; 0
  *   42  zero: a full queue blocks Corvane_InputEncodedMediaFrame; non-zero: it returns Status_QueueFull; non-zero
@@ -551,6 +597,20 @@ CORVANE_API uint32_t Corvane_RegisterAfterDisplayCallback(void* channel, Corvane
 
 /* Ends that. Status_InvalidArgument: channel is null. Status_WrongChannelType. Waits as above. [any] */
 CORVANE_API uint32_t Corvane_UnregisterAfterDisplayCallback(void* channel);
+
+/*
+ * Writes what the channel's window shows now into *picture: a BMP file of 32 bits a pixel, bottom-up, 54 bytes of header.
+ * Parts of the window that other windows cover, or that lie off the screen, come from what the channel drew last.
+ * `flags`: 0x8: picture->data is the caller's, picture->size bytes; otherwise it is cleared and allocated here, to be
+ * released by Corvane_FreePicture. 0x1, 0x2, 0x4 (stills of the decoded picture): Status_NotSupported in this version.
+ * Status_InvalidArgument: a pointer is null, also picture->data with 0x8. Status_WrongChannelType. Status_Failed: no
+ * window, nothing to be read, or no answer within a second. Status_BufferTooSmall: picture is unchanged.
+ * Status_OutOfMemory. Blocks for the window system, at most a second. [any]
+ */
+CORVANE_API uint32_t Corvane_GetCurrentSnapShot(void* channel, PictureBuffer* picture, uint32_t flags);
+
+/* Frees picture->data and clears it; null data is fine. Status_InvalidArgument: picture is null. Status_Ok. [any] */
+CORVANE_API uint32_t Corvane_FreePicture(PictureBuffer* picture);
 
 /*
  * Appends `filter`, an object of QMRX::Filter::IFilter (filter.h), to the channel's filters. The client keeps it

@@ -23,6 +23,8 @@ void CChannelLive::Apply(const ChannelSettings& settings) {
         m_render.SetMargin(&Edges::top, settings.marginTop);
     if (has(0x0100))
         m_render.SetMargin(&Edges::bottom, settings.marginBottom);
+    if (has(0x0200))
+        (void)m_render.SetLogoBitmap(reinterpret_cast<struct _cairo_surface*>(settings.logo));    // unfit: no logo
     if (has(0x2000))
         m_render.SetPresentEnabled(settings.presentEnabled != 0);
     if (has(0x4000)) {
@@ -31,6 +33,7 @@ void CChannelLive::Apply(const ChannelSettings& settings) {
     }
     if (settings.hasBorder != 0)
         m_render.SetBorder(Edges{settings.border[0], settings.border[2], settings.border[1], settings.border[3]});
+    m_render.RequestRedraw();    // the window may have been drawn on with the defaults
 }
 
 Status CChannelLive::Update(const ChannelUpdate& update) {
@@ -86,6 +89,10 @@ Status CChannelLive::SetOption(int32_t id, uint64_t value, uint64_t extra) {
         m_mediaMode = number;
         return Status::Ok;
     }
+    case 25:
+        return value != 0 ? m_render.SetLogoFile(reinterpret_cast<const char*>(value)) : Status::InvalidArgument;
+    case 26:
+        return m_render.SetLogoBitmap(reinterpret_cast<struct _cairo_surface*>(value));
     case 31: {
         JitterQueue::Entries removed;    // freed outside the lock
         MutexLock lock(m_mutex);

@@ -1,9 +1,11 @@
 // Exports of live channels.
 #include <cmath>
+#include <cstdlib>
 
 #include "corvane/corvane.h"
 #include "entry/Guard.h"
 #include "entry/Instance.h"
+#include "picture/BmpFile.h"
 
 using corvane::CChannelLive;
 using corvane::CCorvane_Option;
@@ -17,6 +19,26 @@ namespace {
 template <typename Body>
 uint32_t OnLiveWith(void* channel, const void* required, Body&& body) noexcept {
     return required == nullptr ? Status_InvalidArgument : OnLive(channel, std::forward<Body>(body));
+}
+
+// `flags` of the snapshots.
+constexpr uint32_t kCallersBuffer = 0x8;
+constexpr uint32_t kDecodedStills = 0x7;
+
+// Writes a BMP file into the caller's buffer, or into one that Corvane_FreePicture frees.
+Status ToBmp(const corvane::RasterView& shown, PictureBuffer& picture) {
+    const uint64_t size = corvane::BmpBytes(shown.width, shown.height);    // of a picture within the limits
+    if (picture.data == nullptr)
+        picture.data = static_cast<uint8_t*>(std::malloc(size));
+    else if (picture.size < size)
+        return Status::BufferTooSmall;
+    if (picture.data == nullptr)
+        return Status::OutOfMemory;
+    corvane::WriteBmp(shown, picture.data);
+    picture.size = static_cast<uint32_t>(size);
+    picture.width = shown.width;
+    picture.height = shown.height;
+    return Status::Ok;
 }
 
 // The pixel format of a kind of Corvane_RegisterRawDataCallback; 0 for an unknown kind.
@@ -113,6 +135,29 @@ uint32_t Corvane_RegisterAfterDisplayCallback(void* channel, CorvaneAfterDisplay
 
 uint32_t Corvane_UnregisterAfterDisplayCallback(void* channel) {
     return OnLive(channel, [](CChannelLive& live) { live.Render().SetAfterDisplay(nullptr, nullptr); });
+}
+
+uint32_t Corvane_GetCurrentSnapShot(void* channel, PictureBuffer* picture, uint32_t flags) {
+    return OnLiveWith(channel, picture, [&](CChannelLive& live) {
+        const bool callersBuffer = (flags & kCallersBuffer) != 0;
+        if (callersBuffer && picture->data == nullptr)
+            return Status::InvalidArgument;
+        if (!callersBuffer)
+            picture->data = nullptr;
+        if ((flags & kDecodedStills) != 0)
+            return Status::NotSupported;    // stills of the decoded picture take their way here
+        corvane::Raster shown;
+        if (const Status status = live.Render().GrabWindow(shown); !corvane::Ok(status))
+            return status;
+        return ToBmp(shown.View(), *picture);
+    });
+}
+
+uint32_t Corvane_FreePicture(PictureBuffer* picture) {
+    if (picture == nullptr)
+        return Status_InvalidArgument;
+    std::free(std::exchange(picture->data, nullptr));
+    return Status_Ok;
 }
 
 uint32_t Corvane_InsertFilter(void* channel, void* filter) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "manager/DisplaySettings.h"
+#include "platform/sink/WindowGrab.h"
 #include "present/PictureTarget.h"
 #include "render/PseudoRenderer.h"
 
@@ -12,6 +13,8 @@ namespace corvane {
 namespace {
 
 constexpr int64_t kTick = 500'000'000;    // ns: how long a push may wait, and the step of the waiting picture
+constexpr std::chrono::milliseconds kLatchLimit(20);    // how long a push waits for the picture before it to be taken
+constexpr std::chrono::milliseconds kGrabLimit(1000);
 
 // The size that a frame is shown at: as it states it, as decoded where it states nothing; line-doubled for half-height
 // pictures of the H.263 family.
@@ -25,9 +28,8 @@ PictureSize ShownSize(const MediaFrameImpl& frame, const DecodedFrame& decoded) 
     return size;
 }
 
-RenderInfo StartInfo(uintptr_t window, uint32_t flags) {
+RenderInfo StartInfo(uint32_t flags) {
     RenderInfo info;
-    info.window = window;
     info.flags = flags;
     return info;
 }
@@ -70,10 +72,19 @@ private:
 
 CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Clock& clock, const RendererMakers& makers)
     : m_clock(clock),
-      m_info(StartInfo(window, flags)),
+      m_info(StartInfo(flags)),
       m_chainSettings(std::make_shared<const ChainSettings>()),
-      m_slot(this, StartInfo(window, flags), makers),
-      m_thread("corvane-render", owner, [this] { RenderLoop(); }) {}
+      m_slot(this, StartInfo(flags), makers),
+      m_sinks(this),
+      m_statePicture(clock),
+      m_window(WindowWatch::Open(window, WindowWatch::Purpose::Draw), this) {
+    {
+        MutexLock lock(m_lock);    // the watch may tell of changes already
+        m_info.window = m_window.Watch();
+        m_info.sinks = &m_sinks;
+    }
+    m_thread = Thread("corvane-render", owner, [this] { RenderLoop(); });
+}
 
 CRenderMgr::~CRenderMgr() {
     {
@@ -84,8 +95,7 @@ CRenderMgr::~CRenderMgr() {
     m_thread.Join();
 }
 
-// ---- The worker's side
-// -------------------------------------------------------------------------------------------------
+// ---- The worker's side ----
 
 CRenderMgr::PicturePlan CRenderMgr::Plan() const {
     MutexLock lock(m_lock);
@@ -96,6 +106,8 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded
     m_chain.UpdateDewarp(*frame);
     const PictureSize size = ShownSize(*frame, decoded);
     ReportFrame(*frame, size);
+    if (wait)
+        AwaitLatch();
     {
         TryExclusiveLock picture(m_pictureLock, wait ? std::chrono::nanoseconds(kTick) : std::chrono::nanoseconds(0));
         if (!picture)
@@ -112,6 +124,15 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded
         Store(frame, size);
     }
     SendFallbackEvent();
+}
+
+// A picture that the render thread was woken for is not overwritten before it had its turn. A present that goes on, a
+// client's callback say, is not waited for.
+void CRenderMgr::AwaitLatch() {
+    const auto deadline = std::chrono::steady_clock::now() + kLatchLimit;
+    MutexLock lock(m_lock);
+    while (m_unlatched && !m_presenting && m_latched.WaitOnce(lock, deadline)) {
+    }
 }
 
 void CRenderMgr::ReportFrame(const MediaFrameImpl& frame, PictureSize size) {
@@ -135,12 +156,22 @@ void CRenderMgr::ReportFrame(const MediaFrameImpl& frame, PictureSize size) {
 }
 
 PictureSize CRenderMgr::TargetSize(const PicturePlan& plan, RendererType type, PictureSize size) const {
-    // A renderer with a window of at most half the picture's size gets the window's size: that choice belongs here,
-    // with the window.
-    if (type == RendererType::OffScreen && plan.rawMaxWidth != 0 && plan.rawMaxHeight != 0)
+    if (type == RendererType::OffScreen) {
+        if (plan.rawMaxWidth == 0 || plan.rawMaxHeight == 0)
+            return size;
         return {std::min(size.width, RoundedUpToEven(plan.rawMaxWidth)),
                 std::min(size.height, RoundedUpToEven(plan.rawMaxHeight))};
-    return size;
+    }
+    // A picture is never converted at more than twice the window's size; smaller reductions are left to the renderer.
+    if (plan.info.area.zoomEnabled != 0 || plan.angle || type == RendererType::Fisheye ||
+        type == RendererType::OpenGL || plan.info.window == nullptr)
+        return size;
+    const std::optional<Rect> window = plan.info.window->ScreenRect();
+    if (!window || window->Width() < 2 || window->Height() < 2)
+        return size;
+    const PictureSize even{RoundedUpToEven(static_cast<uint32_t>(window->Width())),
+                           RoundedUpToEven(static_cast<uint32_t>(window->Height()))};
+    return even.width <= size.width / 2 && even.height <= size.height / 2 ? even : size;
 }
 
 RotateFilter* CRenderMgr::Rotation(const std::optional<double>& angle) {
@@ -160,7 +191,9 @@ void CRenderMgr::Store(const FramePtr& frame, PictureSize size) {
     MutexLock lock(m_lock);
     m_frame = frame;
     m_frameSize = size;
+    m_info.forceRedraw |= m_state != RenderState::Playing;    // the state's picture lies where margins and text go
     m_state = RenderState::Playing;
+    m_unlatched = true;
     WakeLocked();
 }
 
@@ -199,8 +232,7 @@ void CRenderMgr::ShowTimeOnly(const FramePtr& frame) {
     WakeLocked();
 }
 
-// ---- The render thread
-// -------------------------------------------------------------------------------------------------
+// ---- The render thread ----
 
 void CRenderMgr::WakeLocked() {
     ++m_generation;
@@ -212,32 +244,32 @@ void CRenderMgr::RenderLoop() {
     uint64_t seen = 0;
     for (;;) {
         RenderState state;
-        bool replaced;
+        bool tidyUp;
         {
             MutexLock lock(m_lock);
             if (m_ending)
                 break;
             seen = m_generation;
             state = m_state;
-            replaced = std::exchange(m_rendererReplaced, false);
-            if (state == RenderState::Waiting)
-                m_waitCounter = (m_waitCounter + 1) % 10;
+            tidyUp = std::exchange(m_tidyUp, false);
+            if (state != RenderState::Playing)
+                m_unlatched = false;    // nobody will take it
         }
-        if (replaced) {
-            SharedLock picture(m_pictureLock);
-            m_slot.DestroyRetired();
-        }
-        if (woken && (state == RenderState::Playing || state == RenderState::AudioOnly)) {
-            try {
+        try {
+            if (tidyUp)
+                TidyUp();
+            if (state != RenderState::Playing)
+                DrawState();
+            else if (woken)
                 PresentPass(seen);
-            } catch (...) {    // no memory for another renderer, or a callback that threw: this present is lost
-            }
+        } catch (...) {    // no memory for another renderer, or a callback that threw: this present is lost
         }
         const bool ticking = state == RenderState::Playing || state == RenderState::Waiting;
         const int64_t deadline = m_clock.Now() + kTick;
         MutexLock lock(m_lock);
+        m_presenting = false;
         bool inTime = true;
-        while (m_generation == seen && !m_ending && !m_rendererReplaced && inTime) {
+        while (m_generation == seen && !m_ending && !m_tidyUp && inTime) {
             if (ticking)
                 inTime = m_clock.WaitUntil(m_frameReady, lock, deadline);
             else
@@ -246,36 +278,77 @@ void CRenderMgr::RenderLoop() {
         woken = m_generation != seen;
     }
     m_slot.DestroyAll();
+    (void)m_sinks.Main(nullptr);
+    (void)m_sinks.Overview(nullptr);
+}
+
+// Renderers that were replaced, and the way to a window that was given up, end here, on their thread.
+void CRenderMgr::TidyUp() {
+    {
+        SharedLock picture(m_pictureLock);
+        m_slot.DestroyRetired();
+    }
+    const PicturePlan plan = Plan();
+    (void)m_sinks.Main(plan.info.window);
+    if (plan.info.area.overviewEnabled == 0 || plan.info.overviewWindow == nullptr)
+        (void)m_sinks.Overview(nullptr);
+}
+
+void CRenderMgr::DrawState() {
+    CallGate::Scope call(m_renderCalls);
+    RenderInfo info;
+    FramePtr frame;
+    BitmapPtr logo;
+    StatePicture::Look look;
+    {
+        MutexLock lock(m_lock);
+        info = m_info;
+        frame = m_frame;
+        look.frame = frame.get();
+        switch (m_state) {
+        case RenderState::Stopped:
+            look.flags = CORVANE_OSD_STOPPED | CORVANE_OSD_FRESH;
+            logo = m_logo;
+            look.logo = logo.get();
+            break;
+        case RenderState::Waiting:
+            look.flags = CORVANE_OSD_WAITING;
+            look.wallTime = true;
+            look.counter = m_waitCounter;
+            m_waitCounter = (m_waitCounter + 1) % 10;
+            break;
+        case RenderState::AudioOnly:
+            look.flags = CORVANE_OSD_AUDIO_ONLY;
+            break;
+        case RenderState::TimeOnly:
+            look.flags = CORVANE_OSD_TIME_ONLY;
+            look.wallTime = true;
+            break;
+        case RenderState::Idle:
+        case RenderState::Playing:    // since the wake-up, and woken again
+            return;
+        }
+    }
+    const RendererPtr renderer = m_slot.Current();
+    if (look.flags == CORVANE_OSD_AUDIO_ONLY && renderer->GetType() == RendererType::OffScreen)
+        renderer->NotifyAudioOnly(frame, info);
+    else
+        m_statePicture.Draw(info, look);
 }
 
 void CRenderMgr::PresentPass(uint64_t& seen) {
     CallGate::Scope call(m_renderCalls);
+    m_statePicture.Free();
     RendererPtr renderer;
     FramePtr frame;
     RenderInfo info;
-    RenderState state;
-    {
-        SharedLock picture(m_pictureLock);
-        m_slot.DestroyRetired();
+    do {
         renderer = m_slot.Current();
-        MutexLock lock(m_lock);
-        seen = m_generation;    // what was committed until now is latched here: it must not wake the thread once more
-        state = m_state;
-        info = m_info;
-        frame = state == RenderState::Playing ? m_committed : m_frame;
-        if (state == RenderState::Playing) {
-            renderer->Latch();
-            m_info.forceRedraw = m_info.osdPolicy == kOsdAlways;
-            if (!m_infoUnsent && info.presentEnabled)
-                m_info.infoDirty = false;    // this present is the one that sees it
-        }
-    }
-    if (state == RenderState::AudioOnly) {
-        renderer->NotifyAudioOnly(frame, info);
+        info = Plan().info;
+        renderer->Prepare(info);
+    } while (!LatchPicture(*renderer, info, frame, seen));
+    if (frame == nullptr)
         return;
-    }
-    if (state != RenderState::Playing)
-        return;    // changed since the wake-up, and woken again
     if (renderer->Present(&frame, &info) < 0) {
         (void)m_slot.ReplaceFailed(renderer, info);
         return;
@@ -287,8 +360,33 @@ void CRenderMgr::PresentPass(uint64_t& seen) {
     // Deliveries of raw pictures follow here.
 }
 
-// ---- Settings
-// ----------------------------------------------------------------------------------------------------------
+// False when what was prepared is not what is to be shown any more: another renderer, another window. `frame` is null
+// when there is nothing to present.
+bool CRenderMgr::LatchPicture(IVideoRenderer& renderer, RenderInfo& info, FramePtr& frame, uint64_t& seen) {
+    SharedLock picture(m_pictureLock);
+    m_slot.DestroyRetired();
+    {
+        MutexLock lock(m_lock);
+        m_unlatched = false;
+        m_presenting = true;
+        m_latched.NotifyAll();
+        if (m_state != RenderState::Playing)
+            return true;    // changed since the wake-up, and woken again
+        if (m_slot.Current().get() != &renderer || m_info.window != info.window ||
+            m_info.overviewWindow != info.overviewWindow)
+            return false;
+        seen = m_generation;    // what was committed until now is latched here: it must not wake the thread once more
+        info = m_info;
+        m_info.forceRedraw = m_info.osdPolicy == kOsdAlways;
+        if (!m_infoUnsent && info.presentEnabled)
+            m_info.infoDirty = false;    // this present is the one that sees it
+    }
+    frame = m_committed;
+    renderer.Latch(info);
+    return true;
+}
+
+// ---- Settings ----
 
 void CRenderMgr::Stop(bool waiting) {
     MutexLock lock(m_lock);
@@ -317,8 +415,20 @@ void CRenderMgr::RequestRedraw() {
 }
 
 void CRenderMgr::SetWindow(uintptr_t window) {
-    MutexLock lock(m_lock);
-    m_info.window = window;
+    MutexLock windows(m_windowLock);
+    WindowUse before(WindowWatch::Open(window, WindowWatch::Purpose::Draw),
+                     this);    // the new one, until they change places
+    if (before.Watch() == m_window.Watch())
+        return;
+    {
+        MutexLock lock(m_lock);
+        m_info.window = before.Watch();
+        m_tidyUp = true;
+        m_frameReady.NotifyAll();
+    }
+    m_window = std::move(before);
+    if (window != 0)
+        RequestRedraw();
 }
 
 void CRenderMgr::SetStreamInfo(CorvaneStreamInfoCallback callback, void* context) {
@@ -370,13 +480,25 @@ void CRenderMgr::SetOsdPolicy(uint32_t policy) {
 }
 
 Status CRenderMgr::SetDisplayArea(const DisplayArea& area, uint32_t mask) {
+    MutexLock windows(m_windowLock);
+    DisplayArea next = GetDisplayArea();
+    const Status status = ApplyDisplayArea(next, area, mask);
+    const auto drawn = next.overviewEnabled != 0 ? WindowWatch::Purpose::Draw : WindowWatch::Purpose::Look;
+    WindowUse overview(WindowWatch::Open(next.overviewIsWindow != 0 ? next.overview.window : 0, drawn), this);
+    WindowUse zoom(WindowWatch::Open(next.zoomIsWindow != 0 ? next.zoom.window : 0, WindowWatch::Purpose::Look), this);
     {
         MutexLock lock(m_lock);
-        if (const Status status = ApplyDisplayArea(m_info.area, area, mask); !Ok(status))
-            return status;
+        m_info.area = next;
+        m_info.overviewWindow = overview.Watch();
+        m_info.zoomWindow = zoom.Watch();
+        m_tidyUp = true;
+        m_frameReady.NotifyAll();
     }
-    RequestRedraw();
-    return Status::Ok;
+    m_overviewWindow = std::move(overview);
+    m_zoomWindow = std::move(zoom);
+    if (Ok(status))
+        RequestRedraw();
+    return status;
 }
 
 DisplayArea CRenderMgr::GetDisplayArea() const {
@@ -385,12 +507,46 @@ DisplayArea CRenderMgr::GetDisplayArea() const {
 }
 
 uint32_t CRenderMgr::GetAdapterIndex() const {
-    return 0;    // of a null window; the number of a window's monitor belongs here, with the window
+    MutexLock lock(m_lock);
+    return m_info.window != nullptr ? m_info.window->MonitorIndex() : 0;
+}
+
+Status CRenderMgr::SetLogoFile(const char* path) {
+    BitmapPtr logo;
+    if (const Status status = BitmapPool::Load(path, logo); !Ok(status))
+        return status;
+    SetLogo(std::move(logo));
+    return Status::Ok;
+}
+
+Status CRenderMgr::SetLogoBitmap(struct _cairo_surface* surface) {
+    BitmapPtr logo;
+    if (surface != nullptr)
+        if (const Status status = BitmapPool::Copy(surface, logo); !Ok(status))
+            return status;
+    SetLogo(std::move(logo));
+    return Status::Ok;
+}
+
+void CRenderMgr::SetLogo(BitmapPtr logo) {
+    {
+        MutexLock lock(m_lock);
+        m_logo.swap(logo);    // the old one is freed outside the lock
+    }
+    RequestRedraw();
+}
+
+Status CRenderMgr::GrabWindow(Raster& out) const {
+    const WindowWatchPtr window = Plan().info.window;
+    if (window == nullptr)
+        return Status::Failed;
+    const Raster last = m_sinks.LastImage(window);
+    return corvane::GrabWindow(window, last.View(), kGrabLimit, out);
 }
 
 bool CRenderMgr::HasWindow() const {
     MutexLock lock(m_lock);
-    return m_info.window != 0;
+    return m_info.window != nullptr;
 }
 
 RenderState CRenderMgr::State() const {
@@ -467,7 +623,7 @@ void CRenderMgr::RegisterRawDataCallback(CorvanePictureCallback callback, void* 
     m_slot.Replace(std::make_shared<CPseudoRenderer>(callback, context, format));
     {
         MutexLock lock(m_lock);
-        m_rendererReplaced = true;
+        m_tidyUp = true;
         m_frameReady.NotifyAll();
     }
     m_renderCalls.WaitForRunning();

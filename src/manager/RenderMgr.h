@@ -2,21 +2,24 @@
 // presents them on its render thread. A thin coordinator over the renderer slot, the chain and the display settings.
 //
 //   state       left by                                  render thread
-//   Stopped     PresentFrame, Stop(waiting), audio       sleeps
-//   Waiting     PresentFrame, ResetToStopped, audio      steps a counter every 500 ms
+//   Stopped     PresentFrame, Stop(waiting), audio       logo, else background and text
+//   Waiting     PresentFrame, ResetToStopped, audio      background and text, every 500 ms
 //   Playing     Stop(waiting), ResetToStopped, audio     presents once for each wake-up
-//   AudioOnly   PresentFrame, Stop(waiting)              notifies an off-screen renderer
-//   TimeOnly    PresentFrame, Stop(waiting)              sleeps
+//   AudioOnly   PresentFrame, Stop(waiting)              background and text; notifies an off-screen renderer instead
+//   TimeOnly    PresentFrame, Stop(waiting)              background and text
 //   Idle        PresentFrame, Stop(waiting)              sleeps
 //
-// Locks, in their order: m_pictureLock, m_lock, the renderer slot's. m_pictureLock is held exclusively by the worker
-// while it fills the lent buffer, client filters included, and shared by the render thread while it latches: no setter
-// takes it, so a filter may call any of them. No lock is held across any other client callback.
+// Locks, in their order: m_windowLock, then m_pictureLock, m_lock, the renderer slot's. m_pictureLock is held
+// exclusively by the worker while it fills the lent buffer, client filters included, and shared by the render thread
+// while it latches: no setter takes it, so a filter may call any of them. m_windowLock makes changes of windows follow
+// one another; the thread that tells of a window's changes never takes it. No lock is held across any other client
+// callback, nor while the window system is asked for anything.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "base/CallGate.h"
 #include "base/Mutex.h"
@@ -27,6 +30,7 @@
 #include "filters/RotateFilter.h"
 #include "frame/MediaFrameImpl.h"
 #include "manager/RendererSlot.h"
+#include "manager/StatePicture.h"
 #include "manager/StreamInfo.h"
 #include "platform/Clock.h"
 #include "present/RenderInfo.h"
@@ -35,7 +39,33 @@ namespace corvane {
 
 enum class RenderState : uint32_t { Idle = 0, AudioOnly = 1, Stopped = 2, Waiting = 3, TimeOnly = 4, Playing = 5 };
 
-class CRenderMgr {
+// A window in use: its changes are told to the listener as long as this lives.
+class WindowUse {
+public:
+    WindowUse() = default;
+    // Of null windows nothing is told. May raise std::bad_alloc.
+    WindowUse(WindowWatchPtr watch, WindowWatch::Listener* listener) : m_watch(std::move(watch)), m_listener(listener) {
+        if (m_watch != nullptr)
+            m_watch->AddListener(m_listener);
+    }
+    ~WindowUse() {
+        if (m_watch != nullptr)
+            m_watch->RemoveListener(m_listener);
+    }
+    WindowUse(const WindowUse&) = delete;
+    WindowUse& operator=(WindowUse&& other) noexcept {
+        std::swap(m_watch, other.m_watch);
+        std::swap(m_listener, other.m_listener);
+        return *this;
+    }
+    const WindowWatchPtr& Watch() const { return m_watch; }
+
+private:
+    WindowWatchPtr m_watch;
+    WindowWatch::Listener* m_listener = nullptr;
+};
+
+class CRenderMgr final : private WindowWatch::Listener {
 public:
     // Starts the render thread, which works for `owner` (the channel's handle). Raises std::bad_alloc and
     // std::system_error; nothing is left then.
@@ -62,7 +92,7 @@ public:
     void ResetToStopped();
     void RequestRedraw();
 
-    void SetWindow(uintptr_t window);                                         // 0 gives it up
+    void SetWindow(uintptr_t window);                                         // 0 gives it up; may raise bad_alloc
     void SetStreamInfo(CorvaneStreamInfoCallback callback, void* context);    // before the channel starts
     void SetOsd(CorvaneOsdCallback callback, void* context);
     void SetBackground(uint32_t color);
@@ -74,7 +104,14 @@ public:
     void SetOsdPolicy(uint32_t policy);
     Status SetDisplayArea(const DisplayArea& area, uint32_t mask);
     DisplayArea GetDisplayArea() const;
+    // The number of the monitor that shows the window; 0 without one.
     uint32_t GetAdapterIndex() const;
+    // The old logo stays where the new one cannot be loaded; a null surface is no logo.
+    Status SetLogoFile(const char* path);
+    Status SetLogoBitmap(struct _cairo_surface* surface);
+    // What the window shows, X bytes 0. Failed where nothing can be read. Blocks for the window system, at most a
+    // second.
+    Status GrabWindow(Raster& out) const;
     RenderState State() const;
     bool HasWindow() const;
 
@@ -109,8 +146,15 @@ private:
     void Store(const FramePtr& frame, PictureSize size);
     void SendFallbackEvent();
 
+    void OnWindowChange() noexcept override { RequestRedraw(); }
+    void SetLogo(BitmapPtr logo);
+
     void RenderLoop();
+    void TidyUp();
     void PresentPass(uint64_t& seen);    // `seen`: the generation that it shows
+    bool LatchPicture(IVideoRenderer& renderer, RenderInfo& info, FramePtr& frame, uint64_t& seen);
+    void DrawState();
+    void AwaitLatch();
     void WakeLocked() REQUIRES(m_lock);
     template <typename Change>
     void ChangeChain(Change change);
@@ -143,11 +187,24 @@ private:
     bool m_infoUnsent GUARDED_BY(m_lock) = false;    // infoDirty, as far as the stream-info codes go
     uint32_t m_waitCounter GUARDED_BY(m_lock) = 0;
     uint64_t m_generation GUARDED_BY(m_lock) = 0;    // raised by each wake-up
-    bool m_rendererReplaced GUARDED_BY(m_lock) =
-        false;    // the one before waits for its end, no picture for its present
+    bool m_tidyUp GUARDED_BY(m_lock) = false;        // a renderer or window that was given up waits for its end
+    bool m_unlatched GUARDED_BY(m_lock) = false;     // a committed picture that the render thread did not take yet
+    bool m_presenting GUARDED_BY(m_lock) = false;
+    Condition m_latched;    // a picture was taken, or its present goes on
+    BitmapPtr m_logo GUARDED_BY(m_lock);
     bool m_ending GUARDED_BY(m_lock) = false;
 
     RendererSlot m_slot;
+
+    WindowSinks m_sinks;            // empty once the render thread has ended
+    StatePicture m_statePicture;    // only on the render thread
+
+    // The windows that m_info names. m_windowLock is taken before m_lock, and never by who tells of their changes.
+    Mutex m_windowLock;
+    WindowUse m_window GUARDED_BY(m_windowLock);
+    WindowUse m_overviewWindow GUARDED_BY(m_windowLock);
+    WindowUse m_zoomWindow GUARDED_BY(m_windowLock);
+
     Thread m_thread;    // last: it runs on everything above
 };
 

@@ -3,13 +3,13 @@
 #include <utility>
 
 #include "base/Log.h"
-#include "render/NullRenderer.h"
+#include "render/GDIRenderer.h"
 
 namespace corvane {
 
 const RendererMakers& RendererMakers::Built() {
-    static constexpr auto makeNull = [](const RenderInfo&) -> RendererPtr { return std::make_shared<CNullRenderer>(); };
-    static constexpr RendererMakers makers{makeNull, makeNull};
+    static constexpr auto makeGdi = [](const RenderInfo&) -> RendererPtr { return std::make_shared<CGDIRenderer>(); };
+    static constexpr RendererMakers makers{makeGdi, makeGdi};
     return makers;
 }
 

@@ -1,5 +1,5 @@
 // The one interface behind which every way of showing a picture stands. The worker asks for a buffer, fills it and
-// commits; the render thread then latches and presents what was committed.
+// commits; the render thread then prepares, latches and presents what was committed.
 #pragma once
 
 #include <cstdint>
@@ -31,9 +31,13 @@ public:
     // The buffer is complete. Worker, picture lock held exclusively.
     virtual void Commit() = 0;
 
-    // Takes the last committed picture, if there is a new one, for the Present that follows, so that the worker may
-    // fill the next buffer meanwhile. Render thread, picture lock held shared. Mandatory.
-    virtual void Latch() = 0;
+    // Readies what the picture is drawn on. Render thread, no lock held; may be called again before Latch. Optional.
+    virtual void Prepare(const RenderInfo&) {}
+
+    // Takes what Present needs of the last committed picture, so that the worker may fill the next buffer meanwhile.
+    // `info` is that of the Present that follows and of the Prepare before, but for fields that changed in between
+    // other than windows. Render thread, picture lock held shared. Mandatory.
+    virtual void Latch(const RenderInfo& info) = 0;
 
     // A sound-only notice in the place of a picture. Render thread, no lock held. Optional.
     virtual void NotifyAudioOnly(const FramePtr&, const RenderInfo&) {}

@@ -4,8 +4,11 @@
 #include <cstdint>
 
 #include "corvane/corvane.h"
+#include "platform/window/WindowWatch.h"
 
 namespace corvane {
+
+class WindowSinks;
 
 // Any of these selects plain window rendering.
 inline constexpr uint32_t kGdiFlags = CORVANE_FLAG_GDI | CORVANE_FLAG_GDI_STRETCH | CORVANE_FLAG_GDI_LEGACY;
@@ -18,13 +21,15 @@ struct Edges {
 };
 
 struct RenderInfo {
-    uintptr_t window = 0;
+    WindowWatchPtr window;    // null where the client gave none
     uint32_t flags = 0;
     uint32_t background = 0;    // 0x00BBGGRR
     CorvaneAfterDisplayCallback afterDisplay = nullptr;
     void* afterDisplayContext = nullptr;
     bool forceRedraw = false;    // margins and text are drawn even if nothing changed
     DisplayArea area{};
+    WindowWatchPtr overviewWindow;    // of area.overview and area.zoom, where those are windows
+    WindowWatchPtr zoomWindow;
     CorvaneOsdCallback osd = nullptr;
     void* osdContext = nullptr;
     uint32_t osdPolicy = 3;
@@ -37,6 +42,7 @@ struct RenderInfo {
     CorvaneStreamInfoCallback streamInfo = nullptr;
     void* streamInfoContext = nullptr;
     bool presentEnabled = true;
+    WindowSinks* sinks = nullptr;    // of the manager; for the render thread only
 };
 
 // The value of osdPolicy that makes every present refresh.

@@ -57,7 +57,7 @@ int32_t CPseudoRenderer::GetBuffer(uint32_t width, uint32_t height, uint8_t** bu
     return 0;
 }
 
-void CPseudoRenderer::Latch() {
+void CPseudoRenderer::Latch(const RenderInfo&) {
     if (Slot* const fresh = std::exchange(m_committed, nullptr))
         m_shown = fresh;
     m_presenting.store(true, std::memory_order_relaxed);

@@ -19,7 +19,7 @@ public:
     int32_t Present(const FramePtr* frame, const RenderInfo* info) override;
     int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override;
     void Commit() override { m_committed = m_lent; }
-    void Latch() override;
+    void Latch(const RenderInfo&) override;
     void NotifyAudioOnly(const FramePtr& frame, const RenderInfo& info) override;
 
 private:

@@ -66,7 +66,7 @@ public:
         return 0;
     }
     void Commit() override {}
-    void Latch() override {}
+    void Latch(const RenderInfo&) override {}
 
 private:
     Script& m_script;

@@ -1,0 +1,41 @@
+#include "manager/StatePicture.h"
+
+#include "present/OnScreenText.h"
+
+namespace corvane {
+
+void StatePicture::Draw(const RenderInfo& info, const Look& look) {
+    WindowSink* const sink = info.sinks != nullptr ? info.sinks->Main(info.window) : nullptr;
+    if (sink == nullptr)
+        return;
+    const WindowSink::State state = sink->Prepare();
+    if (state == WindowSink::State::Absent || state == WindowSink::State::Busy)
+        return;    // the watch tells when that changes
+    const WindowWatch::Size size = sink->Size();
+    const Rect all{0, 0, size.width, size.height};
+    if ((m_memory.View().width != size.width || m_memory.View().height != size.height) &&
+        !m_memory.Resize(size.width, size.height))
+        return;
+    if (look.logo != nullptr) {
+        if (!Stretch(m_memory.View(), all, AsPicture(look.logo->View()), look.logo->View().Bounds()))
+            return;
+    } else {
+        Fill(m_memory.View(), all, info.background);
+        const int64_t frameTime = look.frame != nullptr ? int64_t{look.frame->Header().timeSeconds} : 0;
+        OsdRecord record(look.frame, look.wallTime ? m_clock.Wall() : frameTime, look.wallTime);
+        record.info.width = size.width;
+        record.info.height = size.height;
+        record.info.counter = look.counter;
+        record.info.flags = look.flags;
+        record.Call(info.osd, info.osdContext, m_memory.View());
+    }
+    if (state != WindowSink::State::Ready)
+        return;
+    {
+        const WindowSink::Writing writing = sink->Write();
+        Blit(writing.Image(), 0, 0, m_memory.View(), all);
+    }
+    sink->Put({&all, 1});
+}
+
+}    // namespace corvane

@@ -1,0 +1,32 @@
+// Where things go: margins and borders around a picture, the zoomed part, the overview. Used by every renderer.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+
+#include "present/RenderInfo.h"
+
+namespace corvane {
+
+// The inside of the window without its margins; all of it with `fullWindow`. May be empty.
+Rect PictureRect(const RenderInfo& info, WindowWatch::Size client);
+
+// Whether the fixed border is drawn around a picture of native size.
+bool UsesBorder(const RenderInfo& info);
+
+// The four bands, top, bottom, left, right, that surround the picture. With the border: around a picture of
+// (width, height) whose left top corner is (border.left, border.top). Else: the margins of a window of (width, height).
+// A band whose left is not below its right, or its top not below its bottom, is not drawn.
+using Bands = std::array<Rect, 4>;
+Bands BandRects(const RenderInfo& info, bool bordered, int64_t width, int64_t height);
+
+// The part of a source of this size that the client selected on the screen; none where the selection does not meet the
+// overview area, or one of them is a window that has no place.
+std::optional<Rect> ZoomSource(const RenderInfo& info, uint32_t sourceWidth, uint32_t sourceHeight);
+
+// Where the whole picture is drawn small: in the overview window's coordinates when that is a window of `overviewSize`,
+// else in the main window's. None where there is no place.
+std::optional<Rect> OverviewRect(const RenderInfo& info, WindowWatch::Size overviewSize);
+
+}    // namespace corvane

@@ -1,0 +1,43 @@
+#include "present/OnScreenText.h"
+
+#include "platform/raster/DrawContext.h"
+
+namespace corvane {
+
+bool TextDue(uint32_t policy, const TextTimes& last, int64_t wall, const MediaFrameImpl& frame) {
+    return ((policy & 1) != 0 && wall != last.wall) ||
+           ((policy & 2) != 0 && frame.Header().timeSeconds != last.timeSeconds) ||
+           ((policy & 4) != 0 && frame.PresentTime().seconds != last.presentSeconds) ||
+           ((policy & 8) != 0 && frame.BaseTime().seconds != last.baseSeconds);
+}
+
+OsdRecord::OsdRecord(const MediaFrameImpl* frame, int64_t seconds, bool local) {
+    const time_t from = static_cast<time_t>(seconds);
+    if (local)
+        localtime_r(&from, &m_time);
+    else
+        gmtime_r(&from, &m_time);
+    info.time = &m_time;
+    info.timeSeconds = static_cast<uint32_t>(seconds);
+    if (frame == nullptr)
+        return;
+    const MediaFrameHeader& header = frame->Header();
+    info.presentTime = frame->PresentTime();
+    info.baseTime = frame->BaseTime();
+    info.streamSeconds = header.streamSeconds;
+    info.timeMilliseconds = header.timeMilliseconds;
+    info.timeZone = frame->BaseTime().timeZone;
+    info.daylight = static_cast<uint16_t>(header.daylight);
+}
+
+void OsdRecord::Call(CorvaneOsdCallback callback, void* context, const RasterView& raster) {
+    if (callback == nullptr)
+        return;
+    const DrawContext drawing(raster, info.width, info.height);
+    if (drawing.Get() == nullptr)
+        return;
+    info.deviceContext = drawing.Get();
+    callback(context, &info);
+}
+
+}    // namespace corvane

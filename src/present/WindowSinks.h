@@ -1,0 +1,38 @@
+// The ways to the windows of one channel: its own and that of the overview. Both live as long as the window stays the
+// same, whatever renderer draws, and die on the render thread.
+#pragma once
+
+#include <memory>
+
+#include "base/Mutex.h"
+#include "platform/sink/WindowSink.h"
+
+namespace corvane {
+
+class WindowSinks {
+public:
+    // `owner` names the manager in log lines.
+    explicit WindowSinks(const void* owner) : m_owner(owner) {}
+
+    // Render thread. The sink of this window, made when it is another than before; null for a null watch. May raise
+    // std::bad_alloc.
+    WindowSink* Main(const WindowWatchPtr& window);
+    WindowSink* Overview(const WindowWatchPtr& window);
+
+    // Any thread: a copy of the last image of `window`, empty where there is none.
+    Raster LastImage(const WindowWatchPtr& window) const;
+
+private:
+    struct Way {
+        WindowWatchPtr window;
+        std::shared_ptr<WindowSink> sink;
+    };
+    WindowSink* Of(Way& way, const WindowWatchPtr& window);
+
+    const void* const m_owner;
+    mutable Mutex m_mutex;    // taken last
+    Way m_main GUARDED_BY(m_mutex);
+    Way m_overview GUARDED_BY(m_mutex);
+};
+
+}    // namespace corvane

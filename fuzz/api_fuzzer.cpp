@@ -164,6 +164,8 @@ void World::Option(void* channel, uint8_t how) {
     const int32_t id = how % 60;
     if (id == 11)
         Corvane_SetChannelOption(channel, id, reinterpret_cast<uint64_t>(&area), how);
+    else if (id == 25 || id == 26)    // pointers
+        Corvane_SetChannelOption(channel, id, id == 25 ? reinterpret_cast<uint64_t>("no such file") : 0, how);
     else if (id != 42 && id != 48)    // blocking input would wait for the clock; many threads only cost time
         Corvane_SetChannelOption(channel, id, how, how);
     ChannelUpdate update{};

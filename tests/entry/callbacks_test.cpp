@@ -111,7 +111,7 @@ const Call kCalls[] = {
      }},
     {"SetChannelOption",
      [](Host&, void* c) {
-         for (const int32_t id : {3, 7, 8, 9, 10, 13, 31, 35, 45, 46, 48, 52, 53, 55, 57})
+         for (const int32_t id : {3, 7, 8, 9, 10, 13, 26, 31, 35, 45, 46, 48, 52, 53, 55, 57})
              EXPECT_EQ(Corvane_SetChannelOption(c, id, id == 13 ? 3 : 0, 0), Status_Ok);
          DisplayArea area{};
          return Corvane_SetChannelOption(c, 11, reinterpret_cast<uint64_t>(&area), 32);
@@ -129,6 +129,12 @@ const Call kCalls[] = {
     {"RegisterAfterDisplayCallback",
      [](Host&, void* c) { return Corvane_RegisterAfterDisplayCallback(c, &IgnoreAfter, nullptr); }},
     {"UnregisterAfterDisplayCallback", [](Host&, void* c) { return Corvane_UnregisterAfterDisplayCallback(c); }},
+    {"GetCurrentSnapShot",
+     [](Host&, void* c) {
+         PictureBuffer picture{};
+         Corvane_GetCurrentSnapShot(c, &picture, 0);    // whether there is a window depends on the place
+         return Corvane_FreePicture(&picture);
+     }},
     {"InsertFilter",
      [](Host&, void* c) {
          const uint32_t status = Corvane_InsertFilter(c, &passFilter);

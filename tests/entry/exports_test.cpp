@@ -61,6 +61,7 @@ TEST(Exports, NullPointersAndHandlesOfAnotherKind) {
     MediaFrameHeader frame{};
     ChannelUpdate update{};
     QueueState state{};
+    PictureBuffer picture{};
     int filter = 0;
     const CorvaneAfterDisplayCallback after = [](void*, const AfterDisplayRecord*) {};
     const struct {
@@ -80,6 +81,7 @@ TEST(Exports, NullPointersAndHandlesOfAnotherKind) {
         {"RegisterAfterDisplayCallback",
          [&](void* c) { return Corvane_RegisterAfterDisplayCallback(c, after, nullptr); }},
         {"UnregisterAfterDisplayCallback", [](void* c) { return Corvane_UnregisterAfterDisplayCallback(c); }},
+        {"GetCurrentSnapShot", [&](void* c) { return Corvane_GetCurrentSnapShot(c, &picture, 0); }},
         {"InsertFilter", [&](void* c) { return Corvane_InsertFilter(c, &filter); }},
         {"RemoveFilter", [&](void* c) { return Corvane_RemoveFilter(c, &filter); }},
         {"EnableRotateFilter", [](void* c) { return Corvane_EnableRotateFilter(c, 1); }},
@@ -96,6 +98,12 @@ TEST(Exports, NullPointersAndHandlesOfAnotherKind) {
     EXPECT_EQ(Corvane_UpdateChannelSettings(channel, nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_GetRemainingQueueElementCount(channel, nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_RegisterAfterDisplayCallback(channel, nullptr, nullptr), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_GetCurrentSnapShot(channel, nullptr, 0), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_GetCurrentSnapShot(channel, &picture, 8), Status_InvalidArgument) << "no buffer of the caller's";
+    EXPECT_EQ(Corvane_GetCurrentSnapShot(channel, &picture, 0), Status_Failed) << "no window";
+    EXPECT_EQ(Corvane_GetCurrentSnapShot(channel, &picture, 1), Status_NotSupported);
+    EXPECT_EQ(Corvane_FreePicture(nullptr), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_FreePicture(&picture), Status_Ok);
     EXPECT_EQ(Corvane_InsertFilter(channel, nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_RemoveFilter(channel, nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_EnableRotateFilter(channel, std::numeric_limits<double>::quiet_NaN()), Status_InvalidArgument);
@@ -114,10 +122,14 @@ TEST(Exports, OptionsAndUpdates) {
     DisplayArea area{};
     area.zoom.rectangle[2] = area.zoom.rectangle[3] = 4;
     for (int32_t id = -2; id <= 60; ++id) {
-        static constexpr int32_t known[] = {3, 7, 8, 9, 10, 11, 13, 31, 35, 42, 45, 46, 47, 48, 52, 53, 55, 57};
+        static constexpr int32_t known[] = {3, 7, 8, 9, 10, 11, 13, 25, 26, 31, 35, 42, 45, 46, 47, 48, 52, 53, 55, 57};
         const bool has = std::ranges::find(known, id) != std::end(known);
-        const uint64_t value = id == 11 ? reinterpret_cast<uint64_t>(&area) : 1;
-        EXPECT_EQ(Corvane_SetChannelOption(client.channel, id, value, 4), has ? Status_Ok : Status_NotSupported) << id;
+        const uint64_t value = id == 11 ? reinterpret_cast<uint64_t>(&area)
+                               : id == 25 ? reinterpret_cast<uint64_t>("/no/such/picture.bmp")
+                               : id == 26 ? 0
+                                          : 1;
+        const uint32_t expected = id == 25 ? Status_Failed : has ? Status_Ok : Status_NotSupported;
+        EXPECT_EQ(Corvane_SetChannelOption(client.channel, id, value, 4), expected) << id;
     }
     EXPECT_EQ(Corvane_SetChannelOption(client.channel, 11, 0, 4), Status_InvalidArgument);
     EXPECT_EQ(Corvane_SetChannelOption(client.channel, 11, reinterpret_cast<uint64_t>(&area), 1),

@@ -1,0 +1,273 @@
+// What stands on a real window, pixel by pixel: every way of the plain renderer with every kind of display setting.
+#include <cairo.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kernels/Stretch.h"
+#include "kernels/YCbCrToRGB.h"
+#include "manager/RenderMgr.h"
+#include "support/Latch.h"
+#include "support/PlainPicture.h"
+#include "support/StreamMaker.h"
+#include "support/XClient.h"
+#include "support/XServer.h"
+
+namespace corvane {
+namespace {
+
+using test::Eventually;
+
+constexpr uint32_t kPictureWidth = 200;
+constexpr uint32_t kPictureHeight = 120;
+constexpr uint32_t kBackground = 0x00204060;    // 0x00BBGGRR
+constexpr uint32_t kText = 0x00F0F010;
+
+struct Colours {
+    uint32_t width = 0;
+    uint32_t height = 0;
+    std::vector<uint8_t> bytes;    // B G R X
+
+    Colours(uint32_t w, uint32_t h) : width(w), height(h), bytes(size_t{w} * h * 4) {}
+    uint8_t* At(int64_t x, int64_t y) { return &bytes[(static_cast<size_t>(y) * width + static_cast<size_t>(x)) * 4]; }
+
+    void Fill(const Rect& rect, uint32_t colour) {
+        const Rect in = rect.Intersected({0, 0, width, height});
+        for (int64_t y = in.top; y < in.bottom; ++y)
+            for (int64_t x = in.left; x < in.right; ++x)
+                for (int i = 0; i < 3; ++i)
+                    At(x, y)[i] = static_cast<uint8_t>(colour >> (16 - 8 * i));
+    }
+    void Lay(const Colours& from, const Rect& source, const Rect& to, const Rect& clip) {
+        const Rect in = to.Intersected(clip).Intersected({0, 0, width, height});
+        if (in.Empty() || source.Empty())
+            return;
+        const auto u = [](int64_t v) { return static_cast<uint32_t>(v); };
+        kernels::ref::Stretch({from.bytes.data(), static_cast<ptrdiff_t>(from.width) * 4, u(source.left), u(source.top),
+                               u(source.Width()), u(source.Height()), 4},
+                              {At(in.left, in.top), static_cast<ptrdiff_t>(width) * 4, u(to.Width()), u(to.Height()),
+                               u(in.left - to.left), u(in.top - to.top), u(in.Width()), u(in.Height())});
+    }
+    Rect All() const { return {0, 0, width, height}; }
+};
+
+// A picture without two equal quarters: slopes in all three planes.
+void Paint(DecodedFrame& frame, int phase) {
+    for (uint32_t y = 0; y < frame.height; ++y)
+        for (uint32_t x = 0; x < frame.width; ++x)
+            const_cast<uint8_t*>(frame.planes[0])[y * frame.strides[0] + x] =
+                static_cast<uint8_t>(60 + x * 120 / frame.width + (y + static_cast<uint32_t>(phase)) % 32);
+    for (int plane = 1; plane < 3; ++plane)
+        for (uint32_t y = 0; y < frame.height / 2; ++y)
+            for (uint32_t x = 0; x < frame.width / 2; ++x)
+                const_cast<uint8_t*>(frame.planes[plane])[y * frame.strides[plane] + x] =
+                    static_cast<uint8_t>(100 + (plane == 1 ? x : y) * 60 / frame.width);
+}
+
+Colours AsColours(const DecodedFrame& frame) {
+    Colours colours(frame.width, frame.height);
+    (void)kernels::ref::YCbCrToRGB({.y = frame.planes[0],
+                                    .u = frame.planes[1],
+                                    .v = frame.planes[2],
+                                    .yStep = frame.strides[0],
+                                    .uStep = frame.strides[1],
+                                    .vStep = frame.strides[2]},
+                                   colours.bytes.data(), static_cast<ptrdiff_t>(frame.width) * 4, frame.width,
+                                   frame.height, {.bytes = 4});
+    return colours;
+}
+
+// The greatest difference of a colour; the fourth byte does not count. 255 for other sizes.
+int Difference(const Colours& expected, const std::vector<uint8_t>& shown, const Rect& part) {
+    if (shown.size() != expected.bytes.size())
+        return 255;
+    int most = 0;
+    for (int64_t y = part.top; y < part.bottom; ++y)
+        for (int64_t x = part.left; x < part.right; ++x)
+            for (size_t i = 0; i < 3; ++i) {
+                const size_t at = (static_cast<size_t>(y) * expected.width + static_cast<size_t>(x)) * 4 + i;
+                most = std::max(most, std::abs(int{expected.bytes[at]} - int{shown[at]}));
+            }
+    return most;
+}
+
+// What the text callback saw last; it draws one rectangle.
+constexpr Rect kTextRect{4, 4, 60, 24};
+struct Text {
+    std::mutex mutex;
+    OsdInfo seen{};    // under mutex
+    struct tm time {};
+    std::atomic<int> calls{0};
+
+    static void Draw(void* context, OsdInfo* info) {
+        auto& self = *static_cast<Text*>(context);
+        cairo_t* const cairo = info->deviceContext;
+        cairo_set_source_rgb(cairo, 0x10 / 255.0, 0xF0 / 255.0, 0xF0 / 255.0);
+        cairo_rectangle(cairo, kTextRect.left, kTextRect.top, kTextRect.Width(), kTextRect.Height());
+        cairo_fill(cairo);
+        const std::lock_guard lock(self.mutex);
+        self.seen = *info;
+        self.time = *info->time;
+        ++self.calls;
+    }
+};
+
+class WindowPictures : public testing::Test {
+protected:
+    WindowPictures() { Paint(m_picture.frame, 0); }
+    void Push(CRenderMgr& manager) { manager.PresentFrame(m_frame, m_picture.frame, true); }
+
+    // Waits until the window looks as expected, within `tolerance` levels.
+    void ExpectShown(uint32_t window, const Colours& expected, const Rect& part, int tolerance) {
+        std::vector<uint8_t> shown;
+        const bool equal = Eventually([&] {
+            shown = m_client.Read(window);
+            return Difference(expected, shown, part) <= tolerance;
+        });
+        EXPECT_TRUE(equal) << "off by " << Difference(expected, shown, part);
+    }
+
+    test::XServer m_server;
+    test::XClient m_client;
+    test::PlainPicture m_picture{kPictureWidth, kPictureHeight};
+    const FramePtr m_frame = test::MakeFrame(CORVANE_STREAM_JPEG, {1}, true, 100'000);
+};
+
+constexpr Rect kWindow{30, 20, 250, 180};    // on the screen
+constexpr Edges kMargin{12, 8, 16, 10};
+constexpr Edges kBorder{6, 10, 4, 8};
+
+struct Way {
+    const char* name;
+    uint32_t flags;
+    bool border;
+    bool noBorder;
+    bool fullWindow;
+
+    bool Bordered() const { return border && !noBorder && !fullWindow; }
+    bool Composes() const { return (flags & CORVANE_FLAG_GDI_COMPOSE) != 0; }
+};
+
+struct Show {
+    const char* name;
+    std::optional<Rect> zoomed;      // part of the picture that the zoom shows
+    std::optional<Rect> zoom;        // on the screen, of an overview that lies at kOverview
+    std::optional<Rect> overview;    // drawn, in the window
+    bool overviewWindow = false;
+};
+constexpr Rect kOverview{130, 25, 230, 85};    // on the screen; crosses the top margin
+
+// The window's picture by the rules, for both ways of text.
+Colours Expected(const Way& way, const Show& show, const Colours& picture) {
+    const auto bands = [](Colours& on, const Rect& inner, bool textEverywhere) {
+        const Rect all[4] = {{0, 0, on.width, inner.top},
+                             {0, inner.bottom, on.width, on.height},
+                             {0, inner.top, inner.left, inner.bottom},
+                             {inner.right, inner.top, on.width, inner.bottom}};
+        for (const Rect& band : all) {
+            on.Fill(band, kBackground);
+            on.Fill(band.Intersected(kTextRect), kText);
+        }
+        if (textEverywhere)
+            on.Fill(kTextRect, kText);
+    };
+    Colours window(static_cast<uint32_t>(kWindow.Width()), static_cast<uint32_t>(kWindow.Height()));
+    const Rect small = kOverview.Moved(-kWindow.left, -kWindow.top);
+    if (way.Bordered()) {
+        Colours canvas(kPictureWidth + kBorder.left + kBorder.right, kPictureHeight + kBorder.top + kBorder.bottom);
+        const Rect inner = picture.All().Moved(kBorder.left, kBorder.top);
+        canvas.Lay(picture, picture.All(), inner, canvas.All());
+        bands(canvas, inner, true);
+        if (show.overview)
+            canvas.Lay(picture, picture.All(), small, canvas.All());
+        window.Lay(canvas, canvas.All(), window.All(), window.All());
+        return window;
+    }
+    const Rect inner =
+        way.fullWindow ? window.All()
+                       : Rect{kMargin.left, kMargin.top, window.width - kMargin.right, window.height - kMargin.bottom};
+    window.Lay(picture, show.zoomed.value_or(picture.All()), inner, window.All());
+    if (!way.fullWindow)
+        bands(window, inner, way.Composes());
+    if (show.overview)
+        window.Lay(picture, picture.All(), small, window.All());
+    return window;
+}
+
+TEST_F(WindowPictures, EveryWayWithEverySetting) {
+    const Way ways[] = {{"direct", 0, false, false, false},
+                        {"compose", CORVANE_FLAG_GDI_COMPOSE, false, false, false},
+                        {"stretch", CORVANE_FLAG_GDI_STRETCH, false, false, false},
+                        {"bordered", CORVANE_FLAG_GDI, true, false, false},
+                        {"bordered, compose", CORVANE_FLAG_GDI_COMPOSE, true, false, false},
+                        {"border off", CORVANE_FLAG_GDI, true, true, false},
+                        {"full window", CORVANE_FLAG_GDI, true, false, true},
+                        {"full window, compose", CORVANE_FLAG_GDI_COMPOSE, false, false, true}};
+    const Show shows[] = {
+        {"margins", {}, {}, {}},
+        {"zoom inside", Rect{50, 30, 150, 90}, Rect{155, 40, 205, 70}, {}},
+        {"zoom partly out", Rect{0, 60, 100, 120}, Rect{100, 55, 180, 300}, {}},
+        {"zoom outside: the whole picture", {}, Rect{300, 10, 400, 20}, {}},
+        {"overview rectangle", {}, {}, kOverview},
+        {"overview window", {}, {}, {}, true},
+        {"overview rectangle with zoom", Rect{50, 30, 150, 90}, Rect{155, 40, 205, 70}, kOverview},
+    };
+    const uint32_t window = m_client.Create(kWindow);
+    const uint32_t second = m_client.Create({300, 20, 400, 90});
+    const Colours picture = AsColours(m_picture.frame);
+    for (const Way& way : ways) {
+        for (const Show& show : shows) {
+            SCOPED_TRACE(std::string(way.name) + ", " + show.name);
+            m_client.Fill(window, 0x00808080);
+            m_client.Fill(second, 0x00808080);
+            Text text;
+            CRenderMgr manager(&text, window, way.flags);
+            manager.SetOsd(&Text::Draw, &text);
+            manager.SetBackground(kBackground);
+            for (const auto& [edge, pixels] : {std::pair{&Edges::left, kMargin.left},
+                                               {&Edges::right, kMargin.right},
+                                               {&Edges::top, kMargin.top},
+                                               {&Edges::bottom, kMargin.bottom}})
+                manager.SetMargin(edge, pixels);
+            if (way.border)
+                manager.SetBorder(kBorder);
+            manager.SetNoBorder(way.noBorder);
+            manager.SetFullWindow(way.fullWindow);
+            DisplayArea area{};
+            const auto place = [](DisplayPlace& to, const Rect& rect) {
+                for (int i = 0; i < 4; ++i)
+                    to.rectangle[i] = static_cast<int32_t>((&rect.left)[i]);
+            };
+            place(area.overview, kOverview);
+            place(area.zoom, show.zoom.value_or(kOverview));
+            area.zoomEnabled = show.zoom.has_value();
+            area.overviewEnabled = show.overview.has_value() || show.overviewWindow;
+            if (show.overviewWindow) {
+                area.overviewIsWindow = 1;
+                area.overview.window = second;
+                area.overviewMargin[0] = 5;
+                area.overviewMargin[3] = 7;
+            }
+            ASSERT_EQ(manager.SetDisplayArea(area, 63), Status::Ok);
+            Push(manager);
+            const Colours expected = Expected(way, show, picture);
+            ExpectShown(window, expected, expected.All(), way.Bordered() ? 4 : 2);
+            if (show.overviewWindow) {
+                Colours aside(100, 70);
+                aside.Fill(aside.All(), 0x00808080);
+                const Rect part{5, 0, 100, 63};
+                aside.Lay(picture, picture.All(), part, aside.All());
+                ExpectShown(second, aside, aside.All(), 2);
+            }
+            EXPECT_EQ(text.calls > 0, !way.fullWindow);
+        }
+    }
+}
+
+}    // namespace
+}    // namespace corvane

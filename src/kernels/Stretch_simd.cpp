@@ -90,6 +90,7 @@ template <bool kStreaming>
 class RowWriter {
 public:
     RowWriter(uint8_t* out, size_t pixels) : m_out(out), m_bytes(pixels * 4) {}
+    size_t Size() const { return m_bytes; }
     HWY_INLINE void Put(size_t group, ByteVector pixels) const {
         const Bytes d;
         const size_t at = group * kVector;
@@ -110,19 +111,30 @@ private:
     size_t m_bytes;
 };
 
-template <size_t kPixelBytes, bool kStreaming>
+template <bool kStreaming>
 HWY_INLINE void ExpandRow(const uint8_t* source, const RowWriter<kStreaming>& out, size_t groups) {
     const Bytes d;
     const auto opaque = hn::BitCast(d, hn::Set(Dwords(), 0xFF000000u));
     HWY_ALIGN static constexpr uint8_t kWiden[16] = {0, 1, 2, 0x80, 3, 4, 5, 0x80, 6, 7, 8, 0x80, 9, 10, 11, 0x80};
     const auto widen = hn::LoadDup128(d, kWiden);
-    for (size_t group = 0; group < groups; ++group, source += kGroup * kPixelBytes) {
-        if constexpr (kPixelBytes == 4) {
-            out.Put(group, hn::Or(hn::LoadU(d, source), opaque));
-        } else {
-            const auto pixels = LoadBlocks([&](size_t block) { return source + 12 * block; });
-            out.Put(group, hn::Or(hn::TableLookupBytesOr0(pixels, widen), opaque));
-        }
+    for (size_t group = 0; group < groups; ++group, source += kGroup * 3) {
+        const auto pixels = LoadBlocks([&](size_t block) { return source + 12 * block; });
+        out.Put(group, hn::Or(hn::TableLookupBytesOr0(pixels, widen), opaque));
+    }
+}
+
+// Reads nothing behind the row: copies from one raster to another have no room there.
+template <bool kStreaming>
+HWY_INLINE void CopyRow(const uint8_t* source, const RowWriter<kStreaming>& out) {
+    const Bytes d;
+    const auto opaque = hn::BitCast(d, hn::Set(Dwords(), 0xFF000000u));
+    const size_t groups = out.Size() / kVector;
+    for (size_t group = 0; group < groups; ++group)
+        out.Put(group, hn::Or(hn::LoadU(d, source + group * kVector), opaque));
+    if (out.Size() % kVector != 0) {
+        HWY_ALIGN uint8_t rest[kVector] = {};
+        std::memcpy(rest, source + groups * kVector, out.Size() % kVector);
+        out.Put(groups, hn::Or(hn::Load(d, rest), opaque));
     }
 }
 
@@ -263,13 +275,13 @@ void HorizontalRows(const StretchPlan& plan, const uint8_t* row0, const uint8_t*
     switch (tables.pass) {
     case HorizontalPass::Copy:
         if (plan.PixelBytes() == 3) {
-            ExpandRow<3>(row0, writer0, tables.groups);
-            if (row1 != row0)
-                ExpandRow<3>(row1, writer1, tables.groups);
+            ExpandRow(row0, writer0, tables.groups);
+            if (out1 != out0)
+                ExpandRow(row1, writer1, tables.groups);
         } else {
-            ExpandRow<4>(row0, writer0, tables.groups);
-            if (row1 != row0)
-                ExpandRow<4>(row1, writer1, tables.groups);
+            CopyRow(row0, writer0);
+            if (out1 != out0)
+                CopyRow(row1, writer1);
         }
         break;
     case HorizontalPass::Pairs:

@@ -13,8 +13,6 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,6 +20,7 @@ extern "C" {
 #include <string>
 #include <vector>
 
+#include "Contest.h"
 #include "base/AlignedBuffer.h"
 #include "kernels/PackedYuv.h"
 #include "kernels/PlaneCopy.h"
@@ -33,6 +32,9 @@ namespace {
 
 using namespace corvane::kernels;
 using corvane::AlignedBuffer;
+using corvane::bench::CapTargets;
+using corvane::bench::Figures;
+using corvane::bench::Measure;
 
 constexpr int kWidth = 1920;
 constexpr int kHeight = 1080;
@@ -50,14 +52,8 @@ struct Buffers {
     uint8_t* v() const { return source + kLuma * 5 / 4; }
 };
 
-using Run = std::function<void(const Buffers&)>;
-
-struct Conversion {
-    std::string name;
-    std::string goal;
-    Run ours;
-    std::vector<std::pair<const char*, Run>> peers;
-};
+using Conversion = corvane::bench::Contest<Buffers>;
+using Run = Conversion::Run;
 
 Run Swscale(AVPixelFormat from, AVPixelFormat to, int bytesARow, bool planes) {
     SwsContext* context =
@@ -186,64 +182,11 @@ std::vector<Conversion> YuvConversions() {
     return list;
 }
 
-double Seconds(const Run& run, const Buffers& buffers) {
-    const auto start = std::chrono::steady_clock::now();
-    run(buffers);
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-struct Figures {
-    double medianRatio;
-    double minimumRatio;
-    double oursMs;
-    const char* peer;
-};
-
-// One round times each contestant once on the next buffers of the ring; a peer counts by its own minimum and by each
-// round.
-Figures Measure(const Conversion& conversion, const std::vector<Buffers>& ring, int rounds) {
-    const size_t contestants = conversion.peers.size() + 1;
-    std::vector<std::vector<double>> times(contestants);
-    size_t at = 0;
-    const auto next = [&] { return ring[at++ % ring.size()]; };
-    for (int round = -3; round < rounds; ++round) {
-        for (size_t i = 0; i < contestants; ++i) {
-            const size_t who = (i + static_cast<size_t>(round + 3)) % contestants;
-            const Run& run = who == 0 ? conversion.ours : conversion.peers[who - 1].second;
-            run(next());    // each is timed behind itself, so that nobody inherits the other's traces
-            const double seconds = Seconds(run, next());
-            if (round >= 0)
-                times[who].push_back(seconds);
-        }
-    }
-    std::vector<double> best;
-    for (const auto& column : times)
-        best.push_back(*std::min_element(column.begin(), column.end()));
-    const size_t peer = static_cast<size_t>(std::min_element(best.begin() + 1, best.end()) - best.begin());
-    std::vector<double> ratios;
-    for (size_t round = 0; round < times[0].size(); ++round)
-        ratios.push_back(times[0][round] / times[peer][round]);
-    std::nth_element(ratios.begin(), ratios.begin() + static_cast<ptrdiff_t>(ratios.size() / 2), ratios.end());
-    return {ratios[ratios.size() / 2], best[0] / best[peer], best[0] * 1e3, conversion.peers[peer - 1].first};
-}
-
-bool CapTargets(const std::string& name) {
-    int64_t keep = HWY_SCALAR;
-    if (name == "avx2")
-        keep |= HWY_AVX2 | HWY_SSE4 | HWY_SSSE3;
-    else if (name == "sse4")
-        keep |= HWY_SSE4 | HWY_SSSE3;
-    else if (name != "scalar")
-        return false;
-    hwy::SetSupportedTargetsForTest(hwy::SupportedTargets() & keep);
-    return true;
-}
-
 }    // namespace
 
 int main(int argc, char** argv) {
     const int rounds = argc > 1 ? std::atoi(argv[1]) : 100;
-    if (rounds < 1 || (argc > 2 && std::strcmp(argv[2], "best") != 0 && !CapTargets(argv[2]))) {
+    if (rounds < 1 || (argc > 2 && !CapTargets(argv[2]))) {
         std::fprintf(stderr, "usage: convert_bench [rounds] [best | avx2 | sse4 | scalar] [part of a name]\n");
         return 2;
     }

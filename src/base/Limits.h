@@ -12,6 +12,14 @@ inline constexpr uint64_t kMaxFrameBytes = 256ull << 20;
 inline constexpr uint32_t kMaxPictureSide = 16384;
 inline constexpr uint64_t kMaxPicturePixels = 1ull << 26;
 
+constexpr bool FitsPicture(uint64_t width, uint64_t height) {
+    return width > 0 && height > 0 && width <= kMaxPictureSide && height <= kMaxPictureSide &&
+           width * height <= kMaxPicturePixels;
+}
+
+// A picture file in bytes: the largest picture of 4 bytes a pixel and room for its headers.
+inline constexpr uint64_t kMaxPictureFileBytes = 4 * kMaxPicturePixels + (1 << 20);
+
 // Bytes behind the last row of a picture buffer that a kernel may read or write in whole vectors.
 inline constexpr uint32_t kPicturePadding = 64;
 

@@ -1,6 +1,7 @@
 // One process-wide set of pictures with use counts, so that many channels with the same logo share one.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
 #include "base/Status.h"

@@ -12,8 +12,10 @@
 #include "kernels/PackedYuv.h"
 #include "kernels/PlaneCopy.h"
 #include "kernels/SemiPlanar.h"
+#include "kernels/Stretch.h"
 #include "kernels/YCbCrToRGB.h"
 #include "kernels/YUVToRGB16.h"
+#include "support/GuardedBytes.h"
 #include "support/Plane.h"
 
 namespace corvane::kernels {
@@ -235,6 +237,129 @@ TEST_P(EachTarget, EveryTripleOfSamples) {
         YUVToRGB16(source, got16.data(), kSide, kSide, kSide, {});
         ref::YUVToRGB16(source, wanted16.data(), kSide, kSide, kSide, {});
         ASSERT_TRUE(got16 == wanted16) << Where("YUVToRGB16, luma from", base, base);
+    }
+}
+
+struct Scaling {
+    uint32_t width, height, toWidth, toHeight;
+    uint32_t clipX, clipY, clipWidth, clipHeight;    // all of it where the width is 0
+};
+
+constexpr Scaling kScalings[] = {
+    {1, 1, 1, 1, 0, 0, 0, 0},
+    {67, 5, 67, 5, 0, 0, 0, 0},
+    {67, 5, 67, 5, 13, 1, 3, 4},
+    {90, 60, 60, 40, 0, 0, 0, 0},
+    {90, 61, 59, 40, 5, 3, 50, 30},
+    {71, 9, 67, 8, 0, 0, 0, 0},
+    {97, 30, 51, 15, 0, 0, 0, 0},
+    {33, 7, 16, 14, 0, 0, 0, 0},
+    {99, 33, 33, 11, 0, 0, 0, 0},
+    {120, 40, 29, 11, 0, 0, 0, 0},
+    {41, 41, 2, 3, 0, 0, 0, 0},
+    {200, 100, 10, 5, 3, 2, 6, 2},
+    {400, 3, 4, 3, 0, 0, 0, 0},
+    {3, 390, 5, 4, 0, 0, 0, 0},
+    {50, 20, 1, 1, 0, 0, 0, 0},
+    {300, 250, 1, 1, 0, 0, 0, 0},
+    {60, 40, 90, 60, 0, 0, 0, 0},
+    {61, 41, 90, 60, 31, 7, 33, 9},
+    {60, 7, 61, 7, 0, 0, 0, 0},
+    {60, 7, 60, 8, 0, 0, 0, 0},
+    {13, 6, 300, 2, 250, 0, 50, 2},
+    {1, 9, 70, 9, 0, 0, 0, 0},
+    {9, 1, 9, 70, 2, 69, 7, 1},
+    {1, 1, 40, 3, 0, 0, 0, 0},
+    {2, 2, 4000000000u, 4000000000u, 1999999990u, 1999999990u, 20, 20},
+    {70, 40, 70, 13, 0, 0, 0, 0},
+    {1030, 700, 1030, 700, 0, 0, 0, 0},
+    {1500, 1050, 1024, 700, 0, 0, 0, 0},    // large enough to pass the cache by
+};
+
+// The source ends 64 bytes in front of memory that cannot be read, and begins at its first byte where it is turned
+// over.
+void CheckScaling(const Scaling& s, uint32_t bytes, bool bottomUp, Fill fill, const std::string& where) {
+    const uint32_t left = bytes == 3 ? 2 : 0;
+    const uint32_t step = (s.width + left) * bytes + (bytes == 3 ? 5 : 0);
+    SourcePlane pixels(step, s.height, 0, fill, s.width + s.toWidth * 3 + bytes);
+    std::vector<uint8_t> padded(pixels.Data(), pixels.Data() + size_t{step} * s.height);
+    padded.resize(padded.size() + 64, 255);
+    const test::GuardedBytes memory(padded.data(), padded.size());
+    const uint8_t* const top = bottomUp ? memory.Data() + size_t{step} * (s.height - 1) : memory.Data();
+    const StretchSource source{top, bottomUp ? -ptrdiff_t{step} : ptrdiff_t{step}, left, 0, s.width, s.height, bytes};
+    const bool whole = s.clipWidth == 0;
+    const uint32_t columns = whole ? s.toWidth : s.clipWidth;
+    const uint32_t rows = whole ? s.toHeight : s.clipHeight;
+    PoisonedPlane got(columns * 4, rows, 7), wanted(columns * 4, rows, 7);
+    AlignedBuffer aligned;    // stores past the cache need whole vectors
+    const uint32_t alignedStep = (columns * 4 + 63) / 64 * 64;
+    ASSERT_TRUE(aligned.Allocate(size_t{alignedStep} * rows));
+    StretchDestination to{got.Data(), got.Step(), s.toWidth, s.toHeight, s.clipX, s.clipY, columns, rows};
+    ASSERT_TRUE(Stretch(source, to));
+    to.data = aligned.Data();
+    to.step = alignedStep;
+    ASSERT_TRUE(Stretch(source, to));
+    to.data = wanted.Data();
+    to.step = wanted.Step();
+    ref::Stretch(source, to);
+
+    const int tolerance = s.width == s.toWidth && s.height == s.toHeight ? 0 : 2;
+    for (uint32_t y = 0; y < rows; ++y) {
+        for (uint32_t x = 0; x < columns * 4; ++x) {
+            const int value = wanted.At(x, y);
+            ASSERT_LE(std::abs(got.At(x, y) - value), x % 4 == 3 ? 0 : tolerance) << where << " at " << x << ", " << y;
+            ASSERT_EQ(aligned.Data()[size_t{y} * alignedStep + x], got.At(x, y)) << where << " at " << x << ", " << y;
+            got.Data()[y * got.Step() + x] = wanted.At(x, y);
+        }
+    }
+    ASSERT_TRUE(got.Equals(wanted)) << where;    // what is left to differ is what lies around
+}
+
+TEST_P(EachTarget, ScalingKeepsToItsDefinition) {
+    for (const Scaling& s : kScalings) {
+        for (const uint32_t bytes : {3u, 4u}) {
+            for (const bool bottomUp : {false, true}) {
+                for (const Fill fill : {Fill::Random, Fill::Extremes}) {
+                    const std::string where = Where("Stretch", s.width, s.height) + " to " + std::to_string(s.toWidth) +
+                                              " x " + std::to_string(s.toHeight) + ", " + std::to_string(bytes) +
+                                              (bottomUp ? " bytes, bottom-up" : " bytes");
+                    CheckScaling(s, bytes, bottomUp, fill, where);
+                    if (HasFatalFailure())
+                        return;
+                }
+            }
+        }
+    }
+}
+
+// The definition itself, on rows worked by hand; the other axis takes the same steps.
+TEST(Stretch, DefinitionByHand) {
+    const struct {
+        std::vector<uint8_t> from, to;
+    } rows[] = {{{10, 20, 30}, {13, 27}},    // (10 + 20 / 2) / 1.5 and (20 / 2 + 30) / 1.5
+                {{0, 100}, {0, 25, 75, 100}},
+                {{0, 40, 80, 120, 160, 200}, {40, 160}},
+                {{7, 9}, {8}},
+                {{50}, {50, 50, 50}}};
+    for (const auto& row : rows) {
+        for (const bool upright : {false, true}) {
+            std::vector<uint8_t> source;
+            for (const uint8_t value : row.from)
+                source.insert(source.end(), {value, static_cast<uint8_t>(255 - value), 9, 77});
+            const auto from = static_cast<uint32_t>(row.from.size());
+            const auto to = static_cast<uint32_t>(row.to.size());
+            std::vector<uint8_t> out(4 * to);
+            if (upright)
+                ref::Stretch({source.data(), 4, 0, 0, 1, from, 4}, {out.data(), 4, 1, to, 0, 0, 1, to});
+            else
+                ref::Stretch({source.data(), 4, 0, 0, from, 1, 4}, {out.data(), 4, to, 1, 0, 0, to, 1});
+            for (uint32_t i = 0; i < to; ++i) {
+                EXPECT_EQ(int{out[4 * i]}, int{row.to[i]}) << from << " to " << to << ", pixel " << i;
+                EXPECT_EQ(out[4 * i + 1], 255 - row.to[i]);
+                EXPECT_EQ(out[4 * i + 2], 9);
+                EXPECT_EQ(out[4 * i + 3], 255);
+            }
+        }
     }
 }
 

@@ -6,6 +6,7 @@
 #include "platform/raster/Raster.h"
 
 struct _cairo;
+struct _cairo_surface;
 
 namespace corvane {
 
@@ -23,6 +24,7 @@ public:
     }
 
 private:
+    struct _cairo_surface* m_surface = nullptr;    // a context in error no longer tells its own
     struct _cairo* m_context = nullptr;
 };
 

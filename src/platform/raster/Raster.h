@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include "base/AlignedBuffer.h"
 #include "base/Rectangle.h"
@@ -23,6 +24,16 @@ struct RasterView {
 
 class Raster {
 public:
+    Raster() = default;
+    Raster(Raster&& other) noexcept
+        : m_memory(std::move(other.m_memory)), m_view(std::exchange(other.m_view, RasterView())) {}
+    Raster& operator=(Raster&& other) noexcept {
+        m_memory = std::move(other.m_memory);
+        other.m_memory.Free();
+        m_view = std::exchange(other.m_view, RasterView());
+        return *this;
+    }
+
     // Gives the raster this size; what it held is lost, all pixels are 0. False when there is no memory or the size is
     // out of the limits, and then the raster is empty.
     [[nodiscard]] bool Resize(uint32_t width, uint32_t height);
@@ -36,7 +47,7 @@ private:
     RasterView m_view;
 };
 
-// A finished picture of packed pixels that is to be shown.
+// A finished picture of packed pixels that is to be shown. 64 bytes behind its last row in memory may be read.
 struct PackedPicture {
     const uint8_t* data = nullptr;    // the top row
     ptrdiff_t step = 0;               // bytes, negative for a picture whose first row in memory is the bottom
@@ -49,7 +60,7 @@ PackedPicture AsPicture(const RasterView& raster);
 // `color` is 0x00BBGGRR.
 void Fill(const RasterView& to, const Rect& rect, uint32_t color);
 
-// Copies `source` of `from` so that its top left corner comes to (x, y).
+// Copies `source` of `from` so that its top left corner comes to (x, y). The two do not overlap in memory.
 void Blit(const RasterView& to, int64_t x, int64_t y, const RasterView& from, const Rect& source);
 
 // Scales `source`, a part of `from`, into the whole of `destination`, of which only what lies on `to` is written. An

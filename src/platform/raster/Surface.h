@@ -1,6 +1,9 @@
 // Pictures that come from cairo: a client's image surface, a PNG file.
 #pragma once
 
+#include <cstdint>
+#include <span>
+
 #include "base/Status.h"
 #include "platform/raster/Raster.h"
 
@@ -12,6 +15,8 @@ namespace corvane {
 // 0. No reference is kept. Failed: not an image surface, finished, empty, or out of the limits. OutOfMemory.
 Status CopySurface(struct _cairo_surface* surface, Raster& out);
 
+// Decodes a whole PNG file likewise. Failed where it is none. Never reads outside `file`.
+Status ReadPng(std::span<const uint8_t> file, Raster& out);
 // Reads a PNG file likewise. Failed where there is none.
 Status LoadPng(const char* path, Raster& out);
 

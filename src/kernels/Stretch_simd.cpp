@@ -1,0 +1,358 @@
+// Vertical pass first, on the bytes as they lie, into one or two rows that stay in the first cache; then the horizontal
+// pass, which also widens 3 bytes to 4. A pass whose axis does not change is left out. Bytes stand in the upper half of
+// 16 bit lanes, so that the upper half of a product with a 16 bit weight is the weighted value in 1/256 levels.
+#include "kernels/Stretch.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "kernels/Stretch_simd.cpp"
+#include <hwy/cache_control.h>
+#include <hwy/foreach_target.h>
+#include <hwy/highway.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "kernels/StretchPlan.h"
+#include "kernels/Vectors-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace corvane::kernels {
+namespace HWY_NAMESPACE {
+
+#if CORVANE_KERNELS_PLAIN
+bool StretchTarget(const StretchSource& source, const StretchDestination& destination) {
+    ref::Stretch(source, destination);
+    return true;
+}
+#else
+
+constexpr size_t kVector = hn::MaxLanes(Bytes());
+constexpr size_t kBlocks = kVector / 16;
+constexpr size_t kGroup = kVector / 4;    // pixels
+
+// 16 bytes from each of kBlocks places, one a block.
+template <class Place>
+HWY_INLINE ByteVector LoadBlocks(const Place& place) {
+    const Bytes d;
+    static_assert(kBlocks == 1 || kBlocks == 2 || kBlocks == 4);
+    if constexpr (kBlocks == 1) {
+        return hn::LoadU(d, place(0));
+    } else {
+        const hn::Half<Bytes> half;
+        if constexpr (kBlocks == 2) {
+            return hn::Combine(d, hn::LoadU(half, place(1)), hn::LoadU(half, place(0)));
+        } else {
+            const hn::Half<hn::Half<Bytes> > quarter;
+            return hn::Combine(d, hn::Combine(half, hn::LoadU(quarter, place(3)), hn::LoadU(quarter, place(2))),
+                               hn::Combine(half, hn::LoadU(quarter, place(1)), hn::LoadU(quarter, place(0))));
+        }
+    }
+}
+
+// The upper bytes of `even` and `odd`, even ones first.
+HWY_INLINE ByteVector MergeUpperBytes(WordVector even, WordVector odd) {
+    const Words d16;
+    return hn::BitCast(Bytes(), hn::Or(hn::ShiftRight<8>(even), hn::And(odd, hn::Set(d16, 0xFF00))));
+}
+
+// Rounding of sums of `taps` products in 1/256 levels, each of which was cut by half a unit in the mean.
+HWY_INLINE WordVector Rounding(uint32_t taps) {
+    return hn::Set(Words(), static_cast<uint16_t>(128 + taps / 2));
+}
+
+// The same for B, G, R, X lanes; X comes out as 0xFF.
+HWY_INLINE WordVector PixelRounding(uint32_t taps) {
+    const hn::Repartition<uint64_t, Bytes> d64;
+    const uint64_t rounding = 128 + taps / 2;
+    return hn::BitCast(Words(), hn::Set(d64, rounding | rounding << 16 | rounding << 32 | uint64_t{0xFF00} << 48));
+}
+
+// Two vectors of 4 lanes a pixel, pixels 0, 1 and 2, 3 of each block, to bytes.
+HWY_INLINE ByteVector PackPixels(WordVector first, WordVector second) {
+    const Bytes d;
+    HWY_ALIGN static constexpr uint8_t kOrder[16] = {0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15};
+    return hn::TableLookupBytes(MergeUpperBytes(first, second), hn::LoadDup128(d, kOrder));
+}
+
+// The lanes of two neighbouring pixels from `tap` on.
+HWY_INLINE ByteVector TapIndex(size_t tap, size_t pixelBytes) {
+    const Bytes d;
+    HWY_ALIGN uint8_t index[16];
+    for (size_t lane = 0; lane < 8; ++lane) {
+        index[2 * lane] = 0x80;
+        index[2 * lane + 1] = static_cast<uint8_t>(lane % 4 == 3 ? 0x80 : (tap + lane / 4) * pixelBytes + lane % 4);
+    }
+    return hn::LoadDup128(d, index);
+}
+
+// Where a row of destination pixels is stored, whole groups first and then the rest.
+template <bool kStreaming>
+class RowWriter {
+public:
+    RowWriter(uint8_t* out, size_t pixels) : m_out(out), m_bytes(pixels * 4) {}
+    size_t Size() const { return m_bytes; }
+    HWY_INLINE void Put(size_t group, ByteVector pixels) const {
+        const Bytes d;
+        const size_t at = group * kVector;
+        if (HWY_LIKELY(at + kVector <= m_bytes)) {
+            if constexpr (kStreaming)
+                hn::Stream(pixels, d, m_out + at);
+            else
+                hn::StoreU(pixels, d, m_out + at);
+        } else {
+            HWY_ALIGN uint8_t rest[kVector];
+            hn::Store(pixels, d, rest);
+            std::memcpy(m_out + at, rest, m_bytes - at);
+        }
+    }
+
+private:
+    uint8_t* m_out;
+    size_t m_bytes;
+};
+
+template <bool kStreaming>
+HWY_INLINE void ExpandRow(const uint8_t* source, const RowWriter<kStreaming>& out, size_t groups) {
+    const Bytes d;
+    const auto opaque = hn::BitCast(d, hn::Set(Dwords(), 0xFF000000u));
+    HWY_ALIGN static constexpr uint8_t kWiden[16] = {0, 1, 2, 0x80, 3, 4, 5, 0x80, 6, 7, 8, 0x80, 9, 10, 11, 0x80};
+    const auto widen = hn::LoadDup128(d, kWiden);
+    for (size_t group = 0; group < groups; ++group, source += kGroup * 3) {
+        const auto pixels = LoadBlocks([&](size_t block) { return source + 12 * block; });
+        out.Put(group, hn::Or(hn::TableLookupBytesOr0(pixels, widen), opaque));
+    }
+}
+
+// Reads nothing behind the row: copies from one raster to another have no room there.
+template <bool kStreaming>
+HWY_INLINE void CopyRow(const uint8_t* source, const RowWriter<kStreaming>& out) {
+    const Bytes d;
+    const auto opaque = hn::BitCast(d, hn::Set(Dwords(), 0xFF000000u));
+    const size_t groups = out.Size() / kVector;
+    for (size_t group = 0; group < groups; ++group)
+        out.Put(group, hn::Or(hn::LoadU(d, source + group * kVector), opaque));
+    if (out.Size() % kVector != 0) {
+        HWY_ALIGN uint8_t rest[kVector] = {};
+        std::memcpy(rest, source + groups * kVector, out.Size() % kVector);
+        out.Put(groups, hn::Or(hn::Load(d, rest), opaque));
+    }
+}
+
+// Weighs `count` rows of bytes. Reads and writes whole vectors.
+template <uint32_t kCount>
+HWY_INLINE void WeighRows(const uint8_t* source, ptrdiff_t step, uint32_t count, const uint16_t* weights, uint8_t* out,
+                          size_t bytes) {
+    const Bytes d;
+    const Words d16;
+    const uint32_t taps = kCount != 0 ? kCount : count;
+    const auto rounding = Rounding(taps);
+    const auto upper = hn::Set(d16, 0xFF00);
+    for (size_t x = 0; x < bytes; x += kVector) {
+        auto even = rounding;
+        auto odd = rounding;
+        const uint8_t* at = source + x;
+        for (uint32_t tap = 0; tap < taps; ++tap, at += step) {
+            const auto row = hn::BitCast(d16, hn::LoadU(d, at));
+            const auto weight = hn::Set(d16, weights[tap]);
+            even = hn::Add(even, hn::MulHigh(hn::ShiftLeft<8>(row), weight));
+            odd = hn::Add(odd, hn::MulHigh(hn::And(row, upper), weight));
+        }
+        hn::StoreU(MergeUpperBytes(even, odd), d, out + x);
+    }
+}
+
+void WeighAnyRows(const uint8_t* source, ptrdiff_t step, uint32_t count, const uint16_t* weights, uint8_t* out,
+                  size_t bytes) {
+    if (count == 2)
+        WeighRows<2>(source, step, count, weights, out, bytes);
+    else if (count == 3)
+        WeighRows<3>(source, step, count, weights, out, bytes);
+    else
+        WeighRows<0>(source, step, count, weights, out, bytes);
+}
+
+// Two pixels a block out of their windows; `index` is that of the first tap.
+template <uint32_t kTaps>
+HWY_INLINE WordVector WeighPair(WordVector rounding, ByteVector window, ByteVector index, ByteVector pixelStep,
+                                const WordVector* weights) {
+    const Words d16;
+    auto sum = rounding;
+    for (uint32_t tap = 0; tap < kTaps; ++tap) {
+        sum = hn::Add(sum, hn::MulHigh(hn::BitCast(d16, hn::TableLookupBytesOr0(window, index)), weights[tap]));
+        index = hn::Add(index, pixelStep);
+    }
+    return sum;
+}
+
+template <uint32_t kTaps, bool kStreaming>
+HWY_INLINE void PairRows(const HorizontalTables& tables, size_t pixelBytes, const uint8_t* row0, const uint8_t* row1,
+                         const RowWriter<kStreaming>& out0, const RowWriter<kStreaming>& out1) {
+    const Bytes d;
+    const Words d16;
+    const auto rounding = PixelRounding(kTaps);
+    const auto pixelStep = hn::Set(d, static_cast<uint8_t>(pixelBytes));
+    const uint32_t* offsets = tables.offsets;
+    const uint8_t* vectors = tables.vectors;
+    for (size_t group = 0; group < tables.groups; ++group) {
+        WordVector sums[2][2];
+        for (size_t half = 0; half < 2; ++half) {
+            const auto index = hn::Load(d, vectors);
+            WordVector weights[kTaps];
+            weights[0] = hn::Load(d16, reinterpret_cast<const uint16_t*>(vectors + kVector));
+            if constexpr (kTaps == 2) {
+                weights[1] = hn::Sub(hn::Zero(d16), weights[0]);
+                vectors += 2 * kVector;
+            } else {
+                for (uint32_t tap = 1; tap < kTaps; ++tap)
+                    weights[tap] = hn::Load(d16, reinterpret_cast<const uint16_t*>(vectors + (1 + tap) * kVector));
+                vectors += (1 + kTaps) * kVector;
+            }
+            const auto window0 = LoadBlocks([&](size_t block) { return row0 + offsets[block]; });
+            const auto window1 = LoadBlocks([&](size_t block) { return row1 + offsets[block]; });
+            sums[0][half] = WeighPair<kTaps>(rounding, window0, index, pixelStep, weights);
+            sums[1][half] = WeighPair<kTaps>(rounding, window1, index, pixelStep, weights);
+            offsets += kBlocks;
+        }
+        out0.Put(group, PackPixels(sums[0][0], sums[0][1]));
+        out1.Put(group, PackPixels(sums[1][0], sums[1][1]));
+    }
+}
+
+// Sums of the lower and the upper half of each block, of `first` and then of `second`.
+HWY_INLINE WordVector AddHalves(WordVector first, WordVector second) {
+    const hn::Repartition<uint64_t, Bytes> d64;
+    const auto a = hn::BitCast(d64, first);
+    const auto b = hn::BitCast(d64, second);
+    return hn::Add(hn::BitCast(Words(), hn::InterleaveLower(d64, a, b)),
+                   hn::BitCast(Words(), hn::InterleaveUpper(d64, a, b)));
+}
+
+template <bool kStreaming>
+HWY_INLINE void SingleRows(const HorizontalTables& tables, size_t pixelBytes, const uint8_t* row0, const uint8_t* row1,
+                           const RowWriter<kStreaming>& out0, const RowWriter<kStreaming>& out1) {
+    const Words d16;
+    const auto rounding = PixelRounding(tables.taps);
+    const auto index01 = TapIndex(0, pixelBytes);
+    const auto index23 = TapIndex(2, pixelBytes);
+    const uint32_t* offsets = tables.offsets;
+    const auto* weights = reinterpret_cast<const uint16_t*>(tables.vectors);
+    const auto weigh = [&](ByteVector window, WordVector weight01, WordVector weight23) HWY_ATTR {
+        return hn::Add(hn::MulHigh(hn::BitCast(d16, hn::TableLookupBytesOr0(window, index01)), weight01),
+                       hn::MulHigh(hn::BitCast(d16, hn::TableLookupBytesOr0(window, index23)), weight23));
+    };
+    for (size_t group = 0; group < tables.groups; ++group) {
+        WordVector sums[2][4];
+        for (size_t pixel = 0; pixel < 4; ++pixel) {
+            sums[0][pixel] = sums[1][pixel] = hn::Zero(d16);
+            size_t at = 0;
+            for (uint32_t chunk = 0; chunk < tables.chunks; ++chunk, at += 4 * pixelBytes) {
+                const auto weight01 = hn::Load(d16, weights);
+                const auto weight23 = hn::Load(d16, weights + kVector / 2);
+                const auto window0 = LoadBlocks([&](size_t block) { return row0 + offsets[block] + at; });
+                const auto window1 = LoadBlocks([&](size_t block) { return row1 + offsets[block] + at; });
+                sums[0][pixel] = hn::Add(sums[0][pixel], weigh(window0, weight01, weight23));
+                sums[1][pixel] = hn::Add(sums[1][pixel], weigh(window1, weight01, weight23));
+                weights += kVector;
+            }
+            offsets += kBlocks;
+        }
+        const auto finish = [&](const WordVector* sum) HWY_ATTR {
+            return PackPixels(hn::Add(AddHalves(sum[0], sum[1]), rounding),
+                              hn::Add(AddHalves(sum[2], sum[3]), rounding));
+        };
+        out0.Put(group, finish(sums[0]));
+        out1.Put(group, finish(sums[1]));
+    }
+}
+
+// Two rows at a time share the tables' loads; of an odd number the last is worked twice.
+template <bool kStreaming>
+void HorizontalRows(const StretchPlan& plan, const uint8_t* row0, const uint8_t* row1, uint8_t* out0, uint8_t* out1,
+                    size_t pixels) {
+    const HorizontalTables& tables = plan.Horizontal();
+    const RowWriter<kStreaming> writer0(out0, pixels);
+    const RowWriter<kStreaming> writer1(out1, pixels);
+    switch (tables.pass) {
+    case HorizontalPass::Copy:
+        if (plan.PixelBytes() == 3) {
+            ExpandRow(row0, writer0, tables.groups);
+            if (out1 != out0)
+                ExpandRow(row1, writer1, tables.groups);
+        } else {
+            CopyRow(row0, writer0);
+            if (out1 != out0)
+                CopyRow(row1, writer1);
+        }
+        break;
+    case HorizontalPass::Pairs:
+        if (tables.taps == 2)
+            PairRows<2>(tables, plan.PixelBytes(), row0, row1, writer0, writer1);
+        else
+            PairRows<3>(tables, plan.PixelBytes(), row0, row1, writer0, writer1);
+        break;
+    case HorizontalPass::Singles:
+        SingleRows(tables, plan.PixelBytes(), row0, row1, writer0, writer1);
+        break;
+    }
+}
+
+bool StretchTarget(const StretchSource& source, const StretchDestination& destination) {
+    StretchPlan plan;
+    if (!plan.Make(source, destination, kBlocks))
+        return false;
+    // Pictures beyond this size go past the cache.
+    constexpr uint64_t kStreamingBytes = uint64_t{2} << 20;
+    const uintptr_t alignment =
+        reinterpret_cast<uintptr_t>(destination.data) | static_cast<uintptr_t>(destination.step);
+    const bool streaming =
+        alignment % kVector == 0 && uint64_t{destination.clipWidth} * destination.clipHeight * 4 >= kStreamingBytes;
+    const auto rowAt = [&](uint32_t row, size_t scratch) -> const uint8_t* {
+        uint16_t weights[StretchAxis::kMaxTaps];
+        const StretchAxis::Span span = plan.Vertical().At(destination.clipY + row, weights);
+        if (span.count == 1)
+            return plan.Row(span.first);
+        uint8_t* const out = plan.Scratch(scratch);
+        WeighAnyRows(plan.Row(span.first), plan.SourceStep(), span.count, weights, out, plan.RowBytes());
+        return out;
+    };
+    for (uint32_t row = 0; row < destination.clipHeight; row += 2) {
+        const bool second = row + 1 < destination.clipHeight;
+        const uint8_t* const row0 = rowAt(row, 0);
+        const uint8_t* const row1 = second ? rowAt(row + 1, 1) : row0;
+        uint8_t* const out0 = destination.data + static_cast<ptrdiff_t>(row) * destination.step;
+        uint8_t* const out1 = second ? out0 + destination.step : out0;
+        if (streaming)
+            HorizontalRows<true>(plan, row0, row1, out0, out1, destination.clipWidth);
+        else
+            HorizontalRows<false>(plan, row0, row1, out0, out1, destination.clipWidth);
+    }
+    if (streaming)
+        hwy::FlushStream();
+    return true;
+}
+#endif
+
+}    // namespace HWY_NAMESPACE
+}    // namespace corvane::kernels
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace corvane::kernels {
+
+HWY_EXPORT(StretchTarget);
+
+bool Stretch(const StretchSource& source, const StretchDestination& destination) {
+    if (source.data == nullptr || destination.data == nullptr || source.width == 0 || source.height == 0 ||
+        destination.clipWidth == 0 || destination.clipHeight == 0)
+        return true;
+    // Of what is so much smaller nobody sees anything: speed does not matter.
+    if (StretchAxis(source.width, destination.width).Taps() > StretchAxis::kMaxTaps ||
+        StretchAxis(source.height, destination.height).Taps() > StretchAxis::kMaxTaps) {
+        ref::Stretch(source, destination);
+        return true;
+    }
+    return HWY_DYNAMIC_DISPATCH(StretchTarget)(source, destination);
+}
+
+}    // namespace corvane::kernels
+#endif

@@ -1,0 +1,41 @@
+#include "platform/raster/DrawContext.h"
+
+#include <cairo.h>
+
+#include <limits>
+
+#include "base/FailurePoint.h"
+
+namespace corvane {
+
+namespace {
+
+bool MustFail() {
+    return failure::MustFail(failure::Site::PlatformCall);
+}
+
+}    // namespace
+
+DrawContext::DrawContext(const RasterView& raster, uint32_t width, uint32_t height) {
+    if (!raster || raster.step > std::numeric_limits<int>::max())
+        return;
+    // What cairo cannot make it makes as an object in error, which the calls that follow take and pass on.
+    m_surface = cairo_image_surface_create_for_data(raster.data, CAIRO_FORMAT_RGB24, static_cast<int>(raster.width),
+                                                    static_cast<int>(raster.height), static_cast<int>(raster.step));
+    m_context = cairo_create(m_surface);
+    cairo_rectangle(m_context, 0, 0, width, height);
+    cairo_clip(m_context);
+    if (MustFail() || cairo_status(m_context) != CAIRO_STATUS_SUCCESS) {
+        cairo_destroy(m_context);
+        m_context = nullptr;
+    }
+}
+
+DrawContext::~DrawContext() {
+    // Finishing flushes, and takes the pixels away from whatever references are left.
+    cairo_surface_finish(m_surface);
+    cairo_surface_destroy(m_surface);
+    cairo_destroy(m_context);
+}
+
+}    // namespace corvane

@@ -1,0 +1,92 @@
+#include <cairo.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+#include <vector>
+
+#include "picture/BitmapPool.h"
+#include "picture/BmpFile.h"
+
+namespace corvane {
+namespace {
+
+Raster Picture(uint32_t width, uint32_t height, uint32_t color) {
+    Raster raster;
+    EXPECT_TRUE(raster.Resize(width, height));
+    Fill(raster.View(), raster.View().Bounds(), color);
+    return raster;
+}
+
+TEST(BitmapPool, SharesEqualPictures) {
+    ASSERT_EQ(BitmapPool::Count(), 0u);
+    BitmapPtr first = BitmapPool::Add(Picture(4, 3, 0x112233));
+    Raster otherX = Picture(4, 3, 0x112233);
+    otherX.View().data[3] = 0;
+    EXPECT_EQ(BitmapPool::Add(std::move(otherX)), first);
+    Raster lastPixel = Picture(4, 3, 0x112233);
+    lastPixel.View().data[2 * lastPixel.View().step + 13] ^= 1;
+    const BitmapPtr second = BitmapPool::Add(std::move(lastPixel));
+    const BitmapPtr turned = BitmapPool::Add(Picture(3, 4, 0x112233));
+    EXPECT_NE(second, first);
+    EXPECT_NE(turned, first);
+    EXPECT_EQ(BitmapPool::Count(), 3u);
+    first.reset();
+    EXPECT_EQ(BitmapPool::Count(), 2u);
+    const BitmapPtr again = BitmapPool::Add(Picture(4, 3, 0x112233));
+    EXPECT_EQ(BitmapPool::Count(), 3u);
+    EXPECT_EQ(again->View().data[0], 0x33);
+}
+
+TEST(BitmapPool, TwoThreadsAddAndRelease) {
+    const auto work = [] {
+        for (uint32_t i = 0; i < 2000; ++i) {
+            const BitmapPtr one = BitmapPool::Add(Picture(2, 2, i % 3));
+            const BitmapPtr other = BitmapPool::Add(Picture(2, 2, i % 3));
+            if (one != other || one->View().data[0] != i % 3)
+                ADD_FAILURE() << i;
+        }
+    };
+    std::thread second(work);
+    work();
+    second.join();
+    EXPECT_EQ(BitmapPool::Count(), 0u);
+}
+
+TEST(BitmapPool, FilesAndSurfacesOfEqualPixelsAreOne) {
+    const std::filesystem::path folder = testing::TempDir() + "corvane_pool_" + std::to_string(getpid());
+    std::filesystem::create_directories(folder);
+    const std::string bmp = folder / "a.picture", png = folder / "b.picture", text = folder / "c.bmp";
+    const Raster picture = Picture(6, 5, 0x405060);
+    std::vector<uint8_t> bytes(BmpBytes(6, 5));
+    WriteBmp(picture.View(), bytes.data());
+    std::ofstream(bmp, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(text) << "BM, but no picture";
+    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 6, 5);
+    for (int y = 0; y < 5; ++y)
+        std::memcpy(cairo_image_surface_get_data(surface) + y * cairo_image_surface_get_stride(surface),
+                    picture.View().data + y * picture.View().step, 24);
+    cairo_surface_mark_dirty(surface);
+    ASSERT_EQ(cairo_surface_write_to_png(surface, png.c_str()), CAIRO_STATUS_SUCCESS);
+
+    BitmapPtr fromBmp, fromPng, fromSurface, none;
+    EXPECT_EQ(BitmapPool::Load(bmp.c_str(), fromBmp), Status::Ok);
+    EXPECT_EQ(BitmapPool::Load(png.c_str(), fromPng), Status::Ok);
+    EXPECT_EQ(BitmapPool::Copy(surface, fromSurface), Status::Ok);
+    cairo_surface_destroy(surface);
+    EXPECT_EQ(fromBmp, fromPng);
+    EXPECT_EQ(fromBmp, fromSurface);
+    EXPECT_EQ(BitmapPool::Count(), 1u);
+    for (const std::string& path : {text, folder.string(), bmp + "x"})
+        EXPECT_EQ(BitmapPool::Load(path.c_str(), none), Status::Failed) << path;
+    EXPECT_EQ(BitmapPool::Copy(nullptr, none), Status::Failed);
+    EXPECT_EQ(none, nullptr);
+    std::filesystem::remove_all(folder);
+}
+
+}    // namespace
+}    // namespace corvane

@@ -1,0 +1,245 @@
+#include "platform/raster/Raster.h"
+
+#include <cairo.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+#include "base/FailurePoint.h"
+#include "base/Limits.h"
+#include "platform/raster/DrawContext.h"
+#include "platform/raster/Surface.h"
+
+namespace corvane {
+namespace {
+
+uint32_t& Pixel(const RasterView& raster, int64_t x, int64_t y) {
+    return reinterpret_cast<uint32_t*>(raster.data + static_cast<ptrdiff_t>(y) * raster.step)[x];
+}
+
+// The pixels from (x, y) on, as B, G, R, X words.
+Raster Numbered(uint32_t width, uint32_t height) {
+    Raster raster;
+    EXPECT_TRUE(raster.Resize(width, height));
+    for (uint32_t y = 0; y < height; ++y)
+        for (uint32_t x = 0; x < width; ++x)
+            Pixel(raster.View(), x, y) = 0x010000 * y + 0x000100 * x + 7;
+    return raster;
+}
+
+TEST(Raster, Sizes) {
+    Raster raster;
+    const struct {
+        uint32_t width, height;
+        bool fits;
+    } rows[] = {{1, 1, true},
+                {limits::kMaxPictureSide, 2, true},
+                {0, 5, false},
+                {5, 0, false},
+                {limits::kMaxPictureSide + 1, 1, false},
+                {1, UINT32_MAX, false},
+                {limits::kMaxPictureSide, limits::kMaxPictureSide, false}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(raster.Resize(row.width, row.height), row.fits) << row.width << " x " << row.height;
+        EXPECT_EQ(static_cast<bool>(raster), row.fits);
+        EXPECT_EQ(raster.View().width, row.fits ? row.width : 0);
+    }
+    ASSERT_TRUE(raster.Resize(3, 3));
+    Raster moved = std::move(raster);
+    EXPECT_FALSE(raster);
+    EXPECT_TRUE(moved);
+}
+
+constexpr int64_t kFar = INT64_MAX;
+
+// What of `where` lies on a raster of 9 x 7 is drawn with what belongs there, and nothing else is touched.
+TEST(Raster, FillBlitAndStretchClip) {
+    const Rect rows[] = {{0, 0, 9, 7}, {2, 1, 5, 3},         {-3, -2, 4, 4},    {6, 5, 20, 20}, {-5, -5, 30, 30},
+                         {4, 4, 4, 6}, {5, 3, 2, 1},         {9, 0, 12, 7},     {-9, 0, 0, 7},  {0, 7, 9, 9},
+                         {8, 6, 9, 7}, {-kFar, -kFar, 3, 2}, {3, 3, kFar, kFar}};
+    const Raster source = Numbered(40, 40);
+    for (const Rect& where : rows) {
+        const std::string name = std::to_string(where.left) + ", " + std::to_string(where.top);
+        const bool near = where.Intersected({-100, -100, 100, 100}) == where;
+        Raster filled = Numbered(9, 7), copied = Numbered(9, 7), scaled = Numbered(9, 7);
+        Fill(filled.View(), where, 0x123456);
+        if (near) {
+            Blit(copied.View(), where.left, where.top, source.View(), {2, 3, 2 + where.Width(), 3 + where.Height()});
+            // To the same size: a scaling whose pixels are known.
+            EXPECT_TRUE(
+                Stretch(scaled.View(), where, AsPicture(source.View()), {2, 3, 2 + where.Width(), 3 + where.Height()}));
+        }
+        for (int64_t y = 0; y < 7; ++y) {
+            for (int64_t x = 0; x < 9; ++x) {
+                const bool inside = x >= where.left && x < where.right && y >= where.top && y < where.bottom;
+                const uint32_t before = static_cast<uint32_t>(0x010000 * y + 0x000100 * x + 7);
+                EXPECT_EQ(Pixel(filled.View(), x, y), inside ? 0xFF123456u : before)
+                    << name << " at " << x << ", " << y;
+                const int64_t fromX = x - where.left + 2, fromY = y - where.top + 3;
+                const bool exists = inside && near && fromX < 40 && fromY < 40;
+                const uint32_t wanted =
+                    exists ? 0xFF000007u + static_cast<uint32_t>(0x010000 * fromY + 0x000100 * fromX) : before;
+                EXPECT_EQ(Pixel(copied.View(), x, y), wanted) << name << " at " << x << ", " << y;
+                EXPECT_EQ(Pixel(scaled.View(), x, y), wanted) << name << " at " << x << ", " << y;
+            }
+        }
+    }
+}
+
+// A picture of two colours, far larger than the raster that shows its seam.
+TEST(Raster, StretchOfAnEnormousDestination) {
+    std::vector<uint8_t> pixels(6 + 64);
+    const uint8_t colors[] = {10, 20, 30, 200, 210, 220};
+    std::memcpy(pixels.data(), colors, sizeof colors);
+    const PackedPicture two{pixels.data() + 3, -3, 1, 2, 3};
+    Raster raster = Numbered(8, 8);
+    EXPECT_TRUE(Stretch(raster.View(), {-2000000000, -2000000000, 2000000000, 2000000000}, two, {0, 0, 1, 2}));
+    EXPECT_EQ(Pixel(raster.View(), 3, 0), 0xFF7D7369u);    // the middle of both
+    EXPECT_TRUE(Stretch(raster.View(), {0, 0, 8, 3000000000}, two, {-5, -5, 1, 2}));
+    EXPECT_EQ(Pixel(raster.View(), 3, 0), 0xFFDCD2C8u);
+    const Raster before = Numbered(8, 8);
+    Raster untouched = Numbered(8, 8);
+    EXPECT_TRUE(Stretch(untouched.View(), {0, 0, 8, 8}, two, {3, 3, 5, 5}));
+    EXPECT_TRUE(Stretch(untouched.View(), {0, 0, 8, 8}, PackedPicture(), {0, 0, 5, 5}));
+    EXPECT_TRUE(Stretch(untouched.View(), {-kFar, 0, kFar, 8}, two, {0, 0, 1, 2}));
+    EXPECT_EQ(std::memcmp(untouched.View().data, before.View().data, 8 * 64), 0);
+}
+
+void DrawOnKept(cairo_surface_t* surface) {
+    cairo_t* const context = cairo_create(surface);
+    cairo_paint(context);
+    EXPECT_EQ(cairo_status(context), CAIRO_STATUS_SURFACE_FINISHED);
+    cairo_destroy(context);
+    cairo_surface_destroy(surface);
+}
+
+TEST(DrawContext, ClipsFlushesAndLetsGo) {
+    Raster raster;
+    ASSERT_TRUE(raster.Resize(10, 6));
+    cairo_t* kept = nullptr;
+    cairo_surface_t* keptSurface = nullptr;
+    {
+        const DrawContext context(raster.View(), 7, 4);
+        ASSERT_NE(context.Get(), nullptr);
+        cairo_set_source_rgb(context.Get(), 1, 0.5, 0);
+        cairo_paint(context.Get());
+        kept = cairo_reference(context.Get());
+        keptSurface = cairo_surface_reference(cairo_get_target(kept));
+    }
+    for (int y = 0; y < 6; ++y)
+        for (int x = 0; x < 10; ++x)
+            EXPECT_EQ(Pixel(raster.View(), x, y) & 0xFFFFFF, x < 7 && y < 4 ? 0xFF8000u : 0u) << x << ", " << y;
+    raster.Free();
+    cairo_paint(kept);
+    EXPECT_EQ(cairo_status(kept), CAIRO_STATUS_SURFACE_FINISHED);
+    cairo_destroy(kept);
+    DrawOnKept(keptSurface);
+
+    // A client that brings its context into an error and keeps the surface.
+    ASSERT_TRUE(raster.Resize(4, 4));
+    {
+        const DrawContext context(raster.View(), 4, 4);
+        keptSurface = cairo_surface_reference(cairo_get_target(context.Get()));
+        cairo_restore(context.Get());
+    }
+    raster.Free();
+    DrawOnKept(keptSurface);
+    EXPECT_EQ(DrawContext(raster.View(), 4, 4).Get(), nullptr);
+}
+
+struct Surface {
+    explicit Surface(cairo_surface_t* made) : surface(made) {}
+    ~Surface() { cairo_surface_destroy(surface); }
+    cairo_surface_t* surface;
+};
+
+TEST(CopySurface, EachFormat) {
+    const struct {
+        cairo_format_t format;
+        std::vector<uint32_t> words;    // a row of 2 pixels
+        uint32_t first, second;
+    } rows[] = {{CAIRO_FORMAT_RGB24, {0xFF102030, 0x00FFFEFD}, 0x102030, 0xFFFEFD},
+                {CAIRO_FORMAT_ARGB32, {0x80402010, 0x00000000}, 0x402010, 0},
+                {CAIRO_FORMAT_RGB16_565, {0x8410u | 0xF81Fu << 16}, 0x848284, 0xFF00FF},
+                {CAIRO_FORMAT_RGB30, {0x3FFu << 20 | 0x200u << 10 | 1, 2}, 0xFF8000, 0},
+                {CAIRO_FORMAT_A8, {0x0000FF21}, 0x212121, 0xFFFFFF},
+                {CAIRO_FORMAT_A1, {0x00000002}, 0, 0xFFFFFF}};
+    for (const auto& row : rows) {
+        const Surface made(cairo_image_surface_create(row.format, 2, 3));
+        uint8_t* const data = cairo_image_surface_get_data(made.surface);
+        const int step = cairo_image_surface_get_stride(made.surface);
+        std::memcpy(data + step, row.words.data(), row.words.size() * 4);
+        cairo_surface_mark_dirty(made.surface);
+        Raster out;
+        ASSERT_EQ(CopySurface(made.surface, out), Status::Ok) << row.format;
+        ASSERT_EQ(out.View().Bounds(), (Rect{0, 0, 2, 3}));
+        EXPECT_EQ(Pixel(out.View(), 0, 1), row.first) << row.format;
+        EXPECT_EQ(Pixel(out.View(), 1, 1), row.second) << row.format;
+        EXPECT_EQ(Pixel(out.View(), 1, 2), 0u) << row.format;
+    }
+}
+
+TEST(CopySurface, WhatIsNoPicture) {
+    Raster out = Numbered(2, 2);
+    EXPECT_EQ(CopySurface(nullptr, out), Status::Failed);
+    const Surface recording(cairo_recording_surface_create(CAIRO_CONTENT_COLOR, nullptr));
+    EXPECT_EQ(CopySurface(recording.surface, out), Status::Failed);
+    const Surface none(cairo_image_surface_create(CAIRO_FORMAT_RGB24, 0, 4));
+    EXPECT_EQ(CopySurface(none.surface, out), Status::Failed);
+    const Surface wide(cairo_image_surface_create(CAIRO_FORMAT_A1, 20000, 1));
+    EXPECT_EQ(CopySurface(wide.surface, out), Status::Failed);
+    const Surface error(cairo_image_surface_create(CAIRO_FORMAT_RGB24, -1, 4));
+    EXPECT_EQ(CopySurface(error.surface, out), Status::Failed);
+    const Surface finished(cairo_image_surface_create(CAIRO_FORMAT_RGB24, 4, 4));
+    cairo_surface_finish(finished.surface);
+    EXPECT_EQ(CopySurface(finished.surface, out), Status::Failed);
+    EXPECT_EQ(Pixel(out.View(), 1, 1), 0x010107u);    // what was there stays
+}
+
+TEST(Png, GoodMissingDamagedAndFailing) {
+    const std::filesystem::path folder = testing::TempDir() + "corvane_png_" + std::to_string(getpid());
+    std::filesystem::create_directories(folder);
+    const std::string good = folder / "good.png", cut = folder / "cut.png", pipe = folder / "pipe";
+    const Surface made(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 5, 4));
+    cairo_t* context = cairo_create(made.surface);
+    cairo_set_source_rgba(context, 0, 0, 1, 0.5);
+    cairo_paint(context);
+    cairo_destroy(context);
+    ASSERT_EQ(cairo_surface_write_to_png(made.surface, good.c_str()), CAIRO_STATUS_SUCCESS);
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    std::ifstream stream(good, std::ios::binary);
+    std::vector<char> bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    std::ofstream(cut, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size() / 2));
+
+    Raster out;
+    ASSERT_EQ(LoadPng(good.c_str(), out), Status::Ok);
+    EXPECT_EQ(out.View().Bounds(), (Rect{0, 0, 5, 4}));
+    EXPECT_EQ(Pixel(out.View(), 4, 3), 0x80u);    // half of blue over black
+    for (const std::string& path : {cut, pipe, folder.string(), good + "x", std::string("/dev/zero"), std::string()})
+        EXPECT_EQ(LoadPng(path.c_str(), out), Status::Failed) << path;
+    EXPECT_EQ(LoadPng(nullptr, out), Status::Failed);
+    bytes[16] = 0x7F;    // 2 thousand million columns
+    EXPECT_EQ(ReadPng({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()}, out), Status::Failed);
+
+    for (uint64_t n = 1;; ++n) {    // each fallible call in turn
+        failure::Arm(static_cast<uint32_t>(failure::Site::PlatformCall), n, false);
+        const Status status = LoadPng(good.c_str(), out);
+        const bool drawn = DrawContext(out.View(), 2, 2).Get() != nullptr;
+        const uint64_t hits = failure::Hits();
+        failure::Disarm();
+        EXPECT_EQ(Ok(status) && drawn, hits < n) << n;
+        if (hits < n)
+            break;
+        ASSERT_LT(n, 50u);
+    }
+    std::filesystem::remove_all(folder);
+}
+
+}    // namespace
+}    // namespace corvane

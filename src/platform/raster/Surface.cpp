@@ -17,18 +17,19 @@ bool MustFail() {
     return failure::MustFail(failure::Site::PlatformCall);
 }
 
-Status StatusOf(cairo_surface_t* surface) {
-    const cairo_status_t status = MustFail() ? CAIRO_STATUS_NO_MEMORY : cairo_surface_status(surface);
+Status StatusOf(cairo_status_t status) {
+    if (MustFail())
+        status = CAIRO_STATUS_NO_MEMORY;
     if (status == CAIRO_STATUS_SUCCESS)
         return Status::Ok;
     return status == CAIRO_STATUS_NO_MEMORY ? Status::OutOfMemory : Status::Failed;
 }
 
-// A finished surface still tells where its pixels were, and nothing but a failing call tells that it is finished.
+// A finished surface still tells where its pixels were; only a context on it learns that it is finished.
 Status CheckAlive(cairo_surface_t* surface) {
-    cairo_surface_t* const probe = cairo_surface_create_similar_image(surface, CAIRO_FORMAT_A8, 1, 1);
-    const Status status = StatusOf(probe);
-    cairo_surface_destroy(probe);
+    cairo_t* const probe = cairo_create(surface);
+    const Status status = StatusOf(cairo_status(probe));
+    cairo_destroy(probe);
     return status;
 }
 
@@ -133,7 +134,7 @@ Status ReadPng(std::span<const uint8_t> file, Raster& out) {
     if (!PngFits(file))
         return Status::Failed;
     cairo_surface_t* const surface = cairo_image_surface_create_from_png_stream(&ReadSpan, &file);
-    Status status = StatusOf(surface);
+    Status status = StatusOf(cairo_surface_status(surface));
     if (Ok(status))
         status = CopySurface(surface, out);
     cairo_surface_destroy(surface);

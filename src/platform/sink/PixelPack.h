@@ -1,0 +1,17 @@
+// Rows of 32 bit pixels (B, G, R, X) to and from the layouts of visuals. Private to sink/. Any thread.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/window/ServerInfo.h"
+
+namespace corvane {
+
+// `to` has room for `count` pixels of the layout. Values are cut to 5 and 6 bits, and widened to 10 by repeating their
+// upper bits.
+void PackRow(PixelLayout layout, const uint8_t* from, uint8_t* to, uint32_t count);
+
+// The way back; X becomes 0. Values are widened to 8 bits likewise, 10 are cut.
+void UnpackRow(PixelLayout layout, const uint8_t* from, uint8_t* to, uint32_t count);
+
+}    // namespace corvane

@@ -1,0 +1,54 @@
+// Memory that is to be shared with the server. Private to window/ and sink/.
+#pragma once
+
+#include <xcb/xcb.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+#include "platform/window/ServerInfo.h"
+
+namespace corvane {
+
+// Our mapping of a piece of memory; the server's lives on as long as it is attached there. One thread at a time.
+class SharedMemory {
+public:
+    SharedMemory() = default;
+    ~SharedMemory() { Free(); }
+    SharedMemory(SharedMemory&& other) noexcept { Swap(other); }
+    SharedMemory& operator=(SharedMemory&& other) noexcept {
+        Swap(other);
+        return *this;
+    }
+
+    // `size` zeroed bytes and some more that may be read and written behind them. False when there is none, or for a
+    // transport that shares nothing.
+    [[nodiscard]] bool Make(Transport transport, size_t size);
+    void Free() noexcept;
+    uint8_t* Data() const { return m_data; }
+
+    // Asks the server, once, to attach the memory for reading as `segment`; sends what was buffered. An error of it
+    // comes to the event loop, or, Checked, to xcb_request_check. From then on the system gives the memory back by
+    // itself, even if this process dies.
+    unsigned Attach(xcb_connection_t* xcb, uint32_t segment);
+    xcb_void_cookie_t AttachChecked(xcb_connection_t* xcb, uint32_t segment);
+
+private:
+    bool MakeDescriptor(size_t size);
+    bool MakeSegment(size_t size);
+    void Swap(SharedMemory& other) noexcept {
+        std::swap(m_transport, other.m_transport);
+        std::swap(m_data, other.m_data);
+        std::swap(m_mapped, other.m_mapped);
+        std::swap(m_id, other.m_id);
+    }
+    xcb_void_cookie_t Send(xcb_connection_t* xcb, uint32_t segment, bool checked);
+
+    Transport m_transport = Transport::Bands;
+    uint8_t* m_data = nullptr;
+    size_t m_mapped = 0;    // bytes
+    int m_id = -1;          // a descriptor until it is sent, or the id of a segment
+};
+
+}    // namespace corvane

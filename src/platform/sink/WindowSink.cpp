@@ -1,0 +1,251 @@
+#include "platform/sink/WindowSink.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "base/Limits.h"
+#include "base/Log.h"
+#include "platform/sink/PixelPack.h"
+#include "platform/sink/SinkState.h"
+
+namespace corvane {
+
+namespace {
+
+// Bytes of pixels in one request where images are sent: enough to be worth a request, and no server is kept from others
+// for long.
+constexpr size_t kBandBytes = size_t{256} << 10;
+constexpr size_t kPutImageHeader = 28;    // with the long form of the length
+
+class ServerSink final : public WindowSink {
+public:
+    ServerSink(WindowWatchPtr watch, const void* owner)
+        : m_watch(std::move(watch)),
+          m_owner(owner),
+          m_watchState(StateOf(m_watch)),
+          m_connection(ConnectionOf(m_watch)) {
+        if (m_watchState == nullptr || m_connection == nullptr)
+            return;
+        m_state = std::make_shared<SinkState>(m_watchState);
+        m_connection->Join(m_state);
+    }
+
+    // What the server keeps is given back by the event thread; a put that it still reads has its own hold on the
+    // memory.
+    ~ServerSink() override {
+        if (m_state == nullptr)
+            return;
+        m_state->Leave();
+        m_connection->Poke();
+    }
+
+    State Prepare() override;
+    bool Fresh() const override { return m_fresh; }
+    WindowWatch::Size Size() const override { return m_size; }
+    void Put(std::span<const Rect> parts) override;
+    bool Copy(Raster& out) override;
+
+protected:
+    void Lock() override NO_THREAD_SAFETY_ANALYSIS { m_imageLock.lock(); }
+    void Unlock() override NO_THREAD_SAFETY_ANALYSIS { m_imageLock.unlock(); }
+    const RasterView& Image() const override { return m_image; }
+
+private:
+    State Absent();
+    void DropImage();
+    bool MakeImage();
+    bool MakeShared();
+    void PutBands(std::span<const Rect> parts);
+    size_t BandRows(size_t rowBytes) const;
+
+    bool DrawsPrivately() const { return m_transport == Transport::Bands || m_facts.layout != PixelLayout::Bgrx32; }
+    // Of the shared memory. The server wants rows of whole 32 bit units, the kernels like them on 64 bytes.
+    uint32_t RowPixels() const { return (m_facts.size.width + 31) & ~31u; }
+
+    // Constant after construction.
+    const WindowWatchPtr m_watch;
+    const void* const m_owner;
+    const std::shared_ptr<WatchState> m_watchState;    // null: nothing to draw on, ever
+    const std::shared_ptr<Connection> m_connection;    // lives as long as the watch
+    std::shared_ptr<SinkState> m_state;                // null where one of these is
+
+    // Only on the render thread.
+    WindowFacts m_facts;    // as of the last Prepare
+    Transport m_transport = Transport::Descriptor;
+    bool m_transportKnown = false;
+    SharedMemory m_shared;
+    WindowWatch::Size m_size;
+    WindowWatch::Size m_imageSize;
+    bool m_ready = false;
+    bool m_fresh = false;
+    bool m_complained = false;
+    std::vector<Rect> m_parts;
+    std::vector<uint8_t> m_band;
+
+    Mutex m_imageLock;    // the image's pixels and its being replaced; taken through the base, hence no annotations
+    Raster m_private;
+    RasterView m_image;    // of m_shared or m_private
+};
+
+WindowSink::State ServerSink::Absent() {
+    DropImage();
+    return State::Absent;
+}
+
+void ServerSink::DropImage() {
+    if (m_imageSize == WindowWatch::Size())
+        return;
+    m_state->Detach(m_connection->Xcb());
+    m_imageLock.lock();
+    m_image = {};
+    m_shared.Free();
+    m_private.Free();
+    m_imageLock.unlock();
+    m_imageSize = {};
+    m_fresh = false;
+}
+
+WindowSink::State ServerSink::Prepare() {
+    m_ready = false;
+    m_size = {};
+    if (m_state == nullptr)
+        return State::Absent;
+    m_facts = m_watchState->Facts();
+    if (m_facts.life != WindowWatch::Life::Alive)
+        return Absent();
+    if (m_facts.layout == PixelLayout::Unsupported) {
+        if (!std::exchange(m_complained, true))
+            log::Line(3, __FILE__, __LINE__, "[%p] window visual not supported", m_owner);
+        return Absent();
+    }
+    if (!m_facts.viewable) {
+        m_size = m_facts.size;
+        return State::Hidden;
+    }
+    if (m_state->RefusedAsBusy())
+        return State::Busy;
+    if (!std::exchange(m_transportKnown, true))
+        m_transport = m_connection->Server().transport;
+    if (m_state->TakeRefusal()) {
+        m_transport = m_transport == Transport::Descriptor ? Transport::Segment : Transport::Bands;
+        DropImage();
+    }
+    if (m_imageSize != m_facts.size && !MakeImage())
+        return Absent();
+    m_size = m_facts.size;
+    m_ready = true;
+    return State::Ready;
+}
+
+bool ServerSink::MakeImage() {
+    DropImage();
+    const WindowWatch::Size size = m_facts.size;
+    if (!limits::FitsPicture(size.width, size.height))
+        return false;
+    while (m_transport != Transport::Bands && !MakeShared())
+        m_transport = m_transport == Transport::Descriptor ? Transport::Segment : Transport::Bands;
+    Raster drawn;
+    if (DrawsPrivately() && !drawn.Resize(size.width, size.height)) {
+        m_state->Detach(m_connection->Xcb());
+        m_shared.Free();
+        return false;
+    }
+    m_imageLock.lock();
+    if (drawn) {
+        m_private = std::move(drawn);
+        m_image = m_private.View();
+    } else {
+        m_image = {m_shared.Data(), ptrdiff_t{4} * RowPixels(), size.width, size.height};
+    }
+    m_imageLock.unlock();
+    m_imageSize = size;
+    m_fresh = true;
+    return true;
+}
+
+bool ServerSink::MakeShared() {
+    if (!m_shared.Make(m_transport, size_t{RowPixels()} * BytesPerPixel(m_facts.layout) * m_facts.size.height))
+        return false;
+    m_state->Attach(m_connection->Xcb(), m_shared);
+    m_connection->Poke();
+    return true;
+}
+
+void ServerSink::Put(std::span<const Rect> parts) {
+    if (!std::exchange(m_ready, false))
+        return;
+    m_parts.clear();
+    for (const Rect& part : parts) {
+        const Rect inside = part.Intersected(m_image.Bounds());
+        if (!inside.Empty())
+            m_parts.push_back(inside);
+    }
+    xcb_connection_t* xcb = m_connection->Xcb();
+    if (m_parts.empty() || xcb_connection_has_error(xcb) != 0)
+        return;
+    m_fresh = false;
+    if (m_transport == Transport::Bands) {
+        PutBands(m_parts);
+    } else {
+        const uint32_t bytes = BytesPerPixel(m_facts.layout);
+        for (const Rect& part : m_parts) {
+            for (int64_t y = part.top; DrawsPrivately() && y < part.bottom; ++y)
+                PackRow(m_facts.layout, m_image.data + y * m_image.step + 4 * part.left,
+                        m_shared.Data() + (y * RowPixels() + part.left) * bytes, static_cast<uint32_t>(part.Width()));
+        }
+        m_state->Put(xcb, m_facts, static_cast<uint16_t>(RowPixels()), static_cast<uint16_t>(m_imageSize.height),
+                     m_parts);
+    }
+    xcb_flush(xcb);
+    m_connection->Poke();    // the sending may have read events
+}
+
+size_t ServerSink::BandRows(size_t rowBytes) const {
+    const size_t most = m_connection->Server().maxRequestBytes;
+    const size_t room = std::min(kBandBytes, most > kPutImageHeader ? most - kPutImageHeader : 0);
+    return room / rowBytes;
+}
+
+// Each part goes in bands of whole rows. A row always fits: no server takes less than 256 KiB in a request.
+void ServerSink::PutBands(std::span<const Rect> parts) {
+    xcb_connection_t* xcb = m_connection->Xcb();
+    const xcb_gcontext_t context = m_state->Context(xcb);
+    const uint32_t bytes = BytesPerPixel(m_facts.layout);
+    for (const Rect& part : parts) {
+        const size_t rowBytes = (static_cast<size_t>(part.Width()) * bytes + 3) & ~size_t{3};
+        const auto rows = static_cast<int64_t>(BandRows(rowBytes));
+        if (rows == 0)
+            continue;
+        for (int64_t top = part.top; top < part.bottom; top += rows) {
+            const int64_t bottom = std::min(top + rows, part.bottom);
+            const size_t size = rowBytes * static_cast<size_t>(bottom - top);
+            m_band.resize(std::max(m_band.size(), size));
+            for (int64_t y = top; y < bottom; ++y)
+                PackRow(m_facts.layout, m_image.data + y * m_image.step + 4 * part.left,
+                        m_band.data() + rowBytes * static_cast<size_t>(y - top), static_cast<uint32_t>(part.Width()));
+            xcb_put_image(xcb, XCB_IMAGE_FORMAT_Z_PIXMAP, m_watchState->Window(), context,
+                          static_cast<uint16_t>(part.Width()), static_cast<uint16_t>(bottom - top),
+                          static_cast<int16_t>(part.left), static_cast<int16_t>(top), 0, m_facts.depth,
+                          static_cast<uint32_t>(size), m_band.data());
+        }
+    }
+}
+
+bool ServerSink::Copy(Raster& out) {
+    MutexLock lock(m_imageLock);
+    if (!m_image || !out.Resize(m_image.width, m_image.height))
+        return false;
+    const RasterView& to = out.View();
+    for (uint32_t y = 0; y < m_image.height; ++y)
+        std::memcpy(to.data + y * to.step, m_image.data + y * m_image.step, size_t{4} * m_image.width);
+    return true;
+}
+
+}    // namespace
+
+std::unique_ptr<WindowSink> WindowSink::Make(WindowWatchPtr watch, const void* owner) {
+    return std::make_unique<ServerSink>(std::move(watch), owner);
+}
+
+}    // namespace corvane

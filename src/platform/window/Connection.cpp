@@ -1,0 +1,385 @@
+#include "platform/window/Connection.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <xcb/randr.h>
+#include <xcb/xcbext.h>
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+#include "base/FailurePoint.h"
+
+namespace corvane {
+
+namespace {
+
+std::atomic<uint32_t> openConnections{0};
+
+// Closed connections whose thread still waits in the connecting call. Never destroyed: a thread may outlive main.
+struct Abandoned {
+    Mutex lock;
+    std::shared_ptr<Connection> first GUARDED_BY(lock);
+};
+Abandoned& TheAbandoned() {
+    static auto& list = *new Abandoned;
+    return list;
+}
+
+std::string DisplayName() {
+    const char* name = std::getenv("DISPLAY");
+    return name != nullptr ? name : "";
+}
+
+int MakeWake() {
+    const int wake = failure::MustFail(failure::Site::PlatformCall) ? -1 : eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (wake < 0)
+        throw std::system_error(std::make_error_code(std::errc::too_many_files_open));
+    return wake;
+}
+
+int64_t Gap(int64_t fromA, int64_t toA, int64_t fromB, int64_t toB) {
+    return std::max<int64_t>({0, fromB - toA, fromA - toB});
+}
+
+}    // namespace
+
+uint32_t Connection::OpenCount() {
+    return openConnections.load();
+}
+
+// ---- Any thread
+
+Connection::Connection() : m_display(DisplayName()), m_wake(MakeWake()) {}
+
+Connection::~Connection() {
+    close(m_wake);
+}
+
+std::shared_ptr<Connection> Connection::Make() {
+    Reap();
+    const std::shared_ptr<Connection> made(new Connection);
+    made->m_thread = Thread("corvane-x11", nullptr, [made] { made->Run(); });
+    return made;
+}
+
+void Connection::Reap() noexcept {
+    Abandoned& list = TheAbandoned();
+    std::shared_ptr<Connection> finished;    // freed without the lock
+    MutexLock lock(list.lock);
+    for (std::shared_ptr<Connection>* place = &list.first; *place != nullptr;) {
+        if (!(*place)->m_finished.load(std::memory_order_acquire)) {
+            place = &(*place)->m_nextAbandoned;
+            continue;
+        }
+        std::shared_ptr<Connection> one = std::move(*place);
+        *place = std::move(one->m_nextAbandoned);
+        one->m_thread.Join();
+        one->m_nextAbandoned = std::move(finished);
+        finished = std::move(one);
+    }
+    lock.Unlock();
+}
+
+void Connection::Close() noexcept {
+    bool connecting;
+    {
+        MutexLock lock(m_lock);
+        m_ending = true;
+        connecting = m_phase == Phase::Connecting;
+        // Whatever the thread waits for ends with this; what was sent before still reaches the server.
+        if (!connecting && m_xcb != nullptr)
+            shutdown(xcb_get_file_descriptor(m_xcb), SHUT_RDWR);
+    }
+    Uncount();
+    Poke();
+    if (!connecting) {
+        m_thread.Join();
+        xcb_disconnect(std::exchange(m_xcb, nullptr));
+        return;
+    }
+    // Nothing wakes a thread that waits in the connecting call for a server that does not answer. It ends by itself
+    // when that returns, and is joined after.
+    Abandoned& list = TheAbandoned();
+    MutexLock lock(list.lock);
+    m_nextAbandoned = std::move(list.first);
+    list.first = shared_from_this();
+}
+
+bool Connection::Lost() const {
+    MutexLock lock(m_lock);
+    return m_phase == Phase::Lost;
+}
+
+void Connection::Join(std::shared_ptr<EventClient> client) {
+    {
+        MutexLock lock(m_lock);
+        if (m_phase != Phase::Lost) {
+            m_arrivals.push_back(std::move(client));
+            client = nullptr;
+        }
+    }
+    if (client != nullptr)
+        client->OnLost();
+    else
+        Poke();
+}
+
+void Connection::Poke() noexcept {
+    const uint64_t one = 1;
+    (void)!write(m_wake, &one, sizeof one);    // fails only when the counter is full, and then it wakes as well
+}
+
+uint32_t Connection::MonitorIndex(xcb_window_t root, const Rect& rect) const {
+    MutexLock lock(m_lock);
+    uint32_t best = 0;
+    int64_t bestOverlap = -1;
+    int64_t bestGap = 0;
+    for (const Screen& screen : m_screens) {
+        if (screen.root != root)
+            continue;
+        for (size_t i = 0; i < screen.monitors.size(); ++i) {
+            const Rect& monitor = screen.monitors[i];
+            const Rect both = rect.Intersected(monitor);
+            const int64_t overlap = both.Empty() ? 0 : both.Width() * both.Height();
+            const int64_t x = Gap(rect.left, rect.right, monitor.left, monitor.right);
+            const int64_t y = Gap(rect.top, rect.bottom, monitor.top, monitor.bottom);
+            const int64_t gap = x * x + y * y;
+            if (overlap > bestOverlap || (overlap == bestOverlap && gap < bestGap)) {
+                best = static_cast<uint32_t>(i);
+                bestOverlap = overlap;
+                bestGap = gap;
+            }
+        }
+    }
+    return best;
+}
+
+void Connection::Uncount() noexcept {
+    if (m_counted.exchange(false))
+        --openConnections;
+}
+
+// ---- The event thread
+
+void Connection::Run() noexcept {
+    if (OpenDisplay())
+        Serve();
+    m_finished.store(true, std::memory_order_release);
+}
+
+bool Connection::OpenDisplay() {
+    int screen = 0;
+    const bool tries = !m_display.empty() && !failure::MustFail(failure::Site::PlatformCall);
+    xcb_connection_t* xcb = tries ? xcb_connect(m_display.c_str(), &screen) : nullptr;
+    const bool refused = xcb == nullptr || xcb_connection_has_error(xcb) != 0;
+    {
+        MutexLock lock(m_lock);
+        if (!refused && !m_ending) {
+            m_xcb = xcb;
+            m_phase = Phase::Open;
+            m_counted = true;
+            ++openConnections;
+            return true;
+        }
+    }
+    if (xcb != nullptr)
+        xcb_disconnect(xcb);
+    Lose();
+    return false;
+}
+
+void Connection::Serve() {
+    m_server = AskServer(m_xcb);
+    Guarded(nullptr, [this] { AskMonitors(); });
+    for (;;) {
+        {
+            MutexLock lock(m_lock);
+            if (m_ending)
+                break;
+        }
+        AdmitAndRelease();
+        Drain();
+        if (xcb_connection_has_error(m_xcb) != 0) {
+            Lose();
+            break;
+        }
+        Sleep();
+    }
+    m_asked.clear();
+    m_clients.clear();
+}
+
+void Connection::Sleep() {
+    pollfd sources[] = {{xcb_get_file_descriptor(m_xcb), POLLIN, 0}, {m_wake, POLLIN, 0}};
+    poll(sources, 2, -1);
+    uint64_t pokes;
+    (void)!read(m_wake, &pokes, sizeof pokes);    // before the looking: a poke that comes later wakes once more
+}
+
+template <typename Call>
+void Connection::Guarded(EventClient* client, Call call) noexcept {
+    try {
+        call();
+    } catch (const std::exception&) {    // no memory: this one is lost, the others live on
+        if (client == nullptr)
+            return;
+        client->OnLost();
+        client->Leave();
+    }
+}
+
+void Connection::AdmitAndRelease() {
+    std::vector<std::shared_ptr<EventClient>> arrivals;
+    {
+        MutexLock lock(m_lock);
+        arrivals.swap(m_arrivals);
+    }
+    for (std::shared_ptr<EventClient>& client : arrivals) {
+        Guarded(client.get(), [&] {
+            m_clients.push_back(client);
+            client->OnJoin(*this);
+        });
+    }
+    std::erase_if(m_clients, [&](const std::shared_ptr<EventClient>& client) {
+        if (!client->Left())
+            return false;
+        Guarded(client.get(), [&] { client->OnLeave(*this); });
+        return true;
+    });
+}
+
+// Reads, hands out and sends until nothing is left, so that nothing waits in xcb's queues while we sleep: sending may
+// read as well.
+void Connection::Drain() {
+    do {
+        while (TakeEvents() || TakeReplies()) {
+        }
+        for (const std::shared_ptr<EventClient>& client : m_clients)
+            Guarded(client.get(), [&] { client->OnTurn(*this); });
+        xcb_flush(m_xcb);
+    } while (TakeEvents() || TakeReplies());
+}
+
+bool Connection::TakeEvents() {
+    bool progress = false;
+    while (const ReplyPtr<xcb_generic_event_t> event{xcb_poll_for_event(m_xcb)}) {
+        Dispatch(*event);
+        progress = true;
+    }
+    return progress;
+}
+
+void Connection::Dispatch(const xcb_generic_event_t& event) {
+    const uint8_t code = event.response_type & 0x7F;
+    if (m_server.randrFirstEvent != 0 && (code == m_server.randrFirstEvent + XCB_RANDR_SCREEN_CHANGE_NOTIFY ||
+                                          code == m_server.randrFirstEvent + XCB_RANDR_NOTIFY)) {
+        Guarded(nullptr, [this] { AskMonitors(); });
+        return;
+    }
+    for (const std::shared_ptr<EventClient>& client : m_clients)
+        if (!client->Left())
+            Guarded(client.get(), [&] { client->OnEvent(*this, event); });
+    if (code == XCB_DESTROY_NOTIFY)
+        Forget(reinterpret_cast<const xcb_destroy_notify_event_t&>(event).window);
+}
+
+bool Connection::TakeReplies() {
+    bool progress = false;
+    void* reply = nullptr;
+    xcb_generic_error_t* error = nullptr;
+    while (!m_asked.empty() && xcb_poll_for_reply(m_xcb, m_asked.front().sequence, &reply, &error) != 0) {
+        ReplyPtr<void> owned(reply);
+        std::free(std::exchange(error, nullptr));
+        if (xcb_connection_has_error(m_xcb) != 0)
+            return false;    // says nothing of the window
+        const Asked asked = std::move(m_asked.front());
+        m_asked.pop_front();
+        progress = true;
+        if (asked.client == nullptr || !asked.client->Left())
+            Guarded(asked.client.get(), [&] { asked.handler(owned.release()); });
+    }
+    return progress;
+}
+
+void Connection::Lose() noexcept {
+    std::vector<std::shared_ptr<EventClient>> arrivals;
+    {
+        MutexLock lock(m_lock);
+        m_phase = Phase::Lost;
+        arrivals.swap(m_arrivals);
+    }
+    Uncount();
+    for (const auto* clients : {&m_clients, &arrivals})
+        for (const std::shared_ptr<EventClient>& client : *clients)
+            if (!client->Left())
+                client->OnLost();
+}
+
+// ---- Selections and monitors, on the event thread
+
+void Connection::SendMask(xcb_window_t window, const Selection& selection) {
+    uint32_t mask = 0;
+    if (selection.users > 0)
+        mask |= XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+    if (selection.exposures > 0)
+        mask |= XCB_EVENT_MASK_EXPOSURE;
+    xcb_change_window_attributes(m_xcb, window, XCB_CW_EVENT_MASK, &mask);
+}
+
+void Connection::Select(xcb_window_t window, bool exposure) {
+    Selection& selection = m_selected[window];
+    ++selection.users;
+    selection.exposures += exposure ? 1 : 0;
+    if (selection.users == 1 || (exposure && selection.exposures == 1))
+        SendMask(window, selection);
+}
+
+void Connection::Unselect(xcb_window_t window, bool exposure) {
+    const auto found = m_selected.find(window);
+    if (found == m_selected.end())
+        return;
+    Selection& selection = found->second;
+    --selection.users;
+    selection.exposures -= exposure ? 1 : 0;
+    if (selection.users == 0 || (exposure && selection.exposures == 0))
+        SendMask(window, selection);
+    if (selection.users == 0)
+        m_selected.erase(found);
+}
+
+void Connection::AskMonitors() {
+    if (m_server.randrFirstEvent == 0)
+        return;
+    for (xcb_screen_iterator_t screen = xcb_setup_roots_iterator(xcb_get_setup(m_xcb)); screen.rem > 0;
+         xcb_screen_next(&screen))
+        Ask<xcb_randr_get_monitors_reply_t>(
+            xcb_randr_get_monitors(m_xcb, screen.data->root, 1), nullptr,
+            [this, root = screen.data->root](ReplyPtr<xcb_randr_get_monitors_reply_t> reply) {
+                StoreMonitors(root, reply.get());
+            });
+}
+
+void Connection::StoreMonitors(xcb_window_t root, const xcb_randr_get_monitors_reply_t* reply) {
+    if (reply == nullptr)
+        return;
+    Screen screen{root, {}};
+    for (xcb_randr_monitor_info_iterator_t i = xcb_randr_get_monitors_monitors_iterator(reply); i.rem > 0;
+         xcb_randr_monitor_info_next(&i)) {
+        const xcb_randr_monitor_info_t& info = *i.data;
+        screen.monitors.push_back({info.x, info.y, info.x + info.width, info.y + info.height});
+    }
+    MutexLock lock(m_lock);
+    for (Screen& known : m_screens) {
+        if (known.root == root) {
+            known = std::move(screen);
+            return;
+        }
+    }
+    m_screens.push_back(std::move(screen));
+}
+
+}    // namespace corvane

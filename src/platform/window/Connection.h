@@ -1,0 +1,182 @@
+// The process's connection to the X server and its event thread "corvane-x11". Private to window/ and sink/.
+//
+// The thread opens the connection and sends every request that needs an answer; it never waits for one: answers are
+// looked up after each turn. Only while it opens the connection does it wait (set-up, extensions). Clients' threads
+// hand over an EventClient and poke; nothing that they call here waits for the server.
+//
+//   phase        left when
+//   Connecting   the server has answered or refused; or Close came: the thread then ends by itself later
+//   Open         the connection is lost, or Close came
+//   Lost         Close
+#pragma once
+
+#include <xcb/randr.h>
+#include <xcb/xcb.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "base/Mutex.h"
+#include "base/Rectangle.h"
+#include "base/Thread.h"
+#include "platform/window/ServerInfo.h"
+
+namespace corvane {
+
+class Connection;
+
+// Something that the event thread serves. All On... run there with no lock held, except that OnLost of a client that
+// joins a lost connection runs on the joining thread. A client that raises an exception is lost alone.
+class EventClient {
+public:
+    virtual ~EventClient() = default;
+
+    virtual void OnJoin(Connection& connection) = 0;    // first of all; the connection is open
+    // Every event, and every error of a request that nobody asked an answer for.
+    virtual void OnEvent(Connection&, const xcb_generic_event_t&) {}
+    virtual void OnTurn(Connection&) {}     // all that had come in has been handed out
+    virtual void OnLeave(Connection&) {}    // after Leave: what the server still keeps for the client is given back
+    virtual void OnLost() noexcept = 0;     // the connection is lost, or memory lacked; but for OnLeave, the last call
+
+    // The owner is done; follow it by a Poke. Any thread.
+    void Leave() noexcept { m_left.store(true, std::memory_order_release); }
+    bool Left() const noexcept { return m_left.load(std::memory_order_acquire); }
+
+private:
+    std::atomic<bool> m_left{false};
+};
+
+struct FreeReply {
+    void operator()(void* reply) const { std::free(reply); }
+};
+template <typename T>
+using ReplyPtr = std::unique_ptr<T, FreeReply>;
+
+class Connection : public std::enable_shared_from_this<Connection> {
+public:
+    // Starts to connect to the display that the environment names. Raises std::bad_alloc, and std::system_error where
+    // no thread or descriptor can be had.
+    static std::shared_ptr<Connection> Make();
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    // ---- Any thread ----
+
+    // Ends it, once, when all clients have left. Waits for the event thread but never for the server.
+    void Close() noexcept;
+    bool Lost() const;
+    void Join(std::shared_ptr<EventClient> client);    // may raise std::bad_alloc
+    // Wakes the event thread. Also due after anything else that may have read from the socket: a flush.
+    void Poke() noexcept;
+    // The monitor of the screen `root` that shows most of `rect`, else the nearest; 0 where there is none.
+    uint32_t MonitorIndex(xcb_window_t root, const Rect& rect) const;
+
+    // ---- The event thread; and whoever saw a client of it alive, which is later than the opening ----
+
+    xcb_connection_t* Xcb() const { return m_xcb; }
+    const ServerInfo& Server() const { return m_server; }
+
+    // ---- The event thread ----
+
+    // Hands the answer to `handler`, null for an error; not at all when `client` has left or is lost meanwhile.
+    template <typename Reply, typename Cookie, typename Handler>
+    void Ask(Cookie cookie, std::shared_ptr<EventClient> client, Handler handler) {
+        try {
+            m_asked.push_back({cookie.sequence, std::move(client),
+                               [handler](void* reply) { handler(ReplyPtr<Reply>(static_cast<Reply*>(reply))); }});
+        } catch (...) {
+            xcb_discard_reply(m_xcb, cookie.sequence);
+            throw;
+        }
+    }
+    // Selects structure events, and exposures where asked, for one more user of the window; Unselect takes that back.
+    // Forget: the window is gone, and its id may come again.
+    void Select(xcb_window_t window, bool exposure);
+    void Unselect(xcb_window_t window, bool exposure);
+    void Forget(xcb_window_t window) { m_selected.erase(window); }
+
+    static uint32_t OpenCount();
+
+private:
+    enum class Phase { Connecting, Open, Lost };
+    struct Asked {
+        unsigned sequence;
+        std::shared_ptr<EventClient> client;    // null: the connection itself
+        std::function<void(void* reply)> handler;
+    };
+    struct Selection {
+        uint32_t users = 0;
+        uint32_t exposures = 0;    // of these, how many want exposures too
+    };
+    struct Screen {
+        xcb_window_t root;
+        std::vector<Rect> monitors;    // root coordinates
+    };
+
+    Connection();
+    static void Reap() noexcept;
+    void Run() noexcept;
+    bool OpenDisplay();
+    void Serve();
+    void AdmitAndRelease();
+    void Drain();
+    void Dispatch(const xcb_generic_event_t& event);
+    bool TakeEvents();
+    bool TakeReplies();
+    void Sleep();
+    void Lose() noexcept;
+    void Uncount() noexcept;
+    void SendMask(xcb_window_t window, const Selection& selection);
+    void AskMonitors();
+    void StoreMonitors(xcb_window_t root, const xcb_randr_get_monitors_reply_t* reply);
+    template <typename Call>
+    static void Guarded(EventClient* client, Call call) noexcept;
+
+    // Constant after construction.
+    const std::string m_display;
+    const int m_wake;    // eventfd
+
+    // Written by the event thread before the first client is served; m_xcb is freed by Close.
+    xcb_connection_t* m_xcb = nullptr;
+    ServerInfo m_server;
+
+    // Only on the event thread.
+    std::vector<std::shared_ptr<EventClient>> m_clients;
+    std::deque<Asked> m_asked;    // in the order of the requests, which is that of the answers
+    std::unordered_map<xcb_window_t, Selection> m_selected;
+
+    std::atomic<bool> m_counted{false};     // in OpenCount
+    std::atomic<bool> m_finished{false};    // the thread is about to end: joining it takes no time
+
+    mutable Mutex m_lock;    // a leaf
+    Phase m_phase GUARDED_BY(m_lock) = Phase::Connecting;
+    bool m_ending GUARDED_BY(m_lock) = false;
+    std::vector<std::shared_ptr<EventClient>> m_arrivals GUARDED_BY(m_lock);
+    std::vector<Screen> m_screens GUARDED_BY(m_lock);
+
+    // Of connections that were closed while their thread waited for the server: kept until it has ended. Under the
+    // lock of that list.
+    std::shared_ptr<Connection> m_nextAbandoned;
+
+    Thread m_thread;    // of whoever made the connection, then of Close or Reap
+};
+
+// Closes the connection when the last that needs it is gone.
+struct ConnectionLease {
+    explicit ConnectionLease(std::shared_ptr<Connection> made) : connection(std::move(made)) {}
+    ~ConnectionLease() { connection->Close(); }
+    ConnectionLease(const ConnectionLease&) = delete;
+    ConnectionLease& operator=(const ConnectionLease&) = delete;
+
+    const std::shared_ptr<Connection> connection;
+};
+
+}    // namespace corvane

@@ -1,0 +1,88 @@
+// What a watch knows and how it learns it. Private to window/ and sink/.
+//
+// A window gets no event when an ancestor moves or is unmapped, so the chain of ancestors is watched as well, up to the
+// root; any event on it leads to a refresh: attributes, geometry and place are asked anew, one set at a time.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "base/Mutex.h"
+#include "platform/window/Connection.h"
+#include "platform/window/ListenerList.h"
+#include "platform/window/WindowWatch.h"
+
+namespace corvane {
+
+struct WindowFacts {
+    WindowWatch::Life life = WindowWatch::Life::Unknown;
+    bool viewable = false;
+    WindowWatch::Size size;       // inside, pixels
+    std::optional<Rect> outer;    // with the border, root coordinates
+    xcb_window_t root = 0;
+    uint8_t depth = 0;
+    PixelLayout layout = PixelLayout::Unsupported;
+
+    bool operator==(const WindowFacts&) const = default;
+};
+
+class WatchState final : public EventClient, public std::enable_shared_from_this<WatchState> {
+public:
+    WatchState(xcb_window_t window, bool draw) : m_window(window), m_draw(draw) {}
+
+    xcb_window_t Window() const { return m_window; }
+    WindowFacts Facts() const {
+        MutexLock lock(m_lock);
+        return m_facts;
+    }
+    ListenerList& Listeners() { return m_listeners; }
+    void WantDraw() { m_draw.store(true); }    // takes effect with the next turn
+    void TellSoon() { m_tell = true; }         // event thread: at the end of this turn
+
+    void OnJoin(Connection& connection) override;
+    void OnEvent(Connection& connection, const xcb_generic_event_t& event) override;
+    void OnTurn(Connection& connection) override;
+    void OnLeave(Connection& connection) override;
+    void OnLost() noexcept override;
+
+private:
+    bool IsOnChain(xcb_window_t window) const;
+    void OnStructure(Connection& connection, uint8_t code, xcb_window_t window);
+    void OnResize(const xcb_configure_notify_event_t& event);
+    void Refresh(Connection& connection);
+    void OnRefreshed(Connection& connection);
+    void Walk(Connection& connection);
+    void Climb(Connection& connection, xcb_window_t from);
+    void DropChain(Connection& connection);
+    void Die(Connection& connection);
+    void Publish(const WindowFacts& facts);
+
+    const xcb_window_t m_window;
+    std::atomic<bool> m_draw;
+    ListenerList m_listeners;    // with a lock of its own
+
+    mutable Mutex m_lock;    // a leaf
+    WindowFacts m_facts GUARDED_BY(m_lock);
+
+    // Only on the event thread.
+    std::vector<xcb_window_t> m_chain;    // ancestors from the parent up, without the root
+    uint32_t m_walk = 0;                  // raised by each walk up the chain: answers of earlier ones do not count
+    bool m_drawing = false;               // the background was taken away
+    bool m_tell = false;
+    bool m_selected = false;
+    bool m_asking = false;      // a refresh is under way
+    bool m_askAgain = false;    // and something happened meanwhile
+    WindowFacts m_answered;     // what the refresh under way has brought
+    xcb_visualid_t m_visual = 0;
+    uint16_t m_border = 0;
+};
+
+// The state behind a watch that Open made; null for any other. And the connection that serves it, null where there is
+// none: it lasts as long as the watch.
+std::shared_ptr<WatchState> StateOf(const WindowWatchPtr& watch);
+std::shared_ptr<Connection> ConnectionOf(const WindowWatchPtr& watch);
+
+}    // namespace corvane

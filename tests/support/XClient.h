@@ -1,0 +1,73 @@
+// A client of the X server as a host of the library is one: makes windows, paints and reads them.
+#pragma once
+
+#include <xcb/xcb.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "base/Rectangle.h"
+
+namespace corvane::test {
+
+// One thread. Every call waits until the server has done it. Errors of the server are ignored where a return value
+// does not tell them.
+class XClient {
+public:
+    explicit XClient(const std::string& display);
+    ~XClient();    // its windows go with it
+    XClient(const XClient&) = delete;
+    XClient& operator=(const XClient&) = delete;
+
+    struct Options {
+        xcb_window_t parent = 0;    // 0: the root window
+        int16_t x = 0;
+        int16_t y = 0;
+        uint16_t width = 100;
+        uint16_t height = 80;
+        uint16_t border = 0;
+        uint8_t depth =
+            0;    // 0: as the root window; else the first visual of that depth, with a colour map of its own
+        bool inputOnly = false;
+        uint32_t background = 0;    // pixel
+        bool mapped = true;
+    };
+    // Asks for no events. 0 where the server has no such visual.
+    xcb_window_t Create(const Options& options);
+    xcb_window_t Create() { return Create(Options()); }
+    bool HasDepth(uint8_t depth) const { return VisualOf(depth) != 0; }
+    void Map(xcb_window_t window);
+    void Unmap(xcb_window_t window);
+    void Destroy(xcb_window_t window);
+    void Move(xcb_window_t window, int16_t x, int16_t y);
+    void Resize(xcb_window_t window, uint16_t width, uint16_t height);
+    void Raise(xcb_window_t window);
+    void Reparent(xcb_window_t window, xcb_window_t parent, int16_t x, int16_t y);    // parent 0: the root window
+    void Fill(xcb_window_t window, const Rect& rect, uint32_t pixel);
+    // Makes the server send exposures for the whole window.
+    void Expose(xcb_window_t window);
+
+    // Pixels as the server has them, row by row; empty where it refuses.
+    std::vector<uint32_t> Read(xcb_drawable_t window, const Rect& rect);
+    uint8_t DepthOf(xcb_drawable_t window);
+    // All resources of all other clients of the server, and how many such clients there are.
+    uint32_t ForeignResources() { return CountForeign(true); }
+    uint32_t ForeignClients() { return CountForeign(false); }
+    // Splits the screen into monitors, left to right.
+    void SetMonitors(const std::vector<Rect>& monitors);
+    void Sync();
+
+    xcb_connection_t* Xcb() const { return m_xcb; }
+    xcb_window_t Root() const { return m_screen->root; }
+
+private:
+    xcb_visualid_t VisualOf(uint8_t depth) const;
+    uint32_t CountForeign(bool resources);
+    void Configure(xcb_window_t window, uint16_t mask, std::vector<uint32_t> values);
+
+    xcb_connection_t* m_xcb;
+    xcb_screen_t* m_screen;    // of the connection
+};
+
+}    // namespace corvane::test

@@ -68,7 +68,7 @@ TEST(Raster, FillBlitAndStretchClip) {
         const std::string name = std::to_string(where.left) + ", " + std::to_string(where.top);
         const bool near = where.Intersected({-100, -100, 100, 100}) == where;
         Raster filled = Numbered(9, 7), copied = Numbered(9, 7), scaled = Numbered(9, 7);
-        Fill(filled.View(), where, 0x123456);
+        Fill(filled.View(), where, 0x563412);
         if (near) {
             Blit(copied.View(), where.left, where.top, source.View(), {2, 3, 2 + where.Width(), 3 + where.Height()});
             // To the same size: a scaling whose pixels are known.

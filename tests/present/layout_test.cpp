@@ -87,7 +87,9 @@ TEST(Layout, BandsSurroundThePicture) {
 }
 
 TEST(OnScreenText, Policy) {
-    MediaFrameHeader header = test::PlainHeader(CORVANE_STREAM_JPEG);
+    MediaFrameHeader header{};
+    header.recordSize = sizeof header;
+    header.streamType = CORVANE_STREAM_JPEG;
     header.timeSeconds = 50;
     header.streamSeconds = 60;
     const MediaFrameImpl frame(header);

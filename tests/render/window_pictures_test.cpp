@@ -83,15 +83,16 @@ Colours AsColours(const DecodedFrame& frame) {
 }
 
 // The greatest difference of a colour; the fourth byte does not count. 255 for other sizes.
-int Difference(const Colours& expected, const std::vector<uint8_t>& shown, const Rect& part) {
-    if (shown.size() != expected.bytes.size())
+int Difference(const Colours& expected, const std::vector<uint32_t>& shown, const Rect& part) {
+    if (shown.size() * 4 != expected.bytes.size())
         return 255;
     int most = 0;
     for (int64_t y = part.top; y < part.bottom; ++y)
         for (int64_t x = part.left; x < part.right; ++x)
             for (size_t i = 0; i < 3; ++i) {
-                const size_t at = (static_cast<size_t>(y) * expected.width + static_cast<size_t>(x)) * 4 + i;
-                most = std::max(most, std::abs(int{expected.bytes[at]} - int{shown[at]}));
+                const size_t at = static_cast<size_t>(y) * expected.width + static_cast<size_t>(x);
+                most = std::max(most,
+                                std::abs(int{expected.bytes[4 * at + i]} - static_cast<int>(shown[at] >> 8 * i & 255)));
             }
     return most;
 }
@@ -124,16 +125,23 @@ protected:
 
     // Waits until the window looks as expected, within `tolerance` levels.
     void ExpectShown(uint32_t window, const Colours& expected, const Rect& part, int tolerance) {
-        std::vector<uint8_t> shown;
+        std::vector<uint32_t> shown;
         const bool equal = Eventually([&] {
-            shown = m_client.Read(window);
+            shown = m_client.Read(window, expected.All());
             return Difference(expected, shown, part) <= tolerance;
         });
         EXPECT_TRUE(equal) << "off by " << Difference(expected, shown, part);
     }
 
+    uint32_t Window(const Rect& place) {
+        return m_client.Create({.x = static_cast<int16_t>(place.left),
+                                .y = static_cast<int16_t>(place.top),
+                                .width = static_cast<uint16_t>(place.Width()),
+                                .height = static_cast<uint16_t>(place.Height())});
+    }
+
     test::XServer m_server;
-    test::XClient m_client;
+    test::XClient m_client{m_server.Display()};
     test::PlainPicture m_picture{kPictureWidth, kPictureHeight};
     const FramePtr m_frame = test::MakeFrame(CORVANE_STREAM_JPEG, {1}, true, 100'000);
 };
@@ -217,14 +225,14 @@ TEST_F(WindowPictures, EveryWayWithEverySetting) {
         {"overview window", {}, {}, {}, true},
         {"overview rectangle with zoom", Rect{50, 30, 150, 90}, Rect{155, 40, 205, 70}, kOverview},
     };
-    const uint32_t window = m_client.Create(kWindow);
-    const uint32_t second = m_client.Create({300, 20, 400, 90});
+    const uint32_t window = Window(kWindow);
+    const uint32_t second = Window({300, 20, 400, 90});
     const Colours picture = AsColours(m_picture.frame);
     for (const Way& way : ways) {
         for (const Show& show : shows) {
             SCOPED_TRACE(std::string(way.name) + ", " + show.name);
-            m_client.Fill(window, 0x00808080);
-            m_client.Fill(second, 0x00808080);
+            m_client.Fill(window, {0, 0, 999, 999}, 0x00808080);
+            m_client.Fill(second, {0, 0, 999, 999}, 0x00808080);
             Text text;
             CRenderMgr manager(&text, window, way.flags);
             manager.SetOsd(&Text::Draw, &text);

@@ -51,8 +51,9 @@ void Fill(const RasterView& to, const Rect& rect, uint32_t color) {
     const Rect part = rect.Intersected(to.Bounds());
     if (!to || part.Empty())
         return;
+    const uint32_t pixel = kOpaque | (color & 0xFF) << 16 | (color & 0xFF00) | (color >> 16 & 0xFF);
     for (int64_t y = part.top; y < part.bottom; ++y)
-        std::fill_n(reinterpret_cast<uint32_t*>(PixelAt(to, part.left, y)), part.Width(), color | kOpaque);
+        std::fill_n(reinterpret_cast<uint32_t*>(PixelAt(to, part.left, y)), part.Width(), pixel);
 }
 
 void Blit(const RasterView& to, int64_t x, int64_t y, const RasterView& from, const Rect& source) {

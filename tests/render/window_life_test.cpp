@@ -1,0 +1,286 @@
+// A manager on real windows: pictures of states, and what happens to windows meanwhile.
+#include <cairo.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+
+#include "manager/RenderMgr.h"
+#include "picture/BitmapPool.h"
+#include "support/Latch.h"
+#include "support/PlainPicture.h"
+#include "support/StreamMaker.h"
+#include "support/XClient.h"
+#include "support/XServer.h"
+
+namespace corvane {
+namespace {
+
+using test::Eventually;
+
+constexpr uint32_t kBlue = 0x00C08040;       // background, 0x00BBGGRR
+constexpr uint32_t kBluePixel = 0x4080C0;    // the same as a pixel of the window
+
+FramePtr FrameAt(int64_t timeMs) {
+    return test::MakeFrame(CORVANE_STREAM_JPEG, {1}, true, timeMs);
+}
+
+// Remembers the last text call, and marks the pixel (1, 1) with its flags and counter.
+struct Text {
+    std::mutex mutex;
+    OsdInfo last{};    // under mutex
+    struct tm time {};
+    std::atomic<int> calls{0};
+
+    static void Draw(void* context, OsdInfo* info) {
+        auto& self = *static_cast<Text*>(context);
+        cairo_set_antialias(info->deviceContext, CAIRO_ANTIALIAS_NONE);
+        cairo_set_source_rgb(info->deviceContext, info->flags / 255.0, info->counter / 255.0, 1);
+        cairo_rectangle(info->deviceContext, 1, 1, 1, 1);
+        cairo_fill(info->deviceContext);
+        const std::lock_guard lock(self.mutex);
+        self.last = *info;
+        self.time = *info->time;
+        ++self.calls;
+    }
+    OsdInfo Last() {
+        const std::lock_guard lock(mutex);
+        return last;
+    }
+};
+
+class WindowLife : public testing::Test {
+protected:
+    static constexpr uint16_t kSide = 64;    // of windows and pictures
+
+    uint32_t Pixel(xcb_window_t window, int x, int y) {
+        const auto pixels = m_client.Read(window, {x, y, x + 1, y + 1});
+        return pixels.empty() ? 0xDEADDEAD : pixels[0] & 0xFFFFFF;
+    }
+    bool Shows(xcb_window_t window, uint32_t pixel, int x = 40, int y = 40) {
+        return Eventually([&] { return Pixel(window, x, y) == pixel; });
+    }
+    // A picture of one grey.
+    static void Push(CRenderMgr& manager, uint8_t grey, int64_t timeMs = 40) {
+        test::PlainPicture picture(kSide, kSide, grey);
+        manager.PresentFrame(FrameAt(timeMs), picture.frame, true);
+    }
+    static uint32_t Grey(uint8_t level) { return level * 0x010101u; }
+    xcb_window_t Window(int16_t x = 10, xcb_window_t parent = 0) {
+        return m_client.Create({.parent = parent, .x = x, .y = 10, .width = kSide, .height = kSide});
+    }
+
+    test::XServer m_server;
+    test::XClient m_client{m_server.Display()};
+};
+
+TEST_F(WindowLife, States) {
+    const xcb_window_t window = Window();
+    Text text;
+    CRenderMgr manager(&text, window, 0);
+    manager.SetBackground(kBlue);
+    manager.SetOsd(&Text::Draw, &text);
+    manager.RequestRedraw();
+    const auto frame = FrameAt(90'061'007);
+    const struct {
+        const char* name;
+        std::function<void()> enter;
+        uint32_t flags;
+        bool wallTime;
+    } rows[] = {
+        {"stopped", [] {}, CORVANE_OSD_STOPPED | CORVANE_OSD_FRESH, false},
+        {"waiting", [&] { manager.Stop(true); }, CORVANE_OSD_WAITING, true},
+        {"audio only", [&] { manager.InputAudio(frame, true, true); }, CORVANE_OSD_AUDIO_ONLY, false},
+        {"time only", [&] { manager.ShowTimeOnly(frame); }, CORVANE_OSD_TIME_ONLY, true},
+        {"reset", [&] { manager.ResetToStopped(); }, CORVANE_OSD_STOPPED | CORVANE_OSD_FRESH, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        row.enter();
+        EXPECT_TRUE(Shows(window, row.flags << 16 | 0xFF, 1, 1) ||
+                    row.flags == CORVANE_OSD_WAITING);    // whose counter moves
+        EXPECT_TRUE(Shows(window, kBluePixel));
+        const bool seen = Eventually([&] { return text.Last().flags == row.flags; });
+        ASSERT_TRUE(seen);
+        const OsdInfo info = text.Last();
+        EXPECT_EQ(info.width, kSide);
+        EXPECT_EQ(info.height, kSide);
+        EXPECT_EQ(info.timeSeconds >= 1'700'000'000, row.wallTime);
+        if (row.flags == CORVANE_OSD_AUDIO_ONLY) {
+            EXPECT_EQ(info.timeSeconds, 90'061u);
+            EXPECT_EQ(info.timeMilliseconds, 7u);
+            EXPECT_EQ(info.timeZone, 48);
+            EXPECT_EQ(text.time.tm_hour * 100 + text.time.tm_min, 101);
+            EXPECT_EQ(text.time.tm_sec, 1);
+        }
+    }
+    manager.Stop(true);
+    for (uint32_t counter : {3u, 4u})    // steps without anybody's doing
+        EXPECT_TRUE(Eventually([&] { return text.Last().counter == counter; }));
+    Push(manager, 90);
+    EXPECT_TRUE(Shows(window, Grey(90)));
+}
+
+TEST_F(WindowLife, LogoWhileStopped) {
+    const xcb_window_t window = Window();
+    cairo_surface_t* const surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 2, 1);
+    auto* const pixels = reinterpret_cast<uint32_t*>(cairo_image_surface_get_data(surface));
+    pixels[0] = 0xFF0000;
+    pixels[1] = 0x0000FF;
+    cairo_surface_mark_dirty(surface);
+    {
+        CRenderMgr first(this, window, 0);
+        CRenderMgr second(this, 0, 0);
+        EXPECT_EQ(first.SetLogoBitmap(surface), Status::Ok);
+        EXPECT_EQ(second.SetLogoBitmap(surface), Status::Ok);
+        EXPECT_EQ(BitmapPool::Count(), 1u) << "shared";
+        EXPECT_EQ(first.SetLogoFile("/no/such/file"), Status::Failed);
+        EXPECT_TRUE(Shows(window, 0xFF0000, 2, 32));
+        EXPECT_TRUE(Shows(window, 0x0000FF, 61, 32));
+        EXPECT_EQ(first.SetLogoBitmap(nullptr), Status::Ok);
+        EXPECT_TRUE(Shows(window, 0));
+    }
+    EXPECT_EQ(BitmapPool::Count(), 0u);
+    cairo_surface_destroy(surface);
+}
+
+// Each row happens to the window of a playing channel; afterwards the picture is right where it can be seen.
+TEST_F(WindowLife, WhatHappensToAWindow) {
+    const xcb_window_t frame = m_client.Create({.x = 5, .y = 5, .width = 200, .height = 200});
+    const xcb_window_t window = Window(20, frame);
+    const xcb_window_t other = Window(300);
+    std::atomic<int> presents{0};
+    CRenderMgr manager(this, window, 0);
+    manager.SetAfterDisplay([](void* count, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(count); },
+                            &presents);
+    Push(manager, 100);
+    ASSERT_TRUE(Shows(window, Grey(100)));
+    const auto callbacksGoOn = [&](uint8_t grey) {
+        const int before = presents;
+        Push(manager, grey);
+        return Eventually([&] { return presents > before; });
+    };
+
+    m_client.Fill(window, {0, 0, kSide, kSide}, 0x123456);    // somebody paints over it, and says so
+    m_client.Expose(window);
+    EXPECT_TRUE(Shows(window, Grey(100)));
+    m_client.Resize(window, 90, 80);
+    EXPECT_TRUE(Shows(window, Grey(100), 85, 75)) << "the old picture at the new size";
+    const xcb_window_t cover = m_client.Create({.x = 0, .y = 0, .width = 400, .height = 300, .background = 0x777777});
+    EXPECT_TRUE(callbacksGoOn(110));
+    m_client.Destroy(cover);
+    EXPECT_TRUE(Shows(window, Grey(110)));
+
+    m_client.Unmap(frame);
+    EXPECT_TRUE(callbacksGoOn(120)) << "not viewable";
+    m_client.Map(frame);
+    EXPECT_TRUE(Shows(window, Grey(120)));
+    m_client.Reparent(window, 0, 250, 250);
+    EXPECT_TRUE(callbacksGoOn(125));
+    EXPECT_TRUE(Shows(window, Grey(125)));
+
+    m_client.Destroy(window);
+    EXPECT_TRUE(callbacksGoOn(130));
+    EXPECT_TRUE(callbacksGoOn(131)) << "for good";
+    manager.SetWindow(other);
+    EXPECT_TRUE(Shows(other, Grey(131))) << "without another picture";
+    manager.SetWindow(0);
+    EXPECT_TRUE(callbacksGoOn(132));
+    EXPECT_EQ(Pixel(other, 40, 40), Grey(131));
+    manager.SetWindow(other);
+    EXPECT_TRUE(Shows(other, Grey(132)));
+    manager.SetWindow(12345678);    // never a window
+    EXPECT_TRUE(callbacksGoOn(133));
+}
+
+TEST_F(WindowLife, TwoChannelsOnOneWindow) {
+    const xcb_window_t window = Window();
+    CRenderMgr upper(this, window, 0);
+    CRenderMgr lower(this, window, 0);
+    upper.SetMargin(&Edges::bottom, 32);
+    lower.SetMargin(&Edges::top, 32);
+    // Each lays its background over the other's half once, when its image is new: the last pictures decide.
+    for (int round = 0; round < 3; ++round) {
+        Push(upper, 60);
+        ASSERT_TRUE(Shows(window, Grey(60), 40, 10));
+        Push(lower, 160);
+        ASSERT_TRUE(Shows(window, Grey(160), 40, 50));
+    }
+    m_client.Destroy(window);
+}
+
+// A picture is never converted at more than twice the window's size.
+TEST_F(WindowLife, TargetSizeFollowsTheWindow) {
+    struct Sized final : QMRX::Filter::IFilter {
+        std::atomic<uint32_t> width{0}, height{0};
+        int32_t Process(QMRX::Filter::FilterArgs* args) override {
+            width = args->width;
+            height = args->height;
+            return 1;
+        }
+    };
+    const struct {
+        uint16_t width, height;
+        std::function<void(CRenderMgr&)> change;
+        bool half;    // the target is the window's size, rounded up to even
+    } rows[] = {
+        {100, 75, {}, true},
+        {99, 75, {}, true},
+        {101, 75, {}, false},
+        {100, 77, {}, false},
+        {60, 90, {}, false},
+        {1, 1, {}, false},
+        {60, 41, [](CRenderMgr& m) { (void)m.EnableRotateFilter(1); }, false},
+        {60, 41,
+         [](CRenderMgr& m) {
+             DisplayArea area{};
+             area.zoomEnabled = 1;
+             (void)m.SetDisplayArea(area, 16);
+         },
+         false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.width) + "x" + std::to_string(row.height));
+        const xcb_window_t window = m_client.Create({.width = row.width, .height = row.height});
+        CRenderMgr manager(this, window, 0);
+        if (row.change)
+            row.change(manager);
+        Sized filter;
+        ASSERT_EQ(manager.InsertFilter(&filter), Status::Ok);
+        const uint32_t width = row.half ? (row.width + 1u) & ~1u : 200u;
+        const uint32_t height = row.half ? (row.height + 1u) & ~1u : 152u;
+        test::PlainPicture picture(200, 152);
+        EXPECT_TRUE(Eventually([&] {    // the window must have become known
+            manager.PresentFrame(FrameAt(40), picture.frame, true);
+            return filter.width == width && filter.height == height;
+        }));
+        manager.RemoveFilter(&filter);
+    }
+}
+
+TEST_F(WindowLife, ServerGoneUnderPlayingChannels) {
+    std::vector<std::unique_ptr<CRenderMgr>> managers;
+    std::atomic<int> presents{0};
+    for (int16_t i = 0; i < 4; ++i) {
+        managers.push_back(std::make_unique<CRenderMgr>(this, Window(static_cast<int16_t>(10 + 70 * i)), 0));
+        managers.back()->SetAfterDisplay(
+            [](void* count, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(count); }, &presents);
+        Push(*managers.back(), 100);
+    }
+    ASSERT_TRUE(Eventually([&] { return presents >= 4; }));
+    m_server.Kill();
+    const int before = presents;
+    const std::clock_t used = std::clock();
+    for (int i = 0; i < 50; ++i)
+        for (const auto& manager : managers)
+            Push(*manager, static_cast<uint8_t>(i), 40 * i);
+    EXPECT_TRUE(Eventually([&] { return presents >= before + 100; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    const double seconds = static_cast<double>(std::clock() - used) / CLOCKS_PER_SEC;
+    EXPECT_LT(seconds, 0.25) << "nobody spins";
+    managers.front()->SetWindow(4711);
+    managers.clear();
+}
+
+}    // namespace
+}    // namespace corvane

@@ -56,7 +56,7 @@ TEST(Raster, Sizes) {
     EXPECT_TRUE(moved);
 }
 
-constexpr int64_t kFar = INT64_MAX;
+constexpr int64_t kFar = int64_t{1} << 62;
 
 // What of `where` lies on a raster of 9 x 7 is drawn with what belongs there, and nothing else is touched.
 TEST(Raster, FillBlitAndStretchClip) {

@@ -186,19 +186,16 @@ TEST(CopySurface, EachFormat) {
 }
 
 TEST(CopySurface, WhatIsNoPicture) {
+    cairo_surface_t* const finished = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 4, 4);
+    cairo_surface_finish(finished);
     Raster out = Numbered(2, 2);
-    EXPECT_EQ(CopySurface(nullptr, out), Status::Failed);
-    const Surface recording(cairo_recording_surface_create(CAIRO_CONTENT_COLOR, nullptr));
-    EXPECT_EQ(CopySurface(recording.surface, out), Status::Failed);
-    const Surface none(cairo_image_surface_create(CAIRO_FORMAT_RGB24, 0, 4));
-    EXPECT_EQ(CopySurface(none.surface, out), Status::Failed);
-    const Surface wide(cairo_image_surface_create(CAIRO_FORMAT_A1, 20000, 1));
-    EXPECT_EQ(CopySurface(wide.surface, out), Status::Failed);
-    const Surface error(cairo_image_surface_create(CAIRO_FORMAT_RGB24, -1, 4));
-    EXPECT_EQ(CopySurface(error.surface, out), Status::Failed);
-    const Surface finished(cairo_image_surface_create(CAIRO_FORMAT_RGB24, 4, 4));
-    cairo_surface_finish(finished.surface);
-    EXPECT_EQ(CopySurface(finished.surface, out), Status::Failed);
+    for (cairo_surface_t* made :
+         {cairo_recording_surface_create(CAIRO_CONTENT_COLOR, nullptr), finished,
+          cairo_image_surface_create(CAIRO_FORMAT_RGB24, 0, 4), cairo_image_surface_create(CAIRO_FORMAT_RGB24, -1, 4),
+          cairo_image_surface_create(CAIRO_FORMAT_A1, 20000, 1), static_cast<cairo_surface_t*>(nullptr)}) {
+        EXPECT_EQ(CopySurface(made, out), Status::Failed);
+        cairo_surface_destroy(made);
+    }
     EXPECT_EQ(Pixel(out.View(), 1, 1), 0x010107u);    // what was there stays
 }
 

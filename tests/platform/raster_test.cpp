@@ -72,8 +72,8 @@ TEST(Raster, FillBlitAndStretchClip) {
                 const bool inside = x >= where.left && x < where.right && y >= where.top && y < where.bottom;
                 const uint32_t before = static_cast<uint32_t>(0x010000 * y + 0x000100 * x + 7);
                 EXPECT_EQ(Pixel(filled.View(), x, y), inside ? 0xFF123456u : before) << name << ": " << x << ", " << y;
-                const uint32_t moved =
-                    before + static_cast<uint32_t>(0x010000 * (3 - where.top) + 0x100 * (2 - where.left));
+                const uint32_t moved = before + 0x010000 * static_cast<uint32_t>(3 - where.top) +
+                                       0x000100 * static_cast<uint32_t>(2 - where.left);
                 const uint32_t wanted = inside && near ? 0xFF000000u | moved : before;
                 EXPECT_EQ(Pixel(copied.View(), x, y), wanted) << name << ": " << x << ", " << y;
                 EXPECT_EQ(Pixel(scaled.View(), x, y), wanted) << name << ": " << x << ", " << y;

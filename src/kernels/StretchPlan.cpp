@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <numeric>
 
 namespace corvane::kernels {
 
@@ -23,7 +24,10 @@ uint64_t StretchAxis::Taps() const {
         return 1;
     if (m_destination > m_source)
         return 2;
-    return m_source % m_destination == 0 ? m_source / m_destination : m_source / m_destination + 2;
+    // In the worst phase a pixel begins with the last part of a source pixel.
+    const uint64_t common = std::gcd(m_source, m_destination);
+    const uint64_t parts = m_destination / common;
+    return (m_source / common + 2 * (parts - 1)) / parts;
 }
 
 StretchAxis::Span StretchAxis::At(uint32_t pixel, uint16_t* weights) const {

@@ -111,14 +111,16 @@ private:
     size_t m_bytes;
 };
 
+// Fetches what lies `ahead` bytes on, the row that comes next: the processor does not foresee rows that run upwards.
 template <bool kStreaming>
-HWY_INLINE void ExpandRow(const uint8_t* source, const RowWriter<kStreaming>& out, size_t groups) {
+HWY_INLINE void ExpandRow(const uint8_t* source, ptrdiff_t ahead, const RowWriter<kStreaming>& out, size_t groups) {
     const Bytes d;
     const auto opaque = hn::BitCast(d, hn::Set(Dwords(), 0xFF000000u));
     HWY_ALIGN static constexpr uint8_t kWiden[16] = {0, 1, 2, 0x80, 3, 4, 5, 0x80, 6, 7, 8, 0x80, 9, 10, 11, 0x80};
     const auto widen = hn::LoadDup128(d, kWiden);
     for (size_t group = 0; group < groups; ++group, source += kGroup * 3) {
         const auto pixels = LoadBlocks([&](size_t block) { return source + 12 * block; });
+        hwy::Prefetch(source + ahead);
         out.Put(group, hn::Or(hn::TableLookupBytesOr0(pixels, widen), opaque));
     }
 }
@@ -138,13 +140,14 @@ HWY_INLINE void CopyRow(const uint8_t* source, const RowWriter<kStreaming>& out)
     }
 }
 
-// Weighs `count` rows of bytes. Reads and writes whole vectors.
+// Weighs `count` rows of bytes, and fetches as many behind them. Reads and writes whole vectors.
 template <uint32_t kCount>
 HWY_INLINE void WeighRows(const uint8_t* source, ptrdiff_t step, uint32_t count, const uint16_t* weights, uint8_t* out,
                           size_t bytes) {
     const Bytes d;
     const Words d16;
     const uint32_t taps = kCount != 0 ? kCount : count;
+    const ptrdiff_t ahead = static_cast<ptrdiff_t>(taps) * step;
     const auto rounding = Rounding(taps);
     const auto upper = hn::Set(d16, 0xFF00);
     for (size_t x = 0; x < bytes; x += kVector) {
@@ -153,6 +156,7 @@ HWY_INLINE void WeighRows(const uint8_t* source, ptrdiff_t step, uint32_t count,
         const uint8_t* at = source + x;
         for (uint32_t tap = 0; tap < taps; ++tap, at += step) {
             const auto row = hn::BitCast(d16, hn::LoadU(d, at));
+            hwy::Prefetch(at + ahead);
             const auto weight = hn::Set(d16, weights[tap]);
             even = hn::Add(even, hn::MulHigh(hn::ShiftLeft<8>(row), weight));
             odd = hn::Add(odd, hn::MulHigh(hn::And(row, upper), weight));
@@ -227,41 +231,66 @@ HWY_INLINE WordVector AddHalves(WordVector first, WordVector second) {
                    hn::BitCast(Words(), hn::InterleaveUpper(d64, a, b)));
 }
 
-template <bool kStreaming>
+// One pixel a block, of `kChunks` windows of 4 taps (0: of as many as the tables say), in both rows.
+template <uint32_t kChunks>
+class SinglePixels {
+public:
+    SinglePixels(const HorizontalTables& tables, size_t pixelBytes, const uint8_t* row0, const uint8_t* row1)
+        : m_row0(row0),
+          m_row1(row1),
+          m_windowBytes(4 * pixelBytes),
+          m_chunks(kChunks != 0 ? kChunks : tables.chunks),
+          m_offsets(tables.offsets),
+          m_weights(reinterpret_cast<const uint16_t*>(tables.vectors)),
+          m_index01(TapIndex(0, pixelBytes)),
+          m_index23(TapIndex(2, pixelBytes)) {}
+
+    HWY_INLINE void Next(WordVector& sum0, WordVector& sum1) {
+        const Words d16;
+        sum0 = sum1 = hn::Zero(d16);
+        size_t at = 0;
+        for (uint32_t chunk = 0; chunk < (kChunks != 0 ? kChunks : m_chunks); ++chunk, at += m_windowBytes) {
+            const auto weight01 = hn::Load(d16, m_weights);
+            const auto weight23 = hn::Load(d16, m_weights + kVector / 2);
+            const auto window0 = LoadBlocks([&](size_t block) { return m_row0 + m_offsets[block] + at; });
+            const auto window1 = LoadBlocks([&](size_t block) { return m_row1 + m_offsets[block] + at; });
+            sum0 = hn::Add(sum0, Weigh(window0, weight01, weight23));
+            sum1 = hn::Add(sum1, Weigh(window1, weight01, weight23));
+            m_weights += kVector;
+        }
+        m_offsets += kBlocks;
+    }
+
+private:
+    HWY_INLINE WordVector Weigh(ByteVector window, WordVector weight01, WordVector weight23) const {
+        const Words d16;
+        return hn::Add(hn::MulHigh(hn::BitCast(d16, hn::TableLookupBytesOr0(window, m_index01)), weight01),
+                       hn::MulHigh(hn::BitCast(d16, hn::TableLookupBytesOr0(window, m_index23)), weight23));
+    }
+
+    const uint8_t* m_row0;
+    const uint8_t* m_row1;
+    size_t m_windowBytes;
+    uint32_t m_chunks;
+    const uint32_t* m_offsets;
+    const uint16_t* m_weights;
+    ByteVector m_index01;
+    ByteVector m_index23;
+};
+
+template <uint32_t kChunks, bool kStreaming>
 HWY_INLINE void SingleRows(const HorizontalTables& tables, size_t pixelBytes, const uint8_t* row0, const uint8_t* row1,
                            const RowWriter<kStreaming>& out0, const RowWriter<kStreaming>& out1) {
-    const Words d16;
     const auto rounding = PixelRounding(tables.taps);
-    const auto index01 = TapIndex(0, pixelBytes);
-    const auto index23 = TapIndex(2, pixelBytes);
-    const uint32_t* offsets = tables.offsets;
-    const auto* weights = reinterpret_cast<const uint16_t*>(tables.vectors);
-    const auto weigh = [&](ByteVector window, WordVector weight01, WordVector weight23) HWY_ATTR {
-        return hn::Add(hn::MulHigh(hn::BitCast(d16, hn::TableLookupBytesOr0(window, index01)), weight01),
-                       hn::MulHigh(hn::BitCast(d16, hn::TableLookupBytesOr0(window, index23)), weight23));
-    };
+    SinglePixels<kChunks> pixels(tables, pixelBytes, row0, row1);
     for (size_t group = 0; group < tables.groups; ++group) {
-        WordVector sums[2][4];
-        for (size_t pixel = 0; pixel < 4; ++pixel) {
-            sums[0][pixel] = sums[1][pixel] = hn::Zero(d16);
-            size_t at = 0;
-            for (uint32_t chunk = 0; chunk < tables.chunks; ++chunk, at += 4 * pixelBytes) {
-                const auto weight01 = hn::Load(d16, weights);
-                const auto weight23 = hn::Load(d16, weights + kVector / 2);
-                const auto window0 = LoadBlocks([&](size_t block) { return row0 + offsets[block] + at; });
-                const auto window1 = LoadBlocks([&](size_t block) { return row1 + offsets[block] + at; });
-                sums[0][pixel] = hn::Add(sums[0][pixel], weigh(window0, weight01, weight23));
-                sums[1][pixel] = hn::Add(sums[1][pixel], weigh(window1, weight01, weight23));
-                weights += kVector;
-            }
-            offsets += kBlocks;
-        }
-        const auto finish = [&](const WordVector* sum) HWY_ATTR {
-            return PackPixels(hn::Add(AddHalves(sum[0], sum[1]), rounding),
-                              hn::Add(AddHalves(sum[2], sum[3]), rounding));
-        };
-        out0.Put(group, finish(sums[0]));
-        out1.Put(group, finish(sums[1]));
+        WordVector a0, a1, b0, b1, c0, c1, d0, d1;
+        pixels.Next(a0, a1);
+        pixels.Next(b0, b1);
+        pixels.Next(c0, c1);
+        pixels.Next(d0, d1);
+        out0.Put(group, PackPixels(hn::Add(AddHalves(a0, b0), rounding), hn::Add(AddHalves(c0, d0), rounding)));
+        out1.Put(group, PackPixels(hn::Add(AddHalves(a1, b1), rounding), hn::Add(AddHalves(c1, d1), rounding)));
     }
 }
 
@@ -272,12 +301,13 @@ void HorizontalRows(const StretchPlan& plan, const uint8_t* row0, const uint8_t*
     const HorizontalTables& tables = plan.Horizontal();
     const RowWriter<kStreaming> writer0(out0, pixels);
     const RowWriter<kStreaming> writer1(out1, pixels);
+    const ptrdiff_t ahead = plan.Vertical().Same() ? plan.SourceStep() : 0;
     switch (tables.pass) {
     case HorizontalPass::Copy:
         if (plan.PixelBytes() == 3) {
-            ExpandRow(row0, writer0, tables.groups);
+            ExpandRow(row0, ahead, writer0, tables.groups);
             if (out1 != out0)
-                ExpandRow(row1, writer1, tables.groups);
+                ExpandRow(row1, ahead, writer1, tables.groups);
         } else {
             CopyRow(row0, writer0);
             if (out1 != out0)
@@ -291,7 +321,12 @@ void HorizontalRows(const StretchPlan& plan, const uint8_t* row0, const uint8_t*
             PairRows<3>(tables, plan.PixelBytes(), row0, row1, writer0, writer1);
         break;
     case HorizontalPass::Singles:
-        SingleRows(tables, plan.PixelBytes(), row0, row1, writer0, writer1);
+        if (tables.chunks == 1)
+            SingleRows<1>(tables, plan.PixelBytes(), row0, row1, writer0, writer1);
+        else if (tables.chunks == 2)
+            SingleRows<2>(tables, plan.PixelBytes(), row0, row1, writer0, writer1);
+        else
+            SingleRows<0>(tables, plan.PixelBytes(), row0, row1, writer0, writer1);
         break;
     }
 }

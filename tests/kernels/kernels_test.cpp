@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <functional>
 #include <random>
+#include <sstream>
 #include <vector>
 
 #include "base/AlignedBuffer.h"
@@ -242,39 +243,33 @@ TEST_P(EachTarget, EveryTripleOfSamples) {
 
 struct Scaling {
     uint32_t width, height, toWidth, toHeight;
-    uint32_t clipX, clipY, clipWidth, clipHeight;    // all of it where the width is 0
+    uint32_t clipX, clipY, columns, rows;
 };
 
-constexpr Scaling kScalings[] = {
-    {1, 1, 1, 1, 0, 0, 0, 0},
-    {67, 5, 67, 5, 0, 0, 0, 0},
-    {67, 5, 67, 5, 13, 1, 3, 4},
-    {90, 60, 60, 40, 0, 0, 0, 0},
-    {90, 61, 59, 40, 5, 3, 50, 30},
-    {71, 9, 67, 8, 0, 0, 0, 0},
-    {97, 30, 51, 15, 0, 0, 0, 0},
-    {33, 7, 16, 14, 0, 0, 0, 0},
-    {99, 33, 33, 11, 0, 0, 0, 0},
-    {120, 40, 29, 11, 0, 0, 0, 0},
-    {41, 41, 2, 3, 0, 0, 0, 0},
-    {200, 100, 10, 5, 3, 2, 6, 2},
-    {400, 3, 4, 3, 0, 0, 0, 0},
-    {3, 390, 5, 4, 0, 0, 0, 0},
-    {50, 20, 1, 1, 0, 0, 0, 0},
-    {300, 250, 1, 1, 0, 0, 0, 0},
-    {60, 40, 90, 60, 0, 0, 0, 0},
-    {61, 41, 90, 60, 31, 7, 33, 9},
-    {60, 7, 61, 7, 0, 0, 0, 0},
-    {60, 7, 60, 8, 0, 0, 0, 0},
-    {13, 6, 300, 2, 250, 0, 50, 2},
-    {1, 9, 70, 9, 0, 0, 0, 0},
-    {9, 1, 9, 70, 2, 69, 7, 1},
-    {1, 1, 40, 3, 0, 0, 0, 0},
-    {2, 2, 4000000000u, 4000000000u, 1999999990u, 1999999990u, 20, 20},
-    {70, 40, 70, 13, 0, 0, 0, 0},
-    {1030, 700, 1030, 700, 0, 0, 0, 0},
-    {1500, 1050, 1024, 700, 0, 0, 0, 0},    // large enough to pass the cache by
-};
+// From width, height to width, height. The last two are large enough to pass the cache by.
+constexpr char kWholeScalings[] =
+    "1 1 1 1;  67 5 67 5;  90 60 60 40;  71 9 67 8;  97 30 51 15;  33 7 16 14;  99 33 33 11;  "
+    "120 40 29 11;  41 41 2 3;  400 3 4 3;  3 390 5 4;  50 20 1 1;  300 250 1 1;  60 40 90 60;  "
+    "60 7 61 7;  60 7 60 8;  20 1 20 6;  1 9 70 9;  1 1 40 3;  70 40 70 13;  1030 700 1030 700;  "
+    "1500 1050 1024 700;";
+constexpr Scaling kClippedScalings[] = {{67, 5, 67, 5, 13, 1, 3, 4},
+                                        {90, 61, 59, 40, 5, 3, 50, 30},
+                                        {200, 100, 10, 5, 3, 2, 6, 2},
+                                        {61, 41, 90, 60, 31, 7, 33, 9},
+                                        {13, 6, 300, 2, 250, 0, 50, 2},
+                                        {9, 1, 9, 70, 2, 69, 7, 1},
+                                        {2, 2, 4000000000u, 4000000000u, 1999999990u, 1999999990u, 20, 20}};
+
+std::vector<Scaling> Scalings() {
+    std::vector<Scaling> scalings(std::begin(kClippedScalings), std::end(kClippedScalings));
+    std::istringstream whole(kWholeScalings);
+    char end;
+    for (Scaling s{}; whole >> s.width >> s.height >> s.toWidth >> s.toHeight >> end; scalings.push_back(s)) {
+        s.columns = s.toWidth;
+        s.rows = s.toHeight;
+    }
+    return scalings;
+}
 
 // The source ends 64 bytes in front of memory that cannot be read, and begins at its first byte where it is turned
 // over.
@@ -287,14 +282,11 @@ void CheckScaling(const Scaling& s, uint32_t bytes, bool bottomUp, Fill fill, co
     const test::GuardedBytes memory(padded.data(), padded.size());
     const uint8_t* const top = bottomUp ? memory.Data() + size_t{step} * (s.height - 1) : memory.Data();
     const StretchSource source{top, bottomUp ? -ptrdiff_t{step} : ptrdiff_t{step}, left, 0, s.width, s.height, bytes};
-    const bool whole = s.clipWidth == 0;
-    const uint32_t columns = whole ? s.toWidth : s.clipWidth;
-    const uint32_t rows = whole ? s.toHeight : s.clipHeight;
-    PoisonedPlane got(columns * 4, rows, 7), wanted(columns * 4, rows, 7);
+    PoisonedPlane got(s.columns * 4, s.rows, 7), wanted(s.columns * 4, s.rows, 7);
     AlignedBuffer aligned;    // stores past the cache need whole vectors
-    const uint32_t alignedStep = (columns * 4 + 63) / 64 * 64;
-    ASSERT_TRUE(aligned.Allocate(size_t{alignedStep} * rows));
-    StretchDestination to{got.Data(), got.Step(), s.toWidth, s.toHeight, s.clipX, s.clipY, columns, rows};
+    const uint32_t alignedStep = (s.columns * 4 + 63) / 64 * 64;
+    ASSERT_TRUE(aligned.Allocate(size_t{alignedStep} * s.rows));
+    StretchDestination to{got.Data(), got.Step(), s.toWidth, s.toHeight, s.clipX, s.clipY, s.columns, s.rows};
     ASSERT_TRUE(Stretch(source, to));
     to.data = aligned.Data();
     to.step = alignedStep;
@@ -304,8 +296,8 @@ void CheckScaling(const Scaling& s, uint32_t bytes, bool bottomUp, Fill fill, co
     ref::Stretch(source, to);
 
     const int tolerance = s.width == s.toWidth && s.height == s.toHeight ? 0 : 2;
-    for (uint32_t y = 0; y < rows; ++y) {
-        for (uint32_t x = 0; x < columns * 4; ++x) {
+    for (uint32_t y = 0; y < s.rows; ++y) {
+        for (uint32_t x = 0; x < s.columns * 4; ++x) {
             const int value = wanted.At(x, y);
             ASSERT_LE(std::abs(got.At(x, y) - value), x % 4 == 3 ? 0 : tolerance) << where << " at " << x << ", " << y;
             ASSERT_EQ(aligned.Data()[size_t{y} * alignedStep + x], got.At(x, y)) << where << " at " << x << ", " << y;
@@ -316,18 +308,16 @@ void CheckScaling(const Scaling& s, uint32_t bytes, bool bottomUp, Fill fill, co
 }
 
 TEST_P(EachTarget, ScalingKeepsToItsDefinition) {
-    for (const Scaling& s : kScalings) {
-        for (const uint32_t bytes : {3u, 4u}) {
-            for (const bool bottomUp : {false, true}) {
-                for (const Fill fill : {Fill::Random, Fill::Extremes}) {
-                    const std::string where = Where("Stretch", s.width, s.height) + " to " + std::to_string(s.toWidth) +
-                                              " x " + std::to_string(s.toHeight) + ", " + std::to_string(bytes) +
-                                              (bottomUp ? " bytes, bottom-up" : " bytes");
-                    CheckScaling(s, bytes, bottomUp, fill, where);
-                    if (HasFatalFailure())
-                        return;
-                }
-            }
+    for (const Scaling& s : Scalings()) {
+        for (uint32_t kind = 0; kind < 8; ++kind) {
+            const bool bottomUp = (kind & 1) != 0, extremes = (kind & 2) != 0;
+            if (s.columns > 1000 && bottomUp == extremes)
+                continue;    // the plain form takes long
+            const std::string where = Where("Stretch", s.width, s.height) + " to " + std::to_string(s.toWidth) + " x " +
+                                      std::to_string(s.toHeight) + ", kind " + std::to_string(kind);
+            CheckScaling(s, 3 + kind / 4, bottomUp, extremes ? Fill::Extremes : Fill::Random, where);
+            if (HasFatalFailure())
+                return;
         }
     }
 }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -13,165 +14,93 @@ namespace {
 using Words = std::vector<uint32_t>;
 using Bytes = std::vector<uint8_t>;
 
-// A file put together from its parts, with what it must show: pixels 0x00RRGGBB, first row on top.
-struct File {
-    const char* name;
-    uint32_t headerBytes, bits, compression;
+struct Head {
+    uint32_t bytes, bits, compression;
     int32_t width, height;
-    Words masks;
-    Words palette;
-    uint32_t stated;    // entries of the palette by the header
-    Bytes pixels;
-    Words wanted;
 };
 
+// A file put together from its parts, with what it must show: pixels 0x00RRGGBB, first row on top. Both in hexadecimal.
+struct File {
+    const char* name;
+    Head head;
+    Words masks;
+    Words palette;
+    const char* pixels;
+    const char* wanted;
+};
+
+Words Parsed(const char* text) {
+    std::istringstream stream(text);
+    Words words;
+    for (uint32_t word; stream >> std::hex >> word;)
+        words.push_back(word);
+    return words;
+}
+
 Bytes Build(const File& f) {
-    Bytes out(14 + f.headerBytes);
-    const auto put = [&](size_t at, uint32_t value, int count) { std::memcpy(&out[at], &value, count); };
+    const bool old = f.head.bytes == 12;
+    Bytes out(14 + f.head.bytes);
+    const auto put = [&](size_t at, auto value, size_t count) { std::memcpy(&out[at], &value, count); };
     put(0, 0x4D42, 2);
-    put(14, f.headerBytes, 4);
-    if (f.headerBytes == 12) {
-        put(18, static_cast<uint32_t>(f.width), 2);
-        put(20, static_cast<uint32_t>(f.height), 2);
-        put(24, f.bits, 2);
-    } else {
-        put(18, static_cast<uint32_t>(f.width), 4);
-        put(22, static_cast<uint32_t>(f.height), 4);
-        put(28, f.bits, 2);
-        put(30, f.compression, 4);
-        put(46, f.stated, 4);
+    put(14, f.head.bytes, 4);
+    put(18, f.head.width, old ? 2 : 4);
+    put(old ? 20 : 22, f.head.height, old ? 2 : 4);
+    put(old ? 24 : 28, f.head.bits, 2);
+    if (!old) {
+        put(30, f.head.compression, 4);
+        put(46, f.palette.size() == 1u << f.head.bits % 32 ? 0 : f.palette.size(), 4);    // 0 means all
     }
     for (size_t i = 0; i < f.masks.size(); ++i) {
-        if (f.headerBytes == 40)
+        if (f.head.bytes == 40)
             out.resize(out.size() + 4);
         put(54 + 4 * i, f.masks[i], 4);
     }
     for (const uint32_t color : f.palette) {
-        out.insert(out.end(),
-                   {static_cast<uint8_t>(color), static_cast<uint8_t>(color >> 8), static_cast<uint8_t>(color >> 16)});
-        if (f.headerBytes != 12)
-            out.push_back(99);
+        out.resize(out.size() + (old ? 3 : 4), 99);
+        put(out.size() - (old ? 3 : 4), color, 3);
     }
-    put(10, static_cast<uint32_t>(out.size()), 4);
-    out.insert(out.end(), f.pixels.begin(), f.pixels.end());
+    put(10, out.size(), 4);
+    for (const uint32_t byte : Parsed(f.pixels))
+        out.push_back(static_cast<uint8_t>(byte));
     return out;
 }
 
-constexpr uint32_t kR = 0xFF0000, kG = 0x00FF00, kB = 0x0000FF, kW = 0xFFFFFF;
-
 std::vector<File> Files() {
-    const Words four{0, kR, kG, kB};
+    const Words four{0, 0xF0, 0xF1, 0xF2};
     return {
         {"1 bit, odd width",
-         40,
-         1,
-         0,
-         9,
-         2,
+         {40, 1, 0, 9, 2},
          {},
-         {kG, kW},
-         0,
-         {0x80, 0x80, 0, 0, 0x41, 0x7F, 0, 0},
-         {kG, kW, kG, kG, kG, kG, kG, kW, kG, kW, kG, kG, kG, kG, kG, kG, kG, kW}},
-        {"4 bits, short palette", 40, 4, 0, 3, 1, {}, four, 4, {0x12, 0x9F, 0, 0}, {kR, kG, 0}},
-        {"8 bits, old header", 12, 8, 0, 3, 2, {}, four, 0, {3, 2, 1, 0, 0, 1, 2, 0}, {0, kR, kG, kB, kG, kR}},
-        {"8 bits, more entries than bits", 64, 8, 0, 1, 1, {}, Words(300, kB), 300, {255, 0, 0, 0}, {kB}},
-        {"16 bits 5-5-5, top-down",
-         56,
-         16,
-         0,
-         2,
-         -2,
-         {},
-         {},
-         0,
-         {0x00, 0x7C, 0x10, 0x42, 0xE0, 0x03, 0xFF, 0x7F},
-         {kR, 0x848484, kG, kW}},
-        {"16 bits 5-6-5",
-         40,
-         16,
-         3,
-         1,
-         2,
-         {0xF800, 0x07E0, 0x001F},
-         {},
-         0,
-         {0x10, 0x84, 0, 0, 0x1F, 0xF8, 0, 0},
-         {0xFF00FF, 0x848284}},
-        {"16 bits, one bit, none, and 11 bits",
-         52,
-         16,
-         3,
-         2,
-         1,
-         {0x8000, 0, 0x07FF},
-         {},
-         0,
-         {0, 0x84, 0xFF, 0x7F},
-         {0xFF0080, 0x0000FF}},
-        {"24 bits, old header", 12, 24, 0, 1, 2, {}, {}, 0, {1, 2, 3, 0, 4, 5, 6, 0}, {0x060504, 0x030201}},
-        {"24 bits", 124, 24, 0, 3, 1, {}, {}, 0, {1, 2, 3, 4, 5, 6, 7, 8, 9, 0, 0, 0}, {0x030201, 0x060504, 0x090807}},
-        {"32 bits", 40, 32, 0, 1, 1, {}, {}, 0, {1, 2, 3, 4}, {0x030201}},
+         {0xA, 0xB},
+         "80 80 0 0 41 7F 0 0",
+         "A B A A A A A B A B A A A A A A A B"},
+        {"4 bits, short palette", {40, 4, 0, 3, 1}, {}, four, "12 9F 0 0", "F0 F1 0"},
+        {"8 bits, old header", {12, 8, 0, 3, 2}, {}, four, "3 2 1 0 0 1 2 0", "0 F0 F1 F2 F1 F0"},
+        {"8 bits, more entries than bits", {64, 8, 0, 1, 1}, {}, Words(300, 0x123456), "FF 0 0 0", "123456"},
+        {"16 bits 5-5-5, top-down", {56, 16, 0, 2, -2}, {}, {}, "0 7C 10 42 E0 3 FF 7F", "FF0000 848484 FF00 FFFFFF"},
+        {"16 bits 5-6-5", {40, 16, 3, 1, 2}, {0xF800, 0x7E0, 0x1F}, {}, "10 84 0 0 1F F8 0 0", "FF00FF 848284"},
+        {"16 bits, 1, 0 and 11", {52, 16, 3, 2, 1}, {0x8000, 0, 0x7FF}, {}, "0 84 FF 7F", "FF0080 FF"},
+        {"24 bits, old header", {12, 24, 0, 1, 2}, {}, {}, "1 2 3 0 4 5 6 0", "60504 30201"},
+        {"24 bits", {124, 24, 0, 3, 1}, {}, {}, "1 2 3 4 5 6 7 8 9 0 0 0", "30201 60504 90807"},
+        {"32 bits", {40, 32, 0, 1, 1}, {}, {}, "1 2 3 4", "30201"},
         {"32 bits 10-10-10",
-         108,
-         32,
-         3,
-         2,
-         1,
+         {108, 32, 3, 2, 1},
          {0x3FF00000, 0xFFC00, 0x3FF, 0},
          {},
-         0,
-         {0xFF, 0x03, 0x00, 0x20, 0x00, 0xFC, 0x0F, 0x00},
-         {0x8000FF, 0x00FF00}},
-        {"32 bits, alpha masks behind the header",
-         40,
-         32,
-         6,
-         1,
-         1,
-         {0xFF, 0xFF00, 0xFF0000, 0xFF000000},
-         {},
-         0,
-         {1, 2, 3, 4},
-         {0x010203}},
-        {"RLE8 with all its codes",
-         40,
-         8,
-         1,
-         4,
-         3,
+         "FF 3 0 20 0 FC F 0",
+         "8000FF FF00"},
+        {"32 bits, 4 masks behind", {40, 32, 6, 1, 1}, {0xFF, 0xFF00, 0xFF0000, 0xFF000000}, {}, "1 2 3 4", "10203"},
+        // A run, a row's end, a literal run and its padding, a jump, a run that is too long, the end.
+        {"RLE8",
+         {40, 8, 1, 4, 3},
          {},
          four,
-         4,
-         {3, 1, 0, 0,                 // 1 1 1 -
-          0, 3, 2, 3, 1, 99, 1, 2,    // 2 3 1, padded, then 2
-          0, 0, 0, 2, 2, 0,  9, 3,    // two to the right, then more than fit
-          0, 1, 4, 1},
-         {0, 0, kB, kB, kG, kB, kR, kG, kR, kR, kR, 0}},
-        {"RLE4",
-         64,
-         4,
-         2,
-         5,
-         2,
-         {},
-         four,
-         4,
-         {5, 0x12, 0, 0, 0, 5, 0x32, 0x10, 0x20, 99, 0, 1},
-         {kB, kG, kR, 0, kG, kR, kG, kR, kG, kR}},
-        {"RLE8, delta over the end", 40, 8, 1, 1, 2, {}, four, 4, {1, 1, 0, 2, 200, 200, 1, 2}, {0, kR}},
-        {"RLE8, cut in a literal run", 40, 8, 1, 4, 1, {}, four, 4, {0, 4, 1, 2}, {kR, kG, 0, 0}},
-        {"24 bits, cut in the second row",
-         40,
-         24,
-         0,
-         2,
-         2,
-         {},
-         {},
-         0,
-         {1, 1, 1, 2, 2, 2, 0, 0, 3, 3, 3, 4},
-         {0x030303, 0, 0x010101, 0x020202}},
+         "3 1 0 0 0 3 2 3 1 63 1 2 0 0 0 2 2 0 9 3 0 1 4 1",
+         "0 0 F2 F2 F1 F2 F0 F1 F0 F0 F0 0"},
+        {"RLE4", {64, 4, 2, 5, 2}, {}, four, "5 12 0 0 0 5 32 10 20 63 0 1", "F2 F1 F0 0 F1 F0 F1 F0 F1 F0"},
+        {"RLE8, jump beyond the end", {40, 8, 1, 1, 2}, {}, four, "1 1 0 2 C8 C8 1 2", "0 F0"},
+        {"RLE8, cut in a literal run", {40, 8, 1, 4, 1}, {}, four, "0 4 1 2", "F0 F1 0 0"},
+        {"24 bits, cut in a row", {40, 24, 0, 2, 2}, {}, {}, "1 1 1 2 2 2 0 0 3 3 3 4", "30303 0 10101 20202"},
     };
 }
 
@@ -193,8 +122,8 @@ TEST(Bmp, EachKind) {
     for (const File& file : Files()) {
         Raster out;
         ASSERT_EQ(Read(Build(file), out), Status::Ok) << file.name;
-        EXPECT_EQ(out.View().width, static_cast<uint32_t>(file.width)) << file.name;
-        EXPECT_EQ(PixelsOf(out.View()), file.wanted) << file.name;
+        EXPECT_EQ(out.View().width, static_cast<uint32_t>(file.head.width)) << file.name;
+        EXPECT_EQ(PixelsOf(out.View()), Parsed(file.wanted)) << file.name;
     }
 }
 
@@ -202,12 +131,12 @@ TEST(Bmp, DamagedFiles) {
     Raster out;
     for (const File& file : Files()) {    // cut anywhere: a picture or none, nothing else
         const Bytes whole = Build(file);
-        const size_t header = whole.size() - file.pixels.size();
+        const size_t header = whole.size() - Parsed(file.pixels).size();
         for (size_t size = 0; size < whole.size(); ++size)
             EXPECT_EQ(Ok(Read(Bytes(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size)), out)), size > header)
                 << file.name << " cut at " << size;
     }
-    const File plain{"", 40, 24, 0, 1, 1, {}, {}, 0, {1, 2, 3, 0}, {}};
+    const File plain{"", {40, 24, 0, 1, 1}, {}, {}, "1 2 3 0", ""};
     const struct {
         const char* what;
         size_t at;

@@ -83,6 +83,11 @@ void GrabJob::Measure(Connection& connection) {
     m_refused = false;
     m_covers.clear();
     xcb_connection_t* xcb = connection.Xcb();
+    AskCounted<xcb_get_window_attributes_reply_t>(
+        connection, xcb_get_window_attributes(xcb, m_window), [this](ReplyPtr<xcb_get_window_attributes_reply_t> own) {
+            m_refused |= own == nullptr;
+            m_hidden = own != nullptr && own->map_state != XCB_MAP_STATE_VIEWABLE;
+        });
     AskCounted<xcb_query_tree_reply_t>(connection, xcb_query_tree(xcb, m_window),
                                        [this](ReplyPtr<xcb_query_tree_reply_t> tree) {
                                            m_refused |= tree == nullptr;
@@ -167,13 +172,18 @@ void GrabJob::OnAllAnswered(Connection& connection) {
 }
 
 void GrabJob::OnMeasured(Connection& connection) {
+    if (m_hidden) {
+        m_made = {false, true, m_size, {}, {}};
+        Finish(false);
+        return;
+    }
     std::vector<Rect> visible = Uncovered(m_bound, m_covers);
     const bool stoodStill = m_made.read && m_made.size == m_size && m_made.visible == visible;
     if (stoodStill || (m_made.read && ++m_round >= kMostRounds)) {
         Finish(stoodStill);
         return;
     }
-    m_made = {true, m_size, std::move(visible), {}};
+    m_made = {true, false, m_size, std::move(visible), {}};
     Read(connection);
 }
 

@@ -25,6 +25,7 @@ public:
     };
     struct Result {
         bool read = false;    // false: the server refused, the windows did not stand still, or the connection was lost
+        bool hidden = false;    // not viewable: nothing was read, but the size is known
         WindowWatch::Size size;
         std::vector<Rect> visible;    // disjoint
         std::vector<Band> bands;      // cover all that is visible
@@ -64,6 +65,7 @@ private:
     uint32_t m_round = 0;
     uint32_t m_open = 0;    // questions under way
     bool m_refused = false;
+    bool m_hidden = false;
     bool m_reading = false;       // of the questions under way
     bool m_coverShown = false;    // of the sibling asked for last
     xcb_window_t m_above = 0;     // parent of the window whose tree was asked for last

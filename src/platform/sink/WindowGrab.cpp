@@ -46,9 +46,6 @@ Status Grab(const WindowWatchPtr& watch, const RasterView& last, std::chrono::mi
     const WindowFacts facts = state != nullptr ? state->Facts() : WindowFacts();
     if (facts.life != WindowWatch::Life::Alive || facts.layout == PixelLayout::Unsupported)
         return Status::Failed;
-    if (!facts.viewable)
-        return last ? ShowLast(last, facts.size, out) : Status::Failed;
-
     const std::shared_ptr<Connection> connection = ConnectionOf(watch);
     const auto job = std::make_shared<GrabJob>(state->Window(), facts.layout);
     connection->Join(job);
@@ -58,11 +55,8 @@ Status Grab(const WindowWatchPtr& watch, const RasterView& last, std::chrono::mi
     connection->Poke();
     if (!answered)
         return Status::Failed;
-    if (!result.read) {    // perhaps since it was unmapped meanwhile
-        const WindowFacts now = state->Facts();
-        const bool hidden = now.life == WindowWatch::Life::Alive && !now.viewable;
-        return hidden && last ? ShowLast(last, now.size, out) : Status::Failed;
-    }
+    if (!result.read && !(result.hidden && last))
+        return Status::Failed;
     const Status shown = ShowLast(last, result.size, out);
     if (Ok(shown))
         for (const GrabJob::Band& band : result.bands)

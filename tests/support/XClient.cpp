@@ -2,6 +2,7 @@
 
 #include <xcb/randr.h>
 #include <xcb/res.h>
+#include <xcb/xcbext.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -171,9 +172,13 @@ void XClient::SetMonitors(const std::vector<Rect>& monitors) {
         // The first takes the server's only output with it, so that no monitor of the server's own is left.
         const bool takesOutput = i == 0 && outputs > 0;
         struct {
+            uint8_t major, minor;
+            uint16_t length;
+            xcb_window_t window;
             xcb_randr_monitor_info_t info;
             xcb_randr_output_t output;
         } request{};
+        request.window = m_screen->root;
         request.info.name = atom->atom;
         request.info.nOutput = takesOutput ? 1 : 0;
         request.info.x = static_cast<int16_t>(monitors[i].left);
@@ -182,9 +187,18 @@ void XClient::SetMonitors(const std::vector<Rect>& monitors) {
         request.info.height = static_cast<uint16_t>(monitors[i].Height());
         if (takesOutput)
             request.output = xcb_randr_get_screen_resources_current_outputs(all)[0];
-        xcb_randr_set_monitor(m_xcb, m_screen->root, &request.info);
+        // Sent by hand: xcb's own form of this request fails an assertion of xcb. Two parts in front are xcb's.
+        iovec parts[3] = {};
+        parts[2] = {&request, sizeof request - (takesOutput ? 0 : sizeof request.output)};
+        const xcb_protocol_request_t protocol{1, &xcb_randr_id, XCB_RANDR_SET_MONITOR, 1};
+        xcb_send_request(m_xcb, 0, parts + 2, &protocol);
         std::free(atom);
     }
+    // Xvfb tells nobody of new monitors, but of another primary output.
+    if (outputs > 0)
+        for (const xcb_randr_output_t primary :
+             {xcb_randr_output_t{0}, xcb_randr_get_screen_resources_current_outputs(all)[0]})
+            xcb_randr_set_output_primary(m_xcb, m_screen->root, primary);
     std::free(all);
     Sync();
 }

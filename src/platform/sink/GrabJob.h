@@ -1,0 +1,84 @@
+// Finds out which parts of a window can be seen and reads them, on the event thread. Private to sink/.
+//
+// A round: from the window up to the root, each ancestor cuts the window by its inside, and the siblings stacked above
+// cover it; then what is left is read. Windows may move meanwhile, so the round is measured once more after the
+// reading, and what was read counts only when nothing has changed.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "base/Mutex.h"
+#include "base/Rectangle.h"
+#include "platform/window/WatchState.h"
+
+namespace corvane {
+
+class GrabJob final : public EventClient, public std::enable_shared_from_this<GrabJob> {
+public:
+    // Whole rows as the server sent them, each rounded up to 4 bytes.
+    struct Band {
+        Rect place;    // all rectangles: in coordinates of the window's inside
+        ReplyPtr<xcb_get_image_reply_t> pixels;
+    };
+    struct Result {
+        bool read = false;    // false: the server refused, the windows did not stand still, or the connection was lost
+        bool hidden = false;    // not viewable: nothing was read, but the size is known
+        WindowWatch::Size size;
+        std::vector<Rect> visible;    // disjoint
+        std::vector<Band> bands;      // cover all that is visible
+    };
+
+    GrabJob(xcb_window_t window, PixelLayout layout) : m_window(window), m_layout(layout) {}
+
+    // Waits for the result; false when `limit` passed first. The job must be left afterwards.
+    bool Wait(std::chrono::milliseconds limit, Result& result);
+
+    void OnJoin(Connection& connection) override { Measure(connection); }
+    void OnLost() noexcept override { Finish(false); }
+
+private:
+    struct Origin {
+        int64_t x = 0;
+        int64_t y = 0;
+    };
+
+    template <typename Reply, typename Cookie, typename Handler>
+    void AskCounted(Connection& connection, Cookie cookie, Handler handler);
+    void Measure(Connection& connection);
+    void AskLevel(Connection& connection, xcb_window_t child, xcb_window_t parent);
+    void OnParent(Connection& connection, xcb_window_t parent, xcb_window_t grandparent,
+                  const xcb_get_geometry_reply_t& geometry);
+    void AskCovers(Connection& connection, xcb_window_t child, const xcb_query_tree_reply_t& siblings);
+    void AskCover(Connection& connection, xcb_window_t sibling, Origin parent);
+    void OnAllAnswered(Connection& connection);
+    void OnMeasured(Connection& connection);
+    void Read(Connection& connection);
+    void Finish(bool read) noexcept;
+
+    const xcb_window_t m_window;
+    const PixelLayout m_layout;
+
+    // Only on the event thread.
+    uint32_t m_round = 0;
+    uint32_t m_open = 0;    // questions under way
+    bool m_refused = false;
+    bool m_hidden = false;
+    bool m_reading = false;       // of the questions under way
+    bool m_coverShown = false;    // of the sibling asked for last
+    xcb_window_t m_above = 0;     // parent of the window whose tree was asked for last
+    Origin m_parent;              // the inside of the current level's parent
+    Rect m_bound;                 // of the window's inside, what its ancestors and the screen leave
+    std::vector<Rect> m_covers;
+    WindowWatch::Size m_size;
+    Result m_made;    // of the last reading
+
+    Mutex m_lock;    // a leaf
+    Condition m_finished;
+    bool m_done GUARDED_BY(m_lock) = false;
+    Result m_result GUARDED_BY(m_lock);
+};
+
+}    // namespace corvane

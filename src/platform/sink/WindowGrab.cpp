@@ -1,0 +1,77 @@
+#include "platform/sink/WindowGrab.h"
+
+#include <new>
+
+#include "base/Limits.h"
+#include "platform/sink/GrabJob.h"
+#include "platform/sink/PixelPack.h"
+
+namespace corvane {
+
+namespace {
+
+void CopyRows(PixelLayout layout, const uint8_t* from, ptrdiff_t fromStep, const RasterView& to, const Rect& place) {
+    for (int64_t y = place.top; y < place.bottom; ++y, from += fromStep)
+        UnpackRow(layout, from, to.data + y * to.step + 4 * place.left, static_cast<uint32_t>(place.Width()));
+}
+
+// `out` of this size, showing `last`, black where that does not reach.
+Status ShowLast(const RasterView& last, WindowWatch::Size size, Raster& out) {
+    if (!limits::FitsPicture(size.width, size.height))
+        return Status::Failed;
+    if (!out.Resize(size.width, size.height))
+        return Status::OutOfMemory;
+    const Rect both = last.Bounds().Intersected(out.View().Bounds());
+    if (last && !both.Empty())
+        CopyRows(PixelLayout::Bgrx32, last.data, last.step, out.View(), both);
+    return Status::Ok;
+}
+
+void ShowBand(const GrabJob::Band& band, const std::vector<Rect>& visible, PixelLayout layout, const RasterView& out) {
+    const uint32_t bytes = BytesPerPixel(layout);
+    const ptrdiff_t step = (band.place.Width() * bytes + 3) & ~int64_t{3};
+    const uint8_t* pixels = xcb_get_image_data(band.pixels.get());
+    if (xcb_get_image_data_length(band.pixels.get()) < step * band.place.Height())
+        return;
+    for (const Rect& part : visible) {
+        const Rect both = part.Intersected(band.place);
+        if (!both.Empty())
+            CopyRows(layout, pixels + (both.top - band.place.top) * step + (both.left - band.place.left) * bytes, step,
+                     out, both);
+    }
+}
+
+Status Grab(const WindowWatchPtr& watch, const RasterView& last, std::chrono::milliseconds limit, Raster& out) {
+    const std::shared_ptr<WatchState> state = StateOf(watch);
+    const WindowFacts facts = state != nullptr ? state->Facts() : WindowFacts();
+    if (facts.life != WindowWatch::Life::Alive || facts.layout == PixelLayout::Unsupported)
+        return Status::Failed;
+    const std::shared_ptr<Connection> connection = ConnectionOf(watch);
+    const auto job = std::make_shared<GrabJob>(state->Window(), facts.layout);
+    connection->Join(job);
+    GrabJob::Result result;
+    const bool answered = job->Wait(limit, result);
+    job->Leave();
+    connection->Poke();
+    if (!answered)
+        return Status::Failed;
+    if (!result.read && !(result.hidden && last))
+        return Status::Failed;
+    const Status shown = ShowLast(last, result.size, out);
+    if (Ok(shown))
+        for (const GrabJob::Band& band : result.bands)
+            ShowBand(band, result.visible, facts.layout, out.View());
+    return shown;
+}
+
+}    // namespace
+
+Status GrabWindow(const WindowWatchPtr& watch, const RasterView& last, std::chrono::milliseconds limit, Raster& out) {
+    try {
+        return Grab(watch, last, limit, out);
+    } catch (const std::bad_alloc&) {
+        return Status::OutOfMemory;
+    }
+}
+
+}    // namespace corvane

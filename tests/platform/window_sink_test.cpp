@@ -1,0 +1,371 @@
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "base/FailurePoint.h"
+#include "base/Log.h"
+#include "platform/sink/WindowSink.h"
+#include "support/Latch.h"
+#include "support/XClient.h"
+#include "support/XServer.h"
+
+namespace corvane {
+namespace {
+
+using test::Eventually;
+using test::XClient;
+using test::XServer;
+using Life = WindowWatch::Life;
+using Purpose = WindowWatch::Purpose;
+using Size = WindowWatch::Size;
+using State = WindowSink::State;
+
+enum class Way { Descriptor, Segment, Bands };
+
+size_t Descriptors() {
+    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+// Mappings of this process whose line has `word` in it.
+size_t Mappings(const char* word) {
+    std::ifstream maps("/proc/self/maps");
+    size_t count = 0;
+    for (std::string line; std::getline(maps, line);)
+        count += line.find(word) != std::string::npos;
+    return count;
+}
+
+// The pixel that a server of this depth shows for one of ours; as the formats define it.
+uint32_t Shown(uint8_t depth, uint32_t bgrx) {
+    const uint32_t r = bgrx >> 16 & 255, g = bgrx >> 8 & 255, b = bgrx & 255;
+    if (depth == 16)
+        return r / 8 << 11 | g / 4 << 5 | b / 8;
+    if (depth == 30)
+        return (r * 4 + r / 64) << 20 | (g * 4 + g / 64) << 10 | (b * 4 + b / 64);
+    return bgrx & 0xFFFFFF;
+}
+uint32_t Used(uint8_t depth) {
+    return depth == 16 ? 0xFFFF : depth == 30 ? 0x3FFFFFFF : 0xFFFFFF;
+}
+
+class SinkConformance : public testing::TestWithParam<std::tuple<Way, uint8_t>> {
+protected:
+    void SetUp() override {
+        const auto [way, depth] = GetParam();
+        m_way = way;
+        m_depth = depth;
+        XServer::Options options{.depth = depth == 32 ? 24 : depth};
+        if (way == Way::Bands)
+            options.arguments = {"-extension", "MIT-SHM"};
+        m_server = std::make_unique<XServer>(options);
+        ASSERT_TRUE(m_server->Running());
+        m_client = std::make_unique<XClient>(m_server->Display());
+        m_window = m_client->Create({.depth = depth});
+        if (m_window == 0)
+            GTEST_SKIP() << "the server has no such visual";
+        // Third after the eventfd and the connecting comes the first memory by descriptor.
+        if (way == Way::Segment)
+            failure::Arm(static_cast<uint32_t>(failure::Site::PlatformCall), 3, false);
+        m_watch = WindowWatch::Open(m_window, Purpose::Draw);
+        ASSERT_TRUE(Eventually([&] { return m_watch->Viewable(); }));
+        failure::Disarm();
+        m_sink = WindowSink::Make(m_watch, this);
+    }
+
+    bool Becomes(State state) {
+        return Eventually([&] { return m_sink->Prepare() == state; });
+    }
+    // A picture that no two places or runs share; kept to compare with.
+    void Draw(uint32_t seed) {
+        std::minstd_rand random(seed);
+        const auto writing = m_sink->Write();
+        const RasterView& image = writing.Image();
+        m_pixels.resize(size_t{image.width} * image.height);
+        for (uint32_t y = 0; y < image.height; ++y) {
+            for (uint32_t x = 0; x < image.width; ++x) {
+                const uint32_t pixel = m_pixels[y * image.width + x] = random() | 0xFF000000u;
+                std::memcpy(image.data + y * image.step + 4 * x, &pixel, 4);
+            }
+        }
+    }
+    std::vector<uint32_t> Expected(const Rect& rect) const {
+        std::vector<uint32_t> expected;
+        for (int64_t y = rect.top; y < rect.bottom; ++y)
+            for (int64_t x = rect.left; x < rect.right; ++x)
+                expected.push_back(Shown(m_depth, m_pixels[static_cast<size_t>(y * m_sink->Size().width + x)]));
+        return expected;
+    }
+    std::vector<uint32_t> OnWindow(const Rect& rect) {
+        std::vector<uint32_t> pixels = m_client->Read(m_window, rect);
+        for (uint32_t& pixel : pixels)
+            pixel &= Used(m_depth);
+        return pixels;
+    }
+
+    // A put that is not busy any more is on the window; bands get there on their own time.
+    bool Shows(const Rect& rect) {
+        const std::vector<uint32_t> expected = Expected(rect);
+        return m_way == Way::Bands ? Eventually([&] { return OnWindow(rect) == expected; })
+                                   : OnWindow(rect) == expected;
+    }
+
+    Way m_way{};
+    uint8_t m_depth = 0;
+    std::unique_ptr<XServer> m_server;
+    std::unique_ptr<XClient> m_client;
+    xcb_window_t m_window = 0;
+    WindowWatchPtr m_watch;
+    std::unique_ptr<WindowSink> m_sink;
+    std::vector<uint32_t> m_pixels;
+};
+
+TEST_P(SinkConformance, PixelsPutArePixelsRead) {
+    // The last is larger than one band.
+    for (const Size size : {Size{100, 80}, Size{1, 1}, Size{33, 7}, Size{640, 480}}) {
+        SCOPED_TRACE(size.width);
+        const Rect all{0, 0, size.width, size.height};
+        m_client->Resize(m_window, static_cast<uint16_t>(size.width), static_cast<uint16_t>(size.height));
+        ASSERT_TRUE(Eventually([&] { return m_sink->Prepare() == State::Ready && m_sink->Size() == size; }));
+        EXPECT_TRUE(m_sink->Fresh());
+        EXPECT_EQ(Mappings("memfd:corvane"), m_way == Way::Descriptor ? 1u : 0u);
+        EXPECT_EQ(Mappings("SYSV"), m_way == Way::Segment ? 1u : 0u);
+        Draw(size.width);
+        m_sink->Put(std::array{Rect{-5, -5, 1 << 20, 1 << 20}, Rect{900, 900, 910, 910}});
+        EXPECT_FALSE(m_sink->Fresh());
+        ASSERT_TRUE(Becomes(State::Ready));
+        EXPECT_TRUE(Shows(all));
+        Raster copy;
+        ASSERT_TRUE(m_sink->Copy(copy));
+        EXPECT_EQ(std::memcmp(copy.View().data, m_pixels.data(), size.width * 4), 0);
+        const std::vector<uint32_t> before = Expected(all);
+        if (size.width < 33)
+            continue;
+        const Rect parts[] = {{3, 2, 10, 5}, {20, 1, 33, 7}};    // and nothing else changes
+        Draw(size.width + 1);
+        m_sink->Put(parts);
+        ASSERT_TRUE(Becomes(State::Ready));
+        for (const Rect& part : parts)
+            EXPECT_TRUE(Shows(part));
+        EXPECT_EQ(OnWindow({0, 0, 1, 1})[0], before[0]);
+    }
+}
+
+TEST_P(SinkConformance, BusyUntilTheServerHasReadAndThenTold) {
+    struct Counter final : WindowWatch::Listener {
+        void OnWindowChange() noexcept override { ++calls; }
+        std::atomic<int> calls{0};
+    } counter;
+    ASSERT_TRUE(Becomes(State::Ready));
+    Draw(1);
+    m_watch->AddListener(&counter);
+    m_server->Stop();
+    m_sink->Put(std::array{Rect{0, 0, 100, 80}});
+    EXPECT_EQ(m_sink->Prepare(), m_way == Way::Bands ? State::Ready : State::Busy);
+    const int before = counter.calls;
+    m_server->Continue();
+    if (m_way != Way::Bands)
+        EXPECT_TRUE(Eventually([&] { return counter.calls > before; }));
+    EXPECT_EQ(m_sink->Prepare(), State::Ready);
+    EXPECT_TRUE(Shows({0, 0, 100, 80}));
+    m_watch->RemoveListener(&counter);
+    // Destroyed with a put pending: neither waited for nor harmful.
+    Draw(2);
+    m_server->Stop();
+    m_sink->Put(std::array{Rect{0, 0, 100, 80}});
+    std::vector<uint32_t> expected = Expected({0, 0, 100, 80});
+    m_sink = nullptr;
+    m_server->Continue();
+    EXPECT_TRUE(Eventually([&] { return OnWindow({0, 0, 100, 80}) == expected; }));
+    EXPECT_EQ(Mappings("memfd:corvane") + Mappings("SYSV"), 0u);
+}
+
+TEST_P(SinkConformance, WindowDestroyedWithAPutPending) {
+    ASSERT_TRUE(Becomes(State::Ready));
+    // The server takes the destruction before the put: an error comes, and no completion.
+    xcb_grab_server(m_client->Xcb());
+    m_client->Sync();
+    m_sink->Put(std::array{Rect{0, 0, 50, 50}, Rect{0, 0, 100, 80}});
+    m_client->Destroy(m_window);
+    xcb_ungrab_server(m_client->Xcb());
+    m_client->Sync();
+    EXPECT_TRUE(Becomes(State::Absent));
+    EXPECT_EQ(m_sink->Size(), Size());
+    Raster copy;
+    EXPECT_FALSE(m_sink->Copy(copy));
+    EXPECT_EQ(OpenConnections(), 1u);
+}
+
+TEST_P(SinkConformance, ResizesLeaveNothing) {
+    const auto put = [&](uint16_t side) {
+        m_client->Resize(m_window, side, 60);
+        ASSERT_TRUE(Eventually([&] { return m_sink->Prepare() == State::Ready && m_sink->Size() == Size{side, 60}; }));
+        m_sink->Put(std::array{Rect{0, 0, side, 60}});
+    };
+    const auto counts = [&] {
+        return std::array{Descriptors(), Mappings("memfd:corvane"), Mappings("SYSV"),
+                          size_t{m_client->ForeignResources()}};
+    };
+    put(100);
+    ASSERT_TRUE(Becomes(State::Ready));
+    const auto before = counts();
+    for (uint16_t i = 0; i < 200; ++i)
+        put(static_cast<uint16_t>(50 + i % 7 * 20));
+    put(100);
+    ASSERT_TRUE(Becomes(State::Ready));
+    EXPECT_EQ(counts(), before);
+    // Sinks beside it come and go likewise.
+    for (int i = 0; i < 50; ++i) {
+        const auto other = WindowSink::Make(m_watch, nullptr);
+        ASSERT_EQ(other->Prepare(), State::Ready);
+        other->Put(std::array{Rect{0, 0, 60, 60}});
+    }
+    EXPECT_TRUE(Eventually([&] { return counts() == before; }));
+}
+
+TEST_P(SinkConformance, ServerKilled) {
+    ASSERT_TRUE(Becomes(State::Ready));
+    const size_t descriptors = Descriptors();
+    m_server->Kill();
+    m_sink->Put(std::array{Rect{0, 0, 100, 80}});
+    EXPECT_TRUE(Becomes(State::Absent));
+    EXPECT_EQ(m_watch->GetLife(), Life::Dead);
+    m_sink->Put(std::array{Rect{0, 0, 100, 80}});
+    EXPECT_EQ(Descriptors(), descriptors);
+    EXPECT_EQ(OpenConnections(), 0u);
+}
+
+std::string NameOf(const testing::TestParamInfo<std::tuple<Way, uint8_t>>& row) {
+    const char* const ways[] = {"Descriptor", "Segment", "Bands"};
+    return ways[static_cast<int>(std::get<0>(row.param))] + std::to_string(std::get<1>(row.param));
+}
+INSTANTIATE_TEST_SUITE_P(Ways, SinkConformance,
+                         testing::Combine(testing::Values(Way::Descriptor, Way::Segment, Way::Bands),
+                                          testing::Values(uint8_t{16}, uint8_t{24}, uint8_t{30}, uint8_t{32})),
+                         NameOf);
+
+TEST(WindowSink, HiddenAbsentAndUnsupported) {
+    static std::atomic<int> lines;
+    lines = 0;
+    log::hook = [](int level, const char*, int, const char* format, const void*) {
+        lines += level == 3 && std::string(format) == "[%p] window visual not supported";
+    };
+    XServer server;
+    ASSERT_TRUE(server.Running());
+    XClient client(server.Display());
+    const struct {
+        const char* name;
+        XClient::Options options;
+        State state;
+        int lines;
+    } rows[] = {
+        {"unmapped", {.mapped = false}, State::Hidden, 0},
+        {"input only", {.inputOnly = true}, State::Absent, 1},
+        {"wider than a picture may be", {.width = 20000}, State::Absent, 0},
+        {"plain", {}, State::Ready, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        lines = 0;
+        const WindowWatchPtr watch = WindowWatch::Open(client.Create(row.options), Purpose::Draw);
+        const auto sink = WindowSink::Make(watch, &server);
+        Raster copy;
+        EXPECT_FALSE(sink->Copy(copy));
+        ASSERT_TRUE(Eventually([&] { return watch->GetLife() == Life::Alive; }));
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(sink->Prepare(), row.state);
+        EXPECT_EQ(lines, row.lines);
+        EXPECT_EQ(sink->Size() == Size(), row.state == State::Absent);
+        if (row.state != State::Ready)
+            sink->Put(std::array{Rect{0, 0, 10, 10}});    // ignored
+    }
+    log::hook = nullptr;
+    EXPECT_EQ(WindowSink::Make(nullptr, nullptr)->Prepare(), State::Absent);
+}
+
+// Every platform call of making an image fails in turn: the next way is taken, and the picture still comes.
+TEST(WindowSink, FailingCallsAreGotAround) {
+    XServer server;
+    ASSERT_TRUE(server.Running());
+    XClient client(server.Display());
+    const xcb_window_t window = client.Create();
+    const WindowWatchPtr watch = WindowWatch::Open(window, Purpose::Draw);
+    ASSERT_TRUE(Eventually([&] { return watch->Viewable(); }));
+    const size_t descriptors = Descriptors();
+    for (const bool forGood : {false, true}) {
+        for (uint64_t n = 1; n <= 3; ++n) {
+            const auto sink = WindowSink::Make(watch, nullptr);
+            failure::Arm(static_cast<uint32_t>(failure::Site::PlatformCall), n, forGood);
+            EXPECT_EQ(sink->Prepare(), State::Ready);
+            failure::Disarm();
+            const auto color = static_cast<uint32_t>(0x10001 * (n + 10 * forGood));
+            Fill(sink->Write().Image(), {0, 0, 100, 80}, color);
+            sink->Put(std::array{Rect{0, 0, 100, 80}});
+            EXPECT_TRUE(Eventually([&] { return (client.Read(window, {9, 9, 10, 10})[0] & 0xFFFFFF) == color; }));
+        }
+    }
+    EXPECT_EQ(Descriptors(), descriptors);
+}
+
+// A thread in an IPC world of its own makes segments that the server cannot attach; memory by descriptor it can.
+TEST(WindowSink, InAnIpcWorldOfItsOwn) {
+    XServer server;
+    ASSERT_TRUE(server.Running());
+    XClient client(server.Display());
+    const struct {
+        const char* name;
+        bool noDescriptors;      // so that the connection settles on less
+        bool connectsOutside;    // the connection finds that segments work, and the sink that they do not
+        const char* memory;
+    } rows[] = {{"all inside", false, false, "memfd:corvane"},
+                {"all inside, no descriptors", true, false, nullptr},
+                {"only the sink inside", true, true, nullptr}};
+    bool refused = false;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const xcb_window_t window = client.Create();
+        WindowWatchPtr watch;
+        const auto open = [&] {
+            failure::Arm(static_cast<uint32_t>(failure::Site::PlatformCall), 3, false);
+            if (!row.noDescriptors)
+                failure::Disarm();
+            watch = WindowWatch::Open(window, Purpose::Draw);
+            ASSERT_TRUE(Eventually([&] { return watch->Viewable(); }));
+            failure::Disarm();
+        };
+        if (row.connectsOutside)
+            open();
+        std::thread([&] {
+            sigset_t pipe;
+            sigfillset(&pipe);
+            pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+            if (unshare(CLONE_NEWIPC) != 0) {
+                refused = true;
+                return;
+            }
+            if (!row.connectsOutside)
+                open();
+            const auto sink = WindowSink::Make(watch, nullptr);
+            EXPECT_TRUE(Eventually([&] {
+                if (sink->Prepare() != State::Ready)
+                    return false;
+                Fill(sink->Write().Image(), {0, 0, 100, 80}, 0x125612);
+                sink->Put(std::array{Rect{0, 0, 100, 80}});
+                return (client.Read(window, {9, 9, 10, 10})[0] & 0xFFFFFF) == 0x125612;
+            }));
+            EXPECT_EQ(Mappings("SYSV"), 0u);
+            EXPECT_EQ(Mappings("memfd:corvane"), row.memory != nullptr ? 1u : 0u);
+        }).join();
+    }
+    if (refused)
+        GTEST_SKIP() << "not allowed to make an IPC world";
+}
+
+}    // namespace
+}    // namespace corvane

@@ -1,0 +1,371 @@
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <thread>
+
+#include "base/FailurePoint.h"
+#include "platform/window/WindowWatch.h"
+#include "support/Latch.h"
+#include "support/XClient.h"
+#include "support/XServer.h"
+
+namespace corvane {
+namespace {
+
+using test::Eventually;
+using test::XClient;
+using test::XServer;
+using Life = WindowWatch::Life;
+using Purpose = WindowWatch::Purpose;
+using Size = WindowWatch::Size;
+
+size_t Entries(const char* folder) {
+    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+}
+
+struct Counter final : WindowWatch::Listener {
+    void OnWindowChange() noexcept override { ++calls; }
+    std::atomic<int> calls{0};
+};
+
+bool IsAlive(const WindowWatchPtr& watch) {
+    return Eventually([&] { return watch->GetLife() == Life::Alive; });
+}
+
+// A window with a border of 2 at (10, 20) in a parent at (30, 40), itself in a grandparent at (100, 50).
+struct Family {
+    explicit Family(XClient& c) : client(c) {
+        grandparent = client.Create({.x = 100, .y = 50, .width = 300, .height = 300});
+        parent = client.Create({.parent = grandparent, .x = 30, .y = 40, .width = 200, .height = 200});
+        window = client.Create({.parent = parent, .x = 10, .y = 20, .width = 100, .height = 80, .border = 2});
+    }
+    XClient& client;
+    xcb_window_t grandparent, parent, window;
+};
+
+TEST(WindowWatch, Happenings) {
+    XServer server;
+    ASSERT_TRUE(server.Running());
+    XClient client(server.Display());
+    const struct {
+        const char* name;
+        std::function<void(const Family&)> happens;
+        int64_t left, top;    // of the outside after it; -1: the watch is dead
+        Size inside;
+        bool viewable;
+    } rows[] = {
+        {"moved", [](const Family& f) { f.client.Move(f.window, 15, 26); }, 145, 116, {100, 80}, true},
+        {"resized", [](const Family& f) { f.client.Resize(f.window, 60, 50); }, 140, 110, {60, 50}, true},
+        {"unmapped", [](const Family& f) { f.client.Unmap(f.window); }, 140, 110, {100, 80}, false},
+        {"parent moved", [](const Family& f) { f.client.Move(f.parent, 31, 42); }, 141, 112, {100, 80}, true},
+        {"grandparent moved", [](const Family& f) { f.client.Move(f.grandparent, 0, 0); }, 40, 60, {100, 80}, true},
+        {"grandparent unmapped", [](const Family& f) { f.client.Unmap(f.grandparent); }, 140, 110, {100, 80}, false},
+        {"parent reparented, then moved",
+         [](const Family& f) {
+             f.client.Reparent(f.parent, 0, 0, 0);
+             f.client.Move(f.parent, 7, 9);
+         },
+         17,
+         29,
+         {100, 80},
+         true},
+        {"reparented, the new parent unmapped and moved",
+         [](const Family& f) {
+             const xcb_window_t other = f.client.Create({.x = 5, .y = 5, .width = 200, .height = 200});
+             f.client.Reparent(f.window, other, 1, 1);
+             f.client.Unmap(other);
+             f.client.Move(other, 50, 60);
+         },
+         51,
+         61,
+         {100, 80},
+         false},
+        {"destroyed", [](const Family& f) { f.client.Destroy(f.window); }, -1, -1, {}, false},
+        {"grandparent destroyed", [](const Family& f) { f.client.Destroy(f.grandparent); }, -1, -1, {}, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const Family family(client);
+        const WindowWatchPtr watch = WindowWatch::Open(family.window, Purpose::Look);
+        const auto is = [&](bool alive, int64_t left, int64_t top, Size size, bool viewable) {
+            const Rect outer{left, top, left + size.width + 4, top + size.height + 4};
+            return Eventually([&] {
+                return (watch->GetLife() == Life::Alive) == alive && watch->ClientSize() == size &&
+                       watch->Viewable() == viewable &&
+                       watch->ScreenRect() == (alive ? std::optional(outer) : std::nullopt);
+            });
+        };
+        ASSERT_TRUE(is(true, 140, 110, {100, 80}, true));
+        Counter counter;
+        watch->AddListener(&counter);
+        row.happens(family);
+        EXPECT_TRUE(is(row.left >= 0, row.left, row.top, row.inside, row.viewable));
+        EXPECT_TRUE(Eventually([&] { return counter.calls > 0; }));
+        watch->RemoveListener(&counter);
+        if (row.left >= 0) {
+            client.Map(family.grandparent);
+            client.Destroy(family.grandparent);
+        } else {
+            EXPECT_EQ(watch->GetLife(), Life::Dead);
+        }
+    }
+}
+
+TEST(WindowWatch, ExposuresAreToldAndPurposeDecidesOnTheBackground) {
+    XServer server;
+    ASSERT_TRUE(server.Running());
+    XClient client(server.Display());
+    const xcb_window_t window = client.Create({.background = 0xABCDEF});
+    const WindowWatchPtr look = WindowWatch::Open(window, Purpose::Look);
+    ASSERT_TRUE(IsAlive(look));
+    Counter counter;
+    look->AddListener(&counter);
+    client.Fill(window, {0, 0, 10, 10}, 1);
+    client.Expose(window);
+    EXPECT_TRUE(Eventually([&] { return counter.calls > 0; }));
+    EXPECT_EQ(client.Read(window, {0, 0, 1, 1}).at(0) & 0xFFFFFF, 0xABCDEFu);
+
+    const WindowWatchPtr draw = WindowWatch::Open(window, Purpose::Draw);    // the same watch, with more to do
+    EXPECT_EQ(draw, look);
+    EXPECT_TRUE(Eventually([&] {
+        client.Fill(window, {0, 0, 10, 10}, 1);
+        client.Expose(window);
+        return (client.Read(window, {0, 0, 1, 1}).at(0) & 0xFFFFFF) == 1;
+    }));
+    look->RemoveListener(&counter);
+}
+
+TEST(WindowWatch, SharesOneWatchAndSelectionWithAncestors) {
+    XServer server;
+    ASSERT_TRUE(server.Running());
+    XClient client(server.Display());
+    Family family(client);
+    WindowWatchPtr parent = WindowWatch::Open(family.parent, Purpose::Look);
+    WindowWatchPtr window = WindowWatch::Open(family.window, Purpose::Look);
+    ASSERT_TRUE(IsAlive(parent) && IsAlive(window));
+    // The end of the child's watch must leave the parent's events alone, and the other way round.
+    window = nullptr;
+    Counter counter;
+    parent->AddListener(&counter);
+    client.Expose(family.parent);
+    EXPECT_TRUE(Eventually([&] { return counter.calls > 0; }));
+    parent->RemoveListener(&counter);
+    window = WindowWatch::Open(family.window, Purpose::Look);
+    ASSERT_TRUE(IsAlive(window));
+    parent = nullptr;
+    client.Move(family.parent, 0, 0);
+    EXPECT_TRUE(Eventually([&] { return window->ScreenRect() == Rect{110, 70, 214, 154}; }));
+    EXPECT_EQ(OpenConnections(), 1u);
+    window = nullptr;
+    EXPECT_EQ(OpenConnections(), 0u);
+}
+
+TEST(WindowWatch, Monitors) {
+    XServer server;
+    ASSERT_TRUE(server.Running());
+    XClient client(server.Display());
+    const xcb_window_t window = client.Create({.x = 400, .y = 10, .width = 100, .height = 80});
+    const WindowWatchPtr watch = WindowWatch::Open(window, Purpose::Look);
+    ASSERT_TRUE(IsAlive(watch));
+    EXPECT_EQ(watch->MonitorIndex(), 0u);
+    client.SetMonitors({{0, 0, 320, 480}, {320, 0, 640, 480}});
+    const struct {
+        int16_t x, y;
+        uint32_t monitor;
+    } rows[] = {{400, 10, 1}, {10, 10, 0}, {280, 10, 1}, {260, 10, 0}, {700, 600, 1}, {-300, -300, 0}};
+    for (const auto& row : rows) {
+        client.Move(window, row.x, row.y);
+        EXPECT_TRUE(Eventually([&] { return watch->MonitorIndex() == row.monitor; })) << row.x;
+    }
+}
+
+TEST(WindowWatch, WhatIsNoWindowIsDead) {
+    EXPECT_EQ(WindowWatch::Open(0, Purpose::Look), nullptr);
+    const auto dies = [](uintptr_t window) {
+        const WindowWatchPtr watch = WindowWatch::Open(window, Purpose::Draw);
+        return Eventually([&] { return watch->GetLife() == Life::Dead; }) && watch->ClientSize() == Size() &&
+               !watch->Viewable() && !watch->ScreenRect() && watch->MonitorIndex() == 0;
+    };
+    testing::internal::CaptureStderr();
+    unsetenv("DISPLAY");
+    EXPECT_TRUE(dies(1));
+    setenv("DISPLAY", ":4711", 1);
+    EXPECT_TRUE(dies(1));
+    EXPECT_EQ(OpenConnections(), 0u);
+
+    XServer server;
+    ASSERT_TRUE(server.Running());
+    XClient client(server.Display());
+    const xcb_window_t window = client.Create();
+    for (uint64_t n = 1; n <= 3; ++n) {    // the eventfd, the thread, the connecting
+        failure::Arm(~0u, n, true);
+        EXPECT_TRUE(dies(window)) << n;
+        failure::Disarm();
+    }
+    const xcb_window_t gone = client.Create();
+    client.Destroy(gone);
+    const WindowWatchPtr alive = WindowWatch::Open(window, Purpose::Look);
+    ASSERT_TRUE(IsAlive(alive));
+    for (const uintptr_t id : {uintptr_t{gone}, uintptr_t{12345678}, uintptr_t{1} << 40 | window, ~uintptr_t{0}})
+        EXPECT_TRUE(dies(id)) << id;
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+
+    // A dead watch is never shared, even while somebody holds it.
+    const xcb_window_t next = client.Create();
+    const WindowWatchPtr first = WindowWatch::Open(next, Purpose::Look);
+    ASSERT_TRUE(IsAlive(first));
+    client.Destroy(next);
+    ASSERT_TRUE(Eventually([&] { return first->GetLife() == Life::Dead; }));
+    EXPECT_NE(WindowWatch::Open(next, Purpose::Look), first);
+}
+
+TEST(WindowWatch, CyclesLeaveNothing) {
+    XServer server;
+    ASSERT_TRUE(server.Running());
+    XClient client(server.Display());
+    const Family family(client);
+    const auto cycle = [&](bool wait) {
+        const WindowWatchPtr watch = WindowWatch::Open(family.window, Purpose::Draw);
+        if (wait)
+            ASSERT_TRUE(IsAlive(watch));
+    };
+    const auto settled = [&] {
+        // A thread that was let go of while it connected ends by itself.
+        return Eventually([&] { return client.ForeignClients() == 0 && Entries("/proc/self/task") <= 2; });
+    };
+    cycle(true);
+    ASSERT_TRUE(Eventually([&] { return client.ForeignClients() == 0; }));
+    const size_t threads = Entries("/proc/self/task");
+    const size_t descriptors = Entries("/proc/self/fd");
+    for (int i = 0; i < 1000; ++i)
+        cycle(i % 4 == 0);
+    EXPECT_TRUE(settled());
+    cycle(true);    // joins what was left of those
+    EXPECT_EQ(OpenConnections(), 0u);
+    EXPECT_TRUE(Eventually([&] { return client.ForeignClients() == 0; }));
+    EXPECT_EQ(Entries("/proc/self/task"), threads);
+    EXPECT_EQ(Entries("/proc/self/fd"), descriptors);
+
+    // Within one connection: what a watch selects and keeps goes with it.
+    const WindowWatchPtr keeps = WindowWatch::Open(family.grandparent, Purpose::Look);
+    ASSERT_TRUE(IsAlive(keeps));
+    cycle(true);
+    const uint32_t resources = client.ForeignResources();
+    for (int i = 0; i < 100; ++i)
+        cycle(i % 4 == 0);
+    EXPECT_TRUE(Eventually([&] { return client.ForeignResources() == resources; })) << resources;
+}
+
+TEST(WindowWatch, AServerThatDiesIsToldOnceAndTheNextServerIsTried) {
+    Counter counter;
+    XServer first;
+    ASSERT_TRUE(first.Running());
+    XClient client(first.Display());
+    const WindowWatchPtr watch = WindowWatch::Open(client.Create(), Purpose::Draw);
+    const WindowWatchPtr other = WindowWatch::Open(client.Create(), Purpose::Draw);
+    ASSERT_TRUE(IsAlive(watch) && IsAlive(other));
+    const int before = [&] {    // what came with becoming visible is over when nothing more comes
+        watch->AddListener(&counter);
+        int seen = -1;
+        while (seen != counter.calls) {
+            seen = counter.calls;
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        }
+        return seen;
+    }();
+    first.Kill();
+    EXPECT_TRUE(Eventually([&] { return watch->GetLife() == Life::Dead && other->GetLife() == Life::Dead; }));
+    EXPECT_TRUE(Eventually([&] { return counter.calls == before + 1 && OpenConnections() == 0; }));
+    watch->RemoveListener(&counter);
+
+    XServer second;
+    ASSERT_TRUE(second.Running());
+    XClient next(second.Display());
+    const WindowWatchPtr alive = WindowWatch::Open(next.Create(), Purpose::Draw);
+    EXPECT_TRUE(IsAlive(alive));
+    EXPECT_EQ(OpenConnections(), 1u);
+    EXPECT_EQ(counter.calls, before + 1);
+}
+
+// All of this happens while the server answers nothing; a call that waited for it would wait for ever.
+TEST(WindowWatch, NothingWaitsForAServerThatStandsStill) {
+    for (const bool connected : {false, true}) {
+        SCOPED_TRACE(connected);
+        XServer server;
+        ASSERT_TRUE(server.Running());
+        XClient client(server.Display());
+        const xcb_window_t window = client.Create();
+        const xcb_window_t second = client.Create();
+        WindowWatchPtr before = connected ? WindowWatch::Open(window, Purpose::Draw) : nullptr;
+        if (connected)
+            ASSERT_TRUE(IsAlive(before));
+        server.Stop();
+        test::Gate done;
+        std::thread caller([&] {
+            for (int i = 0; i < 20; ++i) {
+                Counter counter;
+                const WindowWatchPtr watch = WindowWatch::Open(second, Purpose::Draw);
+                watch->AddListener(&counter);
+                (void)watch->ScreenRect();
+                (void)watch->MonitorIndex();
+                watch->RemoveListener(&counter);
+            }
+            before = nullptr;
+            done.Open();
+        });
+        EXPECT_TRUE(done.Wait());
+        EXPECT_EQ(OpenConnections(), 0u);
+        std::this_thread::sleep_for(std::chrono::seconds(connected ? 0 : 5));
+        server.Continue();
+        caller.join();
+        const WindowWatchPtr after = WindowWatch::Open(window, Purpose::Draw);
+        EXPECT_TRUE(IsAlive(after));
+        EXPECT_TRUE(Eventually([&] { return client.ForeignClients() == 1; }));
+    }
+}
+
+// Remove must wait for a call that runs, and no listener may be called after it.
+TEST(WindowWatch, ListenersComeAndGoUnderFire) {
+    struct Guarded final : WindowWatch::Listener {
+        void OnWindowChange() noexcept override {
+            inside = true;
+            std::this_thread::yield();
+            EXPECT_TRUE(added);
+            inside = false;
+        }
+        std::atomic<bool> added{false};
+        std::atomic<bool> inside{false};
+    };
+    XServer server;
+    ASSERT_TRUE(server.Running());
+    XClient client(server.Display());
+    const xcb_window_t window = client.Create();
+    const WindowWatchPtr watch = WindowWatch::Open(window, Purpose::Look);
+    ASSERT_TRUE(IsAlive(watch));
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t)
+        threads.emplace_back([&] {
+            while (!stop) {
+                Guarded listener;
+                listener.added = true;
+                watch->AddListener(&listener);
+                std::this_thread::yield();
+                watch->RemoveListener(&listener);
+                EXPECT_FALSE(listener.inside);
+                listener.added = false;
+            }
+        });
+    for (int i = 0; i < 300; ++i)
+        client.Expose(window);
+    stop = true;
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+}    // namespace
+}    // namespace corvane

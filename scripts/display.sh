@@ -25,7 +25,9 @@ stopDisplay() {
     displayProcess=
 }
 
-# grabDisplay FILE: what the screen shows, as a picture file of ffmpeg's choice by name.
+# grabDisplay FILE: what the screen shows, as a PNG file, or by the end of the name as bytes R G B (.rgb).
 grabDisplay() {
-    ffmpeg -nostdin -v error -y -f x11grab -draw_mouse 0 -i "$DISPLAY" -frames:v 1 "$1"
+    local format=()
+    [[ $1 == *.rgb ]] && format=(-f rawvideo -pix_fmt rgb24)
+    ffmpeg -nostdin -v error -y -f x11grab -draw_mouse 0 -i "$DISPLAY" -frames:v 1 "${format[@]}" "$1"
 }

@@ -1,17 +1,20 @@
 #!/usr/bin/env bash
 # check_install.sh BUILD: installs that build into a folder of its own, moves it, builds the examples against it by
-# CMake and by pkg-config, and runs them on a real key frame.
+# CMake and by pkg-config, and runs them on a real key frame, those with windows on a real stream and a private X server.
 set -euo pipefail
 trap 'echo "$0: line $LINENO failed" >&2' ERR
 build=$(realpath "$1")
 source=$(realpath "$(dirname "$0")/..")
+. "$source/scripts/display.sh"
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+trap 'stopDisplay; rm -rf "$work"' EXIT
 
 DESTDIR= cmake --install "$build" --prefix "$work/first" >/dev/null
 mv "$work/first" "$work/prefix"
 ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240 -frames:v 1 -c:v libx264 -tune zerolatency -pix_fmt yuv420p \
     -f h264 "$work/key.h264"
+ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 120 -c:v libx264 -preset ultrafast -bf 0 -g 25 -slices 2 \
+    -aud 1 -pix_fmt yuv420p -f h264 "$work/stream.h264"
 
 cmake -S "$source/examples" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
 cmake --build "$work/cmake" >/dev/null
@@ -19,9 +22,40 @@ cmake --build "$work/cmake" >/dev/null
 
 config=$(dirname "$(find "$work/prefix" -name corvane.pc)")
 export PKG_CONFIG_PATH=$config
-# shellcheck disable=SC2046
-cc -std=c99 -D_DEFAULT_SOURCE -Wall -Wextra -Werror "$source/examples/first.c" -o "$work/first" $(pkg-config --cflags --libs corvane)
-LD_LIBRARY_PATH=$(pkg-config --variable=libdir corvane) "$work/first" "$work/key.h264" | grep -q '^picture 320 x 240'
+options=(-std=c99 -D_DEFAULT_SOURCE -Wall -Wextra -Werror)
+# compile NAME PACKAGE...: an example as a newcomer builds it.
+compile() {
+    # shellcheck disable=SC2046
+    cc "${options[@]}" "$source/examples/$1.c" -o "$work/$1" $(pkg-config --cflags --libs corvane "${@:2}")
+}
+compile first
+compile xcb_window xcb
+compile sdl_window sdl2
+compile gtk_embed gtk+-3.0
+LD_LIBRARY_PATH=$(pkg-config --variable=libdir corvane)
+export LD_LIBRARY_PATH
+"$work/first" "$work/key.h264" | grep -q '^picture 320 x 240'
+
+# Each shows the stream: a third of its picture and more is of strong colours, which no toolkit draws by itself.
+export GDK_BACKEND=x11 NO_AT_BRIDGE=1 HOME="$work"
+startDisplay 800x600
+for name in xcb_window sdl_window gtk_embed; do
+    "$work/$name" "$work/stream.h264" >"$work/$name.log" 2>&1 &
+    example=$!
+    shown=0
+    for _ in $(seq 40); do
+        kill -0 "$example" || { cat "$work/$name.log"; exit 1; }
+        grabDisplay "$work/grab.rgb"
+        shown=$(python3 -c 'import sys
+pixels = open(sys.argv[1], "rb").read()
+print(sum(max(p) - min(p) > 100 for p in zip(pixels[0::3], pixels[1::3], pixels[2::3])))' "$work/grab.rgb")
+        [ "$shown" -gt 100000 ] && break
+        sleep 0.5
+    done
+    [ "$shown" -gt 100000 ] || { echo "$name shows no picture: $shown coloured pixels"; cat "$work/$name.log"; exit 1; }
+    kill "$example" && wait "$example" || true
+done
+stopDisplay
 
 "$work/prefix/bin/corvane-play" --help >/dev/null
 echo "installed package works by CMake and by pkg-config"

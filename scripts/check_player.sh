@@ -33,7 +33,7 @@ grep -q 'shown' status
 ! "$play" --headless missing.mp4 2>error && grep -q 'missing.mp4: No such file' error
 ! "$play" --headless sound.wav 2>error && grep -q 'no H.264, H.265, MPEG-4 or JPEG video' error
 ! "$play" --headless --threads many h264.mp4 2>error && grep -q 'no good value for --threads' error
-! "$play" h264.mp4 2>error && grep -q -- '--headless' error
+! DISPLAY= "$play" h264.mp4 2>error && grep -q -- '--headless' error
 ! "$play" --headless --quiet --stats /nonexistent/x h264.mp4 2>error && grep -q 'cannot be written' error
 # Ctrl-C ends it with what was measured.
 "$play" --headless --quiet --stats stats.json --loop 1000 h264.mp4 & sleep 1; kill -INT $!; wait $!

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, makes a stream and plays it: leaves out/contact-sheet.png and out/summary.json.
+# Installs what is missing, builds, makes a stream and plays it in a window, then once more into memory: leaves
+# out/screenshot.png, out/contact-sheet.png and out/summary.json. Without a display it makes a private one.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -11,6 +12,10 @@ mkdir -p out
 ffmpeg -nostdin -v error -y -f lavfi -i testsrc2=size=1280x720:rate=25 -t 8 \
     -c:v libx264 -preset veryfast -tune zerolatency -g 50 -pix_fmt yuv420p out/demo.mp4
 
+. scripts/display.sh
+trap stopDisplay EXIT
+[ -n "${DISPLAY:-}" ] || startDisplay 1280x720
+build/demo/apps/play/corvane-play --buffer 200 --screenshot out/screenshot.png@4 out/demo.mp4
 build/demo/apps/play/corvane-play --headless --buffer 200 --contact-sheet out/contact-sheet.png --stats out/summary.json out/demo.mp4
 cat out/summary.json
-echo "pictures: out/contact-sheet.png"
+echo "pictures: out/screenshot.png out/contact-sheet.png"

@@ -10,13 +10,10 @@
 namespace {
 
 constexpr double kStatusStep = 0.5;    // seconds between two status lines
+constexpr double kLongestWait = 0.2;
 
 int64_t StreamMs(const MediaFrameHeader& header) {
     return int64_t{header.streamSeconds} * 1000 + header.timeMilliseconds;
-}
-
-void Sleep(double seconds) {
-    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
 
 }    // namespace
@@ -35,7 +32,10 @@ bool Player::Open(std::string& error) {
             span = span > 0 ? std::min(span, m_options.seconds) : m_options.seconds;
         m_sheet = std::make_unique<ContactSheet>(static_cast<int64_t>(span * 1000));
     }
-    if (const uint32_t status = Corvane_Initial(&m_instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0);
+    if (!m_options.headless && !OpenWindow(error))
+        return false;
+    if (const uint32_t status = Corvane_InitialEx(&m_instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION,
+                                                  m_options.flags, m_options.background);
         status != Status_Ok) {
         error = "the library does not start";
         return false;
@@ -46,14 +46,21 @@ bool Player::Open(std::string& error) {
     return true;
 }
 
+bool Player::OpenWindow(std::string& error) {
+    m_view = WindowView::Open(m_options, m_source->Width(), m_source->Height(), error);
+    return m_view != nullptr;
+}
+
 bool Player::MakeChannel(std::string& error) {
     const bool watched = m_channels.empty();
     ChannelSettings settings{};
     settings.mask = watched ? 0x0005 : 0;
     settings.streamInfo = &Player::OnStreamInfo;
     settings.streamInfoContext = this;
+    if (watched && m_view)
+        settings.window = m_view->TheWindow().Id();
     void* channel = nullptr;
-    uint32_t status = Corvane_CreateChannel(m_instance, &channel, &settings);
+    const uint32_t status = Corvane_CreateChannel(m_instance, &channel, &settings);
     if (status != Status_Ok) {
         error = "a channel cannot be made";
         return false;
@@ -62,21 +69,40 @@ bool Player::MakeChannel(std::string& error) {
     Corvane_SetBufferTime(channel, m_options.bufferMs);
     Corvane_SetChannelOption(channel, 48, m_options.threads, 0);
     Corvane_SetDisplayMode(channel, m_options.displayMode);
-    Corvane_SetRawDataCallbackSize(channel, m_options.maxWidth, m_options.maxHeight);
     if (m_options.rotate != 0)
         Corvane_EnableRotateFilter(channel, m_options.rotate);
-    status = Corvane_RegisterRawDataCallback(channel, watched ? &Player::OnPicture : &Player::OnOtherPicture, this,
-                                             m_options.kind, m_options.bottomUp ? 1 : 0);
-    if (status == Status_Ok)
-        status = Corvane_StartChannel(channel, 1);
-    if (status != Status_Ok)
+    if (!Deliver(channel, watched) || Corvane_StartChannel(channel, 1) != Status_Ok) {
         error = "a channel cannot be started";
-    return status == Status_Ok;
+        return false;
+    }
+    return true;
 }
 
-void Player::OnStreamInfo(void* context, uint32_t code, uint64_t a, uint64_t) {
+bool Player::Deliver(void* channel, bool watched) {
+    if (watched && m_view) {
+        m_view->SetChannel(channel);
+        return Corvane_RegisterAfterDisplayCallback(channel, &Player::OnDisplayed, this) == Status_Ok;
+    }
+    Corvane_SetRawDataCallbackSize(channel, m_options.width, m_options.height);
+    return Corvane_RegisterRawDataCallback(channel, watched ? &Player::OnPicture : &Player::OnOtherPicture, this,
+                                           m_options.kind, m_options.bottomUp ? 1 : 0) == Status_Ok;
+}
+
+void Player::OnStreamInfo(void* context, uint32_t code, uint64_t a, uint64_t b) {
+    auto* const self = static_cast<Player*>(context);
     if (code == 13)
-        static_cast<Player*>(context)->m_statistics.DecoderKind(static_cast<uint32_t>(a));
+        self->m_statistics.DecoderKind(static_cast<uint32_t>(a));
+    else if (code == 3)
+        self->m_pictureSize = a << 32 | b;
+}
+
+void Player::OnDisplayed(void* context, const AfterDisplayRecord* record) {
+    auto* const self = static_cast<Player*>(context);
+    self->m_statistics.Put();
+    const uint64_t size = self->m_pictureSize;
+    if (record->header != nullptr)
+        (void)self->m_statistics.Shown(StreamMs(*record->header), static_cast<uint32_t>(size >> 32),
+                                       static_cast<uint32_t>(size));
 }
 
 void Player::OnPicture(void* context, const PseudoFrame* frame) {
@@ -106,17 +132,47 @@ void Player::Feed(const EncodedPicture& picture) {
     m_fedMs = picture.timeMs;
 }
 
+bool Player::GoesOn(const std::atomic<bool>& stop) {
+    const double now = MonotonicSeconds();
+    if (m_state == WindowView::State::Paused)
+        m_startedAt += now - m_attendedAt;
+    m_attendedAt = now;
+    if (m_view)
+        m_state = m_view->Attend();
+    if (!m_options.quiet && now - m_statusAt >= kStatusStep)
+        PrintStatus(false);
+    return !stop && m_state != WindowView::State::Ended && m_state != WindowView::State::Lost;
+}
+
+void Player::Wait(double seconds) {
+    if (m_view)
+        m_view->Wait(seconds);
+    else
+        std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+}
+
 bool Player::WaitUntilDue(int64_t timeMs, const std::atomic<bool>& stop) {
-    for (;;) {
-        if (stop)
-            return false;
-        const double now = MonotonicSeconds();
-        if (!m_options.quiet && now - m_statusAt >= kStatusStep)
-            PrintStatus(false);
-        const double left = m_startedAt + static_cast<double>(timeMs) / 1000 - now;
-        if (left <= 0)
+    while (GoesOn(stop)) {
+        const double left = m_startedAt + static_cast<double>(timeMs) / 1000 - MonotonicSeconds();
+        if (left <= 0 && m_state == WindowView::State::Playing)
             return true;
-        Sleep(std::min(left, 0.2));
+        Wait(m_state == WindowView::State::Playing ? std::min(left, kLongestWait) : kLongestWait);
+    }
+    return false;
+}
+
+void Player::Play(const std::atomic<bool>& stop) {
+    for (uint32_t turn = 0; turn < m_options.loops; ++turn) {
+        if (turn > 0 && !m_source->Rewind())
+            return;
+        EncodedPicture picture;
+        while (m_source->Next(picture)) {
+            if (m_options.seconds > 0 && static_cast<double>(picture.timeMs) >= m_options.seconds * 1000)
+                return;
+            if (!WaitUntilDue(picture.timeMs, stop))
+                return;
+            Feed(picture);
+        }
     }
 }
 
@@ -124,39 +180,32 @@ bool Player::Run(const std::atomic<bool>& stop, std::string& error) {
     if (!Open(error))
         return false;
     m_wallStart = m_source->WallStartSeconds() != 0 ? m_source->WallStartSeconds() : time(nullptr);
-    m_startedAt = m_statusAt = MonotonicSeconds();
+    m_startedAt = m_statusAt = m_attendedAt = MonotonicSeconds();
     m_statusProcessor = ProcessorSeconds();
-    for (uint32_t turn = 0; turn < m_options.loops && !stop; ++turn) {
-        if (turn > 0 && !m_source->Rewind())
-            break;
-        EncodedPicture picture;
-        while (m_source->Next(picture)) {
-            if (m_options.seconds > 0 && static_cast<double>(picture.timeMs) >= m_options.seconds * 1000)
-                break;
-            if (!WaitUntilDue(picture.timeMs, stop))
-                break;
-            Feed(picture);
-        }
-    }
+    Play(stop);
     Drain(stop);
     for (void* const channel : m_channels)
         Corvane_StopChannel(channel);
+    if (m_view)
+        m_statistics.WindowSize(m_view->TheWindow().Width(), m_view->TheWindow().Height());
     if (!m_options.quiet)
         PrintStatus(true);
-    return true;
+    if (m_state == WindowView::State::Lost)
+        error = "the X server went away";
+    return error.empty();
 }
 
 // Gives what still waits the time to come out: until nothing more is shown for half a second.
 void Player::Drain(const std::atomic<bool>& stop) {
     uint64_t before = m_statistics.Now().shown;
-    for (double quietSince = MonotonicSeconds(); !stop && MonotonicSeconds() - quietSince < 0.5;) {
+    for (double quietSince = MonotonicSeconds(); GoesOn(stop) && MonotonicSeconds() - quietSince < 0.5;) {
         const Statistics::Snapshot now = m_statistics.Now();
         if (now.waiting == 0)
             return;
         if (now.shown != before)
             quietSince = MonotonicSeconds();
         before = now.shown;
-        Sleep(0.02);
+        Wait(0.02);
     }
 }
 

@@ -1,4 +1,4 @@
-// Plays one stream on one or several channels.
+// Plays one stream on one or several channels, the first of them in a window or into memory, the others into memory.
 #pragma once
 
 #include <atomic>
@@ -10,6 +10,7 @@
 #include "MediaSource.h"
 #include "Options.h"
 #include "Statistics.h"
+#include "WindowView.h"
 #include "corvane/corvane.h"
 
 class Player {
@@ -27,12 +28,19 @@ private:
     // The channel that is watched; the others play along.
     static void OnStreamInfo(void* context, uint32_t code, uint64_t a, uint64_t b);
     static void OnPicture(void* context, const PseudoFrame* frame);
+    static void OnDisplayed(void* context, const AfterDisplayRecord* record);
     static void OnOtherPicture(void*, const PseudoFrame*) {}
 
     bool Open(std::string& error);
+    bool OpenWindow(std::string& error);
     bool MakeChannel(std::string& error);
+    bool Deliver(void* channel, bool watched);
+    void Play(const std::atomic<bool>& stop);
     void Feed(const EncodedPicture& picture);
     bool WaitUntilDue(int64_t timeMs, const std::atomic<bool>& stop);
+    // Attends to the window. False when the play is to end.
+    bool GoesOn(const std::atomic<bool>& stop);
+    void Wait(double seconds);
     void Drain(const std::atomic<bool>& stop);
     void PrintStatus(bool last);
 
@@ -40,9 +48,14 @@ private:
     Statistics m_statistics;
     std::unique_ptr<MediaSource> m_source;
     std::unique_ptr<ContactSheet> m_sheet;    // on the render thread until the channels are gone
+    std::unique_ptr<WindowView> m_view;       // null without a window
+    std::atomic<uint64_t> m_pictureSize{
+        0};    // width in the upper half: of the stream as the window's channel tells it
     void* m_instance = nullptr;
     std::vector<void*> m_channels;
-    double m_startedAt = 0;
+    double m_startedAt = 0;    // moves on while paused
+    double m_attendedAt = 0;
+    WindowView::State m_state = WindowView::State::Playing;
     int64_t m_wallStart = 0;
     int64_t m_fedMs = 0;
 

@@ -83,6 +83,7 @@ bool Statistics::Shown(int64_t streamMs, uint32_t width, uint32_t height) {
     else
         m_longestGap = std::max(m_longestGap, now - m_lastShownAt);
     m_lastShownAt = now;
+    m_sum.shownMs = streamMs;
     m_width = width;
     m_height = height;
     return true;
@@ -91,6 +92,17 @@ bool Statistics::Shown(int64_t streamMs, uint32_t width, uint32_t height) {
 void Statistics::DecoderKind(uint32_t kind) {
     const std::lock_guard lock(m_mutex);
     m_kind = kind;
+}
+
+void Statistics::Put() {
+    const std::lock_guard lock(m_mutex);
+    ++m_put;
+}
+
+void Statistics::WindowSize(uint32_t width, uint32_t height) {
+    const std::lock_guard lock(m_mutex);
+    m_windowWidth = width;
+    m_windowHeight = height;
 }
 
 Statistics::Snapshot Statistics::Now() const {
@@ -116,10 +128,13 @@ std::string Statistics::Json(const std::string& input, const char* codec, uint32
         {"channels", Text(uint64_t{channels})},
         {"width", Text(uint64_t{m_width})},
         {"height", Text(uint64_t{m_height})},
+        {"window_width", Text(uint64_t{m_windowWidth})},
+        {"window_height", Text(uint64_t{m_windowHeight})},
         {"decoder_kind", Text(uint64_t{m_kind})},
         {"fed", Text(m_sum.fed)},
         {"refused", Text(m_sum.refused)},
         {"shown", Text(m_sum.shown)},
+        {"put", Text(m_put)},
         {"lost", Text(m_sum.lost)},
         {"waiting_at_end", Text(m_sum.waiting)},
         {"waiting_bytes_at_end", Text(m_sum.waitingBytes)},

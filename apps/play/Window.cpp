@@ -1,0 +1,228 @@
+#include "Window.h"
+
+#include <poll.h>
+#include <xcb/xcb.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+struct Free {
+    void operator()(void* memory) const { std::free(memory); }
+};
+template <typename T>
+using Reply = std::unique_ptr<T, Free>;
+
+constexpr uint8_t kSynthetic = 0x80;    // bit of an event that another client sent
+
+}    // namespace
+
+std::unique_ptr<Window> Window::Open(const std::string& title, uint32_t width, uint32_t height, std::string& error) {
+    std::unique_ptr<Window> window(new Window);
+    return window->Connect(error) && window->Make(title, width, height, error) ? std::move(window) : nullptr;
+}
+
+std::unique_ptr<Window> Window::Follow(uint32_t id, std::string& error) {
+    std::unique_ptr<Window> window(new Window);
+    return window->Connect(error) && window->Take(id, error) ? std::move(window) : nullptr;
+}
+
+Window::~Window() {
+    if (m_connection != nullptr)
+        xcb_disconnect(m_connection);    // takes a window of our own along
+}
+
+bool Window::Connect(std::string& error) {
+    int number = 0;
+    m_connection = xcb_connect(nullptr, &number);
+    if (xcb_connection_has_error(m_connection) != 0) {
+        const char* const display = std::getenv("DISPLAY");
+        error = display != nullptr && *display != 0 ? std::string("no X server answers at ") + display
+                                                    : "DISPLAY is not set";
+        error += "; --headless plays without a window";
+        return false;
+    }
+    xcb_screen_iterator_t screens = xcb_setup_roots_iterator(xcb_get_setup(m_connection));
+    for (; number > 0 && screens.rem > 1; --number)
+        xcb_screen_next(&screens);
+    m_screen = screens.data;
+    return true;
+}
+
+uint32_t Window::Atom(const char* name) const {
+    const auto cookie = xcb_intern_atom(m_connection, 0, static_cast<uint16_t>(std::strlen(name)), name);
+    const Reply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(m_connection, cookie, nullptr));
+    return reply ? reply->atom : uint32_t{XCB_ATOM_NONE};
+}
+
+void Window::SetProperty(uint32_t property, uint32_t type, uint8_t bits, uint32_t count, const void* value) {
+    xcb_change_property(m_connection, XCB_PROP_MODE_REPLACE, m_id, property, type, bits, count, value);
+}
+
+bool Window::Make(const std::string& title, uint32_t width, uint32_t height, std::string& error) {
+    const double fit = std::min({1.0, static_cast<double>(m_screen->width_in_pixels) / width,
+                                 static_cast<double>(m_screen->height_in_pixels) / height});
+    m_width = std::max(1u, static_cast<uint32_t>(std::lround(width * fit)));
+    m_height = std::max(1u, static_cast<uint32_t>(std::lround(height * fit)));
+    m_own = true;
+    m_id = xcb_generate_id(m_connection);
+    const uint32_t values[] = {m_screen->black_pixel, XCB_EVENT_MASK_KEY_PRESS | XCB_EVENT_MASK_STRUCTURE_NOTIFY};
+    xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, m_id, m_screen->root, 0, 0, static_cast<uint16_t>(m_width),
+                      static_cast<uint16_t>(m_height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT,
+                      XCB_CW_BACK_PIXEL | XCB_CW_EVENT_MASK, values);
+    const auto length = static_cast<uint32_t>(title.size());
+    SetProperty(XCB_ATOM_WM_NAME, XCB_ATOM_STRING, 8, length, title.data());
+    SetProperty(Atom("_NET_WM_NAME"), Atom("UTF8_STRING"), 8, length, title.data());
+    constexpr char kClass[] = "corvane-play\0Corvane-play";    // instance and class, each with its zero
+    SetProperty(XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8, sizeof(kClass), kClass);
+    m_protocols = Atom("WM_PROTOCOLS");
+    m_deleteWindow = Atom("WM_DELETE_WINDOW");
+    SetProperty(m_protocols, XCB_ATOM_ATOM, 32, 1, &m_deleteWindow);
+    ReadKeyboard();
+    xcb_map_window(m_connection, m_id);
+    if (xcb_flush(m_connection) <= 0)
+        error = "the X server went away";
+    return error.empty();
+}
+
+bool Window::Take(uint32_t id, std::string& error) {
+    m_id = id;
+    const Reply<xcb_get_geometry_reply_t> geometry(
+        xcb_get_geometry_reply(m_connection, xcb_get_geometry(m_connection, id), nullptr));
+    if (!geometry) {
+        error = "there is no such window";
+        return false;
+    }
+    m_width = geometry->width;
+    m_height = geometry->height;
+    const uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;    // its keys are its owner's
+    xcb_change_window_attributes(m_connection, id, XCB_CW_EVENT_MASK, &events);
+    xcb_flush(m_connection);
+    return true;
+}
+
+void Window::ScreenPlace(int32_t& x, int32_t& y) const {
+    const Reply<xcb_translate_coordinates_reply_t> place(xcb_translate_coordinates_reply(
+        m_connection, xcb_translate_coordinates(m_connection, m_id, m_screen->root, 0, 0), nullptr));
+    x = place ? place->dst_x : 0;
+    y = place ? place->dst_y : 0;
+}
+
+// ---- Events --------------------------------------------------------------------------------------------------------
+
+void Window::ReadKeyboard() {
+    const xcb_setup_t* const setup = xcb_get_setup(m_connection);
+    m_firstCode = setup->min_keycode;
+    const auto count = static_cast<uint8_t>(setup->max_keycode - setup->min_keycode + 1);
+    const Reply<xcb_get_keyboard_mapping_reply_t> reply(xcb_get_keyboard_mapping_reply(
+        m_connection, xcb_get_keyboard_mapping(m_connection, setup->min_keycode, count), nullptr));
+    if (!reply)
+        return;
+    const xcb_keysym_t* const first = xcb_get_keyboard_mapping_keysyms(reply.get());
+    m_keysyms.assign(first, first + xcb_get_keyboard_mapping_keysyms_length(reply.get()));
+    m_keysymsPerCode = reply->keysyms_per_keycode;
+}
+
+// The first symbol of the key that is of Latin 1 or a function key, so that keys work under other scripts too.
+uint32_t Window::KeyOf(uint8_t code) const {
+    const size_t row = (size_t{code} - m_firstCode) * m_keysymsPerCode;
+    for (size_t i = row; code >= m_firstCode && i < row + m_keysymsPerCode && i < m_keysyms.size(); ++i)
+        if (m_keysyms[i] != 0 && (m_keysyms[i] < 0x100 || m_keysyms[i] >= 0xff00))
+            return m_keysyms[i];
+    return 0;
+}
+
+Window::Event Window::Next() {
+    for (;;) {
+        const Reply<xcb_generic_event_t> event(xcb_poll_for_event(m_connection));
+        if (!event)
+            return xcb_connection_has_error(m_connection) != 0 ? Event::Lost : Event::None;
+        if (const Event translated = Translate(event.get()); translated != Event::None)
+            return translated;
+    }
+}
+
+Window::Event Window::Translate(const void* event) {
+    constexpr uint16_t kShortcut = XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1 | XCB_MOD_MASK_4;
+    switch (static_cast<const xcb_generic_event_t*>(event)->response_type & ~kSynthetic) {
+    case XCB_KEY_PRESS: {
+        const auto* const press = static_cast<const xcb_key_press_event_t*>(event);
+        m_key = (press->state & kShortcut) == 0 ? KeyOf(press->detail) : 0;
+        return m_key != 0 ? Event::Key : Event::None;
+    }
+    case XCB_CONFIGURE_NOTIFY: {
+        const auto* const change = static_cast<const xcb_configure_notify_event_t*>(event);
+        m_width = change->width;
+        m_height = change->height;
+        return Event::Changed;
+    }
+    case XCB_CLIENT_MESSAGE: {
+        const auto* const message = static_cast<const xcb_client_message_event_t*>(event);
+        return message->type == m_protocols && message->data.data32[0] == m_deleteWindow ? Event::Closed : Event::None;
+    }
+    case XCB_DESTROY_NOTIFY:
+        return static_cast<const xcb_destroy_notify_event_t*>(event)->window == m_id ? Event::Closed : Event::None;
+    case XCB_MAPPING_NOTIFY:
+        ReadKeyboard();
+        return Event::None;
+    default:
+        return Event::None;
+    }
+}
+
+void Window::Wait(double seconds) const {
+    xcb_flush(m_connection);
+    pollfd wait{xcb_get_file_descriptor(m_connection), POLLIN, 0};
+    const auto nanoseconds = static_cast<long>(std::max(0.0, seconds) * 1e9);
+    const timespec limit{nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
+    ppoll(&wait, 1, &limit, nullptr);
+}
+
+// ---- Full screen ---------------------------------------------------------------------------------------------------
+
+// A window manager of today leaves a window of its own named on the root.
+bool Window::Managed() const {
+    const auto cookie =
+        xcb_get_property(m_connection, 0, m_screen->root, Atom("_NET_SUPPORTING_WM_CHECK"), XCB_ATOM_WINDOW, 0, 1);
+    const Reply<xcb_get_property_reply_t> reply(xcb_get_property_reply(m_connection, cookie, nullptr));
+    return reply && xcb_get_property_value_length(reply.get()) == 4;
+}
+
+void Window::ToggleFullScreen() {
+    if (!m_own)
+        return;
+    if (Managed()) {
+        constexpr uint32_t kToggle = 2;
+        constexpr uint32_t kApplication = 1;    // who asks
+        xcb_client_message_event_t message{};
+        message.response_type = XCB_CLIENT_MESSAGE;
+        message.format = 32;
+        message.window = m_id;
+        message.type = Atom("_NET_WM_STATE");
+        message.data.data32[0] = kToggle;
+        message.data.data32[1] = Atom("_NET_WM_STATE_FULLSCREEN");
+        message.data.data32[3] = kApplication;
+        xcb_send_event(m_connection, 0, m_screen->root,
+                       XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                       reinterpret_cast<const char*>(&message));
+    } else {
+        uint32_t place[4] = {0, 0, m_screen->width_in_pixels, m_screen->height_in_pixels};
+        if (m_covers) {
+            std::ranges::copy(m_before, place);
+        } else {
+            int32_t x = 0;
+            int32_t y = 0;
+            ScreenPlace(x, y);
+            const uint32_t now[] = {static_cast<uint32_t>(x), static_cast<uint32_t>(y), m_width, m_height};
+            std::ranges::copy(now, m_before);
+        }
+        m_covers = !m_covers;
+        xcb_configure_window(
+            m_connection, m_id,
+            XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y | XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT, place);
+    }
+    xcb_flush(m_connection);
+}

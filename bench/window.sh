@@ -1,0 +1,85 @@
+#!/usr/bin/env bash
+# window.sh BUILD [SECONDS] [ROUNDS]: the player in a window beside decoding alone and beside a pipeline of GStreamer, in
+# turn, with the same file and threads, each under a private X server: processor seconds of the program and of the server.
+# Prints medians, and ratios to decoding alone and to the pipeline.
+#
+# For this bench only, where missing: gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+# gstreamer1.0-plugins-bad gstreamer1.0-libav gstreamer1.0-x.
+#
+# The pipeline's sink does not scale by itself, so videoscale makes 1280x720 of planar pictures before they are converted,
+# which is the cheaper order: once with its default (bilinear), once with the nearest pixel. qos and lateness are off, so
+# that it skips no picture.
+set -euo pipefail
+build=$(realpath "$1")
+seconds=${2:-20}
+rounds=${3:-3}
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+
+ffmpeg -nostdin -v error -f lavfi -i "testsrc2=size=1920x1080:rate=25,noise=alls=12:allf=t" -t "$seconds" -c:v libx264 -preset veryfast \
+    -b:v 4M -g 50 -bf 0 -refs 1 -pix_fmt yuv420p large.mp4
+
+python3 - "$build" "$seconds" "$rounds" <<'PY'
+import glob, json, os, statistics, subprocess, sys
+build, seconds, rounds = sys.argv[1], sys.argv[2], int(sys.argv[3])
+
+def spent(pid):
+    return sum(int(open(f"{task}/schedstat").read().split()[0]) for task in glob.glob(f"/proc/{pid}/task/*")) / 1e9
+
+def server():
+    read, write = os.pipe()
+    process = subprocess.Popen(["Xvfb", "-displayfd", str(write), "-screen", "0", "1920x1080x24", "-nolisten", "tcp", "-noreset"],
+                               pass_fds=[write], stderr=subprocess.DEVNULL)
+    os.close(write)
+    with os.fdopen(read) as answer:
+        os.environ["DISPLAY"] = ":" + answer.readline().strip()
+    return process
+
+def run(command):
+    """Processor seconds of the command and of its server."""
+    display = server()
+    before = spent(display.pid)
+    child = subprocess.Popen(command, stdout=subprocess.DEVNULL)
+    _, status, usage = os.wait4(child.pid, 0)
+    if status != 0:
+        sys.exit(f"{command}: status {status}")
+    after = spent(display.pid)
+    display.terminate()
+    display.wait()
+    return usage.ru_utime + usage.ru_stime, after - before
+
+def player(size, threads):
+    result = run([f"{build}/apps/play/corvane-play", "--quiet", "--renderer", "gdi", "--threads", str(threads), "--size", size,
+                  "--stats", "stats.json", "large.mp4"])
+    return *result, json.load(open("stats.json"))["shown"]
+
+def pipeline(threads, scale=""):
+    return *run(["gst-launch-1.0", "-q", *f"filesrc location=large.mp4 ! qtdemux ! h264parse ! avdec_h264 max-threads={threads} !"
+                 f"{scale} videoconvert ! ximagesink sync=true qos=false max-lateness=-1".split()]), "-"
+
+small = "video/x-raw,width=1280,height=720 !"
+pipeline(1)    # its registry is written now
+for threads in (1, 2):
+    rows = {
+        "decode only": lambda: (*run([f"{build}/bench/decode_only", "large.mp4", str(threads), seconds]), "-"),
+        "player 1920x1080": lambda: player("1920x1080", threads),
+        "pipeline 1920x1080": lambda: pipeline(threads),
+        "player 1280x720": lambda: player("1280x720", threads),
+        "pipeline 1280x720, bilinear": lambda: pipeline(threads, f" videoscale ! {small}"),
+        "pipeline 1280x720, nearest": lambda: pipeline(threads, f" videoscale method=nearest-neighbour ! {small}"),
+    }
+    results = {name: [] for name in rows}
+    for _ in range(rounds):
+        for name, measure in rows.items():
+            results[name].append(measure())
+    def ratio(name, base):
+        return statistics.median((a[0] + a[1]) / (b[0] + b[1]) for a, b in zip(results[name], results[base]))
+    print(f"\n1920x1080, 25/s, paced, {seconds} s, {threads} decoder thread(s), medians of {rounds}; ratios: program and server together")
+    print(f"  {'':30} program s  server s  to decode only  to pipeline  pictures")
+    for name in rows:
+        program, xserver = (statistics.median(r[i] for r in results[name]) for i in (0, 1))
+        peer = {"player 1920x1080": "pipeline 1920x1080", "player 1280x720": "pipeline 1280x720, nearest"}.get(name)
+        beside = f"{ratio(name, peer):11.3f}" if peer else f"{'':11}"
+        print(f"  {name:30} {program:9.3f}  {xserver:8.3f}  {ratio(name, 'decode only'):14.3f}  {beside}  {results[name][-1][2]}", flush=True)
+PY

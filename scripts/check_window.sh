@@ -1,0 +1,107 @@
+#!/usr/bin/env bash
+# check_window.sh PROGRAM HAND: the player with a window under a private X server, its keys pressed by window_hand.
+set -euo pipefail
+trap 'echo "$0: line $LINENO failed" >&2' ERR
+play=$(realpath "$1")
+hand=$(realpath "$2")
+. "$(dirname "$0")/display.sh"
+work=$(mktemp -d)
+trap 'stopDisplay; rm -rf "$work"' EXIT
+cd "$work"
+
+ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=640x360:rate=25 -t 3 -c:v libx264 -preset ultrafast -g 25 -pix_fmt yuv420p short.mp4
+ffmpeg -nostdin -v error -f lavfi -i "color=red:size=320x240:rate=5,drawbox=x=80:y=60:w=160:h=120:color=green:t=fill" -t 120 \
+    -c:v libx264 -preset ultrafast -g 5 -pix_fmt yuv420p long.mp4
+
+field() { sed -n "s/^ *\"$2\": \"\{0,1\}\([^\",]*\)\"\{0,1\},\{0,1\}$/\1/p" "$1"; }
+# picture FILE EXPRESSION: holds with w, h, p(x, y) -> (red, green, blue) and colours, the number of them.
+picture() {
+    ffmpeg -nostdin -v error -y -i "$1" -f rawvideo -pix_fmt rgb24 "$1.rgb"
+    python3 - "$1" "$2" <<'PY'
+import struct, sys
+w, h = struct.unpack(">II", open(sys.argv[1], "rb").read(24)[16:])
+data = open(sys.argv[1] + ".rgb", "rb").read()
+p = lambda x, y: tuple(data[3 * (y * w + x):][:3])
+colours = len(set(zip(data[0::3], data[1::3], data[2::3])))
+red = lambda x, y: p(x, y)[0] > 150 and p(x, y)[1] < 90
+green = lambda x, y: p(x, y)[0] < 90 and 80 < p(x, y)[1]
+if not eval(sys.argv[2]):
+    sys.exit(f"{sys.argv[1]}: not {sys.argv[2]}: {w}x{h}, {colours} colours, middle {p(w // 2, h // 2)}, corner {p(w - 3, h - 3)}")
+PY
+}
+# within COMMAND...: within 20 s.
+within() {
+    for _ in $(seq 100); do
+        "$@" 2>/dev/null && return
+        sleep 0.2
+    done
+    "$@"
+}
+shows() { grabDisplay screen.png && picture screen.png "$1"; }
+is() { [ "$("$hand" "$1" size)" = "$2" ]; }
+
+startDisplay 800x600
+# To the end in its own window, of the stream's size.
+for renderer in "" gdi compose stretch; do
+    rm -f shot.png
+    "$play" --quiet ${renderer:+--renderer $renderer} --stats stats.json --screenshot shot.png short.mp4
+    picture shot.png 'w == 640 and h == 360 and colours > 50'
+    sum=$(($(field stats.json shown) + $(field stats.json lost) + $(field stats.json waiting_at_end)))
+    [ "$(field stats.json fed)" = 75 ] && [ "$sum" = 75 ] && [ "$(field stats.json shown)" -gt 0 ]
+    [ "$(field stats.json put)" -ge "$(field stats.json shown)" ] && [ "$(field stats.json window_width)" = 640 ]
+done
+
+# By hand. The picture is red with a green middle of half its size.
+"$play" --quiet --background 0000ff --size 400x300 --stats stats.json long.mp4 & player=$!
+within shows 'red(50, 50) and green(200, 150) and p(500, 400) == (0, 0, 0)'
+"$hand" long.mp4 key:7a # z: only the green is left
+within shows 'green(20, 20) and green(200, 150)'
+"$hand" long.mp4 key:7a key:6f # o
+within shows 'red(50, 50) and green(343, 243)'
+"$hand" long.mp4 key:6f key:6d # m: blue margins
+within shows 'p(2, 200) == (0, 0, 255) and red(60, 60) and colours > 4'
+"$hand" long.mp4 key:6d size:600x200
+within shows 'red(10, 10) and red(590, 190) and green(300, 100)'
+"$hand" long.mp4 key:66 # f
+within is long.mp4 800x600+0+0
+within shows 'red(790, 590) and green(400, 300)'
+"$hand" long.mp4 key:66
+within is long.mp4 600x200+0+0
+"$hand" long.mp4 key:20 key:73 # pause, screenshot
+within [ -s corvane-001.png ]
+picture corvane-001.png 'w == 600 and h == 200 and green(300, 100)'
+"$hand" long.mp4 key:71
+wait $player
+[ "$(field stats.json window_width)x$(field stats.json window_height)" = 600x200 ]
+
+# Closed from outside; larger than the screen.
+"$play" --quiet --size 4000x1000 long.mp4 & player=$!
+within is long.mp4 800x200+0+0
+"$hand" long.mp4 close
+wait $player
+
+# In somebody else's window, until it goes.
+mkfifo life
+"$hand" owner new:300x200 <life >id & owner=$!
+exec 9>life
+within [ -s id ]
+"$play" --quiet --window "$(cat id)" long.mp4 & player=$!
+within shows 'red(10, 10) and green(150, 100)'
+exec 9>&-
+wait $owner
+wait $player
+
+# Mistakes, and a server that goes away.
+! "$play" --window 1 short.mp4 2>error && grep -q 'no such window' error
+! "$play" --contact-sheet x.png short.mp4 2>error && grep -q 'add --headless' error
+"$play" --quiet long.mp4 2>error & player=$!
+within is long.mp4 320x240+0+0
+kill -KILL "$displayProcess"
+status=0
+timeout 20 tail --pid=$player -f /dev/null || { echo "the player goes on without a server"; kill -KILL $player; exit 1; }
+wait $player || status=$?
+[ "$status" = 1 ] && grep -q 'X server went away' error
+status=0
+"$play" --quiet short.mp4 2>error || status=$?
+[ "$status" = 1 ] && grep -q 'no X server answers' error
+echo "the player shows, obeys and ends as it should"

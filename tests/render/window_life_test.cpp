@@ -198,7 +198,6 @@ TEST_F(WindowLife, TwoChannelsOnOneWindow) {
     const xcb_window_t window = Window();
     std::unique_ptr<CRenderMgr> managers[] = {std::make_unique<CRenderMgr>(this, window, 0),
                                               std::make_unique<CRenderMgr>(this, window, 0)};
-    EXPECT_EQ(OpenConnections(), 1u);
     uint8_t grey = 50;
     for (int i = 0; i < 6; ++i) {
         grey = static_cast<uint8_t>(grey + 10);
@@ -207,6 +206,7 @@ TEST_F(WindowLife, TwoChannelsOnOneWindow) {
             return Pixel(window, 40, 40) == Grey(grey);
         }));
     }
+    EXPECT_EQ(OpenConnections(), 1u);
     managers[1].reset();
     m_client.Resize(window, 90, 80);
     EXPECT_TRUE(Shows(window, Grey(static_cast<uint8_t>(grey - 10)), 85, 75)) << "the one that stays, unasked";

@@ -233,17 +233,14 @@ TEST(WindowWatch, CyclesLeaveNothing) {
         if (wait)
             ASSERT_TRUE(IsAlive(watch));
     };
-    const auto settled = [&] {
-        // A thread that was let go of while it connected ends by itself.
-        return Eventually([&] { return client.ForeignClients() == 0 && Entries("/proc/self/task") <= 2; });
-    };
     cycle(true);
     ASSERT_TRUE(Eventually([&] { return client.ForeignClients() == 0; }));
     const size_t threads = Entries("/proc/self/task");
     const size_t descriptors = Entries("/proc/self/fd");
     for (int i = 0; i < 1000; ++i)
         cycle(i % 4 == 0);
-    EXPECT_TRUE(settled());
+    // A thread that was let go of while it connected ends by itself.
+    EXPECT_TRUE(Eventually([&] { return client.ForeignClients() == 0 && Entries("/proc/self/task") <= threads; }));
     cycle(true);    // joins what was left of those
     EXPECT_EQ(OpenConnections(), 0u);
     EXPECT_TRUE(Eventually([&] { return client.ForeignClients() == 0; }));
@@ -303,6 +300,7 @@ TEST(WindowWatch, NothingWaitsForAServerThatStandsStill) {
         WindowWatchPtr before = connected ? WindowWatch::Open(window, Purpose::Draw) : nullptr;
         if (connected)
             ASSERT_TRUE(IsAlive(before));
+        const size_t threads = Entries("/proc/self/task");
         server.Stop();
         test::Gate done;
         std::thread caller([&] {
@@ -319,6 +317,7 @@ TEST(WindowWatch, NothingWaitsForAServerThatStandsStill) {
         });
         EXPECT_TRUE(done.Wait());
         EXPECT_EQ(OpenConnections(), 0u);
+        EXPECT_LE(Entries("/proc/self/task"), threads + 2);    // the caller, and one that still connects
         std::this_thread::sleep_for(std::chrono::seconds(connected ? 0 : 5));
         server.Continue();
         caller.join();

@@ -240,15 +240,16 @@ void CRenderMgr::WakeLocked() {
 }
 
 void CRenderMgr::RenderLoop() {
-    bool woken = true;
-    uint64_t seen = 0;
+    uint64_t seen = UINT64_MAX;    // the first turn counts as woken
     for (;;) {
         RenderState state;
         bool tidyUp;
+        bool woken;
         {
             MutexLock lock(m_lock);
             if (m_ending)
                 break;
+            woken = m_generation != seen;
             seen = m_generation;
             state = m_state;
             tidyUp = std::exchange(m_tidyUp, false);
@@ -275,7 +276,6 @@ void CRenderMgr::RenderLoop() {
             else
                 m_frameReady.WaitOnce(lock);
         }
-        woken = m_generation != seen;
     }
     m_slot.DestroyAll();
     (void)m_sinks.Main(nullptr);
@@ -339,30 +339,34 @@ void CRenderMgr::DrawState() {
 void CRenderMgr::PresentPass(uint64_t& seen) {
     CallGate::Scope call(m_renderCalls);
     m_statePicture.Free();
-    RendererPtr renderer;
-    FramePtr frame;
-    RenderInfo info;
+    Pass pass;
     do {
-        renderer = m_slot.Current();
-        info = Plan().info;
-        renderer->Prepare(info);
-    } while (!LatchPicture(*renderer, info, frame, seen));
-    if (frame == nullptr)
+        pass.renderer = m_slot.Current();
+        {
+            MutexLock lock(m_lock);
+            pass.info = m_info;
+            pass.redraws = m_redraws;
+        }
+        pass.renderer->Prepare(pass.info);
+    } while (!LatchPicture(pass, seen));
+    if (pass.frame == nullptr)
         return;
-    if (renderer->Present(&frame, &info) < 0) {
-        (void)m_slot.ReplaceFailed(renderer, info);
+    const RenderInfo& info = pass.info;
+    if (pass.renderer->Present(&pass.frame, &info) < 0) {
+        (void)m_slot.ReplaceFailed(pass.renderer, info);
         return;
     }
     if (info.afterDisplay != nullptr) {
-        const AfterDisplayRecord record{0, 0, &frame->Header(), frame->PresentTime(), frame->BaseTime()};
+        const MediaFrameImpl& frame = *pass.frame;
+        const AfterDisplayRecord record{0, 0, &frame.Header(), frame.PresentTime(), frame.BaseTime()};
         info.afterDisplay(info.afterDisplayContext, &record);
     }
     // Deliveries of raw pictures follow here.
 }
 
-// False when what was prepared is not what is to be shown any more: another renderer, another window. `frame` is null
-// when there is nothing to present.
-bool CRenderMgr::LatchPicture(IVideoRenderer& renderer, RenderInfo& info, FramePtr& frame, uint64_t& seen) {
+// False when what was prepared is not what is to be shown any more: another renderer, another window, or the same
+// window with a news that this pass must not swallow.
+bool CRenderMgr::LatchPicture(Pass& pass, uint64_t& seen) {
     SharedLock picture(m_pictureLock);
     m_slot.DestroyRetired();
     {
@@ -372,17 +376,17 @@ bool CRenderMgr::LatchPicture(IVideoRenderer& renderer, RenderInfo& info, FrameP
         m_latched.NotifyAll();
         if (m_state != RenderState::Playing)
             return true;    // changed since the wake-up, and woken again
-        if (m_slot.Current().get() != &renderer || m_info.window != info.window ||
-            m_info.overviewWindow != info.overviewWindow)
+        if (m_slot.Current() != pass.renderer || m_redraws != pass.redraws || m_info.window != pass.info.window ||
+            m_info.overviewWindow != pass.info.overviewWindow)
             return false;
         seen = m_generation;    // what was committed until now is latched here: it must not wake the thread once more
-        info = m_info;
+        pass.info = m_info;
         m_info.forceRedraw = m_info.osdPolicy == kOsdAlways;
-        if (!m_infoUnsent && info.presentEnabled)
+        if (!m_infoUnsent && m_info.presentEnabled)
             m_info.infoDirty = false;    // this present is the one that sees it
     }
-    frame = m_committed;
-    renderer.Latch(info);
+    pass.frame = m_committed;
+    pass.renderer->Latch(pass.info);
     return true;
 }
 
@@ -411,6 +415,7 @@ void CRenderMgr::RequestRedraw() {
     MutexLock lock(m_lock);
     if (m_state == RenderState::Playing)
         m_info.forceRedraw = true;
+    ++m_redraws;
     WakeLocked();
 }
 

@@ -152,7 +152,13 @@ private:
     void RenderLoop();
     void TidyUp();
     void PresentPass(uint64_t& seen);    // `seen`: the generation that it shows
-    bool LatchPicture(IVideoRenderer& renderer, RenderInfo& info, FramePtr& frame, uint64_t& seen);
+    struct Pass {
+        RendererPtr renderer;
+        RenderInfo info;
+        uint64_t redraws = 0;    // m_redraws, as of the preparation
+        FramePtr frame;          // null: nothing to present
+    };
+    bool LatchPicture(Pass& pass, uint64_t& seen);
     void DrawState();
     void AwaitLatch();
     void WakeLocked() REQUIRES(m_lock);
@@ -187,6 +193,7 @@ private:
     bool m_infoUnsent GUARDED_BY(m_lock) = false;    // infoDirty, as far as the stream-info codes go
     uint32_t m_waitCounter GUARDED_BY(m_lock) = 0;
     uint64_t m_generation GUARDED_BY(m_lock) = 0;    // raised by each wake-up
+    uint64_t m_redraws GUARDED_BY(m_lock) = 0;       // raised when something about the window changed
     bool m_tidyUp GUARDED_BY(m_lock) = false;        // a renderer or window that was given up waits for its end
     bool m_unlatched GUARDED_BY(m_lock) = false;     // a committed picture that the render thread did not take yet
     bool m_presenting GUARDED_BY(m_lock) = false;

@@ -102,6 +102,6 @@ timeout 20 tail --pid=$player -f /dev/null || { echo "the player goes on without
 wait $player || status=$?
 [ "$status" = 1 ] && grep -q 'X server went away' error
 status=0
-"$play" --quiet short.mp4 2>error || status=$?
+DISPLAY=:4711 "$play" --quiet short.mp4 2>error || status=$?
 [ "$status" = 1 ] && grep -q 'no X server answers' error
 echo "the player shows, obeys and ends as it should"

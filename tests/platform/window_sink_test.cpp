@@ -206,6 +206,7 @@ TEST_P(SinkConformance, ResizesLeaveNothing) {
     const auto put = [&](uint16_t side) {
         m_client->Resize(m_window, side, 60);
         ASSERT_TRUE(Eventually([&] { return m_sink->Prepare() == State::Ready && m_sink->Size() == Size{side, 60}; }));
+        Draw(side);
         m_sink->Put(std::array{Rect{0, 0, side, 60}});
     };
     const auto counts = [&] {
@@ -214,11 +215,13 @@ TEST_P(SinkConformance, ResizesLeaveNothing) {
     };
     put(100);
     ASSERT_TRUE(Becomes(State::Ready));
+    ASSERT_TRUE(Shows({0, 0, 100, 60}));    // the server has taken all of it
     const auto before = counts();
     for (uint16_t i = 0; i < 200; ++i)
         put(static_cast<uint16_t>(50 + i % 7 * 20));
     put(100);
     ASSERT_TRUE(Becomes(State::Ready));
+    ASSERT_TRUE(Shows({0, 0, 100, 60}));    // the server has taken all of it
     EXPECT_EQ(counts(), before);
     // Sinks beside it come and go likewise.
     for (int i = 0; i < 50; ++i) {

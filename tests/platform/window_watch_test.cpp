@@ -233,17 +233,14 @@ TEST(WindowWatch, CyclesLeaveNothing) {
         if (wait)
             ASSERT_TRUE(IsAlive(watch));
     };
-    const auto settled = [&] {
-        // A thread that was let go of while it connected ends by itself.
-        return Eventually([&] { return client.ForeignClients() == 0 && Entries("/proc/self/task") <= 2; });
-    };
     cycle(true);
     ASSERT_TRUE(Eventually([&] { return client.ForeignClients() == 0; }));
     const size_t threads = Entries("/proc/self/task");
     const size_t descriptors = Entries("/proc/self/fd");
     for (int i = 0; i < 1000; ++i)
         cycle(i % 4 == 0);
-    EXPECT_TRUE(settled());
+    // A thread that was let go of while it connected ends by itself.
+    EXPECT_TRUE(Eventually([&] { return client.ForeignClients() == 0 && Entries("/proc/self/task") <= threads; }));
     cycle(true);    // joins what was left of those
     EXPECT_EQ(OpenConnections(), 0u);
     EXPECT_TRUE(Eventually([&] { return client.ForeignClients() == 0; }));
@@ -253,7 +250,6 @@ TEST(WindowWatch, CyclesLeaveNothing) {
     // Within one connection: what a watch selects and keeps goes with it.
     const WindowWatchPtr keeps = WindowWatch::Open(family.grandparent, Purpose::Look);
     ASSERT_TRUE(IsAlive(keeps));
-    cycle(true);
     const uint32_t resources = client.ForeignResources();
     for (int i = 0; i < 100; ++i)
         cycle(i % 4 == 0);
@@ -261,26 +257,22 @@ TEST(WindowWatch, CyclesLeaveNothing) {
 }
 
 TEST(WindowWatch, AServerThatDiesIsToldOnceAndTheNextServerIsTried) {
-    Counter counter;
+    struct Deaths final : WindowWatch::Listener {
+        void OnWindowChange() noexcept override { calls += watch->GetLife() == Life::Dead; }
+        WindowWatch* watch = nullptr;
+        std::atomic<int> calls{0};
+    } deaths;
     XServer first;
     ASSERT_TRUE(first.Running());
     XClient client(first.Display());
     const WindowWatchPtr watch = WindowWatch::Open(client.Create(), Purpose::Draw);
     const WindowWatchPtr other = WindowWatch::Open(client.Create(), Purpose::Draw);
     ASSERT_TRUE(IsAlive(watch) && IsAlive(other));
-    const int before = [&] {    // what came with becoming visible is over when nothing more comes
-        watch->AddListener(&counter);
-        int seen = -1;
-        while (seen != counter.calls) {
-            seen = counter.calls;
-            std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        }
-        return seen;
-    }();
+    deaths.watch = watch.get();
+    watch->AddListener(&deaths);
     first.Kill();
     EXPECT_TRUE(Eventually([&] { return watch->GetLife() == Life::Dead && other->GetLife() == Life::Dead; }));
-    EXPECT_TRUE(Eventually([&] { return counter.calls == before + 1 && OpenConnections() == 0; }));
-    watch->RemoveListener(&counter);
+    EXPECT_TRUE(Eventually([&] { return deaths.calls == 1 && OpenConnections() == 0; }));
 
     XServer second;
     ASSERT_TRUE(second.Running());
@@ -288,7 +280,8 @@ TEST(WindowWatch, AServerThatDiesIsToldOnceAndTheNextServerIsTried) {
     const WindowWatchPtr alive = WindowWatch::Open(next.Create(), Purpose::Draw);
     EXPECT_TRUE(IsAlive(alive));
     EXPECT_EQ(OpenConnections(), 1u);
-    EXPECT_EQ(counter.calls, before + 1);
+    EXPECT_EQ(deaths.calls, 1);
+    watch->RemoveListener(&deaths);
 }
 
 // All of this happens while the server answers nothing; a call that waited for it would wait for ever.
@@ -303,6 +296,7 @@ TEST(WindowWatch, NothingWaitsForAServerThatStandsStill) {
         WindowWatchPtr before = connected ? WindowWatch::Open(window, Purpose::Draw) : nullptr;
         if (connected)
             ASSERT_TRUE(IsAlive(before));
+        const size_t threads = Entries("/proc/self/task");
         server.Stop();
         test::Gate done;
         std::thread caller([&] {
@@ -319,6 +313,7 @@ TEST(WindowWatch, NothingWaitsForAServerThatStandsStill) {
         });
         EXPECT_TRUE(done.Wait());
         EXPECT_EQ(OpenConnections(), 0u);
+        EXPECT_LE(Entries("/proc/self/task"), threads + 2);    // the caller, and one that still connects
         std::this_thread::sleep_for(std::chrono::seconds(connected ? 0 : 5));
         server.Continue();
         caller.join();

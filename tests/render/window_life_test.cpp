@@ -1,9 +1,18 @@
 // A manager on real windows: pictures of states, and what happens to windows meanwhile.
 #include <cairo.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <functional>
+#include <memory>
 #include <mutex>
+#include <thread>
 
 #include "manager/RenderMgr.h"
 #include "picture/BitmapPool.h"
@@ -198,7 +207,6 @@ TEST_F(WindowLife, TwoChannelsOnOneWindow) {
     const xcb_window_t window = Window();
     std::unique_ptr<CRenderMgr> managers[] = {std::make_unique<CRenderMgr>(this, window, 0),
                                               std::make_unique<CRenderMgr>(this, window, 0)};
-    EXPECT_EQ(OpenConnections(), 1u);
     uint8_t grey = 50;
     for (int i = 0; i < 6; ++i) {
         grey = static_cast<uint8_t>(grey + 10);
@@ -207,6 +215,7 @@ TEST_F(WindowLife, TwoChannelsOnOneWindow) {
             return Pixel(window, 40, 40) == Grey(grey);
         }));
     }
+    EXPECT_EQ(OpenConnections(), 1u);
     managers[1].reset();
     m_client.Resize(window, 90, 80);
     EXPECT_TRUE(Shows(window, Grey(static_cast<uint8_t>(grey - 10)), 85, 75)) << "the one that stays, unasked";
@@ -283,6 +292,138 @@ TEST_F(WindowLife, ServerGoneUnderPlayingChannels) {
     EXPECT_LT(seconds, 0.25) << "nobody spins";
     managers.front()->SetWindow(4711);
     managers.clear();
+}
+
+// A rectangle of the overview lies on the screen: it stays there when a parent takes the window elsewhere.
+TEST_F(WindowLife, ParentMovesUnderAnOverview) {
+    const xcb_window_t frame = m_client.Create({.x = 100, .y = 100, .width = 200, .height = 200});
+    const xcb_window_t inner = m_client.Create({.parent = frame, .x = 20, .y = 20, .width = 150, .height = 150});
+    const xcb_window_t window = Window(5, inner);
+    CRenderMgr manager(this, window, 0);
+    for (uint32_t Edges::*edge : {&Edges::left, &Edges::right, &Edges::top, &Edges::bottom})
+        manager.SetMargin(edge, 30);    // a picture of 4x4 in the middle, the overview beside it
+    DisplayArea area{};
+    const int32_t place[4] = {130, 135, 138, 143};    // on the window: 5..13 x 5..13
+    std::copy(std::begin(place), std::end(place), area.overview.rectangle);
+    area.overviewEnabled = 1;
+    ASSERT_EQ(manager.SetDisplayArea(area, 33), Status::Ok);
+    Push(manager, 100);
+    EXPECT_TRUE(Shows(window, Grey(100), 9, 9));
+    EXPECT_EQ(Pixel(window, 20, 9), 0u);
+    m_client.Move(frame, 89, 100);
+    EXPECT_TRUE(Shows(window, Grey(100), 20, 9));
+    EXPECT_TRUE(Shows(window, 0, 9, 9)) << "the margin is drawn anew";
+}
+
+size_t Entries(const char* folder) {
+    const std::filesystem::directory_iterator entries(folder);
+    return static_cast<size_t>(std::distance(begin(entries), end(entries)));
+}
+
+// Windows that go while pictures are on their way to them. A child process each round: what is left must also let the
+// process end in peace.
+TEST_F(WindowLife, TenThousandWindowsDestroyed) {
+    for (int round = 0; round < 4; ++round) {
+        const pid_t child = fork();
+        if (child == 0) {
+            test::XClient client(m_server.Display());
+            CRenderMgr managers[2] = {CRenderMgr(this, 0, 0), CRenderMgr(this, 0, CORVANE_FLAG_GDI_COMPOSE)};
+            test::PlainPicture picture(kSide, kSide);
+            for (int i = 0; i < 1250; ++i) {
+                xcb_window_t windows[2];
+                for (int m = 0; m < 2; ++m) {
+                    windows[m] = client.Create({.width = kSide, .height = kSide});
+                    managers[m].SetWindow(windows[m]);
+                    managers[m].PresentFrame(FrameAt(i), picture.frame, true);
+                }
+                for (const xcb_window_t window : windows)
+                    client.Destroy(window);
+            }
+            std::exit(0);
+        }
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+    }
+}
+
+TEST_F(WindowLife, CyclesLeaveNothingInProcessAndServer) {
+    const xcb_window_t window = Window();
+    size_t descriptors = 0;
+    size_t threads = 0;
+    uint32_t resources = 0;
+    for (int i = 0; i <= 1000; ++i) {
+        {
+            CRenderMgr manager(this, window, (i & 1) != 0 ? CORVANE_FLAG_GDI_COMPOSE : 0);
+            Push(manager, static_cast<uint8_t>(i % 200 + 20));
+            if (i % 50 == 0)
+                ASSERT_TRUE(Shows(window, Grey(static_cast<uint8_t>(i % 200 + 20))));
+        }
+        if (i == 50 || i == 1000) {
+            ASSERT_TRUE(Eventually([&] { return m_client.ForeignClients() == 0; }));
+            if (i == 50) {
+                EXPECT_TRUE(Eventually([&, last = size_t{0}]() mutable {    // what ends by itself has ended
+                    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                    return std::exchange(last, Entries("/proc/self/fd")) == last;
+                }));
+                descriptors = Entries("/proc/self/fd");
+                threads = Entries("/proc/self/task");
+                resources = m_client.ForeignResources();
+            }
+            EXPECT_EQ(Entries("/proc/self/fd"), descriptors);
+            EXPECT_TRUE(Eventually([&] { return Entries("/proc/self/task") == threads; }));
+            EXPECT_EQ(m_client.ForeignResources(), resources);
+        }
+    }
+}
+
+// Text is drawn once a second; between two refreshes nothing may touch it, whatever the picture does.
+TEST_F(WindowLife, BandsDoNotFlicker) {
+    const xcb_window_t window = m_client.Create({.x = 10, .y = 10, .width = 160, .height = 120});
+    struct Stamp {
+        std::atomic<uint32_t> calls{0};
+        static void Draw(void* context, OsdInfo* info) {
+            const uint32_t call = ++static_cast<Stamp*>(context)->calls;
+            cairo_set_source_rgb(info->deviceContext, call * 37 % 256 / 255.0, call * 91 % 256 / 255.0, 1);
+            cairo_rectangle(info->deviceContext, 0, 0, 1000, 1000);
+            cairo_fill(info->deviceContext);
+        }
+    } stamp;
+    for (const uint32_t flags : {0u, uint32_t{CORVANE_FLAG_GDI_COMPOSE}}) {
+        CRenderMgr manager(this, window, flags);
+        manager.SetOsd(&Stamp::Draw, &stamp);
+        manager.SetMargin(&Edges::top, 20);
+        manager.SetMargin(&Edges::left, 15);
+        std::atomic<bool> more{true};
+        std::thread worker([&] {
+            for (int64_t i = 0; more; ++i)
+                Push(manager, static_cast<uint8_t>(i % 250), 1000 + i % 30);
+        });
+        EXPECT_TRUE(Eventually([&] { return (Pixel(window, 50, 5) & 0xFF) == 0xFF; }));
+        for (int i = 0; i < 200; ++i) {
+            Raster shown;
+            const Status status = manager.GrabWindow(shown);
+            if (!Ok(status)) {
+                ADD_FAILURE() << "grab " << i;
+                break;
+            }
+            const auto at = [&](int x, int y) {
+                uint32_t pixel;
+                std::memcpy(&pixel, shown.View().data + y * shown.View().step + 4 * x, 4);
+                return pixel & 0xFFFFFF;
+            };
+            int others = 0;
+            for (int x = 0; x < 160; ++x)
+                for (int y = 0; y < 20; ++y)
+                    others += at(x, y) != at(0, 0);
+            for (int y = 20; y < 120; ++y)
+                others += at(7, y) != at(0, 0);
+            EXPECT_EQ(others, 0) << "grab " << i;
+            EXPECT_EQ(at(0, 0) & 0xFF, 0xFFu);
+        }
+        more = false;
+        worker.join();
+    }
 }
 
 }    // namespace

@@ -8,6 +8,8 @@
 
 #include <cstdlib>
 
+#include "support/Latch.h"
+
 namespace corvane::test {
 
 XServer::XServer(const Options& options) {
@@ -24,6 +26,12 @@ XServer::XServer(const Options& options) {
 }
 
 XServer::~XServer() {
+    if (m_process > 0) {    // it tidies up by itself when it is asked to end
+        kill(m_process, SIGTERM);
+        kill(m_process, SIGCONT);
+        if (Eventually([this] { return waitpid(m_process, nullptr, WNOHANG) == m_process; }))
+            m_process = -1;
+    }
     Kill();
     if (m_hadDisplay)
         setenv("DISPLAY", m_displayBefore.c_str(), 1);
@@ -70,15 +78,11 @@ void XServer::Start(const Options& options) {
 void XServer::Kill() {
     if (m_process <= 0)
         return;
+    // Its lock and socket stay behind for the next server to take over. They are not ours to remove: another server may
+    // have taken the number meanwhile.
     kill(m_process, SIGKILL);
     waitpid(m_process, nullptr, 0);
     m_process = -1;
-    // A killed server leaves these behind, and the next one would have to look for another number.
-    const std::string number = m_display.empty() ? "" : m_display.substr(1);
-    if (!number.empty()) {
-        unlink(("/tmp/.X" + number + "-lock").c_str());
-        unlink(("/tmp/.X11-unix/X" + number).c_str());
-    }
 }
 
 void XServer::Stop() {

@@ -95,13 +95,14 @@ void GrabJob::Measure(Connection& connection) {
                                        });
     AskCounted<xcb_get_geometry_reply_t>(
         connection, xcb_get_geometry(xcb, m_window), [this, &connection](ReplyPtr<xcb_get_geometry_reply_t> own) {
-            m_refused |= own == nullptr || m_above == 0;
+            m_refused |= own == nullptr;
             if (m_refused)
                 return;
             m_size = {own->width, own->height};
             m_bound = {0, 0, own->width, own->height};
             m_parent = {-(int64_t{own->x} + own->border_width), -(int64_t{own->y} + own->border_width)};
-            AskLevel(connection, m_window, m_above);
+            if (m_above != 0)    // else it is the root
+                AskLevel(connection, m_window, m_above);
         });
 }
 

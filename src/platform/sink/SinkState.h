@@ -42,7 +42,7 @@ private:
 
     const std::shared_ptr<WatchState> m_watch;
 
-    // Held while requests are buffered, so that no answer overtakes the note of its request; never while they are sent.
+    // Held while requests are buffered, so that no answer overtakes the note of its request. Puts are sent without it.
     Mutex m_lock;
     uint32_t m_segment GUARDED_BY(m_lock) = 0;    // id, kept for the sink's life; 0 before the first
     bool m_attached GUARDED_BY(m_lock) = false;

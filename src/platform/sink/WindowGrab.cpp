@@ -3,6 +3,7 @@
 #include <new>
 
 #include "base/Limits.h"
+#include "base/Mutex.h"
 #include "platform/sink/GrabJob.h"
 #include "platform/sink/PixelPack.h"
 
@@ -41,7 +42,33 @@ void ShowBand(const GrabJob::Band& band, const std::vector<Rect>& visible, Pixel
     }
 }
 
+// A watch that is new has not heard of its window yet.
+class FirstNews final : private WindowWatch::Listener {
+public:
+    explicit FirstNews(WindowWatch& watch) : m_watch(watch) { m_watch.AddListener(this); }
+    ~FirstNews() { m_watch.RemoveListener(this); }
+
+    void Await(std::chrono::milliseconds limit) {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        MutexLock lock(m_mutex);
+        while (m_watch.GetLife() == WindowWatch::Life::Unknown && m_changed.WaitOnce(lock, deadline)) {
+        }
+    }
+
+private:
+    void OnWindowChange() noexcept override {
+        MutexLock lock(m_mutex);
+        m_changed.NotifyAll();
+    }
+
+    WindowWatch& m_watch;
+    Mutex m_mutex;
+    Condition m_changed;
+};
+
 Status Grab(const WindowWatchPtr& watch, const RasterView& last, std::chrono::milliseconds limit, Raster& out) {
+    if (watch->GetLife() == WindowWatch::Life::Unknown)
+        FirstNews(*watch).Await(limit);
     const std::shared_ptr<WatchState> state = StateOf(watch);
     const WindowFacts facts = state != nullptr ? state->Facts() : WindowFacts();
     if (facts.life != WindowWatch::Life::Alive || facts.layout == PixelLayout::Unsupported)

@@ -60,28 +60,47 @@ Connection::~Connection() {
 }
 
 std::shared_ptr<Connection> Connection::Make() {
-    Reap();
+    if (std::shared_ptr<Connection> adopted = ReapOrAdopt(DisplayName()))
+        return adopted;
     const std::shared_ptr<Connection> made(new Connection);
     made->m_thread = Thread("corvane-x11", nullptr, [made] { made->Run(); });
     return made;
 }
 
-void Connection::Reap() noexcept {
+// Joins the abandoned threads that have ended. One that still tries to reach the same display is as good as a new one:
+// while a server hangs there is one such thread, however often clients try.
+std::shared_ptr<Connection> Connection::ReapOrAdopt(const std::string& display) {
     Abandoned& list = TheAbandoned();
     std::shared_ptr<Connection> finished;    // freed without the lock
+    std::shared_ptr<Connection> adopted;
     MutexLock lock(list.lock);
     for (std::shared_ptr<Connection>* place = &list.first; *place != nullptr;) {
-        if (!(*place)->m_finished.load(std::memory_order_acquire)) {
+        const bool ended = (*place)->m_finished.load(std::memory_order_acquire);
+        const bool adopts = !ended && adopted == nullptr && (*place)->m_display == display && (*place)->Revive();
+        if (!ended && !adopts) {
             place = &(*place)->m_nextAbandoned;
             continue;
         }
         std::shared_ptr<Connection> one = std::move(*place);
         *place = std::move(one->m_nextAbandoned);
+        if (adopts) {
+            adopted = std::move(one);
+            continue;
+        }
         one->m_thread.Join();
         one->m_nextAbandoned = std::move(finished);
         finished = std::move(one);
     }
     lock.Unlock();
+    return adopted;
+}
+
+bool Connection::Revive() {
+    MutexLock lock(m_lock);
+    if (m_phase != Phase::Connecting)
+        return false;
+    m_ending = false;
+    return true;
 }
 
 void Connection::Close() noexcept {

@@ -70,7 +70,7 @@ public:
 
     // ---- Any thread ----
 
-    // Ends it, once, when all clients have left. Waits for the event thread but never for the server.
+    // Ends it, when all clients have left. Waits for the event thread but never for the server.
     void Close() noexcept;
     bool Lost() const;
     void Join(std::shared_ptr<EventClient> client);    // may raise std::bad_alloc
@@ -122,7 +122,8 @@ private:
     };
 
     Connection();
-    static void Reap() noexcept;
+    static std::shared_ptr<Connection> ReapOrAdopt(const std::string& display);
+    bool Revive();
     void Run() noexcept;
     bool OpenDisplay();
     void Serve();
@@ -166,7 +167,7 @@ private:
     // lock of that list.
     std::shared_ptr<Connection> m_nextAbandoned;
 
-    Thread m_thread;    // of whoever made the connection, then of Close or Reap
+    Thread m_thread;    // of whoever made the connection, then of Close or ReapOrAdopt
 };
 
 // Closes the connection when the last that needs it is gone.

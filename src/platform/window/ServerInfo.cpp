@@ -1,8 +1,10 @@
 #include "platform/window/ServerInfo.h"
 
+#include <sys/socket.h>
 #include <xcb/shm.h>
 
 #include <cstdlib>
+#include <cstring>
 
 #include "platform/sink/SharedMemory.h"
 
@@ -10,25 +12,59 @@ namespace corvane {
 
 namespace {
 
-// Tries out with one page which kind of shared memory the server can attach: it may be on another machine, in another
-// IPC or PID world, or run as somebody else.
+// Shared memory with a server beyond a network would at best fail, at worst be some other process's there.
+bool IsLocal(xcb_connection_t* xcb) {
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    return getsockname(xcb_get_file_descriptor(xcb), reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+           address.ss_family == AF_UNIX;
+}
+
+constexpr uint16_t kProbeBits = 512;
+
+// Whether the server reads from `segment` what we wrote: where it lives in another IPC world, the number of a segment
+// may be that of another one there. One row of a bitmap goes there and back.
+bool ReadsBack(xcb_connection_t* xcb, uint32_t segment, const uint8_t* written) {
+    const xcb_pixmap_t pixmap = xcb_generate_id(xcb);
+    const xcb_gcontext_t context = xcb_generate_id(xcb);
+    xcb_create_pixmap(xcb, 1, pixmap, xcb_setup_roots_iterator(xcb_get_setup(xcb)).data->root, kProbeBits, 1);
+    xcb_create_gc(xcb, context, pixmap, 0, nullptr);
+    xcb_shm_put_image(xcb, pixmap, context, kProbeBits, 1, 0, 0, kProbeBits, 1, 0, 0, 1, XCB_IMAGE_FORMAT_Z_PIXMAP, 0,
+                      segment, 0);
+    const xcb_get_image_cookie_t cookie =
+        xcb_get_image(xcb, XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap, 0, 0, kProbeBits, 1, ~0u);
+    xcb_free_gc(xcb, context);
+    xcb_free_pixmap(xcb, pixmap);
+    xcb_get_image_reply_t* read = xcb_get_image_reply(xcb, cookie, nullptr);
+    const bool same = read != nullptr && xcb_get_image_data_length(read) >= kProbeBits / 8 &&
+                      std::memcmp(xcb_get_image_data(read), written, kProbeBits / 8) == 0;
+    std::free(read);
+    return same;
+}
+
+// Tries out with a little memory which kind the server can attach: it may live in another IPC or PID world, or run as
+// somebody else.
 bool CanAttach(xcb_connection_t* xcb, Transport transport) {
     SharedMemory memory;
-    if (!memory.Make(transport, 1))
+    if (!memory.Make(transport, kProbeBits / 8))
         return false;
+    for (uint32_t i = 0; i < kProbeBits / 8; ++i)
+        memory.Data()[i] = static_cast<uint8_t>(i * 37 + 11);
     const uint32_t segment = xcb_generate_id(xcb);
     const xcb_void_cookie_t cookie = memory.AttachChecked(xcb, segment);
     xcb_generic_error_t* error = xcb_request_check(xcb, cookie);
-    const bool works = error == nullptr && xcb_connection_has_error(xcb) == 0;
+    const bool attached = error == nullptr && xcb_connection_has_error(xcb) == 0;
     std::free(error);
-    if (works)
-        xcb_shm_detach(xcb, segment);
+    if (!attached)
+        return false;
+    const bool works = ReadsBack(xcb, segment, memory.Data());
+    xcb_shm_detach(xcb, segment);
     return works;
 }
 
 void AskShm(xcb_connection_t* xcb, ServerInfo& info) {
     const xcb_query_extension_reply_t* shm = xcb_get_extension_data(xcb, &xcb_shm_id);
-    if (shm == nullptr || !shm->present)
+    if (shm == nullptr || !shm->present || !IsLocal(xcb))
         return;
     xcb_shm_query_version_reply_t* version = xcb_shm_query_version_reply(xcb, xcb_shm_query_version(xcb), nullptr);
     if (version == nullptr)

@@ -85,11 +85,12 @@ mkfifo life
 "$hand" owner new:300x200 <life >id & owner=$!
 exec 9>life
 within [ -s id ]
-"$play" --quiet --window "$(cat id)" long.mp4 & player=$!
+"$play" --quiet --stats stats.json --window "$(cat id)" long.mp4 9>&- & player=$!
 within shows 'red(10, 10) and green(150, 100)'
 exec 9>&-
 wait $owner
 wait $player
+[ "$(field stats.json fed)" -lt 600 ] # not to the end of the stream
 
 # Mistakes, and a server that goes away.
 ! "$play" --window 1 short.mp4 2>error && grep -q 'no such window' error
@@ -97,11 +98,11 @@ wait $player
 "$play" --quiet long.mp4 2>error & player=$!
 within is long.mp4 320x240+0+0
 kill -KILL "$displayProcess"
-status=0
+wait "$displayProcess" 2>/dev/null || status=0
 timeout 20 tail --pid=$player -f /dev/null || { echo "the player goes on without a server"; kill -KILL $player; exit 1; }
 wait $player || status=$?
 [ "$status" = 1 ] && grep -q 'X server went away' error
 status=0
-"$play" --quiet short.mp4 2>error || status=$?
+DISPLAY=:4711 "$play" --quiet short.mp4 2>error || status=$?
 [ "$status" = 1 ] && grep -q 'no X server answers' error
 echo "the player shows, obeys and ends as it should"

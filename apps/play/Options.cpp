@@ -19,7 +19,7 @@ usage: corvane-play [options] FILE|URL
   --window ID             play in that X11 window instead of a new one
   --renderer NAME         gdi, compose or stretch instead of the default
   --background RRGGBB     colour of margins and of the empty window
-  --logo FILE             picture for the waiting window
+  --logo FILE             PNG or BMP that the window shows until the first picture
   --screenshot FILE[@S]   write the window as PNG after S seconds of stream, else at the end
 
   --headless              no window: pictures go to memory

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <thread>
 
+#include "Screenshot.h"
+
 namespace {
 
 constexpr double kStatusStep = 0.5;    // seconds between two status lines
@@ -58,7 +60,7 @@ bool Player::MakeChannel(std::string& error) {
     settings.streamInfo = &Player::OnStreamInfo;
     settings.streamInfoContext = this;
     if (watched && m_view)
-        settings.window = m_view->TheWindow().Id();
+        m_view->Prepare(settings);
     void* channel = nullptr;
     const uint32_t status = Corvane_CreateChannel(m_instance, &channel, &settings);
     if (status != Status_Ok) {
@@ -71,16 +73,22 @@ bool Player::MakeChannel(std::string& error) {
     Corvane_SetDisplayMode(channel, m_options.displayMode);
     if (m_options.rotate != 0)
         Corvane_EnableRotateFilter(channel, m_options.rotate);
-    if (!Deliver(channel, watched) || Corvane_StartChannel(channel, 1) != Status_Ok) {
-        error = "a channel cannot be started";
+    error = "a channel cannot be started";
+    const uint32_t waiting = m_options.logo.empty() ? 1 : 0;    // without it the logo stays until the first picture
+    if (!Deliver(channel, watched, error) || Corvane_StartChannel(channel, waiting) != Status_Ok)
         return false;
-    }
+    error.clear();
     return true;
 }
 
-bool Player::Deliver(void* channel, bool watched) {
+bool Player::Deliver(void* channel, bool watched, std::string& error) {
     if (watched && m_view) {
         m_view->SetChannel(channel);
+        if (!m_options.logo.empty() &&
+            Corvane_SetChannelOption(channel, 25, reinterpret_cast<uint64_t>(m_options.logo.c_str()), 0) != Status_Ok) {
+            error = m_options.logo + ": not a picture that can be shown";
+            return false;
+        }
         return Corvane_RegisterAfterDisplayCallback(channel, &Player::OnDisplayed, this) == Status_Ok;
     }
     Corvane_SetRawDataCallbackSize(channel, m_options.width, m_options.height);
@@ -137,11 +145,31 @@ bool Player::GoesOn(const std::atomic<bool>& stop) {
     if (m_state == WindowView::State::Paused)
         m_startedAt += now - m_attendedAt;
     m_attendedAt = now;
-    if (m_view)
+    if (m_view) {
         m_state = m_view->Attend();
+        TakeScreenshot(false);
+    }
     if (!m_options.quiet && now - m_statusAt >= kStatusStep)
         PrintStatus(false);
     return !stop && m_state != WindowView::State::Ended && m_state != WindowView::State::Lost;
+}
+
+void Player::TakeScreenshot(bool atEnd) {
+    const bool due = atEnd || (m_options.screenshotSeconds >= 0 &&
+                               static_cast<double>(m_statistics.Now().shownMs) >= m_options.screenshotSeconds * 1000);
+    const bool asked = !m_options.screenshot.empty() && !m_screenshotTaken && due;
+    if ((!asked && !m_view->ScreenshotWanted()) || m_state == WindowView::State::Lost)
+        return;
+    m_view->ScreenshotTaken();
+    m_screenshotTaken = m_screenshotTaken || !m_options.screenshot.empty();
+    std::string error;
+    if (WriteScreenshot(m_channels.front(), m_options.screenshot.empty() ? FreeScreenshotName() : m_options.screenshot,
+                        error))
+        return;
+    if (asked)
+        m_screenshotError = error;
+    else
+        std::fprintf(stderr, "%scorvane-play: %s\n", isatty(STDERR_FILENO) != 0 ? "\r\033[K" : "", error.c_str());
 }
 
 void Player::Wait(double seconds) {
@@ -184,6 +212,8 @@ bool Player::Run(const std::atomic<bool>& stop, std::string& error) {
     m_statusProcessor = ProcessorSeconds();
     Play(stop);
     Drain(stop);
+    if (m_view)
+        TakeScreenshot(true);
     for (void* const channel : m_channels)
         Corvane_StopChannel(channel);
     if (m_view)
@@ -240,6 +270,11 @@ bool Player::Finish(std::string& error) {
         error = m_options.contactSheet + ": cannot be written";
         return false;
     }
+    error = m_screenshotError;
+    return WriteStatistics(error) && error.empty();
+}
+
+bool Player::WriteStatistics(std::string& error) const {
     if (m_options.statsFile.empty())
         return true;
     FILE* const file = std::fopen(m_options.statsFile.c_str(), "wb");

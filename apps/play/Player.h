@@ -34,15 +34,18 @@ private:
     bool Open(std::string& error);
     bool OpenWindow(std::string& error);
     bool MakeChannel(std::string& error);
-    bool Deliver(void* channel, bool watched);
+    bool Deliver(void* channel, bool watched, std::string& error);
     void Play(const std::atomic<bool>& stop);
     void Feed(const EncodedPicture& picture);
     bool WaitUntilDue(int64_t timeMs, const std::atomic<bool>& stop);
     // Attends to the window. False when the play is to end.
     bool GoesOn(const std::atomic<bool>& stop);
     void Wait(double seconds);
+    // By key, or when it is time for the one of the options.
+    void TakeScreenshot(bool atEnd);
     void Drain(const std::atomic<bool>& stop);
     void PrintStatus(bool last);
+    bool WriteStatistics(std::string& error) const;
 
     const Options& m_options;
     Statistics m_statistics;
@@ -55,6 +58,8 @@ private:
     std::vector<void*> m_channels;
     double m_startedAt = 0;    // moves on while paused
     double m_attendedAt = 0;
+    bool m_screenshotTaken = false;    // the one of the options
+    std::string m_screenshotError;
     WindowView::State m_state = WindowView::State::Playing;
     int64_t m_wallStart = 0;
     int64_t m_fedMs = 0;

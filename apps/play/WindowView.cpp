@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "corvane/corvane.h"
+#include "OsdText.h"
 
 namespace {
 
-constexpr uint32_t kTextMargin = 28;    // pixels above the picture, with room for a line of text
 constexpr uint32_t kMargin = 8;         // pixels at the other sides
 constexpr uint32_t kEscape = 0xff1b;    // keysym
 
@@ -41,6 +40,22 @@ std::unique_ptr<WindowView> WindowView::Open(const Options& options, uint32_t wi
                          std::max(1u, options.height ? options.height : height), error);
     }
     return view->m_window ? std::move(view) : nullptr;
+}
+
+void WindowView::Prepare(ChannelSettings& settings) {
+    constexpr uint32_t kOsdAndContext = 0x0002 | 0x0008;
+    settings.mask |= kOsdAndContext;
+    settings.window = m_window->Id();
+    settings.osd = &WindowView::OnOsd;
+    settings.osdContext = this;
+}
+
+// Text beside a picture stands in its margin, and there is none over the picture.
+void WindowView::OnOsd(void* context, OsdInfo* info) {
+    constexpr uint32_t kNoPicture =
+        CORVANE_OSD_WAITING | CORVANE_OSD_STOPPED | CORVANE_OSD_AUDIO_ONLY | CORVANE_OSD_TIME_ONLY;
+    if ((info->flags & kNoPicture) != 0 || static_cast<WindowView*>(context)->m_margins)
+        DrawOsdText(*info);
 }
 
 WindowView::State WindowView::Attend() {

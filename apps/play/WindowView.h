@@ -1,11 +1,13 @@
 // What the player does with its window: keys, the layout that they choose, the end.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 
 #include "Options.h"
 #include "Window.h"
+#include "corvane/corvane.h"
 
 class WindowView {
 public:
@@ -16,6 +18,8 @@ public:
                                             std::string& error);
 
     const Window& TheWindow() const { return *m_window; }
+    // What the channel is made with: its window and its text.
+    void Prepare(ChannelSettings& settings);
     // The channel that shows in the window; it outlives the view's use.
     void SetChannel(void* channel) { m_channel = channel; }
 
@@ -29,6 +33,7 @@ public:
 
 private:
     WindowView() = default;
+    static void OnOsd(void* context, OsdInfo* info);    // on the render thread
     void Press(uint32_t key);
     void ToggleMargins();
     void SendArea();
@@ -36,7 +41,7 @@ private:
     std::unique_ptr<Window> m_window;
     void* m_channel = nullptr;
     State m_state = State::Playing;
-    bool m_margins = false;
+    std::atomic<bool> m_margins{false};
     bool m_zoom = false;
     bool m_overview = false;
     bool m_screenshotWanted = false;

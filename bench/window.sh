@@ -8,7 +8,8 @@
 #
 # The pipeline's sink does not scale by itself, so videoscale makes 1280x720 of planar pictures before they are converted,
 # which is the cheaper order: once with its default (bilinear), once with the nearest pixel. qos and lateness are off, so
-# that it skips no picture.
+# that it skips no picture. It decodes with its own defaults; player and decode_only set the fast flag and skip deblocking of
+# pictures that no other refers to (this stream has none). What starting costs counts for everybody.
 set -euo pipefail
 build=$(realpath "$1")
 seconds=${2:-20}

@@ -1,5 +1,8 @@
-// The bytes are calls: create, start, feed good and bad, options, filters, stop, delete, from the main thread, from a
-// second one, and from inside every callback. Whatever the order, nothing crashes, hangs or leaks.
+// The bytes are calls: create, start, feed good and bad, options, filters, windows, stop, delete, from the main thread,
+// from a second one, and from inside every callback. Whatever the order, nothing crashes, hangs or leaks. The windows
+// stand on a private X server, and are moved, hidden and destroyed by their owner as the bytes want it.
+#include <cairo.h>
+
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -11,10 +14,13 @@
 #include "SmallStreams.h"
 #include "corvane/corvane.h"
 #include "corvane/filter.h"
+#include "support/XClient.h"
+#include "support/XServer.h"
 
 namespace {
 
 constexpr int kChannels = 3;
+constexpr int kWindows = 4;
 constexpr int kMaxCalls = 400;
 
 // Hands out bytes to all threads; an emptied source gives zeros.
@@ -43,6 +49,16 @@ private:
     int m_calls = 0;
 };
 
+// One server for all runs. Where none can be started the windows are dead ones, which the library must bear as well.
+struct Screen {
+    corvane::test::XServer server;
+    corvane::test::XClient client{server.Display()};
+};
+Screen& TheScreen() {
+    static Screen screen;
+    return screen;
+}
+
 struct World;
 
 struct Filter final : QMRX::Filter::IFilter {
@@ -60,11 +76,15 @@ struct World {
     std::array<void*, kChannels> channels{};
     Filter filter;
     std::atomic<int64_t> time{0};
+    std::array<std::atomic<xcb_window_t>, kWindows> windows{};    // changed by the main thread only
 
     void Feed(void* channel, uint8_t how);
     void Option(void* channel, uint8_t how);
     void Step(bool inCallback, bool secondThread);
     void Create(int index, uint8_t how);
+    void Window(void* channel, uint8_t how);
+    void Owner(uint8_t how);
+    void Snapshot(void* channel, uint8_t how);
 };
 
 // In a callback at most one call in four is made, so that streams also run.
@@ -94,6 +114,13 @@ void OnPicture(void* context, const PseudoFrame* frame) {
     Inside(context);
 }
 
+void OnText(void* context, OsdInfo* info) {
+    auto* const cairo = info->deviceContext;
+    cairo_rectangle(cairo, 0, 0, info->width, info->height / 2.0);
+    cairo_fill(cairo);
+    Inside(context);
+}
+
 void OnAfter(void* context, const AfterDisplayRecord*) {
     Inside(context);
 }
@@ -106,7 +133,12 @@ void World::Create(int index, uint8_t how) {
     if (channels[static_cast<size_t>(index)] != nullptr)
         return;
     ChannelSettings settings{};
-    settings.mask = 0x0005 | (how & 0x60u) << 8;
+    settings.mask = 0x000F | (how & 0x60u) << 8;
+    settings.osd = &OnText;
+    settings.osdContext = this;
+    settings.window = windows[how % kWindows];
+    settings.hasBorder = how & 1;
+    settings.border[how & 3] = how;
     settings.streamInfo = &OnStreamInfo;
     settings.streamInfoContext = this;
     settings.presentEnabled = 1;
@@ -177,6 +209,61 @@ void World::Option(void* channel, uint8_t how) {
         Corvane_UpdateChannelSettings(channel, &update);
 }
 
+void World::Window(void* channel, uint8_t how) {
+    ChannelUpdate update{};
+    update.mask = (how & 0x40) != 0 ? 0x1000 : 0x0800 | (how & 0x80u) << 6;
+    update.window = windows[how % kWindows];
+    update.fullWindow = how >> 4 & 1;
+    Corvane_UpdateChannelSettings(channel, &update);
+    DisplayArea area{};
+    area.overviewIsWindow = how >> 2 & 1;
+    if (area.overviewIsWindow != 0)
+        area.overview.window = windows[(how >> 3) % kWindows];
+    else
+        area.overview.rectangle[2] = area.overview.rectangle[3] = how;
+    area.zoom.rectangle[2] = area.zoom.rectangle[3] = how / 2 + 1;
+    area.overviewEnabled = how >> 4 & 1;
+    area.zoomEnabled = how >> 5 & 1;
+    Corvane_SetChannelOption(channel, 11, reinterpret_cast<uint64_t>(&area), 63);
+}
+
+// What the owner of the windows does. Nothing waits for the server.
+void World::Owner(uint8_t how) {
+    xcb_connection_t* const xcb = TheScreen().client.Xcb();
+    std::atomic<xcb_window_t>& window = windows[how % kWindows];
+    const uint32_t size[] = {how * 5u % 300 + 1, how * 3u % 200 + 1};
+    switch (how >> 3 & 7) {
+    case 0:
+        xcb_destroy_window(xcb, window);
+        window = xcb_generate_id(xcb);
+        xcb_create_window(xcb, XCB_COPY_FROM_PARENT, window, TheScreen().client.Root(), 10, 10, 64, 48, 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, 0, nullptr);
+        xcb_map_window(xcb, window);
+        break;
+    case 1:
+        xcb_unmap_window(xcb, window);
+        break;
+    case 2:
+        xcb_map_window(xcb, window);
+        break;
+    case 3:
+        xcb_reparent_window(xcb, window, windows[(how >> 6) % kWindows], 1, 1);
+        break;
+    default:
+        xcb_configure_window(xcb, window, XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT, size);
+        break;
+    }
+    xcb_flush(xcb);
+}
+
+void World::Snapshot(void* channel, uint8_t how) {
+    std::vector<uint8_t> own(how * 64u);
+    PictureBuffer picture{static_cast<uint32_t>(own.size()), 0, 0, 0, own.data()};
+    const bool given = (how & 1) != 0 && !own.empty();
+    if (Corvane_GetCurrentSnapShot(channel, &picture, given ? 8 : how & 7) == Status_Ok && !given)
+        Corvane_FreePicture(&picture);
+}
+
 void World::Step(bool inCallback, bool secondThread) {
     uint8_t what;
     uint8_t how;
@@ -245,6 +332,18 @@ void World::Step(bool inCallback, bool secondThread) {
     case 18:
         std::this_thread::yield();
         break;
+    case 19:
+    case 20:
+        Window(channel, how);
+        break;
+    case 21:
+        if (!inCallback && !secondThread)
+            Owner(how);
+        break;
+    case 22:
+        if (how < 32)    // waits for the server
+            Snapshot(channel, how);
+        break;
     default:
         Feed(channel, how);
         break;
@@ -255,7 +354,10 @@ void World::Step(bool inCallback, bool secondThread) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     World world(data, size);
-    Corvane_Initial(&world.instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0);
+    for (auto& window : world.windows)
+        window = TheScreen().client.Create({.width = 64, .height = 48});
+    constexpr uint32_t kFlags[] = {0, CORVANE_FLAG_GDI_COMPOSE, CORVANE_FLAG_GDI_STRETCH, CORVANE_FLAG_NO_FALLBACK};
+    Corvane_Initial(&world.instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, kFlags[size % 4]);
     for (int i = 0; i < kChannels; ++i)
         world.Create(i, 0);
     std::atomic<bool> more{size > 0 && (data[0] & 1) != 0};
@@ -269,6 +371,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         world.Step(false, false);
     if (second.joinable())
         second.join();
+    for (size_t i = kChannels; --i > 0;)    // their callbacks use channel 0, which goes last
+        Corvane_DeleteChannel(world.instance, &world.channels[i]);
     Corvane_Release(&world.instance);
+    for (const auto& window : world.windows)
+        TheScreen().client.Destroy(window);
     return 0;
 }

@@ -67,7 +67,7 @@ private:
 };
 
 Status Grab(const WindowWatchPtr& watch, const RasterView& last, std::chrono::milliseconds limit, Raster& out) {
-    if (watch->GetLife() == WindowWatch::Life::Unknown)
+    if (watch != nullptr && watch->GetLife() == WindowWatch::Life::Unknown)
         FirstNews(*watch).Await(limit);
     const std::shared_ptr<WatchState> state = StateOf(watch);
     const WindowFacts facts = state != nullptr ? state->Facts() : WindowFacts();

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <time.h>
 #include <unistd.h>
 #include <xcb/randr.h>
 #include <xcb/xcbext.h>
@@ -28,6 +29,15 @@ Abandoned& TheAbandoned() {
     static auto& list = *new Abandoned;
     return list;
 }
+
+// At the end of the process: threads that are about to end are joined; one that a hanging server holds is left.
+struct LastReaper {
+    ~LastReaper() {
+        constexpr timespec kPause{0, 1'000'000};
+        for (int i = 0; i < 100 && Connection::ReapAbandoned(); ++i)
+            nanosleep(&kPause, nullptr);
+    }
+};
 
 std::string DisplayName() {
     const char* name = std::getenv("DISPLAY");
@@ -59,8 +69,15 @@ Connection::~Connection() {
     close(m_wake);
 }
 
+bool Connection::ReapAbandoned() noexcept {
+    (void)ReapOrAdopt(nullptr);
+    MutexLock lock(TheAbandoned().lock);
+    return TheAbandoned().first != nullptr;
+}
+
 std::shared_ptr<Connection> Connection::Make() {
-    if (std::shared_ptr<Connection> adopted = ReapOrAdopt(DisplayName()))
+    static const LastReaper reaper;
+    if (std::shared_ptr<Connection> adopted = ReapOrAdopt(DisplayName().c_str()))
         return adopted;
     const std::shared_ptr<Connection> made(new Connection);
     made->m_thread = Thread("corvane-x11", nullptr, [made] { made->Run(); });
@@ -69,14 +86,15 @@ std::shared_ptr<Connection> Connection::Make() {
 
 // Joins the abandoned threads that have ended. One that still tries to reach the same display is as good as a new one:
 // while a server hangs there is one such thread, however often clients try.
-std::shared_ptr<Connection> Connection::ReapOrAdopt(const std::string& display) {
+std::shared_ptr<Connection> Connection::ReapOrAdopt(const char* display) {
     Abandoned& list = TheAbandoned();
     std::shared_ptr<Connection> finished;    // freed without the lock
     std::shared_ptr<Connection> adopted;
     MutexLock lock(list.lock);
     for (std::shared_ptr<Connection>* place = &list.first; *place != nullptr;) {
         const bool ended = (*place)->m_finished.load(std::memory_order_acquire);
-        const bool adopts = !ended && adopted == nullptr && (*place)->m_display == display && (*place)->Revive();
+        const bool adopts =
+            !ended && adopted == nullptr && display != nullptr && (*place)->m_display == display && (*place)->Revive();
         if (!ended && !adopts) {
             place = &(*place)->m_nextAbandoned;
             continue;

@@ -104,6 +104,8 @@ public:
     void Forget(xcb_window_t window) { m_selected.erase(window); }
 
     static uint32_t OpenCount();
+    // Joins what was closed while it connected, as far as it has ended since; true when some has not.
+    static bool ReapAbandoned() noexcept;
 
 private:
     enum class Phase { Connecting, Open, Lost };
@@ -122,7 +124,7 @@ private:
     };
 
     Connection();
-    static std::shared_ptr<Connection> ReapOrAdopt(const std::string& display);
+    static std::shared_ptr<Connection> ReapOrAdopt(const char* display);
     bool Revive();
     void Run() noexcept;
     bool OpenDisplay();

@@ -238,7 +238,8 @@ void Connection::Serve() {
             if (m_ending)
                 break;
         }
-        AdmitAndRelease();
+        Admit();
+        Release();
         Drain();
         if (xcb_connection_has_error(m_xcb) != 0) {
             Lose();
@@ -269,7 +270,7 @@ void Connection::Guarded(EventClient* client, Call call) noexcept {
     }
 }
 
-void Connection::AdmitAndRelease() {
+void Connection::Admit() {
     std::vector<std::shared_ptr<EventClient>> arrivals;
     {
         MutexLock lock(m_lock);
@@ -281,6 +282,9 @@ void Connection::AdmitAndRelease() {
             client->OnJoin(*this);
         });
     }
+}
+
+void Connection::Release() {
     std::erase_if(m_clients, [&](const std::shared_ptr<EventClient>& client) {
         if (!client->Left())
             return false;
@@ -304,6 +308,7 @@ void Connection::Drain() {
 bool Connection::TakeEvents() {
     bool progress = false;
     while (const ReplyPtr<xcb_generic_event_t> event{xcb_poll_for_event(m_xcb)}) {
+        Admit();    // the event may answer what somebody sent right after joining
         Dispatch(*event);
         progress = true;
     }

@@ -129,7 +129,8 @@ private:
     void Run() noexcept;
     bool OpenDisplay();
     void Serve();
-    void AdmitAndRelease();
+    void Admit();
+    void Release();
     void Drain();
     void Dispatch(const xcb_generic_event_t& event);
     bool TakeEvents();

@@ -1,5 +1,4 @@
-// What the library does to its host: nothing. And the public side of the built shared library.
-#include <dlfcn.h>
+// What the library does to its host: nothing.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <locale.h>
@@ -117,27 +116,6 @@ TEST(Host, IsLeftAsItWasFound) {
     EXPECT_EQ(after.locale, before.locale);
     EXPECT_EQ(after.folder, before.folder);
     EXPECT_EQ(after.inherited, before.inherited);
-}
-
-// Loaded, used and unloaded in nested loops; nothing but the listed names can be found in it.
-TEST(Host, LoadsAndUnloadsTheSharedLibrary) {
-    for (int load = 0; load < 3; ++load) {
-        void* const library = dlopen(CORVANE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-        ASSERT_NE(library, nullptr) << dlerror();
-        const auto initial = reinterpret_cast<decltype(&Corvane_Initial)>(dlsym(library, "Corvane_Initial"));
-        const auto create = reinterpret_cast<decltype(&Corvane_CreateChannel)>(dlsym(library, "Corvane_CreateChannel"));
-        const auto release = reinterpret_cast<decltype(&Corvane_Release)>(dlsym(library, "Corvane_Release"));
-        ASSERT_TRUE(initial && create && release);
-        EXPECT_EQ(dlsym(library, "Corvane_CreatePlaybackChannel"), nullptr) << "not in this version";
-        for (int use = 0; use < 3; ++use) {
-            void* instance = nullptr;
-            void* channel = nullptr;
-            EXPECT_EQ(initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
-            EXPECT_EQ(create(instance, &channel, nullptr), Status_Ok);
-            EXPECT_EQ(release(&instance), Status_Ok);
-        }
-        EXPECT_EQ(dlclose(library), 0);
-    }
 }
 
 }    // namespace

@@ -18,6 +18,10 @@ using test::VideoSpec;
 
 constexpr int64_t kStep = 5;    // ms between frames: the tests run through the real clock
 
+uint32_t FeedOne(Client& client, const EncodedPicture& picture, int64_t timeMs, uint32_t type = CORVANE_STREAM_H264) {
+    return client.Feed(type, picture.bytes, picture.key, timeMs);
+}
+
 uint64_t ResidentBytes() {
     uint64_t whole = 0;
     uint64_t resident = 0;
@@ -25,14 +29,14 @@ uint64_t ResidentBytes() {
     return resident * 4096;
 }
 
-// Garbage that claims to be key frames, for hours: no more memory than after the first minute, and the next good key
-// frame is shown.
-TEST(LiveChannel, AMillionGarbageKeyFramesUseNoMemory) {
+// Garbage that claims to be key frames, as many as in two hours: no more memory than after the first minute, and the
+// next good key frame is shown.
+TEST(LiveChannel, GarbageKeyFramesForHoursUseNoMemory) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__clang__)
     constexpr int kFrames = 20'000;    // a build for finding faults is no place for long runs, and keeps freed memory
     constexpr bool kMeasured = false;
 #else
-    constexpr int kFrames = 1'000'000;
+    constexpr int kFrames = 200'000;
     constexpr bool kMeasured = true;
 #endif
     const std::vector<EncodedPicture> good = MakeVideo({.frames = 5});
@@ -50,23 +54,10 @@ TEST(LiveChannel, AMillionGarbageKeyFramesUseNoMemory) {
             settled = ResidentBytes();
     }
     for (size_t i = 0; i < good.size(); ++i)
-        ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, good[i].bytes, good[i].key, 2000 + static_cast<int64_t>(i)),
-                  Status_Ok);
+        ASSERT_EQ(FeedOne(client, good[i], 2000 + static_cast<int64_t>(i)), Status_Ok);
     EXPECT_TRUE(client.WaitForStamp(4));
     if (kMeasured)
         EXPECT_LT(ResidentBytes(), settled + (16u << 20));
-}
-
-TEST(LiveChannel, NothingIsShownBeforeTheFirstKeyFrame) {
-    const std::vector<EncodedPicture> pictures = MakeVideo({.frames = 10});
-    Client client;
-    client.Start();
-    for (size_t i = 1; i < pictures.size(); ++i)
-        ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, pictures[i].bytes, pictures[i].key, kStep * static_cast<int64_t>(i)),
-                  Status_Ok);
-    ASSERT_TRUE(client.WaitForStamp(9));
-    for (const int stamp : client.Stamps())
-        EXPECT_GE(stamp, 5);
 }
 
 // Pictures keep coming whatever the times do, and each carries its own.
@@ -135,48 +126,54 @@ TEST(LiveChannel, SizeChangesAtAKeyFrameAndInMidStream) {
 TEST(LiveChannel, QueueHoldsBackUntilItsBufferTimeAndRefusesAboveIt) {
     const std::vector<EncodedPicture> one = MakeVideo({.streamType = CORVANE_STREAM_JPEG, .frames = 1});
     Client client;
-    EXPECT_EQ(client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 0), Status_ChannelNotStarted);
+    const auto feed = [&](int64_t timeMs) { return FeedOne(client, one[0], timeMs, CORVANE_STREAM_JPEG); };
+    EXPECT_EQ(feed(0), Status_ChannelNotStarted);
     ASSERT_EQ(Corvane_SetBufferTime(client.channel, 500), Status_Ok);
     client.Start();
     QueueState state{};
     for (int i = 0; i < 13; ++i) {
-        ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * i), Status_Ok);
+        ASSERT_EQ(feed(40 * i), Status_Ok);
         ASSERT_EQ(Corvane_GetRemainingQueueElementCount(client.channel, &state), Status_Ok);
         EXPECT_EQ(state.state, 1u) << i;    // 1 + 12 x 40 ms
     }
     EXPECT_TRUE(client.Stamps().empty());
     // The next frame brings the queue to 521 ms: frames leave.
-    ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * 13), Status_Ok);
+    ASSERT_EQ(feed(40 * 13), Status_Ok);
     ASSERT_TRUE(Eventually([&] { return !client.Stamps().empty(); }));
 
     // A stalled worker (its next picture is 10 s off) lets the queue fill: 1500 ms, then refusal.
-    ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * 13 + 10'000), Status_Ok);
+    ASSERT_EQ(feed(40 * 13 + 10'000), Status_Ok);
     uint32_t status = Status_Ok;
     for (int i = 1; i < 300 && status == Status_Ok; ++i)
-        status = client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * (13 + i) + 10'000);
+        status = feed(40 * (13 + i) + 10'000);
     EXPECT_EQ(status, Status_QueueFull);
 
     // A producer that blocks comes back when blocking ends, and when the channel stops, which does not wait for the
     // pacing sleep.
     for (const bool stops : {false, true}) {
         ASSERT_EQ(Corvane_SetChannelOption(client.channel, 42, 0, 0), Status_Ok);
+        std::atomic<int> fed{0};
         std::atomic<uint32_t> blocked{Status_Ok};
         std::thread producer([&] {
-            for (int64_t t = 30'000; blocked == Status_Ok; t += 1000)
-                blocked = client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, t);
+            for (; blocked == Status_Ok; ++fed)
+                blocked = feed(30'000 + 1000 * fed);
         });
+        for (int before = -1; before != fed; std::this_thread::sleep_for(std::chrono::milliseconds(20)))
+            before = fed;    // until it waits
+        const auto start = std::chrono::steady_clock::now();
         if (stops)
             ASSERT_EQ(Corvane_StopChannel(client.channel), Status_Ok);
         else
             ASSERT_EQ(Corvane_SetChannelOption(client.channel, 42, 1, 0), Status_Ok);
         producer.join();
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
         EXPECT_EQ(blocked, stops ? Status_ChannelNotStarted : Status_QueueFull);
     }
 
     // And again from the start.
     client.Start();
     for (int i = 0; i < 14; ++i)
-        (void)client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * i);
+        (void)feed(40 * i);
     client.Take();
     ASSERT_EQ(Corvane_SetChannelOption(client.channel, 31, 0, 0), Status_Ok);
     ASSERT_TRUE(Eventually([&] {
@@ -190,8 +187,13 @@ TEST(LiveChannel, MediaModeAndStreamTypesDecideWhatIsTaken) {
     const struct {
         uint32_t type;
         const char* taken;    // in the modes video only, audio only, both
-    } rows[] = {{CORVANE_STREAM_H264, "y-y"}, {CORVANE_STREAM_METADATA_XML, "y-y"}, {CORVANE_STREAM_MULAW, "-yy"},
-                {CORVANE_STREAM_PLACEHOLDER, "---"}, {2048, "---"}, {3, "---"}, {0, "---"}};
+    } rows[] = {{CORVANE_STREAM_H264, "y-y"},
+                {CORVANE_STREAM_METADATA_XML, "y-y"},
+                {CORVANE_STREAM_MULAW, "-yy"},
+                {CORVANE_STREAM_PLACEHOLDER, "---"},
+                {2048, "---"},
+                {3, "---"},
+                {0, "---"}};
     Client client;
     client.Start();
     for (uint32_t mode = 1; mode <= 3; ++mode) {
@@ -247,7 +249,7 @@ TEST(LiveChannel, StartedTwiceStoppedTwiceAndRestarted) {
         client.Start();
         client.Start();
         for (int i = 0; i < 5; ++i) {
-            ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, pictures[i].bytes, pictures[i].key, kStep * i), Status_Ok);
+            ASSERT_EQ(FeedOne(client, pictures[i], kStep * i), Status_Ok);
             ASSERT_TRUE(client.WaitForStamp(i));
         }
         std::thread other([&] { EXPECT_EQ(Corvane_StopChannel(client.channel), Status_Ok); });

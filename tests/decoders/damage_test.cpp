@@ -35,8 +35,8 @@ TEST(Damage, EndsAtTheNextGoodKeyFrame) {
         for (const auto& damage : damages)
             for (const int at : {8, 12})
                 for (const uint32_t threads : {1u, 3u}) {
-                    SCOPED_TRACE(testing::Message() << codec << " damage " << &damage - damages << " at " << at
-                                                    << " threads " << threads);
+                    SCOPED_TRACE(testing::Message()
+                                 << codec << " damage " << &damage - damages << " at " << at << " threads " << threads);
                     Stream stream = clean;
                     damage(stream, stream.begin() + at);
                     const bool late = codec == CORVANE_STREAM_H264 || codec == CORVANE_STREAM_H265;

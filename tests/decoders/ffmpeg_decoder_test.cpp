@@ -33,15 +33,15 @@ int32_t Decode(DecoderContext& decoder, std::vector<uint8_t> bytes, DecodedFrame
     return result;
 }
 
-// Luma of the fast scaler is up to 7 off (a change of range would be up to 16), and chroma comes to its last sample.
+// Luma of the fast scaler is up to 10 off (a change of range would be up to 16), and chroma comes to its last sample.
 bool LikePicture(const DecodedFrame& frame, const AVFrame& bare) {
     for (int i = 0; i < bare.width * bare.height; ++i) {
         const int x = i % bare.width, y = i / bare.width;
-        if (std::abs(frame.planes[0][y * frame.strides[0] + x] - bare.data[0][y * bare.linesize[0] + x]) > 7)
+        if (std::abs(frame.planes[0][y * frame.strides[0] + x] - bare.data[0][y * bare.linesize[0] + x]) > 10)
             return false;
     }
     const uint32_t last = (frame.height + 1) / 2 * frame.strides[1] - frame.strides[1] + (frame.width + 1) / 2 - 1;
-    return static_cast<int>(frame.height) == bare.height && frame.planes[1][last] > 30 && frame.planes[2][last] > 30;
+    return static_cast<int>(frame.height) == bare.height && frame.planes[1][last] > 15 && frame.planes[2][last] > 15;
 }
 
 // All of one type through one decoder, so that size and format change in mid-stream; a new one where threads or

@@ -32,10 +32,18 @@ struct Sources {
           u((width + 1) / 2, (height + 1) / 2, gap, fill, seed + 1),
           v((width + 1) / 2, (height + 1) / 2, gap + 1, fill, seed + 2),
           uv((width + 1) / 2 * 2, (height + 1) / 2, gap + 2, fill, seed + 3) {}
-    Source420 Planar() { return {y.Data(), u.Data(), v.Data(), y.Step(), u.Step(), v.Step()}; }
-    Source420 Pairs() { return {y.Data(), uv.Data(), nullptr, y.Step(), uv.Step(), 0}; }
+    Source420 In(bool planar) {
+        return planar ? Source420{y.Data(), u.Data(), v.Data(), y.Step(), u.Step(), v.Step()}
+                      : Source420{y.Data(), uv.Data(), nullptr, y.Step(), uv.Step(), 0};
+    }
     SourcePlane y, u, v, uv;
 };
+
+int32_t Pack(const Source420& s, bool lumaSecond, uint8_t* out, ptrdiff_t step, uint32_t w, uint32_t h) {
+    if (s.v != nullptr)
+        return (lumaSecond ? PlanarToUYVY : PlanarToYUY2)(s.y, s.yStep, s.u, s.uStep, s.v, s.vStep, out, step, w, h);
+    return (lumaSecond ? NV12ToUYVY : NV12ToYUY2)(s.y, s.yStep, s.u, s.uStep, out, step, w, h);
+}
 
 // One kernel in both forms. The output is one plane of `pixelBytes` a pixel; kernels with more planes are rows below.
 struct Kernel {
@@ -49,43 +57,30 @@ std::vector<Kernel> Kernels() {
     for (const bool planar : {true, false}) {
         for (const bool flag : {false, true}) {
             for (const uint32_t bytes : {3u, 4u}) {
-                const RgbLayout layout{bytes, flag};
-                kernels.push_back(
-                    {planar ? "YCbCrToRGB" : "YCbCrToRGB of pairs", bytes,
-                     [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
-                         return YCbCrToRGB(planar ? s.Planar() : s.Pairs(), out.Data(), out.Step(), w, h, layout);
-                     },
-                     [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
-                         return ref::YCbCrToRGB(planar ? s.Planar() : s.Pairs(), out.Data(), out.Step(), w, h, layout);
-                     }});
+                const auto form = [=](auto convert) {
+                    return [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+                        return convert(s.In(planar), out.Data(), out.Step(), w, h, RgbLayout{bytes, flag});
+                    };
+                };
+                kernels.push_back({"YCbCrToRGB", bytes, form(&YCbCrToRGB), form(&ref::YCbCrToRGB)});
             }
             for (const uint32_t green : {5u, 6u}) {
-                const Rgb16Layout layout{green, flag};
                 // Words at odd addresses are as good as any to these kernels; the step is in words.
-                kernels.push_back(
-                    {planar ? "YUVToRGB16" : "YUVToRGB16 of pairs", 2,
-                     [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
-                         auto* words = reinterpret_cast<uint16_t*>(out.Data() - 1);
-                         return YUVToRGB16(planar ? s.Planar() : s.Pairs(), words, out.Step() / 2, w, h, layout);
-                     },
-                     [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
-                         auto* words = reinterpret_cast<uint16_t*>(out.Data() - 1);
-                         return ref::YUVToRGB16(planar ? s.Planar() : s.Pairs(), words, out.Step() / 2, w, h, layout);
-                     }});
+                const auto form = [=](auto convert) {
+                    return [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+                        auto* words = reinterpret_cast<uint16_t*>(out.Data() - 1);
+                        return convert(s.In(planar), words, out.Step() / 2, w, h, Rgb16Layout{green, flag});
+                    };
+                };
+                kernels.push_back({"YUVToRGB16", 2, form(&YUVToRGB16), form(&ref::YUVToRGB16)});
             }
-            kernels.push_back({planar ? "packed 4:2:2" : "packed 4:2:2 of pairs", 2,
+            kernels.push_back({"packed 4:2:2", 2,
                                [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
-                                   if (planar)
-                                       return (flag ? PlanarToUYVY : PlanarToYUY2)(s.y.Data(), s.y.Step(), s.u.Data(),
-                                                                                   s.u.Step(), s.v.Data(), s.v.Step(),
-                                                                                   out.Data(), out.Step(), w, h);
-                                   return (flag ? NV12ToUYVY : NV12ToYUY2)(s.y.Data(), s.y.Step(), s.uv.Data(),
-                                                                           s.uv.Step(), out.Data(), out.Step(), w, h);
+                                   return Pack(s.In(planar), flag, out.Data(), out.Step(), w, h);
                                },
                                [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
-                                   return ref::ToPacked(s.y.Data(), s.y.Step(), planar ? s.u.Data() : s.uv.Data(),
-                                                        planar ? s.u.Step() : s.uv.Step(),
-                                                        planar ? s.v.Data() : nullptr, s.v.Step(), out.Data(),
+                                   const Source420 in = s.In(planar);
+                                   return ref::ToPacked(in.y, in.yStep, in.u, in.uStep, in.v, in.vStep, out.Data(),
                                                         out.Step(), w, h, flag);
                                }});
         }
@@ -98,16 +93,15 @@ std::vector<Kernel> Kernels() {
                            [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) -> int32_t {
                                if (h < 3)
                                    return kRefused;
-                               const auto copy = [&](ptrdiff_t row) {
-                                   std::copy_n(s.y.Data() + row * s.y.Step(), w, out.Data() + row * out.Step());
-                               };
-                               copy(0);
-                               for (ptrdiff_t row = 1; row + 1 < h; ++row) {
+                               for (ptrdiff_t row = 0; row < h; ++row) {
                                    const uint8_t* at = s.y.Data() + row * s.y.Step();
-                                   ref::SmoothRow(at - s.y.Step(), at, at + s.y.Step(), out.Data() + row * out.Step(),
-                                                  w, std::min(weight, 256u));
+                                   uint8_t* to = out.Data() + row * out.Step();
+                                   if (row == 0 || row + 1 == h)
+                                       std::copy_n(at, w, to);
+                                   else
+                                       ref::SmoothRow(at - s.y.Step(), at, at + s.y.Step(), to, w,
+                                                      std::min(weight, 256u));
                                }
-                               copy(h - 1);
                                return kDone;
                            }});
     }
@@ -197,20 +191,20 @@ TEST_P(EachTarget, LargePackedPictures) {
         ASSERT_TRUE(source.Allocate(size_t{width} * kHeight * 3 / 2) && out.Allocate(size_t{width} * kHeight * 2));
         std::mt19937 random(width);
         std::generate_n(source.Data(), source.Size(), [&] { return static_cast<uint8_t>(random()); });
-        const uint8_t* y = source.Data();
-        const uint8_t* u = y + size_t{width} * kHeight;
-        const uint8_t* v = u + size_t{width} * kHeight / 4;
+        const uint8_t* u = source.Data() + size_t{width} * kHeight;
         const ptrdiff_t step = width;
         for (const bool lumaSecond : {false, true}) {
             for (const bool planar : {false, true}) {
+                const Source420 from{source.Data(),
+                                     u,
+                                     planar ? u + size_t{width} * kHeight / 4 : nullptr,
+                                     step,
+                                     planar ? step / 2 : step,
+                                     step / 2};
                 std::vector<uint8_t> wanted(out.Size());
-                ref::ToPacked(y, step, u, planar ? step / 2 : step, planar ? v : nullptr, step / 2, wanted.data(),
-                              2 * step, width, kHeight, lumaSecond);
-                if (planar)
-                    (lumaSecond ? PlanarToUYVY : PlanarToYUY2)(y, step, u, step / 2, v, step / 2, out.Data(), 2 * step,
-                                                               width, kHeight);
-                else
-                    (lumaSecond ? NV12ToUYVY : NV12ToYUY2)(y, step, u, step, out.Data(), 2 * step, width, kHeight);
+                ref::ToPacked(from.y, step, from.u, from.uStep, from.v, from.vStep, wanted.data(), 2 * step, width,
+                              kHeight, lumaSecond);
+                Pack(from, lumaSecond, out.Data(), 2 * step, width, kHeight);
                 EXPECT_TRUE(std::equal(wanted.begin(), wanted.end(), out.Data()))
                     << Where(planar ? "planar" : "pairs", width, kHeight) << " luma second " << lumaSecond;
             }

@@ -58,16 +58,11 @@ void* OrThrow(void* memory) {
 
 }    // namespace
 
+// The other forms of the standard library come down to these.
 void* operator new(std::size_t size) {
     return OrThrow(Allocate(size, 0));
 }
-void* operator new[](std::size_t size) {
-    return OrThrow(Allocate(size, 0));
-}
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size, 0);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
     return Allocate(size, 0);
 }
 void* operator new(std::size_t size, std::align_val_t alignment) {
@@ -79,28 +74,13 @@ void* operator new(std::size_t size, std::align_val_t alignment, const std::noth
 void operator delete(void* memory) noexcept {
     Free(memory);
 }
-void operator delete[](void* memory) noexcept {
-    Free(memory);
-}
 void operator delete(void* memory, std::size_t) noexcept {
-    Free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
     Free(memory);
 }
 void operator delete(void* memory, std::align_val_t) noexcept {
     Free(memory);
 }
 void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
-    Free(memory);
-}
-void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    Free(memory);
-}
-void operator delete[](void* memory, const std::nothrow_t&) noexcept {
-    Free(memory);
-}
-void operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
     Free(memory);
 }
 

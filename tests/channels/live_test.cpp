@@ -60,35 +60,6 @@ TEST(LiveChannel, GarbageKeyFramesForHoursUseNoMemory) {
         EXPECT_LT(ResidentBytes(), settled + (16u << 20));
 }
 
-// Pictures keep coming whatever the times do, and each carries its own.
-TEST(LiveChannel, StrangeTimesKeepTheStreamRunning) {
-    const struct {
-        const char* name;
-        std::vector<int64_t> times;
-    } rows[] = {
-        {"jump of an hour", {0, 5, 3'600'000, 3'600'005, 3'600'010, 3'600'015}},
-        {"jump back an hour", {3'600'000, 3'600'005, 0, 5, 10, 15}},
-        {"all equal", {7, 7, 7, 7, 7, 7}},
-        {"running backward", {1000, 995, 990, 985, 980, 975}},
-        {"single frames far off", {0, 5, 4'000'000'000, 15, 20, 25}},
-        {"wrap of the seconds", {4'294'967'295'990, 4'294'967'295'995, 0, 5, 10, 15}},
-    };
-    const std::vector<EncodedPicture> pictures = MakeVideo({.streamType = CORVANE_STREAM_JPEG, .frames = 6});
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        Client client;
-        client.Start();
-        for (size_t i = 0; i < row.times.size(); ++i) {
-            ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, pictures[i].bytes, true, row.times[i]), Status_Ok);
-            ASSERT_TRUE(client.WaitForStamp(static_cast<int>(i)));
-        }
-        const std::vector<Client::Shown> shown = client.Take();
-        ASSERT_EQ(shown.size(), row.times.size());
-        for (size_t i = 0; i < shown.size(); ++i)
-            EXPECT_EQ(shown[i].milliseconds, static_cast<uint32_t>(row.times[i] % 1000));
-    }
-}
-
 TEST(LiveChannel, SizeChangesAtAKeyFrameAndInMidStream) {
     const struct {
         const char* name;

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstring>
 #include <vector>
 
 #include "decoders/FrameThinner.h"
@@ -101,32 +100,6 @@ bool Ask(FrameThinner& thinner, const Bytes& payload, bool key, uint32_t level, 
 }
 
 constexpr int kOrderOfDropping[] = {7, 3, 5, 1, 6, 2, 4};    // level n drops the first n of these
-
-// The orders that a level drops, by the number of reference frames: fewer frames, fewer layers that may go.
-TEST(FrameThinner, LevelsDropLayers) {
-    const struct {
-        uint32_t references;
-        bool gaps;
-        std::vector<const char*> dropped;    // by level, from 1
-    } rows[] = {
-        {0, true, {"", "", "", "", "", "", ""}},
-        {1, true, {"7", "73", "735", "7351", "7351", "7351", "7351"}},
-        {2, true, {"7", "73", "735", "7351", "73516", "735162", "735162"}},
-        {3, true, {"7", "73", "735", "7351", "73516", "735162", "7351624"}},
-        {3, false, {"", "", "", "", "", "", ""}},
-        {4, true, {"", "", "", "", "", "", ""}},
-    };
-    for (const auto& row : rows)
-        for (uint32_t level = 0; level < 8; ++level)
-            for (uint32_t order = 1; order < 8; ++order) {
-                const auto frames = Encode({.max_ref_frames = row.references, .gaps = row.gaps}, {{1, order, kNonRef}});
-                FrameThinner thinner;
-                EXPECT_FALSE(Ask(thinner, frames[0], true, level));
-                const bool wanted = level > 0 && std::strchr(row.dropped[level - 1], static_cast<int>('0' + order));
-                EXPECT_EQ(Ask(thinner, frames[1], false, level), wanted)
-                    << row.references << " references, gaps " << row.gaps << ", level " << level << ", order " << order;
-            }
-}
 
 // The low three bits of the order count of each frame, told by the lowest level that drops it.
 TEST(FrameThinner, OrderCounts) {

@@ -1,25 +1,35 @@
 // Every export with a channel or an instance as a call of one form. A call ends with the first status that is not Ok.
 #pragma once
 
-#include <iterator>
+#include <functional>
+#include <vector>
 
 #include "corvane/corvane.h"
 #include "corvane/filter.h"
 
 namespace corvane::test {
 
-struct PassFilter final : QMRX::Filter::IFilter {
-    int32_t Process(QMRX::Filter::FilterArgs*) override { return 0; }
-};
-inline PassFilter passFilter;
-
 struct Call {
     const char* name;
-    uint32_t (*call)(void* instance, void* channel);
-    bool ofChannel = true;         // needs a live channel
+    std::function<uint32_t(void* instance, void* channel)> call;
+    bool ofChannel = false;        // needs a live channel
     uint32_t onOwn = Status_Ok;    // from a callback of that channel
     uint32_t onOther = onOwn;      // from a callback of another
 };
+
+// An export with a handle and more arguments.
+template <typename Export, typename... Arguments>
+Call OnChannel(const char* name, Export function, Arguments... arguments) {
+    return {name, [=](void*, void* channel) { return function(channel, arguments...); }, true};
+}
+template <typename Export>
+Call OnInstance(const char* name, Export function) {
+    return {name, [=](void* instance, void*) { return function(instance); }};
+}
+template <typename Export>
+Call Unsupported(const char* name, Export function) {
+    return {name, [=](void*, void* channel) { return function(channel); }, false, Status_NotSupported};
+}
 
 inline uint32_t FirstFailure(std::initializer_list<uint32_t> statuses) {
     for (const uint32_t status : statuses)
@@ -28,105 +38,103 @@ inline uint32_t FirstFailure(std::initializer_list<uint32_t> statuses) {
     return Status_Ok;
 }
 
-inline const Call kCalls[] = {
-    {"Initial and Release of another instance",
-     [](void*, void*) {
-         void *instance = nullptr, *channel = nullptr;
-         return FirstFailure({Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0),
-                              Corvane_CreateChannel(instance, &channel, nullptr), Corvane_StartChannel(channel, 0),
-                              Corvane_Release(&instance)});
-     },
-     false},
-    {"Release", [](void* instance, void*) { return Corvane_Release(&instance); }, false, Status_Failed},
-    {"GetVersionInfo",
-     [](void*, void*) {
-         uint8_t v[4];
-         return Corvane_GetVersionInfo(&v[0], &v[1], &v[2], &v[3]);
-     },
-     false},
-    {"SetFlags", [](void* i, void*) { return Corvane_SetFlags(i); }, false},
-    {"GetFlags", [](void* i, void*) { return Corvane_GetFlags(i); }, false},
-    {"GetCapabilities", [](void* i, void*) { return Corvane_GetCapabilities(i); }, false},
-    {"SetQueueEmptyNotify", [](void*, void* c) { return Corvane_SetQueueEmptyNotify(c); }, false, Status_NotSupported},
-    {"RegisterVAStreamInfoCallback", [](void*, void* c) { return Corvane_RegisterVAStreamInfoCallback(c); }, false,
-     Status_NotSupported},
-    {"SetVAStreamEffectParam", [](void*, void* c) { return Corvane_SetVAStreamEffectParam(c); }, false,
-     Status_NotSupported},
-    {"GetAvgAudioVolume", [](void*, void* c) { return Corvane_GetAvgAudioVolume(c); }, false, Status_NotSupported},
-    {"SetAudioSamplesPerCalc", [](void*, void* c) { return Corvane_SetAudioSamplesPerCalc(c); }, false,
-     Status_NotSupported},
-    {"CreateChannel",
-     [](void* instance, void*) {
-         void* made = nullptr;
-         return Corvane_CreateChannel(instance, &made, nullptr);
-     },
-     false},
-    {"DeleteChannel", [](void* instance, void* c) { return Corvane_DeleteChannel(instance, &c); }, false, Status_Failed,
-     Status_Ok},
-    {"StartChannel", [](void*, void* c) { return Corvane_StartChannel(c, 1); }},
-    {"StopChannel", [](void*, void* c) { return Corvane_StopChannel(c); }, true, Status_Failed, Status_Ok},
-    {"InputEncodedMediaFrame",
-     [](void*, void* c) {
-         MediaFrameHeader frame{};
-         frame.recordSize = sizeof frame;
-         frame.streamType = CORVANE_STREAM_METADATA_XML;
-         Corvane_SetChannelOption(c, 42, 0, 0);    // even where a full queue blocks
-         uint32_t status = Status_Ok;
-         for (int i = 0; i < 2000 && status == Status_Ok; ++i)
-             status = Corvane_InputEncodedMediaFrame(c, &frame);
-         Corvane_SetChannelOption(c, 31, 0, 0);
-         Corvane_SetChannelOption(c, 42, 1, 0);
-         return status == Status_QueueFull ? Status_Ok : status;
-     }},
-    {"UpdateChannelSettings",
-     [](void*, void* c) {
-         ChannelUpdate update{};
-         update.mask = 0x3FFF & ~0x0041u;
-         update.window = 1;
-         return Corvane_UpdateChannelSettings(c, &update);
-     }},
-    {"SetChannelOption",
-     [](void*, void* c) {
-         DisplayArea area{};
-         uint32_t status = Corvane_SetChannelOption(c, 11, reinterpret_cast<uint64_t>(&area), 32);
-         for (const int32_t id : {3, 7, 8, 9, 10, 13, 26, 31, 35, 45, 46, 47, 48, 52, 53, 55, 57})
-             status = FirstFailure({status, Corvane_SetChannelOption(c, id, id == 13 ? 3 : 0, 0)});
-         return status;
-     }},
-    {"SetBufferTime", [](void*, void* c) { return Corvane_SetBufferTime(c, 1); }},
-    {"SetDisplayMode", [](void*, void* c) { return Corvane_SetDisplayMode(c, 0); }},
-    {"GetRemainingQueueElementCount",
-     [](void*, void* c) {
-         QueueState state;
-         return Corvane_GetRemainingQueueElementCount(c, &state);
-     }},
-    {"RegisterRawDataCallback",
-     [](void*, void* c) {
-         return Corvane_RegisterRawDataCallback(c, [](void*, const PseudoFrame*) {}, nullptr, 4, 0);
-     }},
-    {"SetRawDataCallbackSize", [](void*, void* c) { return Corvane_SetRawDataCallbackSize(c, 64, 64); }},
-    {"RegisterAfterDisplayCallback",
-     [](void*, void* c) {
-         return Corvane_RegisterAfterDisplayCallback(c, [](void*, const AfterDisplayRecord*) {}, nullptr);
-     }},
-    {"UnregisterAfterDisplayCallback", [](void*, void* c) { return Corvane_UnregisterAfterDisplayCallback(c); }},
-    {"GetCurrentSnapShot",
-     [](void*, void* c) {
-         PictureBuffer picture{};
-         const uint32_t status = Corvane_GetCurrentSnapShot(c, &picture, 0);
-         Corvane_FreePicture(&picture);
-         return status == Status_Failed ? Status_Ok : status;    // whether there is a window depends on the place
-     }},
-    {"InsertFilter",
-     [](void*, void* c) {
-         const uint32_t status = Corvane_InsertFilter(c, &passFilter);
-         Corvane_RemoveFilter(c, &passFilter);
-         return status;
-     }},
-    {"RemoveFilter", [](void*, void* c) { return Corvane_RemoveFilter(c, &passFilter); }},
-    {"EnableRotateFilter", [](void*, void* c) { return Corvane_EnableRotateFilter(c, 3); }},
-    {"SetRotateOption", [](void*, void* c) { return Corvane_SetRotateOption(c, 3); }, true, Status_Failed},
-    {"DisableRotateFilter", [](void*, void* c) { return Corvane_DisableRotateFilter(c); }},
-};
+inline uint32_t AnotherInstance(void*, void*) {
+    void *instance = nullptr, *channel = nullptr;
+    return FirstFailure({Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0),
+                         Corvane_CreateChannel(instance, &channel, nullptr), Corvane_StartChannel(channel, 0),
+                         Corvane_Release(&instance)});
+}
+
+inline uint32_t AnotherChannel(void* instance, void*) {
+    void* made = nullptr;
+    return Corvane_CreateChannel(instance, &made, nullptr);
+}
+
+// Feeds more than a queue takes, also where a full queue blocks.
+inline uint32_t Flood(void* channel) {
+    MediaFrameHeader frame{};
+    frame.recordSize = sizeof frame;
+    frame.streamType = CORVANE_STREAM_METADATA_XML;
+    Corvane_SetChannelOption(channel, 42, 0, 0);
+    uint32_t status = Status_Ok;
+    for (int i = 0; i < 2000 && status == Status_Ok; ++i)
+        status = Corvane_InputEncodedMediaFrame(channel, &frame);
+    Corvane_SetChannelOption(channel, 31, 0, 0);
+    Corvane_SetChannelOption(channel, 42, 1, 0);
+    return status == Status_QueueFull ? Status_Ok : status;
+}
+
+inline uint32_t EveryOption(void* channel) {
+    DisplayArea area{};
+    uint32_t status = Corvane_SetChannelOption(channel, 11, reinterpret_cast<uint64_t>(&area), 32);
+    for (const int32_t id : {3, 7, 8, 9, 10, 13, 26, 31, 35, 45, 46, 47, 48, 52, 53, 55, 57})
+        status = FirstFailure({status, Corvane_SetChannelOption(channel, id, id == 13 ? 3 : 0, 0)});
+    return status;
+}
+
+// Whether there is a window depends on the place.
+inline uint32_t Snapshot(void* channel) {
+    PictureBuffer picture{};
+    const uint32_t status = Corvane_GetCurrentSnapShot(channel, &picture, 0);
+    Corvane_FreePicture(&picture);
+    return status == Status_Failed ? Status_Ok : status;
+}
+
+inline std::vector<Call> Calls() {
+    struct PassFilter final : QMRX::Filter::IFilter {
+        int32_t Process(QMRX::Filter::FilterArgs*) override { return 0; }
+    };
+    static PassFilter pass, other;
+    static QueueState state;
+    static ChannelUpdate update{};
+    update.mask = 0x3FFF & ~0x0041u;
+    update.window = 1;
+    static uint8_t version[4];
+    const CorvanePictureCallback onPicture = [](void*, const PseudoFrame*) {};
+    const CorvaneAfterDisplayCallback onDisplay = [](void*, const AfterDisplayRecord*) {};
+    const auto deleted = [](void* instance, void* channel) { return Corvane_DeleteChannel(instance, &channel); };
+    const auto released = [](void* instance, void*) { return Corvane_Release(&instance); };
+    const auto asked = [](void*, void*) { return Corvane_GetVersionInfo(version, version, version, version); };
+    const auto stopped = [](void*, void* channel) { return Corvane_StopChannel(channel); };
+    const auto turned = [](void*, void* channel) { return Corvane_SetRotateOption(channel, 3); };
+    const auto filtered = [](void* channel) {
+        const uint32_t status = Corvane_InsertFilter(channel, &pass);
+        Corvane_RemoveFilter(channel, &pass);
+        return status;
+    };
+    return {
+        {"Initial, Start and Release of another", &AnotherInstance},
+        {"Release", released, false, Status_Failed},
+        {"GetVersionInfo", asked},
+        OnInstance("SetFlags", &Corvane_SetFlags),
+        OnInstance("GetFlags", &Corvane_GetFlags),
+        OnInstance("GetCapabilities", &Corvane_GetCapabilities),
+        Unsupported("SetQueueEmptyNotify", &Corvane_SetQueueEmptyNotify),
+        Unsupported("RegisterVAStreamInfoCallback", &Corvane_RegisterVAStreamInfoCallback),
+        Unsupported("SetVAStreamEffectParam", &Corvane_SetVAStreamEffectParam),
+        Unsupported("GetAvgAudioVolume", &Corvane_GetAvgAudioVolume),
+        Unsupported("SetAudioSamplesPerCalc", &Corvane_SetAudioSamplesPerCalc),
+        {"CreateChannel", &AnotherChannel},
+        {"DeleteChannel", deleted, false, Status_Failed, Status_Ok},
+        OnChannel("StartChannel", &Corvane_StartChannel, 1),
+        {"StopChannel", stopped, true, Status_Failed, Status_Ok},
+        OnChannel("InputEncodedMediaFrame", &Flood),
+        OnChannel("UpdateChannelSettings", &Corvane_UpdateChannelSettings, &update),
+        OnChannel("SetChannelOption", &EveryOption),
+        OnChannel("SetBufferTime", &Corvane_SetBufferTime, 1),
+        OnChannel("SetDisplayMode", &Corvane_SetDisplayMode, 0),
+        OnChannel("GetRemainingQueueElementCount", &Corvane_GetRemainingQueueElementCount, &state),
+        OnChannel("RegisterRawDataCallback", &Corvane_RegisterRawDataCallback, onPicture, nullptr, 4, 0),
+        OnChannel("SetRawDataCallbackSize", &Corvane_SetRawDataCallbackSize, 64, 64),
+        OnChannel("RegisterAfterDisplayCallback", &Corvane_RegisterAfterDisplayCallback, onDisplay, nullptr),
+        OnChannel("UnregisterAfterDisplayCallback", &Corvane_UnregisterAfterDisplayCallback),
+        OnChannel("GetCurrentSnapShot", &Snapshot),
+        OnChannel("InsertFilter", filtered),
+        OnChannel("RemoveFilter", &Corvane_RemoveFilter, &other),
+        OnChannel("EnableRotateFilter", &Corvane_EnableRotateFilter, 3.0),
+        {"SetRotateOption", turned, true, Status_Failed},
+        OnChannel("DisableRotateFilter", &Corvane_DisableRotateFilter),
+    };
+}
 
 }    // namespace corvane::test

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <string>
+#include <vector>
 
 #include "entry/Calls.h"
 #include "support/Client.h"
@@ -13,57 +13,49 @@ namespace {
 using test::Call;
 using test::Eventually;
 
+enum class Where { StreamInfo, Filter, Picture, AfterDisplay };
+
+std::vector<uint8_t> OneJpeg() {
+    return test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
+}
+
 // Runs one call once, inside the callback that it is put into.
-struct Trial {
+struct Trial final : QMRX::Filter::IFilter {
+    Trial(const Call& callToRun, Where place, bool otherChannel)
+        : call(callToRun), where(place), onOther(otherChannel) {}
+
+    static void At(void* context, Where here) {
+        auto& trial = *static_cast<Trial*>(context);
+        if (here != trial.where || trial.runs.fetch_add(1) != 0)
+            return;
+        trial.status = trial.call.call(trial.instance, trial.onOther ? trial.other : trial.own);
+        trial.done = true;
+    }
+    int32_t Process(QMRX::Filter::FilterArgs*) override { return At(this, Where::Filter), 0; }
+
+    const Call& call;
+    const Where where;
+    const bool onOther;
     void *instance = nullptr, *own = nullptr, *other = nullptr;
-    const Call* call = nullptr;
-    bool onOther = false;
     std::atomic<int> runs{0};
     std::atomic<uint32_t> status{0xDEAD};
     std::atomic<bool> done{false};
-
-    void Run() {
-        if (runs.fetch_add(1) != 0)
-            return;
-        status = call->call(instance, onOther ? other : own);
-        done = true;
-    }
 };
 
-struct TrialFilter final : QMRX::Filter::IFilter {
-    Trial* trial = nullptr;
-    int32_t Process(QMRX::Filter::FilterArgs*) override {
-        trial->Run();
-        return 0;
-    }
-};
-
-enum class Where { StreamInfo, Filter, Picture, AfterDisplay };
-
-void RunPair(Where where, const Call& call, bool onOther, const std::vector<uint8_t>& jpeg) {
-    Trial trial;
-    TrialFilter filter;
-    filter.trial = &trial;
-    trial.call = &call;
-    trial.onOther = onOther;
+void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg) {
     ASSERT_EQ(Corvane_Initial(&trial.instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
     ChannelSettings settings{};
-    if (where == Where::StreamInfo) {
-        settings.mask = 0x0005;
-        settings.streamInfo = [](void* context, uint32_t, uint64_t, uint64_t) { static_cast<Trial*>(context)->Run(); };
-        settings.streamInfoContext = &trial;
-    }
+    settings.mask = 0x0005;
+    settings.streamInfo = [](void* context, uint32_t, uint64_t, uint64_t) { Trial::At(context, Where::StreamInfo); };
+    settings.streamInfoContext = &trial;
     ASSERT_EQ(Corvane_CreateChannel(trial.instance, &trial.own, &settings), Status_Ok);
     ASSERT_EQ(Corvane_CreateChannel(trial.instance, &trial.other, nullptr), Status_Ok);
     void* const own = trial.own;
-    if (where == Where::Picture)
-        Corvane_RegisterRawDataCallback(
-            own, [](void* context, const PseudoFrame*) { static_cast<Trial*>(context)->Run(); }, &trial, 4, 0);
-    if (where == Where::AfterDisplay)
-        Corvane_RegisterAfterDisplayCallback(
-            own, [](void* context, const AfterDisplayRecord*) { static_cast<Trial*>(context)->Run(); }, &trial);
-    if (where == Where::Filter)
-        Corvane_InsertFilter(own, &filter);
+    Corvane_RegisterRawDataCallback(
+        own, [](void* context, const PseudoFrame*) { Trial::At(context, Where::Picture); }, &trial, 4, 0);
+    Corvane_RegisterAfterDisplayCallback(
+        own, [](void* context, const AfterDisplayRecord*) { Trial::At(context, Where::AfterDisplay); }, &trial);
+    Corvane_InsertFilter(own, &trial);
     Corvane_StartChannel(own, 0);
     Corvane_StartChannel(trial.other, 0);
     int64_t time = 0;
@@ -79,34 +71,28 @@ void RunPair(Where where, const Call& call, bool onOther, const std::vector<uint
     EXPECT_TRUE(finished);
     if (!finished)
         std::abort();    // a hang: what follows would hang as well
-    EXPECT_EQ(trial.status, onOther ? call.onOther : call.onOwn);
+    EXPECT_EQ(trial.status, trial.onOther ? trial.call.onOther : trial.call.onOwn);
     // The channel goes on: it takes a frame, and ends.
     EXPECT_NE(feed(own), Status_Failed);
-    Corvane_RemoveFilter(own, &filter);
+    Corvane_RemoveFilter(own, &trial);
     EXPECT_EQ(Corvane_Release(&trial.instance), Status_Ok);
 }
 
 TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
-    const std::vector<uint8_t> jpeg =
-        test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
-    const std::pair<Where, const char*> places[] = {{Where::StreamInfo, "stream info"},
-                                                    {Where::Filter, "filter"},
-                                                    {Where::Picture, "picture"},
-                                                    {Where::AfterDisplay, "after display"}};
-    for (const auto& [where, place] : places) {
-        for (const Call& call : test::kCalls) {
+    const std::vector<uint8_t> jpeg = OneJpeg();
+    for (const Where where : {Where::StreamInfo, Where::Filter, Where::Picture, Where::AfterDisplay})
+        for (const Call& call : test::Calls())
             for (const bool onOther : {false, true}) {
-                SCOPED_TRACE(std::string(call.name) + " from " + place + (onOther ? " on another channel" : ""));
-                RunPair(where, call, onOther, jpeg);
+                SCOPED_TRACE(testing::Message() << call.name << " from callback " << static_cast<int>(where)
+                                                << (onOther ? " on another channel" : ""));
+                Trial trial(call, where, onOther);
+                RunPair(trial, jpeg);
             }
-        }
-    }
 }
 
 // Two channels that stop each other from their callbacks: one is refused, nobody hangs.
 TEST(Callbacks, ChannelsThatStopEachOther) {
-    const std::vector<uint8_t> jpeg =
-        test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
+    const std::vector<uint8_t> jpeg = OneJpeg();
     for (int round = 0; round < 20; ++round) {
         struct Side {
             void* target = nullptr;

@@ -54,7 +54,7 @@ TEST(Exports, NullPointersAndHandlesOfAnotherKind) {
         ChannelType GetChannelType() const override { return ChannelType::Avi; }
     } avi;
     void* const wrong = static_cast<IChannel*>(&avi);
-    for (const test::Call& call : test::kCalls)
+    for (const test::Call& call : test::Calls())
         if (call.ofChannel) {
             EXPECT_EQ(call.call(nullptr, nullptr), Status_InvalidArgument) << call.name;
             EXPECT_EQ(call.call(nullptr, wrong), Status_WrongChannelType) << call.name;
@@ -72,6 +72,8 @@ TEST(Exports, NullPointersAndHandlesOfAnotherKind) {
     EXPECT_EQ(Corvane_GetCurrentSnapShot(channel, &picture, 1), Status_NotSupported);
     EXPECT_EQ(Corvane_FreePicture(nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_FreePicture(&picture), Status_Ok);
+    EXPECT_EQ(Corvane_InsertFilter(channel, &picture), Status_Ok);
+    EXPECT_EQ(Corvane_InsertFilter(channel, &picture), Status_Failed) << "twice the same";
     EXPECT_EQ(Corvane_InsertFilter(channel, nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_RemoveFilter(channel, nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_EnableRotateFilter(channel, std::numeric_limits<double>::quiet_NaN()), Status_InvalidArgument);

@@ -15,33 +15,6 @@
 namespace corvane {
 namespace {
 
-std::string ReadAll(int file) {
-    lseek(file, 0, SEEK_SET);
-    std::string text(1 << 16, '\0');
-    const ssize_t size = read(file, text.data(), text.size());
-    text.resize(size > 0 ? static_cast<size_t>(size) : 0);
-    return text;
-}
-
-// Both output streams of the process go to a file for a scope.
-class CapturedOutput {
-public:
-    CapturedOutput() : m_file(fileno(tmpfile())), m_out(dup(1)), m_err(dup(2)) {
-        fflush(nullptr);
-        dup2(m_file, 1);
-        dup2(m_file, 2);
-    }
-    std::string End() {
-        fflush(nullptr);
-        dup2(m_out, 1);
-        dup2(m_err, 2);
-        return ReadAll(m_file);
-    }
-
-private:
-    int m_file, m_out, m_err;
-};
-
 struct Process {
     std::array<struct sigaction, 32> handlers{};
     sigset_t mask{};
@@ -78,7 +51,8 @@ TEST(Host, IsLeftAsItWasFound) {
     std::vector<test::EncodedPicture> pictures = test::MakeVideo({.frames = 6});
     for (int i = 0; i < 200; ++i)
         pictures[4].bytes[static_cast<size_t>(i * 7) % pictures[4].bytes.size()] ^= 0x55;
-    CapturedOutput captured;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
     const Process before = Process::Now();
     Process during;
     std::vector<uint64_t> blocked;    // signal masks of the library's threads
@@ -105,7 +79,7 @@ TEST(Host, IsLeftAsItWasFound) {
         }
     }
     const Process after = Process::Now();
-    EXPECT_EQ(captured.End(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(during.inherited, before.inherited);
     EXPECT_EQ(blocked.size(), 2u);
     for (const uint64_t mask : blocked)

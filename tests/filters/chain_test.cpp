@@ -195,21 +195,16 @@ TEST(FilterChain, FailingStepsAndHostilePictures) {
 TEST(Tessaro, LivesAsLongAsLensFramesCome) {
     TessaroControl& control = *Tessaro();
     control = TessaroControl();
-    FilterChain chain;
-    const struct {
-        uint64_t value;    // of the lens record, 0 for none
-        int made, updates, released;
-    } rows[] = {{0, 0, 0, 0}, {10, 1, 1, 0}, {11, 1, 2, 0}, {0, 1, 2, 1}, {12, 2, 3, 1}};
-    for (const auto& row : rows) {
-        chain.UpdateDewarp(*VideoFrame(row.value != 0, row.value));
-        EXPECT_EQ(control.made, row.made) << row.value;
-        EXPECT_EQ(control.updates, row.updates) << row.value;
-        EXPECT_EQ(control.released, row.released) << row.value;
-        EXPECT_TRUE(row.value == 0 || control.lastValue == row.value) << row.value;
+    {
+        FilterChain chain;
+        for (const auto& [lens, calls] : {std::pair{0, 0}, {10, 110}, {11, 120}, {0, 121}, {12, 231}}) {
+            chain.UpdateDewarp(*VideoFrame(lens != 0, static_cast<uint64_t>(lens)));
+            EXPECT_EQ(control.made * 100 + control.updates * 10 + control.released, calls) << lens;
+            EXPECT_TRUE(lens == 0 || control.lastValue == static_cast<uint64_t>(lens));
+        }
     }
-    EXPECT_EQ(control.version, 0x30303031u);
-    FilterChain().UpdateDewarp(*VideoFrame(true));
     EXPECT_EQ(control.released, 2);
+    EXPECT_EQ(control.version, 0x30303031u);
     control.make_no_object = true;
     EXPECT_EQ(TessaroStage::Make(), nullptr);
 }

@@ -6,7 +6,6 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "decoders/VideoDecoderHolder.h"
@@ -255,24 +254,6 @@ TEST_F(VideoHolder, PairsPicturesWithTheirInput) {
             EXPECT_EQ(TimeMs(*current), stream[i - delay].ptsMs);
             EXPECT_EQ(m_holder->InFlight(), delay + 1);
             EXPECT_TRUE(!real || Stamp(*m_holder) == static_cast<int>(i - delay));
-        }
-    }
-}
-
-// A second thread shows as one picture of delay.
-TEST_F(VideoHolder, TakesASecondThreadForLargePictures) {
-    const std::vector<EncodedPicture> stream = test::MakeVideo({.frames = 3});
-    const uint32_t many = std::thread::hardware_concurrency() == 1 ? 0 : 1;
-    const struct {
-        uint32_t width, height, threads, delay;
-    } rows[] = {{0, 0, 0, 0},      {1279, 799, 0, 0}, {1280, 1, 0, many},
-                {1, 800, 0, many}, {1280, 800, 1, 0}, {320, 240, 2, 1}};
-    for (const auto& row : rows) {
-        Renew({}, 0);
-        m_holder->SetThreads(row.threads);
-        for (size_t i = 0; i < stream.size(); ++i) {
-            Decode(stream[i], row.width, row.height);
-            EXPECT_EQ(m_got != 0, i >= row.delay) << row.width << " " << row.height << " " << i;
         }
     }
 }

@@ -17,13 +17,10 @@ using test::operator+;
 struct Stream {
     uint32_t orderType = 0;
     uint32_t cycleSize = 0;
-    int32_t cycle[3] = {};
-    int32_t nonRefOffset = 0, top_to_bottom = 0;
+    int32_t cycle[3] = {};    // of offsets, for order type 1
+    int32_t nonRefOffset = 0, topToBottom = 0;
     bool framesOnly = true, bottomPresent = false;
-    uint32_t max_ref_frames = 3;
-    bool gaps = true;
-    uint32_t profile = 66, spsId = 0, ppsId = 0;
-    bool redundant = false;
+    uint32_t references = 3, profile = 66, spsId = 0, ppsId = 0;
 
     Bytes Sps() const {
         BitWriter w;
@@ -39,18 +36,18 @@ struct Stream {
         if (orderType == 0)
             w.Ue(0);    // order counts modulo 16
         if (orderType == 1) {
-            w.U(1, 0).Se(nonRefOffset).Se(top_to_bottom).Ue(cycleSize);
+            w.U(1, 0).Se(nonRefOffset).Se(topToBottom).Ue(cycleSize);
             for (uint32_t i = 0; i < cycleSize; ++i)
                 w.Se(cycle[i]);
         }
-        w.Ue(max_ref_frames).U(1, gaps).Ue(0).Ue(0).U(framesOnly ? 1 : 2, framesOnly ? 1 : 0);
+        w.Ue(references).U(1, 1).Ue(0).Ue(0).U(framesOnly ? 1 : 2, framesOnly ? 1 : 0);
         return w.U(1, 0).U(1, 1).Ue(1).Ue(2).Ue(3).Ue(4).Unit({0x67});
     }
     Bytes Pps() const {
         BitWriter w;
         w.Ue(ppsId).Ue(spsId).U(1, 0).U(1, bottomPresent);
         w.Ue(0).Ue(1).Ue(0).U(3, 0).Se(0).Se(-1).Se(1).U(2, 0);
-        return w.U(1, redundant).Unit({0x68});
+        return w.U(1, profile == 100).Unit({0x68});    // redundant pictures
     }
 };
 
@@ -75,7 +72,7 @@ Bytes Write(const Stream& stream, const Slice& slice) {
         w.Se(slice.delta);
     if (stream.orderType < 2 && stream.bottomPresent && slice.field == 0)
         w.Se(slice.delta_bottom);
-    if (stream.redundant)
+    if (stream.profile == 100)
         w.Ue(0);
     constexpr uint8_t kHeaders[] = {0x61, 0x01, 0x65};
     return w.U(2, 0).Unit({kHeaders[slice.kind]});
@@ -122,7 +119,7 @@ TEST(FrameThinner, OrderCounts) {
         {"decoding order", {2}, {{1}, {2, 0, kNonRef}, {2}, {5, 0, kNonRef}}, {0, 2, 3, 4, 1}},
         {"another IDR begins anew", {1, 3, {1, 1, 2}}, {{9}, {0}, {0, 0, kIdr}, {1}}, {0, 4, 5, 0, 1}},
         {"escaped zeros", {}, {{1, 3}}, {0, 3}},
-        {"headers to read over", {.profile = 100, .spsId = 31, .ppsId = 255, .redundant = true}, {{1, 7}}, {0, 7}},
+        {"headers to read over", {.profile = 100, .spsId = 31, .ppsId = 255}, {{1, 7}}, {0, 7}},
     };
     for (const auto& row : rows) {
         std::array<FrameThinner, 8> thinners;

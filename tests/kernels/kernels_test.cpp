@@ -338,26 +338,5 @@ TEST(Arithmetic, GivenFormulas) {
     }
 }
 
-TEST(Arithmetic, BgraToPlanes) {
-    struct {
-        uint8_t b, g, r, y, u, v;
-    } const rows[] = {{0, 0, 0, 0, 128, 128},   {255, 255, 255, 255, 128, 128}, {255, 0, 0, 29, 255, 107},
-                      {0, 255, 0, 150, 43, 21}, {0, 0, 255, 76, 85, 255},       {10, 20, 30, 22, 121, 133}};
-    for (const auto& row : rows) {
-        uint8_t pixels[3 * 12], y[9], u[2] = {7, 7}, v[2] = {7, 7};
-        for (int i = 0; i < 9; ++i) {
-            const uint8_t pixel[4] = {row.b, row.g, row.r, 99};
-            std::copy_n(pixel, 4, pixels + 4 * i);
-        }
-        // 3 x 3: all luma, one block of chroma, and a word about the rest.
-        EXPECT_EQ(BGRAToI420(pixels, 12, y, 3, u, 1, v, 1, 3, 3), kOddPartUnwritten);
-        EXPECT_TRUE(std::all_of(y, y + 9, [&](uint8_t value) { return value == row.y; })) << int{y[0]};
-        EXPECT_EQ(int{u[0]}, int{row.u}) << int{row.b} << int{row.g} << int{row.r};
-        EXPECT_EQ(int{v[0]}, int{row.v}) << int{row.b} << int{row.g} << int{row.r};
-        EXPECT_EQ(u[1], 7);
-        EXPECT_EQ(BGRAToI420(pixels, 12, y, 3, u, 1, v, 1, 2, 2), kDone);
-    }
-}
-
 }    // namespace
 }    // namespace corvane::kernels

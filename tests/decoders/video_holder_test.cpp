@@ -171,6 +171,8 @@ TEST_F(VideoHolder, ChoosesByStreamKindTagAndAdapter) {
             EXPECT_EQ(result, plugin || row.software ? 0 : -1);
             EXPECT_EQ(m_holder->ActiveKind(), kind);
             EXPECT_EQ(m_got, plugin ? 1u : row.streamType == 255 ? 2u : 0u);
+            if (row.streamType == 255)    // a black picture
+                EXPECT_EQ(m_holder->CurrentFrame().planes[0][0] * 1000 + m_holder->CurrentFrame().planes[2][5], 128);
             m_holder->SetAdapter(5);
             EXPECT_EQ(m_holder->ActiveKind(), kind);
             m_holder->SetAdapter(6);    // a decoder that was made for an adapter ends with it

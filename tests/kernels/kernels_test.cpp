@@ -313,30 +313,5 @@ TEST(Stretch, DefinitionByHand) {
         }
 }
 
-// Values worked by hand from the formulas in the headers.
-TEST(Arithmetic, GivenFormulas) {
-    struct {
-        uint8_t y, u, v, red, green, blue;
-        uint16_t rgb565, bgr555;
-    } const rows[] = {
-        {128, 128, 128, 128, 128, 128, 0x8410, 0x4210}, {255, 0, 255, 255, 208, 28, 0xFF20, 0x039F},
-        {0, 255, 0, 0, 48, 225, 0x00DF, 0x7C60},        {16, 128, 128, 16, 16, 16, 0x1082, 0x0842},
-        {100, 200, 50, 0, 131, 228, 0x0BBE, 0x79C1},
-    };
-    for (const auto& row : rows) {
-        const uint8_t y[4] = {row.y, row.y, row.y, row.y};
-        const Source420 source{y, &row.u, &row.v, 2, 1, 1};
-        uint8_t rgb[12] = {};
-        uint16_t words[4] = {};
-        EXPECT_EQ(YCbCrToRGB(source, rgb, 6, 2, 2, {3, true}), kDone);
-        EXPECT_EQ(std::vector<uint8_t>(rgb + 9, rgb + 12), (std::vector<uint8_t>{row.red, row.green, row.blue}))
-            << int{row.y} << " " << int{row.u} << " " << int{row.v};
-        EXPECT_EQ(YUVToRGB16(source, words, 2, 2, 2, {6, true}), kDone);
-        EXPECT_EQ(words[3], row.rgb565) << int{row.y} << " " << int{row.u} << " " << int{row.v};
-        EXPECT_EQ(YUVToRGB16(source, words, 2, 2, 2, {5, false}), kDone);
-        EXPECT_EQ(words[3], row.bgr555) << int{row.y} << " " << int{row.u} << " " << int{row.v};
-    }
-}
-
 }    // namespace
 }    // namespace corvane::kernels

@@ -139,8 +139,7 @@ void Live(const Stream& stream, Life& life, PassFilter& filter) {
             life.Note(Corvane_InputEncodedMediaFrame(channel, &header));
         }
         QueueState state{};
-        for (int i = 0; i < 300 && life.shown == 0 && life.AllWell();
-             ++i)    // 300 ms at most: a failure may leave nothing to show
+        for (int i = 0; i < 150 && life.shown == 0 && life.AllWell(); ++i)    // a failure may leave nothing to show
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         Corvane_GetRemainingQueueElementCount(channel, &state);
         life.Note(Corvane_StopChannel(channel));

@@ -188,7 +188,7 @@ TEST(MediaFrame, BlockHoldsACopyOfEverything) {
             Bytes data = Counting(headerSize + payloadSize + 1), extension(payloadSize / 62 + 1);    // unknown tags
             const Bytes kept(data.begin(), data.end() - 1);
             std::vector<ObjectRecord> objects(5);
-            objects[4].id = 104;
+            objects[0].id = objects[4].id = 104;
             MediaFrameHeader record = NewRecord();
             record.data = data.data();
             record.headerSize = headerSize;

@@ -114,6 +114,10 @@ TEST(LiveChannel, QueueHoldsBackUntilItsBufferTimeAndRefusesAboveIt) {
 
     // A stalled worker (its next picture is 10 s off) lets the queue fill: 1500 ms, then refusal.
     ASSERT_EQ(feed(40 * 13 + 10'000), Status_Ok);
+    ASSERT_TRUE(Eventually([&] {
+        const std::vector<Client::Shown> shown = client.Take();
+        return !shown.empty() && shown.back().seconds == 10;
+    }));
     uint32_t status = Status_Ok;
     for (int i = 1; i < 300 && status == Status_Ok; ++i)
         status = feed(40 * (13 + i) + 10'000);
@@ -212,15 +216,16 @@ TEST(LiveChannel, KeyFramesOnlyAndFramesThatAreNotForDisplay) {
 }
 
 TEST(LiveChannel, StartedTwiceStoppedTwiceAndRestarted) {
-    const std::vector<EncodedPicture> pictures = MakeVideo({.frames = 5});
+    const std::vector<EncodedPicture> pictures = MakeVideo({.streamType = CORVANE_STREAM_JPEG, .frames = 5});
     Client client;
     EXPECT_EQ(Corvane_StopChannel(client.channel), Status_Ok);
     for (int round = 0; round < 3; ++round) {
         client.Start();
         client.Start();
-        ASSERT_EQ(FeedOne(client, pictures[1], 0), Status_Ok);    // of no use without a key frame, after a stop as well
+        ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, pictures[1].bytes, false, 0),
+                  Status_Ok);    // of no use without a key frame, after a stop as well
         for (int i = 0; i < 5; ++i) {
-            ASSERT_EQ(FeedOne(client, pictures[i], kStep * i), Status_Ok);
+            ASSERT_EQ(FeedOne(client, pictures[i], kStep * i, CORVANE_STREAM_JPEG), Status_Ok);
             ASSERT_TRUE(client.WaitForStamp(i));
         }
         EXPECT_EQ(client.Take().size(), 5u);

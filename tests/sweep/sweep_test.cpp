@@ -224,7 +224,7 @@ TEST(Sweep, AThousandLivesUseNoMoreThanFifty) {
     };
     mallopt(M_ARENA_MAX, 2);    // arenas of threads come and go with chance and would count as maps
     decltype(count()) atFifty{};
-    ptrdiff_t mapsAtFifty = 0;
+    [[maybe_unused]] ptrdiff_t mapsAtFifty = 0;
     for (int cycle = 1; cycle <= 1000; ++cycle) {
         Life life;
         Live(streams[cycle % 2], life, filter);

@@ -16,8 +16,12 @@ TEST(SharedMutex, StarvesNobody) {
     for (const bool busyWriters : {false, true}) {
         SharedMutex mutex;
         std::atomic<bool> done{false};
+        std::atomic<int> running{0};
         std::vector<std::thread> busy;
-        const auto hold = [] { std::this_thread::sleep_for(milliseconds(1)); };
+        const auto hold = [&] {
+            ++running;
+            std::this_thread::sleep_for(milliseconds(1));
+        };
         for (int i = 0; i < 2; ++i)
             busy.emplace_back([&] {
                 while (!done) {
@@ -30,6 +34,8 @@ TEST(SharedMutex, StarvesNobody) {
                     }
                 }
             });
+        while (running < 10)    // both are at it
+            std::this_thread::yield();
         for (int turn = 0; turn < 50; ++turn) {    // hangs here when one side starves the other
             if (busyWriters)
                 SharedLock lock(mutex);

@@ -9,7 +9,7 @@ packages=(
     libhwy-dev libpng-dev libcairo2-dev libxcb1-dev libxcb-shm0-dev libxcb-randr0-dev libxcb-res0-dev
     xvfb fonts-dejavu-core libsdl2-dev libgtk-3-dev
     libgtest-dev libbenchmark-dev libyuv-dev ffmpeg
-    libopencore-amrnb-dev locales strace util-linux
+    locales strace util-linux
 )
 
 missing=()

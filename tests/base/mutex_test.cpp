@@ -16,20 +16,26 @@ TEST(SharedMutex, StarvesNobody) {
     for (const bool busyWriters : {false, true}) {
         SharedMutex mutex;
         std::atomic<bool> done{false};
+        std::atomic<int> running{0};
         std::vector<std::thread> busy;
-        for (int i = 0; i < 2; ++i) {
+        const auto hold = [&] {
+            ++running;
+            std::this_thread::sleep_for(milliseconds(1));
+        };
+        for (int i = 0; i < 2; ++i)
             busy.emplace_back([&] {
                 while (!done) {
                     if (busyWriters) {
                         ExclusiveLock lock(mutex);
-                        std::this_thread::sleep_for(milliseconds(1));
+                        hold();
                     } else {
                         SharedLock lock(mutex);
-                        std::this_thread::sleep_for(milliseconds(1));
+                        hold();
                     }
                 }
             });
-        }
+        while (running < 10)    // both are at it
+            std::this_thread::yield();
         for (int turn = 0; turn < 50; ++turn) {    // hangs here when one side starves the other
             if (busyWriters)
                 SharedLock lock(mutex);
@@ -61,20 +67,19 @@ TEST(SharedMutex, ExcludesWritersFromReadersAndEachOther) {
     SharedMutex mutex;
     int64_t value = 0;    // plain on purpose: a hole in the lock is a wrong sum and a race report
     std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
+    for (int i = 0; i < 4; ++i)
         threads.emplace_back([&, i] {
             for (int turn = 0; turn < 2000; ++turn) {
                 if (i == 3) {
                     SharedLock lock(mutex);
                     EXPECT_EQ(value % 2, 0);
-                } else {
-                    ExclusiveLock lock(mutex);
-                    ++value;
-                    ++value;
+                    continue;
                 }
+                ExclusiveLock lock(mutex);
+                ++value;
+                ++value;
             }
         });
-    }
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(value, 3 * 2000 * 2);

@@ -18,120 +18,8 @@ using test::VideoSpec;
 
 constexpr int64_t kStep = 5;    // ms between frames: the tests run through the real clock
 
-std::vector<int> Numbers(int first, int count) {
-    std::vector<int> numbers;
-    for (int i = 0; i < count; ++i)
-        numbers.push_back(first + i);
-    return numbers;
-}
-
-TEST(LiveChannel, EveryStreamComesThroughInOrder) {
-    const struct {
-        const char* name;
-        VideoSpec spec;
-    } rows[] = {
-        {"h264", {}},
-        {"h264 4:2:2", {.sampling = test::Sampling::Yuv422}},
-        {"h264 10 bit", {.bitDepth = 10}},
-        {"h264 interlaced", {.interlaced = true}},
-        {"h265", {.streamType = CORVANE_STREAM_H265}},
-        {"mpeg4", {.streamType = CORVANE_STREAM_MPEG4}},
-        {"jpeg", {.streamType = CORVANE_STREAM_JPEG}},
-        {"jpeg 4:2:2 odd",
-         {.streamType = CORVANE_STREAM_JPEG, .width = 151, .height = 99, .sampling = test::Sampling::Yuv422}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        Client client;
-        client.Start();
-        const std::vector<EncodedPicture> pictures = MakeVideo(row.spec);
-        for (size_t i = 0; i < pictures.size(); ++i) {
-            ASSERT_EQ(
-                client.Feed(row.spec.streamType, pictures[i].bytes, pictures[i].key, kStep * static_cast<int64_t>(i)),
-                Status_Ok);
-            // One at a time: the off-screen renderer shows the newest picture only, and a stream without B-frames has
-            // no delay.
-            ASSERT_TRUE(client.WaitForStamp(static_cast<int>(i)));
-        }
-        const std::vector<int> stamps = client.Stamps();
-        EXPECT_EQ(stamps, Numbers(0, static_cast<int>(pictures.size())));
-    }
-}
-
-struct Damage {
-    const char* name;
-    void (*apply)(std::vector<EncodedPicture>&);
-};
-
-// Whatever comes between, the next good key frame is shown.
-TEST(LiveChannel, RecoversAtTheNextKeyFrameFromEveryDamage) {
-    const Damage damages[] = {
-        {"cut",
-         [](auto& pictures) {
-             for (auto& p : pictures)
-                 p.bytes.resize(p.bytes.size() / 3);
-         }},
-        {"bits flipped",
-         [](auto& pictures) {
-             std::mt19937 random(7);
-             for (auto& p : pictures)
-                 for (int i = 0; i < 40; ++i)
-                     p.bytes[random() % p.bytes.size()] ^= static_cast<uint8_t>(1u << (random() % 8));
-         }},
-        {"packets lost",
-         [](auto& pictures) {
-             pictures.erase(pictures.begin());
-             pictures.erase(pictures.begin() + 2);
-         }},
-        {"packets doubled",
-         [](auto& pictures) {
-             pictures.insert(pictures.begin() + 1, pictures[1]);
-             pictures.insert(pictures.begin(), pictures[0]);
-         }},
-        {"empty payloads",
-         [](auto& pictures) {
-             for (auto& p : pictures)
-                 p.bytes.clear();
-         }},
-        {"garbage marked as key frames",
-         [](auto& pictures) {
-             std::mt19937 random(11);
-             for (auto& p : pictures) {
-                 p.key = true;
-                 for (auto& byte : p.bytes)
-                     byte = static_cast<uint8_t>(random());
-             }
-         }},
-    };
-    for (const uint32_t type : {CORVANE_STREAM_H264, CORVANE_STREAM_H265, CORVANE_STREAM_MPEG4, CORVANE_STREAM_JPEG}) {
-        const std::vector<EncodedPicture> good = MakeVideo({.streamType = type, .frames = 5, .firstNumber = 100});
-        for (const Damage& damage : damages) {
-            SCOPED_TRACE(std::to_string(type) + " " + damage.name);
-            std::vector<EncodedPicture> bad = MakeVideo({.streamType = type, .frames = 10});
-            damage.apply(bad);
-            Client client;
-            client.Start();
-            ASSERT_EQ(Corvane_SetChannelOption(client.channel, 42, 0, 0), Status_Ok);    // block: nothing is refused
-            int64_t time = 0;
-            for (const EncodedPicture& p : bad)
-                ASSERT_EQ(client.Feed(type, p.bytes, p.key, time += kStep), Status_Ok);
-            bool shown = false;
-            for (int turn = 0; turn < 3 && !shown;
-                 ++turn) {    // a decoder that was dropped comes back with a key frame
-                for (const EncodedPicture& p : good)
-                    ASSERT_EQ(client.Feed(type, p.bytes, p.key, time += kStep), Status_Ok);
-                shown = Eventually([&] {
-                    QueueState state{};
-                    Corvane_GetRemainingQueueElementCount(client.channel, &state);
-                    const std::vector<int> stamps = client.Stamps();
-                    return (!stamps.empty() && stamps.back() >= 103) || (turn < 2 && state.state == 1);
-                });
-                const std::vector<int> stamps = client.Stamps();
-                shown = shown && !stamps.empty() && stamps.back() >= 103;
-            }
-            EXPECT_TRUE(shown);
-        }
-    }
+uint32_t FeedOne(Client& client, const EncodedPicture& picture, int64_t timeMs, uint32_t type = CORVANE_STREAM_H264) {
+    return client.Feed(type, picture.bytes, picture.key, timeMs);
 }
 
 uint64_t ResidentBytes() {
@@ -141,14 +29,14 @@ uint64_t ResidentBytes() {
     return resident * 4096;
 }
 
-// Garbage that claims to be key frames, for hours: no more memory than after the first minute, and the next good key
-// frame is shown.
-TEST(LiveChannel, AMillionGarbageKeyFramesUseNoMemory) {
+// Garbage that claims to be key frames, as many as in two hours: no more memory than after the first minute, and the
+// next good key frame is shown.
+TEST(LiveChannel, GarbageKeyFramesForHoursUseNoMemory) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__clang__)
     constexpr int kFrames = 20'000;    // a build for finding faults is no place for long runs, and keeps freed memory
     constexpr bool kMeasured = false;
 #else
-    constexpr int kFrames = 1'000'000;
+    constexpr int kFrames = 200'000;
     constexpr bool kMeasured = true;
 #endif
     const std::vector<EncodedPicture> good = MakeVideo({.frames = 5});
@@ -166,66 +54,22 @@ TEST(LiveChannel, AMillionGarbageKeyFramesUseNoMemory) {
             settled = ResidentBytes();
     }
     for (size_t i = 0; i < good.size(); ++i)
-        ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, good[i].bytes, good[i].key, 2000 + static_cast<int64_t>(i)),
-                  Status_Ok);
+        ASSERT_EQ(FeedOne(client, good[i], 2000 + static_cast<int64_t>(i)), Status_Ok);
     EXPECT_TRUE(client.WaitForStamp(4));
     if (kMeasured)
         EXPECT_LT(ResidentBytes(), settled + (16u << 20));
-}
-
-TEST(LiveChannel, NothingIsShownBeforeTheFirstKeyFrame) {
-    const std::vector<EncodedPicture> pictures = MakeVideo({.frames = 10});
-    Client client;
-    client.Start();
-    for (size_t i = 1; i < pictures.size(); ++i)
-        ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, pictures[i].bytes, pictures[i].key, kStep * static_cast<int64_t>(i)),
-                  Status_Ok);
-    ASSERT_TRUE(client.WaitForStamp(9));
-    for (const int stamp : client.Stamps())
-        EXPECT_GE(stamp, 5);
-}
-
-// Pictures keep coming whatever the times do, and each carries its own.
-TEST(LiveChannel, StrangeTimesKeepTheStreamRunning) {
-    const struct {
-        const char* name;
-        std::vector<int64_t> times;
-    } rows[] = {
-        {"jump of an hour", {0, 5, 3'600'000, 3'600'005, 3'600'010, 3'600'015}},
-        {"jump back an hour", {3'600'000, 3'600'005, 0, 5, 10, 15}},
-        {"all equal", {7, 7, 7, 7, 7, 7}},
-        {"running backward", {1000, 995, 990, 985, 980, 975}},
-        {"single frames far off", {0, 5, 4'000'000'000, 15, 20, 25}},
-        {"wrap of the seconds", {4'294'967'295'990, 4'294'967'295'995, 0, 5, 10, 15}},
-    };
-    const std::vector<EncodedPicture> pictures = MakeVideo({.streamType = CORVANE_STREAM_JPEG, .frames = 6});
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        Client client;
-        client.Start();
-        for (size_t i = 0; i < row.times.size(); ++i) {
-            ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, pictures[i].bytes, true, row.times[i]), Status_Ok);
-            ASSERT_TRUE(client.WaitForStamp(static_cast<int>(i)));
-        }
-        const std::vector<Client::Shown> shown = client.Take();
-        ASSERT_EQ(shown.size(), row.times.size());
-        for (size_t i = 0; i < shown.size(); ++i)
-            EXPECT_EQ(shown[i].milliseconds, static_cast<uint32_t>(row.times[i] % 1000));
-    }
 }
 
 TEST(LiveChannel, SizeChangesAtAKeyFrameAndInMidStream) {
     const struct {
         const char* name;
         uint32_t type;
-        bool stated;       // the record states the size
-        bool markedKey;    // the first picture of the other size is marked as a key frame
-        bool atOnce;
+        bool stated, markedKey;    // the record states the size; the first picture of the other size is so marked
     } rows[] = {
-        {"h264, key frame, size not stated", CORVANE_STREAM_H264, false, true, true},
-        {"h264, key frame, size stated", CORVANE_STREAM_H264, true, true, true},
-        {"jpeg, dependent frame", CORVANE_STREAM_JPEG, false, false, true},
-        {"h264, not marked as key frame", CORVANE_STREAM_H264, true, false, false},
+        {"h264, key frame, size not stated", CORVANE_STREAM_H264, false, true},
+        {"h264, key frame, size stated", CORVANE_STREAM_H264, true, true},
+        {"jpeg, dependent frame", CORVANE_STREAM_JPEG, false, false},
+        {"h264, not marked as key frame", CORVANE_STREAM_H264, true, false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -253,77 +97,84 @@ TEST(LiveChannel, SizeChangesAtAKeyFrameAndInMidStream) {
 TEST(LiveChannel, QueueHoldsBackUntilItsBufferTimeAndRefusesAboveIt) {
     const std::vector<EncodedPicture> one = MakeVideo({.streamType = CORVANE_STREAM_JPEG, .frames = 1});
     Client client;
-    EXPECT_EQ(client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 0), Status_ChannelNotStarted);
+    const auto feed = [&](int64_t timeMs) { return FeedOne(client, one[0], timeMs, CORVANE_STREAM_JPEG); };
+    EXPECT_EQ(feed(0), Status_ChannelNotStarted);
     ASSERT_EQ(Corvane_SetBufferTime(client.channel, 500), Status_Ok);
     client.Start();
     QueueState state{};
     for (int i = 0; i < 13; ++i) {
-        ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * i), Status_Ok);
+        ASSERT_EQ(feed(40 * i), Status_Ok);
         ASSERT_EQ(Corvane_GetRemainingQueueElementCount(client.channel, &state), Status_Ok);
         EXPECT_EQ(state.state, 1u) << i;    // 1 + 12 x 40 ms
     }
     EXPECT_TRUE(client.Stamps().empty());
     // The next frame brings the queue to 521 ms: frames leave.
-    ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * 13), Status_Ok);
+    ASSERT_EQ(feed(40 * 13), Status_Ok);
     ASSERT_TRUE(Eventually([&] { return !client.Stamps().empty(); }));
 
     // A stalled worker (its next picture is 10 s off) lets the queue fill: 1500 ms, then refusal.
-    ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * 13 + 10'000), Status_Ok);
+    ASSERT_EQ(feed(40 * 13 + 10'000), Status_Ok);
+    ASSERT_TRUE(Eventually([&] {
+        const std::vector<Client::Shown> shown = client.Take();
+        return !shown.empty() && shown.back().seconds == 10;
+    }));
     uint32_t status = Status_Ok;
     for (int i = 1; i < 300 && status == Status_Ok; ++i)
-        status = client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * (13 + i) + 10'000);
+        status = feed(40 * (13 + i) + 10'000);
     EXPECT_EQ(status, Status_QueueFull);
 
     // A producer that blocks comes back when blocking ends, and when the channel stops, which does not wait for the
     // pacing sleep.
     for (const bool stops : {false, true}) {
         ASSERT_EQ(Corvane_SetChannelOption(client.channel, 42, 0, 0), Status_Ok);
+        std::atomic<int> fed{0};
         std::atomic<uint32_t> blocked{Status_Ok};
         std::thread producer([&] {
-            for (int64_t t = 30'000; blocked == Status_Ok; t += 1000)
-                blocked = client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, t);
+            for (; blocked == Status_Ok; ++fed)
+                blocked = feed(30'000 + 1000 * fed);
         });
+        for (int before = -1; before != fed; std::this_thread::sleep_for(std::chrono::milliseconds(20)))
+            before = fed;    // until it waits
+        const auto start = std::chrono::steady_clock::now();
         if (stops)
             ASSERT_EQ(Corvane_StopChannel(client.channel), Status_Ok);
         else
             ASSERT_EQ(Corvane_SetChannelOption(client.channel, 42, 1, 0), Status_Ok);
         producer.join();
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
         EXPECT_EQ(blocked, stops ? Status_ChannelNotStarted : Status_QueueFull);
     }
 
     // And again from the start.
     client.Start();
     for (int i = 0; i < 14; ++i)
-        (void)client.Feed(CORVANE_STREAM_JPEG, one[0].bytes, true, 40 * i);
+        (void)feed(40 * i);
     client.Take();
     ASSERT_EQ(Corvane_SetChannelOption(client.channel, 31, 0, 0), Status_Ok);
-    ASSERT_TRUE(Eventually([&] {
-        Corvane_GetRemainingQueueElementCount(client.channel, &state);
-        return state.state == 1;
-    }));
+    Corvane_GetRemainingQueueElementCount(client.channel, &state);
+    EXPECT_EQ(state.state, 1u) << "a queue that was emptied fills again";
 }
 
 TEST(LiveChannel, MediaModeAndStreamTypesDecideWhatIsTaken) {
     const std::vector<uint8_t> bytes = {1, 2, 3};
     const struct {
         uint32_t type;
-        uint32_t inMode[3];    // video only, audio only, both
-    } rows[] = {
-        {CORVANE_STREAM_H264, {Status_Ok, Status_UnsupportedMedia, Status_Ok}},
-        {CORVANE_STREAM_METADATA_XML, {Status_Ok, Status_UnsupportedMedia, Status_Ok}},
-        {CORVANE_STREAM_MULAW, {Status_UnsupportedMedia, Status_Ok, Status_Ok}},
-        {CORVANE_STREAM_PLACEHOLDER, {Status_UnsupportedMedia, Status_UnsupportedMedia, Status_UnsupportedMedia}},
-        {2048, {Status_UnsupportedMedia, Status_UnsupportedMedia, Status_UnsupportedMedia}},
-        {0xFF00, {Status_UnsupportedMedia, Status_UnsupportedMedia, Status_UnsupportedMedia}},
-        {3, {Status_UnsupportedMedia, Status_UnsupportedMedia, Status_UnsupportedMedia}},
-        {0, {Status_UnsupportedMedia, Status_UnsupportedMedia, Status_UnsupportedMedia}},
-    };
+        const char* taken;    // in the modes video only, audio only, both
+    } rows[] = {{CORVANE_STREAM_H264, "y-y"},
+                {CORVANE_STREAM_METADATA_XML, "y-y"},
+                {CORVANE_STREAM_MULAW, "-yy"},
+                {CORVANE_STREAM_PLACEHOLDER, "---"},
+                {2048, "---"},
+                {3, "---"},
+                {0, "---"}};
     Client client;
     client.Start();
     for (uint32_t mode = 1; mode <= 3; ++mode) {
         ASSERT_EQ(Corvane_SetChannelOption(client.channel, 13, mode, 0), Status_Ok);
         for (const auto& row : rows)
-            EXPECT_EQ(client.Feed(row.type, bytes, true, 0), row.inMode[mode - 1]) << row.type << " in mode " << mode;
+            EXPECT_EQ(client.Feed(row.type, bytes, true, 0),
+                      row.taken[mode - 1] == 'y' ? Status_Ok : Status_UnsupportedMedia)
+                << row.type << " in mode " << mode;
     }
     // Damage that the copy finds loses that frame only.
     MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, bytes, true, 0);
@@ -345,10 +196,11 @@ TEST(LiveChannel, KeyFramesOnlyAndFramesThatAreNotForDisplay) {
     Client client;
     client.Start();
     ASSERT_EQ(Corvane_SetDisplayMode(client.channel, 1), Status_Ok);
-    ASSERT_EQ(Corvane_SetDisplayMode(client.channel, 9), Status_Ok) << "changes nothing";
     for (int i = 0; i < 20; ++i) {
-        if (i == 10)
+        if (i == 10) {
             ASSERT_EQ(Corvane_SetDisplayMode(client.channel, 0), Status_Ok);
+            ASSERT_EQ(Corvane_SetDisplayMode(client.channel, 9), Status_Ok) << "changes nothing";
+        }
         MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, pictures[i].bytes, pictures[i].key, kStep * i);
         const uint8_t hidden[] = {0, 0, 0, 0, 104, 1, 1};
         if (i == 12) {
@@ -364,16 +216,19 @@ TEST(LiveChannel, KeyFramesOnlyAndFramesThatAreNotForDisplay) {
 }
 
 TEST(LiveChannel, StartedTwiceStoppedTwiceAndRestarted) {
-    const std::vector<EncodedPicture> pictures = MakeVideo({.frames = 5});
+    const std::vector<EncodedPicture> pictures = MakeVideo({.streamType = CORVANE_STREAM_JPEG, .frames = 5});
     Client client;
     EXPECT_EQ(Corvane_StopChannel(client.channel), Status_Ok);
     for (int round = 0; round < 3; ++round) {
         client.Start();
         client.Start();
+        ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, pictures[1].bytes, false, 0),
+                  Status_Ok);    // of no use without a key frame, after a stop as well
         for (int i = 0; i < 5; ++i) {
-            ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, pictures[i].bytes, pictures[i].key, kStep * i), Status_Ok);
+            ASSERT_EQ(FeedOne(client, pictures[i], kStep * i, CORVANE_STREAM_JPEG), Status_Ok);
             ASSERT_TRUE(client.WaitForStamp(i));
         }
+        EXPECT_EQ(client.Take().size(), 5u);
         std::thread other([&] { EXPECT_EQ(Corvane_StopChannel(client.channel), Status_Ok); });
         EXPECT_EQ(Corvane_StopChannel(client.channel), Status_Ok);
         EXPECT_EQ(client.Feed(CORVANE_STREAM_H264, pictures[0].bytes, true, 0), Status_ChannelNotStarted);

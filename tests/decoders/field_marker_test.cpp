@@ -16,51 +16,48 @@ std::string App2(const std::string& text) {
 }
 
 TEST(FieldMarker, FindsTheText) {
-    constexpr int kLeft = -1;            // the mark stays as it was
     const std::string fill(14, '\0');    // the bytes that must follow a segment
     const std::string soi = "\xFF\xD8"s, both = App2("FL_IL Mode") + fill;
     const std::string start = "\0\0\1\xB0"s, user = "\0\0\1\xB2"s;
     const struct {
-        const char* name;
         std::string payload;
-        int field_l_mode, interlaced_mode;
+        const char* marks;    // field mode and interlaced mode: 1 set, 0 cleared, - left as it was
     } rows[] = {
-        {"set", soi + both, 1, 1},
-        {"cleared", soi + App2("FM_PG Mode") + fill, 0, 0},
-        {"unknown first half", soi + App2("FX_IL Mode") + fill, kLeft, 1},
-        {"halves are not mixed", soi + App2("FL_IG Mode") + fill, 1, kLeft},
-        {"wrong frame of the text", soi + App2("FL-IL Mode") + fill, kLeft, kLeft},
-        {"wrong end of the text", soi + App2("FL_IL mode") + fill, kLeft, kLeft},
-        {"longer segment", soi + App2("FL_IL Mode and more") + fill, 1, 1},
-        {"segment too short", soi + App2("FL_IL Mod") + fill, kLeft, kLeft},
-        {"13 bytes behind", soi + both.substr(0, both.size() - 1), kLeft, kLeft},
-        {"last text counts", soi + App2("FL_IL Mode") + App2("FM_PG Mode") + fill, 0, 0},
-        {"behind a table", soi + "\xFF\xDB\0\4ab"s + both, kLeft, kLeft},
-        {"behind length 1", soi + "\xFF\xE0\0\1"s + both, kLeft, kLeft},
-        {"behind length 2", soi + "\xFF\xEF\0\2"s + both, 1, 1},
-        {"length beyond the end", soi + "\xFF\xE0\xFF\xFF"s + both, kLeft, kLeft},
-        {"no picture start", "\xFF\xD9"s + both, kLeft, kLeft},
-        {"another APP", soi + "\xFF\xE3\0\14FL_IL Mode"s + fill, kLeft, kLeft},
-        {"mpeg4, 18 bytes", start + user + "FL_IL Mode", 1, 1},
-        {"mpeg4, 17 bytes", start + user + "FL_IL Mod", kLeft, kLeft},
-        {"mpeg4, text short", start + "x" + user + "FL_IL Mod", kLeft, kLeft},
-        {"mpeg4, unaligned, more behind", start + "xyz\0"s + user + "FM_PG Mode" + fill, 0, 0},
-        {"mpeg4, behind the visual object", start + "\0\0\1\xB5"s + user + "FL_IL Mode", kLeft, kLeft},
-        {"mpeg4, first user data counts", start + user + "something else" + user + "FL_IL Mode", kLeft, kLeft},
-        {"mpeg4, no sequence start", "\0\0\1\xB6\xF5"s + user + "FL_IL Mode", kLeft, kLeft},
+        {soi + both, "11"},
+        {soi + App2("FM_PG Mode") + fill, "00"},
+        {soi + App2("FX_IL Mode") + fill, "-1"},
+        {soi + App2("FL_IG Mode") + fill, "1-"},
+        {soi + App2("FL-IL Mode") + fill, "--"},
+        {soi + App2("FL_IL mode") + fill, "--"},
+        {soi + App2("FL_IL Mode and more") + fill, "11"},
+        {soi + App2("FL_IL Mod") + fill, "--"},
+        {soi + both.substr(0, both.size() - 1), "--"},    // 13 bytes behind it
+        {soi + App2("FL_IL Mode") + App2("FM_PG Mode") + fill, "00"},
+        {soi + "\xFF\xDB\0\4ab"s + both, "--"},    // behind a table
+        {soi + "\xFF\xE0\0\1"s + both, "--"},      // behind a length of 1
+        {soi + "\xFF\xEF\0\2"s + both, "11"},      // behind a length of 2
+        {soi + "\xFF\xE0\xFF\xFF"s + both, "--"},
+        {"\xFF\xD9"s + both, "--"},
+        {soi + "\xFF\xE3\0\14FL_IL Mode"s + fill, "--"},    // another segment
+        {start + user + "FL_IL Mode", "11"},
+        {start + "x" + user + "FL_IL Mod", "--"},
+        {start + "xyz\0"s + user + "FM_PG Mode" + fill, "00"},
+        {start + "\0\0\1\xB5"s + user + "FL_IL Mode", "--"},    // behind the visual object
+        {start + user + "something else" + user + "FL_IL Mode", "--"},
+        {"\0\0\1\xB6\xF5"s + user + "FL_IL Mode", "--"},
     };
     for (const auto& row : rows)
         for (const bool before : {false, true})
             for (size_t size = 0; size <= row.payload.size(); ++size) {    // no prefix is left
                 const test::GuardedBytes guarded(row.payload.data(), size);
                 FieldMarks marks{before, before};
-                const auto read = row.name[0] == 'm' ? &ReadMpeg4Marker : &ReadJpegMarker;
+                const auto read = row.payload[0] == '\0' ? &ReadMpeg4Marker : &ReadJpegMarker;
                 read(guarded.Data(), static_cast<uint32_t>(size), marks);
                 if (size < row.payload.size())
                     continue;
-                EXPECT_EQ(marks.field_l_mode, row.field_l_mode == kLeft ? before : row.field_l_mode == 1) << row.name;
-                EXPECT_EQ(marks.interlaced_mode, row.interlaced_mode == kLeft ? before : row.interlaced_mode == 1)
-                    << row.name;
+                const auto wanted = [&](char mark) { return mark == '-' ? before : mark == '1'; };
+                EXPECT_EQ(marks.field_l_mode, wanted(row.marks[0])) << &row - rows;
+                EXPECT_EQ(marks.interlaced_mode, wanted(row.marks[1])) << &row - rows;
             }
 }
 

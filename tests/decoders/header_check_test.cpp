@@ -14,7 +14,6 @@
 namespace corvane {
 namespace {
 
-using test::BitWriter;
 using test::Bytes;
 using test::operator+;
 
@@ -55,90 +54,17 @@ TEST(HeaderCheck, AgreesWithLibavcodec) {
     }
 }
 
-// Sizes in macroblocks; `step` begins the first scaling list, in the high profile.
-Bytes H264Sequence(uint64_t width, uint64_t height, bool framesOnly = true, int step = 0, unsigned constraints = 0) {
-    BitWriter bits;
-    bits.U(8, step != 0 ? 100 : 66).U(16, constraints).Ue(0);
-    if (step != 0)    // the second step makes the next scale 0, which ends the list; there is no other
-        bits.Ue(1).Ue(0).Ue(0).U(1, 0).U(1, 1).U(1, 1).Se(step).Se(-8 - step).U(7, 0);
-    bits.Ue(0).Ue(1).U(1, 0).Se(0).Se(0).Ue(2).Se(1).Se(-1);    // order type 1
-    return bits.Ue(1).U(1, 0).Ue(width - 1).Ue(height - 1).U(1, framesOnly).U(8, 0).Unit({0x67});
-}
-
-// With a step of 128 in the first scaling list.
-Bytes H264Picture() {
-    BitWriter bits;
-    bits.Ue(0).Ue(0).U(2, 0).Ue(0).Ue(0).Ue(0).U(3, 0).Se(0).Se(0).Se(0).U(3, 0);
-    return bits.U(1, 0).U(1, 1).U(5, 0).U(1, 1).Se(128).Unit({0x68});
-}
-
-Bytes HevcSequence(uint64_t width, uint64_t height, unsigned subLayers = 0, uint8_t layer = 0) {
-    BitWriter bits;
-    bits.U(4, 0).U(3, subLayers).U(1, 1).U(88, 0).U(8, 93);
-    if (subLayers > 0)    // each with profile and level
-        bits.U(2 * subLayers, ~uint64_t{0}).U(2 * (8 - subLayers), 0).U(96 * subLayers, 0);
-    return bits.Ue(0).Ue(1).Ue(width).Ue(height).U(16, 0).Unit({0x42, static_cast<uint8_t>(layer << 3 | 1)});
-}
-
-Bytes Mpeg4Layer(uint64_t width, uint64_t height, unsigned type = 1, bool extras = false) {
-    BitWriter bits;
-    bits.U(1, 0).U(8, type).U(1, extras);
-    if (extras)    // version, pixel shape, buffer model
-        bits.U(7, 0x11).U(4, 15).U(16, 0x0101).U(1, 1).U(3, 0).U(1, 1).U(40, ~0ull).U(39, ~0ull);
-    else
-        bits.U(4, 1).U(1, 0);
-    bits.U(2, 0).U(1, 1).U(16, 25).U(1, 1).U(1, 1).U(5, 1).U(1, 1);    // 25 ticks a second, fixed rate
-    return bits.U(13, width).U(1, 1).U(13, height).Unit({0x20});
-}
-
 // Behind a segment that holds another frame header, without a size.
 Bytes Jpeg(uint32_t width, uint32_t height) {
     return Bytes{0xFF, 0xD8, 0xFF, 0xE1, 0, 11, 0xFF, 0xC0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xC1, 0, 17, 8} +
            Bytes{uint8_t(height >> 8), uint8_t(height), uint8_t(width >> 8), uint8_t(width)};
 }
 
-TEST(HeaderCheck, HoldsBackImpossibleHeadersOnly) {
-    // No encoder would write it so; what keeps start codes out is missing.
-    Bytes bare_zeros = HevcSequence(320, 240);
-    for (size_t i = 6; i + 2 < bare_zeros.size(); ++i)
-        if (bare_zeros[i - 2] == 0 && bare_zeros[i - 1] == 0 && bare_zeros[i] == 3)
-            bare_zeros.erase(bare_zeros.begin() + static_cast<ptrdiff_t>(i));
-    const struct {
-        const char* name;
-        uint32_t streamType;
-        Bytes bytes;
-        bool stands;
-    } rows[] = {
-        {"jpeg", kJpeg, Jpeg(16384, 4096), true},
-        {"jpeg too large", kJpeg, Jpeg(16384, 4300), false},
-        {"jpeg no height", kJpeg, Jpeg(100, 0), false},
-        {"jpeg bytes behind the end", kJpeg, Jpeg(16, 16) + Bytes{0xFF, 0xD9} + Jpeg(0, 0), true},
-        {"h264", kH264, H264Sequence(1024, 256), true},
-        {"h264 too large", kH264, H264Sequence(1040, 260), false},
-        {"h264 too large by fields", kH264, H264Sequence(520, 260, false), false},
-        {"h264 absurd", kH264, H264Sequence(1ull << 32, 1), false},
-        {"h264 step -128", kH264, H264Sequence(20, 15, true, -128), true},
-        {"h264 step -129", kH264, H264Sequence(20, 15, true, -129), false},
-        {"h264 step 128", kH264, H264Sequence(20, 15, true, 128), false},
-        {"h264 step in a picture set", kH264, H264Sequence(20, 15) + H264Picture(), false},
-        {"h264 garbage behind a baseline set", kH264, H264Sequence(20, 15, true, 0, 0xC000) + H264Picture(), true},
-        {"h264 step of another sequence", kH264, H264Picture(), true},
-        {"h264 configuration record", kH264, {1, 0x64, 0, 0x1F, 0xFF, 0xE1, 0, 9, 0x67}, true},
-        {"h265", kH265, HevcSequence(16384, 4096), true},
-        {"h265 sub-layers", kH265, HevcSequence(320, 240, 6), true},
-        {"h265 bare zeros", kH265, bare_zeros, true},
-        {"h265 too large", kH265, HevcSequence(16384, 4300, 2), false},
-        {"h265 no width", kH265, HevcSequence(0, 240), false},
-        {"h265 other layer", kH265, HevcSequence(0, 240, 0, 1), true},
-        {"mpeg4", kMpeg4, Mpeg4Layer(8191, 8191), true},
-        {"mpeg4 extras", kMpeg4, Mpeg4Layer(320, 240, 1, true), true},
-        {"mpeg4 no width", kMpeg4, Mpeg4Layer(0, 240, 1, true), false},
-        {"mpeg4 second layer", kMpeg4, Mpeg4Layer(0, 240) + Mpeg4Layer(320, 240), true},
-        {"mpeg4 studio", kMpeg4, Mpeg4Layer(0, 0, 14), true},
-        {"mpeg4 layer too late", kMpeg4, Bytes{0, 0, 1, 0xB6, 9} + Mpeg4Layer(320, 240), false},
-    };
-    for (const auto& row : rows)
-        EXPECT_EQ(Stands(row.streamType, row.bytes), row.stands) << row.name;
+TEST(HeaderCheck, HoldsBackImpossibleJpegSizesOnly) {
+    EXPECT_TRUE(Stands(kJpeg, Jpeg(16384, 4096)));
+    EXPECT_FALSE(Stands(kJpeg, Jpeg(16384, 4300)));
+    EXPECT_FALSE(Stands(kJpeg, Jpeg(100, 0)));
+    EXPECT_TRUE(Stands(kJpeg, Jpeg(16, 16) + Bytes{0xFF, 0xD9} + Jpeg(0, 0)));    // behind the end
 }
 
 }    // namespace

@@ -1,5 +1,4 @@
-// What the library does to its host: nothing. And the public side of the built shared library.
-#include <dlfcn.h>
+// What the library does to its host: nothing.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <locale.h>
@@ -15,33 +14,6 @@
 
 namespace corvane {
 namespace {
-
-std::string ReadAll(int file) {
-    lseek(file, 0, SEEK_SET);
-    std::string text(1 << 16, '\0');
-    const ssize_t size = read(file, text.data(), text.size());
-    text.resize(size > 0 ? static_cast<size_t>(size) : 0);
-    return text;
-}
-
-// Both output streams of the process go to a file for a scope.
-class CapturedOutput {
-public:
-    CapturedOutput() : m_file(fileno(tmpfile())), m_out(dup(1)), m_err(dup(2)) {
-        fflush(nullptr);
-        dup2(m_file, 1);
-        dup2(m_file, 2);
-    }
-    std::string End() {
-        fflush(nullptr);
-        dup2(m_out, 1);
-        dup2(m_err, 2);
-        return ReadAll(m_file);
-    }
-
-private:
-    int m_file, m_out, m_err;
-};
 
 struct Process {
     std::array<struct sigaction, 32> handlers{};
@@ -79,7 +51,8 @@ TEST(Host, IsLeftAsItWasFound) {
     std::vector<test::EncodedPicture> pictures = test::MakeVideo({.frames = 6});
     for (int i = 0; i < 200; ++i)
         pictures[4].bytes[static_cast<size_t>(i * 7) % pictures[4].bytes.size()] ^= 0x55;
-    CapturedOutput captured;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
     const Process before = Process::Now();
     Process during;
     std::vector<uint64_t> blocked;    // signal masks of the library's threads
@@ -106,7 +79,7 @@ TEST(Host, IsLeftAsItWasFound) {
         }
     }
     const Process after = Process::Now();
-    EXPECT_EQ(captured.End(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(during.inherited, before.inherited);
     EXPECT_EQ(blocked.size(), 2u);
     for (const uint64_t mask : blocked)
@@ -117,27 +90,6 @@ TEST(Host, IsLeftAsItWasFound) {
     EXPECT_EQ(after.locale, before.locale);
     EXPECT_EQ(after.folder, before.folder);
     EXPECT_EQ(after.inherited, before.inherited);
-}
-
-// Loaded, used and unloaded in nested loops; nothing but the listed names can be found in it.
-TEST(Host, LoadsAndUnloadsTheSharedLibrary) {
-    for (int load = 0; load < 3; ++load) {
-        void* const library = dlopen(CORVANE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-        ASSERT_NE(library, nullptr) << dlerror();
-        const auto initial = reinterpret_cast<decltype(&Corvane_Initial)>(dlsym(library, "Corvane_Initial"));
-        const auto create = reinterpret_cast<decltype(&Corvane_CreateChannel)>(dlsym(library, "Corvane_CreateChannel"));
-        const auto release = reinterpret_cast<decltype(&Corvane_Release)>(dlsym(library, "Corvane_Release"));
-        ASSERT_TRUE(initial && create && release);
-        EXPECT_EQ(dlsym(library, "Corvane_CreatePlaybackChannel"), nullptr) << "not in this version";
-        for (int use = 0; use < 3; ++use) {
-            void* instance = nullptr;
-            void* channel = nullptr;
-            EXPECT_EQ(initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
-            EXPECT_EQ(create(instance, &channel, nullptr), Status_Ok);
-            EXPECT_EQ(release(&instance), Status_Ok);
-        }
-        EXPECT_EQ(dlclose(library), 0);
-    }
 }
 
 }    // namespace

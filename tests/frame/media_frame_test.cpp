@@ -11,7 +11,6 @@
 
 #include "base/Limits.h"
 #include "frame/MediaFrameImpl.h"
-#include "support/FailingAllocation.h"
 #include "support/GuardedBytes.h"
 
 namespace corvane {
@@ -183,50 +182,44 @@ MediaFrameHeader NewRecord(uint32_t type = CORVANE_STREAM_MULAW) {    // its hea
 // Everything that the record points at is found in the copy, aligned, inside the block, and padded with zeros. A
 // reference keeps it all beyond the frame; a sanitizer sees a block that was freed too early, or never.
 TEST(MediaFrame, BlockHoldsACopyOfEverything) {
-    for (const uint32_t headerSize : {0, 1, 15, 16, 33}) {
+    for (const uint32_t headerSize : {0, 1, 15, 16, 33})
         for (const uint32_t payloadSize : {0, 1, 16, 1000}) {
-            const uint32_t extensionSize = payloadSize / 62;    // unknown tags only
-            SCOPED_TRACE(testing::Message() << headerSize << " " << payloadSize << " " << extensionSize);
-            Bytes data(headerSize + payloadSize + 1), extension(extensionSize + 1);
-            std::iota(data.begin(), data.end(), uint8_t{3});
+            SCOPED_TRACE(testing::Message() << headerSize << " " << payloadSize);
+            Bytes data = Counting(headerSize + payloadSize + 1), extension(payloadSize / 62 + 1);    // unknown tags
+            const Bytes kept(data.begin(), data.end() - 1);
             std::vector<ObjectRecord> objects(5);
-            objects[4].id = 104;
+            objects[0].id = objects[4].id = 104;
             MediaFrameHeader record = NewRecord();
             record.data = data.data();
             record.headerSize = headerSize;
             record.payloadSize = payloadSize;
             record.extension = extension.data();
-            record.extensionSize = extensionSize;
+            record.extensionSize = payloadSize / 62;
             record.objects = objects.data();
             record.objectCount = 5;
             record.motionInfo = &record;
             record.vendorHeader = data.data();
             record.vendorHeaderSize = headerSize / 2;
-            record.references = &record;
-            const Bytes kept(data.begin(), data.end() - 1);
             auto frame = std::make_unique<MediaFrameImpl>(record);
             std::fill(data.begin(), data.end(), 0xEE);    // the caller's memory is its own again
             std::fill(objects.begin(), objects.end(), ObjectRecord{});
 
             const MediaFrameHeader& copy = frame->Header();
-            const auto* begin = reinterpret_cast<const uint8_t*>(&copy) - 16;
             const uint8_t* payload = frame->Payload();
-            EXPECT_EQ(reinterpret_cast<const uint8_t*>(copy.objects + 5), begin + frame->MemoryBytes());
+            EXPECT_EQ(reinterpret_cast<const uint8_t*>(copy.objects + 5),
+                      reinterpret_cast<const uint8_t*>(&copy) - 16 + frame->MemoryBytes());
             EXPECT_EQ((reinterpret_cast<uintptr_t>(payload) | reinterpret_cast<uintptr_t>(copy.objects)) % 16, 0u);
-            EXPECT_EQ(copy.extension, begin + 16 + 264);
-            EXPECT_GE(copy.data, copy.extension + extensionSize);
+            EXPECT_GE(copy.data, copy.extension + record.extensionSize);
             EXPECT_EQ(Bytes(payload + payloadSize, payload + payloadSize + 64), Bytes(64, 0));
             EXPECT_EQ(copy.objects[4].id, 104u);
             EXPECT_EQ(copy.motionInfo, copy.motionState);
             EXPECT_EQ(copy.vendorHeader, payload - headerSize / 2);
-
             const auto* table = static_cast<const FrameReferences*>(copy.references);
             table->add(&copy);
             frame.reset();
             EXPECT_EQ(Bytes(copy.data, copy.data + kept.size()), kept);
             table->drop(&copy);
         }
-    }
 }
 
 // Only as much of the caller's record is read as it says; the rest counts as zero.
@@ -277,21 +270,9 @@ TEST(MediaFrame, HostileRecords) {
     EXPECT_EQ(MediaFrameImpl(record).PayloadSize(), record.payloadSize);
     record.headerSize = 4;
     EXPECT_THROW(MediaFrameImpl{record}, std::bad_alloc);
-
-    // The frame, its block and a vendor blob: whichever allocation fails, nothing stays behind (the leak checker
-    // looks).
-    const uint8_t blob[] = {0, 0, 0, 0, 108, 2, 1, 2};
-    record = NewRecord();
-    record.extension = blob;
-    record.extensionSize = sizeof blob;
-    for (uint64_t n = 1; n <= 3 && test::allocation::Works(); ++n) {
-        test::allocation::FailAt(n);
-        EXPECT_THROW(std::make_shared<MediaFrameImpl>(record), std::bad_alloc);
-        EXPECT_EQ(test::allocation::Stop(), n);
-    }
 }
 
-TEST(MediaFrame, TimesAndDurations) {
+TEST(MediaFrame, Times) {
     for (const auto& [seconds, code] : {std::pair{3600, 44}, {-899, 48}, {INT32_MIN, 26844}}) {
         MediaFrameHeader record = NewRecord();
         record.timeZoneSeconds = seconds;
@@ -301,24 +282,6 @@ TEST(MediaFrame, TimesAndDurations) {
         EXPECT_EQ(frame.BaseTime().timeZone, code) << seconds;
         EXPECT_EQ(frame.PresentTime().daylight, 1);
         EXPECT_EQ(TimeMs(frame), 4294967295LL * 1001);
-    }
-    const struct {
-        uint32_t type, blocks, rate, payload, bit_rate, expected;
-    } rows[] = {{CORVANE_STREAM_G7221, 3, 0, 0, 0, 60},
-                {CORVANE_STREAM_AMR, 0x10000000, 0, 0, 0, 0x40000000},    // cut to 32 bits
-                {CORVANE_STREAM_G729A, 3, 0, 0, 0, 30},
-                {CORVANE_STREAM_AAC, 0, 44100, 0, 0, 23},
-                {CORVANE_STREAM_ALAW, 0, 0, 0x10000000, 0, 0x2000000},    // the product needs 64 bits
-                {CORVANE_STREAM_G726, 0, 0, 500, 32000, 125},
-                {CORVANE_STREAM_G726, 0, 0, 500, 0, 0},
-                {CORVANE_STREAM_H264, 3, 8000, 1000, 8000, 0}};
-    for (const auto& row : rows) {
-        MediaFrameHeader record = NewRecord(row.type);
-        record.audioBlockCount = row.blocks;
-        record.audioSampleRate = row.rate;
-        record.payloadSize = row.payload;
-        record.detail.audio.audioBitRate = row.bit_rate;
-        EXPECT_EQ(AudioDurationMs(record), row.expected) << row.type;
     }
 }
 

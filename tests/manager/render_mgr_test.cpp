@@ -2,8 +2,6 @@
 
 #include <atomic>
 #include <mutex>
-#include <string>
-#include <thread>
 #include <vector>
 
 #include "base/Log.h"
@@ -26,16 +24,9 @@ FramePtr Frame(int64_t timeMs, uint32_t width = 0, uint32_t height = 0, uint32_t
 // A renderer that does as it is told.
 struct Script {
     RendererType type = RendererType::DirectDraw;
-    std::atomic<int> refuseBuffers{0};    // GetBuffer fails this many times
-    std::atomic<int> failPresents{0};     // Present fails this many times
-    std::atomic<int> buffers{0};
-    std::atomic<int> presents{0};
-    std::atomic<int> destroyed{0};
-    std::atomic<uint32_t> width{0};
-    std::atomic<uint32_t> height{0};
-    std::atomic<bool> sawDirty{false};
-    std::atomic<bool> sawRedraw{false};
-    std::atomic<bool> diedOnRenderThread{true};
+    std::atomic<int> refuseBuffers{0}, failPresents{0};    // GetBuffer or Present fails this many times
+    std::atomic<int> buffers{0}, presents{0}, destroyed{0};
+    std::atomic<bool> sawDirty{false}, sawRedraw{false}, diedOnRenderThread{true};
 };
 
 class ScriptedRenderer final : public IVideoRenderer {
@@ -57,8 +48,6 @@ public:
         ++m_script.buffers;
         if (m_script.refuseBuffers-- > 0)
             return -1;
-        m_script.width = width;
-        m_script.height = height;
         m_memory.resize(PictureBytes(PF_BGRA32, width, height) + 64);
         *buffer = m_memory.data();
         *stride = RowBytes(PF_BGRA32, width);
@@ -79,72 +68,54 @@ const RendererMakers kScripted{
     [](const RenderInfo&) -> RendererPtr { return std::make_shared<ScriptedRenderer>(*gdiScript); },
     [](const RenderInfo&) -> RendererPtr { return std::make_shared<ScriptedRenderer>(*defaultScript); }};
 
-std::mutex logMutex;
-std::vector<std::string> logLines;    // under logMutex
-size_t LogCount() {
-    const std::lock_guard lock(logMutex);
-    return logLines.size();
-}
-std::atomic<int> fallbackCodes;
-void CountFallback(void*, uint32_t code, uint64_t a, uint64_t) {
-    if (code == 9 && a == 2)
-        ++fallbackCodes;
-}
+std::atomic<int> fallbackCodes, logLines;
+std::atomic<const char*> lastLine;
 
 TEST(RenderMgr, FallBackTable) {
     const struct {
         const char* name;
         RendererType type;
         uint32_t flags;
-        bool presentFails;    // else no buffer
-        bool replaced;
-        int codes;    // of the fall-back, after three frames
-        const char* log;
+        bool presentFails, replaced;    // else no buffer
     } rows[] = {
-        {"default without a buffer", RendererType::DirectDraw, 0, false, true, 1,
-         "[%p] DirectDraw renderer failed, reset to GDI renderer"},
-        {"default that cannot present", RendererType::DirectDraw, 0, true, true, 1,
-         "[%p] DirectDraw renderer failed, reset to GDI renderer"},
-        {"default, fall-back forbidden", RendererType::DirectDraw, CORVANE_FLAG_NO_FALLBACK, false, false, 0, nullptr},
-        {"plain without a buffer", RendererType::Gdi, 0, false, false, 0, nullptr},
-        {"off-screen without a buffer", RendererType::OffScreen, 0, false, false, 0, nullptr},
+        {"default without a buffer", RendererType::DirectDraw, 0, false, true},
+        {"default that cannot present", RendererType::DirectDraw, 0, true, true},
+        {"default, fall-back forbidden", RendererType::DirectDraw, CORVANE_FLAG_NO_FALLBACK, false, false},
+        {"plain without a buffer", RendererType::Gdi, 0, false, false},
+        {"off-screen without a buffer", RendererType::OffScreen, 0, false, false},
     };
     log::hook = [](int level, const char*, int, const char* format, const void*) {
-        const std::lock_guard lock(logMutex);
-        if (level == 3)
-            logLines.push_back(format);
+        lastLine = format;
+        logLines += level == 3 ? 1 : 0;
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        Script first;
-        Script second;
+        Script first, second;
         first.type = row.type;
         second.type = RendererType::Gdi;
         (row.presentFails ? first.failPresents : first.refuseBuffers) = 1;
         defaultScript = &first;
         gdiScript = &second;
-        logLines.clear();
-        fallbackCodes = 0;
+        logLines = fallbackCodes = 0;
         {
             CRenderMgr manager(&first, 0, row.flags, Clock::System(), kScripted);
-            manager.SetStreamInfo(&CountFallback, nullptr);
+            manager.SetStreamInfo(
+                [](void*, uint32_t code, uint64_t a, uint64_t) { fallbackCodes += code == 9 && a == 2 ? 1 : 0; },
+                nullptr);
             PlainPicture picture(64, 48);
-            for (int i = 0; i < 3; ++i) {
+            for (int i = 0; i < 3; ++i) {    // the first is lost where nothing replaces what failed
                 manager.PresentFrame(Frame(40 * i), picture.frame, true);
-                ASSERT_TRUE(Eventually([&] {
-                    return first.presents + second.presents >= i + (row.presentFails || row.replaced ? 1 : 0);
-                }));
-                if (row.replaced)
-                    ASSERT_TRUE(Eventually([&] { return LogCount() == 1; }));
+                const int least = i + (row.presentFails || row.replaced ? 1 : 0);
+                ASSERT_TRUE(Eventually([&] { return first.presents + second.presents >= least; }));
+                ASSERT_TRUE(Eventually([&] { return logLines == (row.replaced ? 1 : 0); }));
             }
             EXPECT_EQ(second.buffers > 0, row.replaced);
-            EXPECT_EQ(fallbackCodes, row.codes);
+            EXPECT_EQ(fallbackCodes, row.replaced ? 1 : 0);
         }
         EXPECT_EQ(first.destroyed, 1);
         EXPECT_TRUE(first.diedOnRenderThread && second.diedOnRenderThread);
-        ASSERT_EQ(logLines.size(), row.log != nullptr ? 1u : 0u);
-        if (row.log != nullptr)
-            EXPECT_EQ(logLines[0], row.log);
+        if (row.replaced)
+            EXPECT_STREQ(lastLine, "[%p] DirectDraw renderer failed, reset to GDI renderer");
     }
     log::hook = nullptr;
 }
@@ -213,31 +184,20 @@ TEST(RenderMgr, RecordOfAPicture) {
     ASSERT_TRUE(Eventually([&] { return seen.Count() == 1; }));
     const PseudoFrame frame = seen.Last();
     EXPECT_EQ(frame.flags, 0x20u);
-    EXPECT_EQ(frame.seconds, 1234u);
-    EXPECT_EQ(frame.milliseconds, 567u);
+    EXPECT_EQ(frame.seconds * 1000 + frame.milliseconds, 1'234'567u);
     EXPECT_EQ(frame.timeSeconds, 86400u + 3661u);
     EXPECT_EQ(frame.timeZone, 44);
     EXPECT_EQ(seen.pixels[0], 200);
-    EXPECT_EQ(seen.pixels[3], 0);
     manager.PresentFrame(Frame(1'234'607), picture.frame, true);
     ASSERT_TRUE(Eventually([&] { return seen.Count() == 2; }));
     EXPECT_EQ(seen.Last().flags, 0u);
 
-    // Sound in the place of pictures: a notice without a picture, once for each second of wall-clock time.
+    // Sound in the place of pictures: a notice without a picture.
     const FramePtr sound = test::MakeFrame(CORVANE_STREAM_MULAW, {1}, true, 5000);
     manager.InputAudio(sound, true, true);
     ASSERT_TRUE(Eventually([&] { return seen.Count() == 3; }));
     EXPECT_EQ(seen.Last().flags, 8u);
-    EXPECT_EQ(seen.Last().width, 0u);
     EXPECT_EQ(seen.Last().data, nullptr);
-    manager.InputAudio(sound, true, true);
-    EXPECT_EQ(manager.State(), RenderState::AudioOnly);
-
-    manager.SetPresentEnabled(false);
-    manager.PresentFrame(Frame(2'000'000), picture.frame, true);
-    manager.RequestRedraw();
-    manager.SetPresentEnabled(true);
-    EXPECT_LE(seen.Count(), 4u);
 }
 
 // A picture callback that takes long neither holds the worker up nor sees a picture twice or torn.
@@ -306,6 +266,7 @@ TEST(RenderMgr, DirtyInformationIsSeenByOnePresentAndForcedRedrawByPolicy) {
 }
 
 TEST(RenderMgr, RotationTakesTheBoxAndRefusesWhatItCannotTurn) {
+    PlainPicture picture(64, 32, 150);
     for (const uint32_t format : {PF_BGR24, PF_BGR24_FLIP, PF_I420, PF_BGRA32}) {
         Seen seen;
         CRenderMgr manager(&seen, 0, 0);
@@ -313,71 +274,19 @@ TEST(RenderMgr, RotationTakesTheBoxAndRefusesWhatItCannotTurn) {
         ASSERT_EQ(manager.SetRotateOption(1), Status::Failed);
         ASSERT_EQ(manager.EnableRotateFilter(90), Status::Ok);
         ASSERT_EQ(manager.EnableRotateFilter(90), Status::Failed);
-        PlainPicture picture(64, 32, 150);
         manager.PresentFrame(Frame(0), picture.frame, true);
-        if (format == PF_BGRA32) {
+        if (format == PF_BGRA32) {    // cannot be turned: lost
             manager.DisableRotateFilter();
             manager.PresentFrame(Frame(40), picture.frame, true);
         }
         ASSERT_TRUE(Eventually([&] { return seen.Count() == 1; }));
-        if (format == PF_BGRA32) {
-            EXPECT_EQ(seen.Last().milliseconds, 40u) << "the rotated picture was lost";
+        const PseudoFrame last = seen.Last();
+        EXPECT_EQ(last.milliseconds, format == PF_BGRA32 ? 40u : 0u);
+        if (format == PF_BGRA32)
             continue;
-        }
-        EXPECT_GE(seen.Last().height, 64u);
-        EXPECT_LE(seen.Last().width, 36u);
-        const uint32_t row = RowBytes(format, seen.Last().width);
-        EXPECT_NEAR(seen.pixels[32 * row + (format == PF_I420 ? 16 : 48)], 150, 1) << format;
+        EXPECT_TRUE(last.height >= 64 && last.width <= 36);
+        EXPECT_NEAR(seen.pixels[32 * RowBytes(format, last.width) + (format == PF_I420 ? 16 : 48)], 150, 1) << format;
     }
-}
-
-// Filters may call any setter, and a removed filter is not running any more when the call returns.
-TEST(RenderMgr, FiltersRunWithoutLocksThatSettersTake) {
-    struct Nosy final : QMRX::Filter::IFilter {
-        CRenderMgr* manager = nullptr;
-        std::atomic<int> calls{0};
-        std::atomic<bool> running{false};
-        std::atomic<bool> removedItself{false};
-        int32_t Process(QMRX::Filter::FilterArgs*) override {
-            running = true;
-            manager->SetOsdPolicy(3);
-            manager->SetRawDataCallbackSize(0, 0);
-            manager->RequestRedraw();
-            if (++calls <= 5)
-                EXPECT_EQ(manager->InsertFilter(this), Status::Failed);
-            if (calls == 5) {
-                manager->RemoveFilter(this);
-                removedItself = true;
-            }
-            running = false;
-            return 0;
-        }
-    } filter;
-    Seen seen;
-    CRenderMgr manager(&seen, 0, 0);
-    filter.manager = &manager;
-    ASSERT_EQ(manager.InsertFilter(&filter), Status::Ok);
-    std::atomic<bool> done{false};
-    std::atomic<int> rounds{0};
-    PlainPicture picture(64, 48);
-    Thread worker("worker", &seen, [&] {
-        for (int i = 0; !done; ++i, ++rounds)
-            manager.PresentFrame(Frame(i), picture.frame, true);
-    });
-    ASSERT_TRUE(Eventually([&] { return filter.removedItself.load(); }));
-    for (int i = 0; i < 200; ++i) {
-        manager.RemoveFilter(&filter);
-        ASSERT_FALSE(filter.running);
-        filter.calls = 100;
-        ASSERT_EQ(manager.InsertFilter(&filter), Status::Ok);
-    }
-    manager.RemoveFilter(&filter);
-    const int calls = filter.calls;
-    const int round = rounds;
-    ASSERT_TRUE(Eventually([&] { return rounds > round + 3; }));
-    EXPECT_EQ(filter.calls, calls);
-    done = true;
-    worker.Join();
 }
 
 TEST(RenderMgr, DisplayAreaFieldsFollowTheMask) {

@@ -56,42 +56,33 @@ void Note(void* context, uint32_t code, uint64_t a, uint64_t b) {
 }
 
 TEST(StreamInfo, CodesFollowTheStepFromOneFrameToTheNext) {
+    enum State { Told, Resized, Dirty };
     const struct {
         const char* name;
         std::optional<Picture> before;
         Picture now;
-        bool resized;
-        bool dirty;
+        State state;
         const char* codes;
     } rows[] = {
-        {"first frame, fresh", {}, {.key = true}, false, true, "12:0 3:640x480 6 7:1 8:0 "},
-        {"first frame, told before", {}, {.key = true}, false, false, "12:0 6 7:1 "},
-        {"nothing new", Picture{}, {}, false, false, "6 7:1 "},
-        {"size changed at a key frame", Picture{}, {.key = true}, true, false, "3:640x480 6 7:1 "},
-        {"size changed at a dependent frame", Picture{}, {}, true, false, "6 7:1 "},
-        {"first lens circle", Picture{}, {.lensKind = 0}, false, false, "10:1 11:1 12:1 6 7:1 "},
-        {"first lens circle of all", {}, {.lensKind = 2, .captureWidth = 1920}, false, false, "10:3 11:2 12:1 6 7:1 "},
-        {"same lens circle", Picture{.lensKind = 1}, {.lensKind = 1}, false, false, "6 7:1 "},
-        {"lens kind changed", Picture{.lensKind = 0}, {.lensKind = 1}, false, false, "10:2 12:1 6 7:1 "},
-        {"lens kind that has no code, mount flag with it",
-         Picture{.lensKind = 1},
-         {.lensKind = 3},
-         false,
-         false,
-         "11:2 12:1 6 7:1 "},
-        {"centre moved", Picture{.lensKind = 1}, {.lensKind = 1, .center = 6}, false, false, "12:1 6 7:1 "},
-        {"mount flag changed",
-         Picture{.lensKind = 1},
-         {.lensKind = 1, .captureWidth = 1920},
-         false,
-         false,
-         "11:2 12:1 6 7:1 "},
-        {"lens circle gone", Picture{.lensKind = 1}, {}, false, false, "12:0 6 7:1 "},
+        {"first frame, fresh", {}, {.key = true}, Dirty, "12:0 3:640x480 6 7:1 8:0 "},
+        {"first frame, told before", {}, {.key = true}, Told, "12:0 6 7:1 "},
+        {"nothing new", Picture{}, {}, Told, "6 7:1 "},
+        {"size changed at a key frame", Picture{}, {.key = true}, Resized, "3:640x480 6 7:1 "},
+        {"size changed at a dependent frame", Picture{}, {}, Resized, "6 7:1 "},
+        {"first lens circle", Picture{}, {.lensKind = 0}, Told, "10:1 11:1 12:1 6 7:1 "},
+        {"first of all, mount flag", {}, {.lensKind = 2, .captureWidth = 1920}, Told, "10:3 11:2 12:1 6 7:1 "},
+        {"same lens circle", Picture{.lensKind = 1}, {.lensKind = 1}, Told, "6 7:1 "},
+        {"lens kind changed", Picture{.lensKind = 0}, {.lensKind = 1}, Told, "10:2 12:1 6 7:1 "},
+        {"kind without a code", Picture{.lensKind = 1}, {.lensKind = 3}, Told, "11:2 12:1 6 7:1 "},
+        {"centre moved", Picture{.lensKind = 1}, {.lensKind = 1, .center = 6}, Told, "12:1 6 7:1 "},
+        {"mount changed", Picture{.lensKind = 1}, {.lensKind = 1, .captureWidth = 1920}, Told, "11:2 12:1 6 7:1 "},
+        {"lens circle gone", Picture{.lensKind = 1}, {}, Told, "12:0 6 7:1 "},
     };
     for (const auto& row : rows) {
         const FramePtr before = row.before ? Make(*row.before) : nullptr;
         std::string log;
-        ReportStreamInfo(&Note, &log, *Make(row.now), before.get(), row.resized, row.dirty, {640, 480});
+        ReportStreamInfo(&Note, &log, *Make(row.now), before.get(), row.state == Resized, row.state == Dirty,
+                         {640, 480});
         EXPECT_EQ(log, row.codes) << row.name;
     }
 }
@@ -117,9 +108,8 @@ TEST(StreamInfo, MotionWindowsAndObjectRecords) {
     MediaFrameHeader header{};
     header.recordSize = sizeof header;
     header.streamType = CORVANE_STREAM_H264;
-    const uint32_t states[] = {0, 1, 2};
-    for (int i = 0; i < 3; ++i) {
-        header.motionState[i] = states[i];
+    for (uint32_t i = 0; i < 3; ++i) {
+        header.motionState[i] = i;
         header.motionAlert[i] = 70u + i;
         header.motionId[i] = static_cast<uint8_t>(10 + i);
     }
@@ -133,11 +123,10 @@ TEST(StreamInfo, MotionWindowsAndObjectRecords) {
     EXPECT_EQ(motion.tail, 0u);
 
     // Slots out of range are passed over, and the count never leads outside the array.
-    ObjectRecord objects[4] = {};
-    objects[0] = {.id = 16, .valid = 1, .value = 5, .level = 6, .corner = {}, .reserved30 = 0};
-    objects[1] = {.id = 2, .valid = 0, .value = 7, .level = 7, .corner = {}, .reserved30 = 0};
-    objects[2] = {.id = 0, .valid = 1, .value = 8, .level = 8, .corner = {}, .reserved30 = 0};
-    objects[3] = {.id = 4000000000u, .valid = 1, .value = 9, .level = 9, .corner = {}, .reserved30 = 0};
+    ObjectRecord objects[] = {{.id = 16, .valid = 1, .value = 5, .level = 6, .corner = {}, .reserved30 = 0},
+                              {.id = 2, .valid = 0, .value = 7, .level = 7, .corner = {}, .reserved30 = 0},
+                              {.id = 0, .valid = 1, .value = 8, .level = 8, .corner = {}, .reserved30 = 0},
+                              {.id = 4000000000u, .valid = 1, .value = 9, .level = 9, .corner = {}, .reserved30 = 0}};
     header.objects = objects;
     header.objectCount = 4;
     ReportStreamInfo(&KeepMotion, &motion, MediaFrameImpl(header), nullptr, false, false, {});

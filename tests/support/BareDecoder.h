@@ -1,12 +1,14 @@
 // Libavcodec alone, with the same settings as the library's decoder: what pictures are compared with.
 #pragma once
 
-#include <functional>
+#include <algorithm>
+#include <cstring>
 #include <memory>
 #include <vector>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
+#include <libswscale/swscale.h>
 }
 
 #include "corvane/decoder.h"
@@ -59,26 +61,38 @@ inline std::vector<BarePicture> BareDecode(uint32_t streamType, const std::vecto
     return pictures;
 }
 
-// True when `rows` rows of `bytes` bytes are equal.
-inline bool SameRows(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff_t b_stride, int bytes, int rows) {
-    for (int y = 0; y < rows; ++y)
-        if (!std::equal(a + y * aStride, a + y * aStride + bytes, b + y * b_stride))
-            return false;
-    return true;
+// The same samples in three planes of 4:2:0; full range stays full range.
+inline BarePicture To420(const AVFrame& bare) {
+    BarePicture out(av_frame_alloc());
+    if (bare.format == AV_PIX_FMT_YUV420P || bare.format == AV_PIX_FMT_YUVJ420P) {
+        av_frame_ref(out.get(), &bare);
+        return out;
+    }
+    const AVPixelFormat format = bare.format == AV_PIX_FMT_YUVJ422P   ? AV_PIX_FMT_YUV422P
+                                 : bare.format == AV_PIX_FMT_YUVJ444P ? AV_PIX_FMT_YUV444P
+                                                                      : static_cast<AVPixelFormat>(bare.format);
+    out->format = AV_PIX_FMT_YUV420P;
+    out->width = bare.width;
+    out->height = bare.height;
+    av_frame_get_buffer(out.get(), 32);
+    SwsContext* scaler = sws_getContext(bare.width, bare.height, format, bare.width, bare.height, AV_PIX_FMT_YUV420P,
+                                        SWS_FAST_BILINEAR, nullptr, nullptr, nullptr);
+    sws_scale(scaler, bare.data, bare.linesize, 0, bare.height, out->data, out->linesize);
+    sws_freeContext(scaler);
+    return out;
 }
 
 // Size, luma and both chroma planes, (n + 1) / 2 samples for odd sizes.
 inline bool SamePicture(const DecodedFrame& frame, const AVFrame& bare) {
-    const int width = bare.width;
-    const int height = bare.height;
-    if (static_cast<int>(frame.width) != width || static_cast<int>(frame.height) != height)
+    const BarePicture wanted = To420(bare);
+    if (static_cast<int>(frame.width) != bare.width || static_cast<int>(frame.height) != bare.height)
         return false;
-    for (int plane = 0; plane < 3; ++plane) {
-        const int bytes = plane == 0 ? width : (width + 1) / 2;
-        const int rows = plane == 0 ? height : (height + 1) / 2;
-        if (!SameRows(frame.planes[plane], frame.strides[plane], bare.data[plane], bare.linesize[plane], bytes, rows))
-            return false;
-    }
+    for (int plane = 0; plane < 3; ++plane)
+        for (int y = 0; y < (plane == 0 ? bare.height : (bare.height + 1) / 2); ++y)
+            if (std::memcmp(frame.planes[plane] + y * ptrdiff_t{frame.strides[plane]},
+                            wanted->data[plane] + y * ptrdiff_t{wanted->linesize[plane]},
+                            static_cast<size_t>(plane == 0 ? bare.width : (bare.width + 1) / 2)) != 0)
+                return false;
     return true;
 }
 

@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <random>
-#include <string>
 #include <vector>
 
 namespace corvane::test {
@@ -38,33 +38,22 @@ public:
     static constexpr uint8_t kPoison = 0xA5;
 
     PoisonedPlane(uint32_t rowBytes, uint32_t rows, uint32_t gap)
-        : m_rowBytes(rowBytes),
-          m_rows(rows),
-          m_step(rowBytes + gap),
-          m_bytes(size_t{m_step} * (rows + 2) + 1, kPoison) {}
+        : m_step(rowBytes + gap), m_bytes(size_t{m_step} * (rows + 2) + 1, kPoison) {}
     // One odd byte and one whole row stand in front.
     uint8_t* Data() { return m_bytes.data() + m_step + 1; }
     int32_t Step() const { return static_cast<int32_t>(m_step); }
     uint8_t At(uint32_t x, uint32_t y) const { return m_bytes[m_step + 1 + size_t{y} * m_step + x]; }
 
-    // Names the first byte that differs, in bytes from the start of its row; x or y outside the plane is padding.
+    // Names the first byte that differs, from the start of the row in front of the plane.
     testing::AssertionResult Equals(const PoisonedPlane& wanted) const {
-        for (size_t i = 0; i < m_bytes.size() && i < wanted.m_bytes.size(); ++i) {
-            if (m_bytes[i] != wanted.m_bytes[i]) {
-                const auto at = static_cast<int64_t>(i) - m_step - 1 + m_step;
-                return testing::AssertionFailure()
-                       << "byte x " << at % m_step << ", y " << at / m_step - 1 << " of " << m_rowBytes << " x "
-                       << m_rows << ": " << int{m_bytes[i]} << ", wanted " << int{wanted.m_bytes[i]};
-            }
-        }
-        if (m_bytes.size() != wanted.m_bytes.size())
-            return testing::AssertionFailure() << "sizes differ";
-        return testing::AssertionSuccess();
+        const auto [own, other] = std::ranges::mismatch(m_bytes, wanted.m_bytes);
+        if (own == m_bytes.end() && other == wanted.m_bytes.end())
+            return testing::AssertionSuccess();
+        const auto at = own - m_bytes.begin() - 1;
+        return testing::AssertionFailure() << "byte " << at % m_step << " of row " << at / m_step - 1;
     }
 
 private:
-    uint32_t m_rowBytes;
-    uint32_t m_rows;
     uint32_t m_step;
     std::vector<uint8_t> m_bytes;
 };

@@ -1,8 +1,6 @@
 #include "support/StreamMaker.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstring>
 #include <stdexcept>
 #include <string>
 
@@ -11,10 +9,6 @@ extern "C" {
 #include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 }
-
-#ifdef CORVANE_TEST_AMR
-#include <opencore-amrnb/interf_enc.h>
-#endif
 
 // What the sanitizers ask of the program.
 extern "C" {
@@ -123,8 +117,8 @@ ContextPtr OpenVideo(const VideoSpec& spec) {
     context->width = spec.width;
     context->height = spec.height;
     context->pix_fmt = FormatOf(spec);
-    context->time_base = {1, 1000 / spec.frameMs};
-    context->framerate = {1000 / spec.frameMs, 1};
+    context->time_base = {1, 25};
+    context->framerate = {25, 1};
     context->gop_size = spec.gop;
     context->keyint_min = spec.gop;
     context->max_b_frames = spec.bFrames;
@@ -144,41 +138,11 @@ void Collect(AVCodecContext& context, const VideoSpec& spec, std::vector<Encoded
     while (avcodec_receive_packet(&context, packet.get()) >= 0) {
         out.push_back({{packet->data, packet->data + packet->size},
                        (packet->flags & AV_PKT_FLAG_KEY) != 0,
-                       packet->pts * spec.frameMs,
+                       packet->pts * 40,
                        spec.firstNumber + static_cast<int>(packet->pts)});
         av_packet_unref(packet.get());
     }
 }
-
-void EncodeSine(std::vector<int16_t>& out, size_t samples, uint32_t channels, uint32_t sample_rate, size_t* position) {
-    for (size_t i = 0; i < samples; ++i, ++*position) {
-        const double turn = 2 * M_PI * 440.0 * static_cast<double>(*position) / sample_rate;
-        out.insert(out.end(), channels, static_cast<int16_t>(12000 * std::sin(turn)));
-    }
-}
-
-#ifdef CORVANE_TEST_AMR
-std::vector<EncodedSound> MakeAmr(int packets, uint32_t blocks) {
-    constexpr size_t kBlockSamples = 160;
-    std::unique_ptr<void, void (*)(void*)> encoder(Encoder_Interface_init(0), &Encoder_Interface_exit);
-    Require(encoder != nullptr, "AMR encoder does not open");
-    std::vector<EncodedSound> out(static_cast<size_t>(packets));
-    size_t position = 0;
-    for (EncodedSound& sound : out) {
-        sound.blocks = blocks;
-        for (uint32_t block = 0; block < blocks; ++block) {
-            EncodeSine(sound.source, kBlockSamples, 1, 8000, &position);
-            int16_t speech[kBlockSamples];    // a copy: the encoder writes into its input
-            std::copy(sound.source.end() - kBlockSamples, sound.source.end(), speech);
-            uint8_t coded[64];
-            const int bytes = Encoder_Interface_Encode(encoder.get(), MR122, speech, coded, 0);
-            Require(bytes > 0, "AMR encoder failed");
-            sound.bytes.insert(sound.bytes.end(), coded, coded + bytes);
-        }
-    }
-    return out;
-}
-#endif
 
 }    // namespace
 
@@ -208,55 +172,17 @@ std::vector<EncodedPicture> MakeVideo(const VideoSpec& spec) {
     return out;
 }
 
-int ReadStamp(const uint8_t* luma, uint32_t stride, double scale) {
+int ReadStamp(const uint8_t* luma, uint32_t stride) {
     uint32_t bits = 0;
-    for (int bit = 0; bit < 20; ++bit) {
+    for (uint32_t bit = 0; bit < 20; ++bit) {
         int sum = 0;
-        int count = 0;
-        for (int y = 2; y < kStampBlock - 2; ++y)
-            for (int x = 2; x < kStampBlock - 2; ++x, ++count) {
-                const auto column = static_cast<size_t>((bit % 10 * kStampBlock + x + 0.5) * scale);
-                const auto row = static_cast<size_t>((bit / 10 * kStampBlock + y + 0.5) * scale);
-                sum += luma[row * stride + column];
-            }
-        if (sum / count >= 125)
+        for (uint32_t i = 0; i < 16; ++i)    // the middle of the block
+            sum += luma[(bit / 10 * kStampBlock + 2 + i / 4) * stride + bit % 10 * kStampBlock + 2 + i % 4];
+        if (sum / 16 >= 125)
             bits |= 1u << bit;
     }
     const int number = static_cast<int>(bits >> 4);
     return StampBits(number) == bits ? number : -1;
-}
-
-std::vector<EncodedSound> MakeSound(uint32_t streamType, int packets, uint32_t sample_rate, uint32_t channels,
-                                    uint32_t blocks) {
-    if (streamType == CORVANE_STREAM_AMR) {
-#ifdef CORVANE_TEST_AMR
-        return MakeAmr(packets, blocks);
-#else
-        return {};
-#endif
-    }
-    const bool mu_law = streamType == CORVANE_STREAM_MULAW;
-    const ContextPtr context = NewContext(avcodec_find_encoder(mu_law ? AV_CODEC_ID_PCM_MULAW : AV_CODEC_ID_PCM_ALAW));
-    context->sample_fmt = AV_SAMPLE_FMT_S16;
-    context->sample_rate = static_cast<int>(sample_rate);
-    av_channel_layout_default(&context->ch_layout, static_cast<int>(channels));
-    Require(avcodec_open2(context.get(), nullptr, nullptr) >= 0, "encoder does not open");
-    std::vector<EncodedSound> out(static_cast<size_t>(packets));
-    size_t position = 0;
-    for (EncodedSound& sound : out) {
-        EncodeSine(sound.source, sample_rate / 50, channels, sample_rate, &position);
-        const AVFramePtr frame(av_frame_alloc());
-        const PacketPtr packet(av_packet_alloc());
-        frame->format = AV_SAMPLE_FMT_S16;
-        frame->nb_samples = static_cast<int>(sample_rate / 50);
-        av_channel_layout_copy(&frame->ch_layout, &context->ch_layout);
-        Require(av_frame_get_buffer(frame.get(), 0) >= 0, "no sound");
-        std::memcpy(frame->data[0], sound.source.data(), sound.source.size() * sizeof(int16_t));
-        avcodec_send_frame(context.get(), frame.get());
-        Require(avcodec_receive_packet(context.get(), packet.get()) >= 0, "encoder failed");
-        sound.bytes.assign(packet->data, packet->data + packet->size);
-    }
-    return out;
 }
 
 MediaFrameHeader VideoHeader(uint32_t streamType, const std::vector<uint8_t>& bytes, bool key, int64_t timeMs,
@@ -271,15 +197,6 @@ MediaFrameHeader VideoHeader(uint32_t streamType, const std::vector<uint8_t>& by
     header.timeMilliseconds = static_cast<uint32_t>(timeMs % 1000);
     header.pictureWidth = width;
     header.pictureHeight = height;
-    return header;
-}
-
-MediaFrameHeader SoundHeader(uint32_t streamType, const EncodedSound& sound, int64_t timeMs, uint32_t sample_rate,
-                             uint32_t channels) {
-    MediaFrameHeader header = VideoHeader(streamType, sound.bytes, true, timeMs);
-    header.audioBlockCount = sound.blocks;
-    header.audioSampleRate = sample_rate;
-    header.audioChannels = static_cast<uint8_t>(channels);
     return header;
 }
 

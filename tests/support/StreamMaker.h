@@ -21,7 +21,6 @@ struct VideoSpec {
     int frames = 10;
     int gop = 5;                             // pictures from key frame to key frame
     int bFrames = 0;                         // between two others; H.264, H.265 and MPEG-4
-    int frameMs = 40;                        // from picture to picture
     int firstNumber = 0;                     // stamp of the first picture, 0 to 65535
     Sampling sampling = Sampling::Yuv420;    // JPEG: any but Gray; H.264 and H.265: any; MPEG-4: Yuv420
     int bitDepth = 8;                        // 8 or 10; 10 for H.264 and H.265 only
@@ -29,7 +28,7 @@ struct VideoSpec {
     bool interlaced = false;                 // H.264 and MPEG-4: both fields of a frame in one packet
 };
 
-// In decoding order. `ptsMs` is the time of presentation from 0; with B-frames it does not rise.
+// In decoding order, 40 ms apart. `ptsMs` is the time of presentation from 0; with B-frames it does not rise.
 struct EncodedPicture {
     std::vector<uint8_t> bytes;    // Annex B for H.264 and H.265, parameter sets in front of each key frame
     bool key = false;
@@ -44,26 +43,12 @@ inline constexpr int kStampBlock = 8;
 inline constexpr int kStampWidth = 10 * kStampBlock;
 inline constexpr int kStampHeight = 2 * kStampBlock;
 
-// The number in a luma plane of at least kStampWidth x kStampHeight times `scale`; -1 when there is none. `scale` is
-// the factor that the picture was resized by.
-int ReadStamp(const uint8_t* luma, uint32_t stride, double scale = 1.0);
-
-struct EncodedSound {
-    std::vector<uint8_t> bytes;
-    uint32_t blocks = 1;            // coded blocks in `bytes`
-    std::vector<int16_t> source;    // what was encoded, interleaved
-};
-
-// A sine tone of 440 Hz in `packets` packets of 20 ms (times `blocks` for AMR). `streamType`: AMR (8000 Hz, mono;
-// empty where the build has no encoder), MULAW or ALAW.
-std::vector<EncodedSound> MakeSound(uint32_t streamType, int packets, uint32_t sample_rate = 8000,
-                                    uint32_t channels = 1, uint32_t blocks = 1);
+// The number in a luma plane of at least kStampWidth x kStampHeight; -1 when there is none.
+int ReadStamp(const uint8_t* luma, uint32_t stride);
 
 // A record over `bytes`, which must live as long as it is used. The time goes to the stream clock and the wall clock.
 MediaFrameHeader VideoHeader(uint32_t streamType, const std::vector<uint8_t>& bytes, bool key, int64_t timeMs,
                              uint32_t width = 0, uint32_t height = 0);
-MediaFrameHeader SoundHeader(uint32_t streamType, const EncodedSound& sound, int64_t timeMs,
-                             uint32_t sample_rate = 8000, uint32_t channels = 1);
 
 // The private copy of what VideoHeader describes.
 FramePtr MakeFrame(uint32_t streamType, const std::vector<uint8_t>& bytes, bool key, int64_t timeMs, uint32_t width = 0,

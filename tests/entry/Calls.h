@@ -1,0 +1,140 @@
+// Every export with a channel or an instance as a call of one form. A call ends with the first status that is not Ok.
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include "corvane/corvane.h"
+#include "corvane/filter.h"
+
+namespace corvane::test {
+
+struct Call {
+    const char* name;
+    std::function<uint32_t(void* instance, void* channel)> call;
+    bool ofChannel = false;        // needs a live channel
+    uint32_t onOwn = Status_Ok;    // from a callback of that channel
+    uint32_t onOther = onOwn;      // from a callback of another
+};
+
+// An export with a handle and more arguments.
+template <typename Export, typename... Arguments>
+Call OnChannel(const char* name, Export function, Arguments... arguments) {
+    return {name, [=](void*, void* channel) { return function(channel, arguments...); }, true};
+}
+template <typename Export>
+Call OnInstance(const char* name, Export function) {
+    return {name, [=](void* instance, void*) { return function(instance); }};
+}
+template <typename Export>
+Call Unsupported(const char* name, Export function) {
+    return {name, [=](void*, void* channel) { return function(channel); }, false, Status_NotSupported};
+}
+
+inline uint32_t FirstFailure(std::initializer_list<uint32_t> statuses) {
+    for (const uint32_t status : statuses)
+        if (status != Status_Ok)
+            return status;
+    return Status_Ok;
+}
+
+inline uint32_t AnotherInstance(void*, void*) {
+    void *instance = nullptr, *channel = nullptr;
+    return FirstFailure({Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0),
+                         Corvane_CreateChannel(instance, &channel, nullptr), Corvane_StartChannel(channel, 0),
+                         Corvane_Release(&instance)});
+}
+
+inline uint32_t AnotherChannel(void* instance, void*) {
+    void* made = nullptr;
+    return Corvane_CreateChannel(instance, &made, nullptr);
+}
+
+// Feeds more than a queue takes, also where a full queue blocks.
+inline uint32_t Flood(void* channel) {
+    MediaFrameHeader frame{};
+    frame.recordSize = sizeof frame;
+    frame.streamType = CORVANE_STREAM_METADATA_XML;
+    Corvane_SetChannelOption(channel, 42, 0, 0);
+    uint32_t status = Status_Ok;
+    for (int i = 0; i < 2000 && status == Status_Ok; ++i)
+        status = Corvane_InputEncodedMediaFrame(channel, &frame);
+    Corvane_SetChannelOption(channel, 31, 0, 0);
+    Corvane_SetChannelOption(channel, 42, 1, 0);
+    return status == Status_QueueFull ? Status_Ok : status;
+}
+
+inline uint32_t EveryOption(void* channel) {
+    DisplayArea area{};
+    uint32_t status = Corvane_SetChannelOption(channel, 11, reinterpret_cast<uint64_t>(&area), 32);
+    for (const int32_t id : {3, 7, 8, 9, 10, 13, 26, 31, 35, 45, 46, 47, 48, 52, 53, 55, 57})
+        status = FirstFailure({status, Corvane_SetChannelOption(channel, id, id == 13 ? 3 : 0, 0)});
+    return status;
+}
+
+// Whether there is a window depends on the place.
+inline uint32_t Snapshot(void* channel) {
+    PictureBuffer picture{};
+    const uint32_t status = Corvane_GetCurrentSnapShot(channel, &picture, 0);
+    Corvane_FreePicture(&picture);
+    return status == Status_Failed ? Status_Ok : status;
+}
+
+inline std::vector<Call> Calls() {
+    struct PassFilter final : QMRX::Filter::IFilter {
+        int32_t Process(QMRX::Filter::FilterArgs*) override { return 0; }
+    };
+    static PassFilter pass, other;
+    static QueueState state;
+    static ChannelUpdate update{};
+    update.mask = 0x3FFF & ~0x0041u;
+    update.window = 1;
+    static uint8_t version[4];
+    const CorvanePictureCallback onPicture = [](void*, const PseudoFrame*) {};
+    const CorvaneAfterDisplayCallback onDisplay = [](void*, const AfterDisplayRecord*) {};
+    const auto deleted = [](void* instance, void* channel) { return Corvane_DeleteChannel(instance, &channel); };
+    const auto released = [](void* instance, void*) { return Corvane_Release(&instance); };
+    const auto asked = [](void*, void*) { return Corvane_GetVersionInfo(version, version, version, version); };
+    const auto stopped = [](void*, void* channel) { return Corvane_StopChannel(channel); };
+    const auto turned = [](void*, void* channel) { return Corvane_SetRotateOption(channel, 3); };
+    const auto filtered = [](void* channel) {
+        const uint32_t status = Corvane_InsertFilter(channel, &pass);
+        Corvane_RemoveFilter(channel, &pass);
+        return status;
+    };
+    return {
+        {"Initial, Start and Release of another", &AnotherInstance},
+        {"Release", released, false, Status_Failed},
+        {"GetVersionInfo", asked},
+        OnInstance("SetFlags", &Corvane_SetFlags),
+        OnInstance("GetFlags", &Corvane_GetFlags),
+        OnInstance("GetCapabilities", &Corvane_GetCapabilities),
+        Unsupported("SetQueueEmptyNotify", &Corvane_SetQueueEmptyNotify),
+        Unsupported("RegisterVAStreamInfoCallback", &Corvane_RegisterVAStreamInfoCallback),
+        Unsupported("SetVAStreamEffectParam", &Corvane_SetVAStreamEffectParam),
+        Unsupported("GetAvgAudioVolume", &Corvane_GetAvgAudioVolume),
+        Unsupported("SetAudioSamplesPerCalc", &Corvane_SetAudioSamplesPerCalc),
+        {"CreateChannel", &AnotherChannel},
+        {"DeleteChannel", deleted, false, Status_Failed, Status_Ok},
+        OnChannel("StartChannel", &Corvane_StartChannel, 1),
+        {"StopChannel", stopped, true, Status_Failed, Status_Ok},
+        OnChannel("InputEncodedMediaFrame", &Flood),
+        OnChannel("UpdateChannelSettings", &Corvane_UpdateChannelSettings, &update),
+        OnChannel("SetChannelOption", &EveryOption),
+        OnChannel("SetBufferTime", &Corvane_SetBufferTime, 1),
+        OnChannel("SetDisplayMode", &Corvane_SetDisplayMode, 0),
+        OnChannel("GetRemainingQueueElementCount", &Corvane_GetRemainingQueueElementCount, &state),
+        OnChannel("RegisterRawDataCallback", &Corvane_RegisterRawDataCallback, onPicture, nullptr, 4, 0),
+        OnChannel("SetRawDataCallbackSize", &Corvane_SetRawDataCallbackSize, 64, 64),
+        OnChannel("RegisterAfterDisplayCallback", &Corvane_RegisterAfterDisplayCallback, onDisplay, nullptr),
+        OnChannel("UnregisterAfterDisplayCallback", &Corvane_UnregisterAfterDisplayCallback),
+        OnChannel("GetCurrentSnapShot", &Snapshot),
+        OnChannel("InsertFilter", filtered),
+        OnChannel("RemoveFilter", &Corvane_RemoveFilter, &other),
+        OnChannel("EnableRotateFilter", &Corvane_EnableRotateFilter, 3.0),
+        {"SetRotateOption", turned, true, Status_Failed},
+        OnChannel("DisableRotateFilter", &Corvane_DisableRotateFilter),
+    };
+}
+
+}    // namespace corvane::test

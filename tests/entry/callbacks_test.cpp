@@ -6,6 +6,8 @@
 
 #include "entry/Calls.h"
 #include "support/Client.h"
+#include "support/XClient.h"
+#include "support/XServer.h"
 
 namespace corvane {
 namespace {
@@ -13,7 +15,7 @@ namespace {
 using test::Call;
 using test::Eventually;
 
-enum class Where { StreamInfo, Filter, Picture, AfterDisplay };
+enum class Where { StreamInfo, Filter, Picture, AfterDisplay, Text };
 
 std::vector<uint8_t> OneJpeg() {
     return test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
@@ -42,23 +44,27 @@ struct Trial final : QMRX::Filter::IFilter {
     std::atomic<bool> done{false};
 };
 
-void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg) {
+void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
     ASSERT_EQ(Corvane_Initial(&trial.instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
     ChannelSettings settings{};
-    settings.mask = 0x0005;
+    settings.mask = 0x000F;
+    settings.osd = [](void* context, OsdInfo*) { Trial::At(context, Where::Text); };
+    settings.osdContext = &trial;
+    settings.window = window;
     settings.streamInfo = [](void* context, uint32_t, uint64_t, uint64_t) { Trial::At(context, Where::StreamInfo); };
     settings.streamInfoContext = &trial;
     ASSERT_EQ(Corvane_CreateChannel(trial.instance, &trial.own, &settings), Status_Ok);
     ASSERT_EQ(Corvane_CreateChannel(trial.instance, &trial.other, nullptr), Status_Ok);
     void* const own = trial.own;
-    Corvane_RegisterRawDataCallback(
-        own, [](void* context, const PseudoFrame*) { Trial::At(context, Where::Picture); }, &trial, 4, 0);
+    if (trial.where == Where::Picture)
+        Corvane_RegisterRawDataCallback(
+            own, [](void* context, const PseudoFrame*) { Trial::At(context, Where::Picture); }, &trial, 4, 0);
     Corvane_RegisterAfterDisplayCallback(
         own, [](void* context, const AfterDisplayRecord*) { Trial::At(context, Where::AfterDisplay); }, &trial);
     Corvane_InsertFilter(own, &trial);
     Corvane_StartChannel(own, 0);
     Corvane_StartChannel(trial.other, 0);
-    int64_t time = 0;
+    int64_t time = 1000;    // text is for frames with a wall-clock time
     const auto feed = [&](void* channel) {
         const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, time += 2);
         return Corvane_InputEncodedMediaFrame(channel, &header);
@@ -80,13 +86,16 @@ void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg) {
 
 TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
     const std::vector<uint8_t> jpeg = OneJpeg();
-    for (const Where where : {Where::StreamInfo, Where::Filter, Where::Picture, Where::AfterDisplay})
+    test::XServer server;
+    test::XClient client(server.Display());
+    const uintptr_t window = client.Create();
+    for (const Where where : {Where::StreamInfo, Where::Filter, Where::Picture, Where::AfterDisplay, Where::Text})
         for (const Call& call : test::Calls())
             for (const bool onOther : {false, true}) {
                 SCOPED_TRACE(testing::Message() << call.name << " from callback " << static_cast<int>(where)
                                                 << (onOther ? " on another channel" : ""));
                 Trial trial(call, where, onOther);
-                RunPair(trial, jpeg);
+                RunPair(trial, jpeg, where == Where::Text ? window : 0);
             }
 }
 

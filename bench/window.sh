@@ -48,7 +48,7 @@ def run(command):
     after = spent(display.pid)
     display.terminate()
     display.wait()
-    return usage.ru_utime + usage.ru_stime, after - before
+    return usage.ru_utime + usage.ru_stime, after - before, usage.ru_maxrss / 1024
 
 def player(size, threads):
     result = run([f"{build}/apps/play/corvane-play", "--quiet", "--renderer", "gdi", "--threads", str(threads), "--size", size,
@@ -75,12 +75,14 @@ for threads in (1, 2):
         for name, measure in rows.items():
             results[name].append(measure())
     def ratio(name, base):
-        return statistics.median((a[0] + a[1]) / (b[0] + b[1]) for a, b in zip(results[name], results[base]))
-    print(f"\n1920x1080, 25/s, paced, {seconds} s, {threads} decoder thread(s), medians of {rounds}; ratios: program and server together")
-    print(f"  {'':30} program s  server s  to decode only  to pipeline  pictures")
+        """Of the program alone, and with its server."""
+        pairs = list(zip(results[name], results[base]))
+        return "  ".join(f"{statistics.median(sum(a[:n]) / sum(b[:n]) for a, b in pairs):.3f}" for n in (1, 2))
+    print(f"\n1920x1080, 25/s, paced, {seconds} s, {threads} decoder thread(s), medians of {rounds}; ratios: program alone, with server")
+    print(f"  {'':30} program s  server s  peak MB  to decode only  to pipeline   pictures")
     for name in rows:
-        program, xserver = (statistics.median(r[i] for r in results[name]) for i in (0, 1))
+        program, xserver, peak = (statistics.median(r[i] for r in results[name]) for i in (0, 1, 2))
         peer = {"player 1920x1080": "pipeline 1920x1080", "player 1280x720": "pipeline 1280x720, nearest"}.get(name)
-        beside = f"{ratio(name, peer):11.3f}" if peer else f"{'':11}"
-        print(f"  {name:30} {program:9.3f}  {xserver:8.3f}  {ratio(name, 'decode only'):14.3f}  {beside}  {results[name][-1][2]}", flush=True)
+        beside = ratio(name, peer) if peer else ""
+        print(f"  {name:30} {program:9.3f}  {xserver:8.3f}  {peak:7.1f}  {ratio(name, 'decode only'):14}  {beside:12}  {results[name][-1][3]}", flush=True)
 PY

@@ -50,20 +50,21 @@
  * after-display callback, and removing a filter, waits for a running call of what goes, so that its context may be
  * freed; from inside a callback it does not wait.
  *
- * WINDOWS. A window is an X11 window id on $DISPLAY, given as uintptr_t. The application makes, shows, moves and destroys
- * it; it may belong to another process and lie inside any toolkit's window. The library talks to the server over one
- * connection of its own, open while some channel has a window; nothing that a client calls waits for the server but
- * Corvane_GetCurrentSnapShot. On a window of a channel it selects Exposure and StructureNotify for itself and takes the
- * background away (background pixmap None), so that nothing flickers; it follows size, place and visibility by itself and
- * draws anew when the window was exposed, moved or resized. Nobody else should draw on it. While a window cannot be drawn on
- * (not mapped, destroyed, no such window, no server) nothing is put and everything else goes on; another window may be given at
- * any time. The picture fills the window without its margins, whatever its proportions. Visuals of depth 16, 24, 30 and 32.
+ * WINDOWS. A window is an X11 window id on $DISPLAY, given as uintptr_t. The application makes, shows, moves and
+ * destroys it; it may belong to another process and lie inside any toolkit's window. The library talks to the
+ * server over one connection of its own, open while some channel has a window; nothing that a client calls waits
+ * for the server but Corvane_GetCurrentSnapShot. On a window of a channel it selects Exposure and StructureNotify
+ * for itself and takes the background away (background pixmap None), so that nothing flickers; it follows size,
+ * place and visibility by itself and draws anew when the window was exposed, moved or resized. Nobody else should
+ * draw on it. While a window cannot be drawn on (not mapped, destroyed, no such window, no server) nothing is put
+ * and everything else goes on; another window may be given at any time. The picture fills the window without its
+ * margins, whatever its proportions. Visuals of depth 16, 24, 30 and 32.
  *
- * WHAT THE LIBRARY DOES TO YOUR PROCESS. Nothing beyond memory, threads and the connection to the X server: no signal
- * handler, no locale, no environment, no working directory, no descriptor left open, and no output of its own. Its
- * threads block all signals but those of their own faults. (Damaged input can make libavcodec print a few of its messages past all settings of
- * one decoder; a host that minds calls av_log_set_level.) Exhausted memory becomes Status_OutOfMemory where it is
- * told, and a lost picture on the library's own threads.
+ * WHAT THE LIBRARY DOES TO YOUR PROCESS. Nothing beyond memory, threads and the connection to the X server: no
+ * signal handler, no locale, no environment, no working directory, no descriptor left open, and no output of its
+ * own. Its threads block all signals but those of their own faults. (Damaged input can make libavcodec print a few
+ * of its messages past all settings of one decoder; a host that minds calls av_log_set_level.) Exhausted memory
+ * becomes Status_OutOfMemory where it is told, and a lost picture on the library's own threads.
  *
  * COLOURS. All conversion to RGB is full-range BT.601, whatever the stream signals, so that a change of renderer never
  * changes the colours. A stream in limited range shows black as 16.
@@ -163,8 +164,8 @@ enum {
     CORVANE_FLAG_DECODE_ONLY = 0x0001,    /* no live channels: Corvane_CreateChannel returns Status_DecodeOnlyInstance */
     CORVANE_FLAG_GDI = 0x0002,            /* plain window rendering; not together with 0x0004 */
     CORVANE_FLAG_NO_FALLBACK = 0x0004,    /* a failing default renderer is not replaced */
-    CORVANE_FLAG_GDI_COMPOSE = 0x0008,    /* plain rendering composes picture, margins and text in memory: text may lie on the
-                                             picture, and is drawn for each picture */
+    CORVANE_FLAG_GDI_COMPOSE = 0x0008,    /* plain rendering composes in memory: text may lie on the picture,
+                                             and is drawn for each one */
     CORVANE_FLAG_GDI_STRETCH = 0x0010,    /* plain window rendering, as 0x0002 */
     CORVANE_FLAG_GDI_LEGACY = 0x0100,     /* plain window rendering, as 0x0002 */
     CORVANE_FLAG_DECODER_FALLBACK = 0x2000 /* a failing hardware decoder may be replaced by software */

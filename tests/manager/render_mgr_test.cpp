@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "base/Log.h"
@@ -305,6 +306,57 @@ TEST(RenderMgr, DisplayAreaFieldsFollowTheMask) {
     area.overview.rectangle[3] = 0;    // empty
     EXPECT_EQ(manager.SetDisplayArea(area, 1), Status::InvalidArgument);
     EXPECT_EQ(manager.GetDisplayArea().overview.rectangle[3], 10);
+}
+
+// What a client takes away may be freed when the call returns: a call into it that runs is waited for.
+TEST(RenderMgr, TakingAwayWaitsForTheRunningCall) {
+    struct Held final : QMRX::Filter::IFilter {
+        Gate entered, leave;
+        std::atomic<bool> left{false};
+        void Call() {
+            entered.Open();
+            leave.Wait();
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            left = true;
+        }
+        int32_t Process(QMRX::Filter::FilterArgs*) override { return Call(), 0; }
+    };
+    using Change = void (*)(CRenderMgr&, Held&);
+    const struct {
+        const char* name;
+        Change give, take;
+    } rows[] = {
+        {"filter", [](CRenderMgr& m, Held& held) { (void)m.InsertFilter(&held); },
+         [](CRenderMgr& m, Held& held) { m.RemoveFilter(&held); }},
+        {"after display",
+         [](CRenderMgr& m, Held& held) {
+             m.SetAfterDisplay([](void* h, const AfterDisplayRecord*) { static_cast<Held*>(h)->Call(); }, &held);
+         },
+         [](CRenderMgr& m, Held&) { m.SetAfterDisplay(nullptr, nullptr); }},
+        {"picture",
+         [](CRenderMgr& m, Held& held) {
+             m.RegisterRawDataCallback([](void* h, const PseudoFrame*) { static_cast<Held*>(h)->Call(); }, &held,
+                                       PF_I420);
+         },
+         [](CRenderMgr& m, Held&) { m.RegisterRawDataCallback(nullptr, nullptr, PF_I420); }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        CRenderMgr manager(&manager, 0, 0);
+        Held held;
+        row.give(manager, held);
+        PlainPicture picture(64, 48);
+        std::thread worker([&] { manager.PresentFrame(Frame(40), picture.frame, true); });
+        ASSERT_TRUE(held.entered.Wait());
+        std::thread opener([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            held.leave.Open();
+        });
+        row.take(manager, held);
+        EXPECT_TRUE(held.left);
+        opener.join();
+        worker.join();
+    }
 }
 
 }    // namespace

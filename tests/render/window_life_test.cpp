@@ -14,6 +14,7 @@
 #include <mutex>
 #include <thread>
 
+#include "base/Log.h"
 #include "manager/RenderMgr.h"
 #include "picture/BitmapPool.h"
 #include "support/Latch.h"
@@ -280,6 +281,9 @@ TEST_F(WindowLife, ServerGoneUnderPlayingChannels) {
         Push(*managers.back(), 100);
     }
     ASSERT_TRUE(Eventually([&] { return presents >= 4; }));
+    static std::atomic<int> lines;
+    lines = 0;
+    log::hook = [](int, const char*, int, const char*, const void*) { ++lines; };
     m_server.Kill();
     const int before = presents;
     const std::clock_t used = std::clock();
@@ -292,6 +296,8 @@ TEST_F(WindowLife, ServerGoneUnderPlayingChannels) {
     EXPECT_LT(seconds, 0.25) << "nobody spins";
     managers.front()->SetWindow(4711);
     managers.clear();
+    log::hook = nullptr;
+    EXPECT_LE(lines, 4) << "one a channel at most";
 }
 
 // A rectangle of the overview lies on the screen: it stays there when a parent takes the window elsewhere.

@@ -484,8 +484,8 @@ CORVANE_API uint32_t Corvane_SetAudioSamplesPerCalc(void* channel, ...);
 
 /*
  * Makes a live channel, stopped, with its render thread. `settings` may be null: no window, all defaults. The record is
- * copied. On success *channel is a handle that lives until Corvane_DeleteChannel or Corvane_Release. On failure
- * *channel is unchanged and nothing is left behind.
+ * copied. On success *channel is a handle that lives until Corvane_DeleteChannel or Corvane_Release; it is written before
+ * any callback runs. On failure *channel is unchanged and nothing is left behind.
  * Status_InvalidArgument: instance or channel is null. Status_DecodeOnlyInstance. Status_OutOfMemory. Status_Failed: no
  * thread could be started. Does not block. [any]
  */

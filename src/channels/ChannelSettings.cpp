@@ -33,7 +33,6 @@ void CChannelLive::Apply(const ChannelSettings& settings) {
     }
     if (settings.hasBorder != 0)
         m_render.SetBorder(Edges{settings.border[0], settings.border[2], settings.border[1], settings.border[3]});
-    m_render.RequestRedraw();    // the window may have been drawn on with the defaults
 }
 
 Status CChannelLive::Update(const ChannelUpdate& update) {

@@ -1,5 +1,7 @@
 #include "entry/Instance.h"
 
+#include <utility>
+
 #include "base/EndScope.h"
 
 namespace corvane {
@@ -8,7 +10,7 @@ Status CCorvane_Option::CreateChannel(void** channel, const ChannelSettings* set
     if ((m_defaults.flags & CORVANE_FLAG_DECODE_ONLY) != 0)
         return Status::DecodeOnlyInstance;
     const ChannelSettings chosen = settings != nullptr ? *settings : ChannelSettings{};
-    auto made = std::make_unique<CChannelLive>(chosen.window, m_defaults.flags);
+    auto made = std::make_unique<CChannelLive>(0, m_defaults.flags);
     CChannelLive* const object = made.get();
     IChannel* const handle = object;
     const auto pick = [&](uint32_t bit, auto own, auto other) { return (chosen.mask & bit) != 0 ? own : other; };
@@ -19,10 +21,20 @@ Status CCorvane_Option::CreateChannel(void** channel, const ChannelSettings* set
     object->Render().SetBackground(m_defaults.background);
     object->Apply(chosen);
     auto owner = std::make_unique<DeleterImpl<CChannelLive>>(std::move(made));
-    MutexLock lock(m_lock);
-    object->SetFactories(m_factories);
-    m_objects.emplace(handle, std::move(owner));
-    *channel = handle;
+    {
+        MutexLock lock(m_lock);
+        object->SetFactories(m_factories);
+        m_objects.emplace(handle, std::move(owner));
+    }
+    // With a window the text callback may run at once, and may want the handle.
+    void* const before = std::exchange(*channel, handle);
+    try {
+        object->Render().SetWindow(chosen.window);
+    } catch (...) {
+        *channel = before;
+        (void)Delete(handle);
+        throw;
+    }
     return Status::Ok;
 }
 

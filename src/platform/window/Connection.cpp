@@ -222,6 +222,7 @@ bool Connection::OpenDisplay() {
             ++openConnections;
             return true;
         }
+        m_phase = Phase::Lost;    // in the same breath: whoever revives it from here on would get a dead one
     }
     if (xcb != nullptr)
         xcb_disconnect(xcb);

@@ -54,8 +54,15 @@ void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
     settings.streamInfo = [](void* context, uint32_t, uint64_t, uint64_t) { Trial::At(context, Where::StreamInfo); };
     settings.streamInfoContext = &trial;
     ASSERT_EQ(Corvane_CreateChannel(trial.instance, &trial.other, nullptr), Status_Ok);
-    ASSERT_EQ(Corvane_CreateChannel(trial.instance, &trial.own, &settings),
-              Status_Ok);    // whose text may come at once
+    Corvane_StartChannel(trial.other, 0);
+    int64_t time = 1000;    // text is for frames with a wall-clock time
+    const auto feed = [&](void* channel) {
+        const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, time += 2);
+        return Corvane_InputEncodedMediaFrame(channel, &header);
+    };
+    feed(trial.other);
+    // Last: its text may come at once, and end the other channel.
+    ASSERT_EQ(Corvane_CreateChannel(trial.instance, &trial.own, &settings), Status_Ok);
     void* const own = trial.own;
     if (trial.where == Where::Picture)
         Corvane_RegisterRawDataCallback(
@@ -64,13 +71,6 @@ void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
         own, [](void* context, const AfterDisplayRecord*) { Trial::At(context, Where::AfterDisplay); }, &trial);
     Corvane_InsertFilter(own, &trial);
     Corvane_StartChannel(own, 0);
-    Corvane_StartChannel(trial.other, 0);
-    int64_t time = 1000;    // text is for frames with a wall-clock time
-    const auto feed = [&](void* channel) {
-        const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, time += 2);
-        return Corvane_InputEncodedMediaFrame(channel, &header);
-    };
-    feed(trial.other);
     const bool finished = Eventually([&] {
         feed(own);
         return trial.done.load();

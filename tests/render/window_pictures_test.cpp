@@ -106,6 +106,8 @@ struct Text {
     std::atomic<int> calls{0};
 
     static void Draw(void* context, OsdInfo* info) {
+        if ((info->flags & CORVANE_OSD_STOPPED) != 0)
+            return;    // before the first picture
         auto& self = *static_cast<Text*>(context);
         cairo_t* const cairo = info->deviceContext;
         cairo_set_source_rgb(cairo, 0x10 / 255.0, 0xF0 / 255.0, 0xF0 / 255.0);

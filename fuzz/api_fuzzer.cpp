@@ -85,6 +85,7 @@ struct World {
     void Window(void* channel, uint8_t how);
     void Owner(uint8_t how);
     void Snapshot(void* channel, uint8_t how);
+    void Display(void* channel, uint8_t how);
 };
 
 // In a callback at most one call in four is made, so that streams also run.
@@ -198,6 +199,9 @@ void World::Option(void* channel, uint8_t how) {
         Corvane_SetChannelOption(channel, id, reinterpret_cast<uint64_t>(&area), how);
     else if (id == 25 || id == 26)    // pointers
         Corvane_SetChannelOption(channel, id, id == 25 ? reinterpret_cast<uint64_t>("no such file") : 0, how);
+    else if (id == 56)
+        Corvane_SetChannelOption(channel, id, (how & 0x40) != 0 ? reinterpret_cast<uint64_t>(&OnText) : 0,
+                                 reinterpret_cast<uint64_t>(this));
     else if (id != 42 && id != 48)    // blocking input would wait for the clock; many threads only cost time
         Corvane_SetChannelOption(channel, id, how, how);
     ChannelUpdate update{};
@@ -260,8 +264,22 @@ void World::Snapshot(void* channel, uint8_t how) {
     std::vector<uint8_t> own(how * 64u);
     PictureBuffer picture{static_cast<uint32_t>(own.size()), 0, 0, 0, own.data()};
     const bool given = (how & 1) != 0 && !own.empty();
-    if (Corvane_GetCurrentSnapShot(channel, &picture, given ? 8 : how & 7) == Status_Ok && !given)
+    const auto snap = (how & 2) != 0 ? &Corvane_GetCurrentSnapShot : &Corvane_GetZoomedSnapShot;
+    // A grab of the window waits for the server: seldom.
+    const uint32_t format = how < 8 ? 0 : (how & 0x80) != 0 ? (how >> 2 & 31u) << 16 | 4 : 1 + (how >> 2 & 1u);
+    if (snap(channel, &picture, (given ? 8 : 0) | format) == Status_Ok && !given)
         Corvane_FreePicture(&picture);
+}
+
+void World::Display(void* channel, uint8_t how) {
+    cairo_surface_t* const surface =
+        (how & 1) != 0 ? cairo_recording_surface_create(CAIRO_CONTENT_COLOR, nullptr)
+                       : cairo_image_surface_create(CAIRO_FORMAT_ARGB32, how >> 2, how & 15);
+    cairo_t* const context = cairo_create(surface);
+    DisplayFrameInfo info{};
+    ((how & 2) != 0 ? &Corvane_GetCurrentDisplay : &Corvane_GetZoomedDisplay)(channel, context, &info);
+    cairo_destroy(context);
+    cairo_surface_destroy(surface);
 }
 
 void World::Step(bool inCallback, bool secondThread) {
@@ -341,8 +359,11 @@ void World::Step(bool inCallback, bool secondThread) {
             Owner(how);
         break;
     case 22:
-        if (how < 32)    // waits for the server
-            Snapshot(channel, how);
+    case 23:
+        Snapshot(channel, how);
+        break;
+    case 24:
+        Display(channel, how);
         break;
     default:
         Feed(channel, how);

@@ -41,19 +41,20 @@
  *   picture             render thread   complete        Status_Failed                 complete
  *   on-screen text      render thread   complete        Status_Failed                 complete
  *   after display       render thread   complete        Status_Failed                 complete
+ *   still overlay       who asked       complete        Status_Failed                 complete
  *
  * Corvane_InputEncodedMediaFrame on a channel that blocks when full (option 42 given as 0) does not block inside a
  * callback; it returns Status_QueueFull there. Of two channels whose callbacks stop or delete each other at the same
  * moment one is refused with Status_Failed.
  * Pointers given to a callback are valid until it returns. After Corvane_StopChannel returned no stream-info callback
- * and no filter call runs; after Corvane_DeleteChannel returned no callback at all. Registering a picture or
- * after-display callback, and removing a filter, waits for a running call of what goes, so that its context may be
+ * and no filter call runs; after Corvane_DeleteChannel returned no callback at all. Registering a picture,
+ * after-display or still-overlay callback, and removing a filter, waits for a running call of what goes, so that its context may be
  * freed; from inside a callback it does not wait.
  *
  * WINDOWS. A window is an X11 window id on $DISPLAY, given as uintptr_t. The application makes, shows, moves and
  * destroys it; it may belong to another process and lie inside any toolkit's window. The library talks to the
  * server over one connection of its own, open while some channel has a window; nothing that a client calls waits
- * for the server but Corvane_GetCurrentSnapShot. On a window of a channel it selects Exposure and StructureNotify
+ * for the server but a snapshot of the window. On a window of a channel it selects Exposure and StructureNotify
  * for itself and takes the background away (background pixmap None), so that nothing flickers; it follows size,
  * place and visibility by itself and draws anew when the window was exposed, moved or resized. Nobody else should
  * draw on it. While a window cannot be drawn on (not mapped, destroyed, no such window, no server) nothing is put
@@ -425,6 +426,17 @@ typedef struct PictureBuffer {
     uint8_t* data;            /* 16 */
 } PictureBuffer;
 
+/* What a display call tells of its picture, 48 bytes. */
+typedef struct DisplayFrameInfo {
+    uint32_t clientWidth;        /*  0 out: inside of the channel's window in pixels; without one, size of the surface */
+    uint32_t clientHeight;       /*  4 */
+    uint32_t timeSeconds;        /*  8 out: of the frame */
+    uint32_t flags;              /* 12 bit 7 is set for a placeholder frame; nothing else is changed */
+    FrameTimeRecord presentTime; /* 16 out: of the frame */
+    FrameTimeRecord baseTime;    /* 28 */
+    uintptr_t viewerWindow;      /* 40 not read in this version */
+} DisplayFrameInfo;
+
 /* Display rectangles, option 11, 88 bytes. `extra` of the option is the mask of the fields that count. */
 typedef struct DisplayArea {
     uint32_t overviewIsWindow;   /*  0 bit 1, with overview */
@@ -542,6 +554,8 @@ CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelU
  *   11  pointer to DisplayArea, `extra` the field mask; none. Status_InvalidArgument for a null pointer, a null window
  *       or an empty rectangle; fields of lower bits are then set all the same
  *   13  media mode: 1 video only, 2 audio only, 3 both; 3
+ *   17  quality of JPEG stills: 50 leaves the quantisation tables of the encoder as they are, less is finer and larger, more
+ *       is coarser; 0, the finest
  *   25  path (const char*) of a BMP or PNG file: the logo that the window shows while the channel is stopped.
  *       Status_Failed: it cannot be loaded, the old logo stays. Reads the file during the call
  *   26  cairo_surface_t* of an image: the logo, copied during the call; 0: no logo. Status_Failed: not an image
@@ -553,6 +567,9 @@ CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelU
  *   47  accepted, no effect
  *   48  decoding threads, 0 automatic (2 from 1280x800 on, else 1); 0
  *   55  memory mode of backward play; 0
+ *   56  still overlay, a CorvaneOsdCallback, with its context in `extra`; none. Called for each still on the thread that
+ *       asks for it, several at once if need be, with the still's own size; colour 0 is transparent. Waits for a running
+ *       call of the callback that it replaces, not from inside any callback
  *   57  resize kind: 0 nearest, 1 bilinear, 2 bicubic, 3 Lanczos, others ignored; 0
  * Options 46, 48, 52, 53, 55 count for the next decoder that is made.
  * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_NotSupported: any other id, also those
@@ -609,19 +626,56 @@ CORVANE_API uint32_t Corvane_RegisterAfterDisplayCallback(void* channel, Corvane
 /* Ends that. Status_InvalidArgument: channel is null. Status_WrongChannelType. Waits as above. [any] */
 CORVANE_API uint32_t Corvane_UnregisterAfterDisplayCallback(void* channel);
 
+/* ---- Stills -------------------------------------------------------------------------------------------------------- */
+
 /*
- * Writes what the channel's window shows now into *picture: a BMP file of 32 bits a pixel, bottom-up, 54 bytes of header.
- * Parts of the window that other windows cover, or that lie off the screen, come from what the channel drew last.
- * `flags`: 0x8: picture->data is the caller's, picture->size bytes; otherwise it is cleared and allocated here, to be
- * released by Corvane_FreePicture. 0x1, 0x2, 0x4 (stills of the decoded picture): Status_NotSupported in this version.
- * Status_InvalidArgument: a pointer is null, also picture->data with 0x8. Status_WrongChannelType. Status_Failed: no
- * window, nothing to be read, or no answer within a second. Status_BufferTooSmall: picture is unchanged.
- * Status_OutOfMemory. Blocks for the window system, at most a second. [any]
+ * Writes a still into *picture. Of `flags` the first that is set decides:
+ *   0x2  the encoded payload of the picture that was decoded last, with the size that its frame states
+ *   0x4  that picture in the format whose number stands in bits 16 to 31:
+ *          pixels, rows without padding (bottom row last):
+ *           1 PF_YUY2     2 PF_RGB565   3 PF_BGR24    4 PF_BGRA32   9 PF_RGB555  11 PF_I420   12 PF_BGR565
+ *          13 PF_RGB24   14 PF_RGBA32  15 PF_BGR555  16 PF_YV12    17 PF_UYVY    18 PF_NV12
+ *          BMP files: 5 16 bits (5-6-5), 10 16 bits (5-5-5), 6 24 bits, 7 32 bits
+ *          8 JPEG file, quality by option 17
+ *   0x1  as 0x4 with format 6
+ *   none of these: what the channel's window shows now, as a BMP file of 32 bits a pixel, bottom-up, 54 bytes of header.
+ *        Parts of the window that other windows cover, or that lie off the screen, come from what the channel drew last
+ * 0x8: picture->data is the caller's, picture->size bytes; otherwise it is cleared and allocated here, to be released by
+ * Corvane_FreePicture.
+ * The still has the size that the frame states, else the decoded size; it runs no client filter, no rotation and no
+ * smoothing. Of odd sizes the last row or column may be 0 in RGB formats, and colour planes have half the size, rounded
+ * down. What the still overlay (option 56) draws is laid over formats 6, 8 and 11, and over 0x1. While the channel is
+ * stopped and has a logo the still is the logo, in formats whose rows have 4 bytes a pixel.
+ * Status_InvalidArgument: a pointer is null, also picture->data with 0x8; unknown format. Status_WrongChannelType.
+ * Status_Failed: no picture yet; stopped without a logo, or with one and another format; for the window: none, nothing to
+ * be read, or no answer within a second. Status_BufferTooSmall: picture is unchanged. Status_OutOfMemory. Blocks for a
+ * decode in progress; for the window, at most a second. [any]
  */
 CORVANE_API uint32_t Corvane_GetCurrentSnapShot(void* channel, PictureBuffer* picture, uint32_t flags);
 
+/*
+ * As Corvane_GetCurrentSnapShot, but with 0x4 and 0x1 the part of the picture that option 11 selects is scaled up to the
+ * size of the whole. A selection that is off, or that does not lie inside the overview area, is the whole picture. [any]
+ */
+CORVANE_API uint32_t Corvane_GetZoomedSnapShot(void* channel, PictureBuffer* picture, uint32_t flags);
+
+/*
+ * Draws a still with `deviceContext`, a cairo_t of the client on any kind of surface: into the rectangle (0, 0) to the
+ * inside of the channel's window, less its margins, in units of the client's matrix and inside the client's clip.
+ * Without a window the surface's own size counts, and the picture's where the surface has no bounds. The context is left
+ * as it was. The call may run on any thread that may use the context. *info is filled.
+ * Status_InvalidArgument: a pointer is null. Status_WrongChannelType. Status_Failed: no picture, as above; the context is
+ * in error. Status_OutOfMemory. Blocks for a decode in progress. [any]
+ */
+CORVANE_API uint32_t Corvane_GetCurrentDisplay(void* channel, struct _cairo* deviceContext, DisplayFrameInfo* info);
+
+/* As Corvane_GetCurrentDisplay, with the selection of Corvane_GetZoomedSnapShot. [any] */
+CORVANE_API uint32_t Corvane_GetZoomedDisplay(void* channel, struct _cairo* deviceContext, DisplayFrameInfo* info);
+
 /* Frees picture->data and clears it; null data is fine. Status_InvalidArgument: picture is null. Status_Ok. [any] */
 CORVANE_API uint32_t Corvane_FreePicture(PictureBuffer* picture);
+
+/* ---- Filters and rotation ------------------------------------------------------------------------------------------- */
 
 /*
  * Appends `filter`, an object of QMRX::Filter::IFilter (filter.h), to the channel's filters. The client keeps it

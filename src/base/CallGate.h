@@ -1,7 +1,8 @@
-// Lets a setter wait until a call into the client that was running when it came is over. One thread at a time enters.
+// Lets a setter wait until the calls into the client that were running when it came are over. Any number of threads may
+// be inside.
 //
-// The caller enters before it reads what to call; the setter stores first and waits then: so the call either sees the
-// new value or is waited for.
+// The caller enters before it reads what to call; the setter stores first and waits then: so a call either sees the new
+// value or is waited for.
 #pragma once
 
 #include <cstdint>
@@ -17,11 +18,12 @@ public:
     public:
         explicit Scope(CallGate& gate) : m_gate(gate) {
             MutexLock lock(m_gate.m_mutex);
-            ++m_gate.m_entered;
+            m_side = m_gate.m_side;
+            ++m_gate.m_running[m_side];
         }
         ~Scope() {
             MutexLock lock(m_gate.m_mutex);
-            ++m_gate.m_left;
+            --m_gate.m_running[m_side];
             m_gate.m_changed.NotifyAll();
         }
         Scope(const Scope&) = delete;
@@ -29,23 +31,31 @@ public:
 
     private:
         CallGate& m_gate;
+        uint32_t m_side;
     };
 
-    // Returns at once on the library's own threads: a callback that waited for another could be waited for by it.
+    // Returns at once from inside a callback: one that waited for another could be waited for by it.
     void WaitForRunning() {
         if (Thread::CurrentOwner() != nullptr)
             return;
         MutexLock lock(m_mutex);
-        const uint64_t running = m_entered;
-        while (m_left < running)
+        while (m_draining)
             m_changed.WaitOnce(lock);
+        m_draining = true;
+        const uint32_t old = m_side;
+        m_side = 1 - m_side;    // calls that begin from here on are not waited for
+        while (m_running[old] != 0)
+            m_changed.WaitOnce(lock);
+        m_draining = false;
+        m_changed.NotifyAll();
     }
 
 private:
     Mutex m_mutex;
     Condition m_changed;
-    uint64_t m_entered GUARDED_BY(m_mutex) = 0;
-    uint64_t m_left GUARDED_BY(m_mutex) = 0;
+    uint32_t m_side GUARDED_BY(m_mutex) = 0;
+    uint64_t m_running[2] GUARDED_BY(m_mutex) = {};
+    bool m_draining GUARDED_BY(m_mutex) = false;    // a setter waits for the other side
 };
 
 }    // namespace corvane

@@ -10,7 +10,11 @@ Mutex mutex;    // taken last, held for a walk over the few waits in progress
 EndScope* waits GUARDED_BY(mutex) = nullptr;
 }    // namespace
 
-EndScope::EndScope(const void* target) noexcept : m_waiter(Thread::CurrentOwner()), m_target(target) {
+EndScope::EndScope(const void* target) noexcept : m_waiter(Thread::ThreadOwner()), m_target(target) {
+    if (Thread::WorksFor(target)) {
+        m_allowed = false;
+        return;
+    }
     if (m_waiter == nullptr)
         return;
     MutexLock lock(mutex);

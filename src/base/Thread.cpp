@@ -11,7 +11,8 @@ namespace corvane {
 
 namespace {
 thread_local const void* currentOwner = nullptr;
-}
+thread_local const Thread::Acting* acting = nullptr;    // the innermost
+}    // namespace
 
 Thread::Thread(const char* name, const void* owner, std::function<void()> body) {
     if (failure::MustFail(failure::Site::ThreadStart))
@@ -36,7 +37,27 @@ Thread::Thread(const char* name, const void* owner, std::function<void()> body) 
 }
 
 const void* Thread::CurrentOwner() noexcept {
+    return currentOwner != nullptr || acting == nullptr ? currentOwner : acting->m_owner;
+}
+
+const void* Thread::ThreadOwner() noexcept {
     return currentOwner;
+}
+
+bool Thread::WorksFor(const void* owner) noexcept {
+    for (const Acting* scope = acting; scope != nullptr; scope = scope->m_outer) {
+        if (scope->m_owner == owner)
+            return true;
+    }
+    return owner != nullptr && currentOwner == owner;
+}
+
+Thread::Acting::Acting(const void* owner) noexcept : m_owner(owner), m_outer(acting) {
+    acting = this;
+}
+
+Thread::Acting::~Acting() {
+    acting = m_outer;
 }
 
 }    // namespace corvane

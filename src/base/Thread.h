@@ -19,9 +19,27 @@ public:
     void Join() { m_thread.join(); }
     bool Running() const { return m_thread.joinable(); }
 
-    // The handle that the calling thread works for; null on a client's thread. A call of an export that comes from a
-    // thread with an owner comes from inside a client callback.
+    // The handle that the calling thread works for; null on a client's thread outside all callbacks. A call of an export
+    // that comes from a thread with an owner comes from inside a client callback.
     static const void* CurrentOwner() noexcept;
+    // The same, but for callbacks that a client's thread asked for: null there.
+    static const void* ThreadOwner() noexcept;
+    // Whether the calling thread is inside a callback of `owner`.
+    static bool WorksFor(const void* owner) noexcept;
+
+    // Around a callback that runs on whatever thread asked for it: the thread works for `owner` as well.
+    class Acting {
+    public:
+        explicit Acting(const void* owner) noexcept;
+        ~Acting();
+        Acting(const Acting&) = delete;
+        Acting& operator=(const Acting&) = delete;
+
+    private:
+        friend class Thread;
+        const void* const m_owner;
+        const Acting* const m_outer;
+    };
 
 private:
     std::thread m_thread;

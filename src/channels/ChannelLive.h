@@ -14,6 +14,7 @@
 #include "base/Status.h"
 #include "base/Thread.h"
 #include "channels/IChannel.h"
+#include "channels/StillRoad.h"
 #include "corvane/corvane.h"
 #include "decoders/FrameThinner.h"
 #include "decoders/VideoDecoderHolder.h"
@@ -49,6 +50,7 @@ public:
     bool IsBuffering();
 
     CRenderMgr& Render() { return m_render; }
+    StillRoad& Stills() { return m_stills; }
 
 private:
     enum class Run { Stopped, Running, Stopping };
@@ -104,6 +106,7 @@ private:
     VideoDecoderHolder m_decoder;
 
     CRenderMgr m_render;
+    StillRoad m_stills{this, m_decoderLock, m_decoder, m_render};
 };
 
 }    // namespace corvane

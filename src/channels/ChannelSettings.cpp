@@ -88,6 +88,9 @@ Status CChannelLive::SetOption(int32_t id, uint64_t value, uint64_t extra) {
         m_mediaMode = number;
         return Status::Ok;
     }
+    case 17:
+        m_stills.SetQuality(number);
+        return Status::Ok;
     case 25:
         return value != 0 ? m_render.SetLogoFile(reinterpret_cast<const char*>(value)) : Status::InvalidArgument;
     case 26:
@@ -128,6 +131,9 @@ Status CChannelLive::SetOption(int32_t id, uint64_t value, uint64_t extra) {
         return Status::Ok;
     case 55:
         m_decoder.SetBackwardMemoryMode(number);
+        return Status::Ok;
+    case 56:
+        m_stills.SetOverlay(reinterpret_cast<CorvaneOsdCallback>(value), reinterpret_cast<void*>(extra));
         return Status::Ok;
     case 57:
         m_render.SetResizeType(number);

@@ -5,7 +5,6 @@
 #include "corvane/corvane.h"
 #include "entry/Guard.h"
 #include "entry/Instance.h"
-#include "picture/BmpFile.h"
 
 using corvane::CChannelLive;
 using corvane::CCorvane_Option;
@@ -22,23 +21,33 @@ uint32_t OnLiveWith(void* channel, const void* required, Body&& body) noexcept {
 }
 
 // `flags` of the snapshots.
+constexpr uint32_t kBmp24 = 0x1;
+constexpr uint32_t kEncodedFrame = 0x2;
+constexpr uint32_t kNumberedFormat = 0x4;    // bits 16 to 31
 constexpr uint32_t kCallersBuffer = 0x8;
-constexpr uint32_t kDecodedStills = 0x7;
+constexpr uint32_t kBmp24Number = 6;
 
-// Writes a BMP file into the caller's buffer, or into one that Corvane_FreePicture frees.
-Status ToBmp(const corvane::RasterView& shown, PictureBuffer& picture) {
-    const uint64_t size = corvane::BmpBytes(shown.width, shown.height);    // of a picture within the limits
-    if (picture.data == nullptr)
-        picture.data = static_cast<uint8_t*>(std::malloc(size));
-    else if (picture.size < size)
-        return Status::BufferTooSmall;
-    if (picture.data == nullptr)
-        return Status::OutOfMemory;
-    corvane::WriteBmp(shown, picture.data);
-    picture.size = static_cast<uint32_t>(size);
-    picture.width = shown.width;
-    picture.height = shown.height;
-    return Status::Ok;
+uint32_t TakeSnapshot(void* channel, PictureBuffer* picture, uint32_t flags, bool zoomed) noexcept {
+    return OnLiveWith(channel, picture, [&](CChannelLive& live) {
+        if ((flags & kCallersBuffer) == 0)
+            picture->data = nullptr;
+        else if (picture->data == nullptr)
+            return Status::InvalidArgument;
+        if ((flags & kEncodedFrame) != 0)
+            return live.Stills().CopyEncodedFrame(*picture);
+        if ((flags & kNumberedFormat) != 0)
+            return live.Stills().Snapshot(flags >> 16, zoomed, *picture);
+        if ((flags & kBmp24) != 0)
+            return live.Stills().Snapshot(kBmp24Number, zoomed, *picture);
+        return live.Stills().GrabWindow(*picture);
+    });
+}
+
+uint32_t DrawDisplay(void* channel, struct _cairo* deviceContext, DisplayFrameInfo* info, bool zoomed) noexcept {
+    if (info == nullptr)
+        return Status_InvalidArgument;
+    return OnLiveWith(channel, deviceContext,
+                      [&](CChannelLive& live) { return live.Stills().Display(deviceContext, zoomed, *info); });
 }
 
 // The pixel format of a kind of Corvane_RegisterRawDataCallback; 0 for an unknown kind.
@@ -138,19 +147,19 @@ uint32_t Corvane_UnregisterAfterDisplayCallback(void* channel) {
 }
 
 uint32_t Corvane_GetCurrentSnapShot(void* channel, PictureBuffer* picture, uint32_t flags) {
-    return OnLiveWith(channel, picture, [&](CChannelLive& live) {
-        const bool callersBuffer = (flags & kCallersBuffer) != 0;
-        if (callersBuffer && picture->data == nullptr)
-            return Status::InvalidArgument;
-        if (!callersBuffer)
-            picture->data = nullptr;
-        if ((flags & kDecodedStills) != 0)
-            return Status::NotSupported;    // stills of the decoded picture take their way here
-        corvane::Raster shown;
-        if (const Status status = live.Render().GrabWindow(shown); !corvane::Ok(status))
-            return status;
-        return ToBmp(shown.View(), *picture);
-    });
+    return TakeSnapshot(channel, picture, flags, false);
+}
+
+uint32_t Corvane_GetZoomedSnapShot(void* channel, PictureBuffer* picture, uint32_t flags) {
+    return TakeSnapshot(channel, picture, flags, true);
+}
+
+uint32_t Corvane_GetCurrentDisplay(void* channel, struct _cairo* deviceContext, DisplayFrameInfo* info) {
+    return DrawDisplay(channel, deviceContext, info, false);
+}
+
+uint32_t Corvane_GetZoomedDisplay(void* channel, struct _cairo* deviceContext, DisplayFrameInfo* info) {
+    return DrawDisplay(channel, deviceContext, info, true);
 }
 
 uint32_t Corvane_FreePicture(PictureBuffer* picture) {

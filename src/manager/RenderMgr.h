@@ -112,6 +112,16 @@ public:
     // What the window shows, X bytes 0. Failed where nothing can be read. Blocks for the window system, at most a
     // second.
     Status GrabWindow(Raster& out) const;
+    // What the window shows while the channel is stopped: 0 with the logo; 1 in any other state; -1 without a logo.
+    int32_t GetLogoPicture(BitmapPtr& out) const;
+    // The inside of the window, `otherwise` where there is none, and that without the margins.
+    struct PresentRects {
+        WindowWatch::Size client;
+        Rect area;
+    };
+    PresentRects GetPresentRects(WindowWatch::Size otherwise) const;
+    // A copy of what renderers read.
+    RenderInfo GetRenderInfo() const { return Plan().info; }
     RenderState State() const;
     bool HasWindow() const;
 

@@ -5,6 +5,7 @@
 #include "manager/DisplaySettings.h"
 #include "manager/RenderMgr.h"
 #include "platform/sink/WindowGrab.h"
+#include "present/Layout.h"
 #include "render/PseudoRenderer.h"
 
 namespace corvane {
@@ -169,6 +170,25 @@ Status CRenderMgr::GrabWindow(Raster& out) const {
         return Status::Failed;
     const Raster last = m_sinks.LastImage(window);
     return corvane::GrabWindow(window, last.View(), kGrabLimit, out);
+}
+
+int32_t CRenderMgr::GetLogoPicture(BitmapPtr& out) const {
+    MutexLock lock(m_lock);
+    if (m_state != RenderState::Stopped)
+        return 1;
+    if (m_logo == nullptr)
+        return -1;
+    out = m_logo;
+    return 0;
+}
+
+CRenderMgr::PresentRects CRenderMgr::GetPresentRects(WindowWatch::Size otherwise) const {
+    RenderInfo info = GetRenderInfo();
+    info.fullWindow = false;    // what is drawn elsewhere keeps the margins
+    WindowWatch::Size client = info.window != nullptr ? info.window->ClientSize() : WindowWatch::Size{};
+    if (client == WindowWatch::Size{})
+        client = otherwise;
+    return {client, PictureRect(info, client)};
 }
 
 bool CRenderMgr::HasWindow() const {

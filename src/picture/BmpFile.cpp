@@ -5,14 +5,17 @@
 #include <cstring>
 
 #include "base/Limits.h"
+#include "corvane/corvane.h"
 
 namespace corvane {
 
 namespace {
 
-constexpr size_t kFileHeaderBytes = 14;
+constexpr uint32_t kFileHeaderBytes = 14;
 constexpr uint32_t kOldHeaderBytes = 12;
 constexpr uint32_t kInfoHeaderBytes = 40;
+constexpr uint32_t kBmpHeaderBytes = kFileHeaderBytes + kInfoHeaderBytes;
+constexpr uint32_t kMaskBytes = 16;
 constexpr uint32_t kMaskHeaderBytes = 52;    // from here on masks stand in the header itself
 constexpr uint32_t kOs2HeaderBytes = 64;     // which has other things there
 
@@ -258,18 +261,34 @@ uint64_t BmpBytes(uint32_t width, uint32_t height) {
     return kBmpHeaderBytes + uint64_t{width} * height * 4;
 }
 
-void WriteBmp(const RasterView& picture, uint8_t* out) {
-    std::memset(out, 0, kBmpHeaderBytes);
+uint32_t BmpHeaderBytes(uint32_t format) {
+    return format == PF_RGB555 || format == PF_RGB565 ? kBmpHeaderBytes + kMaskBytes : kBmpHeaderBytes;
+}
+
+void WriteBmpHeader(uint32_t format, uint32_t width, uint32_t height, uint32_t image, uint8_t* out) {
+    const uint32_t header = BmpHeaderBytes(format);
+    const bool masks = header != kBmpHeaderBytes;
+    const uint32_t bits = masks ? 16 : format == PF_BGR24_FLIP ? 24 : 32;
+    std::memset(out, 0, header);
     const auto put = [&](size_t at, uint32_t value) { std::memcpy(out + at, &value, 4); };
-    const uint64_t bytes = BmpBytes(picture.width, picture.height);
     put(0, 0x4D42);
-    put(2, static_cast<uint32_t>(bytes));
-    put(10, kBmpHeaderBytes);
-    put(14, kInfoHeaderBytes);
-    put(18, picture.width);
-    put(22, picture.height);
-    put(26, 1 | 32 << 16);    // one plane, 32 bits
-    put(34, static_cast<uint32_t>(bytes - kBmpHeaderBytes));
+    put(2, header + image);
+    put(10, header);
+    put(14, header - kFileHeaderBytes);
+    put(18, width);
+    put(22, masks ? 0 - height : height);    // negative: the first row is the top
+    put(26, 1 | bits << 16);                 // one plane
+    put(30, masks ? kBitFields : kPlain);
+    put(34, image);
+    if (masks) {
+        put(54, format == PF_RGB565 ? 0xF800 : 0x7C00);
+        put(58, format == PF_RGB565 ? 0x7E0 : 0x3E0);
+        put(62, 0x1F);
+    }
+}
+
+void WriteBmp(const RasterView& picture, uint8_t* out) {
+    WriteBmpHeader(PF_BGRA32_FLIP, picture.width, picture.height, picture.width * picture.height * 4, out);
     out += kBmpHeaderBytes;
     for (uint32_t row = 0; row < picture.height; ++row) {
         const uint8_t* from = picture.data + static_cast<ptrdiff_t>(picture.height - 1 - row) * picture.step;

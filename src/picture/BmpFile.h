@@ -1,4 +1,4 @@
-// BMP files: reading whatever a bitmap file may hold, and writing the one form that grabs use.
+// BMP files: reading whatever a bitmap file may hold, and writing those of stills and grabs.
 #pragma once
 
 #include <cstddef>
@@ -16,8 +16,12 @@ namespace corvane {
 // `file`.
 Status ReadBmp(std::span<const uint8_t> file, Raster& out);
 
-// A file of 32 bits a pixel, bottom-up, with a 54 byte header.
-constexpr uint32_t kBmpHeaderBytes = 54;
+// Headers of the files of pixels in PF_RGB555 and PF_RGB565 (top-down, with masks), PF_BGR24_FLIP, PF_BGRA32_FLIP.
+// `image` is what follows, in bytes.
+uint32_t BmpHeaderBytes(uint32_t format);
+void WriteBmpHeader(uint32_t format, uint32_t width, uint32_t height, uint32_t image, uint8_t* out);
+
+// A whole file of 32 bits a pixel, bottom-up.
 uint64_t BmpBytes(uint32_t width, uint32_t height);
 // Writes BmpBytes of the picture to `out`; the fourth byte of each pixel is 0.
 void WriteBmp(const RasterView& picture, uint8_t* out);

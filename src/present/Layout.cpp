@@ -1,5 +1,7 @@
 #include "present/Layout.h"
 
+#include <algorithm>
+
 namespace corvane {
 
 namespace {
@@ -12,6 +14,25 @@ std::optional<Rect> Place(uint32_t isWindow, const DisplayPlace& place, const Wi
     if (isWindow == 0)
         return Rect{place.rectangle[0], place.rectangle[1], place.rectangle[2], place.rectangle[3]};
     return window != nullptr ? window->ScreenRect() : std::nullopt;
+}
+
+struct ZoomPlaces {
+    Rect whole;    // what stands for the whole picture
+    Rect part;     // what is selected
+};
+
+std::optional<ZoomPlaces> PlacesOf(const RenderInfo& info) {
+    const DisplayArea& area = info.area;
+    const auto zoom = Place(area.zoomIsWindow, area.zoom, info.zoomWindow);
+    const auto overview = Place(area.overviewIsWindow, area.overview, info.overviewWindow);
+    if (!zoom || !overview)
+        return std::nullopt;
+    return ZoomPlaces{Inset(*overview, area.overviewMargin), Inset(*zoom, area.zoomMargin)};
+}
+
+// An edge `offset` pixels into a selection area of `extent`, as an even pixel of a picture of `length`.
+int64_t EvenPixel(int64_t offset, int64_t extent, int64_t length) {
+    return (offset * length / extent + 1) & ~int64_t{1};
 }
 
 }    // namespace
@@ -40,19 +61,31 @@ Bands BandRects(const RenderInfo& info, bool bordered, int64_t width, int64_t he
 }
 
 std::optional<Rect> ZoomSource(const RenderInfo& info, uint32_t sourceWidth, uint32_t sourceHeight) {
-    const DisplayArea& area = info.area;
-    const auto zoom = Place(area.zoomIsWindow, area.zoom, info.zoomWindow);
-    const auto overview = Place(area.overviewIsWindow, area.overview, info.overviewWindow);
-    if (!zoom || !overview)
+    const auto places = PlacesOf(info);
+    if (!places)
         return std::nullopt;
-    const Rect whole = Inset(*overview, area.overviewMargin);
-    const Rect part = Inset(*zoom, area.zoomMargin).Intersected(whole);
+    const Rect& whole = places->whole;
+    const Rect part = places->part.Intersected(whole);
     if (part.Empty() || whole.Empty())
         return std::nullopt;
     const int64_t x = (part.left - whole.left) * sourceWidth / whole.Width();
     const int64_t y = (part.top - whole.top) * sourceHeight / whole.Height();
     return Rect{x, y, x + part.Width() * sourceWidth / whole.Width(),
                 y + part.Height() * sourceHeight / whole.Height()};
+}
+
+std::optional<Rect> ZoomCrop(const RenderInfo& info, uint32_t width, uint32_t height) {
+    const auto places = info.area.zoomEnabled != 0 ? PlacesOf(info) : std::nullopt;
+    if (!places || places->part.Empty() || !places->whole.Contains(places->part) || width < 2 || height < 2)
+        return std::nullopt;
+    const Rect& whole = places->whole;
+    const Rect part = places->part.Moved(-whole.left, -whole.top);
+    const int64_t lastColumn = (width & ~1u) - 2;
+    const int64_t lastRow = (height & ~1u) - 2;
+    const int64_t left = std::clamp<int64_t>(EvenPixel(part.left, whole.Width(), width), 0, lastColumn);
+    const int64_t top = std::clamp<int64_t>(EvenPixel(part.top, whole.Height(), height), 0, lastRow);
+    return Rect{left, top, std::clamp(EvenPixel(part.right, whole.Width(), width), left + 2, lastColumn + 2),
+                std::clamp(EvenPixel(part.bottom, whole.Height(), height), top + 2, lastRow + 2)};
 }
 
 std::optional<Rect> OverviewRect(const RenderInfo& info, WindowWatch::Size overviewSize) {

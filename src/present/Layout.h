@@ -25,6 +25,11 @@ Bands BandRects(const RenderInfo& info, bool bordered, int64_t width, int64_t he
 // overview area, or one of them is a window that has no place.
 std::optional<Rect> ZoomSource(const RenderInfo& info, uint32_t sourceWidth, uint32_t sourceHeight);
 
+// The part of a decoded picture of this size that a still of the selection shows, in even pixels, at least 2x2, inside the
+// picture. None where zoom is off, where the selection does not lie inside the overview area, and for a picture of less
+// than 2x2.
+std::optional<Rect> ZoomCrop(const RenderInfo& info, uint32_t width, uint32_t height);
+
 // Where the whole picture is drawn small: in the overview window's coordinates when that is a window of `overviewSize`,
 // else in the main window's. None where there is no place.
 std::optional<Rect> OverviewRect(const RenderInfo& info, WindowWatch::Size overviewSize);

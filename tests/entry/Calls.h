@@ -1,6 +1,8 @@
 // Every export with a channel or an instance as a call of one form. A call ends with the first status that is not Ok.
 #pragma once
 
+#include <cairo.h>
+
 #include <functional>
 #include <vector>
 
@@ -67,16 +69,31 @@ inline uint32_t Flood(void* channel) {
 inline uint32_t EveryOption(void* channel) {
     DisplayArea area{};
     uint32_t status = Corvane_SetChannelOption(channel, 11, reinterpret_cast<uint64_t>(&area), 32);
-    for (const int32_t id : {3, 7, 8, 9, 10, 13, 26, 31, 35, 45, 46, 47, 48, 52, 53, 55, 57})
+    for (const int32_t id : {3, 7, 8, 9, 10, 13, 17, 26, 31, 35, 45, 46, 47, 48, 52, 53, 55, 57})
         status = FirstFailure({status, Corvane_SetChannelOption(channel, id, id == 13 ? 3 : 0, 0)});
     return status;
 }
 
-// Whether there is a window depends on the place.
-inline uint32_t Snapshot(void* channel) {
-    PictureBuffer picture{};
-    const uint32_t status = Corvane_GetCurrentSnapShot(channel, &picture, 0);
-    Corvane_FreePicture(&picture);
+// Whether there is a window or a picture depends on the place.
+template <uint32_t (*kSnap)(void*, PictureBuffer*, uint32_t)>
+uint32_t Snapshot(void* channel) {
+    for (const uint32_t flags : {0u, 1u, 2u, 0x80004u}) {
+        PictureBuffer picture{};
+        const uint32_t status = kSnap(channel, &picture, flags);
+        Corvane_FreePicture(&picture);
+        if (status != Status_Ok && status != Status_Failed)
+            return status;
+    }
+    return Status_Ok;
+}
+template <uint32_t (*kDraw)(void*, struct _cairo*, DisplayFrameInfo*)>
+uint32_t Display(void* channel) {
+    cairo_surface_t* const surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 32, 16);
+    cairo_t* const context = cairo_create(surface);
+    DisplayFrameInfo info{};
+    const uint32_t status = kDraw(channel, context, &info);
+    cairo_destroy(context);
+    cairo_surface_destroy(surface);
     return status == Status_Failed ? Status_Ok : status;
 }
 
@@ -128,7 +145,10 @@ inline std::vector<Call> Calls() {
         OnChannel("SetRawDataCallbackSize", &Corvane_SetRawDataCallbackSize, 64, 64),
         OnChannel("RegisterAfterDisplayCallback", &Corvane_RegisterAfterDisplayCallback, onDisplay, nullptr),
         OnChannel("UnregisterAfterDisplayCallback", &Corvane_UnregisterAfterDisplayCallback),
-        OnChannel("GetCurrentSnapShot", &Snapshot),
+        OnChannel("GetCurrentSnapShot", &Snapshot<&Corvane_GetCurrentSnapShot>),
+        OnChannel("GetZoomedSnapShot", &Snapshot<&Corvane_GetZoomedSnapShot>),
+        OnChannel("GetCurrentDisplay", &Display<&Corvane_GetCurrentDisplay>),
+        OnChannel("GetZoomedDisplay", &Display<&Corvane_GetZoomedDisplay>),
         OnChannel("InsertFilter", filtered),
         OnChannel("RemoveFilter", &Corvane_RemoveFilter, &other),
         OnChannel("EnableRotateFilter", &Corvane_EnableRotateFilter, 3.0),

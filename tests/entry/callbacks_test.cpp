@@ -15,7 +15,7 @@ namespace {
 using test::Call;
 using test::Eventually;
 
-enum class Where { StreamInfo, Filter, Picture, AfterDisplay, Text };
+enum class Where { StreamInfo, Filter, Picture, AfterDisplay, Text, Overlay };
 
 std::vector<uint8_t> OneJpeg() {
     return test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
@@ -69,10 +69,17 @@ void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
             own, [](void* context, const PseudoFrame*) { Trial::At(context, Where::Picture); }, &trial, 4, 0);
     Corvane_RegisterAfterDisplayCallback(
         own, [](void* context, const AfterDisplayRecord*) { Trial::At(context, Where::AfterDisplay); }, &trial);
+    const CorvaneOsdCallback overlay = [](void* context, OsdInfo*) { Trial::At(context, Where::Overlay); };
+    Corvane_SetChannelOption(own, 56, reinterpret_cast<uint64_t>(overlay), reinterpret_cast<uint64_t>(&trial));
     Corvane_InsertFilter(own, &trial);
     Corvane_StartChannel(own, 0);
     const bool finished = Eventually([&] {
         feed(own);
+        if (trial.where == Where::Overlay) {
+            PictureBuffer still{};
+            Corvane_GetCurrentSnapShot(own, &still, 1);
+            Corvane_FreePicture(&still);
+        }
         return trial.done.load();
     });
     EXPECT_TRUE(finished);
@@ -90,7 +97,8 @@ TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
     test::XServer server;
     test::XClient client(server.Display());
     const uintptr_t window = client.Create();
-    for (const Where where : {Where::StreamInfo, Where::Filter, Where::Picture, Where::AfterDisplay, Where::Text})
+    for (const Where where : {Where::StreamInfo, Where::Filter, Where::Picture, Where::AfterDisplay, Where::Text,
+                              Where::Overlay})
         for (const Call& call : test::Calls())
             for (const bool onOther : {false, true}) {
                 SCOPED_TRACE(testing::Message() << call.name << " from callback " << static_cast<int>(where)

@@ -60,6 +60,8 @@ TEST(Exports, NullPointersAndHandlesOfAnotherKind) {
             EXPECT_EQ(call.call(nullptr, wrong), Status_WrongChannelType) << call.name;
         }
     PictureBuffer picture{};
+    DisplayFrameInfo info{};
+    auto* const context = reinterpret_cast<struct _cairo*>(&info);    // not looked at
     test::Client client;
     void* const channel = client.channel;
     EXPECT_EQ(Corvane_InputEncodedMediaFrame(channel, nullptr), Status_InvalidArgument);
@@ -69,7 +71,8 @@ TEST(Exports, NullPointersAndHandlesOfAnotherKind) {
     EXPECT_EQ(Corvane_GetCurrentSnapShot(channel, nullptr, 0), Status_InvalidArgument);
     EXPECT_EQ(Corvane_GetCurrentSnapShot(channel, &picture, 8), Status_InvalidArgument) << "no buffer of the caller's";
     EXPECT_EQ(Corvane_GetCurrentSnapShot(channel, &picture, 0), Status_Failed) << "no window";
-    EXPECT_EQ(Corvane_GetCurrentSnapShot(channel, &picture, 1), Status_NotSupported);
+    EXPECT_EQ(Corvane_GetCurrentDisplay(channel, nullptr, &info), Status_InvalidArgument);
+    EXPECT_EQ(Corvane_GetZoomedDisplay(channel, context, nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_FreePicture(nullptr), Status_InvalidArgument);
     EXPECT_EQ(Corvane_FreePicture(&picture), Status_Ok);
     EXPECT_EQ(Corvane_InsertFilter(channel, &picture), Status_Ok);

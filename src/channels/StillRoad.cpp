@@ -1,0 +1,278 @@
+#include "channels/StillRoad.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "base/Thread.h"
+#include "frame/StreamType.h"
+#include "picture/BmpFile.h"
+#include "picture/OverlayBlend.h"
+#include "platform/raster/DisplayTarget.h"
+#include "present/Layout.h"
+#include "present/OnScreenText.h"
+#include "present/PictureTarget.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr uint32_t kDisplayFormat = 6;    // 24 bit BMP
+constexpr uint32_t kPlaceholderFlag = 0x80;
+constexpr uint32_t kBmp24HeaderBytes = 54;
+
+// Lends a maker's buffer. What its GetBuffer said stays readable.
+class MakerTarget final : public PictureTarget {
+public:
+    explicit MakerTarget(IPictureMaker& maker) : m_maker(maker) {}
+    PictureLease Lend(uint32_t width, uint32_t height, uint32_t) override {
+        uint8_t* buffer = nullptr;
+        uint32_t stride = 0;
+        uint32_t format = 0;
+        m_result = m_maker.GetBuffer(width, height, &buffer, &stride, &format);
+        return m_result < 0 ? PictureLease() : PictureLease(this, buffer, stride, format);
+    }
+    int32_t Result() const { return m_result; }
+
+private:
+    void Finish(bool) override {}
+
+    IPictureMaker& m_maker;
+    int32_t m_result = -1;
+};
+
+// Narrows `decoded` to a part of even edges.
+void Crop(DecodedFrame& decoded, const Rect& part) {
+    const auto left = static_cast<size_t>(part.left);
+    const auto top = static_cast<size_t>(part.top);
+    decoded.width = static_cast<uint32_t>(part.Width());
+    decoded.height = static_cast<uint32_t>(part.Height());
+    decoded.planes[0] += top * decoded.strides[0] + left;
+    const bool pairs = decoded.strides[2] == 0;    // of U and V in one plane
+    decoded.planes[1] += top / 2 * decoded.strides[1] + (pairs ? left : left / 2);
+    if (!pairs)
+        decoded.planes[2] += top / 2 * decoded.strides[2] + left / 2;
+}
+
+// The logo's pixels as they are, rows in the order of the maker's format: only for formats of as many bytes a row.
+Status CopyLogo(const RasterView& logo, IPictureMaker& maker) {
+    uint8_t* buffer = nullptr;
+    uint32_t stride = 0;
+    uint32_t format = 0;
+    if (const int32_t result = maker.GetBuffer(logo.width, logo.height, &buffer, &stride, &format); result < 0)
+        return static_cast<Status>(result);
+    if (stride != 4 * logo.width)
+        return Status::Failed;
+    const bool bottomUp = format == PF_BGR24_FLIP || format == PF_BGRA32_FLIP;
+    for (uint32_t row = 0; row < logo.height; ++row) {
+        const uint32_t from = bottomUp ? logo.height - 1 - row : row;
+        std::memcpy(buffer + size_t{stride} * row, logo.data + static_cast<ptrdiff_t>(from) * logo.step, stride);
+    }
+    return Status::Ok;
+}
+
+// The frame that stands for the logo.
+FramePtr LogoFrame() {
+    static constexpr uint8_t kHeaderBytes[20] = {0, 0, 0, 0x10};
+    MediaFrameHeader header{};
+    header.recordSize = sizeof header;
+    header.headerSize = sizeof kHeaderBytes;
+    header.data = kHeaderBytes;
+    return std::make_shared<MediaFrameImpl>(header);
+}
+
+WindowWatch::Size EvenSize(WindowWatch::Size size) {
+    return {(size.width + 1) & ~1u, (size.height + 1) & ~1u};
+}
+
+}    // namespace
+
+Status ReservePicture(PictureBuffer& picture, uint64_t size) {
+    if (size > UINT32_MAX)
+        return Status::OutOfMemory;
+    if (picture.data == nullptr)
+        picture.data = static_cast<uint8_t*>(std::malloc(size > 0 ? size : 1));
+    else if (picture.size < size)
+        return Status::BufferTooSmall;
+    if (picture.data == nullptr)
+        return Status::OutOfMemory;
+    picture.size = static_cast<uint32_t>(size);
+    return Status::Ok;
+}
+
+void StillRoad::SetQuality(uint32_t quality) {
+    MutexLock lock(m_mutex);
+    m_stillQuality = quality;
+}
+
+void StillRoad::SetOverlay(CorvaneOsdCallback callback, void* context) {
+    {
+        MutexLock lock(m_mutex);
+        m_stillOverlay = callback;
+        m_stillOverlayContext = context;
+    }
+    m_overlayCalls.WaitForRunning();
+}
+
+// ---- The picture ----
+
+// From the current picture to the maker's finished output.
+Status StillRoad::Make(Still& still) {
+    {
+        MutexLock lock(m_mutex);
+        still.maker->SetQuality(m_stillQuality);
+    }
+    // The composed picture of several sensors comes before anything else, once there is a renderer that has one.
+    BitmapPtr logo;
+    Status status;
+    switch (m_render.GetLogoPicture(logo)) {
+    case 0:
+        still.frame = LogoFrame();
+        status = CopyLogo(logo->View(), *still.maker);
+        break;
+    case 1:
+        status = Convert(still);
+        if (Ok(status))
+            DrawOverlay(still);
+        break;
+    default:
+        return Status::Failed;
+    }
+    if (!Ok(status))
+        return status;
+    still.maker->Make();
+    if (still.maker->GetData() == nullptr)
+        return Status::OutOfMemory;
+    return still.maker->GetSize() != 0 ? Status::Ok : Status::Failed;
+}
+
+Status StillRoad::Convert(Still& still) {
+    const RenderInfo info = m_render.GetRenderInfo();
+    FilterChain chain;    // its own: client filters, rotation and smoothing are not for stills
+    MakerTarget target(*still.maker);
+    SharedLock lock(m_decoderLock);
+    if (!m_decoder.CurrentInput(still.frame))
+        return Status::Failed;
+    DecodedFrame decoded = m_decoder.CurrentFrame();
+    chain.UpdateDewarp(*still.frame);
+    uint32_t width = still.frame->DecodedWidth();
+    uint32_t height = still.frame->DecodedHeight();
+    if (width == 0 || height == 0) {
+        width = decoded.width;
+        height = decoded.height;
+    }
+    if (still.zoomed)
+        if (const auto part = ZoomCrop(info, decoded.width, decoded.height))
+            Crop(decoded, *part);
+    if (const int32_t result = chain.OutputSize(&width, &height); result < 0)
+        return Status::Failed;
+    const WindowWatch::Size client = EvenSize(still.client);
+    if (client.width != 0 && client.height != 0 && client.width <= width / 2 && client.height <= height / 2) {
+        width = client.width;
+        height = client.height;
+    }
+    // Marks of motion are for the display variants, once there are marks.
+    if (!CarryPicture(target, chain, ChainSettings(), nullptr, *still.frame, decoded, width, height))
+        return static_cast<Status>(target.Result());
+    return Status::Ok;
+}
+
+// Where there is no memory for the drawing, the still comes without.
+void StillRoad::DrawOverlay(const Still& still) {
+    const CallGate::Scope call(m_overlayCalls);
+    CorvaneOsdCallback callback;
+    void* context;
+    {
+        MutexLock lock(m_mutex);
+        callback = m_stillOverlay;
+        context = m_stillOverlayContext;
+    }
+    uint8_t* buffer = nullptr;
+    uint32_t stride = 0;
+    uint32_t format = 0;
+    const uint32_t width = still.maker->GetWidth();
+    const uint32_t height = still.maker->GetHeight();
+    Raster drawing;
+    if (callback == nullptr || still.maker->GetBuffer(width, height, &buffer, &stride, &format) < 0 ||
+        !drawing.Resize(width, height))
+        return;
+    OsdRecord record(still.frame.get(), int64_t{still.frame->Header().timeSeconds}, false);
+    record.info.width = width;
+    record.info.height = height;
+    {
+        const Thread::Acting acting(m_owner);
+        record.Call(callback, context, drawing.View());
+    }
+    (void)BlendOverlay(drawing.View(), buffer, stride, format);
+}
+
+// ---- Where it goes ----
+
+Status StillRoad::Snapshot(uint32_t format, bool zoomed, PictureBuffer& out) {
+    Still still{MakePicture(format), zoomed};
+    if (still.maker == nullptr)
+        return Status::InvalidArgument;
+    if (const Status status = Make(still); !Ok(status))
+        return status;
+    if (const Status status = ReservePicture(out, still.maker->GetSize()); !Ok(status))
+        return status;
+    out.width = still.maker->GetWidth();
+    out.height = still.maker->GetHeight();
+    std::memcpy(out.data, still.maker->GetData(), still.maker->GetSize());
+    return Status::Ok;
+}
+
+Status StillRoad::Display(struct _cairo* to, bool zoomed, DisplayFrameInfo& out) {
+    const DisplayTarget target(to);
+    const DisplayTarget::Size own = target.OwnSize();
+    CRenderMgr::PresentRects rects = m_render.GetPresentRects({own.width, own.height});
+    Still still{MakePicture(kDisplayFormat), zoomed, rects.client};
+    if (const Status status = Make(still); !Ok(status))
+        return status;
+    const IPictureMaker& maker = *still.maker;
+    if (rects.client == WindowWatch::Size{})    // neither a window nor a surface with bounds: as large as the picture
+        rects = m_render.GetPresentRects({maker.GetWidth(), maker.GetHeight()});
+    out.clientWidth = rects.client.width;
+    out.clientHeight = rects.client.height;
+    const MediaFrameHeader& header = still.frame->Header();
+    out.timeSeconds = header.timeSeconds;
+    if (ClassOf(header.streamType) == StreamClass::Placeholder)
+        out.flags |= kPlaceholderFlag;
+    out.presentTime = still.frame->PresentTime();
+    out.baseTime = still.frame->BaseTime();
+    const auto step = static_cast<ptrdiff_t>(RowBytes(PF_BGR24_FLIP, maker.GetWidth()));
+    const uint8_t* const bottom = maker.GetData() + kBmp24HeaderBytes;
+    const PackedPicture picture{bottom + step * (static_cast<ptrdiff_t>(maker.GetHeight()) - 1), -step,
+                                maker.GetWidth(), maker.GetHeight(), 3};
+    return target.Draw(picture, rects.area);
+}
+
+Status StillRoad::CopyEncodedFrame(PictureBuffer& out) {
+    FramePtr frame;
+    {
+        SharedLock lock(m_decoderLock);
+        if (!m_decoder.CurrentInput(frame))
+            return Status::Failed;
+    }
+    if (const Status status = ReservePicture(out, frame->PayloadSize()); !Ok(status))
+        return status;
+    out.width = frame->DecodedWidth();
+    out.height = frame->DecodedHeight();
+    std::memcpy(out.data, frame->Payload(), frame->PayloadSize());
+    return Status::Ok;
+}
+
+Status StillRoad::GrabWindow(PictureBuffer& out) {
+    Raster shown;
+    if (const Status status = m_render.GrabWindow(shown); !Ok(status))
+        return status;
+    const RasterView& view = shown.View();
+    if (const Status status = ReservePicture(out, BmpBytes(view.width, view.height)); !Ok(status))
+        return status;
+    WriteBmp(view, out.data);
+    out.width = view.width;
+    out.height = view.height;
+    return Status::Ok;
+}
+
+}    // namespace corvane

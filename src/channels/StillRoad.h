@@ -1,0 +1,71 @@
+// Stills: the picture that a channel shows now, through a chain of its own into a picture maker, with what the client
+// draws over it, into a block of memory or onto a client's cairo context.
+//
+// Every call runs on the thread that asks, beside the worker and the render thread, any number at once. The decoder lock is
+// held shared while the picture is converted, so a still waits for a decode in progress and for no pacing sleep; the
+// worker waits for the conversion before it decodes again. No lock is held while the overlay callback runs, or while the
+// picture is encoded, copied or drawn.
+#pragma once
+
+#include <cstdint>
+
+#include "base/CallGate.h"
+#include "base/Mutex.h"
+#include "base/Status.h"
+#include "corvane/corvane.h"
+#include "decoders/VideoDecoderHolder.h"
+#include "manager/RenderMgr.h"
+#include "picture/PictureMaker.h"
+
+namespace corvane {
+
+// Makes room for `size` bytes: in the caller's buffer where there is one, else in memory that std::free frees.
+// BufferTooSmall, and `picture` is then unchanged; OutOfMemory. On success data and size are set.
+Status ReservePicture(PictureBuffer& picture, uint64_t size);
+
+class StillRoad {
+public:
+    // `owner`: the channel's handle, for which callbacks run. All must outlive the road.
+    StillRoad(const void* owner, SharedMutex& decoderLock, const VideoDecoderHolder& decoder, const CRenderMgr& render)
+        : m_owner(owner), m_decoderLock(decoderLock), m_decoder(decoder), m_render(render) {}
+
+    void SetQuality(uint32_t quality);    // of JPEG
+    // Waits for a running call of the callback that it replaces, not from inside any callback.
+    void SetOverlay(CorvaneOsdCallback callback, void* context);
+
+    // `format`: a picture format, 1 to 18, else InvalidArgument. `zoomed`: only what the display area selects. Failed:
+    // there is no picture. May raise std::bad_alloc.
+    Status Snapshot(uint32_t format, bool zoomed, PictureBuffer& out);
+    Status Display(struct _cairo* to, bool zoomed, DisplayFrameInfo& out);
+    // The payload that the current picture was decoded from.
+    Status CopyEncodedFrame(PictureBuffer& out);
+    // What the window shows, as a file of 32 bits a pixel.
+    Status GrabWindow(PictureBuffer& out);
+
+private:
+    struct Still {
+        PictureMakerPtr maker;
+        bool zoomed = false;
+        // In the display variants: a picture of at least twice this size is converted at this size.
+        WindowWatch::Size client{};
+        FramePtr frame;    // out
+    };
+
+    Status Make(Still& still);
+    Status Convert(Still& still);
+    void DrawOverlay(const Still& still);
+
+    // Constant, or with locks of their own.
+    const void* const m_owner;
+    SharedMutex& m_decoderLock;
+    const VideoDecoderHolder& m_decoder;    // read under m_decoderLock, shared
+    const CRenderMgr& m_render;
+    CallGate m_overlayCalls;
+
+    Mutex m_mutex;    // taken last
+    uint32_t m_stillQuality GUARDED_BY(m_mutex) = 0;
+    CorvaneOsdCallback m_stillOverlay GUARDED_BY(m_mutex) = nullptr;
+    void* m_stillOverlayContext GUARDED_BY(m_mutex) = nullptr;
+};
+
+}    // namespace corvane

@@ -1,0 +1,43 @@
+// Turns one picture into a block of bytes for a client: a BMP or JPEG file in memory, or tightly packed pixels. The maker
+// first lends a buffer in the format that it wants, and builds its output from what was written there:
+//
+//     SetQuality, SetPrefix, GetBuffer, (the buffer is written), Make, then the getters.
+//
+// The output lives until the next Make. A maker may be used again; buffers of the same size are kept. No lock: one
+// thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+namespace corvane {
+
+class IPictureMaker {
+public:
+    virtual ~IPictureMaker() = default;
+
+    // Lends the input: `*stride` bytes a row of `*format` (PF_*). 0; -1 for a size out of the limits; Status::OutOfMemory
+    // as a number. The buffer is zeroed when it is made anew.
+    virtual int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride,
+                              uint32_t* format) = 0;
+    // Without memory the output stays what it was.
+    virtual void Make() = 0;
+    // Of JPEG, as JPEGEncOptions has it: 50 leaves the quantisation tables as they are, higher is coarser. Ignored by
+    // the others.
+    virtual void SetQuality(uint32_t quality) = 0;
+    // Bytes that are left free, as 0, at the front of the output.
+    virtual void SetPrefix(uint32_t bytes) = 0;
+    // The output with its prefix; null and 0 before the first.
+    virtual const uint8_t* GetData() const = 0;
+    virtual uint32_t GetSize() const = 0;
+    // Of the last GetBuffer.
+    virtual uint32_t GetWidth() const = 0;
+    virtual uint32_t GetHeight() const = 0;
+};
+
+using PictureMakerPtr = std::shared_ptr<IPictureMaker>;
+
+// The maker of a picture format as clients number them (1 to 18); null for any other number. May raise std::bad_alloc.
+PictureMakerPtr MakePicture(uint32_t number);
+
+}    // namespace corvane

@@ -1,0 +1,34 @@
+// A client's own cairo context as the place where a picture is drawn: in the client's matrix and clip, on any kind of
+// surface. What the client set on the context, its path included, is the same afterwards.
+#pragma once
+
+#include <cstdint>
+
+#include "base/Rectangle.h"
+#include "base/Status.h"
+#include "platform/raster/Raster.h"
+
+struct _cairo;
+
+namespace corvane {
+
+class DisplayTarget {
+public:
+    explicit DisplayTarget(struct _cairo* context) : m_context(context) {}
+
+    // The surface's size in the client's units; 0 where the surface has no bounds or the context is in error.
+    struct Size {
+        uint32_t width;
+        uint32_t height;
+    };
+    Size OwnSize() const;
+
+    // Scales the picture into `area`, in the client's units. An empty area draws nothing. Failed: the context is in
+    // error, before or by the drawing. OutOfMemory.
+    Status Draw(const PackedPicture& picture, const Rect& area) const;
+
+private:
+    struct _cairo* const m_context;
+};
+
+}    // namespace corvane

@@ -1,0 +1,371 @@
+// Stills of real streams. What they must show is made by the chain and the makers alone, over libavcodec's own planes.
+#include <cairo.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "channels/ChannelLive.h"
+#include "support/BareDecoder.h"
+#include "support/Client.h"
+
+namespace corvane {
+namespace {
+
+using test::Client;
+using test::Eventually;
+
+constexpr uint32_t kNumbered = 4;
+
+// A channel that shows one JPEG picture.
+struct OnePicture {
+    explicit OnePicture(int width, int height, uint32_t statedWidth = 0, uint32_t statedHeight = 0) {
+        stream = test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = width, .height = height, .frames = 1});
+        bare = test::BareDecode(CORVANE_STREAM_JPEG, stream);
+        planes = test::To420(*bare[0]);
+        for (int i = 0; i < 3; ++i) {
+            decoded.planes[i] = planes->data[i];
+            decoded.strides[i] = static_cast<uint32_t>(planes->linesize[i]);
+        }
+        decoded.width = static_cast<uint32_t>(width);
+        decoded.height = static_cast<uint32_t>(height);
+        client.Start();
+        EXPECT_EQ(client.Feed(CORVANE_STREAM_JPEG, stream[0].bytes, true, 7000, statedWidth, statedHeight), Status_Ok);
+        EXPECT_TRUE(Eventually([&] { return !client.Take().empty(); }));
+    }
+
+    // The finished picture that the chain and the maker give for `source`.
+    PictureMakerPtr Wanted(const DecodedFrame& source, uint32_t format, uint32_t width, uint32_t height) const {
+        const PictureMakerPtr maker = MakePicture(format);
+        const FramePtr frame = test::MakeFrame(CORVANE_STREAM_JPEG, stream[0].bytes, true, 7000);
+        uint8_t* buffer = nullptr;
+        uint32_t stride = 0, pixels = 0;
+        EXPECT_EQ(maker->GetBuffer(width, height, &buffer, &stride, &pixels), 0);
+        (void)FilterChain().Run({}, *frame, source, buffer, stride, pixels, width, height);
+        maker->Make();
+        return maker;
+    }
+
+    Client client;
+    std::vector<test::EncodedPicture> stream;
+    std::vector<test::BarePicture> bare;
+    test::BarePicture planes;
+    DecodedFrame decoded{};
+};
+
+using Snap = decltype(&Corvane_GetCurrentSnapShot);
+
+void ExpectStill(const OnePicture& one, Snap snap, uint32_t flags, const IPictureMaker& wanted) {
+    PictureBuffer picture{};
+    ASSERT_EQ(snap(one.client.channel, &picture, flags), Status_Ok);
+    EXPECT_EQ(picture.width, wanted.GetWidth());
+    EXPECT_EQ(picture.height, wanted.GetHeight());
+    ASSERT_EQ(picture.size, wanted.GetSize());
+    EXPECT_EQ(std::memcmp(picture.data, wanted.GetData(), picture.size), 0);
+    // The same into a buffer of the caller's, which may not be a byte smaller.
+    std::vector<uint8_t> own(picture.size, 0xEE);
+    PictureBuffer given{picture.size - 1, 1, 2, 3, own.data()};
+    EXPECT_EQ(snap(one.client.channel, &given, flags | 8), Status_BufferTooSmall);
+    EXPECT_EQ(given.size, picture.size - 1);
+    EXPECT_EQ(given.width, 1u);
+    EXPECT_EQ(own, std::vector<uint8_t>(picture.size, 0xEE));
+    given.size = picture.size;
+    EXPECT_EQ(snap(one.client.channel, &given, flags | 8), Status_Ok);
+    EXPECT_EQ(std::memcmp(own.data(), picture.data, picture.size), 0);
+    EXPECT_EQ(Corvane_FreePicture(&picture), Status_Ok);
+}
+
+TEST(Stills, EachFormat) {
+    for (const auto& [width, height] : {std::pair(160, 96), {151, 99}}) {
+        const OnePicture one(width, height);
+        for (uint32_t format = 1; format <= 18; ++format) {
+            SCOPED_TRACE(testing::Message() << width << "x" << height << " format " << format);
+            ExpectStill(one, &Corvane_GetCurrentSnapShot, kNumbered | format << 16,
+                        *one.Wanted(one.decoded, format, one.decoded.width, one.decoded.height));
+        }
+        SCOPED_TRACE("short forms");
+        ExpectStill(one, &Corvane_GetCurrentSnapShot, 1,
+                    *one.Wanted(one.decoded, 6, one.decoded.width, one.decoded.height));
+        PictureBuffer picture{};
+        EXPECT_EQ(Corvane_GetCurrentSnapShot(one.client.channel, &picture, kNumbered | 19 << 16),
+                  Status_InvalidArgument);
+        // The encoded frame comes before any format.
+        ASSERT_EQ(Corvane_GetCurrentSnapShot(one.client.channel, &picture, 7 | 6 << 16), Status_Ok);
+        EXPECT_EQ(std::vector<uint8_t>(picture.data, picture.data + picture.size), one.stream[0].bytes);
+        Corvane_FreePicture(&picture);
+    }
+}
+
+TEST(Stills, StatedSizeAndQuality) {
+    const OnePicture one(160, 96, 320, 200);
+    ExpectStill(one, &Corvane_GetCurrentSnapShot, kNumbered | 11 << 16, *one.Wanted(one.decoded, 11, 320, 200));
+    const PictureMakerPtr coarse = MakePicture(8);
+    coarse->SetQuality(90);
+    uint8_t* buffer = nullptr;
+    uint32_t stride = 0, format = 0;
+    ASSERT_EQ(coarse->GetBuffer(320, 200, &buffer, &stride, &format), 0);
+    const FramePtr frame = test::MakeFrame(CORVANE_STREAM_JPEG, one.stream[0].bytes, true, 0);
+    ASSERT_EQ(FilterChain().Run({}, *frame, one.decoded, buffer, stride, format, 320, 200), 0);
+    coarse->Make();
+    ASSERT_EQ(Corvane_SetChannelOption(one.client.channel, 17, 90, 0), Status_Ok);
+    ExpectStill(one, &Corvane_GetCurrentSnapShot, kNumbered | 8 << 16, *coarse);
+}
+
+TEST(Stills, ZoomedOnesShowTheSelection) {
+    const OnePicture one(160, 96);
+    const struct {
+        const char* name;
+        int32_t zoom[4];    // of an area at (100, 100) of 80x48
+        uint32_t enabled;
+        int crop[4];    // left, top, right, bottom in the picture
+    } rows[] = {{"inside", {111, 105, 151, 129}, 1, {22, 10, 102, 58}},
+                {"one pixel", {100, 100, 101, 101}, 1, {0, 0, 2, 2}},
+                {"sticks out", {90, 105, 151, 129}, 1, {0, 0, 160, 96}},
+                {"off", {111, 105, 151, 129}, 0, {0, 0, 160, 96}}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        DisplayArea area{0, 0, {{100, 100, 180, 148}}, {}, 0, 0, {}, {}, row.enabled, 0};
+        std::ranges::copy(row.zoom, area.zoom.rectangle);
+        ASSERT_EQ(Corvane_SetChannelOption(one.client.channel, 11, reinterpret_cast<uint64_t>(&area), 31), Status_Ok);
+        DecodedFrame part = one.decoded;
+        part.width = static_cast<uint32_t>(row.crop[2] - row.crop[0]);
+        part.height = static_cast<uint32_t>(row.crop[3] - row.crop[1]);
+        for (int plane = 0; plane < 3; ++plane) {
+            const uint32_t half = plane == 0 ? 1 : 2;
+            part.planes[plane] += row.crop[1] / static_cast<int>(half) * static_cast<int>(part.strides[plane]) +
+                                  row.crop[0] / static_cast<int>(half);
+        }
+        ExpectStill(one, &Corvane_GetZoomedSnapShot, kNumbered | 11 << 16, *one.Wanted(part, 11, 160, 96));
+        ExpectStill(one, &Corvane_GetCurrentSnapShot, kNumbered | 11 << 16, *one.Wanted(one.decoded, 11, 160, 96));
+    }
+}
+
+// Draws a red square of 8x8, and black around it, which shows nothing.
+void DrawSquare(void* context, OsdInfo* info) {
+    auto* const seen = static_cast<OsdInfo*>(context);
+    *seen = *info;
+    cairo_set_source_rgb(info->deviceContext, 0, 0, 0);
+    cairo_paint(info->deviceContext);
+    cairo_set_source_rgb(info->deviceContext, 1, 0, 0);
+    cairo_rectangle(info->deviceContext, 16, 8, 8, 8);
+    cairo_fill(info->deviceContext);
+}
+
+TEST(Stills, OverlayIsLaidOver) {
+    const OnePicture one(160, 96);
+    OsdInfo seen{};
+    ASSERT_EQ(Corvane_SetChannelOption(one.client.channel, 56, reinterpret_cast<uint64_t>(&DrawSquare),
+                                       reinterpret_cast<uint64_t>(&seen)),
+              Status_Ok);
+    for (const uint32_t format : {6u, 11u, 4u}) {
+        SCOPED_TRACE(format);
+        PictureBuffer picture{};
+        ASSERT_EQ(Corvane_GetCurrentSnapShot(one.client.channel, &picture, kNumbered | format << 16), Status_Ok);
+        const PictureMakerPtr plain = one.Wanted(one.decoded, format, 160, 96);
+        std::vector<uint8_t> wanted(plain->GetData(), plain->GetData() + plain->GetSize());
+        for (size_t y = 8; y < 16 && format != 4; ++y)
+            for (size_t x = 16; x < 24; ++x) {
+                if (format == 6) {
+                    uint8_t* const pixel = &wanted[54 + (95 - y) * 480 + x * 3];
+                    pixel[0] = pixel[1] = 0;
+                    pixel[2] = 255;
+                } else {
+                    wanted[y * 160 + x] = 76;
+                    wanted[160 * 96 + y / 2 * 80 + x / 2] = 85;
+                    wanted[160 * 96 * 5 / 4 + y / 2 * 80 + x / 2] = 255;
+                }
+            }
+        EXPECT_EQ(std::vector<uint8_t>(picture.data, picture.data + picture.size), wanted);
+        Corvane_FreePicture(&picture);
+    }
+    EXPECT_EQ(seen.width, 160u);
+    EXPECT_EQ(seen.height, 96u);
+    EXPECT_EQ(seen.timeSeconds, 7u);
+    EXPECT_EQ(seen.flags, 0u);
+}
+
+struct Canvas {
+    Canvas(int width, int height)
+        : surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height)), context(cairo_create(surface)) {}
+    ~Canvas() {
+        cairo_destroy(context);
+        cairo_surface_destroy(surface);
+    }
+    uint32_t At(int x, int y) const {
+        cairo_surface_flush(surface);
+        const uint8_t* const row = cairo_image_surface_get_data(surface) + y * cairo_image_surface_get_stride(surface);
+        uint32_t pixel;
+        std::memcpy(&pixel, row + 4 * x, 4);
+        return pixel & 0xFFFFFF;
+    }
+    cairo_surface_t* const surface;
+    cairo_t* const context;
+};
+
+TEST(Stills, DisplayDrawsWithTheClientsContext) {
+    const OnePicture one(160, 96);
+    const PictureMakerPtr plain = one.Wanted(one.decoded, 6, 160, 96);
+    const auto pixel = [&](size_t x, size_t y) {
+        uint32_t value = 0;
+        std::memcpy(&value, plain->GetData() + 54 + (95 - y) * 480 + x * 3, 3);
+        return value;
+    };
+    void* const channel = one.client.channel;
+    DisplayFrameInfo info{};
+    info.flags = 0x40;
+    {
+        Canvas canvas(160, 96);    // the surface's own size, pixel for pixel
+        cairo_move_to(canvas.context, 3, 4);
+        ASSERT_EQ(Corvane_GetCurrentDisplay(channel, canvas.context, &info), Status_Ok);
+        for (int y = 0; y < 96; ++y)
+            for (int x = 0; x < 160; ++x)
+                ASSERT_EQ(canvas.At(x, y), pixel(static_cast<size_t>(x), static_cast<size_t>(y))) << x << ", " << y;
+        EXPECT_EQ(info.clientWidth, 160u);
+        EXPECT_EQ(info.clientHeight, 96u);
+        EXPECT_EQ(info.timeSeconds, 7u);
+        EXPECT_EQ(info.flags, 0x40u);
+        EXPECT_EQ(info.baseTime.seconds, 7u);
+        double x = 0, y = 0;
+        cairo_get_current_point(canvas.context, &x, &y);
+        EXPECT_EQ(x, 3) << "the client's path is as it was";
+    }
+    {
+        Canvas canvas(320, 192);    // the client's matrix and clip, and margins: 144x80 units of 2x2 pixels
+        for (const int32_t margin : {7, 8, 9, 10})
+            Corvane_SetChannelOption(channel, margin, 8, 0);
+        cairo_scale(canvas.context, 2, 2);
+        cairo_rectangle(canvas.context, 0, 0, 100, 96);
+        cairo_clip(canvas.context);
+        ASSERT_EQ(Corvane_GetCurrentDisplay(channel, canvas.context, &info), Status_Ok);
+        EXPECT_EQ(canvas.At(15, 100), 0u) << "margin";
+        EXPECT_NE(canvas.At(16, 100), 0u);
+        EXPECT_NE(canvas.At(199, 100), 0u);
+        EXPECT_EQ(canvas.At(200, 100), 0u) << "clip";
+        EXPECT_EQ(canvas.At(100, 15), 0u);
+        EXPECT_EQ(canvas.At(100, 176), 0u);
+        for (const int32_t margin : {7, 8, 9, 10})
+            Corvane_SetChannelOption(channel, margin, 0, 0);
+    }
+    {
+        Canvas canvas(70, 40);    // less than half: converted at that size already
+        ASSERT_EQ(Corvane_GetCurrentDisplay(channel, canvas.context, &info), Status_Ok);
+        const PictureMakerPtr small = one.Wanted(one.decoded, 6, 70, 40);
+        uint32_t first = 0;
+        std::memcpy(&first, small->GetData() + 54 + 39 * 212, 3);
+        EXPECT_EQ(canvas.At(0, 0), first);
+    }
+    Canvas broken(10, 10);
+    cairo_surface_finish(broken.surface);
+    EXPECT_EQ(Corvane_GetCurrentDisplay(channel, broken.context, &info), Status_Failed);
+    cairo_surface_t* const unbounded = cairo_recording_surface_create(CAIRO_CONTENT_COLOR, nullptr);
+    cairo_t* const recorder = cairo_create(unbounded);
+    EXPECT_EQ(Corvane_GetZoomedDisplay(channel, recorder, &info), Status_Ok);
+    EXPECT_EQ(info.clientWidth, 160u) << "the picture's size";
+    Canvas replayed(160, 96);
+    cairo_set_source_surface(replayed.context, unbounded, 0, 0);
+    cairo_paint(replayed.context);
+    EXPECT_EQ(replayed.At(80, 50), pixel(80, 50));
+    cairo_destroy(recorder);
+    cairo_surface_destroy(unbounded);
+}
+
+TEST(Stills, LogoOfAStoppedChannel) {
+    Client client;
+    PictureBuffer picture{};
+    EXPECT_EQ(Corvane_GetCurrentSnapShot(client.channel, &picture, 1), Status_Failed) << "nothing yet";
+    Canvas logo(5, 2);
+    cairo_set_source_rgb(logo.context, 1, 0, 0);
+    cairo_rectangle(logo.context, 0, 0, 5, 1);
+    cairo_fill(logo.context);
+    ASSERT_EQ(Corvane_SetChannelOption(client.channel, 26, reinterpret_cast<uint64_t>(logo.surface), 0), Status_Ok);
+    for (const uint32_t format : {4u, 7u}) {    // upright in both
+        ASSERT_EQ(Corvane_GetCurrentSnapShot(client.channel, &picture, kNumbered | format << 16), Status_Ok);
+        const uint8_t* const top = format == 4 ? picture.data : picture.data + 54 + 20;
+        EXPECT_EQ(top[0], 0);
+        EXPECT_EQ(top[2], 255);
+        EXPECT_EQ(top[format == 4 ? 22 : -18], 0);
+        Corvane_FreePicture(&picture);
+    }
+    EXPECT_EQ(Corvane_GetCurrentSnapShot(client.channel, &picture, 1), Status_Failed) << "3 bytes a pixel";
+}
+
+// Time stands still: what sleeps until a later time sleeps until it is woken.
+class StoppedClock final : public Clock {
+public:
+    int64_t Now() const override { return 0; }
+    int64_t Wall() const override { return 0; }
+    bool WaitUntil(Condition& condition, MutexLock& lock, int64_t) override {
+        condition.WaitOnce(lock);
+        return true;
+    }
+};
+
+TEST(Stills, NeverWaitForThePacingSleep) {
+    const auto stream = test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .frames = 2});
+    StoppedClock clock;
+    CChannelLive channel(0, 0, clock);
+    ASSERT_EQ(channel.Start(false), Status::Ok);
+    for (int i = 0; i < 2; ++i)
+        ASSERT_EQ(channel.Input(test::VideoHeader(CORVANE_STREAM_JPEG, stream[static_cast<size_t>(i)].bytes, true,
+                                                  5000 * i)),
+                  Status::Ok);
+    PictureBuffer picture{};
+    int stamp = -1;
+    EXPECT_TRUE(Eventually([&] {    // the second picture is presented, then the worker sleeps for good
+        if (!Ok(channel.Stills().Snapshot(11, false, picture)))
+            return false;
+        stamp = test::ReadStamp(picture.data, picture.width);
+        Corvane_FreePicture(&picture);
+        return stamp == 1;
+    }));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(channel.Stills().Snapshot(8, false, picture), Status::Ok);
+        Corvane_FreePicture(&picture);
+    }
+    EXPECT_EQ(channel.Stop(), Status::Ok);
+}
+
+// Three threads take stills while options change: every still is one whole picture, and every picture is shown.
+TEST(Stills, BesideTheStream) {
+    const auto stream = test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .frames = 60});
+    Client client;
+    Corvane_SetBufferTime(client.channel, 1);
+    ASSERT_EQ(Corvane_SetChannelOption(client.channel, 42, 0, 0), Status_Ok);
+    client.Start();
+    std::atomic<bool> ending{false};
+    std::atomic<int> taken{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i)
+        threads.emplace_back([&] {
+            int last = 0;
+            while (!ending) {
+                PictureBuffer picture{};
+                if (Corvane_GetCurrentSnapShot(client.channel, &picture, kNumbered | 11 << 16) == Status_Ok) {
+                    const int stamp = test::ReadStamp(picture.data, picture.width);
+                    EXPECT_GE(stamp, last);    // -1: not one whole picture
+                    last = stamp;
+                    ++taken;
+                }
+                Corvane_FreePicture(&picture);
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            }
+        });
+    std::thread setter([&] {
+        for (uint64_t value = 0; !ending; ++value) {
+            Corvane_SetChannelOption(client.channel, 56, 0, 0);
+            Corvane_SetChannelOption(client.channel, value % 2 == 0 ? 17 : 57, value % 4, 0);
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+    });
+    for (size_t i = 0; i < stream.size(); ++i)
+        ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, stream[i].bytes, true, static_cast<int64_t>(i) * 20), Status_Ok);
+    EXPECT_TRUE(client.WaitForStamp(59));
+    EXPECT_TRUE(Eventually([&] { return taken > 30; }));
+    ending = true;
+    setter.join();
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+}    // namespace
+}    // namespace corvane

@@ -1,5 +1,6 @@
 // The whole life of a channel with its n-th allocation, thread start or platform call failing, once and for good, n
 // rising until the road succeeds; and a thousand lives in a row. After each: a status, nothing leaked, no thread left.
+#include <cairo.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
 
@@ -111,7 +112,7 @@ struct Stream {
 
 // The statuses of one life. It allocates nothing of its own.
 struct Life {
-    uint32_t statuses[16] = {};
+    uint32_t statuses[20] = {};
     int count = 0;
     std::atomic<int> shown{0};
 
@@ -120,6 +121,20 @@ struct Life {
         return std::all_of(statuses, statuses + count, [](uint32_t status) { return status == Status_Ok; });
     }
 };
+
+void TakeStills(void* channel, Life& life) {
+    const CorvaneOsdCallback overlay = [](void*, OsdInfo* info) { cairo_paint(info->deviceContext); };
+    Corvane_SetChannelOption(channel, 56, reinterpret_cast<uint64_t>(overlay), 0);
+    PictureBuffer still{};
+    life.Note(Corvane_GetCurrentSnapShot(channel, &still, 4 | 8 << 16));
+    Corvane_FreePicture(&still);
+    cairo_surface_t* const surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 80, 32);
+    cairo_t* const context = cairo_create(surface);
+    DisplayFrameInfo info{};
+    life.Note(Corvane_GetZoomedDisplay(channel, context, &info));
+    cairo_destroy(context);
+    cairo_surface_destroy(surface);
+}
 
 void Live(const Stream& stream, Life& life, PassFilter& filter) {
     void* instance = nullptr;
@@ -156,6 +171,8 @@ void Live(const Stream& stream, Life& life, PassFilter& filter) {
         for (int i = 0; i < 150 && life.shown == 0 && life.AllWell(); ++i)    // a failure may leave nothing to show
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         Corvane_GetRemainingQueueElementCount(channel, &state);
+        if (life.shown > 0)
+            TakeStills(channel, life);
         life.Note(Corvane_StopChannel(channel));
         life.Note(Corvane_DeleteChannel(instance, &channel));
     }

@@ -48,7 +48,7 @@ private:
         bool zoomed = false;
         // In the display variants: a picture of at least twice this size is converted at this size.
         WindowWatch::Size client{};
-        FramePtr frame;    // out
+        FramePtr frame{};    // out
     };
 
     Status Make(Still& still);

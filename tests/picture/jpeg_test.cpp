@@ -56,14 +56,14 @@ JPEGEncOptions Options(uint32_t width, uint32_t height, uint32_t padding, const 
 
 // `frames` pictures behind each other into a buffer of `room` bytes that ends in front of a guard page; what the buffer
 // holds afterwards, and how each picture ended.
-struct Run {
+struct Encoded {
     std::vector<uint8_t> bytes;
     std::vector<uint32_t> sizes;
-    bool operator==(const Run&) const = default;
+    bool operator==(const Encoded&) const = default;
 };
 
-Run Encode(const JPEGEncOptions& options, uint32_t room, uint32_t frames, uint32_t commentSize, bool plain) {
-    Run run;
+Encoded Encode(const JPEGEncOptions& options, uint32_t room, uint32_t frames, uint32_t commentSize, bool plain) {
+    Encoded run;
     const test::GuardedBytes out(std::vector<uint8_t>(room, 0xA5).data(), room);
     auto encoder = JpegEncoder::Create(options);
     if (encoder == nullptr)
@@ -166,7 +166,7 @@ TEST(Jpeg, FastFormsEqualPlainFormsAndDecode) {
                 const Source source(width, height, padding, is422, set);
                 JPEGEncOptions options = Options(width, height, padding, source);
                 options.Subsampling = is422 ? 2 : 1;
-                options.Colour = words[0] >> 1 & 3;
+                options.Colour = (words[0] >> 1 & 3) != 0;
                 options.Interleaved = (words[0] >> 3 & 3) != 0;
                 options.OptimizeHuffman = words[0] >> 5 & 1;
                 options.JFIFHeader = words[0] >> 6 & 1;
@@ -178,7 +178,7 @@ TEST(Jpeg, FastFormsEqualPlainFormsAndDecode) {
                 const std::string what = "set " + std::to_string(set) + ", " + std::to_string(width) + " x " +
                                          std::to_string(height) + " padded " + std::to_string(padding);
                 const uint32_t room = 3 * (2000 + width * height * 8);
-                const Run fast = Encode(options, room, 3, words[3] % 10, false);
+                const Encoded fast = Encode(options, room, 3, words[3] % 10, false);
                 ASSERT_TRUE(fast == Encode(options, room, 3, words[3] % 10, true)) << what;
                 // Full somewhere in a picture: the same bytes, the same failure.
                 const uint32_t total = fast.sizes[0] + fast.sizes[1] + fast.sizes[2];

@@ -1,6 +1,8 @@
 #include <corvane/corvane.h>
+#include <corvane/bitpacker.h>
 #include <corvane/decoder.h>
 #include <corvane/filter.h>
+#include <corvane/jpegenc.h>
 
 #include <cstddef>
 

@@ -206,5 +206,101 @@ TEST(Jpeg, FastFormsEqualPlainFormsAndDecode) {
     }
 }
 
+TEST(Jpeg, LongestRowAndEmptyPicture) {
+    const Source source(65535, 3, 0, false, 1);
+    for (const uint32_t height : {3u, 0u}) {
+        JPEGEncOptions options = Options(65535, height, 0, source);
+        options.Interleaved = height != 0;
+        const Encoded wide = Encode(options, 1 << 20, 1, 0, false);
+        ASSERT_EQ(wide.sizes[0] != 0, true);
+        EXPECT_TRUE(wide == Encode(options, 1 << 20, 1, 0, true));
+        uint32_t width = 0, rows = 0;
+        options.EncodingWidth = 65500;    // as far as this decoder goes
+        const Encoded decoded = Encode(options, 1 << 20, 1, 0, false);
+        if (height != 0)
+            EXPECT_TRUE(Decode(decoded.bytes.data(), decoded.sizes[0], width, rows).size() == 3 && width == 65500);
+    }
+}
+
+TEST(Jpeg, SegmentsAndRestarts) {
+    const Source source(100, 24, 0, false, 1);
+    JPEGEncOptions options = Options(100, 24, 0, source);
+    options.QuantTable = 1;
+    options.Interleaved = 0;
+    options.RestartInterval = 3;
+    options.ModeTag = 2;
+    options.Comment = "abc";
+    const Encoded e = Encode(options, 1 << 16, 1, 3, false);
+    const std::vector<uint8_t> start = {0xFF, 0xD8, 0xFF, 0xE2, 0,  15, 'F', 'L', '_', 'P', 'G', ' ', 'M', 'o', 'd', 'e',
+                                        'a',  'b',  'c',  0xFF, 0xDB, 0, 132, 0,   16,  11,  12,  14,  12,  10};
+    EXPECT_TRUE(std::equal(start.begin(), start.end(), e.bytes.begin()));
+    uint32_t markers = 0;    // 39 blocks of Y make 12, of each chroma plane 14 make 4
+    uint8_t expected = 0xD0;
+    for (size_t i = 0; i + 1 < e.sizes[0]; ++i) {
+        if (e.bytes[i] == 0xFF && e.bytes[i + 1] == 0xDA)
+            expected = 0xD0;
+        if (e.bytes[i] == 0xFF && (e.bytes[i + 1] & 0xF8) == 0xD0) {
+            EXPECT_EQ(e.bytes[i + 1], expected);
+            expected = static_cast<uint8_t>(0xD0 + (expected + 1) % 8);
+            ++markers;
+        }
+    }
+    EXPECT_EQ(markers, 12u + 4 + 4);
+}
+
+TEST(Jpeg, Refusals) {
+    const Source source(16, 16, 0, false, 1);
+    const std::pair<const char*, void (*)(JPEGEncOptions&)> cases[] = {
+        {"version", [](JPEGEncOptions& o) { o.Version = 0x010B; }},
+        {"restart interval", [](JPEGEncOptions& o) { o.RestartInterval = 65536; }},
+        {"mode tag", [](JPEGEncOptions& o) { o.ModeTag = 5; }},
+        {"size", [](JPEGEncOptions& o) { o.EncodingWidth = o.InputWidth = 65536; }},
+        {"product", [](JPEGEncOptions& o) { o.InputWidth = o.InputHeight = 65536; }},
+        {"range across", [](JPEGEncOptions& o) { o.HorzOffset = 1; }},
+        {"range down, beyond 32 bits", [](JPEGEncOptions& o) { o.VertOffset = UINT32_MAX; }},
+        {"packer", [](JPEGEncOptions& o) { o.PackerMode = 7; }},
+    };
+    for (const auto& [what, change] : cases) {
+        JPEGEncOptions options = Options(16, 16, 0, source);
+        change(options);
+        EXPECT_EQ(JpegEncoder::Create(options), nullptr) << what;
+    }
+    JPEGEncOptions options = Options(16, 16, 0, source);
+    EXPECT_EQ(JPEGEnc_QueryMemSize(&options), 3498u + 195);
+    EXPECT_EQ(Encode(options, 4096, 1, 1, false).sizes[0], 0u) << "no comment bytes";
+    options.PlaneV = nullptr;
+    EXPECT_EQ(Encode(options, 4096, 1, 0, false).sizes[0], 0u) << "no plane";
+}
+
+// In the client's memory at an odd address; pictures go through a pool, whole ones only, and come back after a failure.
+TEST(Jpeg, PoolInForeignMemory) {
+    const Source source(64, 48, 0, false, 1);
+    JPEGEncOptions options = Options(64, 48, 0, source);
+    const Encoded wanted = Encode(options, 1 << 15, 1, 0, false);
+    options.PackerMode = 2;
+    options.PoolSize = 8192;
+    options.RetryLimit = 1;
+    const uint32_t bytes = JPEGEnc_QueryMemSize(&options);
+    const test::GuardedBytes memory(std::vector<uint8_t>(bytes + 1, 0xEE).data(), bytes);
+    options.Memory = memory.Data();
+    void* encoder = nullptr;
+    ASSERT_EQ(JPEGEnc_Initial(&encoder, &options), 0u);
+    std::vector<uint8_t> taken(wanted.sizes[0]);
+    for (int picture = 0; picture < 20; ++picture) {
+        JPEGEncFrame frame{0, 0};
+        if (picture == 10) {
+            JPEGEnc_Quit(encoder);
+            ASSERT_EQ(JPEGEnc_OneFrame(encoder, &frame), JPEGENC_FAILED);
+            const JPEGEncRequest flush{JPEGENC_FLUSH, 0, 0, 0, 0};
+            ASSERT_EQ(JPEGEnc_SetOptions(encoder, &flush), 0u);
+        }
+        ASSERT_EQ(JPEGEnc_OneFrame(encoder, &frame), 0u) << picture;
+        ASSERT_EQ(JPEGEnc_QueryFilledBufferSpace(encoder), wanted.sizes[0]);
+        ASSERT_EQ(JPEGEnc_TakeData(encoder, taken.data(), frame.EncodedBytes), 0u);
+        ASSERT_TRUE(std::equal(taken.begin(), taken.end(), wanted.bytes.begin())) << picture;
+    }
+    EXPECT_EQ(JPEGEnc_Release(&encoder), 0u);
+}
+
 }    // namespace
 }    // namespace corvane

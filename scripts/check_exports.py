@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Compares exports.txt, the public header and the dynamic symbols of the library given as argument; fails on a difference."""
+"""Compares exports.txt, the public C headers and the dynamic symbols of the library given; fails on a difference."""
 import pathlib
 import re
 import subprocess
@@ -7,8 +7,8 @@ import sys
 
 root = pathlib.Path(__file__).resolve().parent.parent
 listed = set((root / "exports.txt").read_text().split())
-header = (root / "include/corvane/corvane.h").read_text()
-declared = set(re.findall(r"CORVANE_API\s+uint32_t\s+(\w+)\(", header))
+header = "".join((root / f"include/corvane/{name}.h").read_text() for name in ("corvane", "jpegenc", "bitpacker"))
+declared = set(re.findall(r"CORVANE_API\s+uint(?:32|64)_t\s+(\w+)\(", header))
 lines = subprocess.run(["nm", "-D", "--defined-only", sys.argv[1]], check=True, capture_output=True, text=True).stdout
 symbols = [line.split() for line in lines.splitlines()]
 built = {words[-1].split("@")[0] for words in symbols if words[-2] in "TWVBDR"} - {"CORVANE_5"}
@@ -17,7 +17,8 @@ imports = subprocess.run(["nm", "-D", "--undefined-only", sys.argv[1]], check=Tr
 xlib = re.findall(r"\bX[A-Z]\w*", imports)
 # Each declaration is documented with its thread word.
 undocumented = [name for name in declared
-                if not re.search(r"\[any\*?\]\s*\*/\s*(CORVANE_API[^;]*;\s*)*CORVANE_API[^;]*\b" + name + r"\(", header)]
+                if not re.search(r"\[(?:any\*?|writer|reader)\]\s*\*/\s*(CORVANE_API[^;]*;\s*)*CORVANE_API[^;]*\b" + name + r"\(",
+                                 header)]
 faults = []
 for what, names in (("listed, not declared", listed - declared), ("declared, not listed", declared - listed),
                     ("listed, not built", listed - built), ("built, not listed", built - listed),

@@ -1,10 +1,13 @@
 #include <corvane/corvane.h>
+#include <corvane/bitpacker.h>
 #include <corvane/decoder.h>
 #include <corvane/filter.h>
+#include <corvane/jpegenc.h>
 
 #include <cstddef>
 
 // The layouts that clients were built with.
+static_assert(sizeof(PBInitial) == 56 && sizeof(JPEGEncOptions) == 152 && sizeof(JPEGEncRequest) == 32);
 static_assert(sizeof(MediaFrameHeader) == 264 && offsetof(MediaFrameHeader, detail) == 84 &&
               offsetof(MediaFrameHeader, reservedTail) == 112 && offsetof(MediaFrameHeader, extension) == 120 &&
               offsetof(MediaFrameHeader, references) == 136 && offsetof(MediaFrameHeader, pictureWidth) == 152 &&

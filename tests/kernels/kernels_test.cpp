@@ -10,6 +10,7 @@
 
 #include "base/AlignedBuffer.h"
 #include "kernels/Deinterlace.h"
+#include "kernels/JpegBlocks.h"
 #include "kernels/PackedYuv.h"
 #include "kernels/PlaneCopy.h"
 #include "kernels/SemiPlanar.h"
@@ -180,6 +181,23 @@ TEST_P(EachTarget, PlanesAndPairsConvertBothWays) {
                              evenY.Step(), uv.Data(), uv.Step(), width, height),
                   width < 2 || height < 2 ? kRefused : kDone);
         ASSERT_TRUE(evenY.Equals(wantedEvenY) && uv.Equals(wantedUv)) << Where("I420ToNV12", width, height);
+    }
+}
+
+// Rows of up to 21 blocks that end with their last sample; divisors from 2 on.
+TEST_P(EachTarget, BlocksOfTheJpegEncoder) {
+    std::mt19937 random(3);
+    for (uint32_t turn = 0; turn < 300; ++turn) {
+        const uint32_t count = 1 + turn % 21;
+        SourcePlane samples(8 * count, 8, turn % 3, turn % 2 == 0 ? Fill::Random : Fill::Extremes, turn);
+        uint16_t reciprocals[64];
+        for (uint16_t& r : reciprocals)
+            r = static_cast<uint16_t>(65536 / (turn % 5 == 0 ? 2 : 2 + random() % 254));
+        std::vector<int16_t> got(64 * count), wanted(got.size());
+        std::vector<uint64_t> gotBits(count), wantedBits(count);
+        QuantizeBlocks(samples.Data(), samples.Step(), count, reciprocals, got.data(), gotBits.data());
+        ref::QuantizeBlocks(samples.Data(), samples.Step(), count, reciprocals, wanted.data(), wantedBits.data());
+        ASSERT_TRUE(got == wanted && gotBits == wantedBits) << Where("QuantizeBlocks", 8 * count, turn);
     }
 }
 

@@ -1,0 +1,80 @@
+// A writer of bits for JPEG streams that works in 64-bit words in the packer's own buffer, while there is room for certain.
+// Where there is not, it steps back, and the packer's own operations, which know when to wait and fail, go on at the same
+// bit.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#include "picture/BitPacker.h"
+
+namespace corvane::jpeg {
+
+class WordBits {
+public:
+    // More than one block of 8x8 takes in the worst case, with an escape for every byte: 64 codes of up to 27 bits.
+    static constexpr ptrdiff_t kBlockRoom = 512;
+
+    // Begins where the packer stands.
+    explicit WordBits(BitPacker& packer) { Begin(packer); }
+
+    void Begin(BitPacker& packer) {
+        const BitPacker::Stretch stretch = packer.EscapedStretch();
+        m_next = stretch.next;
+        m_end = stretch.end;
+        m_free = 64 - static_cast<int32_t>(packer.BitPosition());
+        m_word = packer.BitPosition() == 0 ? 0 : (packer.Symbol() & 255) >> (8 - packer.BitPosition());
+    }
+
+    // False where the packer gave no place to write to: nothing was put, and End must not be called.
+    bool Started() const { return m_next != nullptr; }
+    bool HasBlockRoom() const { return m_end - m_next >= kBlockRoom; }
+
+    // Appends the low `size` bits of `bits`, 1 to 27, with none above them.
+    void Put(uint32_t bits, uint32_t size) {
+        m_free -= static_cast<int32_t>(size);
+        if (m_free < 0) [[unlikely]] {
+            const auto over = static_cast<uint32_t>(-m_free);
+            Flush(m_word << (size - over) | bits >> over);
+            m_free += 64;
+            m_word = bits;
+        } else {
+            m_word = m_word << size | bits;
+        }
+    }
+    // A code with its length in the low 8 bits.
+    void PutCode(uint32_t code) { Put(code >> 8, code & 255); }
+
+    // Gives the packer all bytes that are whole, and the partial one behind them.
+    void End(BitPacker& packer) {
+        auto pending = static_cast<uint32_t>(64 - m_free);
+        for (; pending >= 8; pending -= 8)
+            PutByte(static_cast<uint8_t>(m_word >> (pending - 8)));
+        packer.TakeOver(m_next, pending == 0 ? 0 : static_cast<uint32_t>(m_word << (8 - pending)) & 255, pending);
+    }
+
+private:
+    void PutByte(uint8_t byte) {
+        *m_next++ = byte;
+        if (byte == 0xFF)
+            *m_next++ = 0;
+    }
+    void Flush(uint64_t word) {
+        // A byte of FF, and seldom one of FE above it, loses its top bit when 1 is added to every byte.
+        if ((word & 0x8080808080808080 & ~(word + 0x0101010101010101)) != 0) [[unlikely]] {
+            for (int shift = 56; shift >= 0; shift -= 8)
+                PutByte(static_cast<uint8_t>(word >> shift));
+            return;
+        }
+        word = __builtin_bswap64(word);
+        std::memcpy(m_next, &word, 8);
+        m_next += 8;
+    }
+
+    uint64_t m_word;
+    int32_t m_free;    // of 64
+    uint8_t* m_next;
+    uint8_t* m_end;
+};
+
+}    // namespace corvane::jpeg

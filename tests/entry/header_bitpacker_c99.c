@@ -1,0 +1,4 @@
+/* The header alone, as strict C99. */
+#include <corvane/bitpacker.h>
+
+extern void* bitpackerHandle;

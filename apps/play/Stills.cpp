@@ -1,9 +1,11 @@
 #include "Stills.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 
 #include "PngFile.h"
 #include "Wall.h"
@@ -14,6 +16,8 @@ namespace {
 constexpr size_t kBmpHeader = 54;    // bytes in front of the rows, which go from the bottom up
 constexpr uint32_t kWindow = 0;      // flags of a snapshot: what the window shows, as a BMP file of 32 bits a pixel
 constexpr uint32_t kPictureFormat = 4;    // the decoded picture, its format from bit 16 on
+
+constexpr std::chrono::milliseconds kPatience(500);
 
 constexpr struct {
     StillFormat format;
@@ -48,6 +52,7 @@ public:
         return m_status == Status_Ok && m_picture.width != 0 && m_picture.height != 0 &&
                m_picture.size >= kBmpHeader + size_t{4} * m_picture.width * m_picture.height;
     }
+    bool HasSizeOf(const Box& box) const { return m_picture.width == box.width && m_picture.height == box.height; }
 
 private:
     PictureBuffer m_picture{};
@@ -101,10 +106,15 @@ bool WriteStill(void* channel, StillFormat format, const std::string& path, std:
 
 bool WriteScreenshot(Wall& wall, const std::string& path, std::string& error) {
     Canvas canvas(wall.TheWindow().Width(), wall.TheWindow().Height());
+    const auto patience = std::chrono::steady_clock::now() + kPatience;
     bool read = false;
     for (size_t i = 0; i < wall.Count(); ++i) {
         const ChannelView& view = wall.View(i);
-        const Snapshot grab(view.Channel(), kWindow);
+        std::optional<Snapshot> taken;
+        do    // a change of size reaches the library a little later than the player
+            taken.emplace(view.Channel(), kWindow);
+        while (taken->Whole() && !taken->HasSizeOf(view.Place()) && std::chrono::steady_clock::now() < patience);
+        const Snapshot& grab = *taken;
         if (!grab.Whole())
             continue;    // not shown now
         Paste(grab.Picture(), canvas, static_cast<uint32_t>(view.Place().x), static_cast<uint32_t>(view.Place().y));

@@ -29,9 +29,23 @@ done
 [ "$(field stats.json fed)" = 50 ] && [ "$(field stats.json width)" -le 124 ]
 grep -q 'shown' status
 
+# Stills of the decoded picture, from time to time. A library that does not make them says so, and the player with it.
+stills() { # FORMAT EXTENSION
+    "$play" --headless --quiet --still-format "$1" --snapshot-every 0.4 h264.mp4 2>error || { grep -q 'makes no stills' error; return; }
+    [ "$(ls corvane-00?."$2" | wc -l)" = 3 ]
+    local raw=()
+    [ "$1" = raw ] && raw=(-f rawvideo -pix_fmt yuv420p -s 320x240)
+    for still in corvane-00?."$2"; do
+        [ "$(ffmpeg -nostdin -v error "${raw[@]}" -i "$still" -f rawvideo -pix_fmt rgb24 - | wc -c)" = 230400 ]
+    done
+}
+stills png png && stills jpeg jpg && stills bmp bmp && stills raw yuv
+
 # Mistakes end with a sentence and a status, not with a trace.
 ! "$play" --headless missing.mp4 2>error && grep -q 'missing.mp4: No such file' error
 ! "$play" --headless sound.wav 2>error && grep -q 'no H.264, H.265, MPEG-4 or JPEG video' error
+! "$play" --headless --wall 4 h264.mp4 2>error && grep -q 'no window' error
+! "$play" --headless --still-format gif h264.mp4 2>error && grep -q 'no good value for --still-format' error
 ! "$play" --headless --threads many h264.mp4 2>error && grep -q 'no good value for --threads' error
 ! DISPLAY= "$play" h264.mp4 2>error && grep -q -- '--headless' error
 ! "$play" --headless --quiet --stats /nonexistent/x h264.mp4 2>error && grep -q 'cannot be written' error

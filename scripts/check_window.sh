@@ -42,9 +42,9 @@ is() { [ "$("$hand" "$1" size)" = "$2" ]; }
 
 startDisplay 800x600
 # To the end in its own window, of the stream's size.
-for renderer in "" gdi compose stretch; do
+for renderer in default plain gdi compose stretch; do
     rm -f shot.png
-    "$play" --quiet ${renderer:+--renderer $renderer} --stats stats.json --screenshot shot.png short.mp4
+    "$play" --quiet --renderer $renderer --stats stats.json --screenshot shot.png short.mp4
     picture shot.png 'w == 640 and h == 360 and colours > 50'
     sum=$(($(field stats.json shown) + $(field stats.json lost) + $(field stats.json waiting_at_end)))
     [ "$(field stats.json fed)" = 75 ] && [ "$sum" = 75 ] && [ "$(field stats.json shown)" -gt 0 ]
@@ -52,13 +52,28 @@ for renderer in "" gdi compose stretch; do
 done
 
 # By hand. The picture is red with a green middle of half its size.
-"$play" --quiet --background 0000ff --size 400x300 --stats stats.json long.mp4 & player=$!
+"$play" --background 0000ff --size 400x300 --stats stats.json long.mp4 2>status & player=$!
+said() { [ "$(tail -1 status)" = "$1" ]; }
 within shows 'red(50, 50) and green(200, 150) and p(500, 400) == (0, 0, 0)'
 "$hand" long.mp4 key:7a # z: only the green is left
 within shows 'green(20, 20) and green(200, 150)'
 "$hand" long.mp4 key:7a key:6f # o
 within shows 'red(50, 50) and green(343, 243)'
-"$hand" long.mp4 key:6f key:6d # m: blue margins
+"$hand" long.mp4 key:6f drag:100,75,200,150 # into the left upper quarter of the green
+within said "zoom 4.0"
+within shows 'green(3, 3) and green(396, 296)'
+"$hand" long.mp4 click:4@0,0 click:4@0,0 click:5@0,0 # the wheel
+within said "zoom 5.0"
+"$hand" long.mp4 click:3@9,9 # the right button
+within said "whole picture"
+"$hand" long.mp4 drag:10,20,390,290 drag:20,20,380,280 click:1@9,9 click:1@9,9 # a double click
+within said "whole picture"
+within shows 'red(50, 50) and green(200, 150)'
+"$hand" long.mp4 key:64 # d
+within said "deinterlacing on"
+"$hand" long.mp4 key:6b key:6b # k
+within said "scaling bicubic"
+"$hand" long.mp4 key:6d # m: blue margins
 within shows 'p(2, 200) == (0, 0, 255) and red(60, 60) and colours > 4'
 "$hand" long.mp4 key:6d size:600x200
 within shows 'red(10, 10) and red(590, 190) and green(300, 100)'
@@ -67,12 +82,29 @@ within is long.mp4 800x600+0+0
 within shows 'red(790, 590) and green(400, 300)'
 "$hand" long.mp4 key:66
 within is long.mp4 600x200+0+0
-"$hand" long.mp4 key:20 key:73 # pause, screenshot
+"$hand" long.mp4 key:20 key:77 # pause, w
 within [ -s corvane-001.png ]
 picture corvane-001.png 'w == 600 and h == 200 and green(300, 100)'
 "$hand" long.mp4 key:71
 wait $player
 [ "$(field stats.json window_width)x$(field stats.json window_height)" = 600x200 ]
+
+# A wall: cells of the picture's shape, laid out anew with the window; one alone, and back.
+"$play" --wall 3 --channels 4 --size 404x304 --stats stats.json --screenshot wall.png long.mp4 2>status & player=$!
+within shows 'red(5, 20) and green(100, 75) and green(300, 75) and green(100, 225) and p(300, 225) == (0, 0, 0)'
+"$hand" long.mp4 key:7a@300,75 size:800x600
+within said "channel 2: zoom 2.0"
+within shows 'red(10, 40) and green(410, 20) and green(200, 450)'
+"$hand" long.mp4 key:ff0d@200,450
+within shows 'red(20, 300) and green(400, 300) and red(780, 300)'
+"$hand" long.mp4 key:ff0d
+within shows 'green(410, 20) and green(200, 450)'
+kill -TERM $player
+wait $player
+picture wall.png 'w == 800 and h == 600 and green(410, 20) and green(200, 450) and p(600, 450) == (0, 0, 0)'
+[ "$(field stats.json channels)" = 4 ] && [ "$(grep -c '{"fed"' stats.json)" = 4 ]
+committed=$(field stats.json committed)
+[ "$(field stats.json presented)" -gt 12 ] && [ $(($(field stats.json presented) + $(field stats.json not_presented))) = "$committed" ]
 
 # Closed from outside; larger than the screen.
 "$play" --quiet --size 4000x1000 long.mp4 & player=$!

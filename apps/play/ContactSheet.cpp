@@ -1,9 +1,10 @@
 #include "ContactSheet.h"
 
-#include <png.h>
-
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+
+#include "PngFile.h"
 
 namespace {
 
@@ -11,6 +12,8 @@ constexpr uint32_t kColumns = 4;
 constexpr uint32_t kCells = 16;
 constexpr uint32_t kCellWidth = 320;    // pixels
 constexpr uint32_t kGap = 4;
+constexpr uint32_t kGround = 0x181818;
+constexpr double kTextSize = 14;    // pixels
 
 uint8_t Clamped(int value) {
     return static_cast<uint8_t>(std::clamp(value, 0, 255));
@@ -45,12 +48,20 @@ struct PixelReader {
     }
 };
 
+std::string LabelOf(uint64_t number, int64_t timeMs) {
+    char text[64];
+    std::snprintf(text, sizeof(text), "#%llu  %lld:%02lld.%03lld", static_cast<unsigned long long>(number),
+                  static_cast<long long>(timeMs / 60000), static_cast<long long>(timeMs / 1000 % 60),
+                  static_cast<long long>(timeMs % 1000));
+    return text;
+}
+
 }    // namespace
 
 ContactSheet::ContactSheet(int64_t spanMs) : m_stepMs(std::max<int64_t>(1, spanMs / kCells)), m_adapts(spanMs <= 0) {}
 
 void ContactSheet::Offer(const uint8_t* data, uint32_t width, uint32_t height, uint32_t kind, bool bottomUp,
-                         int64_t timeMs) {
+                         uint64_t number, int64_t timeMs) {
     if (data == nullptr || width < 2 || height < 2 || timeMs < m_nextMs)
         return;
     if (m_cells.size() == kCells) {
@@ -64,7 +75,7 @@ void ContactSheet::Offer(const uint8_t* data, uint32_t width, uint32_t height, u
     m_nextMs = timeMs + m_stepMs;
     const uint32_t cellWidth = std::min(width, kCellWidth);
     const uint32_t cellHeight = std::max(1u, static_cast<uint32_t>(uint64_t{height} * cellWidth / width));
-    Cell cell{timeMs, cellWidth, cellHeight, std::vector<uint8_t>(size_t{3} * cellWidth * cellHeight)};
+    Cell cell{number, timeMs, cellWidth, cellHeight, std::vector<uint32_t>(size_t{cellWidth} * cellHeight)};
     const PixelReader reader{data, width, height, kind, bottomUp};
     for (uint32_t row = 0; row < cellHeight; ++row) {
         for (uint32_t column = 0; column < cellWidth; ++column) {
@@ -80,8 +91,8 @@ void ContactSheet::Offer(const uint8_t* data, uint32_t width, uint32_t height, u
                 for (int i = 0; i < 3; ++i)
                     sum[i] += rgb[i];
             }
-            for (int i = 0; i < 3; ++i)
-                cell.rgb[3 * (size_t{row} * cellWidth + column) + i] = static_cast<uint8_t>(sum[i] / 4);
+            const auto mean = [&](int i) { return static_cast<uint32_t>(sum[i] / 4); };
+            cell.pixels[size_t{row} * cellWidth + column] = mean(0) << 16 | mean(1) << 8 | mean(2);
         }
     }
     m_cells.push_back(std::move(cell));
@@ -97,21 +108,17 @@ bool ContactSheet::Write(const std::string& path) const {
     const uint32_t count = static_cast<uint32_t>(m_cells.size());
     const uint32_t columns = std::clamp(count, 1u, kColumns);
     const uint32_t rows = std::max(1u, (count + kColumns - 1) / kColumns);
-    const uint32_t width = columns * (cellWidth + kGap) + kGap;
-    const uint32_t height = rows * (cellHeight + kGap) + kGap;
-    std::vector<uint8_t> sheet(size_t{3} * width * height, 24);
+    Canvas sheet(columns * (cellWidth + kGap) + kGap, rows * (cellHeight + kGap) + kGap, kGround);
+    std::vector<Label> labels;
     for (uint32_t i = 0; i < count; ++i) {
         const Cell& cell = m_cells[i];
         const size_t left = kGap + (i % kColumns) * (cellWidth + kGap);
         const size_t top = kGap + (i / kColumns) * (cellHeight + kGap);
         for (uint32_t row = 0; row < cell.height; ++row)
-            std::memcpy(&sheet[3 * ((top + row) * width + left)], &cell.rgb[size_t{3} * row * cell.width],
-                        size_t{3} * cell.width);
+            std::memcpy(&sheet.pixels[(top + row) * sheet.width + left], &cell.pixels[size_t{row} * cell.width],
+                        sizeof(uint32_t) * cell.width);
+        labels.push_back({LabelOf(cell.number, cell.timeMs), static_cast<double>(left) + 4,
+                          static_cast<double>(top) + kTextSize + 2, kTextSize});
     }
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    image.width = width;
-    image.height = height;
-    image.format = PNG_FORMAT_RGB;
-    return png_image_write_to_file(&image, path.c_str(), 0, sheet.data(), 0, nullptr) != 0;
+    return WritePng(path, sheet, labels);
 }

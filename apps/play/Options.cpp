@@ -5,44 +5,11 @@
 #include <cstring>
 #include <functional>
 #include <string_view>
+#include <utility>
 
 #include "corvane/corvane.h"
 
 namespace {
-
-constexpr char kHelp[] =
-    R"(corvane-play: plays a video stream through libcorvane.
-
-usage: corvane-play [options] FILE|URL
-
-  --size WxH              of the window; with --headless the largest picture
-  --window ID             play in that X11 window instead of a new one
-  --renderer NAME         gdi, compose or stretch instead of the default
-  --background RRGGBB     colour of margins and of the empty window
-  --logo FILE             PNG or BMP that the window shows until the first picture
-  --screenshot FILE[@S]   write the window as PNG after S seconds of stream, else at the end
-
-  --headless              no window: pictures go to memory
-  --contact-sheet FILE    write a PNG of pictures spread over the stream (with --headless)
-  --format NAME           picture format: bgra (default), bgr, i420, bgra-flip, bgr-flip (with --headless)
-
-  --rotate DEGREES        rotate every picture (formats bgr, bgr-flip, i420)
-  --buffer MS             jitter buffer of the channel
-  --threads N             decoding threads, 0 automatic
-  --mode N                frames decoded: 0 all, 1 key frames, 2 to 8 thinned
-  --channels N            the same stream on N channels at once, 1 to 256; the first has the window
-  --loop N                play N times
-  --seconds S             end after S seconds of stream
-  --stats FILE            write what was measured as JSON
-  --quiet                 no status line
-  --help
-
-Keys: space pause, s screenshot (the name of --screenshot, else corvane-NNN.png), f full screen, m margins with text,
-z zoom into the middle, o overview in a corner, q or Escape quit.
-
-The status line shows stream time, pictures a second, frames and bytes that wait, pictures shown and lost, the age of the
-shown picture since its frame was fed, and processor use. Ctrl-C ends the program with what was measured so far.
-)";
 
 template <typename T>
 bool Number(std::string_view text, T& out, T low, T high) {
@@ -82,13 +49,27 @@ bool Renderer(std::string_view text, Options& options) {
     static constexpr struct {
         std::string_view name;
         uint32_t flags;
-    } renderers[] = {{"gdi", CORVANE_FLAG_GDI},
+    } renderers[] = {{"default", 0},
+                     {"plain", CORVANE_FLAG_GDI},
+                     {"gdi", CORVANE_FLAG_GDI},
                      {"compose", CORVANE_FLAG_GDI | CORVANE_FLAG_GDI_COMPOSE},
                      {"stretch", CORVANE_FLAG_GDI_STRETCH}};
     for (const auto& renderer : renderers) {
         if (renderer.name != text)
             continue;
         options.flags = renderer.flags;
+        return true;
+    }
+    return false;
+}
+
+bool Still(std::string_view text, Options& options) {
+    static constexpr std::pair<std::string_view, StillFormat> formats[] = {
+        {"png", StillFormat::Png}, {"jpeg", StillFormat::Jpeg}, {"bmp", StillFormat::Bmp}, {"raw", StillFormat::Raw}};
+    for (const auto& [name, format] : formats) {
+        if (name != text)
+            continue;
+        options.stillFormat = format;
         return true;
     }
     return false;
@@ -140,6 +121,9 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
         {"--background", [&](auto text) { return Background(text, options); }},
         {"--logo", [&](auto text) { return !(options.logo = text).empty(); }},
         {"--screenshot", [&](auto text) { return Screenshot(text, options); }},
+        {"--still-format", [&](auto text) { return Still(text, options); }},
+        {"--snapshot-every", [&](auto text) { return Number(text, options.snapshotEvery, 0.001, 1e9); }},
+        {"--wall", [&](auto text) { return Number(text, options.wall, 1u, 64u); }},
         {"--rotate", [&](auto text) { return Number(text, options.rotate, -36000.0, 36000.0); }},
         {"--buffer", [&](auto text) { return Number(text, options.bufferMs, 0u, 600000u); }},
         {"--threads", [&](auto text) { return Number(text, options.threads, 0u, 32u); }},
@@ -177,7 +161,7 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
     }
     if (options.input.empty())
         exitCode = Mistake("name a file or a URL", "");
-    else if (options.headless && (options.window != 0 || !options.screenshot.empty()))
+    else if (options.headless && (options.window != 0 || options.wall > 1 || !options.screenshot.empty()))
         exitCode = Mistake("there is no window to show or to save with", "--headless");
     else if (!options.headless && (!options.contactSheet.empty() || options.kind != 4 || options.bottomUp))
         exitCode = Mistake("contact sheet and format are for pictures in memory: add", "--headless");

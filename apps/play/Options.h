@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "Stills.h"
+
 struct Options {
     std::string input;           // file or URL
     std::string statsFile;       // JSON, empty: none
@@ -22,6 +24,9 @@ struct Options {
     uint32_t threads = 0;
     uint32_t displayMode = 0;
     uint32_t channels = 1;
+    uint32_t wall = 1;    // channels in the window
+    StillFormat stillFormat = StillFormat::Png;
+    double snapshotEvery = 0;    // seconds of the stream, 0 never
     uint32_t loops = 1;
     double seconds = 0;    // end after this much of the stream, 0 all of it
     double rotate = 0;     // degrees, 0 none
@@ -31,3 +36,5 @@ struct Options {
 
 // False when the program is to end with `exitCode` (help was printed, or a mistake was told).
 bool ParseOptions(int argc, char** argv, Options& options, int& exitCode);
+
+extern const char kHelp[];

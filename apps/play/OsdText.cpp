@@ -21,14 +21,18 @@ void MakeText(const OsdInfo& info, char* text, size_t size) {
         std::snprintf(text, size, "stopped");
 }
 
+void SelectFont(cairo_t* cairo, double size) {
+    cairo_select_font_face(cairo, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
+    cairo_set_font_size(cairo, size);
+}
+
 }    // namespace
 
 void DrawOsdText(const OsdInfo& info) {
     char text[80] = {};
     MakeText(info, text, sizeof(text));
     cairo_t* const cairo = info.deviceContext;
-    cairo_select_font_face(cairo, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
-    cairo_set_font_size(cairo, kTextSize);
+    SelectFont(cairo, kTextSize);
     double x = kLeft;
     double y = kBaseline;
     if ((info.flags & kNoPicture) != 0) {
@@ -37,11 +41,16 @@ void DrawOsdText(const OsdInfo& info) {
         x = (info.width - extents.width) / 2;
         y = info.height / 2.0;
     }
-    // Light text with a dark edge reads on every background.
+    DrawEdgedText(cairo, text, x, y, kTextSize);
+}
+
+void DrawEdgedText(_cairo* cairo, const char* text, double x, double y, double size) {
+    SelectFont(cairo, size);
     cairo_move_to(cairo, x, y);
     cairo_text_path(cairo, text);
     cairo_set_source_rgb(cairo, 0, 0, 0);
-    cairo_set_line_width(cairo, 3);
+    cairo_set_line_width(cairo, size / 5);
+    cairo_set_line_join(cairo, CAIRO_LINE_JOIN_ROUND);
     cairo_stroke_preserve(cairo);
     cairo_set_source_rgb(cairo, 1, 1, 1);
     cairo_fill(cairo);

@@ -1,4 +1,4 @@
-// Plays one stream on one or several channels, the first of them in a window or into memory, the others into memory.
+// Plays one stream on one or several channels: the first of them in the wall, the others into memory.
 #pragma once
 
 #include <atomic>
@@ -6,16 +6,17 @@
 #include <string>
 #include <vector>
 
+#include "ChannelFeed.h"
 #include "ContactSheet.h"
 #include "MediaSource.h"
 #include "Options.h"
-#include "Statistics.h"
-#include "WindowView.h"
-#include "corvane/corvane.h"
+#include "Reel.h"
+#include "StatusLine.h"
+#include "Wall.h"
 
 class Player {
 public:
-    explicit Player(const Options& options) : m_options(options) {}
+    explicit Player(const Options& options) : m_options(options), m_status(options.quiet) {}
     ~Player();
 
     // Plays to the end, or until `stop` is set. False with the reason in `error`.
@@ -25,47 +26,33 @@ public:
     bool Finish(std::string& error);
 
 private:
-    // The channel that is watched; the others play along.
-    static void OnStreamInfo(void* context, uint32_t code, uint64_t a, uint64_t b);
-    static void OnPicture(void* context, const PseudoFrame* frame);
-    static void OnDisplayed(void* context, const AfterDisplayRecord* record);
-    static void OnOtherPicture(void*, const PseudoFrame*) {}
-
     bool Open(std::string& error);
-    bool OpenWindow(std::string& error);
-    bool MakeChannel(std::string& error);
-    bool Deliver(void* channel, bool watched, std::string& error);
+    bool OpenFeeds(std::string& error);
     void Play(const std::atomic<bool>& stop);
-    void Feed(const EncodedPicture& picture);
-    bool WaitUntilDue(int64_t timeMs, const std::atomic<bool>& stop);
-    // Attends to the window. False when the play is to end.
+    // Attends to the window and to what is due by now. False when the play is to end.
     bool GoesOn(const std::atomic<bool>& stop);
     void Wait(double seconds);
+    void Drain(const std::atomic<bool>& stop);
+    void SaveStills();
+    bool SaveStill(void* channel, std::string& error);
     // By key, or when it is time for the one of the options.
     void TakeScreenshot(bool atEnd);
-    void Drain(const std::atomic<bool>& stop);
     void PrintStatus(bool last);
+    std::vector<const Statistics*> Figures() const;
     bool WriteStatistics(std::string& error) const;
 
     const Options& m_options;
-    Statistics m_statistics;
+    StatusLine m_status;
     std::unique_ptr<MediaSource> m_source;
-    std::unique_ptr<ContactSheet> m_sheet;    // on the render thread until the channels are gone
-    std::unique_ptr<WindowView> m_view;       // null without a window
-    std::atomic<uint64_t> m_pictureSize{
-        0};    // width in the upper half: of the stream as the window's channel tells it
+    std::unique_ptr<Reel> m_reel;
+    std::unique_ptr<ContactSheet> m_sheet;
+    std::unique_ptr<Wall> m_wall;    // null without a window
     void* m_instance = nullptr;
-    std::vector<void*> m_channels;
+    std::vector<std::unique_ptr<ChannelFeed>> m_feeds;
     double m_startedAt = 0;    // moves on while paused
     double m_attendedAt = 0;
+    Wall::State m_state = Wall::State::Playing;
     bool m_screenshotTaken = false;    // the one of the options
-    std::string m_screenshotError;
-    WindowView::State m_state = WindowView::State::Playing;
-    int64_t m_wallStart = 0;
-    int64_t m_fedMs = 0;
-
-    // Of the status line before.
-    double m_statusAt = 0;
-    double m_statusProcessor = 0;
-    uint64_t m_statusShown = 0;
+    double m_nextStill = 0;            // seconds of the stream
+    std::string m_mistake;             // of what the options asked for while playing
 };

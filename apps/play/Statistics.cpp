@@ -4,34 +4,6 @@
 #include <time.h>
 
 #include <algorithm>
-#include <array>
-#include <charconv>
-
-namespace {
-
-// A number as JSON wants it, whatever the locale.
-std::string Text(double value) {
-    std::array<char, 64> digits;
-    const auto [end, error] =
-        std::to_chars(digits.data(), digits.data() + digits.size(), value, std::chars_format::fixed, 3);
-    return std::string(digits.data(), error == std::errc{} ? end : digits.data());
-}
-
-std::string Text(uint64_t value) {
-    return std::to_string(value);
-}
-
-std::string Text(const std::string& value) {
-    std::string out = "\"";
-    for (const char c : value) {
-        if (c == '"' || c == '\\')
-            out += '\\';
-        out += static_cast<unsigned char>(c) < 0x20 ? ' ' : c;
-    }
-    return out + '"';
-}
-
-}    // namespace
 
 double MonotonicSeconds() {
     timespec now;
@@ -48,14 +20,29 @@ double ProcessorSeconds() {
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
+void Statistics::Snapshot::Add(const Snapshot& other) {
+    fed += other.fed;
+    refused += other.refused;
+    shown += other.shown;
+    lost += other.lost;
+    waiting += other.waiting;
+    waitingBytes += other.waitingBytes;
+    committed += other.committed;
+    notPresented += other.notPresented;
+    lostSmoothing += other.lostSmoothing;
+    put += other.put;
+    ageMs = std::max(ageMs, other.ageMs);
+    shownMs = std::max(shownMs, other.shownMs);
+}
+
 void Statistics::Fed(int64_t streamMs, uint32_t bytes) {
     const std::lock_guard lock(m_mutex);
     m_pending.push_back({streamMs, MonotonicSeconds(), bytes});
     ++m_sum.fed;
     ++m_sum.waiting;
     m_sum.waitingBytes += bytes;
-    m_worstWaiting = std::max(m_worstWaiting, m_sum.waiting);
-    m_worstWaitingBytes = std::max(m_worstWaitingBytes, m_sum.waitingBytes);
+    m_end.waitingMost = std::max(m_end.waitingMost, m_sum.waiting);
+    m_end.waitingBytesMost = std::max(m_end.waitingBytesMost, m_sum.waitingBytes);
 }
 
 void Statistics::Refused() {
@@ -63,14 +50,22 @@ void Statistics::Refused() {
     ++m_sum.refused;
 }
 
-bool Statistics::Shown(int64_t streamMs, uint32_t width, uint32_t height) {
+void Statistics::Committed(int64_t streamMs, bool smoothing) {
+    const std::lock_guard lock(m_mutex);
+    m_handedOn.push_back({streamMs, smoothing});
+    ++m_sum.committed;
+    ++m_sum.notPresented;
+    m_sum.lostSmoothing += smoothing ? 1 : 0;
+}
+
+uint64_t Statistics::Shown(int64_t streamMs) {
     const std::lock_guard lock(m_mutex);
     const auto found = std::ranges::find(m_pending, streamMs, &Pending::streamMs);
     if (found == m_pending.end())
-        return false;
+        return 0;
     const double now = MonotonicSeconds();
     m_sum.ageMs = (now - found->fedAt) * 1000;
-    m_ages.push_back(static_cast<float>(m_sum.ageMs));
+    m_end.agesMs.push_back(static_cast<float>(m_sum.ageMs));
     const auto end = found + 1;
     m_sum.lost += static_cast<uint64_t>(found - m_pending.begin());
     for (auto pending = m_pending.begin(); pending != end; ++pending) {
@@ -78,31 +73,37 @@ bool Statistics::Shown(int64_t streamMs, uint32_t width, uint32_t height) {
         m_sum.waitingBytes -= pending->bytes;
     }
     m_pending.erase(m_pending.begin(), end);
+    for (bool reached = false; !reached && !m_handedOn.empty(); m_handedOn.pop_front()) {
+        const HandedOn& frame = m_handedOn.front();
+        if (frame.streamMs > streamMs)
+            break;
+        reached = frame.streamMs == streamMs;
+        m_sum.notPresented -= reached ? 1 : 0;
+        m_sum.lostSmoothing -= reached && frame.smoothing ? 1 : 0;
+    }
     if (m_sum.shown++ == 0)
         m_firstShownAt = now;
     else
-        m_longestGap = std::max(m_longestGap, now - m_lastShownAt);
+        m_end.longestGapMs = std::max(m_end.longestGapMs, (now - m_lastShownAt) * 1000);
     m_lastShownAt = now;
     m_sum.shownMs = streamMs;
-    m_width = width;
-    m_height = height;
-    return true;
+    return m_sum.fed - m_pending.size();
+}
+
+void Statistics::PictureSize(uint32_t width, uint32_t height) {
+    const std::lock_guard lock(m_mutex);
+    m_end.width = width;
+    m_end.height = height;
 }
 
 void Statistics::DecoderKind(uint32_t kind) {
     const std::lock_guard lock(m_mutex);
-    m_kind = kind;
+    m_end.decoderKind = kind;
 }
 
 void Statistics::Put() {
     const std::lock_guard lock(m_mutex);
-    ++m_put;
-}
-
-void Statistics::WindowSize(uint32_t width, uint32_t height) {
-    const std::lock_guard lock(m_mutex);
-    m_windowWidth = width;
-    m_windowHeight = height;
+    ++m_sum.put;
 }
 
 Statistics::Snapshot Statistics::Now() const {
@@ -110,46 +111,11 @@ Statistics::Snapshot Statistics::Now() const {
     return m_sum;
 }
 
-std::string Statistics::Json(const std::string& input, const char* codec, uint32_t channels) const {
+Statistics::Summary Statistics::AtEnd() const {
     const std::lock_guard lock(m_mutex);
-    std::vector<float> ages = m_ages;
-    std::ranges::sort(ages);
-    const auto share = [&](double part) {
-        return ages.empty()
-                   ? 0.0
-                   : static_cast<double>(ages[static_cast<size_t>(part * static_cast<double>(ages.size() - 1))]);
-    };
-    rusage usage;
-    getrusage(RUSAGE_SELF, &usage);
+    Summary end = m_end;
     const double played = m_lastShownAt - m_firstShownAt;
-    const std::pair<const char*, std::string> fields[] = {
-        {"input", Text(input)},
-        {"codec", Text(std::string(codec))},
-        {"channels", Text(uint64_t{channels})},
-        {"width", Text(uint64_t{m_width})},
-        {"height", Text(uint64_t{m_height})},
-        {"window_width", Text(uint64_t{m_windowWidth})},
-        {"window_height", Text(uint64_t{m_windowHeight})},
-        {"decoder_kind", Text(uint64_t{m_kind})},
-        {"fed", Text(m_sum.fed)},
-        {"refused", Text(m_sum.refused)},
-        {"shown", Text(m_sum.shown)},
-        {"put", Text(m_put)},
-        {"lost", Text(m_sum.lost)},
-        {"waiting_at_end", Text(m_sum.waiting)},
-        {"waiting_bytes_at_end", Text(m_sum.waitingBytes)},
-        {"waiting_most", Text(m_worstWaiting)},
-        {"waiting_bytes_most", Text(m_worstWaitingBytes)},
-        {"pictures_per_second", Text(played > 0 ? static_cast<double>(m_sum.shown - 1) / played : 0.0)},
-        {"longest_gap_ms", Text(m_longestGap * 1000)},
-        {"age_ms_median", Text(share(0.5))},
-        {"age_ms_p95", Text(share(0.95))},
-        {"age_ms_worst", Text(share(1.0))},
-        {"processor_seconds", Text(ProcessorSeconds())},
-        {"resident_mb_peak", Text(static_cast<double>(usage.ru_maxrss) / 1024)},
-    };
-    std::string out = "{\n";
-    for (const auto& [name, value] : fields)
-        out += std::string("  \"") + name + "\": " + value + (&name == &std::end(fields)[-1].first ? "\n" : ",\n");
-    return out + "}\n";
+    end.picturesPerSecond = played > 0 ? static_cast<double>(m_sum.shown - 1) / played : 0.0;
+    std::ranges::sort(end.agesMs);
+    return end;
 }

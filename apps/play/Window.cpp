@@ -8,15 +8,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Reply.h"
+
 namespace {
 
-struct Free {
-    void operator()(void* memory) const { std::free(memory); }
-};
-template <typename T>
-using Reply = std::unique_ptr<T, Free>;
-
 constexpr uint8_t kSynthetic = 0x80;    // bit of an event that another client sent
+constexpr uint32_t kHand = XCB_EVENT_MASK_KEY_PRESS | XCB_EVENT_MASK_BUTTON_PRESS | XCB_EVENT_MASK_BUTTON_RELEASE |
+                           XCB_EVENT_MASK_BUTTON_MOTION;
 
 }    // namespace
 
@@ -69,7 +67,7 @@ bool Window::Make(const std::string& title, uint32_t width, uint32_t height, std
     m_height = std::max(1u, static_cast<uint32_t>(std::lround(height * fit)));
     m_own = true;
     m_id = xcb_generate_id(m_connection);
-    const uint32_t values[] = {m_screen->black_pixel, XCB_EVENT_MASK_KEY_PRESS | XCB_EVENT_MASK_STRUCTURE_NOTIFY};
+    const uint32_t values[] = {m_screen->black_pixel, kHand | XCB_EVENT_MASK_STRUCTURE_NOTIFY};
     xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, m_id, m_screen->root, 0, 0, static_cast<uint16_t>(m_width),
                       static_cast<uint16_t>(m_height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT,
                       XCB_CW_BACK_PIXEL | XCB_CW_EVENT_MASK, values);
@@ -81,7 +79,7 @@ bool Window::Make(const std::string& title, uint32_t width, uint32_t height, std
     m_protocols = Atom("WM_PROTOCOLS");
     m_deleteWindow = Atom("WM_DELETE_WINDOW");
     SetProperty(m_protocols, XCB_ATOM_ATOM, 32, 1, &m_deleteWindow);
-    ReadKeyboard();
+    m_keyboard.Read(m_connection);
     xcb_map_window(m_connection, m_id);
     if (xcb_flush(m_connection) <= 0)
         error = "the X server went away";
@@ -98,7 +96,7 @@ bool Window::Take(uint32_t id, std::string& error) {
     }
     m_width = geometry->width;
     m_height = geometry->height;
-    const uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;    // its keys are its owner's
+    const uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;    // its keys and buttons are its owner's
     xcb_change_window_attributes(m_connection, id, XCB_CW_EVENT_MASK, &events);
     xcb_flush(m_connection);
     return true;
@@ -113,63 +111,53 @@ void Window::ScreenPlace(int32_t& x, int32_t& y) const {
 
 // ---- Events --------------------------------------------------------------------------------------------------------
 
-void Window::ReadKeyboard() {
-    const xcb_setup_t* const setup = xcb_get_setup(m_connection);
-    m_firstCode = setup->min_keycode;
-    const auto count = static_cast<uint8_t>(setup->max_keycode - setup->min_keycode + 1);
-    const Reply<xcb_get_keyboard_mapping_reply_t> reply(xcb_get_keyboard_mapping_reply(
-        m_connection, xcb_get_keyboard_mapping(m_connection, setup->min_keycode, count), nullptr));
-    if (!reply)
-        return;
-    const xcb_keysym_t* const first = xcb_get_keyboard_mapping_keysyms(reply.get());
-    m_keysyms.assign(first, first + xcb_get_keyboard_mapping_keysyms_length(reply.get()));
-    m_keysymsPerCode = reply->keysyms_per_keycode;
-}
-
-// The first symbol of the key that is of Latin 1 or a function key, so that keys work under other scripts too.
-uint32_t Window::KeyOf(uint8_t code) const {
-    const size_t row = (size_t{code} - m_firstCode) * m_keysymsPerCode;
-    for (size_t i = row; code >= m_firstCode && i < row + m_keysymsPerCode && i < m_keysyms.size(); ++i)
-        if (m_keysyms[i] != 0 && (m_keysyms[i] < 0x100 || m_keysyms[i] >= 0xff00))
-            return m_keysyms[i];
-    return 0;
-}
-
 Window::Event Window::Next() {
     for (;;) {
         const Reply<xcb_generic_event_t> event(xcb_poll_for_event(m_connection));
         if (!event)
-            return xcb_connection_has_error(m_connection) != 0 ? Event::Lost : Event::None;
-        if (const Event translated = Translate(event.get()); translated != Event::None)
+            return {xcb_connection_has_error(m_connection) != 0 ? Event::Kind::Lost : Event::Kind::None};
+        if (const Event translated = Translate(event.get()); translated.kind != Event::Kind::None)
             return translated;
     }
 }
 
 Window::Event Window::Translate(const void* event) {
+    using Kind = Event::Kind;
     constexpr uint16_t kShortcut = XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1 | XCB_MOD_MASK_4;
-    switch (static_cast<const xcb_generic_event_t*>(event)->response_type & ~kSynthetic) {
+    // The records of keys, buttons and motion are laid out alike.
+    const auto* const hand = static_cast<const xcb_button_press_event_t*>(event);
+    const auto pointer = [&](Kind kind, uint32_t key, uint32_t button) {
+        return Event{kind, hand->event_x, hand->event_y, key, button, hand->time};
+    };
+    switch (hand->response_type & ~kSynthetic) {
     case XCB_KEY_PRESS: {
-        const auto* const press = static_cast<const xcb_key_press_event_t*>(event);
-        m_key = (press->state & kShortcut) == 0 ? KeyOf(press->detail) : 0;
-        return m_key != 0 ? Event::Key : Event::None;
+        const uint32_t key = (hand->state & kShortcut) == 0 ? m_keyboard.SymbolOf(hand->detail) : 0;
+        return pointer(key != 0 ? Kind::Key : Kind::None, key, 0);
     }
+    case XCB_BUTTON_PRESS:
+        return pointer(Kind::Press, 0, hand->detail);
+    case XCB_BUTTON_RELEASE:
+        return pointer(Kind::Release, 0, hand->detail);
+    case XCB_MOTION_NOTIFY:
+        return pointer(Kind::Motion, 0, 0);
     case XCB_CONFIGURE_NOTIFY: {
         const auto* const change = static_cast<const xcb_configure_notify_event_t*>(event);
         m_width = change->width;
         m_height = change->height;
-        return Event::Changed;
+        return {Kind::Changed};
     }
     case XCB_CLIENT_MESSAGE: {
         const auto* const message = static_cast<const xcb_client_message_event_t*>(event);
-        return message->type == m_protocols && message->data.data32[0] == m_deleteWindow ? Event::Closed : Event::None;
+        const bool close = message->type == m_protocols && message->data.data32[0] == m_deleteWindow;
+        return {close ? Kind::Closed : Kind::None};
     }
     case XCB_DESTROY_NOTIFY:
-        return static_cast<const xcb_destroy_notify_event_t*>(event)->window == m_id ? Event::Closed : Event::None;
+        return {static_cast<const xcb_destroy_notify_event_t*>(event)->window == m_id ? Kind::Closed : Kind::None};
     case XCB_MAPPING_NOTIFY:
-        ReadKeyboard();
-        return Event::None;
+        m_keyboard.Read(m_connection);
+        return {};
     default:
-        return Event::None;
+        return {};
     }
 }
 
@@ -179,6 +167,35 @@ void Window::Wait(double seconds) const {
     const auto nanoseconds = static_cast<long>(std::max(0.0, seconds) * 1e9);
     const timespec limit{nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
     ppoll(&wait, 1, &limit, nullptr);
+}
+
+// ---- Windows inside -----------------------------------------------------------------------------------------------
+
+uint32_t Window::MakeChild(uint32_t parent, uint32_t color) const {
+    const uint32_t id = xcb_generate_id(m_connection);
+    xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, id, parent, 0, 0, 1, 1, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+                      XCB_COPY_FROM_PARENT, XCB_CW_BACK_PIXEL, &color);
+    // Another connection draws into it: it must be there first.
+    const Reply<xcb_get_geometry_reply_t> there(
+        xcb_get_geometry_reply(m_connection, xcb_get_geometry(m_connection, id), nullptr));
+    return there ? id : 0;
+}
+
+void Window::PlaceChild(uint32_t id, const Box& box) const {
+    const uint32_t place[] = {static_cast<uint32_t>(box.x), static_cast<uint32_t>(box.y), std::max(1u, box.width),
+                              std::max(1u, box.height)};
+    xcb_configure_window(m_connection, id,
+                         XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y | XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT,
+                         place);
+    xcb_flush(m_connection);
+}
+
+void Window::ShowChild(uint32_t id, bool shown) const {
+    if (shown)
+        xcb_map_window(m_connection, id);
+    else
+        xcb_unmap_window(m_connection, id);
+    xcb_flush(m_connection);
 }
 
 // ---- Full screen ---------------------------------------------------------------------------------------------------
@@ -194,35 +211,42 @@ bool Window::Managed() const {
 void Window::ToggleFullScreen() {
     if (!m_own)
         return;
-    if (Managed()) {
-        constexpr uint32_t kToggle = 2;
-        constexpr uint32_t kApplication = 1;    // who asks
-        xcb_client_message_event_t message{};
-        message.response_type = XCB_CLIENT_MESSAGE;
-        message.format = 32;
-        message.window = m_id;
-        message.type = Atom("_NET_WM_STATE");
-        message.data.data32[0] = kToggle;
-        message.data.data32[1] = Atom("_NET_WM_STATE_FULLSCREEN");
-        message.data.data32[3] = kApplication;
-        xcb_send_event(m_connection, 0, m_screen->root,
-                       XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
-                       reinterpret_cast<const char*>(&message));
-    } else {
-        uint32_t place[4] = {0, 0, m_screen->width_in_pixels, m_screen->height_in_pixels};
-        if (m_covers) {
-            std::ranges::copy(m_before, place);
-        } else {
-            int32_t x = 0;
-            int32_t y = 0;
-            ScreenPlace(x, y);
-            const uint32_t now[] = {static_cast<uint32_t>(x), static_cast<uint32_t>(y), m_width, m_height};
-            std::ranges::copy(now, m_before);
-        }
-        m_covers = !m_covers;
-        xcb_configure_window(
-            m_connection, m_id,
-            XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y | XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT, place);
-    }
+    if (Managed())
+        AskManager();
+    else
+        CoverScreen();
     xcb_flush(m_connection);
+}
+
+void Window::AskManager() {
+    constexpr uint32_t kToggle = 2;
+    constexpr uint32_t kApplication = 1;    // who asks
+    xcb_client_message_event_t message{};
+    message.response_type = XCB_CLIENT_MESSAGE;
+    message.format = 32;
+    message.window = m_id;
+    message.type = Atom("_NET_WM_STATE");
+    message.data.data32[0] = kToggle;
+    message.data.data32[1] = Atom("_NET_WM_STATE_FULLSCREEN");
+    message.data.data32[3] = kApplication;
+    xcb_send_event(m_connection, 0, m_screen->root,
+                   XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                   reinterpret_cast<const char*>(&message));
+}
+
+void Window::CoverScreen() {
+    uint32_t place[4] = {0, 0, m_screen->width_in_pixels, m_screen->height_in_pixels};
+    if (m_covers) {
+        std::ranges::copy(m_before, place);
+    } else {
+        int32_t x = 0;
+        int32_t y = 0;
+        ScreenPlace(x, y);
+        const uint32_t now[] = {static_cast<uint32_t>(x), static_cast<uint32_t>(y), m_width, m_height};
+        std::ranges::copy(now, m_before);
+    }
+    m_covers = !m_covers;
+    xcb_configure_window(m_connection, m_id,
+                         XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y | XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT,
+                         place);
 }

@@ -1,23 +1,44 @@
-// The player's window: one that it opens, or somebody else's that it follows. Its own connection to the X server, used
-// on one thread.
+// The player's window: one that it opens, or somebody else's that it follows; and windows inside it. Its own connection
+// to the X server, used on one thread.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
+
+#include "Keyboard.h"
 
 struct xcb_connection_t;
 struct xcb_screen_t;
 
+// Place and size inside a window, pixels.
+struct Box {
+    int32_t x = 0, y = 0;
+    uint32_t width = 0, height = 0;
+
+    bool Has(int32_t px, int32_t py) const {
+        return px >= x && py >= y && px - x < static_cast<int32_t>(width) && py - y < static_cast<int32_t>(height);
+    }
+};
+
 class Window {
 public:
-    enum class Event {
-        None,       // nothing more waits
-        Key,        // see LastKey
-        Changed,    // its size or its place
-        Closed,     // by the user, or destroyed
-        Lost,       // the server is gone
+    struct Event {
+        enum class Kind {
+            None,     // nothing more waits
+            Key,      // `key`
+            Press,    // `button`: 1 left, 2 middle, 3 right, 4 and 5 the wheel forward and back
+            Release,
+            Motion,     // while a button is down
+            Changed,    // size or place of the window
+            Closed,     // by the user, or destroyed
+            Lost,       // the server is gone
+        };
+        Kind kind = Kind::None;
+        int32_t x = 0, y = 0;    // of the pointer in the window
+        uint32_t key = 0;        // X11 keysym without modifiers, as on the key
+        uint32_t button = 0;
+        uint32_t timeMs = 0;    // of the server
     };
 
     // Both: null with the reason in `error`. A new window is as large as the screen at most, with the shape of
@@ -34,12 +55,15 @@ public:
     // The inside's left upper corner on the screen; waits for the server.
     void ScreenPlace(int32_t& x, int32_t& y) const;
 
-    // The next event that is here already.
+    // The next event that is here already. Those inside windows inside this one come as this one's.
     Event Next();
-    // The X11 keysym without modifiers, as on the key.
-    uint32_t LastKey() const { return m_key; }
     // Sleeps until something may have come, a signal, or at most `seconds`.
     void Wait(double seconds) const;
+
+    // Windows inside: not shown at first, gone with this one.
+    uint32_t MakeChild(uint32_t parent, uint32_t color) const;
+    void PlaceChild(uint32_t id, const Box& box) const;
+    void ShowChild(uint32_t id, bool shown) const;
 
     // By the window manager, or where there is none by covering the screen. Only a window of our own.
     void ToggleFullScreen();
@@ -51,9 +75,9 @@ private:
     bool Take(uint32_t id, std::string& error);
     uint32_t Atom(const char* name) const;
     void SetProperty(uint32_t property, uint32_t type, uint8_t bits, uint32_t count, const void* value);
-    void ReadKeyboard();
-    uint32_t KeyOf(uint8_t code) const;
     bool Managed() const;
+    void AskManager();
+    void CoverScreen();
     Event Translate(const void* event);
 
     xcb_connection_t* m_connection = nullptr;
@@ -62,12 +86,9 @@ private:
     bool m_own = false;
     uint32_t m_width = 0;
     uint32_t m_height = 0;
-    uint32_t m_key = 0;
     uint32_t m_protocols = 0;    // atoms
     uint32_t m_deleteWindow = 0;
-    std::vector<uint32_t> m_keysyms;    // m_keysymsPerCode for each code from m_firstCode on
-    uint32_t m_keysymsPerCode = 0;
-    uint32_t m_firstCode = 0;
+    Keyboard m_keyboard;
     bool m_covers = false;        // the screen, without a window manager
     uint32_t m_before[4] = {};    // x, y, width, height from before
 };

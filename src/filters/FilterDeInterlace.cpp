@@ -3,6 +3,7 @@
 #include "base/Limits.h"
 #include "corvane/corvane.h"
 #include "kernels/Deinterlace.h"
+#include "kernels/PlaneCopy.h"
 
 namespace QMRX::Filter {
 
@@ -15,9 +16,17 @@ constexpr uint32_t kCenterWeight = 128;
 int32_t Weave(const Picture& from, const Picture& to, uint32_t width, uint32_t height) {
     for (int plane = 0; plane < 3; ++plane) {
         const uint32_t planeWidth = plane == 0 ? width : width / 2;
-        const uint32_t fieldRows = plane == 0 ? height / 2 : height / 2 / 2;
-        if (kernels::WeavePlane(from.plane[plane], from.stride[plane], to.plane[plane], to.stride[plane], planeWidth,
-                                fieldRows) != 0)
+        const uint32_t rows = plane == 0 ? height : height / 2;
+        const uint32_t fieldRows = rows / 2;
+        const uint8_t* const source = from.plane[plane];
+        uint8_t* const destination = to.plane[plane];
+        if (kernels::WeavePlane(source, from.stride[plane], destination, to.stride[plane], planeWidth, fieldRows) != 0)
+            return -1;
+        // Belongs to no field of its own: it stays where it is.
+        const auto last = static_cast<ptrdiff_t>(2 * fieldRows);
+        if (rows % 2 != 0 && kernels::PlaneCopy(source + last * from.stride[plane], from.stride[plane],
+                                                destination + last * to.stride[plane], to.stride[plane], planeWidth, 1,
+                                                kernels::kCopyStreamingStores) != 0)
             return -1;
     }
     return 0;

@@ -12,7 +12,8 @@ public:
     void SetWeave(bool on);
     void SetSmooth(bool on);
 
-    // I420 to I420. 0; -1 when neither switch is on or a plane is too small; 0x80000002 without memory.
+    // I420 to I420. The last row of a plane of odd height belongs to neither field and is copied. 0; -1 when neither
+    // switch is on or a plane is too small; 0x80000002 without memory.
     int32_t Process(FilterArgs* args) override;
 
     size_t ScratchBytes() const { return m_woven.Size(); }

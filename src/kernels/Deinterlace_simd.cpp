@@ -36,7 +36,7 @@ HWY_INLINE void SmoothRow(const uint8_t* HWY_RESTRICT above, const uint8_t* HWY_
     const auto lowBytes = hn::Set(words, 0xFF);
     const auto weigh = [&](auto a, auto r, auto b)
                            HWY_ATTR { return hn::Add(hn::Mul(hn::Add(a, b), outer), hn::Mul(r, center)); };
-    const auto put = [&](size_t x) HWY_ATTR {
+    const auto weighted = [&](size_t x) HWY_ATTR {
         const auto a = hn::BitCast(words, hn::LoadU(d, above + x));
         const auto r = hn::BitCast(words, hn::LoadU(d, row + x));
         const auto b = hn::BitCast(words, hn::LoadU(d, below + x));
@@ -45,11 +45,23 @@ HWY_INLINE void SmoothRow(const uint8_t* HWY_RESTRICT above, const uint8_t* HWY_
         const auto result = hn::Or(hn::ShiftRight<8>(even), hn::AndNot(lowBytes, odd));
         hn::StoreU(hn::BitCast(d, result), d, out + x);
     };
-    size_t x = 0;
-    for (; x + kStep <= width; x += kStep)
-        put(x);
-    if (x < width)
-        put(width - kStep);
+    // A quarter, a half and a quarter, cut off once or after each halving, are the same; what the processor averages it
+    // rounds up, so all is done on complements.
+    const auto quartered = [&](size_t x) HWY_ATTR {
+        const auto outerHalf = hn::AverageRound(hn::Not(hn::LoadU(d, above + x)), hn::Not(hn::LoadU(d, below + x)));
+        hn::StoreU(hn::Not(hn::AverageRound(outerHalf, hn::Not(hn::LoadU(d, row + x)))), d, out + x);
+    };
+    const auto whole = [&](const auto& put) HWY_ATTR {
+        size_t x = 0;
+        for (; x + kStep <= width; x += kStep)
+            put(x);
+        if (x < width)
+            put(width - kStep);
+    };
+    if (weight == 128)
+        whole(quartered);
+    else
+        whole(weighted);
 }
 #endif
 

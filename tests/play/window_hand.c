@@ -4,7 +4,9 @@
  *   id              prints its id
  *   size            prints its size and place: WxH+X+Y
  *   size:WxH        resizes it
- *   key:SYM         presses a key, by X11 keysym in hexadecimal
+ *   key:SYM         presses a key, by X11 keysym in hexadecimal; key:SYM@X,Y with the pointer there
+ *   drag:X,Y,X,Y    presses the left button, moves the pointer, releases the button
+ *   click:N@X,Y     presses and releases button N
  *   close           asks it to close, as a window manager does
  *   new:WxH         before any other word: makes the window, prints its id and keeps it until its input ends
  */
@@ -58,9 +60,19 @@ static xcb_keycode_t codeOf(xcb_keysym_t symbol)
     return 0;
 }
 
+/* An event of the pointer or of a key; their records are laid out alike. */
+static void hand(xcb_window_t window, uint8_t type, unsigned detail, int x, int y, uint32_t mask)
+{
+    const xcb_button_press_event_t event = {.response_type = type, .detail = (uint8_t)detail, .event = window,
+                                            .root = screen->root, .event_x = (int16_t)x, .event_y = (int16_t)y,
+                                            .same_screen = 1};
+    xcb_send_event(connection, 0, window, mask, (const char*)&event);
+}
+
 static int act(xcb_window_t window, const char* word)
 {
-    unsigned width, height, symbol;
+    unsigned width, height, symbol, button;
+    int x = 0, y = 0, x2, y2;
     if (strcmp(word, "id") == 0) {
         printf("%u\n", window);
     } else if (strcmp(word, "size") == 0) {
@@ -70,10 +82,15 @@ static int act(xcb_window_t window, const char* word)
     } else if (sscanf(word, "size:%ux%u", &width, &height) == 2) {
         xcb_configure_window(connection, window, XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT,
                              (uint32_t[]){width, height});
-    } else if (sscanf(word, "key:%x", &symbol) == 1) {
-        xcb_key_press_event_t press = {.response_type = XCB_KEY_PRESS, .detail = codeOf(symbol), .event = window,
-                                       .root = screen->root, .same_screen = 1};
-        xcb_send_event(connection, 0, window, XCB_EVENT_MASK_KEY_PRESS, (const char*)&press);
+    } else if (sscanf(word, "key:%x@%d,%d", &symbol, &x, &y) >= 1) {
+        hand(window, XCB_KEY_PRESS, codeOf(symbol), x, y, XCB_EVENT_MASK_KEY_PRESS);
+    } else if (sscanf(word, "drag:%d,%d,%d,%d", &x, &y, &x2, &y2) == 4) {
+        hand(window, XCB_BUTTON_PRESS, 1, x, y, XCB_EVENT_MASK_BUTTON_PRESS);
+        hand(window, XCB_MOTION_NOTIFY, 0, x2, y2, XCB_EVENT_MASK_BUTTON_MOTION);
+        hand(window, XCB_BUTTON_RELEASE, 1, x2, y2, XCB_EVENT_MASK_BUTTON_RELEASE);
+    } else if (sscanf(word, "click:%u@%d,%d", &button, &x, &y) == 3) {
+        hand(window, XCB_BUTTON_PRESS, button, x, y, XCB_EVENT_MASK_BUTTON_PRESS);
+        hand(window, XCB_BUTTON_RELEASE, button, x, y, XCB_EVENT_MASK_BUTTON_RELEASE);
     } else if (strcmp(word, "close") == 0) {
         xcb_client_message_event_t ask = {.response_type = XCB_CLIENT_MESSAGE, .format = 32, .window = window,
                                           .type = atom("WM_PROTOCOLS")};

@@ -1,0 +1,126 @@
+#include "ChannelFeed.h"
+
+#include <limits>
+
+namespace {
+
+int64_t StreamMs(const MediaFrameHeader& header) {
+    return int64_t{header.streamSeconds} * 1000 + header.timeMilliseconds;
+}
+
+}    // namespace
+
+bool ChannelFeed::Open(void* instance, uint32_t streamType, int64_t wallStart, std::string& error) {
+    constexpr uint32_t kStreamInfoAndContext = 0x0001 | 0x0004;
+    m_streamType = streamType;
+    m_wallStart = wallStart;
+    ChannelSettings settings{};
+    settings.mask = kStreamInfoAndContext;
+    settings.streamInfo = &ChannelFeed::OnStreamInfo;
+    settings.streamInfoContext = this;
+    if (m_view != nullptr)
+        m_view->Prepare(settings);
+    if (Corvane_CreateChannel(instance, &m_channel, &settings) != Status_Ok) {
+        error = "a channel cannot be made";
+        return false;
+    }
+    m_instance = instance;
+    Corvane_SetBufferTime(m_channel, m_options.bufferMs);
+    Corvane_SetChannelOption(m_channel, 48, m_options.threads, 0);
+    Corvane_SetDisplayMode(m_channel, m_options.displayMode);
+    if (m_options.rotate != 0)
+        Corvane_EnableRotateFilter(m_channel, m_options.rotate);
+    error = "a channel cannot be started";
+    const uint32_t waiting = m_options.logo.empty() ? 1 : 0;    // without it the logo stays until the first picture
+    if (!Deliver(error) || Corvane_StartChannel(m_channel, waiting) != Status_Ok)
+        return false;
+    error.clear();
+    return true;
+}
+
+bool ChannelFeed::Deliver(std::string& error) {
+    if (m_view != nullptr) {
+        m_view->SetChannel(m_channel);
+        const auto logo = reinterpret_cast<uint64_t>(m_options.logo.c_str());
+        if (!m_options.logo.empty() && Corvane_SetChannelOption(m_channel, 25, logo, 0) != Status_Ok) {
+            error = m_options.logo + ": not a picture that can be shown";
+            return false;
+        }
+        return Corvane_RegisterAfterDisplayCallback(m_channel, &ChannelFeed::OnDisplayed, this) == Status_Ok;
+    }
+    Corvane_SetRawDataCallbackSize(m_channel, m_options.width, m_options.height);
+    return Corvane_RegisterRawDataCallback(m_channel, &ChannelFeed::OnPicture, this, m_options.kind,
+                                           m_options.bottomUp ? 1 : 0) == Status_Ok;
+}
+
+void ChannelFeed::Stop() {
+    Corvane_StopChannel(m_channel);
+}
+
+void ChannelFeed::Delete() {
+    if (m_channel != nullptr)
+        Corvane_DeleteChannel(m_instance, &m_channel);
+}
+
+// ---- Callbacks
+// -------------------------------------------------------------------------------------------------------
+
+void ChannelFeed::OnStreamInfo(void* context, uint32_t code, uint64_t a, uint64_t b) {
+    auto* const self = static_cast<ChannelFeed*>(context);
+    if (code == 7)    // every frame, before its picture is converted
+        self->m_statistics.Committed(StreamMs(*reinterpret_cast<const MediaFrameHeader*>(b)),
+                                     self->m_view != nullptr && self->m_view->Deinterlaces());
+    else if (code == 13)
+        self->m_statistics.DecoderKind(static_cast<uint32_t>(a));
+    else if (code == 3 && self->m_view != nullptr)
+        self->m_statistics.PictureSize(static_cast<uint32_t>(a), static_cast<uint32_t>(b));
+}
+
+void ChannelFeed::OnDisplayed(void* context, const AfterDisplayRecord* record) {
+    auto* const self = static_cast<ChannelFeed*>(context);
+    self->m_statistics.Put();
+    if (record->header != nullptr)
+        (void)self->m_statistics.Shown(StreamMs(*record->header));
+}
+
+void ChannelFeed::OnPicture(void* context, const PseudoFrame* frame) {
+    auto* const self = static_cast<ChannelFeed*>(context);
+    if (frame->data == nullptr || frame->header == nullptr)
+        return;
+    const int64_t streamMs = StreamMs(*frame->header);
+    const uint64_t number = self->m_statistics.Shown(streamMs);
+    self->m_statistics.PictureSize(frame->width, frame->height);
+    if (number != 0 && self->m_sheet != nullptr)
+        self->m_sheet->Offer(frame->data, frame->width, frame->height, self->m_options.kind, self->m_options.bottomUp,
+                             number, streamMs);
+}
+
+// ---- The way in
+// ------------------------------------------------------------------------------------------------------
+
+double ChannelFeed::NextAt() const {
+    const Reel::Picture* const next = m_reel.At(m_next);
+    return next != nullptr ? m_delay + static_cast<double>(next->timeMs) / 1000
+                           : std::numeric_limits<double>::infinity();
+}
+
+void ChannelFeed::Feed(double elapsed) {
+    while (NextAt() <= elapsed)
+        Input(*m_reel.At(m_next++));
+}
+
+void ChannelFeed::Input(const Reel::Picture& picture) {
+    MediaFrameHeader header{};
+    header.recordSize = sizeof(header);
+    header.data = picture.bytes.data();
+    header.payloadSize = static_cast<uint32_t>(picture.bytes.size());
+    header.streamType = m_streamType;
+    header.frameType = picture.key ? 0 : 1;
+    header.streamSeconds = static_cast<uint32_t>(picture.timeMs / 1000);
+    header.timeMilliseconds = static_cast<uint32_t>(picture.timeMs % 1000);
+    header.timeSeconds = static_cast<uint32_t>(m_wallStart + picture.timeMs / 1000);
+    m_statistics.Fed(picture.timeMs, header.payloadSize);
+    if (Corvane_InputEncodedMediaFrame(m_channel, &header) != Status_Ok)
+        m_statistics.Refused();
+    m_fedMs = picture.timeMs;
+}

@@ -1,0 +1,60 @@
+// One channel of the library and the way of the stream into it, with a place of its own in the reel: all that one
+// camera is to the player. Used on the main thread; the callbacks run on the channel's threads.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "ChannelView.h"
+#include "ContactSheet.h"
+#include "MediaSource.h"
+#include "Options.h"
+#include "Reel.h"
+#include "Statistics.h"
+
+class ChannelFeed {
+public:
+    // `view`: where it shows; null: into memory. `sheet`: gets its pictures in memory; may be null. Both outlive the
+    // channel. `delay`: seconds that it lags behind, so that the cameras of a wall do not beat in time.
+    ChannelFeed(const Options& options, Reel& reel, ChannelView* view, ContactSheet* sheet, double delay)
+        : m_options(options), m_reel(reel), m_view(view), m_sheet(sheet), m_delay(delay) {}
+    ~ChannelFeed() { Delete(); }
+    ChannelFeed(const ChannelFeed&) = delete;
+    ChannelFeed& operator=(const ChannelFeed&) = delete;
+
+    // Makes and starts the channel. `wallStart`: seconds since 1970 of the stream's first picture. False with the
+    // reason in `error`.
+    bool Open(void* instance, uint32_t streamType, int64_t wallStart, std::string& error);
+    void Stop();
+    void Delete();
+
+    // When the next picture is to be fed, seconds since the start; infinite at the end.
+    double NextAt() const;
+    // Feeds all that is due.
+    void Feed(double elapsed);
+    uint64_t Next() const { return m_next; }     // number in the reel
+    int64_t FedMs() const { return m_fedMs; }    // of the stream
+    void* Channel() const { return m_channel; }
+    const Statistics& Figures() const { return m_statistics; }
+
+private:
+    static void OnStreamInfo(void* context, uint32_t code, uint64_t a, uint64_t b);
+    static void OnPicture(void* context, const PseudoFrame* frame);
+    static void OnDisplayed(void* context, const AfterDisplayRecord* record);
+    bool Deliver(std::string& error);
+    void Input(const Reel::Picture& picture);
+
+    const Options& m_options;
+    Reel& m_reel;
+    ChannelView* const m_view;
+    ContactSheet* const m_sheet;    // on the render thread until the channel is gone
+    const double m_delay;
+    void* m_instance = nullptr;
+    void* m_channel = nullptr;
+    uint32_t m_streamType = 0;
+    int64_t m_wallStart = 0;
+    uint64_t m_next = 0;
+    int64_t m_fedMs = 0;
+    Statistics m_statistics;
+};

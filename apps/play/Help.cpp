@@ -1,0 +1,57 @@
+#include "Options.h"
+
+const char kHelp[] =
+    R"(corvane-play: plays a video stream through libcorvane.
+
+usage: corvane-play [options] FILE|URL
+
+  --size WxH              of the window; with --headless the largest picture
+  --window ID             play in that X11 window instead of a new one
+  --wall N                the stream on N channels in a grid of one window, 1 to 64; their pictures do not come in time
+  --renderer NAME         default, plain, compose (text may lie on the picture), gdi or stretch (as plain)
+  --background RRGGBB     colour of margins and of the empty window
+  --logo FILE             PNG or BMP that the window shows until the first picture
+  --screenshot FILE[@S]   write the window as PNG after S seconds of stream, else at the end
+
+  --headless              no window: pictures go to memory
+  --contact-sheet FILE    write a PNG of pictures spread over the stream, each with its number and time (with --headless)
+  --format NAME           picture format: bgra (default), bgr, i420, bgra-flip, bgr-flip (with --headless)
+
+  --still-format NAME     png (default), jpeg, bmp or raw (planes Y, U, V without gaps)
+  --snapshot-every S      save a still of the first channel every S seconds of stream
+
+  --rotate DEGREES        rotate every picture (windows; formats bgr, bgr-flip, i420)
+  --buffer MS             jitter buffer of the channel
+  --threads N             decoding threads, 0 automatic
+  --mode N                frames decoded: 0 all, 1 key frames, 2 to 8 thinned
+  --channels N            the same stream on N channels at once, 1 to 256; those without a window play into memory
+  --loop N                play N times
+  --seconds S             end after S seconds of stream
+  --stats FILE            write what was measured as JSON
+  --quiet                 no status line
+  --help
+
+Keys, for the channel under the pointer:
+  s        save a still of the decoded picture: corvane-NNN with the extension of its format
+  z, b     zoom into the middle or back to the whole picture; one zoom back
+  o        overview in the corner
+  m        margins with the time
+  d        deinterlace pictures that are marked interlaced
+  k        next kind of scaling: nearest pixel, bilinear, bicubic, Lanczos
+  Return   show this channel of a wall alone, and back
+For the window:
+  space    pause
+  w        save what the window shows as PNG: the name of --screenshot, else corvane-NNN.png
+  f        full screen
+  q, Escape  quit
+
+Mouse: drag a rectangle to zoom into it, wheel to zoom at the pointer, right button one zoom back, double click the whole
+picture.
+
+The status line shows stream time, pictures a second, frames and bytes that wait, pictures shown and lost, the age of the
+shown picture since its frame was fed, processor use, and what a key has changed. With several channels it shows their sums,
+and the greatest age. Ctrl-C ends the program with what was measured so far.
+
+--stats: "committed" are pictures that were decoded and handed on to be presented, "presented" those that were, over all
+channels; "not_presented_smoothing" counts those of the rest that came while deinterlacing was on.
+)";

@@ -1,0 +1,38 @@
+// The pictures of one source in memory, demuxed once for any number of channels that play it, each at its own place.
+// Holds what lies between the first and the last of them, so an endless stream costs no more than a short one. One
+// thread.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include "MediaSource.h"
+
+class Reel {
+public:
+    struct Picture {
+        std::vector<uint8_t> bytes;
+        bool key;
+        int64_t timeMs;    // rises from 0, over all turns
+    };
+
+    // `turns` times through the source, and at most `seconds` of it, 0 all. The source outlives the reel.
+    Reel(MediaSource& source, uint32_t turns, double seconds) : m_source(source), m_turns(turns), m_seconds(seconds) {}
+
+    // Picture `number`, from 0 on, read when nobody has asked for it before; valid until Forget passes it. Null behind
+    // the end.
+    const Picture* At(uint64_t number);
+    // Nobody asks for a picture below `number` any more.
+    void Forget(uint64_t number);
+
+private:
+    bool Read();
+
+    MediaSource& m_source;
+    uint32_t m_turns;
+    const double m_seconds;
+    std::deque<Picture> m_pictures;
+    uint64_t m_first = 0;    // number of the front
+    bool m_ended = false;
+};

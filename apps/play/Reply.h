@@ -1,0 +1,11 @@
+// Owns what xcb hands out.
+#pragma once
+
+#include <cstdlib>
+#include <memory>
+
+struct FreeMemory {
+    void operator()(void* memory) const { std::free(memory); }
+};
+template <typename T>
+using Reply = std::unique_ptr<T, FreeMemory>;

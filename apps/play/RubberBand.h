@@ -1,0 +1,16 @@
+// The frame around what a mouse drags: four thin windows, since nobody but the library draws on its windows.
+#pragma once
+
+#include "Window.h"
+
+class RubberBand {
+public:
+    // In `window` or a window inside it.
+    void Show(const Window& window, uint32_t parent, const Box& box);
+    void Hide(const Window& window);
+
+private:
+    uint32_t m_edges[4] = {};
+    uint32_t m_parent = 0;    // whose edges they are; 0: not made yet
+    bool m_shown = false;
+};

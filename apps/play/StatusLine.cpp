@@ -1,0 +1,67 @@
+#include "StatusLine.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+constexpr double kStep = 0.5;    // seconds between two lines
+constexpr double kNoticeStays = 3;
+
+long long Rounded(double value) {
+    return static_cast<long long>(value + 0.5);
+}
+
+}    // namespace
+
+StatusLine::StatusLine(bool quiet) : m_quiet(quiet), m_terminal(isatty(STDERR_FILENO) != 0) {}
+
+void StatusLine::Start(double now) {
+    m_at = now;
+    m_processor = ProcessorSeconds();
+}
+
+void StatusLine::Print(const std::string& text, bool last) const {
+    std::fprintf(stderr, "%s%s%s", m_terminal ? "\r\033[K" : "", text.c_str(), last || !m_terminal ? "\n" : "");
+}
+
+void StatusLine::Notice(const std::string& text) {
+    m_notice = text;
+    m_noticeAt = MonotonicSeconds();
+    if (!m_quiet && !m_terminal)
+        Print(text, true);
+    m_at -= kStep;    // on the terminal it is seen at once
+}
+
+void StatusLine::Complain(const std::string& text) const {
+    Print("corvane-play: " + text, true);
+}
+
+void StatusLine::Update(double now, double startedAt, int64_t fedMs, const std::vector<const Statistics*>& channels,
+                        bool last) {
+    if (m_quiet || (!last && (!m_terminal || now - m_at < kStep)))
+        return;
+    Statistics::Snapshot sum;
+    for (const Statistics* const channel : channels)
+        sum.Add(channel->Now());
+    const double processor = ProcessorSeconds();
+    const double step = std::max(0.001, last ? now - startedAt : now - m_at);
+    const uint64_t shown = last ? sum.shown : sum.shown - m_shown;
+    const double used = last ? processor : processor - m_processor;
+    char text[256];
+    std::snprintf(
+        text, sizeof(text),
+        "%lld:%02lld  %3lld/s  queue %llu (%llu kB)  shown %llu  lost %llu  refused %llu  age %lld ms  cpu %lld%%",
+        static_cast<long long>(fedMs / 60000), static_cast<long long>(fedMs / 1000 % 60),
+        Rounded(static_cast<double>(shown) / step), static_cast<unsigned long long>(sum.waiting),
+        static_cast<unsigned long long>(sum.waitingBytes / 1024), static_cast<unsigned long long>(sum.shown),
+        static_cast<unsigned long long>(sum.lost), static_cast<unsigned long long>(sum.refused), Rounded(sum.ageMs),
+        Rounded(100 * used / step));
+    const bool noticed = m_terminal && !last && !m_notice.empty() && now - m_noticeAt < kNoticeStays;
+    Print(noticed ? std::string(text) + "  [" + m_notice + "]" : text, last);
+    m_at = now;
+    m_processor = processor;
+    m_shown = sum.shown;
+}

@@ -1,0 +1,35 @@
+// One line on the terminal that is written over and over, and short notices of what has changed. Where standard error
+// is no terminal only the notices and the last line are written, each on a line of its own.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Statistics.h"
+
+class StatusLine {
+public:
+    explicit StatusLine(bool quiet);
+
+    void Start(double now);
+    // Shows what has changed; stays for a while.
+    void Notice(const std::string& text);
+    // The line, when it is time for it, or in any case as the last one.
+    void Update(double now, double startedAt, int64_t fedMs, const std::vector<const Statistics*>& channels, bool last);
+    // A mistake, on a line of its own; also when quiet.
+    void Complain(const std::string& text) const;
+
+private:
+    void Print(const std::string& text, bool last) const;
+
+    const bool m_quiet;
+    const bool m_terminal;
+    std::string m_notice;
+    double m_noticeAt = 0;
+
+    // Of the line before.
+    double m_at = 0;
+    double m_processor = 0;
+    uint64_t m_shown = 0;
+};

@@ -1,0 +1,237 @@
+#include "Wall.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+
+namespace {
+
+using Kind = Window::Event::Kind;
+
+constexpr uint32_t kEscape = 0xff1b;    // keysyms
+constexpr uint32_t kReturn = 0xff0d;
+constexpr uint32_t kGap = 2;                // pixels between channels
+constexpr int32_t kSmallestDrag = 8;        // pixels; less is a click
+constexpr uint32_t kDoubleClickMs = 400;    // at most between two clicks
+constexpr double kNotch = 1.25;             // of the wheel
+
+uint32_t Columns(size_t count) {
+    return static_cast<uint32_t>(std::ceil(std::sqrt(static_cast<double>(count))));
+}
+
+// The cells share the window out to the last pixel.
+Box Cell(size_t index, size_t count, uint32_t width, uint32_t height) {
+    const uint32_t columns = Columns(count);
+    const auto rows = static_cast<uint32_t>((count + columns - 1) / columns);
+    const auto edge = [](uint32_t at, uint32_t of, uint32_t length) {
+        return static_cast<uint32_t>(uint64_t{length} * at / of);
+    };
+    const auto column = static_cast<uint32_t>(index % columns);
+    const auto row = static_cast<uint32_t>(index / columns);
+    const uint32_t x = edge(column, columns, width);
+    const uint32_t y = edge(row, rows, height);
+    const uint32_t right = edge(column + 1, columns, width) - (column + 1 < columns ? kGap : 0);
+    const uint32_t bottom = edge(row + 1, rows, height) - (row + 1 < rows ? kGap : 0);
+    return {static_cast<int32_t>(x), static_cast<int32_t>(y), std::max(x + 1, right) - x, std::max(y + 1, bottom) - y};
+}
+
+// The largest box of the shape of `width` x `height` in the middle of `cell`.
+Box Fitted(const Box& cell, uint32_t width, uint32_t height) {
+    Box box = cell;
+    if (uint64_t{cell.width} * height > uint64_t{cell.height} * width)
+        box.width = std::max(1u, static_cast<uint32_t>(uint64_t{cell.height} * width / height));
+    else
+        box.height = std::max(1u, static_cast<uint32_t>(uint64_t{cell.width} * height / width));
+    box.x += static_cast<int32_t>((cell.width - box.width) / 2);
+    box.y += static_cast<int32_t>((cell.height - box.height) / 2);
+    return box;
+}
+
+}    // namespace
+
+std::unique_ptr<Wall> Wall::Open(const Options& options, uint32_t width, uint32_t height, std::string& error) {
+    std::unique_ptr<Wall> wall(new Wall);
+    const uint32_t columns = Columns(options.wall);
+    const uint32_t rows = (options.wall + columns - 1) / columns;
+    if (options.window != 0) {
+        wall->m_window = Window::Follow(options.window, error);
+    } else {
+        const std::string name = std::filesystem::path(options.input).filename().string();
+        wall->m_window = Window::Open(name.empty() ? options.input : name,
+                                      std::max(1u, options.width ? options.width : width * columns),
+                                      std::max(1u, options.height ? options.height : height * rows), error);
+    }
+    if (!wall->m_window)
+        return nullptr;
+    wall->m_pictureWidth = std::max(1u, width);
+    wall->m_pictureHeight = std::max(1u, height);
+    const Window& window = *wall->m_window;
+    for (uint32_t i = 0; i < options.wall; ++i)
+        wall->m_views.push_back(
+            std::make_unique<ChannelView>(window, options.wall == 1 ? window.Id() : window.MakeChild(window.Id(), 0)));
+    wall->LayOut();
+    return wall;
+}
+
+void Wall::LayOut() {
+    const Box all{0, 0, m_window->Width(), m_window->Height()};
+    if (m_views.size() == 1)
+        return m_views[0]->SetPlace(all);    // the window itself: the picture fills it
+    for (size_t i = 0; i < m_views.size(); ++i) {
+        const Box cell = m_alone == i ? all : Cell(i, m_views.size(), all.width, all.height);
+        m_views[i]->SetPlace(Fitted(cell, m_pictureWidth, m_pictureHeight));
+        m_window->PlaceChild(m_views[i]->Id(), m_views[i]->Place());
+        m_window->ShowChild(m_views[i]->Id(), m_alone == SIZE_MAX || m_alone == i);
+    }
+}
+
+Wall::State Wall::Attend() {
+    bool moved = false;
+    while (m_state == State::Playing || m_state == State::Paused) {
+        const Window::Event event = m_window->Next();
+        if (event.kind == Kind::None)
+            break;
+        if (event.kind == Kind::Key)
+            Press(event.key, Under(event.x, event.y));
+        else if (event.kind == Kind::Press)
+            PressButton(event);
+        else if (event.kind == Kind::Motion)
+            Drag(event);
+        else if (event.kind == Kind::Release)
+            Release(event);
+        else if (event.kind == Kind::Changed)
+            moved = true;
+        else
+            m_state = event.kind == Kind::Closed ? State::Ended : State::Lost;
+    }
+    if (moved) {
+        LayOut();
+        for (const auto& view : m_views)
+            view->Moved();
+    }
+    return m_state;
+}
+
+// The view at that place; outside of all, the one that is shown alone or the first.
+size_t Wall::Under(int32_t x, int32_t y) const {
+    const size_t fallback = m_alone == SIZE_MAX ? 0 : m_alone;
+    for (size_t i = 0; i < m_views.size() && m_alone == SIZE_MAX; ++i)
+        if (m_views[i]->Place().Has(x, y))
+            return i;
+    return fallback;
+}
+
+void Wall::Say(size_t index, const std::string& what) {
+    if (!what.empty())
+        m_notice = m_views.size() == 1 ? what : "channel " + std::to_string(index + 1) + ": " + what;
+}
+
+// ---- Keys ----------------------------------------------------------------------------------------------------------
+
+void Wall::Press(uint32_t key, size_t index) {
+    static constexpr struct {
+        uint32_t key;
+        std::string (ChannelView::*does)();
+    } kSwitches[] = {{'m', &ChannelView::ToggleMargins},     {'z', &ChannelView::ToggleMiddle},
+                     {'o', &ChannelView::ToggleOverview},    {'b', &ChannelView::ZoomBack},
+                     {'d', &ChannelView::ToggleDeinterlace}, {'k', &ChannelView::NextScaling}};
+    for (const auto& entry : kSwitches)
+        if (entry.key == key)
+            return Say(index, (m_views[index].get()->*entry.does)());
+    switch (key) {
+    case ' ':
+        m_state = m_state == State::Paused ? State::Playing : State::Paused;
+        m_notice = m_state == State::Paused ? "paused" : "playing";
+        break;
+    case 's':
+        m_stillWanted = m_views[index].get();
+        break;
+    case 'w':
+        m_screenshotWanted = true;
+        break;
+    case 'f':
+        m_window->ToggleFullScreen();
+        break;
+    case kReturn:
+        ToggleAlone(index);
+        break;
+    case 'q':
+    case kEscape:
+        m_state = State::Ended;
+        break;
+    default:
+        break;
+    }
+}
+
+void Wall::ToggleAlone(size_t index) {
+    if (m_views.size() == 1)
+        return;
+    m_alone = m_alone == SIZE_MAX ? index : SIZE_MAX;
+    LayOut();
+    for (const auto& view : m_views)
+        view->Moved();
+    Say(index, m_alone == SIZE_MAX ? "among all" : "alone");
+}
+
+// ---- The mouse -----------------------------------------------------------------------------------------------------
+
+void Wall::PressButton(const Window::Event& event) {
+    const size_t index = Under(event.x, event.y);
+    ChannelView& view = *m_views[index];
+    switch (event.button) {
+    case 1:
+        m_dragged = index;
+        m_down = event;
+        break;
+    case 3:
+        Say(index, view.ZoomBack());
+        break;
+    case 4:
+        Say(index, view.ZoomAt(event.x, event.y, kNotch));
+        break;
+    case 5:
+        Say(index, view.ZoomAt(event.x, event.y, 1 / kNotch));
+        break;
+    default:
+        break;
+    }
+}
+
+void Wall::Drag(const Window::Event& event) {
+    if (m_dragged == SIZE_MAX)
+        return;
+    const ChannelView& view = *m_views[m_dragged];
+    const Box& place = view.Place();
+    const auto inside = [](int32_t at, int32_t low, uint32_t length) {
+        return std::clamp(at - low, 0, static_cast<int32_t>(length));
+    };
+    const int32_t x[] = {inside(m_down.x, place.x, place.width), inside(event.x, place.x, place.width)};
+    const int32_t y[] = {inside(m_down.y, place.y, place.height), inside(event.y, place.y, place.height)};
+    const Box box{std::min(x[0], x[1]), std::min(y[0], y[1]), static_cast<uint32_t>(std::abs(x[1] - x[0])),
+                  static_cast<uint32_t>(std::abs(y[1] - y[0]))};
+    if (box.width >= kSmallestDrag && box.height >= kSmallestDrag)
+        m_band.Show(*m_window, view.Id(), box);
+    else
+        m_band.Hide(*m_window);
+}
+
+void Wall::Release(const Window::Event& event) {
+    if (event.button != 1 || m_dragged == SIZE_MAX)
+        return;
+    m_band.Hide(*m_window);
+    const size_t index = std::exchange(m_dragged, SIZE_MAX);
+    const auto near = [](const Window::Event& a, const Window::Event& b) {
+        return std::abs(a.x - b.x) < kSmallestDrag && std::abs(a.y - b.y) < kSmallestDrag;
+    };
+    if (std::abs(event.x - m_down.x) >= kSmallestDrag && std::abs(event.y - m_down.y) >= kSmallestDrag) {
+        Say(index, m_views[index]->Zoom(m_down.x, m_down.y, event.x, event.y));
+    } else if (m_clicked.kind == Kind::Release && near(m_clicked, event) &&
+               event.timeMs - m_clicked.timeMs <= kDoubleClickMs) {
+        m_clicked = {};
+        Say(index, m_views[index]->ZoomReset());
+    } else {
+        m_clicked = event;
+    }
+}

@@ -1,0 +1,63 @@
+// One window with the views of one or several channels, and the hand that works them: keys and the mouse act on the
+// channel under the pointer. One channel fills the window; several have windows of their own inside it, in a grid.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ChannelView.h"
+#include "Options.h"
+#include "RubberBand.h"
+#include "Window.h"
+
+class Wall {
+public:
+    enum class State { Playing, Paused, Ended, Lost };
+
+    // Opens the window, or follows the one of the options, for channels of that picture size. Null with the reason in
+    // `error`.
+    static std::unique_ptr<Wall> Open(const Options& options, uint32_t width, uint32_t height, std::string& error);
+
+    const Window& TheWindow() const { return *m_window; }
+    size_t Count() const { return m_views.size(); }
+    ChannelView& View(size_t index) { return *m_views[index]; }
+
+    // Does what has come since, and tells where that leads. Lost and Ended stay.
+    State Attend();
+    // Sleeps until there is something to attend to, or at most `seconds`.
+    void Wait(double seconds) const { m_window->Wait(seconds); }
+
+    // What the hand has asked for since: each once.
+    std::string TakeNotice() { return std::exchange(m_notice, {}); }
+    bool TakeScreenshotWish() { return std::exchange(m_screenshotWanted, false); }
+    ChannelView* TakeStillWish() { return std::exchange(m_stillWanted, nullptr); }
+
+private:
+    Wall() = default;
+    void LayOut();
+    size_t Under(int32_t x, int32_t y) const;
+    void Press(uint32_t key, size_t index);
+    void PressButton(const Window::Event& event);
+    void Drag(const Window::Event& event);
+    void Release(const Window::Event& event);
+    void Say(size_t index, const std::string& what);
+    void ToggleAlone(size_t index);
+
+    std::unique_ptr<Window> m_window;
+    std::vector<std::unique_ptr<ChannelView>> m_views;
+    uint32_t m_pictureWidth = 1;    // the shape of the channels' windows in a grid
+    uint32_t m_pictureHeight = 1;
+    State m_state = State::Playing;
+    std::string m_notice;
+    bool m_screenshotWanted = false;
+    ChannelView* m_stillWanted = nullptr;
+    size_t m_alone = SIZE_MAX;    // the one that is shown alone
+
+    // The left button, from its press to its release.
+    RubberBand m_band;
+    size_t m_dragged = SIZE_MAX;    // the view that it went down in
+    Window::Event m_down;
+    Window::Event m_clicked;    // the click before
+};

@@ -1,4 +1,4 @@
-// What stands on a real window, pixel by pixel: every way of the plain renderer with every kind of display setting.
+// What stands on a real window, pixel by pixel: every way of the renderers with every kind of display setting.
 #include <cairo.h>
 #include <gtest/gtest.h>
 
@@ -159,8 +159,11 @@ struct Way {
     bool noBorder;
     bool fullWindow;
 
-    bool Bordered() const { return border && !noBorder && !fullWindow; }
-    bool Composes() const { return (flags & CORVANE_FLAG_GDI_COMPOSE) != 0; }
+    bool Default() const { return (flags & kGdiFlags) == 0; }
+    bool Bordered() const { return !Default() && border && !noBorder && !fullWindow; }
+    // Text lies over the picture too.
+    bool Composes() const { return Default() || (flags & CORVANE_FLAG_GDI_COMPOSE) != 0; }
+    uint32_t Margins() const { return Default() ? 0 : kBackground; }
 };
 
 struct Show {
@@ -174,13 +177,13 @@ constexpr Rect kOverview{130, 25, 230, 85};    // on the screen; crosses the top
 
 // The window's picture by the rules, for both ways of text.
 Colours Expected(const Way& way, const Show& show, const Colours& picture) {
-    const auto bands = [](Colours& on, const Rect& inner, bool textEverywhere) {
+    const auto bands = [&way](Colours& on, const Rect& inner, bool textEverywhere) {
         const Rect all[4] = {{0, 0, on.width, inner.top},
                              {0, inner.bottom, on.width, on.height},
                              {0, inner.top, inner.left, inner.bottom},
                              {inner.right, inner.top, on.width, inner.bottom}};
         for (const Rect& band : all) {
-            on.Fill(band, kBackground);
+            on.Fill(band, way.Margins());
             on.Fill(band.Intersected(kTextRect), kText);
         }
         if (textEverywhere)
@@ -210,14 +213,18 @@ Colours Expected(const Way& way, const Show& show, const Colours& picture) {
 }
 
 TEST_F(WindowPictures, EveryWayWithEverySetting) {
-    const Way ways[] = {{"direct", 0, false, false, false},
-                        {"compose", CORVANE_FLAG_GDI_COMPOSE, false, false, false},
+    constexpr uint32_t kCompose = CORVANE_FLAG_GDI | CORVANE_FLAG_GDI_COMPOSE;
+    const Way ways[] = {{"default", 0, false, false, false},
+                        {"default, border", CORVANE_FLAG_GDI_COMPOSE, true, false, false},
+                        {"default, full window", 0, true, false, true},
+                        {"direct", CORVANE_FLAG_GDI_LEGACY, false, false, false},
+                        {"compose", kCompose, false, false, false},
                         {"stretch", CORVANE_FLAG_GDI_STRETCH, false, false, false},
                         {"bordered", CORVANE_FLAG_GDI, true, false, false},
-                        {"bordered, compose", CORVANE_FLAG_GDI_COMPOSE, true, false, false},
+                        {"bordered, compose", kCompose, true, false, false},
                         {"border off", CORVANE_FLAG_GDI, true, true, false},
                         {"full window", CORVANE_FLAG_GDI, true, false, true},
-                        {"full window, compose", CORVANE_FLAG_GDI_COMPOSE, false, false, true}};
+                        {"full window, compose", kCompose, false, false, true}};
     const Show shows[] = {
         {"margins", {}, {}, {}},
         {"zoom inside", Rect{50, 30, 150, 90}, Rect{155, 40, 205, 70}, {}},
@@ -270,7 +277,7 @@ TEST_F(WindowPictures, EveryWayWithEverySetting) {
             if (show.overviewWindow) {
                 Colours aside(100, 70);
                 aside.Fill(aside.All(), 0x00808080);
-                const Rect part{5, 0, 100, 63};
+                const Rect part = way.Default() ? aside.All() : Rect{5, 0, 100, 63};
                 aside.Lay(picture, picture.All(), part, aside.All());
                 ExpectShown(second, aside, aside.All(), 2);
             }

@@ -88,7 +88,8 @@ bool CDDrawRenderer::FollowWindow(const WindowWatchPtr& window) {
     if (before != nullptr && before->Window() == window && monitor &&
         (monitor->handle == before->On().handle || monitor->handle == 0))
         return true;
-    const bool moved = before != nullptr && monitor && monitor->handle != 0 && before->On().handle != 0 &&
+    const bool known = window != nullptr && monitor && monitor->handle != 0;
+    const bool moved = known && before != nullptr && before->Window() != nullptr && before->On().handle != 0 &&
                        monitor->handle != before->On().handle;
     m_set.reset();
     std::shared_ptr<MonitorView> view = MonitorView::Make(m_blitter, window);

@@ -38,8 +38,12 @@ bool AlignedBuffer::Allocate(size_t size) noexcept {
 }
 
 void AlignedBuffer::Free() noexcept {
+    const size_t whole = m_size + limits::kPicturePadding;
+    // Given back at once: the allocator would keep what it has seen come and go.
+    if (m_data != nullptr && AlignmentFor(whole) == std::align_val_t{kLargePage})
+        madvise(m_data, whole & ~(kLargePage - 1), MADV_DONTNEED);
     if (m_data != nullptr)
-        ::operator delete(m_data, AlignmentFor(m_size + limits::kPicturePadding));
+        ::operator delete(m_data, AlignmentFor(whole));
     m_data = nullptr;
     m_size = 0;
 }

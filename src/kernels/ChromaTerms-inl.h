@@ -252,8 +252,9 @@ HWY_INLINE void ConvertPicture(const Writer& writer, const Source420& source, ui
                 return destination + static_cast<ptrdiff_t>(line) * step + size_t{x} * Writer::kPixelBytes;
             };
             const size_t rowBytes = size_t{count} * Writer::kPixelBytes;
-            MakeTerms<Writer::kMatrix, Writer::kFetches>(order, u, v, (count + 1) / 2, terms, rowAt(std::min(row + 1, height - 1)),
-                                       hn::MaxLanes(Bytes()) * Writer::kPixelBytes);
+            MakeTerms<Writer::kMatrix, Writer::kFetches>(order, u, v, (count + 1) / 2, terms,
+                                                         rowAt(std::min(row + 1, height - 1)),
+                                                         hn::MaxLanes(Bytes()) * Writer::kPixelBytes);
             for (uint32_t line = row; line < std::min(row + 2, height); ++line) {
                 const uint8_t* next = rowAt(std::min(row + 2, height - 1)) + (line - row) * rowBytes / 2;
                 ConvertRow(writer, order, source.y + static_cast<ptrdiff_t>(line) * source.yStep + x, first,

@@ -15,9 +15,7 @@ struct Cover {
         // Rounding in the last digit must not make a sample of its own.
         last = std::clamp(static_cast<uint32_t>(std::ceil(from + scale - 1e-6)) - 1, first, source - 1);
     }
-    double Weight(uint32_t at) const {
-        return (std::min(at + 1.0, from + scale) - std::max<double>(at, from)) / scale;
-    }
+    double Weight(uint32_t at) const { return (std::min(at + 1.0, from + scale) - std::max<double>(at, from)) / scale; }
     double scale;
     double from;
     uint32_t first;

@@ -1,6 +1,6 @@
-// Vertical pass first, on the bytes as they lie, into a row that stays in the first cache; then the horizontal pass. For
-// eight lanes of a 16 byte block the taps of all lie in one window of 16 bytes where the picture shrinks to 4/7 or less
-// far, else in a few: a byte table takes the lanes' samples out of each, as far as they lie there.
+// Vertical pass first, on the bytes as they lie, into a row that stays in the first cache; then the horizontal pass.
+// For eight lanes of a 16 byte block the taps of all lie in one window of 16 bytes where the picture shrinks to 4/7 or
+// less far, else in a few: a byte table takes the lanes' samples out of each, as far as they lie there.
 #include "kernels/PlaneShrink.h"
 
 #undef HWY_TARGET_INCLUDE

@@ -1,6 +1,6 @@
-// Shared by the scaling kernels, once per instruction set: loading of windows, and the vertical pass. Bytes stand in the
-// upper half of 16 bit lanes, so that the upper half of a product with a 16 bit weight is the weighted value in 1/256
-// levels.
+// Shared by the scaling kernels, once per instruction set: loading of windows, and the vertical pass. Bytes stand in
+// the upper half of 16 bit lanes, so that the upper half of a product with a 16 bit weight is the weighted value in
+// 1/256 levels.
 
 #include <hwy/cache_control.h>
 #include <hwy/highway.h>

@@ -59,9 +59,9 @@ private:
 
     Blitter& m_blitter;
 
-    mutable Mutex m_lock;    // a leaf
+    mutable Mutex m_lock;                                      // a leaf
     std::shared_ptr<MonitorView> m_view GUARDED_BY(m_lock);    // changed on the render thread only
-    bool m_dropVideo GUARDED_BY(m_lock) = false;    // what is in m_video is of a device that is given up
+    bool m_dropVideo GUARDED_BY(m_lock) = false;               // what is in m_video is of a device that is given up
 
     // Under the manager's picture lock.
     std::unique_ptr<VideoSurface> m_video;

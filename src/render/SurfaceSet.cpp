@@ -22,8 +22,8 @@ Rect SurfaceSet::SpareRect(const RenderInfo& info, WindowWatch::Size size) {
 std::unique_ptr<SurfaceSet> SurfaceSet::Make(std::shared_ptr<MonitorView> view, WindowWatch::Size size,
                                              const Rect& spare) {
     std::unique_ptr<SurfaceSet> set(new SurfaceSet(std::move(view), size, spare));
-    set->m_composite = set->m_view->Device().CreateComposite(static_cast<uint32_t>(spare.right),
-                                                             static_cast<uint32_t>(spare.bottom));
+    set->m_composite =
+        set->m_view->Device().CreateComposite(static_cast<uint32_t>(spare.right), static_cast<uint32_t>(spare.bottom));
     return set->m_composite != nullptr ? std::move(set) : nullptr;
 }
 

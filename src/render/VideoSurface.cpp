@@ -9,8 +9,7 @@ std::unique_ptr<VideoSurface> VideoSurface::Make(std::shared_ptr<MonitorView> vi
     std::unique_ptr<BlitSurface> surface = view->Device().CreateVideo(width, height, fourCC);
     if (surface == nullptr)
         return nullptr;
-    std::unique_ptr<VideoSurface> made(
-        new VideoSurface(std::move(view), std::move(surface), width, height, fourCC));
+    std::unique_ptr<VideoSurface> made(new VideoSurface(std::move(view), std::move(surface), width, height, fourCC));
     return made->Lock() ? std::move(made) : nullptr;
 }
 

@@ -35,11 +35,7 @@ public:
 private:
     VideoSurface(std::shared_ptr<MonitorView> view, std::unique_ptr<BlitSurface> surface, uint32_t width,
                  uint32_t height, uint32_t fourCC)
-        : m_view(std::move(view)),
-          m_surface(std::move(surface)),
-          m_width(width),
-          m_height(height),
-          m_fourCC(fourCC) {}
+        : m_view(std::move(view)), m_surface(std::move(surface)), m_width(width), m_height(height), m_fourCC(fourCC) {}
 
     const std::shared_ptr<MonitorView> m_view;    // keeps the device, which outlives the surface
     const std::unique_ptr<BlitSurface> m_surface;

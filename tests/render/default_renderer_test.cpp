@@ -1,6 +1,4 @@
 // The default renderer on a scripted adapter: what it asks for, in which order, and what it makes of each failure.
-#include "render/DDrawRenderer.h"
-
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -11,6 +9,7 @@
 #include <string>
 
 #include "manager/RenderMgr.h"
+#include "render/DDrawRenderer.h"
 #include "support/Latch.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
@@ -143,9 +142,7 @@ public:
     }
     BlitResult IsLost(const WindowWatch&) override { return m_script.Take("lost"); }
     BlitResult RestorePrimary(const WindowWatch&) override { return m_script.Take("restore"); }
-    BlitResult Recreate() override {
-        return m_script.Log("recreate");
-    }
+    BlitResult Recreate() override { return m_script.Log("recreate"); }
     BlitResult Copy(const WindowWatch&, const Rect& to, BlitComposite&, const Rect& source) override {
         m_script.Log("copy " + Text(source) + " to " + Text(to) + " of " + std::to_string(m_monitor.handle));
         return m_script.Take("copy");
@@ -222,7 +219,8 @@ TEST(DefaultRenderer, WhatFailsInAPass) {
         const char* name;
         std::function<void(Stage&)> happen;
         int32_t present;
-        int video, composite;    // surfaces that live on after the pass; of a failed one the worker's next call frees it
+        int video,
+            composite;    // surfaces that live on after the pass; of a failed one the worker's next call frees it
         int32_t lend, next;
         const char* trace = nullptr;    // in the log of the pass
     } rows[] = {
@@ -269,8 +267,8 @@ TEST(DefaultRenderer, WhatFailsInAPass) {
         {"composite still read", [](Stage& s) { s.blitter.results["begin"] = {BlitResult::StillDrawing}; }, 0, 1, 1, 0,
          0},
         {"composite lost", [](Stage& s) { s.blitter.results["begin"] = {BlitResult::SurfaceLost}; }, -1, 1, 0, -1, 0},
-        {"window resized meanwhile",
-         [](Stage& s) { s.blitter.results["begin"] = {BlitResult::InvalidArgument}; }, 0, 1, 1, 0, 0, "copy"},
+        {"window resized meanwhile", [](Stage& s) { s.blitter.results["begin"] = {BlitResult::InvalidArgument}; }, 0, 1,
+         1, 0, 0, "copy"},
         {"primary lost, another mode",
          [](Stage& s) {
              s.blitter.results["lost"] = {BlitResult::SurfaceLost};
@@ -366,13 +364,13 @@ TEST(DefaultRenderer, OrderOfAPass) {
     ASSERT_EQ(stage.Lend(), 0);
     stage.blitter.log.clear();
     ASSERT_EQ(stage.Pass(), 0);
-    EXPECT_EQ(stage.blitter.log,
-              (Lines{"make composite 420x80", "YV12 unlock", "composite fill 0,0,100,20", "composite fill 0,20,10,80",
-                   "composite blit YV12 0,0,64,48 to 10,20,100,80", "composite blit YV12 0,0,64,48 to 100,0,140,30",
-                   "YV12 lock", "make system 100x80", "make text 100x81", "text fill 0,0,100,81",
-                   "system fill 0,0,100,80", "text blit system 0,0,100,80 to 0,0,100,80",
-                   "composite blit text 0,0,100,80 to 0,0,100,80", "copy 0,0,100,80 to 50,40,150,120 of 7",
-                   "copy 100,0,140,30 to 300,200,340,230 of 7"}));
+    EXPECT_EQ(
+        stage.blitter.log,
+        (Lines{"make composite 420x80", "YV12 unlock", "composite fill 0,0,100,20", "composite fill 0,20,10,80",
+               "composite blit YV12 0,0,64,48 to 10,20,100,80", "composite blit YV12 0,0,64,48 to 100,0,140,30",
+               "YV12 lock", "make system 100x80", "make text 100x81", "text fill 0,0,100,81", "system fill 0,0,100,80",
+               "text blit system 0,0,100,80 to 0,0,100,80", "composite blit text 0,0,100,80 to 0,0,100,80",
+               "copy 0,0,100,80 to 50,40,150,120 of 7", "copy 100,0,140,30 to 300,200,340,230 of 7"}));
     stage.watch->outer = {50, 40, 110, 120};    // upright: the room is below
     stage.blitter.log.clear();
     ASSERT_EQ(stage.Pass(), 0);
@@ -385,8 +383,8 @@ TEST(DefaultRenderer, OrderOfAPass) {
     ASSERT_EQ(stage.Pass(), 0);
     Lines tail(stage.blitter.log.end() - 5, stage.blitter.log.end());
     EXPECT_EQ(tail, (Lines{"composite blit text 0,0,60,10 to 0,0,60,10", "composite blit text 0,30,60,80 to 0,30,60,80",
-                         "composite blit text 0,10,10,30 to 0,10,10,30", "composite blit text 30,10,60,30 to 30,10,60,30",
-                         "copy 0,0,60,80 to 50,40,110,120 of 7"}));
+                           "composite blit text 0,10,10,30 to 0,10,10,30",
+                           "composite blit text 30,10,60,30 to 30,10,60,30", "copy 0,0,60,80 to 50,40,110,120 of 7"}));
     // Without text its surfaces go; without a picture all is black.
     stage.info.osd = nullptr;
     stage.blitter.results["lock"] = {BlitResult::Failed};
@@ -454,9 +452,9 @@ TEST(DefaultRenderer, DeviceMap) {
 
 // What the manager and its client see of a renderer that cannot lend: the plain one in its place and code 9, once.
 ScriptedBlitter* managed;
-const RendererMakers kManaged{
-    RendererMakers::Built().gdi,
-    [](const RenderInfo& info) -> RendererPtr { return std::make_shared<CDDrawRenderer>(info, *managed); }};
+const RendererMakers kManaged{RendererMakers::Built().gdi, [](const RenderInfo& info) -> RendererPtr {
+                                  return std::make_shared<CDDrawRenderer>(info, *managed);
+                              }};
 
 TEST(DefaultRenderer, WhatCannotLendGivesWayOnce) {
     const struct {
@@ -485,11 +483,9 @@ TEST(DefaultRenderer, WhatCannotLendGivesWayOnce) {
         row.script(blitter);
         std::atomic<int> codes{0}, presents{0};
         CRenderMgr manager(&manager, 0, row.flags, Clock::System(), kManaged);
-        manager.SetStreamInfo(
-            [](void* count, uint32_t code, uint64_t, uint64_t) {
-                *static_cast<std::atomic<int>*>(count) += code == 9 ? 1 : 0;
-            },
-            &codes);
+        manager.SetStreamInfo([](void* count, uint32_t code, uint64_t,
+                                 uint64_t) { *static_cast<std::atomic<int>*>(count) += code == 9 ? 1 : 0; },
+                              &codes);
         manager.SetAfterDisplay(
             [](void* count, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(count); }, &presents);
         test::PlainPicture picture(64, 48);

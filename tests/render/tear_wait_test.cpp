@@ -1,10 +1,10 @@
-#include "render/TearWait.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <string>
 #include <vector>
+
+#include "render/TearWait.h"
 
 namespace corvane {
 namespace {
@@ -73,9 +73,9 @@ TEST(TearWait, TheAverageOfCopiesBegunInBlank) {
     const struct {
         uint32_t begun, ended;
         float average;
-    } rows[] = {{kBlank, 200, 0.6f * 0.99f},            // hit
-                {kBlank, kError, 0.6f},                 // not told
-                {50, 200, 0.6f},                        // not begun in blank
+    } rows[] = {{kBlank, 200, 0.6f * 0.99f},           // hit
+                {kBlank, kError, 0.6f},                // not told
+                {50, 200, 0.6f},                       // not begun in blank
                 {kBlank, 50, 0.6f + 0.4f * 0.01f}};    // clear of the window
     for (const auto& row : rows) {
         TearWait wait(kWindow, 1080, 0.6f);

@@ -325,11 +325,9 @@ TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
         managers.push_back(std::make_unique<CRenderMgr>(this, Window(static_cast<int16_t>(10 + 70 * i)), GetParam()));
         managers.back()->SetAfterDisplay(
             [](void* count, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(count); }, &presents);
-        managers.back()->SetStreamInfo(
-            [](void* count, uint32_t code, uint64_t, uint64_t) {
-                *static_cast<std::atomic<int>*>(count) += code == 9 ? 1 : 0;
-            },
-            &replaced);
+        managers.back()->SetStreamInfo([](void* count, uint32_t code, uint64_t,
+                                          uint64_t) { *static_cast<std::atomic<int>*>(count) += code == 9 ? 1 : 0; },
+                                       &replaced);
         Push(*managers.back(), 100);
     }
     ASSERT_TRUE(Eventually([&] { return presents >= 4; }));
@@ -386,7 +384,8 @@ TEST_P(WindowLife, TenThousandWindowsDestroyed) {
         const pid_t child = fork();
         if (child == 0) {
             test::XClient client(m_server.Display());
-            CRenderMgr managers[2] = {CRenderMgr(this, 0, GetParam()), CRenderMgr(this, 0, GetParam() | CORVANE_FLAG_GDI_COMPOSE)};
+            CRenderMgr managers[2] = {CRenderMgr(this, 0, GetParam()),
+                                      CRenderMgr(this, 0, GetParam() | CORVANE_FLAG_GDI_COMPOSE)};
             test::PlainPicture picture(kSide, kSide);
             for (int i = 0; i < 1250; ++i) {
                 xcb_window_t windows[2];

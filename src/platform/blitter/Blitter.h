@@ -29,10 +29,10 @@ class WindowSink;
 enum class BlitResult : int32_t {
     Ok = 0,
     Failed = -1,
-    SurfaceLost = static_cast<int32_t>(0x887601C2u),      // the memory is gone; it may be restored
-    WrongMode = static_cast<int32_t>(0x8876024Bu),        // the device is of a display mode that is no more
-    StillDrawing = static_cast<int32_t>(0x8876021Cu),     // busy; whoever does not wait leaves it
-    InBlank = static_cast<int32_t>(0x88760219u),          // no line: the beam is in vertical blank
+    SurfaceLost = static_cast<int32_t>(0x887601C2u),     // the memory is gone; it may be restored
+    WrongMode = static_cast<int32_t>(0x8876024Bu),       // the device is of a display mode that is no more
+    StillDrawing = static_cast<int32_t>(0x8876021Cu),    // busy; whoever does not wait leaves it
+    InBlank = static_cast<int32_t>(0x88760219u),         // no line: the beam is in vertical blank
     InvalidArgument = static_cast<int32_t>(0x80070057u),
 };
 constexpr bool Failed(BlitResult result) {
@@ -82,9 +82,9 @@ struct BlitTarget {
 // What a picture is composed on, as large as window and room together.
 class BlitComposite : public BlitSurface {
 public:
-    // Readies it for a pass; may be called again. StillDrawing: what was copied last is still read, or the window cannot
-    // be seen; whoever watches the window is told when to come again. InvalidArgument: the window has another size by
-    // now. SurfaceLost: the server is gone. Failed: nothing can be drawn.
+    // Readies it for a pass; may be called again. StillDrawing: what was copied last is still read, or the window
+    // cannot be seen; whoever watches the window is told when to come again. InvalidArgument: the window has another
+    // size by now. SurfaceLost: the server is gone. Failed: nothing can be drawn.
     virtual BlitResult Begin(const BlitTarget& target) = 0;
 };
 

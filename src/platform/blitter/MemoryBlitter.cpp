@@ -1,6 +1,7 @@
 // The processor's backing of the blitter: all surfaces are memory of this process, but for the composite, which is the
 // image of the window's sink itself, so that a picture is written once and shown from there. Nothing of a device has to
 // do with a monitor, so that devices differ by name only.
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 
@@ -73,8 +74,15 @@ private:
 class MemoryTextSystem final : public MemorySurface {
 public:
     bool Make(uint32_t width, uint32_t height) { return m_raster.Resize(width, height); }
-    BlitResult Fill(const Rect& rect, uint32_t color) override {
-        corvane::Fill(m_raster.View(), rect, color);
+    // Clears; rows that nobody has drawn on stay untouched, and take no memory.
+    BlitResult Fill(const Rect&, uint32_t) override {
+        const RasterView& view = m_raster.View();
+        for (uint32_t y = 0; y < view.height; ++y) {
+            uint8_t* const row = view.data + static_cast<ptrdiff_t>(y) * view.step;
+            if (std::any_of(reinterpret_cast<const uint64_t*>(row), reinterpret_cast<const uint64_t*>(row + view.step),
+                            [](uint64_t pixels) { return pixels != 0; }))
+                std::memset(row, 0, static_cast<size_t>(view.step));
+        }
         return BlitResult::Ok;
     }
     RasterView Drawing() override { return m_raster.View(); }

@@ -35,8 +35,8 @@ void TextSpans::Take(const RasterView& drawn) {
             const auto isText = [](uint32_t pixel) { return (pixel & kColors) != 0; };
             for (const uint32_t* at = std::find_if(row, end, isText); at != end;) {
                 const uint32_t* const stop = std::find_if_not(at, end, isText);
-                m_spans.push_back({y, static_cast<uint32_t>(at - row), static_cast<uint32_t>(stop - row),
-                                   m_pixels.size()});
+                m_spans.push_back(
+                    {y, static_cast<uint32_t>(at - row), static_cast<uint32_t>(stop - row), m_pixels.size()});
                 std::transform(at, stop, std::back_inserter(m_pixels), [](uint32_t pixel) { return pixel | kOpaque; });
                 at = std::find_if(stop, end, isText);
             }
@@ -57,9 +57,10 @@ void TextSpans::Lay(const RasterView& to, const Rect& source, int64_t x, int64_t
         const int64_t left = std::max<int64_t>(span->left, part.left);
         const int64_t right = std::min<int64_t>(span->right, part.right);
         if (left < right)
-            std::memcpy(to.data + static_cast<ptrdiff_t>(span->y - source.top + y) * to.step + 4 * (left - source.left + x),
-                        &m_pixels[span->pixels + static_cast<size_t>(left - span->left)],
-                        static_cast<size_t>(right - left) * 4);
+            std::memcpy(
+                to.data + static_cast<ptrdiff_t>(span->y - source.top + y) * to.step + 4 * (left - source.left + x),
+                &m_pixels[span->pixels + static_cast<size_t>(left - span->left)],
+                static_cast<size_t>(right - left) * 4);
     }
 }
 

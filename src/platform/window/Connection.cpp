@@ -426,8 +426,8 @@ void Connection::StoreMonitors(xcb_window_t root, const xcb_randr_get_monitors_r
          xcb_randr_monitor_info_next(&i)) {
         const xcb_randr_monitor_info_t& info = *i.data;
         // Names are unique on a screen; places and order change with every other monitor.
-        screen.monitors.push_back({uint64_t{root} << 32 | info.name,
-                                   {info.x, info.y, info.x + info.width, info.y + info.height}});
+        screen.monitors.push_back(
+            {uint64_t{root} << 32 | info.name, {info.x, info.y, info.x + info.width, info.y + info.height}});
     }
     MutexLock lock(m_lock);
     for (Screen& known : m_screens) {

@@ -1,19 +1,23 @@
 #!/usr/bin/env bash
-# window.sh BUILD [SECONDS] [ROUNDS]: the player in a window beside decoding alone and beside a pipeline of GStreamer, in
-# turn, with the same file and threads, each under a private X server: processor seconds of the program and of the server.
-# Prints medians, and ratios to decoding alone and to the pipeline.
+# window.sh BUILD [SECONDS] [ROUNDS] [RENDERER] [THREADS]: the player in a window (RENDERER: default, gdi, compose, stretch)
+# beside decoding alone, a pipeline of GStreamer and, where it is installed, mpv, in turn, with the same file and threads (1
+# and 2, or those given), each under a private X server: processor seconds of the program and of the server. Prints medians,
+# and ratios to decoding alone and to the other two.
 #
-# For this bench only, where missing: gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+# For this bench only, where missing: mpv gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good
 # gstreamer1.0-plugins-bad gstreamer1.0-libav gstreamer1.0-x.
 #
 # The pipeline's sink does not scale by itself, so videoscale makes 1280x720 of planar pictures before they are converted,
 # which is the cheaper order: once with its default (bilinear), once with the nearest pixel. qos and lateness are off, so
 # that it skips no picture. It decodes with its own defaults; player and decode_only set the fast flag and skip deblocking of
-# pictures that no other refers to (this stream has none). What starting costs counts for everybody.
+# pictures that no other refers to (this stream has none). What starting costs counts for everybody. mpv runs with its
+# profile sw-fast, which is its cheapest scaling.
 set -euo pipefail
 build=$(realpath "$1")
 seconds=${2:-20}
 rounds=${3:-3}
+renderer=${4:-default}
+threads=${5:-1 2}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
@@ -21,9 +25,9 @@ cd "$work"
 ffmpeg -nostdin -v error -f lavfi -i "testsrc2=size=1920x1080:rate=25,noise=alls=12:allf=t" -t "$seconds" -c:v libx264 -preset veryfast \
     -b:v 4M -g 50 -bf 0 -refs 1 -pix_fmt yuv420p large.mp4
 
-python3 - "$build" "$seconds" "$rounds" <<'PY'
-import glob, json, os, statistics, subprocess, sys
-build, seconds, rounds = sys.argv[1], sys.argv[2], int(sys.argv[3])
+python3 - "$build" "$seconds" "$rounds" "$renderer" "$threads" <<'PY'
+import glob, json, os, shutil, statistics, subprocess, sys
+build, seconds, rounds, renderer = sys.argv[1], sys.argv[2], int(sys.argv[3]), sys.argv[4]
 
 def spent(pid):
     return sum(int(open(f"{task}/schedstat").read().split()[0]) for task in glob.glob(f"/proc/{pid}/task/*")) / 1e9
@@ -51,7 +55,7 @@ def run(command):
     return usage.ru_utime + usage.ru_stime, after - before, usage.ru_maxrss / 1024
 
 def player(size, threads):
-    result = run([f"{build}/apps/play/corvane-play", "--quiet", "--renderer", "gdi", "--threads", str(threads), "--size", size,
+    result = run([f"{build}/apps/play/corvane-play", "--quiet", *([] if renderer == "default" else ["--renderer", renderer]), "--threads", str(threads), "--size", size,
                   "--stats", "stats.json", "large.mp4"])
     return *result, json.load(open("stats.json"))["shown"]
 
@@ -59,17 +63,27 @@ def pipeline(threads, scale=""):
     return *run(["gst-launch-1.0", "-q", *f"filesrc location=large.mp4 ! qtdemux ! h264parse ! avdec_h264 max-threads={threads} !"
                  f"{scale} videoconvert ! ximagesink sync=true qos=false max-lateness=-1".split()]), "-"
 
-small = "video/x-raw,width=1280,height=720 !"
+def mpv(size, threads):
+    return *run(["mpv", "--no-config", "--really-quiet", "--vo=x11", "--profile=sw-fast", "--hwdec=no", "--framedrop=no", "--audio=no",
+                 "--osc=no", f"--vd-lavc-threads={threads}", f"--geometry={size}+0+0", "large.mp4"]), "-"
+
+def scaled(size, method):
+    width, height = size.split("x")
+    return f" videoscale method={method} ! video/x-raw,width={width},height={height} !"
+
+sizes = ("1920x1080", "1280x720", "960x540")
 pipeline(1)    # its registry is written now
-for threads in (1, 2):
-    rows = {
-        "decode only": lambda: (*run([f"{build}/bench/decode_only", "large.mp4", str(threads), seconds]), "-"),
-        "player 1920x1080": lambda: player("1920x1080", threads),
-        "pipeline 1920x1080": lambda: pipeline(threads),
-        "player 1280x720": lambda: player("1280x720", threads),
-        "pipeline 1280x720, bilinear": lambda: pipeline(threads, f" videoscale ! {small}"),
-        "pipeline 1280x720, nearest": lambda: pipeline(threads, f" videoscale method=nearest-neighbour ! {small}"),
-    }
+for threads in map(int, sys.argv[5].split()):
+    rows = {"decode only": lambda: (*run([f"{build}/bench/decode_only", "large.mp4", str(threads), seconds]), "-")}
+    for size in sizes:
+        rows[f"player {size}"] = lambda size=size: player(size, threads)
+        if size == "1920x1080":
+            rows[f"pipeline {size}"] = lambda: pipeline(threads)
+        else:
+            rows[f"pipeline {size}, bilinear"] = lambda size=size: pipeline(threads, scaled(size, "bilinear"))
+            rows[f"pipeline {size}"] = lambda size=size: pipeline(threads, scaled(size, "nearest-neighbour"))
+        if shutil.which("mpv"):
+            rows[f"mpv {size}"] = lambda size=size: mpv(size, threads)
     results = {name: [] for name in rows}
     for _ in range(rounds):
         for name, measure in rows.items():
@@ -78,11 +92,12 @@ for threads in (1, 2):
         """Of the program alone, and with its server."""
         pairs = list(zip(results[name], results[base]))
         return "  ".join(f"{statistics.median(sum(a[:n]) / sum(b[:n]) for a, b in pairs):.3f}" for n in (1, 2))
-    print(f"\n1920x1080, 25/s, paced, {seconds} s, {threads} decoder thread(s), medians of {rounds}; ratios: program alone, with server")
-    print(f"  {'':30} program s  server s  peak MB  to decode only  to pipeline   pictures")
+    print(f"\n1920x1080, 25/s, paced, {seconds} s, renderer {renderer}, {threads} decoder thread(s), medians of {rounds}; ratios: program alone, with server")
+    print(f"  {'':30} program s  server s  peak MB  to decode only  to pipeline   to mpv        pictures")
     for name in rows:
         program, xserver, peak = (statistics.median(r[i] for r in results[name]) for i in (0, 1, 2))
-        peer = {"player 1920x1080": "pipeline 1920x1080", "player 1280x720": "pipeline 1280x720, nearest"}.get(name)
-        beside = ratio(name, peer) if peer else ""
-        print(f"  {name:30} {program:9.3f}  {xserver:8.3f}  {peak:7.1f}  {ratio(name, 'decode only'):14}  {beside:12}  {results[name][-1][3]}", flush=True)
+        beside = [ratio(name, peer) if peer in rows else "" for peer in (name.replace("player", other) for other in ("pipeline", "mpv"))]
+        if not name.startswith("player"):
+            beside = ["", ""]
+        print(f"  {name:30} {program:9.3f}  {xserver:8.3f}  {peak:7.1f}  {ratio(name, 'decode only'):14}  {beside[0]:12}  {beside[1]:12}  {results[name][-1][3]}", flush=True)
 PY

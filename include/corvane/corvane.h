@@ -61,6 +61,14 @@
  * and everything else goes on; another window may be given at any time. The picture fills the window without its
  * margins, whatever its proportions. Visuals of depth 16, 24, 30 and 32.
  *
+ * RENDERERS. The default renderer takes the decoder's planes, scales and converts them once into the window's image and
+ * lays on-screen text over picture and margins: black in text is transparent, the wall clock does not bring text about
+ * (bit 0 of option 45 has no effect), margins are black, the insets of an overview do not apply. Flags 0x0002, 0x0010
+ * and 0x0100 choose the plain renderer, which draws text on the margins only (over the picture too with 0x0008), fills
+ * them with the background, and knows the fixed border. Where the default renderer cannot go on (the server is gone, no
+ * memory for its surfaces) the plain one takes its place for good, and the stream-info callback gets code 9 once for the
+ * life of the channel; with flag 0x0004 it stays, and pictures are lost without a word until it can go on.
+ *
  * WHAT THE LIBRARY DOES TO YOUR PROCESS. Nothing beyond memory, threads and the connection to the X server: no
  * signal handler, no locale, no environment, no working directory, no descriptor left open, and no output of its
  * own. Its threads block all signals but those of their own faults. (Damaged input can make libavcodec print a few
@@ -322,8 +330,9 @@ typedef struct OsdInfo {
 } OsdInfo;
 
 /*
- * On-screen text, on the render thread: the client draws on the picture's margins, or on the whole window where there is
- * no picture. When it is called is chosen by option 45; what it draws stays until the next call.
+ * On-screen text, on the render thread: the client draws on the window, over the picture, or with the plain renderer on
+ * the picture's margins. When it is called is chosen by option 45; what it draws stays until the next call. A channel
+ * without a window that plays is called too, with the size of the picture, unless it has the plain renderer.
  */
 typedef void (*CorvaneOsdCallback)(void* context, OsdInfo* info);
 

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "base/FailurePoint.h"
 #include "base/Limits.h"
 
 namespace corvane {
@@ -13,11 +14,45 @@ namespace {
 
 constexpr size_t kAlignment = 64;
 constexpr size_t kLargePage = size_t{2} << 20;
+constexpr size_t kPage = 4096;
 
 // Whole pictures of high definition are walked through from end to end for each frame: large pages spare most of the
-// address look-ups. A hint, which the system may ignore.
-std::align_val_t AlignmentFor(size_t size) {
-    return std::align_val_t{size >= 2 * kLargePage ? kLargePage : kAlignment};
+// address look-ups (a hint, which the system may ignore). They come from the system and go back there at once, which an
+// allocator would not do, and a page that nobody writes takes no memory. Sanitizers see the bounds of what an allocator
+// gives only.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kMaps = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr bool kMaps = false;
+#else
+constexpr bool kMaps = true;
+#endif
+#else
+constexpr bool kMaps = true;
+#endif
+
+bool IsMapped(size_t whole) {
+    return kMaps && whole >= 2 * kLargePage;
+}
+
+uint8_t* Map(size_t whole) {
+    const size_t room = whole + kLargePage;
+    if (failure::MustFail(failure::Site::PlatformCall))
+        return nullptr;
+    void* const mapped = mmap(nullptr, room, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED)
+        return nullptr;
+    // What lies around the aligned part goes back.
+    auto* const start = static_cast<uint8_t*>(mapped);
+    const size_t before = (kLargePage - reinterpret_cast<uintptr_t>(start) % kLargePage) % kLargePage;
+    const size_t used = before + ((whole + kPage - 1) & ~(kPage - 1));
+    if (before != 0)
+        munmap(start, before);
+    if (used < room)
+        munmap(start + used, room - used);
+    madvise(start + before, whole, MADV_HUGEPAGE);
+    return start + before;
 }
 
 }    // namespace
@@ -27,19 +62,23 @@ bool AlignedBuffer::Allocate(size_t size) noexcept {
     const size_t whole = size + limits::kPicturePadding;
     if (whole < size)
         return false;
-    m_data = static_cast<uint8_t*>(::operator new(whole, AlignmentFor(whole), std::nothrow));
-    if (m_data == nullptr)
-        return false;
-    if (AlignmentFor(whole) == std::align_val_t{kLargePage})
-        madvise(m_data, whole, MADV_HUGEPAGE);
-    std::memset(m_data, 0, whole);
-    m_size = size;
-    return true;
+    if (IsMapped(whole)) {
+        m_data = Map(whole);
+    } else {
+        m_data = static_cast<uint8_t*>(::operator new (whole, std::align_val_t{kAlignment}, std::nothrow));
+        if (m_data != nullptr)
+            std::memset(m_data, 0, whole);
+    }
+    m_size = m_data != nullptr ? size : 0;
+    return m_data != nullptr;
 }
 
 void AlignedBuffer::Free() noexcept {
-    if (m_data != nullptr)
-        ::operator delete(m_data, AlignmentFor(m_size + limits::kPicturePadding));
+    const size_t whole = m_size + limits::kPicturePadding;
+    if (m_data != nullptr && IsMapped(whole))
+        munmap(m_data, whole);
+    else if (m_data != nullptr)
+        ::operator delete (m_data, std::align_val_t{kAlignment});
     m_data = nullptr;
     m_size = 0;
 }

@@ -170,19 +170,21 @@ HWY_INLINE void FetchAhead(const uint8_t* row, size_t bytes) {
 
 // The terms of `count` chroma samples, twice as many bytes in each row, in the order of each vector that `order` makes.
 // Meanwhile fetches `fetchStep` bytes of the row `fetch` for each vector.
-template <const ChromaMatrix& kMatrix, class Order>
+template <const ChromaMatrix& kMatrix, bool kFetches, class Order>
 HWY_INLINE void MakeTerms(const Order& order, const uint8_t* HWY_RESTRICT u, const uint8_t* HWY_RESTRICT v,
                           size_t count, uint8_t* HWY_RESTRICT terms, const uint8_t* fetch, size_t fetchStep) {
     constexpr size_t kStep = hn::MaxLanes(Words());
     size_t i = 0;
     if (v != nullptr) {
         for (; i + kStep <= count; i += kStep, fetch += fetchStep) {
-            FetchAhead(fetch, fetchStep);
+            if constexpr (kFetches)
+                FetchAhead(fetch, fetchStep);
             StoreTermsAt<kMatrix>(order, u + i, v + i, terms + 2 * i);
         }
     } else {
         for (; i + kStep <= count; i += kStep, fetch += fetchStep) {
-            FetchAhead(fetch, fetchStep);
+            if constexpr (kFetches)
+                FetchAhead(fetch, fetchStep);
             StoreTermsAt<kMatrix>(order, u + 2 * i, nullptr, terms + 2 * i);
         }
     }
@@ -204,8 +206,8 @@ HWY_INLINE ByteVector Channel(ByteVector luma, const uint8_t* up) {
 
 // One row of `count` pixels through `Writer`: its `Put(blue, green, red, out)` writes a whole vector of pixels of
 // Writer::kPixelBytes bytes, its `kGroup` is what BlockOrder needs, its `kMatrix` the arithmetic. `blue` and `red` are
-// the rows of terms of the colours that Put takes first and last. Meanwhile
-// fetches half a row from `fetch`.
+// the rows of terms of the colours that Put takes first and last. Meanwhile fetches half a row from `fetch`, for a
+// Writer that `kFetches`.
 template <class Writer>
 HWY_INLINE void ConvertRow(const Writer& writer, const BlockOrder<Writer::kGroup>& order, const uint8_t* HWY_RESTRICT y,
                            const uint8_t* HWY_RESTRICT blue, const uint8_t* HWY_RESTRICT green,
@@ -215,7 +217,8 @@ HWY_INLINE void ConvertRow(const Writer& writer, const BlockOrder<Writer::kGroup
     constexpr size_t kStep = hn::MaxLanes(Bytes());
     size_t x = 0;
     for (; x + kStep <= count; x += kStep) {
-        FetchAhead(fetch + x * Writer::kPixelBytes / 2, kStep * Writer::kPixelBytes / 2);
+        if constexpr (Writer::kFetches)
+            FetchAhead(fetch + x * Writer::kPixelBytes / 2, kStep * Writer::kPixelBytes / 2);
         const auto luma = order(hn::LoadU(d, y + x));
         writer.Put(Channel(luma, blue + x), Channel(luma, green + x), Channel(luma, red + x),
                    out + x * Writer::kPixelBytes);
@@ -249,8 +252,9 @@ HWY_INLINE void ConvertPicture(const Writer& writer, const Source420& source, ui
                 return destination + static_cast<ptrdiff_t>(line) * step + size_t{x} * Writer::kPixelBytes;
             };
             const size_t rowBytes = size_t{count} * Writer::kPixelBytes;
-            MakeTerms<Writer::kMatrix>(order, u, v, (count + 1) / 2, terms, rowAt(std::min(row + 1, height - 1)),
-                                       hn::MaxLanes(Bytes()) * Writer::kPixelBytes);
+            MakeTerms<Writer::kMatrix, Writer::kFetches>(order, u, v, (count + 1) / 2, terms,
+                                                         rowAt(std::min(row + 1, height - 1)),
+                                                         hn::MaxLanes(Bytes()) * Writer::kPixelBytes);
             for (uint32_t line = row; line < std::min(row + 2, height); ++line) {
                 const uint8_t* next = rowAt(std::min(row + 2, height - 1)) + (line - row) * rowBytes / 2;
                 ConvertRow(writer, order, source.y + static_cast<ptrdiff_t>(line) * source.yStep + x, first,

@@ -9,8 +9,12 @@
 namespace corvane::kernels {
 
 struct RgbLayout {
-    uint32_t bytes = 3;       // a pixel: 3, or 4 with the fourth byte 0
+    uint32_t bytes = 3;       // a pixel: 3, or 4
     bool redFirst = false;    // bytes R G B; else B G R
+    uint8_t fourth = 0;       // what the fourth byte is, where there is one
+    // The destination is not read soon, by this processor at least: stores of 4 bytes a pixel go past the cache, where
+    // `destination` and its step are on 64 bytes.
+    bool streaming = false;
 };
 
 // Writes width x height pixels, with one U and one V for each block of 2 x 2, in 16.16 fixed point, clamped to 0 to

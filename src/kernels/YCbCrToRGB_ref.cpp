@@ -32,7 +32,7 @@ int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t dest
             pixel[1] = Clamp(luma - 22553 * blueDifference - 46801 * redDifference + 8910128);
             pixel[2 - redAt] = Clamp(luma + 116128 * blueDifference - 14831618);
             if (layout.bytes == 4)
-                pixel[3] = 0;
+                pixel[3] = layout.fourth;
         }
     }
     return ((width | height) & 1) != 0 ? kOddPartUnwritten : kDone;

@@ -2,6 +2,7 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "kernels/YCbCrToRGB_simd.cpp"
+#include <hwy/cache_control.h>
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
@@ -32,40 +33,62 @@ int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step
 struct Rgb24Writer {
     static constexpr size_t kPixelBytes = 3;
     static constexpr size_t kGroup = 0;
+    static constexpr bool kFetches = true;
     static constexpr const ChromaMatrix& kMatrix = kFullRangeMatrix;
     HWY_INLINE void Put(ByteVector blue, ByteVector green, ByteVector red, uint8_t* out) const {
         hn::StoreInterleaved3(blue, green, red, Bytes(), out);
     }
 };
 
-struct Rgb32Writer {
+template <bool kStreaming>
+class Rgb32Writer {
+public:
     static constexpr size_t kPixelBytes = 4;
     static constexpr size_t kGroup = 1;
+    static constexpr bool kFetches = !kStreaming;
     static constexpr const ChromaMatrix& kMatrix = kFullRangeMatrix;
+
+    explicit Rgb32Writer(uint8_t fourth) : m_fourth(hn::Set(Bytes(), fourth)) {}
     HWY_INLINE void Put(ByteVector blue, ByteVector green, ByteVector red, uint8_t* out) const {
         const Bytes d;
         const Words d16;
         constexpr size_t kStep = hn::MaxLanes(Bytes());
-        const auto zero = hn::Zero(d);
         const auto bgLow = hn::BitCast(d16, hn::InterleaveLower(d, blue, green));
         const auto bgHigh = hn::BitCast(d16, hn::InterleaveUpper(d, blue, green));
-        const auto r0Low = hn::BitCast(d16, hn::InterleaveLower(d, red, zero));
-        const auto r0High = hn::BitCast(d16, hn::InterleaveUpper(d, red, zero));
-        hn::StoreU(hn::BitCast(d, hn::InterleaveLower(d16, bgLow, r0Low)), d, out);
-        hn::StoreU(hn::BitCast(d, hn::InterleaveUpper(d16, bgLow, r0Low)), d, out + kStep);
-        hn::StoreU(hn::BitCast(d, hn::InterleaveLower(d16, bgHigh, r0High)), d, out + 2 * kStep);
-        hn::StoreU(hn::BitCast(d, hn::InterleaveUpper(d16, bgHigh, r0High)), d, out + 3 * kStep);
+        const auto rxLow = hn::BitCast(d16, hn::InterleaveLower(d, red, m_fourth));
+        const auto rxHigh = hn::BitCast(d16, hn::InterleaveUpper(d, red, m_fourth));
+        Store(hn::InterleaveLower(d16, bgLow, rxLow), out);
+        Store(hn::InterleaveUpper(d16, bgLow, rxLow), out + kStep);
+        Store(hn::InterleaveLower(d16, bgHigh, rxHigh), out + 2 * kStep);
+        Store(hn::InterleaveUpper(d16, bgHigh, rxHigh), out + 3 * kStep);
     }
+
+private:
+    static HWY_INLINE void Store(WordVector pixels, uint8_t* out) {
+        const Bytes d;
+        if constexpr (kStreaming)
+            hn::Stream(hn::BitCast(d, pixels), d, out);
+        else
+            hn::StoreU(hn::BitCast(d, pixels), d, out);
+    }
+    ByteVector m_fourth;
 };
 
 int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
                    RgbLayout layout, uint8_t* terms) {
     const uint32_t evenWidth = width & ~1u;
     const uint32_t evenHeight = height & ~1u;
-    if (layout.bytes == 3)
+    const auto alignment = reinterpret_cast<uintptr_t>(destination) | static_cast<uintptr_t>(step);
+    if (layout.bytes == 3) {
         ConvertPicture(Rgb24Writer(), source, destination, step, evenWidth, evenHeight, layout.redFirst, terms);
-    else
-        ConvertPicture(Rgb32Writer(), source, destination, step, evenWidth, evenHeight, layout.redFirst, terms);
+    } else if (layout.streaming && alignment % 64 == 0) {
+        ConvertPicture(Rgb32Writer<true>(layout.fourth), source, destination, step, evenWidth, evenHeight,
+                       layout.redFirst, terms);
+        hwy::FlushStream();
+    } else {
+        ConvertPicture(Rgb32Writer<false>(layout.fourth), source, destination, step, evenWidth, evenHeight,
+                       layout.redFirst, terms);
+    }
     return ((width | height) & 1) != 0 ? kOddPartUnwritten : kDone;
 }
 #endif

@@ -35,6 +35,7 @@ template <int kGreenBits>
 struct Rgb16Writer {
     static constexpr size_t kPixelBytes = 2;
     static constexpr size_t kGroup = 2;
+    static constexpr bool kFetches = true;
     static constexpr const ChromaMatrix& kMatrix = kAnalogueMatrix;
 
     // Shifts and masks of bytes, made of word shifts; `kMask` removes what came from the neighbour.

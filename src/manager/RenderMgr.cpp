@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/Limits.h"
 #include "present/PictureTarget.h"
 
 namespace corvane {
@@ -43,6 +44,8 @@ public:
         : m_slot(slot), m_renderer(std::move(renderer)), m_info(info) {}
 
     PictureLease Lend(uint32_t width, uint32_t height, uint32_t preferredFormat) override {
+        if (!limits::FitsPicture(width, height))
+            return PictureLease();    // no renderer has such a buffer: none of them has failed
         for (;;) {
             uint8_t* buffer = nullptr;
             uint32_t stride = 0;

@@ -3,13 +3,15 @@
 #include <utility>
 
 #include "base/Log.h"
+#include "render/DDrawRenderer.h"
 #include "render/GDIRenderer.h"
 
 namespace corvane {
 
 const RendererMakers& RendererMakers::Built() {
-    static constexpr auto makeGdi = [](const RenderInfo&) -> RendererPtr { return std::make_shared<CGDIRenderer>(); };
-    static constexpr RendererMakers makers{makeGdi, makeGdi};
+    static constexpr RendererMakers makers{
+        [](const RenderInfo&) -> RendererPtr { return std::make_shared<CGDIRenderer>(); },
+        [](const RenderInfo& info) -> RendererPtr { return std::make_shared<CDDrawRenderer>(info); }};
     return makers;
 }
 

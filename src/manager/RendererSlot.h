@@ -16,7 +16,7 @@ struct RendererMakers {
     RendererPtr (*gdi)(const RenderInfo& info);
     RendererPtr (*directDraw)(const RenderInfo& info);
 
-    // This build's: the plain window renderer takes the place of the default one too.
+    // This build's.
     static const RendererMakers& Built();
 };
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <functional>
 #include <random>
+#include <span>
 #include <sstream>
 #include <vector>
 
@@ -13,6 +14,7 @@
 #include "kernels/JpegBlocks.h"
 #include "kernels/PackedYuv.h"
 #include "kernels/PlaneCopy.h"
+#include "kernels/PlaneShrink.h"
 #include "kernels/SemiPlanar.h"
 #include "kernels/Stretch.h"
 #include "kernels/YCbCrToRGB.h"
@@ -46,6 +48,8 @@ int32_t Pack(const Source420& s, bool lumaSecond, uint8_t* out, ptrdiff_t step, 
     return (lumaSecond ? NV12ToUYVY : NV12ToYUY2)(s.y, s.yStep, s.u, s.uStep, out, step, w, h);
 }
 
+constexpr uint8_t kFourth = 0x5A;    // of pixels with a byte to spare
+
 // One kernel in both forms. The output is one plane of `pixelBytes` a pixel; kernels with more planes are rows below.
 struct Kernel {
     const char* name;
@@ -60,7 +64,7 @@ std::vector<Kernel> Kernels() {
             for (const uint32_t bytes : {3u, 4u}) {
                 const auto form = [=](auto convert) {
                     return [=](Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
-                        return convert(s.In(planar), out.Data(), out.Step(), w, h, RgbLayout{bytes, flag});
+                        return convert(s.In(planar), out.Data(), out.Step(), w, h, RgbLayout{bytes, flag, kFourth});
                     };
                 };
                 kernels.push_back({"YCbCrToRGB", bytes, form(&YCbCrToRGB), form(&ref::YCbCrToRGB)});
@@ -211,6 +215,9 @@ TEST_P(EachTarget, EveryTripleOfSamples) {
     }
     const Source420 source{y.data(), u.data(), v.data(), kSide, 256, 256};
     std::vector<uint8_t> got(kSide * kSide * 3), wanted(got.size());
+    std::vector<uint8_t> wanted32(kSide * kSide * 4);
+    AlignedBuffer got32;    // stores past the cache need whole vectors
+    ASSERT_TRUE(got32.Allocate(wanted32.size()));
     std::vector<uint16_t> got16(kSide * kSide), wanted16(got16.size());
     for (uint32_t base = 0; base < 256; base += 4) {
         for (uint32_t i = 0; i < kSide * kSide; ++i)
@@ -218,6 +225,10 @@ TEST_P(EachTarget, EveryTripleOfSamples) {
         YCbCrToRGB(source, got.data(), kSide * 3, kSide, kSide, {});
         ref::YCbCrToRGB(source, wanted.data(), kSide * 3, kSide, kSide, {});
         ASSERT_TRUE(got == wanted) << Where("YCbCrToRGB, luma from", base, base);
+        YCbCrToRGB(source, got32.Data(), kSide * 4, kSide, kSide, {4, false, kFourth, true});
+        ref::YCbCrToRGB(source, wanted32.data(), kSide * 4, kSide, kSide, {4, false, kFourth});
+        ASSERT_TRUE(std::ranges::equal(wanted32, std::span(got32.Data(), wanted32.size())))
+            << Where("YCbCrToRGB streaming, luma from", base, base);
         YUVToRGB16(source, got16.data(), kSide, kSide, kSide, {});
         ref::YUVToRGB16(source, wanted16.data(), kSide, kSide, kSide, {});
         ASSERT_TRUE(got16 == wanted16) << Where("YUVToRGB16, luma from", base, base);
@@ -301,6 +312,39 @@ TEST_P(EachTarget, ScalingKeepsToItsDefinition) {
             CheckScaling(s, 3 + kind / 4, bottomUp, extremes ? Fill::Extremes : Fill::Random, where);
             if (HasFatalFailure())
                 return;
+        }
+    }
+}
+
+// Worked in bands, as callers do. The source ends 64 bytes in front of memory that cannot be read.
+TEST_P(EachTarget, PlanesShrinkByTheirDefinition) {
+    constexpr uint32_t kSizes[][4] = {{67, 5, 67, 5},   {90, 60, 60, 40}, {97, 30, 51, 15},  {33, 9, 32, 9},
+                                      {128, 9, 64, 9},  {99, 33, 33, 11}, {120, 40, 29, 11}, {400, 3, 4, 3},
+                                      {3, 390, 3, 4},   {70, 40, 1, 1},   {1, 1, 1, 1},      {640, 20, 366, 11},
+                                      {641, 7, 367, 6}, {300, 8, 45, 8},  {130, 66, 129, 65}};
+    for (const auto& [width, height, toWidth, toHeight] : kSizes) {
+        for (const uint32_t channels : {1u, 2u}) {
+            for (const Fill fill : {Fill::Random, Fill::Extremes}) {
+                const std::string where = Where("PlaneShrink", width, height) + " to " + std::to_string(toWidth);
+                SourcePlane pixels(width * channels, height, 3, fill, width + toWidth);
+                std::vector<uint8_t> padded(pixels.Data(),
+                                            pixels.Data() + pixels.Step() * (height - 1) + width * channels);
+                padded.resize(padded.size() + 64, 255);
+                const test::GuardedBytes memory(padded.data(), padded.size());
+                const ShrinkSizes sizes{width, height, toWidth, toHeight, channels};
+                const uint32_t step = (toWidth * channels + 63) / 64 * 64;
+                std::vector<uint8_t> got(size_t{step} * toHeight + 1, 7), wanted(got);
+                PlaneShrink shrink;
+                ASSERT_TRUE(shrink.Make(sizes));
+                for (uint32_t row = 0; row < toHeight; row += 3)
+                    shrink.Rows(memory.Data(), pixels.Step(), row, std::min(3u, toHeight - row),
+                                got.data() + row * size_t{step}, step);
+                ref::ShrinkRows(sizes, memory.Data(), pixels.Step(), 0, toHeight, wanted.data(), step);
+                const int tolerance = width == toWidth && height == toHeight ? 0 : 2;
+                for (size_t i = 0; i < got.size(); ++i)
+                    if (i % step < toWidth * channels || i + 1 == got.size())
+                        ASSERT_LE(std::abs(got[i] - wanted[i]), tolerance) << where << " at " << i;
+            }
         }
     }
 }

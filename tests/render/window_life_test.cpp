@@ -17,6 +17,7 @@
 #include "base/Log.h"
 #include "manager/RenderMgr.h"
 #include "picture/BitmapPool.h"
+#include "platform/blitter/Blitter.h"
 #include "support/Latch.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
@@ -59,7 +60,8 @@ struct Text {
     }
 };
 
-class WindowLife : public testing::Test {
+// With the flags of the default and of the plain renderer.
+class WindowLife : public testing::TestWithParam<uint32_t> {
 protected:
     static constexpr uint16_t kSide = 64;    // of windows and pictures
 
@@ -84,10 +86,10 @@ protected:
     test::XClient m_client{m_server.Display()};
 };
 
-TEST_F(WindowLife, States) {
+TEST_P(WindowLife, States) {
     const xcb_window_t window = Window();
     Text text;
-    CRenderMgr manager(&text, window, 0);
+    CRenderMgr manager(&text, window, GetParam());
     manager.SetBackground(kBlue);
     manager.SetOsd(&Text::Draw, &text);
     manager.RequestRedraw();
@@ -131,7 +133,7 @@ TEST_F(WindowLife, States) {
     EXPECT_TRUE(Shows(window, Grey(90)));
 }
 
-TEST_F(WindowLife, LogoWhileStopped) {
+TEST_P(WindowLife, LogoWhileStopped) {
     const xcb_window_t window = Window();
     cairo_surface_t* const surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 2, 1);
     auto* const pixels = reinterpret_cast<uint32_t*>(cairo_image_surface_get_data(surface));
@@ -139,7 +141,7 @@ TEST_F(WindowLife, LogoWhileStopped) {
     pixels[1] = 0x0000FF;
     cairo_surface_mark_dirty(surface);
     {
-        CRenderMgr first(this, window, 0);
+        CRenderMgr first(this, window, GetParam());
         CRenderMgr second(this, 0, 0);
         EXPECT_EQ(first.SetLogoBitmap(surface), Status::Ok);
         EXPECT_EQ(second.SetLogoBitmap(surface), Status::Ok);
@@ -155,12 +157,12 @@ TEST_F(WindowLife, LogoWhileStopped) {
 }
 
 // Each row happens to the window of a playing channel; afterwards the picture is right where it can be seen.
-TEST_F(WindowLife, WhatHappensToAWindow) {
+TEST_P(WindowLife, WhatHappensToAWindow) {
     const xcb_window_t frame = m_client.Create({.x = 5, .y = 5, .width = 200, .height = 200});
     const xcb_window_t window = Window(20, frame);
     const xcb_window_t other = Window(300);
     std::atomic<int> presents{0};
-    CRenderMgr manager(this, window, 0);
+    CRenderMgr manager(this, window, GetParam());
     manager.SetAfterDisplay([](void* count, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(count); },
                             &presents);
     Push(manager, 100);
@@ -203,11 +205,56 @@ TEST_F(WindowLife, WhatHappensToAWindow) {
     EXPECT_TRUE(callbacksGoOn(133));
 }
 
-// Whoever put last is seen; both are told of what happens to the window.
-TEST_F(WindowLife, TwoChannelsOnOneWindow) {
+// What nobody sees is neither converted nor put; neither is a picture that stays.
+TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     const xcb_window_t window = Window();
-    std::unique_ptr<CRenderMgr> managers[] = {std::make_unique<CRenderMgr>(this, window, 0),
-                                              std::make_unique<CRenderMgr>(this, window, 0)};
+    std::atomic<int> presents{0};
+    CRenderMgr manager(this, window, GetParam());
+    manager.SetAfterDisplay([](void* count, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(count); },
+                            &presents);
+    Push(manager, 100);
+    ASSERT_TRUE(Shows(window, Grey(100)));
+    m_client.Unmap(window);
+    ASSERT_TRUE(Eventually([&] {    // the news has come: a picture is presented, and converted no more
+        const uint64_t before = Blitter::Conversions();
+        const int shown = presents;
+        Push(manager, 110);
+        return Eventually([&] { return presents > shown; }) && Blitter::Conversions() == before;
+    }));
+    const uint64_t before = Blitter::Conversions();
+    for (int i = 0; i < 20; ++i) {
+        const int shown = presents;
+        Push(manager, 120);
+        ASSERT_TRUE(Eventually([&] { return presents > shown; }));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1200));    // paused: two ticks of the render thread
+    EXPECT_EQ(Blitter::Conversions(), before);
+    m_client.Map(window);
+    EXPECT_TRUE(Shows(window, Grey(120)));
+    EXPECT_EQ(Blitter::Conversions() > before, GetParam() == 0);
+}
+
+// Dragged to another monitor: surfaces are made anew, the picture comes with the next frame.
+TEST_P(WindowLife, DraggedToAnotherMonitor) {
+    m_client.SetMonitors({{0, 0, 320, 480}, {320, 0, 640, 480}});
+    const xcb_window_t window = Window();
+    CRenderMgr manager(this, window, GetParam());
+    Push(manager, 100);
+    ASSERT_TRUE(Shows(window, Grey(100)));
+    for (const int16_t x : {400, 20, 330}) {
+        m_client.Move(window, x, 30);
+        EXPECT_TRUE(Eventually([&] {
+            Push(manager, static_cast<uint8_t>(100 + x / 10));
+            return Pixel(window, 40, 40) == Grey(static_cast<uint8_t>(100 + x / 10));
+        }));
+    }
+}
+
+// Whoever put last is seen; both are told of what happens to the window.
+TEST_P(WindowLife, TwoChannelsOnOneWindow) {
+    const xcb_window_t window = Window();
+    std::unique_ptr<CRenderMgr> managers[] = {std::make_unique<CRenderMgr>(this, window, GetParam()),
+                                              std::make_unique<CRenderMgr>(this, window, GetParam())};
     uint8_t grey = 50;
     for (int i = 0; i < 6; ++i) {
         grey = static_cast<uint8_t>(grey + 10);
@@ -223,7 +270,7 @@ TEST_F(WindowLife, TwoChannelsOnOneWindow) {
 }
 
 // A picture is never converted at more than twice the window's size.
-TEST_F(WindowLife, TargetSizeFollowsTheWindow) {
+TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
     struct Sized final : QMRX::Filter::IFilter {
         std::atomic<uint32_t> width{0}, height{0};
         int32_t Process(QMRX::Filter::FilterArgs* args) override {
@@ -255,7 +302,7 @@ TEST_F(WindowLife, TargetSizeFollowsTheWindow) {
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.width) + "x" + std::to_string(row.height));
         const xcb_window_t window = m_client.Create({.width = row.width, .height = row.height});
-        CRenderMgr manager(this, window, 0);
+        CRenderMgr manager(this, window, GetParam());
         if (row.change)
             row.change(manager);
         Sized filter;
@@ -271,13 +318,16 @@ TEST_F(WindowLife, TargetSizeFollowsTheWindow) {
     }
 }
 
-TEST_F(WindowLife, ServerGoneUnderPlayingChannels) {
+TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
     std::vector<std::unique_ptr<CRenderMgr>> managers;
-    std::atomic<int> presents{0};
+    std::atomic<int> presents{0}, replaced{0};
     for (int16_t i = 0; i < 4; ++i) {
-        managers.push_back(std::make_unique<CRenderMgr>(this, Window(static_cast<int16_t>(10 + 70 * i)), 0));
+        managers.push_back(std::make_unique<CRenderMgr>(this, Window(static_cast<int16_t>(10 + 70 * i)), GetParam()));
         managers.back()->SetAfterDisplay(
             [](void* count, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(count); }, &presents);
+        managers.back()->SetStreamInfo([](void* count, uint32_t code, uint64_t,
+                                          uint64_t) { *static_cast<std::atomic<int>*>(count) += code == 9 ? 1 : 0; },
+                                       &replaced);
         Push(*managers.back(), 100);
     }
     ASSERT_TRUE(Eventually([&] { return presents >= 4; }));
@@ -294,6 +344,7 @@ TEST_F(WindowLife, ServerGoneUnderPlayingChannels) {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     const double seconds = static_cast<double>(std::clock() - used) / CLOCKS_PER_SEC;
     EXPECT_LT(seconds, 0.25) << "nobody spins";
+    EXPECT_EQ(replaced, GetParam() == 0 ? 4 : 0) << "the plain one, once a channel";
     managers.front()->SetWindow(4711);
     managers.clear();
     log::hook = nullptr;
@@ -301,11 +352,11 @@ TEST_F(WindowLife, ServerGoneUnderPlayingChannels) {
 }
 
 // A rectangle of the overview lies on the screen: it stays there when a parent takes the window elsewhere.
-TEST_F(WindowLife, ParentMovesUnderAnOverview) {
+TEST_P(WindowLife, ParentMovesUnderAnOverview) {
     const xcb_window_t frame = m_client.Create({.x = 100, .y = 100, .width = 200, .height = 200});
     const xcb_window_t inner = m_client.Create({.parent = frame, .x = 20, .y = 20, .width = 150, .height = 150});
     const xcb_window_t window = Window(5, inner);
-    CRenderMgr manager(this, window, 0);
+    CRenderMgr manager(this, window, GetParam());
     for (uint32_t Edges::*edge : {&Edges::left, &Edges::right, &Edges::top, &Edges::bottom})
         manager.SetMargin(edge, 30);    // a picture of 4x4 in the middle, the overview beside it
     DisplayArea area{};
@@ -328,12 +379,13 @@ size_t Entries(const char* folder) {
 
 // Windows that go while pictures are on their way to them. A child process each round: what is left must also let the
 // process end in peace.
-TEST_F(WindowLife, TenThousandWindowsDestroyed) {
+TEST_P(WindowLife, TenThousandWindowsDestroyed) {
     for (int round = 0; round < 4; ++round) {
         const pid_t child = fork();
         if (child == 0) {
             test::XClient client(m_server.Display());
-            CRenderMgr managers[2] = {CRenderMgr(this, 0, 0), CRenderMgr(this, 0, CORVANE_FLAG_GDI_COMPOSE)};
+            CRenderMgr managers[2] = {CRenderMgr(this, 0, GetParam()),
+                                      CRenderMgr(this, 0, GetParam() | CORVANE_FLAG_GDI_COMPOSE)};
             test::PlainPicture picture(kSide, kSide);
             for (int i = 0; i < 1250; ++i) {
                 xcb_window_t windows[2];
@@ -353,14 +405,14 @@ TEST_F(WindowLife, TenThousandWindowsDestroyed) {
     }
 }
 
-TEST_F(WindowLife, CyclesLeaveNothingInProcessAndServer) {
+TEST_P(WindowLife, CyclesLeaveNothingInProcessAndServer) {
     const xcb_window_t window = Window();
     size_t descriptors = 0;
     size_t threads = 0;
     uint32_t resources = 0;
     for (int i = 0; i <= 1000; ++i) {
         {
-            CRenderMgr manager(this, window, (i & 1) != 0 ? CORVANE_FLAG_GDI_COMPOSE : 0);
+            CRenderMgr manager(this, window, GetParam() | ((i & 1) != 0 ? CORVANE_FLAG_GDI_COMPOSE : 0));
             Push(manager, static_cast<uint8_t>(i % 200 + 20));
             if (i % 50 == 0)
                 ASSERT_TRUE(Shows(window, Grey(static_cast<uint8_t>(i % 200 + 20))));
@@ -384,7 +436,7 @@ TEST_F(WindowLife, CyclesLeaveNothingInProcessAndServer) {
 }
 
 // Text is drawn once a second; between two refreshes nothing may touch it, whatever the picture does.
-TEST_F(WindowLife, BandsDoNotFlicker) {
+TEST_P(WindowLife, BandsDoNotFlicker) {
     const xcb_window_t window = m_client.Create({.x = 10, .y = 10, .width = 160, .height = 120});
     struct Stamp {
         std::atomic<uint32_t> calls{0};
@@ -396,7 +448,7 @@ TEST_F(WindowLife, BandsDoNotFlicker) {
         }
     } stamp;
     for (const uint32_t flags : {0u, uint32_t{CORVANE_FLAG_GDI_COMPOSE}}) {
-        CRenderMgr manager(this, window, flags);
+        CRenderMgr manager(this, window, GetParam() | flags);
         manager.SetOsd(&Stamp::Draw, &stamp);
         manager.SetMargin(&Edges::top, 20);
         manager.SetMargin(&Edges::left, 15);
@@ -431,6 +483,9 @@ TEST_F(WindowLife, BandsDoNotFlicker) {
         worker.join();
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Renderers, WindowLife, testing::Values(0u, uint32_t{CORVANE_FLAG_GDI}),
+                         [](const auto& flags) { return flags.param == 0 ? "Default" : "Plain"; });
 
 }    // namespace
 }    // namespace corvane

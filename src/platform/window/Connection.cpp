@@ -170,29 +170,41 @@ void Connection::Poke() noexcept {
     (void)!write(m_wake, &one, sizeof one);    // fails only when the counter is full, and then it wakes as well
 }
 
-uint32_t Connection::MonitorIndex(xcb_window_t root, const Rect& rect) const {
-    MutexLock lock(m_lock);
+// The place in the list of `monitors` of the one that shows most of `rect`, else of the nearest.
+uint32_t Connection::NearestMonitor(const std::vector<Monitor>& monitors, const Rect& rect) {
     uint32_t best = 0;
     int64_t bestOverlap = -1;
     int64_t bestGap = 0;
-    for (const Screen& screen : m_screens) {
-        if (screen.root != root)
-            continue;
-        for (size_t i = 0; i < screen.monitors.size(); ++i) {
-            const Rect& monitor = screen.monitors[i];
-            const Rect both = rect.Intersected(monitor);
-            const int64_t overlap = both.Empty() ? 0 : both.Width() * both.Height();
-            const int64_t x = Gap(rect.left, rect.right, monitor.left, monitor.right);
-            const int64_t y = Gap(rect.top, rect.bottom, monitor.top, monitor.bottom);
-            const int64_t gap = x * x + y * y;
-            if (overlap > bestOverlap || (overlap == bestOverlap && gap < bestGap)) {
-                best = static_cast<uint32_t>(i);
-                bestOverlap = overlap;
-                bestGap = gap;
-            }
+    for (size_t i = 0; i < monitors.size(); ++i) {
+        const Rect& monitor = monitors[i].place;
+        const Rect both = rect.Intersected(monitor);
+        const int64_t overlap = both.Empty() ? 0 : both.Width() * both.Height();
+        const int64_t x = Gap(rect.left, rect.right, monitor.left, monitor.right);
+        const int64_t y = Gap(rect.top, rect.bottom, monitor.top, monitor.bottom);
+        const int64_t gap = x * x + y * y;
+        if (overlap > bestOverlap || (overlap == bestOverlap && gap < bestGap)) {
+            best = static_cast<uint32_t>(i);
+            bestOverlap = overlap;
+            bestGap = gap;
         }
     }
     return best;
+}
+
+uint32_t Connection::MonitorIndex(xcb_window_t root, const Rect& rect) const {
+    MutexLock lock(m_lock);
+    for (const Screen& screen : m_screens)
+        if (screen.root == root)
+            return NearestMonitor(screen.monitors, rect);
+    return 0;
+}
+
+Monitor Connection::MonitorOf(xcb_window_t root, const Rect& rect) const {
+    MutexLock lock(m_lock);
+    for (const Screen& screen : m_screens)
+        if (screen.root == root && !screen.monitors.empty())
+            return screen.monitors[NearestMonitor(screen.monitors, rect)];
+    return {};
 }
 
 void Connection::Uncount() noexcept {
@@ -413,7 +425,9 @@ void Connection::StoreMonitors(xcb_window_t root, const xcb_randr_get_monitors_r
     for (xcb_randr_monitor_info_iterator_t i = xcb_randr_get_monitors_monitors_iterator(reply); i.rem > 0;
          xcb_randr_monitor_info_next(&i)) {
         const xcb_randr_monitor_info_t& info = *i.data;
-        screen.monitors.push_back({info.x, info.y, info.x + info.width, info.y + info.height});
+        // Names are unique on a screen; places and order change with every other monitor.
+        screen.monitors.push_back(
+            {uint64_t{root} << 32 | info.name, {info.x, info.y, info.x + info.width, info.y + info.height}});
     }
     MutexLock lock(m_lock);
     for (Screen& known : m_screens) {

@@ -27,6 +27,7 @@
 #include "base/Rectangle.h"
 #include "base/Thread.h"
 #include "platform/window/ServerInfo.h"
+#include "platform/window/WindowWatch.h"
 
 namespace corvane {
 
@@ -78,6 +79,7 @@ public:
     void Poke() noexcept;
     // The monitor of the screen `root` that shows most of `rect`, else the nearest; 0 where there is none.
     uint32_t MonitorIndex(xcb_window_t root, const Rect& rect) const;
+    Monitor MonitorOf(xcb_window_t root, const Rect& rect) const;    // that one; handle 0 where there is no list
 
     // ---- The event thread; and whoever saw a client of it alive, which is later than the opening ----
 
@@ -120,7 +122,7 @@ private:
     };
     struct Screen {
         xcb_window_t root;
-        std::vector<Rect> monitors;    // root coordinates
+        std::vector<Monitor> monitors;
     };
 
     Connection();
@@ -140,6 +142,7 @@ private:
     void Uncount() noexcept;
     void SendMask(xcb_window_t window, const Selection& selection);
     void AskMonitors();
+    static uint32_t NearestMonitor(const std::vector<Monitor>& monitors, const Rect& rect);
     void StoreMonitors(xcb_window_t root, const xcb_randr_get_monitors_reply_t* reply);
     template <typename Call>
     static void Guarded(EventClient* client, Call call) noexcept;

@@ -69,6 +69,13 @@ public:
         const WindowFacts facts = m_state->Facts();
         return facts.outer ? m_lease->connection->MonitorIndex(facts.root, *facts.outer) : 0;
     }
+    Monitor GetMonitor() const override {
+        const WindowFacts facts = m_state->Facts();
+        return facts.outer ? m_lease->connection->MonitorOf(facts.root, *facts.outer) : Monitor{};
+    }
+    bool ServerLost() const override {
+        return GetLife() == Life::Dead && (m_lease == nullptr || m_lease->connection->Lost());
+    }
     void AddListener(Listener* listener) override { m_state->Listeners().Add(listener); }
     void RemoveListener(Listener* listener) override { m_state->Listeners().Remove(listener); }
 

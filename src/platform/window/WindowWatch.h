@@ -18,6 +18,14 @@
 
 namespace corvane {
 
+// A monitor of a server. The handle stays the same as long as the server has it.
+struct Monitor {
+    uint64_t handle = 0;    // 0: which one is not known (yet)
+    Rect place;             // on its screen, in coordinates of the root window
+
+    bool operator==(const Monitor&) const = default;
+};
+
 class WindowWatch {
 public:
     // Drawing on a window takes its background away (pixmap None), so that the server never paints over a picture;
@@ -56,6 +64,11 @@ public:
     virtual std::optional<Rect> ScreenRect() const = 0;
     // The monitor that shows most of the window, else the nearest: its place in the server's list; 0 while unknown.
     virtual uint32_t MonitorIndex() const = 0;
+    // The same monitor by itself; handle 0 while the window's place or the list of monitors is not known.
+    virtual Monitor GetMonitor() const { return {}; }
+    // A dead watch: whether it died because the server is gone or was never there, so that no other window of it can
+    // take this one's place.
+    virtual bool ServerLost() const { return false; }
 
     // A listener may come and go at any time on any thread but the event thread; Remove waits for a running call.
     virtual void AddListener(Listener* listener) = 0;

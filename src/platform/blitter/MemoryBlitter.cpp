@@ -1,0 +1,223 @@
+// The processor's backing of the blitter: all surfaces are memory of this process, but for the composite, which is the
+// image of the window's sink itself, so that a picture is written once and shown from there. Nothing of a device has to
+// do with a monitor, so that devices differ by name only.
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+#include "base/AlignedBuffer.h"
+#include "base/Limits.h"
+#include "platform/blitter/Blitter.h"
+#include "platform/blitter/TextSpans.h"
+#include "platform/blitter/VideoBlit.h"
+#include "platform/sink/WindowSink.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr uint32_t kPitchAlignment = 64;    // bytes: whole vectors, and whole rows of half the length
+
+std::atomic<uint64_t> conversions{0};
+
+class MemorySurface : public BlitSurface {
+public:
+    // Draws `source` into the whole of `destination`, as far as it lies on `to`.
+    virtual BlitResult DrawOn(const RasterView& to, const Rect& destination, const Rect& source, VideoBlit& blit) = 0;
+};
+
+class MemoryVideo final : public MemorySurface {
+public:
+    MemoryVideo(uint32_t width, uint32_t height, bool planar)
+        : m_width(width),
+          m_height(height),
+          m_pitch((width + kPitchAlignment - 1) & ~(kPitchAlignment - 1)),
+          m_planar(planar) {}
+    bool Make() {
+        const size_t luma = size_t{m_pitch} * m_height;
+        if (!m_memory.Allocate(luma + luma / 2))
+            return false;
+        std::memset(m_memory.Data() + luma, 128, luma / 2);    // no colour, for what nobody writes
+        return true;
+    }
+
+    BlitResult Lock(bool, uint8_t** data, uint32_t* pitch) override {
+        *data = m_memory.Data();
+        *pitch = m_pitch;
+        return BlitResult::Ok;
+    }
+    BlitResult Unlock() override { return BlitResult::Ok; }
+    BlitResult Restore() override { return BlitResult::Ok; }
+
+    BlitResult DrawOn(const RasterView& to, const Rect& destination, const Rect& source, VideoBlit& blit) override {
+        const auto step = static_cast<ptrdiff_t>(m_pitch);
+        const size_t luma = size_t{m_pitch} * m_height;
+        const uint8_t* const first = m_memory.Data() + luma;
+        VideoPicture picture{{m_memory.Data(), first, nullptr, step, step, step}, m_width & ~1u, m_height & ~1u};
+        if (m_planar) {
+            picture.planes.u = first + luma / 4;
+            picture.planes.v = first;
+            picture.planes.uStep = picture.planes.vStep = step / 2;
+        }
+        conversions.fetch_add(1, std::memory_order_relaxed);
+        return blit.Draw(to, destination, picture, source) ? BlitResult::Ok : BlitResult::Failed;
+    }
+
+private:
+    const uint32_t m_width;
+    const uint32_t m_height;
+    const uint32_t m_pitch;
+    const bool m_planar;    // Y, V, U; else Y and U V pairs
+    AlignedBuffer m_memory;
+};
+
+class MemoryTextSystem final : public MemorySurface {
+public:
+    bool Make(uint32_t width, uint32_t height) { return m_raster.Resize(width, height); }
+    // Clears; rows that nobody has drawn on stay untouched, and take no memory.
+    BlitResult Fill(const Rect&, uint32_t) override {
+        const RasterView& view = m_raster.View();
+        for (uint32_t y = 0; y < view.height; ++y) {
+            uint8_t* const row = view.data + static_cast<ptrdiff_t>(y) * view.step;
+            if (std::any_of(reinterpret_cast<const uint64_t*>(row), reinterpret_cast<const uint64_t*>(row + view.step),
+                            [](uint64_t pixels) { return pixels != 0; }))
+                std::memset(row, 0, static_cast<size_t>(view.step));
+        }
+        return BlitResult::Ok;
+    }
+    RasterView Drawing() override { return m_raster.View(); }
+    BlitResult DrawOn(const RasterView& to, const Rect& destination, const Rect& source, VideoBlit&) override {
+        corvane::Blit(to, destination.left, destination.top, m_raster.View(), source);
+        return BlitResult::Ok;
+    }
+
+private:
+    Raster m_raster;
+};
+
+class MemoryText final : public MemorySurface {
+public:
+    BlitResult Fill(const Rect&, uint32_t) override {
+        m_spans.Clear();
+        return BlitResult::Ok;
+    }
+    BlitResult Blit(const Rect&, BlitSurface& from, const Rect&) override {
+        m_spans.Take(from.Drawing());
+        return BlitResult::Ok;
+    }
+    BlitResult DrawOn(const RasterView& to, const Rect& destination, const Rect& source, VideoBlit&) override {
+        m_spans.Lay(to, source, destination.left, destination.top);
+        return BlitResult::Ok;
+    }
+
+private:
+    TextSpans m_spans;
+};
+
+class MemoryComposite final : public BlitComposite {
+public:
+    BlitResult Begin(const BlitTarget& target) override {
+        m_target = target;
+        m_target.overview = nullptr;
+        const WindowSink::State state = target.sink != nullptr ? target.sink->Prepare() : WindowSink::State::Absent;
+        if (state == WindowSink::State::Absent)
+            return target.window->ServerLost() ? BlitResult::SurfaceLost : BlitResult::Failed;
+        if (state != WindowSink::State::Ready)
+            return BlitResult::StillDrawing;
+        if (target.sink->Size() != target.size)
+            return BlitResult::InvalidArgument;
+        if (target.overview != nullptr && target.overview->Prepare() == WindowSink::State::Ready)
+            m_target.overview = target.overview;
+        return BlitResult::Ok;
+    }
+
+    BlitResult Fill(const Rect& rect, uint32_t color) override {
+        const WindowSink::Writing writing = m_target.sink->Write();
+        corvane::Fill(writing.Image(), rect, color);
+        return BlitResult::Ok;
+    }
+
+    BlitResult Blit(const Rect& to, BlitSurface& from, const Rect& source) override {
+        auto& surface = static_cast<MemorySurface&>(from);
+        const bool aside = IsAside(to);
+        WindowSink* const sink = aside ? m_target.overview : m_target.sink;
+        if (sink == nullptr)
+            return BlitResult::Ok;    // a window that cannot be seen now
+        const WindowSink::Writing writing = sink->Write();
+        return surface.DrawOn(writing.Image(), aside ? to.Moved(-m_target.room.left, -m_target.room.top) : to, source,
+                              aside ? m_overviewBlit : m_blit);
+    }
+
+    void Show(const Rect& part) {
+        const bool aside = IsAside(part);
+        const Rect place = aside ? part.Moved(-m_target.room.left, -m_target.room.top) : part;
+        WindowSink* const sink = aside ? m_target.overview : m_target.sink;
+        if (sink != nullptr)
+            sink->Put({&place, 1});
+    }
+
+private:
+    bool IsAside(const Rect& rect) const {
+        return !m_target.room.Empty() && rect.left >= m_target.room.left && rect.top >= m_target.room.top;
+    }
+
+    BlitTarget m_target;
+    VideoBlit m_blit;
+    VideoBlit m_overviewBlit;
+};
+
+class MemoryDevice final : public BlitDevice {
+public:
+    std::unique_ptr<BlitSurface> CreateVideo(uint32_t width, uint32_t height, uint32_t fourCC) override {
+        if (!limits::FitsPicture(width, height) || (fourCC != kFourCCNV12 && fourCC != kFourCCYV12))
+            return nullptr;
+        auto made = std::make_unique<MemoryVideo>(width, height, fourCC == kFourCCYV12);
+        return made->Make() ? std::move(made) : nullptr;
+    }
+    std::unique_ptr<BlitComposite> CreateComposite(uint32_t width, uint32_t height) override {
+        return limits::FitsPicture(width, height) ? std::make_unique<MemoryComposite>() : nullptr;
+    }
+    std::unique_ptr<BlitSurface> CreateTextSystem(uint32_t width, uint32_t height) override {
+        auto made = std::make_unique<MemoryTextSystem>();
+        return made->Make(width, height) ? std::move(made) : nullptr;
+    }
+    std::unique_ptr<BlitSurface> CreateText(uint32_t, uint32_t) override { return std::make_unique<MemoryText>(); }
+
+    BlitResult GetScanLine(uint32_t*) override { return BlitResult::Failed; }    // nobody tells
+
+    BlitResult IsLost(const WindowWatch& window) override { return Lost(window); }
+    BlitResult RestorePrimary(const WindowWatch& window) override { return Lost(window); }
+    BlitResult Recreate() override { return BlitResult::Ok; }
+    BlitResult Copy(const WindowWatch& window, const Rect&, BlitComposite& from, const Rect& source) override {
+        static_cast<MemoryComposite&>(from).Show(source);
+        return Lost(window);
+    }
+
+private:
+    static BlitResult Lost(const WindowWatch& window) {
+        return window.ServerLost() ? BlitResult::SurfaceLost : BlitResult::Ok;
+    }
+};
+
+class MemoryBlitter final : public Blitter {
+public:
+    std::vector<Monitor> Enumerate() override { return {}; }    // each comes with the first window on it
+    Monitor Desktop() override { return {}; }
+    std::optional<Monitor> FindMonitor(const WindowWatchPtr& window) override {
+        return window != nullptr ? window->GetMonitor() : Monitor{};
+    }
+    std::unique_ptr<BlitDevice> CreateDevice(const Monitor&) override { return std::make_unique<MemoryDevice>(); }
+};
+
+}    // namespace
+
+Blitter& Blitter::Processor() {
+    static auto& blitter = *new MemoryBlitter;    // never destroyed: renderers may die late
+    return blitter;
+}
+
+uint64_t Blitter::Conversions() {
+    return conversions.load(std::memory_order_relaxed);
+}
+
+}    // namespace corvane

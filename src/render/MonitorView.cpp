@@ -1,0 +1,52 @@
+#include "render/MonitorView.h"
+
+#include <chrono>
+#include <thread>
+
+#include "render/TearWait.h"
+
+namespace corvane {
+
+std::shared_ptr<MonitorView> MonitorView::Make(Blitter& blitter, const WindowWatchPtr& window) {
+    std::shared_ptr<MonitorView> view(new MonitorView(blitter, window));
+    const std::optional<Monitor> monitor = blitter.FindMonitor(window);
+    if (!monitor)
+        return nullptr;
+    view->m_monitor = *monitor;
+    view->m_device = view->m_use.Find(*monitor);
+    return view->m_device != nullptr ? view : nullptr;
+}
+
+BlitResult MonitorView::CopyToScreen(const WindowWatch& window, const Rect& destination, BlitComposite& from,
+                                     const Rect& source) {
+    {
+        MutexLock lock(m_device->Lock());
+        if (m_device->IsLost(window) == BlitResult::SurfaceLost &&
+            m_device->RestorePrimary(window) == BlitResult::WrongMode)
+            (void)m_device->Recreate();
+    }
+    const BlitResult result = m_device->Copy(window, destination, from, source);
+    return result == BlitResult::StillDrawing ? BlitResult::Ok : result;
+}
+
+BlitResult MonitorView::Show(BlitComposite& from, const Rect& outer, WindowWatch::Size size) {
+    const Rect place = outer.Moved(-m_monitor.place.left, -m_monitor.place.top);
+    const auto now = [] { return std::chrono::steady_clock::now().time_since_epoch().count(); };
+    TearWait wait(place, m_monitor.place.Height(), m_blankHit);
+    TearWait::Step step;
+    uint32_t line = 0;
+    do {
+        const BlitResult result = m_device->GetScanLine(&line);
+        step = wait.Next(result, line, now());
+        if (step == TearWait::Step::Sleep)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    } while (step != TearWait::Step::Copy);
+    const BlitResult copied = CopyToScreen(*m_window, place, from, {0, 0, size.width, size.height});
+    if (Failed(copied))
+        return copied;
+    const BlitResult result = m_device->GetScanLine(&line);
+    m_blankHit = wait.Judged(result, line);
+    return BlitResult::Ok;
+}
+
+}    // namespace corvane

@@ -1,0 +1,41 @@
+// A window on a monitor: the device that serves it, and the copy of a composed picture to the screen, timed against the
+// beam. Owned by a renderer; made and used on its render thread, but for the device, which also the worker asks for
+// surfaces.
+#pragma once
+
+#include <memory>
+
+#include "platform/blitter/Blitter.h"
+
+namespace corvane {
+
+class MonitorView {
+public:
+    // Keeps the devices open for its life. Null where the window's monitor cannot be told or has no device. A null
+    // window is served by the device of the desktop. May raise std::bad_alloc.
+    static std::shared_ptr<MonitorView> Make(Blitter& blitter, const WindowWatchPtr& window);
+
+    // Whether the window is where it was. What is not known yet counts as where it was.
+    bool IsOn(const Monitor& monitor) const { return m_monitor.handle == monitor.handle; }
+    const WindowWatchPtr& Window() const { return m_window; }
+    const Monitor& On() const { return m_monitor; }
+    BlitDevice& Device() const { return *m_device; }
+
+    // Waits until the beam is off the window, at most for a few pictures' time, and shows (0, 0) .. size of `from`
+    // there. `outer` is the window on its screen. A device that is busy counts as success: the picture is skipped.
+    BlitResult Show(BlitComposite& from, const Rect& outer, WindowWatch::Size size);
+    // The same at once, for another window on the same device: `destination` in coordinates of the monitor.
+    BlitResult CopyToScreen(const WindowWatch& window, const Rect& destination, BlitComposite& from,
+                            const Rect& source);
+
+private:
+    MonitorView(Blitter& blitter, WindowWatchPtr window) : m_use(blitter.Devices()), m_window(std::move(window)) {}
+
+    const DeviceMap::Use m_use;
+    const WindowWatchPtr m_window;
+    Monitor m_monitor;
+    BlitDevice* m_device = nullptr;    // lasts as long as the use
+    float m_blankHit = 1;              // see TearWait
+};
+
+}    // namespace corvane

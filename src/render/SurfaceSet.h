@@ -1,0 +1,47 @@
+// What a picture is composed on: the composite, and text that is laid over it. Only on the render thread.
+#pragma once
+
+#include <memory>
+
+#include "present/RenderInfo.h"
+#include "render/MonitorView.h"
+
+namespace corvane {
+
+class SurfaceSet {
+public:
+    // Beside the picture, of a window of `size`, there is room for an overview that is a window of its own: to the
+    // right, or below an upright window. Without one it is the window's own rectangle.
+    static Rect SpareRect(const RenderInfo& info, WindowWatch::Size size);
+
+    // Null where the device has no such surfaces. May raise std::bad_alloc.
+    static std::unique_ptr<SurfaceSet> Make(std::shared_ptr<MonitorView> view, WindowWatch::Size size,
+                                            const Rect& spare);
+
+    // Whether it serves a window of that size; of the spare rectangle only the far corner counts.
+    bool Fits(WindowWatch::Size size, const Rect& spare) const {
+        return m_size == size && m_spare.right == spare.right && m_spare.bottom == spare.bottom;
+    }
+    WindowWatch::Size Size() const { return m_size; }
+    const Rect& Spare() const { return m_spare; }
+    BlitComposite& Composite() const { return *m_composite; }
+
+    // Text surfaces exist while somebody draws text. False where the device has none.
+    bool EnsureText();
+    void FreeText();
+    BlitSurface* TextSystem() const { return m_textSystem.get(); }    // null: there is none
+    BlitSurface* Text() const { return m_text.get(); }
+
+private:
+    SurfaceSet(std::shared_ptr<MonitorView> view, WindowWatch::Size size, const Rect& spare)
+        : m_view(std::move(view)), m_size(size), m_spare(spare) {}
+
+    const std::shared_ptr<MonitorView> m_view;    // keeps the device, which outlives the surfaces
+    const WindowWatch::Size m_size;
+    const Rect m_spare;
+    std::unique_ptr<BlitComposite> m_composite;
+    std::unique_ptr<BlitSurface> m_textSystem;    // as large as the window: the client draws here
+    std::unique_ptr<BlitSurface> m_text;          // a row taller: what was drawn last, keyed by black
+};
+
+}    // namespace corvane

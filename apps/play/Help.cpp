@@ -32,7 +32,7 @@ usage: corvane-play [options] FILE|URL
   --help
 
 Keys, for the channel under the pointer:
-  s        save a still of the decoded picture: corvane-NNN with the extension of its format
+  s        save a still of the decoded picture, or of the part zoomed into: corvane-NNN with the extension of its format
   z, b     zoom into the middle or back to the whole picture; one zoom back
   o        overview in the corner
   m        margins with the time

@@ -37,7 +37,8 @@ const auto& EntryOf(StillFormat format) {
 // The library's picture until the end of the scope.
 class Snapshot {
 public:
-    Snapshot(void* channel, uint32_t flags) : m_status(Corvane_GetCurrentSnapShot(channel, &m_picture, flags)) {}
+    // Of the decoded picture the part that is zoomed into.
+    Snapshot(void* channel, uint32_t flags) : m_status(Corvane_GetZoomedSnapShot(channel, &m_picture, flags)) {}
     ~Snapshot() {
         if (m_status == Status_Ok)
             Corvane_FreePicture(&m_picture);
@@ -87,8 +88,7 @@ const char* ExtensionOf(StillFormat format) {
 bool WriteStill(void* channel, StillFormat format, const std::string& path, std::string& error) {
     const Snapshot still(channel, kPictureFormat | EntryOf(format).number << 16);
     if (still.Status() != Status_Ok) {
-        error =
-            path + (still.Status() == Status_NotSupported ? ": this library makes no stills" : ": there is no picture");
+        error = path + ": there is no picture";
         return false;
     }
     bool written = false;

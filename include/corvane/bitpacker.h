@@ -62,13 +62,7 @@
 
 #include <stdint.h>
 
-#ifndef CORVANE_API
-#if defined(__GNUC__)
-#define CORVANE_API __attribute__((visibility("default")))
-#else
-#define CORVANE_API
-#endif
-#endif
+#include "corvane/export.h"
 
 #ifdef __cplusplus
 extern "C" {

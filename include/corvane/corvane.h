@@ -86,14 +86,10 @@
 #include <stdint.h>
 #include <time.h>
 
+#include "corvane/export.h"
+
 #ifdef __cplusplus
 extern "C" {
-#endif
-
-#if defined(__GNUC__)
-#define CORVANE_API __attribute__((visibility("default")))
-#else
-#define CORVANE_API
 #endif
 
 /* Value for `version` of Corvane_Initial: major in the low byte, minor in the next. */

@@ -61,41 +61,6 @@ bool Plausible(const DecodedFrame& picture) {
 
 }    // namespace
 
-void VideoDecoderHolder::SetH264Kind(uint32_t kind) {
-    MutexLock lock(m_settingsMutex);
-    m_settings.h264_kind = kind;
-}
-
-void VideoDecoderHolder::SetMpeg4Kind(uint32_t kind) {
-    MutexLock lock(m_settingsMutex);
-    m_settings.mpeg4_kind = kind;
-}
-
-void VideoDecoderHolder::SetHevcKind(uint32_t kind) {
-    MutexLock lock(m_settingsMutex);
-    m_settings.hevc_kind = kind;
-}
-
-void VideoDecoderHolder::SetThreads(uint32_t threads) {
-    MutexLock lock(m_settingsMutex);
-    m_settings.threads = threads;
-}
-
-void VideoDecoderHolder::SetBackwardMemoryMode(uint32_t mode) {
-    MutexLock lock(m_settingsMutex);
-    m_settings.backward_memory_mode = mode;
-}
-
-void VideoDecoderHolder::SetFallbackAllowed(bool allowed) {
-    MutexLock lock(m_settingsMutex);
-    m_settings.fallback_allowed = allowed;
-}
-
-void VideoDecoderHolder::SetFactories(const DecoderFactories& factories) {
-    MutexLock lock(m_settingsMutex);
-    m_settings.factories = factories;
-}
-
 VideoDecoderHolder::Settings VideoDecoderHolder::CopySettings() const {
     MutexLock lock(m_settingsMutex);
     return m_settings;

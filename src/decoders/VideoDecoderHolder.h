@@ -23,13 +23,13 @@ public:
     VideoDecoderHolder& operator=(const VideoDecoderHolder&) = delete;
 
     // What the next decoder made will use. Kinds: 0 software, 1 CUVID, 2 DXVA2, 3 QuickSync. Threads: 0 for automatic.
-    void SetH264Kind(uint32_t kind) EXCLUDES(m_settingsMutex);
-    void SetMpeg4Kind(uint32_t kind) EXCLUDES(m_settingsMutex);
-    void SetHevcKind(uint32_t kind) EXCLUDES(m_settingsMutex);
-    void SetThreads(uint32_t threads) EXCLUDES(m_settingsMutex);
-    void SetBackwardMemoryMode(uint32_t mode) EXCLUDES(m_settingsMutex);
-    void SetFallbackAllowed(bool allowed) EXCLUDES(m_settingsMutex);
-    void SetFactories(const DecoderFactories& factories) EXCLUDES(m_settingsMutex);
+    void SetH264Kind(uint32_t kind) { Set(&Settings::h264_kind, kind); }
+    void SetMpeg4Kind(uint32_t kind) { Set(&Settings::mpeg4_kind, kind); }
+    void SetHevcKind(uint32_t kind) { Set(&Settings::hevc_kind, kind); }
+    void SetThreads(uint32_t threads) { Set(&Settings::threads, threads); }
+    void SetBackwardMemoryMode(uint32_t mode) { Set(&Settings::backward_memory_mode, mode); }
+    void SetFallbackAllowed(bool allowed) { Set(&Settings::fallback_allowed, allowed); }
+    void SetFactories(const DecoderFactories& factories) { Set(&Settings::factories, factories); }
 
     // Makes or replaces the decoder where `frame` asks for it, and decodes. 0, with *got 0 when this call brought no
     // picture; -1 when there is no decoder (until the next key frame, in forward play) or it failed. Raises
@@ -65,6 +65,11 @@ private:
         bool fallback_allowed = false;
     };
 
+    template <typename T>
+    void Set(T Settings::*field, const T& value) EXCLUDES(m_settingsMutex) {
+        MutexLock lock(m_settingsMutex);
+        m_settings.*field = value;
+    }
     Settings CopySettings() const EXCLUDES(m_settingsMutex);
     void ChooseDecoder(const MediaFrameImpl& frame);
     DecoderPtr MakeFromPlugin(const Settings& settings, const MediaFrameImpl& frame, uint32_t* kind) const;

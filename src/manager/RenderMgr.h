@@ -95,13 +95,13 @@ public:
     void SetWindow(uintptr_t window);                                         // 0 gives it up; may raise bad_alloc
     void SetStreamInfo(CorvaneStreamInfoCallback callback, void* context);    // before the channel starts
     void SetOsd(CorvaneOsdCallback callback, void* context);
-    void SetBackground(uint32_t color);
-    void SetPresentEnabled(bool enabled);
-    void SetFullWindow(bool on);
-    void SetNoBorder(bool on);
+    void SetBackground(uint32_t color) { SetInfo(&RenderInfo::background, color); }
+    void SetPresentEnabled(bool enabled) { SetInfo(&RenderInfo::presentEnabled, enabled); }
+    void SetFullWindow(bool on) { SetInfo(&RenderInfo::fullWindow, on); }
+    void SetNoBorder(bool on) { SetInfo(&RenderInfo::noBorder, on); }
     void SetMargin(uint32_t Edges::*edge, uint32_t pixels);
     void SetBorder(const Edges& border);
-    void SetOsdPolicy(uint32_t policy);
+    void SetOsdPolicy(uint32_t policy) { SetInfo(&RenderInfo::osdPolicy, policy); }
     Status SetDisplayArea(const DisplayArea& area, uint32_t mask);
     DisplayArea GetDisplayArea() const;
     // The number of the monitor that shows the window; 0 without one.
@@ -174,6 +174,11 @@ private:
     void WakeLocked() REQUIRES(m_lock);
     template <typename Change>
     void ChangeChain(Change change);
+    template <typename T>
+    void SetInfo(T RenderInfo::*field, T value) {
+        MutexLock lock(m_lock);
+        m_info.*field = value;
+    }
 
     // Constant after construction, or with locks of their own.
     Clock& m_clock;

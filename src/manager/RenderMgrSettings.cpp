@@ -71,26 +71,6 @@ void CRenderMgr::SetOsd(CorvaneOsdCallback callback, void* context) {
     m_info.osdContext = context;
 }
 
-void CRenderMgr::SetBackground(uint32_t color) {
-    MutexLock lock(m_lock);
-    m_info.background = color;
-}
-
-void CRenderMgr::SetPresentEnabled(bool enabled) {
-    MutexLock lock(m_lock);
-    m_info.presentEnabled = enabled;
-}
-
-void CRenderMgr::SetFullWindow(bool on) {
-    MutexLock lock(m_lock);
-    m_info.fullWindow = on;
-}
-
-void CRenderMgr::SetNoBorder(bool on) {
-    MutexLock lock(m_lock);
-    m_info.noBorder = on;
-}
-
 void CRenderMgr::SetMargin(uint32_t Edges::*edge, uint32_t pixels) {
     MutexLock lock(m_lock);
     m_info.margin.*edge = pixels;
@@ -100,11 +80,6 @@ void CRenderMgr::SetBorder(const Edges& border) {
     MutexLock lock(m_lock);
     m_info.hasBorder = true;
     m_info.border = border;
-}
-
-void CRenderMgr::SetOsdPolicy(uint32_t policy) {
-    MutexLock lock(m_lock);
-    m_info.osdPolicy = policy;
 }
 
 Status CRenderMgr::SetDisplayArea(const DisplayArea& area, uint32_t mask) {

@@ -15,8 +15,6 @@ public:
     // window is served by the device of the desktop. May raise std::bad_alloc.
     static std::shared_ptr<MonitorView> Make(Blitter& blitter, const WindowWatchPtr& window);
 
-    // Whether the window is where it was. What is not known yet counts as where it was.
-    bool IsOn(const Monitor& monitor) const { return m_monitor.handle == monitor.handle; }
     const WindowWatchPtr& Window() const { return m_window; }
     const Monitor& On() const { return m_monitor; }
     BlitDevice& Device() const { return *m_device; }

@@ -229,7 +229,7 @@ void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame) {
         return;
     uint32_t got = 0;
     uint32_t kind;
-    DecodedFrame picture{};
+    SharedPicture picture;
     {
         ExclusiveLock lock(m_decoderLock);
         m_decoder.SetAdapter(m_render.GetAdapterIndex());
@@ -238,7 +238,7 @@ void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame) {
         kind = m_decoder.ActiveKind();
         if (got != 0) {
             (void)m_decoder.CurrentInput(frame);
-            picture = m_decoder.CurrentFrame();
+            picture = m_decoder.ShareCurrent();
         }
     }
     if (kind != worker.lastKind) {
@@ -248,7 +248,7 @@ void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame) {
     if (got == 0 || frame->NotForDisplay())
         return;
     // The picture stays valid without the lock: only this thread decodes, and who resets joins it first.
-    m_render.PresentFrame(frame, picture, worker.over < kOverForSpeed);
+    m_render.PresentFrame(frame, picture.Get(), worker.over < kOverForSpeed);
     Pace(worker, *frame);
 }
 

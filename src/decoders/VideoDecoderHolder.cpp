@@ -203,6 +203,22 @@ int32_t VideoDecoderHolder::CallDecoder(const MediaFrameImpl& frame, uint32_t* g
     }
 }
 
+SharedPicture VideoDecoderHolder::ShareCurrent() noexcept {
+    constexpr uint32_t kCanBeShared = 2;    // *got of its decode
+    constexpr int32_t kVersion = 2;
+    DecodedFrame told{};
+    DecodedFrame picture = m_frame;
+    try {
+        if (m_last_got == kCanBeShared && m_decoder->ShareFrame(&told, kVersion) >= 0) {
+            picture.owner = told.owner;
+            picture.add_ref = told.add_ref;
+            picture.release = told.release;
+        }
+    } catch (...) {    // not shared
+    }
+    return {picture, SharedPicture::Adopted()};
+}
+
 int32_t VideoDecoderHolder::Decode(const FramePtr& frame, uint32_t* got) {
     *got = 0;
     ChooseDecoder(*frame);

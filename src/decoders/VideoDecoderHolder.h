@@ -9,6 +9,7 @@
 #include <deque>
 
 #include "base/Mutex.h"
+#include "base/SharedPicture.h"
 #include "corvane/decoder.h"
 #include "decoders/DecoderFactories.h"
 #include "decoders/FieldMarker.h"
@@ -44,6 +45,9 @@ public:
 
     // The current picture, valid until the next Decode, SetAdapter or Reset; all zero when there is none.
     const DecodedFrame& CurrentFrame() const { return m_frame; }
+
+    // The current picture with a reference of its own, where its decoder shares it; else valid as CurrentFrame is.
+    CORVANE_CALLS_PLUGIN SharedPicture ShareCurrent() noexcept;
 
     // Hardware kind of the current decoder, 0 when it is software or there is none.
     uint32_t ActiveKind() const { return m_active_kind; }

@@ -288,6 +288,16 @@ int32_t FilterChain::OutputSize(uint32_t* width, uint32_t* height) {
     return m_parts->dewarp == nullptr ? 0 : m_parts->dewarp->Query(*width, *height, width, height);
 }
 
+bool FilterChain::PassesThrough(const ChainSettings& settings, const MediaFrameImpl& frame,
+                                const DecodedFrame& decoded, uint32_t width, uint32_t height) {
+    Picture picture{};
+    if (decoded.width != width || decoded.height != height || m_parts->dewarp != nullptr ||
+        !settings.clientFilters.empty() || NeedsDeinterlace(settings, frame) || !PictureOf(decoded, picture))
+        return false;
+    m_parts->FreeFrom(Parts::A_Converted);
+    return true;
+}
+
 int32_t FilterChain::Run(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
                          uint8_t* buffer, uint32_t stride, uint32_t format, uint32_t width, uint32_t height) {
     Passage run{settings, frame};

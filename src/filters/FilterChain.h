@@ -39,6 +39,11 @@ public:
     // Replaces the size by that of the dewarp stage, where there is one. Negative on failure, the size then unchanged.
     int32_t OutputSize(uint32_t* width, uint32_t* height);
 
+    // Whether Run would only copy: then whoever can take `decoded` as it is need not call it. Frees the scratch memory
+    // in that case, as such a run does. Motion marks, once there are any, are no copy.
+    bool PassesThrough(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
+                       uint32_t width, uint32_t height);
+
     // Writes `decoded` into `buffer`, laid out as FillPicture says for (stride, height, format). Negative on failure;
     // the buffer then shows whatever it held, or a picture with its odd last row or column unwritten.
     int32_t Run(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,

@@ -29,8 +29,8 @@ public:
     void Free();
 
     // Writes destination rows [row, row + count) to `out`, within 2 levels of `ref::ShrinkRows`, and equal to it where
-    // no size changes. `source` is the top left sample of the plane, behind whose last row 64 bytes may be read; rows
-    // of `out` are written in whole blocks of 64 bytes. Steps are in bytes.
+    // no size changes. `source` is the top left sample of the plane; rows of `out` are written in whole blocks of 64
+    // bytes. Steps are in bytes.
     void Rows(const uint8_t* source, ptrdiff_t step, uint32_t row, uint32_t count, uint8_t* out, ptrdiff_t outStep);
 
 private:

@@ -117,6 +117,17 @@ HWY_INLINE void ShrinkRow(const ShrinkAccess& plan, const uint8_t* row, uint8_t*
     }
 }
 
+// The last rows of a plane, behind which nothing may be read: what is no whole vector is weighed in a copy.
+HWY_NOINLINE void WeighLastRows(const uint8_t* source, ptrdiff_t step, uint32_t count, const uint16_t* weights,
+                                uint8_t* out, size_t bytes) {
+    const size_t whole = bytes / kVector * kVector;
+    WeighAnyRows(source, step, count, weights, out, whole);
+    uint8_t ends[StretchAxis::kMaxTaps * kVector] = {};
+    for (uint32_t i = 0; i < count; ++i)
+        std::memcpy(ends + i * kVector, source + static_cast<ptrdiff_t>(i) * step + whole, bytes - whole);
+    WeighAnyRows(ends, kVector, count, weights, out + whole, bytes - whole);
+}
+
 void ShrinkTarget(const PlaneShrink& shrink, const uint8_t* source, ptrdiff_t step, uint32_t row, uint32_t count,
                   uint8_t* out, ptrdiff_t outStep) {
     const ShrinkAccess plan(shrink);
@@ -128,8 +139,10 @@ void ShrinkTarget(const PlaneShrink& shrink, const uint8_t* source, ptrdiff_t st
         uint8_t* const between = plan.Taps() != 0 ? plan.Row() : out;
         if (span.count == 1)
             std::memcpy(between, from, plan.RowBytes());
-        else
+        else if (span.first + span.count < plan.Sizes().height)
             WeighAnyRows(from, step, span.count, weights, between, plan.RowBytes());
+        else
+            WeighLastRows(from, step, span.count, weights, between, plan.RowBytes());
         if (plan.Windows() == 1)
             ShrinkRow<1>(plan, between, out);
         else if (plan.Windows() == 2)

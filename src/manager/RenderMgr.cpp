@@ -31,6 +31,10 @@ RenderInfo StartInfo(uint32_t flags) {
     return info;
 }
 
+bool IsHidden(const RenderInfo& info) {
+    return !info.presentEnabled || (info.window != nullptr && !info.window->Viewable());
+}
+
 uint32_t RoundedUpToEven(uint32_t value) {
     return value == UINT32_MAX ? value - 1 : (value + 1) & ~1u;
 }
@@ -57,6 +61,8 @@ public:
             m_renderer = m_slot.Current();
         }
     }
+
+    bool Take(const DecodedFrame& picture) override { return m_renderer->TakePicture(picture); }
 
 private:
     void Finish(bool commit) override {
@@ -114,7 +120,11 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded
         CallGate::Scope call(m_filterCalls);
         const PicturePlan plan = Plan();
         RendererPtr renderer = m_slot.Current();
-        const PictureSize target = TargetSize(plan, renderer->GetType(), size);
+        const RendererType type = renderer->GetType();
+        // What nobody sees is not made smaller: it goes by reference, which costs nothing.
+        const bool asItIs = type == RendererType::DirectDraw && IsHidden(plan.info) &&
+                            m_chain.PassesThrough(*plan.chain, *frame, decoded, size.width, size.height);
+        const PictureSize target = asItIs ? size : TargetSize(plan, type, size);
         RendererTarget lender(m_slot, std::move(renderer), plan.info);
         if (!CarryPicture(lender, m_chain, *plan.chain, Rotation(plan.angle), *frame, decoded, target.width,
                           target.height))

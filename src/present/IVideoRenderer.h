@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "corvane/decoder.h"
 #include "frame/MediaFrameImpl.h"
 #include "present/RenderInfo.h"
 
@@ -27,6 +28,10 @@ public:
     // on failure.
     virtual int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride,
                               uint32_t* format) = 0;
+
+    // Takes a picture by reference and commits it, in the place of GetBuffer and Commit: the caller does not touch its
+    // pixels any more. False: it takes none, or not this one, and GetBuffer tells why. Same thread and lock. Optional.
+    virtual bool TakePicture(const DecodedFrame& /*picture*/) { return false; }
 
     // The buffer is complete. Worker, picture lock held exclusively.
     virtual void Commit() = 0;

@@ -5,6 +5,9 @@ namespace corvane {
 bool CarryPicture(PictureTarget& target, FilterChain& chain, const ChainSettings& settings, RotateFilter* rotate,
                   const MediaFrameImpl& frame, const DecodedFrame& decoded, uint32_t width, uint32_t height) {
     if (rotate == nullptr) {
+        if (decoded.owner != nullptr && chain.PassesThrough(settings, frame, decoded, width, height) &&
+            target.Take(decoded))
+            return true;
         PictureLease lease = target.Lend(width, height, chain.PreferredFormat(settings, frame, decoded));
         if (!lease)
             return false;

@@ -42,6 +42,9 @@ private:
 class PictureTarget {
 public:
     virtual ~PictureTarget() = default;
+    // Takes a shared picture as it is, in the place of a buffer that would be a copy of it, and commits it. False: it
+    // does not, and nothing happened.
+    virtual bool Take(const DecodedFrame& /*picture*/) { return false; }
     // An empty lease when there is no buffer.
     virtual PictureLease Lend(uint32_t width, uint32_t height, uint32_t preferredFormat) = 0;
 
@@ -56,7 +59,8 @@ inline PictureLease::~PictureLease() {
 }
 
 // Carries one decoded picture through the chain (and the rotate filter, where there is one) into `target`, at the size
-// given. False when the picture is lost: no buffer, or a format that cannot be rotated. A failing step of the chain
+// given; a shared picture that only passes through goes by reference where the target takes it. False when the picture
+// is lost: no buffer, or a format that cannot be rotated. A failing step of the chain
 // loses nothing but its own work: the buffer is committed with what it holds.
 bool CarryPicture(PictureTarget& target, FilterChain& chain, const ChainSettings& settings, RotateFilter* rotate,
                   const MediaFrameImpl& frame, const DecodedFrame& decoded, uint32_t width, uint32_t height);

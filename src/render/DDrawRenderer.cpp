@@ -52,16 +52,30 @@ bool CDDrawRenderer::EnsureVideo(const std::shared_ptr<MonitorView>& view, uint3
     return m_video != nullptr;
 }
 
+// The view that new surfaces are made on; what is of a device that is given up goes before.
+std::shared_ptr<MonitorView> CDDrawRenderer::ViewForVideo() {
+    std::unique_ptr<VideoSurface> gone;    // dies after the lock is dropped
+    MutexLock lock(m_lock);
+    if (std::exchange(m_dropVideo, false))
+        gone = std::move(m_video);
+    return m_view;
+}
+
+bool CDDrawRenderer::TakePicture(const DecodedFrame& picture) {
+    const std::shared_ptr<MonitorView> view = ViewForVideo();
+    if (view == nullptr || (picture.strides[2] == 0 && !m_nv12Allowed))
+        return false;
+    std::unique_ptr<VideoSurface> taken = VideoSurface::Wrap(view, picture);
+    if (taken == nullptr)
+        return false;
+    m_video = std::move(taken);
+    return true;
+}
+
 int32_t CDDrawRenderer::GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride,
                                   uint32_t* format) {
-    std::shared_ptr<MonitorView> view;
-    bool drop;
-    {
-        MutexLock lock(m_lock);
-        view = m_view;
-        drop = std::exchange(m_dropVideo, false);
-    }
-    if (drop)
+    const std::shared_ptr<MonitorView> view = ViewForVideo();
+    if (m_video != nullptr && m_video->Wraps())
         m_video.reset();
     const bool wantsNv12 = *format == PF_NV12 && m_nv12Allowed;
     if (view == nullptr && (m_video == nullptr || !m_video->Is(width, height, wantsNv12 ? kFourCCNV12 : kFourCCYV12)))
@@ -154,13 +168,7 @@ CDDrawRenderer::Pass CDDrawRenderer::Begin(const RenderInfo& info) {
 
 void CDDrawRenderer::Latch(const RenderInfo& info) {
     m_force |= info.forceRedraw;
-    bool drop;
-    {
-        MutexLock lock(m_lock);
-        drop = std::exchange(m_dropVideo, false);
-    }
-    if (drop)
-        m_video.reset();
+    (void)ViewForVideo();
     m_picture = m_video != nullptr ? WindowWatch::Size{m_video->Width(), m_video->Height()} : WindowWatch::Size{};
     if (m_pass == Pass::Draw && info.presentEnabled)
         Compose(info);

@@ -36,6 +36,8 @@ public:
     RendererType GetType() const override { return RendererType::DirectDraw; }
     // Takes NV12 as long as the device has such surfaces, YV12 for everything else.
     int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override;
+    // On a device that reads the memory of others.
+    bool TakePicture(const DecodedFrame& picture) override;
     void Commit() override {}    // the surface stays locked
     void Prepare(const RenderInfo& info) override;
     void Latch(const RenderInfo& info) override;
@@ -44,6 +46,7 @@ public:
 private:
     enum class Pass { Nothing, TextOnly, Skip, Draw, Failed };
 
+    std::shared_ptr<MonitorView> ViewForVideo();
     bool EnsureVideo(const std::shared_ptr<MonitorView>& view, uint32_t width, uint32_t height, uint32_t fourCC);
     std::shared_ptr<MonitorView> View() const;
     bool FollowWindow(const WindowWatchPtr& window);

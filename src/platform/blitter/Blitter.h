@@ -18,6 +18,7 @@
 
 #include "base/Mutex.h"
 #include "base/Rectangle.h"
+#include "base/SharedPicture.h"
 #include "platform/blitter/DeviceMap.h"
 #include "platform/raster/Raster.h"
 #include "platform/window/WindowWatch.h"
@@ -92,9 +93,12 @@ class BlitDevice {
 public:
     virtual ~BlitDevice() = default;
 
-    // All four: null where the device has no such surface, or no memory. Text is keyed by black once it is blitted from
+    // All five: null where the device has no such surface, or no memory. Text is keyed by black once it is blitted from
     // system memory to the device: pixels of value 0 let through what lies below. Surfaces die before their device.
     virtual std::unique_ptr<BlitSurface> CreateVideo(uint32_t width, uint32_t height, uint32_t fourCC) = 0;    // worker
+    // A video surface that is somebody else's finished picture, kept alive by its reference; it cannot be locked. Of
+    // devices that read no memory but their own there is none.
+    virtual std::unique_ptr<BlitSurface> WrapVideo(SharedPicture /*picture*/) { return nullptr; }    // worker
     virtual std::unique_ptr<BlitComposite> CreateComposite(uint32_t width, uint32_t height) = 0;
     virtual std::unique_ptr<BlitSurface> CreateTextSystem(uint32_t width, uint32_t height) = 0;
     virtual std::unique_ptr<BlitSurface> CreateText(uint32_t width, uint32_t height) = 0;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <utility>
 
 #include "base/AlignedBuffer.h"
 #include "base/Limits.h"
@@ -26,9 +27,20 @@ public:
     virtual BlitResult DrawOn(const RasterView& to, const Rect& destination, const Rect& source, VideoBlit& blit) = 0;
 };
 
-class MemoryVideo final : public MemorySurface {
+class MemoryVideo : public MemorySurface {
 public:
-    MemoryVideo(uint32_t width, uint32_t height, bool planar)
+    BlitResult DrawOn(const RasterView& to, const Rect& destination, const Rect& source, VideoBlit& blit) final {
+        conversions.fetch_add(1, std::memory_order_relaxed);
+        return blit.Draw(to, destination, Picture(), source) ? BlitResult::Ok : BlitResult::Failed;
+    }
+
+private:
+    virtual VideoPicture Picture() const = 0;
+};
+
+class OwnVideo final : public MemoryVideo {
+public:
+    OwnVideo(uint32_t width, uint32_t height, bool planar)
         : m_width(width),
           m_height(height),
           m_pitch((width + kPitchAlignment - 1) & ~(kPitchAlignment - 1)),
@@ -49,7 +61,8 @@ public:
     BlitResult Unlock() override { return BlitResult::Ok; }
     BlitResult Restore() override { return BlitResult::Ok; }
 
-    BlitResult DrawOn(const RasterView& to, const Rect& destination, const Rect& source, VideoBlit& blit) override {
+private:
+    VideoPicture Picture() const override {
         const auto step = static_cast<ptrdiff_t>(m_pitch);
         const size_t luma = size_t{m_pitch} * m_height;
         const uint8_t* const first = m_memory.Data() + luma;
@@ -59,16 +72,32 @@ public:
             picture.planes.v = first;
             picture.planes.uStep = picture.planes.vStep = step / 2;
         }
-        conversions.fetch_add(1, std::memory_order_relaxed);
-        return blit.Draw(to, destination, picture, source) ? BlitResult::Ok : BlitResult::Failed;
+        return picture;
     }
 
-private:
     const uint32_t m_width;
     const uint32_t m_height;
     const uint32_t m_pitch;
     const bool m_planar;    // Y, V, U; else Y and U V pairs
     AlignedBuffer m_memory;
+};
+
+// A decoder's picture as it lies.
+class SharedVideo final : public MemoryVideo {
+public:
+    explicit SharedVideo(SharedPicture picture) : m_picture(std::move(picture)) {}
+
+private:
+    VideoPicture Picture() const override {
+        const DecodedFrame& frame = m_picture.Get();
+        const bool planar = frame.strides[2] != 0;
+        return {{frame.planes[0], frame.planes[1], planar ? frame.planes[2] : nullptr, ptrdiff_t{frame.strides[0]},
+                 ptrdiff_t{frame.strides[1]}, ptrdiff_t{frame.strides[2]}},
+                frame.width & ~1u,
+                frame.height & ~1u};
+    }
+
+    const SharedPicture m_picture;
 };
 
 class MemoryTextSystem final : public MemorySurface {
@@ -171,8 +200,11 @@ public:
     std::unique_ptr<BlitSurface> CreateVideo(uint32_t width, uint32_t height, uint32_t fourCC) override {
         if (!limits::FitsPicture(width, height) || (fourCC != kFourCCNV12 && fourCC != kFourCCYV12))
             return nullptr;
-        auto made = std::make_unique<MemoryVideo>(width, height, fourCC == kFourCCYV12);
+        auto made = std::make_unique<OwnVideo>(width, height, fourCC == kFourCCYV12);
         return made->Make() ? std::move(made) : nullptr;
+    }
+    std::unique_ptr<BlitSurface> WrapVideo(SharedPicture picture) override {
+        return std::make_unique<SharedVideo>(std::move(picture));
     }
     std::unique_ptr<BlitComposite> CreateComposite(uint32_t width, uint32_t height) override {
         return limits::FitsPicture(width, height) ? std::make_unique<MemoryComposite>() : nullptr;

@@ -64,7 +64,7 @@ bool VideoBlit::Draw(const RasterView& to, const Rect& destination, const VideoP
 bool VideoBlit::EnsureBands(uint32_t width, bool planar) {
     const uint32_t step = (width + 1 + 63) & ~63u;
     if (!m_bands || m_bandStep != step) {
-        // Luma, and as much again for both kinds of chroma; reading may run 64 bytes over the end.
+        // Luma, and as much again for both kinds of chroma.
         if (!m_bands.Allocate(size_t{2} * step * kBandRows)) {
             m_bandStep = 0;
             return false;

@@ -10,7 +10,6 @@
 
 namespace corvane {
 
-// Behind the last row of each plane 64 bytes may be read.
 struct VideoPicture {
     kernels::Source420 planes;
     uint32_t width = 0;    // both even: the pixels that have chroma

@@ -27,6 +27,10 @@ struct Script {
     uint32_t delay = 0;                  // units before the first picture
     uint32_t silentFrom = UINT32_MAX;    // unit from which no picture comes
     int alive = 0;
+    uint32_t got = 1;
+    int32_t share = -1;    // what ShareFrame answers
+    bool wholeShare = true;
+    int references = 0;
 };
 Script script;
 
@@ -37,7 +41,7 @@ public:
         if (script.throws)
             throw std::runtime_error("decoder");
         const uint32_t stride = script.badPicture ? 15 : 16;
-        *got = m_units >= script.delay && m_units < script.silentFrom ? 1 : 0;
+        *got = m_units >= script.delay && m_units < script.silentFrom ? script.got : 0;
         *out = DecodedFrame{{m_pixels, m_pixels, nullptr}, {stride, 16, 0}, 16, 2, nullptr, nullptr, nullptr, {}};
         ++m_units;
         return script.fails ? -1 : 0;
@@ -47,7 +51,15 @@ public:
         --script.alive;
         delete this;
     }
-    int32_t ShareFrame(DecodedFrame*, int32_t) override { return -1; }
+    int32_t ShareFrame(DecodedFrame* out, int32_t version) override {
+        if (script.throws || version != 2)
+            throw std::runtime_error("share");
+        *out = DecodedFrame{{}, {1, 1, 1}, 1, 1, this, [](void*) { ++script.references; }, nullptr, {}};
+        if (script.wholeShare)
+            out->release = [](void*) { --script.references; };
+        script.references += script.share >= 0 ? 1 : 0;
+        return script.share;
+    }
 
 private:
     uint32_t m_units = 0;
@@ -239,6 +251,31 @@ TEST_F(VideoHolder, FallsBackToSoftware) {
 }
 
 // The picture handed out belongs to the frame that went in `delay` calls before.
+TEST_F(VideoHolder, SharesWhatItsDecoderShares) {
+    const struct {
+        uint32_t got;
+        int32_t answer;
+        bool whole, throws, shared;
+    } rows[] = {{2, 0, true, false, true},   {2, 7, true, false, true}, {1, 0, true, false, false},
+                {2, -1, true, false, false}, {2, 0, false, false, false}, {2, 0, true, true, false}};
+    for (const auto& row : rows) {
+        script = Script{.alive = script.alive, .got = row.got, .share = row.answer, .wholeShare = row.whole};
+        ASSERT_EQ(Decode(Fake(CORVANE_STREAM_H264, true)), 0);
+        script.throws = row.throws;
+        const SharedPicture picture = m_holder->ShareCurrent();
+        EXPECT_EQ(picture.Shared(), row.shared);
+        EXPECT_EQ(picture.Get().owner != nullptr, row.shared);
+        EXPECT_EQ(picture.Get().planes[0], m_holder->CurrentFrame().planes[0]);
+        EXPECT_EQ(picture.Get().width, 16u) << "only the reference is taken from the answer";
+        if (row.shared) {
+            const SharedPicture other(picture.Get());
+            EXPECT_EQ(script.references, 2);
+        }
+        EXPECT_EQ(script.references, row.shared || !row.whole ? 1 : 0);
+        script.throws = false;
+    }
+}
+
 TEST_F(VideoHolder, PairsPicturesWithTheirInput) {
     constexpr uint32_t delay = 2;
     const std::vector<EncodedPicture> stream = test::MakeVideo({.frames = 20, .gop = 7});

@@ -92,12 +92,14 @@ struct Road {
         for (size_t i = 0; i < std::min<size_t>(exchanges, 2); ++i)
             holds(c.targetWidth, c.targetHeight);    // D, E
         linked = !resize;
+        passes = real == 0;
         lastIsReal = current == wanted && real > 0;
     }
 
     size_t bytes = 0;
     bool firstSeen;    // the dewarp stage or the first filter reads the decoder's picture itself, unless it was resized
     bool linked;       // the first filter reads what the dewarp stage wrote
+    bool passes;        // no step but a change of format
     bool lastIsReal;    // the last stage writes the destination, no format change does
 };
 
@@ -184,6 +186,8 @@ void CheckCase(const Case& c, FilterChain& chain, uint32_t seed, const Road* roa
     }
     if (c.filters > 0 || (c.dewarp && road->linked))
         ASSERT_EQ(written == to.picture.plane[0], road->lastIsReal);
+    ASSERT_EQ(chain.PassesThrough(settings, *frame, decoded.frame, c.targetWidth, c.targetHeight), road->passes);
+    ASSERT_EQ(chain.ScratchBytes(), road->passes ? 0 : road->bytes);
 }
 
 TEST(FilterChain, EveryRoadOfTheTableOfSteps) {

@@ -43,6 +43,7 @@ public:
     BlitResult Begin(const BlitTarget&) override;
 
     const std::string name;
+    SharedPicture picture;
 
 private:
     BlitResult Note(const std::string& what);
@@ -61,6 +62,7 @@ public:
     std::optional<Monitor> current = monitors[0];
     bool refuseDevices = false;
     std::set<uint32_t> refusedFourCCs;
+    bool wraps = false;    // reads the memory of others
     bool refuseComposites = false;
     std::map<std::string, std::vector<BlitResult>> results;    // by operation
     // What happened.
@@ -126,6 +128,13 @@ public:
         const std::string name = fourCC == kFourCCNV12 ? "NV12" : "YV12";
         m_script.Log("ask " + name);
         return m_script.refusedFourCCs.contains(fourCC) ? nullptr : Make(name, width, height);
+    }
+    std::unique_ptr<BlitSurface> WrapVideo(SharedPicture picture) override {
+        if (!m_script.wraps)
+            return nullptr;
+        auto made = Make("wrap", picture.Get().width, picture.Get().height);
+        made->picture = std::move(picture);
+        return made;
     }
     std::unique_ptr<BlitComposite> CreateComposite(uint32_t width, uint32_t height) override {
         return m_script.refuseComposites ? nullptr : Make("composite", width, height);
@@ -351,6 +360,44 @@ TEST(DefaultRenderer, SurfaceOfEachFormat) {
     EXPECT_LT(stage.Lend(PF_I420, 70, 48), 0) << "cannot be locked";
     stage.blitter.refusedFourCCs = {kFourCCYV12};
     EXPECT_EQ(stage.Lend(), -1);
+}
+
+// Where the adapter reads the memory of others; the picture is let go when another comes, and with the renderer.
+TEST(DefaultRenderer, TakesPicturesByReference) {
+    Stage stage;
+    stage.Start();
+    test::PlainPicture first(64, 48), pairs(64, 48);
+    first.Share();
+    pairs.Share();
+    pairs.frame.strides[2] = 0;
+    EXPECT_FALSE(stage.renderer->TakePicture(first.frame));
+    EXPECT_EQ(first.references, 0);
+    ASSERT_EQ(stage.Lend(), 0);
+    stage.blitter.wraps = true;
+    ASSERT_TRUE(stage.renderer->TakePicture(first.frame));
+    EXPECT_EQ(first.references * 10 + stage.Alive("YV12"), 10);
+    stage.blitter.log.clear();
+    ASSERT_EQ(stage.Pass(), 0);
+    EXPECT_TRUE(std::ranges::count(stage.blitter.log, "composite blit wrap 0,0,64,48 to 0,0,100,80"));
+    EXPECT_EQ(std::ranges::count_if(stage.blitter.log, [](auto& line) { return line.starts_with("wrap"); }), 0)
+        << "neither unlocked nor locked";
+    ASSERT_TRUE(stage.renderer->TakePicture(pairs.frame));
+    EXPECT_EQ(first.references * 10 + pairs.references, 1);
+    stage.blitter.refusedFourCCs = {kFourCCNV12};
+    ASSERT_EQ(stage.Lend(PF_NV12), 0);    // a buffer of its own again, and no NV12 from now on
+    EXPECT_EQ(pairs.references * 10 + stage.Alive("YV12"), 1);
+    EXPECT_FALSE(stage.renderer->TakePicture(pairs.frame));
+    ASSERT_TRUE(stage.renderer->TakePicture(first.frame));
+    stage.blitter.current = Monitor{9, {}};    // another monitor: the picture goes with its device
+    ASSERT_EQ(stage.Pass(), 0);
+    EXPECT_EQ(first.references, 0);
+    ASSERT_TRUE(stage.renderer->TakePicture(first.frame));
+    stage.blitter.results["copy"] = {BlitResult::SurfaceLost};
+    EXPECT_EQ(stage.Pass(), -1);
+    EXPECT_FALSE(stage.renderer->TakePicture(first.frame)) << "no device";
+    EXPECT_EQ(first.references, 0);
+    stage.renderer.reset();
+    EXPECT_EQ(stage.Alive("wrap"), 0);
 }
 
 TEST(DefaultRenderer, OrderOfAPass) {

@@ -229,9 +229,17 @@ TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(1200));    // paused: two ticks of the render thread
     EXPECT_EQ(Blitter::Conversions(), before);
+    // Nor is it made smaller for the window, which it would be where it is seen: it stays the decoder's.
+    test::PlainPicture large(400, 300, 120);
+    large.Share();
+    manager.PresentFrame(FrameAt(40), large.frame, true);
+    EXPECT_EQ(large.references, GetParam() == 0 ? 1 : 0);
+    EXPECT_EQ(Blitter::Conversions(), before);
     m_client.Map(window);
     EXPECT_TRUE(Shows(window, Grey(120)));
     EXPECT_EQ(Blitter::Conversions() > before, GetParam() == 0);
+    manager.PresentFrame(FrameAt(80), large.frame, true);
+    EXPECT_EQ(large.references, 0);
 }
 
 // Dragged to another monitor: surfaces are made anew, the picture comes with the next frame.

@@ -171,6 +171,7 @@ struct Way {
     bool border;
     bool noBorder;
     bool fullWindow;
+    bool shared = false;    // the decoder's picture goes by reference
 
     bool Default() const { return (flags & kGdiFlags) == 0; }
     bool Bordered() const { return !Default() && border && !noBorder && !fullWindow; }
@@ -228,6 +229,7 @@ Colours Expected(const Way& way, const Show& show, const Colours& picture, const
 TEST_F(WindowPictures, EveryWayWithEverySetting) {
     constexpr uint32_t kCompose = CORVANE_FLAG_GDI | CORVANE_FLAG_GDI_COMPOSE;
     const Way ways[] = {{"default", 0, false, false, false},
+                        {"default, by reference", 0, false, false, false, true},
                         {"default, border", CORVANE_FLAG_GDI_COMPOSE, true, false, false},
                         {"default, full window", 0, true, false, true},
                         {"direct", CORVANE_FLAG_GDI_LEGACY, false, false, false},
@@ -284,7 +286,12 @@ TEST_F(WindowPictures, EveryWayWithEverySetting) {
                 area.overviewMargin[3] = 7;
             }
             ASSERT_EQ(manager.SetDisplayArea(area, 63), Status::Ok);
+            if (way.shared)
+                m_picture.Share();
+            else
+                m_picture.frame.owner = nullptr;
             Push(manager);
+            EXPECT_EQ(m_picture.references, way.shared ? 1 : 0);
             const auto small = [&](uint32_t width, uint32_t height) {
                 return way.Default() ? AsShrunkColours(m_picture.frame, width, height) : picture;
             };
@@ -301,6 +308,7 @@ TEST_F(WindowPictures, EveryWayWithEverySetting) {
             }
             EXPECT_EQ(text.calls > 0, !way.fullWindow);
         }
+        EXPECT_EQ(m_picture.references, 0) << way.name;
     }
 }
 

@@ -1,6 +1,7 @@
 // A decoded picture made by hand, for tests below the decoders.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <vector>
 
@@ -23,7 +24,15 @@ public:
     PlainPicture(const PlainPicture&) = delete;
     PlainPicture& operator=(const PlainPicture&) = delete;
 
+    // Makes it one that its decoder shares; `references` are those of others.
+    void Share() {
+        frame.owner = this;
+        frame.add_ref = [](void* self) { ++static_cast<PlainPicture*>(self)->references; };
+        frame.release = [](void* self) { --static_cast<PlainPicture*>(self)->references; };
+    }
+
     DecodedFrame frame{};
+    std::atomic<int> references{0};
 
 private:
     std::vector<uint8_t> m_y, m_u, m_v;

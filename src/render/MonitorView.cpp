@@ -36,7 +36,7 @@ BlitResult MonitorView::Show(BlitComposite& from, const Rect& outer, WindowWatch
     TearWait::Step step;
     uint32_t line = 0;
     do {
-        const BlitResult result = m_device->GetScanLine(&line);
+        const BlitResult result = m_device->GetScanLine(*m_window, &line);
         step = wait.Next(result, line, now());
         if (step == TearWait::Step::Sleep)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -44,7 +44,7 @@ BlitResult MonitorView::Show(BlitComposite& from, const Rect& outer, WindowWatch
     const BlitResult copied = CopyToScreen(*m_window, place, from, {0, 0, size.width, size.height});
     if (Failed(copied))
         return copied;
-    const BlitResult result = m_device->GetScanLine(&line);
+    const BlitResult result = m_device->GetScanLine(*m_window, &line);
     m_blankHit = wait.Judged(result, line);
     return BlitResult::Ok;
 }

@@ -363,5 +363,82 @@ TEST(WindowWatch, ListenersComeAndGoUnderFire) {
         thread.join();
 }
 
+// 60 Hz; 1000 lines of 1125 are seen.
+TEST(Beam, LinesOfARefresh) {
+    constexpr Beam kBeam{1000, 1125, 1'125'000, 50'000'000};
+    const struct {
+        int64_t now, line;
+    } rows[] = {{50'000'000, 0},       {50'000'999, 0},          {50'001'000, 1},
+                {50'999'999, 999},     {51'000'000, Beam::kBlank}, {51'124'999, Beam::kBlank},
+                {51'125'000, 0},       {49'999'999, Beam::kBlank}, {49'875'000 - 1'000, 999},
+                {50'500'000 + 1'125'000 * int64_t{86'400}, 500}};
+    for (const auto& row : rows)
+        EXPECT_EQ(kBeam.LineAt(row.now), row.line) << row.now;
+}
+
+TEST(Beam, IsBelievedWhereModeAndRefreshesAgree) {
+    constexpr int64_t kStart = 7'000'000'000'000, kSecond = 1'000'000'000;
+    const struct {
+        const char* name;
+        uint64_t clock;    // Hz, of 2200 x 1125
+        uint64_t count;    // of the second refresh, a second after the first
+        int64_t late;      // ns
+        bool told;
+    } rows[] = {{"agree", 148'500'000, 60, 0, true},
+                {"the monitor's own clock", 148'500'000, 60, 4'000'000, true},
+                {"another rate", 185'625'000, 60, 0, false},
+                {"a little off", 148'500'000, 60, 6'000'000, false},
+                {"made up", 0, 60, 0, false},
+                {"refreshes do not go on", 148'500'000, 0, 0, false},
+                {"refreshes go back", 148'500'000, static_cast<uint64_t>(-60), 0, false},
+                {"another clock", 148'500'000, 60, 2 * kSecond, false}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        BeamMeasure measure;
+        measure.SetMode(row.clock, 2200, 1080, 1125);
+        EXPECT_EQ(measure.Real(), row.clock != 0);
+        measure.Add(1000, kStart, kStart + 1);
+        EXPECT_EQ(measure.Measured().period, 0) << "one refresh";
+        measure.Add(1000 + row.count, kStart + kSecond + row.late, kStart + kSecond + 1);
+        const Beam& beam = measure.Measured();
+        EXPECT_EQ(beam.period, row.told ? (kSecond + row.late) / 60 : 0);
+        if (row.told)
+            EXPECT_EQ(beam.LineAt(beam.start), 0);
+        measure.SetMode(row.clock, 2200, 1080, 1125);
+        EXPECT_EQ(measure.Measured().period != 0, row.told) << "the same mode";
+        measure.SetMode(row.clock, 2200, 1080, 1124);
+        EXPECT_EQ(measure.Measured().period, 0) << "another";
+    }
+}
+
+// The server's vertical blanks come 60 times a second, whatever the mode says.
+TEST(Beam, OfAServer) {
+    XServer server;
+    ASSERT_TRUE(server.Running());
+    XClient client(server.Display());
+    const xcb_window_t window = client.Create({.width = 50, .height = 50});
+    const WindowWatchPtr watch = WindowWatch::Open(window, Purpose::Look);
+    ASSERT_TRUE(IsAlive(watch));
+    const auto told = [&] { return watch->GetBeam().has_value(); };
+    const auto staysUntold = [&] {
+        for (int i = 0; i < 25; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(100)))
+            if (told())
+                return false;
+        return true;
+    };
+    EXPECT_TRUE(staysUntold()) << "its own mode has no timings";
+    if (!client.SetMode(60 * 1000 * 600, 1000, 600))
+        GTEST_SKIP() << "no modes can be set here";
+    ASSERT_TRUE(Eventually(told));
+    const Beam beam = *watch->GetBeam();
+    EXPECT_EQ(beam.visible * 1000 + beam.total, 480'600u);
+    EXPECT_NEAR(static_cast<double>(beam.period), 1e9 / 60, 1e9 / 60 / 200);
+    client.Composite(true);
+    EXPECT_TRUE(Eventually([&] { return !told(); }));
+    client.Composite(false);
+    ASSERT_TRUE(client.SetMode(75 * 1000 * 600, 1000, 600));
+    EXPECT_TRUE(staysUntold()) << "made up";
+}
+
 }    // namespace
 }    // namespace corvane

@@ -145,7 +145,7 @@ public:
     std::unique_ptr<BlitSurface> CreateText(uint32_t width, uint32_t height) override {
         return Make("text", width, height);
     }
-    BlitResult GetScanLine(uint32_t* line) override {
+    BlitResult GetScanLine(const WindowWatch&, uint32_t* line) override {
         *line = 0;
         return m_script.Take("line");
     }

@@ -161,6 +161,47 @@ uint32_t XClient::CountForeign(bool resources) {
     return count;
 }
 
+bool XClient::SetMode(uint32_t clock, uint16_t lineTotal, uint16_t total) {
+    xcb_randr_get_screen_resources_current_reply_t* all = xcb_randr_get_screen_resources_current_reply(
+        m_xcb, xcb_randr_get_screen_resources_current(m_xcb, m_screen->root), nullptr);
+    if (all == nullptr)
+        return false;
+    const std::string name = "test-" + std::to_string(clock);
+    xcb_randr_mode_info_t mode{};
+    mode.width = m_screen->width_in_pixels;
+    mode.height = m_screen->height_in_pixels;
+    mode.dot_clock = clock;
+    mode.htotal = lineTotal;
+    mode.vtotal = total;
+    mode.name_len = static_cast<uint16_t>(name.size());
+    xcb_randr_create_mode_reply_t* made = xcb_randr_create_mode_reply(
+        m_xcb, xcb_randr_create_mode(m_xcb, m_screen->root, mode, mode.name_len, name.c_str()), nullptr);
+    bool set = false;
+    if (made != nullptr) {
+        xcb_randr_output_t output = xcb_randr_get_screen_resources_current_outputs(all)[0];
+        xcb_randr_add_output_mode(m_xcb, output, made->mode);
+        xcb_randr_set_crtc_config_reply_t* configured = xcb_randr_set_crtc_config_reply(
+            m_xcb,
+            xcb_randr_set_crtc_config(m_xcb, xcb_randr_get_screen_resources_current_crtcs(all)[0], 0, 0, 0, 0,
+                                      made->mode, XCB_RANDR_ROTATION_ROTATE_0, 1, &output),
+            nullptr);
+        set = configured != nullptr && configured->status == XCB_RANDR_SET_CONFIG_SUCCESS;
+        std::free(configured);
+    }
+    std::free(made);
+    std::free(all);
+    return set;
+}
+
+void XClient::Composite(bool on) {
+    constexpr char kName[] = "_NET_WM_CM_S0";
+    xcb_intern_atom_reply_t* atom =
+        xcb_intern_atom_reply(m_xcb, xcb_intern_atom(m_xcb, 0, sizeof kName - 1, kName), nullptr);
+    xcb_set_selection_owner(m_xcb, on ? Create({.mapped = false}) : XCB_NONE, atom->atom, XCB_CURRENT_TIME);
+    std::free(atom);
+    Sync();
+}
+
 void XClient::SetMonitors(const std::vector<Rect>& monitors) {
     xcb_randr_get_screen_resources_current_reply_t* all = xcb_randr_get_screen_resources_current_reply(
         m_xcb, xcb_randr_get_screen_resources_current(m_xcb, m_screen->root), nullptr);

@@ -56,6 +56,11 @@ public:
     uint32_t ForeignClients() { return CountForeign(false); }
     // Splits the screen into monitors, left to right.
     void SetMonitors(const std::vector<Rect>& monitors);
+    // Gives the server's only monitor a mode of its size with these timings: pixel clock in Hz, pixels of a whole line,
+    // lines with the blank. False where the server refuses.
+    bool SetMode(uint32_t clock, uint16_t lineTotal, uint16_t total);
+    // Becomes the screen's compositor by name, or stops being it.
+    void Composite(bool on);
     void Sync();
 
     xcb_connection_t* Xcb() const { return m_xcb; }

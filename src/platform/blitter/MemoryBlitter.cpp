@@ -3,6 +3,7 @@
 // do with a monitor, so that devices differ by name only.
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <utility>
 
@@ -215,7 +216,16 @@ public:
     }
     std::unique_ptr<BlitSurface> CreateText(uint32_t, uint32_t) override { return std::make_unique<MemoryText>(); }
 
-    BlitResult GetScanLine(uint32_t*) override { return BlitResult::Failed; }    // nobody tells
+    BlitResult GetScanLine(const WindowWatch& window, uint32_t* line) override {
+        const std::optional<Beam> beam = window.GetBeam();
+        if (!beam)
+            return BlitResult::Failed;
+        const int64_t at = beam->LineAt(std::chrono::steady_clock::now().time_since_epoch().count());
+        if (at == Beam::kBlank)
+            return BlitResult::InBlank;
+        *line = static_cast<uint32_t>(at);
+        return BlitResult::Ok;
+    }
 
     BlitResult IsLost(const WindowWatch& window) override { return Lost(window); }
     BlitResult RestorePrimary(const WindowWatch& window) override { return Lost(window); }

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "base/FailurePoint.h"
+#include "platform/window/BeamWatch.h"
 
 namespace corvane {
 
@@ -207,6 +208,29 @@ Monitor Connection::MonitorOf(xcb_window_t root, const Rect& rect) const {
     return {};
 }
 
+std::optional<Beam> Connection::BeamOf(xcb_window_t root, const Rect& rect) {
+    if (m_server.presentOpcode == 0 || m_server.randrFirstEvent == 0)
+        return std::nullopt;
+    std::shared_ptr<BeamWatch> beams;
+    bool fresh;
+    {
+        MutexLock lock(m_lock);
+        if (m_phase != Phase::Open)
+            return std::nullopt;
+        fresh = m_beams == nullptr;
+        if (fresh)
+            m_beams = std::make_shared<BeamWatch>();
+        beams = m_beams;
+    }
+    if (fresh)
+        Join(beams);
+    bool stale = false;
+    const std::optional<Beam> beam = beams->Of(root, MonitorOf(root, rect).place, &stale);
+    if (stale)
+        Poke();
+    return beam;
+}
+
 void Connection::Uncount() noexcept {
     if (m_counted.exchange(false))
         --openConnections;
@@ -333,6 +357,13 @@ void Connection::Dispatch(const xcb_generic_event_t& event) {
     if (m_server.randrFirstEvent != 0 && (code == m_server.randrFirstEvent + XCB_RANDR_SCREEN_CHANGE_NOTIFY ||
                                           code == m_server.randrFirstEvent + XCB_RANDR_NOTIFY)) {
         Guarded(nullptr, [this] { AskMonitors(); });
+        std::shared_ptr<BeamWatch> beams;
+        {
+            MutexLock lock(m_lock);
+            beams = m_beams;
+        }
+        if (beams != nullptr)
+            beams->OnModesChanged();
         return;
     }
     for (const std::shared_ptr<EventClient>& client : m_clients)

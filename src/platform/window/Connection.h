@@ -19,6 +19,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -31,6 +32,7 @@
 
 namespace corvane {
 
+class BeamWatch;
 class Connection;
 
 // Something that the event thread serves. All On... run there with no lock held, except that OnLost of a client that
@@ -80,6 +82,8 @@ public:
     // The monitor of the screen `root` that shows most of `rect`, else the nearest; 0 where there is none.
     uint32_t MonitorIndex(xcb_window_t root, const Rect& rect) const;
     Monitor MonitorOf(xcb_window_t root, const Rect& rect) const;    // that one; handle 0 where there is no list
+    // Its beam. Only once a client was seen alive. May raise std::bad_alloc.
+    std::optional<Beam> BeamOf(xcb_window_t root, const Rect& rect);
 
     // ---- The event thread; and whoever saw a client of it alive, which is later than the opening ----
 
@@ -168,6 +172,7 @@ private:
     bool m_ending GUARDED_BY(m_lock) = false;
     std::vector<std::shared_ptr<EventClient>> m_arrivals GUARDED_BY(m_lock);
     std::vector<Screen> m_screens GUARDED_BY(m_lock);
+    std::shared_ptr<BeamWatch> m_beams GUARDED_BY(m_lock);    // from the first question for a beam on
 
     // Of connections that were closed while their thread waited for the server: kept until it has ended. Under the
     // lock of that list.

@@ -1,6 +1,7 @@
 #include "platform/window/ServerInfo.h"
 
 #include <sys/socket.h>
+#include <xcb/present.h>
 #include <xcb/shm.h>
 
 #include <cstdlib>
@@ -120,11 +121,15 @@ const xcb_format_t* FindFormat(const xcb_setup_t* setup, uint8_t depth) {
 ServerInfo AskServer(xcb_connection_t* xcb) {
     xcb_prefetch_extension_data(xcb, &xcb_shm_id);
     xcb_prefetch_extension_data(xcb, &xcb_randr_id);
+    xcb_prefetch_extension_data(xcb, &xcb_present_id);
     xcb_prefetch_maximum_request_length(xcb);
     ServerInfo info;
     info.maxRequestBytes = size_t{xcb_get_maximum_request_length(xcb)} * 4;
     AskShm(xcb, info);
     AskRandr(xcb, info);
+    const xcb_query_extension_reply_t* present = xcb_get_extension_data(xcb, &xcb_present_id);
+    if (present != nullptr && present->present && IsLocal(xcb))    // whose clock is ours
+        info.presentOpcode = present->major_opcode;
     return info;
 }
 

@@ -20,6 +20,7 @@ struct ServerInfo {
     Transport transport = Transport::Bands;    // the best that was seen to work
     uint8_t shmCompletion = 0;                 // code of the event; 0: no shared memory
     uint8_t randrFirstEvent = 0;               // 0: no list of monitors
+    uint8_t presentOpcode = 0;                 // 0: nobody tells of vertical blanks
     size_t maxRequestBytes = 0;
 };
 

@@ -73,6 +73,10 @@ public:
         const WindowFacts facts = m_state->Facts();
         return facts.outer ? m_lease->connection->MonitorOf(facts.root, *facts.outer) : Monitor{};
     }
+    std::optional<Beam> GetBeam() const override {
+        const WindowFacts facts = m_state->Facts();
+        return facts.outer ? m_lease->connection->BeamOf(facts.root, *facts.outer) : std::nullopt;
+    }
     bool ServerLost() const override {
         return GetLife() == Life::Dead && (m_lease == nullptr || m_lease->connection->Lost());
     }

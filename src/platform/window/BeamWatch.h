@@ -1,0 +1,76 @@
+// Where the beams of the monitors are. Private to window/.
+//
+// Asked for a beam, it looks at the modes of all monitors (RandR), has the server tell of a vertical blank of each
+// (Present), and does so again once a second as long as somebody asks, more seldom where none can be told. A beam counts as told from the second look on,
+// and where no compositor runs: on a composited screen a put does not reach the monitor when it is made.
+#pragma once
+
+#include <xcb/present.h>
+#include <xcb/randr.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "base/Mutex.h"
+#include "platform/window/Beam.h"
+#include "platform/window/Connection.h"
+
+namespace corvane {
+
+class BeamWatch final : public EventClient, public std::enable_shared_from_this<BeamWatch> {
+public:
+    // Of the monitor of the screen `root` at `place`; nothing where it cannot be told (yet). Any thread; the
+    // connection, which must be poked when *stale comes back true, is that of this watch.
+    std::optional<Beam> Of(xcb_window_t root, const Rect& place, bool* stale);
+
+    void OnModesChanged();    // a change makes the next question a look
+
+    void OnJoin(Connection& connection) override;
+    void OnEvent(Connection& connection, const xcb_generic_event_t& event) override;
+    void OnTurn(Connection& connection) override;
+    void OnLost() noexcept override;
+
+private:
+    struct Screen {
+        xcb_window_t root = 0;
+        xcb_atom_t compositor = 0;    // the selection that a compositor owns
+        bool composited = true;       // until told otherwise
+    };
+    struct Crtc {
+        xcb_randr_crtc_t id = 0;
+        xcb_window_t root = 0;
+        Rect place;
+        xcb_window_t probe = 0;    // never mapped; lies on the monitor, so that its vertical blanks are that monitor's
+        BeamMeasure measure;
+    };
+    struct Told {
+        xcb_window_t root;
+        Rect place;
+        Beam beam;
+    };
+
+    void Look(Connection& connection);
+    void OnResources(Connection& connection, xcb_window_t root,
+                     const xcb_randr_get_screen_resources_current_reply_t& resources);
+    void OnCrtc(Connection& connection, xcb_window_t root, xcb_randr_crtc_t id,
+                const xcb_randr_get_crtc_info_reply_t& info, const std::vector<xcb_randr_mode_info_t>& modes);
+    void AskBlank(Connection& connection, Crtc& crtc);
+    void DropProbe(Connection& connection, Crtc& crtc);
+    void Publish();
+
+    std::atomic<bool> m_wanted{false};
+
+    mutable Mutex m_lock;    // a leaf
+    std::vector<Told> m_told GUARDED_BY(m_lock);
+    int64_t m_looked GUARDED_BY(m_lock) = 0;    // monotonic ns of the last look
+    uint32_t m_looks GUARDED_BY(m_lock) = 0;
+
+    // Only on the event thread.
+    std::vector<Screen> m_screens;
+    std::vector<Crtc> m_crtcs;
+};
+
+}    // namespace corvane

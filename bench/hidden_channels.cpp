@@ -1,6 +1,6 @@
 // What channels cost that nobody sees: four of 1280x720 at 25 pictures/s, shown, with unmapped windows, with presenting
-// switched off, and paused (started, but nothing is fed), beside as many decoders alone, fed likewise. Processor time of
-// the process by itself.
+// switched off, and paused (started, but nothing is fed), beside as many decoders alone, fed likewise. Processor time
+// of the process by itself.
 extern "C" {
 #include <libavcodec/avcodec.h>
 }
@@ -120,8 +120,7 @@ int main() {
     corvane::test::XClient owner(server.Display());
     void* instance = nullptr;
     Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0);
-    const Stream stream =
-        corvane::test::MakeVideo({.width = 1280, .height = 720, .frames = 50, .gop = 25});
+    const Stream stream = corvane::test::MakeVideo({.width = 1280, .height = 720, .frames = 50, .gop = 25});
     const State states[] = {{"shown", true, true, true},
                             {"unmapped", false, true, true},
                             {"presenting off", true, false, true},

@@ -1,5 +1,5 @@
-// A decoded picture together with the reference that keeps its pixels alive. Of a picture that its decoder does not share
-// it holds no reference: such a one ends with the next call on the decoder.
+// A decoded picture together with the reference that keeps its pixels alive. Of a picture that its decoder does not
+// share it holds no reference: such a one ends with the next call on the decoder.
 #pragma once
 
 #include <utility>

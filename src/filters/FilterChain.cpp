@@ -288,8 +288,8 @@ int32_t FilterChain::OutputSize(uint32_t* width, uint32_t* height) {
     return m_parts->dewarp == nullptr ? 0 : m_parts->dewarp->Query(*width, *height, width, height);
 }
 
-bool FilterChain::PassesThrough(const ChainSettings& settings, const MediaFrameImpl& frame,
-                                const DecodedFrame& decoded, uint32_t width, uint32_t height) {
+bool FilterChain::PassesThrough(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
+                                uint32_t width, uint32_t height) {
     Picture picture{};
     if (decoded.width != width || decoded.height != height || m_parts->dewarp != nullptr ||
         !settings.clientFilters.empty() || NeedsDeinterlace(settings, frame) || !PictureOf(decoded, picture))

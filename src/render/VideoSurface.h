@@ -1,6 +1,6 @@
-// The surface that a worker writes its pictures into; it spends its life locked, but for the blits of a pass. Or one that
-// is a decoder's picture by reference, for one picture, which nobody locks. All calls under the manager's picture lock,
-// on either thread.
+// The surface that a worker writes its pictures into; it spends its life locked, but for the blits of a pass. Or one
+// that is a decoder's picture by reference, for one picture, which nobody locks. All calls under the manager's picture
+// lock, on either thread.
 #pragma once
 
 #include <cstdint>

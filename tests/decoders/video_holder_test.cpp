@@ -256,7 +256,7 @@ TEST_F(VideoHolder, SharesWhatItsDecoderShares) {
         uint32_t got;
         int32_t answer;
         bool whole, throws, shared;
-    } rows[] = {{2, 0, true, false, true},   {2, 7, true, false, true}, {1, 0, true, false, false},
+    } rows[] = {{2, 0, true, false, true},   {2, 7, true, false, true},   {1, 0, true, false, false},
                 {2, -1, true, false, false}, {2, 0, false, false, false}, {2, 0, true, true, false}};
     for (const auto& row : rows) {
         script = Script{.alive = script.alive, .got = row.got, .share = row.answer, .wholeShare = row.whole};

@@ -99,7 +99,7 @@ struct Road {
     size_t bytes = 0;
     bool firstSeen;    // the dewarp stage or the first filter reads the decoder's picture itself, unless it was resized
     bool linked;       // the first filter reads what the dewarp stage wrote
-    bool passes;        // no step but a change of format
+    bool passes;       // no step but a change of format
     bool lastIsReal;    // the last stage writes the destination, no format change does
 };
 

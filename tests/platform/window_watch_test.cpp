@@ -368,9 +368,15 @@ TEST(Beam, LinesOfARefresh) {
     constexpr Beam kBeam{1000, 1125, 1'125'000, 50'000'000};
     const struct {
         int64_t now, line;
-    } rows[] = {{50'000'000, 0},       {50'000'999, 0},          {50'001'000, 1},
-                {50'999'999, 999},     {51'000'000, Beam::kBlank}, {51'124'999, Beam::kBlank},
-                {51'125'000, 0},       {49'999'999, Beam::kBlank}, {49'875'000 - 1'000, 999},
+    } rows[] = {{50'000'000, 0},
+                {50'000'999, 0},
+                {50'001'000, 1},
+                {50'999'999, 999},
+                {51'000'000, Beam::kBlank},
+                {51'124'999, Beam::kBlank},
+                {51'125'000, 0},
+                {49'999'999, Beam::kBlank},
+                {49'875'000 - 1'000, 999},
                 {50'500'000 + 1'125'000 * int64_t{86'400}, 500}};
     for (const auto& row : rows)
         EXPECT_EQ(kBeam.LineAt(row.now), row.line) << row.now;

@@ -1,8 +1,9 @@
 // Where the beams of the monitors are. Private to window/.
 //
 // Asked for a beam, it looks at the modes of all monitors (RandR), has the server tell of a vertical blank of each
-// (Present), and does so again once a second as long as somebody asks, more seldom where none can be told. A beam counts as told from the second look on,
-// and where no compositor runs: on a composited screen a put does not reach the monitor when it is made.
+// (Present), and does so again once a second as long as somebody asks, more seldom where none can be told. A beam
+// counts as told from the second look on, and where no compositor runs: on a composited screen a put does not reach the
+// monitor when it is made.
 #pragma once
 
 #include <xcb/present.h>

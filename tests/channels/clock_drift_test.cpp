@@ -1,0 +1,124 @@
+// A channel that plays for a day what a camera sends whose clock is not ours: the real worker, in simulated time.
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "channels/ChannelLive.h"
+#include "support/StreamMaker.h"
+
+namespace corvane {
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__clang__)
+constexpr int64_t kHours = 1;    // a build for finding faults is no place for long runs
+#else
+constexpr int64_t kHours = 24;
+#endif
+constexpr int64_t kNsPerMs = 1'000'000;
+constexpr int64_t kStepMs = 200;    // by the camera's clock; a key frame every two seconds
+constexpr int64_t kPictures = kHours * 3'600'000 / kStepMs;
+constexpr uint32_t kBufferMs = 500;
+
+// Time passes only while the worker waits, and pictures arrive meanwhile.
+class Simulation final : public Clock {
+public:
+    explicit Simulation(double arrivalMs) : m_arrivalMs(arrivalMs) {}
+
+    int64_t Now() const override { return m_now; }
+    int64_t Wall() const override { return 0; }
+    bool WaitUntil(Condition& condition, MutexLock& lock, int64_t deadline) override {
+        char name[16] = "";
+        pthread_getname_np(pthread_self(), name, sizeof name);
+        if (std::string(name) != "corvane-worker" || m_sent == kPictures) {
+            condition.WaitOnce(lock, std::chrono::steady_clock::now() + std::chrono::milliseconds(10));
+            m_done = m_sent == kPictures;
+            return true;
+        }
+        lock.Unlock();
+        const bool sent = Arrival(m_sent) <= deadline;
+        if (sent)
+            Send();
+        else
+            m_now = std::max<int64_t>(m_now, deadline);
+        lock.Lock();
+        return sent;
+    }
+    void NoteDecoded(int64_t number) {
+        ++decoded;
+        oldest = std::max(oldest, m_now - Arrival(number));
+    }
+
+    CChannelLive* channel = nullptr;
+    int64_t decoded = 0, refused = 0, oldest = 0;    // on the worker; ns from arrival to decoding
+    bool Done() const { return m_done; }
+
+private:
+    int64_t Arrival(int64_t number) const {
+        return static_cast<int64_t>(m_arrivalMs * static_cast<double>(number) * kNsPerMs);
+    }
+    void Send() {
+        m_now = std::max<int64_t>(m_now, Arrival(m_sent));
+        std::vector<uint8_t> payload(sizeof m_sent);
+        std::memcpy(payload.data(), &m_sent, sizeof m_sent);
+        const bool key = m_sent % 10 == 0;
+        refused += Ok(channel->Input(test::VideoHeader(CORVANE_STREAM_H264, payload, key, m_sent * kStepMs))) ? 0 : 1;
+        ++m_sent;
+    }
+
+    const double m_arrivalMs;
+    std::atomic<int64_t> m_now{0};
+    int64_t m_sent = 0;
+    std::atomic<bool> m_done{false};
+};
+Simulation* running = nullptr;
+
+class NumberDecoder final : public DecoderContext {
+public:
+    int32_t DecodeVideo(DecodedFrame* out, uint32_t* got, const EncodedUnit* in) override {
+        int64_t number = 0;
+        std::memcpy(&number, in->data, sizeof number);
+        running->NoteDecoded(number);
+        *out = DecodedFrame{{m_pixels, m_pixels, nullptr}, {16, 16, 0}, 16, 2, nullptr, nullptr, nullptr, {}};
+        *got = 1;
+        return 0;
+    }
+    int32_t DecodeAudio(uint8_t*, uint32_t*, const EncodedUnit*) override { return -1; }
+    void Destroy() override { delete this; }
+    int32_t ShareFrame(DecodedFrame*, int32_t) override { return -1; }
+
+private:
+    uint8_t m_pixels[48] = {};
+};
+
+// A thousandth too fast the queue grows until the worker catches up; as much too slow it runs out and fills again. No
+// picture is lost or late for more than what a queue that is over its buffer time holds.
+TEST(ClockDrift, QueueAndAgeStayBoundedForADay) {
+    for (const double arrivalMs : {kStepMs * 0.999, kStepMs * 1.0, kStepMs * 1.001}) {
+        SCOPED_TRACE(arrivalMs);
+        Simulation simulation(arrivalMs);
+        running = &simulation;
+        CChannelLive channel(0, 0, simulation);
+        simulation.channel = &channel;
+        DecoderFactories factories;
+        factories.GetDecoderIsolated_QuickSync = []() -> DecoderContext* { return new NumberDecoder; };
+        channel.SetFactories(factories);
+        ASSERT_EQ(channel.SetOption(46, 3, 0), Status::Ok);
+        channel.SetBufferTime(kBufferMs);
+        ASSERT_EQ(channel.Start(false), Status::Ok);
+        while (!simulation.Done())
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        EXPECT_EQ(channel.Stop(), Status::Ok);
+        EXPECT_EQ(simulation.refused, 0);
+        EXPECT_GE(simulation.decoded, kPictures - 5);    // the others wait in the queue
+        EXPECT_LE(simulation.oldest / kNsPerMs, int64_t{kBufferMs} + kStepMs);
+    }
+}
+
+}    // namespace
+}    // namespace corvane

@@ -45,7 +45,7 @@ class Rgb32Writer {
 public:
     static constexpr size_t kPixelBytes = 4;
     static constexpr size_t kGroup = 1;
-    static constexpr bool kFetches = !kStreaming;
+    static constexpr bool kFetches = !kStreaming && hn::MaxLanes(Bytes()) < 64;    // whole lines need none
     static constexpr const ChromaMatrix& kMatrix = kFullRangeMatrix;
 
     explicit Rgb32Writer(uint8_t fourth) : m_fourth(hn::Set(Bytes(), fourth)) {}

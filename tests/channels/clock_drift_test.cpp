@@ -32,12 +32,11 @@ public:
 
     int64_t Now() const override { return m_now; }
     int64_t Wall() const override { return 0; }
-    bool WaitUntil(Condition& condition, MutexLock& lock, int64_t deadline) override {
+    bool WaitUntil(Condition& condition, MutexLock& lock, int64_t deadline) override NO_THREAD_SAFETY_ANALYSIS {
         char name[16] = "";
         pthread_getname_np(pthread_self(), name, sizeof name);
-        if (std::string(name) != "corvane-worker" || m_sent == kPictures) {
+        if (std::string(name) != "corvane-worker" || Done()) {
             condition.WaitOnce(lock, std::chrono::steady_clock::now() + std::chrono::milliseconds(10));
-            m_done = m_sent == kPictures;
             return true;
         }
         lock.Unlock();
@@ -56,7 +55,7 @@ public:
 
     CChannelLive* channel = nullptr;
     int64_t decoded = 0, refused = 0, oldest = 0;    // on the worker; ns from arrival to decoding
-    bool Done() const { return m_done; }
+    bool Done() const { return m_sent == kPictures; }
 
 private:
     int64_t Arrival(int64_t number) const {
@@ -64,17 +63,17 @@ private:
     }
     void Send() {
         m_now = std::max<int64_t>(m_now, Arrival(m_sent));
-        std::vector<uint8_t> payload(sizeof m_sent);
-        std::memcpy(payload.data(), &m_sent, sizeof m_sent);
-        const bool key = m_sent % 10 == 0;
-        refused += Ok(channel->Input(test::VideoHeader(CORVANE_STREAM_H264, payload, key, m_sent * kStepMs))) ? 0 : 1;
+        const int64_t number = m_sent;
+        std::vector<uint8_t> payload(sizeof number);
+        std::memcpy(payload.data(), &number, sizeof number);
+        const auto header = test::VideoHeader(CORVANE_STREAM_H264, payload, number % 10 == 0, number * kStepMs);
+        refused += Ok(channel->Input(header)) ? 0 : 1;
         ++m_sent;
     }
 
     const double m_arrivalMs;
     std::atomic<int64_t> m_now{0};
-    int64_t m_sent = 0;
-    std::atomic<bool> m_done{false};
+    std::atomic<int64_t> m_sent{0};
 };
 Simulation* running = nullptr;
 

@@ -1,12 +1,17 @@
 #include <gtest/gtest.h>
+#include <jpeglib.h>
 #include <stdio.h>
 
-#include <jpeglib.h>
-
+#include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <csetjmp>
 #include <memory>
+#include <numeric>
 #include <random>
+#include <string>
+#include <thread>
+#include <tuple>
 #include <vector>
 
 #include "picture/JpegEncoder.h"
@@ -17,7 +22,8 @@
 namespace corvane {
 namespace {
 
-// Planes that end in front of memory that cannot be read, so that nothing outside the encoded pixels may be touched there.
+// Planes that end in front of memory that cannot be read, so that nothing outside the encoded pixels may be touched
+// there.
 struct Source {
     Source(uint32_t width, uint32_t height, uint32_t padding, bool is422, uint32_t seed) {
         std::mt19937 random(seed);
@@ -63,7 +69,8 @@ struct Encoded {
     bool operator==(const Encoded&) const = default;
 };
 
-Encoded Encode(const JPEGEncOptions& options, uint32_t room, uint32_t frames, uint32_t commentSize, bool plain) {
+Encoded Encode(const JPEGEncOptions& options, uint32_t room, uint32_t frames, uint32_t commentSize, bool plain,
+               const std::vector<JPEGEncRequest>& requests = {}) {
     Encoded run;
     const test::GuardedBytes out(std::vector<uint8_t>(room, 0xA5).data(), room);
     auto encoder = JpegEncoder::Create(options);
@@ -73,6 +80,8 @@ Encoded Encode(const JPEGEncOptions& options, uint32_t room, uint32_t frames, ui
         encoder->UsePlainForms();
     const JPEGEncRequest output{JPEGENC_OUTPUT, 0, reinterpret_cast<uint64_t>(out.Data()), room, 0};
     EXPECT_TRUE(Ok(encoder->SetOptions(output)));
+    for (const JPEGEncRequest& request : requests)
+        EXPECT_EQ(Ok(encoder->SetOptions(request)), request.reserved4 == 0) << request.Code;
     for (uint32_t i = 0; i < frames; ++i) {
         JPEGEncFrame frame{commentSize, 77};
         const bool done = Ok(encoder->OneFrame(frame));
@@ -105,9 +114,7 @@ Decoded ByLibjpeg(const uint8_t* bytes, size_t size) {
     jpeg_decompress_struct info;
     Failure failure;
     info.err = jpeg_std_error(&failure.manager);
-    failure.manager.error_exit = [](j_common_ptr any) {
-        std::longjmp(reinterpret_cast<Failure*>(any->err)->jump, 1);
-    };
+    failure.manager.error_exit = [](j_common_ptr any) { std::longjmp(reinterpret_cast<Failure*>(any->err)->jump, 1); };
     failure.manager.output_message = [](j_common_ptr) {};
     Decoded decoded;
     jpeg_create_decompress(&info);
@@ -160,11 +167,11 @@ Decoded ByLibavcodec(const uint8_t* bytes, size_t size) {
     return decoded;
 }
 
-// No block is further off than its coefficients are. The transform keeps the sum of squares, so what 64 coefficients lose is
-// what their samples lose: half a divisor each, a 64th of one for its reciprocal (off by less than 1 in 65536 /
+// No block is further off than its coefficients are. The transform keeps the sum of squares, so what 64 coefficients
+// lose is what their samples lose: half a divisor each, a 64th of one for its reciprocal (off by less than 1 in 65536 /
 // divisor, times 1024), 0.77 for the forward transform's roundings and constants; and each sample half a level for
-// its own rounding, and half a level for what the decoder's integers lose on the way. Clamping only brings samples nearer.
-// `divisors`: as the stream states them, in any order.
+// its own rounding, and half a level for what the decoder's integers lose on the way. Clamping only brings samples
+// nearer. `divisors`: as the stream states them, in any order.
 void ExpectNear(const Plane& decoded, const Plane& source, uint32_t width, uint32_t height, const uint8_t* divisors,
                 const std::string& what) {
     double squares = 0;
@@ -211,7 +218,8 @@ void ExpectDecodes(const Encoded& encoded, const JPEGEncOptions& options, const 
 
 TEST(Jpeg, FastFormsEqualPlainFormsAndDecode) {
     std::mt19937 random(5);
-    constexpr std::pair<uint32_t, uint32_t> kSizes[] = {{1, 1}, {17, 9}, {16, 16}, {33, 47}, {100, 8}, {129, 65}, {400, 31}};
+    constexpr std::pair<uint32_t, uint32_t> kSizes[] = {{1, 1},   {17, 9},   {16, 16}, {33, 47},
+                                                        {100, 8}, {129, 65}, {400, 31}};
     for (uint32_t set = 0; set < 20; ++set) {
         const uint32_t words[8] = {static_cast<uint32_t>(random()), static_cast<uint32_t>(random()),
                                    static_cast<uint32_t>(random()), static_cast<uint32_t>(random())};
@@ -271,8 +279,8 @@ TEST(Jpeg, SegmentsAndRestarts) {
     options.ModeTag = 2;
     options.Comment = "abc";
     const Encoded e = Encode(options, 1 << 16, 1, 3, false);
-    const std::vector<uint8_t> start = {0xFF, 0xD8, 0xFF, 0xE2, 0,  15, 'F', 'L', '_', 'P', 'G', ' ', 'M', 'o', 'd', 'e',
-                                        'a',  'b',  'c',  0xFF, 0xDB, 0, 132, 0,   16,  11,  12,  14,  12,  10};
+    const std::vector<uint8_t> start = {0xFF, 0xD8, 0xFF, 0xE2, 0,    15,   'F', 'L', '_', 'P', 'G', ' ', 'M', 'o', 'd',
+                                        'e',  'a',  'b',  'c',  0xFF, 0xDB, 0,   132, 0,   16,  11,  12,  14,  12,  10};
     EXPECT_TRUE(std::equal(start.begin(), start.end(), e.bytes.begin()));
     uint32_t markers = 0;    // 39 blocks of Y make 12, of each chroma plane 14 make 4
     uint8_t expected = 0xD0;
@@ -286,6 +294,141 @@ TEST(Jpeg, SegmentsAndRestarts) {
         }
     }
     EXPECT_EQ(markers, 12u + 4 + 4);
+}
+
+// The tables of the standard are those that libjpeg begins with, whose quality 50 takes them as they are.
+TEST(Jpeg, TablesAndSampling) {
+    jpeg_compress_struct info;
+    jpeg_error_mgr errors;
+    info.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&info);
+    info.in_color_space = JCS_YCbCr;
+    info.input_components = 3;
+    jpeg_set_defaults(&info);
+    jpeg_set_quality(&info, 50, TRUE);
+    const Source source(16, 16, 0, true, 1);
+    for (const uint32_t quality : {1u, 50u, 255u})
+        for (const auto& [colour, subsampling, frame] : {std::tuple(1u, 1u, "\3\1\x22\0\2\x11\1\3\x11\1"),
+                                                         {1u, 2u, "\3\1\x21\0\2\x11\1\3\x11\1"},
+                                                         {0u, 1u, "\1\1\x22\0"},
+                                                         {0u, 2u, "\1\1\x21\0"}}) {
+            std::string wanted("\xFF\xDB\0", 3);
+            const size_t sets = colour == 1 ? 2 : 1;
+            wanted += static_cast<char>(sets * 65 + 2);
+            for (size_t set = 0; set < sets; ++set) {
+                wanted += static_cast<char>(set);
+                for (const uint8_t at : kernels::kZigzag)
+                    wanted += static_cast<char>(
+                        std::clamp((info.quant_tbl_ptrs[set]->quantval[at] * quality + 25) / 50, 2u, 255u));
+            }
+            wanted += std::string("\xFF\xC4", 2) + static_cast<char>(sets - 1) + static_cast<char>(sets * 208 + 2);
+            for (const auto& [tables, symbols, kind] :
+                 {std::tuple(info.dc_huff_tbl_ptrs, 12, 0), {info.ac_huff_tbl_ptrs, 162, 16}})
+                for (size_t set = 0; set < sets; ++set) {
+                    wanted += static_cast<char>(kind + static_cast<int>(set));
+                    wanted.append(tables[set]->bits + 1, tables[set]->bits + 17);
+                    wanted.append(tables[set]->huffval, tables[set]->huffval + symbols);
+                }
+            wanted += std::string("\xFF\xC0\0", 3) + static_cast<char>(5 + 6 * sets) +
+                      std::string("\x08\0\x10\0\x10", 5) + std::string(frame, colour == 1 ? 10 : 4);
+            JPEGEncOptions options = Options(16, 16, 0, source);
+            options.QuantTable = 1;
+            options.Quality = quality;
+            options.Colour = colour;
+            options.Subsampling = subsampling;
+            const Encoded e = Encode(options, 1 << 16, 1, 0, false);
+            EXPECT_EQ(std::string(e.bytes.begin() + 2, e.bytes.begin() + 2 + static_cast<ptrdiff_t>(wanted.size())),
+                      wanted)
+                << quality << " " << colour << " " << subsampling;
+        }
+    jpeg_destroy_compress(&info);
+}
+
+// What a request changes is what an encoder made that way has; what is refused (1 in the reserved word) changes
+// nothing.
+TEST(Jpeg, Requests) {
+    const Source source(60, 40, 4, true, 1);
+    const auto address = [](const void* plane, size_t further = 0) {
+        return reinterpret_cast<uint64_t>(static_cast<const uint8_t*>(plane) + further);
+    };
+    JPEGEncOptions small = Options(60, 40, 4, source);    // within rows of 64 bytes
+    small.EncodingWidth = 40, small.EncodingHeight = 24, small.HorzOffset = 6, small.VertOffset = 10;
+    small.Comment = "abc";
+    // Offsets by hand.
+    static constexpr auto begin = [](JPEGEncOptions& o, size_t luma, size_t chroma, size_t second) {
+        o.HorzOffset = o.VertOffset = 0;
+        o.PlaneY = static_cast<const uint8_t*>(o.PlaneY) + luma;
+        o.PlaneU = static_cast<const uint8_t*>(o.PlaneU) + chroma;
+        o.PlaneV = static_cast<const uint8_t*>(o.PlaneV) + second;
+    };
+    const JPEGEncRequest to422{8, 0, 2, 0, 0}, sizeAgain{14, 0, 40, 24, 0}, tiny{14, 0, 1, 1, 0};
+    const JPEGEncRequest planesAgain{2, 0, address(small.PlaneY), address(small.PlaneU), address(small.PlaneV)};
+    const struct {
+        const char* what;
+        std::vector<JPEGEncRequest> requests;
+        void (*change)(JPEGEncOptions&) = [](JPEGEncOptions&) {};
+    } cases[] = {
+        {"size", {{14, 0, 33, 21, 0}}, [](JPEGEncOptions& o) { o.EncodingWidth = 33, o.EncodingHeight = 21; }},
+        {"quality", {{7, 0, 20, 0, 0}}, [](JPEGEncOptions& o) { o.Quality = 20; }},
+        {"table", {{39, 0, 2, 0, 0}}, [](JPEGEncOptions& o) { o.QuantTable = 2; }},
+        {"grey", {{10, 0, 0, 0, 0}}, [](JPEGEncOptions& o) { o.Colour = 0; }},
+        {"tag", {{36, 0, 4, 0, 0}}, [](JPEGEncOptions& o) { o.ModeTag = 4; }},
+        {"comment", {{5, 0, address("XYZ"), 0, 0}}, [](JPEGEncOptions& o) { o.Comment = "XYZ"; }},
+        {"no offsets", {{30, 0, 0, 0, 0}}, [](JPEGEncOptions& o) { o.HorzOffset = o.VertOffset = 0; }},
+        {"odd offsets", {{30, 0, 13, 7, 0}}, [](JPEGEncOptions& o) { begin(o, 7 * 64 + 13, 3 * 32 + 6, 3 * 32 + 6); }},
+        {"4:2:2",
+         {to422, planesAgain, sizeAgain},
+         [](JPEGEncOptions& o) { begin(o, 10 * 64 + 6, 10 * 32 + 3, 10 * 32 + 3), o.Subsampling = 2; }},
+        {"odd offsets in 4:2:2",
+         {to422, planesAgain, {30, 0, 3, 15, 0}, sizeAgain},
+         [](JPEGEncOptions& o) { begin(o, 15 * 64 + 3, 15 * 32 + 1, 15 * 32 + 1), o.Subsampling = 2; }},
+        {"input, odd rows, and planes",
+         {{21, 0, 51, 36, 0}, {2, 0, address(small.PlaneY, 3), address(small.PlaneU), address(small.PlaneV, 1)}},
+         [](JPEGEncOptions& o) { begin(o, 10 * 51 + 6 + 3, 5 * 25 + 3, 5 * 25 + 3 + 1), o.InputWidth = 51; }},
+        {"input just large enough", {{21, 0, 40, 24, 0}, {21, 0, 64, 40, 0}}},
+        {"input narrower than the picture", {{21, 1, 39, 40, 0}}},
+        {"input lower than the picture", {{21, 1, 64, 23, 0}}},
+        {"input narrower than its offset", {tiny, {21, 0, 6, 40, 0}, {21, 1, 5, 40, 0}, {21, 0, 64, 40, 0}, sizeAgain}},
+        {"input lower than its offset", {tiny, {21, 0, 64, 10, 0}, {21, 1, 64, 9, 0}, sizeAgain}},
+        {"input of 2^32 bytes", {{21, 1, 65536, 65536, 0}}},
+        {"offset of 2^32 bytes", {{30, 1, 0, 1 << 26, 0}}},
+        {"other limits", {{36, 1, 5, 0, 0}, {7, 1, 35495598, 0, 0}, {14, 1, 40, 65536, 0}, {14, 1, 65536, 24, 0}}},
+        {"unknown codes", {{0, 1, 1, 1, 1}, {6, 1, 1, 1, 1}, {40, 1, 1, 1, 1}}},
+    };
+    for (const auto& c : cases) {
+        JPEGEncOptions wanted = small;
+        c.change(wanted);
+        EXPECT_TRUE(Encode(small, 1 << 14, 1, 3, false, c.requests) == Encode(wanted, 1 << 14, 1, 3, false)) << c.what;
+    }
+}
+
+// The place of equal counts is part of the stream's format: each of these orders is what that one way of sorting gives.
+TEST(Jpeg, SymbolsAreSortedByCount) {
+    const struct {
+        uint8_t counts[jpeg::kDcSymbols];
+        std::array<uint8_t, jpeg::kDcSymbols> list;
+    } cases[] = {{{}, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0}},
+                 {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}, {11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0}},
+                 {{3, 9, 9, 1, 0, 0, 5, 9, 3, 0, 1, 7}, {1, 2, 7, 11, 6, 8, 0, 10, 3, 4, 9, 5}}};
+    jpeg::HuffmanSet set;
+    for (const auto& c : cases) {
+        set.ClearCounts();
+        for (uint8_t symbol = 0; symbol < jpeg::kDcSymbols; ++symbol)
+            for (uint8_t i = 0; i < c.counts[symbol]; ++i)
+                set.CountDc(symbol);
+        set.CountAc(15, 10);
+        set.CountEndOfBlock();
+        set.CountEndOfBlock();
+        for (int i = 0; i < 3; ++i)
+            set.CountSixteenZeros();
+        set.SortByCounts();
+        EXPECT_EQ(set.DcList(), c.list);
+        EXPECT_EQ(set.DcCode(c.list[0]), 2u) << "two bits, 00";
+        EXPECT_EQ(set.AcList()[0], 0xF0);
+        EXPECT_EQ(set.AcList()[1], 0x00);
+        EXPECT_EQ(set.AcList()[2], 0xFA);
+        EXPECT_EQ(set.AcCode(0xFA), 0x0403u) << "three bits, 100";
+    }
 }
 
 TEST(Jpeg, Refusals) {
@@ -340,6 +483,42 @@ TEST(Jpeg, PoolInForeignMemory) {
         ASSERT_TRUE(std::equal(taken.begin(), taken.end(), wanted.bytes.begin())) << picture;
     }
     EXPECT_EQ(JPEGEnc_Release(&encoder), 0u);
+}
+
+// A writer that waits in its callback for a reader that takes what comes, and is told to quit while nobody reads.
+TEST(Jpeg, PoolWithAReader) {
+    const Source source(64, 48, 0, false, 1);
+    JPEGEncOptions options = Options(64, 48, 0, source);
+    options.OptimizeHuffman = 1;
+    const Encoded wanted = Encode(options, 1 << 20, 100, 0, false);
+    const uint32_t total = std::accumulate(wanted.sizes.begin(), wanted.sizes.end(), 0u);
+    options.PackerMode = 2;
+    options.PoolSize = 4096;
+    options.RetryLimit = UINT32_MAX;
+    options.FullCallback = [](uint32_t) {
+        std::this_thread::yield();
+        return 0u;
+    };
+    const auto encoder = JpegEncoder::Create(options);
+    ASSERT_NE(encoder, nullptr);
+    std::atomic<uint32_t> done{0};
+    std::thread writer([&] {
+        for (JPEGEncFrame frame{0, 0}; Ok(encoder->OneFrame(frame));)
+            ++done;
+    });
+    std::vector<uint8_t> taken;
+    for (uint8_t bytes[512]; taken.size() < total;) {
+        const auto count = static_cast<uint32_t>(
+            std::min<size_t>({encoder->FilledBytes(), 1 + taken.size() % 512, total - taken.size()}));
+        EXPECT_TRUE(Ok(encoder->TakeData(bytes, count)));
+        taken.insert(taken.end(), bytes, bytes + count);
+        if (count == 0)
+            std::this_thread::yield();
+    }
+    EXPECT_TRUE(std::equal(taken.begin(), taken.end(), wanted.bytes.begin()));
+    encoder->Quit();
+    writer.join();
+    EXPECT_GE(done, 100u);
 }
 
 }    // namespace

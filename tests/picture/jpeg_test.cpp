@@ -382,6 +382,8 @@ TEST(Jpeg, Requests) {
         {"odd offsets in 4:2:2",
          {to422, planesAgain, {30, 0, 3, 15, 0}, sizeAgain},
          [](JPEGEncOptions& o) { begin(o, 15 * 64 + 3, 15 * 32 + 1, 15 * 32 + 1), o.Subsampling = 2; }},
+        {"odd offsets in 4:2:2, planes as they were", {to422, {30, 0, 13, 7, 0}, sizeAgain},
+         [](JPEGEncOptions& o) { begin(o, 7 * 64 + 13, 7 * 32 + 6, 7 * 32 + 6), o.Subsampling = 2; }},
         {"input, odd rows, and planes",
          {{21, 0, 51, 36, 0}, {2, 0, address(small.PlaneY, 3), address(small.PlaneU), address(small.PlaneV, 1)}},
          [](JPEGEncOptions& o) { begin(o, 10 * 51 + 6 + 3, 5 * 25 + 3, 5 * 25 + 3 + 1), o.InputWidth = 51; }},

@@ -453,6 +453,11 @@ TEST(Jpeg, Refusals) {
     JPEGEncOptions options = Options(16, 16, 0, source);
     EXPECT_EQ(JPEGEnc_QueryMemSize(&options), 3498u + 195);
     EXPECT_EQ(Encode(options, 4096, 1, 1, false).sizes[0], 0u) << "no comment bytes";
+    const std::string comment(65524, 'c');
+    options.Comment = comment.data();
+    options.ModeTag = 1;    // with which the segment is full
+    EXPECT_NE(Encode(options, 1 << 17, 1, 65523, false).sizes[0], 0u);
+    EXPECT_EQ(Encode(options, 1 << 17, 1, 65524, false).sizes[0], 0u);
     options.PlaneV = nullptr;
     EXPECT_EQ(Encode(options, 4096, 1, 0, false).sizes[0], 0u) << "no plane";
 }

@@ -445,11 +445,17 @@ TEST(Jpeg, Refusals) {
         {"range down, beyond 32 bits", [](JPEGEncOptions& o) { o.VertOffset = UINT32_MAX; }},
         {"packer", [](JPEGEncOptions& o) { o.PackerMode = 7; }},
     };
+    std::string told;
     for (const auto& [what, change] : cases) {
         JPEGEncOptions options = Options(16, 16, 0, source);
         change(options);
+        testing::internal::CaptureStderr();
         EXPECT_EQ(JpegEncoder::Create(options), nullptr) << what;
+        told += testing::internal::GetCapturedStderr();
     }
+    EXPECT_EQ(told,
+              "Error: Encoding range (EncodingWidth+HorzOffset) exceeds the input width !!\n"
+              "Error: Encoding range (EncodingHeight+VertOffset) exceeds the input height !!\n");
     JPEGEncOptions options = Options(16, 16, 0, source);
     EXPECT_EQ(JPEGEnc_QueryMemSize(&options), 3498u + 195);
     EXPECT_EQ(Encode(options, 4096, 1, 1, false).sizes[0], 0u) << "no comment bytes";

@@ -2,7 +2,7 @@
 // the same operations on an object. For the picture makers and for the exports.
 //
 // Memory: one block of kBlockBytes that may begin on any address, with the packer behind it when the client gave the
-// memory. OneFrame needs some 16 KB of stack. Threads: one encodes; with a pool one more may take, look and quit meanwhile.
+// memory. OneFrame needs some 20 KB of stack. Threads: one encodes; with a pool one more may take, look and quit meanwhile.
 #pragma once
 
 #include <cstdint>

@@ -132,8 +132,10 @@ Job ByLibyuv(decltype(&libyuv::I420ToRGB24) convert, int bytesPerPixel) {
 }
 
 Job BySwscale(AVPixelFormat format, int bytesPerPixel) {
-    SwsContext* const context = sws_getContext(kWidth, kHeight, AV_PIX_FMT_YUVJ420P, kWidth, kHeight, format, SWS_POINT,
+    SwsContext* const context = sws_getContext(kWidth, kHeight, AV_PIX_FMT_YUV420P, kWidth, kHeight, format, SWS_POINT,
                                                nullptr, nullptr, nullptr);
+    const int* const full = sws_getCoefficients(SWS_CS_DEFAULT);
+    sws_setColorspaceDetails(context, full, 1, full, 1, 0, 1 << 16, 1 << 16);
     return [=](const bench::Yuv420& p) {
         const size_t size = kBmpHeader + kPixels * static_cast<size_t>(bytesPerPixel);
         auto* const out = static_cast<uint8_t*>(std::malloc(size));
@@ -199,7 +201,7 @@ int main(int argc, char** argv) {
     {
         Playing playing(instance, owner.Create({.width = kWidth, .height = kHeight}));
         std::this_thread::sleep_for(std::chrono::seconds(5));    // until its clock keeps its pace
-        std::vector<PictureBuffer> planes;    // of different pictures, larger than the cache
+        std::vector<PictureBuffer> planes;                       // of different pictures, larger than the cache
         for (int i = 0; i < 8; ++i) {
             planes.push_back(Still(playing.channel, 11));
             std::this_thread::sleep_for(std::chrono::milliseconds(kStepMs));

@@ -2,37 +2,14 @@
 // touched.
 //
 // Input: byte 0 chooses the mode, byte 1 the pool and the retries; then calls of two bytes: which, and its argument.
-#include <sys/mman.h>
-
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 
+#include "Fenced.h"
 #include "corvane/bitpacker.h"
 
-namespace {
-
-constexpr size_t kPage = 4096;
-
-// `size` bytes at one end of a page with none on either side.
-class Fenced {
-public:
-    Fenced() {
-        m_pages = static_cast<uint8_t*>(mmap(nullptr, 3 * kPage, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        if (m_pages == MAP_FAILED || mprotect(m_pages + kPage, kPage, PROT_READ | PROT_WRITE) != 0)
-            std::abort();
-    }
-    uint8_t* At(size_t size, bool atEnd) const { return m_pages + (atEnd ? 2 * kPage - size : kPage); }
-
-private:
-    uint8_t* m_pages;
-};
-
-}    // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const Fenced memory, buffer, other;
+    static const Fenced memory(4096), buffer(4096), other(4096);
     if (size < 2)
         return 0;
     PBInitial initial{};

@@ -11,7 +11,7 @@ enum class StillFormat { Png, Jpeg, Bmp, Raw };    // raw: planes Y, U, V, packe
 
 const char* ExtensionOf(StillFormat format);    // of a file's name, without the point
 
-// The decoded picture that the channel shows, whole. False with the reason in `error`.
+// The decoded picture that the channel shows, or the part of it that is zoomed into. False with the reason in `error`.
 bool WriteStill(void* channel, StillFormat format, const std::string& path, std::string& error);
 
 // What the windows of all channels show, at their places, as PNG. False with the reason in `error`. Waits for the X

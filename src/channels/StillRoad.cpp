@@ -1,5 +1,6 @@
 #include "channels/StillRoad.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -20,6 +21,10 @@ namespace {
 constexpr uint32_t kDisplayFormat = 6;    // 24 bit BMP
 constexpr uint32_t kPlaceholderFlag = 0x80;
 constexpr uint32_t kBmp24HeaderBytes = 54;
+
+static_assert(sizeof(PictureBuffer) == 24 && offsetof(PictureBuffer, data) == 16);
+static_assert(sizeof(DisplayFrameInfo) == 48 && offsetof(DisplayFrameInfo, flags) == 12 &&
+              offsetof(DisplayFrameInfo, baseTime) == 28 && offsetof(DisplayFrameInfo, viewerWindow) == 40);
 
 // Lends a maker's buffer. What its GetBuffer said stays readable.
 class MakerTarget final : public PictureTarget {
@@ -81,6 +86,13 @@ FramePtr LogoFrame() {
     return std::make_shared<MediaFrameImpl>(header);
 }
 
+Status Finish(IPictureMaker& maker) {
+    maker.Make();
+    if (maker.GetData() == nullptr)
+        return Status::OutOfMemory;
+    return maker.GetSize() != 0 ? Status::Ok : Status::Failed;
+}
+
 WindowWatch::Size EvenSize(WindowWatch::Size size) {
     return {(size.width + 1) & ~1u, (size.height + 1) & ~1u};
 }
@@ -116,8 +128,8 @@ void StillRoad::SetOverlay(CorvaneOsdCallback callback, void* context) {
 
 // ---- The picture ----
 
-// From the current picture to the maker's finished output.
-Status StillRoad::Make(Still& still) {
+// From the current picture to what the maker makes its output from.
+Status StillRoad::Take(Still& still) {
     {
         MutexLock lock(m_mutex);
         still.maker->SetQuality(m_stillQuality);
@@ -138,12 +150,7 @@ Status StillRoad::Make(Still& still) {
     default:
         return Status::Failed;
     }
-    if (!Ok(status))
-        return status;
-    still.maker->Make();
-    if (still.maker->GetData() == nullptr)
-        return Status::OutOfMemory;
-    return still.maker->GetSize() != 0 ? Status::Ok : Status::Failed;
+    return status;
 }
 
 Status StillRoad::Convert(Still& still) {
@@ -212,13 +219,21 @@ Status StillRoad::Snapshot(uint32_t format, bool zoomed, PictureBuffer& out) {
     Still still{MakePicture(format), zoomed};
     if (still.maker == nullptr)
         return Status::InvalidArgument;
-    if (const Status status = Make(still); !Ok(status))
+    if (const Status status = Take(still); !Ok(status))
         return status;
-    if (const Status status = ReservePicture(out, still.maker->GetSize()); !Ok(status))
+    IPictureMaker& maker = *still.maker;
+    const bool straight = maker.FixedSize() != 0;
+    if (!straight)
+        if (const Status status = Finish(maker); !Ok(status))
+            return status;
+    if (const Status status = ReservePicture(out, straight ? maker.FixedSize() : maker.GetSize()); !Ok(status))
         return status;
-    out.width = still.maker->GetWidth();
-    out.height = still.maker->GetHeight();
-    std::memcpy(out.data, still.maker->GetData(), still.maker->GetSize());
+    out.width = maker.GetWidth();
+    out.height = maker.GetHeight();
+    if (straight)
+        maker.MakeInto(out.data);
+    else
+        std::memcpy(out.data, maker.GetData(), maker.GetSize());
     return Status::Ok;
 }
 
@@ -227,7 +242,9 @@ Status StillRoad::Display(struct _cairo* to, bool zoomed, DisplayFrameInfo& out)
     const DisplayTarget::Size own = target.OwnSize();
     CRenderMgr::PresentRects rects = m_render.GetPresentRects({own.width, own.height});
     Still still{MakePicture(kDisplayFormat), zoomed, rects.client};
-    if (const Status status = Make(still); !Ok(status))
+    if (const Status status = Take(still); !Ok(status))
+        return status;
+    if (const Status status = Finish(*still.maker); !Ok(status))
         return status;
     const IPictureMaker& maker = *still.maker;
     if (rects.client == WindowWatch::Size{})    // neither a window nor a surface with bounds: as large as the picture

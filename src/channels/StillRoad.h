@@ -51,7 +51,7 @@ private:
         FramePtr frame{};    // out
     };
 
-    Status Make(Still& still);
+    Status Take(Still& still);
     Status Convert(Still& still);
     void DrawOverlay(const Still& still);
 

@@ -172,7 +172,7 @@ HWY_INLINE void StoreNonZeroBits(const ByteVector (&bytes)[4], uint8_t* bits) {
 HWY_INLINE void NonZeroBits(const Rows& x, uint64_t* nonZero) {
     const ByteVector bytes[4] = {Saturated(x.r[0], x.r[1]), Saturated(x.r[2], x.r[3]), Saturated(x.r[4], x.r[5]),
                                  Saturated(x.r[6], x.r[7])};
-    uint16_t zero[4][kBlocks];
+    uint16_t zero[4 + 3][kBlocks];    // each store of mask bits may write 8 bytes
     StoreNonZeroBits<0>(bytes, reinterpret_cast<uint8_t*>(zero[0]));
     StoreNonZeroBits<1>(bytes, reinterpret_cast<uint8_t*>(zero[1]));
     StoreNonZeroBits<2>(bytes, reinterpret_cast<uint8_t*>(zero[2]));

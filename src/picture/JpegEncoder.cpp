@@ -139,9 +139,15 @@ uint64_t JpegEncoder::PlaneOffset(uint32_t plane) const noexcept {
 }
 
 void JpegEncoder::SetPlanes(const uint8_t* y, const uint8_t* u, const uint8_t* v) noexcept {
-    m_planes[0] = Moved(y, PlaneOffset(0));
-    m_planes[1] = Moved(u, PlaneOffset(1));
-    m_planes[2] = Moved(v, PlaneOffset(2));
+    m_givenPlanes[0] = y;
+    m_givenPlanes[1] = u;
+    m_givenPlanes[2] = v;
+    PlacePlanes();
+}
+
+void JpegEncoder::PlacePlanes() noexcept {
+    for (uint32_t i = 0; i < 3; ++i)
+        m_planes[i] = Moved(m_givenPlanes[i], PlaneOffset(i));
 }
 
 void JpegEncoder::SetComponents(uint32_t width, uint32_t height) noexcept {
@@ -180,11 +186,9 @@ Status JpegEncoder::SetInputSize(uint32_t width, uint32_t height) noexcept {
 Status JpegEncoder::SetOffsets(uint32_t horizontal, uint32_t vertical) noexcept {
     if (uint64_t{m_inputWidth} * vertical > UINT32_MAX)
         return Status::Failed;
-    const uint64_t old[3] = {PlaneOffset(0), PlaneOffset(1), PlaneOffset(2)};
     m_horzOffset = horizontal;
     m_vertOffset = vertical;
-    for (uint32_t i = 0; i < 3; ++i)
-        m_planes[i] = Moved(m_planes[i], PlaneOffset(i) - old[i]);
+    PlacePlanes();
     return Status::Ok;
 }
 

@@ -2,7 +2,7 @@
 // the same operations on an object. For the picture makers and for the exports.
 //
 // Memory: one block of kBlockBytes that may begin on any address, with the packer behind it when the client gave the
-// memory. OneFrame needs some 16 KB of stack. Threads: one encodes; with a pool one more may take, look and quit meanwhile.
+// memory. OneFrame needs some 20 KB of stack. Threads: one encodes; with a pool one more may take, look and quit meanwhile.
 #pragma once
 
 #include <cstdint>
@@ -54,6 +54,7 @@ private:
     JpegEncoder() = default;
     void Keep(const JPEGEncOptions& options) noexcept;
     void SetPlanes(const uint8_t* y, const uint8_t* u, const uint8_t* v) noexcept;
+    void PlacePlanes() noexcept;
     uint64_t PlaneOffset(uint32_t plane) const noexcept;
     void SetComponents(uint32_t width, uint32_t height) noexcept;
     void SetStrides() noexcept;
@@ -74,7 +75,8 @@ private:
 
     BitPacker* m_packer;
     void* m_ownBlock;    // null in the client's memory
-    const uint8_t* m_planes[3];    // first byte to encode; null until given
+    const uint8_t* m_givenPlanes[3];    // null until given
+    const uint8_t* m_planes[3];         // first byte to encode, by what held when they or the offsets were given
     const uint8_t* m_comment;
     Component m_components[3];
     uint32_t m_inputWidth, m_inputHeight, m_horzOffset, m_vertOffset;

@@ -70,11 +70,13 @@ void CodeTables::Make(const HuffmanSet& set) {
         ac[symbol] = set.AcCode(symbol);
     for (uint32_t run = 0; run < 16; ++run)
         for (int32_t value = -kSmall; value < kSmall; ++value) {
+            uint32_t& entry = acSmall[run][value + kSmall];
+            entry = 0;
+            if (value == 0)
+                continue;
             const uint32_t category = Category(value);
             const uint32_t code = ac[run * 16 + category];
-            acSmall[run][value + kSmall] = value == 0 ? 0
-                                                      : ((code >> 8 << category | ValueBits(value, category)) << 8 |
-                                                         ((code & 255) + category));
+            entry = (code >> 8 << category | ValueBits(value, category)) << 8 | ((code & 255) + category);
         }
 }
 

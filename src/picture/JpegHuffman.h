@@ -50,7 +50,7 @@ private:
 
 // The codes of a set for one frame, laid out for the inner loop. Entries have their length in the low 8 bits.
 struct CodeTables {
-    static constexpr int32_t kSmall = 16;
+    static constexpr int32_t kSmall = 32;
 
     uint32_t dc[kDcSymbols];
     uint32_t ac[256];

@@ -3,9 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "base/AlignedBuffer.h"
-#include "picture/JpegEncoder.h"
-
 namespace corvane {
 
 namespace {
@@ -16,42 +13,6 @@ constexpr uint32_t kCoarsestQuality = 1u << 20;    // from far below this on all
 constexpr uint32_t RoundedUpTo16(uint32_t value) {
     return (value + 15) & ~15u;
 }
-
-// Both colour planes of an odd-sized picture, with the column and row that it lacks: the last one again, or no colour
-// where there is none.
-class CompletedChroma {
-public:
-    bool Make(const uint8_t* u, const uint8_t* v, uint32_t step, uint32_t width, uint32_t height) {
-        m_step = step;
-        m_rows = (height + 1) / 2;
-        if (!m_memory.Allocate(2 * size_t{step} * m_rows))
-            return false;
-        Complete(Plane(0), u, width, height);
-        Complete(Plane(1), v, width, height);
-        return true;
-    }
-    uint8_t* Plane(uint32_t index) const { return m_memory.Data() + size_t{m_step} * m_rows * index; }
-
-private:
-    void Complete(uint8_t* to, const uint8_t* from, uint32_t width, uint32_t height) const {
-        const size_t columns = width / 2;
-        const size_t rows = height / 2;
-        if (columns == 0 || rows == 0) {
-            std::memset(to, 128, size_t{m_step} * m_rows);
-            return;
-        }
-        for (size_t row = 0; row < m_rows; ++row) {
-            uint8_t* const line = to + m_step * row;
-            std::memcpy(line, from + m_step * std::min(row, rows - 1), columns);
-            if (columns < m_step)
-                line[columns] = line[columns - 1];
-        }
-    }
-
-    AlignedBuffer m_memory;
-    uint32_t m_step = 0;
-    uint32_t m_rows = 0;
-};
 
 JPEGEncOptions OptionsFor(const JpegPicture& picture, uint32_t quality) {
     JPEGEncOptions options{};
@@ -77,28 +38,51 @@ uint64_t JpegPictureCapacity(uint32_t width, uint32_t height) {
     return kHeaderRoom + uint64_t{4} * RoundedUpTo16(width) * RoundedUpTo16(height);
 }
 
-uint32_t WriteJpegPicture(const JpegPicture& picture, uint32_t quality, uint8_t* out, uint64_t capacity) {
-    const size_t luma = size_t{picture.stride} * picture.height;
-    const uint8_t* u = picture.data + luma;
-    const uint8_t* v = u + luma / 4;
-    CompletedChroma completed;
-    if (picture.width % 2 != 0 || picture.height % 2 != 0) {
-        if (!completed.Make(u, v, picture.stride / 2, picture.width, picture.height))
-            return 0;
-        u = completed.Plane(0);
-        v = completed.Plane(1);
+bool JpegWriter::Prepare(const JpegPicture& picture, uint32_t quality) {
+    m_picture = picture;
+    if ((picture.width % 2 != 0 || picture.height % 2 != 0) &&
+        !m_completed.Allocate(size_t{picture.stride} * ((picture.height + 1) / 2)))
+        return false;
+    m_encoder = JpegEncoder::Create(OptionsFor(picture, quality));
+    return m_encoder != nullptr;
+}
+
+// With the column and row that it lacks: the last one again, or no colour where there is none.
+const uint8_t* JpegWriter::CompletedPlane(uint32_t index, const uint8_t* from) {
+    const size_t step = m_picture.stride / 2;
+    const size_t lines = (m_picture.height + 1) / 2;
+    const size_t columns = m_picture.width / 2;
+    const size_t rows = m_picture.height / 2;
+    uint8_t* const plane = m_completed.Data() + step * lines * index;
+    if (columns == 0 || rows == 0) {
+        std::memset(plane, 128, step * lines);
+        return plane;
     }
-    const auto encoder = JpegEncoder::Create(OptionsFor(picture, quality));
+    for (size_t line = 0; line < lines; ++line) {
+        uint8_t* const to = plane + step * line;
+        std::memcpy(to, from + step * std::min(line, rows - 1), columns);
+        if (columns < step)
+            to[columns] = to[columns - 1];
+    }
+    return plane;
+}
+
+uint32_t JpegWriter::Write(uint8_t* out, uint64_t capacity) {
+    const size_t luma = size_t{m_picture.stride} * m_picture.height;
+    const uint8_t* u = m_picture.data + luma;
+    const uint8_t* v = u + luma / 4;
+    if (m_completed) {
+        u = CompletedPlane(0, u);
+        v = CompletedPlane(1, v);
+    }
     const JPEGEncRequest requests[] = {{JPEGENC_OUTPUT, 0, Address(out), capacity, 0},
-                                       {JPEGENC_PLANES, 0, Address(picture.data), Address(u), Address(v)},
-                                       {JPEGENC_ENCODING_SIZE, 0, picture.width, picture.height, 0}};
-    if (encoder == nullptr)
-        return 0;
+                                       {JPEGENC_PLANES, 0, Address(m_picture.data), Address(u), Address(v)},
+                                       {JPEGENC_ENCODING_SIZE, 0, m_picture.width, m_picture.height, 0}};
     for (const JPEGEncRequest& request : requests)
-        if (!Ok(encoder->SetOptions(request)))
+        if (!Ok(m_encoder->SetOptions(request)))
             return 0;
     JPEGEncFrame frame{};
-    return Ok(encoder->OneFrame(frame)) ? frame.EncodedBytes : 0;
+    return Ok(m_encoder->OneFrame(frame)) ? frame.EncodedBytes : 0;
 }
 
 }    // namespace corvane

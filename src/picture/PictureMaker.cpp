@@ -44,6 +44,10 @@ public:
     uint32_t GetSize() const override { return static_cast<uint32_t>(m_output.Size()); }
     uint32_t GetWidth() const override { return m_width; }
     uint32_t GetHeight() const override { return m_height; }
+    void Make() override {
+        if (uint8_t* const out = Output(FixedSize()); out != nullptr)
+            MakeInto(out);
+    }
 
 protected:
     // The output of `size` bytes behind the prefix; null where there is no memory, and the old output then stays.
@@ -57,8 +61,6 @@ protected:
         }
         return m_output.Data() + m_prefix;
     }
-    const uint8_t* Row(uint32_t row) const { return m_input.Data() + size_t{m_stride} * row; }
-
     const uint32_t m_format;
     AlignedBuffer m_input;
     AlignedBuffer m_output;
@@ -71,61 +73,58 @@ protected:
 class CPictureMakerBMP final : public PictureMaker {
 public:
     using PictureMaker::PictureMaker;
-    void Make() override {
-        const uint32_t header = BmpHeaderBytes(m_format);
+    uint32_t FixedSize() const override { return BmpHeaderBytes(m_format) + m_stride * m_height; }
+    void MakeInto(uint8_t* to) const override {
         const uint32_t image = m_stride * m_height;
-        uint8_t* const out = Output(uint64_t{header} + image);
-        if (out == nullptr)
-            return;
-        WriteBmpHeader(m_format, m_width, m_height, image, out);
-        std::memcpy(out + header, m_input.Data(), image);
+        WriteBmpHeader(m_format, m_width, m_height, image, to);
+        std::memcpy(to + BmpHeaderBytes(m_format), m_input.Data(), image);
     }
 };
 
 class CPictureMakerRaw final : public PictureMaker {
 public:
     using PictureMaker::PictureMaker;
-    void Make() override {
-        const size_t pixels = size_t{m_width} * m_height;
-        switch (m_format) {
-        case PF_I420:
-        case PF_YV12:
-            PackPlanar(Output(pixels * 3 / 2));
-            break;
-        case PF_NV12:
-            PackRows(Output(pixels * 3 / 2), m_width, m_height * 3 / 2);
-            break;
-        case PF_BGR24:
-        case PF_RGB24:
-            PackRows(Output(3 * pixels), 3 * m_width, m_height);
-            break;
-        case PF_BGRA32:
-        case PF_RGBA32:
-            PackRows(Output(4 * pixels), 4 * m_width, m_height);
-            break;
-        default:
-            PackRows(Output(2 * pixels), 2 * m_width, m_height);
+    uint32_t FixedSize() const override {
+        const uint32_t pixels = m_width * m_height;
+        return Planar() ? pixels / 2 * 3 + pixels % 2 : pixels * PixelBytes();
+    }
+    void MakeInto(uint8_t* to) const override {
+        const uint8_t* const end = to + FixedSize();
+        const uint8_t* const chroma = m_input.Data() + size_t{m_stride} * m_height;
+        if (m_format == PF_NV12) {
+            to = Pack(to, m_input.Data(), m_stride, m_width, m_height * 3 / 2);
+        } else if (Planar()) {    // the planes stay in the order that they have in memory
+            to = Pack(to, m_input.Data(), m_stride, m_width, m_height);
+            to = Pack(to, chroma, m_stride / 2, m_width / 2, m_height / 2);
+            to = Pack(to, chroma + size_t{m_stride} * m_height / 4, m_stride / 2, m_width / 2, m_height / 2);
+        } else {
+            to = Pack(to, m_input.Data(), m_stride, size_t{m_width} * PixelBytes(), m_height);
         }
+        std::memset(to, 0, static_cast<size_t>(end - to));    // what planes of odd sizes leave over
     }
 
 private:
+    bool Planar() const { return m_format == PF_I420 || m_format == PF_YV12 || m_format == PF_NV12; }
+    uint32_t PixelBytes() const {
+        switch (m_format) {
+        case PF_BGR24:
+        case PF_RGB24:
+            return 3;
+        case PF_BGRA32:
+        case PF_RGBA32:
+            return 4;
+        default:
+            return 2;
+        }
+    }
     static uint8_t* Pack(uint8_t* to, const uint8_t* from, size_t step, size_t bytes, uint32_t rows) {
+        if (step == bytes) {
+            std::memcpy(to, from, bytes * rows);
+            return to + bytes * rows;
+        }
         for (; rows > 0; --rows, to += bytes, from += step)
             std::memcpy(to, from, bytes);
         return to;
-    }
-    void PackRows(uint8_t* to, uint32_t bytes, uint32_t rows) const {
-        if (to != nullptr)
-            Pack(to, m_input.Data(), m_stride, bytes, rows);
-    }
-    // The planes stay in the order that they have in memory.
-    void PackPlanar(uint8_t* to) const {
-        if (to == nullptr)
-            return;
-        const size_t luma = size_t{m_stride} * m_height;
-        to = Pack(to, m_input.Data(), m_stride, m_width, m_height);
-        to = Pack(to, m_input.Data() + luma, m_stride / 2, m_width / 2, m_height / 2);
-        Pack(to, m_input.Data() + luma + luma / 4, m_stride / 2, m_width / 2, m_height / 2);
     }
 };
 
@@ -134,18 +133,20 @@ public:
     CPictureMakerJPEG() : PictureMaker(PF_I420) {}
     void SetQuality(uint32_t quality) override { m_quality = quality; }
     void Make() override {
+        JpegWriter writer;
         const uint64_t capacity = JpegPictureCapacity(m_width, m_height);
-        uint8_t* const out = Output(capacity);
-        if (out == nullptr)
+        if (!writer.Prepare({m_input.Data(), m_stride, m_width, m_height}, m_quality))
             return;
-        const JpegPicture picture{m_input.Data(), m_stride, m_width, m_height};
-        m_encoded = WriteJpegPicture(picture, m_quality, out, capacity);
+        if (uint8_t* const out = Output(capacity); out != nullptr)
+            m_size = m_prefix + writer.Write(out, capacity);
     }
-    uint32_t GetSize() const override { return m_output ? m_prefix + m_encoded : 0; }
+    uint32_t GetSize() const override { return m_size; }
+    uint32_t FixedSize() const override { return 0; }
+    void MakeInto(uint8_t*) const override {}
 
 private:
     uint32_t m_quality = 0;
-    uint32_t m_encoded = 0;    // bytes of the last output, 0 where it failed
+    uint32_t m_size = 0;    // of the last output, the prefix alone where it failed
 };
 
 enum class Kind : uint8_t { Raw, Bmp, Jpeg };

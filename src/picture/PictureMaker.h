@@ -1,7 +1,9 @@
 // Turns one picture into a block of bytes for a client: a BMP or JPEG file in memory, or tightly packed pixels. The maker
 // first lends a buffer in the format that it wants, and builds its output from what was written there:
 //
-//     SetQuality, SetPrefix, GetBuffer, (the buffer is written), Make, then the getters.
+//     SetQuality, SetPrefix, GetBuffer, (the buffer is written), Make, then the getters;
+//
+// or, where FixedSize tells what the output will take, MakeInto instead of Make, which spares a copy.
 //
 // The output lives until the next Make. A maker may be used again; buffers of the same size are kept. No lock: one
 // thread at a time.
@@ -33,6 +35,11 @@ public:
     // Of the last GetBuffer.
     virtual uint32_t GetWidth() const = 0;
     virtual uint32_t GetHeight() const = 0;
+
+    // Bytes of the output without its prefix, for kinds where the size of the picture alone decides; else 0.
+    virtual uint32_t FixedSize() const = 0;
+    // Writes these bytes to `to` instead of an output of its own.
+    virtual void MakeInto(uint8_t* to) const = 0;
 };
 
 using PictureMakerPtr = std::shared_ptr<IPictureMaker>;

@@ -287,6 +287,58 @@ TEST(Stills, LogoOfAStoppedChannel) {
         Corvane_FreePicture(&picture);
     }
     EXPECT_EQ(Corvane_GetCurrentSnapShot(client.channel, &picture, 1), Status_Failed) << "3 bytes a pixel";
+    ASSERT_EQ(Corvane_StartChannel(client.channel, 1), Status_Ok);
+    EXPECT_EQ(Corvane_GetCurrentSnapShot(client.channel, &picture, kNumbered | 7 << 16), Status_Failed) << "waiting";
+}
+
+// Colour in pairs, and one picture: each byte tells its place.
+class PairsDecoder final : public DecoderContext {
+public:
+    int32_t DecodeVideo(DecodedFrame* out, uint32_t* got, const EncodedUnit*) override {
+        for (uint8_t i = 0; i < 16 * 12; ++i)
+            m_pixels[i] = i;
+        *got = 1;
+        *out = DecodedFrame{{m_pixels, m_pixels + 16 * 8, nullptr}, {16, 16, 0}, 16, 8, nullptr, nullptr, nullptr, {}};
+        return 0;
+    }
+    int32_t DecodeAudio(uint8_t*, uint32_t*, const EncodedUnit*) override { return -1; }
+    void Destroy() override { delete this; }
+    int32_t ShareFrame(DecodedFrame*, int32_t) override { return -1; }
+
+private:
+    uint8_t m_pixels[16 * 12];
+};
+
+// What no stream of a live channel brings: pictures of two planes, and placeholders.
+TEST(Stills, PairsAndPlaceholders) {
+    SharedMutex lock;
+    VideoDecoderHolder decoder;
+    CRenderMgr render(nullptr, 0, 0);
+    StillRoad road(nullptr, lock, decoder, render);
+    DecoderFactories factories;
+    factories.GetDecoderIsolated_QuickSync = []() -> DecoderContext* { return new PairsDecoder; };
+    decoder.SetFactories(factories);
+    decoder.SetH264Kind(3);
+    render.Stop(true);    // waiting for a picture: no logo
+    uint32_t got = 0;
+    ASSERT_EQ(decoder.Decode(test::MakeFrame(CORVANE_STREAM_H264, {1, 2, 3}, true, 0, 8, 4), &got), 0);
+    const DisplayArea area{0, 0, {{0, 0, 16, 8}}, {}, 0, 0, {{6, 2, 14, 6}}, {}, 1, 0};
+    ASSERT_EQ(render.SetDisplayArea(area, 31), Status::Ok);
+    PictureBuffer picture{};
+    ASSERT_EQ(road.Snapshot(18, true, picture), Status::Ok);
+    std::vector<uint8_t> wanted;
+    for (const int row : {2, 3, 4, 5, 9, 10})
+        for (int column = 6; column < 14; ++column)
+            wanted.push_back(static_cast<uint8_t>(16 * row + column));
+    EXPECT_EQ(std::vector<uint8_t>(picture.data, picture.data + picture.size), wanted);
+    Corvane_FreePicture(&picture);
+
+    ASSERT_EQ(decoder.Decode(test::MakeFrame(CORVANE_STREAM_PLACEHOLDER, {}, true, 0), &got), 0);
+    const Canvas canvas(8, 8);
+    DisplayFrameInfo info{};
+    info.flags = 2;
+    EXPECT_EQ(road.Display(canvas.context, false, info), Status::Ok);
+    EXPECT_EQ(info.flags, 0x82u);
 }
 
 // Time stands still: what sleeps until a later time sleeps until it is woken.
@@ -360,6 +412,7 @@ TEST(Stills, BesideTheStream) {
     for (size_t i = 0; i < stream.size(); ++i)
         ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, stream[i].bytes, true, static_cast<int64_t>(i) * 20), Status_Ok);
     EXPECT_TRUE(client.WaitForStamp(59));
+    EXPECT_EQ(client.Stamps().size(), 60u);
     EXPECT_TRUE(Eventually([&] { return taken > 30; }));
     ending = true;
     setter.join();

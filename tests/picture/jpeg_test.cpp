@@ -1,22 +1,28 @@
 #include <gtest/gtest.h>
+#include <jpeglib.h>
 #include <stdio.h>
 
-#include <jpeglib.h>
-
+#include <algorithm>
 #include <cmath>
 #include <csetjmp>
 #include <memory>
+#include <numeric>
 #include <random>
+#include <string>
+#include <thread>
+#include <tuple>
 #include <vector>
 
 #include "picture/JpegEncoder.h"
 #include "picture/JpegTables.h"
+#include "support/BareDecoder.h"
 #include "support/GuardedBytes.h"
 
 namespace corvane {
 namespace {
 
-// Planes that end in front of memory that cannot be read, so that nothing outside the encoded pixels may be touched there.
+// Planes that end in front of memory that cannot be read, so that nothing outside the encoded pixels may be touched
+// there.
 struct Source {
     Source(uint32_t width, uint32_t height, uint32_t padding, bool is422, uint32_t seed) {
         std::mt19937 random(seed);
@@ -62,7 +68,8 @@ struct Encoded {
     bool operator==(const Encoded&) const = default;
 };
 
-Encoded Encode(const JPEGEncOptions& options, uint32_t room, uint32_t frames, uint32_t commentSize, bool plain) {
+Encoded Encode(const JPEGEncOptions& options, uint32_t room, uint32_t frames, uint32_t commentSize, bool plain,
+               const std::vector<JPEGEncRequest>& requests = {}) {
     Encoded run;
     const test::GuardedBytes out(std::vector<uint8_t>(room, 0xA5).data(), room);
     auto encoder = JpegEncoder::Create(options);
@@ -72,6 +79,8 @@ Encoded Encode(const JPEGEncOptions& options, uint32_t room, uint32_t frames, ui
         encoder->UsePlainForms();
     const JPEGEncRequest output{JPEGENC_OUTPUT, 0, reinterpret_cast<uint64_t>(out.Data()), room, 0};
     EXPECT_TRUE(Ok(encoder->SetOptions(output)));
+    for (const JPEGEncRequest& request : requests)
+        EXPECT_EQ(Ok(encoder->SetOptions(request)), request.reserved4 == 0) << request.Code;
     for (uint32_t i = 0; i < frames; ++i) {
         JPEGEncFrame frame{commentSize, 77};
         const bool done = Ok(encoder->OneFrame(frame));
@@ -82,21 +91,31 @@ Encoded Encode(const JPEGEncOptions& options, uint32_t room, uint32_t frames, ui
     return run;
 }
 
+struct Plane {
+    const uint8_t* samples;
+    size_t step;
+};
+
+// A stream as a decoder sees it, with planes that live as long as this does. No planes when it complains.
+struct Decoded {
+    uint32_t width = 0, height = 0;
+    std::vector<std::vector<uint8_t>> memory;
+    test::BarePicture picture;
+    std::vector<Plane> planes;
+};
+
 struct Failure {
     jpeg_error_mgr manager;
     std::jmp_buf jump;
 };
 
-// The planes of a stream as an independent decoder sees them, each in whole blocks; empty when it complains.
-std::vector<std::vector<uint8_t>> Decode(const uint8_t* bytes, size_t size, uint32_t& width, uint32_t& height) {
+Decoded ByLibjpeg(const uint8_t* bytes, size_t size) {
     jpeg_decompress_struct info;
     Failure failure;
     info.err = jpeg_std_error(&failure.manager);
-    failure.manager.error_exit = [](j_common_ptr any) {
-        std::longjmp(reinterpret_cast<Failure*>(any->err)->jump, 1);
-    };
+    failure.manager.error_exit = [](j_common_ptr any) { std::longjmp(reinterpret_cast<Failure*>(any->err)->jump, 1); };
     failure.manager.output_message = [](j_common_ptr) {};
-    std::vector<std::vector<uint8_t>> planes;
+    Decoded decoded;
     jpeg_create_decompress(&info);
     if (setjmp(failure.jump) != 0) {
         jpeg_destroy_decompress(&info);
@@ -107,56 +126,99 @@ std::vector<std::vector<uint8_t>> Decode(const uint8_t* bytes, size_t size, uint
     info.raw_data_out = TRUE;
     info.dct_method = JDCT_ISLOW;
     jpeg_start_decompress(&info);
-    width = info.output_width;
-    height = info.output_height;
+    decoded.width = info.output_width;
+    decoded.height = info.output_height;
     const auto rowsAtOnce = static_cast<uint32_t>(info.max_v_samp_factor * 8);
-    planes.resize(static_cast<size_t>(info.num_components));
-    std::vector<uint32_t> steps;
-    for (int c = 0; c < info.num_components; ++c) {
-        steps.push_back((info.comp_info[c].width_in_blocks + 4) * 8);
-        planes[static_cast<size_t>(c)].resize(size_t{steps.back()} * (height / rowsAtOnce + 2) * rowsAtOnce);
+    const auto components = static_cast<size_t>(info.num_components);
+    for (size_t c = 0; c < components; ++c) {
+        const size_t step = (info.comp_info[c].width_in_blocks + 4) * 8;
+        decoded.memory.emplace_back(step * (decoded.height / rowsAtOnce + 2) * rowsAtOnce);
+        decoded.planes.push_back({decoded.memory.back().data(), step});
     }
     while (info.output_scanline < info.output_height) {
         JSAMPROW rows[3][32];
         JSAMPARRAY all[3] = {rows[0], rows[1], rows[2]};
-        for (int c = 0; c < info.num_components; ++c) {
+        for (size_t c = 0; c < components; ++c) {
             const auto v = static_cast<uint32_t>(info.comp_info[c].v_samp_factor);
             const uint32_t first = info.output_scanline / static_cast<uint32_t>(info.max_v_samp_factor) * v;
             for (uint32_t r = 0; r < v * 8; ++r)
-                rows[c][r] = planes[static_cast<size_t>(c)].data() + size_t{first + r} * steps[static_cast<size_t>(c)];
+                rows[c][r] = decoded.memory[c].data() + (first + r) * decoded.planes[c].step;
         }
         jpeg_read_raw_data(&info, all, rowsAtOnce);
     }
-    const long warnings = info.err->num_warnings;
+    if (info.err->num_warnings != 0)
+        decoded.planes.clear();
     jpeg_finish_decompress(&info);
-    for (size_t c = 0; c < planes.size(); ++c)    // the step goes in front
-        for (int byte = 0; byte < 4; ++byte)
-            planes[c].push_back(static_cast<uint8_t>(steps[c] >> (8 * byte)));
     jpeg_destroy_decompress(&info);
-    return warnings == 0 ? planes : std::vector<std::vector<uint8_t>>{};
+    return decoded;
 }
 
-uint32_t StepOf(const std::vector<uint8_t>& plane) {
-    const uint8_t* at = plane.data() + plane.size() - 4;
-    return at[0] | uint32_t{at[1]} << 8 | uint32_t{at[2]} << 16 | uint32_t{at[3]} << 24;
+Decoded ByLibavcodec(const uint8_t* bytes, size_t size) {
+    auto pictures = test::BareDecode(CORVANE_STREAM_JPEG, {{{bytes, bytes + size}, true, 0, 0}});
+    Decoded decoded;
+    if (pictures.size() != 1 || pictures[0]->decode_error_flags != 0)
+        return decoded;
+    decoded.picture = std::move(pictures[0]);
+    decoded.width = static_cast<uint32_t>(decoded.picture->width);
+    decoded.height = static_cast<uint32_t>(decoded.picture->height);
+    for (size_t c = 0; c < (decoded.picture->format == AV_PIX_FMT_GRAY8 ? 1 : 3); ++c)
+        decoded.planes.push_back({decoded.picture->data[c], static_cast<size_t>(decoded.picture->linesize[c])});
+    return decoded;
 }
 
-// No sample is further off than all coefficients together can be, and none in the mean than a coefficient's half.
-void ExpectNear(const std::vector<uint8_t>& plane, const uint8_t* source, uint32_t step, uint32_t width, uint32_t height,
-                double meanLimit, const std::string& what) {
-    const uint32_t decodedStep = StepOf(plane);
-    double sum = 0;
-    for (uint32_t y = 0; y < height; ++y)
-        for (uint32_t x = 0; x < width; ++x) {
-            const double d = plane[size_t{y} * decodedStep + x] - source[size_t{y} * step + x];
-            sum += d * d;
+// No block is further off than its coefficients are. The transform keeps the sum of squares, so what 64 coefficients
+// lose is what their samples lose: half a divisor each, a 64th of one for its reciprocal (off by less than 1 in 65536 /
+// divisor, times 1024), 0.77 for the forward transform's roundings and constants; and each sample half a level for
+// its own rounding, and half a level for what the decoder's integers lose on the way. Clamping only brings samples
+// nearer. `divisors`: as the stream states them, in any order.
+void ExpectNear(const Plane& decoded, const Plane& source, uint32_t width, uint32_t height, const uint8_t* divisors,
+                const std::string& what) {
+    double squares = 0;
+    for (int i = 0; i < 64; ++i)
+        squares += std::pow(divisors[i] / 2.0 + divisors[i] / 64.0 + 0.77, 2);
+    const double limit = std::pow(std::sqrt(squares) + 8, 2);
+    double worst = 0;
+    for (uint32_t top = 0; top < height; top += 8)
+        for (uint32_t left = 0; left < width; left += 8) {
+            double sum = 0;
+            for (uint32_t y = top; y < std::min(top + 8, height); ++y)
+                for (uint32_t x = left; x < std::min(left + 8, width); ++x)
+                    sum += std::pow(decoded.samples[y * decoded.step + x] - source.samples[y * source.step + x], 2);
+            worst = std::max(worst, sum);
         }
-    EXPECT_LE(std::sqrt(sum / (double{1} * width * height)), meanLimit) << what;
+    EXPECT_LE(worst, limit) << what;
+}
+
+// Both decoders (libjpeg only up to its widest picture) see the picture that the options point to.
+void ExpectDecodes(const Encoded& encoded, const JPEGEncOptions& options, const std::string& what) {
+    const uint8_t* bytes = encoded.bytes.data();
+    for (const uint32_t size : encoded.sizes) {
+        constexpr uint8_t kTables[] = {0xFF, 0xDB};
+        const uint8_t* const tables = std::search(bytes, bytes + size, kTables, std::end(kTables)) + 5;
+        for (const auto& [decode, name, widest] :
+             {std::tuple(&ByLibjpeg, "libjpeg", 65500u), {&ByLibavcodec, "libavcodec", 65535u}}) {
+            const std::string by = what + ", " + name;
+            const Decoded decoded = decode(bytes, size);
+            if (options.EncodingWidth > widest)
+                continue;
+            ASSERT_EQ(decoded.planes.size(), options.Colour == 1 ? 3u : 1u) << by;
+            ASSERT_TRUE(decoded.width == options.EncodingWidth && decoded.height == options.EncodingHeight) << by;
+            const void* const from[3] = {options.PlaneY, options.PlaneU, options.PlaneV};
+            for (size_t c = 0; c < decoded.planes.size(); ++c) {
+                const uint32_t across = c == 0 ? 1 : 2, down = c == 0 || options.Subsampling == 2 ? 1 : 2;
+                const Plane source{static_cast<const uint8_t*>(from[c]), (options.InputWidth + across - 1) / across};
+                ExpectNear(decoded.planes[c], source, (decoded.width + across - 1) / across,
+                           (decoded.height + down - 1) / down, tables + (c == 0 ? 0 : 65), by);
+            }
+        }
+        bytes += size;
+    }
 }
 
 TEST(Jpeg, FastFormsEqualPlainFormsAndDecode) {
     std::mt19937 random(5);
-    constexpr std::pair<uint32_t, uint32_t> kSizes[] = {{1, 1}, {17, 9}, {16, 16}, {33, 47}, {100, 8}, {129, 65}, {400, 31}};
+    constexpr std::pair<uint32_t, uint32_t> kSizes[] = {{1, 1},   {17, 9},   {16, 16}, {33, 47},
+                                                        {100, 8}, {129, 65}, {400, 31}};
     for (uint32_t set = 0; set < 20; ++set) {
         const uint32_t words[8] = {static_cast<uint32_t>(random()), static_cast<uint32_t>(random()),
                                    static_cast<uint32_t>(random()), static_cast<uint32_t>(random())};
@@ -188,37 +250,22 @@ TEST(Jpeg, FastFormsEqualPlainFormsAndDecode) {
                                 Encode(options, small, 3, words[3] % 10, true))
                         << what << ", " << small << " bytes";
                 }
-                size_t at = 0;
-                for (const uint32_t size : fast.sizes) {
-                    uint32_t decodedWidth = 0, decodedHeight = 0;
-                    const auto planes = Decode(fast.bytes.data() + at, size, decodedWidth, decodedHeight);
-                    at += size;
-                    ASSERT_EQ(planes.size(), options.Colour == 1 ? 3u : 1u) << what;
-                    ASSERT_TRUE(decodedWidth == width && decodedHeight == height) << what;
-                    // Half of the largest divisor in every coefficient, and a level for arithmetic.
-                    const double limit = std::min(127.0, 121.0 * options.Quality / 100 + 1) + 1.5;
-                    for (size_t c = 0; c < planes.size(); ++c)
-                        ExpectNear(planes[c], source.planes[c]->Data(),
-                                   c == 0 ? width + padding : (width + padding + 1) / 2, c == 0 ? width : (width + 1) / 2,
-                                   c == 0 || is422 ? height : (height + 1) / 2, limit, what);
-                }
+                ASSERT_NO_FATAL_FAILURE(ExpectDecodes(fast, options, what));
             }
     }
 }
 
 TEST(Jpeg, LongestRowAndEmptyPicture) {
     const Source source(65535, 3, 0, false, 1);
-    for (const uint32_t height : {3u, 0u}) {
+    for (const auto& [width, height] : {std::pair(65535u, 3u), {65500u, 3u}, {65535u, 0u}}) {
         JPEGEncOptions options = Options(65535, height, 0, source);
+        options.EncodingWidth = width;
         options.Interleaved = height != 0;
-        const Encoded wide = Encode(options, 1 << 20, 1, 0, false);
-        ASSERT_EQ(wide.sizes[0] != 0, true);
-        EXPECT_TRUE(wide == Encode(options, 1 << 20, 1, 0, true));
-        uint32_t width = 0, rows = 0;
-        options.EncodingWidth = 65500;    // as far as this decoder goes
-        const Encoded decoded = Encode(options, 1 << 20, 1, 0, false);
+        const Encoded encoded = Encode(options, 1 << 20, 1, 0, false);
+        ASSERT_NE(encoded.sizes[0], 0u);
+        EXPECT_TRUE(encoded == Encode(options, 1 << 20, 1, 0, true));
         if (height != 0)
-            EXPECT_TRUE(Decode(decoded.bytes.data(), decoded.sizes[0], width, rows).size() == 3 && width == 65500);
+            ExpectDecodes(encoded, options, std::to_string(width) + " wide");
     }
 }
 
@@ -231,8 +278,8 @@ TEST(Jpeg, SegmentsAndRestarts) {
     options.ModeTag = 2;
     options.Comment = "abc";
     const Encoded e = Encode(options, 1 << 16, 1, 3, false);
-    const std::vector<uint8_t> start = {0xFF, 0xD8, 0xFF, 0xE2, 0,  15, 'F', 'L', '_', 'P', 'G', ' ', 'M', 'o', 'd', 'e',
-                                        'a',  'b',  'c',  0xFF, 0xDB, 0, 132, 0,   16,  11,  12,  14,  12,  10};
+    const std::vector<uint8_t> start = {0xFF, 0xD8, 0xFF, 0xE2, 0,    15,   'F', 'L', '_', 'P', 'G', ' ', 'M', 'o', 'd',
+                                        'e',  'a',  'b',  'c',  0xFF, 0xDB, 0,   132, 0,   16,  11,  12,  14,  12,  10};
     EXPECT_TRUE(std::equal(start.begin(), start.end(), e.bytes.begin()));
     uint32_t markers = 0;    // 39 blocks of Y make 12, of each chroma plane 14 make 4
     uint8_t expected = 0xD0;
@@ -248,6 +295,144 @@ TEST(Jpeg, SegmentsAndRestarts) {
     EXPECT_EQ(markers, 12u + 4 + 4);
 }
 
+// The tables of the standard are those that libjpeg begins with, whose quality 50 takes them as they are.
+TEST(Jpeg, TablesAndSampling) {
+    jpeg_compress_struct info;
+    jpeg_error_mgr errors;
+    info.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&info);
+    info.in_color_space = JCS_YCbCr;
+    info.input_components = 3;
+    jpeg_set_defaults(&info);
+    jpeg_set_quality(&info, 50, TRUE);
+    const Source source(16, 16, 0, true, 1);
+    for (const uint32_t quality : {1u, 50u, 255u})
+        for (const auto& [colour, subsampling, frame] : {std::tuple(1u, 1u, "\3\1\x22\0\2\x11\1\3\x11\1"),
+                                                         {1u, 2u, "\3\1\x21\0\2\x11\1\3\x11\1"},
+                                                         {0u, 1u, "\1\1\x22\0"},
+                                                         {0u, 2u, "\1\1\x21\0"}}) {
+            std::string wanted("\xFF\xDB\0", 3);
+            const size_t sets = colour == 1 ? 2 : 1;
+            wanted += static_cast<char>(sets * 65 + 2);
+            for (size_t set = 0; set < sets; ++set) {
+                wanted += static_cast<char>(set);
+                for (const uint8_t at : kernels::kZigzag)
+                    wanted += static_cast<char>(
+                        std::clamp((info.quant_tbl_ptrs[set]->quantval[at] * quality + 25) / 50, 2u, 255u));
+            }
+            wanted += std::string("\xFF\xC4", 2) + static_cast<char>(sets - 1) + static_cast<char>(sets * 208 + 2);
+            for (const auto& [tables, symbols, kind] :
+                 {std::tuple(info.dc_huff_tbl_ptrs, 12, 0), {info.ac_huff_tbl_ptrs, 162, 16}})
+                for (size_t set = 0; set < sets; ++set) {
+                    wanted += static_cast<char>(kind + static_cast<int>(set));
+                    wanted.append(tables[set]->bits + 1, tables[set]->bits + 17);
+                    wanted.append(tables[set]->huffval, tables[set]->huffval + symbols);
+                }
+            wanted += std::string("\xFF\xC0\0", 3) + static_cast<char>(5 + 6 * sets) +
+                      std::string("\x08\0\x10\0\x10", 5) + std::string(frame, colour == 1 ? 10 : 4);
+            JPEGEncOptions options = Options(16, 16, 0, source);
+            options.QuantTable = 1;
+            options.Quality = quality;
+            options.Colour = colour;
+            options.Subsampling = subsampling;
+            const Encoded e = Encode(options, 1 << 16, 1, 0, false);
+            EXPECT_EQ(std::string(e.bytes.begin() + 2, e.bytes.begin() + 2 + static_cast<ptrdiff_t>(wanted.size())),
+                      wanted)
+                << quality << " " << colour << " " << subsampling;
+        }
+    jpeg_destroy_compress(&info);
+}
+
+// What a request changes is what an encoder made that way has; what is refused (1 in the reserved word) changes
+// nothing.
+TEST(Jpeg, Requests) {
+    const Source source(60, 40, 4, true, 1);
+    const auto address = [](const void* plane, size_t further = 0) {
+        return reinterpret_cast<uint64_t>(static_cast<const uint8_t*>(plane) + further);
+    };
+    JPEGEncOptions small = Options(60, 40, 4, source);    // within rows of 64 bytes
+    small.EncodingWidth = 40, small.EncodingHeight = 24, small.HorzOffset = 6, small.VertOffset = 10;
+    small.Comment = "abc";
+    // Offsets by hand.
+    static constexpr auto begin = [](JPEGEncOptions& o, size_t luma, size_t chroma, size_t second) {
+        o.HorzOffset = o.VertOffset = 0;
+        o.PlaneY = static_cast<const uint8_t*>(o.PlaneY) + luma;
+        o.PlaneU = static_cast<const uint8_t*>(o.PlaneU) + chroma;
+        o.PlaneV = static_cast<const uint8_t*>(o.PlaneV) + second;
+    };
+    const JPEGEncRequest to422{8, 0, 2, 0, 0}, sizeAgain{14, 0, 40, 24, 0}, tiny{14, 0, 1, 1, 0};
+    const JPEGEncRequest planesAgain{2, 0, address(small.PlaneY), address(small.PlaneU), address(small.PlaneV)};
+    const struct {
+        const char* what;
+        std::vector<JPEGEncRequest> requests;
+        void (*change)(JPEGEncOptions&) = [](JPEGEncOptions&) {};
+    } cases[] = {
+        {"size", {{14, 0, 33, 21, 0}}, [](JPEGEncOptions& o) { o.EncodingWidth = 33, o.EncodingHeight = 21; }},
+        {"quality", {{7, 0, 20, 0, 0}}, [](JPEGEncOptions& o) { o.Quality = 20; }},
+        {"table", {{39, 0, 2, 0, 0}}, [](JPEGEncOptions& o) { o.QuantTable = 2; }},
+        {"grey", {{10, 0, 0, 0, 0}}, [](JPEGEncOptions& o) { o.Colour = 0; }},
+        {"tag", {{36, 0, 4, 0, 0}}, [](JPEGEncOptions& o) { o.ModeTag = 4; }},
+        {"comment", {{5, 0, address("XYZ"), 0, 0}}, [](JPEGEncOptions& o) { o.Comment = "XYZ"; }},
+        {"no offsets", {{30, 0, 0, 0, 0}}, [](JPEGEncOptions& o) { o.HorzOffset = o.VertOffset = 0; }},
+        {"odd offsets", {{30, 0, 13, 7, 0}}, [](JPEGEncOptions& o) { begin(o, 7 * 64 + 13, 3 * 32 + 6, 3 * 32 + 6); }},
+        {"4:2:2",
+         {to422, planesAgain, sizeAgain},
+         [](JPEGEncOptions& o) { begin(o, 10 * 64 + 6, 10 * 32 + 3, 10 * 32 + 3), o.Subsampling = 2; }},
+        {"odd offsets in 4:2:2",
+         {to422, planesAgain, {30, 0, 3, 15, 0}, sizeAgain},
+         [](JPEGEncOptions& o) { begin(o, 15 * 64 + 3, 15 * 32 + 1, 15 * 32 + 1), o.Subsampling = 2; }},
+        {"odd offsets in 4:2:2, planes as they were",
+         {to422, {30, 0, 13, 7, 0}, sizeAgain},
+         [](JPEGEncOptions& o) { begin(o, 7 * 64 + 13, 7 * 32 + 6, 7 * 32 + 6), o.Subsampling = 2; }},
+        {"input, odd rows, and planes",
+         {{21, 0, 51, 36, 0}, {2, 0, address(small.PlaneY, 3), address(small.PlaneU), address(small.PlaneV, 1)}},
+         [](JPEGEncOptions& o) { begin(o, 10 * 51 + 6 + 3, 5 * 25 + 3, 5 * 25 + 3 + 1), o.InputWidth = 51; }},
+        {"input just large enough", {{21, 0, 40, 24, 0}, {21, 0, 64, 40, 0}}},
+        {"input narrower than the picture", {{21, 1, 39, 40, 0}}},
+        {"input lower than the picture", {{21, 1, 64, 23, 0}}},
+        {"input narrower than its offset", {tiny, {21, 0, 6, 40, 0}, {21, 1, 5, 40, 0}, {21, 0, 64, 40, 0}, sizeAgain}},
+        {"input lower than its offset", {tiny, {21, 0, 64, 10, 0}, {21, 1, 64, 9, 0}, sizeAgain}},
+        {"input of 2^32 bytes", {{21, 1, 65536, 65536, 0}}},
+        {"offset of 2^32 bytes", {{30, 1, 0, 1 << 26, 0}}},
+        {"other limits", {{36, 1, 5, 0, 0}, {7, 1, 35495598, 0, 0}, {14, 1, 40, 65536, 0}, {14, 1, 65536, 24, 0}}},
+        {"unknown codes", {{0, 1, 1, 1, 1}, {6, 1, 1, 1, 1}, {40, 1, 1, 1, 1}}},
+    };
+    for (const auto& c : cases) {
+        JPEGEncOptions wanted = small;
+        c.change(wanted);
+        EXPECT_TRUE(Encode(small, 1 << 14, 1, 3, false, c.requests) == Encode(wanted, 1 << 14, 1, 3, false)) << c.what;
+    }
+}
+
+// The place of equal counts is part of the stream's format: each of these orders is what that one way of sorting gives.
+TEST(Jpeg, SymbolsAreSortedByCount) {
+    const struct {
+        uint8_t counts[jpeg::kDcSymbols];
+        std::array<uint8_t, jpeg::kDcSymbols> list;
+    } cases[] = {{{}, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0}},
+                 {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}, {11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0}},
+                 {{3, 9, 9, 1, 0, 0, 5, 9, 3, 0, 1, 7}, {1, 2, 7, 11, 6, 8, 0, 10, 3, 4, 9, 5}}};
+    jpeg::HuffmanSet set;
+    for (const auto& c : cases) {
+        set.ClearCounts();
+        for (uint8_t symbol = 0; symbol < jpeg::kDcSymbols; ++symbol)
+            for (uint8_t i = 0; i < c.counts[symbol]; ++i)
+                set.CountDc(symbol);
+        set.CountAc(15, 10);
+        set.CountEndOfBlock();
+        set.CountEndOfBlock();
+        for (int i = 0; i < 3; ++i)
+            set.CountSixteenZeros();
+        set.SortByCounts();
+        EXPECT_EQ(set.DcList(), c.list);
+        EXPECT_EQ(set.DcCode(c.list[0]), 2u) << "two bits, 00";
+        EXPECT_EQ(set.AcList()[0], 0xF0);
+        EXPECT_EQ(set.AcList()[1], 0x00);
+        EXPECT_EQ(set.AcList()[2], 0xFA);
+        EXPECT_EQ(set.AcCode(0xFA), 0x0403u) << "three bits, 100";
+    }
+}
+
 TEST(Jpeg, Refusals) {
     const Source source(16, 16, 0, false, 1);
     const std::pair<const char*, void (*)(JPEGEncOptions&)> cases[] = {
@@ -260,45 +445,74 @@ TEST(Jpeg, Refusals) {
         {"range down, beyond 32 bits", [](JPEGEncOptions& o) { o.VertOffset = UINT32_MAX; }},
         {"packer", [](JPEGEncOptions& o) { o.PackerMode = 7; }},
     };
+    std::string told;
     for (const auto& [what, change] : cases) {
         JPEGEncOptions options = Options(16, 16, 0, source);
         change(options);
+        testing::internal::CaptureStderr();
         EXPECT_EQ(JpegEncoder::Create(options), nullptr) << what;
+        told += testing::internal::GetCapturedStderr();
     }
+    EXPECT_EQ(told,
+              "Error: Encoding range (EncodingWidth+HorzOffset) exceeds the input width !!\n"
+              "Error: Encoding range (EncodingHeight+VertOffset) exceeds the input height !!\n");
     JPEGEncOptions options = Options(16, 16, 0, source);
     EXPECT_EQ(JPEGEnc_QueryMemSize(&options), 3498u + 195);
     EXPECT_EQ(Encode(options, 4096, 1, 1, false).sizes[0], 0u) << "no comment bytes";
+    const std::string comment(65524, 'c');
+    options.Comment = comment.data();
+    options.ModeTag = 1;    // with which the segment is full
+    EXPECT_NE(Encode(options, 1 << 17, 1, 65523, false).sizes[0], 0u);
+    EXPECT_EQ(Encode(options, 1 << 17, 1, 65524, false).sizes[0], 0u);
     options.PlaneV = nullptr;
     EXPECT_EQ(Encode(options, 4096, 1, 0, false).sizes[0], 0u) << "no plane";
 }
 
-// In the client's memory at an odd address; pictures go through a pool, whole ones only, and come back after a failure.
-TEST(Jpeg, PoolInForeignMemory) {
+// In the client's memory at an odd address: a writer that waits in its callback for a reader that takes what comes, is
+// told to quit while nobody reads, and goes on after a flush.
+TEST(Jpeg, PoolWithAReader) {
     const Source source(64, 48, 0, false, 1);
     JPEGEncOptions options = Options(64, 48, 0, source);
-    const Encoded wanted = Encode(options, 1 << 15, 1, 0, false);
+    const Encoded wanted = Encode(options, 1 << 20, 100, 0, false);
+    const uint32_t total = std::accumulate(wanted.sizes.begin(), wanted.sizes.end(), 0u);
     options.PackerMode = 2;
-    options.PoolSize = 8192;
-    options.RetryLimit = 1;
-    const uint32_t bytes = JPEGEnc_QueryMemSize(&options);
-    const test::GuardedBytes memory(std::vector<uint8_t>(bytes + 1, 0xEE).data(), bytes);
+    options.PoolSize = 4096;
+    options.RetryLimit = UINT32_MAX;
+    options.FullCallback = [](uint32_t) {
+        std::this_thread::yield();
+        return 0u;
+    };
+    const uint32_t size = JPEGEnc_QueryMemSize(&options);
+    const test::GuardedBytes memory(std::vector<uint8_t>(size, 0xEE).data(), size);
     options.Memory = memory.Data();
     void* encoder = nullptr;
     ASSERT_EQ(JPEGEnc_Initial(&encoder, &options), 0u);
-    std::vector<uint8_t> taken(wanted.sizes[0]);
-    for (int picture = 0; picture < 20; ++picture) {
-        JPEGEncFrame frame{0, 0};
-        if (picture == 10) {
-            JPEGEnc_Quit(encoder);
-            ASSERT_EQ(JPEGEnc_OneFrame(encoder, &frame), JPEGENC_FAILED);
-            const JPEGEncRequest flush{JPEGENC_FLUSH, 0, 0, 0, 0};
-            ASSERT_EQ(JPEGEnc_SetOptions(encoder, &flush), 0u);
-        }
-        ASSERT_EQ(JPEGEnc_OneFrame(encoder, &frame), 0u) << picture;
-        ASSERT_EQ(JPEGEnc_QueryFilledBufferSpace(encoder), wanted.sizes[0]);
-        ASSERT_EQ(JPEGEnc_TakeData(encoder, taken.data(), frame.EncodedBytes), 0u);
-        ASSERT_TRUE(std::equal(taken.begin(), taken.end(), wanted.bytes.begin())) << picture;
-    }
+    std::thread writer([&] {
+        for (JPEGEncFrame frame{0, 0}; JPEGEnc_OneFrame(encoder, &frame) == 0;)
+            EXPECT_EQ(frame.EncodedBytes, wanted.sizes[0]);
+    });
+    std::vector<uint8_t> taken;
+    const auto take = [&](size_t most) {
+        uint8_t bytes[512];
+        const auto count = static_cast<uint32_t>(
+            std::min<size_t>({JPEGEnc_QueryFilledBufferSpace(encoder), 1 + taken.size() % 512, most - taken.size()}));
+        EXPECT_EQ(JPEGEnc_TakeData(encoder, bytes, count), 0u);
+        taken.insert(taken.end(), bytes, bytes + count);
+        if (count == 0)
+            std::this_thread::yield();
+    };
+    while (taken.size() < total)
+        take(total);
+    EXPECT_TRUE(std::equal(taken.begin(), taken.end(), wanted.bytes.begin()));
+    JPEGEnc_Quit(encoder);
+    writer.join();
+    const JPEGEncRequest flush{JPEGENC_FLUSH, 0, 0, 0, 0};
+    EXPECT_EQ(JPEGEnc_SetOptions(encoder, &flush), 0u);
+    JPEGEncFrame frame{0, 0};
+    ASSERT_EQ(JPEGEnc_OneFrame(encoder, &frame), 0u);
+    for (taken.clear(); taken.size() < wanted.sizes[0];)
+        take(wanted.sizes[0]);
+    EXPECT_TRUE(std::equal(taken.begin(), taken.end(), wanted.bytes.begin()));
     EXPECT_EQ(JPEGEnc_Release(&encoder), 0u);
 }
 

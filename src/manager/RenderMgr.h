@@ -157,6 +157,7 @@ private:
     void SendFallbackEvent();
 
     void OnWindowChange() noexcept override { RequestRedraw(); }
+    void OnSinkReady() noexcept override;
     void SetLogo(BitmapPtr logo);
 
     void RenderLoop();

@@ -159,30 +159,39 @@ TEST_P(SinkConformance, PixelsPutArePixelsRead) {
 
 TEST_P(SinkConformance, BusyUntilTheServerHasReadAndThenTold) {
     struct Counter final : WindowWatch::Listener {
-        void OnWindowChange() noexcept override { ++calls; }
-        std::atomic<int> calls{0};
+        void OnWindowChange() noexcept override { ++changes; }
+        void OnSinkReady() noexcept override { ++ready; }
+        std::atomic<int> changes{0}, ready{0};
     } counter;
-    ASSERT_TRUE(Becomes(State::Ready));
-    Draw(1);
+    const Rect all{0, 0, 640, 480};    // in 24 bits more than a socket holds
+    m_client->Resize(m_window, 640, 480);
+    ASSERT_TRUE(Eventually([&] { return m_sink->Prepare() == State::Ready && m_sink->Size() == Size{640, 480}; }));
     m_watch->AddListener(&counter);
-    m_server->Stop();
-    m_sink->Put(std::array{Rect{0, 0, 100, 80}});
-    EXPECT_EQ(m_sink->Prepare(), m_way == Way::Bands ? State::Ready : State::Busy);
-    const int before = counter.calls;
-    m_server->Continue();
-    if (m_way != Way::Bands)
-        EXPECT_TRUE(Eventually([&] { return counter.calls > before; }));
-    EXPECT_EQ(m_sink->Prepare(), State::Ready);
-    EXPECT_TRUE(Shows({0, 0, 100, 80}));
+    for (uint32_t round = 1; round <= 2; ++round) {
+        Draw(round);
+        m_server->Stop();
+        m_sink->Put(std::array{all});
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(m_sink->Prepare(), State::Busy);
+        const int changes = counter.changes;
+        const int news = changes + counter.ready;
+        m_server->Continue();
+        EXPECT_TRUE(Eventually([&] { return counter.changes + counter.ready > news; }));
+        ASSERT_TRUE(Becomes(State::Ready));
+        EXPECT_TRUE(Shows(all));
+        if (round == 2)    // before, the resizing may be told still
+            EXPECT_EQ(counter.changes, changes) << "nothing of the window is lost";
+    }
     m_watch->RemoveListener(&counter);
-    // Destroyed with a put pending: neither waited for nor harmful.
-    Draw(2);
+    // Destroyed with a put pending: neither waited for nor harmful. What is sent in bands ends where it was.
+    Draw(3);
     m_server->Stop();
-    m_sink->Put(std::array{Rect{0, 0, 100, 80}});
-    std::vector<uint32_t> expected = Expected({0, 0, 100, 80});
+    m_sink->Put(std::array{all});
+    const Rect end{0, m_way == Way::Bands ? 0 : 479, 640, m_way == Way::Bands ? 1 : 480};
+    const std::vector<uint32_t> expected = Expected(end);
     m_sink = nullptr;
     m_server->Continue();
-    EXPECT_TRUE(Eventually([&] { return OnWindow({0, 0, 100, 80}) == expected; }));
+    EXPECT_TRUE(Eventually([&] { return OnWindow(end) == expected; }));
     EXPECT_EQ(Mappings("memfd:corvane") + Mappings("SYSV"), 0u);
 }
 

@@ -351,6 +351,63 @@ TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
     EXPECT_LE(lines, 4) << "one a channel at most";
 }
 
+// While the server stands still, every call and the end of a channel return; when it goes on, the last picture is
+// shown, and text is not asked for once more. The window is larger than what a socket holds.
+TEST_P(WindowLife, ServerStandsStill) {
+    for (const bool bands : {false, true}) {
+        SCOPED_TRACE(bands);
+        test::XServer::Options options;
+        if (bands)
+            options.arguments = {"-extension", "MIT-SHM"};
+        test::XServer server(options);
+        test::XClient client(server.Display());
+        const xcb_window_t window = client.Create({.width = 640, .height = 480});
+        const auto shows = [&](uint8_t grey) {
+            return Eventually([&] { return (client.Read(window, {600, 400, 601, 401})[0] & 0xFFFFFF) == Grey(grey); });
+        };
+        Text text;
+        auto manager = std::make_unique<CRenderMgr>(&text, window, GetParam());
+        manager->SetOsd(&Text::Draw, &text);
+        manager->SetOsdPolicy(2);    // by the frame's second
+        Push(*manager, 100, 1000);
+        ASSERT_TRUE(shows(100));
+        for (int before = -1; before != text.calls; std::this_thread::sleep_for(std::chrono::milliseconds(50)))
+            before = text.calls;    // until what has happened to the window is told
+        const auto inTime = [&](const std::function<void()>& calls) {
+            server.Stop();
+            std::atomic<bool> late{false};
+            test::Gate done;
+            std::thread alarm([&] {
+                late = !done.Wait(std::chrono::seconds(5));
+                server.Continue();
+            });
+            calls();
+            done.Open();
+            alarm.join();
+            return !late;
+        };
+        const int calls = text.calls;
+        EXPECT_TRUE(inTime([&] {
+            for (int i = 1; i <= 3; ++i)
+                Push(*manager, static_cast<uint8_t>(100 + i), 1000 + i);
+        }));
+        EXPECT_TRUE(shows(103));
+        EXPECT_EQ(text.calls, calls);
+        EXPECT_TRUE(inTime([&] {
+            Push(*manager, 110, 2000);
+            Push(*manager, 111, 2001);
+            manager->SetMargin(&Edges::top, 10);
+            EXPECT_EQ(manager->SetLogoBitmap(nullptr), Status::Ok);
+            manager->SetAfterDisplay(nullptr, nullptr);
+            manager->SetWindow(window + 1);
+            Push(*manager, 112, 2002);
+            manager->SetWindow(window);
+            manager->RegisterRawDataCallback(nullptr, nullptr, PF_BGRA32);
+            manager = nullptr;
+        }));
+    }
+}
+
 // A rectangle of the overview lies on the screen: it stays there when a parent takes the window elsewhere.
 TEST_P(WindowLife, ParentMovesUnderAnOverview) {
     const xcb_window_t frame = m_client.Create({.x = 100, .y = 100, .width = 200, .height = 200});

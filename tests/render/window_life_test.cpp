@@ -250,6 +250,27 @@ TEST_P(WindowLife, DraggedToAnotherMonitor) {
     }
 }
 
+// The overview's window goes on while the channel's own is hidden.
+TEST_P(WindowLife, OverviewWindowBesideAHiddenOne) {
+    const xcb_window_t window = Window();
+    const xcb_window_t second = Window(200);
+    CRenderMgr manager(this, window, GetParam());
+    DisplayArea area{};
+    area.overviewIsWindow = area.overviewEnabled = 1;
+    area.overview.window = second;
+    ASSERT_EQ(manager.SetDisplayArea(area, 33), Status::Ok);
+    Push(manager, 100);
+    EXPECT_TRUE(Shows(window, Grey(100)) && Shows(second, Grey(100)));
+    if (GetParam() == 0)
+        GTEST_SKIP() << "the default renderer draws nowhere while its window is hidden";
+    m_client.Unmap(window);
+    for (const uint8_t grey : {110, 120})
+        EXPECT_TRUE(Eventually([&] {
+            Push(manager, grey);
+            return Pixel(second, 40, 40) == Grey(grey);
+        }));
+}
+
 // Whoever put last is seen; both are told of what happens to the window.
 TEST_P(WindowLife, TwoChannelsOnOneWindow) {
     const xcb_window_t window = Window();

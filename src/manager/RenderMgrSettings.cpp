@@ -50,6 +50,12 @@ void CRenderMgr::OnSinkReady() noexcept {
     WakeLocked();
 }
 
+void CRenderMgr::OnSinkRoom() noexcept {
+    MutexLock lock(m_lock);
+    m_sinkRoom = true;
+    m_frameReady.NotifyAll();
+}
+
 void CRenderMgr::SetWindow(uintptr_t window) {
     MutexLock windows(m_windowLock);
     WindowUse next(WindowWatch::Open(window, WindowWatch::Purpose::Draw), this);

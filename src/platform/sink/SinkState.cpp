@@ -77,7 +77,7 @@ void SinkState::AwaitRoom(Connection& connection) {
 void SinkState::OnRoom() {
     MutexLock lock(m_lock);
     if (std::exchange(m_awaitsRoom, false))
-        m_watch->TellSinkReady();
+        m_watch->TellSinkRoom();
 }
 
 // A put ends with its completion, or with the error of its last part: the window was destroyed, or the memory was not

@@ -42,6 +42,7 @@ public:
     bool Fresh() const override { return m_fresh; }
     WindowWatch::Size Size() const override { return m_size; }
     void Put(std::span<const Rect> parts) override;
+    bool Resume() override { return !m_unsent.empty() && SendBands() && std::exchange(m_wanted, false); }
     bool Copy(Raster& out) override;
 
 protected:
@@ -79,6 +80,7 @@ private:
     bool m_complained = false;
     std::vector<Rect> m_parts;
     std::vector<Rect> m_unsent;    // of the last put, where the image is sent in bands
+    bool m_wanted = false;         // Prepare was refused for these
     std::vector<uint8_t> m_band;
 
     Mutex m_imageLock;    // the image's pixels and its being replaced; taken through the base, hence no annotations
@@ -133,7 +135,8 @@ WindowSink::State ServerSink::Prepare() {
     }
     if (m_imageSize != m_facts.size && !MakeImage())
         return Absent();
-    if (!SendBands())
+    m_wanted = !SendBands();
+    if (m_wanted)
         return State::Busy;
     m_size = m_facts.size;
     m_ready = true;

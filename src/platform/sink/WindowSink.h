@@ -6,7 +6,7 @@
 // directly (alpha 0xFF); for 16 and 30 the put converts. Any other visual: the sink stays absent, with one log line.
 //
 // All calls come from the render thread, but Copy, which any thread may make. None waits for the server's answer.
-// Bands that the server does not take within 10 ms are sent by a later Prepare.
+// Bands that the server does not take within 10 ms are sent by Resume, or by a later Prepare.
 #pragma once
 
 #include <cstdint>
@@ -54,6 +54,9 @@ public:
     Writing Write() { return Writing(this); }
     // Shows these parts of the image (clipped to it) on the window. Only after Ready.
     virtual void Put(std::span<const Rect> parts) = 0;
+    // Sends more of the last put, when the watch's listeners were told of room. True once it is all sent, if a Prepare
+    // was refused meanwhile.
+    virtual bool Resume() = 0;
 
     // A copy of the image as it was last written; false when there is none or no memory. Any thread.
     virtual bool Copy(Raster& out) = 0;

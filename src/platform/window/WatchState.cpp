@@ -27,10 +27,12 @@ void WatchState::OnTurn(Connection& connection) {
         const uint32_t none = XCB_BACK_PIXMAP_NONE;
         xcb_change_window_attributes(connection.Xcb(), m_window, XCB_CW_BACK_PIXMAP, &none);
     }
-    const bool sink = std::exchange(m_tellSink, false);
+    if (std::exchange(m_tellRoom, false))
+        m_listeners.Tell(&WindowWatch::Listener::OnSinkRoom);
+    const bool ready = std::exchange(m_tellReady, false);
     if (std::exchange(m_tell, false))
         m_listeners.Tell(&WindowWatch::Listener::OnWindowChange);
-    else if (sink)
+    else if (ready)
         m_listeners.Tell(&WindowWatch::Listener::OnSinkReady);
 }
 

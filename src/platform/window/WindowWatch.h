@@ -40,6 +40,8 @@ public:
     public:
         virtual void OnWindowChange() noexcept = 0;
         virtual void OnSinkReady() noexcept { OnWindowChange(); }
+        // A sink that sends its image in bands may send more.
+        virtual void OnSinkRoom() noexcept {}
 
     protected:
         ~Listener() = default;

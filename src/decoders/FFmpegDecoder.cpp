@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <new>
+#include <utility>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -15,6 +16,7 @@ extern "C" {
 #include "base/Limits.h"
 #include "base/Mutex.h"
 #include "base/Status.h"
+#include "corvane/corvane.h"
 #include "decoders/FFmpegSilence.h"
 #include "decoders/SampleConverter.h"
 
@@ -25,6 +27,8 @@ namespace {
 // Pictures or sound blocks that wait in a decoder. One packet of sound may hold many blocks; what a hostile packet
 // brings beyond this is thrown away.
 constexpr size_t kMaxOutput = 1024;
+
+constexpr size_t kMaxHeaderBytes = 1 << 16;    // of parameter sets that wait for their picture
 
 // Libavcodec asks that codecs are opened and closed one at a time.
 Mutex& CodecMutex() {
@@ -56,9 +60,20 @@ AVCodecID IdOf(FFmpegCodec codec) {
     return AV_CODEC_ID_NONE;
 }
 
-bool IsVideo(FFmpegCodec codec) {
-    return codec == FFmpegCodec::Mjpeg || codec == FFmpegCodec::Mpeg4 || codec == FFmpegCodec::H264 ||
-           codec == FFmpegCodec::Hevc;
+// CORVANE_STREAM_* of a video codec, else 0.
+uint32_t StreamTypeOf(FFmpegCodec codec) {
+    switch (codec) {
+    case FFmpegCodec::Mjpeg:
+        return CORVANE_STREAM_JPEG;
+    case FFmpegCodec::Mpeg4:
+        return CORVANE_STREAM_MPEG4;
+    case FFmpegCodec::H264:
+        return CORVANE_STREAM_H264;
+    case FFmpegCodec::Hevc:
+        return CORVANE_STREAM_H265;
+    default:
+        return 0;
+    }
 }
 
 void FreeContext(AVCodecContext* context) {
@@ -136,7 +151,7 @@ DecoderIsolated_FFmpeg::Frame::~Frame() {
 }
 
 DecoderIsolated_FFmpeg::DecoderIsolated_FFmpeg(AVCodecContext* context, FFmpegCodec codec)
-    : m_codec(codec), m_isVideo(IsVideo(codec)) {
+    : m_codec(codec), m_isVideo(StreamTypeOf(codec) != 0) {
     if (!m_isVideo)
         m_samples = std::make_unique<SampleConverter>();
     m_packet = MustFail() ? nullptr : av_packet_alloc();
@@ -168,7 +183,26 @@ bool DecoderIsolated_FFmpeg::HeadersStand(const EncodedUnit& in) {
 
 int32_t DecoderIsolated_FFmpeg::Feed(const EncodedUnit& in) {
     // A packet without bytes would tell the codec that the stream ends.
-    if (in.data == nullptr || in.size == 0 || in.size > INT_MAX - AV_INPUT_BUFFER_PADDING_SIZE || !HeadersStand(in))
+    if (in.data == nullptr || in.size == 0 || in.size > INT_MAX - kMaxHeaderBytes - AV_INPUT_BUFFER_PADDING_SIZE)
+        return 0;
+    if (HasHeadersOnly(StreamTypeOf(m_codec), in.data, in.size)) {
+        if (m_headers.size() + in.size > kMaxHeaderBytes)
+            m_headers.clear();
+        if (in.size <= kMaxHeaderBytes)
+            m_headers.insert(m_headers.end(), in.data, in.data + in.size);
+        return 0;
+    }
+    if (m_headers.empty())
+        return Send(in);
+    std::vector<uint8_t> whole = std::exchange(m_headers, {});
+    whole.insert(whole.end(), in.data, in.data + in.size);
+    const auto size = static_cast<uint32_t>(whole.size());
+    whole.resize(size + AV_INPUT_BUFFER_PADDING_SIZE);
+    return Send({whole.data(), size, in.type_or_count});
+}
+
+int32_t DecoderIsolated_FFmpeg::Send(const EncodedUnit& in) {
+    if (!HeadersStand(in))
         return 0;
     for (int attempt = 0; attempt < 2; ++attempt) {
         // The packet has no owner for its bytes, so libavcodec copies them: with frame threads it keeps them longer

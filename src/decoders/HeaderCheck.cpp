@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "base/Limits.h"
+#include "corvane/corvane.h"
 #include "frame/BitReader.h"
 
 namespace corvane {
@@ -248,6 +249,26 @@ bool LayerStands(BitReader bits) {
     return SizeStands(width, bits.Bits(13));
 }
 
+enum class UnitKind { Header, Picture, Other };
+
+// By the byte behind a start code.
+UnitKind KindOf(uint32_t streamType, unsigned code) {
+    const auto isWithin = [](unsigned value, unsigned first, unsigned last) { return value >= first && value <= last; };
+    const auto kindOf = [](bool header, bool picture) {
+        return header ? UnitKind::Header : picture ? UnitKind::Picture : UnitKind::Other;
+    };
+    switch (streamType) {
+    case CORVANE_STREAM_MPEG4:
+        return kindOf(isWithin(code, 0x20, 0x2F), code == 0xB6);
+    case CORVANE_STREAM_H264:
+        return kindOf(isWithin(code & 31, 7, 8), isWithin(code & 31, 1, 5));
+    case CORVANE_STREAM_H265:
+        return kindOf(isWithin(code >> 1 & 63, 32, 34), (code >> 1 & 63) < 32);
+    default:
+        return UnitKind::Picture;    // has no such headers
+    }
+}
+
 // What a check says of syntax that ends early.
 template <typename Check>
 bool Guarded(Check check, bool whenShort) {
@@ -314,6 +335,18 @@ bool ParameterSetCheck::H264Stands(const uint8_t* data, uint32_t size) {
             return false;
     }
     return true;
+}
+
+bool HasHeadersOnly(uint32_t streamType, const uint8_t* data, uint32_t size) {
+    bool headers = false;
+    const uint8_t* end = data + size;
+    for (const uint8_t* at = BehindStartCode(data, end); at < end; at = BehindStartCode(at, end)) {
+        const UnitKind kind = KindOf(streamType, *at);
+        if (kind == UnitKind::Picture)
+            return false;
+        headers |= kind == UnitKind::Header;
+    }
+    return headers;
 }
 
 bool HevcHeadersStand(const uint8_t* data, uint32_t size) {

@@ -5,6 +5,7 @@
 
 #include "base/Limits.h"
 #include "decoders/FFmpegDecoder.h"
+#include "decoders/HeaderCheck.h"
 #include "decoders/PlaceholderDecoder.h"
 
 namespace corvane {
@@ -224,21 +225,29 @@ int32_t VideoDecoderHolder::Decode(const FramePtr& frame, uint32_t* got) {
     ChooseDecoder(*frame);
     if (m_decoder == nullptr)
         return -1;
-    m_in_flight.push_back(frame);    // first, since it may raise
-    m_frame = DecodedFrame{};        // the last picture ends with the next call on its decoder
+    // Parameter sets by themselves are no input that a picture answers.
+    const bool awaited = !HasHeadersOnly(frame->Header().streamType, frame->Payload(), frame->PayloadSize());
+    if (awaited)
+        m_in_flight.push_back(frame);    // first, since it may raise
+    m_frame = DecodedFrame{};            // the last picture ends with the next call on its decoder
     DecodedFrame picture{};
     if (CallDecoder(*frame, got, &picture) < 0) {
-        m_in_flight.pop_back();
+        if (awaited)
+            m_in_flight.pop_back();
         *got = 0;
         return FallBack(*frame) ? Decode(frame, got) : -1;    // once: the fall-back is software
     }
     if (*got == 0) {
+        if (!awaited)
+            return 0;
         if (m_last_got != 0 && !m_backward)
             Reset(false);    // it gave pictures and stopped answering: the next key frame brings a new one
         m_last_got = 0;
     } else {
         if (m_last_got != 0)
             m_in_flight.pop_front();    // superseded
+        if (m_in_flight.empty())
+            m_in_flight.push_back(frame);
         m_last_got = *got;
         m_frame = picture;
         ApplyFieldMarks(*m_in_flight.front());

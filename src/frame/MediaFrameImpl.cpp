@@ -122,7 +122,7 @@ FrameTimeRecord BaseTimeOf(const MediaFrameHeader& record) {
     FrameTimeRecord time;
     time.seconds = record.streamSeconds;
     time.milliseconds = record.timeMilliseconds;
-    time.timeZone = static_cast<uint16_t>(48 - record.timeZoneSeconds / 900);
+    time.timeZone = TimeZoneCode(record);
     time.daylight = record.daylight != 0 ? 1 : 0;
     return time;
 }

@@ -88,6 +88,11 @@ inline int64_t TimeMs(const MediaFrameImpl& frame) {
     return int64_t{frame.PresentTime().seconds} * 1000 + frame.PresentTime().milliseconds;
 }
 
+// The time zone of a record as FrameTimeRecord has it.
+inline uint16_t TimeZoneCode(const MediaFrameHeader& header) {
+    return static_cast<uint16_t>(48 - header.timeZoneSeconds / 900);
+}
+
 // Playing time of one audio frame in milliseconds, from its record; 0 for other types and for a zero divisor.
 uint32_t AudioDurationMs(const MediaFrameHeader& header);
 

@@ -250,10 +250,13 @@ void CRenderMgr::WakeLocked() {
 
 void CRenderMgr::RenderLoop() {
     uint64_t seen = UINT64_MAX;    // the first turn counts as woken
+    bool inTime = true;
+    int64_t deadline = 0;
     for (;;) {
         RenderState state;
         bool tidyUp;
         bool woken;
+        bool room;
         {
             MutexLock lock(m_lock);
             if (m_ending)
@@ -262,24 +265,28 @@ void CRenderMgr::RenderLoop() {
             seen = m_generation;
             state = m_state;
             tidyUp = std::exchange(m_tidyUp, false);
+            room = std::exchange(m_sinkRoom, false);
             if (state != RenderState::Playing)
                 m_unlatched = false;    // nobody will take it
         }
         try {
             if (tidyUp)
                 TidyUp();
-            if (state != RenderState::Playing)
-                DrawState();
-            else if (woken)
+            if (room)
+                woken |= m_sinks.Resume();
+            if (state == RenderState::Playing && woken)
                 PresentPass(seen);
+            else if (state != RenderState::Playing && (woken || tidyUp || !inTime))
+                DrawState();
         } catch (...) {    // no memory for another renderer, or a callback that threw: this present is lost
         }
         const bool ticking = state == RenderState::Playing || state == RenderState::Waiting;
-        const int64_t deadline = m_clock.Now() + kTick;
+        if (woken || tidyUp || !inTime)
+            deadline = m_clock.Now() + kTick;
         MutexLock lock(m_lock);
         m_presenting = false;
-        bool inTime = true;
-        while (m_generation == seen && !m_ending && !m_tidyUp && inTime) {
+        inTime = true;
+        while (m_generation == seen && !m_ending && !m_tidyUp && !m_sinkRoom && inTime) {
             if (ticking)
                 inTime = m_clock.WaitUntil(m_frameReady, lock, deadline);
             else

@@ -157,6 +157,8 @@ private:
     void SendFallbackEvent();
 
     void OnWindowChange() noexcept override { RequestRedraw(); }
+    void OnSinkReady() noexcept override;
+    void OnSinkRoom() noexcept override;
     void SetLogo(BitmapPtr logo);
 
     void RenderLoop();
@@ -210,6 +212,7 @@ private:
     uint64_t m_generation GUARDED_BY(m_lock) = 0;    // raised by each wake-up
     uint64_t m_redraws GUARDED_BY(m_lock) = 0;       // raised when something about the window changed
     bool m_tidyUp GUARDED_BY(m_lock) = false;        // a renderer or window that was given up waits for its end
+    bool m_sinkRoom GUARDED_BY(m_lock) = false;      // a sink may send more
     bool m_unlatched GUARDED_BY(m_lock) = false;     // a committed picture that the render thread did not take yet
     bool m_presenting GUARDED_BY(m_lock) = false;
     Condition m_latched;    // a picture was taken, or its present goes on

@@ -43,6 +43,19 @@ void CRenderMgr::RequestRedraw() {
     WakeLocked();
 }
 
+// What the sink could not take is drawn now; margins and text need nothing.
+void CRenderMgr::OnSinkReady() noexcept {
+    MutexLock lock(m_lock);
+    ++m_redraws;
+    WakeLocked();
+}
+
+void CRenderMgr::OnSinkRoom() noexcept {
+    MutexLock lock(m_lock);
+    m_sinkRoom = true;
+    m_frameReady.NotifyAll();
+}
+
 void CRenderMgr::SetWindow(uintptr_t window) {
     MutexLock windows(m_windowLock);
     WindowUse next(WindowWatch::Open(window, WindowWatch::Purpose::Draw), this);

@@ -26,7 +26,7 @@ OsdRecord::OsdRecord(const MediaFrameImpl* frame, int64_t seconds, bool local) {
     info.baseTime = frame->BaseTime();
     info.streamSeconds = header.streamSeconds;
     info.timeMilliseconds = header.timeMilliseconds;
-    info.timeZone = frame->BaseTime().timeZone;
+    info.timeZone = TimeZoneCode(header);
     info.daylight = static_cast<uint16_t>(header.daylight);
 }
 

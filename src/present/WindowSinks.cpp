@@ -12,6 +12,13 @@ WindowSink* WindowSinks::Overview(const WindowWatchPtr& window) NO_THREAD_SAFETY
     return Of(m_overview, window);
 }
 
+bool WindowSinks::Resume() NO_THREAD_SAFETY_ANALYSIS {
+    bool wanted = false;
+    for (const Way* way : {&m_main, &m_overview})
+        wanted |= way->sink != nullptr && way->sink->Resume();
+    return wanted;
+}
+
 WindowSink* WindowSinks::Of(Way& way, const WindowWatchPtr& window) {
     Way before;    // dies after the lock is dropped
     MutexLock lock(m_mutex);

@@ -19,6 +19,9 @@ public:
     WindowSink* Main(const WindowWatchPtr& window);
     WindowSink* Overview(const WindowWatchPtr& window);
 
+    // Render thread: see WindowSink::Resume; of either.
+    bool Resume();
+
     // Any thread: a copy of the last image of `window`, empty where there is none.
     Raster LastImage(const WindowWatchPtr& window) const;
 

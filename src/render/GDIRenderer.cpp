@@ -85,6 +85,8 @@ void CGDIRenderer::Latch(const RenderInfo& info) {
     }
     if (m_pass == Pass::Draw)
         m_failed = !DrawPicture(info) || !DrawOverview(info);
+    else if (info.area.overviewIsWindow != 0)
+        m_failed = !DrawOverview(info);    // that window may be in view
 }
 
 bool CGDIRenderer::DrawPicture(const RenderInfo& info) {
@@ -140,6 +142,8 @@ int32_t CGDIRenderer::Present(const FramePtr* frame, const RenderInfo* info) {
     bool refreshed = false;
     if (m_way == Way::Bordered || !info->fullWindow)
         refreshed = Refresh(**frame, *info);
+    if (info->area.overviewIsWindow != 0 && m_overviewSink != nullptr && !m_overviewRect.Empty())
+        m_overviewSink->Put({&m_overviewRect, 1});
     if (m_pass == Pass::TextOnly) {
         m_force = false;    // what comes into view again is drawn anew
         return 0;
@@ -197,8 +201,11 @@ bool CGDIRenderer::Refresh(const MediaFrameImpl& frame, const RenderInfo& info) 
     m_lastText.timeSeconds = frame.Header().timeSeconds;
     for (const Rect& band : bands)
         Fill(m_overlay.View(), band, info.background);
-    if (frame.Header().timeSeconds != 0 && info.osd != nullptr)
+    if (frame.Header().timeSeconds != 0) {
+        m_lastText.presentSeconds = frame.PresentTime().seconds;
+        m_lastText.baseSeconds = frame.BaseTime().seconds;
         CallText(frame, info);
+    }
     return true;
 }
 
@@ -214,18 +221,13 @@ void CGDIRenderer::CallText(const MediaFrameImpl& frame, const RenderInfo& info)
     }
     if (info.infoDirty)
         record.info.flags |= CORVANE_OSD_FRESH;
-    m_lastText.presentSeconds = record.info.presentTime.seconds;
-    m_lastText.baseSeconds = record.info.baseTime.seconds;
     record.Call(info.osd, info.osdContext, m_overlay.View());
 }
 
 // ---- To the window ----
 
 bool CGDIRenderer::Finish(const RenderInfo& info, bool refreshed) {
-    const bool overviewInWindow = info.area.overviewIsWindow != 0;
-    if (overviewInWindow && m_overviewSink != nullptr && !m_overviewRect.Empty())
-        m_overviewSink->Put({&m_overviewRect, 1});
-    const bool overview = !overviewInWindow && !m_overviewRect.Empty();
+    const bool overview = info.area.overviewIsWindow == 0 && !m_overviewRect.Empty();
     if (m_way == Way::Direct) {
         PutDirect(info, refreshed);
         return true;

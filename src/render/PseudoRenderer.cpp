@@ -51,6 +51,7 @@ int32_t CPseudoRenderer::GetBuffer(uint32_t width, uint32_t height, uint8_t** bu
         slot.width = width;
         slot.height = height;
     }
+    slot.complete = false;
     *buffer = slot.memory.Data();
     *stride = slot.stride;
     *format = m_format;
@@ -72,10 +73,12 @@ int32_t CPseudoRenderer::Present(const FramePtr* frame, const RenderInfo* info) 
         return 0;
     struct tm time {};
     PseudoFrame record = Describe(frame->get(), info->infoDirty ? kFreshInfo : 0, &time);
-    record.width = m_shown->width;
-    record.height = m_shown->height;
-    record.data = m_shown->memory.Data();
-    record.size = m_shown->size;
+    if (m_shown->complete) {
+        record.width = m_shown->width;
+        record.height = m_shown->height;
+        record.data = m_shown->memory.Data();
+        record.size = m_shown->size;
+    }
     m_callback(m_context, &record);
     return 0;
 }

@@ -18,7 +18,10 @@ public:
     RendererType GetType() const override { return RendererType::OffScreen; }
     int32_t Present(const FramePtr* frame, const RenderInfo* info) override;
     int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override;
-    void Commit() override { m_committed = m_lent; }
+    void Commit() override {
+        m_committed = m_lent;
+        m_committed->complete = true;
+    }
     void Latch(const RenderInfo&) override;
     void NotifyAudioOnly(const FramePtr& frame, const RenderInfo& info) override;
 
@@ -29,6 +32,7 @@ private:
         uint32_t size = 0;
         uint32_t width = 0;
         uint32_t height = 0;
+        bool complete = false;    // was committed since it was lent last
     };
 
     // Constant after construction.

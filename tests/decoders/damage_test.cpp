@@ -14,20 +14,39 @@ namespace {
 
 using Stream = std::vector<test::EncodedPicture>;
 
+// Sends the parameter sets of key frames by themselves, marked as key frames too.
+void SplitHeaders(Stream& stream, Stream::iterator at, uint32_t codec) {
+    const auto isPicture = [codec](uint8_t code) {
+        return codec == CORVANE_STREAM_H264 ? code == 0x65 : codec == CORVANE_STREAM_H265 ? code < 64 : code == 0xB6;
+    };
+    for (; at != stream.end() && codec != CORVANE_STREAM_JPEG; ++at) {
+        if (!at->key)
+            continue;
+        const uint8_t start[] = {0, 0, 1};
+        auto picture = std::search(at->bytes.begin(), at->bytes.end(), std::begin(start), std::end(start));
+        while (!isPicture(picture[3]))
+            picture = std::search(picture + 1, at->bytes.end(), std::begin(start), std::end(start));
+        const test::EncodedPicture headers{{at->bytes.begin(), picture}, true, at->ptsMs, -1};
+        at->bytes.erase(at->bytes.begin(), picture);
+        at = stream.insert(at, headers) + 1;
+    }
+}
+
 // From the first key frame behind the damage on, every picture is there, is the right one, and equals an undamaged
 // decode; it is paired with its own input.
 TEST(Damage, EndsAtTheNextGoodKeyFrame) {
     using At = Stream::iterator;
-    const std::function<void(Stream&, At)> damages[] = {
-        [](Stream&, At at) { at->bytes.resize(at->bytes.size() / 2); },
-        [](Stream&, At at) { at->bytes.resize(1); },
-        [](Stream&, At at) { at->bytes.clear(); },
-        [](Stream&, At at) { std::generate(at->bytes.begin(), at->bytes.end(), std::minstd_rand(7)); },
-        [](Stream&, At at) { std::fill_n(at->bytes.begin(), 40, uint8_t{0}); },
-        [](Stream& s, At at) { s.erase(at); },
-        [](Stream& s, At at) { s.insert(at, test::EncodedPicture(*at)); },
-        [](Stream&, At at) { std::iter_swap(at, at + 1); },
-        [](Stream& s, At at) { s.erase(s.begin(), at + 1); },
+    const std::function<void(Stream&, At, uint32_t)> damages[] = {
+        [](Stream&, At at, uint32_t) { at->bytes.resize(at->bytes.size() / 2); },
+        [](Stream&, At at, uint32_t) { at->bytes.resize(1); },
+        [](Stream&, At at, uint32_t) { at->bytes.clear(); },
+        [](Stream&, At at, uint32_t) { std::generate(at->bytes.begin(), at->bytes.end(), std::minstd_rand(7)); },
+        [](Stream&, At at, uint32_t) { std::fill_n(at->bytes.begin(), 40, uint8_t{0}); },
+        [](Stream& s, At at, uint32_t) { s.erase(at); },
+        [](Stream& s, At at, uint32_t) { s.insert(at, test::EncodedPicture(*at)); },
+        [](Stream&, At at, uint32_t) { std::iter_swap(at, at + 1); },
+        [](Stream& s, At at, uint32_t) { s.erase(s.begin(), at + 1); },
+        SplitHeaders,
     };
     for (const uint32_t codec : {CORVANE_STREAM_JPEG, CORVANE_STREAM_MPEG4, CORVANE_STREAM_H264, CORVANE_STREAM_H265}) {
         const Stream clean = test::MakeVideo({.streamType = codec, .width = 160, .height = 96, .frames = 24, .gop = 6});
@@ -38,7 +57,7 @@ TEST(Damage, EndsAtTheNextGoodKeyFrame) {
                     SCOPED_TRACE(testing::Message()
                                  << codec << " damage " << &damage - damages << " at " << at << " threads " << threads);
                     Stream stream = clean;
-                    damage(stream, stream.begin() + at);
+                    damage(stream, stream.begin() + at, codec);
                     const bool late = codec == CORVANE_STREAM_H264 || codec == CORVANE_STREAM_H265;
                     const int delay = late ? static_cast<int>(threads) - 1 : 0;
                     int expected = at == 8 ? 12 : 18;    // number of the first key frame behind the damage

@@ -283,8 +283,14 @@ TEST(RenderMgr, RotationTakesTheBoxAndRefusesWhatItCannotTurn) {
         ASSERT_TRUE(Eventually([&] { return seen.Count() == 1; }));
         const PseudoFrame last = seen.Last();
         EXPECT_EQ(last.milliseconds, format == PF_BGRA32 ? 40u : 0u);
-        if (format == PF_BGRA32)
+        if (format == PF_BGRA32) {
+            ASSERT_EQ(manager.EnableRotateFilter(90), Status::Ok);
+            manager.PresentFrame(Frame(80), picture.frame, true);    // lost as well
+            manager.RequestRedraw();
+            ASSERT_TRUE(Eventually([&] { return seen.Count() == 2; }));
+            EXPECT_EQ(seen.Last().width, 0u) << "no half-made picture";
             continue;
+        }
         EXPECT_TRUE(last.height >= 64 && last.width <= 36);
         EXPECT_NEAR(seen.pixels[32 * RowBytes(format, last.width) + (format == PF_I420 ? 16 : 48)], 150, 1) << format;
     }

@@ -78,7 +78,6 @@ TEST(WindowGrab, ShowsTheWindowWhereItCanBeSeenAndTheLastPictureElsewhere) {
         {"dead", [](const Scene& s) { s.client.Destroy(s.parent); }, 0, 0, 0, 0, true, false},
     };
     XServer server;
-    ASSERT_TRUE(server.Running());
     XClient client(server.Display());
     Raster last;
     ASSERT_TRUE(last.Resize(120, 90));
@@ -117,7 +116,6 @@ TEST(WindowGrab, DepthsAndBands) {
     for (const auto& row : rows) {
         SCOPED_TRACE(int{row.depth});
         XServer server({.width = 2101, .height = 1300, .depth = row.root});    // more than one reply of 8 MB
-        ASSERT_TRUE(server.Running());
         XClient client(server.Display());
         const xcb_window_t window =
             client.Create({.width = 2101, .height = 1300, .depth = row.depth, .background = row.pixel});
@@ -135,7 +133,6 @@ TEST(WindowGrab, DepthsAndBands) {
 
 TEST(WindowGrab, FailsWithinTheLimitWhenTheServerStandsStillOrDies) {
     XServer server;
-    ASSERT_TRUE(server.Running());
     XClient client(server.Display());
     const WindowWatchPtr watch = WindowWatch::Open(client.Create(), WindowWatch::Purpose::Look);
     ASSERT_TRUE(Eventually([&] { return watch->Viewable(); }));

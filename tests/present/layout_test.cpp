@@ -115,5 +115,25 @@ TEST(OnScreenText, Policy) {
         EXPECT_EQ(TextDue(row.policy, row.last, row.wall, frame), row.due) << row.policy << " " << row.due;
 }
 
+// The zone is that of the record, whatever the times that came with the frame say.
+TEST(OnScreenText, RecordOfAFrame) {
+    const uint8_t extension[] = {0, 0, 0, 0, 96, 12, 0, 0, 0, 9, 0, 0, 0, 8, 0, 7, 0, 1};
+    MediaFrameHeader header{};
+    header.recordSize = sizeof header;
+    header.streamSeconds = 60;
+    header.timeZoneSeconds = 3600;
+    header.daylight = 0x10002;
+    header.extension = extension;
+    header.extensionSize = sizeof extension;
+    const MediaFrameImpl frame(header);
+    const OsdInfo info = OsdRecord(&frame, 86400 + 61, false).info;
+    EXPECT_EQ(info.timeSeconds, 86461u);
+    EXPECT_EQ(info.streamSeconds, 60u);
+    EXPECT_EQ(info.timeZone, 44);
+    EXPECT_EQ(info.daylight, 2);
+    EXPECT_EQ(info.baseTime.timeZone, 7);
+    EXPECT_EQ(info.presentTime.seconds, 60u);
+}
+
 }    // namespace
 }    // namespace corvane

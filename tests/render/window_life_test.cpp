@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -76,6 +77,10 @@ protected:
     static void Push(CRenderMgr& manager, uint8_t grey, int64_t timeMs = 40) {
         test::PlainPicture picture(kSide, kSide, grey);
         manager.PresentFrame(FrameAt(timeMs), picture.frame, true);
+    }
+    static void Count(CRenderMgr& manager, std::atomic<int>& presents) {
+        manager.SetAfterDisplay(
+            [](void* count, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(count); }, &presents);
     }
     static uint32_t Grey(uint8_t level) { return level * 0x010101u; }
     xcb_window_t Window(int16_t x = 10, xcb_window_t parent = 0) {
@@ -163,8 +168,7 @@ TEST_P(WindowLife, WhatHappensToAWindow) {
     const xcb_window_t other = Window(300);
     std::atomic<int> presents{0};
     CRenderMgr manager(this, window, GetParam());
-    manager.SetAfterDisplay([](void* count, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(count); },
-                            &presents);
+    Count(manager, presents);
     Push(manager, 100);
     ASSERT_TRUE(Shows(window, Grey(100)));
     const auto callbacksGoOn = [&](uint8_t grey) {
@@ -210,8 +214,7 @@ TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     const xcb_window_t window = Window();
     std::atomic<int> presents{0};
     CRenderMgr manager(this, window, GetParam());
-    manager.SetAfterDisplay([](void* count, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(count); },
-                            &presents);
+    Count(manager, presents);
     Push(manager, 100);
     ASSERT_TRUE(Shows(window, Grey(100)));
     m_client.Unmap(window);
@@ -256,6 +259,27 @@ TEST_P(WindowLife, DraggedToAnotherMonitor) {
             return Pixel(window, 40, 40) == Grey(static_cast<uint8_t>(100 + x / 10));
         }));
     }
+}
+
+// The overview's window goes on while the channel's own is hidden.
+TEST_P(WindowLife, OverviewWindowBesideAHiddenOne) {
+    const xcb_window_t window = Window();
+    const xcb_window_t second = Window(200);
+    CRenderMgr manager(this, window, GetParam());
+    DisplayArea area{};
+    area.overviewIsWindow = area.overviewEnabled = 1;
+    area.overview.window = second;
+    ASSERT_EQ(manager.SetDisplayArea(area, 33), Status::Ok);
+    Push(manager, 100);
+    EXPECT_TRUE(Shows(window, Grey(100)) && Shows(second, Grey(100)));
+    if (GetParam() == 0)
+        GTEST_SKIP() << "the default renderer draws nowhere while its window is hidden";
+    m_client.Unmap(window);
+    for (const uint8_t grey : {110, 120})
+        EXPECT_TRUE(Eventually([&] {
+            Push(manager, grey);
+            return Pixel(second, 40, 40) == Grey(grey);
+        }));
 }
 
 // Whoever put last is seen; both are told of what happens to the window.
@@ -331,8 +355,7 @@ TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
     std::atomic<int> presents{0}, replaced{0};
     for (int16_t i = 0; i < 4; ++i) {
         managers.push_back(std::make_unique<CRenderMgr>(this, Window(static_cast<int16_t>(10 + 70 * i)), GetParam()));
-        managers.back()->SetAfterDisplay(
-            [](void* count, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(count); }, &presents);
+        Count(*managers.back(), presents);
         managers.back()->SetStreamInfo([](void* count, uint32_t code, uint64_t,
                                           uint64_t) { *static_cast<std::atomic<int>*>(count) += code == 9 ? 1 : 0; },
                                        &replaced);
@@ -357,6 +380,63 @@ TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
     managers.clear();
     log::hook = nullptr;
     EXPECT_LE(lines, 4) << "one a channel at most";
+}
+
+// While the server stands still, every call and the end of a channel return; when it goes on, the last picture is
+// shown, and text is not asked for once more. The window is larger than what a socket holds.
+TEST_P(WindowLife, ServerStandsStill) {
+    for (const bool bands : {false, true}) {
+        SCOPED_TRACE(bands);
+        test::XServer::Options options;
+        if (bands)
+            options.arguments = {"-extension", "MIT-SHM"};
+        test::XServer server(options);
+        test::XClient client(server.Display());
+        const xcb_window_t window = client.Create({.width = 640, .height = 480});
+        const auto shows = [&](uint8_t grey) {
+            return Eventually([&] { return (client.Read(window, {600, 400, 601, 401})[0] & 0xFFFFFF) == Grey(grey); });
+        };
+        Text text;
+        auto manager = std::make_unique<CRenderMgr>(&text, window, GetParam());
+        manager->SetOsd(&Text::Draw, &text);
+        manager->SetOsdPolicy(2);    // by the frame's second
+        Push(*manager, 100, 1000);
+        ASSERT_TRUE(shows(100));
+        for (int before = -1; before != text.calls; std::this_thread::sleep_for(std::chrono::milliseconds(50)))
+            before = text.calls;    // until what has happened to the window is told
+        const auto inTime = [&](const std::function<void()>& calls) {
+            server.Stop();
+            std::atomic<bool> late{false};
+            test::Gate done;
+            std::thread alarm([&] {
+                late = !done.Wait(std::chrono::seconds(5));
+                server.Continue();
+            });
+            calls();
+            done.Open();
+            alarm.join();
+            return !late;
+        };
+        const int calls = text.calls;
+        EXPECT_TRUE(inTime([&] {
+            for (int i = 1; i <= 3; ++i)
+                Push(*manager, static_cast<uint8_t>(100 + i), 1000 + i);
+        }));
+        EXPECT_TRUE(shows(103));
+        EXPECT_EQ(text.calls, calls);
+        EXPECT_TRUE(inTime([&] {
+            Push(*manager, 110, 2000);
+            Push(*manager, 111, 2001);
+            manager->SetMargin(&Edges::top, 10);
+            EXPECT_EQ(manager->SetLogoBitmap(nullptr), Status::Ok);
+            manager->SetAfterDisplay(nullptr, nullptr);
+            manager->SetWindow(window + 1);
+            Push(*manager, 112, 2002);
+            manager->SetWindow(window);
+            manager->RegisterRawDataCallback(nullptr, nullptr, PF_BGRA32);
+            manager = nullptr;
+        }));
+    }
 }
 
 // A rectangle of the overview lies on the screen: it stays there when a parent takes the window elsewhere.
@@ -413,33 +493,36 @@ TEST_P(WindowLife, TenThousandWindowsDestroyed) {
     }
 }
 
+// Alone, where each life opens and closes the connection, mostly before it stands; and beside a watch of an ancestor,
+// which keeps it open.
 TEST_P(WindowLife, CyclesLeaveNothingInProcessAndServer) {
-    const xcb_window_t window = Window();
-    size_t descriptors = 0;
-    size_t threads = 0;
-    uint32_t resources = 0;
-    for (int i = 0; i <= 1000; ++i) {
-        {
-            CRenderMgr manager(this, window, GetParam() | ((i & 1) != 0 ? CORVANE_FLAG_GDI_COMPOSE : 0));
-            Push(manager, static_cast<uint8_t>(i % 200 + 20));
-            if (i % 50 == 0)
-                ASSERT_TRUE(Shows(window, Grey(static_cast<uint8_t>(i % 200 + 20))));
-        }
-        if (i == 50 || i == 1000) {
-            ASSERT_TRUE(Eventually([&] { return m_client.ForeignClients() == 0; }));
-            if (i == 50) {
-                EXPECT_TRUE(Eventually([&, last = size_t{0}]() mutable {    // what ends by itself has ended
-                    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-                    return std::exchange(last, Entries("/proc/self/fd")) == last;
-                }));
-                descriptors = Entries("/proc/self/fd");
-                threads = Entries("/proc/self/task");
-                resources = m_client.ForeignResources();
+    const xcb_window_t frame = m_client.Create({.width = 200, .height = 200});
+    const xcb_window_t window = Window(10, frame);
+    using Counts = std::array<size_t, 4>;
+    const auto counts = [&] {
+        return Counts{Entries("/proc/self/fd"), Entries("/proc/self/task"), m_client.ForeignResources(),
+                      m_client.ForeignClients()};
+    };
+    for (const bool keeps : {false, true}) {
+        const WindowWatchPtr keeper = WindowWatch::Open(keeps ? frame : 0, WindowWatch::Purpose::Look);
+        ASSERT_TRUE(Eventually([&] { return !keeps || keeper->GetLife() == WindowWatch::Life::Alive; }));
+        const size_t resources = m_client.ForeignResources();
+        Counts settled{};
+        for (int i = 0; i <= (keeps ? 300 : 1000); ++i) {
+            {
+                CRenderMgr manager(this, window, GetParam() | ((i & 1) != 0 ? CORVANE_FLAG_GDI_COMPOSE : 0));
+                Push(manager, static_cast<uint8_t>(i % 200 + 20));
+                if (i % 50 == 0)
+                    ASSERT_TRUE(Shows(window, Grey(static_cast<uint8_t>(i % 200 + 20))));
             }
-            EXPECT_EQ(Entries("/proc/self/fd"), descriptors);
-            EXPECT_TRUE(Eventually([&] { return Entries("/proc/self/task") == threads; }));
-            EXPECT_EQ(m_client.ForeignResources(), resources);
+            if (i == 50)    // what ends by itself has ended
+                ASSERT_TRUE(Eventually([&] {
+                    const Counts before = std::exchange(settled, counts());
+                    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                    return settled == before && settled[3] == (keeps ? 1 : 0);
+                }));
         }
+        EXPECT_TRUE(Eventually([&] { return counts() == settled && settled[2] == resources; }));
     }
 }
 

@@ -31,9 +31,9 @@ public:
         m_open = true;
         m_changed.notify_all();
     }
-    bool Wait() {
+    bool Wait(std::chrono::seconds limit = kHang) {
         std::unique_lock lock(m_mutex);
-        return m_changed.wait_for(lock, kHang, [this] { return m_open; });
+        return m_changed.wait_for(lock, limit, [this] { return m_open; });
     }
 
 private:

@@ -6,10 +6,13 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <stdexcept>
 
 namespace corvane::test {
 
 XClient::XClient(const std::string& display) : m_xcb(xcb_connect(display.c_str(), nullptr)) {
+    if (xcb_connection_has_error(m_xcb) != 0)
+        throw std::runtime_error("no X server");
     m_screen = xcb_setup_roots_iterator(xcb_get_setup(m_xcb)).data;
 }
 

@@ -15,7 +15,7 @@ namespace corvane::test {
 // does not tell them.
 class XClient {
 public:
-    explicit XClient(const std::string& display);
+    explicit XClient(const std::string& display);    // raises std::runtime_error where there is no server
     ~XClient();    // its windows go with it
     XClient(const XClient&) = delete;
     XClient& operator=(const XClient&) = delete;

@@ -22,6 +22,7 @@ XServer::XServer(const Options& options) {
         m_displayBefore = before;
     }
     Start(options);
+    setenv("XAUTHORITY", "/dev/null", 0);    // else libXau makes its name up in one buffer for all connecting threads
     setenv("DISPLAY", m_display.c_str(), 1);
 }
 

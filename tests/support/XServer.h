@@ -25,7 +25,7 @@ public:
     XServer(const XServer&) = delete;
     XServer& operator=(const XServer&) = delete;
 
-    // False where no server could be started: assert it.
+    // False where no server could be started; a client then says so.
     bool Running() const { return m_process > 0; }
     const std::string& Display() const { return m_display; }    // ":n"
 

@@ -66,6 +66,20 @@ void SinkState::Put(xcb_connection_t* xcb, const WindowFacts& facts, uint16_t ro
     m_waitedFor = false;
 }
 
+void SinkState::AwaitRoom(Connection& connection) {
+    {
+        MutexLock lock(m_lock);
+        m_awaitsRoom = true;
+    }
+    connection.AwaitRoom();
+}
+
+void SinkState::OnRoom() {
+    MutexLock lock(m_lock);
+    if (std::exchange(m_awaitsRoom, false))
+        m_watch->TellSinkRoom();
+}
+
 // A put ends with its completion, or with the error of its last part: the window was destroyed, or the memory was not
 // attached after all.
 void SinkState::OnEvent(Connection& connection, const xcb_generic_event_t& event) {
@@ -86,7 +100,7 @@ void SinkState::OnEvent(Connection& connection, const xcb_generic_event_t& event
     if (done)
         m_busy = false;
     if (refused || (done && std::exchange(m_waitedFor, false)))
-        m_watch->TellSoon();
+        m_watch->TellSinkReady();
 }
 
 void SinkState::OnLeave(Connection& connection) {

@@ -29,11 +29,14 @@ public:
     // Puts these parts, at least one, of the attached image of `rowPixels` x `rows` at the same place of the window.
     void Put(xcb_connection_t* xcb, const WindowFacts& facts, uint16_t rowPixels, uint16_t rows,
              std::span<const Rect> parts);
+    // The image did not go out as a whole: the listeners are told when there is room for more.
+    void AwaitRoom(Connection& connection);
 
     // ---- The event thread ----
 
     void OnJoin(Connection&) override {}
     void OnEvent(Connection& connection, const xcb_generic_event_t& event) override;
+    void OnRoom() override;
     void OnLeave(Connection& connection) override;
     void OnLost() noexcept override;
 
@@ -52,6 +55,7 @@ private:
     bool m_busy GUARDED_BY(m_lock) = false;
     unsigned m_putSequence GUARDED_BY(m_lock) = 0;    // of the last part
     bool m_waitedFor GUARDED_BY(m_lock) = false;      // somebody was refused as busy
+    bool m_awaitsRoom GUARDED_BY(m_lock) = false;
 };
 
 }    // namespace corvane

@@ -13,10 +13,8 @@ namespace corvane {
 
 namespace {
 
-// Bytes of pixels in one request where images are sent: enough to be worth a request, and no server is kept from others
-// for long.
-constexpr size_t kBandBytes = size_t{256} << 10;
-constexpr size_t kPutImageHeader = 28;    // with the long form of the length
+// How long a put waits for a server that takes no more bands. Below a frame, so that nothing notices it.
+constexpr std::chrono::milliseconds kRoomLimit(10);
 
 class ServerSink final : public WindowSink {
 public:
@@ -44,6 +42,7 @@ public:
     bool Fresh() const override { return m_fresh; }
     WindowWatch::Size Size() const override { return m_size; }
     void Put(std::span<const Rect> parts) override;
+    bool Resume() override { return !m_unsent.empty() && SendBands() && std::exchange(m_wanted, false); }
     bool Copy(Raster& out) override;
 
 protected:
@@ -56,8 +55,7 @@ private:
     void DropImage();
     bool MakeImage();
     bool MakeShared();
-    void PutBands(std::span<const Rect> parts);
-    size_t BandRows(size_t rowBytes) const;
+    bool SendBands();
 
     bool DrawsPrivately() const { return m_transport == Transport::Bands || m_facts.layout != PixelLayout::Bgrx32; }
     // Of the shared memory. The server wants rows of whole 32 bit units, the kernels like them on 64 bytes.
@@ -81,6 +79,8 @@ private:
     bool m_fresh = false;
     bool m_complained = false;
     std::vector<Rect> m_parts;
+    std::vector<Rect> m_unsent;    // of the last put, where the image is sent in bands
+    bool m_wanted = false;         // Prepare was refused for these
     std::vector<uint8_t> m_band;
 
     Mutex m_imageLock;    // the image's pixels and its being replaced; taken through the base, hence no annotations
@@ -104,6 +104,7 @@ void ServerSink::DropImage() {
     m_imageLock.unlock();
     m_imageSize = {};
     m_fresh = false;
+    m_unsent.clear();
 }
 
 WindowSink::State ServerSink::Prepare() {
@@ -121,6 +122,7 @@ WindowSink::State ServerSink::Prepare() {
     }
     if (!m_facts.viewable) {
         m_size = m_facts.size;
+        m_unsent.clear();    // when it comes into view, everything is put anew
         return State::Hidden;
     }
     if (m_state->RefusedAsBusy())
@@ -133,6 +135,9 @@ WindowSink::State ServerSink::Prepare() {
     }
     if (m_imageSize != m_facts.size && !MakeImage())
         return Absent();
+    m_wanted = !SendBands();
+    if (m_wanted)
+        return State::Busy;
     m_size = m_facts.size;
     m_ready = true;
     return State::Ready;
@@ -186,7 +191,8 @@ void ServerSink::Put(std::span<const Rect> parts) {
         return;
     m_fresh = false;
     if (m_transport == Transport::Bands) {
-        PutBands(m_parts);
+        m_unsent = m_parts;
+        (void)SendBands();
     } else {
         const uint32_t bytes = BytesPerPixel(m_facts.layout);
         for (const Rect& part : m_parts) {
@@ -201,35 +207,46 @@ void ServerSink::Put(std::span<const Rect> parts) {
     m_connection->Poke();    // the sending may have read events
 }
 
-size_t ServerSink::BandRows(size_t rowBytes) const {
-    const size_t most = m_connection->Server().maxRequestBytes;
-    const size_t room = std::min(kBandBytes, most > kPutImageHeader ? most - kPutImageHeader : 0);
-    return room / rowBytes;
-}
-
-// Each part goes in bands of whole rows. A row always fits: no server takes less than 256 KiB in a request.
-void ServerSink::PutBands(std::span<const Rect> parts) {
+// Sends what is left of the last put, band by band. False when the server takes no more for now; the listeners are told
+// when it does.
+bool ServerSink::SendBands() {
+    if (m_unsent.empty())
+        return true;
     xcb_connection_t* xcb = m_connection->Xcb();
-    const xcb_gcontext_t context = m_state->Context(xcb);
     const uint32_t bytes = BytesPerPixel(m_facts.layout);
-    for (const Rect& part : parts) {
-        const size_t rowBytes = (static_cast<size_t>(part.Width()) * bytes + 3) & ~size_t{3};
-        const auto rows = static_cast<int64_t>(BandRows(rowBytes));
-        if (rows == 0)
+    const size_t bandBytes = m_connection->Server().bandBytes;
+    const auto most = static_cast<int64_t>(bandBytes / bytes - 1);    // pixels of a row
+    bool sent = true;
+    while (sent && !m_unsent.empty()) {
+        Rect& part = m_unsent.back();
+        if (part.Width() > most) {
+            const Rect left{part.left, part.top, part.left + most, part.bottom};
+            part.left += most;
+            m_unsent.push_back(left);
             continue;
-        for (int64_t top = part.top; top < part.bottom; top += rows) {
-            const int64_t bottom = std::min(top + rows, part.bottom);
-            const size_t size = rowBytes * static_cast<size_t>(bottom - top);
-            m_band.resize(std::max(m_band.size(), size));
-            for (int64_t y = top; y < bottom; ++y)
-                PackRow(m_facts.layout, m_image.data + y * m_image.step + 4 * part.left,
-                        m_band.data() + rowBytes * static_cast<size_t>(y - top), static_cast<uint32_t>(part.Width()));
-            xcb_put_image(xcb, XCB_IMAGE_FORMAT_Z_PIXMAP, m_watchState->Window(), context,
-                          static_cast<uint16_t>(part.Width()), static_cast<uint16_t>(bottom - top),
-                          static_cast<int16_t>(part.left), static_cast<int16_t>(top), 0, m_facts.depth,
-                          static_cast<uint32_t>(size), m_band.data());
         }
+        const size_t rowBytes = (static_cast<size_t>(part.Width()) * bytes + 3) & ~size_t{3};
+        const auto rows = static_cast<int64_t>(bandBytes / rowBytes);
+        const Rect band{part.left, part.top, part.right, std::min(part.top + rows, part.bottom)};
+        m_band.resize(std::max(m_band.size(), rowBytes * static_cast<size_t>(band.Height())));
+        for (int64_t y = band.top; y < band.bottom; ++y)
+            PackRow(m_facts.layout, m_image.data + y * m_image.step + 4 * band.left,
+                    m_band.data() + rowBytes * static_cast<size_t>(y - band.top), static_cast<uint32_t>(band.Width()));
+        sent = m_connection->SendWithRoom(kRoomLimit, [&] {
+            xcb_put_image(xcb, XCB_IMAGE_FORMAT_Z_PIXMAP, m_watchState->Window(), m_state->Context(xcb),
+                          static_cast<uint16_t>(band.Width()), static_cast<uint16_t>(band.Height()),
+                          static_cast<int16_t>(band.left), static_cast<int16_t>(band.top), 0, m_facts.depth,
+                          static_cast<uint32_t>(rowBytes * static_cast<size_t>(band.Height())), m_band.data());
+        });
+        if (sent && band.bottom == part.bottom)
+            m_unsent.pop_back();
+        else if (sent)
+            part.top = band.bottom;
     }
+    if (!sent)
+        m_state->AwaitRoom(*m_connection);
+    m_connection->Poke();    // the sending may have read events
+    return sent;
 }
 
 bool ServerSink::Copy(Raster& out) {

@@ -2,11 +2,11 @@
 // it. One sink for each channel and window; several sinks may serve one window.
 //
 // The image lies in memory shared with the server (by descriptor, else by SysV segment), or is sent in bands. It is
-// busy from a put until the server has read it. Visuals of depth 24 and 32 are written directly (alpha 0xFF); for 16
-// and 30 the put converts. Any other visual: the sink stays absent, with one log line.
+// busy from a put until the server has read it, or until the last band is sent. Visuals of depth 24 and 32 are written
+// directly (alpha 0xFF); for 16 and 30 the put converts. Any other visual: the sink stays absent, with one log line.
 //
-// All calls come from the render thread, but Copy, which any thread may make. None waits for the server's answer; only
-// the sending of bands may wait for the server to take them.
+// All calls come from the render thread, but Copy, which any thread may make. None waits for the server's answer.
+// Bands that the server does not take within 10 ms are sent by Resume, or by a later Prepare.
 #pragma once
 
 #include <cstdint>
@@ -22,7 +22,7 @@ class WindowSink {
 public:
     enum class State {
         Ready,     // draw and put
-        Busy,      // the server still reads: skip this picture; the watch's listeners are told when it is done
+        Busy,      // the last put goes on: skip this picture; the watch's listeners are told when to look again
         Hidden,    // the window is not viewable: no put
         Absent,    // dead, unknown yet, or of a kind that cannot be drawn on
     };
@@ -54,6 +54,9 @@ public:
     Writing Write() { return Writing(this); }
     // Shows these parts of the image (clipped to it) on the window. Only after Ready.
     virtual void Put(std::span<const Rect> parts) = 0;
+    // Sends more of the last put, when the watch's listeners were told of room. True once it is all sent, if a Prepare
+    // was refused meanwhile.
+    virtual bool Resume() = 0;
 
     // A copy of the image as it was last written; false when there is none or no memory. Any thread.
     virtual bool Copy(Raster& out) = 0;

@@ -289,10 +289,22 @@ void Connection::Serve() {
 }
 
 void Connection::Sleep() {
-    pollfd sources[] = {{xcb_get_file_descriptor(m_xcb), POLLIN, 0}, {m_wake, POLLIN, 0}};
+    const short room = m_awaitsRoom.load() ? POLLOUT : 0;
+    pollfd sources[] = {{xcb_get_file_descriptor(m_xcb), static_cast<short>(POLLIN | room), 0}, {m_wake, POLLIN, 0}};
     poll(sources, 2, -1);
     uint64_t pokes;
     (void)!read(m_wake, &pokes, sizeof pokes);    // before the looking: a poke that comes later wakes once more
+    if ((sources[0].revents & room) == 0)
+        return;
+    m_awaitsRoom.store(false);    // whoever asks from here on is told later
+    for (const std::shared_ptr<EventClient>& client : m_clients)
+        if (!client->Left())
+            Guarded(client.get(), [&] { client->OnRoom(); });
+}
+
+bool Connection::HasRoom(std::chrono::milliseconds limit) const {
+    pollfd socket{xcb_get_file_descriptor(m_xcb), POLLOUT, 0};
+    return poll(&socket, 1, static_cast<int>(limit.count())) > 0;    // an error too: sending to nobody does not block
 }
 
 template <typename Call>

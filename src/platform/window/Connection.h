@@ -14,6 +14,7 @@
 #include <xcb/xcb.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <deque>
@@ -45,6 +46,7 @@ public:
     // Every event, and every error of a request that nobody asked an answer for.
     virtual void OnEvent(Connection&, const xcb_generic_event_t&) {}
     virtual void OnTurn(Connection&) {}     // all that had come in has been handed out
+    virtual void OnRoom() {}                // after AwaitRoom: the socket is writable
     virtual void OnLeave(Connection&) {}    // after Leave: what the server still keeps for the client is given back
     virtual void OnLost() noexcept = 0;     // the connection is lost, or memory lacked; but for OnLeave, the last call
 
@@ -89,6 +91,31 @@ public:
 
     xcb_connection_t* Xcb() const { return m_xcb; }
     const ServerInfo& Server() const { return m_server; }
+    // Calls `send`, which sends at most Server().bandBytes of pixels, as soon as the socket has room for that; false,
+    // and not called, when it has none for `limit`: the server stands still, or is slow.
+    template <typename Send>
+    bool SendWithRoom(std::chrono::milliseconds limit, Send send) {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        for (auto left = limit; left.count() >= 0;) {
+            {
+                MutexLock lock(m_roomLock);    // nobody else takes the room
+                if (HasRoom(std::chrono::milliseconds(0))) {
+                    send();
+                    xcb_flush(m_xcb);
+                    return true;
+                }
+            }
+            left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+            if (left.count() <= 0 || !HasRoom(left))
+                break;
+        }
+        return false;
+    }
+    // Has OnRoom called, once, when there is room again.
+    void AwaitRoom() noexcept {
+        m_awaitsRoom.store(true);
+        Poke();
+    }
 
     // ---- The event thread ----
 
@@ -142,6 +169,7 @@ private:
     bool TakeEvents();
     bool TakeReplies();
     void Sleep();
+    bool HasRoom(std::chrono::milliseconds limit) const;
     void Lose() noexcept;
     void Uncount() noexcept;
     void SendMask(xcb_window_t window, const Selection& selection);
@@ -164,6 +192,8 @@ private:
     std::deque<Asked> m_asked;    // in the order of the requests, which is that of the answers
     std::unordered_map<xcb_window_t, Selection> m_selected;
 
+    std::atomic<bool> m_awaitsRoom{false};
+    Mutex m_roomLock;                       // from the look for room to the end of the sending; a leaf
     std::atomic<bool> m_counted{false};     // in OpenCount
     std::atomic<bool> m_finished{false};    // the thread is about to end: joining it takes no time
 

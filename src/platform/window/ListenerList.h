@@ -32,7 +32,7 @@ public:
     }
 
     // One thread at a time. Calls without the lock; who comes meanwhile is told as well.
-    void Tell() noexcept {
+    void Tell(void (WindowWatch::Listener::*news)() noexcept) noexcept {
         MutexLock lock(m_lock);
         uint64_t last = 0;
         for (;;) {
@@ -43,7 +43,7 @@ public:
             WindowWatch::Listener* const listener = next->listener;
             last = m_calling = next->serial;
             lock.Unlock();
-            listener->OnWindowChange();
+            (listener->*news)();
             lock.Lock();
             m_calling = 0;
             m_called.NotifyAll();

@@ -4,6 +4,7 @@
 #include <xcb/present.h>
 #include <xcb/shm.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -19,6 +20,20 @@ bool IsLocal(xcb_connection_t* xcb) {
     socklen_t size = sizeof address;
     return getsockname(xcb_get_file_descriptor(xcb), reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
            address.ss_family == AF_UNIX;
+}
+
+// Linux calls a socket writable when at least a third of its buffer is free. The smallest request that a server must
+// take bounds it as well.
+size_t BandBytes(xcb_connection_t* xcb) {
+    constexpr size_t kMost = size_t{64} << 10;
+    constexpr size_t kLeast = size_t{8} << 10;
+    constexpr size_t kHeader = 28;    // of a request that puts an image, with the long form of the length
+    int buffer = 0;
+    socklen_t size = sizeof buffer;
+    if (getsockopt(xcb_get_file_descriptor(xcb), SOL_SOCKET, SO_SNDBUF, &buffer, &size) != 0)
+        buffer = 0;
+    const size_t request = size_t{xcb_get_maximum_request_length(xcb)} * 4;
+    return std::max(kLeast, std::min({kMost, static_cast<size_t>(std::max(buffer, 0)) / 4, request - kHeader}));
 }
 
 constexpr uint16_t kProbeBits = 512;
@@ -124,7 +139,7 @@ ServerInfo AskServer(xcb_connection_t* xcb) {
     xcb_prefetch_extension_data(xcb, &xcb_present_id);
     xcb_prefetch_maximum_request_length(xcb);
     ServerInfo info;
-    info.maxRequestBytes = size_t{xcb_get_maximum_request_length(xcb)} * 4;
+    info.bandBytes = BandBytes(xcb);
     AskShm(xcb, info);
     AskRandr(xcb, info);
     const xcb_query_extension_reply_t* present = xcb_get_extension_data(xcb, &xcb_present_id);

@@ -21,7 +21,9 @@ struct ServerInfo {
     uint8_t shmCompletion = 0;                 // code of the event; 0: no shared memory
     uint8_t randrFirstEvent = 0;               // 0: no list of monitors
     uint8_t presentOpcode = 0;                 // 0: nobody tells of vertical blanks
-    size_t maxRequestBytes = 0;
+    // Pixels that one request may carry where images are sent: as many as the socket has room for whenever it is
+    // writable at all, and no more than keeps the server from others for a moment.
+    size_t bandBytes = 0;
 };
 
 // Waits for the server's answers: event thread, while the connection opens. Selects the events of RandR.

@@ -27,10 +27,13 @@ void WatchState::OnTurn(Connection& connection) {
         const uint32_t none = XCB_BACK_PIXMAP_NONE;
         xcb_change_window_attributes(connection.Xcb(), m_window, XCB_CW_BACK_PIXMAP, &none);
     }
-    if (m_tell) {
-        m_tell = false;
-        m_listeners.Tell();
-    }
+    if (std::exchange(m_tellRoom, false))
+        m_listeners.Tell(&WindowWatch::Listener::OnSinkRoom);
+    const bool ready = std::exchange(m_tellReady, false);
+    if (std::exchange(m_tell, false))
+        m_listeners.Tell(&WindowWatch::Listener::OnWindowChange);
+    else if (ready)
+        m_listeners.Tell(&WindowWatch::Listener::OnSinkReady);
 }
 
 void WatchState::OnLeave(Connection& connection) {
@@ -48,7 +51,7 @@ void WatchState::OnLost() noexcept {
         m_facts = {};
         m_facts.life = Life::Dead;
     }
-    m_listeners.Tell();
+    m_listeners.Tell(&WindowWatch::Listener::OnWindowChange);
 }
 
 void WatchState::Publish(const WindowFacts& facts) {

@@ -39,8 +39,9 @@ public:
         return m_facts;
     }
     ListenerList& Listeners() { return m_listeners; }
-    void WantDraw() { m_draw.store(true); }    // takes effect with the next turn
-    void TellSoon() { m_tell = true; }         // event thread: at the end of this turn
+    void WantDraw() { m_draw.store(true); }         // takes effect with the next turn
+    void TellSinkReady() { m_tellReady = true; }    // event thread: at the end of this turn
+    void TellSinkRoom() { m_tellRoom = true; }
 
     void OnJoin(Connection& connection) override;
     void OnEvent(Connection& connection, const xcb_generic_event_t& event) override;
@@ -72,6 +73,8 @@ private:
     uint32_t m_walk = 0;                  // raised by each walk up the chain: answers of earlier ones do not count
     bool m_drawing = false;               // the background was taken away
     bool m_tell = false;
+    bool m_tellReady = false;
+    bool m_tellRoom = false;
     bool m_selected = false;
     bool m_asking = false;      // a refresh is under way
     bool m_askAgain = false;    // and something happened meanwhile

@@ -34,12 +34,15 @@ public:
     enum class Purpose { Look, Draw };
     enum class Life : uint32_t { Unknown, Alive, Dead };
 
-    // Told of a change that calls for a redraw: exposed, moved (also by an ancestor), resized, mapped, become known,
-    // and a sink that is ready again after it was busy. On the event thread; must not block and takes at most a leaf
-    // lock.
+    // Told of a change that calls for a redraw: exposed, moved (also by an ancestor), resized, mapped, become known;
+    // and of a sink that is ready again after it was busy, which lost nothing of what the window shows. On the event
+    // thread; must not block and takes at most a leaf lock.
     class Listener {
     public:
         virtual void OnWindowChange() noexcept = 0;
+        virtual void OnSinkReady() noexcept { OnWindowChange(); }
+        // A sink that sends its image in bands may send more.
+        virtual void OnSinkRoom() noexcept {}
 
     protected:
         ~Listener() = default;

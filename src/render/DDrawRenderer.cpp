@@ -145,7 +145,9 @@ CDDrawRenderer::Pass CDDrawRenderer::Begin(const RenderInfo& info) {
         return Pass::Failed;
     if (window == nullptr)
         return Pass::TextOnly;
-    BlitTarget target{window, {}, info.sinks != nullptr ? info.sinks->Main(window) : nullptr, nullptr, {}};
+    const bool viewable = window->Viewable();
+    BlitTarget target{.window = window, .size = {}, .hidden = !viewable, .room = {}};
+    target.sink = info.sinks != nullptr ? info.sinks->Main(window) : nullptr;
     const bool aside = info.area.overviewEnabled != 0 && info.area.overviewIsWindow != 0;
     if (info.sinks != nullptr)
         target.overview = info.sinks->Overview(aside ? info.overviewWindow : nullptr);
@@ -155,12 +157,12 @@ CDDrawRenderer::Pass CDDrawRenderer::Begin(const RenderInfo& info) {
         if (!EnsureSet(info, m_client))
             return Pass::Failed;
         target.room = aside ? m_set->Spare() : Rect{};
-        m_result = window->Viewable() ? m_set->Composite().Begin(target) : BlitResult::Ok;
+        m_result = viewable || aside ? m_set->Composite().Begin(target) : BlitResult::Ok;
         if (m_result != BlitResult::InvalidArgument)
             break;
     }
     if (m_result == BlitResult::Ok)
-        return window->Viewable() ? Pass::Draw : Pass::TextOnly;
+        return viewable ? Pass::Draw : aside ? Pass::Aside : Pass::TextOnly;
     if (m_result == BlitResult::StillDrawing || m_result == BlitResult::InvalidArgument)
         return Pass::Skip;
     return window->GetLife() == WindowWatch::Life::Dead && !window->ServerLost() ? Pass::Nothing : Pass::Failed;
@@ -170,21 +172,30 @@ void CDDrawRenderer::Latch(const RenderInfo& info) {
     m_force |= info.forceRedraw;
     (void)ViewForVideo();
     m_picture = m_video != nullptr ? WindowWatch::Size{m_video->Width(), m_video->Height()} : WindowWatch::Size{};
-    if (m_pass == Pass::Draw && info.presentEnabled)
+    m_overviewPlace = m_overviewInside = {};
+    if ((m_pass == Pass::Draw || m_pass == Pass::Aside) && info.presentEnabled)
         Compose(info);
 }
 
 // What the blits come to does not count: a surface that is lost is restored by its lock, and what could not be drawn
 // is drawn with the next picture.
 void CDDrawRenderer::Compose(const RenderInfo& info) {
-    BlitComposite& composite = m_set->Composite();
-    const Rect window = Whole(m_client);
-    m_overviewPlace = m_overviewInside = {};
     if (m_video == nullptr) {
-        (void)composite.Fill(window, 0);
+        if (m_pass == Pass::Draw)
+            (void)m_set->Composite().Fill(Whole(m_client), 0);
         return;
     }
     m_video->Unlock();
+    if (m_pass == Pass::Draw)
+        ComposePicture(info);
+    ComposeOverview(info, Whole(m_picture));
+    if (!m_video->Lock())
+        m_video.reset();
+}
+
+void CDDrawRenderer::ComposePicture(const RenderInfo& info) {
+    BlitComposite& composite = m_set->Composite();
+    const Rect window = Whole(m_client);
     const Rect whole = Whole(m_picture);
     Rect source = whole;
     if (info.area.zoomEnabled != 0)
@@ -195,9 +206,6 @@ void CDDrawRenderer::Compose(const RenderInfo& info) {
             (void)composite.Fill(band, 0);
     if (!destination.Empty())
         (void)composite.Blit(destination, m_video->Surface(), source);
-    ComposeOverview(info, whole);
-    if (!m_video->Lock())
-        m_video.reset();
 }
 
 // Text, which comes later, is kept off its place.
@@ -233,8 +241,9 @@ int32_t CDDrawRenderer::Present(const FramePtr* frame, const RenderInfo* info) {
     }
     if (!RefreshText(**frame, *info))
         return -1;
-    if (m_pass == Pass::Draw) {
-        LayText();
+    if (m_pass != Pass::TextOnly) {
+        if (m_pass == Pass::Draw)
+            LayText();
         const BlitResult result = Show(*info);
         if (Failed(result))
             return Fail(result);
@@ -246,7 +255,9 @@ int32_t CDDrawRenderer::Present(const FramePtr* frame, const RenderInfo* info) {
 BlitResult CDDrawRenderer::Show(const RenderInfo& info) {
     const auto view = View();
     const auto outer = info.window->ScreenRect();
-    const BlitResult result = view->Show(m_set->Composite(), outer.value_or(Whole(m_client)), m_client);
+    const BlitResult result = m_pass == Pass::Draw
+                                  ? view->Show(m_set->Composite(), outer.value_or(Whole(m_client)), m_client)
+                                  : BlitResult::Ok;
     if (Failed(result) || info.area.overviewIsWindow == 0 || m_overviewPlace.Empty())
         return result;
     const Rect there = info.overviewWindow->ScreenRect().value_or(m_overviewPlace);

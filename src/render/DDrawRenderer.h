@@ -5,6 +5,7 @@
 //   pass      the window                                     what happens
 //   Nothing   unknown yet, destroyed; or presenting is off   success; surfaces of a destroyed window are dropped
 //   TextOnly  none, or not viewable                          the text callback runs on surfaces in memory
+//   Aside     not viewable, but its overview has a window    the same, and the overview is drawn
 //   Skip      still read by the server                       success: the picture is skipped, a new pass follows
 //   Draw      can be drawn on                                composed in Latch, finished and copied in Present
 //   Failed    no device, no surfaces, or the server is gone  see below
@@ -44,7 +45,7 @@ public:
     int32_t Present(const FramePtr* frame, const RenderInfo* info) override;
 
 private:
-    enum class Pass { Nothing, TextOnly, Skip, Draw, Failed };
+    enum class Pass { Nothing, TextOnly, Aside, Skip, Draw, Failed };
 
     std::shared_ptr<MonitorView> ViewForVideo();
     bool EnsureVideo(const std::shared_ptr<MonitorView>& view, uint32_t width, uint32_t height, uint32_t fourCC);
@@ -53,6 +54,7 @@ private:
     bool EnsureSet(const RenderInfo& info, WindowWatch::Size size);
     Pass Begin(const RenderInfo& info);
     void Compose(const RenderInfo& info);
+    void ComposePicture(const RenderInfo& info);
     void ComposeOverview(const RenderInfo& info, const Rect& whole);
     bool RefreshText(const MediaFrameImpl& frame, const RenderInfo& info);
     void CallText(const MediaFrameImpl& frame, const RenderInfo& info);

@@ -75,6 +75,7 @@ public:
 struct BlitTarget {
     WindowWatchPtr window;
     WindowWatch::Size size;    // the window's inside
+    bool hidden = false;       // nothing is drawn on the window itself
     WindowSink* sink = nullptr;
     WindowSink* overview = nullptr;    // of the window beside it, may be null
     Rect room;                         // empty: there is none

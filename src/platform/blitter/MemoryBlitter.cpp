@@ -149,13 +149,17 @@ public:
     BlitResult Begin(const BlitTarget& target) override {
         m_target = target;
         m_target.overview = nullptr;
-        const WindowSink::State state = target.sink != nullptr ? target.sink->Prepare() : WindowSink::State::Absent;
-        if (state == WindowSink::State::Absent)
-            return target.window->ServerLost() ? BlitResult::SurfaceLost : BlitResult::Failed;
-        if (state != WindowSink::State::Ready)
-            return BlitResult::StillDrawing;
-        if (target.sink->Size() != target.size)
-            return BlitResult::InvalidArgument;
+        if (target.hidden) {
+            m_target.sink = nullptr;
+        } else {
+            const WindowSink::State state = target.sink != nullptr ? target.sink->Prepare() : WindowSink::State::Absent;
+            if (state == WindowSink::State::Absent)
+                return target.window->ServerLost() ? BlitResult::SurfaceLost : BlitResult::Failed;
+            if (state != WindowSink::State::Ready)
+                return BlitResult::StillDrawing;
+            if (target.sink->Size() != target.size)
+                return BlitResult::InvalidArgument;
+        }
         if (target.overview != nullptr && target.overview->Prepare() == WindowSink::State::Ready)
             m_target.overview = target.overview;
         return BlitResult::Ok;

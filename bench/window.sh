@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# window.sh BUILD [SECONDS] [ROUNDS] [RENDERER] [THREADS]: the player in a window (RENDERER: default, gdi, compose, stretch)
+# window.sh BUILD [SECONDS] [ROUNDS] [RENDERER] [THREADS] [SIZES]: the player in a window (RENDERER: default, gdi, compose, stretch)
 # beside decoding alone, a pipeline of GStreamer and, where it is installed, mpv, in turn, with the same file and threads (1
 # and 2, or those given), each under a private X server: processor seconds of the program and of the server. Prints medians,
 # and ratios to decoding alone and to the other two.
@@ -18,6 +18,7 @@ seconds=${2:-20}
 rounds=${3:-3}
 renderer=${4:-default}
 threads=${5:-1 2}
+sizes=${6:-1920x1080 1280x720 960x540}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
@@ -25,7 +26,7 @@ cd "$work"
 ffmpeg -nostdin -v error -f lavfi -i "testsrc2=size=1920x1080:rate=25,noise=alls=12:allf=t" -t "$seconds" -c:v libx264 -preset veryfast \
     -b:v 4M -g 50 -bf 0 -refs 1 -pix_fmt yuv420p large.mp4
 
-python3 - "$build" "$seconds" "$rounds" "$renderer" "$threads" <<'PY'
+python3 - "$build" "$seconds" "$rounds" "$renderer" "$threads" "$sizes" <<'PY'
 import glob, json, os, shutil, statistics, subprocess, sys
 build, seconds, rounds, renderer = sys.argv[1], sys.argv[2], int(sys.argv[3]), sys.argv[4]
 
@@ -64,14 +65,13 @@ def pipeline(threads, scale=""):
                  f"{scale} videoconvert ! ximagesink sync=true qos=false max-lateness=-1".split()]), "-"
 
 def mpv(size, threads, *profile):
-    return *run(["mpv", "--no-config", "--really-quiet", "--vo=x11", *profile, "--hwdec=no", "--framedrop=no", "--audio=no",
-                 "--osc=no", f"--vd-lavc-threads={threads}", f"--geometry={size}+0+0", "large.mp4"]), "-"
+    return *run(["mpv", "--no-config", "--really-quiet", "--vo=x11", *profile, "--framedrop=no", f"--vd-lavc-threads={threads}", f"--geometry={size}+0+0", "large.mp4"]), "-"
 
 def scaled(size, method):
     width, height = size.split("x")
     return f" videoscale method={method} ! video/x-raw,width={width},height={height} !"
 
-sizes = ("1920x1080", "1280x720", "960x540")
+sizes = sys.argv[6].split()
 pipeline(1)    # its registry is written now
 for threads in map(int, sys.argv[5].split()):
     rows = {"decode only": lambda: (*run([f"{build}/bench/decode_only", "large.mp4", str(threads), seconds]), "-")}

@@ -265,7 +265,7 @@ UnitKind KindOf(uint32_t streamType, unsigned code) {
     case CORVANE_STREAM_H265:
         return kindOf(isWithin(code >> 1 & 63, 32, 34), (code >> 1 & 63) < 32);
     default:
-        return UnitKind::Picture;    // has no such headers
+        return UnitKind::Other;
     }
 }
 
@@ -338,6 +338,8 @@ bool ParameterSetCheck::H264Stands(const uint8_t* data, uint32_t size) {
 }
 
 bool HasHeadersOnly(uint32_t streamType, const uint8_t* data, uint32_t size) {
+    if (streamType != CORVANE_STREAM_MPEG4 && streamType != CORVANE_STREAM_H264 && streamType != CORVANE_STREAM_H265)
+        return false;    // without looking for a start code, which such a unit may not have
     bool headers = false;
     const uint8_t* end = data + size;
     for (const uint8_t* at = BehindStartCode(data, end); at < end; at = BehindStartCode(at, end)) {

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <string>
@@ -127,64 +125,6 @@ TEST(PaceClock, Rules) {
         clock.SetReverse(false);
         clock.Pace(100'033, 1.2f, 0);
         EXPECT_EQ(clock.DueNs(), 77 + 27'499'998);    // in single precision; exact would be 27,500,000
-    }
-}
-
-// A day of a camera whose clock is off, played as the live worker plays: what it pops it shows at once and sleeps until
-// the next is due; over the buffer time 16 times in a row it plays a fifth faster; half a second late it skips. Neither
-// the queue nor the age of what is shown grows with the hours.
-TEST(LivePacing, ADayOfAClockThatIsOff) {
-    constexpr int64_t kPeriodNs = 40'000'000, kDecodeNs = 3'000'000, kHourNs = 3'600'000'000'000, kJitterMs = 15;
-    const struct {
-        double sourceRate;
-        uint32_t bufferMs;
-    } rows[] = {{1.001, 1}, {1.001, 200}, {0.999, 1}, {0.999, 200}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.sourceRate << ", buffer " << row.bufferMs);
-        JitterQueue queue;
-        queue.SetBufferTime(row.bufferMs);
-        PaceClock clock;
-        uint64_t deepest = 0, shown = 0, refused = 0, skipped = 0;
-        int64_t oldest = 0, now = 0, late = 0, sent = 0;
-        uint32_t over = 0;
-        const auto arrival = [&](int64_t number) {    // in order, each up to 15 ms late
-            const uint64_t mixed = (static_cast<uint64_t>(number) + 1) * 6364136223846793005u;
-            return static_cast<int64_t>(static_cast<double>(number * kPeriodNs) / row.sourceRate) +
-                   static_cast<int64_t>(mixed >> 33) % (kJitterMs * 1'000'000);
-        };
-        while (now < 24 * kHourNs) {
-            for (; arrival(sent) <= now; ++sent)
-                refused += queue.Push(Frame(sent % 50 == 0 ? 'K' : 'v', 1'000'000 + sent * 40)) ? 0 : 1;
-            deepest = std::max(deepest, queue.LevelMs());
-            if (late < -499) {
-                skipped += queue.Skip(-late).size();
-                late = 0;
-                continue;
-            }
-            FramePtr frame;
-            const int popped = queue.Pop(frame);
-            if (popped < 0) {
-                clock.Unset();
-                now = arrival(sent);    // woken by the next frame
-                continue;
-            }
-            over = popped == 0 ? over + 1 : 0;
-            const int64_t timeMs = TimeMs(*frame);
-            now += kDecodeNs;
-            ++shown;
-            oldest = std::max(oldest, now - arrival((timeMs - 1'000'000) / 40));
-            late = clock.Pace(timeMs, over >= 16 ? 1.2f : 1.0f, now);
-            now += std::max<int64_t>(late, 0) * 1'000'000;
-        }
-        // Beyond the buffer: jitter, and what comes until sixteen pops have shown that there is too much.
-        EXPECT_LE(deepest, row.bufferMs + 160);
-        EXPECT_LE(oldest / 1'000'000, row.bufferMs + 160);
-        EXPECT_EQ(refused + skipped, 0u);
-        EXPECT_GE(shown + 10, static_cast<uint64_t>(sent));
-        if (testing::Test::HasFailure())
-            std::printf("deepest %llu ms, oldest %lld ms, shown %llu of %lld\n",
-                        static_cast<unsigned long long>(deepest), static_cast<long long>(oldest / 1'000'000),
-                        static_cast<unsigned long long>(shown), static_cast<long long>(sent));
     }
 }
 

@@ -7,11 +7,11 @@
 #include <set>
 #include <string>
 
+#include "manager/RenderMgr.h"
 #include "render/DDrawRenderer.h"
 #include "support/Latch.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
-#include "support/Told.h"
 
 namespace corvane {
 namespace {
@@ -462,6 +462,19 @@ TEST(DefaultRenderer, DeviceMap) {
     EXPECT_EQ(blitter.log.back(), "device 99") << "that of the desktop, where nothing is told";
 }
 
+// What a manager tells its client, counted; lives longer than it.
+struct Told {
+    std::atomic<int> presents{0}, replaced{0};
+
+    void By(CRenderMgr& manager) {
+        manager.SetAfterDisplay([](void* told, const AfterDisplayRecord*) { ++static_cast<Told*>(told)->presents; },
+                                this);
+        manager.SetStreamInfo([](void* told, uint32_t code, uint64_t,
+                                 uint64_t) { static_cast<Told*>(told)->replaced += code == 9 ? 1 : 0; },
+                              this);
+    }
+};
+
 // What the manager and its client see of a renderer that cannot lend: the plain one in its place and code 9, once.
 ScriptedBlitter* managed;
 const RendererMakers kManaged{RendererMakers::Built().gdi, [](const RenderInfo& info) -> RendererPtr {
@@ -485,7 +498,7 @@ TEST(DefaultRenderer, WhatCannotLendGivesWayOnce) {
         ScriptedBlitter blitter;
         managed = &blitter;
         blitter.refused = row.refused;
-        test::Told told;
+        Told told;
         CRenderMgr manager(&manager, 0, row.flags, Clock::System(), kManaged);
         told.By(manager);
         test::PlainPicture picture(64, 48);

@@ -62,7 +62,7 @@ private:
     void DropProbe(Connection& connection, Crtc& crtc);
     void Publish();
 
-    std::atomic<bool> m_wanted{false};
+    std::atomic<bool> m_wanted{false};    // a look is due: set by who asks, taken by the event thread
 
     mutable Mutex m_lock;    // a leaf
     std::vector<Told> m_told GUARDED_BY(m_lock);

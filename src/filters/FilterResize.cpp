@@ -10,12 +10,31 @@ extern "C" {
 
 #include "base/FailurePoint.h"
 #include "filters/FilterChain.h"
+#include "filters/NearestSamples.h"
 
 namespace QMRX::Filter {
 
 namespace {
 
 constexpr uintptr_t kScalerAlignment = 16;
+
+class ResizeNearest final : public FilterResize::Impl {
+public:
+    int32_t ScaleI420(const FilterArgs& args, uint32_t width, uint32_t height) override {
+        if (corvane::failure::MustFail(corvane::failure::Site::PlatformCall) ||
+            !m_samples.Make(args.width, args.height, width, height, args.source->format))
+            return -1;
+        m_samples.Scale(*args.source, *args.destination);
+        return 0;
+    }
+    int32_t ScaleNV12(const FilterArgs& args, uint32_t width, uint32_t height) override {
+        return ScaleI420(args, width, height);
+    }
+    uint32_t GetType() const override { return 0; }
+
+private:
+    NearestSamples m_samples;
+};
 
 template <uint32_t kType, int kFlag>
 class Resize final : public FilterResize::Impl {
@@ -56,7 +75,6 @@ private:
     SwsContext* m_context = nullptr;
 };
 
-using ResizeNearest = Resize<0, SWS_POINT>;
 using ResizeLinear = Resize<1, SWS_BILINEAR>;
 using ResizeCubic = Resize<2, SWS_BICUBIC>;
 using ResizeLanczos = Resize<3, SWS_LANCZOS>;

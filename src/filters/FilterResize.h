@@ -12,8 +12,8 @@ namespace QMRX::Filter {
 
 class FilterResize final : public IFilter {
 public:
-    // One kind of scaling. Holds its scaler context between pictures of one size. Source and target format are the
-    // same.
+    // One kind of scaling. Holds what it made for one size between pictures: a scaler context or, for the nearest
+    // sample, the scaler's choice. Source and target format are the same.
     class Impl {
     public:
         virtual ~Impl() = default;

@@ -1,6 +1,12 @@
 #include <gtest/gtest.h>
 
+extern "C" {
+#include <libswscale/swscale.h>
+}
+
+#include <array>
 #include <cstring>
+#include <random>
 #include <utility>
 #include <vector>
 
@@ -172,6 +178,33 @@ TEST(FilterResize, TypesAndAlignment) {
         for (const auto& [width, height] : {std::pair{0u, 24u}, {32u, 0u}, {16385u, 2u}, {UINT32_MAX, UINT32_MAX}})
             EXPECT_EQ(Scale(resize, aligned, to.picture, width, height), -1);
     }
+}
+
+// The nearest sample is libswscale's choice, to the byte: growing and shrinking, by whole numbers and not.
+TEST(FilterResize, NearestIsTheScalersChoice) {
+    std::mt19937 random(1);
+    const auto side = [&](uint32_t most) { return 1 + static_cast<uint32_t>(random()) % most; };
+    std::vector<std::array<uint32_t, 4>> sizes = {{1920, 1080, 960, 540}, {1920, 1080, 480, 270}, {16384, 2, 4001, 2},
+                                                  {300, 16384, 20, 777},  {64, 4, 16384, 2},      {70, 50, 70, 48}};
+    while (sizes.size() < 150)
+        sizes.push_back({side(300), 2 * side(99), side(random() % 2 == 0 ? 40 : 500), 2 * side(150)});
+    for (const auto& [width, height, toWidth, toHeight] : sizes)
+        for (const bool nv12 : {false, true}) {
+            const Decoded from(width, height, nv12, width);
+            Image got(toWidth, toHeight, from.picture.format), wanted(toWidth, toHeight, from.picture.format);
+            FilterResize resize;
+            ASSERT_EQ(Scale(resize, from, got.picture, toWidth, toHeight), 0);
+            const AVPixelFormat format = nv12 ? AV_PIX_FMT_NV12 : AV_PIX_FMT_YUV420P;
+            const auto length = [](uint32_t pixels) { return static_cast<int>(pixels); };
+            SwsContext* const context = sws_getContext(length(width), length(height), format, length(toWidth),
+                                                       length(toHeight), format, SWS_POINT, nullptr, nullptr, nullptr);
+            ASSERT_NE(context, nullptr);
+            sws_scale(context, from.picture.plane, from.picture.stride, 0, length(height), wanted.picture.plane,
+                      wanted.picture.stride);
+            sws_freeContext(context);
+            ASSERT_EQ(got.Visible(), wanted.Visible())
+                << width << "x" << height << " to " << toWidth << "x" << toHeight << (nv12 ? " pairs" : "");
+        }
 }
 
 // Tight rows and odd heights: not a byte behind the picture is touched, and the terminal stays empty.

@@ -14,6 +14,7 @@
 #include "kernels/PackedYuv.h"
 #include "kernels/PlaneCopy.h"
 #include "kernels/PlaneShrink.h"
+#include "kernels/SamplePick.h"
 #include "kernels/SemiPlanar.h"
 #include "kernels/Stretch.h"
 #include "kernels/YCbCrToRGB.h"
@@ -182,6 +183,28 @@ TEST_P(EachTarget, PlanesAndPairsConvertBothWays) {
                              evenY.Step(), uv.Data(), uv.Step(), width, height),
                   width < 2 || height < 2 ? kRefused : kDone);
         ASSERT_TRUE(evenY.Equals(wantedEvenY) && uv.Equals(wantedUv)) << Where("I420ToNV12", width, height);
+    }
+}
+
+// Columns that rise by steps of up to nine, from tight rows to tight rows; the source ends with its last sample.
+TEST_P(EachTarget, PicksOfSamples) {
+    std::mt19937 random(5);
+    for (uint32_t turn = 0; turn < 600; ++turn) {
+        std::vector<uint32_t> columns(1 + turn % 150);
+        uint32_t at = turn % 4;
+        for (uint32_t& column : columns) {
+            column = at;
+            at += turn % 3 == 0 ? 2 : static_cast<uint32_t>(random()) % (1 + turn % 10);
+        }
+        const uint32_t bytes = columns.back() + 1 + turn % 2, count = static_cast<uint32_t>(columns.size());
+        SourcePlane row(bytes, 1, 0, Fill::Random, turn);
+        const test::GuardedBytes memory(row.Data(), bytes);
+        PoisonedPlane got(count, 1, 0), wanted(count, 1, 0);
+        SamplePick pick;
+        ASSERT_TRUE(pick.Make(columns, bytes));
+        pick.Row(memory.Data(), got.Data());
+        ref::PickRow(columns.data(), columns.size(), row.Data(), wanted.Data());
+        ASSERT_TRUE(got.Equals(wanted)) << Where("SamplePick", bytes, count);
     }
 }
 

@@ -1,0 +1,37 @@
+// Scaling to the nearest sample without arithmetic: the choice that libswscale makes, as tables.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "base/AlignedBuffer.h"
+#include "corvane/filter.h"
+#include "kernels/SamplePick.h"
+
+namespace QMRX::Filter {
+
+class NearestSamples {
+public:
+    // Sizes in pixels, `format` is I420 or NV12 on both sides. The same arguments keep the tables. False without memory
+    // and for a size that libswscale refuses; nothing may be scaled then.
+    [[nodiscard]] bool Make(uint32_t width, uint32_t height, uint32_t toWidth, uint32_t toHeight, uint32_t format);
+
+    // Byte for byte what libswscale makes with SWS_POINT. Of an odd height there are (height + 1) / 2 chroma rows on
+    // both sides. Rows are read and written as far as their samples go, wherever they lie.
+    void Scale(const Picture& from, const Picture& to) const;
+
+private:
+    // For each sample along one side of the target the one of the source.
+    struct Axis {
+        bool Ask(bool across, uint32_t from, uint32_t to);
+        corvane::AlignedBuffer memory;
+        std::span<uint32_t> luma, chroma;
+    };
+    bool MakeTables();
+
+    uint32_t m_sizes[5] = {};
+    Axis m_rows;
+    corvane::kernels::SamplePick m_luma, m_chroma;
+};
+
+}    // namespace QMRX::Filter

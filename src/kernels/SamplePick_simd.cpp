@@ -1,0 +1,137 @@
+// The samples of 16 lanes lie in a few windows of 16 bytes in a row: a byte table takes out of each what lies there.
+#include "kernels/SamplePick.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "kernels/SamplePick_simd.cpp"
+#include <hwy/foreach_target.h>
+#include <hwy/highway.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "kernels/Vectors-inl.h"
+
+#ifndef CORVANE_KERNELS_SAMPLEPICK_ONCE
+#define CORVANE_KERNELS_SAMPLEPICK_ONCE
+namespace corvane::kernels {
+
+inline constexpr size_t kPickLanes = 16;
+inline constexpr size_t kPickMaxWindows = 4;
+
+// What the forms by instruction set see of a SamplePick. Of each block of 16 lanes stand one offset of its windows and,
+// for each window, 16 indices, those of lanes that lie in another with their top bit set. The last block ends with the
+// row, so it may repeat lanes of the one before.
+class SamplePickAccess {
+public:
+    explicit SamplePickAccess(const SamplePick& pick) : m_pick(pick) {}
+    size_t Count() const { return m_pick.m_count; }
+    const uint32_t* Offsets() const { return m_pick.m_offsets; }
+    const uint8_t* Lanes() const { return m_pick.m_lanes; }
+
+private:
+    const SamplePick& m_pick;
+};
+
+}    // namespace corvane::kernels
+#endif
+
+HWY_BEFORE_NAMESPACE();
+namespace corvane::kernels {
+namespace HWY_NAMESPACE {
+
+#if CORVANE_KERNELS_PLAIN
+bool PickIsPlain() {
+    return true;
+}
+void PickBlocks(const SamplePick&, size_t, const uint8_t*, uint8_t*) {}
+#else
+bool PickIsPlain() {
+    return false;
+}
+
+template <size_t kWindows>
+HWY_INLINE void PickWindows(const SamplePickAccess& pick, const uint8_t* HWY_RESTRICT source,
+                            uint8_t* HWY_RESTRICT out) {
+    const hn::FixedTag<uint8_t, kPickLanes> d;
+    const uint32_t* offset = pick.Offsets();
+    const uint8_t* lanes = pick.Lanes();
+    const size_t last = pick.Count() - kPickLanes;
+    for (size_t at = 0;; at = std::min(at + kPickLanes, last), ++offset) {
+        auto picked = hn::Zero(d);
+        for (size_t i = 0; i < kWindows; ++i, lanes += kPickLanes)
+            picked = hn::Or(
+                picked, hn::TableLookupBytesOr0(hn::LoadU(d, source + *offset + i * kPickLanes), hn::Load(d, lanes)));
+        hn::StoreU(picked, d, out + at);
+        if (at == last)
+            return;
+    }
+}
+
+void PickBlocks(const SamplePick& pick, size_t windows, const uint8_t* source, uint8_t* out) {
+    const SamplePickAccess access(pick);
+    switch (windows) {
+    case 1:
+        return PickWindows<1>(access, source, out);
+    case 2:
+        return PickWindows<2>(access, source, out);
+    case 3:
+        return PickWindows<3>(access, source, out);
+    default:
+        return PickWindows<kPickMaxWindows>(access, source, out);
+    }
+}
+#endif
+
+}    // namespace HWY_NAMESPACE
+}    // namespace corvane::kernels
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace corvane::kernels {
+
+HWY_EXPORT(PickIsPlain);
+HWY_EXPORT(PickBlocks);
+
+bool SamplePick::Make(std::span<const uint32_t> columns, size_t sourceBytes) {
+    m_count = columns.size();
+    m_windows = 0;
+    const size_t blocks = (m_count + kPickLanes - 1) / kPickLanes;
+    const auto first = [&](size_t block) { return std::min(block * kPickLanes, m_count - kPickLanes); };
+    if (m_count >= kPickLanes && !HWY_DYNAMIC_DISPATCH(PickIsPlain)()) {
+        size_t span = 0;
+        for (size_t block = 0; block < blocks; ++block)
+            span = std::max<size_t>(span, columns[first(block) + kPickLanes - 1] - columns[first(block)] + 1);
+        const size_t windows = (span + kPickLanes - 1) / kPickLanes;
+        if (windows <= kPickMaxWindows && windows * kPickLanes <= sourceBytes)
+            m_windows = windows;
+    }
+    const size_t laneBytes = blocks * m_windows * kPickLanes;
+    if (!m_memory.Allocate(laneBytes + (blocks + m_count) * sizeof(uint32_t)))
+        return false;
+    auto* const offsets = reinterpret_cast<uint32_t*>(m_memory.Data() + laneBytes);
+    m_lanes = m_memory.Data();
+    m_offsets = offsets;
+    m_columns = offsets + blocks;
+    std::copy(columns.begin(), columns.end(), offsets + blocks);
+    std::memset(m_memory.Data(), 0x80, laneBytes);
+    for (size_t block = 0; m_windows != 0 && block < blocks; ++block) {
+        const size_t base = std::min<size_t>(columns[first(block)], sourceBytes - m_windows * kPickLanes);
+        offsets[block] = static_cast<uint32_t>(base);
+        for (size_t lane = 0; lane < kPickLanes; ++lane) {
+            const size_t at = columns[first(block) + lane] - base;
+            uint8_t* const window = m_memory.Data() + (block * m_windows + at / kPickLanes) * kPickLanes;
+            window[lane] = static_cast<uint8_t>(at % kPickLanes);
+        }
+    }
+    return true;
+}
+
+void SamplePick::Row(const uint8_t* source, uint8_t* out) const {
+    if (m_windows == 0)
+        ref::PickRow(m_columns, m_count, source, out);
+    else
+        HWY_DYNAMIC_DISPATCH(PickBlocks)(*this, m_windows, source, out);
+}
+
+}    // namespace corvane::kernels
+#endif

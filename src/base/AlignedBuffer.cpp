@@ -7,6 +7,7 @@
 
 #include "base/FailurePoint.h"
 #include "base/Limits.h"
+#include "base/Sanitized.h"
 
 namespace corvane {
 
@@ -18,22 +19,9 @@ constexpr size_t kPage = 4096;
 
 // Whole pictures of high definition are walked through from end to end for each frame: large pages spare most of the
 // address look-ups (a hint, which the system may ignore). They come from the system and go back there at once, which an
-// allocator would not do, and a page that nobody writes takes no memory. Sanitizers see the bounds of what an allocator
-// gives only.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kMaps = false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool kMaps = false;
-#else
-constexpr bool kMaps = true;
-#endif
-#else
-constexpr bool kMaps = true;
-#endif
-
+// allocator would not do, and a page that nobody writes takes no memory.
 bool IsMapped(size_t whole) {
-    return kMaps && whole >= 2 * kLargePage;
+    return !kSanitized && whole >= 2 * kLargePage;
 }
 
 uint8_t* Map(size_t whole) {

@@ -110,11 +110,13 @@ bool NearestSamples::MakeTables() {
 void NearestSamples::Scale(const Picture& from, const Picture& to) const {
     for (int plane = 0; plane < 3 && from.plane[plane] != nullptr; ++plane) {
         const corvane::kernels::SamplePick& pick = plane == 0 ? m_luma : m_chroma;
-        uint8_t* out = to.plane[plane];
-        for (const uint32_t row : plane == 0 ? m_rows.luma : m_rows.chroma) {
-            pick.Row(from.plane[plane] + static_cast<ptrdiff_t>(row) * from.stride[plane], out);
-            out += to.stride[plane];
-        }
+        const std::span<uint32_t> rows = plane == 0 ? m_rows.luma : m_rows.chroma;
+        const auto source = [&](size_t row) {
+            return from.plane[plane] +
+                   static_cast<ptrdiff_t>(rows[std::min(row, rows.size() - 1)]) * from.stride[plane];
+        };
+        for (size_t row = 0; row < rows.size(); ++row)
+            pick.Row(source(row), to.plane[plane] + static_cast<ptrdiff_t>(row) * to.stride[plane], source(row + 1));
     }
 }
 

@@ -1,10 +1,43 @@
 #include "kernels/PlaneCopy.h"
 
+#if defined(__x86_64__)
+#include <cpuid.h>
+#endif
+
 #include <cstring>
 
+#include "base/Sanitized.h"
 #include "kernels/Source420.h"
 
 namespace corvane::kernels {
+
+namespace {
+
+#if defined(__x86_64__)
+// Of a run larger than the second-level cache the processor's own string copy does not fetch the lines that it is about
+// to overwrite, and leaves them in the cache like any other: a fifth less time than memcpy from memory to memory, the
+// reader's time counted. Not every processor has a fast one.
+bool CopiesStrings() {
+    constexpr unsigned kErms = 1u << 9;    // of leaf 7, EBX
+    unsigned a = 0, b = 0, c = 0, d = 0;
+    return !kSanitized && __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (b & kErms) != 0;
+}
+
+void CopyRun(const uint8_t* source, uint8_t* destination, size_t bytes) {
+    constexpr size_t kLarge = size_t{1} << 20;
+    static const bool kFast = CopiesStrings();
+    if (kFast && bytes >= kLarge)
+        asm volatile("rep movsb" : "+D"(destination), "+S"(source), "+c"(bytes) : : "memory");
+    else
+        std::memcpy(destination, source, bytes);
+}
+#else
+void CopyRun(const uint8_t* source, uint8_t* destination, size_t bytes) {
+    std::memcpy(destination, source, bytes);
+}
+#endif
+
+}    // namespace
 
 int32_t PlaneCopy(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
                   uint32_t width, uint32_t height, uint32_t /*mode*/) {
@@ -13,7 +46,7 @@ int32_t PlaneCopy(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destinat
     if (source == nullptr || destination == nullptr)
         return kRefused;
     if (sourceStep == destinationStep && sourceStep == static_cast<ptrdiff_t>(width)) {
-        std::memcpy(destination, source, size_t{width} * height);
+        CopyRun(source, destination, size_t{width} * height);
         return kDone;
     }
     for (uint32_t row = 0; row < height; ++row) {

@@ -16,8 +16,9 @@ public:
     // `sourceBytes`. False when there is no memory; nothing may be picked then.
     [[nodiscard]] bool Make(std::span<const uint32_t> columns, size_t sourceBytes);
 
-    // out[i] = source[columns[i]]; reads and writes nothing outside the two rows.
-    void Row(const uint8_t* source, uint8_t* out) const;
+    // out[i] = source[columns[i]]; reads and writes nothing outside the two rows. `next`, a hint: the row to be picked
+    // after this one, which is fetched meanwhile, as the processor does not guess rows that are left out.
+    void Row(const uint8_t* source, uint8_t* out, const uint8_t* next) const;
 
 private:
     friend class SamplePickAccess;

@@ -3,6 +3,7 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "kernels/SamplePick_simd.cpp"
+#include <hwy/cache_control.h>
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
@@ -43,20 +44,21 @@ namespace HWY_NAMESPACE {
 bool PickIsPlain() {
     return true;
 }
-void PickBlocks(const SamplePick&, size_t, const uint8_t*, uint8_t*) {}
+void PickBlocks(const SamplePick&, size_t, const uint8_t*, uint8_t*, const uint8_t*) {}
 #else
 bool PickIsPlain() {
     return false;
 }
 
 template <size_t kWindows>
-HWY_INLINE void PickWindows(const SamplePickAccess& pick, const uint8_t* HWY_RESTRICT source,
-                            uint8_t* HWY_RESTRICT out) {
+HWY_INLINE void PickWindows(const SamplePickAccess& pick, const uint8_t* HWY_RESTRICT source, uint8_t* HWY_RESTRICT out,
+                            const uint8_t* next) {
     const hn::FixedTag<uint8_t, kPickLanes> d;
     const uint32_t* offset = pick.Offsets();
     const uint8_t* lanes = pick.Lanes();
     const size_t last = pick.Count() - kPickLanes;
     for (size_t at = 0;; at = std::min(at + kPickLanes, last), ++offset) {
+        hwy::Prefetch(next + *offset);
         auto picked = hn::Zero(d);
         for (size_t i = 0; i < kWindows; ++i, lanes += kPickLanes)
             picked = hn::Or(
@@ -67,17 +69,17 @@ HWY_INLINE void PickWindows(const SamplePickAccess& pick, const uint8_t* HWY_RES
     }
 }
 
-void PickBlocks(const SamplePick& pick, size_t windows, const uint8_t* source, uint8_t* out) {
+void PickBlocks(const SamplePick& pick, size_t windows, const uint8_t* source, uint8_t* out, const uint8_t* next) {
     const SamplePickAccess access(pick);
     switch (windows) {
     case 1:
-        return PickWindows<1>(access, source, out);
+        return PickWindows<1>(access, source, out, next);
     case 2:
-        return PickWindows<2>(access, source, out);
+        return PickWindows<2>(access, source, out, next);
     case 3:
-        return PickWindows<3>(access, source, out);
+        return PickWindows<3>(access, source, out, next);
     default:
-        return PickWindows<kPickMaxWindows>(access, source, out);
+        return PickWindows<kPickMaxWindows>(access, source, out, next);
     }
 }
 #endif
@@ -126,11 +128,11 @@ bool SamplePick::Make(std::span<const uint32_t> columns, size_t sourceBytes) {
     return true;
 }
 
-void SamplePick::Row(const uint8_t* source, uint8_t* out) const {
+void SamplePick::Row(const uint8_t* source, uint8_t* out, const uint8_t* next) const {
     if (m_windows == 0)
         ref::PickRow(m_columns, m_count, source, out);
     else
-        HWY_DYNAMIC_DISPATCH(PickBlocks)(*this, m_windows, source, out);
+        HWY_DYNAMIC_DISPATCH(PickBlocks)(*this, m_windows, source, out, next);
 }
 
 }    // namespace corvane::kernels

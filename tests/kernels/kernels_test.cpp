@@ -202,9 +202,20 @@ TEST_P(EachTarget, PicksOfSamples) {
         PoisonedPlane got(count, 1, 0), wanted(count, 1, 0);
         SamplePick pick;
         ASSERT_TRUE(pick.Make(columns, bytes));
-        pick.Row(memory.Data(), got.Data());
+        pick.Row(memory.Data(), got.Data(), memory.Data() + bytes);
         ref::PickRow(columns.data(), columns.size(), row.Data(), wanted.Data());
         ASSERT_TRUE(got.Equals(wanted)) << Where("SamplePick", bytes, count);
+    }
+}
+
+// Tight planes are one run, which takes another road when it is large.
+TEST(PlaneCopy, RunsOfAllSizes) {
+    for (const auto& [width, height] : {std::pair{61u, 7u}, {1024u, 1023u}, {1024u, 1024u}, {1031u, 1025u}}) {
+        SourcePlane source(width, height, 0, Fill::Random, width);
+        PoisonedPlane got(width, height, 0), wanted(width, height, 0);
+        CopyRows(source, wanted, width, height);
+        ASSERT_EQ(PlaneCopy(source.Data(), source.Step(), got.Data(), got.Step(), width, height, 0), kDone);
+        EXPECT_TRUE(got.Equals(wanted)) << width << " x " << height;
     }
 }
 

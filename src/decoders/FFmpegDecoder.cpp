@@ -28,8 +28,6 @@ namespace {
 // brings beyond this is thrown away.
 constexpr size_t kMaxOutput = 1024;
 
-constexpr size_t kMaxHeaderBytes = 1 << 16;    // of parameter sets that wait for their picture
-
 // Libavcodec asks that codecs are opened and closed one at a time.
 Mutex& CodecMutex() {
     static Mutex mutex;
@@ -183,26 +181,7 @@ bool DecoderIsolated_FFmpeg::HeadersStand(const EncodedUnit& in) {
 
 int32_t DecoderIsolated_FFmpeg::Feed(const EncodedUnit& in) {
     // A packet without bytes would tell the codec that the stream ends.
-    if (in.data == nullptr || in.size == 0 || in.size > INT_MAX - kMaxHeaderBytes - AV_INPUT_BUFFER_PADDING_SIZE)
-        return 0;
-    if (HasHeadersOnly(StreamTypeOf(m_codec), in.data, in.size)) {
-        if (m_headers.size() + in.size > kMaxHeaderBytes)
-            m_headers.clear();
-        if (in.size <= kMaxHeaderBytes)
-            m_headers.insert(m_headers.end(), in.data, in.data + in.size);
-        return 0;
-    }
-    if (m_headers.empty())
-        return Send(in);
-    std::vector<uint8_t> whole = std::exchange(m_headers, {});
-    whole.insert(whole.end(), in.data, in.data + in.size);
-    const auto size = static_cast<uint32_t>(whole.size());
-    whole.resize(size + AV_INPUT_BUFFER_PADDING_SIZE);
-    return Send({whole.data(), size, in.type_or_count});
-}
-
-int32_t DecoderIsolated_FFmpeg::Send(const EncodedUnit& in) {
-    if (!HeadersStand(in))
+    if (in.data == nullptr || in.size == 0 || in.size > INT_MAX - AV_INPUT_BUFFER_PADDING_SIZE || !HeadersStand(in))
         return 0;
     for (int attempt = 0; attempt < 2; ++attempt) {
         // The packet has no owner for its bytes, so libavcodec copies them: with frame threads it keeps them longer

@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
-#include <vector>
 
 #include "corvane/decoder.h"
 #include "decoders/DecoderFactories.h"
@@ -51,7 +50,6 @@ private:
     bool HeadersStand(const EncodedUnit& in);
     // Appends what the unit brings to m_output. Negative when the decoder refuses to work; a damaged unit is 0.
     int32_t Feed(const EncodedUnit& in);
-    int32_t Send(const EncodedUnit& in);
     // Takes all that is ready. Stopped: an error on the way.
     Turn Receive();
     bool IsKept(const AVFrame& frame) const;
@@ -70,9 +68,6 @@ private:
     QMRX::SDK::Utility::FrameQueue<Frame> m_frames;       // as the codec gives them
     QMRX::SDK::Utility::FrameQueue<Frame> m_converted;    // 4:2:0 copies of other formats
     ParameterSetCheck m_parameterSets;
-    // Parameter sets that came by themselves, until the picture that they belong to: alone they would take a frame
-    // thread's turn, and the picture of another unit would be missing in its place.
-    std::vector<uint8_t> m_headers;
     SwsContext* m_scaler = nullptr;
     std::unique_ptr<SampleConverter> m_samples;
     std::deque<FrameRef> m_output;    // received and not yet superseded, oldest first

@@ -166,7 +166,7 @@ void SkipReferences(RbspReader& reader, const SequenceParameterSet& sps, const P
 
 }    // namespace
 
-void ParameterSets::ParseSps(RbspReader& reader) {
+const SequenceParameterSet& ParameterSets::ParseSps(RbspReader& reader) {
     auto sps = std::make_unique<SequenceParameterSet>();
     const uint32_t profile_idc = reader.Bits(8);
     reader.Bits(16);    // constraint flags, level_idc
@@ -188,6 +188,7 @@ void ParameterSets::ParseSps(RbspReader& reader) {
             reader.Ue();
     }
     m_sps[id] = std::move(sps);
+    return *m_sps[id];
 }
 
 void ParameterSets::ParsePps(RbspReader& reader) {

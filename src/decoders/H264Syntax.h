@@ -52,7 +52,8 @@ struct SliceHeader {
 // unit. They raise std::exception for syntax that cannot stand, and no set is replaced then.
 class ParameterSets {
 public:
-    void ParseSps(RbspReader& reader);
+    // The set that was read, which stays until another takes its place.
+    const SequenceParameterSet& ParseSps(RbspReader& reader);
     void ParsePps(RbspReader& reader);
     // Up to and with dec_ref_pic_marking.
     SliceHeader ParseSlice(RbspReader& reader, uint8_t nal_unit_type, uint8_t nal_ref_idc) const;

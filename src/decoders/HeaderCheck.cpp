@@ -1,11 +1,10 @@
 #include "decoders/HeaderCheck.h"
 
 #include <algorithm>
-#include <cstring>
 #include <stdexcept>
 
 #include "base/Limits.h"
-#include "corvane/corvane.h"
+#include "decoders/StartCode.h"
 #include "frame/BitReader.h"
 
 namespace corvane {
@@ -19,18 +18,6 @@ static_assert(kMaxCodedPixels > limits::kMaxPicturePixels);
 bool SizeStands(uint64_t width, uint64_t height) {
     return width > 0 && height > 0 && width <= kMaxCodedPixels && height <= kMaxCodedPixels &&
            width * height <= kMaxCodedPixels && (width * 8 + 1024) * (height + 128) < INT32_MAX;
-}
-
-// Behind the next 00 00 01, or `end`.
-const uint8_t* BehindStartCode(const uint8_t* at, const uint8_t* end) {
-    for (const uint8_t* begin = at; at < end; ++at) {
-        at = static_cast<const uint8_t*>(std::memchr(at, 1, static_cast<size_t>(end - at)));
-        if (at == nullptr)
-            return end;
-        if (at - begin >= 2 && at[-1] == 0 && at[-2] == 0)
-            return at + 1;
-    }
-    return end;
 }
 
 // The beginning of a NAL unit behind its header, read as libavcodec does: three zeros do not end it, as encoders that
@@ -249,26 +236,6 @@ bool LayerStands(BitReader bits) {
     return SizeStands(width, bits.Bits(13));
 }
 
-enum class UnitKind { Header, Picture, Other };
-
-// By the byte behind a start code.
-UnitKind KindOf(uint32_t streamType, unsigned code) {
-    const auto isWithin = [](unsigned value, unsigned first, unsigned last) { return value >= first && value <= last; };
-    const auto kindOf = [](bool header, bool picture) {
-        return header ? UnitKind::Header : picture ? UnitKind::Picture : UnitKind::Other;
-    };
-    switch (streamType) {
-    case CORVANE_STREAM_MPEG4:
-        return kindOf(isWithin(code, 0x20, 0x2F), code == 0xB6);
-    case CORVANE_STREAM_H264:
-        return kindOf(isWithin(code & 31, 7, 8), isWithin(code & 31, 1, 5));
-    case CORVANE_STREAM_H265:
-        return kindOf(isWithin(code >> 1 & 63, 32, 34), (code >> 1 & 63) < 32);
-    default:
-        return UnitKind::Other;
-    }
-}
-
 // What a check says of syntax that ends early.
 template <typename Check>
 bool Guarded(Check check, bool whenShort) {
@@ -335,20 +302,6 @@ bool ParameterSetCheck::H264Stands(const uint8_t* data, uint32_t size) {
             return false;
     }
     return true;
-}
-
-bool HasHeadersOnly(uint32_t streamType, const uint8_t* data, uint32_t size) {
-    if (streamType != CORVANE_STREAM_MPEG4 && streamType != CORVANE_STREAM_H264 && streamType != CORVANE_STREAM_H265)
-        return false;    // without looking for a start code, which such a unit may not have
-    bool headers = false;
-    const uint8_t* end = data + size;
-    for (const uint8_t* at = BehindStartCode(data, end); at < end; at = BehindStartCode(at, end)) {
-        const UnitKind kind = KindOf(streamType, *at);
-        if (kind == UnitKind::Picture)
-            return false;
-        headers |= kind == UnitKind::Header;
-    }
-    return headers;
 }
 
 bool HevcHeadersStand(const uint8_t* data, uint32_t size) {

@@ -25,11 +25,6 @@ bool JpegHeadersStand(const uint8_t* data, uint32_t size);
 // MPEG-4 Visual: one of the video object layers announces a size within the bounds; false also when there is none.
 bool Mpeg4LayerStands(const uint8_t* data, uint32_t size);
 
-// Whether a unit has parameter sets (a layer header in MPEG-4 Visual) and no picture: some cameras send those by
-// themselves, marked as key frames. `streamType` is CORVANE_STREAM_*; false for those without such headers. Looks no
-// further than the first picture.
-bool HasHeadersOnly(uint32_t streamType, const uint8_t* data, uint32_t size);
-
 // H.265, Annex B.
 bool HevcHeadersStand(const uint8_t* data, uint32_t size);
 

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <thread>
+#include <utility>
 
 #include "base/Limits.h"
 #include "decoders/FFmpegDecoder.h"
-#include "decoders/HeaderCheck.h"
 #include "decoders/PlaceholderDecoder.h"
 
 namespace corvane {
@@ -89,6 +89,7 @@ void VideoDecoderHolder::Reset(bool backward) {
     m_extension_seen = false;
     m_backward = backward;
     m_in_flight.clear();
+    m_units = {};
 }
 
 bool VideoDecoderHolder::CurrentInput(FramePtr& out) const {
@@ -105,7 +106,10 @@ void VideoDecoderHolder::ChooseDecoder(const MediaFrameImpl& frame) {
     if (m_codec == codec && m_vendor_tag == frame.VendorTag() && m_width == frame.DecodedWidth() &&
         m_height == frame.DecodedHeight())
         return;
+    // Parameter sets that came by themselves are for this frame.
+    UnitGatherer units = m_codec == codec ? std::move(m_units) : UnitGatherer();
     Reset(m_backward);
+    m_units = std::move(units);
     const Settings settings = CopySettings();
     const uint32_t threads = ThreadCount(settings.threads, frame.DecodedWidth(), frame.DecodedHeight());
     uint32_t kind = 0;
@@ -194,8 +198,7 @@ bool VideoDecoderHolder::FallBack(const MediaFrameImpl& frame) {
 }
 
 // Negative also for an exception and for a picture that cannot be.
-int32_t VideoDecoderHolder::CallDecoder(const MediaFrameImpl& frame, uint32_t* got, DecodedFrame* picture) noexcept {
-    const EncodedUnit unit{frame.Payload(), frame.PayloadSize(), frame.Header().frameType};
+int32_t VideoDecoderHolder::CallDecoder(const EncodedUnit& unit, uint32_t* got, DecodedFrame* picture) noexcept {
     try {
         const int32_t result = m_decoder->DecodeVideo(picture, got, &unit);
         return result >= 0 && *got != 0 && !Plausible(*picture) ? -1 : result;
@@ -225,29 +228,27 @@ int32_t VideoDecoderHolder::Decode(const FramePtr& frame, uint32_t* got) {
     ChooseDecoder(*frame);
     if (m_decoder == nullptr)
         return -1;
-    // Parameter sets by themselves are no input that a picture answers.
-    const bool awaited = !HasHeadersOnly(frame->Header().streamType, frame->Payload(), frame->PayloadSize());
-    if (awaited)
-        m_in_flight.push_back(frame);    // first, since it may raise
-    m_frame = DecodedFrame{};            // the last picture ends with the next call on its decoder
+    const UnitGatherer::Unit unit = m_units.Add(frame);
+    return unit.input == nullptr ? 0 : DecodeUnit(unit, got);
+}
+
+int32_t VideoDecoderHolder::DecodeUnit(const UnitGatherer::Unit& unit, uint32_t* got) {
+    *got = 0;
+    m_in_flight.push_back(unit.input);    // first, since it may raise
+    m_frame = DecodedFrame{};             // the last picture ends with the next call on its decoder
     DecodedFrame picture{};
-    if (CallDecoder(*frame, got, &picture) < 0) {
-        if (awaited)
-            m_in_flight.pop_back();
+    if (CallDecoder(unit.encoded, got, &picture) < 0) {
+        m_in_flight.pop_back();
         *got = 0;
-        return FallBack(*frame) ? Decode(frame, got) : -1;    // once: the fall-back is software
+        return FallBack(*unit.input) ? DecodeUnit(unit, got) : -1;    // once: the fall-back is software
     }
     if (*got == 0) {
-        if (!awaited)
-            return 0;
         if (m_last_got != 0 && !m_backward)
             Reset(false);    // it gave pictures and stopped answering: the next key frame brings a new one
         m_last_got = 0;
     } else {
         if (m_last_got != 0)
             m_in_flight.pop_front();    // superseded
-        if (m_in_flight.empty())
-            m_in_flight.push_back(frame);
         m_last_got = *got;
         m_frame = picture;
         ApplyFieldMarks(*m_in_flight.front());

@@ -13,6 +13,7 @@
 #include "corvane/decoder.h"
 #include "decoders/DecoderFactories.h"
 #include "decoders/FieldMarker.h"
+#include "decoders/UnitGatherer.h"
 #include "frame/MediaFrameImpl.h"
 
 namespace corvane {
@@ -32,9 +33,9 @@ public:
     void SetFallbackAllowed(bool allowed) { Set(&Settings::fallback_allowed, allowed); }
     void SetFactories(const DecoderFactories& factories) { Set(&Settings::factories, factories); }
 
-    // Makes or replaces the decoder where `frame` asks for it, and decodes. 0, with *got 0 when this call brought no
-    // picture; -1 when there is no decoder (until the next key frame, in forward play) or it failed. Raises
-    // std::bad_alloc.
+    // Makes or replaces the decoder where `frame` asks for it, and decodes what UnitGatherer does not keep for later.
+    // 0, with *got 0 when this call brought no picture; -1 when there is no decoder (until the next key frame, in
+    // forward play) or it failed. Raises std::bad_alloc.
     int32_t Decode(const FramePtr& frame, uint32_t* got);
 
     // Index of the display adapter that shows the window; a decoder that was made for another one is dropped.
@@ -78,8 +79,8 @@ private:
     void ChooseDecoder(const MediaFrameImpl& frame);
     DecoderPtr MakeFromPlugin(const Settings& settings, const MediaFrameImpl& frame, uint32_t* kind) const;
     bool FallBack(const MediaFrameImpl& frame);
-    CORVANE_CALLS_PLUGIN int32_t CallDecoder(const MediaFrameImpl& frame, uint32_t* got,
-                                             DecodedFrame* picture) noexcept;
+    int32_t DecodeUnit(const UnitGatherer::Unit& unit, uint32_t* got);
+    CORVANE_CALLS_PLUGIN int32_t CallDecoder(const EncodedUnit& unit, uint32_t* got, DecodedFrame* picture) noexcept;
     void ApplyFieldMarks(MediaFrameImpl& frame);
     void CarryLensRecord(MediaFrameImpl& frame);
 
@@ -100,6 +101,7 @@ private:
     uint32_t m_height = 0;
     uint32_t m_last_got = 0;    // *got of the last call that gave a picture; 0 when none has come yet
     DecodedFrame m_frame{};
+    UnitGatherer m_units;
     FieldMarks m_marks;
     bool m_extension_seen = false;
     LensRecord m_extension;    // of the latest key frame

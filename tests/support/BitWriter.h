@@ -28,9 +28,11 @@ public:
     }
     BitWriter& Se(int64_t value) { return Ue(static_cast<uint64_t>(value > 0 ? 2 * value - 1 : -2 * value)); }
 
+    BitWriter& Align() { return U((8 - m_bits.size() % 8) % 8, 0); }
+
     // The unit behind a start code and its header, with a stop bit and emulation prevention.
     Bytes Unit(const Bytes& header) {
-        U(1, 1).U((8 - m_bits.size() % 8) % 8, 0);
+        U(1, 1).Align();
         Bytes unit = Bytes{0, 0, 0, 1} + header;
         int zeros = 0;
         for (size_t at = 0; at < m_bits.size(); at += 8) {

@@ -1,0 +1,47 @@
+// Puts together what a decoder must get in one piece. Some senders give parameter sets by themselves, marked as key
+// frames, and some each field of an H.264 picture: alone neither brings a picture, so a decoder that gets them would
+// seem to have stopped answering, and with frame threads another picture would be missing in its place.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "corvane/decoder.h"
+#include "decoders/H264Syntax.h"
+#include "frame/MediaFrameImpl.h"
+
+namespace corvane {
+
+// For one stream and one thread.
+class UnitGatherer {
+public:
+    struct Unit {
+        FramePtr input;    // whose picture this will be: of two fields the first; null when the frame waits
+        EncodedUnit encoded{};
+    };
+    // The bytes are those of `frame` or kept here; either way good until the next call, and followed by
+    // limits::kPicturePadding more. Raises std::bad_alloc.
+    Unit Add(const FramePtr& frame);
+
+private:
+    // What a frame brings: a field has a slice.
+    struct Part {
+        bool headersOnly = false;
+        std::optional<h264::SliceHeader> field;
+    };
+    Part PartOf(uint32_t streamType, const uint8_t* data, uint32_t size);
+    Part FieldOf(const uint8_t* at, const uint8_t* end);
+    void ReadParameterSet(const uint8_t* at, const uint8_t* end);
+    void KeepHeaders(const MediaFrameImpl& frame);
+
+    h264::ParameterSets m_sets;
+    bool m_hasFields = false;    // some sequence may have them
+    std::vector<uint8_t> m_headers;
+    FramePtr m_first;    // a field that waits for the other
+    h264::SliceHeader m_firstSlice;
+    uint32_t m_lone = 0;    // fields in a row whose other never came
+    std::vector<uint8_t> m_bytes;
+};
+
+}    // namespace corvane

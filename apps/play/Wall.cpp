@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <numbers>
+#include <utility>
 
 namespace {
 
@@ -48,24 +50,36 @@ Box Fitted(const Box& cell, uint32_t width, uint32_t height) {
     return box;
 }
 
+// The sides of the smallest upright rectangle around the picture when it is turned; at least 1.
+std::pair<uint32_t, uint32_t> Turned(uint32_t width, uint32_t height, double degrees) {
+    const double angle = degrees * std::numbers::pi / 180;
+    const auto side = [angle](uint32_t along, uint32_t across) {
+        return std::max(1u, static_cast<uint32_t>(
+                                std::lround(along * std::abs(std::cos(angle)) + across * std::abs(std::sin(angle)))));
+    };
+    return {side(width, height), side(height, width)};
+}
+
 }    // namespace
 
-std::unique_ptr<Wall> Wall::Open(const Options& options, uint32_t width, uint32_t height, std::string& error) {
+std::unique_ptr<Wall> Wall::Open(const Options& options, uint32_t streamWidth, uint32_t streamHeight,
+                                 std::string& error) {
     std::unique_ptr<Wall> wall(new Wall);
+    const auto [width, height] = Turned(streamWidth, streamHeight, options.rotate);
     const uint32_t columns = Columns(options.wall);
     const uint32_t rows = (options.wall + columns - 1) / columns;
     if (options.window != 0) {
         wall->m_window = Window::Follow(options.window, error);
     } else {
         const std::string name = std::filesystem::path(options.input).filename().string();
-        wall->m_window = Window::Open(name.empty() ? options.input : name,
-                                      std::max(1u, options.width ? options.width : width * columns),
-                                      std::max(1u, options.height ? options.height : height * rows), error);
+        wall->m_window =
+            Window::Open(name.empty() ? options.input : name, options.width ? options.width : width * columns,
+                         options.height ? options.height : height * rows, error);
     }
     if (!wall->m_window)
         return nullptr;
-    wall->m_pictureWidth = std::max(1u, width);
-    wall->m_pictureHeight = std::max(1u, height);
+    wall->m_pictureWidth = width;
+    wall->m_pictureHeight = height;
     const Window& window = *wall->m_window;
     for (uint32_t i = 0; i < options.wall; ++i)
         wall->m_views.push_back(

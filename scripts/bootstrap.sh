@@ -8,7 +8,7 @@ packages=(
     libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev
     libhwy-dev libcairo2-dev libxcb1-dev libxcb-shm0-dev libxcb-randr0-dev libxcb-present-dev libxcb-res0-dev
     xvfb fonts-dejavu-core libsdl2-dev libgtk-3-dev
-    libgtest-dev libbenchmark-dev libyuv-dev libjpeg62-turbo-dev ffmpeg
+    libgtest-dev libyuv-dev libjpeg62-turbo-dev ffmpeg
     locales strace util-linux
 )
 

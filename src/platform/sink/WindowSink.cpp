@@ -203,8 +203,9 @@ void ServerSink::Put(std::span<const Rect> parts) {
         m_state->Put(xcb, m_facts, static_cast<uint16_t>(RowPixels()), static_cast<uint16_t>(m_imageSize.height),
                      m_parts);
     }
-    xcb_flush(xcb);
-    m_connection->Poke();    // the sending may have read events
+    // The sending may have read events, but the completion of the put is not among them.
+    if (xcb_flush(xcb) <= 0)
+        m_connection->Poke();
 }
 
 // Sends what is left of the last put, band by band. False when the server takes no more for now; the listeners are told

@@ -293,7 +293,8 @@ void Connection::Sleep() {
     pollfd sources[] = {{xcb_get_file_descriptor(m_xcb), static_cast<short>(POLLIN | room), 0}, {m_wake, POLLIN, 0}};
     poll(sources, 2, -1);
     uint64_t pokes;
-    (void)!read(m_wake, &pokes, sizeof pokes);    // before the looking: a poke that comes later wakes once more
+    if (sources[1].revents != 0)
+        (void)!read(m_wake, &pokes, sizeof pokes);    // before the looking: a poke that comes later wakes once more
     if ((sources[0].revents & room) == 0)
         return;
     m_awaitsRoom.store(false);    // whoever asks from here on is told later
@@ -342,26 +343,27 @@ void Connection::Release() {
     });
 }
 
-// Reads, hands out and sends until nothing is left, so that nothing waits in xcb's queues while we sleep: sending may
-// read as well.
+// Reads once, since what comes later wakes us again; then hands out and sends until nothing is left, so that nothing
+// waits in xcb's queues while we sleep: sending may read as well, and so does the look for an answer.
 void Connection::Drain() {
+    TakeEvents(xcb_poll_for_event(m_xcb));
+    const auto takeMore = [this] { return TakeEvents(xcb_poll_for_queued_event(m_xcb)) || TakeReplies(); };
     do {
-        while (TakeEvents() || TakeReplies()) {
+        while (takeMore()) {
         }
         for (const std::shared_ptr<EventClient>& client : m_clients)
             Guarded(client.get(), [&] { client->OnTurn(*this); });
         xcb_flush(m_xcb);
-    } while (TakeEvents() || TakeReplies());
+    } while (takeMore());
 }
 
-bool Connection::TakeEvents() {
-    bool progress = false;
-    while (const ReplyPtr<xcb_generic_event_t> event{xcb_poll_for_event(m_xcb)}) {
+// `first` and all that are queued behind it; false when it is null.
+bool Connection::TakeEvents(xcb_generic_event_t* first) {
+    for (ReplyPtr<xcb_generic_event_t> event{first}; event; event.reset(xcb_poll_for_queued_event(m_xcb))) {
         Admit();    // the event may answer what somebody sent right after joining
         Dispatch(*event);
-        progress = true;
     }
-    return progress;
+    return first != nullptr;
 }
 
 void Connection::Dispatch(const xcb_generic_event_t& event) {

@@ -79,7 +79,8 @@ public:
     void Close() noexcept;
     bool Lost() const;
     void Join(std::shared_ptr<EventClient> client);    // may raise std::bad_alloc
-    // Wakes the event thread. Also due after anything else that may have read from the socket: a flush.
+    // Wakes the event thread. Also due after anything else that may have read from the socket, as a flush does: but for
+    // the flush of a request that is answered by an event, which comes behind whatever was read and wakes as well.
     void Poke() noexcept;
     // The monitor of the screen `root` that shows most of `rect`, else the nearest; 0 where there is none.
     uint32_t MonitorIndex(xcb_window_t root, const Rect& rect) const;
@@ -166,7 +167,7 @@ private:
     void Release();
     void Drain();
     void Dispatch(const xcb_generic_event_t& event);
-    bool TakeEvents();
+    bool TakeEvents(xcb_generic_event_t* first);
     bool TakeReplies();
     void Sleep();
     bool HasRoom(std::chrono::milliseconds limit) const;

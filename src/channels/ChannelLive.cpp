@@ -141,8 +141,10 @@ Status CChannelLive::Input(const MediaFrameHeader& header) {
     }
     MutexLock lock(m_mutex);
     Status status = Status::Ok;
-    if (PushOrWait(lock, frame, status))
-        m_frameReady.NotifyOne();
+    const bool pushed = PushOrWait(lock, frame, status);
+    lock.Unlock();
+    if (pushed)
+        m_frameReady.NotifyOne();    // not sooner: the worker would wait for the lock
     return status;
 }
 

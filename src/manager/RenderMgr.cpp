@@ -132,6 +132,7 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded
         m_committed = frame;
         Store(frame, size);
     }
+    m_frameReady.NotifyAll();    // not sooner: the render thread would wait for these locks
     SendFallbackEvent();
 }
 
@@ -203,7 +204,7 @@ void CRenderMgr::Store(const FramePtr& frame, PictureSize size) {
     m_info.forceRedraw |= m_state != RenderState::Playing;    // the state's picture lies where margins and text go
     m_state = RenderState::Playing;
     m_unlatched = true;
-    WakeLocked();
+    ++m_generation;
 }
 
 void CRenderMgr::SendFallbackEvent() {

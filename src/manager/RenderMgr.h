@@ -153,7 +153,7 @@ private:
     void ReportFrame(const MediaFrameImpl& frame, PictureSize size);
     PictureSize TargetSize(const PicturePlan& plan, RendererType type, PictureSize size) const;
     RotateFilter* Rotation(const std::optional<double>& angle);
-    void Store(const FramePtr& frame, PictureSize size);
+    void Store(const FramePtr& frame, PictureSize size);    // wakes nobody yet
     void SendFallbackEvent();
 
     void OnWindowChange() noexcept override { RequestRedraw(); }

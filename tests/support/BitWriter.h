@@ -1,6 +1,7 @@
 // Writes the syntax elements of a NAL unit by hand.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 

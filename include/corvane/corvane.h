@@ -196,6 +196,10 @@ typedef struct ObjectRecord {
 /*
  * One encoded frame, 264 bytes. The record and all it points at are read only during the call and copied once; the
  * caller may reuse everything as soon as the call returns. Fields named reserved are carried along and not read.
+ *
+ * A frame of video holds one picture; H.264 and H.265 in Annex B form. Parameter sets may also come in frames of their
+ * own, and so may the two fields of an H.264 picture: what comes first waits for the rest, and the picture has the time
+ * and the fields of the first one.
  */
 typedef struct MediaFrameHeader {
     const uint8_t* data;          /*   0 headerSize frame header bytes, then the payload; may be null when both sizes are 0 */
@@ -635,7 +639,8 @@ CORVANE_API uint32_t Corvane_UnregisterAfterDisplayCallback(void* channel);
 
 /*
  * Writes a still into *picture. Of `flags` the first that is set decides:
- *   0x2  the encoded payload of the picture that was decoded last, with the size that its frame states
+ *   0x2  the encoded payload of the picture that was decoded last (of two fields the first), with the size that its
+ *        frame states
  *   0x4  that picture in the format whose number stands in bits 16 to 31:
  *          pixels, rows without padding (bottom row last):
  *           1 PF_YUY2     2 PF_RGB565   3 PF_BGR24    4 PF_BGRA32   9 PF_RGB555  11 PF_I420   12 PF_BGR565

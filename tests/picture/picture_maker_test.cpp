@@ -85,6 +85,7 @@ TEST(PictureMaker, BitmapFilesReadBack) {
             const std::span out(maker->GetData(), maker->GetSize());
             const uint32_t image = lent.stride * height;
             ASSERT_EQ(out.size(), 16 + row.header + image);
+            EXPECT_EQ(out[16 + 26], 1) << "plane";
             for (const auto& [at, wanted] : {std::pair(2, row.header + image), {14, row.header - 14}, {34, image}}) {
                 uint32_t value;
                 std::memcpy(&value, &out[static_cast<size_t>(16 + at)], 4);

@@ -115,11 +115,19 @@ TEST(ClockDrift, QueueAndAgeStayBoundedForADay) {
         factories.GetDecoderIsolated_QuickSync = []() -> DecoderContext* { return new NumberDecoder; };
         channel.SetFactories(factories);
         ASSERT_EQ(channel.SetOption(46, 3, 0), Status::Ok);
+        std::atomic<uint64_t> kindTold{0};
+        channel.Render().SetStreamInfo(
+            [](void* told, uint32_t code, uint64_t kind, uint64_t) {
+                if (code == 13)
+                    *static_cast<std::atomic<uint64_t>*>(told) = kind;
+            },
+            &kindTold);
         channel.SetBufferTime(bufferMs);
         ASSERT_EQ(channel.Start(false), Status::Ok);
         while (!simulation.Done())
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         EXPECT_EQ(channel.Stop(), Status::Ok);
+        EXPECT_EQ(kindTold, 3u);
         EXPECT_EQ(simulation.refused, 0);
         EXPECT_GE(simulation.decoded, kPictures - 5);    // the others wait in the queue
         EXPECT_LE(simulation.oldest / kNsPerMs, int64_t{bufferMs} + kStepMs + kJitterMs);

@@ -94,8 +94,6 @@ private:
 
     Mutex m_mutex;
     Condition m_changed;
-    // Turns are taken in the order of arrival: a thread waits until its ticket is served, a reader then lets the next
-    // in at once, a writer when it leaves.
     uint64_t m_readers GUARDED_BY(m_mutex) = 0;
     uint64_t m_waitingWriters GUARDED_BY(m_mutex) = 0;
     uint64_t m_readersToAdmit GUARDED_BY(m_mutex) = 0;    // readers that waited behind the writer that left last

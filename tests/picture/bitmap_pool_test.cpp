@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -60,27 +59,33 @@ TEST(BitmapPool, FilesAndSurfacesOfEqualPixelsAreOne) {
     const std::filesystem::path folder = testing::TempDir() + "corvane_pool_" + std::to_string(getpid());
     std::filesystem::create_directories(folder);
     const std::string bmp = folder / "a.picture", png = folder / "b.picture", text = folder / "c.bmp";
-    const Raster picture = Picture(6, 5, 0x405060);
-    std::vector<uint8_t> bytes(BmpBytes(6, 5));
-    WriteBmp(picture.View(), bytes.data());
-    std::ofstream(bmp, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    Raster picture = Picture(6, 5, 0x405060);    // 0x00BBGGRR
+    Fill(picture.View(), {0, 0, 6, 1}, 0x0000FF);
+    picture.View().data[3] = 0xFF;
+    std::string bytes(BmpBytes(6, 5), 0);
+    WriteBmp(picture.View(), reinterpret_cast<uint8_t*>(bytes.data()));
+    EXPECT_EQ(bytes[54 + 4 * 6 * 4 + 3], 0) << "the byte that is not used";
+    std::ofstream(bmp, std::ios::binary) << bytes;
     std::ofstream(text) << "BM, but no picture";
-    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 6, 5);
-    for (int y = 0; y < 5; ++y)
-        std::memcpy(cairo_image_surface_get_data(surface) + y * cairo_image_surface_get_stride(surface),
-                    picture.View().data + y * picture.View().step, 24);
-    cairo_surface_mark_dirty(surface);
+    cairo_surface_t* const surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 6, 5);
+    cairo_t* const context = cairo_create(surface);
+    cairo_set_source_rgb(context, 0x60 / 255.0, 0x50 / 255.0, 0x40 / 255.0);
+    cairo_paint(context);
+    cairo_set_source_rgb(context, 1, 0, 0);
+    cairo_rectangle(context, 0, 0, 6, 1);
+    cairo_fill(context);
+    cairo_destroy(context);
     ASSERT_EQ(cairo_surface_write_to_png(surface, png.c_str()), CAIRO_STATUS_SUCCESS);
 
-    BitmapPtr fromBmp, fromPng, fromSurface, none;
-    EXPECT_EQ(BitmapPool::Load(bmp.c_str(), fromBmp), Status::Ok);
-    EXPECT_EQ(BitmapPool::Load(png.c_str(), fromPng), Status::Ok);
-    EXPECT_EQ(BitmapPool::Copy(surface, fromSurface), Status::Ok);
+    const BitmapPtr wanted = BitmapPool::Add(std::move(picture));
+    BitmapPtr loaded, copied, none;
+    for (const std::string& path : {bmp, png}) {
+        EXPECT_EQ(BitmapPool::Load(path.c_str(), loaded), Status::Ok);
+        EXPECT_EQ(loaded, wanted) << path;
+    }
+    EXPECT_EQ(BitmapPool::Copy(surface, copied), Status::Ok);
+    EXPECT_EQ(copied, wanted);
     cairo_surface_destroy(surface);
-    EXPECT_EQ(fromBmp, fromPng);
-    EXPECT_EQ(fromBmp, fromSurface);
-    EXPECT_EQ(BitmapPool::Count(), 1u);
     for (const std::string& path : {text, folder.string(), bmp + "x"})
         EXPECT_EQ(BitmapPool::Load(path.c_str(), none), Status::Failed) << path;
     EXPECT_EQ(BitmapPool::Copy(nullptr, none), Status::Failed);

@@ -1,10 +1,7 @@
 #include <gtest/gtest.h>
-#include <jpeglib.h>
-#include <stdio.h>
 
 #include <algorithm>
 #include <cmath>
-#include <csetjmp>
 #include <memory>
 #include <numeric>
 #include <random>
@@ -80,7 +77,7 @@ Encoded Encode(const JPEGEncOptions& options, uint32_t room, uint32_t frames, ui
     const JPEGEncRequest output{JPEGENC_OUTPUT, 0, reinterpret_cast<uint64_t>(out.Data()), room, 0};
     EXPECT_TRUE(Ok(encoder->SetOptions(output)));
     for (const JPEGEncRequest& request : requests)
-        EXPECT_EQ(Ok(encoder->SetOptions(request)), request.reserved4 == 0) << request.Code;
+        EXPECT_EQ(Ok(encoder->SetOptions(request)), request.reserved4 == 0) << request.Code << " " << request.Value0;
     for (uint32_t i = 0; i < frames; ++i) {
         JPEGEncFrame frame{commentSize, 77};
         const bool done = Ok(encoder->OneFrame(frame));
@@ -91,88 +88,13 @@ Encoded Encode(const JPEGEncOptions& options, uint32_t room, uint32_t frames, ui
     return run;
 }
 
-struct Plane {
-    const uint8_t* samples;
-    size_t step;
-};
-
-// A stream as a decoder sees it, with planes that live as long as this does. No planes when it complains.
-struct Decoded {
-    uint32_t width = 0, height = 0;
-    std::vector<std::vector<uint8_t>> memory;
-    test::BarePicture picture;
-    std::vector<Plane> planes;
-};
-
-struct Failure {
-    jpeg_error_mgr manager;
-    std::jmp_buf jump;
-};
-
-Decoded ByLibjpeg(const uint8_t* bytes, size_t size) {
-    jpeg_decompress_struct info;
-    Failure failure;
-    info.err = jpeg_std_error(&failure.manager);
-    failure.manager.error_exit = [](j_common_ptr any) { std::longjmp(reinterpret_cast<Failure*>(any->err)->jump, 1); };
-    failure.manager.output_message = [](j_common_ptr) {};
-    Decoded decoded;
-    jpeg_create_decompress(&info);
-    if (setjmp(failure.jump) != 0) {
-        jpeg_destroy_decompress(&info);
-        return {};
-    }
-    jpeg_mem_src(&info, bytes, size);
-    jpeg_read_header(&info, TRUE);
-    info.raw_data_out = TRUE;
-    info.dct_method = JDCT_ISLOW;
-    jpeg_start_decompress(&info);
-    decoded.width = info.output_width;
-    decoded.height = info.output_height;
-    const auto rowsAtOnce = static_cast<uint32_t>(info.max_v_samp_factor * 8);
-    const auto components = static_cast<size_t>(info.num_components);
-    for (size_t c = 0; c < components; ++c) {
-        const size_t step = (info.comp_info[c].width_in_blocks + 4) * 8;
-        decoded.memory.emplace_back(step * (decoded.height / rowsAtOnce + 2) * rowsAtOnce);
-        decoded.planes.push_back({decoded.memory.back().data(), step});
-    }
-    while (info.output_scanline < info.output_height) {
-        JSAMPROW rows[3][32];
-        JSAMPARRAY all[3] = {rows[0], rows[1], rows[2]};
-        for (size_t c = 0; c < components; ++c) {
-            const auto v = static_cast<uint32_t>(info.comp_info[c].v_samp_factor);
-            const uint32_t first = info.output_scanline / static_cast<uint32_t>(info.max_v_samp_factor) * v;
-            for (uint32_t r = 0; r < v * 8; ++r)
-                rows[c][r] = decoded.memory[c].data() + (first + r) * decoded.planes[c].step;
-        }
-        jpeg_read_raw_data(&info, all, rowsAtOnce);
-    }
-    if (info.err->num_warnings != 0)
-        decoded.planes.clear();
-    jpeg_finish_decompress(&info);
-    jpeg_destroy_decompress(&info);
-    return decoded;
-}
-
-Decoded ByLibavcodec(const uint8_t* bytes, size_t size) {
-    auto pictures = test::BareDecode(CORVANE_STREAM_JPEG, {{{bytes, bytes + size}, true, 0, 0}});
-    Decoded decoded;
-    if (pictures.size() != 1 || pictures[0]->decode_error_flags != 0)
-        return decoded;
-    decoded.picture = std::move(pictures[0]);
-    decoded.width = static_cast<uint32_t>(decoded.picture->width);
-    decoded.height = static_cast<uint32_t>(decoded.picture->height);
-    for (size_t c = 0; c < (decoded.picture->format == AV_PIX_FMT_GRAY8 ? 1 : 3); ++c)
-        decoded.planes.push_back({decoded.picture->data[c], static_cast<size_t>(decoded.picture->linesize[c])});
-    return decoded;
-}
-
 // No block is further off than its coefficients are. The transform keeps the sum of squares, so what 64 coefficients
 // lose is what their samples lose: half a divisor each, a 64th of one for its reciprocal (off by less than 1 in 65536 /
 // divisor, times 1024), 0.77 for the forward transform's roundings and constants; and each sample half a level for
 // its own rounding, and half a level for what the decoder's integers lose on the way. Clamping only brings samples
 // nearer. `divisors`: as the stream states them, in any order.
-void ExpectNear(const Plane& decoded, const Plane& source, uint32_t width, uint32_t height, const uint8_t* divisors,
-                const std::string& what) {
+void ExpectNear(const uint8_t* decoded, size_t decodedStep, const uint8_t* source, size_t step, uint32_t width,
+                uint32_t height, const uint8_t* divisors, const std::string& what) {
     double squares = 0;
     for (int i = 0; i < 64; ++i)
         squares += std::pow(divisors[i] / 2.0 + divisors[i] / 64.0 + 0.77, 2);
@@ -183,33 +105,30 @@ void ExpectNear(const Plane& decoded, const Plane& source, uint32_t width, uint3
             double sum = 0;
             for (uint32_t y = top; y < std::min(top + 8, height); ++y)
                 for (uint32_t x = left; x < std::min(left + 8, width); ++x)
-                    sum += std::pow(decoded.samples[y * decoded.step + x] - source.samples[y * source.step + x], 2);
+                    sum += std::pow(decoded[y * decodedStep + x] - source[y * step + x], 2);
             worst = std::max(worst, sum);
         }
     EXPECT_LE(worst, limit) << what;
 }
 
-// Both decoders (libjpeg only up to its widest picture) see the picture that the options point to.
+// An independent decoder sees the picture that the options point to.
 void ExpectDecodes(const Encoded& encoded, const JPEGEncOptions& options, const std::string& what) {
     const uint8_t* bytes = encoded.bytes.data();
     for (const uint32_t size : encoded.sizes) {
         constexpr uint8_t kTables[] = {0xFF, 0xDB};
         const uint8_t* const tables = std::search(bytes, bytes + size, kTables, std::end(kTables)) + 5;
-        for (const auto& [decode, name, widest] :
-             {std::tuple(&ByLibjpeg, "libjpeg", 65500u), {&ByLibavcodec, "libavcodec", 65535u}}) {
-            const std::string by = what + ", " + name;
-            const Decoded decoded = decode(bytes, size);
-            if (options.EncodingWidth > widest)
-                continue;
-            ASSERT_EQ(decoded.planes.size(), options.Colour == 1 ? 3u : 1u) << by;
-            ASSERT_TRUE(decoded.width == options.EncodingWidth && decoded.height == options.EncodingHeight) << by;
-            const void* const from[3] = {options.PlaneY, options.PlaneU, options.PlaneV};
-            for (size_t c = 0; c < decoded.planes.size(); ++c) {
-                const uint32_t across = c == 0 ? 1 : 2, down = c == 0 || options.Subsampling == 2 ? 1 : 2;
-                const Plane source{static_cast<const uint8_t*>(from[c]), (options.InputWidth + across - 1) / across};
-                ExpectNear(decoded.planes[c], source, (decoded.width + across - 1) / across,
-                           (decoded.height + down - 1) / down, tables + (c == 0 ? 0 : 65), by);
-            }
+        const auto pictures = test::BareDecode(CORVANE_STREAM_JPEG, {{{bytes, bytes + size}, true, 0, 0}});
+        ASSERT_TRUE(pictures.size() == 1 && pictures[0]->decode_error_flags == 0) << what;
+        const AVFrame& decoded = *pictures[0];
+        const auto width = static_cast<uint32_t>(decoded.width), height = static_cast<uint32_t>(decoded.height);
+        ASSERT_TRUE(width == options.EncodingWidth && height == options.EncodingHeight) << what;
+        ASSERT_EQ(decoded.format == AV_PIX_FMT_GRAY8, options.Colour != 1) << what;
+        const void* const from[3] = {options.PlaneY, options.PlaneU, options.PlaneV};
+        for (size_t c = 0; c < (options.Colour == 1 ? 3 : 1); ++c) {
+            const uint32_t across = c == 0 ? 1 : 2, down = c == 0 || options.Subsampling == 2 ? 1 : 2;
+            ExpectNear(decoded.data[c], static_cast<size_t>(decoded.linesize[c]), static_cast<const uint8_t*>(from[c]),
+                       (options.InputWidth + across - 1) / across, (width + across - 1) / across,
+                       (height + down - 1) / down, tables + (c == 0 ? 0 : 65), what);
         }
         bytes += size;
     }
@@ -217,13 +136,15 @@ void ExpectDecodes(const Encoded& encoded, const JPEGEncOptions& options, const 
 
 TEST(Jpeg, FastFormsEqualPlainFormsAndDecode) {
     std::mt19937 random(5);
-    constexpr std::pair<uint32_t, uint32_t> kSizes[] = {{1, 1},   {17, 9},   {16, 16}, {33, 47},
-                                                        {100, 8}, {129, 65}, {400, 31}};
+    constexpr std::pair<uint32_t, uint32_t> kSizes[] = {{1, 1},    {17, 9},   {16, 16}, {33, 47},  {100, 8},
+                                                        {129, 65}, {400, 31}, {40, 0},  {65535, 3}};
     for (uint32_t set = 0; set < 20; ++set) {
-        const uint32_t words[8] = {static_cast<uint32_t>(random()), static_cast<uint32_t>(random()),
-                                   static_cast<uint32_t>(random()), static_cast<uint32_t>(random())};
+        uint32_t words[4];
+        std::ranges::generate(words, random);
         for (const auto& [width, height] : kSizes)
             for (const uint32_t padding : {0u, 1u, 13u}) {
+                if (width == 65535 && set + padding != 1)    // the longest row, once
+                    continue;
                 const bool is422 = (words[0] & 1) != 0;
                 const Source source(width, height, padding, is422, set);
                 JPEGEncOptions options = Options(width, height, padding, source);
@@ -250,97 +171,65 @@ TEST(Jpeg, FastFormsEqualPlainFormsAndDecode) {
                                 Encode(options, small, 3, words[3] % 10, true))
                         << what << ", " << small << " bytes";
                 }
-                ASSERT_NO_FATAL_FAILURE(ExpectDecodes(fast, options, what));
+                if (height != 0)
+                    ASSERT_NO_FATAL_FAILURE(ExpectDecodes(fast, options, what));
             }
     }
 }
 
-TEST(Jpeg, LongestRowAndEmptyPicture) {
-    const Source source(65535, 3, 0, false, 1);
-    for (const auto& [width, height] : {std::pair(65535u, 3u), {65500u, 3u}, {65535u, 0u}}) {
-        JPEGEncOptions options = Options(65535, height, 0, source);
-        options.EncodingWidth = width;
-        options.Interleaved = height != 0;
-        const Encoded encoded = Encode(options, 1 << 20, 1, 0, false);
-        ASSERT_NE(encoded.sizes[0], 0u);
-        EXPECT_TRUE(encoded == Encode(options, 1 << 20, 1, 0, true));
-        if (height != 0)
-            ExpectDecodes(encoded, options, std::to_string(width) + " wide");
-    }
-}
-
+// Lengths, numbers and order of the segments, and the restarts: an interval of three of 39 blocks of luma, and of 14 or
+// 21 of chroma.
 TEST(Jpeg, SegmentsAndRestarts) {
-    const Source source(100, 24, 0, false, 1);
-    JPEGEncOptions options = Options(100, 24, 0, source);
-    options.QuantTable = 1;
-    options.Interleaved = 0;
-    options.RestartInterval = 3;
-    options.ModeTag = 2;
-    options.Comment = "abc";
-    const Encoded e = Encode(options, 1 << 16, 1, 3, false);
-    const std::vector<uint8_t> start = {0xFF, 0xD8, 0xFF, 0xE2, 0,    15,   'F', 'L', '_', 'P', 'G', ' ', 'M', 'o', 'd',
-                                        'e',  'a',  'b',  'c',  0xFF, 0xDB, 0,   132, 0,   16,  11,  12,  14,  12,  10};
-    EXPECT_TRUE(std::equal(start.begin(), start.end(), e.bytes.begin()));
-    uint32_t markers = 0;    // 39 blocks of Y make 12, of each chroma plane 14 make 4
-    uint8_t expected = 0xD0;
-    for (size_t i = 0; i + 1 < e.sizes[0]; ++i) {
-        if (e.bytes[i] == 0xFF && e.bytes[i + 1] == 0xDA)
-            expected = 0xD0;
-        if (e.bytes[i] == 0xFF && (e.bytes[i + 1] & 0xF8) == 0xD0) {
-            EXPECT_EQ(e.bytes[i + 1], expected);
-            expected = static_cast<uint8_t>(0xD0 + (expected + 1) % 8);
-            ++markers;
-        }
-    }
-    EXPECT_EQ(markers, 12u + 4 + 4);
-}
-
-// The tables of the standard are those that libjpeg begins with, whose quality 50 takes them as they are.
-TEST(Jpeg, TablesAndSampling) {
-    jpeg_compress_struct info;
-    jpeg_error_mgr errors;
-    info.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&info);
-    info.in_color_space = JCS_YCbCr;
-    info.input_components = 3;
-    jpeg_set_defaults(&info);
-    jpeg_set_quality(&info, 50, TRUE);
-    const Source source(16, 16, 0, true, 1);
-    for (const uint32_t quality : {1u, 50u, 255u})
-        for (const auto& [colour, subsampling, frame] : {std::tuple(1u, 1u, "\3\1\x22\0\2\x11\1\3\x11\1"),
-                                                         {1u, 2u, "\3\1\x21\0\2\x11\1\3\x11\1"},
-                                                         {0u, 1u, "\1\1\x22\0"},
-                                                         {0u, 2u, "\1\1\x21\0"}}) {
-            std::string wanted("\xFF\xDB\0", 3);
-            const size_t sets = colour == 1 ? 2 : 1;
-            wanted += static_cast<char>(sets * 65 + 2);
-            for (size_t set = 0; set < sets; ++set) {
-                wanted += static_cast<char>(set);
-                for (const uint8_t at : kernels::kZigzag)
-                    wanted += static_cast<char>(
-                        std::clamp((info.quant_tbl_ptrs[set]->quantval[at] * quality + 25) / 50, 2u, 255u));
+    using namespace std::string_literals;
+    const Source source(100, 24, 0, true, 1);
+    for (const auto& [colour, subsampling, restarts, frame] :
+         {std::tuple(1u, 1u, 12 + 4 + 4, "\3\1\x22\0\2\x11\1\3\x11\1"s),
+          {1u, 2u, 12 + 6 + 6, "\3\1\x21\0\2\x11\1\3\x11\1"s},
+          {0u, 1u, 12, "\1\1\x22\0"s},
+          {0u, 2u, 12, "\1\1\x21\0"s}}) {
+        JPEGEncOptions options = Options(100, 24, 0, source);
+        options.QuantTable = options.JFIFHeader = 1;
+        options.Quality = 25;
+        options.Colour = colour;
+        options.Subsampling = subsampling;
+        options.ModeTag = 2;
+        options.Comment = "abc";
+        options.Interleaved = 0;
+        options.RestartInterval = 3;
+        const Encoded e = Encode(options, 1 << 16, 1, 3, false);
+        const std::string stream(e.bytes.begin(), e.bytes.begin() + e.sizes[0]);
+        const size_t sets = colour == 1 ? 2 : 1;
+        const auto length = [&](size_t bytes) { return static_cast<char>(bytes); };
+        const std::string start =    // to the first divisors, halves of 16, 11, 12, 14
+            "\xFF\xD8\xFF\xE0\0\x10JFIF\0\1\2\1\0H\0H\0\0\xFF\xE2\0\17FL_PG Modeabc\xFF\xDB\0"s +
+            length(sets * 65 + 2) + "\0\x8\x6\x6\x7"s;
+        EXPECT_EQ(stream.substr(0, start.size()), start);
+        const std::string codes = "\xFF\xC4"s + length(sets - 1) + length(sets * 208 + 2) + "\0\0\1\5\1"s;
+        EXPECT_EQ(stream.substr(start.size() - 5 + sets * 65, codes.size()), codes);
+        const std::string end =
+            "\xFF\xC0\0"s + length(5 + 6 * sets) + "\x08\0\x18\0d"s + frame + "\xFF\xDD\0\4\0\3\xFF\xDA"s;
+        const size_t scan = start.size() - 5 + sets * (65 + 208) + 4 + end.size();
+        EXPECT_EQ(stream.substr(scan - end.size(), end.size()), end);
+        int markers = 0, next = 0;
+        for (size_t i = scan; i + 1 < e.sizes[0]; ++i) {
+            if (e.bytes[i] != 0xFF)
+                continue;
+            if (e.bytes[i + 1] == 0xDA)
+                next = 0;
+            if ((e.bytes[i + 1] & 0xF8) == 0xD0) {
+                EXPECT_EQ(e.bytes[i + 1] & 7, next++ % 8);
+                ++markers;
             }
-            wanted += std::string("\xFF\xC4", 2) + static_cast<char>(sets - 1) + static_cast<char>(sets * 208 + 2);
-            for (const auto& [tables, symbols, kind] :
-                 {std::tuple(info.dc_huff_tbl_ptrs, 12, 0), {info.ac_huff_tbl_ptrs, 162, 16}})
-                for (size_t set = 0; set < sets; ++set) {
-                    wanted += static_cast<char>(kind + static_cast<int>(set));
-                    wanted.append(tables[set]->bits + 1, tables[set]->bits + 17);
-                    wanted.append(tables[set]->huffval, tables[set]->huffval + symbols);
-                }
-            wanted += std::string("\xFF\xC0\0", 3) + static_cast<char>(5 + 6 * sets) +
-                      std::string("\x08\0\x10\0\x10", 5) + std::string(frame, colour == 1 ? 10 : 4);
-            JPEGEncOptions options = Options(16, 16, 0, source);
-            options.QuantTable = 1;
-            options.Quality = quality;
-            options.Colour = colour;
-            options.Subsampling = subsampling;
-            const Encoded e = Encode(options, 1 << 16, 1, 0, false);
-            EXPECT_EQ(std::string(e.bytes.begin() + 2, e.bytes.begin() + 2 + static_cast<ptrdiff_t>(wanted.size())),
-                      wanted)
-                << quality << " " << colour << " " << subsampling;
         }
-    jpeg_destroy_compress(&info);
+        EXPECT_EQ(markers, restarts);
+    }
+    // One block of nothing: 00 and 1010, filled up with ones.
+    const std::vector<uint8_t> grey(64, 128);
+    JPEGEncOptions options = Options(8, 8, 0, source);
+    options.PlaneY = grey.data();
+    options.Colour = 0;
+    const Encoded e = Encode(options, 1 << 10, 1, 0, false);
+    EXPECT_EQ(std::string(e.bytes.begin() + e.sizes[0] - 3, e.bytes.begin() + e.sizes[0]), "\x2B\xFF\xD9");
 }
 
 // What a request changes is what an encoder made that way has; what is refused (1 in the reserved word) changes
@@ -360,40 +249,33 @@ TEST(Jpeg, Requests) {
         o.PlaneU = static_cast<const uint8_t*>(o.PlaneU) + chroma;
         o.PlaneV = static_cast<const uint8_t*>(o.PlaneV) + second;
     };
-    const JPEGEncRequest to422{8, 0, 2, 0, 0}, sizeAgain{14, 0, 40, 24, 0}, tiny{14, 0, 1, 1, 0};
-    const JPEGEncRequest planesAgain{2, 0, address(small.PlaneY), address(small.PlaneU), address(small.PlaneV)};
+    const JPEGEncRequest sizeAgain{14, 0, 40, 24, 0};
     const struct {
         const char* what;
         std::vector<JPEGEncRequest> requests;
         void (*change)(JPEGEncOptions&) = [](JPEGEncOptions&) {};
     } cases[] = {
         {"size", {{14, 0, 33, 21, 0}}, [](JPEGEncOptions& o) { o.EncodingWidth = 33, o.EncodingHeight = 21; }},
-        {"quality", {{7, 0, 20, 0, 0}}, [](JPEGEncOptions& o) { o.Quality = 20; }},
-        {"table", {{39, 0, 2, 0, 0}}, [](JPEGEncOptions& o) { o.QuantTable = 2; }},
-        {"grey", {{10, 0, 0, 0, 0}}, [](JPEGEncOptions& o) { o.Colour = 0; }},
-        {"tag", {{36, 0, 4, 0, 0}}, [](JPEGEncOptions& o) { o.ModeTag = 4; }},
-        {"comment", {{5, 0, address("XYZ"), 0, 0}}, [](JPEGEncOptions& o) { o.Comment = "XYZ"; }},
-        {"no offsets", {{30, 0, 0, 0, 0}}, [](JPEGEncOptions& o) { o.HorzOffset = o.VertOffset = 0; }},
+        {"quality, table, grey, tag, comment",
+         {{7, 0, 20, 0, 0}, {39, 0, 2, 0, 0}, {10, 0, 0, 0, 0}, {36, 0, 4, 0, 0}, {5, 0, address("XYZ"), 0, 0}},
+         [](JPEGEncOptions& o) { o.Quality = 20, o.QuantTable = 2, o.Colour = 0, o.ModeTag = 4, o.Comment = "XYZ"; }},
         {"odd offsets", {{30, 0, 13, 7, 0}}, [](JPEGEncOptions& o) { begin(o, 7 * 64 + 13, 3 * 32 + 6, 3 * 32 + 6); }},
-        {"4:2:2",
-         {to422, planesAgain, sizeAgain},
-         [](JPEGEncOptions& o) { begin(o, 10 * 64 + 6, 10 * 32 + 3, 10 * 32 + 3), o.Subsampling = 2; }},
-        {"odd offsets in 4:2:2",
-         {to422, planesAgain, {30, 0, 3, 15, 0}, sizeAgain},
-         [](JPEGEncOptions& o) { begin(o, 15 * 64 + 3, 15 * 32 + 1, 15 * 32 + 1), o.Subsampling = 2; }},
         {"odd offsets in 4:2:2, planes as they were",
-         {to422, {30, 0, 13, 7, 0}, sizeAgain},
+         {{8, 0, 2, 0, 0}, {30, 0, 13, 7, 0}, sizeAgain},
          [](JPEGEncOptions& o) { begin(o, 7 * 64 + 13, 7 * 32 + 6, 7 * 32 + 6), o.Subsampling = 2; }},
         {"input, odd rows, and planes",
          {{21, 0, 51, 36, 0}, {2, 0, address(small.PlaneY, 3), address(small.PlaneU), address(small.PlaneV, 1)}},
          [](JPEGEncOptions& o) { begin(o, 10 * 51 + 6 + 3, 5 * 25 + 3, 5 * 25 + 3 + 1), o.InputWidth = 51; }},
-        {"input just large enough", {{21, 0, 40, 24, 0}, {21, 0, 64, 40, 0}}},
-        {"input narrower than the picture", {{21, 1, 39, 40, 0}}},
-        {"input lower than the picture", {{21, 1, 64, 23, 0}}},
-        {"input narrower than its offset", {tiny, {21, 0, 6, 40, 0}, {21, 1, 5, 40, 0}, {21, 0, 64, 40, 0}, sizeAgain}},
-        {"input lower than its offset", {tiny, {21, 0, 64, 10, 0}, {21, 1, 64, 9, 0}, sizeAgain}},
-        {"input of 2^32 bytes", {{21, 1, 65536, 65536, 0}}},
-        {"offset of 2^32 bytes", {{30, 1, 0, 1 << 26, 0}}},
+        {"input within the picture", {{21, 0, 40, 24, 0}, {21, 0, 64, 40, 0}, {21, 1, 39, 40, 0}, {21, 1, 64, 23, 0}}},
+        {"input within the offset",
+         {{14, 0, 1, 1, 0},
+          {21, 0, 6, 40, 0},
+          {21, 1, 5, 40, 0},
+          {21, 0, 64, 10, 0},
+          {21, 1, 64, 9, 0},
+          {21, 0, 64, 40, 0},
+          sizeAgain}},
+        {"2^32 bytes", {{21, 1, 65536, 65536, 0}, {30, 1, 0, 1 << 26, 0}}},
         {"other limits", {{36, 1, 5, 0, 0}, {7, 1, 35495598, 0, 0}, {14, 1, 40, 65536, 0}, {14, 1, 65536, 24, 0}}},
         {"unknown codes", {{0, 1, 1, 1, 1}, {6, 1, 1, 1, 1}, {40, 1, 1, 1, 1}}},
     };
@@ -404,33 +286,31 @@ TEST(Jpeg, Requests) {
     }
 }
 
-// The place of equal counts is part of the stream's format: each of these orders is what that one way of sorting gives.
+// The place of equal counts is part of the stream's format: this order is what that one way of sorting gives.
 TEST(Jpeg, SymbolsAreSortedByCount) {
-    const struct {
-        uint8_t counts[jpeg::kDcSymbols];
-        std::array<uint8_t, jpeg::kDcSymbols> list;
-    } cases[] = {{{}, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0}},
-                 {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}, {11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0}},
-                 {{3, 9, 9, 1, 0, 0, 5, 9, 3, 0, 1, 7}, {1, 2, 7, 11, 6, 8, 0, 10, 3, 4, 9, 5}}};
     jpeg::HuffmanSet set;
-    for (const auto& c : cases) {
-        set.ClearCounts();
-        for (uint8_t symbol = 0; symbol < jpeg::kDcSymbols; ++symbol)
-            for (uint8_t i = 0; i < c.counts[symbol]; ++i)
-                set.CountDc(symbol);
-        set.CountAc(15, 10);
-        set.CountEndOfBlock();
-        set.CountEndOfBlock();
-        for (int i = 0; i < 3; ++i)
-            set.CountSixteenZeros();
-        set.SortByCounts();
-        EXPECT_EQ(set.DcList(), c.list);
-        EXPECT_EQ(set.DcCode(c.list[0]), 2u) << "two bits, 00";
-        EXPECT_EQ(set.AcList()[0], 0xF0);
-        EXPECT_EQ(set.AcList()[1], 0x00);
-        EXPECT_EQ(set.AcList()[2], 0xFA);
-        EXPECT_EQ(set.AcCode(0xFA), 0x0403u) << "three bits, 100";
+    for (int i = 0; i < 4; ++i) {
+        set.CountDc(4);
+        set.CountAc(0, 1);
     }
+    set.ClearCounts();
+    uint32_t symbol = 0;
+    for (const int count : {3, 9, 9, 1, 0, 0, 5, 9, 3, 0, 1, 7}) {
+        for (int i = 0; i < count; ++i)
+            set.CountDc(symbol);
+        ++symbol;
+    }
+    set.CountAc(15, 10);
+    for (int i = 0; i < 2; ++i)
+        set.CountEndOfBlock();
+    for (int i = 0; i < 3; ++i)
+        set.CountSixteenZeros();
+    set.SortByCounts();
+    EXPECT_EQ(set.DcList(), (std::array<uint8_t, jpeg::kDcSymbols>{1, 2, 7, 11, 6, 8, 0, 10, 3, 4, 9, 5}));
+    EXPECT_EQ(set.DcCode(1), 2u) << "two bits, 00";
+    EXPECT_EQ(set.AcList()[0], 0xF0);
+    EXPECT_EQ(set.AcList()[1], 0x00);
+    EXPECT_EQ(set.AcCode(0xFA), 0x0403u) << "three bits, 100";
 }
 
 TEST(Jpeg, Refusals) {

@@ -1,10 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <functional>
-#include <random>
 #include <sstream>
-#include <thread>
 #include <vector>
 
 #include "corvane/bitpacker.h"
@@ -14,7 +11,7 @@ namespace corvane {
 namespace {
 
 struct Counted {
-    std::atomic<uint32_t> full{0}, locks{0};
+    uint32_t full = 0, locks = 0;
     std::function<uint32_t()> onFull;
 };
 Counted* counted;
@@ -56,8 +53,8 @@ std::string Hex(const uint8_t* bytes, size_t size) {
     return hex;
 }
 
-// One word of a script: b3:5 bits, y2:FFD8 bytes, p1234 PutBytes, a align, o align by ones, s stuffing, u take unaligned bytes
-// back, m bookmark, g go to it, c commit; ! in front: fails.
+// One word of a script: b3:5 bits, y2:FFD8 bytes, p1234 PutBytes, a align, o align by ones, s stuffing, u take
+// unaligned bytes back, m bookmark, g go to it, c commit; ! in front: fails.
 uint32_t Step(void* packer, const std::string& word) {
     const size_t colon = word.find(':');
     const auto count = static_cast<uint32_t>(std::strtoul(word.c_str() + 1, nullptr, 10));
@@ -96,19 +93,14 @@ TEST_F(Packer, WritesAsItsModeSays) {
         const char* bytes;
         uint32_t symbol, position;
     } cases[] = {
-        {"12", 16, "b3:5", "", 0xA0, 3},
-        {"12", 16, "b3:5 b13:1FFF", "BFFF00", 0, 0},
-        {"34", 16, "b3:5 b13:1FFF", "BFFF", 0, 0},
+        {"12", 16, "b3:5 b13:FFFF b24:FF00FF", "BFFF00FF0000FF00", 0, 0},
         {"34", 16, "b7:7F b24:ABCDEF b0:0", "FF579B", 0xDE, 7},
         {"123456", 16, "y2:FFD8 y0:0 y1:1 pAB", "FFD8014142", 0, 0},
         {"12", 16, "b3:5 !y1:1 !pA a y1:1 !y5:1 !b25:1", "A001", 0, 0},
-        {"56", 16, "b16:0 b8:1", "00000301", 0, 0},
-        {"56", 16, "b24:4", "000004", 0, 0},
-        {"56", 16, "b24:0 b16:1", "00000300000301", 0, 0},
+        {"56", 16, "b20:0 b20:1 b24:3", "0000030000030100000303", 0, 0},
         {"56", 16, "b16:0 y1:FF b8:1", "0000FF0301", 0, 0},
         {"56", 16, "b16:0 b4:0 a b8:2", "0000030002", 0, 0},
         {"12", 16, "b5:1F s s", "FF00", 0, 0},
-        {"12", 16, "b5:0 s", "07", 0, 0},
         {"34", 16, "b7:7F s", "FE", 0, 0},
         {"34", 16, "b3:7 s s", "EF7F", 0, 0},
         {"56", 16, "b3:7 !s", "", 0xE0, 3},
@@ -118,7 +110,6 @@ TEST_F(Packer, WritesAsItsModeSays) {
         {"12", 16, "b8:1 !g m b9:1FF g g b8:2 m c !g", "0102", 0, 0},
         {"12", 16, "b4:F m b8:1 g b4:E", "FE", 0, 0},
         // What must fit: two bytes a byte in 1 and 2, exactly what is written elsewhere.
-        {"1", 2, "b8:1", "01", 0, 0},
         {"1", 1, "!b11:9", "", 0x20, 3},
         {"1", 3, "b5:1F !s", "", 0xF8, 5},
         {"1", 2, "b4:1 s", "1F", 0, 0},
@@ -127,6 +118,7 @@ TEST_F(Packer, WritesAsItsModeSays) {
         {"3", 1, "s !s", "7F", 0, 1},
         {"5", 3, "b16:0 !b8:1", "0000", 0x00, 0},
         {"5", 3, "b16:0 b8:4", "000004", 0, 0},
+        {"5", 6, "b16:0 !b24:0", "0000", 0, 0},
         {"5", 1, "b4:0 !a", "", 0, 4},
     };
     for (const auto& c : cases)
@@ -151,45 +143,6 @@ TEST_F(Packer, WritesAsItsModeSays) {
         }
 }
 
-// Against a string of bits, cut into bytes and escaped at the end.
-TEST_F(Packer, RandomFieldsEqualAStringOfBits) {
-    for (uint32_t seed = 0; seed < 120; ++seed) {
-        const uint32_t mode = 1 + seed % 6;
-        std::mt19937 random(seed);
-        Make(Initial(mode, 1 << 16));
-        std::vector<uint8_t> got(1 << 16);
-        PB_SetNewBuf(m_packer, got.data(), 1 << 16);
-        std::vector<bool> wanted;
-        for (uint32_t field = 0; field < 4000; ++field) {
-            const uint32_t bits = random() % 25;
-            // Long rows of ones and zeros: the escapes.
-            const uint32_t value = (random() % 3 == 0 ? static_cast<uint32_t>(random()) : random() % 2 * ~0u) &
-                                   ((1u << bits) - 1);
-            ASSERT_EQ(PB_SpliceBits(m_packer, bits, value), 0u);
-            for (uint32_t bit = bits; bit-- > 0;)
-                wanted.push_back((value >> bit & 1) != 0);
-        }
-        std::vector<uint8_t> bytes;
-        uint32_t zeros = 0;
-        for (size_t at = 0; at + 8 <= wanted.size(); at += 8) {
-            uint8_t byte = 0;
-            for (size_t bit = 0; bit < 8; ++bit)
-                byte = static_cast<uint8_t>(byte * 2 + wanted[at + bit]);
-            if (mode > 4 && zeros == 2 && byte < 4) {
-                bytes.push_back(3);
-                zeros = 0;
-            }
-            bytes.push_back(byte);
-            if (mode < 3 && byte == 0xFF)
-                bytes.push_back(0);
-            zeros = byte == 0 ? zeros + 1 : 0;
-        }
-        ASSERT_EQ(PB_GetEncBytes(m_packer), bytes.size()) << seed;
-        got.resize(bytes.size());
-        ASSERT_TRUE(got == bytes) << seed;
-    }
-}
-
 // On every alignment of the client's memory, which ends with the pool.
 TEST_F(Packer, PoolGoesRoundAndWaits) {
     for (uint32_t offset = 0; offset < 8; ++offset) {
@@ -209,7 +162,7 @@ TEST_F(Packer, PoolGoesRoundAndWaits) {
             EXPECT_EQ(Hex(out, 11), Hex(bytes, 11));
         }
         EXPECT_EQ(PB_GetBytes(m_packer, out, 17), PB_FAILED);
-        EXPECT_EQ(m_counted.locks.exchange(0), 5u * 6);
+        EXPECT_EQ(std::exchange(m_counted.locks, 0u), 5u * 6);
         PB_Release(&m_packer);
     }
 
@@ -241,53 +194,12 @@ TEST_F(Packer, PoolGoesRoundAndWaits) {
         EXPECT_EQ(m_counted.full, c.calls) << c.what;
         PB_FlushPool(m_packer);
         EXPECT_EQ(PB_SpliceBits(m_packer, 8, 1), 0u) << c.what;
-        PB_Stop(m_packer);
-        EXPECT_EQ(PB_SpliceBits(m_packer, 3, 1), 0u) << "inside one byte: " << c.what;
-        EXPECT_EQ(PB_SpliceBits(m_packer, 8, 1), PB_FAILED) << c.what;
-        PB_Continue(m_packer);
-        EXPECT_EQ(PB_SpliceBits(m_packer, 8, 1), 0u) << c.what;
     }
-}
-
-TEST_F(Packer, ReaderBesideWriter) {
-    Make(Initial(2, 64, UINT32_MAX));
-    m_counted.onFull = [] {
-        std::this_thread::yield();
-        return 0u;
-    };
-    std::vector<uint8_t> linear(1 << 20);
-    PBInitial initial = Initial(1);
-    void* other = nullptr;
-    PB_Initial(&other, &initial);
-    PB_SetNewBuf(other, linear.data(), 1 << 20);
-    std::mt19937 random(1);
-    const auto write = [&random](void* packer) {
-        for (uint32_t i = 0; i < 20; ++i) {
-            const uint32_t bits = random() % 9;
-            ASSERT_EQ(PB_SpliceBits(packer, bits, static_cast<uint32_t>(random() | random()) & ((1u << bits) - 1)), 0u);
-        }
-        PB_UpdateByteCount(packer);
-    };
-    for (uint32_t unit = 0; unit < 3000; ++unit)
-        write(other);
-    const uint32_t size = PB_GetCurrAddr(other);
-    PB_Release(&other);
-    random.seed(1);
-    std::thread writer([&] {
-        for (uint32_t unit = 0; unit < 3000; ++unit)
-            write(m_packer);
-    });
-    std::vector<uint8_t> got;
-    while (got.size() < size) {
-        const uint32_t count = PB_GetFullness(m_packer);
-        got.resize(got.size() + count);
-        PB_GetBytes(m_packer, got.data() + got.size() - count, count);
-        if (count == 0)
-            std::this_thread::yield();
-    }
-    writer.join();
-    linear.resize(size);
-    EXPECT_TRUE(got == linear);
+    PB_Stop(m_packer);
+    EXPECT_EQ(PB_SpliceBits(m_packer, 3, 1), 0u) << "inside one byte";
+    EXPECT_EQ(PB_SpliceBits(m_packer, 8, 1), PB_FAILED);
+    PB_Continue(m_packer);
+    EXPECT_EQ(PB_SpliceBits(m_packer, 8, 1), 0u);
 }
 
 TEST_F(Packer, Refusals) {
@@ -295,8 +207,8 @@ TEST_F(Packer, Refusals) {
         const char* what;
         void (*change)(PBInitial&);
         bool accepted;
+        uint32_t words = 2;    // that are taken
     } cases[] = {
-        {"as it is", [](PBInitial&) {}, true},
         {"older revision", [](PBInitial& i) { i.Version = 0x7F000205; }, true},
         {"newer revision", [](PBInitial& i) { i.Version = 0x405; }, false},
         {"other number", [](PBInitial& i) { i.Version = 6; }, false},
@@ -304,25 +216,23 @@ TEST_F(Packer, Refusals) {
         {"mode 0", [](PBInitial& i) { i.Mode = 0; }, false},
         {"mode 7", [](PBInitial& i) { i.Mode = 7; }, false},
         {"two bits", [](PBInitial& i) { i.PoolSize = 24; }, false},
-        {"no pool", [](PBInitial& i) { i.PoolSize = 0; }, true},
-        {"no callbacks", [](PBInitial& i) { i.FullCallback = nullptr, i.LockCallback = i.UnlockCallback = nullptr; }, true},
+        {"no pool", [](PBInitial& i) { i.PoolSize = 0; }, true, 0},
+        {"no buffer, whatever PoolSize says", [](PBInitial& i) { i.Mode = 1; }, true, 0},
+        {"no callbacks", [](PBInitial& i) { i.FullCallback = nullptr, i.LockCallback = i.UnlockCallback = nullptr; },
+         true},
     };
     for (const auto& c : cases) {
         PBInitial initial = Initial(2, 8);
         c.change(initial);
         EXPECT_EQ(PB_Initial(&m_packer, &initial) == 0, c.accepted) << c.what;
         EXPECT_EQ(m_packer != nullptr, c.accepted) << c.what;
-        if (c.accepted) {
-            EXPECT_EQ(PB_SpliceBytes(m_packer, 4, 1), initial.PoolSize == 0 ? PB_FAILED : 0) << c.what;
-            EXPECT_EQ(PB_SpliceBytes(m_packer, 4, 1), initial.PoolSize == 0 ? PB_FAILED : 0) << c.what;
-            EXPECT_EQ(PB_SpliceBytes(m_packer, 4, 1), PB_FAILED) << c.what;
-        }
+        for (uint32_t word = 0; c.accepted && word < 3; ++word)
+            EXPECT_EQ(PB_SpliceBytes(m_packer, 4, 1), word < c.words ? 0 : PB_FAILED) << c.what;
         PB_Release(&m_packer);
     }
-    Make(Initial(1, 16));    // no buffer yet, whatever PoolSize says
-    EXPECT_EQ(PB_SpliceBytes(m_packer, 1, 1), PB_FAILED);
-    EXPECT_EQ(PB_SetNewBuf(m_packer, nullptr, 8), PB_FAILED);
     uint8_t bytes[64];
+    Make(Initial(1));
+    EXPECT_EQ(PB_SetNewBuf(m_packer, nullptr, 8), PB_FAILED);
     EXPECT_EQ(PB_SetNewBuf(m_packer, bytes, 3), 0u);
     EXPECT_EQ(PB_UpdateBytePosition(m_packer, 4), PB_FAILED);
     EXPECT_EQ(PB_UpdateBytePosition(m_packer, 3), 0u);
@@ -334,8 +244,6 @@ TEST_F(Packer, Refusals) {
     EXPECT_EQ(PB_SetNewBuf(m_packer, bytes, 24), PB_FAILED);
     EXPECT_EQ(PB_SetNewBuf(m_packer, bytes, 0), PB_FAILED);
     EXPECT_EQ(PB_SetNewBuf(m_packer, bytes, 64), 0u);
-    EXPECT_EQ(PB_GetBufSize(m_packer), 64u);
-    EXPECT_EQ(PB_GetBaseAddr(m_packer), static_cast<uint32_t>(reinterpret_cast<uintptr_t>(bytes)));
     EXPECT_EQ(PB_UpdateBytePosition(m_packer, 40), 0u);
     PB_UpdateByteCount(m_packer);
     EXPECT_EQ(PB_GetBytes(m_packer, bytes, 40), 0u);

@@ -38,8 +38,6 @@ struct Object final {
     }
     virtual int32_t Process(const TessaroImage* input, TessaroImage* output) {
         MaybeThrow();
-        tessaro_control.lastInput = input->plane[0];
-        tessaro_control.lastOutput = output->plane[0];
         if (input->layout != 1 || output->layout != 1)
             return -2;
         corvane::test::FakeDewarp(*input, *output);

@@ -17,8 +17,6 @@ struct TessaroControl {
     uint32_t version = 0;
     int made = 0, released = 0, updates = 0, framesEnded = 0;
     uint64_t lastValue = 0;    // the first of the lens record
-    const uint8_t* lastInput = nullptr;
-    uint8_t* lastOutput = nullptr;
 };
 
 // Nearest neighbour, with a number added to each sample.

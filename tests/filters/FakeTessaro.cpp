@@ -51,8 +51,6 @@ struct Object final {
 extern "C" __attribute__((visibility("default"))) void Tessaro_Initial(void** object, uint32_t version) {
     tessaro_control.version = version;
     MaybeThrow();
-    if (tessaro_control.make_no_object)
-        return;
     tessaro_control.made++;
     *object = new Object;
 }

@@ -14,7 +14,7 @@ using Bytes = std::vector<uint8_t>;
 TEST(AudioHolder, LawsBlocksAndShortBuffers) {
     const Bytes mu = {0xFF, 0x00, 0x80, 0xA0}, a = {0xD5, 0x55, 0x2A, 0xAA};
     const std::vector<int16_t> muSamples = {0, -32124, 32124, 7932}, aSamples = {8, -8, -32256, 32256};
-    Bytes speech(64, 0);    // two blocks of 32 bytes
+    Bytes speech(64, 0xFF);    // two blocks of 32 bytes
     speech[0] = speech[32] = 0x3C;
     const struct {
         uint32_t type, channels;

@@ -20,7 +20,7 @@ struct Stream {
     int32_t cycle[3] = {};    // of offsets, for order type 1
     int32_t nonRefOffset = 0, topToBottom = 0;
     bool framesOnly = true, bottomPresent = false;
-    uint32_t references = 3, profile = 66, spsId = 0, ppsId = 0;
+    uint32_t profile = 66, spsId = 0, ppsId = 0;
 
     Bytes Sps() const {
         BitWriter w;
@@ -32,15 +32,12 @@ struct Stream {
             w.U(1, 1).Se(-8).U(4, 0).U(1, 1);    // the second ends at once
             w.U(64, ~uint64_t{0}).U(1, 0);       // the seventh is flat, in codes of one bit
         }
-        w.Ue(0).Ue(orderType);    // frame numbers modulo 16
-        if (orderType == 0)
-            w.Ue(0);    // order counts modulo 16
-        if (orderType == 1) {
+        w.Ue(0).Ue(orderType).U(orderType == 0 ? 1 : 0, 1);    // frame numbers and order counts modulo 16
+        if (orderType == 1)
             w.U(1, 0).Se(nonRefOffset).Se(topToBottom).Ue(cycleSize);
-            for (uint32_t i = 0; i < cycleSize; ++i)
-                w.Se(cycle[i]);
-        }
-        w.Ue(references).U(1, 1).Ue(0).Ue(0).U(framesOnly ? 1 : 2, framesOnly ? 1 : 0);
+        for (uint32_t i = 0; i < cycleSize; ++i)
+            w.Se(cycle[i]);
+        w.Ue(3).U(1, 1).Ue(0).Ue(0).U(framesOnly ? 1 : 2, framesOnly ? 1 : 0);
         return w.U(1, 0).U(1, 1).Ue(1).Ue(2).Ue(3).Ue(4).Unit({0x67});
     }
     Bytes Pps() const {
@@ -66,16 +63,13 @@ Bytes Write(const Stream& stream, const Slice& slice) {
         w.U(slice.field == 0 ? 1 : 2, slice.field == 0 ? 0 : 1 + slice.field);
     if (slice.kind == kIdr)
         w.Ue(9);
-    if (stream.orderType == 0)
-        w.U(4, slice.lsb);
+    w.U(stream.orderType == 0 ? 4 : 0, slice.lsb);
     if (stream.orderType == 1)
         w.Se(slice.delta);
     if (stream.orderType < 2 && stream.bottomPresent && slice.field == 0)
         w.Se(slice.delta_bottom);
-    if (stream.profile == 100)
-        w.Ue(0);
     constexpr uint8_t kHeaders[] = {0x61, 0x01, 0x65};
-    return w.U(2, 0).Unit({kHeaders[slice.kind]});
+    return w.U(stream.profile == 100 ? 1 : 0, 1).U(2, 0).Unit({kHeaders[slice.kind]});
 }
 
 // An IDR picture with its parameter sets in front of `slices`.
@@ -127,8 +121,7 @@ TEST(FrameThinner, OrderCounts) {
         for (const Bytes& frame : Encode(row.stream, row.slices)) {
             int order = 0;
             for (uint32_t level = 7; level > 0; --level)
-                if (Ask(thinners[level], frame, orders.empty(), level))
-                    order = kOrderOfDropping[level - 1];
+                order = Ask(thinners[level], frame, orders.empty(), level) ? kOrderOfDropping[level - 1] : order;
             orders.push_back(order);
         }
         EXPECT_EQ(orders, row.orders) << row.name;

@@ -65,6 +65,8 @@ TEST(HeaderCheck, HoldsBackImpossibleJpegSizesOnly) {
     EXPECT_FALSE(Stands(kJpeg, Jpeg(16384, 4300)));
     EXPECT_FALSE(Stands(kJpeg, Jpeg(100, 0)));
     EXPECT_TRUE(Stands(kJpeg, Jpeg(16, 16) + Bytes{0xFF, 0xD9} + Jpeg(0, 0)));    // behind the end
+    for (Bytes cut = Jpeg(16, 16); cut.size() >= 17; cut.pop_back())              // in its header
+        EXPECT_EQ(Stands(kJpeg, cut), cut.size() == 24) << cut.size();
 }
 
 }    // namespace

@@ -3,8 +3,9 @@
  * byte of the unit and its chroma the frame type; an empty unit fails.
  */
 #include <stdint.h>
-#include <stdlib.h>
 #include <string.h>
+
+#define EXPORTED __attribute__((visibility("default")))
 
 typedef struct EncodedUnit {
     const uint8_t* data;
@@ -20,19 +21,12 @@ typedef struct DecodedFrame {
     uint64_t reserved[2];
 } DecodedFrame;
 
-typedef struct Decoder Decoder;
-typedef struct DecoderTable {
-    int32_t (*DecodeVideo)(Decoder*, DecodedFrame*, uint32_t*, const EncodedUnit*);
-    int32_t (*DecodeAudio)(Decoder*, uint8_t*, uint32_t*, const EncodedUnit*);
-    void (*Destroy)(Decoder*);
-    int32_t (*ShareFrame)(Decoder*, DecodedFrame*, int32_t);
-} DecoderTable;
-struct Decoder {
-    const DecoderTable* table;
-    uint8_t* pixels;
-};
+typedef struct Decoder {
+    const struct DecoderTable* table;
+    uint8_t pixels[16 * 12];
+} Decoder;
 
-static int liveDecoders;
+EXPORTED int32_t liveDecoders;
 
 static int32_t DecodeVideo(Decoder* self, DecodedFrame* out, uint32_t* got, const EncodedUnit* in) {
     if (in->size == 0) return -1;
@@ -44,29 +38,25 @@ static int32_t DecodeVideo(Decoder* self, DecodedFrame* out, uint32_t* got, cons
 }
 
 static int32_t DecodeAudio(Decoder* self, uint8_t* pcm, uint32_t* size, const EncodedUnit* in) {
-    (void)self, (void)pcm, (void)size, (void)in;
-    return 4;
+    return self && !pcm && !size && !in ? 4 : 0;
 }
 
-static void Destroy(Decoder* self) {
-    --liveDecoders;
-    free(self->pixels);
-    free(self);
-}
+static void Destroy(Decoder* self) { liveDecoders -= self != NULL; }
 
 static int32_t ShareFrame(Decoder* self, DecodedFrame* out, int32_t version) {
     out->owner = self;
     return version;
 }
 
-__attribute__((visibility("default"))) void* GetDecoderIsolated_QuickSync(void) {
-    static const DecoderTable table = {DecodeVideo, DecodeAudio, Destroy, ShareFrame};
-    Decoder* decoder = malloc(sizeof *decoder);
-    decoder->table = &table;
-    decoder->pixels = malloc(16 * 12);
-    ++liveDecoders;
-    return decoder;
-}
+static const struct DecoderTable {
+    int32_t (*decodeVideo)(Decoder*, DecodedFrame*, uint32_t*, const EncodedUnit*);
+    int32_t (*decodeAudio)(Decoder*, uint8_t*, uint32_t*, const EncodedUnit*);
+    void (*destroy)(Decoder*);
+    int32_t (*shareFrame)(Decoder*, DecodedFrame*, int32_t);
+} kTable = {DecodeVideo, DecodeAudio, Destroy, ShareFrame};
 
-/* Decoders that nobody has given back. */
-__attribute__((visibility("default"))) int LiveDecoders(void) { return liveDecoders; }
+EXPORTED void* GetDecoderIsolated_QuickSync(void) {
+    static Decoder decoder = {&kTable, {0}};
+    ++liveDecoders;
+    return &decoder;
+}

@@ -90,29 +90,25 @@ std::vector<int> Shown(const Stream& stream, uint32_t threads) {
 }
 
 TEST(UnitGatherer, FieldsBecomePictures) {
+    const auto joined = [](Stream& s) {
+        for (auto at = s.begin(); at != s.end(); s.erase(++at))
+            at->bytes = at->bytes + at[1].bytes;
+    };
+    const auto split = [](Stream& s) {
+        for (int key = 2 * (kPictures - kGop); key >= 0; key -= 2 * kGop) {
+            s.insert(s.begin() + key, {key / 2, false, ParameterSets()});
+            s[static_cast<size_t>(key) + 1].bytes = Slice(key / 2, false);
+        }
+    };
     const struct {
         const char* name;
         std::function<void(Stream&)> change;
         std::vector<int> lost;
     } rows[] = {
         {"all fields", [](Stream&) {}, {}},
-        {"both in one unit",
-         [](Stream& s) {
-             for (auto at = s.begin(); at != s.end(); ++at) {
-                 at->bytes = at->bytes + at[1].bytes;
-                 s.erase(at + 1);
-             }
-         },
-         {}},
-        {"parameter sets by themselves",
-         [](Stream& s) {
-             for (int key = 2 * (kPictures - kGop); key >= 0; key -= 2 * kGop) {
-                 s.insert(s.begin() + key, {key / 2, false, ParameterSets()});
-                 s[static_cast<size_t>(key) + 1].bytes = Slice(key / 2, false);
-             }
-         },
-         {}},
-        {"a second field lost", [](Stream& s) { s.erase(s.begin() + 11); }, {5}},
+        {"both in one unit", joined, {}},
+        {"parameter sets by themselves", split, {}},
+        {"two second fields lost", [](Stream& s) { s.erase(s.erase(s.begin() + 11) + 3); }, {5, 7}},
         {"a first field lost", [](Stream& s) { s.erase(s.begin() + 10); }, {5}},
         {"a key frame's second field lost", [](Stream& s) { s.erase(s.begin() + 9); }, {4, 5, 6, 7}},
     };
@@ -123,7 +119,7 @@ TEST(UnitGatherer, FieldsBecomePictures) {
             row.change(stream);
             std::vector<int> wanted;
             for (int picture = 0; picture < kPictures; ++picture)
-                if (std::find(row.lost.begin(), row.lost.end(), picture) == row.lost.end())
+                if (std::ranges::count(row.lost, picture) == 0)
                     wanted.push_back(picture);
             wanted.resize(wanted.size() - (threads - 1));
             EXPECT_EQ(Shown(stream, threads), wanted);

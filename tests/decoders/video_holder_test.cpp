@@ -1,4 +1,5 @@
 // Choice, replacement, fall-back and pairing, with scripted decoders and with real streams.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,14 +18,11 @@ namespace {
 using test::EncodedPicture;
 using test::MakeFrame;
 
-// What the fake decoders do; one test at a time.
+// What factories and decoders do; one test at a time.
+enum class Fault { None, Null, Throws, Fails, BadPicture };    // no decoder; both throw; no decode; rows overlap
 struct Script {
+    Fault fault = Fault::None;
     std::string made = {};               // the factory that was called last, with its arguments
-    bool null = false;                   // factories give nothing
-    bool throws = false;                 // decoders and factories throw
-    bool fails = false;                  // decoders fail
-    bool badPicture = false;             // whose rows overlap
-    uint32_t delay = 0;                  // units before the first picture
     uint32_t silentFrom = UINT32_MAX;    // unit from which no picture comes
     int alive = 0;
     uint32_t got = 1;
@@ -38,13 +36,12 @@ class FakeDecoder final : public DecoderContext {
 public:
     FakeDecoder() { ++script.alive; }
     int32_t DecodeVideo(DecodedFrame* out, uint32_t* got, const EncodedUnit*) override {
-        if (script.throws)
+        if (script.fault == Fault::Throws)
             throw std::runtime_error("decoder");
-        const uint32_t stride = script.badPicture ? 15 : 16;
-        *got = m_units >= script.delay && m_units < script.silentFrom ? script.got : 0;
+        const uint32_t stride = script.fault == Fault::BadPicture ? 15 : 16;
+        *got = m_units++ < script.silentFrom ? script.got : 0;
         *out = DecodedFrame{{m_pixels, m_pixels, nullptr}, {stride, 16, 0}, 16, 2, nullptr, nullptr, nullptr, {}};
-        ++m_units;
-        return script.fails ? -1 : 0;
+        return script.fault == Fault::Fails ? -1 : 0;
     }
     int32_t DecodeAudio(uint8_t*, uint32_t*, const EncodedUnit*) override { return -1; }
     void Destroy() override {
@@ -52,7 +49,7 @@ public:
         delete this;
     }
     int32_t ShareFrame(DecodedFrame* out, int32_t version) override {
-        if (script.throws || version != 2)
+        if (script.fault == Fault::Throws || version != 2)
             throw std::runtime_error("share");
         *out = DecodedFrame{{}, {1, 1, 1}, 1, 1, this, [](void*) { ++script.references; }, nullptr, {}};
         if (script.wholeShare)
@@ -72,21 +69,20 @@ struct Name {
     char text[length];
 };
 
-uint32_t Number(uint32_t number) {
-    return number;
-}
-uint32_t Number(const uint8_t* payload) {
-    return payload == nullptr ? 0 : *payload;
-}
-
 // A factory: notes its name and arguments, a payload by its first byte.
 template <Name name, typename... Arguments>
 DecoderContext* Made(Arguments... arguments) {
     script.made = name.text;
-    ((script.made += " " + std::to_string(Number(arguments))), ...);
-    if (script.throws)
+    [[maybe_unused]] const auto note = [](auto argument) {
+        if constexpr (std::is_pointer_v<decltype(argument)>)
+            script.made += " " + std::to_string(argument == nullptr ? 0 : *argument);
+        else
+            script.made += " " + std::to_string(argument);
+    };
+    (note(arguments), ...);
+    if (script.fault == Fault::Throws)
         throw std::runtime_error("factory");
-    return script.null ? nullptr : new FakeDecoder();
+    return script.fault == Fault::Null ? nullptr : new FakeDecoder();
 }
 
 // With those that take the adapter, or without, as in older plug-ins.
@@ -156,7 +152,6 @@ TEST_F(VideoHolder, ChoosesByStreamKindTagAndAdapter) {
         {2, 1, "ELSE", "", "", false},
         {4, 1, "", "cuvid mp4v", "", true, true},
         {4, 0, "DAHU", ""},
-        {8, 0, "", ""},
         {8, 1, "", "cuvid h264", "", true, true},
         {8, 2, "", "dxva h264", " 640 480 42 3", true, true},
         {8, 3, "", "quicksync h264"},
@@ -171,7 +166,8 @@ TEST_F(VideoHolder, ChoosesByStreamKindTagAndAdapter) {
     for (const auto& row : rows)
         for (const Slots slots : {All, Older, Empty, Null, Throwing}) {
             SCOPED_TRACE(testing::Message() << row.streamType << row.tag << " kind " << row.kind << " slots " << slots);
-            script = Script{.null = slots == Null, .throws = slots == Throwing, .alive = script.alive};
+            const Fault fault = slots == Null ? Fault::Null : slots == Throwing ? Fault::Throws : Fault::None;
+            script = Script{.fault = fault, .alive = script.alive};
             Renew(slots == Empty ? DecoderFactories{} : Factories(slots != Older), row.kind);
             m_holder->SetAdapter(5);
             const int32_t result = Decode(Fake(row.streamType, true, 640, 480, row.tag));
@@ -224,20 +220,17 @@ TEST_F(VideoHolder, ReplacesOnKeyFramesOnly) {
 
 TEST_F(VideoHolder, FallsBackToSoftware) {
     const std::vector<EncodedPicture> stream = test::MakeVideo({.frames = 6});
-    enum Failing { Fails, Throws, BadPicture };
-    for (int mask = 0; mask < 24; ++mask) {
-        const auto failing = static_cast<Failing>(mask / 8);
+    for (int mask = 16; mask < 40; ++mask) {
+        const auto fault = static_cast<Fault>(mask / 8);    // but for the first two
         const bool allowed = (mask & 1) != 0, onKey = (mask & 2) != 0, backward = (mask & 4) != 0;
-        SCOPED_TRACE(testing::Message() << failing << allowed << onKey << backward);
+        SCOPED_TRACE(mask);
         script = Script{.alive = script.alive};
         Renew(Factories(), 2);
         m_holder->SetFallbackAllowed(allowed);
         m_holder->Reset(backward);
         ASSERT_EQ(Decode(stream[0], 320, 240), 0);    // pictures are out when the failure comes
         ASSERT_EQ(m_got, 1u);
-        script.fails = failing == Fails;
-        script.throws = failing == Throws;
-        script.badPicture = failing == BadPicture;
+        script.fault = fault;
         const bool fallsBack = allowed && (onKey || backward);
         EXPECT_EQ(Decode(stream[onKey ? 5 : 1], 320, 240), fallsBack ? 0 : -1);
         EXPECT_EQ(m_holder->ActiveKind(), fallsBack ? 0u : 2u);
@@ -250,7 +243,6 @@ TEST_F(VideoHolder, FallsBackToSoftware) {
     }
 }
 
-// The picture handed out belongs to the frame that went in `delay` calls before.
 TEST_F(VideoHolder, SharesWhatItsDecoderShares) {
     const struct {
         uint32_t got;
@@ -261,7 +253,7 @@ TEST_F(VideoHolder, SharesWhatItsDecoderShares) {
     for (const auto& row : rows) {
         script = Script{.alive = script.alive, .got = row.got, .share = row.answer, .wholeShare = row.whole};
         ASSERT_EQ(Decode(Fake(CORVANE_STREAM_H264, true)), 0);
-        script.throws = row.throws;
+        script.fault = row.throws ? Fault::Throws : Fault::None;
         const SharedPicture picture = m_holder->ShareCurrent();
         EXPECT_EQ(picture.Shared(), row.shared);
         EXPECT_EQ(picture.Get().owner != nullptr, row.shared);
@@ -272,29 +264,8 @@ TEST_F(VideoHolder, SharesWhatItsDecoderShares) {
             EXPECT_EQ(script.references, 2);
         }
         EXPECT_EQ(script.references, row.shared || !row.whole ? 1 : 0);
-        script.throws = false;
     }
-}
-
-TEST_F(VideoHolder, PairsPicturesWithTheirInput) {
-    constexpr uint32_t delay = 2;
-    const std::vector<EncodedPicture> stream = test::MakeVideo({.frames = 20, .gop = 7});
-    for (const bool real : {false, true}) {
-        script.delay = delay;
-        Renew(Factories(), real ? 0 : 3);
-        m_holder->SetThreads(delay + 1);
-        for (size_t i = 0; i < stream.size(); ++i) {
-            ASSERT_EQ(Decode(stream[i]), 0);
-            FramePtr current;
-            ASSERT_EQ(m_holder->CurrentInput(current), i >= delay);
-            ASSERT_EQ(m_got != 0, i >= delay);
-            if (m_got == 0)
-                continue;
-            EXPECT_EQ(TimeMs(*current), stream[i - delay].ptsMs);
-            EXPECT_EQ(m_holder->InFlight(), delay + 1);
-            EXPECT_TRUE(!real || Stamp(*m_holder) == static_cast<int>(i - delay));
-        }
-    }
+    script.fault = Fault::None;
 }
 
 TEST_F(VideoHolder, DropsADecoderThatStopsAnswering) {
@@ -323,10 +294,9 @@ TEST_F(VideoHolder, MarksStayUntilTheStreamSaysOtherwise) {
     const struct {
         uint32_t streamType;
         const char* text;
-        bool fieldCoded, interlaced;
-    } steps[] = {{1, "", false, false}, {1, "FL_IL Mode", true, true},  {1, "", true, true},
-                 {4, "", false, false}, {4, "FL_PG Mode", true, false}, {4, "", true, false},
-                 {8, "", false, false}, {4, "", false, false}};
+        int marks;    // 1 fields, 2 interlaced
+    } steps[] = {{1, "", 0},           {1, "FL_IL Mode", 3}, {1, "", 3}, {4, "", 0},
+                 {4, "FL_PG Mode", 1}, {4, "", 1},           {8, "", 0}, {4, "", 0}};
     Renew({}, 0);
     for (const auto& step : steps) {
         std::vector<uint8_t> bytes = test::MakeVideo({.streamType = step.streamType, .frames = 1})[0].bytes;
@@ -335,8 +305,7 @@ TEST_F(VideoHolder, MarksStayUntilTheStreamSaysOtherwise) {
         bytes.insert(bytes.begin() + (step.streamType == 1 ? 2 : 5), segment.begin(), segment.end());
         const FramePtr frame = MakeFrame(step.streamType, bytes, true, 0);
         ASSERT_EQ(Decode(frame), 0);
-        EXPECT_EQ(frame->FieldCoded(), step.fieldCoded) << step.streamType << step.text;
-        EXPECT_EQ(frame->Interlaced(), step.interlaced) << step.streamType << step.text;
+        EXPECT_EQ(frame->FieldCoded() + 2 * frame->Interlaced(), step.marks) << &step - steps;
     }
 }
 
@@ -351,6 +320,38 @@ TEST_F(VideoHolder, CarriesTheLensRecordOfTheLatestKeyFrame) {
         ASSERT_EQ(Decode(frame), 0);
         EXPECT_EQ(frame->Lens() != nullptr && frame->Lens()->values[0] == 11, std::strchr(step, '+') != nullptr);
     }
+}
+
+// In C, really loaded.
+TEST(Plugin, PlainCObjectDecodesBehindTheHolder) {
+    void* const library = dlopen(PLAIN_C_DECODER, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    const auto factory = reinterpret_cast<DecoderFactories::Plain>(dlsym(library, "GetDecoderIsolated_QuickSync"));
+    const auto& live = *static_cast<const int32_t*>(dlsym(library, "liveDecoders"));
+    VideoDecoderHolder holder;
+    holder.SetFactories({.GetDecoderIsolated_QuickSync = factory});
+    holder.SetH264Kind(3);
+    uint32_t got = 0;
+    for (const uint8_t value : {7, 99}) {
+        ASSERT_EQ(holder.Decode(MakeFrame(8, {value, 1, 2}, value == 7, 0), &got), 0);
+        const DecodedFrame& frame = holder.CurrentFrame();
+        EXPECT_EQ(frame.width * 1000 + frame.height, 16008u);
+        EXPECT_EQ(frame.planes[0][16 * 8 - 1], value);
+        EXPECT_EQ(frame.planes[1][16 * 4 - 1], value == 7 ? 0 : 1);
+    }
+    EXPECT_EQ(holder.Decode(MakeFrame(8, {}, false, 0), &got), -1);
+    EXPECT_EQ(live, 1);
+    holder.Reset(false);
+    EXPECT_EQ(live, 0);
+
+    [factory]() CORVANE_CALLS_PLUGIN {    // the entries that the holder did not use
+        const DecoderPtr decoder(factory());
+        DecodedFrame picture{};
+        EXPECT_EQ(decoder->DecodeAudio(nullptr, nullptr, nullptr), 4);
+        EXPECT_EQ(decoder->ShareFrame(&picture, 2), 2);
+        EXPECT_EQ(picture.owner, decoder.get());
+    }();
+    dlclose(library);
 }
 
 }    // namespace

@@ -1,4 +1,4 @@
-// Every export with a channel or an instance as a call of one form. A call ends with the first status that is not Ok.
+// Every export that does anything as a call of one form. A call ends with the first status that is not Ok.
 #pragma once
 
 #include <cairo.h>
@@ -24,15 +24,6 @@ template <typename Export, typename... Arguments>
 Call OnChannel(const char* name, Export function, Arguments... arguments) {
     return {name, [=](void*, void* channel) { return function(channel, arguments...); }, true};
 }
-template <typename Export>
-Call OnInstance(const char* name, Export function) {
-    return {name, [=](void* instance, void*) { return function(instance); }};
-}
-template <typename Export>
-Call Unsupported(const char* name, Export function) {
-    return {name, [=](void*, void* channel) { return function(channel); }, false, Status_NotSupported};
-}
-
 inline uint32_t FirstFailure(std::initializer_list<uint32_t> statuses) {
     for (const uint32_t status : statuses)
         if (status != Status_Ok)
@@ -123,14 +114,6 @@ inline std::vector<Call> Calls() {
         {"Initial, Start and Release of another", &AnotherInstance},
         {"Release", released, false, Status_Failed},
         {"GetVersionInfo", asked},
-        OnInstance("SetFlags", &Corvane_SetFlags),
-        OnInstance("GetFlags", &Corvane_GetFlags),
-        OnInstance("GetCapabilities", &Corvane_GetCapabilities),
-        Unsupported("SetQueueEmptyNotify", &Corvane_SetQueueEmptyNotify),
-        Unsupported("RegisterVAStreamInfoCallback", &Corvane_RegisterVAStreamInfoCallback),
-        Unsupported("SetVAStreamEffectParam", &Corvane_SetVAStreamEffectParam),
-        Unsupported("GetAvgAudioVolume", &Corvane_GetAvgAudioVolume),
-        Unsupported("SetAudioSamplesPerCalc", &Corvane_SetAudioSamplesPerCalc),
         {"CreateChannel", &AnotherChannel},
         {"DeleteChannel", deleted, false, Status_Failed, Status_Ok},
         OnChannel("StartChannel", &Corvane_StartChannel, 1),

@@ -10,6 +10,7 @@
 
 #include "filters/FakeTessaro.h"
 #include "filters/FilterChain.h"
+#include "support/StreamMaker.h"
 
 namespace corvane::test {
 
@@ -82,10 +83,7 @@ struct Decoded {
 };
 
 inline FramePtr VideoFrame(bool lens = false, uint64_t first_lens_value = 1) {
-    MediaFrameHeader record{};
-    record.recordSize = 264;
-    record.streamType = CORVANE_STREAM_H264;
-    const auto frame = std::make_shared<MediaFrameImpl>(record);
+    const FramePtr frame = MakeFrame(CORVANE_STREAM_H264, {}, true, 0);
     LensRecord lens_record;
     lens_record.values[0] = first_lens_value;
     if (lens)

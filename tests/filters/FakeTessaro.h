@@ -12,13 +12,11 @@ struct TessaroControl {
     // Set by the test. A width of 0 leaves the size as it is.
     uint32_t outWidth = 0, outHeight = 0;
     int32_t queryResult = 0, processResult = 0;
-    bool make_no_object = false, throwEverywhere = false;
+    bool throwEverywhere = false;
     // Told by the library.
     uint32_t version = 0;
     int made = 0, released = 0, updates = 0, framesEnded = 0;
     uint64_t lastValue = 0;    // the first of the lens record
-    const uint8_t* lastInput = nullptr;
-    uint8_t* lastOutput = nullptr;
 };
 
 // Nearest neighbour, with a number added to each sample.

@@ -11,7 +11,7 @@
 
 namespace corvane::test {
 
-enum class Fill { Random, Extremes, Rows };
+enum class Fill { Random, Extremes };
 
 class SourcePlane {
 public:
@@ -19,13 +19,11 @@ public:
         : m_step(rowBytes + gap), m_bytes(rows == 0 ? 0 : size_t{m_step} * (rows - 1) + rowBytes) {
         std::mt19937 random(seed);
         constexpr uint8_t kExtremes[] = {0, 1, 127, 128, 254, 255};
-        for (size_t i = 0; i < m_bytes.size(); ++i) {
-            m_bytes[i] = fill == Fill::Random     ? static_cast<uint8_t>(random())
-                         : fill == Fill::Extremes ? kExtremes[random() % 6]
-                                                  : static_cast<uint8_t>(i / m_step * 10);
-        }
+        for (uint8_t& byte : m_bytes)
+            byte = fill == Fill::Random ? static_cast<uint8_t>(random()) : kExtremes[random() % 6];
     }
     uint8_t* Data() { return m_bytes.data(); }
+    uint8_t* Row(uint32_t y) { return Data() + size_t{m_step} * y; }
     int32_t Step() const { return static_cast<int32_t>(m_step); }
 
 private:
@@ -41,6 +39,7 @@ public:
         : m_step(rowBytes + gap), m_bytes(size_t{m_step} * (rows + 2) + 1, kPoison) {}
     // One odd byte and one whole row stand in front.
     uint8_t* Data() { return m_bytes.data() + m_step + 1; }
+    uint8_t* Row(uint32_t y) { return Data() + size_t{m_step} * y; }
     int32_t Step() const { return static_cast<int32_t>(m_step); }
     uint8_t At(uint32_t x, uint32_t y) const { return m_bytes[m_step + 1 + size_t{y} * m_step + x]; }
 

@@ -45,14 +45,12 @@ void Require(bool good, const char* what) {
 }
 
 AVPixelFormat FormatOf(const VideoSpec& spec) {
-    constexpr AVPixelFormat kPlain[] = {AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV444P, AV_PIX_FMT_GRAY8};
-    constexpr AVPixelFormat kJpeg[] = {AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_YUVJ422P, AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_GRAY8};
-    constexpr AVPixelFormat kDeep[] = {AV_PIX_FMT_YUV420P10, AV_PIX_FMT_YUV422P10, AV_PIX_FMT_YUV444P10,
-                                       AV_PIX_FMT_GRAY10};
-    const auto sampling = static_cast<size_t>(spec.sampling);
-    return spec.bitDepth == 10                      ? kDeep[sampling]
-           : spec.streamType == CORVANE_STREAM_JPEG ? kJpeg[sampling]
-                                                    : kPlain[sampling];
+    constexpr const char* kSamplings[] = {"420p", "422p", "444p"};
+    const std::string depth = spec.bitDepth == 10 ? "10le" : "";
+    if (spec.sampling == Sampling::Gray)
+        return av_get_pix_fmt(("gray" + depth).c_str());
+    const std::string range = spec.streamType == CORVANE_STREAM_JPEG ? "yuvj" : "yuv";
+    return av_get_pix_fmt((range + kSamplings[static_cast<size_t>(spec.sampling)] + depth).c_str());
 }
 
 const char* EncoderOf(uint32_t streamType) {
@@ -105,15 +103,11 @@ void SetOptions(AVCodecContext& context, const VideoSpec& spec) {
         context.flags |= AV_CODEC_FLAG_INTERLACED_DCT | AV_CODEC_FLAG_INTERLACED_ME;
 }
 
-ContextPtr NewContext(const AVCodec* codec) {
-    ContextPtr context(avcodec_alloc_context3(codec));
-    Require(codec != nullptr && context != nullptr, "encoder missing");
-    context->log_level_offset = 128;    // silent
-    return context;
-}
-
 ContextPtr OpenVideo(const VideoSpec& spec) {
-    ContextPtr context = NewContext(avcodec_find_encoder_by_name(EncoderOf(spec.streamType)));
+    const AVCodec* const codec = avcodec_find_encoder_by_name(EncoderOf(spec.streamType));
+    Require(codec != nullptr, "encoder missing");
+    ContextPtr context(avcodec_alloc_context3(codec));
+    context->log_level_offset = 128;    // silent
     context->width = spec.width;
     context->height = spec.height;
     context->pix_fmt = FormatOf(spec);
@@ -128,20 +122,8 @@ ContextPtr OpenVideo(const VideoSpec& spec) {
         context->flags |= AV_CODEC_FLAG_QSCALE | AV_CODEC_FLAG_BITEXACT;
     context->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
     SetOptions(*context, spec);
-    Require(avcodec_open2(context.get(), nullptr, nullptr) >= 0, "encoder does not open");
+    Require(avcodec_open2(context.get(), codec, nullptr) >= 0, "encoder does not open");
     return context;
-}
-
-// Appends what the encoder has ready.
-void Collect(AVCodecContext& context, const VideoSpec& spec, std::vector<EncodedPicture>& out) {
-    PacketPtr packet(av_packet_alloc());
-    while (avcodec_receive_packet(&context, packet.get()) >= 0) {
-        out.push_back({{packet->data, packet->data + packet->size},
-                       (packet->flags & AV_PKT_FLAG_KEY) != 0,
-                       packet->pts * 40,
-                       spec.firstNumber + static_cast<int>(packet->pts)});
-        av_packet_unref(packet.get());
-    }
 }
 
 }    // namespace
@@ -154,20 +136,22 @@ std::vector<EncodedPicture> MakeVideo(const VideoSpec& spec) {
     frame->width = spec.width;
     frame->height = spec.height;
     Require(av_frame_get_buffer(frame.get(), 0) >= 0, "no picture");
+    PacketPtr packet(av_packet_alloc());
     std::vector<EncodedPicture> out;
-    for (int i = 0; i < spec.frames; ++i) {
+    for (int i = 0; i <= spec.frames; ++i) {    // the last brings out what is left
         Require(av_frame_make_writable(frame.get()) >= 0, "no picture");
         Draw(*frame, spec.firstNumber + i, spec.bitDepth);
         frame->pts = i;
         frame->quality = context->global_quality;
         frame->pict_type = i % spec.gop == 0 ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
-        frame->interlaced_frame = spec.interlaced ? 1 : 0;
-        frame->top_field_first = frame->interlaced_frame;
-        Require(avcodec_send_frame(context.get(), frame.get()) >= 0, "encoder failed");
-        Collect(*context, spec, out);
+        frame->interlaced_frame = frame->top_field_first = spec.interlaced ? 1 : 0;
+        Require(avcodec_send_frame(context.get(), i < spec.frames ? frame.get() : nullptr) >= 0, "encoder failed");
+        for (; avcodec_receive_packet(context.get(), packet.get()) >= 0; av_packet_unref(packet.get()))
+            out.push_back({{packet->data, packet->data + packet->size},
+                           (packet->flags & AV_PKT_FLAG_KEY) != 0,
+                           packet->pts * 40,
+                           spec.firstNumber + static_cast<int>(packet->pts)});
     }
-    avcodec_send_frame(context.get(), nullptr);
-    Collect(*context, spec, out);
     Require(out.size() == static_cast<size_t>(spec.frames), "pictures lost in the encoder");
     return out;
 }

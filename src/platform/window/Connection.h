@@ -182,7 +182,6 @@ private:
 
     // Constant after construction.
     const std::string m_display;
-    const int m_wake;    // eventfd
 
     // Written by the event thread before the first client is served; m_xcb is freed by Close.
     xcb_connection_t* m_xcb = nullptr;
@@ -208,6 +207,9 @@ private:
     // Of connections that were closed while their thread waited for the server: kept until it has ended. Under the
     // lock of that list.
     std::shared_ptr<Connection> m_nextAbandoned;
+
+    // An eventfd, constant after construction. Last: no member that finds no memory may leave it open.
+    const int m_wake;
 
     Thread m_thread;    // of whoever made the connection, then of Close or ReapOrAdopt
 };

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <mutex>
 #include <thread>
@@ -104,6 +105,9 @@ TEST(RenderMgr, FallBackTable) {
                 [](void*, uint32_t code, uint64_t a, uint64_t) { fallbackCodes += code == 9 && a == 2 ? 1 : 0; },
                 nullptr);
             PlainPicture picture(64, 48);
+            // No renderer has such a size, so none of them is asked, and none fails.
+            manager.PresentFrame(Frame(0, 60000, 60000), picture.frame, true);
+            EXPECT_EQ(first.buffers, 0);
             for (int i = 0; i < 3; ++i) {    // the first is lost where nothing replaces what failed
                 manager.PresentFrame(Frame(40 * i), picture.frame, true);
                 const int least = i + (row.presentFails || row.replaced ? 1 : 0);
@@ -121,27 +125,32 @@ TEST(RenderMgr, FallBackTable) {
     log::hook = nullptr;
 }
 
-// What the off-screen callback was given last.
+// What the off-screen callback was given: all records, and the pixels of the last.
 struct Seen {
     std::mutex mutex;
     std::vector<PseudoFrame> frames;
     std::vector<uint8_t> pixels;
-    size_t Count() {
-        const std::lock_guard lock(mutex);
-        return frames.size();
+
+    void KeptBy(CRenderMgr& manager, uint32_t format) {
+        manager.RegisterRawDataCallback(
+            [](void* context, const PseudoFrame* frame) {
+                auto& seen = *static_cast<Seen*>(context);
+                const std::lock_guard lock(seen.mutex);
+                seen.frames.push_back(*frame);
+                seen.pixels.assign(frame->data, frame->data + frame->size);
+            },
+            this, format);
     }
-    PseudoFrame Last() {
+    // The last record, once there are so many.
+    PseudoFrame Await(size_t number) {
+        EXPECT_TRUE(Eventually([&] {
+            const std::lock_guard lock(mutex);
+            return frames.size() == number;
+        }));
         const std::lock_guard lock(mutex);
-        return frames.back();
+        return frames.empty() ? PseudoFrame() : frames.back();
     }
 };
-
-void Keep(void* context, const PseudoFrame* frame) {
-    auto& seen = *static_cast<Seen*>(context);
-    const std::lock_guard lock(seen.mutex);
-    seen.frames.push_back(*frame);
-    seen.pixels.assign(frame->data, frame->data + frame->size);
-}
 
 TEST(RenderMgr, TargetSizes) {
     const struct {
@@ -162,50 +171,44 @@ TEST(RenderMgr, TargetSizes) {
     for (const auto& row : rows) {
         Seen seen;
         CRenderMgr manager(&seen, 0, 0);
-        manager.RegisterRawDataCallback(&Keep, &seen, PF_BGRA32);
+        seen.KeptBy(manager, PF_BGRA32);
         manager.SetRawDataCallbackSize(row.capWidth, row.capHeight);
         manager.PresentFrame(Frame(0, row.statedWidth, row.statedHeight, row.type), picture.frame, true);
-        ASSERT_TRUE(Eventually([&] { return seen.Count() == 1; })) << row.name;
-        EXPECT_EQ(seen.Last().width, row.width) << row.name;
-        EXPECT_EQ(seen.Last().height, row.height) << row.name;
-        EXPECT_EQ(seen.Last().size, 4 * row.width * row.height) << row.name;
+        const PseudoFrame frame = seen.Await(1);
+        EXPECT_EQ(frame.width * 1000 + frame.height, row.width * 1000 + row.height) << row.name;
+        EXPECT_EQ(frame.size, 4 * row.width * row.height) << row.name;
     }
 }
 
 TEST(RenderMgr, RecordOfAPicture) {
     Seen seen;
     CRenderMgr manager(&seen, 0, 0);
-    manager.RegisterRawDataCallback(&Keep, &seen, PF_BGRA32);
+    seen.KeptBy(manager, PF_BGRA32);
     PlainPicture picture(64, 48, 200);
     manager.Stop(true);    // fresh information
     MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, {}, true, 1'234'567);
     header.timeSeconds = 86400 + 3661;    // 1970-01-02 01:01:01
     header.timeZoneSeconds = 3600;
     manager.PresentFrame(std::make_shared<MediaFrameImpl>(header), picture.frame, true);
-    ASSERT_TRUE(Eventually([&] { return seen.Count() == 1; }));
-    const PseudoFrame frame = seen.Last();
+    const PseudoFrame frame = seen.Await(1);
     EXPECT_EQ(frame.flags, 0x20u);
     EXPECT_EQ(frame.seconds * 1000 + frame.milliseconds, 1'234'567u);
     EXPECT_EQ(frame.timeSeconds, 86400u + 3661u);
     EXPECT_EQ(frame.timeZone, 44);
     EXPECT_EQ(seen.pixels[0], 200);
     manager.PresentFrame(Frame(1'234'607), picture.frame, true);
-    ASSERT_TRUE(Eventually([&] { return seen.Count() == 2; }));
-    EXPECT_EQ(seen.Last().flags, 0u);
-
+    EXPECT_EQ(seen.Await(2).flags, 0u);
     // Sound in the place of pictures: a notice without a picture.
-    const FramePtr sound = test::MakeFrame(CORVANE_STREAM_MULAW, {1}, true, 5000);
-    manager.InputAudio(sound, true, true);
-    ASSERT_TRUE(Eventually([&] { return seen.Count() == 3; }));
-    EXPECT_EQ(seen.Last().flags, 8u);
-    EXPECT_EQ(seen.Last().data, nullptr);
+    manager.InputAudio(Frame(5000), true, true);
+    const PseudoFrame notice = seen.Await(3);
+    EXPECT_EQ(notice.flags, 8u);
+    EXPECT_EQ(notice.data, nullptr);
 }
 
 // A picture callback that takes long neither holds the worker up nor sees a picture twice or torn.
 TEST(RenderMgr, ASlowCallbackLosesPicturesAndNothingElse) {
     struct Slow {
-        Gate entered;
-        Gate go;
+        Gate entered, go;
         std::mutex mutex;
         std::vector<int> numbers;
     } slow;
@@ -219,8 +222,7 @@ TEST(RenderMgr, ASlowCallbackLosesPicturesAndNothingElse) {
             own.numbers.push_back(frame->data[0]);
             for (uint32_t i = 0; i < frame->size; ++i)
                 ASSERT_EQ(frame->data[i], i % 4 == 3 ? 0 : frame->data[0]);
-            EXPECT_EQ(frame->milliseconds,
-                      static_cast<uint32_t>(frame->data[0]));    // picture and frame belong together
+            EXPECT_EQ(frame->milliseconds, frame->data[0]) << "picture and frame belong together";
         },
         &slow, PF_BGRA32);
     PlainPicture first(64, 48, 1);
@@ -266,34 +268,27 @@ TEST(RenderMgr, DirtyInformationIsSeenByOnePresentAndForcedRedrawByPolicy) {
     EXPECT_TRUE(script.sawRedraw);
 }
 
-TEST(RenderMgr, RotationTakesTheBoxAndRefusesWhatItCannotTurn) {
+TEST(RenderMgr, RotationTakesTheBoxAndLosesWhatItCannotTurn) {
     PlainPicture picture(64, 32, 150);
-    for (const uint32_t format : {PF_BGR24, PF_BGR24_FLIP, PF_I420, PF_BGRA32}) {
-        Seen seen;
-        CRenderMgr manager(&seen, 0, 0);
-        manager.RegisterRawDataCallback(&Keep, &seen, format);
-        ASSERT_EQ(manager.SetRotateOption(1), Status::Failed);
-        ASSERT_EQ(manager.EnableRotateFilter(90), Status::Ok);
-        ASSERT_EQ(manager.EnableRotateFilter(90), Status::Failed);
-        manager.PresentFrame(Frame(0), picture.frame, true);
-        if (format == PF_BGRA32) {    // cannot be turned: lost
-            manager.DisableRotateFilter();
-            manager.PresentFrame(Frame(40), picture.frame, true);
-        }
-        ASSERT_TRUE(Eventually([&] { return seen.Count() == 1; }));
-        const PseudoFrame last = seen.Last();
-        EXPECT_EQ(last.milliseconds, format == PF_BGRA32 ? 40u : 0u);
-        if (format == PF_BGRA32) {
-            ASSERT_EQ(manager.EnableRotateFilter(90), Status::Ok);
-            manager.PresentFrame(Frame(80), picture.frame, true);    // lost as well
-            manager.RequestRedraw();
-            ASSERT_TRUE(Eventually([&] { return seen.Count() == 2; }));
-            EXPECT_EQ(seen.Last().width, 0u) << "no half-made picture";
-            continue;
-        }
-        EXPECT_TRUE(last.height >= 64 && last.width <= 36);
-        EXPECT_NEAR(seen.pixels[32 * RowBytes(format, last.width) + (format == PF_I420 ? 16 : 48)], 150, 1) << format;
-    }
+    Seen seen;
+    CRenderMgr manager(&seen, 0, 0);
+    seen.KeptBy(manager, PF_BGRA32);
+    EXPECT_EQ(manager.SetRotateOption(1), Status::Failed);
+    EXPECT_EQ(manager.EnableRotateFilter(90), Status::Ok);
+    EXPECT_EQ(manager.EnableRotateFilter(90), Status::Failed);
+    manager.PresentFrame(Frame(0), picture.frame, true);
+    manager.DisableRotateFilter();
+    manager.PresentFrame(Frame(40), picture.frame, true);
+    EXPECT_EQ(seen.Await(1).milliseconds, 40u);
+    EXPECT_EQ(manager.EnableRotateFilter(90), Status::Ok);
+    manager.PresentFrame(Frame(80), picture.frame, true);
+    manager.RequestRedraw();
+    EXPECT_EQ(seen.Await(2).width, 0u) << "no half-made picture";
+    seen.KeptBy(manager, PF_BGR24);
+    manager.PresentFrame(Frame(120), picture.frame, true);
+    const PseudoFrame turned = seen.Await(3);
+    EXPECT_TRUE(turned.height >= 64 && turned.width <= 36);
+    EXPECT_NEAR(seen.pixels[32 * RowBytes(PF_BGR24, turned.width) + 48], 150, 1);
 }
 
 TEST(RenderMgr, DisplayAreaFieldsFollowTheMask) {
@@ -303,15 +298,17 @@ TEST(RenderMgr, DisplayAreaFieldsFollowTheMask) {
     area.zoomEnabled = area.overviewEnabled = 1;
     area.zoomMargin[0] = 4;
     CRenderMgr manager(&area, 0, 0);
+    const auto told = [&] {
+        const DisplayArea now = manager.GetDisplayArea();
+        return std::array<int64_t, 4>{now.overview.rectangle[2], now.overview.rectangle[3], now.zoomEnabled,
+                                      now.zoomMargin[0]};
+    };
     EXPECT_EQ(manager.SetDisplayArea(area, 1 | 4 | 16), Status::InvalidArgument);
-    EXPECT_EQ(manager.GetDisplayArea().overview.rectangle[2], 10) << "bits before the faulty one are kept";
-    EXPECT_EQ(manager.GetDisplayArea().zoomEnabled, 0u);
+    EXPECT_EQ(told(), (std::array<int64_t, 4>{10, 10, 0, 0})) << "bits before the faulty one are kept";
     EXPECT_EQ(manager.SetDisplayArea(area, 8 | 16 | 32), Status::Ok);
-    EXPECT_EQ(manager.GetDisplayArea().zoomMargin[0], 4);
-    EXPECT_EQ(manager.GetDisplayArea().zoomEnabled, 1u);
     area.overview.rectangle[3] = 0;    // empty
     EXPECT_EQ(manager.SetDisplayArea(area, 1), Status::InvalidArgument);
-    EXPECT_EQ(manager.GetDisplayArea().overview.rectangle[3], 10);
+    EXPECT_EQ(told(), (std::array<int64_t, 4>{10, 10, 1, 4}));
 }
 
 // What a client takes away may be freed when the call returns: a call into it that runs is waited for.
@@ -327,30 +324,20 @@ TEST(RenderMgr, TakingAwayWaitsForTheRunningCall) {
         }
         int32_t Process(QMRX::Filter::FilterArgs*) override { return Call(), 0; }
     };
-    using Change = void (*)(CRenderMgr&, Held&);
-    const struct {
-        const char* name;
-        Change give, take;
-    } rows[] = {
-        {"filter", [](CRenderMgr& m, Held& held) { (void)m.InsertFilter(&held); },
-         [](CRenderMgr& m, Held& held) { m.RemoveFilter(&held); }},
-        {"after display",
-         [](CRenderMgr& m, Held& held) {
-             m.SetAfterDisplay([](void* h, const AfterDisplayRecord*) { static_cast<Held*>(h)->Call(); }, &held);
-         },
-         [](CRenderMgr& m, Held&) { m.SetAfterDisplay(nullptr, nullptr); }},
-        {"picture",
-         [](CRenderMgr& m, Held& held) {
-             m.RegisterRawDataCallback([](void* h, const PseudoFrame*) { static_cast<Held*>(h)->Call(); }, &held,
-                                       PF_I420);
-         },
-         [](CRenderMgr& m, Held&) { m.RegisterRawDataCallback(nullptr, nullptr, PF_I420); }},
+    const CorvaneAfterDisplayCallback displayed = [](void* h, const AfterDisplayRecord*) {
+        static_cast<Held*>(h)->Call();
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    const CorvanePictureCallback taken = [](void* h, const PseudoFrame*) { static_cast<Held*>(h)->Call(); };
+    for (const char* const what : {"filter", "after display", "picture"}) {
+        SCOPED_TRACE(what);
         CRenderMgr manager(&manager, 0, 0);
         Held held;
-        row.give(manager, held);
+        if (*what == 'f')
+            EXPECT_EQ(manager.InsertFilter(&held), Status::Ok);
+        else if (*what == 'a')
+            manager.SetAfterDisplay(displayed, &held);
+        else
+            manager.RegisterRawDataCallback(taken, &held, PF_I420);
         PlainPicture picture(64, 48);
         std::thread worker([&] { manager.PresentFrame(Frame(40), picture.frame, true); });
         ASSERT_TRUE(held.entered.Wait());
@@ -358,7 +345,12 @@ TEST(RenderMgr, TakingAwayWaitsForTheRunningCall) {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
             held.leave.Open();
         });
-        row.take(manager, held);
+        if (*what == 'f')
+            manager.RemoveFilter(&held);
+        else if (*what == 'a')
+            manager.SetAfterDisplay(nullptr, nullptr);
+        else
+            manager.RegisterRawDataCallback(nullptr, nullptr, PF_I420);
         EXPECT_TRUE(held.left);
         opener.join();
         worker.join();

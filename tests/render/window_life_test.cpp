@@ -37,22 +37,20 @@ FramePtr FrameAt(int64_t timeMs) {
     return test::MakeFrame(CORVANE_STREAM_JPEG, {1}, true, timeMs);
 }
 
-// Remembers the last text call, and marks the pixel (1, 1) with its flags and counter.
+// Remembers the last text call, and marks the pixel (1, 1) with its flags.
 struct Text {
     std::mutex mutex;
     OsdInfo last{};    // under mutex
-    struct tm time {};
-    std::atomic<int> calls{0};
+    std::atomic<int> calls{0}, clock{0};
 
     static void Draw(void* context, OsdInfo* info) {
         auto& self = *static_cast<Text*>(context);
-        cairo_set_antialias(info->deviceContext, CAIRO_ANTIALIAS_NONE);
-        cairo_set_source_rgb(info->deviceContext, info->flags / 255.0, info->counter / 255.0, 1);
+        cairo_set_source_rgb(info->deviceContext, info->flags / 255.0, 0, 1);
         cairo_rectangle(info->deviceContext, 1, 1, 1, 1);
         cairo_fill(info->deviceContext);
         const std::lock_guard lock(self.mutex);
         self.last = *info;
-        self.time = *info->time;
+        self.clock = info->time->tm_hour * 100 + info->time->tm_min;
         ++self.calls;
     }
     OsdInfo Last() {
@@ -92,6 +90,7 @@ protected:
 };
 
 TEST_P(WindowLife, States) {
+    constexpr uint32_t kWallClock = 1'700'000'000;    // and later
     const xcb_window_t window = Window();
     Text text;
     CRenderMgr manager(&text, window, GetParam());
@@ -102,84 +101,77 @@ TEST_P(WindowLife, States) {
     const struct {
         const char* name;
         std::function<void()> enter;
-        uint32_t flags;
-        bool wallTime;
+        uint32_t flags, seconds;
     } rows[] = {
-        {"stopped", [] {}, CORVANE_OSD_STOPPED | CORVANE_OSD_FRESH, false},
-        {"waiting", [&] { manager.Stop(true); }, CORVANE_OSD_WAITING, true},
-        {"audio only", [&] { manager.InputAudio(frame, true, true); }, CORVANE_OSD_AUDIO_ONLY, false},
-        {"time only", [&] { manager.ShowTimeOnly(frame); }, CORVANE_OSD_TIME_ONLY, true},
-        {"reset", [&] { manager.ResetToStopped(); }, CORVANE_OSD_STOPPED | CORVANE_OSD_FRESH, false},
+        {"stopped", [] {}, CORVANE_OSD_STOPPED | CORVANE_OSD_FRESH, 0},
+        {"audio only", [&] { manager.InputAudio(frame, true, true); }, CORVANE_OSD_AUDIO_ONLY, 90'061},
+        {"time only", [&] { manager.ShowTimeOnly(frame); }, CORVANE_OSD_TIME_ONLY, kWallClock},
+        {"reset", [&] { manager.ResetToStopped(); }, CORVANE_OSD_STOPPED | CORVANE_OSD_FRESH, 0},
+        {"waiting", [&] { manager.Stop(true); }, CORVANE_OSD_WAITING, kWallClock},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         row.enter();
-        EXPECT_TRUE(Shows(window, row.flags << 16 | 0xFF, 1, 1) ||
-                    row.flags == CORVANE_OSD_WAITING);    // whose counter moves
+        EXPECT_TRUE(Shows(window, row.flags << 16 | 0xFF, 1, 1));
         EXPECT_TRUE(Shows(window, kBluePixel));
-        const bool seen = Eventually([&] { return text.Last().flags == row.flags; });
-        ASSERT_TRUE(seen);
-        const OsdInfo info = text.Last();
-        EXPECT_EQ(info.width, kSide);
-        EXPECT_EQ(info.height, kSide);
-        EXPECT_EQ(info.timeSeconds >= 1'700'000'000, row.wallTime);
-        if (row.flags == CORVANE_OSD_AUDIO_ONLY) {
-            EXPECT_EQ(info.timeSeconds, 90'061u);
-            EXPECT_EQ(info.timeMilliseconds, 7u);
-            EXPECT_EQ(info.timeZone, 48);
-            EXPECT_EQ(text.time.tm_hour * 100 + text.time.tm_min, 101);
-            EXPECT_EQ(text.time.tm_sec, 1);
-        }
+        ASSERT_TRUE(Eventually([&] { return text.Last().flags == row.flags; }));
+        EXPECT_EQ(text.Last().width * 1000 + text.Last().height, kSide * 1001);
+        EXPECT_EQ(std::min(text.Last().timeSeconds, kWallClock), row.seconds);
+        if (row.seconds == 90'061)
+            EXPECT_EQ(text.clock, 101);
     }
-    manager.Stop(true);
-    for (uint32_t counter : {3u, 4u})    // steps without anybody's doing
+    for (uint32_t counter : {1u, 2u})    // steps without anybody's doing
         EXPECT_TRUE(Eventually([&] { return text.Last().counter == counter; }));
     Push(manager, 90);
     EXPECT_TRUE(Shows(window, Grey(90)));
+
+    cairo_surface_t* const logo = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 2, 1);
+    const uint32_t colors[] = {0xFF0000, 0x0000FF};
+    std::memcpy(cairo_image_surface_get_data(logo), colors, sizeof colors);
+    cairo_surface_mark_dirty(logo);
+    manager.ResetToStopped();
+    EXPECT_EQ(manager.SetLogoBitmap(logo), Status::Ok);
+    EXPECT_TRUE(Shows(window, colors[0], 2, 32) && Shows(window, colors[1], 61, 32));
+    EXPECT_EQ(manager.SetLogoBitmap(nullptr), Status::Ok);
+    EXPECT_TRUE(Shows(window, kBluePixel));
+    cairo_surface_destroy(logo);
 }
 
-TEST_P(WindowLife, LogoWhileStopped) {
-    const xcb_window_t window = Window();
-    cairo_surface_t* const surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 2, 1);
-    auto* const pixels = reinterpret_cast<uint32_t*>(cairo_image_surface_get_data(surface));
-    pixels[0] = 0xFF0000;
-    pixels[1] = 0x0000FF;
-    cairo_surface_mark_dirty(surface);
-    {
-        CRenderMgr first(this, window, GetParam());
-        CRenderMgr second(this, 0, 0);
-        EXPECT_EQ(first.SetLogoBitmap(surface), Status::Ok);
-        EXPECT_EQ(second.SetLogoBitmap(surface), Status::Ok);
-        EXPECT_EQ(BitmapPool::Count(), 1u) << "shared";
-        EXPECT_EQ(first.SetLogoFile("/no/such/file"), Status::Failed);
-        EXPECT_TRUE(Shows(window, 0xFF0000, 2, 32));
-        EXPECT_TRUE(Shows(window, 0x0000FF, 61, 32));
-        EXPECT_EQ(first.SetLogoBitmap(nullptr), Status::Ok);
-        EXPECT_TRUE(Shows(window, 0));
-    }
-    EXPECT_EQ(BitmapPool::Count(), 0u);
-    cairo_surface_destroy(surface);
-}
-
-// Each row happens to the window of a playing channel; afterwards the picture is right where it can be seen.
+// What happens to the window of a playing channel, with an overview in another; afterwards the picture is right where
+// it can be seen.
 TEST_P(WindowLife, WhatHappensToAWindow) {
+    m_client.SetMonitors({{0, 0, 320, 480}, {320, 0, 640, 480}});
     const xcb_window_t frame = m_client.Create({.x = 5, .y = 5, .width = 200, .height = 200});
     const xcb_window_t window = Window(20, frame);
-    const xcb_window_t other = Window(300);
+    const xcb_window_t other = Window(240);    // on the same monitor
+    const xcb_window_t second = Window(500);
     std::atomic<int> presents{0};
     CRenderMgr manager(this, window, GetParam());
     Count(manager, presents);
+    manager.SetMargin(&Edges::top, 10);
+    DisplayArea area{};
+    area.overviewIsWindow = area.overviewEnabled = 1;
+    area.overview.window = second;
+    ASSERT_EQ(manager.SetDisplayArea(area, 33), Status::Ok);
     Push(manager, 100);
-    ASSERT_TRUE(Shows(window, Grey(100)));
+    EXPECT_TRUE(Shows(window, Grey(100)) && Shows(second, Grey(100)));
     const auto callbacksGoOn = [&](uint8_t grey) {
         const int before = presents;
         Push(manager, grey);
         return Eventually([&] { return presents > before; });
     };
 
+    {    // another channel on it; the one that stays is told of all that follows
+        CRenderMgr beside(this, window, GetParam());
+        EXPECT_TRUE(Eventually([&] {    // the picture of its state may still be on its way
+            Push(beside, 90);
+            return Pixel(window, 40, 40) == Grey(90);
+        }));
+        EXPECT_EQ(OpenConnections(), 1u);
+    }
     m_client.Fill(window, {0, 0, kSide, kSide}, 0x123456);    // somebody paints over it, and says so
     m_client.Expose(window);
-    EXPECT_TRUE(Shows(window, Grey(100)));
+    EXPECT_TRUE(Shows(window, Grey(100)) && Shows(window, 0, 40, 5));
     m_client.Resize(window, 90, 80);
     EXPECT_TRUE(Shows(window, Grey(100), 85, 75)) << "the old picture at the new size";
     const xcb_window_t cover = m_client.Create({.x = 0, .y = 0, .width = 400, .height = 300, .background = 0x777777});
@@ -188,16 +180,14 @@ TEST_P(WindowLife, WhatHappensToAWindow) {
     EXPECT_TRUE(Shows(window, Grey(110)));
 
     m_client.Unmap(frame);
-    EXPECT_TRUE(callbacksGoOn(120)) << "not viewable";
+    for (const uint8_t grey : {119, 120})
+        EXPECT_TRUE(callbacksGoOn(grey) && Shows(second, Grey(grey))) << "not viewable, but the overview is";
     m_client.Map(frame);
     EXPECT_TRUE(Shows(window, Grey(120)));
     m_client.Reparent(window, 0, 250, 250);
-    EXPECT_TRUE(callbacksGoOn(125));
-    EXPECT_TRUE(Shows(window, Grey(125)));
-
+    EXPECT_TRUE(callbacksGoOn(125) && Shows(window, Grey(125)));
     m_client.Destroy(window);
-    EXPECT_TRUE(callbacksGoOn(130));
-    EXPECT_TRUE(callbacksGoOn(131)) << "for good";
+    EXPECT_TRUE(callbacksGoOn(130) && callbacksGoOn(131)) << "for good";
     manager.SetWindow(other);
     EXPECT_TRUE(Shows(other, Grey(131))) << "without another picture";
     manager.SetWindow(0);
@@ -205,6 +195,13 @@ TEST_P(WindowLife, WhatHappensToAWindow) {
     EXPECT_EQ(Pixel(other, 40, 40), Grey(131));
     manager.SetWindow(other);
     EXPECT_TRUE(Shows(other, Grey(132)));
+    for (const int16_t x : {400, 20}) {
+        m_client.Move(other, x, 30);
+        EXPECT_TRUE(Eventually([&] {    // another monitor costs a picture
+            Push(manager, static_cast<uint8_t>(100 + x / 10));
+            return Pixel(other, 40, 40) == Grey(static_cast<uint8_t>(100 + x / 10));
+        }));
+    }
     manager.SetWindow(12345678);    // never a window
     EXPECT_TRUE(callbacksGoOn(133));
 }
@@ -218,18 +215,17 @@ TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     Push(manager, 100);
     ASSERT_TRUE(Shows(window, Grey(100)));
     m_client.Unmap(window);
-    ASSERT_TRUE(Eventually([&] {    // the news has come: a picture is presented, and converted no more
-        const uint64_t before = Blitter::Conversions();
-        const int shown = presents;
-        Push(manager, 110);
-        return Eventually([&] { return presents > shown; }) && Blitter::Conversions() == before;
-    }));
-    const uint64_t before = Blitter::Conversions();
-    for (int i = 0; i < 20; ++i) {
+    uint64_t before = 0;
+    const auto converts = [&] {
+        before = Blitter::Conversions();
         const int shown = presents;
         Push(manager, 120);
-        ASSERT_TRUE(Eventually([&] { return presents > shown; }));
-    }
+        EXPECT_TRUE(Eventually([&] { return presents > shown; }));
+        return Blitter::Conversions() != before;
+    };
+    ASSERT_TRUE(Eventually([&] { return !converts(); }));    // until the news has come
+    for (int i = 0; i < 20; ++i)
+        EXPECT_FALSE(converts());
     std::this_thread::sleep_for(std::chrono::milliseconds(1200));    // paused: two ticks of the render thread
     EXPECT_EQ(Blitter::Conversions(), before);
     // Nor is it made smaller for the window, which it would be where it is seen: it stays the decoder's.
@@ -245,105 +241,39 @@ TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     EXPECT_EQ(large.references, 0);
 }
 
-// Dragged to another monitor: surfaces are made anew, the picture comes with the next frame.
-TEST_P(WindowLife, DraggedToAnotherMonitor) {
-    m_client.SetMonitors({{0, 0, 320, 480}, {320, 0, 640, 480}});
-    const xcb_window_t window = Window();
-    CRenderMgr manager(this, window, GetParam());
-    Push(manager, 100);
-    ASSERT_TRUE(Shows(window, Grey(100)));
-    for (const int16_t x : {400, 20, 330}) {
-        m_client.Move(window, x, 30);
-        EXPECT_TRUE(Eventually([&] {
-            Push(manager, static_cast<uint8_t>(100 + x / 10));
-            return Pixel(window, 40, 40) == Grey(static_cast<uint8_t>(100 + x / 10));
-        }));
-    }
-}
-
-// The overview's window goes on while the channel's own is hidden.
-TEST_P(WindowLife, OverviewWindowBesideAHiddenOne) {
-    const xcb_window_t window = Window();
-    const xcb_window_t second = Window(200);
-    CRenderMgr manager(this, window, GetParam());
-    DisplayArea area{};
-    area.overviewIsWindow = area.overviewEnabled = 1;
-    area.overview.window = second;
-    ASSERT_EQ(manager.SetDisplayArea(area, 33), Status::Ok);
-    Push(manager, 100);
-    EXPECT_TRUE(Shows(window, Grey(100)) && Shows(second, Grey(100)));
-    m_client.Unmap(window);
-    for (const uint8_t grey : {110, 120})
-        EXPECT_TRUE(Eventually([&] {
-            Push(manager, grey);
-            return Pixel(second, 40, 40) == Grey(grey);
-        }));
-}
-
-// Whoever put last is seen; both are told of what happens to the window.
-TEST_P(WindowLife, TwoChannelsOnOneWindow) {
-    const xcb_window_t window = Window();
-    std::unique_ptr<CRenderMgr> managers[] = {std::make_unique<CRenderMgr>(this, window, GetParam()),
-                                              std::make_unique<CRenderMgr>(this, window, GetParam())};
-    uint8_t grey = 50;
-    for (int i = 0; i < 6; ++i) {
-        grey = static_cast<uint8_t>(grey + 10);
-        ASSERT_TRUE(Eventually([&] {    // the other's picture of its state may still be on its way
-            Push(*managers[i % 2], grey);
-            return Pixel(window, 40, 40) == Grey(grey);
-        }));
-    }
-    EXPECT_EQ(OpenConnections(), 1u);
-    managers[1].reset();
-    m_client.Resize(window, 90, 80);
-    EXPECT_TRUE(Shows(window, Grey(static_cast<uint8_t>(grey - 10)), 85, 75)) << "the one that stays, unasked";
-}
-
 // A picture is never converted at more than twice the window's size.
 TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
     struct Sized final : QMRX::Filter::IFilter {
-        std::atomic<uint32_t> width{0}, height{0};
+        std::atomic<uint32_t> size{0};
         int32_t Process(QMRX::Filter::FilterArgs* args) override {
-            width = args->width;
-            height = args->height;
+            size = args->width * 1000 + args->height;
             return 1;
         }
     };
     const struct {
         uint16_t width, height;
-        std::function<void(CRenderMgr&)> change;
-        bool half;    // the target is the window's size, rounded up to even
+        bool turned, zoomed;
+        uint32_t size;    // width x 1000 + height of the target for 200 x 152
     } rows[] = {
-        {100, 75, {}, true},
-        {99, 75, {}, true},
-        {101, 75, {}, false},
-        {100, 77, {}, false},
-        {60, 90, {}, false},
-        {1, 1, {}, false},
-        {60, 41, [](CRenderMgr& m) { (void)m.EnableRotateFilter(1); }, false},
-        {60, 41,
-         [](CRenderMgr& m) {
-             DisplayArea area{};
-             area.zoomEnabled = 1;
-             (void)m.SetDisplayArea(area, 16);
-         },
-         false},
+        {99, 75, false, false, 100'076}, {101, 75, false, false, 200'152}, {100, 77, false, false, 200'152},
+        {1, 1, false, false, 200'152},   {60, 41, true, false, 200'152},   {60, 41, false, true, 200'152},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(std::to_string(row.width) + "x" + std::to_string(row.height));
+        SCOPED_TRACE(&row - rows);
         const xcb_window_t window = m_client.Create({.width = row.width, .height = row.height});
+        const WindowWatchPtr watch = WindowWatch::Open(window, WindowWatch::Purpose::Look);
+        ASSERT_TRUE(Eventually([&] { return watch->Viewable(); }));
         CRenderMgr manager(this, window, GetParam());
-        if (row.change)
-            row.change(manager);
+        if (row.turned)
+            (void)manager.EnableRotateFilter(1);
+        DisplayArea area{};
+        area.zoomEnabled = row.zoomed;
+        (void)manager.SetDisplayArea(area, 16);
         Sized filter;
         ASSERT_EQ(manager.InsertFilter(&filter), Status::Ok);
-        const uint32_t width = row.half ? (row.width + 1u) & ~1u : 200u;
-        const uint32_t height = row.half ? (row.height + 1u) & ~1u : 152u;
         test::PlainPicture picture(200, 152);
-        EXPECT_TRUE(Eventually([&] {    // the window must have become known
-            manager.PresentFrame(FrameAt(40), picture.frame, true);
-            return filter.width == width && filter.height == height;
-        }));
+        manager.PresentFrame(FrameAt(40), picture.frame, true);
+        EXPECT_EQ(filter.size, row.size);
         manager.RemoveFilter(&filter);
     }
 }
@@ -351,8 +281,8 @@ TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
 TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
     std::vector<std::unique_ptr<CRenderMgr>> managers;
     std::atomic<int> presents{0}, replaced{0};
-    for (int16_t i = 0; i < 4; ++i) {
-        managers.push_back(std::make_unique<CRenderMgr>(this, Window(static_cast<int16_t>(10 + 70 * i)), GetParam()));
+    for (int i = 0; i < 4; ++i) {
+        managers.push_back(std::make_unique<CRenderMgr>(this, Window(), GetParam()));
         Count(*managers.back(), presents);
         managers.back()->SetStreamInfo([](void* count, uint32_t code, uint64_t,
                                           uint64_t) { *static_cast<std::atomic<int>*>(count) += code == 9 ? 1 : 0; },
@@ -371,8 +301,7 @@ TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
             Push(*manager, static_cast<uint8_t>(i), 40 * i);
     EXPECT_TRUE(Eventually([&] { return presents >= before + 100; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    const double seconds = static_cast<double>(std::clock() - used) / CLOCKS_PER_SEC;
-    EXPECT_LT(seconds, 0.25) << "nobody spins";
+    EXPECT_LT(std::clock() - used, CLOCKS_PER_SEC / 4) << "nobody spins";
     EXPECT_EQ(replaced, GetParam() == 0 ? 4 : 0) << "the plain one, once a channel";
     managers.front()->SetWindow(4711);
     managers.clear();
@@ -404,16 +333,16 @@ TEST_P(WindowLife, ServerStandsStill) {
             before = text.calls;    // until what has happened to the window is told
         const auto inTime = [&](const std::function<void()>& calls) {
             server.Stop();
-            std::atomic<bool> late{false};
             test::Gate done;
-            std::thread alarm([&] {
-                late = !done.Wait(std::chrono::seconds(5));
-                server.Continue();
+            std::thread caller([&] {
+                calls();
+                done.Open();
             });
-            calls();
-            done.Open();
-            alarm.join();
-            return !late;
+            const bool back = done.Wait(std::chrono::seconds(5));
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));    // the last pass has given up
+            server.Continue();
+            caller.join();
+            return back;
         };
         const int calls = text.calls;
         EXPECT_TRUE(inTime([&] {
@@ -424,7 +353,6 @@ TEST_P(WindowLife, ServerStandsStill) {
         EXPECT_EQ(text.calls, calls);
         EXPECT_TRUE(inTime([&] {
             Push(*manager, 110, 2000);
-            Push(*manager, 111, 2001);
             manager->SetMargin(&Edges::top, 10);
             EXPECT_EQ(manager->SetLogoBitmap(nullptr), Status::Ok);
             manager->SetAfterDisplay(nullptr, nullptr);
@@ -435,27 +363,6 @@ TEST_P(WindowLife, ServerStandsStill) {
             manager = nullptr;
         }));
     }
-}
-
-// A rectangle of the overview lies on the screen: it stays there when a parent takes the window elsewhere.
-TEST_P(WindowLife, ParentMovesUnderAnOverview) {
-    const xcb_window_t frame = m_client.Create({.x = 100, .y = 100, .width = 200, .height = 200});
-    const xcb_window_t inner = m_client.Create({.parent = frame, .x = 20, .y = 20, .width = 150, .height = 150});
-    const xcb_window_t window = Window(5, inner);
-    CRenderMgr manager(this, window, GetParam());
-    for (uint32_t Edges::*edge : {&Edges::left, &Edges::right, &Edges::top, &Edges::bottom})
-        manager.SetMargin(edge, 30);    // a picture of 4x4 in the middle, the overview beside it
-    DisplayArea area{};
-    const int32_t place[4] = {130, 135, 138, 143};    // on the window: 5..13 x 5..13
-    std::copy(std::begin(place), std::end(place), area.overview.rectangle);
-    area.overviewEnabled = 1;
-    ASSERT_EQ(manager.SetDisplayArea(area, 33), Status::Ok);
-    Push(manager, 100);
-    EXPECT_TRUE(Shows(window, Grey(100), 9, 9));
-    EXPECT_EQ(Pixel(window, 20, 9), 0u);
-    m_client.Move(frame, 89, 100);
-    EXPECT_TRUE(Shows(window, Grey(100), 20, 9));
-    EXPECT_TRUE(Shows(window, 0, 9, 9)) << "the margin is drawn anew";
 }
 
 size_t Entries(const char* folder) {
@@ -472,13 +379,11 @@ TEST_P(WindowLife, TenThousandWindowsDestroyed) {
             test::XClient client(m_server.Display());
             CRenderMgr managers[2] = {CRenderMgr(this, 0, GetParam()),
                                       CRenderMgr(this, 0, GetParam() | CORVANE_FLAG_GDI_COMPOSE)};
-            test::PlainPicture picture(kSide, kSide);
             for (int i = 0; i < 1250; ++i) {
-                xcb_window_t windows[2];
+                const xcb_window_t windows[2] = {client.Create(), client.Create()};
                 for (int m = 0; m < 2; ++m) {
-                    windows[m] = client.Create({.width = kSide, .height = kSide});
                     managers[m].SetWindow(windows[m]);
-                    managers[m].PresentFrame(FrameAt(i), picture.frame, true);
+                    Push(managers[m], 100, i);
                 }
                 for (const xcb_window_t window : windows)
                     client.Destroy(window);
@@ -527,18 +432,16 @@ TEST_P(WindowLife, CyclesLeaveNothingInProcessAndServer) {
 // Text is drawn once a second; between two refreshes nothing may touch it, whatever the picture does.
 TEST_P(WindowLife, BandsDoNotFlicker) {
     const xcb_window_t window = m_client.Create({.x = 10, .y = 10, .width = 160, .height = 120});
-    struct Stamp {
-        std::atomic<uint32_t> calls{0};
-        static void Draw(void* context, OsdInfo* info) {
-            const uint32_t call = ++static_cast<Stamp*>(context)->calls;
-            cairo_set_source_rgb(info->deviceContext, call * 37 % 256 / 255.0, call * 91 % 256 / 255.0, 1);
-            cairo_rectangle(info->deviceContext, 0, 0, 1000, 1000);
-            cairo_fill(info->deviceContext);
-        }
-    } stamp;
+    std::atomic<uint32_t> texts{0};
     for (const uint32_t flags : {0u, uint32_t{CORVANE_FLAG_GDI_COMPOSE}}) {
         CRenderMgr manager(this, window, GetParam() | flags);
-        manager.SetOsd(&Stamp::Draw, &stamp);
+        manager.SetOsd(
+            [](void* count, OsdInfo* info) {
+                const uint32_t call = ++*static_cast<std::atomic<uint32_t>*>(count);
+                cairo_set_source_rgb(info->deviceContext, call * 37 % 256 / 255.0, call * 91 % 256 / 255.0, 1);
+                cairo_paint(info->deviceContext);
+            },
+            &texts);
         manager.SetMargin(&Edges::top, 20);
         manager.SetMargin(&Edges::left, 15);
         std::atomic<bool> more{true};
@@ -548,25 +451,18 @@ TEST_P(WindowLife, BandsDoNotFlicker) {
         });
         EXPECT_TRUE(Eventually([&] { return (Pixel(window, 50, 5) & 0xFF) == 0xFF; }));
         for (int i = 0; i < 200; ++i) {
+            SCOPED_TRACE(i);
             Raster shown;
-            const Status status = manager.GrabWindow(shown);
-            if (!Ok(status)) {
-                ADD_FAILURE() << "grab " << i;
-                break;
-            }
+            const bool grabbed = Ok(manager.GrabWindow(shown));
+            EXPECT_TRUE(grabbed);
             const auto at = [&](int x, int y) {
-                uint32_t pixel;
-                std::memcpy(&pixel, shown.View().data + y * shown.View().step + 4 * x, 4);
-                return pixel & 0xFFFFFF;
+                return *reinterpret_cast<const uint32_t*>(shown.View().data + y * shown.View().step + 4 * x) & 0xFFFFFF;
             };
-            int others = 0;
-            for (int x = 0; x < 160; ++x)
-                for (int y = 0; y < 20; ++y)
+            int others = grabbed && (at(0, 0) & 0xFF) != 0xFF;
+            for (int y = 0; grabbed && y < 120; ++y)
+                for (int x = 0; x < (y < 20 ? 160 : 15); ++x)
                     others += at(x, y) != at(0, 0);
-            for (int y = 20; y < 120; ++y)
-                others += at(7, y) != at(0, 0);
-            EXPECT_EQ(others, 0) << "grab " << i;
-            EXPECT_EQ(at(0, 0) & 0xFF, 0xFFu);
+            EXPECT_EQ(others, 0);
         }
         more = false;
         worker.join();

@@ -25,7 +25,6 @@ using test::Eventually;
 constexpr uint32_t kPictureWidth = 200;
 constexpr uint32_t kPictureHeight = 120;
 constexpr uint32_t kBackground = 0x00204060;    // 0x00BBGGRR
-constexpr uint32_t kText = 0x00F0F010;
 
 struct Colours {
     uint32_t width = 0;
@@ -98,36 +97,22 @@ int Difference(const Colours& expected, const std::vector<uint32_t>& shown) {
     return most;
 }
 
-// What the text callback draws.
-constexpr Rect kTextRect{4, 4, 60, 24};
+// What the text callback draws; an overview lies across it.
+struct TextPart {
+    Rect place;
+    uint32_t colour;    // 0x00BBGGRR
+} constexpr kText[] = {{{4, 4, 110, 24}, 0x00F0F010}, {{110, 4, 216, 24}, 0x0010F0F0}};
 void DrawText(void* calls, OsdInfo* info) {
     if ((info->flags & CORVANE_OSD_STOPPED) != 0)
         return;    // before the first picture
-    cairo_set_source_rgb(info->deviceContext, 0x10 / 255.0, 0xF0 / 255.0, 0xF0 / 255.0);
-    cairo_rectangle(info->deviceContext, kTextRect.left, kTextRect.top, kTextRect.Width(), kTextRect.Height());
-    cairo_fill(info->deviceContext);
+    for (const auto& [place, colour] : kText) {
+        const auto part = [colour = colour](int shift) { return (colour >> shift & 255) / 255.0; };
+        cairo_set_source_rgb(info->deviceContext, part(0), part(8), part(16));
+        cairo_rectangle(info->deviceContext, place.left, place.top, place.Width(), place.Height());
+        cairo_fill(info->deviceContext);
+    }
     ++*static_cast<std::atomic<int>*>(calls);
 }
-
-class WindowPictures : public testing::Test {
-protected:
-    WindowPictures() { Paint(m_picture.frame); }
-
-    // Waits until the window looks as expected, within `tolerance` levels.
-    void ExpectShown(uint32_t window, const Colours& expected, int tolerance) {
-        std::vector<uint32_t> shown;
-        EXPECT_TRUE(Eventually([&] {
-            shown = m_client.Read(window, expected.All());
-            return Difference(expected, shown) <= tolerance;
-        })) << "off by "
-            << Difference(expected, shown);
-    }
-
-    test::XServer m_server;
-    test::XClient m_client{m_server.Display()};
-    test::PlainPicture m_picture{kPictureWidth, kPictureHeight};
-    const FramePtr m_frame = test::MakeFrame(CORVANE_STREAM_JPEG, {1}, true, 100'000);
-};
 
 constexpr Rect kWindow{30, 20, 250, 180};    // on the screen
 constexpr Edges kMargin{12, 8, 16, 10};
@@ -168,12 +153,11 @@ Colours Expected(const Way& way, const Show& show, const Colours& picture, const
                              {0, inner.bottom, on.width, on.height},
                              {0, inner.top, inner.left, inner.bottom},
                              {inner.right, inner.top, on.width, inner.bottom}};
-        for (const Rect& band : all) {
+        for (const Rect& band : all)
             on.Fill(band, way.Margins());
-            on.Fill(band.Intersected(kTextRect), kText);
-        }
-        if (textEverywhere)
-            on.Fill(kTextRect, kText);
+        for (const auto& [place, colour] : kText)
+            for (const Rect& part : all)
+                on.Fill(textEverywhere ? place : part.Intersected(place), colour);
     };
     Colours window(static_cast<uint32_t>(kWindow.Width()), static_cast<uint32_t>(kWindow.Height()));
     const Rect small = kOverview.Moved(-kWindow.left, -kWindow.top);
@@ -198,7 +182,7 @@ Colours Expected(const Way& way, const Show& show, const Colours& picture, const
     return window;
 }
 
-TEST_F(WindowPictures, EveryWayWithEverySetting) {
+TEST(WindowPictures, EveryWayWithEverySetting) {
     constexpr uint32_t kCompose = CORVANE_FLAG_GDI | CORVANE_FLAG_GDI_COMPOSE;
     const Way ways[] = {{"default", 0, false, false, false},
                         {"default, by reference", 0, false, false, false, true},
@@ -221,22 +205,33 @@ TEST_F(WindowPictures, EveryWayWithEverySetting) {
         {"overview window", {}, {}, {}, true},
         {"overview rectangle with zoom", Rect{50, 30, 150, 90}, Rect{155, 40, 205, 70}, kOverview},
     };
-    const uint32_t window = m_client.Create({.x = 30, .y = 20, .width = 220, .height = 160});
-    const uint32_t second = m_client.Create({.x = 300, .y = 20, .width = 100, .height = 70});
-    const Colours picture = AsColours(m_picture.frame);
+    test::XServer server;
+    test::XClient client(server.Display());
+    test::PlainPicture source(kPictureWidth, kPictureHeight);
+    Paint(source.frame);
+    const FramePtr frame = test::MakeFrame(CORVANE_STREAM_JPEG, {1}, true, 100'000);
+    const auto expectShown = [&](uint32_t window, const Colours& expected, int tolerance) {
+        std::vector<uint32_t> shown;
+        EXPECT_TRUE(Eventually([&] {
+            shown = client.Read(window, expected.All());
+            return Difference(expected, shown) <= tolerance;
+        })) << "off by "
+            << Difference(expected, shown);
+    };
+    const uint32_t window = client.Create({.x = 30, .y = 20, .width = 220, .height = 160});
+    const uint32_t second = client.Create({.x = 300, .y = 20, .width = 100, .height = 70});
+    const Colours picture = AsColours(source.frame);
     for (const Way& way : ways) {
         for (const Show& show : shows) {
             SCOPED_TRACE(std::string(way.name) + ", " + show.name);
-            m_client.Fill(window, {0, 0, 999, 999}, 0x00808080);
-            m_client.Fill(second, {0, 0, 999, 999}, 0x00808080);
+            client.Fill(window, {0, 0, 999, 999}, 0x00808080);
+            client.Fill(second, {0, 0, 999, 999}, 0x00808080);
             std::atomic<int> texts{0};
             CRenderMgr manager(this, window, way.flags);
             manager.SetOsd(&DrawText, &texts);
             manager.SetBackground(kBackground);
-            manager.SetMargin(&Edges::left, kMargin.left);
-            manager.SetMargin(&Edges::right, kMargin.right);
-            manager.SetMargin(&Edges::top, kMargin.top);
-            manager.SetMargin(&Edges::bottom, kMargin.bottom);
+            for (uint32_t Edges::*edge : {&Edges::left, &Edges::right, &Edges::top, &Edges::bottom})
+                manager.SetMargin(edge, kMargin.*edge);
             if (way.border)
                 manager.SetBorder(kBorder);
             manager.SetNoBorder(way.noBorder);
@@ -251,17 +246,21 @@ TEST_F(WindowPictures, EveryWayWithEverySetting) {
                 area.overviewMargin[3] = 7;
             }
             ASSERT_EQ(manager.SetDisplayArea(area, 63), Status::Ok);
-            if (way.shared)
-                m_picture.Share();
-            else
-                m_picture.frame.owner = nullptr;
-            manager.PresentFrame(m_frame, m_picture.frame, true);
-            EXPECT_EQ(m_picture.references, way.shared ? 1 : 0);
+            source.Share();
+            if (!way.shared)
+                source.frame.owner = nullptr;
+            manager.PresentFrame(frame, source.frame, true);
+            EXPECT_EQ(source.references, way.shared ? 1 : 0);
             const auto small = [&](uint32_t width, uint32_t height) {
-                return way.Default() ? AsShrunkColours(m_picture.frame, width, height) : picture;
+                return way.Default() ? AsShrunkColours(source.frame, width, height) : picture;
             };
             const Colours expected = Expected(way, show, picture, small(100, 60));
-            ExpectShown(window, expected, way.Bordered() ? 4 : 2);
+            expectShown(window, expected, way.Bordered() ? 4 : 2);
+            if (show.overview && !way.Bordered()) {    // put with each picture, also where it lies on a margin
+                client.Fill(window, kOverview.Moved(-kWindow.left, -kWindow.top), 0x00808080);
+                manager.PresentFrame(frame, source.frame, true);
+                expectShown(window, expected, 2);
+            }
             if (show.overviewWindow) {
                 Colours aside(100, 70);
                 aside.Fill(aside.All(), 0x00808080);
@@ -269,11 +268,11 @@ TEST_F(WindowPictures, EveryWayWithEverySetting) {
                 const Colours whole = small(100, 70);
                 aside.Lay(whole, whole.All(), part, aside.All());
                 // Rounding of shrunk chroma counts almost twice in a colour.
-                ExpectShown(second, aside, way.Default() ? 3 : 2);
+                expectShown(second, aside, way.Default() ? 3 : 2);
             }
             EXPECT_EQ(texts > 0, !way.fullWindow);
         }
-        EXPECT_EQ(m_picture.references, 0) << way.name;
+        EXPECT_EQ(source.references, 0) << way.name;
     }
 }
 

@@ -132,13 +132,6 @@ std::vector<uint32_t> XClient::Read(xcb_drawable_t window, const Rect& rect) {
     return pixels;
 }
 
-uint8_t XClient::DepthOf(xcb_drawable_t window) {
-    xcb_get_geometry_reply_t* reply = xcb_get_geometry_reply(m_xcb, xcb_get_geometry(m_xcb, window), nullptr);
-    const uint8_t depth = reply != nullptr ? reply->depth : 0;
-    std::free(reply);
-    return depth;
-}
-
 uint32_t XClient::CountForeign(bool resources) {
     xcb_res_query_clients_reply_t* clients = xcb_res_query_clients_reply(m_xcb, xcb_res_query_clients(m_xcb), nullptr);
     uint32_t count = 0;
@@ -147,16 +140,13 @@ uint32_t XClient::CountForeign(bool resources) {
          xcb_res_client_next(&i)) {
         if (i.data->resource_base == own || i.data->resource_base == 0)    // 0: the server itself
             continue;
-        if (!resources) {
-            ++count;
-            continue;
-        }
         xcb_res_query_client_resources_reply_t* kinds = xcb_res_query_client_resources_reply(
             m_xcb, xcb_res_query_client_resources(m_xcb, i.data->resource_base), nullptr);
         if (kinds == nullptr)
             continue;    // gone meanwhile
-        for (xcb_res_type_iterator_t kind = xcb_res_query_client_resources_types_iterator(kinds); kind.rem > 0;
-             xcb_res_type_next(&kind))
+        count += resources ? 0 : 1;
+        for (xcb_res_type_iterator_t kind = xcb_res_query_client_resources_types_iterator(kinds);
+             resources && kind.rem > 0; xcb_res_type_next(&kind))
             count += kind.data->count;
         std::free(kinds);
     }

@@ -16,7 +16,7 @@ namespace corvane::test {
 class XClient {
 public:
     explicit XClient(const std::string& display);    // raises std::runtime_error where there is no server
-    ~XClient();    // its windows go with it
+    ~XClient();                                      // its windows go with it
     XClient(const XClient&) = delete;
     XClient& operator=(const XClient&) = delete;
 
@@ -27,8 +27,7 @@ public:
         uint16_t width = 100;
         uint16_t height = 80;
         uint16_t border = 0;
-        uint8_t depth =
-            0;    // 0: as the root window; else the first visual of that depth, with a colour map of its own
+        uint8_t depth = 0;    // 0: as the root window; else the first visual of that depth, with its own colour map
         bool inputOnly = false;
         uint32_t background = 0;    // pixel
         bool mapped = true;
@@ -36,7 +35,6 @@ public:
     // Asks for no events. 0 where the server has no such visual.
     xcb_window_t Create(const Options& options);
     xcb_window_t Create() { return Create(Options()); }
-    bool HasDepth(uint8_t depth) const { return VisualOf(depth) != 0; }
     void Map(xcb_window_t window);
     void Unmap(xcb_window_t window);
     void Destroy(xcb_window_t window);
@@ -50,7 +48,6 @@ public:
 
     // Pixels as the server has them, row by row; empty where it refuses.
     std::vector<uint32_t> Read(xcb_drawable_t window, const Rect& rect);
-    uint8_t DepthOf(xcb_drawable_t window);
     // All resources of all other clients of the server, and how many such clients there are.
     uint32_t ForeignResources() { return CountForeign(true); }
     uint32_t ForeignClients() { return CountForeign(false); }
@@ -64,7 +61,6 @@ public:
     void Sync();
 
     xcb_connection_t* Xcb() const { return m_xcb; }
-    xcb_window_t Root() const { return m_screen->root; }
 
 private:
     xcb_visualid_t VisualOf(uint8_t depth) const;

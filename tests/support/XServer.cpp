@@ -17,10 +17,8 @@ XServer::XServer(const Options& options) {
     sigemptyset(&pipe);
     sigaddset(&pipe, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
-    if (const char* before = getenv("DISPLAY")) {
-        m_hadDisplay = true;
+    if (const char* before = getenv("DISPLAY"))
         m_displayBefore = before;
-    }
     Start(options);
     setenv("XAUTHORITY", "/dev/null", 0);    // else libXau makes its name up in one buffer for all connecting threads
     setenv("DISPLAY", m_display.c_str(), 1);
@@ -34,8 +32,8 @@ XServer::~XServer() {
             m_process = -1;
     }
     Kill();
-    if (m_hadDisplay)
-        setenv("DISPLAY", m_displayBefore.c_str(), 1);
+    if (m_displayBefore)
+        setenv("DISPLAY", m_displayBefore->c_str(), 1);
     else
         unsetenv("DISPLAY");
 }

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -38,8 +39,7 @@ private:
 
     pid_t m_process = -1;
     std::string m_display;
-    std::string m_displayBefore;
-    bool m_hadDisplay = false;
+    std::optional<std::string> m_displayBefore;
 };
 
 }    // namespace corvane::test

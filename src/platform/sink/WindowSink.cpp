@@ -190,19 +190,20 @@ void ServerSink::Put(std::span<const Rect> parts) {
     if (m_parts.empty() || xcb_connection_has_error(xcb) != 0)
         return;
     m_fresh = false;
+    // Bands are flushed as they are sent; one flush more could wait behind that of the event thread, which a server
+    // that stands still holds up where bands have filled the socket.
     if (m_transport == Transport::Bands) {
         m_unsent = m_parts;
         (void)SendBands();
-    } else {
-        const uint32_t bytes = BytesPerPixel(m_facts.layout);
-        for (const Rect& part : m_parts) {
-            for (int64_t y = part.top; DrawsPrivately() && y < part.bottom; ++y)
-                PackRow(m_facts.layout, m_image.data + y * m_image.step + 4 * part.left,
-                        m_shared.Data() + (y * RowPixels() + part.left) * bytes, static_cast<uint32_t>(part.Width()));
-        }
-        m_state->Put(xcb, m_facts, static_cast<uint16_t>(RowPixels()), static_cast<uint16_t>(m_imageSize.height),
-                     m_parts);
+        return;
     }
+    const uint32_t bytes = BytesPerPixel(m_facts.layout);
+    for (const Rect& part : m_parts) {
+        for (int64_t y = part.top; DrawsPrivately() && y < part.bottom; ++y)
+            PackRow(m_facts.layout, m_image.data + y * m_image.step + 4 * part.left,
+                    m_shared.Data() + (y * RowPixels() + part.left) * bytes, static_cast<uint32_t>(part.Width()));
+    }
+    m_state->Put(xcb, m_facts, static_cast<uint16_t>(RowPixels()), static_cast<uint16_t>(m_imageSize.height), m_parts);
     // The sending may have read events, but the completion of the put is not among them.
     if (xcb_flush(xcb) <= 0)
         m_connection->Poke();

@@ -60,6 +60,7 @@ public:
     void Composite(bool on);
     void Sync();
 
+    xcb_window_t Root() const { return m_screen->root; }
     xcb_connection_t* Xcb() const { return m_xcb; }
 
 private:

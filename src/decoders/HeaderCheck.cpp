@@ -57,6 +57,16 @@ private:
     size_t m_size = 0;
 };
 
+// What a check says of syntax that ends early.
+template <typename Check>
+bool Guarded(Check check, bool whenShort) {
+    try {
+        return check();
+    } catch (const std::runtime_error&) {
+        return whenShort;
+    }
+}
+
 // Exponential Golomb codes of up to 32 bits of information, as both standards have them.
 uint64_t Unsigned(BitReader& bits) {
     unsigned zeros = 0;
@@ -71,6 +81,18 @@ int64_t Signed(BitReader& bits) {
     return (code & 1) != 0 ? (code + 1) / 2 : -(code / 2);
 }
 
+// A step of a scaling list, which libavcodec reads on behind the end of the unit, where there are zeros.
+int64_t Step(BitReader& bits) {
+    unsigned zeros = 0;
+    while (bits.Bits(1) == 0)
+        if (!bits.HasMore() || ++zeros > 31)
+            return 0;
+    const auto there = static_cast<unsigned>(std::min<uint64_t>(zeros, bits.BitsLeft()));
+    const uint64_t rest = there == 0 ? 0 : bits.Bits(there) << (zeros - there);
+    const auto code = static_cast<int64_t>((uint64_t{1} << zeros) - 1 + rest);
+    return (code & 1) != 0 ? (code + 1) / 2 : -(code / 2);
+}
+
 // Recommendation H.264, 7.3.2.1.1.1; false when a step is out of range.
 bool ScalingListStands(BitReader& bits, int length) {
     if (bits.Bits(1) == 0)
@@ -79,7 +101,7 @@ bool ScalingListStands(BitReader& bits, int length) {
     int64_t next = 8;
     for (int i = 0; i < length; ++i) {
         if (next != 0) {
-            const int64_t step = Signed(bits);
+            const int64_t step = Step(bits);
             if (step < -128 || step > 127)
                 return false;
             next = (last + step) & 0xFF;
@@ -103,7 +125,8 @@ bool HasChromaFormat(unsigned profile) {
     return std::find(std::begin(kProfiles), std::end(kProfiles), profile) != std::end(kProfiles);
 }
 
-// Recommendation H.264, 7.3.2.1.1, as far as the size. Where libavcodec stops reading without a word, so does this.
+// Recommendation H.264, 7.3.2.1.1, as far as the size. Where libavcodec stops reading without a word, so does this. Of
+// a set that ends before its size libavcodec would take the rest from what lies behind.
 bool H264SequenceStands(BitReader bits, std::bitset<32>& extensible) {
     const unsigned profile = bits.U8();
     const unsigned constraints = bits.U8();
@@ -111,7 +134,6 @@ bool H264SequenceStands(BitReader bits, std::bitset<32>& extensible) {
     const uint64_t id = Unsigned(bits);
     if (id >= extensible.size())
         return true;
-    extensible[id] = (profile != 66 && profile != 77 && profile != 88) || (constraints & 0xE0) == 0;
     if (HasChromaFormat(profile)) {
         const uint64_t chromaFormat = Unsigned(bits);
         if (chromaFormat > 3)
@@ -145,8 +167,12 @@ bool H264SequenceStands(BitReader bits, std::bitset<32>& extensible) {
     bits.SkipBits(1);                              // gaps allowed
     const uint64_t width = Unsigned(bits) + 1;     // macroblocks
     const uint64_t height = Unsigned(bits) + 1;    // macroblocks, or pairs of them
-    const uint64_t fields = bits.Bits(1) != 0 ? 1 : 2;
-    return SizeStands(width * 16, height * 16 * fields);
+    const bool fields = bits.Bits(1) == 0;
+    if (!SizeStands(width * 16, height * 16 * (fields ? 2 : 1)))
+        return false;
+    // A set that is refused leaves the one before in force.
+    extensible[id] = (profile != 66 && profile != 77 && profile != 88) || (constraints & 0xE0) == 0;
+    return true;
 }
 
 // Recommendation H.264, 7.3.2.2. With the profiles that know no extension of this set libavcodec leaves unread what
@@ -236,16 +262,6 @@ bool LayerStands(BitReader bits) {
     return SizeStands(width, bits.Bits(13));
 }
 
-// What a check says of syntax that ends early.
-template <typename Check>
-bool Guarded(Check check, bool whenShort) {
-    try {
-        return check();
-    } catch (const std::runtime_error&) {
-        return whenShort;
-    }
-}
-
 }    // namespace
 
 bool JpegHeadersStand(const uint8_t* data, uint32_t size) {
@@ -293,7 +309,7 @@ bool ParameterSetCheck::H264Stands(const uint8_t* data, uint32_t size) {
     for (const uint8_t* at = BehindStartCode(data, end); at < end; at = BehindStartCode(at, end)) {
         const unsigned type = *at & 0x9F;    // with the bit that must be zero
         const auto sequence_stands = [&](bool raw) {
-            return Guarded([&] { return H264SequenceStands(Rbsp(at + 1, end, raw).Bits(), m_extensible); }, true);
+            return Guarded([&] { return H264SequenceStands(Rbsp(at + 1, end, raw).Bits(), m_extensible); }, false);
         };
         // Libavcodec tries a sequence parameter set that it cannot read once more as it stands in the unit.
         if (type == 7 && !sequence_stands(false) && !sequence_stands(true))

@@ -5,8 +5,9 @@
 // which also keeps the memory for absurd pictures from being asked for. A unit is left out only where libavcodec is
 // known to refuse its header: in doubt it goes through, since a message is less than a lost picture.
 //
-// Two complaints are known to be left, both rare: "Broken frame packetizing" for two H.264 pictures in one unit with
-// more than one thread, and "nb_cpb invalid" for damaged buffer timing in H.265 parameter sets.
+// Three complaints are known to be left, all rare: "Broken frame packetizing" for two H.264 pictures in one unit with
+// more than one thread, "nb_cpb invalid" for damaged buffer timing in H.265 parameter sets, and "delta scale is
+// invalid" for garbage in an H.264 picture parameter set, about ten in a million.
 #pragma once
 
 #include <bitset>

@@ -14,6 +14,7 @@
 namespace corvane {
 namespace {
 
+using test::BitWriter;
 using test::Bytes;
 using test::operator+;
 
@@ -52,6 +53,17 @@ TEST(HeaderCheck, AgreesWithLibavcodec) {
             EXPECT_TRUE(!stands || messages == "") << type << " round " << round << messages;
         }
     }
+}
+
+// A set that ends inside its first scaling list: libavcodec takes the rest from what lies behind, and says so.
+TEST(HeaderCheck, SequenceThatEndsEarly) {
+    BitWriter sps;
+    sps.U(8, 100).U(16, 30).Ue(0).Ue(1).Ue(0).Ue(0).U(1, 0).U(2, 3).U(9, 1);
+    const Bytes unit = sps.Unit({0x67}) + Bytes{0, 0, 1, 0x68, 0xFF, 0xFF, 0xFF};
+    testing::internal::CaptureStderr();
+    test::BareDecode(kH264, {{unit, true, 0, 0}});
+    EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+    EXPECT_FALSE(Stands(kH264, unit));
 }
 
 // Behind a segment that holds another frame header, without a size.

@@ -108,6 +108,33 @@ size_t Maps() {
     return static_cast<size_t>(std::count(std::istreambuf_iterator<char>(maps), {}, '\n'));
 }
 
+enum class What { Allocation, Thread, Platform };
+
+void Arm(What what, uint64_t n, bool forGood) {
+    calls = 0;
+    failAt = n;
+    failForGood = forGood;
+    if (what == What::Allocation)
+        counting = true;
+    else
+        failure::Arm(
+            static_cast<uint32_t>(what == What::Thread ? failure::Site::ThreadStart : failure::Site::PlatformCall), n,
+            forGood);
+}
+
+// Whether the armed failure was reached.
+bool Failed() {
+    return failAt != 0 && (counting ? calls.load() : failure::Hits()) >= failAt;
+}
+
+bool Disarm() {
+    const bool reached = Failed();
+    counting = false;
+    failAt = 0;
+    failure::Disarm();
+    return reached;
+}
+
 struct PassFilter final : QMRX::Filter::IFilter {
     int32_t Process(QMRX::Filter::FilterArgs* args) override { return args->source->plane[0] != nullptr ? 0 : -1; }
 };
@@ -176,7 +203,8 @@ void Live(const Stream& stream, Life& life, PassFilter& filter) {
             life.Note(Corvane_InputEncodedMediaFrame(channel, &header));
         }
         QueueState state{};
-        for (int i = 0; i < 150 && life.shown == 0 && life.AllWell(); ++i)    // a failure may leave nothing to show
+        // A failure may leave nothing to show: then no longer than a picture takes on a quiet machine.
+        for (int i = 0; i < (Failed() ? 150 : 20'000) && life.shown == 0 && life.AllWell(); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         Corvane_GetRemainingQueueElementCount(channel, &state);
         if (life.shown > 0)
@@ -185,28 +213,6 @@ void Live(const Stream& stream, Life& life, PassFilter& filter) {
         life.Note(Corvane_DeleteChannel(instance, &channel));
     }
     life.Note(Corvane_Release(&instance));
-}
-
-enum class What { Allocation, Thread, Platform };
-
-void Arm(What what, uint64_t n, bool forGood) {
-    if (what == What::Allocation) {
-        calls = 0;
-        failAt = n;
-        failForGood = forGood;
-        counting = true;
-    } else {
-        failure::Arm(
-            static_cast<uint32_t>(what == What::Thread ? failure::Site::ThreadStart : failure::Site::PlatformCall), n,
-            forGood);
-    }
-}
-
-// True when the armed failure was reached.
-bool Disarm(What what, uint64_t n) {
-    counting = false;
-    failure::Disarm();
-    return (what == What::Allocation ? calls.load() : failure::Hits()) >= n;
 }
 
 constexpr uint32_t kDocumented[] = {Status_Ok, Status_Failed, Status_OutOfMemory, Status_ChannelNotStarted};
@@ -238,7 +244,7 @@ TEST(Sweep, TheNthFailureIsAStatusAndLeavesNothingBehind) {
                     Life life;
                     Arm(what, n, forGood);
                     Live(stream, life, filter);
-                    reached = Disarm(what, n);
+                    reached = Disarm();
                     EXPECT_TRUE(test::Eventually([&] { return !Connection::ReapAbandoned() && Held() == before; }));
                     for (int i = 0; i < life.count; ++i)
                         EXPECT_TRUE(std::ranges::count(kDocumented, life.statuses[i])) << "status " << i;

@@ -15,8 +15,8 @@ namespace {
 
 #if defined(__x86_64__)
 // Of a run larger than the second-level cache the processor's own string copy does not fetch the lines that it is about
-// to overwrite, and leaves them in the cache like any other: a fifth less time than memcpy from memory to memory, the
-// reader's time counted. Not every processor has a fast one.
+// to overwrite, and leaves them in the cache like any other: a fifth less time than memcpy from memory to memory, and
+// no more for who reads it next. Not every processor has a fast one.
 bool CopiesStrings() {
     constexpr unsigned kErms = 1u << 9;    // of leaf 7, EBX
     unsigned a = 0, b = 0, c = 0, d = 0;

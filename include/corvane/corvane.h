@@ -198,8 +198,8 @@ typedef struct ObjectRecord {
  * caller may reuse everything as soon as the call returns. Fields named reserved are carried along and not read.
  *
  * A frame of video holds one picture; H.264 and H.265 in Annex B form. Parameter sets may also come in frames of their
- * own, and so may the two fields of an H.264 picture: what comes first waits for the rest, and the picture has the time
- * and the fields of the first one.
+ * own, and so may the two fields of an H.264 picture: what comes first waits for the rest. A picture goes by one record:
+ * its own, not that of parameter sets in front of it; of two fields the first one's.
  */
 typedef struct MediaFrameHeader {
     const uint8_t* data;          /*   0 headerSize frame header bytes, then the payload; may be null when both sizes are 0 */

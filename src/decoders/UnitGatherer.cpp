@@ -1,6 +1,7 @@
 #include "decoders/UnitGatherer.h"
 
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "base/Limits.h"

@@ -35,13 +35,13 @@ private:
     void ReadParameterSet(const uint8_t* at, const uint8_t* end);
     void KeepHeaders(const MediaFrameImpl& frame);
 
-    h264::ParameterSets m_sets;
-    bool m_hasFields = false;    // some sequence may have them
-    std::vector<uint8_t> m_headers;
-    FramePtr m_first;    // a field that waits for the other
-    h264::SliceHeader m_firstSlice;
-    uint32_t m_lone = 0;    // fields in a row whose other never came
-    std::vector<uint8_t> m_bytes;
+    h264::ParameterSets m_sets;        // of an H.264 stream, as they came
+    bool m_hasFields = false;          // some sequence may have them
+    std::vector<uint8_t> m_headers;    // parameter sets that wait for their picture
+    FramePtr m_first;                  // a field that waits for the other
+    h264::SliceHeader m_firstSlice;    // of m_first
+    uint32_t m_lone = 0;               // fields in a row whose other never came
+    std::vector<uint8_t> m_bytes;      // of the last unit, where it is no frame as it came
 };
 
 }    // namespace corvane

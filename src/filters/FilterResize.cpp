@@ -18,24 +18,6 @@ namespace {
 
 constexpr uintptr_t kScalerAlignment = 16;
 
-class ResizeNearest final : public FilterResize::Impl {
-public:
-    int32_t ScaleI420(const FilterArgs& args, uint32_t width, uint32_t height) override {
-        if (corvane::failure::MustFail(corvane::failure::Site::PlatformCall) ||
-            !m_samples.Make(args.width, args.height, width, height, args.source->format))
-            return -1;
-        m_samples.Scale(*args.source, *args.destination);
-        return 0;
-    }
-    int32_t ScaleNV12(const FilterArgs& args, uint32_t width, uint32_t height) override {
-        return ScaleI420(args, width, height);
-    }
-    uint32_t GetType() const override { return 0; }
-
-private:
-    NearestSamples m_samples;
-};
-
 template <uint32_t kType, int kFlag>
 class Resize final : public FilterResize::Impl {
 public:
@@ -73,6 +55,30 @@ private:
     }
 
     SwsContext* m_context = nullptr;
+};
+
+// By tables, and by the scaler itself where those cannot be had.
+class ResizeNearest final : public FilterResize::Impl {
+public:
+    int32_t ScaleI420(const FilterArgs& args, uint32_t width, uint32_t height) override {
+        return Pick(args, width, height) ? 0 : m_scaler.ScaleI420(args, width, height);
+    }
+    int32_t ScaleNV12(const FilterArgs& args, uint32_t width, uint32_t height) override {
+        return Pick(args, width, height) ? 0 : m_scaler.ScaleNV12(args, width, height);
+    }
+    uint32_t GetType() const override { return m_scaler.GetType(); }
+
+private:
+    bool Pick(const FilterArgs& args, uint32_t width, uint32_t height) {
+        if (corvane::failure::MustFail(corvane::failure::Site::PlatformCall) ||
+            !m_samples.Make(args.width, args.height, width, height, args.source->format))
+            return false;
+        m_samples.Scale(*args.source, *args.destination);
+        return true;
+    }
+
+    NearestSamples m_samples;
+    Resize<0, SWS_POINT> m_scaler;
 };
 
 using ResizeLinear = Resize<1, SWS_BILINEAR>;

@@ -76,7 +76,11 @@ bool NearestSamples::Axis::Ask(bool across, uint32_t from, uint32_t to) {
                 places[i] |= uint32_t{target.plane[plane][i * (across ? 1 : static_cast<size_t>(target.stride[plane]))]}
                              << shift;
     }
-    return true;
+    // Rows are read by these: what some version of the library might do otherwise must not lead out of them.
+    const auto isChoice = [](std::span<const uint32_t> places, uint32_t samples) {
+        return std::ranges::is_sorted(places) && places.back() < samples;
+    };
+    return isChoice(luma, from) && isChoice(chroma, from / 2 + from % 2);
 }
 
 bool NearestSamples::Make(uint32_t width, uint32_t height, uint32_t toWidth, uint32_t toHeight, uint32_t format) {

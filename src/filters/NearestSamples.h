@@ -12,8 +12,9 @@ namespace QMRX::Filter {
 
 class NearestSamples {
 public:
-    // Sizes in pixels, `format` is I420 or NV12 on both sides. The same arguments keep the tables. False without memory
-    // and for a size that libswscale refuses; nothing may be scaled then.
+    // Sizes in pixels, `format` is I420 or NV12 on both sides. The same arguments keep the tables. False without
+    // memory, for a size that libswscale refuses, and for an answer of it that is no choice; nothing may be scaled
+    // then.
     [[nodiscard]] bool Make(uint32_t width, uint32_t height, uint32_t toWidth, uint32_t toHeight, uint32_t format);
 
     // Byte for byte what libswscale makes with SWS_POINT. Of an odd height there are (height + 1) / 2 chroma rows on
@@ -29,7 +30,7 @@ private:
     };
     bool MakeTables();
 
-    uint32_t m_sizes[5] = {};
+    uint32_t m_sizes[5] = {};    // the arguments of the last Make that gave tables, else the first is 0
     Axis m_rows;
     corvane::kernels::SamplePick m_luma, m_chroma;
 };

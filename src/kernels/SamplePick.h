@@ -9,6 +9,16 @@
 
 namespace corvane::kernels {
 
+// Of each block of 16 lanes stand one offset of its windows and, for each window, 16 indices, those of lanes that lie
+// in another with their top bit set. The last block ends with the row, so it may repeat lanes of the one before.
+struct PickTables {
+    size_t count = 0;      // bytes of a picked row
+    size_t windows = 0;    // of 16 bytes, that the samples of a block lie in; 0: too far apart, or too few
+    const uint32_t* columns = nullptr;    // `count` of them
+    const uint32_t* offsets = nullptr;    // bytes from the start of the source row
+    const uint8_t* lanes = nullptr;
+};
+
 // Keeps the tables of one choice, for all rows of all pictures of one size. Any number of threads may pick at a time.
 class SamplePick {
 public:
@@ -21,14 +31,8 @@ public:
     void Row(const uint8_t* source, uint8_t* out, const uint8_t* next) const;
 
 private:
-    friend class SamplePickAccess;
-
-    AlignedBuffer m_memory;
-    size_t m_count = 0;
-    size_t m_windows = 0;    // of 16 bytes, that the samples of 16 lanes lie in; 0: each is fetched by itself
-    const uint32_t* m_columns = nullptr;
-    const uint32_t* m_offsets = nullptr;
-    const uint8_t* m_lanes = nullptr;
+    AlignedBuffer m_memory;    // what m_tables points at
+    PickTables m_tables;
 };
 
 namespace ref {

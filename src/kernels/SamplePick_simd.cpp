@@ -19,20 +19,6 @@ namespace corvane::kernels {
 inline constexpr size_t kPickLanes = 16;
 inline constexpr size_t kPickMaxWindows = 4;
 
-// What the forms by instruction set see of a SamplePick. Of each block of 16 lanes stand one offset of its windows and,
-// for each window, 16 indices, those of lanes that lie in another with their top bit set. The last block ends with the
-// row, so it may repeat lanes of the one before.
-class SamplePickAccess {
-public:
-    explicit SamplePickAccess(const SamplePick& pick) : m_pick(pick) {}
-    size_t Count() const { return m_pick.m_count; }
-    const uint32_t* Offsets() const { return m_pick.m_offsets; }
-    const uint8_t* Lanes() const { return m_pick.m_lanes; }
-
-private:
-    const SamplePick& m_pick;
-};
-
 }    // namespace corvane::kernels
 #endif
 
@@ -41,22 +27,17 @@ namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
 #if CORVANE_KERNELS_PLAIN
-bool PickIsPlain() {
-    return true;
+void PickBlocks(const PickTables& tables, const uint8_t* source, uint8_t* out, const uint8_t* /*next*/) {
+    ref::PickRow(tables.columns, tables.count, source, out);
 }
-void PickBlocks(const SamplePick&, size_t, const uint8_t*, uint8_t*, const uint8_t*) {}
 #else
-bool PickIsPlain() {
-    return false;
-}
-
 template <size_t kWindows>
-HWY_INLINE void PickWindows(const SamplePickAccess& pick, const uint8_t* HWY_RESTRICT source, uint8_t* HWY_RESTRICT out,
+HWY_INLINE void PickWindows(const PickTables& tables, const uint8_t* HWY_RESTRICT source, uint8_t* HWY_RESTRICT out,
                             const uint8_t* next) {
     const hn::FixedTag<uint8_t, kPickLanes> d;
-    const uint32_t* offset = pick.Offsets();
-    const uint8_t* lanes = pick.Lanes();
-    const size_t last = pick.Count() - kPickLanes;
+    const uint32_t* offset = tables.offsets;
+    const uint8_t* lanes = tables.lanes;
+    const size_t last = tables.count - kPickLanes;
     for (size_t at = 0;; at = std::min(at + kPickLanes, last), ++offset) {
         hwy::Prefetch(next + *offset);
         auto picked = hn::Zero(d);
@@ -69,17 +50,16 @@ HWY_INLINE void PickWindows(const SamplePickAccess& pick, const uint8_t* HWY_RES
     }
 }
 
-void PickBlocks(const SamplePick& pick, size_t windows, const uint8_t* source, uint8_t* out, const uint8_t* next) {
-    const SamplePickAccess access(pick);
-    switch (windows) {
+void PickBlocks(const PickTables& tables, const uint8_t* source, uint8_t* out, const uint8_t* next) {
+    switch (tables.windows) {
     case 1:
-        return PickWindows<1>(access, source, out, next);
+        return PickWindows<1>(tables, source, out, next);
     case 2:
-        return PickWindows<2>(access, source, out, next);
+        return PickWindows<2>(tables, source, out, next);
     case 3:
-        return PickWindows<3>(access, source, out, next);
+        return PickWindows<3>(tables, source, out, next);
     default:
-        return PickWindows<kPickMaxWindows>(access, source, out, next);
+        return PickWindows<kPickMaxWindows>(tables, source, out, next);
     }
 }
 #endif
@@ -91,37 +71,36 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace corvane::kernels {
 
-HWY_EXPORT(PickIsPlain);
 HWY_EXPORT(PickBlocks);
 
 bool SamplePick::Make(std::span<const uint32_t> columns, size_t sourceBytes) {
-    m_count = columns.size();
-    m_windows = 0;
-    const size_t blocks = (m_count + kPickLanes - 1) / kPickLanes;
-    const auto first = [&](size_t block) { return std::min(block * kPickLanes, m_count - kPickLanes); };
-    if (m_count >= kPickLanes && !HWY_DYNAMIC_DISPATCH(PickIsPlain)()) {
+    m_tables.count = columns.size();
+    m_tables.windows = 0;
+    const size_t blocks = (m_tables.count + kPickLanes - 1) / kPickLanes;
+    const auto first = [&](size_t block) { return std::min(block * kPickLanes, m_tables.count - kPickLanes); };
+    if (m_tables.count >= kPickLanes) {
         size_t span = 0;
         for (size_t block = 0; block < blocks; ++block)
             span = std::max<size_t>(span, columns[first(block) + kPickLanes - 1] - columns[first(block)] + 1);
         const size_t windows = (span + kPickLanes - 1) / kPickLanes;
         if (windows <= kPickMaxWindows && windows * kPickLanes <= sourceBytes)
-            m_windows = windows;
+            m_tables.windows = windows;
     }
-    const size_t laneBytes = blocks * m_windows * kPickLanes;
-    if (!m_memory.Allocate(laneBytes + (blocks + m_count) * sizeof(uint32_t)))
+    const size_t laneBytes = blocks * m_tables.windows * kPickLanes;
+    if (!m_memory.Allocate(laneBytes + (blocks + m_tables.count) * sizeof(uint32_t)))
         return false;
     auto* const offsets = reinterpret_cast<uint32_t*>(m_memory.Data() + laneBytes);
-    m_lanes = m_memory.Data();
-    m_offsets = offsets;
-    m_columns = offsets + blocks;
+    m_tables.lanes = m_memory.Data();
+    m_tables.offsets = offsets;
+    m_tables.columns = offsets + blocks;
     std::copy(columns.begin(), columns.end(), offsets + blocks);
     std::memset(m_memory.Data(), 0x80, laneBytes);
-    for (size_t block = 0; m_windows != 0 && block < blocks; ++block) {
-        const size_t base = std::min<size_t>(columns[first(block)], sourceBytes - m_windows * kPickLanes);
+    for (size_t block = 0; m_tables.windows != 0 && block < blocks; ++block) {
+        const size_t base = std::min<size_t>(columns[first(block)], sourceBytes - m_tables.windows * kPickLanes);
         offsets[block] = static_cast<uint32_t>(base);
         for (size_t lane = 0; lane < kPickLanes; ++lane) {
             const size_t at = columns[first(block) + lane] - base;
-            uint8_t* const window = m_memory.Data() + (block * m_windows + at / kPickLanes) * kPickLanes;
+            uint8_t* const window = m_memory.Data() + (block * m_tables.windows + at / kPickLanes) * kPickLanes;
             window[lane] = static_cast<uint8_t>(at % kPickLanes);
         }
     }
@@ -129,10 +108,10 @@ bool SamplePick::Make(std::span<const uint32_t> columns, size_t sourceBytes) {
 }
 
 void SamplePick::Row(const uint8_t* source, uint8_t* out, const uint8_t* next) const {
-    if (m_windows == 0)
-        ref::PickRow(m_columns, m_count, source, out);
+    if (m_tables.windows == 0)
+        ref::PickRow(m_tables.columns, m_tables.count, source, out);
     else
-        HWY_DYNAMIC_DISPATCH(PickBlocks)(*this, m_windows, source, out, next);
+        HWY_DYNAMIC_DISPATCH(PickBlocks)(m_tables, source, out, next);
 }
 
 }    // namespace corvane::kernels

@@ -2,7 +2,6 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "kernels/PackedYuv_simd.cpp"
-#include <hwy/cache_control.h>
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
@@ -23,63 +22,57 @@ void Pack(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_
 }
 #else
 
-template <bool kLumaSecond, bool kStreaming>
-HWY_INLINE void PutRow(ByteVector luma, ByteVector pairs, uint8_t* out) {
-    const Bytes d;
-    const auto first = kLumaSecond ? pairs : luma;
-    const auto second = kLumaSecond ? luma : pairs;
-    const auto low = hn::InterleaveLower(d, first, second);
-    const auto high = hn::InterleaveUpper(d, first, second);
-    if constexpr (kStreaming) {
-        hn::Stream(low, d, out);
-        hn::Stream(high, d, out + hn::MaxLanes(d));
-    } else {
-        hn::StoreU(low, d, out);
-        hn::StoreU(high, d, out + hn::MaxLanes(d));
-    }
-}
-
-// A vector of pixels at column x of both rows.
-template <bool kLumaSecond, bool kStreaming>
-HWY_INLINE void PutBothRows(const BlockOrder<2>& order, const Source420& at, uint8_t* out, ptrdiff_t step, size_t x) {
+// A vector of pixels at column x of one row.
+template <bool kPlanar, bool kLumaSecond, bool kStreaming>
+HWY_INLINE void Put(const BlockOrder<2>& order, const uint8_t* y, const Source420& chroma, uint8_t* out, size_t x) {
     const Bytes d;
     const Words words;
     ByteVector pairs;
-    if (at.Planar()) {
+    if constexpr (kPlanar) {
         const hn::Rebind<uint8_t, Words> half;
-        const auto u = hn::PromoteTo(words, hn::LoadU(half, at.u + x / 2));
-        const auto v = hn::PromoteTo(words, hn::LoadU(half, at.v + x / 2));
+        const auto u = hn::PromoteTo(words, hn::LoadU(half, chroma.u + x / 2));
+        const auto v = hn::PromoteTo(words, hn::LoadU(half, chroma.v + x / 2));
         pairs = order(hn::BitCast(d, hn::Or(u, hn::ShiftLeft<8>(v))));
     } else {
-        pairs = order(hn::LoadU(d, at.u + x));
+        pairs = order(hn::LoadU(d, chroma.u + x));
     }
-    PutRow<kLumaSecond, kStreaming>(order(hn::LoadU(d, at.y + x)), pairs, out + 2 * x);
-    PutRow<kLumaSecond, kStreaming>(order(hn::LoadU(d, at.y + at.yStep + x)), pairs, out + step + 2 * x);
+    const auto luma = order(hn::LoadU(d, y + x));
+    const auto first = kLumaSecond ? pairs : luma;
+    const auto second = kLumaSecond ? luma : pairs;
+    Store<kStreaming>(hn::InterleaveLower(d, first, second), out + 2 * x);
+    Store<kStreaming>(hn::InterleaveUpper(d, first, second), out + 2 * x + hn::MaxLanes(d));
 }
 
-template <bool kLumaSecond, bool kStreaming>
+// One output row at a time: two at once write slower as soon as the picture is larger than the cache.
+template <bool kPlanar, bool kLumaSecond, bool kStreaming>
 HWY_INLINE void PackRows(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width,
                          uint32_t height) {
     constexpr size_t kStep = hn::MaxLanes(Bytes());
     const BlockOrder<2> order;
     Source420 at = source;
-    for (uint32_t row = 0; row < height; row += 2) {
+    for (uint32_t row = 0; row < height; ++row) {
         size_t x = 0;
-        if (at.Planar()) {
-            for (; x + kStep <= width; x += kStep)
-                PutBothRows<kLumaSecond, kStreaming>(order, at, destination, step, x);
-        } else {
-            for (; x + kStep <= width; x += kStep)
-                PutBothRows<kLumaSecond, kStreaming>(order, at, destination, step, x);
-        }
+        for (; x + kStep <= width; x += kStep)
+            Put<kPlanar, kLumaSecond, kStreaming>(order, at.y, at, destination, x);
         if (x < width)    // again from the end, so that no row is finished byte by byte
-            PutBothRows<kLumaSecond, false>(order, at, destination, step, width - kStep);
-        at.y += 2 * at.yStep;
-        at.u += at.uStep;
-        if (at.Planar())
-            at.v += at.vStep;
-        destination += 2 * step;
+            Put<kPlanar, kLumaSecond, false>(order, at.y, at, destination, width - kStep);
+        at.y += at.yStep;
+        destination += step;
+        if (row % 2 != 0) {
+            at.u += at.uStep;
+            if (kPlanar)
+                at.v += at.vStep;
+        }
     }
+}
+
+template <bool kLumaSecond, bool kStreaming>
+HWY_INLINE void PackRows(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width,
+                         uint32_t height) {
+    if (source.Planar())
+        PackRows<true, kLumaSecond, kStreaming>(source, destination, step, width, height);
+    else
+        PackRows<false, kLumaSecond, kStreaming>(source, destination, step, width, height);
 }
 
 void Pack(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
@@ -90,8 +83,7 @@ void Pack(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_
                       height, lumaSecond);
         return;
     }
-    const bool aligned = ((reinterpret_cast<uintptr_t>(destination) | static_cast<uintptr_t>(step)) & (kStep - 1)) == 0;
-    if (streaming && aligned) {
+    if (streaming && OnVectors(destination, step)) {
         if (lumaSecond)
             PackRows<true, true>(source, destination, step, width, height);
         else

@@ -14,73 +14,111 @@ namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
 #if CORVANE_KERNELS_PLAIN
-HWY_INLINE void InterleaveRow(const uint8_t* first, const uint8_t* second, uint8_t* out, size_t pairs) {
-    ref::MergeRow(first, second, out, pairs);
+bool CopyPastCache(const uint8_t*, ptrdiff_t, uint8_t*, ptrdiff_t, uint32_t, uint32_t) {
+    return false;
 }
-#else
-// The last vector of a row is done again from its end, so that no row needs a loop by bytes unless it is shorter than
-// one.
-HWY_INLINE void InterleaveRow(const uint8_t* HWY_RESTRICT first, const uint8_t* HWY_RESTRICT second,
-                              uint8_t* HWY_RESTRICT out, size_t pairs) {
-    const Bytes d;
-    constexpr size_t kStep = hn::MaxLanes(d);
-    if (pairs < kStep) {
-        ref::MergeRow(first, second, out, pairs);
-        return;
-    }
-    const auto put = [&](size_t i) HWY_ATTR {
-        hn::StoreInterleaved2(hn::LoadU(d, first + i), hn::LoadU(d, second + i), d, out + 2 * i);
-    };
-    size_t i = 0;
-    for (; i + kStep <= pairs; i += kStep)
-        put(i);
-    if (i < pairs)
-        put(pairs - kStep);
-}
-#endif
 
 void MergeRows(const uint8_t* u, ptrdiff_t uStep, const uint8_t* v, ptrdiff_t vStep, uint8_t* uv, ptrdiff_t uvStep,
-               uint32_t pairs, uint32_t rows) {
-    for (uint32_t row = 0; row < rows; ++row) {
-        const auto at = static_cast<ptrdiff_t>(row);
-        InterleaveRow(u + at * uStep, v + at * vStep, uv + at * uvStep, pairs);
-    }
+               uint32_t pairs, uint32_t rows, bool /*pastCache*/) {
+    for (; rows > 0; --rows, u += uStep, v += vStep, uv += uvStep)
+        ref::MergeRow(u, v, uv, pairs);
 }
-
-#if CORVANE_KERNELS_PLAIN
-HWY_INLINE void SplitRow(const uint8_t* uv, uint8_t* u, uint8_t* v, size_t pairs) {
-    ref::SplitRow(uv, u, v, pairs);
-}
-#else
-HWY_INLINE void SplitRow(const uint8_t* HWY_RESTRICT uv, uint8_t* HWY_RESTRICT u, uint8_t* HWY_RESTRICT v,
-                         size_t pairs) {
-    const Bytes d;
-    constexpr size_t kStep = hn::MaxLanes(d);
-    if (pairs < kStep) {
-        ref::SplitRow(uv, u, v, pairs);
-        return;
-    }
-    const auto put = [&](size_t i) HWY_ATTR {
-        const auto low = hn::LoadU(d, uv + 2 * i);
-        const auto high = hn::LoadU(d, uv + 2 * i + kStep);
-        hn::StoreU(hn::ConcatEven(d, high, low), d, u + i);
-        hn::StoreU(hn::ConcatOdd(d, high, low), d, v + i);
-    };
-    size_t i = 0;
-    for (; i + kStep <= pairs; i += kStep)
-        put(i);
-    if (i < pairs)
-        put(pairs - kStep);
-}
-#endif
 
 void SplitRows(const uint8_t* uv, ptrdiff_t uvStep, uint8_t* u, ptrdiff_t uStep, uint8_t* v, ptrdiff_t vStep,
-               uint32_t pairs, uint32_t rows) {
-    for (uint32_t row = 0; row < rows; ++row) {
-        const auto at = static_cast<ptrdiff_t>(row);
-        SplitRow(uv + at * uvStep, u + at * uStep, v + at * vStep, pairs);
-    }
+               uint32_t pairs, uint32_t rows, bool /*pastCache*/) {
+    for (; rows > 0; --rows, uv += uvStep, u += uStep, v += vStep)
+        ref::SplitRow(uv, u, v, pairs);
 }
+#else
+
+// The vectors of a row through `Work`: the last once more from the row's end, so that no row needs a loop by bytes
+// unless it is shorter than a vector. What begins there is on no boundary.
+template <bool kStreaming, class Work>
+HWY_INLINE void EachVector(size_t bytes, const Work& work) {
+    constexpr size_t kStep = hn::MaxLanes(Bytes());
+    size_t i = 0;
+    for (; i + kStep <= bytes; i += kStep)
+        work.template Do<kStreaming>(i);
+    if (i < bytes)
+        work.template Do<false>(bytes - kStep);
+}
+
+struct Copy {
+    const uint8_t* from;
+    uint8_t* to;
+    template <bool kStreaming>
+    HWY_INLINE void Do(size_t i) const {
+        Store<kStreaming>(hn::LoadU(Bytes(), from + i), to + i);
+    }
+};
+
+struct Merge {
+    const uint8_t* u;
+    const uint8_t* v;
+    uint8_t* uv;
+    template <bool kStreaming>
+    HWY_INLINE void Do(size_t i) const {
+        const Bytes d;
+        const BlockOrder<2> order;
+        const auto first = order(hn::LoadU(d, u + i));
+        const auto second = order(hn::LoadU(d, v + i));
+        Store<kStreaming>(hn::InterleaveLower(d, first, second), uv + 2 * i);
+        Store<kStreaming>(hn::InterleaveUpper(d, first, second), uv + 2 * i + hn::MaxLanes(d));
+    }
+};
+
+struct Split {
+    const uint8_t* uv;
+    uint8_t* u;
+    uint8_t* v;
+    template <bool kStreaming>
+    HWY_INLINE void Do(size_t i) const {
+        const Bytes d;
+        const auto low = hn::LoadU(d, uv + 2 * i);
+        const auto high = hn::LoadU(d, uv + 2 * i + hn::MaxLanes(d));
+        Store<kStreaming>(hn::ConcatEven(d, high, low), u + i);
+        Store<kStreaming>(hn::ConcatOdd(d, high, low), v + i);
+    }
+};
+
+bool CopyPastCache(const uint8_t* from, ptrdiff_t fromStep, uint8_t* to, ptrdiff_t toStep, uint32_t width,
+                   uint32_t rows) {
+    if (!OnVectors(to, toStep) || width < hn::MaxLanes(Bytes()))
+        return false;
+    for (; rows > 0; --rows, from += fromStep, to += toStep)
+        EachVector<true>(width, Copy{from, to});
+    hwy::FlushStream();
+    return true;
+}
+
+void MergeRows(const uint8_t* u, ptrdiff_t uStep, const uint8_t* v, ptrdiff_t vStep, uint8_t* uv, ptrdiff_t uvStep,
+               uint32_t pairs, uint32_t rows, bool pastCache) {
+    const bool streams = pastCache && OnVectors(uv, uvStep);
+    for (; rows > 0; --rows, u += uStep, v += vStep, uv += uvStep) {
+        if (pairs < hn::MaxLanes(Bytes()))
+            ref::MergeRow(u, v, uv, pairs);
+        else if (streams)
+            EachVector<true>(pairs, Merge{u, v, uv});
+        else
+            EachVector<false>(pairs, Merge{u, v, uv});
+    }
+    hwy::FlushStream();
+}
+
+void SplitRows(const uint8_t* uv, ptrdiff_t uvStep, uint8_t* u, ptrdiff_t uStep, uint8_t* v, ptrdiff_t vStep,
+               uint32_t pairs, uint32_t rows, bool pastCache) {
+    const bool streams = pastCache && OnVectors(u, uStep) && OnVectors(v, vStep);
+    for (; rows > 0; --rows, uv += uvStep, u += uStep, v += vStep) {
+        if (pairs < hn::MaxLanes(Bytes()))
+            ref::SplitRow(uv, u, v, pairs);
+        else if (streams)
+            EachVector<true>(pairs, Split{uv, u, v});
+        else
+            EachVector<false>(pairs, Split{uv, u, v});
+    }
+    hwy::FlushStream();
+}
+#endif
 
 }    // namespace HWY_NAMESPACE
 }    // namespace corvane::kernels
@@ -89,16 +127,33 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace corvane::kernels {
 
+HWY_EXPORT(CopyPastCache);
 HWY_EXPORT(MergeRows);
 HWY_EXPORT(SplitRows);
+
+namespace {
+
+// Planes of this many bytes and more go past the cache.
+constexpr size_t kLargePlane = size_t{1} << 20;
+
+// Whether the chroma goes past the cache as the luma did.
+bool CopyLuma(const uint8_t* y, ptrdiff_t yStep, uint8_t* outY, ptrdiff_t outYStep, uint32_t width, uint32_t height) {
+    if (size_t{width} * height >= kLargePlane &&
+        HWY_DYNAMIC_DISPATCH(CopyPastCache)(y, yStep, outY, outYStep, width, height))
+        return true;
+    PlaneCopy(y, yStep, outY, outYStep, width, height, kCopyStreamingStores | kCopyStreamingLoads);
+    return false;
+}
+
+}    // namespace
 
 int32_t I420ToNV12(const uint8_t* y, ptrdiff_t yStep, const uint8_t* u, ptrdiff_t uStep, const uint8_t* v,
                    ptrdiff_t vStep, uint8_t* outY, ptrdiff_t outYStep, uint8_t* outUv, ptrdiff_t outUvStep,
                    uint32_t width, uint32_t height) {
     if (y == nullptr || u == nullptr || v == nullptr || outY == nullptr || outUv == nullptr || width < 2 || height < 2)
         return kRefused;
-    PlaneCopy(y, yStep, outY, outYStep, width & ~1u, height & ~1u, kCopyStreamingStores);
-    HWY_DYNAMIC_DISPATCH(MergeRows)(u, uStep, v, vStep, outUv, outUvStep, width / 2, height / 2);
+    const bool past = CopyLuma(y, yStep, outY, outYStep, width & ~1u, height & ~1u);
+    HWY_DYNAMIC_DISPATCH(MergeRows)(u, uStep, v, vStep, outUv, outUvStep, width / 2, height / 2, past);
     return kDone;
 }
 
@@ -108,9 +163,9 @@ int32_t NV12ToI420(const uint8_t* y, ptrdiff_t yStep, const uint8_t* uv, ptrdiff
     if (y == nullptr || uv == nullptr || outY == nullptr || outU == nullptr || outV == nullptr || width < 1 ||
         height < 1)
         return kRefused;
-    PlaneCopy(y, yStep, outY, outYStep, width, height, kCopyStreamingStores | kCopyStreamingLoads);
+    const bool past = CopyLuma(y, yStep, outY, outYStep, width, height);
     HWY_DYNAMIC_DISPATCH(SplitRows)
-    (uv, uvStep, outU, outUStep, outV, outVStep, width / 2 + width % 2, height / 2);
+    (uv, uvStep, outU, outUStep, outV, outVStep, width / 2 + width % 2, height / 2, past);
     return kDone;
 }
 

@@ -7,6 +7,7 @@
 #define CORVANE_KERNELS_VECTORS_INL
 #endif
 
+#include <hwy/cache_control.h>
 #include <hwy/highway.h>
 
 #include <cstddef>
@@ -31,6 +32,20 @@ using Dwords = hn::Repartition<uint32_t, Bytes>;
 using SignedDwords = hn::Repartition<int32_t, Bytes>;
 using ByteVector = hn::Vec<Bytes>;
 using WordVector = hn::Vec<Words>;
+
+// Whether all rows of a plane begin where a whole vector can go past the cache.
+inline bool OnVectors(const uint8_t* plane, ptrdiff_t step) {
+    return ((reinterpret_cast<uintptr_t>(plane) | static_cast<uintptr_t>(step)) & (hn::MaxLanes(Bytes()) - 1)) == 0;
+}
+
+// Past the cache when `kStreaming`; `out` is on a vector's boundary then, and hwy::FlushStream() follows the last.
+template <bool kStreaming>
+HWY_INLINE void Store(ByteVector bytes, uint8_t* out) {
+    if constexpr (kStreaming)
+        hn::Stream(bytes, Bytes(), out);
+    else
+        hn::StoreU(bytes, Bytes(), out);
+}
 
 // Puts groups of `kGroup` double words so that the in-block interleaving that follows leaves whole output vectors in
 // order: block L, group k of the result is group k * blocks + L of the input. Does nothing on 128-bit vectors.

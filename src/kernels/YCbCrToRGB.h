@@ -12,8 +12,8 @@ struct RgbLayout {
     uint32_t bytes = 3;       // a pixel: 3, or 4
     bool redFirst = false;    // bytes R G B; else B G R
     uint8_t fourth = 0;       // what the fourth byte is, where there is one
-    // The destination is not read soon, by this processor at least: stores of 4 bytes a pixel go past the cache, where
-    // `destination` and its step are on 64 bytes.
+    // The destination is not read soon, by this processor at least: stores go past the cache, where `destination` and
+    // its step are on whole vectors (64 bytes serve every processor).
     bool streaming = false;
 };
 

@@ -2,7 +2,6 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "kernels/YCbCrToRGB_simd.cpp"
-#include <hwy/cache_control.h>
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
@@ -30,13 +29,23 @@ int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step
 }
 #else
 
+template <bool kStreaming>
 struct Rgb24Writer {
     static constexpr size_t kPixelBytes = 3;
     static constexpr size_t kGroup = 0;
-    static constexpr bool kFetches = true;
+    static constexpr bool kFetches = !kStreaming;
     static constexpr const ChromaMatrix& kMatrix = kFullRangeMatrix;
     HWY_INLINE void Put(ByteVector blue, ByteVector green, ByteVector red, uint8_t* out) const {
-        hn::StoreInterleaved3(blue, green, red, Bytes(), out);
+        const Bytes d;
+        if constexpr (!kStreaming) {
+            hn::StoreInterleaved3(blue, green, red, d, out);
+        } else {
+            constexpr size_t kStep = hn::MaxLanes(d);
+            HWY_ALIGN uint8_t pixels[3 * kStep];    // compilers keep it in registers
+            hn::StoreInterleaved3(blue, green, red, d, pixels);
+            for (size_t at = 0; at < 3 * kStep; at += kStep)
+                hn::Stream(hn::Load(d, pixels + at), d, out + at);
+        }
     }
 };
 
@@ -57,20 +66,13 @@ public:
         const auto bgHigh = hn::BitCast(d16, hn::InterleaveUpper(d, blue, green));
         const auto rxLow = hn::BitCast(d16, hn::InterleaveLower(d, red, m_fourth));
         const auto rxHigh = hn::BitCast(d16, hn::InterleaveUpper(d, red, m_fourth));
-        Store(hn::InterleaveLower(d16, bgLow, rxLow), out);
-        Store(hn::InterleaveUpper(d16, bgLow, rxLow), out + kStep);
-        Store(hn::InterleaveLower(d16, bgHigh, rxHigh), out + 2 * kStep);
-        Store(hn::InterleaveUpper(d16, bgHigh, rxHigh), out + 3 * kStep);
+        Store<kStreaming>(hn::BitCast(d, hn::InterleaveLower(d16, bgLow, rxLow)), out);
+        Store<kStreaming>(hn::BitCast(d, hn::InterleaveUpper(d16, bgLow, rxLow)), out + kStep);
+        Store<kStreaming>(hn::BitCast(d, hn::InterleaveLower(d16, bgHigh, rxHigh)), out + 2 * kStep);
+        Store<kStreaming>(hn::BitCast(d, hn::InterleaveUpper(d16, bgHigh, rxHigh)), out + 3 * kStep);
     }
 
 private:
-    static HWY_INLINE void Store(WordVector pixels, uint8_t* out) {
-        const Bytes d;
-        if constexpr (kStreaming)
-            hn::Stream(hn::BitCast(d, pixels), d, out);
-        else
-            hn::StoreU(hn::BitCast(d, pixels), d, out);
-    }
     ByteVector m_fourth;
 };
 
@@ -78,17 +80,20 @@ int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step
                    RgbLayout layout, uint8_t* terms) {
     const uint32_t evenWidth = width & ~1u;
     const uint32_t evenHeight = height & ~1u;
-    const auto alignment = reinterpret_cast<uintptr_t>(destination) | static_cast<uintptr_t>(step);
-    if (layout.bytes == 3) {
-        ConvertPicture(Rgb24Writer(), source, destination, step, evenWidth, evenHeight, layout.redFirst, terms);
-    } else if (layout.streaming && alignment % 64 == 0) {
-        ConvertPicture(Rgb32Writer<true>(layout.fourth), source, destination, step, evenWidth, evenHeight,
-                       layout.redFirst, terms);
+    const bool streaming = layout.streaming && OnVectors(destination, step);
+    const auto convert = [&](const auto& writer) HWY_ATTR {
+        ConvertPicture(writer, source, destination, step, evenWidth, evenHeight, layout.redFirst, terms);
+    };
+    if (layout.bytes == 3 && streaming)
+        convert(Rgb24Writer<true>());
+    else if (layout.bytes == 3)
+        convert(Rgb24Writer<false>());
+    else if (streaming)
+        convert(Rgb32Writer<true>(layout.fourth));
+    else
+        convert(Rgb32Writer<false>(layout.fourth));
+    if (streaming)
         hwy::FlushStream();
-    } else {
-        ConvertPicture(Rgb32Writer<false>(layout.fourth), source, destination, step, evenWidth, evenHeight,
-                       layout.redFirst, terms);
-    }
     return ((width | height) & 1) != 0 ? kOddPartUnwritten : kDone;
 }
 #endif

@@ -35,26 +35,30 @@ class PoisonedPlane {
 public:
     static constexpr uint8_t kPoison = 0xA5;
 
-    PoisonedPlane(uint32_t rowBytes, uint32_t rows, uint32_t gap)
-        : m_step(rowBytes + gap), m_bytes(size_t{m_step} * (rows + 2) + 1, kPoison) {}
-    // One odd byte and one whole row stand in front.
-    uint8_t* Data() { return m_bytes.data() + m_step + 1; }
+    // One odd byte and one whole row stand in front; or, `aligned`, what puts the plane, not its copy, on 64 bytes.
+    PoisonedPlane(uint32_t rowBytes, uint32_t rows, uint32_t gap, bool aligned = false)
+        : m_step(rowBytes + gap), m_bytes(size_t{m_step} * (rows + 2) + 64, kPoison), m_first(m_step + 1) {
+        if (aligned)
+            m_first += -(reinterpret_cast<uintptr_t>(m_bytes.data()) + m_first) & 63;
+    }
+    uint8_t* Data() { return m_bytes.data() + m_first; }
     uint8_t* Row(uint32_t y) { return Data() + size_t{m_step} * y; }
     int32_t Step() const { return static_cast<int32_t>(m_step); }
-    uint8_t At(uint32_t x, uint32_t y) const { return m_bytes[m_step + 1 + size_t{y} * m_step + x]; }
+    uint8_t At(uint32_t x, uint32_t y) const { return m_bytes[m_first + size_t{y} * m_step + x]; }
 
     // Names the first byte that differs, from the start of the row in front of the plane.
     testing::AssertionResult Equals(const PoisonedPlane& wanted) const {
         const auto [own, other] = std::ranges::mismatch(m_bytes, wanted.m_bytes);
         if (own == m_bytes.end() && other == wanted.m_bytes.end())
             return testing::AssertionSuccess();
-        const auto at = own - m_bytes.begin() - 1;
+        const auto at = own - m_bytes.begin() - static_cast<ptrdiff_t>(m_first - m_step);
         return testing::AssertionFailure() << "byte " << at % m_step << " of row " << at / m_step - 1;
     }
 
 private:
     uint32_t m_step;
     std::vector<uint8_t> m_bytes;
+    size_t m_first;
 };
 
 }    // namespace corvane::test

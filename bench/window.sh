@@ -10,7 +10,8 @@
 # The pipeline's sink does not scale by itself, so videoscale makes 1280x720 of planar pictures before they are converted,
 # which is the cheaper order: once with its default (bilinear), once with the nearest pixel. qos and lateness are off, so
 # that it skips no picture. It decodes with its own defaults; player and decode_only set the fast flag and skip deblocking of
-# pictures that no other refers to (this stream has none). What starting costs counts for everybody. mpv runs as
+# pictures that no other refers to (this stream has none). bare_window is what a user would write by hand, with the same
+# decoder, and does nothing else: what is left to win. What starting costs counts for everybody. mpv runs as
 # it is, which is what the ratio is to, and with its profile sw-fast, which is its cheapest scaling.
 set -euo pipefail
 build=$(realpath "$1")
@@ -78,6 +79,7 @@ for threads in map(int, sys.argv[5].split()):
     for size in sizes:
         rows[f"player {size}"] = lambda size=size: player(size, threads)
         if size == "1920x1080":
+            rows[f"bare {size}"] = lambda: (*run([f"{build}/bench/bare_window", "large.mp4", str(threads), seconds]), "-")
             rows[f"pipeline {size}"] = lambda: pipeline(threads)
         else:
             rows[f"pipeline {size}, bilinear"] = lambda size=size: pipeline(threads, scaled(size, "bilinear"))
@@ -97,8 +99,7 @@ for threads in map(int, sys.argv[5].split()):
     print(f"  {'':30} program s  server s  peak MB  to decode only  to pipeline   to mpv        pictures")
     for name in rows:
         program, xserver, peak = (statistics.median(r[i] for r in results[name]) for i in (0, 1, 2))
-        beside = [ratio(name, peer) if peer in rows else "" for peer in (name.replace("player", other) for other in ("pipeline", "mpv"))]
-        if not name.startswith("player"):
-            beside = ["", ""]
+        kind, _, size = name.partition(" ")
+        beside = [ratio(name, peer) if peer in rows and kind in ("player", "bare") else "" for peer in (f"pipeline {size}", f"mpv {size}")]
         print(f"  {name:30} {program:9.3f}  {xserver:8.3f}  {peak:7.1f}  {ratio(name, 'decode only'):14}  {beside[0]:12}  {beside[1]:12}  {results[name][-1][3]}", flush=True)
 PY

@@ -102,12 +102,12 @@ std::vector<Conversion> RgbConversions() {
                                                            {"swscale", sws32}};
     const std::vector<std::pair<const char*, Run>> flip24{{"libyuv", Yuv3(libyuv::I420ToRGB24, kWidth * 3, -kHeight)}};
     list.push_back({"I420 to 24 bit", "ring 0.60 warm 0.40; avx2 0.80", Rgb({3, false}, false), peers24});
-    list.push_back({"I420 to 24 bit, past the cache", "ring 0.60", Rgb({3, false, 0, true}, false), peers24});
-    list.push_back({"I420 to 24 bit, bottom-up, past", "0.45", Rgb({3, false, 0, true}, true), flip24});
     list.push_back({"I420 to 24 bit, bottom-up", "0.45", Rgb({3, false}, true), flip24});
     list.push_back({"I420 to 32 bit", "ring 0.90 warm 0.60; avx2 1.05", Rgb({4, false}, false), peers32});
-    // As windows get it: nobody reads it next.
-    list.push_back({"I420 to 32 bit, past the cache", "ring 0.90", Rgb({4, false, 0, true}, false), peers32});
+    // For who does not read them next, as windows get theirs.
+    list.push_back({"24 bit, past the cache", "ring 0.60", Rgb({3, false, 0, true}, false), peers24});
+    list.push_back({"24 bit bottom-up, past the cache", "ring 0.45", Rgb({3, false, 0, true}, true), flip24});
+    list.push_back({"32 bit, past the cache", "ring 0.90", Rgb({4, false, 0, true}, false), peers32});
     list.push_back(
         {"NV12 to 24 bit",
          "",

@@ -81,17 +81,16 @@ int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step
     const uint32_t evenWidth = width & ~1u;
     const uint32_t evenHeight = height & ~1u;
     const bool streaming = layout.streaming && OnVectors(destination, step);
-    const auto convert = [&](const auto& writer) HWY_ATTR {
-        ConvertPicture(writer, source, destination, step, evenWidth, evenHeight, layout.redFirst, terms);
-    };
     if (layout.bytes == 3 && streaming)
-        convert(Rgb24Writer<true>());
+        ConvertPicture(Rgb24Writer<true>(), source, destination, step, evenWidth, evenHeight, layout.redFirst, terms);
     else if (layout.bytes == 3)
-        convert(Rgb24Writer<false>());
+        ConvertPicture(Rgb24Writer<false>(), source, destination, step, evenWidth, evenHeight, layout.redFirst, terms);
     else if (streaming)
-        convert(Rgb32Writer<true>(layout.fourth));
+        ConvertPicture(Rgb32Writer<true>(layout.fourth), source, destination, step, evenWidth, evenHeight,
+                       layout.redFirst, terms);
     else
-        convert(Rgb32Writer<false>(layout.fourth));
+        ConvertPicture(Rgb32Writer<false>(layout.fourth), source, destination, step, evenWidth, evenHeight,
+                       layout.redFirst, terms);
     if (streaming)
         hwy::FlushStream();
     return ((width | height) & 1) != 0 ? kOddPartUnwritten : kDone;

@@ -223,8 +223,13 @@ void CChannelLive::HandleFrame(WorkerState& worker, FramePtr& frame) {
     }
 }
 
+bool CChannelLive::CompletesPicture(const MediaFrameImpl& frame) {
+    ExclusiveLock lock(m_decoderLock);
+    return m_decoder.Completes(frame);
+}
+
 void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame) {
-    if (worker.keyFramesOnly && !frame->IsKeyFrame())
+    if (worker.keyFramesOnly && !frame->IsKeyFrame() && !CompletesPicture(*frame))
         return;
     worker.keyFramesOnly = worker.displayMode >= 8;
     if (worker.thinner.ShouldThin(frame->Header(), worker.displayMode & 7))

@@ -69,6 +69,8 @@ private:
     void Work();
     void HandleFrame(WorkerState& worker, FramePtr& frame);
     void HandleVideo(WorkerState& worker, FramePtr& frame);
+    // A second field belongs to its key frame although it is none itself.
+    bool CompletesPicture(const MediaFrameImpl& frame);
     void HandleAudio(WorkerState& worker, const FramePtr& frame);
     void Pace(WorkerState& worker, const MediaFrameImpl& frame);
     void ResetDecoder();

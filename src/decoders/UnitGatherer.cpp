@@ -36,11 +36,6 @@ bool HasStartCodes(uint32_t streamType) {
     return streamType == CORVANE_STREAM_MPEG4 || streamType == CORVANE_STREAM_H264 || streamType == CORVANE_STREAM_H265;
 }
 
-bool AreTwoFields(const h264::SliceHeader& first, const h264::SliceHeader& second) {
-    return first.frame_num == second.frame_num && first.bottom_field_flag != second.bottom_field_flag &&
-           first.pic_parameter_set_id == second.pic_parameter_set_id;
-}
-
 void Append(std::vector<uint8_t>& bytes, const MediaFrameImpl& frame) {
     bytes.insert(bytes.end(), frame.Payload(), frame.Payload() + frame.PayloadSize());
 }
@@ -62,12 +57,13 @@ void UnitGatherer::ReadParameterSet(const uint8_t* at, const uint8_t* end) {
 }
 
 // Looks no further than the first picture, unless that is a field: the other one may stand behind it.
-UnitGatherer::Part UnitGatherer::PartOf(uint32_t streamType, const uint8_t* data, uint32_t size) {
+UnitGatherer::Part UnitGatherer::PartOf(const MediaFrameImpl& frame) {
+    const uint32_t streamType = frame.Header().streamType;
     Part part;
     if (!HasStartCodes(streamType))
         return part;
-    const uint8_t* const end = data + size;
-    for (const uint8_t* at = BehindStartCode(data, end); at < end; at = BehindStartCode(at, end)) {
+    const uint8_t* const end = frame.Payload() + frame.PayloadSize();
+    for (const uint8_t* at = BehindStartCode(frame.Payload(), end); at < end; at = BehindStartCode(at, end)) {
         const UnitKind kind = KindOf(streamType, *at);
         if (kind == UnitKind::Picture)
             return streamType == CORVANE_STREAM_H264 && m_hasFields && m_lone < kMaxLone ? FieldOf(at, end) : Part();
@@ -97,6 +93,16 @@ UnitGatherer::Part UnitGatherer::FieldOf(const uint8_t* at, const uint8_t* end) 
     return part;
 }
 
+bool UnitGatherer::CompletesFirst(const Part& part) const {
+    return m_first != nullptr && part.field && part.field->frame_num == m_firstSlice.frame_num &&
+           part.field->bottom_field_flag != m_firstSlice.bottom_field_flag &&
+           part.field->pic_parameter_set_id == m_firstSlice.pic_parameter_set_id;
+}
+
+bool UnitGatherer::Completes(const MediaFrameImpl& frame) {
+    return m_first != nullptr && CompletesFirst(PartOf(frame));
+}
+
 void UnitGatherer::KeepHeaders(const MediaFrameImpl& frame) {
     if (m_headers.size() + frame.PayloadSize() > kMaxHeaderBytes)
         m_headers.clear();
@@ -105,22 +111,23 @@ void UnitGatherer::KeepHeaders(const MediaFrameImpl& frame) {
 }
 
 UnitGatherer::Unit UnitGatherer::Add(const FramePtr& frame) {
-    const Part part = PartOf(frame->Header().streamType, frame->Payload(), frame->PayloadSize());
+    const Part part = PartOf(*frame);
     if (part.headersOnly) {
         KeepHeaders(*frame);
         return {};
     }
+    const bool completes = CompletesFirst(part);
     FramePtr first = std::exchange(m_first, nullptr);
-    if (part.field && !(first && AreTwoFields(m_firstSlice, *part.field))) {
+    if (part.field && !completes) {
         m_lone += first ? 1 : 0;
         m_first = frame;
         m_firstSlice = *part.field;
         return {};
     }
-    if (!part.field)
-        first = nullptr;    // its other never came
-    else
+    if (completes)
         m_lone = 0;
+    else
+        first = nullptr;    // its other never came
     Unit unit{first ? std::move(first) : frame, {}};
     unit.encoded = {frame->Payload(), frame->PayloadSize(), unit.input->Header().frameType};
     if (m_headers.empty() && unit.input == frame)

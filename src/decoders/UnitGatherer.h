@@ -24,13 +24,17 @@ public:
     // limits::kPicturePadding more. Raises std::bad_alloc.
     Unit Add(const FramePtr& frame);
 
+    // Whether `frame` is the other field of one that waits, and so belongs to its picture. Raises std::bad_alloc.
+    bool Completes(const MediaFrameImpl& frame);
+
 private:
     // What a frame brings: a field has a slice.
     struct Part {
         bool headersOnly = false;
         std::optional<h264::SliceHeader> field;
     };
-    Part PartOf(uint32_t streamType, const uint8_t* data, uint32_t size);
+    Part PartOf(const MediaFrameImpl& frame);
+    bool CompletesFirst(const Part& part) const;
     Part FieldOf(const uint8_t* at, const uint8_t* end);
     void ReadParameterSet(const uint8_t* at, const uint8_t* end);
     void KeepHeaders(const MediaFrameImpl& frame);

@@ -38,6 +38,9 @@ public:
     // forward play) or it failed. Raises std::bad_alloc.
     int32_t Decode(const FramePtr& frame, uint32_t* got);
 
+    // Whether `frame` is the second field of a picture whose first came alone and waits. Raises std::bad_alloc.
+    bool Completes(const MediaFrameImpl& frame) { return m_units.Completes(frame); }
+
     // Index of the display adapter that shows the window; a decoder that was made for another one is dropped.
     void SetAdapter(uint32_t adapter);
 

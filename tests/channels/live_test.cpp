@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "support/Client.h"
+#include "support/FieldStream.h"
 
 namespace corvane {
 namespace {
@@ -202,6 +203,26 @@ TEST(LiveChannel, KeyFramesOnlyAndFramesThatAreNotForDisplay) {
             ASSERT_TRUE(client.WaitForStamp(i)) << i;
     }
     EXPECT_EQ(client.Stamps(), (std::vector<int>{0, 5, 10, 11, 13, 14, 15, 16, 17, 18, 19}));
+}
+
+TEST(LiveChannel, KeyFramesOnlyOfFieldsInUnitsOfTheirOwn) {
+    Client client(11, true);
+    ASSERT_EQ(Corvane_SetDisplayMode(client.channel, 1), Status_Ok);
+    client.Start();
+    std::vector<Client::Shown> shown;
+    for (const auto& [picture, bottom, bytes] : test::MakeFields()) {
+        const bool key = picture % test::kFieldGop == 0;
+        ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, bytes, key && !bottom, kStep * (2 * picture + bottom)), Status_Ok);
+        ASSERT_TRUE(!key || !bottom || Eventually([&] {
+            const auto more = client.Take();
+            shown.insert(shown.end(), more.begin(), more.end());
+            return shown.size() == static_cast<size_t>(picture / test::kFieldGop + 1);
+        })) << picture;
+    }
+    for (size_t i = 0; i < shown.size(); ++i)
+        for (const bool bottom : {false, true})
+            EXPECT_EQ(shown[i].pixels[bottom ? 64 : 0],
+                      test::FieldValue(test::kFieldGop * static_cast<int>(i), bottom));
 }
 
 TEST(LiveChannel, StartedTwiceStoppedTwiceAndRestarted) {

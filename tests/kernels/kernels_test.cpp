@@ -59,11 +59,12 @@ std::vector<Kernel> Kernels() {
                     const auto convert = plain ? &ref::YCbCrToRGB : &YCbCrToRGB;
                     return convert(s.In(planar), out.Data(), out.Step(), w, h, {bytes, flag, kFourth});
                 });
-            // Words at odd addresses are as good as any; the step is in words.
+            // Words begin at even addresses; the step is in words.
             for (const uint32_t green : {5u, 6u})
                 add(2, [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
                     const auto convert = plain ? &ref::YUVToRGB16 : &YUVToRGB16;
-                    auto* const words = reinterpret_cast<uint16_t*>(out.Data() - 1);
+                    const uintptr_t odd = reinterpret_cast<uintptr_t>(out.Data()) & 1;
+                    auto* const words = reinterpret_cast<uint16_t*>(out.Data() - odd);
                     return convert(s.In(planar), words, out.Step() / 2, w, h, {green, flag});
                 });
             add(2, [=](bool plain, Sources& sources, PoisonedPlane& out, uint32_t w, uint32_t h) {

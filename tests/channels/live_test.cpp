@@ -210,14 +210,16 @@ TEST(LiveChannel, KeyFramesOnlyOfFieldsInUnitsOfTheirOwn) {
     ASSERT_EQ(Corvane_SetDisplayMode(client.channel, 1), Status_Ok);
     client.Start();
     std::vector<Client::Shown> shown;
-    for (const auto& [picture, bottom, bytes] : test::MakeFields()) {
-        const bool key = picture % test::kFieldGop == 0;
-        ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, bytes, key && !bottom, kStep * (2 * picture + bottom)), Status_Ok);
-        ASSERT_TRUE(!key || !bottom || Eventually([&] {
+    for (const test::FieldUnit& field : test::MakeFields()) {
+        const bool key = field.picture % test::kFieldGop == 0;
+        ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, field.bytes, key && !field.bottom,
+                              kStep * (2 * field.picture + field.bottom)),
+                  Status_Ok);
+        ASSERT_TRUE(!key || !field.bottom || Eventually([&] {
             const auto more = client.Take();
             shown.insert(shown.end(), more.begin(), more.end());
-            return shown.size() == static_cast<size_t>(picture / test::kFieldGop + 1);
-        })) << picture;
+            return shown.size() == static_cast<size_t>(field.picture / test::kFieldGop + 1);
+        })) << field.picture;
     }
     for (size_t i = 0; i < shown.size(); ++i)
         for (const bool bottom : {false, true})

@@ -5,6 +5,8 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
+#include <cstring>
+
 #include "kernels/PlaneCopy.h"
 #include "kernels/Source420.h"
 #include "kernels/Vectors-inl.h"
@@ -31,21 +33,11 @@ void SplitRows(const uint8_t* uv, ptrdiff_t uvStep, uint8_t* u, ptrdiff_t uStep,
 }
 #else
 
-// The vectors of a row through `Work`: the last once more from the row's end, so that no row needs a loop by bytes
-// unless it is shorter than a vector. What begins there is on no boundary.
-template <bool kStreaming, class Work>
-HWY_INLINE void EachVector(size_t bytes, const Work& work) {
-    constexpr size_t kStep = hn::MaxLanes(Bytes());
-    size_t i = 0;
-    for (; i + kStep <= bytes; i += kStep)
-        work.template Do<kStreaming>(i);
-    if (i < bytes)
-        work.template Do<false>(bytes - kStep);
-}
-
+// One row of each work: Do a vector, Plain a row that is shorter than one.
 struct Copy {
     const uint8_t* from;
     uint8_t* to;
+    void Plain(size_t bytes) const { std::memcpy(to, from, bytes); }
     template <bool kStreaming>
     HWY_INLINE void Do(size_t i) const {
         Store<kStreaming>(hn::LoadU(Bytes(), from + i), to + i);
@@ -56,6 +48,7 @@ struct Merge {
     const uint8_t* u;
     const uint8_t* v;
     uint8_t* uv;
+    void Plain(size_t pairs) const { ref::MergeRow(u, v, uv, pairs); }
     template <bool kStreaming>
     HWY_INLINE void Do(size_t i) const {
         const Bytes d;
@@ -71,6 +64,7 @@ struct Split {
     const uint8_t* uv;
     uint8_t* u;
     uint8_t* v;
+    void Plain(size_t pairs) const { ref::SplitRow(uv, u, v, pairs); }
     template <bool kStreaming>
     HWY_INLINE void Do(size_t i) const {
         const Bytes d;
@@ -81,44 +75,53 @@ struct Split {
     }
 };
 
+// The last vector is done once more from the row's end, so that no row needs a loop by bytes unless it is shorter than
+// a vector. What begins there is on no boundary.
+template <bool kStreaming, class Work>
+HWY_INLINE void DoRow(const Work& work, size_t size) {
+    constexpr size_t kStep = hn::MaxLanes(Bytes());
+    size_t i = 0;
+    for (; i + kStep <= size; i += kStep)
+        work.template Do<kStreaming>(i);
+    if (i < size)
+        work.template Do<false>(size - kStep);
+}
+
+// `workOf` makes the work of a row.
+template <class WorkOf>
+HWY_INLINE void DoRows(uint32_t rows, size_t size, bool streams, const WorkOf& workOf) {
+    for (ptrdiff_t row = 0; row < static_cast<ptrdiff_t>(rows); ++row) {
+        if (size < hn::MaxLanes(Bytes()))
+            workOf(row).Plain(size);
+        else if (streams)
+            DoRow<true>(workOf(row), size);
+        else
+            DoRow<false>(workOf(row), size);
+    }
+    if (streams)
+        hwy::FlushStream();
+}
+
 bool CopyPastCache(const uint8_t* from, ptrdiff_t fromStep, uint8_t* to, ptrdiff_t toStep, uint32_t width,
                    uint32_t rows) {
-    if (!OnVectors(to, toStep) || width < hn::MaxLanes(Bytes()))
+    if (!OnVectors(to, toStep))
         return false;
-    for (; rows > 0; --rows, from += fromStep, to += toStep)
-        EachVector<true>(width, Copy{from, to});
-    hwy::FlushStream();
+    DoRows(rows, width, true, [=](ptrdiff_t row) { return Copy{from + row * fromStep, to + row * toStep}; });
     return true;
 }
 
 void MergeRows(const uint8_t* u, ptrdiff_t uStep, const uint8_t* v, ptrdiff_t vStep, uint8_t* uv, ptrdiff_t uvStep,
                uint32_t pairs, uint32_t rows, bool pastCache) {
-    const bool streams = pastCache && OnVectors(uv, uvStep);
-    for (; rows > 0; --rows, u += uStep, v += vStep, uv += uvStep) {
-        if (pairs < hn::MaxLanes(Bytes()))
-            ref::MergeRow(u, v, uv, pairs);
-        else if (streams)
-            EachVector<true>(pairs, Merge{u, v, uv});
-        else
-            EachVector<false>(pairs, Merge{u, v, uv});
-    }
-    if (streams)
-        hwy::FlushStream();
+    DoRows(rows, pairs, pastCache && OnVectors(uv, uvStep), [=](ptrdiff_t row) {
+        return Merge{u + row * uStep, v + row * vStep, uv + row * uvStep};
+    });
 }
 
 void SplitRows(const uint8_t* uv, ptrdiff_t uvStep, uint8_t* u, ptrdiff_t uStep, uint8_t* v, ptrdiff_t vStep,
                uint32_t pairs, uint32_t rows, bool pastCache) {
-    const bool streams = pastCache && OnVectors(u, uStep) && OnVectors(v, vStep);
-    for (; rows > 0; --rows, uv += uvStep, u += uStep, v += vStep) {
-        if (pairs < hn::MaxLanes(Bytes()))
-            ref::SplitRow(uv, u, v, pairs);
-        else if (streams)
-            EachVector<true>(pairs, Split{uv, u, v});
-        else
-            EachVector<false>(pairs, Split{uv, u, v});
-    }
-    if (streams)
-        hwy::FlushStream();
+    DoRows(rows, pairs, pastCache && OnVectors(u, uStep) && OnVectors(v, vStep), [=](ptrdiff_t row) {
+        return Split{uv + row * uvStep, u + row * uStep, v + row * vStep};
+    });
 }
 #endif
 

@@ -18,12 +18,7 @@ constexpr size_t kLargePage = size_t{2} << 20;
 constexpr size_t kPage = 4096;
 
 // Whole pictures of high definition are walked through from end to end for each frame: large pages spare most of the
-// address look-ups (a hint, which the system may ignore). They come from the system and go back there at once, which an
-// allocator would not do, and a page that nobody writes takes no memory.
-bool IsMapped(size_t whole) {
-    return !kSanitized && whole >= 2 * kLargePage;
-}
-
+// address look-ups (a hint, which the system may ignore). A page that nobody writes takes no memory.
 uint8_t* Map(size_t whole) {
     const size_t room = whole + kLargePage;
     if (failure::MustFail(failure::Site::PlatformCall))
@@ -45,12 +40,13 @@ uint8_t* Map(size_t whole) {
 
 }    // namespace
 
-bool AlignedBuffer::Allocate(size_t size) noexcept {
+bool AlignedBuffer::Allocate(size_t size, Use use) noexcept {
     Free();
     const size_t whole = size + limits::kPicturePadding;
     if (whole < size)
         return false;
-    if (IsMapped(whole)) {
+    m_mapped = use == Use::Kept && !kSanitized && whole >= 2 * kLargePage;
+    if (m_mapped) {
         m_data = Map(whole);
     } else {
         m_data = static_cast<uint8_t*>(::operator new (whole, std::align_val_t{kAlignment}, std::nothrow));
@@ -62,9 +58,8 @@ bool AlignedBuffer::Allocate(size_t size) noexcept {
 }
 
 void AlignedBuffer::Free() noexcept {
-    const size_t whole = m_size + limits::kPicturePadding;
-    if (m_data != nullptr && IsMapped(whole))
-        munmap(m_data, whole);
+    if (m_data != nullptr && m_mapped)
+        munmap(m_data, m_size + limits::kPicturePadding);
     else if (m_data != nullptr)
         ::operator delete (m_data, std::align_val_t{kAlignment});
     m_data = nullptr;

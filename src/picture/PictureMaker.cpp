@@ -26,7 +26,7 @@ public:
             if (bytes == 0)
                 return -1;
             AlignedBuffer next;
-            if (!next.Allocate(bytes))
+            if (!next.Allocate(bytes, AlignedBuffer::Use::Brief))
                 return static_cast<int32_t>(Status::OutOfMemory);
             m_input = std::move(next);
             m_stride = RowBytes(m_format, width);

@@ -16,7 +16,7 @@ enum PlaneCopyMode : uint32_t {
 // pointer.
 //
 // `mode` is a hint without influence on the result. It is not followed for memory of this process: whoever copies a
-// plane here has it read next, and a streamed plane that is read next costs twice the time of a cached one in sum.
+// plane here has it read next, and the reader then pays what the writer has saved, or twice that where all was cached.
 int32_t PlaneCopy(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
                   uint32_t width, uint32_t height, uint32_t mode);
 

@@ -11,7 +11,7 @@
 # which is the cheaper order: once with its default (bilinear), once with the nearest pixel. qos and lateness are off, so
 # that it skips no picture. It decodes with its own defaults; player and decode_only set the fast flag and skip deblocking of
 # pictures that no other refers to (this stream has none). bare_window is what a user would write by hand, with the same
-# decoder, and does nothing else: what is left to win. What starting costs counts for everybody. mpv runs as
+# decoder, and does nothing else. What starting costs counts for everybody. mpv runs as
 # it is, which is what the ratio is to, and with its profile sw-fast, which is its cheapest scaling.
 set -euo pipefail
 build=$(realpath "$1")

@@ -139,7 +139,7 @@ HWY_EXPORT(SplitRows);
 namespace {
 
 // From this many bytes of luma on a picture goes past the cache: from memory to memory that takes three quarters of the
-// time. Who reads it next pays as much again, and no more.
+// time. Who reads it next pays what was saved, and more where all would have stayed in the cache.
 constexpr size_t kLargePlane = size_t{1} << 20;
 
 // Whether the chroma goes past the cache as the luma did.

@@ -66,6 +66,23 @@ struct Filter final : QMRX::Filter::IFilter {
     int32_t Process(QMRX::Filter::FilterArgs* args) override;
 };
 
+// Two instances of one channel each, whose callbacks stop, delete and release what belongs to the other. Who holds a claim
+// may use or end that side; whoever comes meanwhile lets it be, as a client with a lock of its own would.
+struct Duel {
+    struct Side {
+        Duel* duel = nullptr;
+        int index = 0;
+        void *instance = nullptr, *channel = nullptr;
+        std::atomic<bool> claimed{false};
+    } sides[2];
+    std::atomic<uint8_t> orders{0};    // two bits a side: what its callbacks do
+
+    void Begin();
+    void Act(Side& side);
+    void Feed(uint8_t how);
+    void End();
+};
+
 struct World {
     explicit World(const uint8_t* data, size_t size) : source(data, size) { filter.world = this; }
 
@@ -75,6 +92,7 @@ struct World {
     // to the main thread, and the second thread works on channel 0, which lives to the end.
     std::array<void*, kChannels> channels{};
     Filter filter;
+    Duel duel;
     std::atomic<int64_t> time{0};
     std::array<std::atomic<xcb_window_t>, kWindows> windows{};    // changed by the main thread only
 
@@ -128,6 +146,75 @@ void OnAfter(void* context, const AfterDisplayRecord*) {
 
 void OnStreamInfo(void* context, uint32_t, uint64_t, uint64_t) {
     Inside(context);
+}
+
+void Duel::Begin() {
+    for (int i = 0; i < 2; ++i) {
+        Side& side = sides[i];
+        side.duel = this;
+        side.index = i;
+        Corvane_Initial(&side.instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0);
+        ChannelSettings settings{};
+        settings.mask = 0x0005;
+        settings.streamInfoContext = &side;
+        settings.streamInfo = [](void* context, uint32_t, uint64_t, uint64_t) {
+            auto& own = *static_cast<Side*>(context);
+            own.duel->Act(own);
+        };
+        Corvane_CreateChannel(side.instance, &side.channel, &settings);
+        Corvane_RegisterRawDataCallback(
+            side.channel,
+            [](void* context, const PseudoFrame*) {
+                auto& own = *static_cast<Side*>(context);
+                own.duel->Act(own);
+            },
+            &side, 4, 0);
+        Corvane_StartChannel(side.channel, 0);
+    }
+}
+
+void Duel::Act(Side& side) {
+    Side& other = sides[1 - side.index];
+    const int order = orders >> (2 * side.index) & 3;
+    if (order == 0 || other.claimed.exchange(true))
+        return;
+    if (order == 1 && other.channel != nullptr)
+        Corvane_StopChannel(other.channel);
+    if (order == 2 && other.channel != nullptr)
+        Corvane_DeleteChannel(other.instance, &other.channel);
+    if (order == 3 && other.instance != nullptr && Corvane_Release(&other.instance) == Status_Ok)
+        other.channel = nullptr;
+    other.claimed = false;
+}
+
+void Duel::Feed(uint8_t how) {
+    if (sides[0].duel == nullptr)    // most runs do without: threads are dear here
+        Begin();
+    orders = how >> 4;
+    for (Side& side : sides) {
+        if ((how >> side.index & 1) != 0 || side.claimed.exchange(true))
+            continue;
+        MediaFrameHeader header{};
+        header.recordSize = sizeof header;
+        header.data = kJpeg;
+        header.payloadSize = sizeof kJpeg;
+        header.streamType = CORVANE_STREAM_JPEG;
+        if (side.channel != nullptr) {
+            Corvane_StartChannel(side.channel, 0);
+            Corvane_InputEncodedMediaFrame(side.channel, &header);
+        }
+        side.claimed = false;
+    }
+}
+
+void Duel::End() {
+    for (Side& side : sides) {
+        while (side.claimed.exchange(true))
+            std::this_thread::yield();
+        Corvane_Release(&side.instance);
+        side.channel = nullptr;
+        side.claimed = false;
+    }
 }
 
 void World::Create(int index, uint8_t how) {
@@ -365,6 +452,10 @@ void World::Step(bool inCallback, bool secondThread) {
     case 24:
         Display(channel, how);
         break;
+    case 25:
+        if (!inCallback && !secondThread)
+            duel.Feed(how);
+        break;
     default:
         Feed(channel, how);
         break;
@@ -395,6 +486,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (size_t i = kChannels; --i > 0;)    // their callbacks use channel 0, which goes last
         Corvane_DeleteChannel(world.instance, &world.channels[i]);
     Corvane_Release(&world.instance);
+    world.duel.End();
     for (const auto& window : world.windows)
         TheScreen().client.Destroy(window);
     return 0;

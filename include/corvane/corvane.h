@@ -482,7 +482,9 @@ CORVANE_API uint32_t Corvane_InitialEx(void** instance, CorvaneStreamInfoCallbac
 /*
  * Ends *instance with every channel still on it and sets *instance to null; a null *instance is fine. Handles of those
  * channels die with it. Status_InvalidArgument: instance is null. Status_Failed: called from a callback of one of its
- * channels; nothing was done. Blocks as Corvane_DeleteChannel does, for each channel. [any*]
+ * channels, or from one that a channel of it is waiting for, as when two callbacks release each other's instances; or a
+ * release of it is at work already; nothing was done. Status_OutOfMemory: nothing was done. From its beginning on
+ * Corvane_CreateChannel is refused. Blocks as Corvane_DeleteChannel does, for each channel. [any*]
  */
 CORVANE_API uint32_t Corvane_Release(void** instance);
 
@@ -508,7 +510,7 @@ CORVANE_API uint32_t Corvane_SetAudioSamplesPerCalc(void* channel, ...);
  * copied. On success *channel is a handle that lives until Corvane_DeleteChannel or Corvane_Release; it is written before
  * any callback runs. On failure *channel is unchanged and nothing is left behind.
  * Status_InvalidArgument: instance or channel is null. Status_DecodeOnlyInstance. Status_OutOfMemory. Status_Failed: no
- * thread could be started. Does not block. [any]
+ * thread could be started, or the instance is being released. Does not block. [any]
  */
 CORVANE_API uint32_t Corvane_CreateChannel(void* instance, void** channel, const ChannelSettings* settings);
 

@@ -6,9 +6,31 @@
 namespace corvane {
 
 namespace {
-Mutex mutex;    // taken last, held for a walk over the few waits in progress
+Mutex mutex;    // taken last, held for a walk over the waits in progress
 EndScope* waits GUARDED_BY(mutex) = nullptr;
 }    // namespace
+
+// Does `target`, directly or through others, wait for `waiter`? An owner has several threads, so all waits of each
+// owner that is reached are looked at. The walk needs no memory but the waits themselves.
+bool EndScope::Reaches(const void* target, const void* waiter) noexcept NO_THREAD_SAFETY_ANALYSIS {
+    for (EndScope* wait = waits; wait != nullptr; wait = wait->m_next)
+        wait->m_reached = false;
+    EndScope* last = nullptr;    // of those reached and not looked at yet, newest first
+    for (const void* owner = target; owner != waiter;) {
+        for (EndScope* wait = waits; wait != nullptr; wait = wait->m_next) {
+            if (wait->m_waiter != owner || wait->m_reached)
+                continue;
+            wait->m_reached = true;
+            wait->m_nextReached = last;
+            last = wait;
+        }
+        if (last == nullptr)
+            return false;
+        owner = last->m_target;
+        last = last->m_nextReached;
+    }
+    return true;
+}
 
 EndScope::EndScope(const void* target) noexcept : m_waiter(Thread::ThreadOwner()), m_target(target) {
     if (Thread::WorksFor(target)) {
@@ -18,18 +40,7 @@ EndScope::EndScope(const void* target) noexcept : m_waiter(Thread::ThreadOwner()
     if (m_waiter == nullptr)
         return;
     MutexLock lock(mutex);
-    // Does the target, directly or through others, wait for us? Each step follows one edge; a cycle among others cannot
-    // exist, since it would have been refused here. An owner has two threads, so each step looks at all edges.
-    const void* reached[64] = {m_target};
-    int count = 1;
-    for (int i = 0; i < count; ++i) {
-        if (reached[i] == m_waiter)
-            m_allowed = false;
-        for (const EndScope* wait = waits; wait != nullptr; wait = wait->m_next)
-            if (wait->m_waiter == reached[i] && count < 64)
-                reached[count++] = wait->m_target;
-    }
-    if (!m_allowed || count == 64) {
+    if (Reaches(m_target, m_waiter)) {
         m_allowed = false;
         return;
     }

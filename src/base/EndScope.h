@@ -4,7 +4,8 @@
 
 namespace corvane {
 
-// Stands on the stack around every join of a channel's threads.
+// Lives as long as the wait for a channel's threads. Who waits for several channels makes all scopes before the first
+// wait and keeps them until the last one ended: a refusal then comes while nothing has been done yet.
 class EndScope {
 public:
     // `target`: the owner of the threads to be joined. Threads of the client are always allowed.
@@ -16,11 +17,16 @@ public:
     bool Allowed() const { return m_allowed; }
 
 private:
-    const void* m_waiter;
-    const void* m_target;
-    EndScope* m_next = nullptr;
+    static bool Reaches(const void* target, const void* waiter) noexcept;
+
+    const void* const m_waiter;
+    const void* const m_target;
     bool m_allowed = true;
     bool m_listed = false;
+    // Guarded by the lock of the list.
+    EndScope* m_next = nullptr;
+    EndScope* m_nextReached = nullptr;    // of the walk in progress
+    bool m_reached = false;
 };
 
 }    // namespace corvane

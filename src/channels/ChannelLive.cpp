@@ -26,11 +26,16 @@ CChannelLive::CChannelLive(uintptr_t window, uint32_t flags, Clock& clock, const
 }
 
 CChannelLive::~CChannelLive() {
+    CChannelLive::End();
+}
+
+void CChannelLive::End() {
     {
         MutexLock lock(m_mutex);
         m_dying = true;    // a callback that still runs on the render thread may try to start it again
     }
-    (void)Stop();    // refused on the channel's own threads only, and those do not come here
+    JoinWorker();
+    m_render.End();    // its callbacks may ask for stills until here
 }
 
 void CChannelLive::SetFactories(const DecoderFactories& factories) {
@@ -70,13 +75,18 @@ Status CChannelLive::Stop() {
     const EndScope end(this);
     if (!end.Allowed())
         return Status::Failed;
+    JoinWorker();
+    return Status::Ok;
+}
+
+void CChannelLive::JoinWorker() {
     Thread worker;
     {
         MutexLock lock(m_mutex);
         while (m_run == Run::Stopping)
             m_stopped.WaitOnce(lock);
         if (m_run == Run::Stopped)
-            return Status::Ok;
+            return;
         m_run = Run::Stopping;
         worker = std::move(m_thread);
         m_frameReady.NotifyAll();
@@ -94,7 +104,6 @@ Status CChannelLive::Stop() {
     removed = m_queue.Reset();
     m_run = Run::Stopped;
     m_stopped.NotifyAll();
-    return Status::Ok;
 }
 
 void CChannelLive::ResetDecoder() {

@@ -31,8 +31,9 @@ public:
     // Starts the render thread. Raises std::bad_alloc and std::system_error; nothing is left then.
     CChannelLive(uintptr_t window, uint32_t flags, Clock& clock = Clock::System(),
                  const RendererMakers& makers = RendererMakers::Built());
-    ~CChannelLive() override;    // stops; on a client's thread or that of another channel
+    ~CChannelLive() override;    // ends what has not been ended
     ChannelType GetChannelType() const override { return ChannelType::Live; }
+    void End() override;
 
     // Before the first start.
     void Apply(const ChannelSettings& settings);
@@ -73,6 +74,7 @@ private:
     bool CompletesPicture(const MediaFrameImpl& frame);
     void HandleAudio(WorkerState& worker, const FramePtr& frame);
     void Pace(WorkerState& worker, const MediaFrameImpl& frame);
+    void JoinWorker();    // and empty what it worked on
     void ResetDecoder();
     uint32_t MediaMode();
     Status Accepts(uint32_t streamType);

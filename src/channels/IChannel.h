@@ -1,4 +1,6 @@
 // The base of everything that a channel handle can stand for. It holds no data.
+//
+// A channel is ended before it is destroyed: callbacks that still run call exports, and find it whole.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +13,9 @@ class IChannel {
 public:
     virtual ~IChannel() = default;
     virtual ChannelType GetChannelType() const = 0;
+    // Stops for good and joins every thread that works for the channel. Called once or more, by whoever destroys it,
+    // inside an EndScope that is allowed.
+    virtual void End() = 0;
 };
 
 }    // namespace corvane

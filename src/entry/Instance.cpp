@@ -1,5 +1,6 @@
 #include "entry/Instance.h"
 
+#include <list>
 #include <utility>
 
 #include "base/EndScope.h"
@@ -20,21 +21,24 @@ Status CCorvane_Option::CreateChannel(void** channel, const ChannelSettings* set
     object->Render().SetOsd(pick(0x0002, chosen.osd, m_defaults.osd), pick(0x0008, chosen.osdContext, none));
     object->Render().SetBackground(m_defaults.background);
     object->Apply(chosen);
-    auto owner = std::make_unique<DeleterImpl<CChannelLive>>(std::move(made));
-    {
-        MutexLock lock(m_lock);
-        object->SetFactories(m_factories);
-        m_objects.emplace(handle, std::move(owner));
-    }
+    WindowWatchPtr window = WindowWatch::Open(chosen.window, WindowWatch::Purpose::Draw);
+    std::unique_ptr<Deleter> owner = std::make_unique<DeleterImpl<CChannelLive>>(std::move(made));    // dies unlocked
+    // Once the lock is dropped the channel belongs to whoever deletes it: nothing here touches it after.
+    MutexLock lock(m_lock);
+    if (m_releasing)
+        return Status::Failed;
+    object->SetFactories(m_factories);
+    std::unique_ptr<Deleter>& place = m_objects[handle];
     // With a window the text callback may run at once, and may want the handle.
     void* const before = std::exchange(*channel, handle);
     try {
-        object->Render().SetWindow(chosen.window);
+        object->Render().SetWindow(std::move(window));
     } catch (...) {
         *channel = before;
-        (void)Delete(handle);
+        m_objects.erase(handle);
         throw;
     }
+    place = std::move(owner);
     return Status::Ok;
 }
 
@@ -52,24 +56,21 @@ Status CCorvane_Option::Delete(const void* handle) {
 }
 
 Status CCorvane_Option::DeleteAll() {
+    std::list<EndScope> scopes;    // of all objects, until the last of them has ended
+    std::map<const void*, std::unique_ptr<Deleter>> dying;
     {
         MutexLock lock(m_lock);
+        if (m_releasing)
+            return Status::Failed;
         for (const auto& [handle, owner] : m_objects)
-            if (!EndScope(handle).Allowed())
+            if (!scopes.emplace_back(handle).Allowed())
                 return Status::Failed;
+        m_releasing = true;
+        dying.swap(m_objects);
     }
-    for (;;) {
-        std::unique_ptr<Deleter> dying;
-        MutexLock lock(m_lock);
-        if (m_objects.empty())
-            return Status::Ok;
-        dying = std::move(m_objects.begin()->second);
-        m_objects.erase(m_objects.begin());
-        const EndScope end(dying->Object());
-        lock.Unlock();
-        dying.reset();
-        lock.Lock();
-    }
+    while (!dying.empty())
+        dying.erase(dying.begin());
+    return Status::Ok;
 }
 
 }    // namespace corvane

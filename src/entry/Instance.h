@@ -19,14 +19,13 @@ public:
     class Deleter {
     public:
         virtual ~Deleter() = default;
-        virtual const void* Object() const = 0;
     };
 
     template <typename T>
     class DeleterImpl final : public Deleter {
     public:
         explicit DeleterImpl(std::unique_ptr<T> object) : m_object(std::move(object)) {}
-        const void* Object() const override { return m_object.get(); }
+        ~DeleterImpl() override { m_object->End(); }
 
     private:
         std::unique_ptr<T> m_object;
@@ -46,14 +45,15 @@ public:
     // False for a wrong version word.
     static bool VersionFits(uint32_t version) { return (version & 0xFF) == 5 && ((version >> 8) & 0xFF) <= 5; }
 
-    // Raises std::bad_alloc and std::system_error; nothing is left then.
+    // Raises std::bad_alloc and std::system_error; nothing is left then. Failed while DeleteAll is at work.
     Status CreateChannel(void** channel, const ChannelSettings* settings);
 
     // Destroys `handle`, if it is known. Status::Failed from a callback of that channel.
     Status Delete(const void* handle);
 
-    // Destroys every object, in the order of their handles. Status::Failed, with nothing done, from a callback of one
-    // of them.
+    // Destroys every object, in the order of their handles, before the instance dies: none can be made any more.
+    // Status::Failed, with nothing done, from a callback of one of them, where one of them waits (directly or through
+    // others) for the calling thread, and while another call of it is at work. Raises std::bad_alloc, with nothing done.
     Status DeleteAll();
 
 private:
@@ -62,6 +62,7 @@ private:
     Mutex m_lock;
     std::map<const void*, std::unique_ptr<Deleter>> m_objects GUARDED_BY(m_lock);
     DecoderFactories m_factories GUARDED_BY(m_lock){};    // empty until decoders are loaded
+    bool m_releasing GUARDED_BY(m_lock) = false;
 };
 
 }    // namespace corvane

@@ -92,6 +92,12 @@ CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Cloc
 }
 
 CRenderMgr::~CRenderMgr() {
+    End();
+}
+
+void CRenderMgr::End() {
+    if (!m_thread.Running())
+        return;
     {
         MutexLock lock(m_lock);
         m_ending = true;

@@ -71,9 +71,11 @@ public:
     // std::system_error; nothing is left then.
     CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Clock& clock = Clock::System(),
                const RendererMakers& makers = RendererMakers::Built());
-    ~CRenderMgr();
+    ~CRenderMgr();    // ends
     CRenderMgr(const CRenderMgr&) = delete;
     CRenderMgr& operator=(const CRenderMgr&) = delete;
+    // Joins the render thread, which destroys the renderers. Nothing is presented after it.
+    void End();
 
     // ---- From the worker ----
 
@@ -92,7 +94,10 @@ public:
     void ResetToStopped();
     void RequestRedraw();
 
-    void SetWindow(uintptr_t window);                                         // 0 gives it up; may raise bad_alloc
+    // 0 or null gives the window up. May raise std::bad_alloc, and nothing is changed then. The first form opens the
+    // watch, which connects to the window system where nothing did before; the second takes no longer than its locks.
+    void SetWindow(uintptr_t window) { SetWindow(WindowWatch::Open(window, WindowWatch::Purpose::Draw)); }
+    void SetWindow(WindowWatchPtr window);
     void SetStreamInfo(CorvaneStreamInfoCallback callback, void* context);    // before the channel starts
     void SetOsd(CorvaneOsdCallback callback, void* context);
     void SetBackground(uint32_t color) { SetInfo(&RenderInfo::background, color); }

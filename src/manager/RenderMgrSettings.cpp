@@ -56,9 +56,10 @@ void CRenderMgr::OnSinkRoom() noexcept {
     m_frameReady.NotifyAll();
 }
 
-void CRenderMgr::SetWindow(uintptr_t window) {
+void CRenderMgr::SetWindow(WindowWatchPtr window) {
+    const bool given = window != nullptr;
     MutexLock windows(m_windowLock);
-    WindowUse next(WindowWatch::Open(window, WindowWatch::Purpose::Draw), this);
+    WindowUse next(std::move(window), this);
     if (next.Watch() == m_window.Watch())
         return;
     {
@@ -68,7 +69,7 @@ void CRenderMgr::SetWindow(uintptr_t window) {
         m_frameReady.NotifyAll();
     }
     m_window = std::move(next);    // which holds the one before until the end
-    if (window != 0)
+    if (given)
         RequestRedraw();
 }
 

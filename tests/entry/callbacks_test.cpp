@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <thread>
 #include <vector>
 
 #include "entry/Calls.h"
@@ -108,45 +109,133 @@ TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
             }
 }
 
-// Two channels that stop each other from their callbacks: one is refused, nobody hangs.
-TEST(Callbacks, ChannelsThatStopEachOther) {
+// Two callbacks, each of which ends what the other belongs to: one is refused, nobody hangs.
+TEST(Callbacks, CallbacksThatEndEachOther) {
+    struct Side {
+        void *instance = nullptr, *channel = nullptr;
+        Side* other = nullptr;
+        enum class Ends { Stops, Deletes, Releases } ends{};
+        std::atomic<int>* meeting = nullptr;
+        std::atomic<uint32_t> status{0xDEAD};
+
+        void Act() {
+            if (status != 0xDEAD)
+                return;
+            ++*meeting;
+            while (*meeting < 2)    // both at once
+                std::this_thread::yield();
+            status = ends == Ends::Stops     ? Corvane_StopChannel(other->channel)
+                     : ends == Ends::Deletes ? Corvane_DeleteChannel(other->instance, &other->channel)
+                                             : Corvane_Release(&other->instance);
+        }
+    };
+    using enum Side::Ends;
+    const struct {
+        Side::Ends ends[2];
+        bool oneInstance, onRenderThread[2];
+    } rows[] = {{{Stops, Stops}, true, {false, false}},      {{Deletes, Deletes}, true, {true, true}},
+                {{Releases, Releases}, false, {true, true}}, {{Releases, Deletes}, false, {true, true}},
+                {{Releases, Stops}, false, {false, false}},   {{Releases, Releases}, false, {false, true}}};
     const std::vector<uint8_t> jpeg = OneJpeg();
-    for (int round = 0; round < 20; ++round) {
-        struct Side {
-            void* target = nullptr;
-            std::atomic<int>* meeting = nullptr;
-            std::atomic<uint32_t> status{0xDEAD};
-        } sides[2];
+    for (int round = 0; round < 60; ++round) {
+        const auto& row = rows[round % 6];
+        SCOPED_TRACE(testing::Message() << "row " << round % 6);
+        Side sides[2];
         std::atomic<int> meeting{0};
-        void* instance = nullptr;
-        void* channels[2] = {};
-        ASSERT_EQ(Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
         for (int i = 0; i < 2; ++i) {
+            Side& side = sides[i];
+            if (i == 1 && row.oneInstance)
+                side.instance = sides[0].instance;
+            else
+                ASSERT_EQ(Corvane_Initial(&side.instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
             ChannelSettings settings{};
             settings.mask = 0x0005;
-            settings.streamInfoContext = &sides[i];
+            settings.streamInfoContext = &side;
             settings.streamInfo = [](void* context, uint32_t, uint64_t, uint64_t) {
-                auto& side = *static_cast<Side*>(context);
-                if (side.status != 0xDEAD)
-                    return;
-                ++*side.meeting;
-                Eventually([&] { return *side.meeting == 2; });
-                side.status = Corvane_StopChannel(side.target);
+                static_cast<Side*>(context)->Act();
             };
-            ASSERT_EQ(Corvane_CreateChannel(instance, &channels[i], &settings), Status_Ok);
-            sides[i].meeting = &meeting;
-        }
-        for (int i = 0; i < 2; ++i) {
-            sides[i].target = channels[1 - i];
-            Corvane_StartChannel(channels[i], 0);
+            for (int beside = 0; beside < 6; ++beside) {    // a release has more to end, which takes its time
+                void* channel = nullptr;
+                ASSERT_EQ(Corvane_CreateChannel(side.instance, &channel, nullptr), Status_Ok);
+            }
+            ASSERT_EQ(Corvane_CreateChannel(side.instance, &side.channel, row.onRenderThread[i] ? nullptr : &settings),
+                      Status_Ok);
+            if (row.onRenderThread[i])
+                Corvane_RegisterRawDataCallback(
+                    side.channel, [](void* context, const PseudoFrame*) { static_cast<Side*>(context)->Act(); }, &side,
+                    4, 0);
+            side.other = &sides[1 - i];
+            side.ends = row.ends[i];
+            side.meeting = &meeting;
         }
         const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, 0);
+        void* const channels[] = {sides[0].channel, sides[1].channel};
+        for (void* const channel : channels)
+            Corvane_StartChannel(channel, 0);
         for (void* const channel : channels)
             ASSERT_EQ(Corvane_InputEncodedMediaFrame(channel, &header), Status_Ok);
-        ASSERT_TRUE(Eventually([&] { return sides[0].status != 0xDEAD && sides[1].status != 0xDEAD; }));
+        if (!Eventually([&] { return sides[0].status != 0xDEAD && sides[1].status != 0xDEAD; })) {
+            ADD_FAILURE() << "a hang";
+            std::abort();    // what follows would hang as well
+        }
         EXPECT_NE(sides[0].status == Status_Failed, sides[1].status == Status_Failed);
         EXPECT_NE(sides[0].status == Status_Ok, sides[1].status == Status_Ok);
-        EXPECT_EQ(Corvane_Release(&instance), Status_Ok);
+        EXPECT_EQ(Corvane_Release(&sides[0].instance), Status_Ok);
+        if (!row.oneInstance)
+            EXPECT_EQ(Corvane_Release(&sides[1].instance), Status_Ok);
+    }
+}
+
+// A release while a callback of a channel makes further ones with windows, and another asks for stills until the end:
+// each works on whole objects.
+TEST(Callbacks, ReleaseBesideCreationAndStills) {
+    struct Shared {
+        void *instance = nullptr, *channel = nullptr;
+        uintptr_t window = 0;
+        std::atomic<int> calls{0};
+        std::atomic<bool> releasing{false};
+    };
+    const std::vector<uint8_t> jpeg = OneJpeg();
+    const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, 0);
+    test::XServer server;
+    test::XClient client(server.Display());
+    for (int round = 0; round < 150; ++round) {
+        Shared shared;
+        shared.window = client.Create();
+        ASSERT_EQ(Corvane_Initial(&shared.instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
+        ASSERT_EQ(Corvane_CreateChannel(shared.instance, &shared.channel, nullptr), Status_Ok);
+        if (round % 2 == 0)
+            Corvane_RegisterAfterDisplayCallback(
+                shared.channel,
+                [](void* context, const AfterDisplayRecord*) {
+                    auto& all = *static_cast<Shared*>(context);
+                    ChannelSettings settings{};
+                    settings.window = all.window;
+                    void* made = nullptr;
+                    while (all.calls < 200 && Corvane_CreateChannel(all.instance, &made, &settings) == Status_Ok)
+                        ++all.calls;
+                    all.calls = 200;
+                },
+                &shared);
+        else
+            Corvane_RegisterRawDataCallback(
+                shared.channel,
+                [](void* context, const PseudoFrame*) {
+                    auto& all = *static_cast<Shared*>(context);
+                    for (int more = 20; more > 0; more -= all.releasing ? 1 : 0) {
+                        PictureBuffer still{};
+                        Corvane_GetCurrentSnapShot(all.channel, &still, 1);
+                        Corvane_FreePicture(&still);
+                        ++all.calls;
+                    }
+                },
+                &shared, 4, 0);
+        ASSERT_EQ(Corvane_StartChannel(shared.channel, 0), Status_Ok);
+        ASSERT_EQ(Corvane_InputEncodedMediaFrame(shared.channel, &header), Status_Ok);
+        ASSERT_TRUE(Eventually([&] { return shared.calls > round % 20; }));
+        shared.releasing = true;
+        EXPECT_EQ(Corvane_Release(&shared.instance), Status_Ok);
+        client.Destroy(static_cast<xcb_window_t>(shared.window));
     }
 }
 

@@ -41,6 +41,7 @@ TEST(Exports, VersionAndFlagsOfAnInstance) {
 TEST(Exports, WrongArguments) {
     struct Avi final : IChannel {
         ChannelType GetChannelType() const override { return ChannelType::Avi; }
+        void End() override {}
     } avi;
     void* const wrong = static_cast<IChannel*>(&avi);
     for (const test::Call& call : test::Calls())

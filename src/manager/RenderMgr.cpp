@@ -375,11 +375,12 @@ void CRenderMgr::PresentPass(uint64_t& seen) {
     if (pass.frame == nullptr)
         return;
     const RenderInfo& info = pass.info;
-    if (pass.renderer->Present(&pass.frame, &info) < 0) {
+    const Outcome outcome = pass.renderer->Present(&pass.frame, &info);
+    if (outcome == Outcome::Failed) {
         (void)m_slot.ReplaceFailed(pass.renderer, info);
         return;
     }
-    if (info.afterDisplay != nullptr) {
+    if (info.afterDisplay != nullptr) {    // whether something was put or not
         const MediaFrameImpl& frame = *pass.frame;
         const AfterDisplayRecord record{0, 0, &frame.Header(), frame.PresentTime(), frame.BaseTime()};
         info.afterDisplay(info.afterDisplayContext, &record);

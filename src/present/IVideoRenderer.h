@@ -6,6 +6,7 @@
 
 #include "corvane/decoder.h"
 #include "frame/MediaFrameImpl.h"
+#include "present/Outcome.h"
 #include "present/RenderInfo.h"
 
 namespace corvane {
@@ -19,9 +20,9 @@ public:
 
     virtual RendererType GetType() const = 0;
 
-    // Shows what was latched. Render thread, no lock held: client callbacks may run inside. Negative is a failure, on
-    // which the manager changes renderer. Returns 0 at once when `info->presentEnabled` is false.
-    virtual int32_t Present(const FramePtr* frame, const RenderInfo* info) = 0;
+    // Shows what was latched. Render thread, no lock held: client callbacks may run inside. NotDue at once when
+    // `info->presentEnabled` is false.
+    virtual Outcome Present(const FramePtr* frame, const RenderInfo* info) = 0;
 
     // Lends the buffer for the next picture until Commit or the next GetBuffer. `format` enters as the one that the
     // caller would like and leaves as the one that the renderer takes. Worker, picture lock held exclusively. Negative

@@ -227,56 +227,60 @@ void CDDrawRenderer::ComposeOverview(const RenderInfo& info, const Rect& whole) 
         (void)m_set->Composite().Blit(m_overviewPlace, m_video->Surface(), whole);
 }
 
-int32_t CDDrawRenderer::Present(const FramePtr* frame, const RenderInfo* info) {
-    if (!info->presentEnabled || m_pass == Pass::Nothing || m_pass == Pass::Skip)
-        return 0;
+Outcome CDDrawRenderer::Present(const FramePtr* frame, const RenderInfo* info) {
+    if (!info->presentEnabled)
+        return Outcome::NotDue;
+    if (m_pass == Pass::Nothing)
+        return Outcome::NothingToDrawOn;
+    if (m_pass == Pass::Skip)
+        return Outcome::Busy;
     if (m_pass == Pass::Failed)
-        return m_result == BlitResult::SurfaceLost ? Fail(m_result) : -1;
+        return m_result == BlitResult::SurfaceLost ? Fail(m_result) : Outcome::Failed;
     if (info->window == nullptr) {
         m_client = m_picture;
         if (m_client == WindowWatch::Size())
-            return 0;
+            return Outcome::NotDue;
         if (!EnsureSet(*info, m_client))
-            return -1;
+            return Outcome::Failed;
     }
     if (!RefreshText(**frame, *info))
-        return -1;
-    if (m_pass != Pass::TextOnly) {
-        if (m_pass == Pass::Draw)
-            LayText();
-        const BlitResult result = Show(*info);
-        if (Failed(result))
-            return Fail(result);
-    }
+        return Outcome::Failed;
+    if (m_pass == Pass::Draw)
+        LayText();
     m_force = false;    // text that comes into view again is drawn from what is kept
-    return 0;
+    return m_pass == Pass::TextOnly ? Outcome::NothingToDrawOn : Show(*info);
 }
 
-BlitResult CDDrawRenderer::Show(const RenderInfo& info) {
+Outcome CDDrawRenderer::Show(const RenderInfo& info) {
     const auto view = View();
-    const auto outer = info.window->ScreenRect();
-    const BlitResult result = m_pass == Pass::Draw
-                                  ? view->Show(m_set->Composite(), outer.value_or(Whole(m_client)), m_client)
-                                  : BlitResult::Ok;
-    if (Failed(result) || info.area.overviewIsWindow == 0 || m_overviewPlace.Empty())
-        return result;
-    const Rect there = info.overviewWindow->ScreenRect().value_or(m_overviewPlace);
-    (void)view->CopyToScreen(*info.overviewWindow, there.Moved(-view->On().place.left, -view->On().place.top),
-                             m_set->Composite(), m_overviewPlace);
-    return result;
+    Outcome outcome = Outcome::NothingToDrawOn;
+    if (m_pass == Pass::Draw) {
+        const Rect outer = info.window->ScreenRect().value_or(Whole(m_client));
+        const BlitResult result = view->Show(m_set->Composite(), outer, m_client);
+        if (Failed(result) && result != BlitResult::StillDrawing)
+            return Fail(result);
+        outcome = Failed(result) ? Outcome::Busy : Outcome::Put;
+    }
+    if (info.area.overviewIsWindow != 0 && !m_overviewPlace.Empty()) {
+        const Rect there = info.overviewWindow->ScreenRect().value_or(m_overviewPlace);
+        const Rect onMonitor = there.Moved(-view->On().place.left, -view->On().place.top);
+        if (!Failed(view->CopyToScreen(*info.overviewWindow, onMonitor, m_set->Composite(), m_overviewPlace)))
+            outcome = Outcome::Put;
+    }
+    return m_picture == WindowWatch::Size() ? Outcome::NotDue : outcome;
 }
 
 // Drops the surfaces of the pass that failed: the next picture starts afresh. With the screen lost the device goes too,
 // and the failure is the manager's.
-int32_t CDDrawRenderer::Fail(BlitResult result) {
+Outcome CDDrawRenderer::Fail(BlitResult result) {
     m_set.reset();
     std::shared_ptr<MonitorView> view;    // dies after the lock is dropped
     MutexLock lock(m_lock);
     m_dropVideo = true;
     if (result != BlitResult::SurfaceLost)
-        return 0;
+        return Outcome::Busy;
     view = std::move(m_view);
-    return -1;
+    return Outcome::Failed;
 }
 
 // ---- Text ----

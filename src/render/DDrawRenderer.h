@@ -2,13 +2,13 @@
 // into a composite, lays text and overview over it, and copies the composite to the screen while the beam is elsewhere.
 // The adapter stands behind platform/blitter/Blitter.h.
 //
-//   pass      the window                                     what happens
-//   Nothing   unknown yet, destroyed; or presenting is off   success; surfaces of a destroyed window are dropped
-//   TextOnly  none, or not viewable                          the text callback runs on surfaces in memory
-//   Aside     not viewable, but its overview has a window    the same, and the overview is drawn
-//   Skip      still read by the server                       success: the picture is skipped, a new pass follows
-//   Draw      can be drawn on                                composed in Latch, finished and copied in Present
-//   Failed    no device, no surfaces, or the server is gone  see below
+//   pass      the window                                     what happens                               outcome
+//   Nothing   unknown yet, destroyed; or presenting is off   the surfaces of a destroyed window go      NothingToDrawOn
+//   TextOnly  none, or not viewable                          text is called on surfaces in memory       NothingToDrawOn
+//   Aside     not viewable, but its overview has a window    the same, and the overview is drawn        Put
+//   Skip      still read by the server                       nothing: a new pass follows                Busy
+//   Draw      can be drawn on                                composed in Latch, copied in Present       Put
+//   Failed    no device, no surfaces, or the server is gone  see below                                  Failed
 //
 // A pass that fails drops its surfaces; the next picture starts afresh. Where nothing can start afresh (the screen is
 // lost, or there is no device) the failure is the manager's, which puts the plain renderer in this one's place.
@@ -42,7 +42,7 @@ public:
     void Commit() override {}    // the surface stays locked
     void Prepare(const RenderInfo& info) override;
     void Latch(const RenderInfo& info) override;
-    int32_t Present(const FramePtr* frame, const RenderInfo* info) override;
+    Outcome Present(const FramePtr* frame, const RenderInfo* info) override;
 
 private:
     enum class Pass { Nothing, TextOnly, Aside, Skip, Draw, Failed };
@@ -59,8 +59,8 @@ private:
     bool RefreshText(const MediaFrameImpl& frame, const RenderInfo& info);
     void CallText(const MediaFrameImpl& frame, const RenderInfo& info);
     void LayText();
-    BlitResult Show(const RenderInfo& info);
-    int32_t Fail(BlitResult result);
+    Outcome Show(const RenderInfo& info);
+    Outcome Fail(BlitResult result);
 
     Blitter& m_blitter;
 

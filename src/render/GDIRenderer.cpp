@@ -132,26 +132,31 @@ bool CGDIRenderer::DrawOverview(const RenderInfo& info) {
     return Stretch(m_overview.View(), place->Moved(-seen.left, -seen.top), Picture(), Whole(m_picture));
 }
 
-int32_t CGDIRenderer::Present(const FramePtr* frame, const RenderInfo* info) {
+Outcome CGDIRenderer::Present(const FramePtr* frame, const RenderInfo* info) {
     if (!info->presentEnabled || m_picture.width == 0)
-        return 0;
+        return Outcome::NotDue;
     if (m_failed)
-        return -1;
-    if (m_pass == Pass::Nothing || m_pass == Pass::Skip)
-        return 0;    // no failure: a window that cannot be drawn on may be replaced, a busy one is free again
+        return Outcome::Failed;
+    if (m_pass == Pass::Nothing)
+        return Outcome::NothingToDrawOn;    // no failure: the window may be replaced
+    if (m_pass == Pass::Skip)
+        return Outcome::Busy;
+    Outcome outcome = Outcome::NothingToDrawOn;
     bool refreshed = false;
     if (m_way == Way::Bordered || !info->fullWindow)
         refreshed = Refresh(**frame, *info);
-    if (info->area.overviewIsWindow != 0 && m_overviewSink != nullptr && !m_overviewRect.Empty())
-        m_overviewSink->Put({&m_overviewRect, 1});
-    if (m_pass == Pass::TextOnly) {
-        m_force = false;    // what comes into view again is drawn anew
-        return 0;
+    if (info->area.overviewIsWindow != 0 && m_overviewSink != nullptr && !m_overviewRect.Empty() &&
+        m_overviewSink->Put({&m_overviewRect, 1}))
+        outcome = Outcome::Put;
+    if (m_pass == Pass::Draw) {
+        const Outcome finished = m_failed ? Outcome::Failed : Finish(*info, refreshed);
+        if (finished == Outcome::Failed)
+            return finished;
+        if (finished == Outcome::Put)
+            outcome = finished;
     }
-    if (m_failed || !Finish(*info, refreshed))
-        return -1;
-    m_force = false;
-    return 0;
+    m_force = false;    // what comes into view again is drawn anew
+    return outcome;
 }
 
 // ---- Margins and text ----
@@ -226,12 +231,10 @@ void CGDIRenderer::CallText(const MediaFrameImpl& frame, const RenderInfo& info)
 
 // ---- To the window ----
 
-bool CGDIRenderer::Finish(const RenderInfo& info, bool refreshed) {
+Outcome CGDIRenderer::Finish(const RenderInfo& info, bool refreshed) {
     const bool overview = info.area.overviewIsWindow == 0 && !m_overviewRect.Empty();
-    if (m_way == Way::Direct) {
-        PutDirect(info, refreshed);
-        return true;
-    }
+    if (m_way == Way::Direct)
+        return PutDirect(info, refreshed) ? Outcome::Put : Outcome::NothingToDrawOn;
     if (overview)
         Blit(m_overlay.View(), m_overviewRect.left, m_overviewRect.top, m_overview.View(), m_overview.View().Bounds());
     const Rect client = Whole(m_client);
@@ -243,14 +246,13 @@ bool CGDIRenderer::Finish(const RenderInfo& info, bool refreshed) {
             const Rect source{0, 0, int64_t{m_picture.width} + info.border.left + info.border.right,
                               int64_t{m_picture.height} + info.border.top + info.border.bottom};
             if (!Stretch(writing.Image(), client, AsPicture(m_overlay.View()), source))
-                return false;
+                return Outcome::Failed;
         }
     }
-    m_sink->Put({&client, 1});
-    return true;
+    return m_sink->Put({&client, 1}) ? Outcome::Put : Outcome::NothingToDrawOn;
 }
 
-void CGDIRenderer::PutDirect(const RenderInfo& info, bool refreshed) {
+bool CGDIRenderer::PutDirect(const RenderInfo& info, bool refreshed) {
     const bool overview = info.area.overviewIsWindow == 0 && !m_overviewRect.Empty();
     const Rect client = Whole(m_client);
     std::vector<Rect> parts{refreshed ? client : PictureRect(info, m_client)};
@@ -267,7 +269,7 @@ void CGDIRenderer::PutDirect(const RenderInfo& info, bool refreshed) {
                 parts.push_back(m_overviewRect);
         }
     }
-    m_sink->Put(parts);
+    return m_sink->Put(parts);
 }
 
 }    // namespace corvane

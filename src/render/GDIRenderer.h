@@ -32,7 +32,7 @@ public:
     void Commit() override {}
     void Prepare(const RenderInfo& info) override;
     void Latch(const RenderInfo& info) override;
-    int32_t Present(const FramePtr* frame, const RenderInfo* info) override;
+    Outcome Present(const FramePtr* frame, const RenderInfo* info) override;
 
 private:
     enum class Way { Direct, Compose, Bordered };
@@ -51,8 +51,8 @@ private:
     bool Refresh(const MediaFrameImpl& frame, const RenderInfo& info);
     bool RefreshIsDue(const MediaFrameImpl& frame, const RenderInfo& info, int64_t wall) const;
     void CallText(const MediaFrameImpl& frame, const RenderInfo& info);
-    bool Finish(const RenderInfo& info, bool refreshed);
-    void PutDirect(const RenderInfo& info, bool refreshed);
+    Outcome Finish(const RenderInfo& info, bool refreshed);
+    bool PutDirect(const RenderInfo& info, bool refreshed);
 
     Clock& m_clock;
 

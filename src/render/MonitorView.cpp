@@ -25,8 +25,7 @@ BlitResult MonitorView::CopyToScreen(const WindowWatch& window, const Rect& dest
             m_device->RestorePrimary(window) == BlitResult::WrongMode)
             (void)m_device->Recreate();
     }
-    const BlitResult result = m_device->Copy(window, destination, from, source);
-    return result == BlitResult::StillDrawing ? BlitResult::Ok : result;
+    return m_device->Copy(window, destination, from, source);
 }
 
 BlitResult MonitorView::Show(BlitComposite& from, const Rect& outer, WindowWatch::Size size) {
@@ -42,11 +41,11 @@ BlitResult MonitorView::Show(BlitComposite& from, const Rect& outer, WindowWatch
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
     } while (step != TearWait::Step::Copy);
     const BlitResult copied = CopyToScreen(*m_window, place, from, {0, 0, size.width, size.height});
-    if (Failed(copied))
+    if (Failed(copied) && copied != BlitResult::StillDrawing)
         return copied;
     const BlitResult result = m_device->GetScanLine(*m_window, &line);
     m_blankHit = wait.Judged(result, line);
-    return BlitResult::Ok;
+    return copied;
 }
 
 }    // namespace corvane

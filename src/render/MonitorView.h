@@ -20,7 +20,8 @@ public:
     BlitDevice& Device() const { return *m_device; }
 
     // Waits until the beam is off the window, at most for a few pictures' time, and shows (0, 0) .. size of `from`
-    // there. `outer` is the window on its screen. A device that is busy counts as success: the picture is skipped.
+    // there. `outer` is the window on its screen. StillDrawing: the device is
+    // busy, and the picture is skipped.
     BlitResult Show(BlitComposite& from, const Rect& outer, WindowWatch::Size size);
     // The same at once, for another window on the same device: `destination` in coordinates of the monitor.
     BlitResult CopyToScreen(const WindowWatch& window, const Rect& destination, BlitComposite& from,

@@ -64,13 +64,13 @@ void CPseudoRenderer::Latch(const RenderInfo&) {
     m_presenting.store(true, std::memory_order_relaxed);
 }
 
-int32_t CPseudoRenderer::Present(const FramePtr* frame, const RenderInfo* info) {
+Outcome CPseudoRenderer::Present(const FramePtr* frame, const RenderInfo* info) {
     const struct Done {
         std::atomic<bool>& presenting;
         ~Done() { presenting.store(false, std::memory_order_release); }
     } done{m_presenting};
     if (m_callback == nullptr || !info->presentEnabled)
-        return 0;
+        return Outcome::NotDue;
     struct tm time {};
     PseudoFrame record = Describe(frame->get(), info->infoDirty ? kFreshInfo : 0, &time);
     if (m_shown->complete) {
@@ -80,7 +80,7 @@ int32_t CPseudoRenderer::Present(const FramePtr* frame, const RenderInfo* info) 
         record.size = m_shown->size;
     }
     m_callback(m_context, &record);
-    return 0;
+    return record.data != nullptr ? Outcome::HandedOver : Outcome::NotDue;
 }
 
 void CPseudoRenderer::NotifyAudioOnly(const FramePtr& frame, const RenderInfo& info) {

@@ -16,7 +16,7 @@ public:
         : m_callback(callback), m_context(context), m_format(format) {}
 
     RendererType GetType() const override { return RendererType::OffScreen; }
-    int32_t Present(const FramePtr* frame, const RenderInfo* info) override;
+    Outcome Present(const FramePtr* frame, const RenderInfo* info) override;
     int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override;
     void Commit() override {
         m_committed = m_lent;

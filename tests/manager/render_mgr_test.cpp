@@ -40,11 +40,11 @@ public:
         ++m_script.destroyed;
     }
     RendererType GetType() const override { return m_script.type; }
-    int32_t Present(const FramePtr*, const RenderInfo* info) override {
+    Outcome Present(const FramePtr*, const RenderInfo* info) override {
         m_script.sawDirty = info->infoDirty;
         m_script.sawRedraw = info->forceRedraw;
         ++m_script.presents;
-        return m_script.failPresents-- > 0 ? -1 : 0;
+        return m_script.failPresents-- > 0 ? Outcome::Failed : Outcome::Put;
     }
     int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override {
         ++m_script.buffers;

@@ -160,7 +160,7 @@ struct Stage {
         format = wish;
         return renderer->GetBuffer(width, height, &buffer, &stride, &format);
     }
-    int32_t Pass(uint32_t seconds = 5) {
+    Outcome Pass(uint32_t seconds = 5) {
         MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, {}, true, 1);
         header.timeSeconds = seconds;
         const FramePtr frame = std::make_shared<MediaFrameImpl>(header);
@@ -172,14 +172,18 @@ struct Stage {
     void Start() {
         renderer = std::make_unique<CDDrawRenderer>(info, blitter);
         EXPECT_EQ(Lend(), 0);
-        EXPECT_EQ(Pass(), 0);
+        EXPECT_EQ(Pass(), Outcome::Put);
         EXPECT_EQ(Alive("composite") * 10 + Alive("YV12"), 11);
         blitter.log.clear();
     }
     Lines LogOfAPass() {
         blitter.log.clear();
-        EXPECT_EQ(Pass(), 0);
+        (void)Pass();
         return blitter.log;
+    }
+    void WithOverviewWindow() {
+        info.overviewWindow = std::make_shared<ScriptedWatch>(Rect{300, 200, 340, 230});
+        info.area.overviewEnabled = info.area.overviewIsWindow = 1;
     }
     int Alive(const char* name) { return blitter.alive[name]; }
 
@@ -215,42 +219,54 @@ Happening Moves(const Monitor& monitor, const Rect& place, const char* refused) 
 // what was lost mended, one more pass.
 TEST(DefaultRenderer, WhatFailsInAPass) {
     const Monitor first{7, {0, 0, 1920, 1080}}, second{8, {1920, 0, 3200, 1024}};
+    using enum Outcome;
     const struct {
         const char* name;
         Happening happen;
-        int32_t present;
+        Outcome present;
         int video,
             composite;    // surfaces that live on after the pass; of a failed one the worker's next call frees it
-        int32_t lend, next;
+        int32_t lend;
+        Outcome next;
         const char* trace = nullptr;    // in the log of the pass
     } rows[] = {
-        {"nothing", [](Stage&) {}, 0, 1, 1, 0, 0, "copy 0,0,100,80 to 50,40,150,120 of 7"},
-        {"no window any more", [](Stage& s) { s.info.window = nullptr; }, 0, 1, 1, 0, 0},
-        {"window destroyed", Ends(Life::Dead, false), 0, 1, 0, 0, 0},
-        {"window not known yet", Ends(Life::Unknown, false), 0, 1, 1, 0, 0},
-        {"server gone", Ends(Life::Dead, true), -1, 1, 0, -1, -1},
-        {"window not viewable", [](Stage& s) { s.watch->viewable = false; }, 0, 1, 1, 0, 0},
-        {"on another monitor", Moves(second, {2000, 50, 2100, 130}, ""), 0, 0, 1, 0, 0,
+        {"nothing", [](Stage&) {}, Put, 1, 1, 0, Put, "copy 0,0,100,80 to 50,40,150,120 of 7"},
+        {"no window any more", [](Stage& s) { s.info.window = nullptr; }, NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
+        {"window destroyed", Ends(Life::Dead, false), NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
+        {"window not known yet", Ends(Life::Unknown, false), NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
+        {"server gone", Ends(Life::Dead, true), Outcome::Failed, 1, 0, -1, Outcome::Failed},
+        {"window not viewable", [](Stage& s) { s.watch->viewable = false; }, NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
+        {"window not viewable, its overview is",
+         [](Stage& s) {
+             s.watch->viewable = false;
+             s.WithOverviewWindow();
+         },
+         Put, 1, 1, 0, Put, "copy 100,0,140,30 to 300,200,340,230 of 7"},
+        {"on another monitor", Moves(second, {2000, 50, 2100, 130}, ""), NotDue, 0, 1, 0, Put,
          "copy 0,0,100,80 to 80,50,180,130 of 8"},
-        {"a monitor that came later", Moves({9, {-100, 0, 0, 100}}, {50, 40, 150, 120}, ""), 0, 0, 1, 0, 0, "device 9"},
-        {"monitor not told", [](Stage& s) { s.blitter.current.reset(); }, -1, 1, 0, 0, -1},
-        {"device of the next monitor refused", Moves({9, {}}, {50, 40, 150, 120}, "device"), -1, 0, 0, -1, -1},
-        {"surface set refused", Moves(first, {50, 40, 170, 120}, "composite"), -1, 1, 0, 0, -1},
-        {"screen lost", Fails("copy", {SurfaceLost}), -1, 1, 0, -1, 0},
-        {"copy fails otherwise", Fails("copy", {InvalidArgument}), 0, 1, 0, 0, 0},
-        {"screen still drawing", Fails("copy", {StillDrawing}), 0, 1, 1, 0, 0},
-        {"composite still read", Fails("begin", {StillDrawing}), 0, 1, 1, 0, 0},
-        {"composite lost", Fails("begin", {SurfaceLost}), -1, 1, 0, -1, 0},
-        {"window resized meanwhile", Fails("begin", {InvalidArgument}), 0, 1, 1, 0, 0, "copy"},
+        {"a monitor that came later", Moves({9, {-100, 0, 0, 100}}, {50, 40, 150, 120}, ""), NotDue, 0, 1, 0, Put,
+         "device 9"},
+        {"monitor not told", [](Stage& s) { s.blitter.current.reset(); }, Outcome::Failed, 1, 0, 0, Outcome::Failed},
+        {"device of the next monitor refused", Moves({9, {}}, {50, 40, 150, 120}, "device"), Outcome::Failed, 0, 0, -1,
+         Outcome::Failed},
+        {"surface set refused", Moves(first, {50, 40, 170, 120}, "composite"), Outcome::Failed, 1, 0, 0,
+         Outcome::Failed},
+        {"screen lost", Fails("copy", {SurfaceLost}), Outcome::Failed, 1, 0, -1, NotDue},
+        {"copy fails otherwise", Fails("copy", {InvalidArgument}), Busy, 1, 0, 0, Put},
+        {"screen still drawing", Fails("copy", {StillDrawing}), Busy, 1, 1, 0, Put},
+        {"composite still read", Fails("begin", {StillDrawing}), Busy, 1, 1, 0, Put},
+        {"composite lost", Fails("begin", {SurfaceLost}), Outcome::Failed, 1, 0, -1, NotDue},
+        {"window resized meanwhile", Fails("begin", {InvalidArgument}), Put, 1, 1, 0, Put, "copy"},
+        {"window resized all the time", Fails("begin", {InvalidArgument, InvalidArgument}), Busy, 1, 1, 0, Put},
         {"primary lost, another mode",
          [](Stage& s) {
              s.blitter.results = {{"lost", {SurfaceLost}}, {"restore", {WrongMode}}};
          },
-         0, 1, 1, 0, 0, "recreate"},
-        {"video lock of the old kind", Fails("lock", {InvalidArgument}), 0, 1, 1, 0, 0, "YV12 lock plainly"},
-        {"video lost and restored", Fails("lock", {SurfaceLost}), 0, 1, 1, 0, 0, "YV12 restore"},
-        {"video cannot be locked", Fails("lock", {SurfaceLost, SurfaceLost}), 0, 0, 1, 0, 0},
-        {"presenting is off", [](Stage& s) { s.info.presentEnabled = false; }, 0, 1, 1, 0, 0},
+         Put, 1, 1, 0, Put, "recreate"},
+        {"video lock of the old kind", Fails("lock", {InvalidArgument}), Put, 1, 1, 0, Put, "YV12 lock plainly"},
+        {"video lost and restored", Fails("lock", {SurfaceLost}), Put, 1, 1, 0, Put, "YV12 restore"},
+        {"video cannot be locked", Fails("lock", {SurfaceLost, SurfaceLost}), Put, 0, 1, 0, Put},
+        {"presenting is off", [](Stage& s) { s.info.presentEnabled = false; }, NotDue, 1, 1, 0, NotDue},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -331,11 +347,11 @@ TEST(DefaultRenderer, TakesPicturesByReference) {
     EXPECT_FALSE(stage.renderer->TakePicture(pairs.frame));
     ASSERT_TRUE(stage.renderer->TakePicture(first.frame));
     stage.blitter.current = Monitor{9, {}};    // another monitor: the picture goes with its device
-    ASSERT_EQ(stage.Pass(), 0);
+    ASSERT_EQ(stage.Pass(), Outcome::NotDue);
     EXPECT_EQ(first.references, 0);
     ASSERT_TRUE(stage.renderer->TakePicture(first.frame));
     stage.blitter.results["copy"] = {SurfaceLost};
-    EXPECT_EQ(stage.Pass(), -1);
+    EXPECT_EQ(stage.Pass(), Outcome::Failed);
     EXPECT_FALSE(stage.renderer->TakePicture(first.frame)) << "no device";
     EXPECT_EQ(first.references, 0);
     stage.renderer.reset();
@@ -345,8 +361,7 @@ TEST(DefaultRenderer, TakesPicturesByReference) {
 TEST(DefaultRenderer, OrderOfAPass) {
     Stage stage;
     stage.Start();
-    stage.info.overviewWindow = std::make_shared<ScriptedWatch>(Rect{300, 200, 340, 230});
-    stage.info.area.overviewEnabled = stage.info.area.overviewIsWindow = 1;
+    stage.WithOverviewWindow();
     stage.info.area.overviewMargin[0] = 5;    // of the plain renderer only
     stage.info.margin = {.left = 10, .top = 20};
     EXPECT_EQ(
@@ -370,7 +385,7 @@ TEST(DefaultRenderer, OrderOfAPass) {
     // Without text its surfaces go; without a picture all is black.
     stage.info.osd = nullptr;
     stage.blitter.results["lock"] = {BlitResult::Failed};
-    ASSERT_EQ(stage.Pass(), 0);
+    ASSERT_EQ(stage.Pass(), Outcome::Put);
     EXPECT_EQ(stage.Alive("text") + stage.Alive("system"), 0);
     EXPECT_EQ(stage.LogOfAPass(), (Lines{"composite fill 0,0,60,80", "copy 0,0,60,80 to 50,40,110,120 of 7"}));
 }
@@ -404,7 +419,7 @@ TEST(DefaultRenderer, TextRefresh) {
         info.hasBorder = row.flags == CORVANE_OSD_BORDER;
         info.border = {.left = 1, .right = 2, .top = 3, .bottom = 4};
         stage.texts.clear();
-        EXPECT_EQ(stage.Pass(row.seconds), 0);
+        EXPECT_EQ(stage.Pass(row.seconds), info.window != nullptr ? Outcome::Put : Outcome::NothingToDrawOn);
         info.forceRedraw = false;
         ASSERT_EQ(stage.texts.size(), row.calls);
         for (const OsdInfo& text : stage.texts) {

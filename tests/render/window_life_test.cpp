@@ -20,6 +20,9 @@
 #include "picture/BitmapPool.h"
 #include "platform/blitter/Blitter.h"
 #include "platform/window/Connection.h"
+#include "render/DDrawRenderer.h"
+#include "render/GDIRenderer.h"
+#include "render/PseudoRenderer.h"
 #include "support/Latch.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
@@ -89,6 +92,61 @@ protected:
     test::XServer m_server;
     test::XClient m_client{m_server.Display()};
 };
+
+// What a pass of each renderer comes to, driven by hand.
+TEST_P(WindowLife, OutcomeOfAPass) {
+    using enum Outcome;
+    const xcb_window_t window = Window(), second = Window(200);
+    WindowSinks sinks(this);
+    RenderInfo info;
+    info.sinks = &sinks;
+    info.window = WindowWatch::Open(window, WindowWatch::Purpose::Draw);
+    info.overviewWindow = WindowWatch::Open(second, WindowWatch::Purpose::Draw);
+    info.area.overviewIsWindow = 1;
+    ASSERT_TRUE(Eventually([&] { return info.window->Viewable() && info.overviewWindow->Viewable(); }));
+    static int calls;
+    calls = 0;
+    const CorvanePictureCallback count = [](void*, const PseudoFrame*) { ++calls; };
+    CPseudoRenderer offScreen(count, nullptr, PF_I420), toNobody(nullptr, nullptr, PF_I420);
+    std::unique_ptr<IVideoRenderer> onWindow = std::make_unique<CGDIRenderer>();
+    if (GetParam() == 0)
+        onWindow = std::make_unique<CDDrawRenderer>(info);
+    const FramePtr frame = FrameAt(40);
+    const auto pass = [&](IVideoRenderer& renderer) {
+        renderer.Prepare(info);
+        renderer.Latch(info);
+        return renderer.Present(&frame, &info);
+    };
+    const auto becomes = [&](Outcome outcome) { return Eventually([&] { return pass(*onWindow) == outcome; }); };
+    EXPECT_TRUE(pass(offScreen) == NotDue && calls == 1 && pass(*onWindow) == NotDue) << "no picture yet";
+    for (IVideoRenderer* const renderer : std::initializer_list<IVideoRenderer*>{&offScreen, &toNobody, &*onWindow}) {
+        uint8_t* buffer = nullptr;
+        uint32_t stride = 0, format = PF_I420;
+        ASSERT_EQ(renderer->GetBuffer(kSide, kSide, &buffer, &stride, &format), 0);
+        renderer->Commit();
+    }
+    EXPECT_TRUE(pass(offScreen) == HandedOver && calls == 2 && pass(toNobody) == NotDue);
+    EXPECT_TRUE(becomes(Put));
+    m_server.Stop();
+    EXPECT_TRUE(becomes(Busy));
+    m_server.Continue();
+    EXPECT_TRUE(becomes(Put));
+    info.presentEnabled = false;
+    EXPECT_TRUE(pass(*onWindow) == NotDue && pass(offScreen) == NotDue && calls == 2);
+    info.presentEnabled = true;
+    m_client.Unmap(window);
+    EXPECT_TRUE(becomes(NothingToDrawOn));
+    info.area.overviewEnabled = 1;
+    EXPECT_TRUE(becomes(Put)) << "on the overview";
+    info.area.overviewEnabled = 0;
+    m_client.Map(window);
+    EXPECT_TRUE(becomes(Put));
+    info.window = nullptr;
+    EXPECT_EQ(pass(*onWindow), NothingToDrawOn);
+    info.window = WindowWatch::Open(window, WindowWatch::Purpose::Draw);
+    m_client.Destroy(window);
+    EXPECT_TRUE(becomes(NothingToDrawOn));
+}
 
 TEST_P(WindowLife, States) {
     constexpr uint32_t kWallClock = 1'700'000'000;    // and later

@@ -185,12 +185,11 @@ public:
                               aside ? m_overviewBlit : m_blit);
     }
 
-    void Show(const Rect& part) {
+    bool Show(const Rect& part) {
         const bool aside = IsAside(part);
         const Rect place = aside ? part.Moved(-m_target.room.left, -m_target.room.top) : part;
         WindowSink* const sink = aside ? m_target.overview : m_target.sink;
-        if (sink != nullptr)
-            sink->Put({&place, 1});
+        return sink != nullptr && sink->Put({&place, 1});
     }
 
 private:
@@ -238,8 +237,9 @@ public:
     BlitResult RestorePrimary(const WindowWatch& window) override { return Lost(window); }
     BlitResult Recreate() override { return BlitResult::Ok; }
     BlitResult Copy(const WindowWatch& window, const Rect&, BlitComposite& from, const Rect& source) override {
-        static_cast<MemoryComposite&>(from).Show(source);
-        return Lost(window);
+        const bool shown = static_cast<MemoryComposite&>(from).Show(source);
+        const BlitResult result = Lost(window);
+        return shown || Failed(result) ? result : BlitResult::StillDrawing;
     }
 
 private:

@@ -41,7 +41,7 @@ public:
     State Prepare() override;
     bool Fresh() const override { return m_fresh; }
     WindowWatch::Size Size() const override { return m_size; }
-    void Put(std::span<const Rect> parts) override;
+    bool Put(std::span<const Rect> parts) override;
     bool Resume() override { return !m_unsent.empty() && SendBands() && std::exchange(m_wanted, false); }
     bool Copy(Raster& out) override;
 
@@ -177,9 +177,9 @@ bool ServerSink::MakeShared() {
     return true;
 }
 
-void ServerSink::Put(std::span<const Rect> parts) {
+bool ServerSink::Put(std::span<const Rect> parts) {
     if (!std::exchange(m_ready, false))
-        return;
+        return false;
     m_parts.clear();
     for (const Rect& part : parts) {
         const Rect inside = part.Intersected(m_image.Bounds());
@@ -188,14 +188,14 @@ void ServerSink::Put(std::span<const Rect> parts) {
     }
     xcb_connection_t* xcb = m_connection->Xcb();
     if (m_parts.empty() || xcb_connection_has_error(xcb) != 0)
-        return;
+        return false;
     m_fresh = false;
     // Bands are flushed as they are sent; one flush more could wait behind that of the event thread, which a server
     // that stands still holds up where bands have filled the socket.
     if (m_transport == Transport::Bands) {
         m_unsent = m_parts;
         (void)SendBands();
-        return;
+        return true;
     }
     const uint32_t bytes = BytesPerPixel(m_facts.layout);
     for (const Rect& part : m_parts) {
@@ -207,6 +207,7 @@ void ServerSink::Put(std::span<const Rect> parts) {
     // The sending may have read events, but the completion of the put is not among them.
     if (xcb_flush(xcb) <= 0)
         m_connection->Poke();
+    return true;
 }
 
 // Sends what is left of the last put, band by band. False when the server takes no more for now; the listeners are told

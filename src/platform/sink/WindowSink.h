@@ -52,8 +52,9 @@ public:
     virtual WindowWatch::Size Size() const = 0;
 
     Writing Write() { return Writing(this); }
-    // Shows these parts of the image (clipped to it) on the window. Only after Ready.
-    virtual void Put(std::span<const Rect> parts) = 0;
+    // Shows these parts of the image (clipped to it) on the window. Only after Ready. False: nothing is on its way
+    // there, since the parts lie outside or the server is gone.
+    virtual bool Put(std::span<const Rect> parts) = 0;
     // Sends more of the last put, when the watch's listeners were told of room. True once it is all sent, if a Prepare
     // was refused meanwhile.
     virtual bool Resume() = 0;

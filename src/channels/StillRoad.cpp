@@ -179,7 +179,7 @@ Status StillRoad::Convert(Still& still) {
         height = client.height;
     }
     // Marks of motion are for the display variants, once there are marks.
-    if (!CarryPicture(target, chain, ChainSettings(), nullptr, *still.frame, decoded, width, height))
+    if (CarryPicture(target, chain, ChainSettings(), nullptr, *still.frame, decoded, width, height).Lost())
         return static_cast<Status>(target.Result());
     return Status::Ok;
 }

@@ -96,6 +96,7 @@ struct Passage {
     uint32_t dewarpedHeight = 0;
     size_t steps = 0;          // still to take; the last one writes into the destination
     uint32_t exchanges = 0;    // pictures written into D and E so far
+    Smoothing smoothing = Smoothing::None;
 
     FilterArgs Args(Picture& to) const { return {&current, &to, width, height}; }
     void Advance(const Picture& to) {
@@ -178,8 +179,9 @@ int32_t FilterChain::Parts::ConvertInput(Passage& run) {
 }
 
 int32_t FilterChain::Parts::Deinterlace(Passage& run) {
+    const bool smooths = NeedsSmoothing(run.settings, run.frame);
     deinterlace.SetWeave(run.frame.FieldCoded());
-    deinterlace.SetSmooth(NeedsSmoothing(run.settings, run.frame));
+    deinterlace.SetSmooth(smooths);
     if (!NeedsDeinterlace(run.settings, run.frame)) {
         scratch[B_Deinterlaced].Free();
         return kGoOn;
@@ -187,11 +189,13 @@ int32_t FilterChain::Parts::Deinterlace(Passage& run) {
     const bool last = run.steps == 1;
     if (last)
         FreeFrom(B_Deinterlaced);
-    else if (!scratch[B_Deinterlaced].Ensure(run.width, run.height, PF_I420))
-        return -1;
+    const bool room = last || scratch[B_Deinterlaced].Ensure(run.width, run.height, PF_I420);
     Picture& to = last ? run.destination : scratch[B_Deinterlaced].Get();
     FilterArgs args = run.Args(to);
-    if (deinterlace.Process(&args) < 0)
+    const bool failed = !room || deinterlace.Process(&args) < 0;
+    if (smooths)
+        run.smoothing = failed ? Smoothing::Refused : Smoothing::Done;
+    if (failed)
         return -1;
     run.Advance(to);
     return last ? kReachedDestination : kGoOn;
@@ -298,11 +302,11 @@ bool FilterChain::PassesThrough(const ChainSettings& settings, const MediaFrameI
     return true;
 }
 
-int32_t FilterChain::Run(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
-                         uint8_t* buffer, uint32_t stride, uint32_t format, uint32_t width, uint32_t height) {
+ChainResult FilterChain::Run(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
+                             uint8_t* buffer, uint32_t stride, uint32_t format, uint32_t width, uint32_t height) {
     Passage run{settings, frame};
     if (!PictureOf(decoded, run.current) || PictureBytes(PF_I420, width, height) == 0)
-        return -1;
+        return {-1};
     run.width = decoded.width;
     run.height = decoded.height;
     run.targetWidth = width;
@@ -311,7 +315,7 @@ int32_t FilterChain::Run(const ChainSettings& settings, const MediaFrameImpl& fr
 
     int32_t result = m_parts->CountSteps(run);
     if (result < 0)
-        return result;
+        return {result};
     for (const auto step : {&Parts::ConvertInput, &Parts::Deinterlace, &Parts::Dewarp, &Parts::Resize,
                             &Parts::ClientFilters, &Parts::ChangeFormat}) {
         result = (m_parts.get()->*step)(run);
@@ -319,7 +323,7 @@ int32_t FilterChain::Run(const ChainSettings& settings, const MediaFrameImpl& fr
             break;
     }
     // Motion marks are drawn into the destination here.
-    return result < 0 ? -1 : 0;
+    return {result < 0 ? -1 : 0, run.smoothing};
 }
 
 size_t FilterChain::ScratchBytes() const {

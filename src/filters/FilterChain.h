@@ -24,6 +24,18 @@ struct ChainSettings {
     uint32_t resizeType = 0;    // 0 nearest, 1 linear, 2 cubic, 3 Lanczos
 };
 
+// What the smoothing of an interlaced picture came to.
+enum class Smoothing : uint8_t {
+    None,    // not asked for, or a step before it failed
+    Done,
+    Refused,    // the picture is too small for it, or there is no memory: the run ended there
+};
+
+struct [[nodiscard]] ChainResult {
+    int32_t status;    // 0, or negative on failure
+    Smoothing smoothing = Smoothing::None;
+};
+
 class FilterChain {
 public:
     FilterChain();
@@ -44,10 +56,10 @@ public:
     bool PassesThrough(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
                        uint32_t width, uint32_t height);
 
-    // Writes `decoded` into `buffer`, laid out as FillPicture says for (stride, height, format). Negative on failure;
-    // the buffer then shows whatever it held, or a picture with its odd last row or column unwritten.
-    int32_t Run(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
-                uint8_t* buffer, uint32_t stride, uint32_t format, uint32_t width, uint32_t height);
+    // Writes `decoded` into `buffer`, laid out as FillPicture says for (stride, height, format). On failure the buffer
+    // shows whatever it held, or a picture with its odd last row or column unwritten.
+    ChainResult Run(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
+                    uint8_t* buffer, uint32_t stride, uint32_t format, uint32_t width, uint32_t height);
 
     // Bytes of scratch memory now held.
     size_t ScratchBytes() const;

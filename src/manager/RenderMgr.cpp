@@ -132,8 +132,9 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded
                             m_chain.PassesThrough(*plan.chain, *frame, decoded, size.width, size.height);
         const PictureSize target = asItIs ? size : TargetSize(plan, type, size);
         RendererTarget lender(m_slot, std::move(renderer), plan.info);
-        if (!CarryPicture(lender, m_chain, *plan.chain, Rotation(plan.angle), *frame, decoded, target.width,
-                          target.height))
+        const CarryResult carried = CarryPicture(lender, m_chain, *plan.chain, Rotation(plan.angle), *frame, decoded,
+                                                 target.width, target.height);
+        if (carried.Lost())
             return;
         m_committed = frame;
         Store(frame, size);

@@ -58,11 +58,25 @@ inline PictureLease::~PictureLease() {
         m_target->Finish(m_commit);
 }
 
+// What became of one picture.
+struct [[nodiscard]] CarryResult {
+    enum class Fate : uint8_t {
+        Carried,             // committed or taken; with `smoothing` Refused the chain ended at the smoothing
+        StepFailed,          // committed with what the buffer holds: a step other than the smoothing failed
+        LostNoBuffer,        // the target lent nothing
+        LostNotRotatable,    // the target's format cannot be rotated, or there is no memory for it
+    };
+
+    Fate fate;
+    Smoothing smoothing = Smoothing::None;
+
+    bool Lost() const { return fate == Fate::LostNoBuffer || fate == Fate::LostNotRotatable; }
+};
+
 // Carries one decoded picture through the chain (and the rotate filter, where there is one) into `target`, at the size
-// given; a shared picture that only passes through goes by reference where the target takes it. False when the picture
-// is lost: no buffer, or a format that cannot be rotated. A failing step of the chain
-// loses nothing but its own work: the buffer is committed with what it holds.
-bool CarryPicture(PictureTarget& target, FilterChain& chain, const ChainSettings& settings, RotateFilter* rotate,
-                  const MediaFrameImpl& frame, const DecodedFrame& decoded, uint32_t width, uint32_t height);
+// given; a shared picture that only passes through goes by reference where the target takes it. A failing step of the
+// chain loses nothing but its own work.
+CarryResult CarryPicture(PictureTarget& target, FilterChain& chain, const ChainSettings& settings, RotateFilter* rotate,
+                         const MediaFrameImpl& frame, const DecodedFrame& decoded, uint32_t width, uint32_t height);
 
 }    // namespace corvane

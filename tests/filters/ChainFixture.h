@@ -93,7 +93,7 @@ inline FramePtr VideoFrame(bool lens = false, uint64_t first_lens_value = 1) {
 
 inline int32_t RunInto(Image& to, FilterChain& chain, const ChainSettings& settings, const MediaFrameImpl& frame,
                        const DecodedFrame& decoded) {
-    return chain.Run(settings, frame, decoded, to.memory.Data(), to.stride, to.format, to.width, to.height);
+    return chain.Run(settings, frame, decoded, to.memory.Data(), to.stride, to.format, to.width, to.height).status;
 }
 
 // The switches of the Tessaro.so beside this program; null when there is none.

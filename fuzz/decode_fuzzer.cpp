@@ -87,6 +87,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         FramePtr input;
         Require(result == 0 || got == 0);
         Require(got == 0 || video.CurrentInput(input));
+        Require((got != 0) == (video.LastOutcome() == DecodeOutcome::Picture));
         Require(video.InFlight() <= threads + 32);
         if (got != 0)
             ReadPicture(video.CurrentFrame());

@@ -81,7 +81,7 @@ void FreeContext(AVCodecContext* context) {
 
 // Opens the context that `setUp` fills and wraps it.
 template <typename SetUp>
-DecoderPtr Make(FFmpegCodec codec, SetUp setUp) noexcept {
+FFmpegDecoderPtr Make(FFmpegCodec codec, SetUp setUp) noexcept {
     const AVCodec* found = avcodec_find_decoder(IdOf(codec));
     if (found == nullptr || MustFail())
         return nullptr;
@@ -97,7 +97,7 @@ DecoderPtr Make(FFmpegCodec codec, SetUp setUp) noexcept {
     }
     if (opened) {
         try {
-            return DecoderPtr(new DecoderIsolated_FFmpeg(context, codec));
+            return FFmpegDecoderPtr(new DecoderIsolated_FFmpeg(context, codec));
         } catch (...) {
             // freed below
         }
@@ -179,10 +179,34 @@ bool DecoderIsolated_FFmpeg::HeadersStand(const EncodedUnit& in) {
     }
 }
 
+uint32_t DecoderIsolated_FFmpeg::Threads() const {
+    return static_cast<uint32_t>(std::max(m_context->thread_count, 1));
+}
+
+uint32_t DecoderIsolated_FFmpeg::CodecDelay() const {
+    const uint32_t threads = m_context->active_thread_type == FF_THREAD_FRAME ? Threads() - 1 : 0;
+    return threads + static_cast<uint32_t>(std::max(m_context->has_b_frames, 0));
+}
+
+// After a unit: what the codec would hold beyond its delay brought nothing.
+void DecoderIsolated_FFmpeg::CloseAccount() {
+    if (m_held <= CodecDelay())
+        return;
+    m_held = CodecDelay();
+    if (m_end == UnitEnd::Taken)
+        m_end = UnitEnd::Nothing;
+}
+
 int32_t DecoderIsolated_FFmpeg::Feed(const EncodedUnit& in) {
     // A packet without bytes would tell the codec that the stream ends.
-    if (in.data == nullptr || in.size == 0 || in.size > INT_MAX - AV_INPUT_BUFFER_PADDING_SIZE || !HeadersStand(in))
+    m_end = UnitEnd::Nothing;
+    if (in.data == nullptr || in.size == 0 || in.size > INT_MAX - AV_INPUT_BUFFER_PADDING_SIZE)
         return 0;
+    m_end = UnitEnd::Taken;
+    if (!HeadersStand(in)) {
+        m_end = m_codec == FFmpegCodec::Mpeg4 ? UnitEnd::Refused : UnitEnd::Size;
+        return 0;
+    }
     for (int attempt = 0; attempt < 2; ++attempt) {
         // The packet has no owner for its bytes, so libavcodec copies them: with frame threads it keeps them longer
         // than this call, and the caller's end with it.
@@ -191,13 +215,19 @@ int32_t DecoderIsolated_FFmpeg::Feed(const EncodedUnit& in) {
         const int sent = MustFail() ? AVERROR(EINVAL) : avcodec_send_packet(m_context, m_packet);
         m_packet->data = nullptr;
         m_packet->size = 0;
-        if (sent < 0 && sent != AVERROR(EAGAIN))
+        if (sent < 0 && sent != AVERROR(EAGAIN)) {
+            m_end = UnitEnd::Refused;    // it, or the one that a frame thread has just ended
             return 0;
+        }
+        m_held += sent >= 0 ? 1 : 0;
         if (sent == AVERROR(EAGAIN) && attempt == 1)
-            return -1;
-        if (Receive() == Turn::Stopped || sent >= 0)
+            break;
+        if (Receive() == Turn::Stopped || sent >= 0) {
+            CloseAccount();
             return 0;
+        }
     }
+    m_end = UnitEnd::Refused;
     return -1;
 }
 
@@ -207,16 +237,22 @@ DecoderIsolated_FFmpeg::Turn DecoderIsolated_FFmpeg::Receive() {
         const int received = MustFail() ? AVERROR(EINVAL) : avcodec_receive_frame(m_context, frame->av);
         if (received == AVERROR(EAGAIN))
             return Turn::Drained;
-        if (received < 0)
+        if (received < 0) {
+            m_end = UnitEnd::Refused;
             return Turn::Stopped;
+        }
         if (frame->av->data[0] == nullptr)
             return Turn::Drained;
+        m_held -= m_held > 0 ? 1 : 0;
         if (m_output.size() >= kMaxOutput) {
             avcodec_flush_buffers(m_context);
+            m_held = 0;
             return Turn::Stopped;
         }
         if (IsKept(*frame->av))
             m_output.push_back(std::move(frame));
+        else
+            m_end = UnitEnd::Size;
     }
 }
 
@@ -340,7 +376,7 @@ int32_t DecoderIsolated_FFmpeg::ShareFrame(DecodedFrame* out, int32_t version) {
     return 0;
 }
 
-DecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept {
+FFmpegDecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept {
     return Make(codec, [&](AVCodecContext& context) {
         const uint32_t most = codec == FFmpegCodec::Hevc ? 32 : 16;
         context.workaround_bugs = FF_BUG_AUTODETECT;
@@ -351,8 +387,8 @@ DecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept {
     });
 }
 
-DecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sample_rate, uint32_t channels,
-                            uint32_t bits_per_sample) noexcept {
+FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sample_rate, uint32_t channels,
+                                  uint32_t bits_per_sample) noexcept {
     if (sample_rate > INT_MAX || channels == 0 || channels > INT16_MAX)
         return nullptr;
     return Make(codec, [&](AVCodecContext& context) {

@@ -25,6 +25,14 @@ enum class FFmpegCodec { Mjpeg, Mpeg4, H264, Hevc, AmrNb, MuLaw, ALaw };
 
 class SampleConverter;
 
+// What became of the last video unit, which the decoder interface cannot say: a damaged unit is no failure there.
+enum class UnitEnd {
+    Taken,      // it has a picture, now or later
+    Nothing,    // it had no picture
+    Refused,    // it is damaged
+    Size,       // it states, or has, a picture size beyond the limits
+};
+
 class DecoderIsolated_FFmpeg final : public DecoderContext {
 public:
     class Frame : public QMRX::SDK::Utility::PooledFrame<Frame> {
@@ -42,12 +50,20 @@ public:
     void Destroy() override { delete this; }
     int32_t ShareFrame(DecodedFrame* out, int32_t version) override;
 
+    // Of the last DecodeVideo. With frame threads the end of a unit is known, and told here, as many calls later as
+    // there are threads beside the first.
+    UnitEnd LastEnd() const { return m_end; }
+    uint32_t Threads() const;
+
 private:
     using FrameRef = QMRX::SDK::Utility::FrameReference<Frame>;
     enum class Turn { Drained, Stopped };
 
     ~DecoderIsolated_FFmpeg();
     bool HeadersStand(const EncodedUnit& in);
+    // Units that the codec may hold without being stuck: for reordering, and one a frame thread beside the first.
+    uint32_t CodecDelay() const;
+    void CloseAccount();
     // Appends what the unit brings to m_output. Negative when the decoder refuses to work; a damaged unit is 0.
     int32_t Feed(const EncodedUnit& in);
     // Takes all that is ready. Stopped: an error on the way.
@@ -72,12 +88,16 @@ private:
     std::unique_ptr<SampleConverter> m_samples;
     std::deque<FrameRef> m_output;    // received and not yet superseded, oldest first
     bool m_frontIsCurrent = false;    // the front was handed out by the last DecodeVideo
+    uint32_t m_held = 0;              // video units in the codec whose pictures are to come
+    UnitEnd m_end = UnitEnd::Nothing;
 };
+
+using FFmpegDecoderPtr = std::unique_ptr<DecoderIsolated_FFmpeg, DecoderDestroyer>;
 
 // A new decoder, or null when the codec is missing, does not open, or there is no memory. `threads` is raised to 1 and
 // bounded by 32 for H.265 and 16 for the others.
-DecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept;
-DecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sample_rate, uint32_t channels,
-                            uint32_t bits_per_sample) noexcept;
+FFmpegDecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept;
+FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sample_rate, uint32_t channels,
+                                  uint32_t bits_per_sample) noexcept;
 
 }    // namespace corvane

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "base/Limits.h"
-#include "decoders/FFmpegDecoder.h"
+#include "decoders/PayloadFault.h"
 #include "decoders/PlaceholderDecoder.h"
 
 namespace corvane {
@@ -25,7 +25,7 @@ uint32_t ThreadCount(uint32_t asked, uint32_t width, uint32_t height) {
     return width >= 1280 || height >= 800 ? 2 : 1;
 }
 
-DecoderPtr MakeSoftware(uint32_t codec, uint32_t threads) {
+FFmpegDecoderPtr MakeFFmpeg(uint32_t codec, uint32_t threads) {
     switch (codec) {
     case CORVANE_STREAM_JPEG:
         return MakeVideoDecoder(FFmpegCodec::Mjpeg, 0);
@@ -35,8 +35,6 @@ DecoderPtr MakeSoftware(uint32_t codec, uint32_t threads) {
         return MakeVideoDecoder(FFmpegCodec::H264, threads);
     case CORVANE_STREAM_H265:
         return MakeVideoDecoder(FFmpegCodec::Hevc, threads);
-    case CORVANE_STREAM_PLACEHOLDER:
-        return MakePlaceholderDecoder();
     default:
         return nullptr;
     }
@@ -49,15 +47,12 @@ DecoderPtr CallEither(NewFactory withAdapter, uint32_t adapter, OldFactory witho
                                   : CallFactory(without, arguments...);
 }
 
-// What a plug-in says of its picture is looked at before anything reads the pixels.
-bool Plausible(const DecodedFrame& picture) {
+// What a plug-in says of the planes of its picture is looked at before anything reads the pixels.
+bool PlanesStand(const DecodedFrame& picture) {
     const uint64_t chromaRow = (uint64_t{picture.width} + 1) / 2 * (picture.strides[2] == 0 ? 2 : 1);
-    return picture.width > 0 && picture.height > 0 && picture.width <= limits::kMaxPictureSide &&
-           picture.height <= limits::kMaxPictureSide &&
-           uint64_t{picture.width} * picture.height <= limits::kMaxPicturePixels && picture.planes[0] != nullptr &&
-           picture.planes[1] != nullptr && (picture.strides[2] == 0 || picture.planes[2] != nullptr) &&
-           picture.strides[0] >= picture.width && picture.strides[1] >= chromaRow &&
-           (picture.strides[2] == 0 || picture.strides[2] >= chromaRow);
+    return picture.planes[0] != nullptr && picture.planes[1] != nullptr &&
+           (picture.strides[2] == 0 || picture.planes[2] != nullptr) && picture.strides[0] >= picture.width &&
+           picture.strides[1] >= chromaRow && (picture.strides[2] == 0 || picture.strides[2] >= chromaRow);
 }
 
 }    // namespace
@@ -81,6 +76,8 @@ void VideoDecoderHolder::SetAdapter(uint32_t adapter) {
 
 void VideoDecoderHolder::Reset(bool backward) {
     m_decoder.reset();
+    m_software = nullptr;
+    m_none = false;
     m_active_kind = 0;
     m_codec = m_vendor_tag = m_width = m_height = 0;
     m_last_got = 0;
@@ -113,22 +110,33 @@ void VideoDecoderHolder::ChooseDecoder(const MediaFrameImpl& frame) {
     const Settings settings = CopySettings();
     const uint32_t threads = ThreadCount(settings.threads, frame.DecodedWidth(), frame.DecodedHeight());
     uint32_t kind = 0;
-    DecoderPtr decoder = MakeFromPlugin(settings, frame, &kind);
-    if (decoder == nullptr) {
-        kind = 0;
-        decoder = MakeSoftware(codec, threads);
-    }
-    if (decoder == nullptr)
+    m_decoder = MakeFromPlugin(settings, frame, &kind);
+    const bool software = m_decoder == nullptr;
+    m_none = software && !MakeSoftware(codec, threads);
+    if (m_none)
         return;
-    // Backward play, once there is such a decoder, wraps `decoder` here and in FallBack (not for JPEG and
+    // Backward play, once there is such a decoder, wraps m_decoder here and in FallBack (not for JPEG and
     // placeholders). Until then it is fed as in forward play.
-    m_decoder = std::move(decoder);
-    m_active_kind = kind;
+    m_active_kind = software ? 0 : kind;
     m_threads = threads;
     m_codec = codec;
     m_vendor_tag = frame.VendorTag();
     m_width = frame.DecodedWidth();
     m_height = frame.DecodedHeight();
+}
+
+// Replaces the decoder; false, with the old one kept, when there is none for `codec`.
+bool VideoDecoderHolder::MakeSoftware(uint32_t codec, uint32_t threads) {
+    FFmpegDecoderPtr ffmpeg = MakeFFmpeg(codec, threads);
+    const DecoderIsolated_FFmpeg* const software = ffmpeg.get();
+    DecoderPtr decoder = std::move(ffmpeg);
+    if (codec == CORVANE_STREAM_PLACEHOLDER)
+        decoder = MakePlaceholderDecoder();
+    if (decoder == nullptr)
+        return false;
+    m_decoder = std::move(decoder);
+    m_software = software;
+    return true;
 }
 
 // *kind is that of the plug-in's hardware, where the result is not null.
@@ -186,12 +194,10 @@ bool VideoDecoderHolder::FallBack(const MediaFrameImpl& frame) {
         (m_codec != CORVANE_STREAM_MPEG4 && m_codec != CORVANE_STREAM_H264 && m_codec != CORVANE_STREAM_H265))
         return false;
     const uint32_t threads = ThreadCount(settings.threads, m_width, m_height);
-    DecoderPtr software = MakeSoftware(m_codec, threads);
-    if (software == nullptr)
+    if (!MakeSoftware(m_codec, threads))
         return false;
     m_in_flight.clear();
     m_last_got = 0;    // no picture of the new decoder is out: nothing to take from in_flight for the first one
-    m_decoder = std::move(software);
     m_threads = threads;
     m_active_kind = 0;
     return true;
@@ -201,7 +207,13 @@ bool VideoDecoderHolder::FallBack(const MediaFrameImpl& frame) {
 int32_t VideoDecoderHolder::CallDecoder(const EncodedUnit& unit, uint32_t* got, DecodedFrame* picture) noexcept {
     try {
         const int32_t result = m_decoder->DecodeVideo(picture, got, &unit);
-        return result >= 0 && *got != 0 && !Plausible(*picture) ? -1 : result;
+        if (result < 0 || *got == 0)
+            return result;
+        if (!limits::FitsPicture(picture->width, picture->height))
+            m_outcome = DecodeOutcome::Size;
+        else if (PlanesStand(*picture))
+            return result;
+        return -1;
     } catch (...) {
         return -1;
     }
@@ -223,17 +235,53 @@ SharedPicture VideoDecoderHolder::ShareCurrent() noexcept {
     return {picture, SharedPicture::Adopted()};
 }
 
+uint32_t VideoDecoderHolder::ThreadsInUse() const {
+    if (m_software != nullptr)
+        return m_software->Threads();
+    return m_decoder != nullptr ? 1 : 0;
+}
+
+DecodeOutcome VideoDecoderHolder::WithoutDecoder(const MediaFrameImpl& frame) const {
+    return m_none || m_backward || frame.IsKeyFrame() ? DecodeOutcome::NoDecoder : DecodeOutcome::AwaitsKeyFrame;
+}
+
+// The outcome so far, or a mistake of the sender that explains it better.
+DecodeOutcome VideoDecoderHolder::WithoutPicture(const MediaFrameImpl& frame) const {
+    if (m_outcome == DecodeOutcome::Size || m_outcome == DecodeOutcome::Dropped)
+        return m_outcome;
+    switch (FindPayloadFault(m_codec, frame.Payload(), frame.PayloadSize())) {
+    case PayloadFault::NoStartCode:
+        return DecodeOutcome::NoStartCode;
+    case PayloadFault::WrongType:
+        return DecodeOutcome::WrongType;
+    case PayloadFault::None:
+        break;
+    }
+    return m_outcome;
+}
+
 int32_t VideoDecoderHolder::Decode(const FramePtr& frame, uint32_t* got) {
     *got = 0;
+    m_outcome = DecodeOutcome::Failed;
     ChooseDecoder(*frame);
-    if (m_decoder == nullptr)
+    if (m_decoder == nullptr) {
+        m_outcome = WithoutDecoder(*frame);
         return -1;
+    }
+    int32_t result = 0;
     const UnitGatherer::Unit unit = m_units.Add(frame);
-    return unit.input == nullptr ? 0 : DecodeUnit(unit, got);
+    if (unit.input != nullptr)
+        result = DecodeUnit(unit, got);
+    else
+        m_outcome = DecodeOutcome::HeldBack;
+    if (*got == 0)
+        m_outcome = WithoutPicture(*frame);
+    return result;
 }
 
 int32_t VideoDecoderHolder::DecodeUnit(const UnitGatherer::Unit& unit, uint32_t* got) {
     *got = 0;
+    m_outcome = DecodeOutcome::Failed;
     m_in_flight.push_back(unit.input);    // first, since it may raise
     m_frame = DecodedFrame{};             // the last picture ends with the next call on its decoder
     DecodedFrame picture{};
@@ -243,22 +291,44 @@ int32_t VideoDecoderHolder::DecodeUnit(const UnitGatherer::Unit& unit, uint32_t*
         return FallBack(*unit.input) ? DecodeUnit(unit, got) : -1;    // once: the fall-back is software
     }
     if (*got == 0) {
-        if (m_last_got != 0 && !m_backward)
+        m_outcome = OutcomeOfSilence();
+        if (m_last_got != 0 && !m_backward) {
             Reset(false);    // it gave pictures and stopped answering: the next key frame brings a new one
+            m_outcome = DecodeOutcome::Dropped;
+        }
         m_last_got = 0;
     } else {
         if (m_last_got != 0)
             m_in_flight.pop_front();    // superseded
         m_last_got = *got;
         m_frame = picture;
+        m_outcome = DecodeOutcome::Picture;
         ApplyFieldMarks(*m_in_flight.front());
         CarryLensRecord(*m_in_flight.front());
     }
     if (m_in_flight.size() > m_threads + limits::kInFlightSlack) {
         Reset(m_backward);    // stuck
         *got = 0;
+        m_outcome = DecodeOutcome::Dropped;
     }
     return 0;
+}
+
+// After a call that succeeded and gave no picture.
+DecodeOutcome VideoDecoderHolder::OutcomeOfSilence() const {
+    if (m_software == nullptr)
+        return DecodeOutcome::HeldBack;    // a plug-in does not say more
+    switch (m_software->LastEnd()) {
+    case UnitEnd::Taken:
+        return DecodeOutcome::HeldBack;
+    case UnitEnd::Nothing:
+        return DecodeOutcome::NoPicture;
+    case UnitEnd::Size:
+        return DecodeOutcome::Size;
+    case UnitEnd::Refused:
+        break;
+    }
+    return DecodeOutcome::Failed;
 }
 
 void VideoDecoderHolder::ApplyFieldMarks(MediaFrameImpl& frame) {

@@ -11,7 +11,9 @@
 #include "base/Mutex.h"
 #include "base/SharedPicture.h"
 #include "corvane/decoder.h"
+#include "decoders/DecodeOutcome.h"
 #include "decoders/DecoderFactories.h"
+#include "decoders/FFmpegDecoder.h"
 #include "decoders/FieldMarker.h"
 #include "decoders/UnitGatherer.h"
 #include "frame/MediaFrameImpl.h"
@@ -38,6 +40,9 @@ public:
     // forward play) or it failed. Raises std::bad_alloc.
     int32_t Decode(const FramePtr& frame, uint32_t* got);
 
+    // What the last Decode came to; Failed also where it raised.
+    DecodeOutcome LastOutcome() const { return m_outcome; }
+
     // Whether `frame` is the second field of a picture whose first came alone and waits. Raises std::bad_alloc.
     bool Completes(const MediaFrameImpl& frame) { return m_units.Completes(frame); }
 
@@ -55,6 +60,9 @@ public:
 
     // Hardware kind of the current decoder, 0 when it is software or there is none.
     uint32_t ActiveKind() const { return m_active_kind; }
+
+    // Threads that the current decoder decodes on; 1 for a plug-in, which does not say; 0 when there is no decoder.
+    uint32_t ThreadsInUse() const;
 
     // The input that the current picture came from; false when there is no picture.
     bool CurrentInput(FramePtr& out) const;
@@ -80,8 +88,12 @@ private:
     }
     Settings CopySettings() const EXCLUDES(m_settingsMutex);
     void ChooseDecoder(const MediaFrameImpl& frame);
+    bool MakeSoftware(uint32_t codec, uint32_t threads);
     DecoderPtr MakeFromPlugin(const Settings& settings, const MediaFrameImpl& frame, uint32_t* kind) const;
     bool FallBack(const MediaFrameImpl& frame);
+    DecodeOutcome WithoutDecoder(const MediaFrameImpl& frame) const;
+    DecodeOutcome WithoutPicture(const MediaFrameImpl& frame) const;
+    DecodeOutcome OutcomeOfSilence() const;
     int32_t DecodeUnit(const UnitGatherer::Unit& unit, uint32_t* got);
     CORVANE_CALLS_PLUGIN int32_t CallDecoder(const EncodedUnit& unit, uint32_t* got, DecodedFrame* picture) noexcept;
     void ApplyFieldMarks(MediaFrameImpl& frame);
@@ -93,6 +105,9 @@ private:
 
     // Used by one thread at a time.
     DecoderPtr m_decoder;
+    const DecoderIsolated_FFmpeg* m_software = nullptr;    // m_decoder, where it is one of these
+    bool m_none = false;                                   // the last key frame found no decoder
+    DecodeOutcome m_outcome = DecodeOutcome::NoDecoder;
     uint32_t m_active_kind = 0;
     uint32_t m_threads = 1;    // of the current decoder
     uint32_t m_adapter = 0;

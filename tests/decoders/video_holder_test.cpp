@@ -275,6 +275,8 @@ TEST_F(VideoHolder, DropsADecoderThatStopsAnswering) {
         for (int i = 0; i < 4; ++i)
             EXPECT_EQ(Decode(Fake(8, i == 0)), 0);
         EXPECT_EQ(m_got, 0u);
+        EXPECT_EQ(m_holder->LastOutcome(), backward ? DecodeOutcome::HeldBack : DecodeOutcome::Dropped);
+        EXPECT_EQ(m_holder->ThreadsInUse(), backward ? 1u : 0u);
         EXPECT_EQ(m_holder->ActiveKind(), backward ? 3u : 0u);
         EXPECT_EQ(Decode(Fake(8, false)), backward ? 0 : -1);
     }

@@ -1,0 +1,130 @@
+// What each mistake of a sender is told to be.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "decoders/VideoDecoderHolder.h"
+#include "support/BitWriter.h"
+#include "support/StreamMaker.h"
+
+namespace corvane {
+namespace {
+
+using test::Bytes;
+using test::operator+;
+
+constexpr uint32_t kJpeg = CORVANE_STREAM_JPEG, kMpeg4 = CORVANE_STREAM_MPEG4, kH264 = CORVANE_STREAM_H264,
+                   kH265 = CORVANE_STREAM_H265;
+
+// A key frame and a dependent one, as an encoder gives them.
+std::vector<Bytes> Encode(uint32_t type, int width = 320) {
+    std::vector<Bytes> frames;
+    for (test::EncodedPicture& picture : test::MakeVideo({.streamType = type, .width = width, .frames = 2}))
+        frames.push_back(std::move(picture.bytes));
+    return frames;
+}
+
+// The NAL units of Annex B behind their lengths.
+Bytes LengthPrefixed(const Bytes& annexB, unsigned width) {
+    const Bytes code = {0, 0, 1};
+    Bytes out;
+    auto at = std::search(annexB.begin(), annexB.end(), code.begin(), code.end());
+    while (at != annexB.end()) {
+        const auto begin = at + 3;
+        at = std::search(begin, annexB.end(), code.begin(), code.end());
+        Bytes unit(begin, at);
+        while (!unit.empty() && unit.back() == 0)
+            unit.pop_back();
+        for (unsigned i = width; i-- > 0;)
+            out.push_back(static_cast<uint8_t>(unit.size() >> 8 * i));
+        out = out + unit;
+    }
+    return out;
+}
+
+Bytes Garbage(Bytes begin, size_t size) {
+    std::minstd_rand random(7);
+    while (begin.size() < size)
+        begin.push_back(static_cast<uint8_t>(1 + random() % 255));
+    return begin;
+}
+
+Bytes HugeH264() {    // 16384 x 8192
+    test::BitWriter sps;
+    return sps.U(8, 66).U(16, 30).Ue(0).Ue(0).Ue(2).Ue(1).U(1, 0).Ue(1023).Ue(511).U(1, 1).U(3, 0).Unit({0x67});
+}
+
+TEST(DecodeOutcome, SaysWhatWasWrong) {
+    using enum DecodeOutcome;
+    const std::vector<Bytes> jpeg = Encode(kJpeg), mpeg4 = Encode(kMpeg4), h264 = Encode(kH264), h265 = Encode(kH265);
+    const Bytes sets(h264[0].begin(), std::search_n(h264[0].begin() + 8, h264[0].end(), 1, 0x65) - 3);
+    const struct {
+        const char* name;
+        uint32_t type;
+        std::vector<Bytes> frames;    // the first is a key frame
+        std::vector<DecodeOutcome> wanted;
+    } rows[] = {
+        {"H.264", kH264, h264, {Picture, Picture}},
+        {"H.265", kH265, h265, {Picture, Picture}},
+        {"no start codes", kH264, {LengthPrefixed(h264[0], 4), LengthPrefixed(h264[1], 4)}, {NoStartCode, NoStartCode}},
+        {"no start codes, H.265",
+         kH265,
+         {LengthPrefixed(h265[0], 4), LengthPrefixed(h265[1], 2)},
+         {NoStartCode, NoStartCode}},
+        {"no start codes, as MPEG-4", kMpeg4, {LengthPrefixed(h264[0], 4)}, {NoStartCode}},
+        // Its length, 360, reads as a start code and a picture parameter set.
+        {"a length like a start code", kH264, {Bytes{0, 0, 1, 0x68} + Garbage({0x65}, 360)}, {NoStartCode}},
+        {"a length too many", kH264, {LengthPrefixed(h264[0], 4) + Bytes{0, 0, 0, 9, 1}}, {Failed}},
+        {"H.265 as H.264", kH264, h265, {WrongType, WrongType}},
+        {"MPEG-4 as H.264", kH264, mpeg4, {WrongType, WrongType}},
+        {"JPEG as H.264", kH264, jpeg, {WrongType, WrongType}},
+        {"H.264 as H.265", kH265, h264, {WrongType, WrongType}},
+        {"MPEG-4 as H.265", kH265, mpeg4, {WrongType, WrongType}},
+        {"JPEG as H.265", kH265, jpeg, {WrongType, WrongType}},
+        {"H.264 as MPEG-4", kMpeg4, h264, {WrongType, WrongType}},
+        {"H.265 as MPEG-4", kMpeg4, h265, {WrongType, Failed}},
+        {"JPEG as MPEG-4", kMpeg4, jpeg, {WrongType, WrongType}},
+        {"H.264 as JPEG", kJpeg, h264, {WrongType, WrongType}},
+        {"garbage", kH264, {Garbage({}, 500)}, {Failed}},
+        {"garbage, H.265", kH265, {Garbage({}, 500)}, {Failed}},
+        {"a dependent frame alone, MPEG-4", kMpeg4, {mpeg4[1]}, {Failed}},
+        {"parameter sets by themselves", kH264, {sets, h264[0]}, {HeldBack, Picture}},
+        {"wide JPEG", kJpeg, {Encode(kJpeg, 16385)[0]}, {Size}},
+        {"huge H.264", kH264, {HugeH264() + Bytes{0, 0, 1, 0x65, 0x88}}, {Size}},
+        {"nothing in it", kH264, {{}, h264[0]}, {NoPicture, Picture}},
+        {"vendor's own", CORVANE_STREAM_H263, h264, {NoDecoder, NoDecoder}},
+        {"sound", CORVANE_STREAM_AAC, {{1, 2, 3}}, {NoDecoder}},
+    };
+    for (const auto& row : rows) {
+        VideoDecoderHolder holder;
+        for (size_t i = 0; i < row.frames.size(); ++i) {
+            uint32_t got = 0;
+            holder.Decode(test::MakeFrame(row.type, row.frames[i], i == 0, 0), &got);
+            EXPECT_EQ(static_cast<int>(holder.LastOutcome()), static_cast<int>(row.wanted[i])) << row.name << ' ' << i;
+            EXPECT_EQ(got != 0, row.wanted[i] == Picture) << row.name << ' ' << i;
+            EXPECT_EQ(holder.ThreadsInUse(), row.wanted[0] == NoDecoder ? 0u : 1u) << row.name;
+        }
+    }
+}
+
+TEST(DecodeOutcome, DelayAndDependentFrames) {
+    using enum DecodeOutcome;
+    const auto stream = test::MakeVideo({.frames = 5});
+    VideoDecoderHolder holder;
+    holder.SetThreads(3);
+    EXPECT_EQ(holder.ThreadsInUse(), 0u);
+    std::vector<DecodeOutcome> outcomes;
+    for (const int i : {1, 0, 1, 2, 3, 4}) {
+        uint32_t got = 0;
+        holder.Decode(test::MakeFrame(kH264, stream[static_cast<size_t>(i)].bytes, i == 0, 0), &got);
+        outcomes.push_back(holder.LastOutcome());
+    }
+    EXPECT_EQ(outcomes, (std::vector{AwaitsKeyFrame, HeldBack, HeldBack, Picture, Picture, Picture}));
+    EXPECT_EQ(holder.ThreadsInUse(), 3u);
+}
+
+}    // namespace
+}    // namespace corvane

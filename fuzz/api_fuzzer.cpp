@@ -380,6 +380,7 @@ void World::Step(bool inCallback, bool secondThread) {
     if (channel == nullptr)
         return;
     QueueState state;
+    ChannelStatistics statistics;
     switch (what & 31) {
     case 0:
     case 1:
@@ -429,6 +430,8 @@ void World::Step(bool inCallback, bool secondThread) {
         break;
     case 15:
         Corvane_GetRemainingQueueElementCount(channel, &state);
+        statistics.recordSize = how * 2u;
+        Corvane_GetChannelStatistics(channel, &statistics);
         break;
     case 16:
     case 17:

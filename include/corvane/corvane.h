@@ -69,6 +69,29 @@
  * memory for its surfaces) the plain one takes its place for good, and the stream-info callback gets code 9 once for the
  * life of the channel; with flag 0x0004 it stays, and pictures are lost without a word until it can go on.
  *
+ * NOTHING APPEARS. A call that returns Status_Ok has queued a frame; what comes of it shows later.
+ * Corvane_GetChannelStatistics says what became of every frame, and `lastCause` why the last one without a picture had
+ * none. The usual mistakes:
+ *
+ *   mistake                             counter that rises        lastCause           mend
+ *   H.264 or H.265 from a container,    unitsFailed               NO_START_CODE       put 00 00 00 01 in the place of
+ *   its units with their lengths in                                                   each length, and the parameter
+ *   front                                                                             sets in front of key frames
+ *   the wrong streamType                unitsFailed               WRONG_TYPE          give the type of the payload
+ *   garbage, a cut or damaged payload   unitsFailed; some in      DAMAGED, or         hand over whole frames as encoded
+ *                                       unitsWithoutPicture       NO_PICTURE
+ *   no frame has frameType 0, or none   unitsAwaitingKeyFrame     NO_KEY_FRAME        set frameType 0 on key frames; ask
+ *   has come yet                                                                      the camera for one
+ *   a type that this version cannot     unitsWithoutDecoder       NO_DECODER          see CORVANE_STREAM_*
+ *   decode
+ *   times that do not rise while the    framesWithoutStep, and    TIMES_DO_NOT_RISE   give streamSeconds and
+ *   queue buffers: each frame counts    queueFrames grows                             timeMilliseconds of each frame, or
+ *   as long as the one before it                                                      a buffer time of 1
+ *   no window and no picture callback   picturesNotPutNowhere     NO_WINDOW           give one of them
+ *
+ * TIMES. Times must rise from frame to frame of a class (video, sound). A step below 1 ms, or of 11 s and more, counts
+ * as long as the step before it.
+ *
  * WHAT THE LIBRARY DOES TO YOUR PROCESS. Nothing beyond memory, threads and the connection to the X server: no
  * signal handler, no locale, no environment, no working directory, no descriptor left open, and no output of its
  * own. Its threads block all signals but those of their own faults. (Damaged input can make libavcodec print a few
@@ -366,7 +389,10 @@ typedef struct AfterDisplayRecord {
     FrameTimeRecord baseTime;
 } AfterDisplayRecord;
 
-/* After each present of a picture, on the render thread. */
+/*
+ * After each pass of presenting that was due, on the render thread: a picture that is new, or is drawn anew, whether
+ * something was put or not. Only a pass on which the renderer failed has none.
+ */
 typedef void (*CorvaneAfterDisplayCallback)(void* context, const AfterDisplayRecord* record);
 
 /* ---- Records of the calls ------------------------------------------------------------------------------------------ */
@@ -419,6 +445,97 @@ typedef struct QueueState {
     uint32_t reserved[3];
     uint32_t state;           /* 1 buffering, 2 frames leave */
 } QueueState;
+
+/* `lastCause` of ChannelStatistics: why a frame brought no picture. */
+enum {
+    CORVANE_CAUSE_NONE = 0,               /* every frame so far brought one, or is on its way */
+    /* At the call and in the queue. */
+    CORVANE_CAUSE_QUEUE_FULL = 1,
+    CORVANE_CAUSE_MEDIA_MODE = 2,         /* option 13 excludes its class */
+    CORVANE_CAUSE_TIMES_DO_NOT_RISE = 3,  /* it waits in a queue that buffers, and its time did not fill the queue */
+    CORVANE_CAUSE_EMPTIED = 4,            /* it waited when the channel was stopped, or the queue emptied by option 31 */
+    CORVANE_CAUSE_LATE = 5,               /* dropped with the queued time that decoding or presenting was behind */
+    CORVANE_CAUSE_THINNED = 6,            /* left out by Corvane_SetDisplayMode */
+    CORVANE_CAUSE_OUT_OF_MEMORY = 7,      /* or an exception of a client's callback on the worker */
+    /* In the decoder. */
+    CORVANE_CAUSE_NO_DECODER = 8,         /* none for its type or vendor, or it could not be made */
+    CORVANE_CAUSE_NO_KEY_FRAME = 9,       /* it depends on frames of which none came since start, loss or change of size */
+    CORVANE_CAUSE_NO_START_CODE = 10,     /* no start code, but lengths, as in containers */
+    CORVANE_CAUSE_WRONG_TYPE = 11,        /* the payload is of another type than streamType says */
+    CORVANE_CAUSE_DAMAGED = 12,           /* the decoder could not read it */
+    CORVANE_CAUSE_SIZE = 13,              /* it announces a picture larger than the library takes */
+    CORVANE_CAUSE_DECODER_STUCK = 14,     /* the decoder stopped answering and was dropped; a key frame brings another */
+    CORVANE_CAUSE_HELD_BACK = 15,         /* its picture comes with a later frame, or it is not a whole picture */
+    CORVANE_CAUSE_NO_PICTURE = 16,        /* the decoder took it and it brought nothing */
+    /* On the way to what shows it. */
+    CORVANE_CAUSE_NOT_FOR_DISPLAY = 17,   /* the stream says so */
+    CORVANE_CAUSE_NO_BUFFER = 18,         /* no renderer had room for the picture, or no memory */
+    CORVANE_CAUSE_NOT_ROTATABLE = 19,     /* the picture callback's format cannot be rotated */
+    CORVANE_CAUSE_REPLACED = 20,          /* a newer picture came before the render thread took it, or playing ended */
+    CORVANE_CAUSE_BUSY = 21,              /* the X server had not read the picture before, or the window kept changing */
+    CORVANE_CAUSE_NO_WINDOW = 22,         /* there is neither a window nor a picture callback */
+    CORVANE_CAUSE_HIDDEN = 23,            /* the window cannot be drawn on: not mapped, destroyed, too large, all margin */
+    CORVANE_CAUSE_OFF = 24,               /* presenting is off, or the picture callback is null */
+    CORVANE_CAUSE_RENDERER_FAILED = 25    /* the renderer could not go on and was replaced */
+};
+
+/*
+ * What became of the frames of a channel since it was created, 296 bytes; later versions append. Counters never fall.
+ *
+ * They add up. Every frame that was taken ends once:
+ *   framesTaken = queueFrames + framesEmptied + framesSkippedLate + framesThinned + metadataFrames + soundFrames
+ *               + unitsWithoutDecoder + unitsAwaitingKeyFrame + unitsFailed + unitsWithoutPicture + picturesDecoded
+ * but for one that the worker has in hand, and every decoded picture likewise:
+ *   picturesDecoded = picturesNotForDisplay + picturesLost + picturesReplaced + picturesTaken
+ * but for one that waits for the render thread, and
+ *   picturesTaken = picturesPut + picturesHandedOver + picturesNotPutBusy + picturesNotPutNowhere + picturesNotPutOff
+ * but for the latest, as long as it may still be put. A picture counts as put however often it is drawn anew.
+ */
+typedef struct ChannelStatistics {
+    uint32_t recordSize;               /*   0 in: bytes of the client's record, of which no more are written; at least 4.
+                                              out: bytes that were written */
+    uint32_t lastCause;                /*   4 of CORVANE_CAUSE_* */
+    uint32_t decoderKind;              /*   8 0 software, 1 to 3 hardware, as code 13 of the stream info */
+    uint32_t decoderThreads;           /*  12 threads of the decoder in use; 0: there is none */
+    uint64_t lastCauseAgo;             /*  16 milliseconds since lastCause; 0 with CORVANE_CAUSE_NONE */
+    /* Frames, at the call and in the queue. */
+    uint64_t framesTaken;              /*  24 Status_Ok of Corvane_InputEncodedMediaFrame */
+    uint64_t framesRefusedFull;        /*  32 Status_QueueFull */
+    uint64_t framesRefusedMode;        /*  40 Status_UnsupportedMedia by option 13 */
+    uint64_t framesWithoutStep;        /*  48 taken, with a time that did not rise, or rose by 11 s or more; not the first */
+    uint64_t framesEmptied;            /*  56 waited at a stop, or when option 31 emptied the queue */
+    uint64_t framesSkippedLate;        /*  64 of all classes */
+    uint64_t framesThinned;            /*  72 left out by Corvane_SetDisplayMode */
+    uint64_t metadataFrames;           /*  80 left the queue; this version reads none */
+    uint64_t soundFrames;              /*  88 left the queue; this version plays none */
+    /* Frames of video in the decoder. */
+    uint64_t unitsWithoutDecoder;      /*  96 */
+    uint64_t unitsAwaitingKeyFrame;    /* 104 */
+    uint64_t unitsFailed;              /* 112 not decodable, whatever the cause */
+    uint64_t unitsWithoutPicture;      /* 120 decoded or kept, and no picture came with this frame */
+    /* Pictures. */
+    uint64_t picturesDecoded;          /* 128 */
+    uint64_t picturesNotForDisplay;    /* 136 */
+    uint64_t picturesSmoothed;         /* 144 interlaced, option 35 */
+    uint64_t picturesRefusedSmoothing; /* 152 asked for, and too small for it, or no memory: shown as it was filled in */
+    uint64_t picturesLost;             /* 160 no renderer took them */
+    uint64_t picturesReplaced;         /* 168 before the render thread took them */
+    uint64_t picturesTaken;            /* 176 by the render thread */
+    uint64_t picturesPut;              /* 184 on a window */
+    uint64_t picturesHandedOver;       /* 192 to the picture callback */
+    uint64_t picturesNotPutBusy;       /* 200 the X server was not ready until the next picture came */
+    uint64_t picturesNotPutNowhere;    /* 208 no window, or none that can be drawn on */
+    uint64_t picturesNotPutOff;        /* 216 presenting is off */
+    /* Now. */
+    uint64_t queueFrames;              /* 224 */
+    uint64_t queueBytes;               /* 232 of memory that they hold */
+    uint64_t queueMilliseconds;        /* 240 of play, of the longer of video and sound */
+    uint64_t ageLast;                  /* 248 of the picture shown last: milliseconds from the call that took its frame
+                                              until it was put on a window, or handed to the callback; 0 before the first */
+    uint64_t ageMean;                  /* 256 of the last 256 pictures shown, or as many as there were */
+    uint64_t age95;                    /* 264 which 95 of 100 of those do not exceed */
+    uint64_t reserved[3];              /* 272 written as 0 */
+} ChannelStatistics;
 
 /* A rectangle (left, top, right, bottom, screen pixels) or a window. */
 typedef union DisplayPlace {
@@ -607,6 +724,13 @@ CORVANE_API uint32_t Corvane_SetDisplayMode(void* channel, uint32_t mode);
  */
 CORVANE_API uint32_t Corvane_GetRemainingQueueElementCount(void* channel, QueueState* state);
 
+/*
+ * Fills *statistics, as far as its recordSize reaches. Waits for nothing but short locks, also while the channel decodes,
+ * presents or stops.
+ * Status_InvalidArgument: a pointer is null, or recordSize is below 4. Status_WrongChannelType. [any]
+ */
+CORVANE_API uint32_t Corvane_GetChannelStatistics(void* channel, ChannelStatistics* statistics);
+
 /* ---- Pictures in memory -------------------------------------------------------------------------------------------- */
 
 /*
@@ -628,7 +752,7 @@ CORVANE_API uint32_t Corvane_RegisterRawDataCallback(void* channel, CorvanePictu
 CORVANE_API uint32_t Corvane_SetRawDataCallbackSize(void* channel, uint32_t width, uint32_t height);
 
 /*
- * Calls `callback` after each present. Status_InvalidArgument: channel or callback is null. Status_WrongChannelType.
+ * Calls `callback` after each pass of presenting. Status_InvalidArgument: channel or callback is null. Status_WrongChannelType.
  * Waits for a running call of the callback that it replaces, not from inside any callback. [any]
  */
 CORVANE_API uint32_t Corvane_RegisterAfterDisplayCallback(void* channel, CorvaneAfterDisplayCallback callback,

@@ -18,6 +18,32 @@ constexpr int64_t kSkipLateness = -499;               // ms: later than this, qu
 constexpr uint32_t kOverForSpeed = 16;                // pops over the buffer time before the worker plays faster
 constexpr float kCatchUpRate = 1.2f;
 
+// How a frame counts by what its decoding came to.
+void CountUnit(CountAtEnd& fate, DecodeOutcome outcome) {
+    switch (outcome) {
+    case DecodeOutcome::Picture:
+        return fate.Is(Counter::PicturesDecoded);
+    case DecodeOutcome::HeldBack:
+        return fate.Is(Counter::UnitsWithoutPicture, CORVANE_CAUSE_HELD_BACK);
+    case DecodeOutcome::NoPicture:
+        return fate.Is(Counter::UnitsWithoutPicture, CORVANE_CAUSE_NO_PICTURE);
+    case DecodeOutcome::NoDecoder:
+        return fate.Is(Counter::UnitsWithoutDecoder, CORVANE_CAUSE_NO_DECODER);
+    case DecodeOutcome::AwaitsKeyFrame:
+        return fate.Is(Counter::UnitsAwaitingKeyFrame, CORVANE_CAUSE_NO_KEY_FRAME);
+    case DecodeOutcome::NoStartCode:
+        return fate.Is(Counter::UnitsFailed, CORVANE_CAUSE_NO_START_CODE);
+    case DecodeOutcome::WrongType:
+        return fate.Is(Counter::UnitsFailed, CORVANE_CAUSE_WRONG_TYPE);
+    case DecodeOutcome::Failed:
+        return fate.Is(Counter::UnitsFailed, CORVANE_CAUSE_DAMAGED);
+    case DecodeOutcome::Size:
+        return fate.Is(Counter::UnitsFailed, CORVANE_CAUSE_SIZE);
+    case DecodeOutcome::Dropped:
+        return fate.Is(Counter::UnitsFailed, CORVANE_CAUSE_DECODER_STUCK);
+    }
+}
+
 }    // namespace
 
 CChannelLive::CChannelLive(uintptr_t window, uint32_t flags, Clock& clock, const RendererMakers& makers)
@@ -102,6 +128,7 @@ void CChannelLive::JoinWorker() {
     JitterQueue::Entries removed;    // freed outside the lock
     MutexLock lock(m_mutex);
     removed = m_queue.Reset();
+    m_counters.AddLost(Counter::FramesEmptied, CORVANE_CAUSE_EMPTIED, removed.size());
     m_run = Run::Stopped;
     m_stopped.NotifyAll();
 }
@@ -109,6 +136,7 @@ void CChannelLive::JoinWorker() {
 void CChannelLive::ResetDecoder() {
     ExclusiveLock lock(m_decoderLock);
     m_decoder.Reset(false);
+    m_counters.NoteDecoder(0, 0);
 }
 
 // ---- Input
@@ -125,22 +153,29 @@ Status CChannelLive::Accepts(uint32_t streamType) {
     switch (ClassOf(streamType)) {
     case StreamClass::Video:
     case StreamClass::Metadata:
-        return MediaMode() == kAudioOnly ? Status::UnsupportedMedia : Status::Ok;
+        if (MediaMode() != kAudioOnly)
+            return Status::Ok;
+        break;
     case StreamClass::Audio:
-        return MediaMode() == kVideoOnly ? Status::UnsupportedMedia : Status::Ok;
+        if (MediaMode() != kVideoOnly)
+            return Status::Ok;
+        break;
     case StreamClass::Placeholder:
     case StreamClass::Unknown:
-        break;
+        return Status::UnsupportedMedia;
     }
+    m_counters.AddLost(Counter::FramesRefusedMode, CORVANE_CAUSE_MEDIA_MODE);
     return Status::UnsupportedMedia;
 }
 
 Status CChannelLive::Input(const MediaFrameHeader& header) {
+    const int64_t now = m_clock.Now();
     if (const Status status = Accepts(header.streamType); !Ok(status))
         return status;
     FramePtr frame;
     try {
         frame = std::make_shared<MediaFrameImpl>(header);
+        frame->SetArrival(now);
     } catch (const std::bad_alloc&) {
         return Status::OutOfMemory;
     } catch (const std::invalid_argument&) {
@@ -151,10 +186,31 @@ Status CChannelLive::Input(const MediaFrameHeader& header) {
     MutexLock lock(m_mutex);
     Status status = Status::Ok;
     const bool pushed = PushOrWait(lock, frame, status);
+    if (pushed)
+        CountTaken();
     lock.Unlock();
     if (pushed)
         m_frameReady.NotifyOne();    // not sooner: the worker would wait for the lock
+    else if (status == Status::QueueFull)
+        m_counters.AddLost(Counter::FramesRefusedFull, CORVANE_CAUSE_QUEUE_FULL);
     return status;
+}
+
+void CChannelLive::CountTaken() {
+    m_counters.Add(Counter::FramesTaken);
+    if (!m_queue.StepWasMissing())
+        return;
+    m_counters.Add(Counter::FramesWithoutStep);
+    if (m_queue.IsBuffering())
+        m_counters.NoteCause(CORVANE_CAUSE_TIMES_DO_NOT_RISE);
+}
+
+void CChannelLive::GetStatistics(ChannelStatistics& out) {
+    m_counters.Fill(out);
+    MutexLock lock(m_mutex);
+    out.queueFrames = m_queue.Count();
+    out.queueBytes = m_queue.Bytes();
+    out.queueMilliseconds = m_queue.LevelMs();
 }
 
 bool CChannelLive::PushOrWait(MutexLock& lock, const FramePtr& frame, Status& status) {
@@ -189,6 +245,7 @@ void CChannelLive::Work() {
         if (worker.late < kSkipLateness) {
             JitterQueue::Entries skipped = m_queue.Skip(-worker.late);
             worker.late = 0;
+            m_counters.AddLost(Counter::FramesSkippedLate, CORVANE_CAUSE_LATE, skipped.size());
             lock.Unlock();
             m_spaceReady.NotifyAll();
             skipped.clear();
@@ -217,17 +274,22 @@ void CChannelLive::Work() {
 }
 
 void CChannelLive::HandleFrame(WorkerState& worker, FramePtr& frame) {
+    CountAtEnd fate(m_counters, Counter::UnitsFailed, CORVANE_CAUSE_OUT_OF_MEMORY);
     switch (ClassOf(frame->Header().streamType)) {
     case StreamClass::Video:
-        HandleVideo(worker, frame);
+        HandleVideo(worker, frame, fate);
         break;
     case StreamClass::Audio:
+        fate.Is(Counter::SoundFrames);
         if (!frame->NotForDisplay())
             HandleAudio(worker, frame);
         break;
-    case StreamClass::Metadata:       // its parser takes the frame here
+    case StreamClass::Metadata:    // its parser takes the frame here
+        fate.Is(Counter::MetadataFrames);
+        break;
     case StreamClass::Placeholder:    // refused at the input
     case StreamClass::Unknown:
+        fate.IsNothing();
         break;
     }
 }
@@ -237,12 +299,12 @@ bool CChannelLive::CompletesPicture(const MediaFrameImpl& frame) {
     return m_decoder.Completes(frame);
 }
 
-void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame) {
+void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame, CountAtEnd& fate) {
     if (worker.keyFramesOnly && !frame->IsKeyFrame() && !CompletesPicture(*frame))
-        return;
+        return fate.Is(Counter::FramesThinned, CORVANE_CAUSE_THINNED);
     worker.keyFramesOnly = worker.displayMode >= 8;
     if (worker.thinner.ShouldThin(frame->Header(), worker.displayMode & 7))
-        return;
+        return fate.Is(Counter::FramesThinned, CORVANE_CAUSE_THINNED);
     uint32_t got = 0;
     uint32_t kind;
     SharedPicture picture;
@@ -252,17 +314,24 @@ void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame) {
         if (m_decoder.Decode(frame, &got) < 0)
             got = 0;
         kind = m_decoder.ActiveKind();
+        m_counters.NoteDecoder(kind, m_decoder.ThreadsInUse());
         if (got != 0) {
             (void)m_decoder.CurrentInput(frame);
             picture = m_decoder.ShareCurrent();
         }
+        CountUnit(fate, m_decoder.LastOutcome());
     }
+    // Lost, should a callback raise before the manager has it.
+    CountAtEnd shown(m_counters, got != 0 ? Counter::PicturesLost : Counter::Count, CORVANE_CAUSE_NONE);
     if (kind != worker.lastKind) {
         worker.lastKind = kind;
         m_render.SendDecoderKind(kind);
     }
-    if (got == 0 || frame->NotForDisplay())
+    if (got == 0)
         return;
+    if (frame->NotForDisplay())
+        return shown.Is(Counter::PicturesNotForDisplay, CORVANE_CAUSE_NOT_FOR_DISPLAY);
+    shown.IsNothing();    // the manager counts it
     // The picture stays valid without the lock: only this thread decodes, and who resets joins it first.
     m_render.PresentFrame(frame, picture.Get(), worker.over < kOverForSpeed);
     Pace(worker, *frame);

@@ -18,6 +18,7 @@
 #include "corvane/corvane.h"
 #include "decoders/FrameThinner.h"
 #include "decoders/VideoDecoderHolder.h"
+#include "frame/ChannelCounters.h"
 #include "frame/JitterQueue.h"
 #include "frame/MediaFrameImpl.h"
 #include "frame/PaceClock.h"
@@ -49,6 +50,7 @@ public:
     void SetBufferTime(uint32_t milliseconds);
     void SetDisplayMode(uint32_t mode);
     bool IsBuffering();
+    void GetStatistics(ChannelStatistics& out);    // all but recordSize
 
     CRenderMgr& Render() { return m_render; }
     StillRoad& Stills() { return m_stills; }
@@ -69,7 +71,7 @@ private:
 
     void Work();
     void HandleFrame(WorkerState& worker, FramePtr& frame);
-    void HandleVideo(WorkerState& worker, FramePtr& frame);
+    void HandleVideo(WorkerState& worker, FramePtr& frame, CountAtEnd& fate);
     // A second field belongs to its key frame although it is none itself.
     bool CompletesPicture(const MediaFrameImpl& frame);
     void HandleAudio(WorkerState& worker, const FramePtr& frame);
@@ -78,6 +80,7 @@ private:
     void ResetDecoder();
     uint32_t MediaMode();
     Status Accepts(uint32_t streamType);
+    void CountTaken();
     bool PushOrWait(MutexLock& lock, const FramePtr& frame, Status& status) REQUIRES(m_mutex);
 
     Clock& m_clock;    // constant
@@ -110,6 +113,7 @@ private:
     VideoDecoderHolder m_decoder;
 
     CRenderMgr m_render;
+    ChannelCounters& m_counters = m_render.Counters();    // brings its own lock
     StillRoad m_stills{this, m_decoderLock, m_decoder, m_render};
 };
 

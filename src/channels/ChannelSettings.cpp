@@ -99,6 +99,7 @@ Status CChannelLive::SetOption(int32_t id, uint64_t value, uint64_t extra) {
         JitterQueue::Entries removed;    // freed outside the lock
         MutexLock lock(m_mutex);
         removed = m_queue.Clear();
+        m_counters.AddLost(Counter::FramesEmptied, CORVANE_CAUSE_EMPTIED, removed.size());
         m_spaceReady.NotifyAll();
         return Status::Ok;
     }

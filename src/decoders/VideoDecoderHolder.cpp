@@ -247,7 +247,7 @@ DecodeOutcome VideoDecoderHolder::WithoutDecoder(const MediaFrameImpl& frame) co
 
 // The outcome so far, or a mistake of the sender that explains it better.
 DecodeOutcome VideoDecoderHolder::WithoutPicture(const MediaFrameImpl& frame) const {
-    if (m_outcome == DecodeOutcome::Size || m_outcome == DecodeOutcome::Dropped)
+    if (m_outcome == DecodeOutcome::Dropped)
         return m_outcome;
     switch (FindPayloadFault(m_codec, frame.Payload(), frame.PayloadSize())) {
     case PayloadFault::NoStartCode:

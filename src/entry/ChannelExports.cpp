@@ -1,6 +1,8 @@
 // Exports of live channels.
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 
 #include "corvane/corvane.h"
 #include "entry/Guard.h"
@@ -118,6 +120,19 @@ uint32_t Corvane_SetDisplayMode(void* channel, uint32_t mode) {
 uint32_t Corvane_GetRemainingQueueElementCount(void* channel, QueueState* state) {
     return OnLiveWith(channel, state, [&](CChannelLive& live) {
         *state = QueueState{{}, live.IsBuffering() ? 1u : 2u};
+    });
+}
+
+uint32_t Corvane_GetChannelStatistics(void* channel, ChannelStatistics* statistics) {
+    return OnLiveWith(channel, statistics, [&](CChannelLive& live) {
+        const uint32_t room = statistics->recordSize;
+        if (room < sizeof room)
+            return Status::InvalidArgument;
+        ChannelStatistics whole{};
+        whole.recordSize = std::min<uint32_t>(room, sizeof whole);
+        live.GetStatistics(whole);
+        std::memcpy(statistics, &whole, whole.recordSize);
+        return Status::Ok;
     });
 }
 

@@ -18,16 +18,15 @@ constexpr uint32_t kVideoSlackMs = 1000;         // above the buffer time
 constexpr int64_t kLongestDurationMs = 11000;    // from here on a step is a gap or a jump
 constexpr size_t kMaxSpareNodes = 256;
 
+bool IsStep(int64_t ms) {
+    return ms >= 1 && ms < kLongestDurationMs;
+}
+
 bool IsTimedVideo(uint32_t tag) {
     return tag < kMetadataTag;
 }
 
 }    // namespace
-
-int64_t JitterQueue::DurationOf(const Line& line, int64_t timeMs) const {
-    const int64_t step = m_reverse ? line.lastTimeMs - timeMs : timeMs - line.lastTimeMs;
-    return step < 1 || step >= kLongestDurationMs ? line.lastDurationMs : step;
-}
 
 void JitterQueue::Append(const FramePtr& frame, uint32_t tag) {
     if (m_spare.empty())
@@ -40,6 +39,7 @@ void JitterQueue::Append(const FramePtr& frame, uint32_t tag) {
 }
 
 bool JitterQueue::Push(const FramePtr& frame) {
+    m_stepMissing = false;
     const StreamClass streamClass = ClassOf(frame->Header().streamType);
     if (streamClass == StreamClass::Unknown)
         return true;
@@ -56,8 +56,10 @@ bool JitterQueue::Push(const FramePtr& frame) {
 
     Line& line = audio ? m_audio : m_video;
     const int64_t timeMs = TimeMs(*frame);
-    const int64_t durationMs = DurationOf(line, timeMs);
+    const int64_t stepMs = m_reverse ? line.lastTimeMs - timeMs : timeMs - line.lastTimeMs;
+    const int64_t durationMs = IsStep(stepMs) ? stepMs : line.lastDurationMs;
     Append(frame, static_cast<uint32_t>(durationMs) | (audio ? kAudioBit : 0));
+    m_stepMissing = std::exchange(line.running, true) && !IsStep(stepMs);
     line.lastDurationMs = durationMs;
     line.lastTimeMs = timeMs;
     line.sumMs += static_cast<uint64_t>(durationMs);

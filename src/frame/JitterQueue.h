@@ -26,6 +26,10 @@ public:
     // key frame is never refused. Raises std::bad_alloc, and nothing has changed then.
     bool Push(const FramePtr& frame);
 
+    // Whether the frame pushed last took its duration over from the one before: its time did not rise, or jumped. Not for
+    // the first of its class since the queue ran empty.
+    bool StepWasMissing() const { return m_stepMissing; }
+
     // -1 nothing to give yet, `out` untouched; 0 a frame, and the queue is still above the buffer time; 1 a frame, and
     // the queue is at or below it.
     int Pop(FramePtr& out);
@@ -57,9 +61,9 @@ private:
         uint64_t sumMs = 0;
         int64_t lastTimeMs = 0;
         int64_t lastDurationMs = 1;
+        bool running = false;    // there is a last frame
     };
 
-    int64_t DurationOf(const Line& line, int64_t timeMs) const;
     void Append(const FramePtr& frame, uint32_t tag);
     void MoveFrontTo(Entries& target);
     bool FrontIsKeyFrame() const;
@@ -75,6 +79,7 @@ private:
     uint32_t m_bufferMs = 1;
     uint32_t m_videoLimitMs = 1001;
     bool m_reverse = false;
+    bool m_stepMissing = false;
 };
 
 }    // namespace corvane

@@ -69,6 +69,10 @@ public:
     const uint8_t* VendorBlob() const { return m_extension.blob.get(); }
     uint32_t VendorBlobSize() const { return m_extension.blobLength; }
 
+    // When the channel was given the frame, ns of its clock; 0 where nobody noted it. Noted before the frame is queued.
+    int64_t ArrivedAt() const { return m_arrivedAt; }
+    void SetArrival(int64_t now) { m_arrivedAt = now; }
+
     // Bytes of the block, for statistics.
     uint64_t MemoryBytes() const;
 
@@ -76,6 +80,7 @@ private:
     FrameBlock* m_block = nullptr;
     const MediaFrameHeader* m_header = nullptr;
     FrameExtension m_extension;
+    int64_t m_arrivedAt = 0;
     std::atomic<bool> m_interlaced{false};
     std::atomic<bool> m_fieldCoded{false};
     std::atomic<bool> m_notForDisplay{false};

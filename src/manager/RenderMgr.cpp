@@ -77,6 +77,7 @@ private:
 
 CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Clock& clock, const RendererMakers& makers)
     : m_clock(clock),
+      m_counters(clock),
       m_info(StartInfo(flags)),
       m_chainSettings(std::make_shared<const ChainSettings>()),
       m_slot(this, StartInfo(flags), makers),
@@ -114,6 +115,7 @@ CRenderMgr::PicturePlan CRenderMgr::Plan() const {
 }
 
 void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait) NO_THREAD_SAFETY_ANALYSIS {
+    CountAtEnd fate(m_counters, Counter::PicturesLost, CORVANE_CAUSE_OUT_OF_MEMORY);
     m_chain.UpdateDewarp(*frame);
     const PictureSize size = ShownSize(*frame, decoded);
     ReportFrame(*frame, size);
@@ -122,7 +124,7 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded
     {
         TryExclusiveLock picture(m_pictureLock, wait ? std::chrono::nanoseconds(kTick) : std::chrono::nanoseconds(0));
         if (!picture)
-            return;
+            return fate.Is(Counter::PicturesLost, CORVANE_CAUSE_REPLACED);
         CallGate::Scope call(m_filterCalls);
         const PicturePlan plan = Plan();
         RendererPtr renderer = m_slot.Current();
@@ -134,8 +136,14 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded
         RendererTarget lender(m_slot, std::move(renderer), plan.info);
         const CarryResult carried = CarryPicture(lender, m_chain, *plan.chain, Rotation(plan.angle), *frame, decoded,
                                                  target.width, target.height);
+        if (carried.smoothing != Smoothing::None)
+            m_counters.Add(carried.smoothing == Smoothing::Done ? Counter::PicturesSmoothed
+                                                                : Counter::PicturesRefusedSmoothing);
         if (carried.Lost())
-            return;
+            return fate.Is(Counter::PicturesLost, carried.fate == CarryResult::Fate::LostNotRotatable
+                                                      ? CORVANE_CAUSE_NOT_ROTATABLE
+                                                      : CORVANE_CAUSE_NO_BUFFER);
+        fate.IsNothing();
         m_committed = frame;
         Store(frame, size);
     }
@@ -210,7 +218,8 @@ void CRenderMgr::Store(const FramePtr& frame, PictureSize size) {
     m_frameSize = size;
     m_info.forceRedraw |= m_state != RenderState::Playing;    // the state's picture lies where margins and text go
     m_state = RenderState::Playing;
-    m_unlatched = true;
+    if (std::exchange(m_unlatched, true))
+        m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
     ++m_generation;
 }
 
@@ -274,8 +283,8 @@ void CRenderMgr::RenderLoop() {
             state = m_state;
             tidyUp = std::exchange(m_tidyUp, false);
             room = std::exchange(m_sinkRoom, false);
-            if (state != RenderState::Playing)
-                m_unlatched = false;    // nobody will take it
+            if (state != RenderState::Playing && std::exchange(m_unlatched, false))    // nobody will take it
+                m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
         }
         try {
             if (tidyUp)
@@ -376,7 +385,11 @@ void CRenderMgr::PresentPass(uint64_t& seen) {
     if (pass.frame == nullptr)
         return;
     const RenderInfo& info = pass.info;
+    if (pass.fresh)
+        m_tally.Begin(pass.frame->ArrivedAt());
+    const int64_t begun = m_clock.Now();    // the client's callback takes the time that it takes
     const Outcome outcome = pass.renderer->Present(&pass.frame, &info);
+    m_tally.Note(outcome, info, outcome == Outcome::HandedOver ? begun : m_clock.Now());
     if (outcome == Outcome::Failed) {
         (void)m_slot.ReplaceFailed(pass.renderer, info);
         return;
@@ -396,11 +409,14 @@ bool CRenderMgr::LatchPicture(Pass& pass, uint64_t& seen) {
     m_slot.DestroyRetired();
     {
         MutexLock lock(m_lock);
-        m_unlatched = false;
+        pass.fresh |= std::exchange(m_unlatched, false);
         m_presenting = true;
         m_latched.NotifyAll();
-        if (m_state != RenderState::Playing)
+        if (m_state != RenderState::Playing) {
+            if (pass.fresh)
+                m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
             return true;    // changed since the wake-up, and woken again
+        }
         if (m_slot.Current() != pass.renderer || m_redraws != pass.redraws || m_info.window != pass.info.window ||
             m_info.overviewWindow != pass.info.overviewWindow)
             return false;

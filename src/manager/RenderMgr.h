@@ -28,8 +28,10 @@
 #include "corvane/decoder.h"
 #include "filters/FilterChain.h"
 #include "filters/RotateFilter.h"
+#include "frame/ChannelCounters.h"
 #include "frame/MediaFrameImpl.h"
 #include "manager/RendererSlot.h"
+#include "manager/ShownTally.h"
 #include "manager/StatePicture.h"
 #include "manager/StreamInfo.h"
 #include "platform/Clock.h"
@@ -80,7 +82,7 @@ public:
     // ---- From the worker ----
 
     // Reports the frame, carries its picture to the renderer and wakes the render thread. A busy manager is waited for,
-    // at most 500 ms and only with `wait`; the picture is lost otherwise.
+    // at most 500 ms and only with `wait`; the picture is lost otherwise. What becomes of the picture is counted.
     void PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait);
     // Sound enters here (`mix`: it is to be heard). With `show` and a new second of wall-clock time the state becomes
     // AudioOnly.
@@ -129,6 +131,8 @@ public:
     RenderInfo GetRenderInfo() const { return Plan().info; }
     RenderState State() const;
     bool HasWindow() const;
+    // Of the whole channel: what comes before the manager counts here too.
+    ChannelCounters& Counters() { return m_counters; }
 
     Status InsertFilter(QMRX::Filter::IFilter* filter);
     void RemoveFilter(QMRX::Filter::IFilter* filter);    // waits for a running call of it
@@ -173,6 +177,7 @@ private:
         RendererPtr renderer;
         RenderInfo info;
         uint64_t redraws = 0;    // m_redraws, as of the preparation
+        bool fresh = false;      // a picture that no pass has taken before
         FramePtr frame;          // null: nothing to present
     };
     bool LatchPicture(Pass& pass, uint64_t& seen);
@@ -189,6 +194,7 @@ private:
 
     // Constant after construction, or with locks of their own.
     Clock& m_clock;
+    ChannelCounters m_counters;
     CallGate m_renderCalls;    // picture and after-display callbacks
     CallGate m_filterCalls;
 
@@ -228,6 +234,7 @@ private:
 
     WindowSinks m_sinks;            // empty once the render thread has ended
     StatePicture m_statePicture;    // only on the render thread
+    ShownTally m_tally{m_counters};    // likewise
 
     // The windows that m_info names. m_windowLock is taken before m_lock, and never by who tells of their changes.
     Mutex m_windowLock;

@@ -94,6 +94,8 @@ inline std::vector<Call> Calls() {
     };
     static PassFilter pass, other;
     static QueueState state;
+    static ChannelStatistics statistics;
+    statistics.recordSize = sizeof statistics;
     static ChannelUpdate update{};
     update.mask = 0x3FFF & ~0x0041u;
     update.window = 1;
@@ -124,6 +126,7 @@ inline std::vector<Call> Calls() {
         OnChannel("SetBufferTime", &Corvane_SetBufferTime, 1),
         OnChannel("SetDisplayMode", &Corvane_SetDisplayMode, 0),
         OnChannel("GetRemainingQueueElementCount", &Corvane_GetRemainingQueueElementCount, &state),
+        OnChannel("GetChannelStatistics", &Corvane_GetChannelStatistics, &statistics),
         OnChannel("RegisterRawDataCallback", &Corvane_RegisterRawDataCallback, onPicture, nullptr, 4, 0),
         OnChannel("SetRawDataCallbackSize", &Corvane_SetRawDataCallbackSize, 64, 64),
         OnChannel("RegisterAfterDisplayCallback", &Corvane_RegisterAfterDisplayCallback, onDisplay, nullptr),

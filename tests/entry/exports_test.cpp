@@ -61,6 +61,7 @@ TEST(Exports, WrongArguments) {
         Corvane_InputEncodedMediaFrame(channel, nullptr),
         Corvane_UpdateChannelSettings(channel, nullptr),
         Corvane_GetRemainingQueueElementCount(channel, nullptr),
+        Corvane_GetChannelStatistics(channel, nullptr),
         Corvane_RegisterAfterDisplayCallback(channel, nullptr, nullptr),
         Corvane_GetCurrentSnapShot(channel, nullptr, 0),
         Corvane_GetCurrentSnapShot(channel, &picture, 8),    // no buffer of the caller's

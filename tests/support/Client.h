@@ -13,6 +13,26 @@
 
 namespace corvane::test {
 
+inline ChannelStatistics StatisticsOf(void* channel) {
+    ChannelStatistics statistics{};
+    statistics.recordSize = sizeof statistics;
+    EXPECT_EQ(Corvane_GetChannelStatistics(channel, &statistics), Status_Ok);
+    return statistics;
+}
+
+// Of a channel that is stopped, or whose worker waits for frames: all of them are accounted for.
+inline void ExpectSums(const ChannelStatistics& s) {
+    EXPECT_EQ(s.framesTaken, s.queueFrames + s.framesEmptied + s.framesSkippedLate + s.framesThinned + s.metadataFrames +
+                                 s.soundFrames + s.unitsWithoutDecoder + s.unitsAwaitingKeyFrame + s.unitsFailed +
+                                 s.unitsWithoutPicture + s.picturesDecoded);
+    const uint64_t waiting =
+        s.picturesDecoded - s.picturesNotForDisplay - s.picturesLost - s.picturesReplaced - s.picturesTaken;
+    EXPECT_LE(waiting, 1u);
+    const uint64_t open = s.picturesTaken - s.picturesPut - s.picturesHandedOver - s.picturesNotPutBusy -
+                          s.picturesNotPutNowhere - s.picturesNotPutOff;
+    EXPECT_LE(open, 1u);
+}
+
 class Client {
 public:
     struct Shown {

@@ -1,0 +1,42 @@
+#include "manager/ShownTally.h"
+
+
+namespace corvane {
+
+void ShownTally::Begin(int64_t arrivedAt) {
+    if (m_open)
+        m_counters.Add(m_otherwise);
+    m_counters.Add(Counter::PicturesTaken);
+    m_open = true;
+    m_arrivedAt = arrivedAt;
+    m_otherwise = Counter::PicturesNotPutNowhere;
+}
+
+void ShownTally::Note(Outcome outcome, const RenderInfo& info, int64_t now) {
+    if (!m_open)
+        return;
+    const auto not_put = [&](Counter counter, uint32_t cause) {
+        m_otherwise = counter;
+        m_counters.NoteCause(cause);
+    };
+    switch (outcome) {
+    case Outcome::Put:
+    case Outcome::HandedOver:
+        m_open = false;
+        m_counters.Add(outcome == Outcome::Put ? Counter::PicturesPut : Counter::PicturesHandedOver);
+        if (m_arrivedAt != 0)
+            m_counters.NoteAge(now - m_arrivedAt);
+        return;
+    case Outcome::Busy:
+        return not_put(Counter::PicturesNotPutBusy, CORVANE_CAUSE_BUSY);
+    case Outcome::NothingToDrawOn:
+        return not_put(Counter::PicturesNotPutNowhere,
+                       info.window == nullptr ? CORVANE_CAUSE_NO_WINDOW : CORVANE_CAUSE_HIDDEN);
+    case Outcome::NotDue:
+        return not_put(Counter::PicturesNotPutOff, CORVANE_CAUSE_OFF);
+    case Outcome::Failed:
+        return not_put(Counter::PicturesNotPutNowhere, CORVANE_CAUSE_RENDERER_FAILED);
+    }
+}
+
+}    // namespace corvane

@@ -1,5 +1,7 @@
 // The chain's own filters beside what they stand for: smoothing beside a copy of the same planes, resizing beside
-// libswscale called directly. Planar 4:2:0 pictures; "ring": more of them in turn than fit the cache; "warm": one.
+// libswscale called directly, rotation by whole quarters beside libyuv, by other angles beside what libswscale takes to
+// scale to the size of the turned picture. Planar 4:2:0 pictures; "ring": more of them in turn than fit the cache;
+// "warm": one.
 //
 //   filter_bench [rounds] [best | avx2 | sse4 | scalar] [part of a name]
 #include <libyuv.h>
@@ -12,6 +14,7 @@ extern "C" {
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,6 +24,7 @@ extern "C" {
 #include "filters/FilterChain.h"
 #include "filters/FilterDeInterlace.h"
 #include "filters/FilterResize.h"
+#include "filters/RotateFilter.h"
 
 namespace {
 
@@ -31,6 +35,7 @@ using QMRX::Filter::Picture;
 
 constexpr uint32_t kMostWidth = 1920;
 constexpr uint32_t kMostHeight = 1080;
+constexpr uint32_t kMostTurned = 2240;    // a side of the box around a turned one
 constexpr int kRing = 8;
 
 struct Buffers {
@@ -89,18 +94,13 @@ Job Smoothing(Size size) {
             {{"libyuv", libyuv}, {"memcpy", rows}}};
 }
 
-Job Resizing(Size from, Size to, uint32_t type) {
-    static constexpr int kFlags[] = {SWS_POINT, SWS_BILINEAR, SWS_BICUBIC, SWS_LANCZOS};
-    static constexpr const char* kNames[] = {"nearest", "bilinear", "bicubic", "Lanczos"};
-    auto filter = std::make_shared<QMRX::Filter::FilterResize>();
-    filter->SetType(type);
-    filter->SetSize(to.width, to.height);
+std::function<void(const Buffers&)> Scaling(Size from, Size to, int flag) {
     const std::shared_ptr<SwsContext> context(
         sws_getContext(static_cast<int>(from.width), static_cast<int>(from.height), AV_PIX_FMT_YUV420P,
-                       static_cast<int>(to.width), static_cast<int>(to.height), AV_PIX_FMT_YUV420P, kFlags[type],
-                       nullptr, nullptr, nullptr),
+                       static_cast<int>(to.width), static_cast<int>(to.height), AV_PIX_FMT_YUV420P, flag, nullptr,
+                       nullptr, nullptr),
         sws_freeContext);
-    const auto direct = [=](const Buffers& b) {
+    return [=](const Buffers& b) {
         const Picture source = Over(b.source, from);
         const Picture out = Over(b.out, to);
         const uint8_t* const in[4] = {source.plane[0], source.plane[1], source.plane[2]};
@@ -109,10 +109,50 @@ Job Resizing(Size from, Size to, uint32_t type) {
         const int outSteps[4] = {out.stride[0], out.stride[1], out.stride[2]};
         sws_scale(context.get(), in, inSteps, 0, static_cast<int>(from.height), target, outSteps);
     };
+}
+
+// The filter turns what lies in its own buffer, so there is one for each picture of the ring.
+Job Turning(Size from, int angle) {
+    using Filters = std::map<const uint8_t*, std::unique_ptr<corvane::RotateFilter>>;
+    Size to{};
+    corvane::RotateFilter(angle).OutputSize(from.width, from.height, &to.width, &to.height);
+    const auto ours = [=, filters = std::make_shared<Filters>()](const Buffers& b) {
+        std::unique_ptr<corvane::RotateFilter>& filter = (*filters)[b.source];
+        if (filter == nullptr) {
+            filter = std::make_unique<corvane::RotateFilter>(angle);
+            uint8_t* buffer = nullptr;
+            uint32_t stride = 0;
+            if (filter->Allocate(from.width, from.height, PF_I420, &buffer, &stride) < 0)
+                std::abort();
+            std::memcpy(buffer, b.source, corvane::PictureBytes(PF_I420, from.width, from.height));
+        }
+        filter->Rotate(b.out, corvane::RowBytes(PF_I420, to.width), PF_I420, to.width, to.height);
+    };
+    const auto libyuv = [=](const Buffers& b) {
+        const Picture source = Over(b.source, from);
+        const Picture out = Over(b.out, to);
+        libyuv::I420Rotate(source.plane[0], source.stride[0], source.plane[1], source.stride[1], source.plane[2],
+                           source.stride[2], out.plane[0], out.stride[0], out.plane[1], out.stride[1], out.plane[2],
+                           out.stride[2], static_cast<int>(from.width), static_cast<int>(from.height),
+                           static_cast<libyuv::RotationMode>(angle));
+    };
+    const std::string name = "turned by " + std::to_string(angle) + " degrees, " + std::to_string(from.width) + " x " +
+                             std::to_string(from.height);
+    if (angle % 90 == 0)
+        return {name, "1.00", ours, {{"libyuv", libyuv}}};
+    return {name, "-", ours, {{"swscale", Scaling(from, to, SWS_BILINEAR)}}};
+}
+
+Job Resizing(Size from, Size to, uint32_t type) {
+    static constexpr int kFlags[] = {SWS_POINT, SWS_BILINEAR, SWS_BICUBIC, SWS_LANCZOS};
+    static constexpr const char* kNames[] = {"nearest", "bilinear", "bicubic", "Lanczos"};
+    auto filter = std::make_shared<QMRX::Filter::FilterResize>();
+    filter->SetType(type);
+    filter->SetSize(to.width, to.height);
     char name[80];
     std::snprintf(name, sizeof name, "%s, %u x %u to %u x %u", kNames[type], from.width, from.height, to.width,
                   to.height);
-    return {name, "1.02", Run(filter, from, to), {{"swscale", direct}}};
+    return {name, "1.02", Run(filter, from, to), {{"swscale", Scaling(from, to, kFlags[type])}}};
 }
 
 std::vector<Job> Jobs() {
@@ -123,6 +163,10 @@ std::vector<Job> Jobs() {
     jobs.push_back(Resizing(kFull, {1280, 720}, 1));
     jobs.push_back(Resizing({1280, 720}, kFull, 1));
     jobs.push_back(Resizing(kFull, {480, 270}, 0));
+    for (const int angle : {90, 180, 270, 10, 45})
+        jobs.push_back(Turning(kFull, angle));
+    for (const int angle : {90, 180})
+        jobs.push_back(Turning({704, 576}, angle));
     return jobs;
 }
 
@@ -135,10 +179,11 @@ int main(int argc, char** argv) {
         return 2;
     }
     const uint64_t bytes = corvane::PictureBytes(PF_I420, kMostWidth, kMostHeight);
+    const uint64_t outBytes = corvane::PictureBytes(PF_I420, kMostTurned, kMostTurned);
     std::vector<AlignedBuffer> memory(2 * kRing);
     std::vector<Buffers> ring;
     for (size_t i = 0; i < memory.size(); i += 2) {
-        if (!memory[i].Allocate(bytes) || !memory[i + 1].Allocate(bytes))
+        if (!memory[i].Allocate(bytes) || !memory[i + 1].Allocate(outBytes))
             return 1;
         for (size_t byte = 0; byte < bytes; ++byte)
             memory[i].Data()[byte] = static_cast<uint8_t>(byte * 2654435761u >> 13);

@@ -98,8 +98,8 @@ typedef struct PBInitial {
 CORVANE_API uint32_t PB_QueryMemSize(const PBInitial* initial);
 
 /* Makes an object in `Memory` (which is zeroed) or in memory of its own, and writes it to `*object`. A pool is ready to
- * write. PB_FAILED, with null in `*object`: wrong Version, PoolSize with more than one bit, Mode out of range, no
- * memory. [any] */
+ * write. PB_FAILED, with null in `*object` and `Memory` as it was: wrong Version, PoolSize with more than one bit, Mode out
+ * of range, no memory. [any] */
 CORVANE_API uint32_t PB_Initial(void** object, const PBInitial* initial);
 
 /* Ends the object: frees memory of its own, forgets memory of the client, and puts null into `*object`. A null `object`

@@ -149,7 +149,13 @@ extern "C" {
 
 /* ---- Numbers ------------------------------------------------------------------------------------------------------- */
 
-/* Pixel formats. w is the width in pixels; the stride is in bytes. Other numbers do not exist. */
+/*
+ * Pixel formats. w is the width in pixels; the stride is in bytes. Other numbers do not exist. Colour planes of PF_I420,
+ * PF_YV12 and PF_NV12 have h / 2 rows, rounded down. The second plane begins at stride x h and the third at stride x h x
+ * 5 / 4, also where h is odd: half a colour row then lies unused between them. What a format cannot hold of an odd width
+ * or height is not written: the last row and column in 24 and 32 bits and in PF_YUY2, PF_UYVY and PF_NV12 (there in NV12
+ * only where the decoder gives three planes), and the colour of them in PF_I420 and PF_YV12.
+ */
 enum {
     PF_I420 = 1,             /* planes Y, U, V, 4:2:0; Y stride (w + 63) & ~63, chroma half of it */
     PF_YUY2 = 3,             /* bytes Y U Y V; stride (2 w + 31) & ~31 */
@@ -685,7 +691,7 @@ CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelU
  *   17  quality of JPEG stills: 50 leaves the quantisation tables of the encoder as they are, less is finer and larger, more
  *       is coarser; 0, the finest
  *   25  path (const char*) of a BMP or PNG file: the logo that the window shows while the channel is stopped.
- *       Status_Failed: it cannot be loaded, the old logo stays. Reads the file during the call
+ *       Status_Failed: null, or it cannot be loaded; the old logo stays. Reads the file during the call
  *   26  cairo_surface_t* of an image: the logo, copied during the call; 0: no logo. Status_Failed: not an image
  *   31  empties the queue; value ignored
  *   35  non-zero: pictures marked interlaced are smoothed; 0
@@ -737,7 +743,7 @@ CORVANE_API uint32_t Corvane_GetChannelStatistics(void* channel, ChannelStatisti
  * Hands every picture of the channel to `callback` from now on, in place of a window, for good; a null callback has
  * pictures made and dropped. `kind`: 3 24 bits (PF_BGR24), 4 32 bits (PF_BGRA32), 11 planar (PF_I420); non-zero
  * `bottomUp` with 3 and 4: PF_BGR24_FLIP, PF_BGRA32_FLIP. A slow callback delays pictures, not decoding; what it
- * misses is lost. A row or column more than an even number stays black in 24 and 32 bits.
+ * misses is lost. A row or column more than an even number stays 0, see the pixel formats.
  * Status_InvalidArgument: channel is null. Status_NotSupported: kind (tested before the type). Status_WrongChannelType.
  * Status_OutOfMemory. Waits for a running call of the callback that it replaces, not from inside any callback. [any]
  */
@@ -779,9 +785,10 @@ CORVANE_API uint32_t Corvane_UnregisterAfterDisplayCallback(void* channel);
  * 0x8: picture->data is the caller's, picture->size bytes; otherwise it is cleared and allocated here, to be released by
  * Corvane_FreePicture.
  * The still has the size that the frame states, else the decoded size; it runs no client filter, no rotation and no
- * smoothing. Of odd sizes the last row or column may be 0 in RGB formats, and colour planes have half the size, rounded
- * down. What the still overlay (option 56) draws is laid over formats 6, 8 and 11, and over 0x1. While the channel is
- * stopped and has a logo the still is the logo, in formats whose rows have 4 bytes a pixel.
+ * smoothing. What is not written of odd sizes (see the pixel formats) is 0. Without padding, a colour row has
+ * w / 2 samples, rounded down (PF_NV12: w bytes), and planes follow each other at once; what is left of w x h x 3 / 2
+ * bytes, rounded up, is 0. What the still overlay (option 56) draws is laid over formats 6, 8 and 11, and over 0x1. While the channel is
+ * stopped and has a logo the still is the logo, in formats of 32 bits a pixel (4, 7, 14).
  * Status_InvalidArgument: a pointer is null, also picture->data with 0x8; unknown format. Status_WrongChannelType.
  * Status_Failed: no picture yet; stopped without a logo, or with one and another format; for the window: none, nothing to
  * be read, or no answer within a second. Status_BufferTooSmall: picture is unchanged. Status_OutOfMemory. Blocks for a

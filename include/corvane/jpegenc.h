@@ -54,9 +54,10 @@
  *   [any]     any thread at any time between JPEGEnc_Initial and JPEGEnc_Release.
  * Callbacks run on the thread of the call, with no lock held, and may call [reader] and [any] exports.
  *
- * LIMITS. Refused with JPEGENC_FAILED wherever it is given, and nothing changes: an encoding width or height above 65,535,
- * a restart interval above 65,535, ModeTag above 4, InputWidth x InputHeight or InputWidth x VertOffset of 2^32 and
- * more, Quality above 35,495,597 (the product with a table entry would pass 32 bits), a comment above 65,523 bytes.
+ * LIMITS. Refused with JPEGENC_FAILED wherever it is given, and nothing changes: an encoding width or height above 65,535
+ * (what a file can state; common readers take at most 65,500), a restart interval above 65,535, ModeTag above 4,
+ * InputWidth x InputHeight or InputWidth x VertOffset of 2^32 and more, Quality above 35,495,597 (the product with a
+ * table entry would pass 32 bits), a comment above 65,523 bytes.
  * PackerMode 1 and 2 make JPEG streams. 3 and 4 write the same without the escape rule, which no decoder reads; with 5 and
  * 6, which have no stuffing, no picture succeeds.
  *
@@ -152,8 +153,8 @@ enum {
 CORVANE_API uint32_t JPEGEnc_QueryMemSize(const JPEGEncOptions* options);
 
 /* Makes an encoder in `Memory` (which is zeroed) or in memory of its own, and writes it to `*handle`. JPEGENC_FAILED, with
- * null in `*handle`: wrong Version, a value beyond LIMITS, what PB_Initial refuses, no memory, or an encoding range
- * (offset and size) beyond the input, which is also told on standard error. [any] */
+ * null in `*handle` and `Memory` as it was: wrong Version, a value beyond LIMITS, what PB_Initial refuses, no memory, or an
+ * encoding range (offset and size) beyond the input, which is also told on standard error. [any] */
 CORVANE_API uint32_t JPEGEnc_Initial(void** handle, const JPEGEncOptions* options);
 
 /* Encodes one picture behind what the output holds already, and commits it. JPEGENC_FAILED: see FAILED PICTURES; a null plane

@@ -92,7 +92,7 @@ Status CChannelLive::SetOption(int32_t id, uint64_t value, uint64_t extra) {
         m_stills.SetQuality(number);
         return Status::Ok;
     case 25:
-        return value != 0 ? m_render.SetLogoFile(reinterpret_cast<const char*>(value)) : Status::InvalidArgument;
+        return value != 0 ? m_render.SetLogoFile(reinterpret_cast<const char*>(value)) : Status::Failed;
     case 26:
         return m_render.SetLogoBitmap(reinterpret_cast<struct _cairo_surface*>(value));
     case 31: {

@@ -59,19 +59,21 @@ void Crop(DecodedFrame& decoded, const Rect& part) {
         decoded.planes[2] += top / 2 * decoded.strides[2] + left / 2;
 }
 
-// The logo's pixels as they are, rows in the order of the maker's format: only for formats of as many bytes a row.
+// The logo's pixels, rows and bytes in the order of the maker's format: only for formats of 32 bits.
 Status CopyLogo(const RasterView& logo, IPictureMaker& maker) {
     uint8_t* buffer = nullptr;
     uint32_t stride = 0;
     uint32_t format = 0;
     if (const int32_t result = maker.GetBuffer(logo.width, logo.height, &buffer, &stride, &format); result < 0)
         return static_cast<Status>(result);
-    if (stride != 4 * logo.width)
+    if (format != PF_BGRA32 && format != PF_BGRA32_FLIP && format != PF_RGBA32)
         return Status::Failed;
-    const bool bottomUp = format == PF_BGR24_FLIP || format == PF_BGRA32_FLIP;
     for (uint32_t row = 0; row < logo.height; ++row) {
-        const uint32_t from = bottomUp ? logo.height - 1 - row : row;
-        std::memcpy(buffer + size_t{stride} * row, logo.data + static_cast<ptrdiff_t>(from) * logo.step, stride);
+        const uint32_t from = format == PF_BGRA32_FLIP ? logo.height - 1 - row : row;
+        uint8_t* const to = buffer + size_t{stride} * row;
+        std::memcpy(to, logo.data + static_cast<ptrdiff_t>(from) * logo.step, size_t{4} * logo.width);
+        for (uint32_t x = 0; format == PF_RGBA32 && x < logo.width; ++x)
+            std::swap(to[4 * x], to[4 * x + 2]);
     }
     return Status::Ok;
 }

@@ -26,19 +26,31 @@ uint32_t Side(double low, double high) {
     return (whole + 1) & ~1u;
 }
 
-// Fills `destination` with `fill` and rotates `source` about its centre so that its box begins at (0, 0).
+// All but the part from (0, 0) to (width, height).
+void FillAround(const kernels::MutableImage& image, uint32_t channels, uint32_t width, uint32_t height, uint8_t fill) {
+    for (uint32_t row = 0; row < image.height; ++row) {
+        const uint32_t from = row < height ? width : 0;
+        std::memset(image.data + static_cast<ptrdiff_t>(row) * image.step + size_t{from} * channels, fill,
+                    size_t{image.width - from} * channels);
+    }
+}
+
+// Rotates `source` about its centre so that its box begins at (0, 0), with `fill` around it.
 void RotatePlane(const kernels::ConstImage& source, const kernels::MutableImage& destination, uint32_t channels,
                  double angle, uint8_t fill) {
-    for (uint32_t row = 0; row < destination.height; ++row) {
-        std::memset(destination.data + static_cast<ptrdiff_t>(row) * destination.step, fill,
-                    size_t{destination.width} * channels);
-    }
-    if (source.width == 0 || source.height == 0)
+    if (source.width == 0 || source.height == 0) {
+        FillAround(destination, channels, 0, 0, fill);
         return;
+    }
     auto rotation = kernels::Rotation::About(angle, source.width / 2.0, source.height / 2.0);
     const kernels::RotationBounds bounds = kernels::BoundsOf(rotation, source.width, source.height);
     rotation.shiftX -= bounds.minX;
     rotation.shiftY -= bounds.minY;
+    const auto covered = [&](double low, double high, uint32_t most) {    // by the picture, with no gap
+        return rotation.MovesOnly() ? std::min(most, static_cast<uint32_t>(high - low) + 1) : 0;
+    };
+    FillAround(destination, channels, covered(bounds.minX, bounds.maxX, destination.width),
+               covered(bounds.minY, bounds.maxY, destination.height), fill);
     kernels::RotateBilinear(source, destination, channels, rotation);
 }
 

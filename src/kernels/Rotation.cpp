@@ -3,9 +3,13 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <optional>
 #include <utility>
 
+#include "kernels/PlaneCopy.h"
+#include "kernels/RotationSamples.h"
 #include "kernels/Source420.h"
+#include "kernels/Transpose.h"
 
 namespace corvane::kernels {
 
@@ -26,6 +30,12 @@ Rotation Rotation::About(double angleDegrees, double centerX, double centerY) {
     return rotation;
 }
 
+bool Rotation::MovesOnly() const {
+    constexpr double kMost = 1 << 30;
+    const auto isWhole = [](double value) { return std::abs(value) <= kMost && value == std::round(value); };
+    return isWhole(cosine) && isWhole(sine) && isWhole(shiftX) && isWhole(shiftY);
+}
+
 RotationBounds BoundsOf(const Rotation& rotation, uint32_t width, uint32_t height) {
     const double right = width - 1.0;
     const double bottom = height - 1.0;
@@ -41,12 +51,6 @@ RotationBounds BoundsOf(const Rotation& rotation, uint32_t width, uint32_t heigh
 
 namespace {
 
-// Source coordinates in 1 / 2^32 pixels. A hair outside the edge counts as on it, since corners meet the edges in exact
-// arithmetic only.
-constexpr double kUnit = 4294967296.0;
-constexpr int64_t kOne = int64_t{1} << 32;
-constexpr int64_t kEdge = kOne >> 10;
-
 struct Span {
     int64_t begin;
     int64_t end;    // at most begin: empty
@@ -56,7 +60,7 @@ int64_t FloorDivide(int64_t value, int64_t divisor) {
     return value / divisor - (value % divisor != 0 && (value < 0) != (divisor < 0));
 }
 
-// The part of `span` for which low <= start + i * step <= high.
+// The part of `span` for which low <= start + i * step <= high. What is empty stays so.
 Span Clip(Span span, int64_t start, int64_t step, int64_t low, int64_t high) {
     if (step < 0) {    // the same from the other side
         start = -start;
@@ -65,56 +69,35 @@ Span Clip(Span span, int64_t start, int64_t step, int64_t low, int64_t high) {
         low = -low;
     }
     if (step == 0)
-        return low <= start && start <= high ? span : Span{span.begin, span.begin};
+        return low <= start && start <= high ? span : Span{span.begin, std::min(span.begin, span.end)};
     return {std::max(span.begin, -FloorDivide(start - low, step)),
             std::min(span.end, FloorDivide(high - start, step) + 1)};
 }
 
-// One pixel from the four around it; `next` and `below` are the ways to the neighbours.
-template <uint32_t kChannels>
-inline void Interpolate(const uint8_t* at, ptrdiff_t next, ptrdiff_t below, int64_t x, int64_t y, uint8_t* out) {
-    const auto fractionX = static_cast<int32_t>(x >> 24 & 0xFF);
-    const auto fractionY = static_cast<int32_t>(y >> 24 & 0xFF);
-    for (uint32_t c = 0; c < kChannels; ++c, ++at) {
-        const int32_t upper = at[0] * 256 + (at[next] - at[0]) * fractionX;
-        const int32_t lower = at[below] * 256 + (at[below + next] - at[below]) * fractionX;
-        out[c] = static_cast<uint8_t>((upper * 256 + (lower - upper) * fractionY + 32768) >> 16);
-    }
-}
-
 template <uint32_t kChannels>
 void RotateRows(const ConstImage& source, const MutableImage& destination, const Rotation& rotation) {
-    const int64_t lastX = (int64_t{source.width} - 1) * kOne;
-    const int64_t lastY = (int64_t{source.height} - 1) * kOne;
-    const int64_t stepX = std::llrint(rotation.cosine * kUnit);
-    const int64_t stepY = std::llrint(rotation.sine * kUnit);
+    const RotationSteps steps(source, rotation);
     for (uint32_t row = 0; row < destination.height; ++row) {
         uint8_t* out = destination.data + static_cast<ptrdiff_t>(row) * destination.step;
-        const double dx = -rotation.shiftX;
-        const double dy = row - rotation.shiftY;
-        const int64_t rowX = std::llrint((rotation.cosine * dx - rotation.sine * dy) * kUnit);
-        const int64_t rowY = std::llrint((rotation.sine * dx + rotation.cosine * dy) * kUnit);
+        const RotationSteps::Place first = steps.RowStart(row);
         Span all{0, destination.width};
-        all = Clip(all, rowX, stepX, -kEdge, lastX + kEdge);
-        all = Clip(all, rowY, stepY, -kEdge, lastY + kEdge);
+        all = Clip(all, first.x, steps.stepX, -kRotationEdge, steps.lastX + kRotationEdge);
+        all = Clip(all, first.y, steps.stepY, -kRotationEdge, steps.lastY + kRotationEdge);
         // Within the inner span all four neighbours exist.
-        Span inner = Clip(all, rowX, stepX, 0, lastX - 1);
-        inner = Clip(inner, rowY, stepY, 0, lastY - 1);
+        Span inner = Clip(all, first.x, steps.stepX, 0, steps.lastX - 1);
+        inner = Clip(inner, first.y, steps.stepY, 0, steps.lastY - 1);
         inner.begin = std::min(inner.begin, all.end);
         inner.end = std::max(inner.begin, inner.end);
 
         const auto atEdge = [&](int64_t column) {
-            const int64_t x = std::clamp<int64_t>(rowX + column * stepX, 0, lastX);
-            const int64_t y = std::clamp<int64_t>(rowY + column * stepY, 0, lastY);
-            Interpolate<kChannels>(source.data + (y >> 32) * source.step + (x >> 32) * kChannels,
-                                   x < lastX ? kChannels : 0, y < lastY ? source.step : 0, x, y,
-                                   out + column * kChannels);
+            InterpolateAtEdge<kChannels>(source, steps, first.x + column * steps.stepX, first.y + column * steps.stepY,
+                                         out + column * kChannels);
         };
         for (int64_t column = all.begin; column < inner.begin; ++column)
             atEdge(column);
-        int64_t x = rowX + inner.begin * stepX;
-        int64_t y = rowY + inner.begin * stepY;
-        for (int64_t column = inner.begin; column < inner.end; ++column, x += stepX, y += stepY) {
+        int64_t x = first.x + inner.begin * steps.stepX;
+        int64_t y = first.y + inner.begin * steps.stepY;
+        for (int64_t column = inner.begin; column < inner.end; ++column, x += steps.stepX, y += steps.stepY) {
             Interpolate<kChannels>(source.data + (y >> 32) * source.step + (x >> 32) * kChannels, kChannels,
                                    source.step, x, y, out + column * kChannels);
         }
@@ -123,29 +106,60 @@ void RotateRows(const ConstImage& source, const MutableImage& destination, const
     }
 }
 
+// One axis of the destination where pixels come to lie on pixels: its place i shows the place sign (i - shift) of an
+// axis of the source.
+struct TurnedAxis {
+    TurnedAxis(double signOf, double shiftOf, uint32_t sourceSize, uint32_t size)
+        : sign(static_cast<int64_t>(signOf)), shift(static_cast<int64_t>(shiftOf)) {
+        const int64_t first = sign > 0 ? shift : shift - sourceSize + 1;
+        begin = std::max<int64_t>(first, 0);
+        end = std::min<int64_t>(first + sourceSize, size);
+    }
+    // The lowest place of the source that is shown, and the one that the first place shows.
+    int64_t Lowest() const { return sign * ((sign > 0 ? begin : end - 1) - shift); }
+    int64_t First() const { return sign * (begin - shift); }
+    uint32_t Size() const { return static_cast<uint32_t>(end - begin); }
+
+    int64_t sign, shift;
+    int64_t begin, end;    // of the destination, where it shows anything
+};
+
+void Turn(const ConstImage& source, const MutableImage& destination, uint32_t channels, const Rotation& rotation) {
+    const bool upright = rotation.sine == 0;
+    const TurnedAxis columns(upright ? rotation.cosine : rotation.sine, rotation.shiftX,
+                             upright ? source.width : source.height, destination.width);
+    const TurnedAxis rows(upright ? rotation.cosine : -rotation.sine, rotation.shiftY,
+                          upright ? source.height : source.width, destination.height);
+    if (columns.begin >= columns.end || rows.begin >= rows.end)
+        return;
+    const auto pixel = static_cast<ptrdiff_t>(channels);
+    const auto from = [&](int64_t x, int64_t y) { return source.data + y * source.step + x * pixel; };
+    uint8_t* const to = destination.data + rows.begin * destination.step + columns.begin * pixel;
+    if (upright && rows.sign > 0) {
+        PlaneCopy(from(columns.First(), rows.First()), source.step, to, destination.step, columns.Size() * channels,
+                  rows.Size(), 0);
+    } else if (upright) {
+        Mirror(from(columns.Lowest(), rows.First()), -source.step, to, destination.step, columns.Size(), rows.Size(),
+               channels);
+    } else {
+        // Source rows lie along the destination's columns. Where its columns fall, rows are written upwards.
+        const bool upwards = rows.sign < 0;
+        Transpose(from(rows.Lowest(), columns.First()), columns.sign * source.step,
+                  upwards ? to + (ptrdiff_t{rows.Size()} - 1) * destination.step : to,
+                  upwards ? -destination.step : destination.step, columns.Size(), rows.Size(), channels);
+    }
+}
+
 }    // namespace
 
 int32_t RotateBilinear(const ConstImage& source, const MutableImage& destination, uint32_t channels,
                        const Rotation& rotation) {
-    if (source.data == nullptr || destination.data == nullptr || source.width == 0 || source.height == 0 ||
-        destination.width == 0 || destination.height == 0)
-        return kRefused;
-    switch (channels) {
-    case 1:
-        RotateRows<1>(source, destination, rotation);
-        return kDone;
-    case 2:
-        RotateRows<2>(source, destination, rotation);
-        return kDone;
-    case 3:
-        RotateRows<3>(source, destination, rotation);
-        return kDone;
-    case 4:
-        RotateRows<4>(source, destination, rotation);
-        return kDone;
-    default:
-        return kRefused;
-    }
+    return ForChannels(source, destination, channels, [&]<uint32_t kChannels>() {
+        if (rotation.MovesOnly())
+            Turn(source, destination, kChannels, rotation);
+        else
+            RotateRows<kChannels>(source, destination, rotation);
+    });
 }
 
 }    // namespace corvane::kernels

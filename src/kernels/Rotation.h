@@ -17,6 +17,9 @@ struct Rotation {
     // Keeps the point (centerX, centerY) where it is. Whole quarter turns are exact. An angle that is not finite is
     // 0.
     static Rotation About(double angleDegrees, double centerX, double centerY);
+
+    // Whether it is by whole quarter turns and puts pixels on pixels.
+    bool MovesOnly() const;
 };
 
 // The box around the rotated pixel centres of a picture of (width, height), both at least 1.
@@ -43,9 +46,15 @@ struct MutableImage {
 };
 
 // Writes each destination pixel that comes from within the source, interpolated between its four neighbours with
-// weights of 1/256 and rounded; the others keep what they hold. Returns 0, or negative for a null pointer, an empty
+// weights of 1/256 and rounded; the others keep what they hold. What
+// only moves pixels is done at the speed of a copy. Returns 0, or negative for a null pointer, an empty
 // size or channels other than 1 to 4.
 int32_t RotateBilinear(const ConstImage& source, const MutableImage& destination, uint32_t channels,
                        const Rotation& rotation);
+
+namespace ref {
+int32_t RotateBilinear(const ConstImage& source, const MutableImage& destination, uint32_t channels,
+                       const Rotation& rotation);
+}
 
 }    // namespace corvane::kernels

@@ -38,21 +38,19 @@ uint32_t BitPacker::MemoryBytes(const PBInitial& initial) noexcept {
     return bytes > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(bytes);
 }
 
+bool BitPacker::Accepts(const PBInitial& initial) noexcept {
+    return (initial.Version & 0xFF00FF) == 5 && (initial.Version & 0xFF00) <= 0x300 &&
+           (initial.PoolSize & (initial.PoolSize - 1)) == 0 && OperationsOf(initial.Mode) != nullptr;
+}
+
 BitPacker* BitPacker::Create(const PBInitial& initial) noexcept {
-    if ((initial.Version & 0xFF00FF) != 5 || (initial.Version & 0xFF00) > 0x300 ||
-        (initial.PoolSize & (initial.PoolSize - 1)) != 0)
+    if (!Accepts(initial))
         return nullptr;
     const uint32_t bytes = MemoryBytes(initial);
     void* const block = initial.Memory != nullptr ? initial.Memory : ::operator new(bytes, std::nothrow);
     if (block == nullptr)
         return nullptr;
     std::memset(block, 0, bytes);
-    const Operations* const operations = OperationsOf(initial.Mode);
-    if (operations == nullptr) {
-        if (initial.Memory == nullptr)
-            ::operator delete(block);
-        return nullptr;
-    }
     const auto address = (reinterpret_cast<uintptr_t>(block) + kAlignmentSlack) & ~uintptr_t{kAlignmentSlack};
     auto* const packer = ::new (reinterpret_cast<void*>(address)) BitPacker();
     packer->m_ownMemory = initial.Memory != nullptr ? nullptr : block;
@@ -62,7 +60,7 @@ BitPacker* BitPacker::Create(const PBInitial& initial) noexcept {
     packer->m_fullCallback = initial.FullCallback != nullptr ? initial.FullCallback : [](uint32_t) { return 0u; };
     packer->m_lockCallback = initial.LockCallback != nullptr ? initial.LockCallback : [](uint32_t) {};
     packer->m_unlockCallback = initial.UnlockCallback != nullptr ? initial.UnlockCallback : [](uint32_t) {};
-    packer->m_operations = *operations;
+    packer->m_operations = *OperationsOf(initial.Mode);
     packer->m_retries = packer->m_retryLimit = initial.RetryLimit;
     packer->m_mask = initial.PoolSize - 1;
     packer->m_free = initial.PoolSize;

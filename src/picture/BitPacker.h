@@ -22,6 +22,8 @@ public:
 
     // Bytes for PBInitial::Memory; all ones when they pass 32 bits.
     static uint32_t MemoryBytes(const PBInitial& initial) noexcept;
+    // Whether PB_Initial would find nothing wrong with these values.
+    static bool Accepts(const PBInitial& initial) noexcept;
     // Null for whatever PB_Initial refuses.
     static BitPacker* Create(const PBInitial& initial) noexcept;
     static void Release(BitPacker* packer) noexcept;
@@ -50,9 +52,7 @@ public:
     Status SpliceAlignOneBits() noexcept;
     Status SpliceStuffing() noexcept { return m_operations.spliceStuffing(*this); }
     uint64_t GetUnAlignBytes() noexcept { return m_operations.getUnAlignBytes(*this); }
-    Status UpdateBytePosition(uint32_t byteCount) noexcept {
-        return m_operations.updateBytePosition(*this, byteCount);
-    }
+    Status UpdateBytePosition(uint32_t byteCount) noexcept { return m_operations.updateBytePosition(*this, byteCount); }
     void UpdateByteCount() noexcept;
     void SetBookmark() noexcept;
     Status GotoBookmark() noexcept;

@@ -41,10 +41,10 @@ PBInitial PackerOptions(const JPEGEncOptions& options) {
 }
 
 bool InLimits(const JPEGEncOptions& options) {
-    return (options.Version & 0xFF00FF) == 11 && (options.Version & 0xFF00) == 0 &&
-           options.EncodingWidth <= kMaxSide && options.EncodingHeight <= kMaxSide &&
-           options.RestartInterval <= kMaxRestartInterval && options.ModeTag <= kMaxModeTag &&
-           options.Quality <= kMaxQuality && uint64_t{options.InputWidth} * options.InputHeight <= UINT32_MAX;
+    return (options.Version & 0xFF00FF) == 11 && (options.Version & 0xFF00) == 0 && options.EncodingWidth <= kMaxSide &&
+           options.EncodingHeight <= kMaxSide && options.RestartInterval <= kMaxRestartInterval &&
+           options.ModeTag <= kMaxModeTag && options.Quality <= kMaxQuality &&
+           uint64_t{options.InputWidth} * options.InputHeight <= UINT32_MAX;
 }
 
 bool RangeFits(const JPEGEncOptions& options) {
@@ -78,7 +78,9 @@ uint32_t JpegEncoder::MemoryBytes(const JPEGEncOptions& options) noexcept {
 JpegEncoder::Pointer JpegEncoder::Create(const JPEGEncOptions& options) noexcept {
     constexpr uintptr_t kSlack = alignof(JpegEncoder) - 1;
     static_assert(sizeof(JpegEncoder) + kSlack <= kBlockBytes);
-    if (!InLimits(options))
+    PBInitial initial = PackerOptions(options);
+    // All of it before the client's memory is touched, whose size follows from these values.
+    if (!InLimits(options) || !BitPacker::Accepts(initial) || !RangeFits(options))
         return nullptr;
     const bool own = options.Memory == nullptr;
     const uint32_t bytes = own ? kBlockBytes : MemoryBytes(options);
@@ -89,11 +91,10 @@ JpegEncoder::Pointer JpegEncoder::Create(const JPEGEncOptions& options) noexcept
     const uintptr_t address = (reinterpret_cast<uintptr_t>(block) + kSlack) & ~kSlack;
     auto* const encoder = ::new (reinterpret_cast<void*>(address)) JpegEncoder();
     encoder->m_ownBlock = own ? block : nullptr;
-    PBInitial initial = PackerOptions(options);
     initial.Memory = own ? nullptr : encoder + 1;
     encoder->m_packer = BitPacker::Create(initial);
     Pointer result(encoder);
-    if (encoder->m_packer == nullptr || !RangeFits(options))
+    if (encoder->m_packer == nullptr)
         return nullptr;
     encoder->Keep(options);
     return result;

@@ -1,6 +1,7 @@
 #include "present/Layout.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace corvane {
 
@@ -68,10 +69,16 @@ std::optional<Rect> ZoomSource(const RenderInfo& info, uint32_t sourceWidth, uin
     const Rect part = places->part.Intersected(whole);
     if (part.Empty() || whole.Empty())
         return std::nullopt;
-    const int64_t x = (part.left - whole.left) * sourceWidth / whole.Width();
-    const int64_t y = (part.top - whole.top) * sourceHeight / whole.Height();
-    return Rect{x, y, x + part.Width() * sourceWidth / whole.Width(),
-                y + part.Height() * sourceHeight / whole.Height()};
+    const auto axis = [](int64_t offset, int64_t size, int64_t extent, int64_t length) {
+        const int64_t begin = offset * length / extent;
+        // A selection of less than a pixel shows that pixel, as an empty part would leave the window as it is; and an
+        // odd last one, which is not shown, together with the one in front of it.
+        return std::pair{std::min(begin, std::max<int64_t>(length & ~int64_t{1}, 1) - 1),
+                         begin + std::max<int64_t>(size * length / extent, 1)};
+    };
+    const auto [left, right] = axis(part.left - whole.left, part.Width(), whole.Width(), sourceWidth);
+    const auto [top, bottom] = axis(part.top - whole.top, part.Height(), whole.Height(), sourceHeight);
+    return Rect{left, top, right, bottom};
 }
 
 std::optional<Rect> ZoomCrop(const RenderInfo& info, uint32_t width, uint32_t height) {

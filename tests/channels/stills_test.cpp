@@ -233,20 +233,27 @@ TEST(Stills, LogoOfAStoppedChannel) {
     Client client;
     PictureBuffer picture{};
     EXPECT_EQ(Corvane_GetCurrentSnapShot(client.channel, &picture, 1), Status_Failed) << "nothing yet";
-    Canvas logo(5, 2);
-    cairo_set_source_rgb(logo.context, 1, 0, 0);
-    cairo_rectangle(logo.context, 0, 0, 5, 1);
-    cairo_fill(logo.context);
-    ASSERT_EQ(Corvane_SetChannelOption(client.channel, 26, reinterpret_cast<uint64_t>(logo.surface), 0), Status_Ok);
-    for (const uint32_t format : {4u, 7u}) {    // upright in both
-        ASSERT_EQ(Corvane_GetCurrentSnapShot(client.channel, &picture, kNumbered | format << 16), Status_Ok);
-        const uint8_t* const top = format == 4 ? picture.data : picture.data + 54 + 20;
-        EXPECT_EQ(top[0], 0);
-        EXPECT_EQ(top[2], 255);
-        EXPECT_EQ(top[format == 4 ? 22 : -18], 0);
-        Corvane_FreePicture(&picture);
+    // 1, 8 and 16 pixels: rows of as many bytes in formats that the logo does not have. Upright in all, red over black.
+    for (const int width : {1, 5, 8, 16}) {
+        Canvas logo(width, 2);
+        cairo_set_source_rgb(logo.context, 1, 0, 0);
+        cairo_rectangle(logo.context, 0, 0, width, 1);
+        cairo_fill(logo.context);
+        ASSERT_EQ(Corvane_SetChannelOption(client.channel, 26, reinterpret_cast<uint64_t>(logo.surface), 0), Status_Ok);
+        for (uint32_t format = 1; format <= 18; ++format) {
+            SCOPED_TRACE(testing::Message() << width << " pixels in format " << format);
+            const bool has = format == 4 || format == 7 || format == 14;
+            ASSERT_EQ(Corvane_GetCurrentSnapShot(client.channel, &picture, kNumbered | format << 16),
+                      has ? Status_Ok : Status_Failed);
+            if (!has)
+                continue;
+            const int row = 4 * width, red = format == 14 ? 0 : 2;
+            const uint8_t* const top = picture.data + (format == 7 ? 54 + row : 0);
+            EXPECT_TRUE(top[red] == 255 && top[2 - red] == 0 && top[row - 4 + red] == 255);
+            EXPECT_EQ(top[(format == 7 ? -row : row) + red], 0);
+            Corvane_FreePicture(&picture);
+        }
     }
-    EXPECT_EQ(Corvane_GetCurrentSnapShot(client.channel, &picture, 1), Status_Failed) << "3 bytes a pixel";
     ASSERT_EQ(Corvane_StartChannel(client.channel, 1), Status_Ok);
     EXPECT_EQ(Corvane_GetCurrentSnapShot(client.channel, &picture, kNumbered | 7 << 16), Status_Failed) << "waiting";
 }

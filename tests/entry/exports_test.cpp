@@ -86,7 +86,8 @@ TEST(Exports, WrongArguments) {
     EXPECT_EQ(Corvane_RegisterRawDataCallback(wrong, nullptr, nullptr, 5, 0), Status_NotSupported);    // kinds first
     EXPECT_EQ(Corvane_GetCurrentSnapShot(channel, &picture, 0), Status_Failed);                        // no window
     EXPECT_EQ(Corvane_FreePicture(&picture), Status_Ok);
-    EXPECT_EQ(Corvane_SetChannelOption(channel, 25, reinterpret_cast<uint64_t>("/no/such.bmp"), 0), Status_Failed);
+    for (const char* const path : {"/no/such.bmp", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(Corvane_SetChannelOption(channel, 25, reinterpret_cast<uint64_t>(path), 0), Status_Failed);
     EXPECT_EQ(Corvane_InsertFilter(channel, &picture), Status_Ok);
     EXPECT_EQ(Corvane_InsertFilter(channel, &picture), Status_Failed);    // twice the same
 }

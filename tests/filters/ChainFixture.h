@@ -5,11 +5,13 @@
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <vector>
 
 #include "filters/FakeTessaro.h"
 #include "filters/FilterChain.h"
+#include "support/GuardedBytes.h"
 #include "support/StreamMaker.h"
 
 namespace corvane::test {
@@ -55,9 +57,11 @@ inline TessaroImage ImageOf(const Picture& picture, uint32_t width, uint32_t hei
     return image;
 }
 
-// A decoder's picture of random samples: planes of its own, with (size + 1) / 2 chroma rows and columns.
+// A decoder's picture of random samples: planes of its own, with (size + 1) / 2 chroma rows and columns. A page that
+// cannot be read follows their last samples (`aligned`: within 63 bytes), or with an odd seed lies in front of the
+// first.
 struct Decoded {
-    Decoded(uint32_t width, uint32_t height, bool nv12, uint32_t seed = 1, bool aligned = true) {
+    Decoded(uint32_t width, uint32_t height, bool nv12, uint32_t seed = 2, bool aligned = true) {
         std::mt19937 random(seed);
         frame.width = width;
         frame.height = height;
@@ -65,11 +69,12 @@ struct Decoded {
             const uint32_t row = i == 0 ? width : (width + 1) / 2 * (nv12 ? 2 : 1);
             const uint32_t rows = i == 0 ? height : (height + 1) / 2;
             frame.strides[i] = aligned ? (row + 63) / 64 * 64 + 32 : row;
-            if (!memory[i].Allocate(size_t{frame.strides[i]} * rows))
-                throw std::bad_alloc();
-            frame.planes[i] = memory[i].Data();
+            std::vector<uint8_t> bytes(size_t{frame.strides[i]} * (rows - 1) + row);
             for (uint32_t at = 0; at < row * rows; ++at)
-                memory[i].Data()[at / row * frame.strides[i] + at % row] = static_cast<uint8_t>(random());
+                bytes[at / row * frame.strides[i] + at % row] = static_cast<uint8_t>(random());
+            memory.push_back(std::make_unique<GuardedBytes>(
+                bytes, seed % 2 == 0 ? GuardedBytes::At::End : GuardedBytes::At::Begin, aligned ? 64 : 1));
+            frame.planes[i] = memory.back()->Data();
             picture.plane[i] = frame.planes[i];
             picture.stride[i] = static_cast<int32_t>(frame.strides[i]);
         }
@@ -77,7 +82,7 @@ struct Decoded {
         picture.format = nv12 ? uint32_t{PF_NV12} : uint32_t{PF_I420};
     }
 
-    AlignedBuffer memory[3];
+    std::vector<std::unique_ptr<GuardedBytes>> memory;
     DecodedFrame frame{};
     Picture picture{};
 };

@@ -8,6 +8,7 @@
 
 #include "corvane/corvane.h"
 #include "filters/RotateFilter.h"
+#include "support/GuardedBytes.h"
 
 namespace corvane {
 namespace {
@@ -64,6 +65,40 @@ TEST(Rotate, QuarterTurnsAndRefusals) {
         EXPECT_EQ(filter.Allocate(64, 48, format, &buffer, &stride), -1) << format;
     EXPECT_EQ(filter.Allocate(0, 48, PF_I420, &buffer, &stride), -1);
     EXPECT_EQ(filter.Allocate(16384, 4097, PF_I420, &buffer, &stride), -1);
+}
+
+// Sides of odd length leave a last column or row of the even box over, which is black or without colour.
+TEST(Rotate, TurnsOfOddSizes) {
+    for (const auto& [width, height] : {std::pair(101u, 51u), {64u, 33u}, {7u, 1u}, {1u, 2u}})
+        for (const int angle : {90, 180, 270}) {
+            SCOPED_TRACE(testing::Message() << width << "x" << height << " by " << angle);
+            RotateFilter filter(angle);
+            uint8_t* buffer = nullptr;
+            uint32_t stride = 0, outWidth = 0, outHeight = 0;
+            ASSERT_EQ(filter.Allocate(width, height, PF_YV12, &buffer, &stride), 0);
+            for (uint32_t i = 0; i < stride * height * 3 / 2; ++i)
+                buffer[i] = static_cast<uint8_t>(i * 7 + i / 251);
+            filter.OutputSize(width, height, &outWidth, &outHeight);
+            const uint32_t outStride = (outWidth + 63) & ~63u;
+            const test::GuardedBytes out(std::vector<uint8_t>(size_t{outStride} * outHeight * 3 / 2, 77));
+            filter.Rotate(out.Data(), outStride, PF_YV12, outWidth, outHeight);
+            for (uint32_t plane = 0; plane < 3; ++plane) {
+                const uint32_t half = plane == 0 ? 1 : 2, part = plane == 0 ? 0 : 3 + plane;    // quarters in front
+                const uint8_t* const from = buffer + stride * height * part / 4;
+                const uint8_t* const to = out.Data() + outStride * outHeight * part / 4;
+                const uint32_t columns = width / half, rows = height / half;
+                for (uint32_t y = 0; y < outHeight / half; ++y)
+                    for (uint32_t x = 0; x < outWidth / half; ++x) {
+                        const uint32_t fromX = angle == 90 ? y : angle == 180 ? columns - 1 - x : columns - 1 - y;
+                        const uint32_t fromY = angle == 90 ? rows - 1 - x : angle == 180 ? rows - 1 - y : x;
+                        const bool inside = fromX < columns && fromY < rows;
+                        ASSERT_EQ(to[y * (outStride / half) + x], inside       ? from[fromY * (stride / half) + fromX]
+                                                                  : plane == 0 ? 0
+                                                                               : 128)
+                            << "plane " << plane << " at " << x << ", " << y;
+                    }
+            }
+        }
 }
 
 // Bilinear interpolation keeps a plane of constant slope: every pixel can be worked out from the angle alone.

@@ -13,12 +13,12 @@
 #include "kernels/PackedYuv.h"
 #include "kernels/PlaneCopy.h"
 #include "kernels/PlaneShrink.h"
+#include "kernels/Rotation.h"
 #include "kernels/SamplePick.h"
 #include "kernels/SemiPlanar.h"
 #include "kernels/Stretch.h"
 #include "kernels/YCbCrToRGB.h"
 #include "kernels/YUVToRGB16.h"
-#include "support/GuardedBytes.h"
 #include "support/Plane.h"
 
 namespace corvane::kernels {
@@ -27,13 +27,14 @@ namespace {
 using test::Fill;
 using test::PoisonedPlane;
 using test::SourcePlane;
+using At = test::GuardedBytes::At;
 
 struct Sources {
-    Sources(uint32_t width, uint32_t height, uint32_t gap, Fill fill, uint32_t seed)
-        : y(width, height, gap, fill, seed),
-          u((width + 1) / 2, (height + 1) / 2, gap, fill, seed + 1),
-          v((width + 1) / 2, (height + 1) / 2, 2 * gap, fill, seed + 2),
-          uv((width + 1) / 2 * 2, (height + 1) / 2, 3 * gap, fill, seed + 3) {}
+    Sources(uint32_t width, uint32_t height, uint32_t gap, Fill fill, At at, uint32_t seed)
+        : y(width, height, gap, fill, seed, at),
+          u((width + 1) / 2, (height + 1) / 2, gap, fill, seed + 1, at),
+          v((width + 1) / 2, (height + 1) / 2, 2 * gap, fill, seed + 2, at),
+          uv((width + 1) / 2 * 2, (height + 1) / 2, 3 * gap, fill, seed + 3, at) {}
     Source420 In(bool planar) {
         return planar ? Source420{y.Data(), u.Data(), v.Data(), y.Step(), u.Step(), v.Step()}
                       : Source420{y.Data(), uv.Data(), nullptr, y.Step(), uv.Step(), 0};
@@ -138,21 +139,21 @@ TEST_P(EachTarget, FastFormsEqualPlainForms) {
         sizes.emplace_back(width, 1 + width % 5);
     const std::vector<Kernel> kernels = Kernels();
     for (const auto& [width, height] : sizes)
-        for (const Fill fill : {Fill::Random, Fill::Extremes}) {
-            Sources sources(width, height, width % 4, fill, width * 8 + height);
+        for (const auto& [fill, at] : {std::pair{Fill::Random, At::End}, {Fill::Extremes, At::Begin}}) {
+            Sources sources(width, height, width % 4, fill, at, width * 8 + height);
             for (const Kernel& kernel : kernels)
                 // An even step also where pixels are words.
                 Compare(kernel, sources, width, height, (width & 1) == 0 ? 0 : 6, false);
         }
     // Rows on vectors' boundaries, which planes of a mebibyte leave past the cache, but for a last vector.
     for (const auto& [width, height] : {std::pair{1056u, 995u}, {1088u, 966u}}) {
-        Sources sources(width, height, 32, Fill::Random, width);
+        Sources sources(width, height, 32, Fill::Random, At::End, width);
         for (const Kernel& kernel : kernels)
             Compare(kernel, sources, width, height, width % 64 * kernel.pixelBytes % 64, true);
     }
 }
 
-// Columns that rise by steps of up to nine, from tight rows to tight rows; the source ends with its last sample.
+// Columns that rise by steps of up to nine, from tight rows to tight rows.
 TEST_P(EachTarget, PicksOfSamples) {
     std::mt19937 random(5);
     for (uint32_t turn = 0; turn < 600; ++turn) {
@@ -163,12 +164,11 @@ TEST_P(EachTarget, PicksOfSamples) {
             at += turn % 3 == 0 ? 2 : static_cast<uint32_t>(random()) % (1 + turn % 10);
         }
         const uint32_t bytes = columns.back() + 1 + turn % 2, count = static_cast<uint32_t>(columns.size());
-        SourcePlane row(bytes, 1, 0, Fill::Random, turn);
-        const test::GuardedBytes memory(row.Data(), bytes);
+        const SourcePlane row(bytes, 1, 0, Fill::Random, turn, turn % 4 < 3 ? At::End : At::Begin);
         PoisonedPlane got(count, 1, 0), wanted(count, 1, 0);
         SamplePick pick;
         ASSERT_TRUE(pick.Make(columns, bytes));
-        pick.Row(memory.Data(), got.Data(), memory.Data() + bytes);
+        pick.Row(row.Data(), got.Data(), row.Data() + bytes);
         ref::PickRow(columns.data(), columns.size(), row.Data(), wanted.Data());
         ASSERT_TRUE(got.Equals(wanted)) << bytes << " to " << count;
     }
@@ -177,7 +177,7 @@ TEST_P(EachTarget, PicksOfSamples) {
 // Tight planes are one run, which takes another road when it is large.
 TEST(PlaneCopy, RunsOfAllSizes) {
     for (const auto& [width, height] : {std::pair{61u, 7u}, {1024u, 1023u}, {1024u, 1024u}, {1031u, 1025u}}) {
-        SourcePlane source(width, height, 0, Fill::Random, width);
+        const SourcePlane source(width, height, 0, Fill::Random, width);
         PoisonedPlane got(width, height, 0), wanted(width, height, 0);
         std::copy_n(source.Data(), size_t{width} * height, wanted.Data());
         ASSERT_EQ(PlaneCopy(source.Data(), source.Step(), got.Data(), got.Step(), width, height, 0), kDone);
@@ -185,12 +185,13 @@ TEST(PlaneCopy, RunsOfAllSizes) {
     }
 }
 
-// Rows of up to 21 blocks that end with their last sample; divisors from 2 on.
+// Rows of up to 21 blocks; divisors from 2 on.
 TEST_P(EachTarget, BlocksOfTheJpegEncoder) {
     std::mt19937 random(3);
     for (uint32_t turn = 0; turn < 300; ++turn) {
         const uint32_t count = 1 + turn % 21;
-        SourcePlane samples(8 * count, 8, turn % 3, turn % 2 == 0 ? Fill::Random : Fill::Extremes, turn);
+        SourcePlane samples(8 * count, 8, turn % 3, turn % 2 == 0 ? Fill::Random : Fill::Extremes, turn,
+                            turn % 4 < 2 ? At::End : At::Begin);
         uint16_t reciprocals[64];
         for (uint16_t& r : reciprocals)
             r = static_cast<uint16_t>(65536 / (turn % 5 == 0 ? 2 : 2 + random() % 254));
@@ -232,17 +233,14 @@ struct Scaling {
     uint32_t width, height, toWidth, toHeight, clipX, clipY, columns, rows;
 };
 
-// The source ends 64 bytes in front of memory that cannot be read, what is only copied right there; and begins at its
-// first byte where it is turned over.
+// 64 bytes behind the source may be read, of what is only copied none; none in front of it, where it is turned over.
 void CheckScaling(const Scaling& s, uint32_t bytes, bool bottomUp, Fill fill) {
     const uint32_t left = bytes == 3 ? 2 : 0;
     const uint32_t step = (s.width + left) * bytes + (bytes == 3 ? 5 : 0);
-    SourcePlane pixels(step, s.height, 0, fill, s.width + s.toWidth * 3 + bytes);
-    std::vector<uint8_t> padded(pixels.Data(), pixels.Data() + size_t{step} * s.height);
     const bool same = s.width == s.toWidth && s.height == s.toHeight;
-    padded.resize(padded.size() + (bytes == 4 && same ? 0 : 64), 255);
-    const test::GuardedBytes memory(padded.data(), padded.size());
-    const uint8_t* const top = bottomUp ? memory.Data() + size_t{step} * (s.height - 1) : memory.Data();
+    const SourcePlane pixels(step, s.height, 0, fill, s.width + s.toWidth * 3 + bytes, bottomUp ? At::Begin : At::End,
+                             bytes == 4 && same ? 0 : 64);
+    const uint8_t* const top = bottomUp ? pixels.Row(s.height - 1) : pixels.Data();
     const StretchSource source{top, bottomUp ? -ptrdiff_t{step} : ptrdiff_t{step}, left, 0, s.width, s.height, bytes};
     PoisonedPlane got(s.columns * 4, s.rows, 7), wanted(s.columns * 4, s.rows, 7);
     AlignedBuffer aligned;    // stores past the cache need whole vectors
@@ -291,31 +289,62 @@ TEST_P(EachTarget, ScalingKeepsToItsDefinition) {
         }
 }
 
-// Worked in bands, as callers do. The source ends in front of memory that cannot be read.
+// Worked in bands, as callers do.
 TEST_P(EachTarget, PlanesShrinkByTheirDefinition) {
     constexpr uint32_t kSizes[][4] = {{67, 5, 67, 5},   {90, 60, 60, 40}, {97, 30, 51, 15},  {33, 9, 32, 9},
                                       {128, 9, 64, 9},  {99, 33, 33, 11}, {120, 40, 29, 11}, {400, 3, 4, 3},
                                       {3, 390, 3, 4},   {70, 40, 1, 1},   {1, 1, 1, 1},      {640, 20, 366, 11},
                                       {641, 7, 367, 6}, {300, 8, 45, 8},  {130, 66, 129, 65}};
     for (const auto& [width, height, toWidth, toHeight] : kSizes)
-        for (const auto& [channels, fill] :
-             {std::pair{1u, Fill::Random}, {1u, Fill::Extremes}, {2u, Fill::Random}, {2u, Fill::Extremes}}) {
-            SourcePlane pixels(width * channels, height, 3, fill, width + toWidth);
-            const test::GuardedBytes memory(pixels.Data(), size_t{width * channels + 3} * height - 3);
+        for (uint32_t kind = 0; kind < 8; ++kind) {
+            const uint32_t channels = 1 + kind / 4;
+            const SourcePlane pixels(width * channels, height, 3, kind % 2 == 0 ? Fill::Random : Fill::Extremes,
+                                     width + toWidth, kind / 2 % 2 == 0 ? At::End : At::Begin);
             const ShrinkSizes sizes{width, height, toWidth, toHeight, channels};
             const uint32_t step = (toWidth * channels + 63) / 64 * 64;
             std::vector<uint8_t> got(size_t{step} * toHeight + 1, 7), wanted(got);
             PlaneShrink shrink;
             ASSERT_TRUE(shrink.Make(sizes));
             for (uint32_t row = 0; row < toHeight; row += 3)
-                shrink.Rows(memory.Data(), pixels.Step(), row, std::min(3u, toHeight - row), &got[row * size_t{step}],
+                shrink.Rows(pixels.Data(), pixels.Step(), row, std::min(3u, toHeight - row), &got[row * size_t{step}],
                             step);
-            ref::ShrinkRows(sizes, memory.Data(), pixels.Step(), 0, toHeight, wanted.data(), step);
+            ref::ShrinkRows(sizes, pixels.Data(), pixels.Step(), 0, toHeight, wanted.data(), step);
             const int tolerance = width == toWidth && height == toHeight ? 0 : 2;
             for (size_t i = 0; i < got.size(); ++i)
                 if (i % step < toWidth * channels || i + 1 == got.size())
                     ASSERT_LE(std::abs(got[i] - wanted[i]), tolerance) << toWidth << "x" << toHeight << " at " << i;
         }
+}
+
+// Whole quarters, as a picture is turned (pixels on pixels) and a bit aside, and any other angle; into rooms that are
+// too small, too large and shifted.
+TEST_P(EachTarget, RotationsEqualThePlainForm) {
+    std::mt19937 random(7);
+    const auto upTo = [&](uint32_t most) { return static_cast<uint32_t>(random()) % (most + 1); };
+    for (uint32_t turn = 0; turn < 1500; ++turn) {
+        const uint32_t channels = turn % 2 == 0 ? 1 : 1 + upTo(3), most = turn % 8 == 0 ? 150 : 45;
+        const uint32_t width = 1 + upTo(most), height = 1 + upTo(most), kind = upTo(9);
+        const double angle = kind < 8 ? upTo(8) * 90.0 - 360 : upTo(719999) / 1000.0 - 360;
+        Rotation rotation = Rotation::About(angle, width / 2.0, height / 2.0);
+        const RotationBounds bounds = BoundsOf(rotation, width, height);
+        rotation.shiftX += (kind == 0 ? upTo(20) - 10.0 : 0) + (kind == 1 ? upTo(8) / 8.0 : 0) - bounds.minX;
+        rotation.shiftY += (kind == 0 ? upTo(20) - 10.0 : 0) + (kind == 2 ? upTo(8) / 8.0 : 0) - bounds.minY;
+        const auto side = [&](double low, double high) {
+            return static_cast<uint32_t>(std::max(1.0, high - low + 1 + (kind == 3 ? upTo(9) - 4.0 : upTo(2))));
+        };
+        const uint32_t outWidth = side(bounds.minX, bounds.maxX), outHeight = side(bounds.minY, bounds.maxY);
+        const SourcePlane source(width * channels, height, upTo(2), turn % 3 == 0 ? Fill::Extremes : Fill::Random, turn,
+                                 upTo(1) == 0 ? At::End : At::Begin);
+        PoisonedPlane got(outWidth * channels, outHeight, upTo(3)), wanted = got;
+        const ConstImage from{source.Data(), source.Step(), width, height};
+        const auto to = [&](PoisonedPlane& plane) {
+            return MutableImage{plane.Data(), plane.Step(), outWidth, outHeight};
+        };
+        ASSERT_EQ(RotateBilinear(from, to(got), channels, rotation), kDone);
+        ASSERT_EQ(ref::RotateBilinear(from, to(wanted), channels, rotation), kDone);
+        ASSERT_TRUE(got.Equals(wanted)) << turn << ": " << angle << " of " << width << "x" << height << " by "
+                                        << channels << " to " << outWidth << "x" << outHeight;
+    }
 }
 
 // The definitions themselves, on rows worked by hand; the other axis takes the same steps.

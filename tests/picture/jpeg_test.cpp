@@ -324,13 +324,18 @@ TEST(Jpeg, Refusals) {
         {"range across", [](JPEGEncOptions& o) { o.HorzOffset = 1; }},
         {"range down, beyond 32 bits", [](JPEGEncOptions& o) { o.VertOffset = UINT32_MAX; }},
         {"packer", [](JPEGEncOptions& o) { o.PackerMode = 7; }},
+        {"pool", [](JPEGEncOptions& o) { o.PackerMode = 2, o.PoolSize = UINT32_MAX; }},
     };
+    const std::vector<uint8_t> untouched(3498 + 195, 0xEE);
     std::string told;
     for (const auto& [what, change] : cases) {
         JPEGEncOptions options = Options(16, 16, 0, source);
         change(options);
+        const test::GuardedBytes memory(untouched);
+        options.Memory = memory.Data();
         testing::internal::CaptureStderr();
         EXPECT_EQ(JpegEncoder::Create(options), nullptr) << what;
+        EXPECT_TRUE(std::equal(untouched.begin(), untouched.end(), memory.Data())) << what;
         told += testing::internal::GetCapturedStderr();
     }
     EXPECT_EQ(told,

@@ -37,6 +37,7 @@ TEST(Layout, ZoomSource) {
         {"partly out: the common part", {100, 100, 420, 280}, {}, {20, 20, 180, 145}, {}, Rect{0, 0, 160, 90}},
         {"touching", {100, 100, 420, 280}, {}, {420, 100, 600, 200}, {}, std::nullopt},
         {"margins", {90, 95, 430, 290}, {10, 5, 10, 10}, {170, 140, 345, 240}, {10, 5, 5, 5}, Rect{160, 90, 480, 270}},
+        {"less than a pixel", {0, 0, 1920, 1080}, {}, {1919, 1079, 1920, 1080}, {}, Rect{639, 359, 640, 360}},
         {"overview eaten by its margins", {0, 0, 10, 10}, {5, 0, 5, 0}, {0, 0, 10, 10}, {}, std::nullopt},
         {"widest coordinates",
          {-kMost, -kMost, kMost, kMost},
@@ -59,6 +60,8 @@ TEST(Layout, ZoomSource) {
         info.overviewWindow = watch(row.overview);
         info.zoomWindow = watch(row.zoom);
         EXPECT_EQ(ZoomSource(info, 640, 360), row.source);
+        if (row.name == std::string("less than a pixel"))    // nobody shows an odd last column or row by itself
+            EXPECT_EQ(ZoomSource(info, 641, 361), (Rect{639, 359, 641, 361}));
         info.zoomWindow = std::make_shared<FixedWatch>(std::nullopt);    // destroyed
         EXPECT_EQ(ZoomSource(info, 640, 360), std::nullopt);
     }

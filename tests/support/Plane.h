@@ -1,5 +1,5 @@
-// Planes for kernel and filter tests. Sources end with their last sample, so that a sanitizer sees any read behind it.
-// Destinations stand in poison on all sides, and comparing them compares the poison.
+// Planes for kernel and filter tests. Sources touch a page that cannot be read, with their last sample or with their
+// first. Destinations stand in poison on all sides, and comparing them compares the poison.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,26 +9,35 @@
 #include <random>
 #include <vector>
 
+#include "support/GuardedBytes.h"
+
 namespace corvane::test {
 
 enum class Fill { Random, Extremes };
 
 class SourcePlane {
 public:
-    SourcePlane(uint32_t rowBytes, uint32_t rows, uint32_t gap, Fill fill, uint32_t seed)
-        : m_step(rowBytes + gap), m_bytes(rows == 0 ? 0 : size_t{m_step} * (rows - 1) + rowBytes) {
-        std::mt19937 random(seed);
-        constexpr uint8_t kExtremes[] = {0, 1, 127, 128, 254, 255};
-        for (uint8_t& byte : m_bytes)
-            byte = fill == Fill::Random ? static_cast<uint8_t>(random()) : kExtremes[random() % 6];
-    }
-    uint8_t* Data() { return m_bytes.data(); }
-    uint8_t* Row(uint32_t y) { return Data() + size_t{m_step} * y; }
+    // `padding`: bytes behind the last sample that may be read.
+    SourcePlane(uint32_t rowBytes, uint32_t rows, uint32_t gap, Fill fill, uint32_t seed,
+                GuardedBytes::At at = GuardedBytes::At::End, uint32_t padding = 0)
+        : m_step(rowBytes + gap),
+          m_bytes(Bytes((rows == 0 ? 0 : size_t{m_step} * (rows - 1) + rowBytes) + padding, fill, seed), at) {}
+    uint8_t* Data() const { return m_bytes.Data(); }
+    uint8_t* Row(uint32_t y) const { return Data() + size_t{m_step} * y; }
     int32_t Step() const { return static_cast<int32_t>(m_step); }
 
 private:
+    static std::vector<uint8_t> Bytes(size_t size, Fill fill, uint32_t seed) {
+        std::vector<uint8_t> bytes(size);
+        std::mt19937 random(seed);
+        constexpr uint8_t kExtremes[] = {0, 1, 127, 128, 254, 255};
+        for (uint8_t& byte : bytes)
+            byte = fill == Fill::Random ? static_cast<uint8_t>(random()) : kExtremes[random() % 6];
+        return bytes;
+    }
+
     uint32_t m_step;
-    std::vector<uint8_t> m_bytes;
+    GuardedBytes m_bytes;
 };
 
 class PoisonedPlane {

@@ -14,16 +14,19 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 find_program(CCACHE ccache)
-if(CCACHE)
-  set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE})
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+if(CCACHE)    # paths below the tree count as relative: another checkout finds what this one compiled
+  set(CORVANE_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${CCACHE})
+  set(CMAKE_C_COMPILER_LAUNCHER ${CORVANE_LAUNCHER})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CORVANE_LAUNCHER})
 endif()
 
 add_library(corvane_options INTERFACE)
+file(RELATIVE_PATH CORVANE_SOURCE_FROM_BUILD ${CMAKE_BINARY_DIR} ${PROJECT_SOURCE_DIR})
 target_compile_options(corvane_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wno-unknown-pragmas
   $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
-  -fstack-protector-strong -fstack-clash-protection -fcf-protection=full)
+  -fstack-protector-strong -fstack-clash-protection -fcf-protection=full
+  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/= -fmacro-prefix-map=${CORVANE_SOURCE_FROM_BUILD}=)    # no folder of the builder in what is handed out
 target_link_options(corvane_options INTERFACE -Wl,-z,relro -Wl,-z,now)
 if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   target_compile_options(corvane_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety>)

@@ -2,7 +2,7 @@
 //
 // A filter is inserted with Corvane_InsertFilter and removed with Corvane_RemoveFilter; the client owns it and may
 // delete it when it was removed from every channel: Corvane_RemoveFilter waits for a running call. Filters run on the
-// channel's worker thread, in the order of insertion, on I420 pictures of the size that the renderer asked for.
+// channel's worker thread, in the order of insertion, on I420 pictures of the size that the renderer asked for. C++17.
 #ifndef CORVANE_FILTER_H
 #define CORVANE_FILTER_H
 

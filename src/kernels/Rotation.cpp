@@ -93,16 +93,30 @@ void RotateRows(const ConstImage& source, const MutableImage& destination, const
             InterpolateAtEdge<kChannels>(source, steps, first.x + column * steps.stepX, first.y + column * steps.stepY,
                                          out + column * kChannels);
         };
-        for (int64_t column = all.begin; column < inner.begin; ++column)
-            atEdge(column);
-        int64_t x = first.x + inner.begin * steps.stepX;
-        int64_t y = first.y + inner.begin * steps.stepY;
-        for (int64_t column = inner.begin; column < inner.end; ++column, x += steps.stepX, y += steps.stepY) {
-            Interpolate<kChannels>(source.data + (y >> 32) * source.step + (x >> 32) * kChannels, kChannels,
-                                   source.step, x, y, out + column * kChannels);
+        for (int64_t at = all.begin; at < inner.begin; ++at)
+            atEdge(at);
+        const auto inside = [&](int64_t column, int64_t end) {
+            int64_t x = first.x + column * steps.stepX;
+            int64_t y = first.y + column * steps.stepY;
+            for (; column < end; ++column, x += steps.stepX, y += steps.stepY) {
+                Interpolate<kChannels>(source.data + (y >> 32) * source.step + (x >> 32) * kChannels, kChannels,
+                                       source.step, x, y, out + column * kChannels);
+            }
+        };
+        int64_t column = inner.begin;
+        if constexpr (kChannels == 1) {
+            const Span wide = Clip(inner, first.x, steps.stepX, 0, steps.lastX - 2 * kRotationOne - 1);
+            if (wide.begin < wide.end) {
+                inside(column, wide.begin);
+                column = wide.begin +
+                         static_cast<int64_t>(InterpolateSamples(
+                             source, steps, {first.x + wide.begin * steps.stepX, first.y + wide.begin * steps.stepY},
+                             out + wide.begin, static_cast<size_t>(wide.end - wide.begin)));
+            }
         }
-        for (int64_t column = inner.end; column < all.end; ++column)
-            atEdge(column);
+        inside(column, inner.end);
+        for (int64_t at = inner.end; at < all.end; ++at)
+            atEdge(at);
     }
 }
 

@@ -63,6 +63,11 @@ inline void InterpolateAtEdge(const ConstImage& source, const RotationSteps& ste
                            x < steps.lastX ? ptrdiff_t{kChannels} : 0, y < steps.lastY ? source.step : 0, x, y, out);
 }
 
+// Samples of one channel from `place` on, for which all four neighbours exist and two more bytes behind each row's.
+// Returns how many of the `count` were written: as many as whole vectors.
+size_t InterpolateSamples(const ConstImage& source, const RotationSteps& steps, RotationSteps::Place place,
+                          uint8_t* out, size_t count);
+
 // Calls `rows` with the number of channels as a constant.
 template <class Rows>
 inline int32_t ForChannels(const ConstImage& source, const MutableImage& destination, uint32_t channels,

@@ -103,6 +103,7 @@ TEST(Stills, EachFormat) {
 
 TEST(Stills, ZoomedOnesShowTheSelection) {
     const OnePicture one(160, 96);
+    Corvane_SetChannelOption(one.client.channel, 17, 90, 0);
     const struct {
         const char* name;
         int32_t zoom[4];    // of an area at (100, 100) of 80x48
@@ -127,20 +128,27 @@ TEST(Stills, ZoomedOnesShowTheSelection) {
         }
         ExpectStill(one, &Corvane_GetZoomedSnapShot, kNumbered | 11 << 16, *one.Wanted(part, 11, 160, 96));
         ExpectStill(one, &Corvane_GetCurrentSnapShot, kNumbered | 11 << 16, *one.Wanted(one.decoded, 11, 160, 96));
+        ExpectStill(one, &Corvane_GetZoomedSnapShot, kNumbered | 8 << 16, *one.Wanted(part, 8, 160, 96, 90));
     }
 }
 
+// The stream goes on while the client draws.
 TEST(Stills, OverlayIsLaidOver) {
-    const OnePicture one(160, 96);
-    OsdInfo seen{};
+    struct : OnePicture {
+        using OnePicture::OnePicture;
+        OsdInfo seen{};
+    } one(160, 96);
     const CorvaneOsdCallback draw = [](void* context, OsdInfo* info) {
-        *static_cast<OsdInfo*>(context) = *info;
+        auto& self = *static_cast<decltype(one)*>(context);
+        self.seen = *info;
+        EXPECT_EQ(self.client.Feed(CORVANE_STREAM_JPEG, self.stream[0].bytes, true, 7040), Status_Ok);
+        EXPECT_TRUE(Eventually([&] { return !self.client.Take().empty(); }));
         cairo_set_source_rgb(info->deviceContext, 1, 0, 0);
         cairo_rectangle(info->deviceContext, 16, 8, 8, 8);
         cairo_fill(info->deviceContext);
     };
     ASSERT_EQ(Corvane_SetChannelOption(one.client.channel, 56, reinterpret_cast<uint64_t>(draw),
-                                       reinterpret_cast<uint64_t>(&seen)),
+                                       reinterpret_cast<uint64_t>(&one)),
               Status_Ok);
     PictureBuffer picture{};
     ASSERT_EQ(Corvane_GetCurrentSnapShot(one.client.channel, &picture, kNumbered | 11 << 16), Status_Ok);
@@ -154,10 +162,7 @@ TEST(Stills, OverlayIsLaidOver) {
         }
     EXPECT_EQ(std::vector<uint8_t>(picture.data, picture.data + picture.size), wanted);
     Corvane_FreePicture(&picture);
-    EXPECT_EQ(seen.width, 160u);
-    EXPECT_EQ(seen.height, 96u);
-    EXPECT_EQ(seen.timeSeconds, 7u);
-    EXPECT_EQ(seen.flags, 0u);
+    EXPECT_TRUE(one.seen.width == 160 && one.seen.height == 96 && one.seen.timeSeconds == 7 && one.seen.flags == 0);
 }
 
 struct Canvas {
@@ -187,8 +192,8 @@ TEST(Stills, DisplayDrawsWithTheClientsContext) {
             std::memcpy(&value, bmp.GetData() + 54 + (height - 1 - y) * ((width * 3 + 3) / 4 * 4) + x * 3, 3);
         return value;
     };
-    const PictureMakerPtr plain = one.Wanted(one.decoded, 6, 160, 96), small = one.Wanted(one.decoded, 6, 70, 40);
-    const Canvas framed(176, 112), scaled(352, 224), half(70, 40), broken(10, 10), replayed(160, 96);
+    const PictureMakerPtr plain = one.Wanted(one.decoded, 6, 160, 96), small = one.Wanted(one.decoded, 6, 80, 48);
+    const Canvas framed(176, 112), scaled(352, 224), half(80, 48), broken(10, 10), replayed(160, 96);
     void* const channel = one.client.channel;
     DisplayFrameInfo info{};
     info.flags = 0x40;
@@ -215,7 +220,7 @@ TEST(Stills, DisplayDrawsWithTheClientsContext) {
     for (const int32_t margin : {7, 8, 9, 10})
         Corvane_SetChannelOption(channel, margin, 0, 0);
     ASSERT_EQ(Corvane_GetCurrentDisplay(channel, half.context, &info), Status_Ok);
-    EXPECT_EQ(half.At(0, 0), pixel(*small, 0, 0)) << "less than half: converted at that size already";
+    EXPECT_EQ(half.At(0, 0), pixel(*small, 0, 0)) << "half: converted at that size already";
     cairo_surface_finish(broken.surface);
     EXPECT_EQ(Corvane_GetCurrentDisplay(channel, broken.context, &info), Status_Failed);
     cairo_surface_t* const unbounded = cairo_recording_surface_create(CAIRO_CONTENT_COLOR, nullptr);
@@ -300,12 +305,18 @@ TEST(Stills, PairsAndPlaceholders) {
     EXPECT_EQ(std::vector<uint8_t>(picture.data, picture.data + picture.size), wanted);
     Corvane_FreePicture(&picture);
 
-    ASSERT_EQ(decoder.Decode(test::MakeFrame(CORVANE_STREAM_PLACEHOLDER, {}, true, 0), &got), 0);
+    MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_PLACEHOLDER, {}, true, 7000, 0, 0);
+    const uint8_t baseTime[] = {0, 0, 0, 0, 96, 12, 0, 0, 0, 9, 0, 0, 0, 8, 0, 7, 0, 1};    // 9 s, as an extension
+    header.streamSeconds = 60;
+    header.extension = baseTime;
+    header.extensionSize = sizeof baseTime;
+    ASSERT_EQ(decoder.Decode(std::make_shared<MediaFrameImpl>(header), &got), 0);
     const Canvas canvas(8, 8);
     DisplayFrameInfo info{};
     info.flags = 2;
     EXPECT_EQ(road.Display(canvas.context, false, info), Status::Ok);
     EXPECT_EQ(info.flags, 0x82u);
+    EXPECT_TRUE(info.timeSeconds == 7 && info.presentTime.seconds == 60 && info.baseTime.seconds == 9);
 }
 
 // Three threads take stills while options change: every still is one whole picture.

@@ -54,7 +54,7 @@ std::string Hex(const uint8_t* bytes, size_t size) {
 }
 
 // One word of a script: b3:5 bits, y2:FFD8 bytes, p1234 PutBytes, a align, o align by ones, s stuffing, u take
-// unaligned bytes back, m bookmark, g go to it, c commit; ! in front: fails.
+// unaligned bytes back, m bookmark, g go to it, c commit, f flush; ! in front: fails.
 uint32_t Step(void* packer, const std::string& word) {
     const size_t colon = word.find(':');
     const auto count = static_cast<uint32_t>(std::strtoul(word.c_str() + 1, nullptr, 10));
@@ -79,6 +79,8 @@ uint32_t Step(void* packer, const std::string& word) {
         return PB_SetBookmark(packer);
     case 'g':
         return PB_GotoBookmark(packer);
+    case 'f':
+        return PB_FlushPool(packer);
     default:
         return PB_UpdateByteCount(packer);
     }
@@ -100,6 +102,9 @@ TEST_F(Packer, WritesAsItsModeSays) {
         {"56", 16, "b20:0 b20:1 b24:3", "0000030000030100000303", 0, 0},
         {"56", 16, "b16:0 y1:FF b8:1", "0000FF0301", 0, 0},
         {"56", 16, "b16:0 b4:0 a b8:2", "0000030002", 0, 0},
+        // Zero bytes of before count on after a step back, not after a flush.
+        {"56", 16, "m b16:0 g b8:1", "0301", 0, 0},
+        {"56", 16, "b16:0 f b8:1", "01", 0, 0},
         {"12", 16, "b5:1F s s", "FF00", 0, 0},
         {"34", 16, "b7:7F s", "FE", 0, 0},
         {"34", 16, "b3:7 s s", "EF7F", 0, 0},

@@ -173,14 +173,14 @@ TEST(OverlayBlend, DrawnPixelsReplace) {
     EXPECT_EQ(bgr, wanted);
 
     const size_t u = 64 * 3, v = u + 48;
-    std::vector<uint8_t> planes(v + 48, 100);
+    std::vector<uint8_t> planes(v + 48, 103);
     std::fill(planes.begin() + v, planes.end(), uint8_t{60});
     wanted = planes;
     wanted[0] = 76;
     wanted[64 + 3] = 150;
-    wanted[u] = (85 + 3 * 100) / 4;
+    wanted[u] = (85 + 3 * 103) / 4;    // the means leave remainders of 2 and 3
     wanted[v] = (255 + 3 * 60) / 4;
-    wanted[u + 1] = (44 + 3 * 100) / 4;
+    wanted[u + 1] = (44 + 3 * 103) / 4;
     wanted[v + 1] = (21 + 3 * 60) / 4;
     EXPECT_TRUE(BlendOverlay(drawing.View(), planes.data(), 64, PF_I420));
     EXPECT_EQ(planes, wanted);

@@ -274,22 +274,20 @@ void CChannelLive::Work() {
 }
 
 void CChannelLive::HandleFrame(WorkerState& worker, FramePtr& frame) {
-    CountAtEnd fate(m_counters, Counter::UnitsFailed, CORVANE_CAUSE_OUT_OF_MEMORY);
     switch (ClassOf(frame->Header().streamType)) {
     case StreamClass::Video:
-        HandleVideo(worker, frame, fate);
+        HandleVideo(worker, frame);
         break;
     case StreamClass::Audio:
-        fate.Is(Counter::SoundFrames);
+        m_counters.Add(Counter::SoundFrames);
         if (!frame->NotForDisplay())
             HandleAudio(worker, frame);
         break;
     case StreamClass::Metadata:    // its parser takes the frame here
-        fate.Is(Counter::MetadataFrames);
+        m_counters.Add(Counter::MetadataFrames);
         break;
     case StreamClass::Placeholder:    // refused at the input
     case StreamClass::Unknown:
-        fate.IsNothing();
         break;
     }
 }
@@ -299,15 +297,18 @@ bool CChannelLive::CompletesPicture(const MediaFrameImpl& frame) {
     return m_decoder.Completes(frame);
 }
 
-void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame, CountAtEnd& fate) {
-    if (worker.keyFramesOnly && !frame->IsKeyFrame() && !CompletesPicture(*frame))
-        return fate.Is(Counter::FramesThinned, CORVANE_CAUSE_THINNED);
-    worker.keyFramesOnly = worker.displayMode >= 8;
-    if (worker.thinner.ShouldThin(frame->Header(), worker.displayMode & 7))
-        return fate.Is(Counter::FramesThinned, CORVANE_CAUSE_THINNED);
+// False when there is nothing to present. On true `frame` is the one that the picture came from.
+bool CChannelLive::DecodeVideo(WorkerState& worker, FramePtr& frame, SharedPicture& picture) {
+    CountAtEnd fate(m_counters, Counter::UnitsFailed, CORVANE_CAUSE_OUT_OF_MEMORY);
+    const bool thinned = worker.keyFramesOnly && !frame->IsKeyFrame() && !CompletesPicture(*frame);
+    if (!thinned)
+        worker.keyFramesOnly = worker.displayMode >= 8;
+    if (thinned || worker.thinner.ShouldThin(frame->Header(), worker.displayMode & 7)) {
+        fate.Is(Counter::FramesThinned, CORVANE_CAUSE_THINNED);
+        return false;
+    }
     uint32_t got = 0;
     uint32_t kind;
-    SharedPicture picture;
     {
         ExclusiveLock lock(m_decoderLock);
         m_decoder.SetAdapter(m_render.GetAdapterIndex());
@@ -319,19 +320,21 @@ void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame, CountAtEnd&
             (void)m_decoder.CurrentInput(frame);
             picture = m_decoder.ShareCurrent();
         }
-        CountUnit(fate, m_decoder.LastOutcome());
     }
-    // Lost, should a callback raise before the manager has it.
-    CountAtEnd shown(m_counters, got != 0 ? Counter::PicturesLost : Counter::Count, CORVANE_CAUSE_NONE);
     if (kind != worker.lastKind) {
         worker.lastKind = kind;
         m_render.SendDecoderKind(kind);
     }
-    if (got == 0)
+    CountUnit(fate, m_decoder.LastOutcome());    // only this thread decodes
+    if (got != 0 && frame->NotForDisplay())
+        m_counters.AddLost(Counter::PicturesNotForDisplay, CORVANE_CAUSE_NOT_FOR_DISPLAY);
+    return got != 0 && !frame->NotForDisplay();
+}
+
+void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame) {
+    SharedPicture picture;
+    if (!DecodeVideo(worker, frame, picture))
         return;
-    if (frame->NotForDisplay())
-        return shown.Is(Counter::PicturesNotForDisplay, CORVANE_CAUSE_NOT_FOR_DISPLAY);
-    shown.IsNothing();    // the manager counts it
     // The picture stays valid without the lock: only this thread decodes, and who resets joins it first.
     m_render.PresentFrame(frame, picture.Get(), worker.over < kOverForSpeed);
     Pace(worker, *frame);

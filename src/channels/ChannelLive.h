@@ -71,7 +71,8 @@ private:
 
     void Work();
     void HandleFrame(WorkerState& worker, FramePtr& frame);
-    void HandleVideo(WorkerState& worker, FramePtr& frame, CountAtEnd& fate);
+    void HandleVideo(WorkerState& worker, FramePtr& frame);
+    bool DecodeVideo(WorkerState& worker, FramePtr& frame, SharedPicture& picture);
     // A second field belongs to its key frame although it is none itself.
     bool CompletesPicture(const MediaFrameImpl& frame);
     void HandleAudio(WorkerState& worker, const FramePtr& frame);

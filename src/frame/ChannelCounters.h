@@ -76,8 +76,8 @@ private:
     uint64_t m_agesNoted GUARDED_BY(m_mutex) = 0;
 };
 
-// Counts one thing in its destructor: what it was made with, as long as nobody says better. An exception on the way thus
-// counts as what it costs.
+// Counts one frame or picture in its destructor: as what it was made with, as long as nobody says better. An exception on
+// the way thus counts as what it costs.
 class CountAtEnd {
 public:
     CountAtEnd(ChannelCounters& counters, Counter counter, uint32_t cause)

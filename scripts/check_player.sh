@@ -20,10 +20,20 @@ for file in h264.mp4 h265.mkv mpeg4.mp4 jpeg.avi; do
     # Every frame is accounted for; how many a loaded machine shows is its own affair.
     shown=$(field stats.json shown)
     sum=$((shown + $(field stats.json lost) + $(field stats.json waiting_at_end)))
-    [ "$(field stats.json fed)" = 25 ] && [ "$sum" = 25 ] && [ "$shown" -gt 0 ] || { echo "$file"; cat stats.json; exit 1; }
+    [ "$(field stats.json fed)" = 25 ] && [ "$sum" = 25 ] && [ "$(field stats.json waiting_at_end)" = 0 ] && [ "$shown" -gt 0 ] || { echo "$file"; cat stats.json; exit 1; }
     [ "$(head -c 4 sheet.png | tail -c 3)" = PNG ]
 done
 [ "$(field stats.json width)" = 321 ]
+
+# A clip that is shorter than the buffer is played whole; one that shows nothing ends with the cause.
+ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -c:v libx264 -g 10 -bf 0 -pix_fmt yuv420p all.mp4
+"$play" --headless --quiet --buffer 60000 --stats stats.json all.mp4
+[ "$(field stats.json shown)" = 25 ] && [ "$(field stats.json last_cause)" = none ]
+ffmpeg -nostdin -v error -i all.mp4 -c copy -bsf:v noise=drop=key dependent.mp4
+status=0
+"$play" --headless --quiet --stats stats.json dependent.mp4 2>error || status=$?
+[ "$status" = 1 ] && grep -q 'nothing was shown: no key frame' error
+"$play" --version | grep -q '^corvane-play, libcorvane 5\.5\.' && "$play" -h | grep -q '^usage:'
 
 "$play" --headless --stats stats.json --channels 3 --format bgr --rotate 90 --size 160x120 --loop 2 --threads 1 h264.mp4 2>status
 [ "$(field stats.json fed)" = 50 ] && [ "$(field stats.json width)" -le 124 ]

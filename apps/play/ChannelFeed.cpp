@@ -1,5 +1,6 @@
 #include "ChannelFeed.h"
 
+#include <cstddef>
 #include <limits>
 
 namespace {
@@ -10,9 +11,10 @@ int64_t StreamMs(const MediaFrameHeader& header) {
 
 }    // namespace
 
-bool ChannelFeed::Open(void* instance, uint32_t streamType, int64_t wallStart, std::string& error) {
+bool ChannelFeed::Open(void* instance, const MediaSource& source, int64_t wallStart, std::string& error) {
     constexpr uint32_t kStreamInfoAndContext = 0x0001 | 0x0004;
-    m_streamType = streamType;
+    m_streamType = source.StreamType();
+    m_headerSize = static_cast<uint32_t>(source.FrameHeader().size());
     m_wallStart = wallStart;
     ChannelSettings settings{};
     settings.mask = kStreamInfoAndContext;
@@ -53,8 +55,33 @@ bool ChannelFeed::Deliver(std::string& error) {
                                            m_options.bottomUp ? 1 : 0) == Status_Ok;
 }
 
+void ChannelFeed::EndBuffering() {
+    QueueState state{};
+    Corvane_GetRemainingQueueElementCount(m_channel, &state);
+    constexpr uint32_t kBuffering = 1;
+    if (state.state == kBuffering)
+        Corvane_SetBufferTime(m_channel, static_cast<uint32_t>(Now().counters.queueMilliseconds));
+}
+
+bool ChannelFeed::Idle() const {
+    const ChannelStatistics now = Now().counters;
+    const uint64_t ended = LostOf(now) + ShownOf(now) + now.framesThinned + now.picturesNotForDisplay;
+    const bool nobodySees = now.lastCause == CORVANE_CAUSE_HIDDEN || now.lastCause == CORVANE_CAUSE_RENDERER_FAILED;
+    return ended + (nobodySees ? 1 : 0) >= now.framesTaken;    // the last picture may be put as long as it is the last
+}
+
 void ChannelFeed::Stop() {
+    m_atStop = Now().counters;
     Corvane_StopChannel(m_channel);
+}
+
+Figures ChannelFeed::Now() const {
+    ChannelStatistics counters = m_atStop;
+    if (m_channel != nullptr && m_atStop.recordSize == 0) {
+        counters.recordSize = sizeof counters;
+        Corvane_GetChannelStatistics(m_channel, &counters);
+    }
+    return {m_next, counters, m_pictures.Get()};
 }
 
 void ChannelFeed::Delete() {
@@ -67,20 +94,18 @@ void ChannelFeed::Delete() {
 
 void ChannelFeed::OnStreamInfo(void* context, uint32_t code, uint64_t a, uint64_t b) {
     auto* const self = static_cast<ChannelFeed*>(context);
-    if (code == 7)    // every frame, before its picture is converted
-        self->m_statistics.Committed(StreamMs(*reinterpret_cast<const MediaFrameHeader*>(b)),
-                                     self->m_view != nullptr && self->m_view->Deinterlaces());
-    else if (code == 13)
-        self->m_statistics.DecoderKind(static_cast<uint32_t>(a));
-    else if (code == 3 && self->m_view != nullptr)
-        self->m_statistics.PictureSize(static_cast<uint32_t>(a), static_cast<uint32_t>(b));
+    if (code == 3 && self->m_view != nullptr)
+        self->m_pictures.Size(static_cast<uint32_t>(a), static_cast<uint32_t>(b));
 }
 
+// Also after passes that put nothing: the counter says whether one did.
 void ChannelFeed::OnDisplayed(void* context, const AfterDisplayRecord* record) {
     auto* const self = static_cast<ChannelFeed*>(context);
-    self->m_statistics.Put();
+    ChannelStatistics counters{};
+    counters.recordSize = offsetof(ChannelStatistics, picturesHandedOver);
+    Corvane_GetChannelStatistics(self->m_channel, &counters);
     if (record->header != nullptr)
-        (void)self->m_statistics.Shown(StreamMs(*record->header));
+        self->m_pictures.Shown(StreamMs(*record->header), counters.picturesPut);
 }
 
 void ChannelFeed::OnPicture(void* context, const PseudoFrame* frame) {
@@ -88,11 +113,13 @@ void ChannelFeed::OnPicture(void* context, const PseudoFrame* frame) {
     if (frame->data == nullptr || frame->header == nullptr)
         return;
     const int64_t streamMs = StreamMs(*frame->header);
-    const uint64_t number = self->m_statistics.Shown(streamMs);
-    self->m_statistics.PictureSize(frame->width, frame->height);
-    if (number != 0 && self->m_sheet != nullptr)
+    if (streamMs == self->m_pictures.Get().streamMs)
+        return;    // handed out again
+    self->m_pictures.Size(frame->width, frame->height);
+    self->m_pictures.Shown(streamMs, ++self->m_handedOver);
+    if (self->m_sheet != nullptr)
         self->m_sheet->Offer(frame->data, frame->width, frame->height, self->m_options.kind, self->m_options.bottomUp,
-                             number, streamMs);
+                             self->m_handedOver, streamMs);
 }
 
 // ---- The way in
@@ -113,14 +140,13 @@ void ChannelFeed::Input(const Reel::Picture& picture) {
     MediaFrameHeader header{};
     header.recordSize = sizeof(header);
     header.data = picture.bytes.data();
-    header.payloadSize = static_cast<uint32_t>(picture.bytes.size());
+    header.headerSize = m_headerSize;
+    header.payloadSize = static_cast<uint32_t>(picture.bytes.size()) - m_headerSize;
     header.streamType = m_streamType;
     header.frameType = picture.key ? 0 : 1;
     header.streamSeconds = static_cast<uint32_t>(picture.timeMs / 1000);
     header.timeMilliseconds = static_cast<uint32_t>(picture.timeMs % 1000);
     header.timeSeconds = static_cast<uint32_t>(m_wallStart + picture.timeMs / 1000);
-    m_statistics.Fed(picture.timeMs, header.payloadSize);
-    if (Corvane_InputEncodedMediaFrame(m_channel, &header) != Status_Ok)
-        m_statistics.Refused();
+    Corvane_InputEncodedMediaFrame(m_channel, &header);    // what is refused is counted
     m_fedMs = picture.timeMs;
 }

@@ -25,7 +25,11 @@ public:
 
     // Makes and starts the channel. `wallStart`: seconds since 1970 of the stream's first picture. False with the
     // reason in `error`.
-    bool Open(void* instance, uint32_t streamType, int64_t wallStart, std::string& error);
+    bool Open(void* instance, const MediaSource& source, int64_t wallStart, std::string& error);
+    // Nothing more will be fed: what waits for the buffer to fill comes out. At the stream's pace, as all that waits.
+    void EndBuffering();
+    // Nothing is on its way any more.
+    bool Idle() const;
     void Stop();
     void Delete();
 
@@ -36,7 +40,8 @@ public:
     uint64_t Next() const { return m_next; }     // number in the reel
     int64_t FedMs() const { return m_fedMs; }    // of the stream
     void* Channel() const { return m_channel; }
-    const Statistics& Figures() const { return m_statistics; }
+    Figures Now() const;
+    ShownPictures::Now Pictures() const { return m_pictures.Get(); }
 
 private:
     static void OnStreamInfo(void* context, uint32_t code, uint64_t a, uint64_t b);
@@ -53,8 +58,11 @@ private:
     void* m_instance = nullptr;
     void* m_channel = nullptr;
     uint32_t m_streamType = 0;
+    uint32_t m_headerSize = 0;    // bytes in front of each payload
     int64_t m_wallStart = 0;
     uint64_t m_next = 0;
     int64_t m_fedMs = 0;
-    Statistics m_statistics;
+    ShownPictures m_pictures;
+    uint64_t m_handedOver = 0;    // on the render thread
+    ChannelStatistics m_atStop{};    // what is told once the channel is gone
 };

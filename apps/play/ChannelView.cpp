@@ -52,6 +52,46 @@ void ChannelView::OnOsd(void* context, OsdInfo* info) {
         DrawOsdText(*info);
 }
 
+void ChannelView::SetChannel(void* channel) {
+    m_channel = channel;
+    Corvane_SetChannelOption(m_channel, 57, m_scaling, 0);
+    SendMargins();
+}
+
+void ChannelView::SetPlace(const Box& place) {
+    m_place = place;
+    SendMargins();
+}
+
+void ChannelView::SetShape(double width, double height) {
+    if (width <= 0 || height <= 0 || (width == m_shapeWidth && height == m_shapeHeight))
+        return;
+    m_shapeWidth = width;
+    m_shapeHeight = height;
+    SendMargins();
+}
+
+// Those of the text, and in what they leave those that keep the proportions.
+void ChannelView::SendMargins() {
+    const uint32_t around = m_margins ? kMargin : 0;
+    const uint32_t top = m_margins ? kTextMargin : 0;
+    const auto rest = [](uint32_t side, uint32_t used) { return side > used ? side - used : 0; };
+    m_picture = {static_cast<int32_t>(around), static_cast<int32_t>(top), std::max(1u, rest(m_place.width, 2 * around)),
+                 std::max(1u, rest(m_place.height, top + around))};
+    if (!m_fill)
+        m_picture = m_picture.Fitted(m_shapeWidth, m_shapeHeight);
+    if (m_channel == nullptr)
+        return;
+    const auto left = static_cast<uint32_t>(m_picture.x);
+    const auto above = static_cast<uint32_t>(m_picture.y);
+    const uint32_t margins[] = {left, rest(m_place.width, left + m_picture.width), above,
+                                rest(m_place.height, above + m_picture.height)};
+    for (int32_t i = 0; i < 4; ++i)
+        Corvane_SetChannelOption(m_channel, 7 + i, margins[i], 0);
+    if (m_overview)
+        SendArea();
+}
+
 void ChannelView::Moved() {
     if (m_overview)
         SendArea();
@@ -61,15 +101,11 @@ void ChannelView::Moved() {
 // -----------------------------------------------------------------------------------------------
 
 double ChannelView::ShareX(int32_t x) const {
-    const int32_t margin = m_margins ? kMargin : 0;
-    const double width = std::max(1, static_cast<int32_t>(m_place.width) - 2 * margin);
-    return std::clamp((x - m_place.x - margin) / width, 0.0, 1.0);
+    return std::clamp((x - m_place.x - m_picture.x) / static_cast<double>(std::max(1u, m_picture.width)), 0.0, 1.0);
 }
 
 double ChannelView::ShareY(int32_t y) const {
-    const int32_t top = m_margins ? kTextMargin : 0;
-    const double height = std::max(1, static_cast<int32_t>(m_place.height) - top - (m_margins ? int32_t{kMargin} : 0));
-    return std::clamp((y - m_place.y - top) / height, 0.0, 1.0);
+    return std::clamp((y - m_place.y - m_picture.y) / static_cast<double>(std::max(1u, m_picture.height)), 0.0, 1.0);
 }
 
 std::string ChannelView::Zoomed(bool changed) {
@@ -116,13 +152,18 @@ void ChannelView::SendArea() {
         int32_t x = 0;
         int32_t y = 0;
         m_window.ScreenPlace(x, y);
-        const int32_t left = x + m_place.x;
-        const int32_t top = y + m_place.y;
-        const int32_t window[] = {left, top, left + static_cast<int32_t>(m_place.width),
-                                  top + static_cast<int32_t>(m_place.height)};
-        Corner(window, area.overview.rectangle);
+        const int32_t left = x + m_place.x + m_picture.x;
+        const int32_t top = y + m_place.y + m_picture.y;
+        const int32_t picture[] = {left, top, left + static_cast<int32_t>(m_picture.width),
+                                   top + static_cast<int32_t>(m_picture.height)};
+        Corner(picture, area.overview.rectangle);
+        const int32_t* const place = area.overview.rectangle;
+        ShowFrames({place[0] - x - m_place.x, place[1] - y - m_place.y, static_cast<uint32_t>(place[2] - place[0]),
+                    static_cast<uint32_t>(place[3] - place[1])});
     } else {
         area.overview.rectangle[2] = area.overview.rectangle[3] = kExact;
+        m_overviewFrame.Hide(m_window);
+        m_partFrame.Hide(m_window);
     }
     PartOf(area.overview.rectangle, m_zoom.Shown(), area.zoom.rectangle);
     area.zoomEnabled = m_zoom.Whole() ? 0 : 1;
@@ -130,15 +171,36 @@ void ChannelView::SendArea() {
     Corvane_SetChannelOption(m_channel, 11, reinterpret_cast<uint64_t>(&area), kAreasAndSwitches);
 }
 
+// `overview`: in the channel's window. Its frame lies around it, that of the part inside.
+void ChannelView::ShowFrames(const Box& overview) {
+    constexpr int32_t kThick = 2;
+    m_overviewFrame.Show(m_window, m_id, {overview.x - kThick, overview.y - kThick, overview.width + 2 * kThick,
+                                          overview.height + 2 * kThick});
+    if (m_zoom.Whole())
+        return m_partFrame.Hide(m_window);
+    const ZoomView::Part part = m_zoom.Shown();
+    const auto along = [](double share, uint32_t length) { return static_cast<int32_t>(std::lround(share * length)); };
+    const int32_t left = along(part.left, overview.width);
+    const int32_t top = along(part.top, overview.height);
+    m_partFrame.Show(m_window, m_id,
+                     {overview.x + left, overview.y + top,
+                      static_cast<uint32_t>(std::max(2 * kThick, along(part.right, overview.width) - left)),
+                      static_cast<uint32_t>(std::max(2 * kThick, along(part.bottom, overview.height) - top))});
+}
+
 // ---- Switches of the channel
 // -------------------------------------------------------------------------------------------
 
 std::string ChannelView::ToggleMargins() {
     m_margins = !m_margins;
-    for (const int32_t side : {7, 8, 10})
-        Corvane_SetChannelOption(m_channel, side, m_margins ? kMargin : 0, 0);
-    Corvane_SetChannelOption(m_channel, 9, m_margins ? kTextMargin : 0, 0);
+    SendMargins();
     return m_margins ? "margins on" : "margins off";
+}
+
+std::string ChannelView::ToggleFill() {
+    m_fill = !m_fill;
+    SendMargins();
+    return m_fill ? "picture fills its place" : "picture keeps its proportions";
 }
 
 std::string ChannelView::ToggleDeinterlace() {

@@ -5,24 +5,30 @@
 #include <atomic>
 #include <string>
 
+#include "RubberBand.h"
 #include "Window.h"
 #include "ZoomView.h"
 #include "corvane/corvane.h"
 
 class ChannelView {
 public:
-    // `id`: the channel's own window, which is `window` or lies inside it.
-    ChannelView(const Window& window, uint32_t id) : m_window(window), m_id(id) {}
+    // `id`: the channel's own window, which is `window` or lies inside it. `fill`: the picture fills it.
+    ChannelView(const Window& window, uint32_t id, bool fill) : m_window(window), m_id(id), m_fill(fill) {}
 
     uint32_t Id() const { return m_id; }
     const Box& Place() const { return m_place; }
 
     // What the channel is made with: its window and its text.
     void Prepare(ChannelSettings& settings);
-    void SetChannel(void* channel) { m_channel = channel; }
+    void SetChannel(void* channel);
     void* Channel() const { return m_channel; }
     // Where its window lies in the player's now.
-    void SetPlace(const Box& place) { m_place = place; }
+    void SetPlace(const Box& place);
+    // The proportions that the picture keeps. Nothing where a side is 0.
+    void SetShape(double width, double height);
+    bool Fills() const { return m_fill; }
+    double ShapeWidth() const { return m_shapeWidth; }
+    double ShapeHeight() const { return m_shapeHeight; }
     // The player's window moved or changed its size.
     void Moved();
 
@@ -34,10 +40,9 @@ public:
     std::string ToggleMiddle();    // between the middle and the whole picture
     std::string ToggleOverview();
     std::string ToggleMargins();
+    std::string ToggleFill();
     std::string ToggleDeinterlace();
     std::string NextScaling();
-
-    bool Deinterlaces() const { return m_deinterlace; }
 
 private:
     static void OnOsd(void* context, OsdInfo* info);    // on the render thread
@@ -45,14 +50,22 @@ private:
     double ShareY(int32_t y) const;
     std::string Zoomed(bool changed);
     void SendArea();
+    void SendMargins();
+    void ShowFrames(const Box& overview);
 
     const Window& m_window;
     const uint32_t m_id;
     void* m_channel = nullptr;
     Box m_place;
+    Box m_picture;    // where the picture lies in its own window
+    double m_shapeWidth = 0;
+    double m_shapeHeight = 0;
+    bool m_fill;
     ZoomView m_zoom;
     std::atomic<bool> m_margins{false};
-    std::atomic<bool> m_deinterlace{false};
+    bool m_deinterlace = false;
     bool m_overview = false;
-    uint32_t m_scaling = 0;
+    uint32_t m_scaling = 1;    // clean at every size; the nearest sample drops lines
+    RubberBand m_overviewFrame{0xA0A0A0};
+    RubberBand m_partFrame{0xFFD040};    // what is zoomed into, in the overview
 };

@@ -5,6 +5,7 @@ const char kHelp[] =
 
 usage: corvane-play [options] FILE|URL
 
+  --fill                  pictures fill the window, or their cell of the wall, whatever their proportions
   --size WxH              of the window; with --headless the largest picture
   --window ID             play in that X11 window instead of a new one
   --wall N                the stream on N channels in a grid of one window, 1 to 64; their pictures do not come in time
@@ -29,16 +30,19 @@ usage: corvane-play [options] FILE|URL
   --seconds S             end after S seconds of stream
   --stats FILE            write what was measured as JSON
   --quiet                 no status line
-  --help
+  -h, --help              this text
+  --version
 
 Keys, for the channel under the pointer:
   s        save a still of the decoded picture, or of the part zoomed into: corvane-NNN with the extension of its format
   z, b     zoom into the middle or back to the whole picture; one zoom back
   o        overview in the corner
   m        margins with the time
+  p        pictures keep their proportions, or fill their place
   d        deinterlace pictures that are marked interlaced
   k        next kind of scaling: nearest pixel, bilinear, bicubic, Lanczos
   Return   show this channel of a wall alone, and back
+A frame marks the channel of a wall that the keys act on, another the overview and what is zoomed into.
 For the window:
   space    pause
   w        save what the window shows as PNG: the name of --screenshot, else corvane-NNN.png
@@ -52,6 +56,10 @@ The status line shows stream time, pictures a second, frames and bytes that wait
 shown picture since its frame was fed, processor use, and what a key has changed. With several channels it shows their sums,
 and the greatest age. Ctrl-C ends the program with what was measured so far.
 
---stats: "committed" are pictures that were decoded and handed on to be presented, "presented" those that were, over all
-channels; "not_presented_smoothing" counts those of the rest that came while deinterlacing was on.
+The end of the file is the end of buffering: what waits is played. Where nothing was shown the program says why, and ends
+with 1.
+
+--stats: "committed" are pictures that were decoded and are to be shown, "presented" those that were put on the window or
+handed over, "not_presented" those that never were, over all channels; "lost" are frames that ended without a picture, with
+the last cause in words.
 )";

@@ -23,6 +23,10 @@ struct PacketFree {
     void operator()(AVPacket* packet) const { av_packet_free(&packet); }
 };
 
+// A frame header with one item of four bytes: the bit that says there are items, their number, then tag 229, interlaced,
+// between fillers.
+constexpr uint8_t kInterlacedHeader[24] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x08, 0, 0, 0, 0, 0, 0, 1, 0, 229, 0, 0};
+
 uint32_t TypeOf(AVCodecID codec) {
     switch (codec) {
     case AV_CODEC_ID_MJPEG:
@@ -86,6 +90,16 @@ public:
     uint32_t StreamType() const override { return TypeOf(Stream()->codecpar->codec_id); }
     uint32_t Width() const override { return static_cast<uint32_t>(Stream()->codecpar->width); }
     uint32_t Height() const override { return static_cast<uint32_t>(Stream()->codecpar->height); }
+    double PixelAspect() const override {
+        const AVRational aspect = av_guess_sample_aspect_ratio(m_format.get(), Stream(), nullptr);
+        return aspect.num > 0 && aspect.den > 0 ? av_q2d(aspect) : 1;
+    }
+    std::span<const uint8_t> FrameHeader() const override {
+        const AVFieldOrder order = Stream()->codecpar->field_order;
+        const bool fields = order == AV_FIELD_TT || order == AV_FIELD_BB || order == AV_FIELD_TB || order == AV_FIELD_BT;
+        const bool unmarked = StreamType() == CORVANE_STREAM_H264 || StreamType() == CORVANE_STREAM_H265;
+        return fields && unmarked ? std::span<const uint8_t>(kInterlacedHeader) : std::span<const uint8_t>();
+    }
     const char* CodecName() const override { return avcodec_get_name(Stream()->codecpar->codec_id); }
 
     double DurationSeconds() const override {

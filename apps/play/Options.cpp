@@ -135,15 +135,23 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
     exitCode = 0;
     for (int i = 1; i < argc; ++i) {
         const std::string_view word = argv[i];
-        if (word == "--help") {
+        if (word == "--help" || word == "-h") {
             std::fputs(kHelp, stdout);
+            return false;
+        }
+        if (word == "--version") {
+            uint8_t version[4] = {};
+            Corvane_GetVersionInfo(&version[0], &version[1], &version[2], &version[3]);
+            std::printf("corvane-play, libcorvane %d.%d.%d.%d\n", version[0], version[1], version[2], version[3]);
             return false;
         }
         if (word == "--headless") {
             options.headless = true;
         } else if (word == "--quiet") {
             options.quiet = true;
-        } else if (word.starts_with("--")) {
+        } else if (word == "--fill") {
+            options.fill = true;
+        } else if (word.size() > 1 && word.front() == '-') {
             const auto* option = std::begin(valued);
             while (option != std::end(valued) && option->name != word)
                 ++option;

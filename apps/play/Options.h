@@ -31,6 +31,7 @@ struct Options {
     double seconds = 0;    // end after this much of the stream, 0 all of it
     double rotate = 0;     // degrees, 0 none
     bool headless = false;
+    bool fill = false;    // the window, whatever the picture's proportions
     bool quiet = false;
 };
 

@@ -34,7 +34,7 @@ bool Player::Open(std::string& error) {
         m_sheet = std::make_unique<ContactSheet>(static_cast<int64_t>(span * 1000));
     }
     if (!m_options.headless) {
-        m_wall = Wall::Open(m_options, m_source->Width(), m_source->Height(), error);
+        m_wall = Wall::Open(m_options, m_source->Width(), m_source->Height(), PixelAspect(), error);
         if (!m_wall)
             return false;
     }
@@ -46,6 +46,11 @@ bool Player::Open(std::string& error) {
     return OpenFeeds(error);
 }
 
+// Of a picture that is turned there is none.
+double Player::PixelAspect() const {
+    return m_options.rotate == 0 ? m_source->PixelAspect() : 1;
+}
+
 bool Player::OpenFeeds(std::string& error) {
     const int64_t stated = m_source->WallStartSeconds();
     const int64_t wallStart = stated != 0 ? stated : time(nullptr);
@@ -55,7 +60,7 @@ bool Player::OpenFeeds(std::string& error) {
         const double delay = m_options.wall > 1 ? kPictureStep * i / count : 0;
         m_feeds.push_back(
             std::make_unique<ChannelFeed>(m_options, *m_reel, view, i == 0 ? m_sheet.get() : nullptr, delay));
-        if (!m_feeds.back()->Open(m_instance, m_source->StreamType(), wallStart, error))
+        if (!m_feeds.back()->Open(m_instance, *m_source, wallStart, error))
             return false;
     }
     return true;
@@ -75,8 +80,13 @@ bool Player::Run(const std::atomic<bool>& stop, std::string& error) {
     for (const auto& feed : m_feeds)
         feed->Stop();
     PrintStatus(true);
+    const bool toTheEnd = !stop && m_state != Wall::State::Ended;
+    const ChannelStatistics sum = SumOf(AllFigures());
     if (m_state == Wall::State::Lost)
         error = "the X server went away";
+    else if (toTheEnd && ShownOf(sum) == 0)
+        error = std::string("nothing was shown: ") +
+                (sum.lastCause != CORVANE_CAUSE_NONE ? TextOfCause(sum.lastCause) : "the stream holds no picture");
     return error.empty();
 }
 
@@ -105,6 +115,10 @@ bool Player::GoesOn(const std::atomic<bool>& stop) {
         m_startedAt += now - m_attendedAt;
     m_attendedAt = now;
     if (m_wall) {
+        for (size_t i = 0; i < m_wall->Count(); ++i) {
+            const ShownPictures::Now pictures = m_feeds[i]->Pictures();
+            m_wall->View(i).SetShape(pictures.width * PixelAspect(), pictures.height);
+        }
         m_state = m_wall->Attend();
         if (const std::string notice = m_wall->TakeNotice(); !notice.empty())
             m_status.Notice(notice);
@@ -124,37 +138,30 @@ void Player::Wait(double seconds) {
         std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
 
-// Gives what still waits the time to come out: until nothing more is shown for half a second.
+// What waits when the stream has ended comes out at its own pace, as long as that takes.
 void Player::Drain(const std::atomic<bool>& stop) {
-    uint64_t before = 0;
-    for (double quietSince = MonotonicSeconds(); GoesOn(stop) && MonotonicSeconds() - quietSince < 0.5;) {
-        Statistics::Snapshot now;
-        for (const Statistics* const figures : Figures())
-            now.Add(figures->Now());
-        if (now.waiting == 0)
-            return;
-        if (now.shown != before)
-            quietSince = MonotonicSeconds();
-        before = now.shown;
+    for (const auto& feed : m_feeds)
+        feed->EndBuffering();
+    const auto idle = [](const auto& feed) { return feed->Idle(); };
+    while (!std::ranges::all_of(m_feeds, idle) && GoesOn(stop))
         Wait(0.02);
-    }
 }
 
-std::vector<const Statistics*> Player::Figures() const {
-    std::vector<const Statistics*> all;
+std::vector<Figures> Player::AllFigures() const {
+    std::vector<Figures> all;
     for (const auto& feed : m_feeds)
-        all.push_back(&feed->Figures());
+        all.push_back(feed->Now());
     return all;
 }
 
 void Player::PrintStatus(bool last) {
-    m_status.Update(MonotonicSeconds(), m_startedAt, m_feeds.front()->FedMs(), Figures(), last);
+    m_status.Update(MonotonicSeconds(), m_startedAt, m_feeds.front()->FedMs(), AllFigures(), last);
 }
 
 // ---- Pictures that are saved ---------------------------------------------------------------------------------------
 
 void Player::TakeScreenshot(bool atEnd) {
-    const double shown = static_cast<double>(m_feeds.front()->Figures().Now().shownMs);
+    const double shown = static_cast<double>(m_feeds.front()->Pictures().streamMs);
     const bool due = atEnd || (m_options.screenshotSeconds >= 0 && shown >= m_options.screenshotSeconds * 1000);
     const bool asked = !m_options.screenshot.empty() && !m_screenshotTaken && due;
     const bool wished = m_wall->TakeScreenshotWish();
@@ -178,7 +185,7 @@ void Player::SaveStills() {
         if (!SaveStill(wanted->Channel(), error))
             m_status.Complain(error);
     const double every = m_options.snapshotEvery;
-    const double shown = static_cast<double>(m_feeds.front()->Figures().Now().shownMs) / 1000;
+    const double shown = static_cast<double>(m_feeds.front()->Pictures().streamMs) / 1000;
     if (every <= 0 || shown < m_nextStill || !m_mistake.empty())
         return;
     m_nextStill = (std::floor(shown / every) + 1) * every;
@@ -214,7 +221,7 @@ bool Player::WriteStatistics(std::string& error) const {
         facts.windowHeight = m_wall->TheWindow().Height();
     }
     FILE* const file = std::fopen(m_options.statsFile.c_str(), "wb");
-    const std::string text = MakeReport(facts, Figures());
+    const std::string text = MakeReport(facts, AllFigures());
     const bool written = file != nullptr && std::fwrite(text.data(), 1, text.size(), file) == text.size();
     if (file == nullptr || std::fclose(file) != 0 || !written) {
         error = m_options.statsFile + ": cannot be written";

@@ -38,7 +38,8 @@ private:
     // By key, or when it is time for the one of the options.
     void TakeScreenshot(bool atEnd);
     void PrintStatus(bool last);
-    std::vector<const Statistics*> Figures() const;
+    double PixelAspect() const;
+    std::vector<Figures> AllFigures() const;
     bool WriteStatistics(std::string& error) const;
 
     const Options& m_options;

@@ -1,5 +1,8 @@
 #include "Reel.h"
 
+#include <span>
+#include <utility>
+
 const Reel::Picture* Reel::At(uint64_t number) {
     while (number >= m_first + m_pictures.size())
         if (m_ended || !Read())
@@ -18,6 +21,9 @@ bool Reel::Read() {
     m_ended = !read || (m_seconds > 0 && static_cast<double>(picture.timeMs) >= m_seconds * 1000);
     if (m_ended)
         return false;
-    m_pictures.push_back({{picture.data, picture.data + picture.size}, picture.key, picture.timeMs});
+    const std::span<const uint8_t> header = m_source.FrameHeader();
+    std::vector<uint8_t> bytes(header.begin(), header.end());
+    bytes.insert(bytes.end(), picture.data, picture.data + picture.size);
+    m_pictures.push_back({std::move(bytes), picture.key, picture.timeMs});
     return true;
 }

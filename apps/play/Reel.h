@@ -12,7 +12,7 @@
 class Reel {
 public:
     struct Picture {
-        std::vector<uint8_t> bytes;
+        std::vector<uint8_t> bytes;    // the frame header of the source, then the payload
         bool key;
         int64_t timeMs;    // rises from 0, over all turns
     };

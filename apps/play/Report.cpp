@@ -41,71 +41,68 @@ std::string Object(const Fields& fields, const char* open, const char* between, 
     return out + close;
 }
 
-double Share(const std::vector<float>& sorted, double part) {
-    return sorted.empty()
-               ? 0.0
-               : static_cast<double>(sorted[static_cast<size_t>(part * static_cast<double>(sorted.size() - 1))]);
+double NotPresentedShare(const ChannelStatistics& counters) {
+    const uint64_t committed = CommittedOf(counters);
+    return committed == 0 ? 0.0 : static_cast<double>(NotShownOf(counters)) / static_cast<double>(committed);
 }
 
-double NotPresentedShare(const Statistics::Snapshot& now) {
-    return now.committed == 0 ? 0.0 : static_cast<double>(now.notPresented) / static_cast<double>(now.committed);
-}
-
-std::string Row(const Statistics& channel) {
-    const Statistics::Snapshot now = channel.Now();
-    const Statistics::Summary end = channel.AtEnd();
-    return Object({{"fed", Text(now.fed)},
-                   {"committed", Text(now.committed)},
-                   {"presented", Text(now.shown)},
-                   {"not_presented", Text(now.notPresented)},
-                   {"pictures_per_second", Text(end.picturesPerSecond)},
-                   {"longest_gap_ms", Text(end.longestGapMs)},
-                   {"age_ms_median", Text(Share(end.agesMs, 0.5))},
-                   {"age_ms_p95", Text(Share(end.agesMs, 0.95))}},
+std::string Row(const Figures& channel) {
+    const ChannelStatistics& counters = channel.counters;
+    return Object({{"fed", Text(channel.fed)},
+                   {"committed", Text(CommittedOf(counters))},
+                   {"presented", Text(ShownOf(counters))},
+                   {"not_presented", Text(NotShownOf(counters))},
+                   {"pictures_per_second", Text(channel.pictures.perSecond)},
+                   {"longest_gap_ms", Text(channel.pictures.longestGapMs)},
+                   {"age_ms_mean", Text(counters.ageMean)},
+                   {"age_ms_p95", Text(counters.age95)},
+                   {"last_cause", Text(std::string(TextOfCause(counters.lastCause)))}},
                   "    {", ", ", "}");
 }
 
 }    // namespace
 
-std::string MakeReport(const ReportFacts& facts, const std::vector<const Statistics*>& channels) {
-    const Statistics::Snapshot now = channels.front()->Now();
-    const Statistics::Summary end = channels.front()->AtEnd();
-    Statistics::Snapshot all;
+std::string MakeReport(const ReportFacts& facts, const std::vector<Figures>& channels) {
+    const Figures& first = channels.front();
+    const ChannelStatistics& counters = first.counters;
+    const ChannelStatistics all = SumOf(channels);
     std::string rows;
-    for (const Statistics* const channel : channels) {
-        all.Add(channel->Now());
-        rows += (rows.empty() ? "\n" : ",\n") + Row(*channel);
-    }
+    for (const Figures& channel : channels)
+        rows += (rows.empty() ? "\n" : ",\n") + Row(channel);
     rusage usage;
     getrusage(RUSAGE_SELF, &usage);
     Fields fields = {
         {"input", Text(facts.input)},
         {"codec", Text(facts.codec)},
         {"channels", Text(uint64_t{channels.size()})},
-        {"width", Text(uint64_t{end.width})},
-        {"height", Text(uint64_t{end.height})},
+        {"width", Text(uint64_t{first.pictures.width})},
+        {"height", Text(uint64_t{first.pictures.height})},
         {"window_width", Text(uint64_t{facts.windowWidth})},
         {"window_height", Text(uint64_t{facts.windowHeight})},
-        {"decoder_kind", Text(uint64_t{end.decoderKind})},
-        {"fed", Text(now.fed)},
-        {"refused", Text(now.refused)},
-        {"shown", Text(now.shown)},
-        {"put", Text(now.put)},
-        {"lost", Text(now.lost)},
-        {"waiting_at_end", Text(now.waiting)},
-        {"waiting_bytes_at_end", Text(now.waitingBytes)},
-        {"waiting_most", Text(end.waitingMost)},
-        {"waiting_bytes_most", Text(end.waitingBytesMost)},
-        {"pictures_per_second", Text(end.picturesPerSecond)},
-        {"longest_gap_ms", Text(end.longestGapMs)},
-        {"age_ms_median", Text(Share(end.agesMs, 0.5))},
-        {"age_ms_p95", Text(Share(end.agesMs, 0.95))},
-        {"age_ms_worst", Text(Share(end.agesMs, 1.0))},
-        {"committed", Text(all.committed)},
-        {"presented", Text(all.shown)},
-        {"not_presented", Text(all.notPresented)},
+        {"decoder_kind", Text(uint64_t{counters.decoderKind})},
+        {"decoder_threads", Text(uint64_t{counters.decoderThreads})},
+        {"fed", Text(first.fed)},
+        {"refused", Text(first.fed - counters.framesTaken)},
+        {"shown", Text(ShownOf(counters))},
+        {"lost", Text(LostOf(counters))},
+        {"thinned", Text(counters.framesThinned)},
+        {"waiting_at_end", Text(WaitingOf(counters))},
+        {"waiting_bytes_at_end", Text(counters.queueBytes)},
+        {"skipped_late", Text(counters.framesSkippedLate)},
+        {"without_picture", Text(counters.unitsWithoutPicture)},
+        {"failed", Text(counters.unitsFailed)},
+        {"last_cause", Text(std::string(TextOfCause(counters.lastCause)))},
+        {"pictures_per_second", Text(first.pictures.perSecond)},
+        {"longest_gap_ms", Text(first.pictures.longestGapMs)},
+        {"age_ms_last", Text(counters.ageLast)},
+        {"age_ms_mean", Text(counters.ageMean)},
+        {"age_ms_p95", Text(counters.age95)},
+        {"committed", Text(CommittedOf(all))},
+        {"presented", Text(ShownOf(all))},
+        {"not_presented", Text(NotShownOf(all))},
         {"not_presented_share", Text(NotPresentedShare(all), 6)},
-        {"not_presented_smoothing", Text(all.lostSmoothing)},
+        {"smoothed", Text(all.picturesSmoothed)},
+        {"refused_smoothing", Text(all.picturesRefusedSmoothing)},
         {"processor_seconds", Text(ProcessorSeconds())},
         {"resident_mb_peak", Text(static_cast<double>(usage.ru_maxrss) / 1024)},
     };

@@ -15,4 +15,4 @@ struct ReportFacts {
 };
 
 // Figures of the first channel, sums of all, and a row for each where there are several.
-std::string MakeReport(const ReportFacts& facts, const std::vector<const Statistics*>& channels);
+std::string MakeReport(const ReportFacts& facts, const std::vector<Figures>& channels);

@@ -3,7 +3,6 @@
 namespace {
 
 constexpr uint32_t kThick = 2;    // pixels
-constexpr uint32_t kYellow = 0xFFD040;
 
 }    // namespace
 
@@ -11,9 +10,12 @@ void RubberBand::Show(const Window& window, uint32_t parent, const Box& box) {
     if (m_parent != parent) {
         Hide(window);
         for (uint32_t& edge : m_edges)
-            edge = window.MakeChild(parent, kYellow);
+            edge = window.MakeChild(parent, m_color);
         m_parent = parent;
     }
+    if (m_shown && box == m_box)
+        return;
+    m_box = box;
     const int32_t right = box.x + static_cast<int32_t>(box.width - kThick);
     const int32_t bottom = box.y + static_cast<int32_t>(box.height - kThick);
     const Box places[] = {{box.x, box.y, box.width, kThick},

@@ -20,102 +20,145 @@ double ProcessorSeconds() {
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
-void Statistics::Snapshot::Add(const Snapshot& other) {
-    fed += other.fed;
-    refused += other.refused;
-    shown += other.shown;
-    lost += other.lost;
-    waiting += other.waiting;
-    waitingBytes += other.waitingBytes;
-    committed += other.committed;
-    notPresented += other.notPresented;
-    lostSmoothing += other.lostSmoothing;
-    put += other.put;
-    ageMs = std::max(ageMs, other.ageMs);
-    shownMs = std::max(shownMs, other.shownMs);
-}
+// ---- Pictures that were shown --------------------------------------------------------------------------------------
 
-void Statistics::Fed(int64_t streamMs, uint32_t bytes) {
+void ShownPictures::Shown(int64_t streamMs, uint64_t count) {
     const std::lock_guard lock(m_mutex);
-    m_pending.push_back({streamMs, MonotonicSeconds(), bytes});
-    ++m_sum.fed;
-    ++m_sum.waiting;
-    m_sum.waitingBytes += bytes;
-    m_end.waitingMost = std::max(m_end.waitingMost, m_sum.waiting);
-    m_end.waitingBytesMost = std::max(m_end.waitingBytesMost, m_sum.waitingBytes);
-}
-
-void Statistics::Refused() {
-    const std::lock_guard lock(m_mutex);
-    ++m_sum.refused;
-}
-
-void Statistics::Committed(int64_t streamMs, bool smoothing) {
-    const std::lock_guard lock(m_mutex);
-    m_handedOn.push_back({streamMs, smoothing});
-    ++m_sum.committed;
-    ++m_sum.notPresented;
-    m_sum.lostSmoothing += smoothing ? 1 : 0;
-}
-
-uint64_t Statistics::Shown(int64_t streamMs) {
-    const std::lock_guard lock(m_mutex);
-    const auto found = std::ranges::find(m_pending, streamMs, &Pending::streamMs);
-    if (found == m_pending.end())
-        return 0;
+    if (count == m_count)
+        return;
     const double now = MonotonicSeconds();
-    m_sum.ageMs = (now - found->fedAt) * 1000;
-    m_end.agesMs.push_back(static_cast<float>(m_sum.ageMs));
-    const auto end = found + 1;
-    m_sum.lost += static_cast<uint64_t>(found - m_pending.begin());
-    for (auto pending = m_pending.begin(); pending != end; ++pending) {
-        --m_sum.waiting;
-        m_sum.waitingBytes -= pending->bytes;
-    }
-    m_pending.erase(m_pending.begin(), end);
-    for (bool reached = false; !reached && !m_handedOn.empty(); m_handedOn.pop_front()) {
-        const HandedOn& frame = m_handedOn.front();
-        if (frame.streamMs > streamMs)
-            break;
-        reached = frame.streamMs == streamMs;
-        m_sum.notPresented -= reached ? 1 : 0;
-        m_sum.lostSmoothing -= reached && frame.smoothing ? 1 : 0;
-    }
-    if (m_sum.shown++ == 0)
-        m_firstShownAt = now;
+    if (m_count == 0)
+        m_firstAt = now;
     else
-        m_end.longestGapMs = std::max(m_end.longestGapMs, (now - m_lastShownAt) * 1000);
-    m_lastShownAt = now;
-    m_sum.shownMs = streamMs;
-    return m_sum.fed - m_pending.size();
+        m_now.longestGapMs = std::max(m_now.longestGapMs, (now - m_lastAt) * 1000);
+    m_count = count;
+    m_lastAt = now;
+    m_now.streamMs = streamMs;
 }
 
-void Statistics::PictureSize(uint32_t width, uint32_t height) {
+void ShownPictures::Size(uint32_t width, uint32_t height) {
     const std::lock_guard lock(m_mutex);
-    m_end.width = width;
-    m_end.height = height;
+    m_now.width = width;
+    m_now.height = height;
 }
 
-void Statistics::DecoderKind(uint32_t kind) {
+ShownPictures::Now ShownPictures::Get() const {
     const std::lock_guard lock(m_mutex);
-    m_end.decoderKind = kind;
+    Now now = m_now;
+    const double played = m_lastAt - m_firstAt;
+    now.perSecond = played > 0 ? static_cast<double>(m_count - 1) / played : 0.0;
+    return now;
 }
 
-void Statistics::Put() {
-    const std::lock_guard lock(m_mutex);
-    ++m_sum.put;
+// ---- Counters of the library ---------------------------------------------------------------------------------------
+
+ChannelStatistics SumOf(const std::vector<Figures>& channels) {
+    ChannelStatistics sum{};
+    for (const Figures& channel : channels) {
+        const ChannelStatistics& one = channel.counters;
+        for (uint64_t ChannelStatistics::*const counter :
+             {&ChannelStatistics::framesTaken, &ChannelStatistics::framesEmptied, &ChannelStatistics::framesSkippedLate,
+              &ChannelStatistics::framesThinned, &ChannelStatistics::metadataFrames, &ChannelStatistics::soundFrames,
+              &ChannelStatistics::unitsWithoutDecoder, &ChannelStatistics::unitsAwaitingKeyFrame,
+              &ChannelStatistics::unitsFailed, &ChannelStatistics::unitsWithoutPicture,
+              &ChannelStatistics::picturesDecoded, &ChannelStatistics::picturesNotForDisplay,
+              &ChannelStatistics::picturesSmoothed, &ChannelStatistics::picturesRefusedSmoothing,
+              &ChannelStatistics::picturesLost, &ChannelStatistics::picturesReplaced,
+              &ChannelStatistics::picturesTaken, &ChannelStatistics::picturesPut,
+              &ChannelStatistics::picturesHandedOver, &ChannelStatistics::picturesNotPutBusy,
+              &ChannelStatistics::picturesNotPutNowhere, &ChannelStatistics::picturesNotPutOff,
+              &ChannelStatistics::queueFrames, &ChannelStatistics::queueBytes})
+            sum.*counter += one.*counter;
+        for (uint64_t ChannelStatistics::*const age :
+             {&ChannelStatistics::ageLast, &ChannelStatistics::ageMean, &ChannelStatistics::age95})
+            sum.*age = std::max(sum.*age, one.*age);
+        const bool newer = sum.lastCause == CORVANE_CAUSE_NONE || one.lastCauseAgo < sum.lastCauseAgo;
+        if (one.lastCause != CORVANE_CAUSE_NONE && newer) {
+            sum.lastCause = one.lastCause;
+            sum.lastCauseAgo = one.lastCauseAgo;
+        }
+    }
+    return sum;
 }
 
-Statistics::Snapshot Statistics::Now() const {
-    const std::lock_guard lock(m_mutex);
-    return m_sum;
+uint64_t ShownOf(const ChannelStatistics& s) {
+    return s.picturesPut + s.picturesHandedOver;
 }
 
-Statistics::Summary Statistics::AtEnd() const {
-    const std::lock_guard lock(m_mutex);
-    Summary end = m_end;
-    const double played = m_lastShownAt - m_firstShownAt;
-    end.picturesPerSecond = played > 0 ? static_cast<double>(m_sum.shown - 1) / played : 0.0;
-    std::ranges::sort(end.agesMs);
-    return end;
+uint64_t CommittedOf(const ChannelStatistics& s) {
+    return s.picturesDecoded - s.picturesNotForDisplay;
+}
+
+uint64_t NotShownOf(const ChannelStatistics& s) {
+    return s.picturesLost + s.picturesReplaced + s.picturesNotPutBusy + s.picturesNotPutNowhere + s.picturesNotPutOff;
+}
+
+uint64_t LostOf(const ChannelStatistics& s) {
+    return s.framesEmptied + s.framesSkippedLate + s.unitsWithoutDecoder + s.unitsAwaitingKeyFrame + s.unitsFailed +
+           s.unitsWithoutPicture + NotShownOf(s);
+}
+
+uint64_t WaitingOf(const ChannelStatistics& s) {
+    // One reading can see a picture further on than the one before it did.
+    const uint64_t ended = ShownOf(s) + NotShownOf(s);
+    return s.queueFrames + (CommittedOf(s) > ended ? CommittedOf(s) - ended : 0);
+}
+
+const char* TextOfCause(uint32_t cause) {
+    switch (cause) {
+    case CORVANE_CAUSE_NONE:
+        return "none";
+    case CORVANE_CAUSE_QUEUE_FULL:
+        return "the queue is full";
+    case CORVANE_CAUSE_MEDIA_MODE:
+        return "left out by the media mode";
+    case CORVANE_CAUSE_TIMES_DO_NOT_RISE:
+        return "times that do not rise";
+    case CORVANE_CAUSE_EMPTIED:
+        return "stopped while they waited";
+    case CORVANE_CAUSE_LATE:
+        return "too late";
+    case CORVANE_CAUSE_THINNED:
+        return "left out by --mode";
+    case CORVANE_CAUSE_OUT_OF_MEMORY:
+        return "out of memory";
+    case CORVANE_CAUSE_NO_DECODER:
+        return "no decoder";
+    case CORVANE_CAUSE_NO_KEY_FRAME:
+        return "no key frame";
+    case CORVANE_CAUSE_NO_START_CODE:
+        return "no start codes";
+    case CORVANE_CAUSE_WRONG_TYPE:
+        return "not of the type that the container says";
+    case CORVANE_CAUSE_DAMAGED:
+        return "damaged";
+    case CORVANE_CAUSE_SIZE:
+        return "too large";
+    case CORVANE_CAUSE_DECODER_STUCK:
+        return "the decoder stopped answering";
+    case CORVANE_CAUSE_HELD_BACK:
+        return "held back by the decoder";
+    case CORVANE_CAUSE_NO_PICTURE:
+        return "units without a picture";
+    case CORVANE_CAUSE_NOT_FOR_DISPLAY:
+        return "not for display";
+    case CORVANE_CAUSE_NO_BUFFER:
+        return "no memory for pictures";
+    case CORVANE_CAUSE_NOT_ROTATABLE:
+        return "pictures of this format cannot be rotated";
+    case CORVANE_CAUSE_REPLACED:
+        return "newer pictures came first";
+    case CORVANE_CAUSE_BUSY:
+        return "the X server is too slow";
+    case CORVANE_CAUSE_NO_WINDOW:
+        return "no window";
+    case CORVANE_CAUSE_HIDDEN:
+        return "the window is hidden";
+    case CORVANE_CAUSE_OFF:
+        return "presenting is off";
+    case CORVANE_CAUSE_RENDERER_FAILED:
+        return "the renderer failed";
+    default:
+        return "unknown";
+    }
 }

@@ -39,29 +39,31 @@ void StatusLine::Complain(const std::string& text) const {
     Print("corvane-play: " + text, true);
 }
 
-void StatusLine::Update(double now, double startedAt, int64_t fedMs, const std::vector<const Statistics*>& channels,
-                        bool last) {
+void StatusLine::Update(double now, double startedAt, int64_t fedMs, const std::vector<Figures>& channels, bool last) {
     if (m_quiet || (!last && (!m_terminal || now - m_at < kStep)))
         return;
-    Statistics::Snapshot sum;
-    for (const Statistics* const channel : channels)
-        sum.Add(channel->Now());
+    const ChannelStatistics sum = SumOf(channels);
+    uint64_t refused = 0;
+    for (const Figures& channel : channels)
+        refused += channel.fed - channel.counters.framesTaken;
     const double processor = ProcessorSeconds();
     const double step = std::max(0.001, last ? now - startedAt : now - m_at);
-    const uint64_t shown = last ? sum.shown : sum.shown - m_shown;
+    const uint64_t shown = last ? ShownOf(sum) : ShownOf(sum) - m_shown;
     const double used = last ? processor : processor - m_processor;
     char text[256];
     std::snprintf(
         text, sizeof(text),
-        "%lld:%02lld  %3lld/s  queue %llu (%llu kB)  shown %llu  lost %llu  refused %llu  age %lld ms  cpu %lld%%",
+        "%lld:%02lld  %3lld/s  queue %llu (%llu kB)  shown %llu  lost %llu  refused %llu  age %llu ms  cpu %lld%%",
         static_cast<long long>(fedMs / 60000), static_cast<long long>(fedMs / 1000 % 60),
-        Rounded(static_cast<double>(shown) / step), static_cast<unsigned long long>(sum.waiting),
-        static_cast<unsigned long long>(sum.waitingBytes / 1024), static_cast<unsigned long long>(sum.shown),
-        static_cast<unsigned long long>(sum.lost), static_cast<unsigned long long>(sum.refused), Rounded(sum.ageMs),
-        Rounded(100 * used / step));
+        Rounded(static_cast<double>(shown) / step), static_cast<unsigned long long>(WaitingOf(sum)),
+        static_cast<unsigned long long>(sum.queueBytes / 1024), static_cast<unsigned long long>(ShownOf(sum)),
+        static_cast<unsigned long long>(LostOf(sum)), static_cast<unsigned long long>(refused),
+        static_cast<unsigned long long>(sum.ageLast), Rounded(100 * used / step));
     const bool noticed = m_terminal && !last && !m_notice.empty() && now - m_noticeAt < kNoticeStays;
-    Print(noticed ? std::string(text) + "  [" + m_notice + "]" : text, last);
+    const bool nothingComes = shown == 0 && sum.lastCause != CORVANE_CAUSE_NONE;
+    const std::string beside = noticed ? m_notice : nothingComes ? TextOfCause(sum.lastCause) : "";
+    Print(beside.empty() ? text : std::string(text) + "  [" + beside + "]", last);
     m_at = now;
     m_processor = processor;
-    m_shown = sum.shown;
+    m_shown = ShownOf(sum);
 }

@@ -16,7 +16,7 @@ public:
     // Shows what has changed; stays for a while.
     void Notice(const std::string& text);
     // The line, when it is time for it, or in any case as the last one.
-    void Update(double now, double startedAt, int64_t fedMs, const std::vector<const Statistics*>& channels, bool last);
+    void Update(double now, double startedAt, int64_t fedMs, const std::vector<Figures>& channels, bool last);
     // A mistake, on a line of its own; also when quiet.
     void Complain(const std::string& text) const;
 

@@ -38,18 +38,6 @@ Box Cell(size_t index, size_t count, uint32_t width, uint32_t height) {
     return {static_cast<int32_t>(x), static_cast<int32_t>(y), std::max(x + 1, right) - x, std::max(y + 1, bottom) - y};
 }
 
-// The largest box of the shape of `width` x `height` in the middle of `cell`.
-Box Fitted(const Box& cell, uint32_t width, uint32_t height) {
-    Box box = cell;
-    if (uint64_t{cell.width} * height > uint64_t{cell.height} * width)
-        box.width = std::max(1u, static_cast<uint32_t>(uint64_t{cell.height} * width / height));
-    else
-        box.height = std::max(1u, static_cast<uint32_t>(uint64_t{cell.width} * height / width));
-    box.x += static_cast<int32_t>((cell.width - box.width) / 2);
-    box.y += static_cast<int32_t>((cell.height - box.height) / 2);
-    return box;
-}
-
 // The sides of the smallest upright rectangle around the picture when it is turned; at least 1.
 std::pair<uint32_t, uint32_t> Turned(uint32_t width, uint32_t height, double degrees) {
     const double angle = degrees * std::numbers::pi / 180;
@@ -63,9 +51,10 @@ std::pair<uint32_t, uint32_t> Turned(uint32_t width, uint32_t height, double deg
 }    // namespace
 
 std::unique_ptr<Wall> Wall::Open(const Options& options, uint32_t streamWidth, uint32_t streamHeight,
-                                 std::string& error) {
+                                 double pixelAspect, std::string& error) {
     std::unique_ptr<Wall> wall(new Wall);
-    const auto [width, height] = Turned(streamWidth, streamHeight, options.rotate);
+    const auto wide = static_cast<uint32_t>(std::lround(streamWidth * pixelAspect));
+    const auto [width, height] = Turned(wide, streamHeight, options.rotate);
     const uint32_t columns = Columns(options.wall);
     const uint32_t rows = (options.wall + columns - 1) / columns;
     if (options.window != 0) {
@@ -78,12 +67,13 @@ std::unique_ptr<Wall> Wall::Open(const Options& options, uint32_t streamWidth, u
     }
     if (!wall->m_window)
         return nullptr;
-    wall->m_pictureWidth = width;
-    wall->m_pictureHeight = height;
     const Window& window = *wall->m_window;
     for (uint32_t i = 0; i < options.wall; ++i)
         wall->m_views.push_back(
-            std::make_unique<ChannelView>(window, options.wall == 1 ? window.Id() : window.MakeChild(window.Id(), 0)));
+            std::make_unique<ChannelView>(window, options.wall == 1 ? window.Id() : window.MakeChild(window.Id(), 0),
+                                          options.fill));
+    for (const auto& view : wall->m_views)
+        view->SetShape(width, height);
     wall->LayOut();
     return wall;
 }
@@ -91,13 +81,40 @@ std::unique_ptr<Wall> Wall::Open(const Options& options, uint32_t streamWidth, u
 void Wall::LayOut() {
     const Box all{0, 0, m_window->Width(), m_window->Height()};
     if (m_views.size() == 1)
-        return m_views[0]->SetPlace(all);    // the window itself: the picture fills it
+        return m_views[0]->SetPlace(all);    // the window itself
     for (size_t i = 0; i < m_views.size(); ++i) {
         const Box cell = m_alone == i ? all : Cell(i, m_views.size(), all.width, all.height);
-        m_views[i]->SetPlace(Fitted(cell, m_pictureWidth, m_pictureHeight));
+        ChannelView& view = *m_views[i];
+        view.SetPlace(view.Fills() ? cell : cell.Fitted(view.ShapeWidth(), view.ShapeHeight()));
         m_window->PlaceChild(m_views[i]->Id(), m_views[i]->Place());
         m_window->ShowChild(m_views[i]->Id(), m_alone == SIZE_MAX || m_alone == i);
     }
+    MarkKeys();
+}
+
+// The frame lies in the gaps, and on the picture where that touches the edge of the window.
+void Wall::MarkKeys() {
+    if (m_views.size() == 1)
+        return;
+    if (m_alone != SIZE_MAX)
+        return m_mark.Hide(*m_window);
+    constexpr auto kThick = static_cast<int32_t>(kGap);
+    const Box& place = m_views[m_keys]->Place();
+    const int32_t left = std::max(0, place.x - kThick);
+    const int32_t top = std::max(0, place.y - kThick);
+    const auto end = [](int32_t from, uint32_t length, uint32_t most) {
+        return std::min(from + static_cast<int32_t>(length) + kThick, static_cast<int32_t>(most));
+    };
+    m_mark.Show(*m_window, m_window->Id(),
+                {left, top, static_cast<uint32_t>(end(place.x, place.width, m_window->Width()) - left),
+                 static_cast<uint32_t>(end(place.y, place.height, m_window->Height()) - top)});
+}
+
+void Wall::KeysGoTo(size_t index) {
+    if (index == m_keys)
+        return;
+    m_keys = index;
+    MarkKeys();
 }
 
 Wall::State Wall::Attend() {
@@ -106,8 +123,10 @@ Wall::State Wall::Attend() {
         const Window::Event event = m_window->Next();
         if (event.kind == Kind::None)
             break;
+        if (event.kind == Kind::Key || event.kind == Kind::Motion)
+            KeysGoTo(Under(event.x, event.y));
         if (event.kind == Kind::Key)
-            Press(event.key, Under(event.x, event.y));
+            Press(event.key, m_keys);
         else if (event.kind == Kind::Press)
             PressButton(event);
         else if (event.kind == Kind::Motion)
@@ -127,9 +146,9 @@ Wall::State Wall::Attend() {
     return m_state;
 }
 
-// The view at that place; outside of all, the one that is shown alone or the first.
+// The view at that place; outside of all, the one that is shown alone or the one that the keys went to last.
 size_t Wall::Under(int32_t x, int32_t y) const {
-    const size_t fallback = m_alone == SIZE_MAX ? 0 : m_alone;
+    const size_t fallback = m_alone == SIZE_MAX ? m_keys : m_alone;
     for (size_t i = 0; i < m_views.size() && m_alone == SIZE_MAX; ++i)
         if (m_views[i]->Place().Has(x, y))
             return i;
@@ -149,10 +168,15 @@ void Wall::Press(uint32_t key, size_t index) {
         std::string (ChannelView::*does)();
     } kSwitches[] = {{'m', &ChannelView::ToggleMargins},     {'z', &ChannelView::ToggleMiddle},
                      {'o', &ChannelView::ToggleOverview},    {'b', &ChannelView::ZoomBack},
-                     {'d', &ChannelView::ToggleDeinterlace}, {'k', &ChannelView::NextScaling}};
+                     {'d', &ChannelView::ToggleDeinterlace}, {'k', &ChannelView::NextScaling},
+                     {'p', &ChannelView::ToggleFill}};
     for (const auto& entry : kSwitches)
-        if (entry.key == key)
-            return Say(index, (m_views[index].get()->*entry.does)());
+        if (entry.key == key) {
+            Say(index, (m_views[index].get()->*entry.does)());
+            if (key == 'p')
+                LayOut();
+            return;
+        }
     switch (key) {
     case ' ':
         m_state = m_state == State::Paused ? State::Playing : State::Paused;

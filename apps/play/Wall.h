@@ -16,9 +16,10 @@ class Wall {
 public:
     enum class State { Playing, Paused, Ended, Lost };
 
-    // Opens the window, or follows the one of the options, for channels of that picture size. Null with the reason in
-    // `error`.
-    static std::unique_ptr<Wall> Open(const Options& options, uint32_t width, uint32_t height, std::string& error);
+    // Opens the window, or follows the one of the options, for channels of that picture size, whose pixels are
+    // `pixelAspect` times as wide as high. Null with the reason in `error`.
+    static std::unique_ptr<Wall> Open(const Options& options, uint32_t width, uint32_t height, double pixelAspect,
+                                      std::string& error);
 
     const Window& TheWindow() const { return *m_window; }
     size_t Count() const { return m_views.size(); }
@@ -44,19 +45,21 @@ private:
     void Release(const Window::Event& event);
     void Say(size_t index, const std::string& what);
     void ToggleAlone(size_t index);
+    void KeysGoTo(size_t index);
+    void MarkKeys();
 
     std::unique_ptr<Window> m_window;
     std::vector<std::unique_ptr<ChannelView>> m_views;
-    uint32_t m_pictureWidth = 1;    // the shape of the channels' windows in a grid
-    uint32_t m_pictureHeight = 1;
     State m_state = State::Playing;
     std::string m_notice;
     bool m_screenshotWanted = false;
     ChannelView* m_stillWanted = nullptr;
     size_t m_alone = SIZE_MAX;    // the one that is shown alone
+    size_t m_keys = 0;            // the one that keys act on
+    RubberBand m_mark{0x50B0FF};
 
     // The left button, from its press to its release.
-    RubberBand m_band;
+    RubberBand m_band{0xFFD040};
     size_t m_dragged = SIZE_MAX;    // the view that it went down in
     Window::Event m_down;
     Window::Event m_clicked;    // the click before

@@ -14,9 +14,25 @@ namespace {
 
 constexpr uint8_t kSynthetic = 0x80;    // bit of an event that another client sent
 constexpr uint32_t kHand = XCB_EVENT_MASK_KEY_PRESS | XCB_EVENT_MASK_BUTTON_PRESS | XCB_EVENT_MASK_BUTTON_RELEASE |
-                           XCB_EVENT_MASK_BUTTON_MOTION;
+                           XCB_EVENT_MASK_POINTER_MOTION;
 
 }    // namespace
+
+Box Box::Fitted(double shapeWidth, double shapeHeight) const {
+    Box box = *this;
+    if (shapeWidth <= 0 || shapeHeight <= 0)
+        return box;
+    const auto side = [](double length, uint32_t most) {
+        return std::clamp(static_cast<uint32_t>(std::lround(length)), 1u, std::max(1u, most));
+    };
+    if (width * shapeHeight > height * shapeWidth)
+        box.width = side(height * shapeWidth / shapeHeight, width);
+    else
+        box.height = side(width * shapeHeight / shapeWidth, height);
+    box.x += static_cast<int32_t>((width - box.width) / 2);
+    box.y += static_cast<int32_t>((height - box.height) / 2);
+    return box;
+}
 
 std::unique_ptr<Window> Window::Open(const std::string& title, uint32_t width, uint32_t height, std::string& error) {
     std::unique_ptr<Window> window(new Window);

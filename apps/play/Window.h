@@ -16,6 +16,9 @@ struct Box {
     int32_t x = 0, y = 0;
     uint32_t width = 0, height = 0;
 
+    bool operator==(const Box&) const = default;
+    // The largest box of those proportions in the middle of this one.
+    Box Fitted(double shapeWidth, double shapeHeight) const;
     bool Has(int32_t px, int32_t py) const {
         return px >= x && py >= y && px - x < static_cast<int32_t>(width) && py - y < static_cast<int32_t>(height);
     }
@@ -29,7 +32,7 @@ public:
             Key,      // `key`
             Press,    // `button`: 1 left, 2 middle, 3 right, 4 and 5 the wheel forward and back
             Release,
-            Motion,     // while a button is down
+            Motion,
             Changed,    // size or place of the window
             Closed,     // by the user, or destroyed
             Lost,       // the server is gone

@@ -71,7 +71,9 @@ void TransposeSamples(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* dest
 void MirrorSamples(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
                    uint32_t width, uint32_t height) {
     const Bytes d;
-    const Words words;
+    const hn::Repartition<uint64_t, Bytes> eights;
+    HWY_ALIGN static constexpr uint8_t kOrder[16] = {7, 6, 5, 4, 3, 2, 1, 0, 15, 14, 13, 12, 11, 10, 9, 8};
+    const auto order = hn::LoadDup128(d, kOrder);
     constexpr size_t kStep = hn::MaxLanes(d);
     if (width < kStep) {
         ref::Mirror(source, sourceStep, destination, destinationStep, width, height, 1);
@@ -79,8 +81,8 @@ void MirrorSamples(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destina
     }
     for (; height > 0; --height, source += sourceStep, destination += destinationStep) {
         const auto put = [&](size_t x) HWY_ATTR {
-            const auto pairs = hn::Reverse(words, hn::BitCast(words, hn::LoadU(d, source + (width - kStep - x))));
-            hn::StoreU(hn::BitCast(d, hn::Or(hn::ShiftLeft<8>(pairs), hn::ShiftRight<8>(pairs))), d, destination + x);
+            const auto turned = hn::TableLookupBytes(hn::LoadU(d, source + (width - kStep - x)), order);
+            hn::StoreU(hn::BitCast(d, hn::Reverse(eights, hn::BitCast(eights, turned))), d, destination + x);
         };
         size_t x = 0;
         for (; x + kStep <= width; x += kStep)

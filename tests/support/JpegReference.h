@@ -39,7 +39,7 @@ public:
                        o.EncodingHeight,
                        divisors,
                        {codes, codes + sets * 29}};
-        for (const size_t i : {1, 2})
+        for (size_t i = 1; i < 2 * sets - 1; ++i)
             m_planes[i] = {from(i == 1 ? o.PlaneU : o.PlaneV, chroma), halfRow, halfWidth, halfHeight, divisors + 65,
                            {codes + 29, codes + 2 * 29 + 179}};
         const bool together = sets == 2 && o.Interleaved == 1;

@@ -10,6 +10,7 @@ namespace corvane {
 
 namespace {
 
+constexpr int kAttempts = 2;              // of a pass to prepare for the window as it is
 constexpr int64_t kTick = 500'000'000;    // ns: how long a push may wait, and the step of the waiting picture
 constexpr std::chrono::milliseconds kLatchLimit(20);    // how long a push waits for the picture before it to be taken
 
@@ -258,6 +259,7 @@ void CRenderMgr::RenderLoop() {
         bool tidyUp;
         bool woken;
         bool room;
+        bool spare = false;    // memory that goes back after a while
         {
             MutexLock lock(m_lock);
             if (m_ending)
@@ -277,11 +279,12 @@ void CRenderMgr::RenderLoop() {
                 woken |= m_sinks.Resume();
             if (state == RenderState::Playing && woken)
                 PresentPass(seen);
-            else if (state != RenderState::Playing && (woken || tidyUp || !inTime))
+            else if (state != RenderState::Playing && (woken || tidyUp || (!inTime && state == RenderState::Waiting)))
                 DrawState();
+            spare = m_sinks.Trim();
         } catch (...) {    // no memory for another renderer, or a callback that threw: this present is lost
         }
-        const bool ticking = state == RenderState::Playing || state == RenderState::Waiting;
+        const bool ticking = state == RenderState::Playing || state == RenderState::Waiting || spare;
         if (woken || tidyUp || !inTime)
             deadline = m_clock.Now() + kTick;
         MutexLock lock(m_lock);
@@ -357,7 +360,7 @@ void CRenderMgr::PresentPass(uint64_t& seen) {
     CallGate::Scope call(m_renderCalls);
     m_statePicture.Free();
     Pass pass;
-    do {
+    for (int left = kAttempts; left > 0; --left) {
         pass.renderer = m_slot.Current();
         {
             MutexLock lock(m_lock);
@@ -365,7 +368,9 @@ void CRenderMgr::PresentPass(uint64_t& seen) {
             pass.redraws = m_redraws;
         }
         pass.renderer->Prepare(pass.info);
-    } while (!LatchPicture(pass, seen));
+        if (LatchPicture(pass, seen, left == 1))
+            break;
+    }
     if (pass.frame == nullptr)
         return;
     const RenderInfo& info = pass.info;
@@ -383,8 +388,9 @@ void CRenderMgr::PresentPass(uint64_t& seen) {
 }
 
 // False when what was prepared is not what is to be shown any more: another renderer, another window, or the same
-// window with a news that this pass must not swallow.
-bool CRenderMgr::LatchPicture(Pass& pass, uint64_t& seen) {
+// window with a news that this pass must not swallow. The last attempt of a pass shows what is prepared where it can,
+// so that a window that changes all the time shows pictures, and the news calls for one more pass.
+bool CRenderMgr::LatchPicture(Pass& pass, uint64_t& seen, bool last) {
     SharedLock picture(m_pictureLock);
     m_slot.DestroyRetired();
     {
@@ -392,14 +398,20 @@ bool CRenderMgr::LatchPicture(Pass& pass, uint64_t& seen) {
         m_unlatched = false;
         m_presenting = true;
         m_latched.NotifyAll();
-        if (m_state != RenderState::Playing)
+        if (m_state != RenderState::Playing || m_ending)
             return true;    // changed since the wake-up, and woken again
-        if (m_slot.Current() != pass.renderer || m_redraws != pass.redraws || m_info.window != pass.info.window ||
-            m_info.overviewWindow != pass.info.overviewWindow)
+        const bool other = m_slot.Current() != pass.renderer || m_info.window != pass.info.window ||
+                           m_info.overviewWindow != pass.info.overviewWindow;
+        const bool news = other || m_redraws != pass.redraws;
+        if (news && !last)
             return false;
-        seen = m_generation;    // what was committed until now is latched here: it must not wake the thread once more
+        // What was committed until now is latched here: it must not wake the thread once more.
+        seen = news ? m_generation - 1 : m_generation;
+        if (other)
+            return true;
         pass.info = m_info;
-        m_info.forceRedraw = m_info.osdPolicy == kOsdAlways;
+        if (!news)
+            m_info.forceRedraw = m_info.osdPolicy == kOsdAlways;
         if (!m_infoUnsent && m_info.presentEnabled)
             m_info.infoDirty = false;    // this present is the one that sees it
     }

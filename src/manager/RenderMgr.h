@@ -170,7 +170,7 @@ private:
         uint64_t redraws = 0;    // m_redraws, as of the preparation
         FramePtr frame;          // null: nothing to present
     };
-    bool LatchPicture(Pass& pass, uint64_t& seen);
+    bool LatchPicture(Pass& pass, uint64_t& seen, bool last);
     void DrawState();
     void AwaitLatch();
     void WakeLocked() REQUIRES(m_lock);

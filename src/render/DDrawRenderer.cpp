@@ -117,9 +117,11 @@ bool CDDrawRenderer::EnsureSet(const RenderInfo& info, WindowWatch::Size size) {
     const Rect spare = SurfaceSet::SpareRect(info, size);
     if (m_set != nullptr && m_set->Fits(size, spare))
         return true;
+    m_textKnown = false;
+    if (m_set != nullptr && m_set->Resize(size, spare))
+        return true;
     m_set.reset();
     m_set = SurfaceSet::Make(View(), size, spare);
-    m_textKnown = false;
     return m_set != nullptr;
 }
 

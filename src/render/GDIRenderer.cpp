@@ -126,7 +126,7 @@ bool CGDIRenderer::DrawOverview(const RenderInfo& info) {
     }
     const auto width = static_cast<uint32_t>(seen.Width());
     const auto height = static_cast<uint32_t>(seen.Height());
-    if ((m_overview.View().width != width || m_overview.View().height != height) && !m_overview.Resize(width, height))
+    if (!m_overview.Reuse(width, height))
         return false;
     m_overviewRect = seen;
     return Stretch(m_overview.View(), place->Moved(-seen.left, -seen.top), Picture(), Whole(m_picture));
@@ -177,7 +177,7 @@ bool CGDIRenderer::EnsureOverlay(const RenderInfo& info) {
         m_overlay.Free();
         return false;
     }
-    return m_overlay.Resize(static_cast<uint32_t>(width), static_cast<uint32_t>(height));
+    return m_overlay.Reuse(static_cast<uint32_t>(width), static_cast<uint32_t>(height));
 }
 
 bool CGDIRenderer::RefreshIsDue(const MediaFrameImpl& frame, const RenderInfo& info, int64_t wall) const {

@@ -168,6 +168,8 @@ public:
         return BlitResult::Ok;
     }
 
+    bool Resize(uint32_t width, uint32_t height) override { return limits::FitsPicture(width, height); }
+
     BlitResult Fill(const Rect& rect, uint32_t color) override {
         const WindowSink::Writing writing = m_target.sink->Write();
         corvane::Fill(writing.Image(), rect, color);

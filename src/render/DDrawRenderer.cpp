@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "base/Limits.h"
 #include "filters/FilterChain.h"
 #include "present/Layout.h"
 #include "present/WindowSinks.h"
@@ -156,6 +157,11 @@ CDDrawRenderer::Pass CDDrawRenderer::Begin(const RenderInfo& info) {
     // The window may get another size at any moment: once more, and if it still does, with the next pass.
     for (int attempt = 0; attempt < 2; ++attempt) {
         target.size = m_client = window->ClientSize();
+        const Rect spare = SurfaceSet::SpareRect(info, m_client);
+        if (!limits::FitsPicture(static_cast<uint64_t>(spare.right), static_cast<uint64_t>(spare.bottom))) {
+            m_set.reset();
+            return Pass::Nothing;    // no surfaces are as large, with room for the overview: the device has not failed
+        }
         if (!EnsureSet(info, m_client))
             return Pass::Failed;
         target.room = aside ? m_set->Spare() : Rect{};

@@ -59,6 +59,7 @@ void CGDIRenderer::Prepare(const RenderInfo& info) {
     case WindowSink::State::Busy:
         m_pass = Pass::Skip;
         break;
+    case WindowSink::State::TooLarge:
     case WindowSink::State::Absent:
         break;
     }

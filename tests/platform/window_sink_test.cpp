@@ -259,8 +259,7 @@ TEST_P(SinkConformance, ResizesLeaveNothing) {
 // A window that changes its size: an eighth more than is needed where memory is too small, the same memory where it is
 // not, and what is too much goes back a second after the last change.
 TEST_P(SinkConformance, MemoryOfAnImageThatChangesItsSize) {
-    if (m_way == Way::Bands)
-        GTEST_SKIP() << "its memory cannot be told from other memory";
+    const bool tells = m_way != Way::Bands;    // its memory cannot be told from other memory
     const char* const word = m_way == Way::Descriptor ? "memfd:corvane" : "SYSV";
     const size_t bytes = m_depth == 16 ? 2 : 4;
     constexpr size_t kPage = 4096;
@@ -277,7 +276,8 @@ TEST_P(SinkConformance, MemoryOfAnImageThatChangesItsSize) {
         const Size size{row.width, row.height};
         m_client->Resize(m_window, row.width, row.height);
         ASSERT_TRUE(Eventually([&] { return m_sink->Prepare() == State::Ready && m_sink->Size() == size; }));
-        EXPECT_EQ(MappedBytes(word, false) / kPage, (row.pixels * bytes + 64 + kPage - 1) / kPage);
+        if (tells)
+            EXPECT_EQ(MappedBytes(word, false) / kPage, (row.pixels * bytes + 64 + kPage - 1) / kPage);
         Raster copy;
         EXPECT_FALSE(m_sink->Copy(copy)) << "nothing was drawn yet";
         Draw(row.width);
@@ -288,7 +288,8 @@ TEST_P(SinkConformance, MemoryOfAnImageThatChangesItsSize) {
     }
     EXPECT_TRUE(m_sink->Trim()) << "not at once";
     EXPECT_TRUE(Eventually([&] { return !m_sink->Trim(); }));
-    EXPECT_EQ(MappedBytes(word, true) / kPage, (128 * 80 * bytes + 64 + kPage - 1) / kPage);
+    if (tells)
+        EXPECT_EQ(MappedBytes(word, true) / kPage, (128 * 80 * bytes + 64 + kPage - 1) / kPage);
     m_sink->Put(std::array{Rect{0, 0, 100, 80}});    // what is left is as it was
     ASSERT_TRUE(Becomes(State::Ready));
     EXPECT_TRUE(Shows({0, 0, 100, 80}));
@@ -317,7 +318,7 @@ TEST(WindowSink, HiddenAbsentAndUnsupported) {
     } rows[] = {
         {{.mapped = false}, State::Hidden, 0},
         {{.inputOnly = true}, State::Absent, 1},
-        {{.width = 20000}, State::Absent, 0},
+        {{.width = 20000}, State::TooLarge, 0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);
@@ -328,7 +329,7 @@ TEST(WindowSink, HiddenAbsentAndUnsupported) {
         for (int i = 0; i < 3; ++i)
             EXPECT_EQ(sink->Prepare(), row.state);
         EXPECT_EQ(lines, row.lines);
-        EXPECT_EQ(sink->Size() == Size(), row.state == State::Absent);
+        EXPECT_EQ(sink->Size() == Size(), row.state != State::Hidden);
         sink->Put(std::array{Rect{0, 0, 10, 10}});    // ignored
         Raster copy;
         EXPECT_FALSE(sink->Copy(copy));

@@ -233,6 +233,7 @@ TEST(DefaultRenderer, WhatFailsInAPass) {
         {"nothing", [](Stage&) {}, Put, 1, 1, 0, Put, "copy 0,0,100,80 to 50,40,150,120 of 7"},
         {"no window any more", [](Stage& s) { s.info.window = nullptr; }, NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
         {"window destroyed", Ends(Life::Dead, false), NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
+        {"window beyond the limits", Moves(first, {0, 0, 9000, 9000}, ""), NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
         {"window not known yet", Ends(Life::Unknown, false), NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
         {"server gone", Ends(Life::Dead, true), Outcome::Failed, 1, 0, -1, Outcome::Failed},
         {"window not viewable", [](Stage& s) { s.watch->viewable = false; }, NothingToDrawOn, 1, 1, 0, NothingToDrawOn},

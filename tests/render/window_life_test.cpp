@@ -268,6 +268,49 @@ TEST_P(WindowLife, WhatHappensToAWindow) {
     EXPECT_TRUE(callbacksGoOn(133));
 }
 
+// A window beyond the limits of pictures, alone or with the room for an overview beside it, is a window that cannot be
+// drawn on: callbacks go on, and the renderer is there when the window comes back.
+TEST_P(WindowLife, WindowBeyondTheLimits) {
+    const struct {
+        uint16_t width, height;
+        bool overview, shown;
+    } rows[] = {
+        {9000, 9000, false, false},          {20000, 300, false, false}, {16200, 400, true, GetParam() != 0},
+        {400, 16200, true, GetParam() != 0}, {16200, 400, false, true},
+    };
+    const xcb_window_t window = Window();
+    const WindowWatchPtr watch = WindowWatch::Open(window, WindowWatch::Purpose::Draw);
+    std::atomic<int> presents{0}, replaced{0};
+    CRenderMgr manager(this, window, GetParam());
+    Count(manager, presents);
+    manager.SetStreamInfo([](void* count, uint32_t code, uint64_t,
+                             uint64_t) { *static_cast<std::atomic<int>*>(count) += code == 9 ? 1 : 0; },
+                          &replaced);
+    uint8_t grey = 100;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        const xcb_window_t beside = Window(500);
+        DisplayArea area{};
+        area.overviewIsWindow = 1;
+        area.overview.window = beside;
+        area.overviewEnabled = row.overview;
+        ASSERT_EQ(manager.SetDisplayArea(area, 33), Status::Ok);
+        m_client.Resize(window, row.width, row.height);
+        EXPECT_TRUE(Eventually([&] { return watch->ClientSize() == WindowWatch::Size{row.width, row.height}; }));
+        for (int i = 0; i < 3; ++i) {
+            const int before = presents;
+            Push(manager, ++grey);
+            EXPECT_TRUE(Eventually([&] { return presents > before; }));
+        }
+        if (row.shown)
+            EXPECT_TRUE(Shows(window, Grey(grey), 300, 200));
+        m_client.Resize(window, kSide, kSide);
+        EXPECT_TRUE(Shows(window, Grey(grey)));
+        m_client.Destroy(beside);
+    }
+    EXPECT_EQ(replaced, 0);
+}
+
 // What nobody sees is neither converted nor put; neither is a picture that stays.
 TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     const xcb_window_t window = Window();

@@ -158,10 +158,10 @@ public:
             const WindowSink::State state = target.sink != nullptr ? target.sink->Prepare() : WindowSink::State::Absent;
             if (state == WindowSink::State::Absent)
                 return target.window->ServerLost() ? BlitResult::SurfaceLost : BlitResult::Failed;
-            if (state != WindowSink::State::Ready)
+            if (state == WindowSink::State::Busy || state == WindowSink::State::Hidden)
                 return BlitResult::StillDrawing;
             if (target.sink->Size() != target.size)
-                return BlitResult::InvalidArgument;
+                return BlitResult::InvalidArgument;    // too large is another size too
         }
         if (target.overview != nullptr && target.overview->Prepare() == WindowSink::State::Ready)
             m_target.overview = target.overview;

@@ -147,6 +147,10 @@ WindowSink::State ServerSink::Prepare() {
     m_wanted = !SendBands();    // of the image before, if the window has another size by now
     if (m_wanted)
         return State::Busy;
+    if (!limits::FitsPicture(m_facts.size.width, m_facts.size.height)) {
+        DropImage();
+        return State::TooLarge;
+    }
     if (m_imageSize != m_facts.size && !MakeImage())
         return Absent();
     (void)Trim();
@@ -158,8 +162,6 @@ WindowSink::State ServerSink::Prepare() {
 // In the memory of the one before, where that is large enough.
 bool ServerSink::MakeImage() {
     const WindowWatch::Size size = m_facts.size;
-    if (!limits::FitsPicture(size.width, size.height))
-        return false;
     // A window that changes its size may go on so.
     const size_t spare = m_imageSize != WindowWatch::Size() ? 8 : SIZE_MAX;    // one part in so many
     m_resizedAt = Clock::now();

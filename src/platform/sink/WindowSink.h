@@ -21,10 +21,11 @@ namespace corvane {
 class WindowSink {
 public:
     enum class State {
-        Ready,     // draw and put
-        Busy,      // the last put goes on: skip this picture; the watch's listeners are told when to look again
-        Hidden,    // the window is not viewable: no put
-        Absent,    // dead, unknown yet, or of a kind that cannot be drawn on
+        Ready,       // draw and put
+        Busy,        // the last put goes on: skip this picture; the watch's listeners are told when to look again
+        Hidden,      // the window is not viewable: no put
+        TooLarge,    // beyond the limits of pictures, until it is smaller
+        Absent,      // dead, unknown yet, or of a kind that cannot be drawn on
     };
 
     // Holds the image while it is written, against Copy. Never across a client's callback.

@@ -70,6 +70,7 @@ private:
         if (commit)
             m_renderer->Commit();
     }
+    void TakeBack() override { m_renderer->TakeBack(); }
 
     RendererSlot& m_slot;
     RendererPtr m_renderer;

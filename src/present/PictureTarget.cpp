@@ -23,8 +23,10 @@ bool CarryPicture(PictureTarget& target, FilterChain& chain, const ChainSettings
         return false;
     uint8_t* upright = nullptr;
     uint32_t stride = 0;
-    if (rotate->Allocate(width, height, lease.format, &upright, &stride) < 0)
+    if (rotate->Allocate(width, height, lease.format, &upright, &stride) < 0) {
+        lease.GiveBack();
         return false;
+    }
     (void)chain.Run(settings, frame, decoded, upright, stride, lease.format, width, height);
     rotate->Rotate(lease.data, lease.stride, lease.format, outWidth, outHeight);
     lease.Commit();

@@ -89,6 +89,7 @@ CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Cloc
         MutexLock lock(m_lock);    // the watch may tell of changes already
         m_info.window = m_window.Watch();
         m_info.sinks = &m_sinks;
+        m_info.textFresh = &m_textFresh;
     }
     m_thread = Thread("corvane-render", owner, [this] { RenderLoop(); });
 }
@@ -414,7 +415,9 @@ bool CRenderMgr::LatchPicture(Pass& pass, uint64_t& seen, bool last) {
         if (!news)
             m_info.forceRedraw = m_info.osdPolicy == kOsdAlways;
         if (!m_infoUnsent && m_info.presentEnabled)
-            m_info.infoDirty = false;    // this present is the one that sees it
+            m_textFresh |= std::exchange(m_info.infoDirty, false);    // this present is the one that sees it
+        if (m_info.osd == nullptr)
+            m_textFresh = false;
     }
     pass.frame = m_committed;
     pass.renderer->Latch(pass.info);

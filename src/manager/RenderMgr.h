@@ -221,8 +221,10 @@ private:
 
     RendererSlot m_slot;
 
-    WindowSinks m_sinks;            // empty once the render thread has ended
-    StatePicture m_statePicture;    // only on the render thread
+    WindowSinks m_sinks;    // empty once the render thread has ended
+    // Only on the render thread.
+    StatePicture m_statePicture;
+    bool m_textFresh = false;    // no text was drawn since infoDirty
 
     // The windows that m_info names. m_windowLock is taken before m_lock, and never by who tells of their changes.
     Mutex m_windowLock;

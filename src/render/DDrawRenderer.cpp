@@ -319,7 +319,7 @@ void CDDrawRenderer::CallText(const MediaFrameImpl& frame, const RenderInfo& inf
         record.info.height = m_picture.height + info.border.top + info.border.bottom;
         record.info.flags = CORVANE_OSD_BORDER;
     }
-    if (info.infoDirty)
+    if (TakeTextFresh(info))
         record.info.flags |= CORVANE_OSD_FRESH;
     record.Call(info.osd, info.osdContext, drawn.Drawing());
     (void)m_set->Text()->Blit(Whole(m_client), drawn, Whole(m_client));

@@ -80,6 +80,7 @@ void CGDIRenderer::Latch(const RenderInfo& info) {
     m_way = UsesBorder(info)                               ? Way::Bordered
             : (info.flags & CORVANE_FLAG_GDI_COMPOSE) != 0 ? Way::Compose
                                                            : Way::Direct;
+    FollowPlaces(info);
     if (m_way != Way::Direct && !EnsureOverlay(info)) {
         m_failed = true;
         return;
@@ -88,6 +89,19 @@ void CGDIRenderer::Latch(const RenderInfo& info) {
         m_failed = !DrawPicture(info) || !DrawOverview(info);
     else if (info.area.overviewIsWindow != 0)
         m_failed = !DrawOverview(info);    // that window may be in view
+}
+
+// Where the picture's place has changed, what was picture may be band now, and is drawn over once, text policy or not.
+void CGDIRenderer::FollowPlaces(const RenderInfo& info) {
+    Rect canvas = Whole(m_client);
+    Rect inside = PictureRect(info, m_client);
+    if (m_way == Way::Bordered) {
+        inside = Whole(m_picture).Moved(info.border.left, info.border.top);
+        canvas = {0, 0, inside.right + info.border.right, inside.bottom + info.border.bottom};
+    }
+    m_force |= canvas != m_canvas || inside != m_inside;
+    m_canvas = canvas;
+    m_inside = inside;
 }
 
 bool CGDIRenderer::DrawPicture(const RenderInfo& info) {
@@ -225,7 +239,7 @@ void CGDIRenderer::CallText(const MediaFrameImpl& frame, const RenderInfo& info)
         record.info.width = m_client.width;
         record.info.height = m_client.height;
     }
-    if (info.infoDirty)
+    if (TakeTextFresh(info))
         record.info.flags |= CORVANE_OSD_FRESH;
     record.Call(info.osd, info.osdContext, m_overlay.View());
 }

@@ -10,6 +10,7 @@ namespace corvane {
 
 namespace {
 
+constexpr int kAttempts = 2;              // of a pass to prepare for the window as it is
 constexpr int64_t kTick = 500'000'000;    // ns: how long a push may wait, and the step of the waiting picture
 constexpr std::chrono::milliseconds kLatchLimit(20);    // how long a push waits for the picture before it to be taken
 
@@ -69,6 +70,7 @@ private:
         if (commit)
             m_renderer->Commit();
     }
+    void TakeBack() override { m_renderer->TakeBack(); }
 
     RendererSlot& m_slot;
     RendererPtr m_renderer;
@@ -88,6 +90,7 @@ CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Cloc
         MutexLock lock(m_lock);    // the watch may tell of changes already
         m_info.window = m_window.Watch();
         m_info.sinks = &m_sinks;
+        m_info.textFresh = &m_textFresh;
     }
     m_thread = Thread("corvane-render", owner, [this] { RenderLoop(); });
 }
@@ -218,7 +221,8 @@ void CRenderMgr::Store(const FramePtr& frame, PictureSize size) {
     m_frameSize = size;
     m_info.forceRedraw |= m_state != RenderState::Playing;    // the state's picture lies where margins and text go
     m_state = RenderState::Playing;
-    if (std::exchange(m_unlatched, true))
+    m_unlatched = true;
+    if (std::exchange(m_untaken, true))
         m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
     ++m_generation;
 }
@@ -274,6 +278,7 @@ void CRenderMgr::RenderLoop() {
         bool tidyUp;
         bool woken;
         bool room;
+        bool spare = false;    // memory that goes back after a while
         {
             MutexLock lock(m_lock);
             if (m_ending)
@@ -283,8 +288,11 @@ void CRenderMgr::RenderLoop() {
             state = m_state;
             tidyUp = std::exchange(m_tidyUp, false);
             room = std::exchange(m_sinkRoom, false);
-            if (state != RenderState::Playing && std::exchange(m_unlatched, false))    // nobody will take it
-                m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
+            if (state != RenderState::Playing) {    // nobody will take it
+                m_unlatched = false;
+                if (std::exchange(m_untaken, false))
+                    m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
+            }
         }
         try {
             if (tidyUp)
@@ -293,11 +301,12 @@ void CRenderMgr::RenderLoop() {
                 woken |= m_sinks.Resume();
             if (state == RenderState::Playing && woken)
                 PresentPass(seen);
-            else if (state != RenderState::Playing && (woken || tidyUp || !inTime))
+            else if (state != RenderState::Playing && (woken || tidyUp || (!inTime && state == RenderState::Waiting)))
                 DrawState();
+            spare = m_sinks.Trim();
         } catch (...) {    // no memory for another renderer, or a callback that threw: this present is lost
         }
-        const bool ticking = state == RenderState::Playing || state == RenderState::Waiting;
+        const bool ticking = state == RenderState::Playing || state == RenderState::Waiting || spare;
         if (woken || tidyUp || !inTime)
             deadline = m_clock.Now() + kTick;
         MutexLock lock(m_lock);
@@ -373,7 +382,7 @@ void CRenderMgr::PresentPass(uint64_t& seen) {
     CallGate::Scope call(m_renderCalls);
     m_statePicture.Free();
     Pass pass;
-    do {
+    for (int left = kAttempts; left > 0; --left) {
         pass.renderer = m_slot.Current();
         {
             MutexLock lock(m_lock);
@@ -381,7 +390,9 @@ void CRenderMgr::PresentPass(uint64_t& seen) {
             pass.redraws = m_redraws;
         }
         pass.renderer->Prepare(pass.info);
-    } while (!LatchPicture(pass, seen));
+        if (LatchPicture(pass, seen, left == 1))
+            break;
+    }
     if (pass.frame == nullptr)
         return;
     const RenderInfo& info = pass.info;
@@ -403,28 +414,35 @@ void CRenderMgr::PresentPass(uint64_t& seen) {
 }
 
 // False when what was prepared is not what is to be shown any more: another renderer, another window, or the same
-// window with a news that this pass must not swallow.
-bool CRenderMgr::LatchPicture(Pass& pass, uint64_t& seen) {
+// window with a news that this pass must not swallow. The last attempt of a pass shows what is prepared where it can,
+// so that a window that changes all the time shows pictures, and the news calls for one more pass.
+bool CRenderMgr::LatchPicture(Pass& pass, uint64_t& seen, bool last) {
     SharedLock picture(m_pictureLock);
     m_slot.DestroyRetired();
     {
         MutexLock lock(m_lock);
-        pass.fresh |= std::exchange(m_unlatched, false);
+        m_unlatched = false;
         m_presenting = true;
         m_latched.NotifyAll();
-        if (m_state != RenderState::Playing) {
-            if (pass.fresh)
-                m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
+        if (m_state != RenderState::Playing || m_ending)
             return true;    // changed since the wake-up, and woken again
-        }
-        if (m_slot.Current() != pass.renderer || m_redraws != pass.redraws || m_info.window != pass.info.window ||
-            m_info.overviewWindow != pass.info.overviewWindow)
+        const bool other = m_slot.Current() != pass.renderer || m_info.window != pass.info.window ||
+                           m_info.overviewWindow != pass.info.overviewWindow;
+        const bool news = other || m_redraws != pass.redraws;
+        if (news && !last)
             return false;
-        seen = m_generation;    // what was committed until now is latched here: it must not wake the thread once more
+        // What was committed until now is latched here: it must not wake the thread once more.
+        seen = news ? m_generation - 1 : m_generation;
+        if (other)
+            return true;
         pass.info = m_info;
-        m_info.forceRedraw = m_info.osdPolicy == kOsdAlways;
+        if (!news)
+            m_info.forceRedraw = m_info.osdPolicy == kOsdAlways;
         if (!m_infoUnsent && m_info.presentEnabled)
-            m_info.infoDirty = false;    // this present is the one that sees it
+            m_textFresh |= std::exchange(m_info.infoDirty, false);    // this present is the one that sees it
+        if (m_info.osd == nullptr)
+            m_textFresh = false;
+        pass.fresh = std::exchange(m_untaken, false);
     }
     pass.frame = m_committed;
     pass.renderer->Latch(pass.info);

@@ -180,7 +180,7 @@ private:
         bool fresh = false;      // a picture that no pass has taken before
         FramePtr frame;          // null: nothing to present
     };
-    bool LatchPicture(Pass& pass, uint64_t& seen);
+    bool LatchPicture(Pass& pass, uint64_t& seen, bool last);
     void DrawState();
     void AwaitLatch();
     void WakeLocked() REQUIRES(m_lock);
@@ -225,6 +225,7 @@ private:
     bool m_tidyUp GUARDED_BY(m_lock) = false;        // a renderer or window that was given up waits for its end
     bool m_sinkRoom GUARDED_BY(m_lock) = false;      // a sink may send more
     bool m_unlatched GUARDED_BY(m_lock) = false;     // a committed picture that the render thread did not take yet
+    bool m_untaken GUARDED_BY(m_lock) = false;       // a committed picture that no pass has had, for the counters
     bool m_presenting GUARDED_BY(m_lock) = false;
     Condition m_latched;    // a picture was taken, or its present goes on
     BitmapPtr m_logo GUARDED_BY(m_lock);
@@ -232,9 +233,11 @@ private:
 
     RendererSlot m_slot;
 
-    WindowSinks m_sinks;            // empty once the render thread has ended
-    StatePicture m_statePicture;    // only on the render thread
-    ShownTally m_tally{m_counters};    // likewise
+    WindowSinks m_sinks;    // empty once the render thread has ended
+    // Only on the render thread.
+    StatePicture m_statePicture;
+    ShownTally m_tally{m_counters};
+    bool m_textFresh = false;    // no text was drawn since infoDirty
 
     // The windows that m_info names. m_windowLock is taken before m_lock, and never by who tells of their changes.
     Mutex m_windowLock;

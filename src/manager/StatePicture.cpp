@@ -9,7 +9,7 @@ void StatePicture::Draw(const RenderInfo& info, const Look& look) {
     if (sink == nullptr)
         return;
     const WindowSink::State state = sink->Prepare();
-    if (state == WindowSink::State::Absent || state == WindowSink::State::Busy)
+    if (state != WindowSink::State::Ready && state != WindowSink::State::Hidden)
         return;    // the watch tells when that changes
     const WindowWatch::Size size = sink->Size();
     const Rect all{0, 0, size.width, size.height};

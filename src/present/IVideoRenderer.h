@@ -37,6 +37,10 @@ public:
     // The buffer is complete. Worker, picture lock held exclusively.
     virtual void Commit() = 0;
 
+    // The buffer comes back as it was lent, in the place of Commit: the picture before is still the last one. Same
+    // thread and lock. Optional.
+    virtual void TakeBack() {}
+
     // Readies what the picture is drawn on. Render thread, no lock held; may be called again before Latch. Optional.
     virtual void Prepare(const RenderInfo&) {}
 

@@ -1,5 +1,7 @@
 #include "present/OnScreenText.h"
 
+#include <utility>
+
 #include "platform/raster/DrawContext.h"
 
 namespace corvane {
@@ -9,6 +11,10 @@ bool TextDue(uint32_t policy, const TextTimes& last, int64_t wall, const MediaFr
            ((policy & 2) != 0 && frame.Header().timeSeconds != last.timeSeconds) ||
            ((policy & 4) != 0 && frame.PresentTime().seconds != last.presentSeconds) ||
            ((policy & 8) != 0 && frame.BaseTime().seconds != last.baseSeconds);
+}
+
+bool TakeTextFresh(const RenderInfo& info) {
+    return info.textFresh != nullptr && std::exchange(*info.textFresh, false);
 }
 
 OsdRecord::OsdRecord(const MediaFrameImpl* frame, int64_t seconds, bool local) {

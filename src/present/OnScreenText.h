@@ -24,6 +24,9 @@ struct TextTimes {
 // frame's second, 2 that of its presentation time, 3 that of its base time.
 bool TextDue(uint32_t policy, const TextTimes& last, int64_t wall, const MediaFrameImpl& frame);
 
+// Whether the text that is about to be drawn is the first since size and state must be reported. Render thread.
+bool TakeTextFresh(const RenderInfo& info);
+
 // A record with its own broken-down time: not copied while `info` is in use.
 class OsdRecord {
 public:

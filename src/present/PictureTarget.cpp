@@ -34,8 +34,10 @@ CarryResult CarryPicture(PictureTarget& target, FilterChain& chain, const ChainS
         return {Fate::LostNoBuffer};
     uint8_t* upright = nullptr;
     uint32_t stride = 0;
-    if (rotate->Allocate(width, height, lease.format, &upright, &stride) < 0)
+    if (rotate->Allocate(width, height, lease.format, &upright, &stride) < 0) {
+        lease.GiveBack();
         return {Fate::LostNotRotatable};
+    }
     const ChainResult run = chain.Run(settings, frame, decoded, upright, stride, lease.format, width, height);
     rotate->Rotate(lease.data, lease.stride, lease.format, outWidth, outHeight);
     lease.Commit();

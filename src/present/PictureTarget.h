@@ -23,20 +23,24 @@ public:
           stride(other.stride),
           format(other.format),
           m_target(std::exchange(other.m_target, nullptr)),
-          m_commit(other.m_commit) {}
+          m_end(other.m_end) {}
     PictureLease& operator=(PictureLease&&) = delete;
     ~PictureLease();
 
     explicit operator bool() const { return m_target != nullptr; }
-    void Commit() { m_commit = true; }    // at the end of the lease
+    // What becomes of the buffer at the end of the lease. GiveBack: nothing was written into it.
+    void Commit() { m_end = End::Commit; }
+    void GiveBack() { m_end = End::GiveBack; }
 
     uint8_t* data = nullptr;
     uint32_t stride = 0;    // bytes
     uint32_t format = 0;    // PF_*
 
 private:
+    enum class End : uint8_t { GiveUp, GiveBack, Commit };
+
     PictureTarget* m_target = nullptr;
-    bool m_commit = false;
+    End m_end = End::GiveUp;
 };
 
 class PictureTarget {
@@ -51,11 +55,16 @@ public:
 private:
     friend class PictureLease;
     virtual void Finish(bool commit) = 0;
+    virtual void TakeBack() { Finish(false); }    // untouched
 };
 
 inline PictureLease::~PictureLease() {
-    if (m_target != nullptr)
-        m_target->Finish(m_commit);
+    if (m_target == nullptr)
+        return;
+    if (m_end == End::GiveBack)
+        m_target->TakeBack();
+    else
+        m_target->Finish(m_end == End::Commit);
 }
 
 // What became of one picture.

@@ -38,11 +38,13 @@ struct RenderInfo {
     Edges margin;
     bool hasBorder = false;
     Edges border;
-    bool infoDirty = false;    // size and state must be reported
+    bool infoDirty = false;    // size and state must be reported: what a picture callback is told
     CorvaneStreamInfoCallback streamInfo = nullptr;
     void* streamInfoContext = nullptr;
     bool presentEnabled = true;
-    WindowSinks* sinks = nullptr;    // of the manager; for the render thread only
+    // Of the manager, for the render thread only.
+    WindowSinks* sinks = nullptr;
+    bool* textFresh = nullptr;    // the next text is told what infoDirty says; see TakeTextFresh
 };
 
 // The value of osdPolicy that makes every present refresh.

@@ -19,6 +19,13 @@ bool WindowSinks::Resume() NO_THREAD_SAFETY_ANALYSIS {
     return wanted;
 }
 
+bool WindowSinks::Trim() NO_THREAD_SAFETY_ANALYSIS {
+    bool spare = false;
+    for (const Way* way : {&m_main, &m_overview})
+        spare |= way->sink != nullptr && way->sink->Trim();
+    return spare;
+}
+
 WindowSink* WindowSinks::Of(Way& way, const WindowWatchPtr& window) {
     Way before;    // dies after the lock is dropped
     MutexLock lock(m_mutex);

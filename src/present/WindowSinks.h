@@ -21,6 +21,8 @@ public:
 
     // Render thread: see WindowSink::Resume; of either.
     bool Resume();
+    // Render thread: see WindowSink::Trim; of both.
+    bool Trim();
 
     // Any thread: a copy of the last image of `window`, empty where there is none.
     Raster LastImage(const WindowWatchPtr& window) const;

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "base/Limits.h"
 #include "filters/FilterChain.h"
 #include "present/Layout.h"
 #include "present/WindowSinks.h"
@@ -117,9 +118,11 @@ bool CDDrawRenderer::EnsureSet(const RenderInfo& info, WindowWatch::Size size) {
     const Rect spare = SurfaceSet::SpareRect(info, size);
     if (m_set != nullptr && m_set->Fits(size, spare))
         return true;
+    m_textKnown = false;
+    if (m_set != nullptr && m_set->Resize(size, spare))
+        return true;
     m_set.reset();
     m_set = SurfaceSet::Make(View(), size, spare);
-    m_textKnown = false;
     return m_set != nullptr;
 }
 
@@ -154,6 +157,11 @@ CDDrawRenderer::Pass CDDrawRenderer::Begin(const RenderInfo& info) {
     // The window may get another size at any moment: once more, and if it still does, with the next pass.
     for (int attempt = 0; attempt < 2; ++attempt) {
         target.size = m_client = window->ClientSize();
+        const Rect spare = SurfaceSet::SpareRect(info, m_client);
+        if (!limits::FitsPicture(static_cast<uint64_t>(spare.right), static_cast<uint64_t>(spare.bottom))) {
+            m_set.reset();
+            return Pass::Nothing;    // no surfaces are as large, with room for the overview: the device has not failed
+        }
         if (!EnsureSet(info, m_client))
             return Pass::Failed;
         target.room = aside ? m_set->Spare() : Rect{};
@@ -311,7 +319,7 @@ void CDDrawRenderer::CallText(const MediaFrameImpl& frame, const RenderInfo& inf
         record.info.height = m_picture.height + info.border.top + info.border.bottom;
         record.info.flags = CORVANE_OSD_BORDER;
     }
-    if (info.infoDirty)
+    if (TakeTextFresh(info))
         record.info.flags |= CORVANE_OSD_FRESH;
     record.Call(info.osd, info.osdContext, drawn.Drawing());
     (void)m_set->Text()->Blit(Whole(m_client), drawn, Whole(m_client));

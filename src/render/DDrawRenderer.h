@@ -3,7 +3,8 @@
 // The adapter stands behind platform/blitter/Blitter.h.
 //
 //   pass      the window                                     what happens                               outcome
-//   Nothing   unknown yet, destroyed; or presenting is off   the surfaces of a destroyed window go      NothingToDrawOn
+//   Nothing   unknown yet; or presenting is off              nothing                                    NothingToDrawOn
+//             destroyed, or beyond the limits                its surfaces go                            NothingToDrawOn
 //   TextOnly  none, or not viewable                          text is called on surfaces in memory       NothingToDrawOn
 //   Aside     not viewable, but its overview has a window    the same, and the overview is drawn        Put
 //   Skip      still read by the server                       nothing: a new pass follows                Busy

@@ -59,6 +59,7 @@ void CGDIRenderer::Prepare(const RenderInfo& info) {
     case WindowSink::State::Busy:
         m_pass = Pass::Skip;
         break;
+    case WindowSink::State::TooLarge:
     case WindowSink::State::Absent:
         break;
     }
@@ -79,6 +80,7 @@ void CGDIRenderer::Latch(const RenderInfo& info) {
     m_way = UsesBorder(info)                               ? Way::Bordered
             : (info.flags & CORVANE_FLAG_GDI_COMPOSE) != 0 ? Way::Compose
                                                            : Way::Direct;
+    FollowPlaces(info);
     if (m_way != Way::Direct && !EnsureOverlay(info)) {
         m_failed = true;
         return;
@@ -87,6 +89,19 @@ void CGDIRenderer::Latch(const RenderInfo& info) {
         m_failed = !DrawPicture(info) || !DrawOverview(info);
     else if (info.area.overviewIsWindow != 0)
         m_failed = !DrawOverview(info);    // that window may be in view
+}
+
+// Where the picture's place has changed, what was picture may be band now, and is drawn over once, text policy or not.
+void CGDIRenderer::FollowPlaces(const RenderInfo& info) {
+    Rect canvas = Whole(m_client);
+    Rect inside = PictureRect(info, m_client);
+    if (m_way == Way::Bordered) {
+        inside = Whole(m_picture).Moved(info.border.left, info.border.top);
+        canvas = {0, 0, inside.right + info.border.right, inside.bottom + info.border.bottom};
+    }
+    m_force |= canvas != m_canvas || inside != m_inside;
+    m_canvas = canvas;
+    m_inside = inside;
 }
 
 bool CGDIRenderer::DrawPicture(const RenderInfo& info) {
@@ -126,7 +141,7 @@ bool CGDIRenderer::DrawOverview(const RenderInfo& info) {
     }
     const auto width = static_cast<uint32_t>(seen.Width());
     const auto height = static_cast<uint32_t>(seen.Height());
-    if ((m_overview.View().width != width || m_overview.View().height != height) && !m_overview.Resize(width, height))
+    if (!m_overview.Reuse(width, height))
         return false;
     m_overviewRect = seen;
     return Stretch(m_overview.View(), place->Moved(-seen.left, -seen.top), Picture(), Whole(m_picture));
@@ -177,7 +192,7 @@ bool CGDIRenderer::EnsureOverlay(const RenderInfo& info) {
         m_overlay.Free();
         return false;
     }
-    return m_overlay.Resize(static_cast<uint32_t>(width), static_cast<uint32_t>(height));
+    return m_overlay.Reuse(static_cast<uint32_t>(width), static_cast<uint32_t>(height));
 }
 
 bool CGDIRenderer::RefreshIsDue(const MediaFrameImpl& frame, const RenderInfo& info, int64_t wall) const {
@@ -224,7 +239,7 @@ void CGDIRenderer::CallText(const MediaFrameImpl& frame, const RenderInfo& info)
         record.info.width = m_client.width;
         record.info.height = m_client.height;
     }
-    if (info.infoDirty)
+    if (TakeTextFresh(info))
         record.info.flags |= CORVANE_OSD_FRESH;
     record.Call(info.osd, info.osdContext, m_overlay.View());
 }

@@ -45,6 +45,7 @@ private:
     };
 
     PackedPicture Picture() const;
+    void FollowPlaces(const RenderInfo& info);
     bool EnsureOverlay(const RenderInfo& info);
     bool DrawPicture(const RenderInfo& info);
     bool DrawOverview(const RenderInfo& info);
@@ -69,6 +70,8 @@ private:
     WindowSink* m_overviewSink = nullptr;    // of an overview window that can be drawn on now
     WindowWatch::Size m_client;
     WindowWatch::Size m_picture;    // of the latched picture
+    Rect m_canvas;                  // with bands and text, as of the last latch: of the window, or of the overlay
+    Rect m_inside;                  // the picture's place on it
     bool m_failed = false;          // no memory for the pass
     bool m_force = false;           // bands and text must be drawn; stays until a pass could do so
     Raster m_overlay;

@@ -39,23 +39,37 @@ int32_t CPseudoRenderer::GetBuffer(uint32_t width, uint32_t height, uint8_t** bu
         m_lent = m_shown == &m_slots[0] ? &m_slots[1] : &m_slots[0];
     else
         m_lent = m_shown;
-    Slot& slot = *m_lent;
-    if (!slot.memory || slot.width != width || slot.height != height) {
+    m_lentNext = !m_lent->Fits(width, height);
+    Slot& slot = m_lentNext ? m_next : *m_lent;
+    if (!slot.Fits(width, height)) {
         const uint64_t size = m_format == PF_NV12 ? 0 : PictureBytes(m_format, width, height);
         AlignedBuffer memory;
         if (size == 0 || !memory.Allocate(size))
-            return -1;    // a committed picture that waits in the slot stays whole
+            return -1;
         slot.memory = std::move(memory);
         slot.stride = RowBytes(m_format, width);
         slot.size = static_cast<uint32_t>(size);
         slot.width = width;
         slot.height = height;
     }
-    slot.complete = false;
+    m_wasComplete = std::exchange(slot.complete, false);
     *buffer = slot.memory.Data();
     *stride = slot.stride;
     *format = m_format;
     return 0;
+}
+
+void CPseudoRenderer::Commit() {
+    if (m_lentNext)
+        *m_lent = std::exchange(m_next, Slot());
+    m_lentNext = false;
+    m_lent->complete = true;
+    m_committed = m_lent;
+}
+
+void CPseudoRenderer::TakeBack() {
+    if (!m_lentNext)
+        m_lent->complete = m_wasComplete;
 }
 
 void CPseudoRenderer::Latch(const RenderInfo&) {

@@ -18,10 +18,8 @@ public:
     RendererType GetType() const override { return RendererType::OffScreen; }
     Outcome Present(const FramePtr* frame, const RenderInfo* info) override;
     int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override;
-    void Commit() override {
-        m_committed = m_lent;
-        m_committed->complete = true;
-    }
+    void Commit() override;
+    void TakeBack() override;
     void Latch(const RenderInfo&) override;
     void NotifyAudioOnly(const FramePtr& frame, const RenderInfo& info) override;
 
@@ -33,6 +31,7 @@ private:
         uint32_t width = 0;
         uint32_t height = 0;
         bool complete = false;    // was committed since it was lent last
+        bool Fits(uint32_t w, uint32_t h) const { return memory && width == w && height == h; }
     };
 
     // Constant after construction.
@@ -46,7 +45,10 @@ private:
     // Under the manager's picture lock: exclusively by the worker, shared by the render thread. One slot serves as long
     // as the client is done with a picture when the next one comes; the second is filled only while it is not.
     Slot m_slots[2];
-    Slot* m_lent = nullptr;         // since the last GetBuffer
+    Slot* m_lent = nullptr;    // since the last GetBuffer
+    Slot m_next;               // lent in its place for another size: the picture in it is good until the commit
+    bool m_lentNext = false;
+    bool m_wasComplete = false;     // *m_lent, when it was lent itself
     Slot* m_committed = nullptr;    // complete and not yet latched
     Slot* m_shown = &m_slots[0];
 };

@@ -27,6 +27,15 @@ std::unique_ptr<SurfaceSet> SurfaceSet::Make(std::shared_ptr<MonitorView> view, 
     return set->m_composite != nullptr ? std::move(set) : nullptr;
 }
 
+bool SurfaceSet::Resize(WindowWatch::Size size, const Rect& spare) {
+    if (!m_composite->Resize(static_cast<uint32_t>(spare.right), static_cast<uint32_t>(spare.bottom)))
+        return false;
+    FreeText();
+    m_size = size;
+    m_spare = spare;
+    return true;
+}
+
 bool SurfaceSet::EnsureText() {
     if (m_text != nullptr)
         return true;

@@ -18,6 +18,9 @@ public:
     static std::unique_ptr<SurfaceSet> Make(std::shared_ptr<MonitorView> view, WindowWatch::Size size,
                                             const Rect& spare);
 
+    // Gives it another size; text is lost. False where the composite cannot take it: nothing is changed then.
+    bool Resize(WindowWatch::Size size, const Rect& spare);
+
     // Whether it serves a window of that size; of the spare rectangle only the far corner counts.
     bool Fits(WindowWatch::Size size, const Rect& spare) const {
         return m_size == size && m_spare.right == spare.right && m_spare.bottom == spare.bottom;
@@ -37,8 +40,8 @@ private:
         : m_view(std::move(view)), m_size(size), m_spare(spare) {}
 
     const std::shared_ptr<MonitorView> m_view;    // keeps the device, which outlives the surfaces
-    const WindowWatch::Size m_size;
-    const Rect m_spare;
+    WindowWatch::Size m_size;
+    Rect m_spare;
     std::unique_ptr<BlitComposite> m_composite;
     std::unique_ptr<BlitSurface> m_textSystem;    // as large as the window: the client draws here
     std::unique_ptr<BlitSurface> m_text;          // a row taller: what was drawn last, keyed by black

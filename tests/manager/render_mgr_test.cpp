@@ -268,6 +268,45 @@ TEST(RenderMgr, DirtyInformationIsSeenByOnePresentAndForcedRedrawByPolicy) {
     EXPECT_TRUE(script.sawRedraw);
 }
 
+// That size and state must be reported is told to the picture callback with the next picture, and to the text callback
+// with the next text, however many pictures later; once each. Without a text callback nothing is kept for it.
+TEST(RenderMgr, FreshInformationReachesPictureAndText) {
+    struct Text {
+        std::atomic<int> calls{0}, fresh{0};
+        static void Draw(void* context, OsdInfo* info) {
+            static_cast<Text*>(context)->fresh += (info->flags & CORVANE_OSD_FRESH) != 0 ? 1 : 0;
+            ++static_cast<Text*>(context)->calls;
+        }
+    } text;
+    std::atomic<int> presents{0};
+    CRenderMgr manager(&text, 0, 0);
+    manager.SetOsd(&Text::Draw, &text);
+    manager.SetOsdPolicy(2);    // by the frame's second
+    manager.SetAfterDisplay([](void* count, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(count); },
+                            &presents);
+    PlainPicture picture(64, 48);
+    const struct {
+        int64_t timeMs;
+        bool restart, hasText;
+        int calls, fresh;    // of the text
+    } rows[] = {
+        {1000, false, true, 1, 0}, {1040, true, true, 0, 0},  {1080, false, true, 0, 0}, {2000, false, true, 1, 1},
+        {3000, false, true, 1, 0}, {3040, true, false, 0, 0}, {3080, false, true, 1, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.timeMs);
+        manager.SetOsd(row.hasText ? &Text::Draw : nullptr, &text);
+        if (row.restart)
+            manager.Stop(false);
+        const int before = presents;
+        text.calls = text.fresh = 0;
+        manager.PresentFrame(Frame(row.timeMs), picture.frame, true);
+        ASSERT_TRUE(Eventually([&] { return presents > before; }));
+        EXPECT_EQ(text.calls, row.calls);
+        EXPECT_EQ(text.fresh, row.fresh);
+    }
+}
+
 TEST(RenderMgr, RotationTakesTheBoxAndLosesWhatItCannotTurn) {
     PlainPicture picture(64, 32, 150);
     Seen seen;
@@ -280,13 +319,27 @@ TEST(RenderMgr, RotationTakesTheBoxAndLosesWhatItCannotTurn) {
     manager.DisableRotateFilter();
     manager.PresentFrame(Frame(40), picture.frame, true);
     EXPECT_EQ(seen.Await(1).milliseconds, 40u);
+    // What cannot be turned leaves the last picture, be it of another size or of that of the box.
+    uint32_t width = 0, height = 0;
+    RotateFilter(90).OutputSize(64, 32, &width, &height);
+    PlainPicture box(width, height, 99);
+    size_t records = 1;
+    for (const PlainPicture* const last : {&picture, &box}) {
+        manager.PresentFrame(Frame(60), last->frame, true);
+        (void)seen.Await(++records);
+        EXPECT_EQ(manager.EnableRotateFilter(90), Status::Ok);
+        manager.PresentFrame(Frame(80), picture.frame, true);
+        manager.DisableRotateFilter();
+        manager.RequestRedraw();
+        const PseudoFrame again = seen.Await(++records);
+        EXPECT_EQ(again.width * 1000 + again.height, last->frame.width * 1000 + last->frame.height);
+        EXPECT_EQ(again.milliseconds, 60u);
+        EXPECT_EQ(seen.pixels[0], last->frame.planes[0][0]);
+    }
     EXPECT_EQ(manager.EnableRotateFilter(90), Status::Ok);
-    manager.PresentFrame(Frame(80), picture.frame, true);
-    manager.RequestRedraw();
-    EXPECT_EQ(seen.Await(2).width, 0u) << "no half-made picture";
     seen.KeptBy(manager, PF_BGR24);
     manager.PresentFrame(Frame(120), picture.frame, true);
-    const PseudoFrame turned = seen.Await(3);
+    const PseudoFrame turned = seen.Await(++records);
     EXPECT_TRUE(turned.height >= 64 && turned.width <= 36);
     EXPECT_NEAR(seen.pixels[32 * RowBytes(PF_BGR24, turned.width) + 48], 150, 1);
 }

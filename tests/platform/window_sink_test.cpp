@@ -14,6 +14,7 @@
 #include "base/Log.h"
 #include "platform/sink/WindowSink.h"
 #include "support/Latch.h"
+#include "support/Mappings.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
 
@@ -21,6 +22,7 @@ namespace corvane {
 namespace {
 
 using test::Eventually;
+using test::MappedBytes;
 using test::XClient;
 using test::XServer;
 using Purpose = WindowWatch::Purpose;
@@ -254,6 +256,45 @@ TEST_P(SinkConformance, ResizesLeaveNothing) {
     EXPECT_TRUE(Eventually([&] { return counts() == before; }));
 }
 
+// A window that changes its size: an eighth more than is needed where memory is too small, the same memory where it is
+// not, and what is too much goes back a second after the last change.
+TEST_P(SinkConformance, MemoryOfAnImageThatChangesItsSize) {
+    const bool tells = m_way != Way::Bands;    // its memory cannot be told from other memory
+    const char* const word = m_way == Way::Descriptor ? "memfd:corvane" : "SYSV";
+    const size_t bytes = m_depth == 16 ? 2 : 4;
+    constexpr size_t kPage = 4096;
+    const struct {
+        uint16_t width, height;
+        size_t pixels;    // of the memory
+    } rows[] = {
+        {100, 80, 128 * 80},          {100, 100, 128 * 100 * 9 / 8}, {100, 112, 128 * 100 * 9 / 8},
+        {20, 10, 128 * 100 * 9 / 8},  {320, 400, 320 * 400 * 9 / 8}, {320, 440, 320 * 400 * 9 / 8},
+        {100, 80, 320 * 400 * 9 / 8},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        const Size size{row.width, row.height};
+        m_client->Resize(m_window, row.width, row.height);
+        ASSERT_TRUE(Eventually([&] { return m_sink->Prepare() == State::Ready && m_sink->Size() == size; }));
+        if (tells)
+            EXPECT_EQ(MappedBytes(word, false) / kPage, (row.pixels * bytes + 64 + kPage - 1) / kPage);
+        Raster copy;
+        EXPECT_FALSE(m_sink->Copy(copy)) << "nothing was drawn yet";
+        Draw(row.width);
+        m_sink->Put(std::array{Rect{0, 0, size.width, size.height}});
+        ASSERT_TRUE(Becomes(State::Ready));
+        EXPECT_TRUE(Shows({0, 0, size.width, size.height}));
+        EXPECT_TRUE(m_sink->Copy(copy));
+    }
+    EXPECT_TRUE(m_sink->Trim()) << "not at once";
+    EXPECT_TRUE(Eventually([&] { return !m_sink->Trim(); }));
+    if (tells)
+        EXPECT_EQ(MappedBytes(word, true) / kPage, (128 * 80 * bytes + 64 + kPage - 1) / kPage);
+    m_sink->Put(std::array{Rect{0, 0, 100, 80}});    // what is left is as it was
+    ASSERT_TRUE(Becomes(State::Ready));
+    EXPECT_TRUE(Shows({0, 0, 100, 80}));
+}
+
 std::string NameOf(const testing::TestParamInfo<std::tuple<Way, uint8_t>>& row) {
     const char* const ways[] = {"Descriptor", "Segment", "Bands"};
     return ways[static_cast<int>(std::get<0>(row.param))] + std::to_string(std::get<1>(row.param));
@@ -277,7 +318,7 @@ TEST(WindowSink, HiddenAbsentAndUnsupported) {
     } rows[] = {
         {{.mapped = false}, State::Hidden, 0},
         {{.inputOnly = true}, State::Absent, 1},
-        {{.width = 20000}, State::Absent, 0},
+        {{.width = 20000}, State::TooLarge, 0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);
@@ -288,7 +329,7 @@ TEST(WindowSink, HiddenAbsentAndUnsupported) {
         for (int i = 0; i < 3; ++i)
             EXPECT_EQ(sink->Prepare(), row.state);
         EXPECT_EQ(lines, row.lines);
-        EXPECT_EQ(sink->Size() == Size(), row.state == State::Absent);
+        EXPECT_EQ(sink->Size() == Size(), row.state != State::Hidden);
         sink->Put(std::array{Rect{0, 0, 10, 10}});    // ignored
         Raster copy;
         EXPECT_FALSE(sink->Copy(copy));

@@ -155,6 +155,7 @@ struct Stage {
         info.osd = [](void* context, OsdInfo* text) { static_cast<Stage*>(context)->texts.push_back(*text); };
         info.osdContext = this;
         info.osdPolicy = 2;
+        info.textFresh = &textFresh;
     }
     int32_t Lend(uint32_t wish = PF_I420, uint32_t width = 64, uint32_t height = 48) {
         format = wish;
@@ -190,6 +191,7 @@ struct Stage {
     ScriptedBlitter blitter;
     std::shared_ptr<ScriptedWatch> watch = std::make_shared<ScriptedWatch>(Rect{50, 40, 150, 120});
     RenderInfo info;
+    bool textFresh = false;
     std::vector<OsdInfo> texts;
     std::unique_ptr<CDDrawRenderer> renderer;
     uint8_t* buffer = nullptr;
@@ -233,6 +235,7 @@ TEST(DefaultRenderer, WhatFailsInAPass) {
         {"nothing", [](Stage&) {}, Put, 1, 1, 0, Put, "copy 0,0,100,80 to 50,40,150,120 of 7"},
         {"no window any more", [](Stage& s) { s.info.window = nullptr; }, NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
         {"window destroyed", Ends(Life::Dead, false), NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
+        {"window beyond the limits", Moves(first, {0, 0, 9000, 9000}, ""), NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
         {"window not known yet", Ends(Life::Unknown, false), NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
         {"server gone", Ends(Life::Dead, true), Outcome::Failed, 1, 0, -1, Outcome::Failed},
         {"window not viewable", [](Stage& s) { s.watch->viewable = false; }, NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
@@ -400,8 +403,8 @@ TEST(DefaultRenderer, TextRefresh) {
         size_t calls;
         uint32_t width = 0, height = 0, flags = 0;    // of the text
     } rows[] = {
-        {"a first text, also at no time", [&] { info.infoDirty = true; }, 0, 1, 100, 80, CORVANE_OSD_FRESH},
-        {"nothing new", [&] { info.infoDirty = false; }, 0, 0},
+        {"a first text, also at no time", [&] { stage.textFresh = true; }, 0, 1, 100, 80, CORVANE_OSD_FRESH},
+        {"nothing new", [] {}, 0, 0},
         {"a second on", [] {}, 1, 1, 100, 80},
         {"another policy", [&] { info.osdPolicy = 1; }, 2, 0},
         {"redraw asked for", [&] { info.forceRedraw = true; }, 2, 1, 100, 80},

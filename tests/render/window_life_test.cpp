@@ -1,6 +1,7 @@
 // A manager on real windows: pictures of states, and what happens to windows meanwhile.
 #include <cairo.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@
 #include <thread>
 
 #include "base/Log.h"
+#include "base/Sanitized.h"
 #include "manager/RenderMgr.h"
 #include "picture/BitmapPool.h"
 #include "platform/blitter/Blitter.h"
@@ -24,6 +26,7 @@
 #include "render/GDIRenderer.h"
 #include "render/PseudoRenderer.h"
 #include "support/Latch.h"
+#include "support/Mappings.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
 #include "support/XClient.h"
@@ -265,6 +268,49 @@ TEST_P(WindowLife, WhatHappensToAWindow) {
     EXPECT_TRUE(callbacksGoOn(133));
 }
 
+// A window beyond the limits of pictures, alone or with the room for an overview beside it, is a window that cannot be
+// drawn on: callbacks go on, and the renderer is there when the window comes back.
+TEST_P(WindowLife, WindowBeyondTheLimits) {
+    const struct {
+        uint16_t width, height;
+        bool overview, shown;
+    } rows[] = {
+        {9000, 9000, false, false},          {20000, 300, false, false}, {16200, 400, true, GetParam() != 0},
+        {400, 16200, true, GetParam() != 0}, {16200, 400, false, true},
+    };
+    const xcb_window_t window = Window();
+    const WindowWatchPtr watch = WindowWatch::Open(window, WindowWatch::Purpose::Draw);
+    std::atomic<int> presents{0}, replaced{0};
+    CRenderMgr manager(this, window, GetParam());
+    Count(manager, presents);
+    manager.SetStreamInfo([](void* count, uint32_t code, uint64_t,
+                             uint64_t) { *static_cast<std::atomic<int>*>(count) += code == 9 ? 1 : 0; },
+                          &replaced);
+    uint8_t grey = 100;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        const xcb_window_t beside = Window(500);
+        DisplayArea area{};
+        area.overviewIsWindow = 1;
+        area.overview.window = beside;
+        area.overviewEnabled = row.overview;
+        ASSERT_EQ(manager.SetDisplayArea(area, 33), Status::Ok);
+        m_client.Resize(window, row.width, row.height);
+        EXPECT_TRUE(Eventually([&] { return watch->ClientSize() == WindowWatch::Size{row.width, row.height}; }));
+        for (int i = 0; i < 3; ++i) {
+            const int before = presents;
+            Push(manager, ++grey);
+            EXPECT_TRUE(Eventually([&] { return presents > before; }));
+        }
+        if (row.shown)
+            EXPECT_TRUE(Shows(window, Grey(grey), 300, 200));
+        m_client.Resize(window, kSide, kSide);
+        EXPECT_TRUE(Shows(window, Grey(grey)));
+        m_client.Destroy(beside);
+    }
+    EXPECT_EQ(replaced, 0);
+}
+
 // What nobody sees is neither converted nor put; neither is a picture that stays.
 TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     const xcb_window_t window = Window();
@@ -298,6 +344,33 @@ TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     EXPECT_EQ(Blitter::Conversions() > before, GetParam() == 0);
     manager.PresentFrame(FrameAt(80), large.frame, true);
     EXPECT_EQ(large.references, 0);
+}
+
+// What a window that has become smaller needs no more goes back without pictures, in any state; so does the picture of
+// a state when pictures come.
+TEST_P(WindowLife, MemoryGoesBack) {
+    const xcb_window_t windows[] = {Window(), Window(20)};
+    CRenderMgr stopped(this, windows[0], GetParam()), playing(this, windows[1], GetParam());
+    stopped.SetBackground(kBlue);
+    playing.SetBackground(kBlue);
+    for (const xcb_window_t window : windows) {
+        m_client.Resize(window, 600, 400);
+        m_client.Raise(window);
+        EXPECT_TRUE(Shows(window, kBluePixel, 599, 399));
+    }
+    const auto allocated = [] {
+        const struct mallinfo2 counts = mallinfo2();
+        return counts.uordblks + counts.hblkhd;
+    };
+    const size_t before = allocated();
+    Push(playing, 100);
+    EXPECT_TRUE(Shows(windows[1], Grey(100), 599, 399));
+    if (!kSanitized)
+        EXPECT_LT(allocated() + 800'000, before);
+    for (const xcb_window_t window : windows)
+        m_client.Resize(window, kSide, kSide);
+    constexpr size_t kLeft = 2 * (4 * kSide * kSide + 2 * 4096);
+    EXPECT_TRUE(Eventually([] { return test::MappedBytes("memfd:corvane", true) <= kLeft; }));
 }
 
 // A picture is never converted at more than twice the window's size.
@@ -366,6 +439,81 @@ TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
     managers.clear();
     log::hook = nullptr;
     EXPECT_LE(lines, 4) << "one a channel at most";
+}
+
+// Both renderers as they are, but that something may happen when a pass has prepared for the window.
+std::function<void()> afterPreparation;    // on the render thread
+std::atomic<int> puts;
+template <typename Renderer>
+class Disturbed final : public IVideoRenderer {
+public:
+    template <typename... Arguments>
+    explicit Disturbed(const Arguments&... arguments) : m_inner(arguments...) {}
+    RendererType GetType() const override { return m_inner.GetType(); }
+    int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override {
+        return m_inner.GetBuffer(width, height, buffer, stride, format);
+    }
+    void Commit() override { m_inner.Commit(); }
+    void Prepare(const RenderInfo& info) override {
+        m_inner.Prepare(info);
+        afterPreparation();
+    }
+    void Latch(const RenderInfo& info) override { m_inner.Latch(info); }
+    Outcome Present(const FramePtr* frame, const RenderInfo* info) override {
+        const Outcome outcome = m_inner.Present(frame, info);
+        puts += outcome == Outcome::Put ? 1 : 0;
+        return outcome;
+    }
+
+private:
+    Renderer m_inner;
+};
+const RendererMakers kDisturbed{
+    [](const RenderInfo&) -> RendererPtr { return std::make_shared<Disturbed<CGDIRenderer>>(); },
+    [](const RenderInfo& info) -> RendererPtr { return std::make_shared<Disturbed<CDDrawRenderer>>(info); }};
+
+// The window gets another size whenever a pass has prepared for it, so many times, or as long as the test feeds.
+// Pictures go on, and at the end the window shows the newest at its newest size.
+TEST_P(WindowLife, NewsBetweenTwoStepsOfAPass) {
+    constexpr int kAlways = 1 << 20;
+    for (const int times : {1, 2, 3, kAlways}) {
+        SCOPED_TRACE(times);
+        const xcb_window_t window = Window();
+        const WindowWatchPtr watch = WindowWatch::Open(window, WindowWatch::Purpose::Draw);
+        ASSERT_TRUE(Eventually([&] { return watch->Viewable(); }));
+        std::unique_ptr<test::XClient> hand;
+        std::atomic<int> left{0};
+        CRenderMgr* told = nullptr;
+        uint16_t side = kSide;
+        afterPreparation = [&] {
+            if (left <= 0)
+                return;
+            --left;
+            if (hand == nullptr)
+                hand = std::make_unique<test::XClient>(m_server.Display());
+            side = static_cast<uint16_t>(side == 90 ? 70 : side + 1);
+            hand->Resize(window, side, side);
+            EXPECT_TRUE(Eventually([&] { return watch->ClientSize() == WindowWatch::Size{side, side}; }));
+            told->RequestRedraw();    // which the watch does a moment later
+        };
+        CRenderMgr manager(this, window, GetParam(), Clock::System(), kDisturbed);
+        Push(manager, 90);
+        ASSERT_TRUE(Shows(window, Grey(90)));
+        told = &manager;
+        left = times;
+        puts = 0;
+        for (int i = 0; i < 10; ++i) {
+            const int before = puts;
+            Push(manager, static_cast<uint8_t>(100 + i));
+            EXPECT_TRUE(Eventually([&] { return puts > before; }));
+        }
+        left = 0;
+        const auto cornerIs = [&](uint8_t grey) {
+            const auto size = watch->ClientSize();
+            return Pixel(window, static_cast<int>(size.width) - 1, static_cast<int>(size.height) - 1) == Grey(grey);
+        };
+        EXPECT_TRUE(Eventually([&] { return cornerIs(109); }));
+    }
 }
 
 // While the server stands still, every call and the end of a channel return; when it goes on, the last picture is

@@ -88,6 +88,8 @@ public:
     // cannot be seen; whoever watches the window is told when to come again. InvalidArgument: the window has another
     // size by now. SurfaceLost: the server is gone. Failed: nothing can be drawn.
     virtual BlitResult Begin(const BlitTarget& target) = 0;
+    // Takes another size, and keeps what it works with. False: it cannot, and another one must take its place.
+    virtual bool Resize(uint32_t /*width*/, uint32_t /*height*/) { return false; }
 };
 
 class BlitDevice {

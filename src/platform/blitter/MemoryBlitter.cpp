@@ -158,15 +158,17 @@ public:
             const WindowSink::State state = target.sink != nullptr ? target.sink->Prepare() : WindowSink::State::Absent;
             if (state == WindowSink::State::Absent)
                 return target.window->ServerLost() ? BlitResult::SurfaceLost : BlitResult::Failed;
-            if (state != WindowSink::State::Ready)
+            if (state == WindowSink::State::Busy || state == WindowSink::State::Hidden)
                 return BlitResult::StillDrawing;
             if (target.sink->Size() != target.size)
-                return BlitResult::InvalidArgument;
+                return BlitResult::InvalidArgument;    // too large is another size too
         }
         if (target.overview != nullptr && target.overview->Prepare() == WindowSink::State::Ready)
             m_target.overview = target.overview;
         return BlitResult::Ok;
     }
+
+    bool Resize(uint32_t width, uint32_t height) override { return limits::FitsPicture(width, height); }
 
     BlitResult Fill(const Rect& rect, uint32_t color) override {
         const WindowSink::Writing writing = m_target.sink->Write();

@@ -79,7 +79,7 @@ bool VideoBlit::EnsureBands(uint32_t width, bool planar) {
 }
 
 bool VideoBlit::EnsureWhole(uint32_t width, uint32_t height) {
-    return (m_whole.View().width == width && m_whole.View().height == height) || m_whole.Resize(width, height);
+    return m_whole.Reuse(width, height);
 }
 
 bool VideoBlit::ShrinkBand(const kernels::Source420& planes, uint32_t row, uint32_t rows) {

@@ -28,12 +28,23 @@ bool Near(const Rect& rect) {
 
 bool Raster::Resize(uint32_t width, uint32_t height) {
     Free();
-    if (!limits::FitsPicture(width, height))
-        return false;
+    return Reuse(width, height);
+}
+
+bool Raster::Reuse(uint32_t width, uint32_t height) {
+    if (m_view.width == width && m_view.height == height)
+        return static_cast<bool>(m_view);
+    m_view = {};
     // Rows on 64 bytes, for whole aligned vectors.
     const uint64_t step = (uint64_t{width} * kPixelBytes + 63) & ~uint64_t{63};
-    if (!m_memory.Allocate(step * height))
+    const size_t bytes = limits::FitsPicture(width, height) ? step * height : 0;
+    const size_t before = m_memory.Size();
+    // In the place of memory that is too small comes an eighth more: a size that grows may go on so.
+    if (bytes == 0 || ((before < bytes || before / 2 > bytes) &&
+                       !m_memory.Allocate(bytes + (before != 0 && before < bytes ? bytes / 8 : 0)))) {
+        Free();
         return false;
+    }
     m_view = {m_memory.Data(), static_cast<ptrdiff_t>(step), width, height};
     return true;
 }

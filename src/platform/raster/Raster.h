@@ -37,6 +37,9 @@ public:
     // Gives the raster this size; what it held is lost, all pixels are 0. False when there is no memory or the size is
     // out of the limits, and then the raster is empty.
     [[nodiscard]] bool Resize(uint32_t width, uint32_t height);
+    // The same for what is written before it is read, and changes its size often: what it holds then is not said, and
+    // memory of up to twice the need stays.
+    [[nodiscard]] bool Reuse(uint32_t width, uint32_t height);
     void Free();
 
     const RasterView& View() const { return m_view; }

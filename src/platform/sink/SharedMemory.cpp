@@ -23,8 +23,11 @@ bool SharedMemory::Make(Transport transport, size_t size) {
     Free();
     const size_t whole = size + limits::kPicturePadding;
     if (transport == Transport::Descriptor ? MakeDescriptor(whole)
-                                           : transport == Transport::Segment && MakeSegment(whole))
+                                           : transport == Transport::Segment && MakeSegment(whole)) {
+        m_size = size;
+        m_mapped = whole;
         return true;
+    }
     Free();
     return false;
 }
@@ -39,7 +42,6 @@ bool SharedMemory::MakeDescriptor(size_t size) {
     if (data == MAP_FAILED)
         return false;
     m_data = static_cast<uint8_t*>(data);
-    m_mapped = size;
     return true;
 }
 
@@ -68,8 +70,19 @@ void SharedMemory::Free() noexcept {
         shmdt(m_data);
     }
     m_data = nullptr;
-    m_mapped = 0;
+    m_size = m_mapped = 0;
     m_id = -1;
+}
+
+void SharedMemory::Trim(size_t size) noexcept {
+    if (size >= m_size)
+        return;
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t kept = (size + limits::kPicturePadding + page - 1) / page * page;
+    // The mapping stays as long as it was, so that the server has nothing to learn; its pages go.
+    if (kept < m_mapped)
+        (void)madvise(m_data + kept, m_mapped - kept, MADV_REMOVE);
+    m_size = size;
 }
 
 xcb_void_cookie_t SharedMemory::Send(xcb_connection_t* xcb, uint32_t segment, bool checked) {

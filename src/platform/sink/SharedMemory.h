@@ -26,7 +26,10 @@ public:
     // transport that shares nothing.
     [[nodiscard]] bool Make(Transport transport, size_t size);
     void Free() noexcept;
+    // Gives back what lies behind the first `size` bytes; the rest stays as it is, for us and for the server.
+    void Trim(size_t size) noexcept;
     uint8_t* Data() const { return m_data; }
+    size_t Size() const { return m_size; }    // bytes that may be used
 
     // Asks the server, once, to attach the memory for reading as `segment`; sends what was buffered. An error of it
     // comes to the event loop, or, Checked, to xcb_request_check. From then on the system gives the memory back by
@@ -40,6 +43,7 @@ private:
     void Swap(SharedMemory& other) noexcept {
         std::swap(m_transport, other.m_transport);
         std::swap(m_data, other.m_data);
+        std::swap(m_size, other.m_size);
         std::swap(m_mapped, other.m_mapped);
         std::swap(m_id, other.m_id);
     }
@@ -47,6 +51,7 @@ private:
 
     Transport m_transport = Transport::Bands;
     uint8_t* m_data = nullptr;
+    size_t m_size = 0;
     size_t m_mapped = 0;    // bytes
     int m_id = -1;          // a descriptor until it is sent, or the id of a segment
 };

@@ -13,8 +13,12 @@ namespace corvane {
 
 namespace {
 
-// How long a put waits for a server that takes no more bands. Below a frame, so that nothing notices it.
+using Clock = std::chrono::steady_clock;
+
+// How long all bands of one call take at most. Below a frame, so that nothing notices it.
 constexpr std::chrono::milliseconds kRoomLimit(10);
+// How long a window must have kept its size until memory beyond its image goes back.
+constexpr std::chrono::seconds kSpareLimit(1);
 
 class ServerSink final : public WindowSink {
 public:
@@ -43,6 +47,7 @@ public:
     WindowWatch::Size Size() const override { return m_size; }
     bool Put(std::span<const Rect> parts) override;
     bool Resume() override { return !m_unsent.empty() && SendBands() && std::exchange(m_wanted, false); }
+    bool Trim() override;
     bool Copy(Raster& out) override;
 
 protected:
@@ -53,13 +58,16 @@ protected:
 private:
     State Absent();
     void DropImage();
+    void HideImage();
     bool MakeImage();
-    bool MakeShared();
+    bool MakeShared(size_t size);
     bool SendBands();
 
     bool DrawsPrivately() const { return m_transport == Transport::Bands || m_facts.layout != PixelLayout::Bgrx32; }
     // Of the shared memory. The server wants rows of whole 32 bit units, the kernels like them on 64 bytes.
-    uint32_t RowPixels() const { return (m_facts.size.width + 31) & ~31u; }
+    uint32_t RowPixels() const { return (m_imageSize.width + 31) & ~31u; }
+    size_t SharedBytes() const { return size_t{RowPixels()} * BytesPerPixel(m_facts.layout) * m_imageSize.height; }
+    size_t PrivateBytes() const { return size_t{4} * RowPixels() * m_imageSize.height; }
 
     // Constant after construction.
     const WindowWatchPtr m_watch;
@@ -75,6 +83,7 @@ private:
     SharedMemory m_shared;
     WindowWatch::Size m_size;
     WindowWatch::Size m_imageSize;
+    Clock::time_point m_resizedAt;
     bool m_ready = false;
     bool m_fresh = false;
     bool m_complained = false;
@@ -84,8 +93,9 @@ private:
     std::vector<uint8_t> m_band;
 
     Mutex m_imageLock;    // the image's pixels and its being replaced; taken through the base, hence no annotations
-    Raster m_private;
+    AlignedBuffer m_private;
     RasterView m_image;    // of m_shared or m_private
+    bool m_put = false;    // this image, once
 };
 
 WindowSink::State ServerSink::Absent() {
@@ -99,6 +109,7 @@ void ServerSink::DropImage() {
     m_state->Detach(m_connection->Xcb());
     m_imageLock.lock();
     m_image = {};
+    m_put = false;
     m_shared.Free();
     m_private.Free();
     m_imageLock.unlock();
@@ -133,48 +144,74 @@ WindowSink::State ServerSink::Prepare() {
         m_transport = m_transport == Transport::Descriptor ? Transport::Segment : Transport::Bands;
         DropImage();
     }
-    if (m_imageSize != m_facts.size && !MakeImage())
-        return Absent();
-    m_wanted = !SendBands();
+    m_wanted = !SendBands();    // of the image before, if the window has another size by now
     if (m_wanted)
         return State::Busy;
+    if (!limits::FitsPicture(m_facts.size.width, m_facts.size.height)) {
+        DropImage();
+        return State::TooLarge;
+    }
+    if (m_imageSize != m_facts.size && !MakeImage())
+        return Absent();
+    (void)Trim();
     m_size = m_facts.size;
     m_ready = true;
     return State::Ready;
 }
 
+// In the memory of the one before, where that is large enough.
 bool ServerSink::MakeImage() {
-    DropImage();
     const WindowWatch::Size size = m_facts.size;
-    if (!limits::FitsPicture(size.width, size.height))
-        return false;
-    while (m_transport != Transport::Bands && !MakeShared())
-        m_transport = m_transport == Transport::Descriptor ? Transport::Segment : Transport::Bands;
-    Raster drawn;
-    if (DrawsPrivately() && !drawn.Resize(size.width, size.height)) {
-        m_state->Detach(m_connection->Xcb());
-        m_shared.Free();
-        return false;
-    }
-    m_imageLock.lock();
-    if (drawn) {
-        m_private = std::move(drawn);
-        m_image = m_private.View();
-    } else {
-        m_image = {m_shared.Data(), ptrdiff_t{4} * RowPixels(), size.width, size.height};
-    }
-    m_imageLock.unlock();
+    // A window that changes its size may go on so.
+    const size_t spare = m_imageSize != WindowWatch::Size() ? 8 : SIZE_MAX;    // one part in so many
+    m_resizedAt = Clock::now();
+    HideImage();
     m_imageSize = size;
+    const size_t shared = SharedBytes();
+    while (m_transport != Transport::Bands && m_shared.Size() < shared && !MakeShared(shared + shared / spare))
+        m_transport = m_transport == Transport::Descriptor ? Transport::Segment : Transport::Bands;
+    const size_t drawn = PrivateBytes();
+    if (DrawsPrivately() && m_private.Size() < drawn && !m_private.Allocate(drawn + drawn / spare))
+        return false;
+    MutexLock lock(m_imageLock);
+    m_image = {DrawsPrivately() ? m_private.Data() : m_shared.Data(), ptrdiff_t{4} * RowPixels(), size.width,
+               size.height};
     m_fresh = true;
     return true;
 }
 
-bool ServerSink::MakeShared() {
-    if (!m_shared.Make(m_transport, size_t{RowPixels()} * BytesPerPixel(m_facts.layout) * m_facts.size.height))
+void ServerSink::HideImage() {
+    MutexLock lock(m_imageLock);
+    m_image = {};
+    m_put = false;
+}
+
+bool ServerSink::MakeShared(size_t size) {
+    m_state->Detach(m_connection->Xcb());
+    if (!m_shared.Make(m_transport, size))
         return false;
     m_state->Attach(m_connection->Xcb(), m_shared);
     m_connection->Poke();
     return true;
+}
+
+bool ServerSink::Trim() {
+    const bool shares = m_imageSize != WindowWatch::Size() && m_shared.Size() > SharedBytes();
+    const bool draws = m_imageSize != WindowWatch::Size() && m_private.Size() > PrivateBytes();
+    if (!shares && !draws)
+        return false;
+    if (Clock::now() - m_resizedAt < kSpareLimit)
+        return true;
+    if (shares)
+        m_shared.Trim(SharedBytes());
+    AlignedBuffer smaller;
+    if (draws && smaller.Allocate(PrivateBytes())) {
+        MutexLock lock(m_imageLock);
+        std::memcpy(smaller.Data(), m_private.Data(), PrivateBytes());
+        m_private = std::move(smaller);
+        m_image.data = m_private.Data();
+    }
+    return false;
 }
 
 bool ServerSink::Put(std::span<const Rect> parts) {
@@ -190,6 +227,10 @@ bool ServerSink::Put(std::span<const Rect> parts) {
     if (m_parts.empty() || xcb_connection_has_error(xcb) != 0)
         return false;
     m_fresh = false;
+    {
+        MutexLock lock(m_imageLock);
+        m_put = true;
+    }
     // Bands are flushed as they are sent; one flush more could wait behind that of the event thread, which a server
     // that stands still holds up where bands have filled the socket.
     if (m_transport == Transport::Bands) {
@@ -210,17 +251,19 @@ bool ServerSink::Put(std::span<const Rect> parts) {
     return true;
 }
 
-// Sends what is left of the last put, band by band. False when the server takes no more for now; the listeners are told
-// when it does.
+// Sends what is left of the last put, band by band. False when the server takes no more for now, or it takes long; the
+// listeners are told when to go on.
 bool ServerSink::SendBands() {
     if (m_unsent.empty())
         return true;
+    const auto deadline = Clock::now() + kRoomLimit;
     xcb_connection_t* xcb = m_connection->Xcb();
     const uint32_t bytes = BytesPerPixel(m_facts.layout);
     const size_t bandBytes = m_connection->Server().bandBytes;
     const auto most = static_cast<int64_t>(bandBytes / bytes - 1);    // pixels of a row
     bool sent = true;
-    while (sent && !m_unsent.empty()) {
+    auto limit = kRoomLimit;
+    while (sent && !m_unsent.empty() && limit.count() >= 0) {
         Rect& part = m_unsent.back();
         if (part.Width() > most) {
             const Rect left{part.left, part.top, part.left + most, part.bottom};
@@ -235,7 +278,7 @@ bool ServerSink::SendBands() {
         for (int64_t y = band.top; y < band.bottom; ++y)
             PackRow(m_facts.layout, m_image.data + y * m_image.step + 4 * band.left,
                     m_band.data() + rowBytes * static_cast<size_t>(y - band.top), static_cast<uint32_t>(band.Width()));
-        sent = m_connection->SendWithRoom(kRoomLimit, [&] {
+        sent = m_connection->SendWithRoom(limit, [&] {
             xcb_put_image(xcb, XCB_IMAGE_FORMAT_Z_PIXMAP, m_watchState->Window(), m_state->Context(xcb),
                           static_cast<uint16_t>(band.Width()), static_cast<uint16_t>(band.Height()),
                           static_cast<int16_t>(band.left), static_cast<int16_t>(band.top), 0, m_facts.depth,
@@ -245,16 +288,17 @@ bool ServerSink::SendBands() {
             m_unsent.pop_back();
         else if (sent)
             part.top = band.bottom;
+        limit = std::chrono::floor<std::chrono::milliseconds>(deadline - Clock::now());
     }
-    if (!sent)
+    if (!m_unsent.empty())
         m_state->AwaitRoom(*m_connection);
     m_connection->Poke();    // the sending may have read events
-    return sent;
+    return m_unsent.empty();
 }
 
 bool ServerSink::Copy(Raster& out) {
     MutexLock lock(m_imageLock);
-    if (!m_image || !out.Resize(m_image.width, m_image.height))
+    if (!m_put || !out.Resize(m_image.width, m_image.height))
         return false;
     const RasterView& to = out.View();
     for (uint32_t y = 0; y < m_image.height; ++y)

@@ -5,8 +5,8 @@
 // busy from a put until the server has read it, or until the last band is sent. Visuals of depth 24 and 32 are written
 // directly (alpha 0xFF); for 16 and 30 the put converts. Any other visual: the sink stays absent, with one log line.
 //
-// All calls come from the render thread, but Copy, which any thread may make. None waits for the server's answer.
-// Bands that the server does not take within 10 ms are sent by Resume, or by a later Prepare.
+// All calls come from the render thread, but Copy, which any thread may make. None waits for the server's answer. A put
+// sends bands for 10 ms at most; the rest is sent by Resume, or by a later Prepare.
 #pragma once
 
 #include <cstdint>
@@ -21,10 +21,11 @@ namespace corvane {
 class WindowSink {
 public:
     enum class State {
-        Ready,     // draw and put
-        Busy,      // the last put goes on: skip this picture; the watch's listeners are told when to look again
-        Hidden,    // the window is not viewable: no put
-        Absent,    // dead, unknown yet, or of a kind that cannot be drawn on
+        Ready,       // draw and put
+        Busy,        // the last put goes on: skip this picture; the watch's listeners are told when to look again
+        Hidden,      // the window is not viewable: no put
+        TooLarge,    // beyond the limits of pictures, until it is smaller
+        Absent,      // dead, unknown yet, or of a kind that cannot be drawn on
     };
 
     // Holds the image while it is written, against Copy. Never across a client's callback.
@@ -44,7 +45,8 @@ public:
     static std::unique_ptr<WindowSink> Make(WindowWatchPtr watch, const void* owner);
     virtual ~WindowSink() = default;
 
-    // Gives the image the window's present size. Ready holds until the next Put. A new image is all 0.
+    // Gives the image the window's present size. Ready holds until the next Put. What a new image holds is not said: it
+    // may lie in the memory of the one before.
     virtual State Prepare() = 0;
     // True from the making of an image to its first Put: nothing on the window is from it yet.
     virtual bool Fresh() const = 0;
@@ -59,7 +61,11 @@ public:
     // was refused meanwhile.
     virtual bool Resume() = 0;
 
-    // A copy of the image as it was last written; false when there is none or no memory. Any thread.
+    // Memory beyond the image, which a window that changes its size needs again and again, goes back a second after the
+    // last change. False when none is left.
+    virtual bool Trim() = 0;
+
+    // A copy of the image as it was last written; false when none was put, or no memory. Any thread.
     virtual bool Copy(Raster& out) = 0;
 
 protected:

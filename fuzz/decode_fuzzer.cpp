@@ -88,7 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         Require(result == 0 || got == 0);
         Require(got == 0 || video.CurrentInput(input));
         Require((got != 0) == (video.LastOutcome() == DecodeOutcome::Picture));
-        Require(video.InFlight() <= threads + 32);
+        Require(video.InFlight() <= threads + 48);
         if (got != 0)
             ReadPicture(video.CurrentFrame());
     }

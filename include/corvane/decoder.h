@@ -14,6 +14,12 @@ namespace corvane {
 
 // One encoded payload, 16 bytes. The bytes at `data` start 16-byte aligned and are followed by at least 32 zero bytes;
 // they live until the call returns.
+//
+// A video unit is what the client fed, which may be damaged, empty or of another type, with two exceptions for H.264,
+// H.265 (both with start codes, Annex B) and MPEG-4 Visual. What came without a picture of its own (parameter sets,
+// supplemental information, delimiters, filler, the end of a sequence) stands in front of the next picture, up to 64
+// KiB of it. Two complementary fields of H.264 that came apart are one unit, and `type_or_count` is that of the first.
+// A field whose other half never comes is left out, until a stream proves to have single fields only.
 struct EncodedUnit {
     const uint8_t* data;
     uint32_t size;             // bytes
@@ -39,6 +45,11 @@ public:
     // shared; 2 a picture that ShareFrame can share. The picture is valid until the next call on this decoder. `owner`,
     // `add_ref` and `release` of `out` are not touched. Negative on failure; a damaged unit is no failure but gives
     // *got 0. An audio decoder returns -1.
+    //
+    // A decoder with a delay of n pictures gives none for its first n units and one for each that follows: the n-th
+    // picture counts as that of the n-th unit. In forward play one that has given a picture and then gives none is
+    // dropped, and the next key frame brings a new one; so is one that has never given a picture in 32 units and one
+    // more for each thread that the client asked for.
     virtual int32_t DecodeVideo(DecodedFrame* out, uint32_t* got, const EncodedUnit* in) = 0;
 
     // Decodes one unit to signed 16-bit interleaved samples. *size enters as the capacity of `pcm` in bytes and leaves

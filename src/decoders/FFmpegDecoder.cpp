@@ -183,40 +183,59 @@ uint32_t DecoderIsolated_FFmpeg::Threads() const {
     return static_cast<uint32_t>(std::max(m_context->thread_count, 1));
 }
 
-uint32_t DecoderIsolated_FFmpeg::CodecDelay() const {
-    const uint32_t threads = m_context->active_thread_type == FF_THREAD_FRAME ? Threads() - 1 : 0;
-    return threads + static_cast<uint32_t>(std::max(m_context->has_b_frames, 0));
+uint32_t DecoderIsolated_FFmpeg::ThreadDelay() const {
+    return m_context->active_thread_type == FF_THREAD_FRAME ? Threads() - 1 : 0;
 }
 
-// After a unit: what the codec would hold beyond its delay brought nothing.
+uint32_t DecoderIsolated_FFmpeg::CodecDelay() const {
+    return ThreadDelay() + static_cast<uint32_t>(std::max(m_context->has_b_frames, 0));
+}
+
+uint32_t DecoderIsolated_FFmpeg::Delay() const {
+    return CodecDelay() + static_cast<uint32_t>(m_output.size()) - (m_frontIsCurrent ? 1 : 0);
+}
+
+uint32_t DecoderIsolated_FFmpeg::DelayGrowth() const {
+    return CodecDelay() - std::min(CodecDelay(), m_firstDelay.value_or(CodecDelay()));
+}
+
+void DecoderIsolated_FFmpeg::End(UnitEnd end, std::optional<uint32_t> unitsSince) {
+    m_end = end;
+    m_sinceEnded = unitsSince;
+}
+
+// After a unit. What the codec would hold beyond its delay brought nothing: the unit that left the threads last, unless
+// the delay has just grown, as it does when a picture came too late to be shown in its place: that one is lost then.
 void DecoderIsolated_FFmpeg::CloseAccount() {
     if (m_held <= CodecDelay())
         return;
     m_held = CodecDelay();
-    if (m_end == UnitEnd::Taken)
-        m_end = UnitEnd::Nothing;
+    if (m_end != UnitEnd::Taken)
+        return;
+    End(UnitEnd::Nothing, CodecDelay() == m_pictureDelay ? std::optional(ThreadDelay()) : std::nullopt);
 }
 
 int32_t DecoderIsolated_FFmpeg::Feed(const EncodedUnit& in) {
     // A packet without bytes would tell the codec that the stream ends.
-    m_end = UnitEnd::Nothing;
+    End(UnitEnd::Nothing, 0);
     if (in.data == nullptr || in.size == 0 || in.size > INT_MAX - AV_INPUT_BUFFER_PADDING_SIZE)
         return 0;
-    m_end = UnitEnd::Taken;
     if (!HeadersStand(in)) {
-        m_end = m_codec == FFmpegCodec::Mpeg4 ? UnitEnd::Refused : UnitEnd::Size;
+        End(m_codec == FFmpegCodec::Mpeg4 ? UnitEnd::Refused : UnitEnd::Size, 0);
         return 0;
     }
+    End(UnitEnd::Taken, std::nullopt);
     for (int attempt = 0; attempt < 2; ++attempt) {
         // The packet has no owner for its bytes, so libavcodec copies them: with frame threads it keeps them longer
         // than this call, and the caller's end with it.
         m_packet->data = const_cast<uint8_t*>(in.data);
         m_packet->size = static_cast<int>(in.size);
+        m_packet->pts = m_sent++;
         const int sent = MustFail() ? AVERROR(EINVAL) : avcodec_send_packet(m_context, m_packet);
         m_packet->data = nullptr;
         m_packet->size = 0;
         if (sent < 0 && sent != AVERROR(EAGAIN)) {
-            m_end = UnitEnd::Refused;    // it, or the one that a frame thread has just ended
+            End(UnitEnd::Refused, ThreadDelay());
             return 0;
         }
         m_held += sent >= 0 ? 1 : 0;
@@ -227,7 +246,7 @@ int32_t DecoderIsolated_FFmpeg::Feed(const EncodedUnit& in) {
             return 0;
         }
     }
-    m_end = UnitEnd::Refused;
+    End(UnitEnd::Refused, std::nullopt);
     return -1;
 }
 
@@ -238,11 +257,13 @@ DecoderIsolated_FFmpeg::Turn DecoderIsolated_FFmpeg::Receive() {
         if (received == AVERROR(EAGAIN))
             return Turn::Drained;
         if (received < 0) {
-            m_end = UnitEnd::Refused;
+            End(UnitEnd::Refused, ThreadDelay());
             return Turn::Stopped;
         }
         if (frame->av->data[0] == nullptr)
             return Turn::Drained;
+        if (m_isVideo && IsLastAgain(*frame->av))
+            continue;
         m_held -= m_held > 0 ? 1 : 0;
         if (m_output.size() >= kMaxOutput) {
             avcodec_flush_buffers(m_context);
@@ -252,8 +273,16 @@ DecoderIsolated_FFmpeg::Turn DecoderIsolated_FFmpeg::Receive() {
         if (IsKept(*frame->av))
             m_output.push_back(std::move(frame));
         else
-            m_end = UnitEnd::Size;
+            End(UnitEnd::Size, std::nullopt);
     }
+}
+
+// The MPEG-4 decoder gives a picture twice when its delay grows.
+bool DecoderIsolated_FFmpeg::IsLastAgain(const AVFrame& frame) {
+    const bool again = frame.pts == m_lastTime && frame.data[0] == m_lastPixels;
+    m_lastTime = frame.pts;
+    m_lastPixels = frame.data[0];
+    return again;
 }
 
 bool DecoderIsolated_FFmpeg::IsKept(const AVFrame& frame) const {
@@ -314,6 +343,9 @@ int32_t DecoderIsolated_FFmpeg::NextPicture(DecodedFrame* out, uint32_t* got, co
     out->width = static_cast<uint32_t>(frame.width);
     out->height = static_cast<uint32_t>(frame.height);
     m_frontIsCurrent = true;
+    m_pictureDelay = CodecDelay();
+    if (!m_firstDelay)
+        m_firstDelay = m_pictureDelay;
     *got = 2;
     return consumed;
 }

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 
 #include "corvane/decoder.h"
 #include "decoders/DecoderFactories.h"
@@ -53,6 +54,13 @@ public:
     // Of the last DecodeVideo. With frame threads the end of a unit is known, and told here, as many calls later as
     // there are threads beside the first.
     UnitEnd LastEnd() const { return m_end; }
+    // Which unit that was, where it brought no picture: how many went in after it. Nothing where that is not known.
+    std::optional<uint32_t> UnitsSinceEnded() const { return m_sinceEnded; }
+    // How many units may have gone in after that of the current picture; what went in earlier brings no picture any
+    // more.
+    uint32_t Delay() const;
+    // By how many pictures the delay has grown since the first came. It never falls again in H.264.
+    uint32_t DelayGrowth() const;
     uint32_t Threads() const;
 
 private:
@@ -61,14 +69,17 @@ private:
 
     ~DecoderIsolated_FFmpeg();
     bool HeadersStand(const EncodedUnit& in);
-    // Units that the codec may hold without being stuck: for reordering, and one a frame thread beside the first.
-    uint32_t CodecDelay() const;
+    void End(UnitEnd end, std::optional<uint32_t> unitsSince);
     void CloseAccount();
+    // Units that the codec holds when all is well: one a frame thread beside the first; and those that it reorders.
+    uint32_t ThreadDelay() const;
+    uint32_t CodecDelay() const;
     // Appends what the unit brings to m_output. Negative when the decoder refuses to work; a damaged unit is 0.
     int32_t Feed(const EncodedUnit& in);
     // Takes all that is ready. Stopped: an error on the way.
     Turn Receive();
     bool IsKept(const AVFrame& frame) const;
+    bool IsLastAgain(const AVFrame& frame);
     // Replaces the front of m_output by a three-plane 4:2:0 picture.
     bool ConvertFront();
     int32_t NextPicture(DecodedFrame* out, uint32_t* got, const EncodedUnit& in);
@@ -88,8 +99,14 @@ private:
     std::unique_ptr<SampleConverter> m_samples;
     std::deque<FrameRef> m_output;    // received and not yet superseded, oldest first
     bool m_frontIsCurrent = false;    // the front was handed out by the last DecodeVideo
-    uint32_t m_held = 0;              // video units in the codec whose pictures are to come
+    int64_t m_sent = 0;               // units, which counts as their time
+    int64_t m_lastTime = -1;          // of the picture received last, and where its pixels are
+    const uint8_t* m_lastPixels = nullptr;
+    uint32_t m_held = 0;                     // video units in the codec whose pictures are to come
+    uint32_t m_pictureDelay = 0;             // CodecDelay when a picture last came
+    std::optional<uint32_t> m_firstDelay;    // the same when the first came
     UnitEnd m_end = UnitEnd::Nothing;
+    std::optional<uint32_t> m_sinceEnded;
 };
 
 using FFmpegDecoderPtr = std::unique_ptr<DecoderIsolated_FFmpeg, DecoderDestroyer>;

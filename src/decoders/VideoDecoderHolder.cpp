@@ -15,7 +15,9 @@ namespace {
 constexpr uint32_t kKindCuvid = 1;
 constexpr uint32_t kKindDxva2 = 2;
 constexpr uint32_t kKindQuickSync = 3;
-constexpr uint32_t kMostThreads = 32;    // that any decoder makes use of
+constexpr uint32_t kMostThreads = 32;        // that any decoder makes use of
+constexpr uint32_t kMostReordered = 16;      // pictures that any of the standards lets a decoder hold for their order
+constexpr uint32_t kUsuallyReordered = 5;    // at most, by what encoders make
 
 uint32_t ThreadCount(uint32_t asked, uint32_t width, uint32_t height) {
     if (asked != 0)
@@ -100,8 +102,10 @@ void VideoDecoderHolder::ChooseDecoder(const MediaFrameImpl& frame) {
     if (!m_backward && !frame.IsKeyFrame())
         return;
     const uint32_t codec = frame.Header().streamType;
+    // Damage can make a delay grow for good, to as much as 16 pictures.
+    const bool late = m_software != nullptr && m_software->DelayGrowth() > kUsuallyReordered;
     if (m_codec == codec && m_vendor_tag == frame.VendorTag() && m_width == frame.DecodedWidth() &&
-        m_height == frame.DecodedHeight())
+        m_height == frame.DecodedHeight() && !late)
         return;
     // Parameter sets that came by themselves are for this frame.
     UnitGatherer units = m_codec == codec ? std::move(m_units) : UnitGatherer();
@@ -290,28 +294,38 @@ int32_t VideoDecoderHolder::DecodeUnit(const UnitGatherer::Unit& unit, uint32_t*
         *got = 0;
         return FallBack(*unit.input) ? DecodeUnit(unit, got) : -1;    // once: the fall-back is software
     }
-    if (*got == 0) {
-        m_outcome = OutcomeOfSilence();
-        if (m_last_got != 0 && !m_backward) {
-            Reset(false);    // it gave pictures and stopped answering: the next key frame brings a new one
-            m_outcome = DecodeOutcome::Dropped;
-        }
-        m_last_got = 0;
-    } else {
-        if (m_last_got != 0)
-            m_in_flight.pop_front();    // superseded
-        m_last_got = *got;
-        m_frame = picture;
+    if (m_last_got != 0)
+        m_in_flight.pop_front();    // it was shown, and its picture is over
+    if (*got != 0) {
         m_outcome = DecodeOutcome::Picture;
+        m_frame = picture;
+        while (m_software != nullptr && m_in_flight.size() > size_t{m_software->Delay()} + 1)
+            m_in_flight.pop_front();    // its picture would have come by now
         ApplyFieldMarks(*m_in_flight.front());
         CarryLensRecord(*m_in_flight.front());
+    } else {
+        m_outcome = OutcomeOfSilence();
+        RemoveEnded();
     }
-    if (m_in_flight.size() > m_threads + limits::kInFlightSlack) {
-        Reset(m_backward);    // stuck
+    const bool stopped = *got == 0 && m_last_got != 0 && m_software == nullptr && !m_backward;
+    m_last_got = *got;
+    if (stopped || m_in_flight.size() > MostInFlight()) {
+        Reset(m_backward);    // the next key frame brings a new one
         *got = 0;
         m_outcome = DecodeOutcome::Dropped;
     }
     return 0;
+}
+
+// Takes out the unit that the software decoder is done with without a picture.
+void VideoDecoderHolder::RemoveEnded() {
+    const std::optional<uint32_t> since = m_software != nullptr ? m_software->UnitsSinceEnded() : std::nullopt;
+    if (since && *since < m_in_flight.size())
+        m_in_flight.erase(m_in_flight.end() - 1 - static_cast<ptrdiff_t>(*since));
+}
+
+size_t VideoDecoderHolder::MostInFlight() const {
+    return m_threads + limits::kInFlightSlack + (m_software != nullptr ? kMostReordered : 0);
 }
 
 // After a call that succeeded and gave no picture.

@@ -94,6 +94,8 @@ private:
     DecodeOutcome WithoutDecoder(const MediaFrameImpl& frame) const;
     DecodeOutcome WithoutPicture(const MediaFrameImpl& frame) const;
     DecodeOutcome OutcomeOfSilence() const;
+    void RemoveEnded();
+    size_t MostInFlight() const;
     int32_t DecodeUnit(const UnitGatherer::Unit& unit, uint32_t* got);
     CORVANE_CALLS_PLUGIN int32_t CallDecoder(const EncodedUnit& unit, uint32_t* got, DecodedFrame* picture) noexcept;
     void ApplyFieldMarks(MediaFrameImpl& frame);

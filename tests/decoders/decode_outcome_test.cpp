@@ -94,7 +94,10 @@ TEST(DecodeOutcome, SaysWhatWasWrong) {
         {"parameter sets by themselves", kH264, {sets, h264[0]}, {HeldBack, Picture}},
         {"wide JPEG", kJpeg, {Encode(kJpeg, 16385)[0]}, {Size}},
         {"huge H.264", kH264, {HugeH264() + Bytes{0, 0, 1, 0x65, 0x88}}, {Size}},
-        {"nothing in it", kH264, {{}, h264[0]}, {NoPicture, Picture}},
+        {"H.264 between JPEG", kJpeg, {jpeg[0], h264[0], jpeg[1]}, {Picture, WrongType, Picture}},
+        {"garbage behind a header", kH264, {h264[0], Garbage({0, 0, 0, 1, 0x41}, 500)}, {Picture, Failed}},
+        {"nothing in it", kH264, {h264[0], {}, h264[1]}, {Picture, NoPicture, Picture}},
+        {"a delimiter by itself", kH264, {h264[0], {0, 0, 0, 1, 9, 0x30}, h264[1]}, {Picture, HeldBack, Picture}},
         {"vendor's own", CORVANE_STREAM_H263, h264, {NoDecoder, NoDecoder}},
         {"sound", CORVANE_STREAM_AAC, {{1, 2, 3}}, {NoDecoder}},
     };

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <functional>
+#include <string>
+#include <utility>
 #include <vector>
 
+#include "base/Limits.h"
 #include "decoders/VideoDecoderHolder.h"
 #include "support/FieldStream.h"
 #include "support/StreamMaker.h"
@@ -56,6 +59,10 @@ TEST(UnitGatherer, FieldsBecomePictures) {
             s[static_cast<size_t>(key) + 1].bytes = test::FieldSlice(key / 2, false);
         }
     };
+    const auto delimited = [](FieldStream& s) {
+        for (size_t i = 2 * kFieldPictures; i-- > 0;)
+            s.insert(s.begin() + static_cast<ptrdiff_t>(i), {s[i].picture, true, {0, 0, 0, 1, 9, 0xF0}});
+    };
     const struct {
         const char* name;
         std::function<void(FieldStream&)> change;
@@ -64,9 +71,10 @@ TEST(UnitGatherer, FieldsBecomePictures) {
         {"all fields", [](FieldStream&) {}, {}},
         {"both in one unit", joined, {}},
         {"parameter sets by themselves", split, {}},
+        {"delimiters by themselves", delimited, {}},
         {"two second fields lost", [](FieldStream& s) { s.erase(s.erase(s.begin() + 11) + 3); }, {5, 7}},
         {"a first field lost", [](FieldStream& s) { s.erase(s.begin() + 10); }, {5}},
-        {"a key frame's second field lost", [](FieldStream& s) { s.erase(s.begin() + 9); }, {4, 5, 6, 7}},
+        {"a key frame's second field lost", [](FieldStream& s) { s.erase(s.begin() + 9); }, {4, 5, 6}},
     };
     for (const auto& row : rows)
         for (const uint32_t threads : {1u, 3u}) {
@@ -80,6 +88,100 @@ TEST(UnitGatherer, FieldsBecomePictures) {
             wanted.resize(wanted.size() - (threads - 1));
             EXPECT_EQ(Shown(stream, threads), wanted);
         }
+}
+
+// Letters are frames: P a picture; S parameter sets, s large ones; E to H what holds no picture, L a large one, X one
+// that is too large to be kept; U what is not known. The units that come of them, each in brackets.
+TEST(UnitGatherer, WhatHoldsNoPictureWaits) {
+    const struct {
+        uint32_t streamType;
+        std::string codes;    // behind the start codes of P, S, E, F, G, H
+        const char *frames, *units;
+    } rows[] = {
+        {CORVANE_STREAM_H264, "\x41\x67\x06\x09\x0C\x0A", "EPFSPGHPP", "[EP][FSP][GHP][P]"},
+        {CORVANE_STREAM_H264, "\x65\x68\x0B\x6E\x0F\x0D", "EFPGHPS", "[EFP][GHP]"},
+        {CORVANE_STREAM_H265, "\x02\x40\x46\x48\x4A\x4C", "SEFGHPP", "[SEFGHP][P]"},
+        {CORVANE_STREAM_H265, "\x2A\x44\x4E\x50\x46\x48", "SEFGHPUP", "[SEFGHP][U][P]"},
+        {CORVANE_STREAM_MPEG4, "\xB6\x20\xB0\xB2\xB3\xB5", "SEFGHPUP", "[SEFGHP][U][P]"},
+        {CORVANE_STREAM_H264, "\x41\x67\x06\x09\x0C\x0A", "SLEP", "[SLEP]"},
+        {CORVANE_STREAM_H264, "\x41\x67\x06\x09\x0C\x0A", "SLELFP", "[SLFP]"},
+        {CORVANE_STREAM_H264, "\x41\x67\x06\x09\x0C\x0A", "sELsSP", "[sSP]"},
+        {CORVANE_STREAM_H264, "\x41\x67\x06\x09\x0C\x0A", "sLEP", "[sEP]"},
+        {CORVANE_STREAM_H264, "\x41\x67\x06\x09\x0C\x0A", "SXEP", "[SEP]"},
+    };
+    for (const auto& row : rows) {
+        const auto bytesOf = [&](char letter) {
+            const std::string letters = "PSEFGH";
+            const size_t index = letters.find(letter == 's' ? 'S' : letter == 'L' || letter == 'X' ? 'E' : letter);
+            const uint8_t code = index == std::string::npos ? 0x7E : static_cast<uint8_t>(row.codes[index]);
+            Bytes bytes{0, 0, 1, code, 0xFF, static_cast<uint8_t>(letter)};
+            bytes.resize(letter == 's' || letter == 'L' ? 40000 : letter == 'X' ? 70000 : bytes.size(), 0x55);
+            return bytes;
+        };
+        UnitGatherer gatherer;
+        std::string units;
+        for (const char* at = row.frames; *at != '\0'; ++at) {
+            const FramePtr frame = test::MakeFrame(row.streamType, bytesOf(*at), false, 0);
+            const UnitGatherer::Unit unit = gatherer.Add(frame);
+            if (unit.input == nullptr)
+                continue;
+            EXPECT_EQ(unit.input, frame);
+            units += '[';
+            for (uint32_t i = 0; i + 5 < unit.encoded.size;) {
+                units += static_cast<char>(unit.encoded.data[i + 5]);
+                i += static_cast<uint32_t>(bytesOf(units.back()).size());
+            }
+            units += ']';
+            for (uint32_t i = 0; i < limits::kPicturePadding; ++i)
+                EXPECT_EQ(unit.encoded.data[unit.encoded.size + i], 0);
+        }
+        EXPECT_EQ(units, row.units) << row.frames;
+    }
+}
+
+TEST(UnitGatherer, WhichFieldsBelongTogether) {
+    struct Field {
+        uint32_t frame_num = 3;
+        bool bottom = false, idr = false;
+        uint32_t set = 0;
+        bool wholeFrame = false;
+    };
+    const auto write = [](const Field& field) {
+        test::BitWriter w;
+        w.Ue(0).Ue(7).Ue(field.set).U(4, field.frame_num).U(1, !field.wholeFrame);
+        w.U(field.wholeFrame ? 0 : 1, field.bottom).U(field.idr ? 1 : 0, 1);
+        return w.U(field.idr ? 2 : 1, 0).Se(0).Unit({static_cast<uint8_t>(field.idr ? 0x65 : 0x61)});
+    };
+    const struct {
+        const char* name;
+        std::vector<Field> fields;
+        std::vector<size_t> units;    // of how many fields each is
+    } rows[] = {
+        {"top first", {{}, {.bottom = true}}, {2}},
+        {"bottom first", {{.bottom = true}, {}}, {2}},
+        {"first IDR", {{.frame_num = 0, .idr = true}, {.frame_num = 0, .bottom = true}}, {2}},
+        {"second IDR", {{.frame_num = 0}, {.frame_num = 0, .bottom = true, .idr = true}}, {}},
+        {"same parity", {{}, {}}, {}},
+        {"other number", {{}, {.frame_num = 4, .bottom = true}}, {}},
+        {"other set", {{}, {.bottom = true, .set = 1}}, {2}},
+        {"a frame between", {{}, {.wholeFrame = true}, {.bottom = true}}, {1}},
+        {"three", {{}, {.bottom = true}, {.bottom = true}}, {2}},
+    };
+    for (const auto& row : rows) {
+        UnitGatherer gatherer;
+        gatherer.Add(test::MakeFrame(CORVANE_STREAM_H264, test::FieldParameterSets(), true, 0));
+        std::vector<size_t> units;
+        size_t setBytes = test::FieldParameterSets().size();
+        for (const Field& field : row.fields) {
+            const FramePtr frame = test::MakeFrame(CORVANE_STREAM_H264, write(field), false, 0);
+            const bool completes = gatherer.Completes(*frame);
+            const UnitGatherer::Unit unit = gatherer.Add(frame);
+            EXPECT_EQ(completes, unit.input != nullptr && unit.input != frame) << row.name;
+            if (unit.input != nullptr)
+                units.push_back((unit.encoded.size - std::exchange(setBytes, 0)) / 8);
+        }
+        EXPECT_EQ(units, row.units) << row.name;
+    }
 }
 
 }    // namespace

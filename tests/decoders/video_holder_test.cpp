@@ -234,7 +234,8 @@ TEST_F(VideoHolder, FallsBackToSoftware) {
         const bool fallsBack = allowed && (onKey || backward);
         EXPECT_EQ(Decode(stream[onKey ? 5 : 1], 320, 240), fallsBack ? 0 : -1);
         EXPECT_EQ(m_holder->ActiveKind(), fallsBack ? 0u : 2u);
-        EXPECT_EQ(m_holder->InFlight(), 1u);    // as before, or the frame itself
+        EXPECT_EQ(m_holder->InFlight(),
+                  fallsBack && m_got == 0 ? 0u : 1u);    // refused, as before, or the frame itself
         FramePtr current;
         // A dependent frame alone is no picture of the new decoder, in which it would be the first.
         EXPECT_EQ(m_holder->CurrentInput(current), fallsBack && m_got != 0);
@@ -290,6 +291,25 @@ TEST_F(VideoHolder, DropsADecoderThatStopsAnswering) {
         most = std::max(most, m_holder->InFlight());
     }
     EXPECT_EQ(most, 36u);
+}
+
+// Its sequence lets it hold pictures for their order, so that silence is no answer; what follows is of no known type.
+TEST_F(VideoHolder, DropsASoftwareDecoderThatNeverAnswers) {
+    const std::vector<EncodedPicture> stream =
+        test::MakeVideo({.streamType = CORVANE_STREAM_H265, .frames = 5, .bFrames = 2});
+    for (const uint32_t threads : {1u, 4u}) {
+        Renew({}, 0);
+        m_holder->SetThreads(threads);
+        size_t most = 0;
+        int dropped = 0;
+        for (int i = 0; i < 60; ++i) {
+            Decode(MakeFrame(16, i == 0 ? stream[0].bytes : std::vector<uint8_t>{0, 0, 1, 0x7E, 1, 2}, i == 0, 0));
+            dropped += m_holder->LastOutcome() == DecodeOutcome::Dropped ? 1 : 0;
+            most = std::max(most, m_holder->InFlight());
+        }
+        EXPECT_EQ(most, threads + 48);
+        EXPECT_EQ(dropped, 1);
+    }
 }
 
 TEST_F(VideoHolder, MarksStayUntilTheStreamSaysOtherwise) {

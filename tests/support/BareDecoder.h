@@ -29,12 +29,14 @@ inline AVCodecID CodecId(uint32_t streamType) {
                                                 : AV_CODEC_ID_HEVC;
 }
 
-// All pictures of the stream in the order of presentation, those that only an end of stream brings out included.
-inline std::vector<BarePicture> BareDecode(uint32_t streamType, const std::vector<EncodedPicture>& stream) {
+// All pictures of the stream in the order of presentation, those that only an end of stream brings out included. `pts`
+// of each is the index of the unit that it came from; `*beforeEnd` becomes the number of those before the end.
+inline std::vector<BarePicture> BareDecode(uint32_t streamType, const std::vector<EncodedPicture>& stream,
+                                           uint32_t threads = 1, size_t* beforeEnd = nullptr) {
     AVCodecContext* context = avcodec_alloc_context3(avcodec_find_decoder(CodecId(streamType)));
     context->flags2 = AV_CODEC_FLAG2_FAST | (streamType == CORVANE_STREAM_H264 ? AV_CODEC_FLAG2_SHOW_ALL : 0);
     context->skip_loop_filter = AVDISCARD_NONREF;
-    context->thread_count = 1;
+    context->thread_count = static_cast<int>(threads);
     context->log_level_offset = 128;    // silent where it can be
     context->max_pixels = int64_t{kMaxCodedPixels};
     avcodec_open2(context, nullptr, nullptr);
@@ -48,12 +50,17 @@ inline std::vector<BarePicture> BareDecode(uint32_t streamType, const std::vecto
     };
     AVPacket* packet = av_packet_alloc();
     for (const EncodedPicture& encoded : stream) {
+        if (encoded.bytes.empty())
+            continue;    // would end the stream
         av_new_packet(packet, static_cast<int>(encoded.bytes.size()));
         std::copy(encoded.bytes.begin(), encoded.bytes.end(), packet->data);
+        packet->pts = &encoded - stream.data();
         avcodec_send_packet(context, packet);
         av_packet_unref(packet);
         receive();
     }
+    if (beforeEnd != nullptr)
+        *beforeEnd = pictures.size();
     avcodec_send_packet(context, nullptr);
     receive();
     av_packet_free(&packet);

@@ -20,10 +20,11 @@ struct FieldUnit {
 using FieldStream = std::vector<FieldUnit>;
 
 inline Bytes FieldParameterSets() {
-    BitWriter sps, pps;
+    BitWriter sps, pps, other;    // the second fields have a picture parameter set of their own
     sps.U(8, 77).U(16, 30).Ue(0).Ue(0).Ue(2).Ue(1).U(1, 0).Ue(1).Ue(0).U(2, 0).U(1, 1).U(2, 0);    // 32 x 32, fields
     pps.Ue(0).Ue(0).U(2, 0).Ue(0).Ue(0).Ue(0).U(3, 0).Se(0).Se(0).Se(0).U(3, 4);
-    return sps.Unit({0x67}) + pps.Unit({0x68});
+    other.Ue(1).Ue(0).U(2, 0).Ue(0).Ue(0).Ue(0).U(3, 0).Se(0).Se(0).Se(0).U(3, 4);
+    return sps.Unit({0x67}) + pps.Unit({0x68}) + other.Unit({0x68});
 }
 
 inline uint8_t FieldValue(int picture, bool bottom) {
@@ -33,7 +34,7 @@ inline uint8_t FieldValue(int picture, bool bottom) {
 inline Bytes FieldSlice(int picture, bool bottom) {
     const bool idr = picture % kFieldGop == 0 && !bottom;
     BitWriter w;
-    w.Ue(0).Ue(7).Ue(0).U(4, static_cast<uint64_t>(picture % kFieldGop)).U(1, 1).U(1, bottom);
+    w.Ue(0).Ue(7).Ue(bottom ? 1 : 0).U(4, static_cast<uint64_t>(picture % kFieldGop)).U(1, 1).U(1, bottom);
     if (idr)
         w.Ue(static_cast<uint64_t>(picture / kFieldGop % 2));
     w.U(idr ? 2 : 1, 0).Se(0).Ue(1);

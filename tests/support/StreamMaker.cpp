@@ -92,12 +92,13 @@ void SetOptions(AVCodecContext& context, const VideoSpec& spec) {
     const bool h264 = spec.streamType == CORVANE_STREAM_H264;
     if (h264 && spec.bFrames == 0)
         av_opt_set(context.priv_data, "tune", "zerolatency", 0);
-    std::string options = "annexb=1:repeat-headers=1:scenecut=0:open-gop=0:b-adapt=0:";
+    std::string options = "annexb=1:repeat-headers=1:scenecut=0:b-adapt=0:open-gop=";
+    options += spec.openGop ? "1:" : "0:";
     options += h264 ? "threads=1:lookahead-threads=1:b-pyramid=none"
                     : "log-level=none:pools=none:frame-threads=1:wpp=0:info=0:rc-lookahead=4";
     options += (spec.options.empty() ? "" : ":") + spec.options;
     av_opt_set(context.priv_data, "preset", "ultrafast", 0);
-    av_opt_set(context.priv_data, "forced-idr", "1", 0);
+    av_opt_set(context.priv_data, "forced-idr", spec.openGop ? "0" : "1", 0);
     av_opt_set(context.priv_data, h264 ? "x264-params" : "x265-params", options.c_str(), 0);
     if (spec.interlaced)
         context.flags |= AV_CODEC_FLAG_INTERLACED_DCT | AV_CODEC_FLAG_INTERLACED_ME;
@@ -143,7 +144,7 @@ std::vector<EncodedPicture> MakeVideo(const VideoSpec& spec) {
         Draw(*frame, spec.firstNumber + i, spec.bitDepth);
         frame->pts = i;
         frame->quality = context->global_quality;
-        frame->pict_type = i % spec.gop == 0 ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
+        frame->pict_type = i % spec.gop == 0 && !spec.openGop ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
         frame->interlaced_frame = frame->top_field_first = spec.interlaced ? 1 : 0;
         Require(avcodec_send_frame(context.get(), i < spec.frames ? frame.get() : nullptr) >= 0, "encoder failed");
         for (; avcodec_receive_packet(context.get(), packet.get()) >= 0; av_packet_unref(packet.get()))

@@ -25,6 +25,7 @@ struct VideoSpec {
     Sampling sampling = Sampling::Yuv420;    // JPEG: any but Gray; H.264 and H.265: any; MPEG-4: Yuv420
     int bitDepth = 8;                        // 8 or 10; 10 for H.264 and H.265 only
     std::string options = {};                // more for x264 or x265, as "name=value:name=value"
+    bool openGop = false;                    // H.264 and H.265: key frames are where the encoder puts them
     bool interlaced = false;                 // H.264 and MPEG-4: both fields of a frame in one packet
 };
 

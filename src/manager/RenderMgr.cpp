@@ -32,10 +32,6 @@ RenderInfo StartInfo(uint32_t flags) {
     return info;
 }
 
-bool IsHidden(const RenderInfo& info) {
-    return !info.presentEnabled || (info.window != nullptr && !info.window->Viewable());
-}
-
 uint32_t RoundedUpToEven(uint32_t value) {
     return value == UINT32_MAX ? value - 1 : (value + 1) & ~1u;
 }
@@ -132,10 +128,7 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded
         const PicturePlan plan = Plan();
         RendererPtr renderer = m_slot.Current();
         const RendererType type = renderer->GetType();
-        // What nobody sees is not made smaller: it goes by reference, which costs nothing.
-        const bool asItIs = type == RendererType::DirectDraw && IsHidden(plan.info) &&
-                            m_chain.PassesThrough(*plan.chain, *frame, decoded, size.width, size.height);
-        const PictureSize target = asItIs ? size : TargetSize(plan, type, size);
+        const PictureSize target = TargetSize(plan, type, size);
         RendererTarget lender(m_slot, std::move(renderer), plan.info);
         const CarryResult carried = CarryPicture(lender, m_chain, *plan.chain, Rotation(plan.angle), *frame, decoded,
                                                  target.width, target.height);
@@ -190,9 +183,9 @@ PictureSize CRenderMgr::TargetSize(const PicturePlan& plan, RendererType type, P
         return {std::min(size.width, RoundedUpToEven(plan.rawMaxWidth)),
                 std::min(size.height, RoundedUpToEven(plan.rawMaxHeight))};
     }
-    // A picture is never converted at more than twice the window's size; smaller reductions are left to the renderer.
-    if (plan.info.area.zoomEnabled != 0 || plan.angle || type == RendererType::Fisheye ||
-        type == RendererType::OpenGL || plan.info.window == nullptr)
+    // The plain renderer never converts a picture at more than twice the window's size; smaller reductions are left to
+    // it. The default one scales by itself, and takes whole pictures by reference.
+    if (type != RendererType::Gdi || plan.info.area.zoomEnabled != 0 || plan.angle || plan.info.window == nullptr)
         return size;
     const std::optional<Rect> window = plan.info.window->ScreenRect();
     if (!window || window->Width() < 2 || window->Height() < 2)

@@ -1,0 +1,292 @@
+// When the worker of a channel decodes which frame: against a model of queue and pacing, in simulated time.
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <random>
+
+#include "support/BitWriter.h"
+#include "support/SimulatedChannel.h"
+
+namespace corvane {
+namespace {
+
+using test::Arrival;
+using Log = std::vector<std::pair<int64_t, int64_t>>;    // number of the frame, ns
+
+constexpr int64_t kNsPerMs = 1'000'000;
+
+// One run of video, written from the rules: frames [begin, end) of `all`; the clock stands at `now`.
+struct Model {
+    struct Entry {
+        int64_t number, durationMs;
+        bool key;
+    };
+    const std::vector<Arrival>& all;
+    size_t next, end;
+    uint32_t bufferMs;
+    int64_t now;
+    std::deque<Entry> queue{};
+    int64_t sum = 0, keys = 0, peak = 0, lastStamp = 0, lastDuration = 1, refused = 0;
+
+    // Up to and with `deadline`; at most `most` frames.
+    bool Arrive(int64_t deadline, size_t most) {
+        size_t count = 0;
+        for (; count < most && next < end && all[next].atNs <= deadline; ++next, ++count) {
+            const Arrival& frame = all[next];
+            now = std::max(now, frame.atNs);
+            if (sum >= bufferMs + 1000 && keys > 0) {
+                ++refused;
+                continue;
+            }
+            const int64_t step = frame.stampMs - lastStamp;
+            lastDuration = step < 1 || step >= 11'000 ? lastDuration : step;
+            lastStamp = frame.stampMs;
+            queue.push_back({static_cast<int64_t>(next), lastDuration, frame.key});
+            sum += lastDuration;
+            keys += frame.key;
+            peak = std::max(peak, sum);
+        }
+        return count > 0;
+    }
+    void Wait(int64_t deadline) {
+        while (Arrive(deadline, 1)) {
+        }
+        now = std::max(now, deadline);
+    }
+    Entry Take() {
+        const Entry front = queue.front();
+        queue.pop_front();
+        sum -= front.durationMs;
+        keys -= front.key;
+        return front;
+    }
+    Log Run() {
+        Log log;
+        int64_t due = -1, paceStamp = 0, paceStep = 0, late = 0, over = 0;
+        bool keyCame = false;
+        for (;;) {
+            if (late < -499) {
+                const int64_t target = sum + late;
+                if (keys > 0 && target >= 0) {
+                    while (keys > 1 && sum > target)
+                        Take();
+                    while (!queue.front().key)
+                        Take();
+                }
+                late = 0;
+                continue;
+            }
+            if (peak < bufferMs || queue.empty()) {
+                due = -1;
+                if (next == end)
+                    return log;
+                Arrive(INT64_MAX, 1);
+                continue;
+            }
+            const Entry entry = Take();
+            if (sum == 0) {
+                peak = lastStamp = 0;
+                lastDuration = 1;
+            }
+            over = sum <= bufferMs ? 0 : over + 1;
+            const Arrival& frame = all[static_cast<size_t>(entry.number)];
+            keyCame |= frame.key;
+            if (!keyCame)
+                continue;
+            log.emplace_back(entry.number, now);
+            const int64_t ready = now + frame.decodingNs;
+            (void)Arrive(ready, all.size());
+            now = std::max(now, ready);
+            if (frame.hidden)
+                continue;
+            const int64_t step = frame.stampMs - paceStamp;
+            paceStep = step < 1 || step >= 11'000 ? paceStep : step;
+            paceStamp = frame.stampMs;
+            late = 0;
+            if (due < 0) {
+                due = now;
+                continue;
+            }
+            due += static_cast<int64_t>(static_cast<float>(paceStep) / (over >= 16 ? 1.2f : 1.0f) * 1'000'000.0f);
+            late = (due - now) / kNsPerMs;
+            if (late > 0)
+                Wait(now + late * kNsPerMs);
+        }
+    }
+};
+
+// Stamps that jump, stand still, fall and wrap, bursts, stalls and slow decoding; and a restart in the middle.
+TEST(Pacing, EveryFrameIsDecodedWhenTheRulesSay) {
+    int64_t skipped = 0, refused = 0, fast = 0;
+    for (uint32_t seed = 0; seed < 60; ++seed) {
+        std::mt19937 random(seed);
+        const auto one_in = [&](uint32_t count) { return random() % count == 0; };
+        const auto cost = [&] {    // half of them where what is late begins to be dropped
+            return static_cast<int64_t>(one_in(2) ? 537 + random() % 5 : random() % 2000) * kNsPerMs;
+        };
+        const uint32_t trouble = seed % 4 == 0 ? 1'000'000 : 12;    // a quarter is as a good camera sends it
+        const uint32_t bufferMs = std::array{1u, 40u, 300u, 1000u}[seed / 4 % 4];
+        std::vector<Arrival> arrivals;
+        int64_t stamp = 1000, arrival = 0;
+        for (int i = 0; i < 400; ++i) {
+            const int64_t steps[] = {0, 1, -700, 10'999, 11'000, 40'000, -stamp, 250};
+            stamp += one_in(trouble) ? steps[random() % 8] : 40;
+            stamp = std::max<int64_t>(stamp, 0);
+            arrival += one_in(trouble) ? static_cast<int64_t>(random() % 1500) : one_in(3) ? 0 : seed % 3 == 1 ? 45 : 58;
+            arrivals.push_back({.atNs = arrival * kNsPerMs + static_cast<int64_t>(random() % kNsPerMs),
+                                .stampMs = stamp,
+                                .key = one_in(10) || i % 200 == 0,
+                                .hidden = one_in(20),
+                                .decodingNs = one_in(trouble * 2) ? cost() : 0});
+            if (i > 0)
+                arrivals.back().atNs = std::max(arrivals.back().atNs, arrivals[static_cast<size_t>(i) - 1].atNs);
+        }
+        test::SimulatedChannel simulation(arrivals);
+        Log log;
+        simulation.onDecoded = [&](int64_t number, int64_t now) { log.emplace_back(number, now); };
+        simulation.channel.SetBufferTime(bufferMs);
+        for (const size_t end : {size_t{200}, arrivals.size()}) {
+            log.clear();
+            const int64_t before = simulation.refused;
+            Model model{arrivals, end - 200, end, bufferMs, simulation.Now()};
+            simulation.Play(end);
+            const Log expected = model.Run();
+            ASSERT_EQ(log, expected) << "seed " << seed << ", from " << end - 200;
+            ASSERT_EQ(simulation.refused - before, model.refused);
+            refused += model.refused;
+            skipped += 200 - static_cast<int64_t>(log.size());
+            fast += bufferMs > 1 ? 1 : 0;
+        }
+    }
+    EXPECT_TRUE(skipped > 0 && refused > 0 && fast > 0) << "all of it happened";
+}
+
+// Eight pictures at the eight places of the temporal pattern, of which each mode from 2 to 8 leaves one out more.
+TEST(Pacing, DisplayModesThinTemporalLayers) {
+    using test::BitWriter;
+    using test::operator+;
+    std::vector<Arrival> arrivals;
+    for (uint32_t i = 0; i < 16; ++i) {
+        const bool key = i % 8 == 0;
+        BitWriter sps, pps, slice;
+        // Order counts of 4 bits, 3 reference frames, gaps allowed, one macroblock.
+        sps.U(8, 66).U(16, 0).Ue(0).Ue(0).Ue(0).Ue(0).Ue(3).U(1, 1).Ue(0).Ue(0).U(1, 1).U(3, 0);
+        pps.Ue(0).Ue(0).U(2, 0).Ue(0).Ue(0).Ue(0).U(3, 0).Se(0).Se(0).Se(0).U(3, 0);
+        slice.Ue(0).Ue(7).Ue(0).U(4, 0);
+        if (key)
+            slice.Ue(0);
+        slice.U(4, i % 8).U(2, 0);
+        arrivals.push_back({.atNs = i * 40 * kNsPerMs, .stampMs = 40 * i, .key = key});
+        arrivals.back().payload = key ? sps.Unit({0x67}) + pps.Unit({0x68}) + slice.Unit({0x65}) : slice.Unit({0x61});
+    }
+    for (uint32_t mode = 0; mode <= 8; ++mode) {
+        test::SimulatedChannel simulation(arrivals);
+        std::vector<int64_t> decoded;
+        simulation.onDecoded = [&](int64_t number, int64_t) { decoded.push_back(number); };
+        simulation.channel.SetDisplayMode(mode);
+        simulation.Play(arrivals.size());
+        EXPECT_EQ(decoded.size(), 2 * (mode == 0 ? 8 : mode == 1 ? 1 : 9 - mode)) << mode;
+        ChannelStatistics told{};
+        simulation.channel.GetStatistics(told);
+        EXPECT_EQ(told.framesThinned, 16 - decoded.size());
+    }
+}
+
+// Sound alone is paced by the worker; beside video it goes through at once.
+TEST(Pacing, SoundIsPacedOnlyInAudioOnlyMode) {
+    for (const uint32_t mode : {2u, 3u}) {
+        std::vector<Arrival> arrivals;
+        for (int i = 0; i < 50; ++i)
+            arrivals.push_back({.stampMs = 20 * i, .type = CORVANE_STREAM_MULAW});    // all at once
+        test::SimulatedChannel simulation(arrivals);
+        simulation.channel.SetBufferTime(900);    // and never over it
+        ASSERT_EQ(simulation.channel.SetOption(13, mode, 0), Status::Ok);
+        int64_t lastAt = 0, frames = 0;
+        simulation.onWait = [&] {
+            ChannelStatistics told{};
+            simulation.channel.GetStatistics(told);
+            if (std::exchange(frames, static_cast<int64_t>(told.soundFrames)) != frames)
+                lastAt = simulation.Now();
+        };
+        simulation.Play(arrivals.size());
+        EXPECT_EQ(frames, 50);
+        EXPECT_EQ(lastAt / kNsPerMs, mode == 2 ? 48 * 20 : 0);    // when the sleep for the last but one ends
+    }
+}
+
+// A renderer that keeps the picture lock while `held`.
+struct HoldingRenderer final : IVideoRenderer {
+    static inline std::atomic<bool> held{false};
+    RendererType GetType() const override { return RendererType::Gdi; }
+    Outcome Present(const FramePtr*, const RenderInfo*) override { return Outcome::Put; }
+    int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override {
+        pixels.resize(size_t{4} * width * height);
+        *buffer = pixels.data();
+        *stride = 4 * width;
+        *format = PF_BGRA32;
+        return 0;
+    }
+    void Commit() override {}
+    void Latch(const RenderInfo&) override {
+        while (held)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    std::vector<uint8_t> pixels;
+};
+
+// Behind time, with the queue over its buffer time for 16 frames, a picture that finds the manager busy is lost at once.
+// Were each waited for, the test would not end in time.
+TEST(Pacing, ABusyManagerIsNotWaitedForWhenTheQueueIsOver) {
+    constexpr int kFrames = 300;
+    const RendererMakers makers{[](const RenderInfo&) -> RendererPtr { return std::make_shared<HoldingRenderer>(); },
+                                [](const RenderInfo&) -> RendererPtr { return std::make_shared<HoldingRenderer>(); }};
+    std::vector<Arrival> arrivals;
+    for (int i = 0; i < kFrames; ++i)    // all at once; without a key frame in it a queue takes any length
+        arrivals.push_back({.stampMs = 40 * i, .key = i == 0});
+    test::SimulatedChannel simulation(arrivals, makers);
+    simulation.onDecoded = [](int64_t number, int64_t) {
+        if (number == 20)
+            HoldingRenderer::held = true;
+    };
+    simulation.Play(kFrames);
+    HoldingRenderer::held = false;
+    ChannelStatistics told{};
+    simulation.channel.GetStatistics(told);
+    EXPECT_EQ(told.picturesDecoded, uint64_t{kFrames});
+    EXPECT_GE(told.picturesLost, uint64_t{kFrames - 30});
+}
+
+// The kind of decoder is told once a run. A stream that pauses shows its last picture once, however often the render
+// thread looks.
+TEST(Pacing, KindOnceAndNoPictureTwice) {
+    std::vector<Arrival> arrivals;
+    for (int i = 0; i < 100; ++i)
+        arrivals.push_back({.atNs = i * 40 * kNsPerMs, .stampMs = 40 * i});
+    test::SimulatedChannel simulation(arrivals);
+    simulation.onDecoded = [](int64_t, int64_t) {};
+    struct Told {
+        std::atomic<int> kinds{0}, pictures{0};
+        std::atomic<uint64_t> kind{0};
+    } told;
+    simulation.channel.Render().SetStreamInfo(
+        [](void* context, uint32_t code, uint64_t kind, uint64_t) {
+            auto& all = *static_cast<Told*>(context);
+            all.kinds += code == 13 ? 1 : 0;
+            all.kind = code == 13 ? kind : all.kind.load();
+        },
+        &told);
+    simulation.channel.Render().RegisterRawDataCallback(
+        [](void* context, const PseudoFrame*) { ++static_cast<Told*>(context)->pictures; }, &told, PF_I420);
+    simulation.Play(50);
+    simulation.Play(100);
+    EXPECT_EQ(told.kinds, 2);
+    EXPECT_EQ(told.kind, test::SimulatedChannel::kKind);
+    ChannelStatistics counters{};
+    simulation.channel.GetStatistics(counters);
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));    // ticks of the render thread
+    EXPECT_EQ(static_cast<uint64_t>(told.pictures), counters.picturesTaken);
+    EXPECT_EQ(counters.picturesHandedOver, counters.picturesTaken);
+}
+
+}    // namespace
+}    // namespace corvane

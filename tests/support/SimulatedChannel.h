@@ -1,0 +1,142 @@
+// A live channel in simulated time: the real worker, which decodes frames that carry nothing but their number, on a clock
+// that moves only while the worker waits or decodes. What arrives meanwhile is fed at its time.
+#pragma once
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "channels/ChannelLive.h"
+#include "support/Latch.h"
+#include "support/StreamMaker.h"
+
+namespace corvane::test {
+
+struct Arrival {
+    int64_t atNs = 0, stampMs = 0;
+    bool key = true, hidden = false;    // hidden: not for display
+    uint32_t type = CORVANE_STREAM_H264;
+    int64_t decodingNs = 0;
+    std::vector<uint8_t> payload{};    // behind the number
+};
+
+class SimulatedChannel final : public Clock {
+public:
+    explicit SimulatedChannel(std::vector<Arrival> arrivals, const RendererMakers& makers = RendererMakers::Built())
+        : channel(0, 0, *this, makers), m_arrivals(std::move(arrivals)) {
+        Running() = this;
+        DecoderFactories factories;
+        factories.GetDecoderIsolated_QuickSync = []() -> DecoderContext* { return new NumberDecoder; };
+        channel.SetFactories(factories);
+        (void)channel.SetOption(46, kKind, 0);
+    }
+    // Plays what arrives up to `end`: until all of it has gone through, or the rest waits for ever. Then it stops.
+    void Play(size_t end) {
+        m_end = end;
+        m_idle = 0;
+        EXPECT_EQ(channel.Start(false), Status::Ok);
+        const auto left = [&] {
+            ChannelStatistics told{};
+            channel.GetStatistics(told);
+            return told.queueFrames;
+        };
+        EXPECT_TRUE(Eventually([&] { return m_idle > 3 && (left() == 0 || m_idle > 60); }));
+        EXPECT_EQ(channel.Stop(), Status::Ok);
+    }
+
+    int64_t Now() const override { return m_now; }
+    int64_t Wall() const override { return 0; }
+    bool WaitUntil(Condition& condition, MutexLock& lock, int64_t deadline) override NO_THREAD_SAFETY_ANALYSIS {
+        char name[16] = "";
+        pthread_getname_np(pthread_self(), name, sizeof name);
+        if (std::string(name) != "corvane-worker") {
+            condition.WaitOnce(lock, std::chrono::steady_clock::now() + std::chrono::milliseconds(5));
+            return false;    // the render thread sees many of its ticks
+        }
+        lock.Unlock();
+        if (onWait)
+            onWait();
+        const bool sent = SendUntil(deadline, 1);
+        if (!sent)
+            m_now = std::max<int64_t>(m_now, deadline);
+        if (m_sent == m_end) {
+            ++m_idle;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));    // a stop gets its turn
+        }
+        lock.Lock();
+        return sent;
+    }
+
+    static constexpr uint32_t kKind = 3;
+    // On the worker: the number of each decoded frame and when its decoding began.
+    std::function<void(int64_t number, int64_t ns)> onDecoded;
+    std::function<void()> onWait;
+    std::atomic<int64_t> refused{0};
+
+    CChannelLive channel;
+
+private:
+    class NumberDecoder final : public DecoderContext {
+    public:
+        int32_t DecodeVideo(DecodedFrame* out, uint32_t* got, const EncodedUnit* in) override {
+            SimulatedChannel& self = *Running();
+            size_t number = 0;
+            for (int i = 0; i < kDigits; ++i)
+                number |= static_cast<size_t>(in->data[i] & 0x7F) << (7 * i);
+            self.m_idle = 0;
+            self.onDecoded(static_cast<int64_t>(number), self.m_now);
+            const int64_t ready = self.m_now + self.m_arrivals[number].decodingNs;
+            (void)self.SendUntil(ready, self.m_arrivals.size());
+            self.m_now = std::max<int64_t>(self.m_now, ready);
+            *out = DecodedFrame{{m_pixels, m_pixels, nullptr}, {16, 16, 0}, 16, 2, nullptr, nullptr, nullptr, {}};
+            *got = 1;
+            return 0;
+        }
+        int32_t DecodeAudio(uint8_t*, uint32_t*, const EncodedUnit*) override { return -1; }
+        void Destroy() override { delete this; }
+        int32_t ShareFrame(DecodedFrame*, int32_t) override { return -1; }
+
+    private:
+        uint8_t m_pixels[48] = {};
+    };
+
+    static constexpr int kDigits = 5;    // of seven bits, with the eighth set: none looks like a start code
+    static SimulatedChannel*& Running() {
+        static SimulatedChannel* running = nullptr;
+        return running;
+    }
+
+    // Feeds what arrives by `deadline`, at most `most` frames. False when there was none.
+    bool SendUntil(int64_t deadline, size_t most) {
+        size_t count = 0;
+        for (; count < most && m_sent < m_end && m_arrivals[m_sent].atNs <= deadline; ++count) {
+            const Arrival& arrival = m_arrivals[m_sent];
+            m_now = std::max<int64_t>(m_now, arrival.atNs);
+            std::vector<uint8_t> payload;
+            for (int i = 0; i < kDigits; ++i)
+                payload.push_back(static_cast<uint8_t>(m_sent >> (7 * i) | 0x80));
+            payload.insert(payload.end(), arrival.payload.begin(), arrival.payload.end());
+            MediaFrameHeader header = VideoHeader(arrival.type, payload, arrival.key, arrival.stampMs);
+            static const uint8_t notForDisplay[] = {0, 0, 0, 0, 104, 1, 1};
+            header.extension = notForDisplay;
+            header.extensionSize = arrival.hidden ? sizeof notForDisplay : 0;
+            ++m_sent;
+            refused += Ok(channel.Input(header)) ? 0 : 1;
+        }
+        return count > 0;
+    }
+
+    const std::vector<Arrival> m_arrivals;
+    std::atomic<int64_t> m_now{0};
+    std::atomic<size_t> m_sent{0}, m_end{0};
+    std::atomic<int> m_idle{0};    // waits since all had arrived and the last was decoded
+};
+
+}    // namespace corvane::test

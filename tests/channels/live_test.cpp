@@ -69,6 +69,41 @@ TEST(LiveChannel, GarbageKeyFramesForHoursUseNoMemory) {
     }
 }
 
+// One frame in ten is cut, emptied or overwritten: what is shown comes with the record of its own frame all the same, and
+// a key frame brings the stream back.
+TEST(LiveChannel, DamagedFramesShiftNoPictureToAnotherFrame) {
+    for (const uint32_t threads : {1u, 3u}) {
+        std::vector<EncodedPicture> stream = MakeVideo({.width = 160, .height = 96, .frames = 150, .gop = 15});
+        Client client;
+        ASSERT_EQ(Corvane_SetChannelOption(client.channel, 48, threads, 0), Status_Ok);
+        ASSERT_EQ(Corvane_SetChannelOption(client.channel, 42, 0, 0), Status_Ok);    // a full queue waits
+        client.Start();
+        std::mt19937 random(threads);
+        for (size_t i = 0; i < stream.size(); ++i) {
+            std::vector<uint8_t>& bytes = stream[i].bytes;
+            if (i % 10 == 7 && i < 140)
+                for (size_t at = random() % bytes.size(), kind = i / 10 % 3; at < bytes.size(); ++at) {
+                    if (kind < 2)
+                        bytes.resize(kind == 0 ? at : 0);
+                    else
+                        bytes[at] = static_cast<uint8_t>(random());
+                }
+            ASSERT_EQ(FeedOne(client, stream[i], static_cast<int64_t>(i)), Status_Ok);
+        }
+        ASSERT_TRUE(client.WaitForStamp(static_cast<int>(150 - threads)));
+        int readable = 0;
+        for (const Client::Shown& shown : client.Take()) {
+            // A damaged frame may show the one before it again.
+            EXPECT_TRUE(shown.stamp < 0 || static_cast<uint32_t>(shown.stamp) == shown.milliseconds ||
+                        shown.milliseconds % 10 == 7)
+                << shown.stamp << " with the record of " << shown.milliseconds;
+            readable += shown.stamp >= 0;
+        }
+        EXPECT_GT(readable, 50);
+        test::ExpectSums(test::StatisticsOf(client.channel));
+    }
+}
+
 TEST(LiveChannel, SizeChangesAtAKeyFrameAndInMidStream) {
     const struct {
         const char* name;

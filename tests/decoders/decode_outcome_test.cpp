@@ -90,6 +90,7 @@ TEST(DecodeOutcome, SaysWhatWasWrong) {
         {"H.264 as JPEG", kJpeg, h264, {WrongType, WrongType}},
         {"garbage", kH264, {Garbage({}, 500)}, {Failed}},
         {"garbage, H.265", kH265, {Garbage({}, 500)}, {Failed}},
+        {"half a JPEG header", kJpeg, {Bytes(jpeg[0].begin(), jpeg[0].begin() + 30)}, {Failed}},
         {"a dependent frame alone, MPEG-4", kMpeg4, {mpeg4[1]}, {Failed}},
         {"parameter sets by themselves", kH264, {sets, h264[0]}, {HeldBack, Picture}},
         {"wide JPEG", kJpeg, {Encode(kJpeg, 16385)[0]}, {Size}},

@@ -116,17 +116,23 @@ TEST(DecodeOutcome, SaysWhatWasWrong) {
 
 TEST(DecodeOutcome, DelayAndDependentFrames) {
     using enum DecodeOutcome;
-    const auto stream = test::MakeVideo({.frames = 5});
+    const std::vector<Bytes> stream = Encode(kH264);
+    const Bytes sets(stream[0].begin(), std::search_n(stream[0].begin() + 8, stream[0].end(), 1, 0x65) - 3);
     VideoDecoderHolder holder;
     holder.SetThreads(3);
     EXPECT_EQ(holder.ThreadsInUse(), 0u);
     std::vector<DecodeOutcome> outcomes;
-    for (const int i : {1, 0, 1, 2, 3, 4}) {
+    const auto feed = [&](const Bytes& bytes, bool key, uint32_t width) {
         uint32_t got = 0;
-        holder.Decode(test::MakeFrame(kH264, stream[static_cast<size_t>(i)].bytes, i == 0, 0), &got);
+        holder.Decode(test::MakeFrame(kH264, bytes, key, 0, width, width), &got);
         outcomes.push_back(holder.LastOutcome());
-    }
-    EXPECT_EQ(outcomes, (std::vector{AwaitsKeyFrame, HeldBack, HeldBack, Picture, Picture, Picture}));
+    };
+    feed(stream[1], false, 0);
+    feed(sets, true, 0);                                                              // states no size
+    feed(Bytes(stream[0].begin() + std::ssize(sets), stream[0].end()), true, 320);    // another decoder
+    for (int i = 0; i < 3; ++i)
+        feed(stream[1], false, 320);
+    EXPECT_EQ(outcomes, (std::vector{AwaitsKeyFrame, HeldBack, HeldBack, HeldBack, Picture, Picture}));
     EXPECT_EQ(holder.ThreadsInUse(), 3u);
 }
 

@@ -32,55 +32,6 @@ int32_t Decode(DecoderContext& decoder, std::vector<uint8_t> bytes, DecodedFrame
     return result;
 }
 
-// All of one type through one decoder, so that size and format change in mid-stream; a new one where threads or
-// B-frames delay its pictures. Other formats become 4:2:0. What runs without a delay in 8 bits of 4:2:0, 4:2:2 or in
-// 10 bits is compared to the bit at the picture callback.
-TEST(FFmpegDecoder, PlanesEqualABareDecode) {
-    constexpr uint32_t kJpeg = CORVANE_STREAM_JPEG, kH265 = CORVANE_STREAM_H265;
-    const struct {
-        VideoSpec spec;
-        uint32_t threads = 1, delay = 0;    // packets before the first picture
-    } rows[] = {
-        {{.interlaced = true}},
-        {{.width = 16384, .height = 16}},
-        {{.width = 164, .height = 82, .sampling = Sampling::Yuv444, .options = "cqm=jvt:8x8dct=1"}},
-        {{.sampling = Sampling::Gray}},
-        {{.sampling = Sampling::Yuv422}},
-        {{}, 3, 2},
-        {{.bFrames = 2}, 1, 1},
-        {{.streamType = kH265, .options = "scaling-list=default:hrd=1:vbv-maxrate=900:vbv-bufsize=900:aud=1"}},
-        {{.streamType = kH265}, 2, 1},
-        {{.streamType = kH265, .bFrames = 2, .options = "temporal-layers=1"}, 1, 2},
-        {{.streamType = CORVANE_STREAM_MPEG4, .width = 151, .height = 99, .interlaced = true}},
-        {{.streamType = kJpeg, .width = 151, .height = 97, .sampling = Sampling::Yuv422}},
-        {{.streamType = kJpeg, .width = 151, .height = 99, .sampling = Sampling::Yuv422}},
-        {{.streamType = kJpeg, .width = 201, .height = 99, .sampling = Sampling::Yuv444}},
-        {{.streamType = kJpeg, .width = 151, .height = 99}},
-    };
-    DecoderPtr decoder;
-    uint32_t decoderType = 0;
-    testing::internal::CaptureStderr();
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << "row " << &row - rows);
-        const std::vector<EncodedPicture> stream = test::MakeVideo(row.spec);
-        const auto bare = test::BareDecode(row.spec.streamType, stream);
-        if (row.spec.streamType != decoderType || row.delay > 0)
-            decoder = MakeDecoder(row.spec.streamType, row.threads);
-        decoderType = row.delay > 0 ? 0 : row.spec.streamType;
-        for (size_t i = 0; i < stream.size(); ++i) {
-            DecodedFrame frame{};
-            uint32_t got = 77;
-            EXPECT_EQ(Decode(*decoder, stream[i].bytes, frame, got), static_cast<int32_t>(stream[i].bytes.size()));
-            ASSERT_EQ(got, i < row.delay ? 0u : 2u) << i;
-            if (got == 0)
-                continue;
-            EXPECT_EQ(test::ReadStamp(frame.planes[0], frame.strides[0]), static_cast<int>(i - row.delay));
-            EXPECT_TRUE(test::SamePicture(frame, *bare.at(i - row.delay)));
-        }
-    }
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-}
-
 TEST(FFmpegDecoder, SharedPicturesOutliveTheirDecoder) {
     for (const Sampling sampling : {Sampling::Yuv420, Sampling::Yuv422}) {
         DecoderPtr decoder = MakeDecoder(CORVANE_STREAM_H264);

@@ -34,8 +34,7 @@ Bytes Layer(uint32_t width, uint32_t height) {
     BitWriter w;
     w.U(1, 0).U(8, 1).U(1, 1).U(7, 9).U(4, 15).U(16, 0x0101).U(1, 1).U(3, 2).U(1, 1).U(79, ~uint64_t{0}).U(2, 0);
     w.U(1, 1).U(16, 25).U(1, 1).U(1, 1).U(5, 1).U(1, 1).U(13, width).U(1, 1).U(13, height).U(1, 1);
-    Bytes unit = w.U(1, 0).U(1, 1).U(1, 0).U(7, 0).Unit({0x20});
-    return unit;
+    return w.U(1, 0).U(1, 1).U(1, 0).U(7, 0).Unit({0x20});
 }
 
 Bytes H264(uint32_t width, uint32_t height, bool fields) {
@@ -44,17 +43,11 @@ Bytes H264(uint32_t width, uint32_t height, bool fields) {
     return w.U(fields ? 2 : 1, fields ? 0 : 1).U(3, 4).Unit({0x67});
 }
 
-// Behind its video parameter set, with a second sub-layer, whose profile and level are there.
+// With a second sub-layer, whose profile and level are there.
 Bytes H265(uint32_t width, uint32_t height) {
-    const auto profile = [](BitWriter& w) { w.U(8, 1).U(88, 0).U(2, 3).U(14, 0).U(8, 1).U(88, 0); };
-    BitWriter vps, sps;
-    vps.U(4, 0).U(2, 3).U(6, 0).U(3, 1).U(1, 1).U(16, 0xFFFF);
-    profile(vps);
-    vps.U(1, 0).Ue(0).Ue(0).Ue(0).U(6, 0).Ue(0).U(2, 0);
-    sps.U(4, 0).U(3, 1).U(1, 1);
-    profile(sps);
-    sps.Ue(0).Ue(1).Ue(width).Ue(height).U(1, 0).Ue(0).Ue(0).Ue(4).U(1, 0);
-    return vps.Unit({0x40, 1}) + sps.Ue(0).Ue(0).Ue(0).Ue(0).Ue(0).Ue(0).Ue(0).Ue(0).Ue(0).U(8, 0).Unit({0x42, 1});
+    BitWriter w;
+    w.U(4, 0).U(3, 1).U(1, 1).U(96, 0).U(2, 3).U(14, 0).U(96, 0).Ue(0).Ue(1).Ue(width).Ue(height);
+    return w.Unit({0x42, 1});
 }
 
 TEST(HeaderCheck, HoldsBackImpossibleSizesOnly) {
@@ -72,7 +65,6 @@ TEST(HeaderCheck, HoldsBackImpossibleSizesOnly) {
         {"JPEG, too large", kJpeg, start + JpegFrame(16384, 4300), Size, false},
         {"JPEG, no height", kJpeg, start + JpegFrame(100, 0), Size},
         {"JPEG, behind the end", kJpeg, start + JpegFrame(16, 16) + end + JpegFrame(0, 0), Stand},
-        {"JPEG, end before the header", kJpeg, start + end + JpegFrame(0, 0), Size},
         {"JPEG, header ends early", kJpeg, start + Bytes{0xFF, 0xC0, 0, 17, 8, 0, 16, 0}, Damaged},
         {"JPEG, in a table", kJpeg, start + Bytes{0xFF, 0xDB, 0, 67, 0} + JpegFrame(0, 0) + Bytes(45, 9) + end, Stand},
         {"MPEG-4", kMpeg4, Layer(8191, 8191) + picture, Stand},
@@ -83,14 +75,13 @@ TEST(HeaderCheck, HoldsBackImpossibleSizesOnly) {
         {"MPEG-4, a first without size", kMpeg4, Layer(0, 0) + Layer(16, 16) + picture, Size},
         {"H.264", kH264, H264(16384, 4096, false), Stand},
         {"H.264, too large", kH264, H264(16384, 4352, false), Size, false},
-        {"H.264, fields", kH264, H264(16384, 4096, true), Stand},
         {"H.264, fields, too large", kH264, H264(16384, 4352, true), Size, false},
         {"H.264, the second", kH264, H264(16, 16, false) + H264(65536, 65536, false), Size},
         {"H.264, ends early", kH264, {0, 0, 1, 0x67, 77, 0, 30, 0xDA}, Damaged},
         {"H.264, order count of type 3", kH264, {0, 0, 1, 0x67, 77, 0, 30, 0xC9}, Stand},
         {"H.265", kH265, H265(16384, 4096), Stand},
         {"H.265, too large", kH265, H265(16384, 4352), Size, false},
-        {"H.265, no height", kH265, H265(64, 0), Size},
+        {"H.265, no height", kH265, H265(64, 0), Size, false},
         {"H.265, ends early", kH265, {0, 0, 1, 0x42, 1, 1, 1}, Damaged},
     };
     for (const int marker : {0xC4, 0xE0, 0xE1, 0xEF, 0xFE})
@@ -100,17 +91,17 @@ TEST(HeaderCheck, HoldsBackImpossibleSizesOnly) {
         rows.push_back({"JPEG, no segment", kJpeg, start + Hidden(static_cast<uint8_t>(marker)) + end, Size});
     for (const Row& row : rows) {
         const test::GuardedBytes guarded(row.bytes.data(), row.bytes.size());
-        const auto size = static_cast<uint32_t>(row.bytes.size());
-        const HeaderVerdict verdict = row.type == kJpeg    ? CheckJpegHeaders(guarded.Data(), size)
-                                      : row.type == kMpeg4 ? CheckMpeg4Layer(guarded.Data(), size)
-                                      : row.type == kH264  ? CheckH264Sequences(guarded.Data(), size)
-                                                           : CheckHevcSequences(guarded.Data(), size);
+        const auto check = row.type == kJpeg    ? CheckJpegHeaders
+                           : row.type == kMpeg4 ? CheckMpeg4Layer
+                           : row.type == kH264  ? CheckH264Sequences
+                                                : CheckHevcSequences;
+        const HeaderVerdict verdict = check(guarded.Data(), static_cast<uint32_t>(row.bytes.size()));
         testing::internal::CaptureStderr();
         test::BareDecode(row.type, {{row.bytes, true, 0, 0}});
         const std::string lines = testing::internal::GetCapturedStderr();
         EXPECT_EQ(static_cast<int>(verdict), static_cast<int>(row.verdict)) << row.name << int{row.bytes[3]};
         EXPECT_TRUE(verdict != Stand || lines.empty()) << row.name << int{row.bytes[3]} << lines;
-        EXPECT_TRUE(!row.told || !lines.empty()) << row.name << ": libavcodec says nothing of it";
+        EXPECT_TRUE(!row.told || !lines.empty()) << row.name;
     }
 }
 

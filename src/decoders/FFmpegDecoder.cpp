@@ -164,18 +164,18 @@ DecoderIsolated_FFmpeg::~DecoderIsolated_FFmpeg() {
     sws_freeContext(m_scaler);
 }
 
-bool DecoderIsolated_FFmpeg::HeadersStand(const EncodedUnit& in) {
+HeaderVerdict DecoderIsolated_FFmpeg::CheckHeaders(const EncodedUnit& in) const {
     switch (m_codec) {
     case FFmpegCodec::Mjpeg:
-        return JpegHeadersStand(in.data, in.size);
+        return CheckJpegHeaders(in.data, in.size);
     case FFmpegCodec::Mpeg4:
-        return m_context->coded_width > 0 || Mpeg4LayerStands(in.data, in.size);
+        return m_context->coded_width > 0 ? HeaderVerdict::Stand : CheckMpeg4Layer(in.data, in.size);
     case FFmpegCodec::H264:
-        return m_parameterSets.H264Stands(in.data, in.size);
+        return CheckH264Sequences(in.data, in.size);
     case FFmpegCodec::Hevc:
-        return HevcHeadersStand(in.data, in.size);
+        return CheckHevcSequences(in.data, in.size);
     default:
-        return true;
+        return HeaderVerdict::Stand;
     }
 }
 
@@ -220,8 +220,8 @@ int32_t DecoderIsolated_FFmpeg::Feed(const EncodedUnit& in) {
     End(UnitEnd::Nothing, 0);
     if (in.data == nullptr || in.size == 0 || in.size > INT_MAX - AV_INPUT_BUFFER_PADDING_SIZE)
         return 0;
-    if (!HeadersStand(in)) {
-        End(m_codec == FFmpegCodec::Mpeg4 ? UnitEnd::Refused : UnitEnd::Size, 0);
+    if (const HeaderVerdict verdict = CheckHeaders(in); verdict != HeaderVerdict::Stand) {
+        End(verdict == HeaderVerdict::Size ? UnitEnd::Size : UnitEnd::Refused, 0);
         return 0;
     }
     End(UnitEnd::Taken, std::nullopt);

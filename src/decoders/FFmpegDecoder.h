@@ -2,7 +2,7 @@
 // touches libavcodec, libswscale and libswresample.
 //
 // It leaves FFmpeg's process-wide state (log level, callbacks) as the host has it and is silent by its own settings;
-// what they cannot silence HeaderCheck.h keeps from being said.
+// of what they cannot silence HeaderCheck.h holds back what it can, and names the rest.
 #pragma once
 
 #include <cstdint>
@@ -68,7 +68,7 @@ private:
     enum class Turn { Drained, Stopped };
 
     ~DecoderIsolated_FFmpeg();
-    bool HeadersStand(const EncodedUnit& in);
+    HeaderVerdict CheckHeaders(const EncodedUnit& in) const;
     void End(UnitEnd end, std::optional<uint32_t> unitsSince);
     void CloseAccount();
     // Units that the codec holds when all is well: one a frame thread beside the first; and those that it reorders.
@@ -94,7 +94,6 @@ private:
     // Used by one thread at a time.
     QMRX::SDK::Utility::FrameQueue<Frame> m_frames;       // as the codec gives them
     QMRX::SDK::Utility::FrameQueue<Frame> m_converted;    // 4:2:0 copies of other formats
-    ParameterSetCheck m_parameterSets;
     SwsContext* m_scaler = nullptr;
     std::unique_ptr<SampleConverter> m_samples;
     std::deque<FrameRef> m_output;    // received and not yet superseded, oldest first

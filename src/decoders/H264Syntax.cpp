@@ -166,27 +166,33 @@ void SkipReferences(RbspReader& reader, const SequenceParameterSet& sps, const P
 
 }    // namespace
 
-const SequenceParameterSet& ParameterSets::ParseSps(RbspReader& reader) {
-    auto sps = std::make_unique<SequenceParameterSet>();
+SequenceParameterSet ReadSps(RbspReader& reader, uint32_t& seq_parameter_set_id) {
+    SequenceParameterSet sps;
     const uint32_t profile_idc = reader.Bits(8);
     reader.Bits(16);    // constraint flags, level_idc
-    const uint32_t id = Bounded(reader.Ue(), 31, "seq_parameter_set_id");
+    seq_parameter_set_id = Bounded(reader.Ue(), 31, "seq_parameter_set_id");
     if (HasChromaFormat(profile_idc))
-        ReadChromaFormat(reader, *sps);
-    sps->log2_max_frame_num = 4 + Bounded(reader.Ue(), 12, "log2_max_frame_num_minus4");
-    ReadOrderCount(reader, *sps);
-    sps->max_num_ref_frames = reader.Ue();
-    sps->gaps_in_frame_num_value_allowed_flag = reader.Flag();
-    reader.Ue();    // width and height
-    reader.Ue();
-    sps->frame_mbs_only_flag = reader.Flag();
-    if (!sps->frame_mbs_only_flag)
+        ReadChromaFormat(reader, sps);
+    sps.log2_max_frame_num = 4 + Bounded(reader.Ue(), 12, "log2_max_frame_num_minus4");
+    ReadOrderCount(reader, sps);
+    sps.max_num_ref_frames = reader.Ue();
+    sps.gaps_in_frame_num_value_allowed_flag = reader.Flag();
+    sps.pic_width_in_mbs_minus1 = reader.Ue();
+    sps.pic_height_in_map_units_minus1 = reader.Ue();
+    sps.frame_mbs_only_flag = reader.Flag();
+    if (!sps.frame_mbs_only_flag)
         reader.Flag();      // mb_adaptive_frame_field_flag
     reader.Flag();          // direct_8x8_inference_flag
     if (reader.Flag()) {    // frame_cropping_flag
         for (int side = 0; side < 4; ++side)
             reader.Ue();
     }
+    return sps;
+}
+
+const SequenceParameterSet& ParameterSets::ParseSps(RbspReader& reader) {
+    uint32_t id = 0;
+    auto sps = std::make_unique<SequenceParameterSet>(ReadSps(reader, id));
     m_sps[id] = std::move(sps);
     return *m_sps[id];
 }

@@ -24,6 +24,8 @@ struct SequenceParameterSet {
     std::vector<int64_t> offsetSums;    // of offset_for_ref_frame, from the first up to each
     uint32_t max_num_ref_frames = 0;
     bool gaps_in_frame_num_value_allowed_flag = false;
+    uint32_t pic_width_in_mbs_minus1 = 0;
+    uint32_t pic_height_in_map_units_minus1 = 0;
     bool frame_mbs_only_flag = true;
 
     uint32_t MaxFrameNum() const { return 1u << log2_max_frame_num; }
@@ -48,8 +50,12 @@ struct SliceHeader {
     int32_t delta_pic_order_cnt[2] = {};
 };
 
-// The parameter sets of a stream, and the parsers that need them. The readers stand behind the header bytes of the NAL
-// unit. They raise std::exception for syntax that cannot stand, and no set is replaced then.
+// The readers of this file stand behind the header bytes of the NAL unit. They raise
+// QMRX::SDK::Utility::NALUParserException where the unit ends early, another std::exception for syntax that cannot
+// stand.
+SequenceParameterSet ReadSps(RbspReader& reader, uint32_t& seq_parameter_set_id);
+
+// The parameter sets of a stream, and the parsers that need them. No set is replaced by one that raises.
 class ParameterSets {
 public:
     // The set that was read, which stays until another takes its place.

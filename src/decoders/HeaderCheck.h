@@ -1,16 +1,14 @@
-// A look at the headers inside a unit before libavcodec sees it.
+// A look at the sizes that the headers inside a unit announce, before libavcodec sees it.
 //
-// Libavcodec prints a few of its complaints in ways that no setting of a context can silence: picture sizes that cannot
-// be, and H.264 scaling lists out of range. Units that would bring those out are damaged or hostile: they are left out,
-// which also keeps the memory for absurd pictures from being asked for. A unit is left out only where libavcodec is
-// known to refuse its header: in doubt it goes through, since a message is less than a lost picture.
+// Libavcodec prints its complaint of a picture size that cannot be in a way that no setting of a context can silence,
+// and may ask for the memory of an absurd picture. Units that would bring that about are damaged or hostile: they are
+// left out. In doubt a unit goes through, since a line is less than a lost picture.
 //
-// Three complaints are known to be left, all rare: "Broken frame packetizing" for two H.264 pictures in one unit with
-// more than one thread, "nb_cpb invalid" for damaged buffer timing in H.265 parameter sets, and "delta scale is
-// invalid" for garbage in an H.264 picture parameter set, about ten in a million.
+// Lines of libavcodec that damage can still bring to the terminal: "delta scale is invalid" (scaling lists of H.264),
+// "nb_cpb invalid" (buffer timing of H.265), "Broken frame packetizing" (two H.264 pictures in one unit, more than one
+// thread), and rarely a size from a parameter set that ends early.
 #pragma once
 
-#include <bitset>
 #include <cstdint>
 
 namespace corvane {
@@ -18,25 +16,22 @@ namespace corvane {
 // Bound on a coded size: limits::kMaxPicturePixels, with room for the rounding up of a codec.
 inline constexpr uint64_t kMaxCodedPixels = (1ull << 26) + (1ull << 21);
 
-// All: false when the unit must not be decoded. Nothing outside (data, size) is read.
-
-// JPEG: every frame header up to the end of the image announces a size within the bounds.
-bool JpegHeadersStand(const uint8_t* data, uint32_t size);
-
-// MPEG-4 Visual: one of the video object layers announces a size within the bounds; false also when there is none.
-bool Mpeg4LayerStands(const uint8_t* data, uint32_t size);
-
-// H.265, Annex B.
-bool HevcHeadersStand(const uint8_t* data, uint32_t size);
-
-// H.264, Annex B.
-class ParameterSetCheck {
-public:
-    bool H264Stands(const uint8_t* data, uint32_t size);
-
-private:
-    // By seq_parameter_set_id: picture parameter sets may bring scaling lists.
-    std::bitset<32> m_extensible;
+enum class HeaderVerdict {
+    Stand,      // or in doubt
+    Damaged,    // a header ends before its size, or the one that is needed is missing
+    Size,       // a size beyond the bounds
 };
+
+// All but Stand: the unit must not be decoded. Nothing outside (data, size) is read.
+
+// JPEG: every frame header up to the end of the image.
+HeaderVerdict CheckJpegHeaders(const uint8_t* data, uint32_t size);
+
+// MPEG-4 Visual: the first video object layer, the only one of a unit that libavcodec reads. It must be there.
+HeaderVerdict CheckMpeg4Layer(const uint8_t* data, uint32_t size);
+
+// H.264 and H.265, Annex B: every sequence parameter set.
+HeaderVerdict CheckH264Sequences(const uint8_t* data, uint32_t size);
+HeaderVerdict CheckHevcSequences(const uint8_t* data, uint32_t size);
 
 }    // namespace corvane

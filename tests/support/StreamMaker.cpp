@@ -1,8 +1,11 @@
 #include "support/StreamMaker.h"
 
 #include <algorithm>
+#include <optional>
 #include <stdexcept>
 #include <string>
+
+#include "decoders/RbspReader.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -127,7 +130,67 @@ ContextPtr OpenVideo(const VideoSpec& spec) {
     return context;
 }
 
+Bytes::iterator FindCode(Bytes& bytes, const Bytes& code, ptrdiff_t from = 0) {
+    return std::search(bytes.begin() + from, bytes.end(), code.begin(), code.end());
+}
+
+// As some encoders of MPEG-4 send a B picture: with the picture that it needs, and one that is not coded in its place.
+void Pack(std::vector<EncodedPicture>& stream) {
+    const Bytes mark = Bytes{0, 0, 1, 0xB2} + Bytes{'D', 'i', 'v', 'X', '5', '0', '3', 'b', '1', '3', '9', '3', 'p'};
+    for (size_t i = 0; i + 1 < stream.size(); ++i) {
+        Bytes& bytes = stream[i].bytes;
+        Bytes& next = stream[i + 1].bytes;
+        if (stream[i].key)
+            bytes.insert(FindCode(bytes, {0, 0, 1, 0xB6}), mark.begin(), mark.end());
+        if (next[3] == 0xB6 && next[4] >> 6 == 2) {
+            bytes = bytes + next;
+            next = kNotCoded;
+        }
+    }
+}
+
 }    // namespace
+
+void RewriteVui(Bytes& unit, std::optional<uint32_t> reordered) {
+    const auto begin = FindCode(unit, {0, 0, 1, 0x67});
+    if (begin == unit.end())
+        return;
+    const auto end = FindCode(unit, {0, 0, 1}, begin - unit.begin() + 4);
+    RbspReader reader(&begin[4], static_cast<size_t>(end - begin - 4));
+    BitWriter writer;
+    const auto u = [&](unsigned count) {
+        const uint32_t value = reader.Bits(count);
+        writer.U(count, value);
+        return value;
+    };
+    const auto ue = [&] {
+        const uint32_t value = reader.Ue();
+        writer.Ue(value);
+        return value;
+    };
+    const uint32_t profile = u(8);
+    u(16);
+    ue();
+    for (int i = 0; i < 3 && profile >= 100; ++i)
+        ue();
+    u(profile >= 100 ? 2 : 0);
+    ue();
+    if (ue() == 0)    // order count type
+        ue();
+    ue();
+    u(1);
+    ue();
+    ue();
+    u(u(1) == 0 ? 2 : 1);
+    for (int i = u(1) != 0 ? 4 : 0; i > 0; --i)
+        ue();
+    writer.U(1, reordered ? 1 : 0);
+    if (reordered)
+        writer.U(8, 0).U(2, 3).Ue(0).Ue(0).Ue(10).Ue(10).Ue(*reordered).Ue(*reordered);
+    const Bytes rest(end, unit.end());
+    unit.erase(begin - 1, unit.end());
+    unit = unit + writer.Unit({0x67}) + rest;
+}
 
 std::vector<EncodedPicture> MakeVideo(const VideoSpec& spec) {
     Require(spec.width >= kStampWidth && spec.height >= kStampHeight, "picture too small for its stamp");
@@ -154,6 +217,10 @@ std::vector<EncodedPicture> MakeVideo(const VideoSpec& spec) {
                            spec.firstNumber + static_cast<int>(packet->pts)});
     }
     Require(out.size() == static_cast<size_t>(spec.frames), "pictures lost in the encoder");
+    for (size_t i = 0; spec.noVui && i < out.size(); ++i)
+        RewriteVui(out[i].bytes, std::nullopt);
+    if (spec.packed)
+        Pack(out);
     return out;
 }
 

@@ -4,11 +4,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "corvane/corvane.h"
 #include "frame/MediaFrameImpl.h"
+#include "support/BitWriter.h"
 
 namespace corvane::test {
 
@@ -25,8 +27,10 @@ struct VideoSpec {
     Sampling sampling = Sampling::Yuv420;    // JPEG: any but Gray; H.264 and H.265: any; MPEG-4: Yuv420
     int bitDepth = 8;                        // 8 or 10; 10 for H.264 and H.265 only
     std::string options = {};                // more for x264 or x265, as "name=value:name=value"
-    bool openGop = false;                    // H.264 and H.265: key frames are where the encoder puts them
-    bool interlaced = false;                 // H.264 and MPEG-4: both fields of a frame in one packet
+    bool noVui = false;      // H.264: as most cameras, which do not tell how many pictures change their order
+    bool packed = false;     // MPEG-4: a B picture comes with the picture before it, one that is not coded in its place
+    bool openGop = false;    // H.264 and H.265: key frames are where the encoder puts them
+    bool interlaced = false;    // H.264 and MPEG-4: both fields of a frame in one packet
 };
 
 // In decoding order, 40 ms apart. `ptsMs` is the time of presentation from 0; with B-frames it does not rise.
@@ -38,6 +42,13 @@ struct EncodedPicture {
 };
 
 std::vector<EncodedPicture> MakeVideo(const VideoSpec& spec);
+
+// Rewrites the sequence parameter set of an H.264 unit, if it has one: without VUI, or with a bitstream_restriction of
+// so many reordered frames.
+void RewriteVui(Bytes& unit, std::optional<uint32_t> reordered);
+
+// A picture of MPEG-4 that is not coded: the one before it is shown longer, or it came with that.
+inline const Bytes kNotCoded = {0, 0, 1, 0xB6, 0x51, 0x4F};
 
 // Sixteen bits of number and four of check, in blocks of 8 x 8 pixels in the upper left corner.
 inline constexpr int kStampBlock = 8;

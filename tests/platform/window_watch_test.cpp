@@ -144,19 +144,60 @@ TEST_F(WindowWatches, SharesOneWatchAndSelectionWithAncestors) {
     EXPECT_EQ(OpenConnections(), 0u);
 }
 
-TEST_F(WindowWatches, Monitors) {
-    const xcb_window_t window = client.Create({.x = 400, .y = 10, .width = 100, .height = 80});
-    const WindowWatchPtr watch = OpenAlive(window);
-    EXPECT_EQ(watch->MonitorIndex(), 0u);
-    client.SetMonitors({{0, 0, 320, 480}, {320, 0, 640, 480}});
-    const struct {
+TEST(WindowWatch, Monitors) {
+    struct Row {
         int16_t x, y;
         uint32_t monitor;
-    } rows[] = {{400, 10, 1}, {10, 10, 0}, {280, 10, 1}, {260, 10, 0}, {700, 600, 1}, {-300, -300, 0}};
-    for (const auto& row : rows) {
-        client.Move(window, row.x, row.y);
-        EXPECT_TRUE(Eventually([&] { return watch->MonitorIndex() == row.monitor; })) << row.x;
+    };
+    const struct {
+        std::vector<Rect> monitors;
+        std::vector<Row> rows;
+    } layouts[] = {
+        {{{0, 0, 320, 480}, {320, 0, 640, 480}},
+         {{400, 10, 1}, {10, 10, 0}, {280, 10, 1}, {260, 10, 0}, {700, 600, 1}, {-300, -300, 0}}},
+        {{{0, 0, 640, 240}, {0, 240, 640, 480}},
+         {{10, 10, 0}, {10, 300, 1}, {10, 190, 0}, {10, 210, 1}, {700, 470, 1}, {700, 5, 0}}},
+    };
+    for (const auto& layout : layouts) {
+        XServer server;
+        XClient client(server.Display());
+        const xcb_window_t window = client.Create({.x = 400, .y = 10, .width = 100, .height = 80});
+        const WindowWatchPtr watch = OpenAlive(window);
+        EXPECT_EQ(watch->MonitorIndex(), 0u);
+        client.SetMonitors(layout.monitors);
+        for (const Row& row : layout.rows) {
+            client.Move(window, row.x, row.y);
+            EXPECT_TRUE(Eventually([&] { return watch->MonitorIndex() == row.monitor; })) << row.x << " " << row.y;
+        }
     }
+}
+
+// A window that only grows is never told to have shrunk, however late the answers about it come.
+TEST_F(WindowWatches, AnOldAnswerIsNoNews) {
+    struct Grower final : WindowWatch::Listener {
+        void OnWindowChange() noexcept override {
+            const uint32_t now = watch->ClientSize().width;
+            if (now < width.exchange(now))
+                shrunk = true;
+        }
+        WindowWatchPtr watch;
+        std::atomic<uint32_t> width{0};
+        std::atomic<bool> shrunk{false};
+    } grower;
+    const xcb_window_t window = client.Create({.width = 50, .height = 50});
+    grower.watch = OpenAlive(window);
+    grower.watch->AddListener(&grower);
+    constexpr uint32_t kLast = 4000;
+    for (uint32_t width = 51; width <= kLast; ++width) {
+        xcb_configure_window(client.Xcb(), window, XCB_CONFIG_WINDOW_WIDTH, &width);
+        xcb_flush(client.Xcb());
+        if (width % 8 == 0)
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    client.Sync();
+    EXPECT_TRUE(Eventually([&] { return grower.watch->ClientSize().width == kLast; }));
+    grower.watch->RemoveListener(&grower);
+    EXPECT_FALSE(grower.shrunk);
 }
 
 TEST(WindowWatch, WhatIsNoWindowIsDead) {

@@ -198,11 +198,42 @@ TEST(RenderMgr, RecordOfAPicture) {
     EXPECT_EQ(seen.pixels[0], 200);
     manager.PresentFrame(Frame(1'234'607), picture.frame, true);
     EXPECT_EQ(seen.Await(2).flags, 0u);
-    // Sound in the place of pictures: a notice without a picture.
-    manager.InputAudio(Frame(5000), true, true);
-    const PseudoFrame notice = seen.Await(3);
-    EXPECT_EQ(notice.flags, 8u);
-    EXPECT_EQ(notice.data, nullptr);
+    // Sound in the place of pictures: a notice without a picture, once a second of the frames.
+    size_t records = 2;
+    for (const int64_t second : {5, 6}) {
+        for (int i = 0; i < 3; ++i)
+            manager.InputAudio(Frame(1000 * second + i), true, true);
+        const PseudoFrame notice = seen.Await(++records);
+        EXPECT_EQ(notice.flags, 8u);
+        EXPECT_EQ(notice.data, nullptr);
+        EXPECT_EQ(notice.timeSeconds, static_cast<uint32_t>(second));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    (void)seen.Await(records);
+}
+
+// What is told after a picture was shown: when it is to be presented, and when it was taken.
+TEST(RenderMgr, RecordAfterDisplay) {
+    const uint8_t extension[] = {0, 0, 0, 0, 96, 12, 0, 0, 0, 9, 0, 0, 0, 8, 0, 7, 0, 1};    // the base time
+    MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, {}, true, 60'345);
+    header.extension = extension;
+    header.extensionSize = sizeof extension;
+    struct Told {
+        std::atomic<int> calls{0};
+        AfterDisplayRecord record{};
+    } told;
+    CRenderMgr manager(&told, 0, 0);
+    manager.SetAfterDisplay(
+        [](void* context, const AfterDisplayRecord* record) {
+            static_cast<Told*>(context)->record = *record;
+            ++static_cast<Told*>(context)->calls;
+        },
+        &told);
+    PlainPicture picture(64, 48);
+    manager.PresentFrame(std::make_shared<MediaFrameImpl>(header), picture.frame, true);
+    ASSERT_TRUE(Eventually([&] { return told.calls == 1; }));
+    EXPECT_EQ(told.record.presentTime.seconds * 1000 + told.record.presentTime.milliseconds, 60'345u);
+    EXPECT_EQ(told.record.baseTime.seconds, 9u);
 }
 
 // A picture callback that takes long neither holds the worker up nor sees a picture twice or torn.

@@ -5,9 +5,13 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "base/FailurePoint.h"
+#include "platform/window/WatchState.h"
 #include "platform/window/WindowWatch.h"
 #include "support/Latch.h"
 #include "support/XClient.h"
@@ -140,19 +144,60 @@ TEST_F(WindowWatches, SharesOneWatchAndSelectionWithAncestors) {
     EXPECT_EQ(OpenConnections(), 0u);
 }
 
-TEST_F(WindowWatches, Monitors) {
-    const xcb_window_t window = client.Create({.x = 400, .y = 10, .width = 100, .height = 80});
-    const WindowWatchPtr watch = OpenAlive(window);
-    EXPECT_EQ(watch->MonitorIndex(), 0u);
-    client.SetMonitors({{0, 0, 320, 480}, {320, 0, 640, 480}});
-    const struct {
+TEST(WindowWatch, Monitors) {
+    struct Row {
         int16_t x, y;
         uint32_t monitor;
-    } rows[] = {{400, 10, 1}, {10, 10, 0}, {280, 10, 1}, {260, 10, 0}, {700, 600, 1}, {-300, -300, 0}};
-    for (const auto& row : rows) {
-        client.Move(window, row.x, row.y);
-        EXPECT_TRUE(Eventually([&] { return watch->MonitorIndex() == row.monitor; })) << row.x;
+    };
+    const struct {
+        std::vector<Rect> monitors;
+        std::vector<Row> rows;
+    } layouts[] = {
+        {{{0, 0, 320, 480}, {320, 0, 640, 480}},
+         {{400, 10, 1}, {10, 10, 0}, {280, 10, 1}, {260, 10, 0}, {700, 600, 1}, {-300, -300, 0}}},
+        {{{0, 0, 640, 240}, {0, 240, 640, 480}},
+         {{10, 10, 0}, {10, 300, 1}, {10, 190, 0}, {10, 210, 1}, {700, 470, 1}, {700, 5, 0}}},
+    };
+    for (const auto& layout : layouts) {
+        XServer server;
+        XClient client(server.Display());
+        const xcb_window_t window = client.Create({.x = 400, .y = 10, .width = 100, .height = 80});
+        const WindowWatchPtr watch = OpenAlive(window);
+        EXPECT_EQ(watch->MonitorIndex(), 0u);
+        client.SetMonitors(layout.monitors);
+        for (const Row& row : layout.rows) {
+            client.Move(window, row.x, row.y);
+            EXPECT_TRUE(Eventually([&] { return watch->MonitorIndex() == row.monitor; })) << row.x << " " << row.y;
+        }
     }
+}
+
+// A window that only grows is never told to have shrunk, however late the answers about it come.
+TEST_F(WindowWatches, AnOldAnswerIsNoNews) {
+    struct Grower final : WindowWatch::Listener {
+        void OnWindowChange() noexcept override {
+            const uint32_t now = watch->ClientSize().width;
+            if (now < width.exchange(now))
+                shrunk = true;
+        }
+        WindowWatchPtr watch;
+        std::atomic<uint32_t> width{0};
+        std::atomic<bool> shrunk{false};
+    } grower;
+    const xcb_window_t window = client.Create({.width = 50, .height = 50});
+    grower.watch = OpenAlive(window);
+    grower.watch->AddListener(&grower);
+    constexpr uint32_t kLast = 4000;
+    for (uint32_t width = 51; width <= kLast; ++width) {
+        xcb_configure_window(client.Xcb(), window, XCB_CONFIG_WINDOW_WIDTH, &width);
+        xcb_flush(client.Xcb());
+        if (width % 8 == 0)
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    client.Sync();
+    EXPECT_TRUE(Eventually([&] { return grower.watch->ClientSize().width == kLast; }));
+    grower.watch->RemoveListener(&grower);
+    EXPECT_FALSE(grower.shrunk);
 }
 
 TEST(WindowWatch, WhatIsNoWindowIsDead) {
@@ -323,6 +368,74 @@ TEST(Beam, IsBelievedWhereModeAndRefreshesAgree) {
         measure.SetMode(row.clock, 2200, 1080, 1124);
         EXPECT_EQ(measure.Measured().period, 0) << "another";
     }
+}
+
+// A client of the event thread; what it does in its first turn is the test's.
+struct Guest final : EventClient {
+    void OnJoin(Connection&) override { ++joined; }
+    void OnTurn(Connection& connection) override {
+        if (const auto turn = std::exchange(atTurn, nullptr))
+            turn(connection);
+    }
+    void OnRoom() override { ++rooms; }
+    void OnLost() noexcept override {}
+    std::function<void(Connection&)> atTurn;
+    std::atomic<int> joined{0}, rooms{0};
+};
+
+// The event thread serves while the server stands still and the socket is full: neither its own requests nor those
+// behind a band are waited for. Whoever joined before it awaits room is told of it, be it a moment before.
+TEST_F(WindowWatches, AFullSocketHoldsNobodyUp) {
+    const xcb_window_t window = client.Create({.width = 50, .height = 50});
+    const WindowWatchPtr watch = OpenAlive(window);    // whoever saw it alive may send
+    const std::shared_ptr<Connection> connection = ConnectionOf(watch);
+    std::vector<std::shared_ptr<Guest>> guests;
+    const auto join = [&](std::function<void(Connection&)> turn) {
+        guests.push_back(std::make_shared<Guest>());
+        guests.back()->atTurn = std::move(turn);
+        connection->Join(guests.back());
+        EXPECT_TRUE(Eventually([&] { return guests.back()->joined == 1; }));
+    };
+    const auto late = std::make_shared<Guest>();
+    join([&](Connection& c) {
+        c.Join(late);    // when those who came were let in already
+        c.AwaitRoom();
+    });
+    EXPECT_TRUE(Eventually([&] { return late->rooms == 1; }));
+
+    server.Stop();
+    xcb_connection_t* const xcb = connection->Xcb();
+    const xcb_gcontext_t context = xcb_generate_id(xcb);
+    xcb_create_gc(xcb, context, window, 0, nullptr);
+    const auto rows = static_cast<uint16_t>(connection->Server().bandBytes / 4096);
+    const std::vector<uint8_t> pixels(size_t{4096} * rows);
+    std::atomic<bool> full{false};
+    std::thread sender([&] {
+        const auto band = [&] {
+            xcb_put_image(xcb, XCB_IMAGE_FORMAT_Z_PIXMAP, window, context, 1024, rows, 0, 0, 0, 24,
+                          static_cast<uint32_t>(pixels.size()), pixels.data());
+            for (int i = 0; i < 100; ++i)    // of others
+                xcb_no_operation(xcb);
+        };
+        while (connection->SendWithRoom(std::chrono::milliseconds(0), band)) {
+        }
+        full = true;
+    });
+    EXPECT_TRUE(Eventually([&] { return full.load(); }));
+    std::atomic<int> answers{0};
+    for (int i = 0; i < 3; ++i)
+        join([&](Connection& c) {
+            c.Ask<xcb_get_input_focus_reply_t>(xcb_get_input_focus(xcb), nullptr,
+                                               [&](ReplyPtr<xcb_get_input_focus_reply_t>) { ++answers; });
+        });
+    EXPECT_EQ(late->rooms, 1);
+    server.Continue();
+    sender.join();
+    EXPECT_TRUE(Eventually([&] { return answers == 3; })) << "sent once there is room, and nobody pokes";
+    for (const auto& guest : guests)
+        guest->Leave();
+    late->Leave();
+    connection->Poke();
 }
 
 // The server's vertical blanks come 60 times a second, whatever the mode says.

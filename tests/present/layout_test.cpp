@@ -67,6 +67,20 @@ TEST(Layout, ZoomSource) {
     }
 }
 
+TEST(Layout, OverviewRectKeepsItsMargins) {
+    RenderInfo info;
+    info.window = std::make_shared<FixedWatch>(Rect{100, 200, 500, 600});
+    const Four place{150, 230, 250, 290}, margin{1, 2, 3, 4};
+    std::ranges::copy(place, info.area.overview.rectangle);
+    std::ranges::copy(margin, info.area.overviewMargin);
+    EXPECT_EQ(OverviewRect(info, {}), (Rect{51, 32, 147, 86}));
+    info.area.overviewIsWindow = 1;
+    EXPECT_EQ(OverviewRect(info, {80, 60}), (Rect{1, 2, 77, 56}));
+    info.area.overviewIsWindow = 0;
+    info.window = std::make_shared<FixedWatch>(std::nullopt);
+    EXPECT_EQ(OverviewRect(info, {}), std::nullopt);
+}
+
 TEST(Layout, MarginsWiderThanTheWindow) {
     RenderInfo info;
     info.margin = {0, UINT32_MAX, 0, 0};

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdlib>
@@ -302,8 +303,7 @@ TEST_P(WindowLife, WindowBeyondTheLimits) {
             Push(manager, ++grey);
             EXPECT_TRUE(Eventually([&] { return presents > before; }));
         }
-        if (row.shown)
-            EXPECT_TRUE(Shows(window, Grey(grey), 300, 200));
+        EXPECT_EQ(row.shown ? Shows(window, Grey(grey), 300, 200) : Pixel(window, 300, 200) != Grey(grey), true);
         m_client.Resize(window, kSide, kSide);
         EXPECT_TRUE(Shows(window, Grey(grey)));
         m_client.Destroy(beside);
@@ -434,7 +434,11 @@ TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
     EXPECT_TRUE(Eventually([&] { return presents >= before + 100; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_LT(std::clock() - used, CLOCKS_PER_SEC / 4) << "nobody spins";
-    EXPECT_EQ(replaced, GetParam() == 0 ? 4 : 0) << "the plain one, once a channel";
+    EXPECT_TRUE(Eventually([&] {    // told with a picture, and known a moment after the death
+        for (const auto& manager : managers)
+            Push(*manager, 100);
+        return replaced == (GetParam() == 0 ? 4 : 0);
+    })) << "the plain one, once a channel";
     managers.front()->SetWindow(4711);
     managers.clear();
     log::hook = nullptr;
@@ -637,6 +641,81 @@ TEST_P(WindowLife, CyclesLeaveNothingInProcessAndServer) {
             << keeps << ", " << resources
             << " resources; descriptors, threads, resources, clients: " << testing::PrintToString(settled)
             << " and now " << testing::PrintToString(counts());
+    }
+}
+
+// Black is where the picture shows through the text, whatever the byte beside the colours says.
+TEST_P(WindowLife, BlackTextIsNone) {
+    const xcb_window_t window = Window();
+    std::atomic<int> texts{0};
+    CRenderMgr manager(this, window, GetParam());
+    manager.SetOsd(
+        [](void* count, OsdInfo* info) {
+            cairo_set_source_rgba(info->deviceContext, 0, 0, 0, 1);
+            cairo_paint(info->deviceContext);
+            ++*static_cast<std::atomic<int>*>(count);
+        },
+        &texts);
+    Push(manager, 100, 1000);
+    EXPECT_TRUE(Shows(window, Grey(100)));
+    EXPECT_TRUE(GetParam() != 0 || texts > 0);
+}
+
+// Beside an upright window as beside a wide one the overview shows the whole picture, and the window its own.
+TEST_P(WindowLife, OverviewBesideAnUprightWindow) {
+    const xcb_window_t window = m_client.Create({.x = 10, .y = 10, .width = 60, .height = 300});
+    const xcb_window_t second = m_client.Create({.x = 100, .y = 10, .width = 300, .height = 200});
+    CRenderMgr manager(this, window, GetParam());
+    DisplayArea area{};
+    area.overviewIsWindow = area.overviewEnabled = 1;
+    area.overview.window = second;
+    ASSERT_EQ(manager.SetDisplayArea(area, 33), Status::Ok);
+    Push(manager, 100);
+    EXPECT_TRUE(Shows(window, Grey(100), 59, 299) && Shows(window, Grey(100), 0, 0));
+    EXPECT_TRUE(Shows(second, Grey(100), 299, 199) && Shows(second, Grey(100), 0, 0));
+}
+
+// Twice a second from 0 to 9 and again, and from 0 with each new wait.
+TEST_P(WindowLife, CounterOfAWait) {
+    struct FastClock final : Clock {
+        int64_t Now() const override { return 100 * System().Now(); }
+        int64_t Wall() const override { return System().Wall(); }
+        bool WaitUntil(Condition& condition, MutexLock& lock, int64_t deadline) override {
+            return System().WaitUntil(condition, lock, deadline / 100);
+        }
+    } clock;
+    struct Counters {
+        std::mutex mutex;
+        std::vector<uint32_t> seen;
+    } counters;
+    const xcb_window_t window = Window();
+    CRenderMgr manager(this, window, GetParam(), clock);
+    manager.SetOsd(
+        [](void* context, OsdInfo* info) {
+            auto& own = *static_cast<Counters*>(context);
+            const std::lock_guard lock(own.mutex);
+            if (info->flags == CORVANE_OSD_WAITING)
+                own.seen.push_back(info->counter);
+        },
+        &counters);
+    for (const size_t length : {25, 3}) {
+        ASSERT_TRUE(Shows(window, 0));    // the background of another state
+        manager.Stop(true);
+        EXPECT_TRUE(Eventually([&] {
+            const std::lock_guard lock(counters.mutex);
+            return counters.seen.size() >= length;
+        }));
+        manager.ResetToStopped();
+        ASSERT_TRUE(Eventually([&] { return manager.State() == RenderState::Stopped; }));
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));    // the last of its pictures
+        const std::lock_guard lock(counters.mutex);
+        // A busy window costs a picture, but no step: it goes on rising, or begins anew after 9.
+        EXPECT_LE(counters.seen.front(), 1u);
+        for (size_t i = 1; i < counters.seen.size(); ++i)
+            EXPECT_TRUE(counters.seen[i] == 0 ? counters.seen[i - 1] >= 8 : counters.seen[i] > counters.seen[i - 1]);
+        EXPECT_EQ(*std::max_element(counters.seen.begin(), counters.seen.end()) >= 8, length > 10);
+        EXPECT_LE(*std::max_element(counters.seen.begin(), counters.seen.end()), 9u);
+        counters.seen.clear();
     }
 }
 

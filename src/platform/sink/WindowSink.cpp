@@ -246,7 +246,7 @@ bool ServerSink::Put(std::span<const Rect> parts) {
     }
     m_state->Put(xcb, m_facts, static_cast<uint16_t>(RowPixels()), static_cast<uint16_t>(m_imageSize.height), m_parts);
     // The sending may have read events, but the completion of the put is not among them.
-    if (xcb_flush(xcb) <= 0)
+    if (!m_connection->Flush())
         m_connection->Poke();
     return true;
 }

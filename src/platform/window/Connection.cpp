@@ -289,7 +289,7 @@ void Connection::Serve() {
 }
 
 void Connection::Sleep() {
-    const short room = m_awaitsRoom.load() ? POLLOUT : 0;
+    const short room = m_awaitsRoom.load() || m_unflushed ? POLLOUT : 0;
     pollfd sources[] = {{xcb_get_file_descriptor(m_xcb), static_cast<short>(POLLIN | room), 0}, {m_wake, POLLIN, 0}};
     poll(sources, 2, -1);
     uint64_t pokes;
@@ -298,9 +298,15 @@ void Connection::Sleep() {
     if ((sources[0].revents & room) == 0)
         return;
     m_awaitsRoom.store(false);    // whoever asks from here on is told later
+    Admit();                      // whoever asked may have joined since
     for (const std::shared_ptr<EventClient>& client : m_clients)
         if (!client->Left())
             Guarded(client.get(), [&] { client->OnRoom(); });
+}
+
+bool Connection::Flush() noexcept {
+    MutexLock lock(m_roomLock);
+    return HasRoom(std::chrono::milliseconds(0)) && xcb_flush(m_xcb) > 0;
 }
 
 bool Connection::HasRoom(std::chrono::milliseconds limit) const {
@@ -353,7 +359,7 @@ void Connection::Drain() {
         }
         for (const std::shared_ptr<EventClient>& client : m_clients)
             Guarded(client.get(), [&] { client->OnTurn(*this); });
-        xcb_flush(m_xcb);
+        m_unflushed = !Flush();
     } while (takeMore());
 }
 

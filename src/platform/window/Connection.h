@@ -93,7 +93,8 @@ public:
     xcb_connection_t* Xcb() const { return m_xcb; }
     const ServerInfo& Server() const { return m_server; }
     // Calls `send`, which sends at most Server().bandBytes of pixels, as soon as the socket has room for that; false,
-    // and not called, when it has none for `limit`: the server stands still, or is slow.
+    // and not called, when it has none for `limit`: the server stands still, or is slow. A Poke is due after it: what
+    // is still buffered then the event thread sends.
     template <typename Send>
     bool SendWithRoom(std::chrono::milliseconds limit, Send send) {
         const auto deadline = std::chrono::steady_clock::now() + limit;
@@ -102,7 +103,9 @@ public:
                 MutexLock lock(m_roomLock);    // nobody else takes the room
                 if (HasRoom(std::chrono::milliseconds(0))) {
                     send();
-                    xcb_flush(m_xcb);
+                    // The band may have taken all the room, and others have buffered requests behind it.
+                    if (HasRoom(std::chrono::milliseconds(0)))
+                        xcb_flush(m_xcb);
                     return true;
                 }
             }
@@ -112,6 +115,10 @@ public:
         }
         return false;
     }
+    // Sends what is buffered, if the socket has room. Never waits: while one thread waits to send, no other can even
+    // buffer a request. False when it has none, or the connection is lost: with the next turn, for which a Poke is due,
+    // the event thread sends it as soon as there is room.
+    bool Flush() noexcept;
     // Has OnRoom called, once, when there is room again.
     void AwaitRoom() noexcept {
         m_awaitsRoom.store(true);
@@ -193,6 +200,7 @@ private:
     std::unordered_map<xcb_window_t, Selection> m_selected;
 
     std::atomic<bool> m_awaitsRoom{false};
+    bool m_unflushed = false;               // for want of room; on the event thread
     Mutex m_roomLock;                       // from the look for room to the end of the sending; a leaf
     std::atomic<bool> m_counted{false};     // in OpenCount
     std::atomic<bool> m_finished{false};    // the thread is about to end: joining it takes no time

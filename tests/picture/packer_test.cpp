@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <map>
 #include <sstream>
 #include <vector>
 
@@ -60,30 +61,20 @@ uint32_t Step(void* packer, const std::string& word) {
     const auto count = static_cast<uint32_t>(std::strtoul(word.c_str() + 1, nullptr, 10));
     const auto value =
         colon == std::string::npos ? 0 : static_cast<uint32_t>(std::strtoul(word.c_str() + colon + 1, nullptr, 16));
-    switch (word[0]) {
-    case 'b':
-        return PB_SpliceBits(packer, count, value);
-    case 'y':
-        return PB_SpliceBytes(packer, count, value);
-    case 'p':
-        return PB_PutBytes(packer, word.data() + 1, static_cast<uint32_t>(word.size() - 1));
-    case 'a':
-        return PB_SpliceAlign(packer);
-    case 'o':
-        return PB_SpliceAlignOneBits(packer);
-    case 's':
-        return PB_SpliceStuffing(packer);
-    case 'u':
-        return PB_GetUnAlignBytes(packer) == uint64_t{value} << 32 ? 0 : 1;
-    case 'm':
-        return PB_SetBookmark(packer);
-    case 'g':
-        return PB_GotoBookmark(packer);
-    case 'f':
-        return PB_FlushPool(packer);
-    default:
-        return PB_UpdateByteCount(packer);
-    }
+    const std::map<char, std::function<uint32_t()>> calls = {
+        {'b', [&] { return PB_SpliceBits(packer, count, value); }},
+        {'y', [&] { return PB_SpliceBytes(packer, count, value); }},
+        {'p', [&] { return PB_PutBytes(packer, word.data() + 1, static_cast<uint32_t>(word.size() - 1)); }},
+        {'a', [&] { return PB_SpliceAlign(packer); }},
+        {'o', [&] { return PB_SpliceAlignOneBits(packer); }},
+        {'s', [&] { return PB_SpliceStuffing(packer); }},
+        {'u', [&] { return PB_GetUnAlignBytes(packer) == uint64_t{value} << 32 ? 0u : 1u; }},
+        {'m', [&] { return PB_SetBookmark(packer); }},
+        {'g', [&] { return PB_GotoBookmark(packer); }},
+        {'f', [&] { return PB_FlushPool(packer); }},
+        {'c', [&] { return PB_UpdateByteCount(packer); }},
+    };
+    return calls.at(word[0])();
 }
 
 // Linear modes get `room` bytes in front of a page that cannot be touched, pool modes a pool of 16.

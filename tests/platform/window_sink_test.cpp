@@ -141,10 +141,10 @@ TEST_P(SinkConformance, PixelsPutArePixelsReadAtAnySize) {
         uint16_t width, height;
         size_t pixels;    // of the memory
     } rows[] = {
-        {100, 80, 128 * 80},           {1, 1, 128 * 80},
-        {100, 100, 128 * 100 * 9 / 8}, {100, 112, 128 * 100 * 9 / 8},
-        {33, 7, 128 * 100 * 9 / 8},    {320, 400, 320 * 400 * 9 / 8},    // larger than one band
-        {320, 440, 320 * 400 * 9 / 8}, {100, 80, 320 * 400 * 9 / 8},
+        {100, 80, 128 * 80},           {1, 1, 128 * 80},           {100, 100, 128 * 100 * 9 / 8},
+        {100, 112, 128 * 100 * 9 / 8}, {33, 7, 128 * 100 * 9 / 8}, {320, 400, 320 * 400 * 9 / 8},
+        {320, 440, 320 * 400 * 9 / 8},    // more than one band
+        {100, 80, 320 * 400 * 9 / 8},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);

@@ -180,6 +180,24 @@ TEST_P(SinkConformance, PixelsPutArePixelsReadAtAnySize) {
     m_sink->Put(std::array{Rect{0, 0, 100, 80}});    // what is left is as it was
     ASSERT_TRUE(Becomes(State::Ready));
     EXPECT_TRUE(Shows({0, 0, 100, 80}));
+
+    // Changes that wait for nothing, and sinks beside it that come and go, leave nothing.
+    const auto held = [&] {
+        return std::array{Descriptors(), Mappings(words[0]), Mappings(words[1]), size_t{m_client->ForeignResources()}};
+    };
+    const auto before = held();
+    for (uint32_t i = 0; i <= 200; ++i) {
+        ResizeTo({i == 200 ? 100 : 50 + i % 7 * 20, 60});
+        Draw(i);
+        m_sink->Put(std::array{Rect{0, 0, 200, 60}});
+        if (i % 4 == 0) {
+            const auto other = WindowSink::Make(m_watch, nullptr);
+            ASSERT_EQ(other->Prepare(), State::Ready);
+            other->Put(std::array{Rect{0, 0, 60, 60}});
+        }
+    }
+    ASSERT_TRUE(Becomes(State::Ready));
+    EXPECT_TRUE(Eventually([&] { return held() == before; }));
 }
 
 TEST_P(SinkConformance, BusyUntilTheServerHasReadAndThenTold) {
@@ -250,35 +268,6 @@ TEST_P(SinkConformance, WindowOrServerGoneWithAPutPending) {
     m_sink->Put(std::array{Rect{0, 0, 100, 80}});
     EXPECT_EQ(Descriptors(), descriptors);
     EXPECT_EQ(OpenConnections(), 0u);
-}
-
-TEST_P(SinkConformance, ResizesLeaveNothing) {
-    const auto put = [&](uint16_t side) {
-        ResizeTo({side, 60});
-        Draw(side);
-        m_sink->Put(std::array{Rect{0, 0, side, 60}});
-    };
-    const auto settle = [&] {    // until the server has taken all of it
-        put(100);
-        ASSERT_TRUE(Becomes(State::Ready) && Shows({0, 0, 100, 60}));
-    };
-    const auto counts = [&] {
-        return std::array{Descriptors(), Mappings("memfd:corvane"), Mappings("SYSV"),
-                          size_t{m_client->ForeignResources()}};
-    };
-    settle();
-    const auto before = counts();
-    for (uint16_t i = 0; i < 200; ++i)
-        put(static_cast<uint16_t>(50 + i % 7 * 20));
-    settle();
-    EXPECT_EQ(counts(), before);
-    // Sinks beside it come and go likewise.
-    for (int i = 0; i < 50; ++i) {
-        const auto other = WindowSink::Make(m_watch, nullptr);
-        ASSERT_EQ(other->Prepare(), State::Ready);
-        other->Put(std::array{Rect{0, 0, 60, 60}});
-    }
-    EXPECT_TRUE(Eventually([&] { return counts() == before; }));
 }
 
 std::string NameOf(const testing::TestParamInfo<std::tuple<Way, uint8_t>>& row) {

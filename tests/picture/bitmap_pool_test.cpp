@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 #include <thread>
-#include <vector>
 
 #include "base/FailurePoint.h"
 #include "picture/BitmapPool.h"

@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
@@ -21,6 +20,7 @@
 namespace corvane {
 namespace {
 
+using test::Entries;
 using test::Eventually;
 using test::MappedBytes;
 using test::XClient;
@@ -31,9 +31,6 @@ using State = WindowSink::State;
 
 enum class Way { Descriptor, Segment, Bands };
 
-size_t Descriptors() {
-    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
-}
 // Mappings of this process whose line has `word` in it.
 size_t Mappings(const char* word) {
     std::ifstream maps("/proc/self/maps");
@@ -183,7 +180,8 @@ TEST_P(SinkConformance, PixelsPutArePixelsReadAtAnySize) {
 
     // Changes that wait for nothing, and sinks beside it that come and go, leave nothing.
     const auto held = [&] {
-        return std::array{Descriptors(), Mappings(words[0]), Mappings(words[1]), size_t{m_client->ForeignResources()}};
+        return std::array{Entries("/proc/self/fd"), Mappings(words[0]), Mappings(words[1]),
+                          size_t{m_client->ForeignResources()}};
     };
     const auto before = held();
     for (uint32_t i = 0; i <= 200; ++i) {
@@ -261,12 +259,12 @@ TEST_P(SinkConformance, WindowOrServerGoneWithAPutPending) {
 
     Open();
     ASSERT_TRUE(Becomes(State::Ready));
-    const size_t descriptors = Descriptors();
+    const size_t descriptors = Entries("/proc/self/fd");
     m_server->Kill();
     m_sink->Put(std::array{Rect{0, 0, 100, 80}});
     EXPECT_TRUE(Becomes(State::Absent));
     m_sink->Put(std::array{Rect{0, 0, 100, 80}});
-    EXPECT_EQ(Descriptors(), descriptors);
+    EXPECT_EQ(Entries("/proc/self/fd"), descriptors);
     EXPECT_EQ(OpenConnections(), 0u);
 }
 
@@ -328,7 +326,7 @@ TEST(WindowSink, FailingCallsAreGotAround) {
     const xcb_window_t window = client.Create();
     const WindowWatchPtr watch = WindowWatch::Open(window, Purpose::Draw);
     ASSERT_TRUE(Eventually([&] { return watch->Viewable(); }));
-    const size_t descriptors = Descriptors();
+    const size_t descriptors = Entries("/proc/self/fd");
     for (const bool forGood : {false, true}) {
         for (uint64_t n = 1; n <= 3; ++n) {
             const auto sink = WindowSink::Make(watch, nullptr);
@@ -340,7 +338,7 @@ TEST(WindowSink, FailingCallsAreGotAround) {
             EXPECT_TRUE(Eventually([&] { return Shows(client, window, grey); }));
         }
     }
-    EXPECT_EQ(Descriptors(), descriptors);
+    EXPECT_EQ(Entries("/proc/self/fd"), descriptors);
 }
 
 // A thread in an IPC world of its own makes segments that the server cannot attach; memory by descriptor it can.

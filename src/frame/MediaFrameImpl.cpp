@@ -164,7 +164,6 @@ MediaFrameImpl::MediaFrameImpl(const MediaFrameHeader& header) {
 
     m_interlaced.store(m_extension.interlaced, std::memory_order_relaxed);
     m_fieldCoded.store(m_extension.fieldCoded, std::memory_order_relaxed);
-    m_notForDisplay.store(m_extension.notForDisplay, std::memory_order_relaxed);
     m_header = &record;
     m_block = block.release();
 }

@@ -55,10 +55,9 @@ public:
 
     bool Interlaced() const { return m_interlaced.load(std::memory_order_relaxed); }
     bool FieldCoded() const { return m_fieldCoded.load(std::memory_order_relaxed); }
-    bool NotForDisplay() const { return m_notForDisplay.load(std::memory_order_relaxed); }
+    bool NotForDisplay() const { return m_extension.notForDisplay; }
     void RaiseInterlaced() { m_interlaced.store(true, std::memory_order_relaxed); }
     void RaiseFieldCoded() { m_fieldCoded.store(true, std::memory_order_relaxed); }
-    void RaiseNotForDisplay() { m_notForDisplay.store(true, std::memory_order_relaxed); }
 
     // Four characters in memory order; "QMRX" where the frame names none.
     uint32_t VendorTag() const { return m_extension.vendorTag; }
@@ -83,7 +82,6 @@ private:
     int64_t m_arrivedAt = 0;
     std::atomic<bool> m_interlaced{false};
     std::atomic<bool> m_fieldCoded{false};
-    std::atomic<bool> m_notForDisplay{false};
 };
 
 using FramePtr = std::shared_ptr<MediaFrameImpl>;

@@ -1,4 +1,4 @@
-// Between three planes (I420) and two (NV12: Y, then U V pairs), and from 32 bit RGB to three planes.
+// Between three planes (I420) and two (NV12: Y, then U V pairs).
 #pragma once
 
 #include <cstddef>
@@ -17,13 +17,6 @@ int32_t I420ToNV12(const uint8_t* y, ptrdiff_t yStep, const uint8_t* u, ptrdiff_
 int32_t NV12ToI420(const uint8_t* y, ptrdiff_t yStep, const uint8_t* uv, ptrdiff_t uvStep, uint8_t* outY,
                    ptrdiff_t outYStep, uint8_t* outU, ptrdiff_t outUStep, uint8_t* outV, ptrdiff_t outVStep,
                    uint32_t width, uint32_t height);
-
-// From bytes B G R A: Y = (7471 B + 38470 G + 19595 R + 32768) >> 16 for each pixel; for each whole block of 2 x 2,
-// with the sums b, g, r over its four pixels, U = (32768 b - 21709 g - 11059 r + 0x2008000) >> 18 and V = (32768 r -
-// 27439 g - 5329 b + 0x2008000) >> 18. Width and height are at least 1. The chroma of an odd last row or column is not
-// written and gives kOddPartUnwritten.
-int32_t BGRAToI420(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* outY, ptrdiff_t outYStep, uint8_t* outU,
-                   ptrdiff_t outUStep, uint8_t* outV, ptrdiff_t outVStep, uint32_t width, uint32_t height);
 
 namespace ref {
 void MergeRow(const uint8_t* u, const uint8_t* v, uint8_t* uv, size_t pairs);

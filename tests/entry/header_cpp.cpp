@@ -7,7 +7,6 @@
 #include <cstddef>
 
 // The layouts that clients were built with.
-static_assert(sizeof(PBInitial) == 56 && sizeof(JPEGEncOptions) == 152 && sizeof(JPEGEncRequest) == 32);
 static_assert(sizeof(MediaFrameHeader) == 264 && offsetof(MediaFrameHeader, detail) == 84 &&
               offsetof(MediaFrameHeader, reservedTail) == 112 && offsetof(MediaFrameHeader, extension) == 120 &&
               offsetof(MediaFrameHeader, references) == 136 && offsetof(MediaFrameHeader, pictureWidth) == 152 &&

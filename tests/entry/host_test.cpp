@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <locale.h>
 #include <signal.h>
-#include <unistd.h>
 
 #include <array>
 #include <filesystem>

@@ -4,7 +4,6 @@
 #include <dlfcn.h>
 
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <random>
 #include <vector>

@@ -109,6 +109,8 @@ constexpr uint32_t kFormats[] = {PF_I420,       PF_NV12,   PF_YV12,  PF_YUY2,
 // One chain for all cases in turn equals the plain form, and holds no more than a new chain: scratch of an earlier case
 // goes when the next does not use it.
 void CheckCase(const Case& c, FilterChain& chain, uint32_t seed) {
+    SCOPED_TRACE(testing::Message() << "run " << seed << ", " << c.width << "x" << c.height << ", " << c.filters
+                                    << " filters to format " << c.format);
     Tessaro()->outWidth = c.dewarpedWidth;
     Tessaro()->outHeight = c.dewarpedHeight;
     const Decoded decoded(c.width, c.height, c.nv12, seed);
@@ -156,7 +158,6 @@ TEST(FilterChain, EveryRoadOfTheTableOfSteps) {
         c.targetHeight = flag(5) ? (back ? c.height : 36) : c.dewarp ? c.dewarpedHeight : c.height;
         c.filters = run >> 6 & 3;
         c.format = kFormats[run >> 8];
-        SCOPED_TRACE(testing::Message() << "run " << run << ", " << c.filters << " filters to format " << c.format);
         ASSERT_NO_FATAL_FAILURE(CheckCase(c, chain, run));
     }
 }
@@ -176,8 +177,6 @@ TEST(FilterChain, OddSizesEqualThePlainForm) {
         c.height = c.targetHeight = kOdd[random() % 4];
         c.targetWidth += random() % 2 == 0 ? 0 : 6;
         c.targetHeight += random() % 2 == 0 ? 0 : 2;
-        SCOPED_TRACE(testing::Message() << "run " << run << ", " << c.width << "x" << c.height << " to format "
-                                        << c.format);
         ASSERT_NO_FATAL_FAILURE(CheckCase(c, chain, run));
     }
 }

@@ -2,6 +2,8 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <functional>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -29,27 +31,18 @@ FramePtr Frame(char letter, int64_t timeMs) {
 // One word of a script, and what came of it. Letters of frames (K key video, v video, p key placeholder, a audio, m
 // metadata, u unknown) push one of that time.
 int64_t Do(JitterQueue& queue, char letter, int64_t number) {
-    FramePtr out;
-    switch (letter) {
-    case '<':
-        return queue.Pop(out);
-    case 'B':
-        return queue.SetBufferTime(static_cast<uint32_t>(number)), 0;
-    case '-':
-        return queue.SetReverse(true), 0;
-    case 'L':
-        return static_cast<int64_t>(queue.LevelMs());
-    case 'b':
-        return queue.IsBuffering();
-    case 'C':
-        return static_cast<int64_t>(queue.Clear().size());
-    case 'R':
-        return static_cast<int64_t>(queue.Reset().size());
-    case 'S':
-        return static_cast<int64_t>(queue.Skip(number).size());
-    default:
-        return queue.Push(Frame(letter, number));
-    }
+    const std::map<char, std::function<int64_t()>> calls = {
+        {'<', [&, out = FramePtr()]() mutable { return queue.Pop(out); }},
+        {'B', [&] { return queue.SetBufferTime(static_cast<uint32_t>(number)), 0; }},
+        {'-', [&] { return queue.SetReverse(true), 0; }},
+        {'L', [&] { return static_cast<int64_t>(queue.LevelMs()); }},
+        {'b', [&] { return queue.IsBuffering(); }},
+        {'C', [&] { return static_cast<int64_t>(queue.Clear().size()); }},
+        {'R', [&] { return static_cast<int64_t>(queue.Reset().size()); }},
+        {'S', [&] { return static_cast<int64_t>(queue.Skip(number).size()); }},
+    };
+    const auto call = calls.find(letter);
+    return call != calls.end() ? call->second() : queue.Push(Frame(letter, number));
 }
 
 TEST(JitterQueue, Scripts) {

@@ -1,14 +1,16 @@
 #include <cairo.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 #include <thread>
-#include <vector>
 
+#include "base/FailurePoint.h"
 #include "picture/BitmapPool.h"
 #include "picture/BmpFile.h"
+#include "platform/raster/DrawContext.h"
 
 namespace corvane {
 namespace {
@@ -58,7 +60,7 @@ TEST(BitmapPool, TwoThreadsAddAndRelease) {
 TEST(BitmapPool, FilesAndSurfacesOfEqualPixelsAreOne) {
     const std::filesystem::path folder = testing::TempDir() + "corvane_pool_" + std::to_string(getpid());
     std::filesystem::create_directories(folder);
-    const std::string bmp = folder / "a.picture", png = folder / "b.picture", text = folder / "c.bmp";
+    const std::string bmp = folder / "a.picture", png = folder / "b.picture", pipe = folder / "pipe";
     Raster picture = Picture(6, 5, 0x405060);    // 0x00BBGGRR
     Fill(picture.View(), {0, 0, 6, 1}, 0x0000FF);
     picture.View().data[3] = 0xFF;
@@ -66,7 +68,6 @@ TEST(BitmapPool, FilesAndSurfacesOfEqualPixelsAreOne) {
     WriteBmp(picture.View(), reinterpret_cast<uint8_t*>(bytes.data()));
     EXPECT_EQ(bytes[54 + 4 * 6 * 4 + 3], 0) << "the byte that is not used";
     std::ofstream(bmp, std::ios::binary) << bytes;
-    std::ofstream(text) << "BM, but no picture";
     cairo_surface_t* const surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 6, 5);
     cairo_t* const context = cairo_create(surface);
     cairo_set_source_rgb(context, 0x60 / 255.0, 0x50 / 255.0, 0x40 / 255.0);
@@ -86,8 +87,30 @@ TEST(BitmapPool, FilesAndSurfacesOfEqualPixelsAreOne) {
     EXPECT_EQ(BitmapPool::Copy(surface, copied), Status::Ok);
     EXPECT_EQ(copied, wanted);
     cairo_surface_destroy(surface);
-    for (const std::string& path : {text, folder.string(), bmp + "x"})
+    for (uint64_t n = 1;; ++n) {    // each fallible call in turn
+        ASSERT_LT(n, 50u);
+        failure::Arm(static_cast<uint32_t>(failure::Site::PlatformCall), n, false);
+        const Status status = BitmapPool::Load(png.c_str(), loaded);
+        const bool drawn = DrawContext(wanted->View(), 2, 2).Get() != nullptr;
+        const uint64_t hits = failure::Hits();
+        failure::Disarm();
+        EXPECT_EQ(Ok(status) && drawn, hits < n) << n;
+        if (hits < n)
+            break;
+    }
+
+    std::ifstream stream(png, std::ios::binary);
+    const std::string good{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    for (const auto& [name, content] : {std::pair{"text", std::string("BM, but no picture")},
+                                        {"cut", good.substr(0, good.size() / 2)},
+                                        {"2 thousand million columns", std::string(good).replace(16, 1, "\x7F")}}) {
+        std::ofstream(folder / name, std::ios::binary) << content;
+        EXPECT_EQ(BitmapPool::Load((folder / name).c_str(), none), Status::Failed) << name;
+    }
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string& path : {pipe, folder.string(), bmp + "x", std::string("/dev/zero"), std::string()})
         EXPECT_EQ(BitmapPool::Load(path.c_str(), none), Status::Failed) << path;
+    EXPECT_EQ(BitmapPool::Load(nullptr, none), Status::Failed);
     EXPECT_EQ(BitmapPool::Copy(nullptr, none), Status::Failed);
     EXPECT_EQ(none, nullptr);
     std::filesystem::remove_all(folder);

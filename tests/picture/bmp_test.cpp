@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <sstream>
-#include <string>
 #include <vector>
 
 #include "picture/BmpFile.h"

@@ -2,16 +2,11 @@
 
 #include <cairo.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <utility>
 #include <vector>
 
-#include "base/FailurePoint.h"
 #include "base/Limits.h"
 #include "platform/raster/DrawContext.h"
 #include "platform/raster/Surface.h"
@@ -167,44 +162,6 @@ TEST(CopySurface, WhatIsNoPicture) {
         cairo_surface_destroy(made);
     }
     EXPECT_EQ(Pixel(out.View(), 1, 1), 0x010107u);    // what was there stays
-}
-
-TEST(Png, GoodMissingDamagedAndFailing) {
-    const std::filesystem::path folder = testing::TempDir() + "corvane_png_" + std::to_string(getpid());
-    std::filesystem::create_directories(folder);
-    const std::string good = folder / "good.png", cut = folder / "cut.png", pipe = folder / "pipe";
-    cairo_surface_t* const made = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 5, 4);
-    std::memset(cairo_image_surface_get_data(made), 0x80, 5 * 4 * 4);
-    cairo_surface_mark_dirty(made);
-    ASSERT_EQ(cairo_surface_write_to_png(made, good.c_str()), CAIRO_STATUS_SUCCESS);
-    cairo_surface_destroy(made);
-    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    std::ifstream stream(good, std::ios::binary);
-    std::vector<char> bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-    std::ofstream(cut, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size() / 2));
-
-    Raster out;
-    ASSERT_EQ(LoadPng(good.c_str(), out), Status::Ok);
-    EXPECT_EQ(out.View().Bounds(), (Rect{0, 0, 5, 4}));
-    EXPECT_EQ(Pixel(out.View(), 4, 3), 0x808080u);    // half of white over black
-    for (const std::string& path : {cut, pipe, folder.string(), good + "x", std::string("/dev/zero"), std::string()})
-        EXPECT_EQ(LoadPng(path.c_str(), out), Status::Failed) << path;
-    EXPECT_EQ(LoadPng(nullptr, out), Status::Failed);
-    bytes[16] = 0x7F;    // 2 thousand million columns
-    EXPECT_EQ(ReadPng({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()}, out), Status::Failed);
-
-    for (uint64_t n = 1;; ++n) {    // each fallible call in turn
-        failure::Arm(static_cast<uint32_t>(failure::Site::PlatformCall), n, false);
-        const Status status = LoadPng(good.c_str(), out);
-        const bool drawn = DrawContext(out.View(), 2, 2).Get() != nullptr;
-        const uint64_t hits = failure::Hits();
-        failure::Disarm();
-        EXPECT_EQ(Ok(status) && drawn, hits < n) << n;
-        if (hits < n)
-            break;
-        ASSERT_LT(n, 50u);
-    }
-    std::filesystem::remove_all(folder);
 }
 
 }    // namespace

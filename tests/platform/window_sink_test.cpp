@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
@@ -21,6 +20,7 @@
 namespace corvane {
 namespace {
 
+using test::Entries;
 using test::Eventually;
 using test::MappedBytes;
 using test::XClient;
@@ -31,9 +31,6 @@ using State = WindowSink::State;
 
 enum class Way { Descriptor, Segment, Bands };
 
-size_t Descriptors() {
-    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
-}
 // Mappings of this process whose line has `word` in it.
 size_t Mappings(const char* word) {
     std::ifstream maps("/proc/self/maps");
@@ -80,6 +77,10 @@ protected:
     bool Becomes(State state) {
         return Eventually([&] { return m_sink->Prepare() == state; });
     }
+    void ResizeTo(Size size) {
+        m_client->Resize(m_window, static_cast<uint16_t>(size.width), static_cast<uint16_t>(size.height));
+        ASSERT_TRUE(Eventually([&] { return m_sink->Prepare() == State::Ready && m_sink->Size() == size; }));
+    }
     // A picture that no two places or runs share; kept to compare with.
     void Draw(uint32_t seed) {
         std::minstd_rand random(seed);
@@ -124,35 +125,77 @@ protected:
     std::vector<uint32_t> m_pixels;
 };
 
-TEST_P(SinkConformance, PixelsPutArePixelsRead) {
-    // The last is larger than one band.
-    for (const Size size : {Size{100, 80}, Size{1, 1}, Size{33, 7}, Size{640, 480}}) {
-        SCOPED_TRACE(size.width);
-        const Rect all{0, 0, size.width, size.height};
-        m_client->Resize(m_window, static_cast<uint16_t>(size.width), static_cast<uint16_t>(size.height));
-        ASSERT_TRUE(Eventually([&] { return m_sink->Prepare() == State::Ready && m_sink->Size() == size; }));
+// A window that changes its size: an eighth more than is needed where memory is too small, the same memory where it is
+// not, and what is too much goes back a second after the last change.
+TEST_P(SinkConformance, PixelsPutArePixelsReadAtAnySize) {
+    const char* const words[] = {"memfd:corvane", "SYSV"};
+    const size_t bytes = m_depth == 16 ? 2 : 4;
+    const auto pages = [&](size_t pixels) { return (pixels * bytes + 64 + 4095) / 4096; };
+    const auto mapped = [&](bool resident) {    // memory of bands cannot be told from other memory
+        return MappedBytes(words[m_way == Way::Descriptor ? 0 : 1], resident) / 4096;
+    };
+    const struct {
+        uint16_t width, height;
+        size_t pixels;    // of the memory
+    } rows[] = {
+        {100, 80, 128 * 80},           {1, 1, 128 * 80},           {100, 100, 128 * 100 * 9 / 8},
+        {100, 112, 128 * 100 * 9 / 8}, {33, 7, 128 * 100 * 9 / 8}, {320, 400, 320 * 400 * 9 / 8},
+        {320, 440, 320 * 400 * 9 / 8},    // more than one band
+        {100, 80, 320 * 400 * 9 / 8},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        const Rect all{0, 0, row.width, row.height};
+        ResizeTo({row.width, row.height});
         EXPECT_TRUE(m_sink->Fresh());
-        EXPECT_EQ(Mappings("memfd:corvane"), m_way == Way::Descriptor ? 1u : 0u);
-        EXPECT_EQ(Mappings("SYSV"), m_way == Way::Segment ? 1u : 0u);
-        Draw(size.width);
+        for (const Way way : {Way::Descriptor, Way::Segment})
+            EXPECT_EQ(Mappings(words[static_cast<int>(way)]), m_way == way ? 1u : 0u);
+        EXPECT_TRUE(m_way == Way::Bands || mapped(false) == pages(row.pixels)) << mapped(false);
+        Raster copy;
+        EXPECT_FALSE(m_sink->Copy(copy)) << "nothing was drawn yet";
+        Draw(row.width);
         m_sink->Put(std::array{Rect{-5, -5, 1 << 20, 1 << 20}, Rect{900, 900, 910, 910}});
         EXPECT_FALSE(m_sink->Fresh());
         ASSERT_TRUE(Becomes(State::Ready));
         EXPECT_TRUE(Shows(all));
-        Raster copy;
         ASSERT_TRUE(m_sink->Copy(copy));
-        EXPECT_EQ(std::memcmp(copy.View().data, m_pixels.data(), size.width * 4), 0);
+        EXPECT_EQ(std::memcmp(copy.View().data, m_pixels.data(), size_t{row.width} * 4), 0);
         const std::vector<uint32_t> before = Expected(all);
-        if (size.width < 33)
+        if (row.width < 33)
             continue;
         const Rect parts[] = {{3, 2, 10, 5}, {20, 1, 33, 7}};    // and nothing else changes
-        Draw(size.width + 1);
+        Draw(row.width + 1u);
         m_sink->Put(parts);
         ASSERT_TRUE(Becomes(State::Ready));
         for (const Rect& part : parts)
             EXPECT_TRUE(Shows(part));
         EXPECT_EQ(OnWindow({0, 0, 1, 1})[0], before[0]);
     }
+    EXPECT_TRUE(m_sink->Trim()) << "not at once";
+    EXPECT_TRUE(Eventually([&] { return !m_sink->Trim(); }));
+    EXPECT_TRUE(m_way == Way::Bands || mapped(true) == pages(128 * 80)) << mapped(true);
+    m_sink->Put(std::array{Rect{0, 0, 100, 80}});    // what is left is as it was
+    ASSERT_TRUE(Becomes(State::Ready));
+    EXPECT_TRUE(Shows({0, 0, 100, 80}));
+
+    // Changes that wait for nothing, and sinks beside it that come and go, leave nothing.
+    const auto held = [&] {
+        return std::array{Entries("/proc/self/fd"), Mappings(words[0]), Mappings(words[1]),
+                          size_t{m_client->ForeignResources()}};
+    };
+    const auto before = held();
+    for (uint32_t i = 0; i <= 200; ++i) {
+        ResizeTo({i == 200 ? 100 : 50 + i % 7 * 20, 60});
+        Draw(i);
+        m_sink->Put(std::array{Rect{0, 0, 200, 60}});
+        if (i % 4 == 0) {
+            const auto other = WindowSink::Make(m_watch, nullptr);
+            ASSERT_EQ(other->Prepare(), State::Ready);
+            other->Put(std::array{Rect{0, 0, 60, 60}});
+        }
+    }
+    ASSERT_TRUE(Becomes(State::Ready));
+    EXPECT_TRUE(Eventually([&] { return held() == before; }));
 }
 
 TEST_P(SinkConformance, BusyUntilTheServerHasReadAndThenTold) {
@@ -164,8 +207,7 @@ TEST_P(SinkConformance, BusyUntilTheServerHasReadAndThenTold) {
         std::atomic<int> changes{0}, ready{0};
     } counter;
     const Rect all{0, 0, 640, 480};    // in 24 bits more than a socket holds
-    m_client->Resize(m_window, 640, 480);
-    ASSERT_TRUE(Eventually([&] { return m_sink->Prepare() == State::Ready && m_sink->Size() == Size{640, 480}; }));
+    ResizeTo({640, 480});
     m_watch->AddListener(&counter);
     for (uint32_t round = 1; round <= 2; ++round) {
         Draw(round);
@@ -217,82 +259,13 @@ TEST_P(SinkConformance, WindowOrServerGoneWithAPutPending) {
 
     Open();
     ASSERT_TRUE(Becomes(State::Ready));
-    const size_t descriptors = Descriptors();
+    const size_t descriptors = Entries("/proc/self/fd");
     m_server->Kill();
     m_sink->Put(std::array{Rect{0, 0, 100, 80}});
     EXPECT_TRUE(Becomes(State::Absent));
     m_sink->Put(std::array{Rect{0, 0, 100, 80}});
-    EXPECT_EQ(Descriptors(), descriptors);
+    EXPECT_EQ(Entries("/proc/self/fd"), descriptors);
     EXPECT_EQ(OpenConnections(), 0u);
-}
-
-TEST_P(SinkConformance, ResizesLeaveNothing) {
-    const auto put = [&](uint16_t side) {
-        m_client->Resize(m_window, side, 60);
-        ASSERT_TRUE(Eventually([&] { return m_sink->Prepare() == State::Ready && m_sink->Size() == Size{side, 60}; }));
-        Draw(side);
-        m_sink->Put(std::array{Rect{0, 0, side, 60}});
-    };
-    const auto settle = [&] {    // until the server has taken all of it
-        put(100);
-        ASSERT_TRUE(Becomes(State::Ready) && Shows({0, 0, 100, 60}));
-    };
-    const auto counts = [&] {
-        return std::array{Descriptors(), Mappings("memfd:corvane"), Mappings("SYSV"),
-                          size_t{m_client->ForeignResources()}};
-    };
-    settle();
-    const auto before = counts();
-    for (uint16_t i = 0; i < 200; ++i)
-        put(static_cast<uint16_t>(50 + i % 7 * 20));
-    settle();
-    EXPECT_EQ(counts(), before);
-    // Sinks beside it come and go likewise.
-    for (int i = 0; i < 50; ++i) {
-        const auto other = WindowSink::Make(m_watch, nullptr);
-        ASSERT_EQ(other->Prepare(), State::Ready);
-        other->Put(std::array{Rect{0, 0, 60, 60}});
-    }
-    EXPECT_TRUE(Eventually([&] { return counts() == before; }));
-}
-
-// A window that changes its size: an eighth more than is needed where memory is too small, the same memory where it is
-// not, and what is too much goes back a second after the last change.
-TEST_P(SinkConformance, MemoryOfAnImageThatChangesItsSize) {
-    const bool tells = m_way != Way::Bands;    // its memory cannot be told from other memory
-    const char* const word = m_way == Way::Descriptor ? "memfd:corvane" : "SYSV";
-    const size_t bytes = m_depth == 16 ? 2 : 4;
-    constexpr size_t kPage = 4096;
-    const struct {
-        uint16_t width, height;
-        size_t pixels;    // of the memory
-    } rows[] = {
-        {100, 80, 128 * 80},          {100, 100, 128 * 100 * 9 / 8}, {100, 112, 128 * 100 * 9 / 8},
-        {20, 10, 128 * 100 * 9 / 8},  {320, 400, 320 * 400 * 9 / 8}, {320, 440, 320 * 400 * 9 / 8},
-        {100, 80, 320 * 400 * 9 / 8},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(&row - rows);
-        const Size size{row.width, row.height};
-        m_client->Resize(m_window, row.width, row.height);
-        ASSERT_TRUE(Eventually([&] { return m_sink->Prepare() == State::Ready && m_sink->Size() == size; }));
-        if (tells)
-            EXPECT_EQ(MappedBytes(word, false) / kPage, (row.pixels * bytes + 64 + kPage - 1) / kPage);
-        Raster copy;
-        EXPECT_FALSE(m_sink->Copy(copy)) << "nothing was drawn yet";
-        Draw(row.width);
-        m_sink->Put(std::array{Rect{0, 0, size.width, size.height}});
-        ASSERT_TRUE(Becomes(State::Ready));
-        EXPECT_TRUE(Shows({0, 0, size.width, size.height}));
-        EXPECT_TRUE(m_sink->Copy(copy));
-    }
-    EXPECT_TRUE(m_sink->Trim()) << "not at once";
-    EXPECT_TRUE(Eventually([&] { return !m_sink->Trim(); }));
-    if (tells)
-        EXPECT_EQ(MappedBytes(word, true) / kPage, (128 * 80 * bytes + 64 + kPage - 1) / kPage);
-    m_sink->Put(std::array{Rect{0, 0, 100, 80}});    // what is left is as it was
-    ASSERT_TRUE(Becomes(State::Ready));
-    EXPECT_TRUE(Shows({0, 0, 100, 80}));
 }
 
 std::string NameOf(const testing::TestParamInfo<std::tuple<Way, uint8_t>>& row) {
@@ -353,7 +326,7 @@ TEST(WindowSink, FailingCallsAreGotAround) {
     const xcb_window_t window = client.Create();
     const WindowWatchPtr watch = WindowWatch::Open(window, Purpose::Draw);
     ASSERT_TRUE(Eventually([&] { return watch->Viewable(); }));
-    const size_t descriptors = Descriptors();
+    const size_t descriptors = Entries("/proc/self/fd");
     for (const bool forGood : {false, true}) {
         for (uint64_t n = 1; n <= 3; ++n) {
             const auto sink = WindowSink::Make(watch, nullptr);
@@ -365,7 +338,7 @@ TEST(WindowSink, FailingCallsAreGotAround) {
             EXPECT_TRUE(Eventually([&] { return Shows(client, window, grey); }));
         }
     }
-    EXPECT_EQ(Descriptors(), descriptors);
+    EXPECT_EQ(Entries("/proc/self/fd"), descriptors);
 }
 
 // A thread in an IPC world of its own makes segments that the server cannot attach; memory by descriptor it can.

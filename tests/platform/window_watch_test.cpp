@@ -1,9 +1,7 @@
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
 
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -14,22 +12,20 @@
 #include "platform/window/WatchState.h"
 #include "platform/window/WindowWatch.h"
 #include "support/Latch.h"
+#include "support/Mappings.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
 
 namespace corvane {
 namespace {
 
+using test::Entries;
 using test::Eventually;
 using test::XClient;
 using test::XServer;
 using Life = WindowWatch::Life;
 using Purpose = WindowWatch::Purpose;
 using Size = WindowWatch::Size;
-
-size_t Entries(const char* folder) {
-    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
-}
 
 struct Counter final : WindowWatch::Listener {
     void OnWindowChange() noexcept override { ++calls; }

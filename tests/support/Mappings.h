@@ -1,11 +1,17 @@
-// Memory of this process as the system counts it.
+// Memory and descriptors of this process as the system counts them.
 #pragma once
 
 #include <cstddef>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
 namespace corvane::test {
+
+// Of /proc/self/fd: descriptors; of /proc/self/task: threads.
+inline size_t Entries(const char* folder) {
+    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+}
 
 // Bytes of the mappings whose line has `word` in it: all of them, or those in memory.
 inline size_t MappedBytes(const char* word, bool resident) {

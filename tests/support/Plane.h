@@ -13,7 +13,7 @@
 
 namespace corvane::test {
 
-enum class Fill { Random, Extremes };
+enum class Fill { Random, Extremes, Slopes };
 
 class SourcePlane {
 public:
@@ -31,8 +31,11 @@ private:
         std::vector<uint8_t> bytes(size);
         std::mt19937 random(seed);
         constexpr uint8_t kExtremes[] = {0, 1, 127, 128, 254, 255};
-        for (uint8_t& byte : bytes)
-            byte = fill == Fill::Random ? static_cast<uint8_t>(random()) : kExtremes[random() % 6];
+        for (size_t at = 0; at < size; ++at)
+            bytes[at] = fill == Fill::Random ? static_cast<uint8_t>(random())
+                        : fill == Fill::Extremes
+                            ? kExtremes[random() % 6]
+                            : static_cast<uint8_t>(std::abs(int(at % 97) - 48) * 5 + int(seed % 9));
         return bytes;
     }
 

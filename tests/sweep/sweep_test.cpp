@@ -8,15 +8,14 @@
 #include <array>
 #include <atomic>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <new>
-#include <string>
 
 #include "base/FailurePoint.h"
 #include "corvane/filter.h"
 #include "platform/window/Connection.h"
 #include "support/Client.h"
+#include "support/Mappings.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
 
@@ -93,14 +92,10 @@ void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
 namespace corvane {
 namespace {
 
-size_t Entries(const char* folder) {
-    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
-}
-
 // Bytes, blocks, descriptors, threads.
 auto Held() {
-    return std::array{static_cast<size_t>(liveBytes), static_cast<size_t>(liveBlocks), Entries("/proc/self/fd"),
-                      Entries("/proc/self/task")};
+    return std::array{static_cast<size_t>(liveBytes), static_cast<size_t>(liveBlocks), test::Entries("/proc/self/fd"),
+                      test::Entries("/proc/self/task")};
 }
 
 size_t Maps() {

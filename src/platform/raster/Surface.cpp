@@ -7,7 +7,6 @@
 
 #include "base/FailurePoint.h"
 #include "base/Limits.h"
-#include "platform/WholeFile.h"
 
 namespace corvane {
 
@@ -139,13 +138,6 @@ Status ReadPng(std::span<const uint8_t> file, Raster& out) {
         status = CopySurface(surface, out);
     cairo_surface_destroy(surface);
     return status;
-}
-
-Status LoadPng(const char* path, Raster& out) {
-    AlignedBuffer memory;
-    std::span<const uint8_t> file;
-    const Status status = ReadWholeFile(path, limits::kMaxPictureFileBytes, memory, file);
-    return Ok(status) ? ReadPng(file, out) : status;
 }
 
 }    // namespace corvane

@@ -17,7 +17,5 @@ Status CopySurface(struct _cairo_surface* surface, Raster& out);
 
 // Decodes a whole PNG file likewise. Failed where it is none. Never reads outside `file`.
 Status ReadPng(std::span<const uint8_t> file, Raster& out);
-// Reads a PNG file likewise. Failed where there is none.
-Status LoadPng(const char* path, Raster& out);
 
 }    // namespace corvane

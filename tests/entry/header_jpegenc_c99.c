@@ -1,4 +1,0 @@
-/* The header alone, as strict C99. */
-#include <corvane/jpegenc.h>
-
-extern void* jpegencHandle;

@@ -64,7 +64,7 @@ public:
         if (onWait)
             onWait();
         const bool sent = SendUntil(deadline, 1);
-        if (!sent)
+        if (!sent && (m_sent < m_end || !channel.IsBuffering()))    // time stands still where nothing more comes
             m_now = std::max<int64_t>(m_now, deadline);
         if (m_sent == m_end) {
             ++m_idle;

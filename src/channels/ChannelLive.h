@@ -81,7 +81,7 @@ private:
     void ResetDecoder();
     uint32_t MediaMode();
     Status Accepts(uint32_t streamType);
-    void CountTaken();
+    void CountTaken() REQUIRES(m_mutex);
     bool PushOrWait(MutexLock& lock, const FramePtr& frame, Status& status) REQUIRES(m_mutex);
 
     Clock& m_clock;    // constant

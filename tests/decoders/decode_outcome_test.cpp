@@ -79,7 +79,7 @@ TEST(DecodeOutcome, SaysWhatWasWrong) {
         {"H.264 between JPEG", kJpeg, {jpeg[0], h264[0], jpeg[1]}, {Picture, WrongType, Picture}},
         {"garbage behind a header", kH264, {h264[0], Garbage({0, 0, 0, 1, 0x41}, 500)}, {Picture, Failed}},
         {"nothing in it", kH264, {h264[0], {}, h264[1]}, {Picture, NoPicture, Picture}},
-        {"a delimiter by itself", kH264, {h264[0], {0, 0, 0, 1, 9, 0x30}, h264[1]}, {Picture, HeldBack, Picture}},
+        {"a delimiter by itself", kH264, {h264[0], {0, 0, 0, 1, 9}, h264[1]}, {Picture, HeldBack, Picture}},
         {"vendor's own", CORVANE_STREAM_H263, h264, {NoDecoder, NoDecoder}},
     };
     for (const auto& row : rows) {

@@ -17,6 +17,7 @@ using test::operator+;
 struct Stream {
     uint32_t orderType = 0;
     int32_t nonRefOffset = 0;    // of order type 1, whose cycle of offsets is 1, 1, 2
+    bool bottomPresent = false;
 };
 
 Bytes Sets(const Stream& stream, uint32_t spsId = 0) {
@@ -25,7 +26,7 @@ Bytes Sets(const Stream& stream, uint32_t spsId = 0) {
     if (stream.orderType == 1)
         sps.U(1, 0).Se(stream.nonRefOffset).Se(0).Ue(3).Se(1).Se(1).Se(2);
     sps.U(stream.orderType == 0 ? 1 : 0, 1).Ue(3).U(1, 1).Ue(0).Ue(0).U(1, 1).U(1, 0).U(1, 1).Ue(1).Ue(2).Ue(3).Ue(4);
-    pps.Ue(0).Ue(0).U(2, 0).Ue(0).Ue(1).Ue(0).U(3, 0).Se(0).Se(-1).Se(1).U(3, 0);
+    pps.Ue(0).Ue(0).U(2, stream.bottomPresent).Ue(0).Ue(1).Ue(0).U(3, 0).Se(0).Se(-1).Se(1).U(3, 0);
     return sps.Unit({0x67}) + pps.Unit({0x68});
 }
 
@@ -40,7 +41,7 @@ Bytes Write(const Stream& stream, const Slice& slice) {
     BitWriter w;
     w.Ue(slice.lsb == 3 ? 0x3FFFFF : 0).Ue(7).Ue(0).U(4, slice.frame_num);    // zeros to be escaped
     w.U(slice.kind == kIdr ? 1 : 0, 1).U(stream.orderType == 0 ? 4 : 0, slice.lsb);
-    if (stream.orderType == 1)
+    if (stream.orderType == 1 || stream.bottomPresent)
         w.Se(slice.delta);
     return w.U(2, 0).Unit({slice.kind});
 }
@@ -74,6 +75,7 @@ TEST(FrameThinner, OrderCounts) {
         std::vector<int> orders;
     } rows[] = {
         {"low bits, over two wraps", {}, {{1, 7}, {2, 14}, {3, 3}, {4, 11}}, {0, 7, 6, 3, 3}},
+        {"bottom field first", {0, 0, true}, {{1, 6, kRef, -3}, {2, 9, kRef, 1}}, {0, 3, 1}},
         {"cycle of offsets", {1, -1}, {{1}, {2}, {3, 0, kNonRef}, {3}}, {0, 1, 2, 1, 4}},
         {"gap, wrap, IDR", {1}, {{7}, {0}, {1, 0, kRef, 2}, {0, 0, kIdr}, {1}}, {0, 1, 5, 0, 0, 1}},
         {"decoding order", {2}, {{1}, {2, 0, kNonRef}, {2}, {5, 0, kNonRef}}, {0, 2, 3, 4, 1}},

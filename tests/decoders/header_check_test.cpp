@@ -37,16 +37,24 @@ Bytes Layer(uint32_t width, uint32_t height) {
     return w.U(1, 0).U(1, 1).U(1, 0).U(7, 0).Unit({0x20});
 }
 
-Bytes H264(uint32_t width, uint32_t height, bool fields) {
+// Scaling lists: one that is given, one that ends at once, and a large flat one, in codes of one bit.
+Bytes H264(uint32_t width, uint32_t height, bool fields, bool lists = false) {
     BitWriter w;
-    w.U(8, 77).U(16, 30).Ue(0).Ue(0).Ue(2).Ue(1).U(1, 0).Ue(width / 16 - 1).Ue(height / (fields ? 32 : 16) - 1);
+    w.U(8, lists ? 100 : 77).U(16, 30).Ue(0);
+    if (lists) {
+        w.Ue(1).Ue(0).Ue(0).U(1, 0).U(2, 3);
+        for (int i = 0; i < 16; ++i)
+            w.Se(i % 2 == 0 ? 5 : -3);
+        w.U(1, 1).Se(-8).U(4, 0).U(1, 1).U(64, ~uint64_t{0}).U(1, 0);
+    }
+    w.Ue(0).Ue(2).Ue(1).U(1, 0).Ue(width / 16 - 1).Ue(height / (fields ? 32 : 16) - 1);
     return w.U(fields ? 2 : 1, fields ? 0 : 1).U(3, 4).Unit({0x67});
 }
 
-// With a second sub-layer, whose profile and level are there.
+// With a second sub-layer, whose profile is there, and not its level.
 Bytes H265(uint32_t width, uint32_t height) {
     BitWriter w;
-    w.U(4, 0).U(3, 1).U(1, 1).U(96, 0).U(2, 3).U(14, 0).U(96, 0).Ue(0).Ue(1).Ue(width).Ue(height);
+    w.U(4, 0).U(3, 1).U(1, 1).U(96, 0).U(2, 2).U(14, 0).U(88, 0).Ue(0).Ue(1).Ue(width).Ue(height);
     return w.Unit({0x42, 1});
 }
 
@@ -76,6 +84,7 @@ TEST(HeaderCheck, HoldsBackImpossibleSizesOnly) {
         {"H.264", kH264, H264(16384, 4096, false), Stand},
         {"H.264, too large", kH264, H264(16384, 4352, false), Size, false},
         {"H.264, fields, too large", kH264, H264(16384, 4352, true), Size, false},
+        {"H.264, scaling lists", kH264, H264(65536, 65536, false, true), Size},
         {"H.264, the second", kH264, H264(16, 16, false) + H264(65536, 65536, false), Size},
         {"H.264, ends early", kH264, {0, 0, 1, 0x67, 77, 0, 30, 0xDA}, Damaged},
         {"H.264, order count of type 3", kH264, {0, 0, 1, 0x67, 77, 0, 30, 0xC9}, Stand},

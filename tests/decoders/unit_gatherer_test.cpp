@@ -97,7 +97,7 @@ TEST(UnitGatherer, WhatHoldsNoPictureWaits) {
         {CORVANE_STREAM_H265, "\x02\x40\x46\x48\x4A\x4C", "SEFGHPP", "[SEFGHP][P]"},
         {CORVANE_STREAM_H265, "\x2A\x44\x4E\x50\x46\x48", "SEFGHPUP", "[SEFGHP][U][P]"},
         {CORVANE_STREAM_MPEG4, "\xB6\x20\xB0\xB2\xB3\xB5", "SEFGHPUP", "[SEFGHP][U][P]"},
-        {CORVANE_STREAM_H264, "\x41\x67\x06", "SLELEPsELsSPsLEPSXEP", "[SLEP][sSP][sEP][SEP]"},
+        {CORVANE_STREAM_H264, "\x41\x67\x06", "SLELEPsELsSPsLEPSEXP", "[SLEP][sSP][sEP][SEP]"},
     };
     for (const auto& row : rows) {
         const auto bytesOf = [&](char letter) {

@@ -320,6 +320,7 @@ TEST_P(WindowLife, WindowBeyondTheLimits) {
 TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     const xcb_window_t window = Window();
     std::atomic<int> presents{0};
+    test::PlainPicture large(400, 300, 120);    // outlives its last reference
     CRenderMgr manager(this, window, GetParam());
     Count(manager, presents);
     Push(manager, 100);
@@ -339,7 +340,6 @@ TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1200));    // paused: two ticks of the render thread
     EXPECT_EQ(Blitter::Conversions(), before);
     // Nor is it made smaller for the window: to the default renderer it stays the decoder's, seen or not.
-    test::PlainPicture large(400, 300, 120);
     large.Share();
     manager.PresentFrame(FrameAt(40), large.frame, true);
     EXPECT_EQ(large.references, GetParam() == 0 ? 1 : 0);

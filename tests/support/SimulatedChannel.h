@@ -30,7 +30,7 @@ struct Arrival {
 class SimulatedChannel final : public Clock {
 public:
     explicit SimulatedChannel(std::vector<Arrival> arrivals, const RendererMakers& makers = RendererMakers::Built())
-        : channel(0, 0, *this, makers), m_arrivals(std::move(arrivals)) {
+        : m_arrivals(std::move(arrivals)), channel(0, 0, *this, makers) {
         Running() = this;
         DecoderFactories factories;
         factories.GetDecoderIsolated_QuickSync = []() -> DecoderContext* { return new NumberDecoder; };
@@ -79,8 +79,6 @@ public:
     std::function<void(int64_t number, int64_t ns)> onDecoded;
     std::function<void()> onWait;
     std::atomic<int64_t> refused{0};
-
-    CChannelLive channel;
 
 private:
     class NumberDecoder final : public DecoderContext {
@@ -137,6 +135,9 @@ private:
     std::atomic<int64_t> m_now{0};
     std::atomic<size_t> m_sent{0}, m_end{0};
     std::atomic<int> m_idle{0};    // waits since all had arrived and the last was decoded
+
+public:
+    CChannelLive channel;    // last: its threads use all of the above
 };
 
 }    // namespace corvane::test

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <functional>
 #include <vector>
 
 #include "frame/ChannelCounters.h"
@@ -21,155 +20,103 @@ using test::Eventually;
 using test::StatisticsOf;
 using Field = uint64_t ChannelStatistics::*;
 
-// H.264 as an MP4 file has it: each unit behind its length.
-std::vector<uint8_t> LengthPrefixed(const std::vector<uint8_t>& annexB) {
-    std::vector<uint8_t> out;
-    size_t unit = 0;
-    const auto close = [&](size_t end) {
-        if (unit == 0)
-            return;
-        while (end > unit && annexB[end - 1] == 0)
-            --end;
-        for (int shift = 24; shift >= 0; shift -= 8)
-            out.push_back(static_cast<uint8_t>((end - unit) >> shift));
-        out.insert(out.end(), annexB.begin() + static_cast<ptrdiff_t>(unit), annexB.begin() + static_cast<ptrdiff_t>(end));
-    };
-    for (size_t i = 0; i + 2 < annexB.size(); ++i)
-        if (annexB[i] == 0 && annexB[i + 1] == 0 && annexB[i + 2] == 1) {
-            close(i);
-            unit = i + 3;
-        }
-    close(annexB.size());
-    return out;
-}
-
-struct Mistake {
-    const char* name;
-    uint32_t type, cause;
-    Field counter;
-    std::function<std::vector<uint8_t>(const EncodedPicture&)> payload;
-    bool neverKey = false, sameTime = false;
-    uint32_t bufferMs = 1;
-};
-
 // Each frame of each mistake is taken with Status_Ok; its counter and its cause say what is wrong.
 TEST(Statistics, EachMistakeHasItsCounterAndItsCause) {
-    const std::vector<EncodedPicture> h264 = test::MakeVideo({.frames = 8});
-    const auto as_is = [](const EncodedPicture& picture) { return picture.bytes; };
-    const auto garbage = [](const EncodedPicture& picture) {
-        std::vector<uint8_t> bytes = picture.bytes;
-        for (size_t i = 5; i < bytes.size(); ++i)    // behind the first start code
-            bytes[i] = static_cast<uint8_t>((bytes[i] * 167 + i * 59) | 4);
-        return bytes;
-    };
+    const std::vector<uint8_t> picture = test::MakeVideo({.frames = 1})[0].bytes;
     const Field failed = &ChannelStatistics::unitsFailed;
-    const Mistake rows[] = {
-        {"lengths in the place of start codes", CORVANE_STREAM_H264, CORVANE_CAUSE_NO_START_CODE, failed,
-         [](const EncodedPicture& picture) { return LengthPrefixed(picture.bytes); }},
-        {"H.264 as JPEG", CORVANE_STREAM_JPEG, CORVANE_CAUSE_WRONG_TYPE, failed, as_is},
-        {"H.264 as H.265", CORVANE_STREAM_H265, CORVANE_CAUSE_WRONG_TYPE, failed, as_is},
-        {"garbage", CORVANE_STREAM_H264, CORVANE_CAUSE_DAMAGED, failed, garbage},
+    const struct {
+        const char* name;
+        uint32_t type, cause;
+        Field counter;
+        std::vector<uint8_t> payload;
+        bool key = true;
+        uint32_t bufferMs = 1;
+    } rows[] = {
+        {"lengths", CORVANE_STREAM_H264, CORVANE_CAUSE_NO_START_CODE, failed, {0, 0, 0, 5, 0x65, 1, 2, 3, 4}},
+        {"H.264 as JPEG", CORVANE_STREAM_JPEG, CORVANE_CAUSE_WRONG_TYPE, failed, picture},
+        {"garbage", CORVANE_STREAM_H264, CORVANE_CAUSE_DAMAGED, failed, {1, 7, 99, 3, 250, 17, 201, 44, 8, 70}},
         {"no key frame", CORVANE_STREAM_H264, CORVANE_CAUSE_NO_KEY_FRAME, &ChannelStatistics::unitsAwaitingKeyFrame,
-         as_is, true},
-        {"no decoder", CORVANE_STREAM_H263, CORVANE_CAUSE_NO_DECODER, &ChannelStatistics::unitsWithoutDecoder, as_is},
+         picture, false},
+        {"no decoder", CORVANE_STREAM_H263, CORVANE_CAUSE_NO_DECODER, &ChannelStatistics::unitsWithoutDecoder, picture},
         {"times that stand still", CORVANE_STREAM_H264, CORVANE_CAUSE_TIMES_DO_NOT_RISE,
-         &ChannelStatistics::framesWithoutStep, as_is, false, true, 500},
+         &ChannelStatistics::framesWithoutStep, picture, true, 500},
     };
-    for (const Mistake& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
+        const bool waits = row.bufferMs > 1;
         Client client;
         ASSERT_EQ(Corvane_SetBufferTime(client.channel, row.bufferMs), Status_Ok);
         client.Start();
         EXPECT_EQ(StatisticsOf(client.channel).lastCause, uint32_t{CORVANE_CAUSE_NONE});
-        for (size_t i = 0; i < h264.size(); ++i)
-            ASSERT_EQ(client.Feed(row.type, row.payload(h264[i]), h264[i].key && !row.neverKey,
-                                  row.sameTime ? 0 : static_cast<int64_t>(5 * i)),
-                      Status_Ok);
-        const uint64_t expected = row.sameTime ? 7 : 8;    // the first has no step to make
-        const auto counted = [&row](const ChannelStatistics& told) {    // some garbage reads as units that hold no picture
-            return told.*row.counter + (row.cause == CORVANE_CAUSE_DAMAGED ? told.unitsWithoutPicture : 0);
-        };
-        EXPECT_TRUE(Eventually([&] { return counted(StatisticsOf(client.channel)) >= expected; }));
-        const ChannelStatistics statistics = StatisticsOf(client.channel);
-        EXPECT_EQ(counted(statistics), expected);
-        EXPECT_GT(statistics.*row.counter, 0u);
-        EXPECT_EQ(statistics.lastCause, row.cause);
-        EXPECT_LT(statistics.lastCauseAgo, 60'000u);
-        EXPECT_EQ(statistics.framesTaken, 8u);
-        EXPECT_EQ(statistics.queueFrames, row.sameTime ? 8u : 0u);
-        EXPECT_EQ(statistics.queueMilliseconds, row.sameTime ? 8u : 0u);
-        EXPECT_EQ(statistics.queueBytes > 1000, row.sameTime);
-        EXPECT_EQ(statistics.picturesDecoded, 0u);
-        test::ExpectSums(statistics);
+        for (int64_t i = 0; i < 8; ++i)
+            ASSERT_EQ(client.Feed(row.type, row.payload, row.key, waits ? 0 : 5 * i), Status_Ok);
+        const uint64_t expected = waits ? 7 : 8;    // the first has no step to make
+        EXPECT_TRUE(Eventually([&] { return StatisticsOf(client.channel).*row.counter >= expected; }));
+        const ChannelStatistics told = StatisticsOf(client.channel);
+        EXPECT_EQ(told.*row.counter, expected);
+        EXPECT_EQ(told.lastCause, row.cause);
+        EXPECT_LT(told.lastCauseAgo, 60'000u);
+        EXPECT_TRUE(told.framesTaken == 8 && told.picturesDecoded == 0);
+        EXPECT_TRUE(told.queueFrames == told.queueMilliseconds && told.queueFrames == (waits ? 8 : 0));
+        EXPECT_EQ(told.queueBytes > 1000, waits);
+        test::ExpectSums(told);
     }
 }
 
 // Neither window nor callback; presenting off; a window that is hidden, and one that is shown.
 TEST(Statistics, PicturesEndWhereTheyCouldBeShown) {
-    const std::vector<EncodedPicture> pictures = test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .frames = 9});
+    const std::vector<uint8_t> jpeg = test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .frames = 1})[0].bytes;
     test::XServer server;
     test::XClient display(server.Display());
-    enum class Shows { Nothing, Off, Hidden, Window, Callback, RefusedRotation };
+    enum Shows { Nothing, Off, Hidden, Window, Callback, RefusedRotation };
     const struct {
         Shows shows;
         Field counter;
         uint32_t cause;
     } rows[] = {
-        {Shows::Nothing, &ChannelStatistics::picturesNotPutNowhere, CORVANE_CAUSE_NO_WINDOW},
-        {Shows::Off, &ChannelStatistics::picturesNotPutOff, CORVANE_CAUSE_OFF},
-        {Shows::Hidden, &ChannelStatistics::picturesNotPutNowhere, CORVANE_CAUSE_HIDDEN},
-        {Shows::Window, &ChannelStatistics::picturesPut, CORVANE_CAUSE_NONE},
-        {Shows::Callback, &ChannelStatistics::picturesHandedOver, CORVANE_CAUSE_NONE},
-        {Shows::RefusedRotation, &ChannelStatistics::picturesLost, CORVANE_CAUSE_NOT_ROTATABLE},
+        {Nothing, &ChannelStatistics::picturesNotPutNowhere, CORVANE_CAUSE_NO_WINDOW},
+        {Off, &ChannelStatistics::picturesNotPutOff, CORVANE_CAUSE_OFF},
+        {Hidden, &ChannelStatistics::picturesNotPutNowhere, CORVANE_CAUSE_HIDDEN},
+        {Window, &ChannelStatistics::picturesPut, CORVANE_CAUSE_NONE},
+        {Callback, &ChannelStatistics::picturesHandedOver, CORVANE_CAUSE_NONE},
+        {RefusedRotation, &ChannelStatistics::picturesLost, CORVANE_CAUSE_NOT_ROTATABLE},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(static_cast<int>(row.shows));
-        void *instance = nullptr, *channel = nullptr;
-        ASSERT_EQ(Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
-        ChannelSettings settings{};
-        settings.mask = row.shows == Shows::Off ? 0x2000 : 0;
+    for (const auto& [shows, counter, cause] : rows) {
+        SCOPED_TRACE(shows);
+        Client client(shows == RefusedRotation ? 4 : 11);
+        void* channel = client.channel;
         const xcb_window_t window = display.Create();
-        if (row.shows == Shows::Window || row.shows == Shows::Hidden || row.shows == Shows::Off)
-            settings.window = window;
-        if (row.shows == Shows::Hidden)
-            xcb_unmap_window(display.Xcb(), window);
-        display.Sync();
-        ASSERT_EQ(Corvane_CreateChannel(instance, &channel, &settings), Status_Ok);
-        if (row.shows >= Shows::Callback)
-            Corvane_RegisterRawDataCallback(
-                channel, [](void*, const PseudoFrame*) {}, nullptr, row.shows == Shows::Callback ? 11 : 4, 0);
-        if (row.shows == Shows::RefusedRotation)
+        if (shows < Callback) {
+            ChannelSettings settings{};
+            settings.mask = shows == Off ? 0x2000 : 0;
+            settings.window = shows == Nothing ? 0 : window;
+            if (shows == Hidden)
+                xcb_unmap_window(display.Xcb(), window);
+            display.Sync();
+            ASSERT_EQ(Corvane_CreateChannel(client.instance, &channel, &settings), Status_Ok);
+        } else if (shows == RefusedRotation) {
             ASSERT_EQ(Corvane_EnableRotateFilter(channel, 30), Status_Ok);
+        }
         ASSERT_EQ(Corvane_StartChannel(channel, 0), Status_Ok);
-        const MediaFrameHeader hidden = [&] {
-            MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, pictures[0].bytes, true, 1);
+        uint64_t fed = 0;
+        const auto feed = [&] {    // the first is not for display
+            MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, static_cast<int64_t>(++fed * 5));
             static const uint8_t notForDisplay[] = {0, 0, 0, 0, 104, 1, 1};
             header.extension = notForDisplay;
-            header.extensionSize = sizeof notForDisplay;
-            return header;
-        }();
-        ASSERT_EQ(Corvane_InputEncodedMediaFrame(channel, &hidden), Status_Ok);
-        uint64_t fed = 0;
-        const auto next = [&] {
-            ++fed;
-            const MediaFrameHeader header =
-                test::VideoHeader(CORVANE_STREAM_JPEG, pictures[fed % 9].bytes, true, static_cast<int64_t>(fed * 5));
-            return Corvane_InputEncodedMediaFrame(channel, &header);
+            header.extensionSize = fed == 1 ? sizeof notForDisplay : 0;
+            EXPECT_EQ(Corvane_InputEncodedMediaFrame(channel, &header), Status_Ok);
         };
         ASSERT_TRUE(Eventually([&] {    // a window comes into view when the server says so
-            EXPECT_EQ(next(), Status_Ok);
-            return StatisticsOf(channel).*row.counter >= 5;
+            feed();
+            return StatisticsOf(channel).*counter >= 5;
         }));
-        const bool shown = row.cause == CORVANE_CAUSE_NONE;
-        EXPECT_TRUE(shown || Eventually([&] { return StatisticsOf(channel).lastCause == row.cause; }));
+        const bool shown = cause == CORVANE_CAUSE_NONE;
+        EXPECT_TRUE(shown || Eventually([&] { return StatisticsOf(channel).lastCause == cause; }));
         ASSERT_EQ(Corvane_StopChannel(channel), Status_Ok);
-        const ChannelStatistics statistics = StatisticsOf(channel);
-        test::ExpectSums(statistics);
-        EXPECT_EQ(statistics.framesTaken, fed + 1);
-        EXPECT_EQ(statistics.picturesNotForDisplay, 1u);
-        EXPECT_EQ(statistics.picturesPut + statistics.picturesHandedOver >= 5, shown);
-        EXPECT_EQ(statistics.decoderThreads, 0u) << "stopped";
-        EXPECT_EQ(Corvane_Release(&instance), Status_Ok);
+        const ChannelStatistics told = StatisticsOf(channel);
+        test::ExpectSums(told);
+        EXPECT_TRUE(told.framesTaken == fed && told.picturesNotForDisplay == 1 && told.decoderThreads == 0);
+        EXPECT_EQ(told.picturesPut + told.picturesHandedOver >= 5, shown);
         display.Destroy(window);
     }
 }

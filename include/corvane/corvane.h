@@ -89,6 +89,8 @@
  *   as long as the one before it                                                      a buffer time of 1
  *   no window and no picture callback   picturesNotPutNowhere     NO_WINDOW           give one of them
  *
+ * The library itself prints nothing; the libraries that decode may print a line on damaged input, which says less.
+ *
  * TIMES. Times must rise from frame to frame of a class (video, sound). A step below 1 ms, or of 11 s and more, counts
  * as long as the step before it.
  *

@@ -1,4 +1,4 @@
-// decoder.h: the decoder interface, a binary contract between libcorvane and decoder plug-ins.
+// decoder.h: the decoder interface, a binary contract between libcorvane and decoder plug-ins. C++17.
 //
 // The table of DecoderContext has exactly four entries in the order below and no destructor among them, so a plug-in
 // written in C can lay it out by hand: an object whose first word points at a table of four functions, each with the

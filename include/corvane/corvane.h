@@ -67,7 +67,7 @@
  * and 0x0100 choose the plain renderer, which draws text on the margins only (over the picture too with 0x0008), fills
  * them with the background, and knows the fixed border. Where the default renderer cannot go on (the server is gone, no
  * memory for its surfaces) the plain one takes its place for good, and the stream-info callback gets code 9 once for the
- * life of the channel; with flag 0x0004 it stays, and pictures are lost without a word until it can go on.
+ * life of the channel; with flag 0x0004 it stays, and pictures are lost until it can go on, which only the statistics tell.
  *
  * NOTHING APPEARS. A call that returns Status_Ok has queued a frame; what comes of it shows later.
  * Corvane_GetChannelStatistics says what became of every frame, and `lastCause` why the last one without a picture had
@@ -706,7 +706,9 @@ CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelU
  *   56  still overlay, a CorvaneOsdCallback, with its context in `extra`; none. Called for each still on the thread that
  *       asks for it, several at once if need be, with the still's own size; colour 0 is transparent. Waits for a running
  *       call of the callback that it replaces, not from inside any callback
- *   57  resize kind: 0 nearest, 1 bilinear, 2 bicubic, 3 Lanczos, others ignored; 0
+ *   57  resize kind: 0 nearest, 1 bilinear, 2 bicubic, 3 Lanczos, others ignored; 0. It counts where pictures are made smaller
+ *       on their way: for the cap of Corvane_SetRawDataCallbackSize, and for the plain renderer in windows of half the
+ *       picture's size and below. The default renderer gets whole pictures and averages
  * Options 46, 48, 52, 53, 55 count for the next decoder that is made.
  * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_NotSupported: any other id, also those
  * that later versions will have. Does not block. [any]

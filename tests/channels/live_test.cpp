@@ -213,6 +213,7 @@ TEST(LiveChannel, MediaModeAndStreamTypesDecideWhatIsTaken) {
             EXPECT_EQ(client.Feed(type, bytes, true, 0), taken[mode - 1] == 'y' ? Status_Ok : Status_UnsupportedMedia)
                 << type << " in mode " << mode;
     }
+    EXPECT_EQ(test::StatisticsOf(client.channel).framesRefusedMode, 3u) << "unknown types are not counted";
     // Damage that the copy finds loses that frame only.
     MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, bytes, true, 0);
     const uint8_t packet[] = {0, 0, 0, 0, 96, 12, 1};

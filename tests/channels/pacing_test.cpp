@@ -5,6 +5,7 @@
 #include <random>
 
 #include "support/BitWriter.h"
+#include "support/Client.h"
 #include "support/SimulatedChannel.h"
 
 namespace corvane {
@@ -153,6 +154,10 @@ TEST(Pacing, EveryFrameIsDecodedWhenTheRulesSay) {
             const Log expected = model.Run();
             ASSERT_EQ(log, expected) << "seed " << seed << ", from " << end - 200;
             ASSERT_EQ(simulation.refused - before, model.refused);
+            ChannelStatistics told{};
+            simulation.channel.GetStatistics(told);
+            test::ExpectSums(told);
+            EXPECT_EQ(told.framesRefusedFull, static_cast<uint64_t>(simulation.refused));
             refused += model.refused;
             skipped += 200 - static_cast<int64_t>(log.size());
             fast += bufferMs > 1 ? 1 : 0;
@@ -277,6 +282,7 @@ TEST(Pacing, KindOnceAndNoPictureTwice) {
         &told);
     simulation.channel.Render().RegisterRawDataCallback(
         [](void* context, const PseudoFrame*) { ++static_cast<Told*>(context)->pictures; }, &told, PF_I420);
+    simulation.channel.SetBufferTime(400);
     simulation.Play(50);
     simulation.Play(100);
     EXPECT_EQ(told.kinds, 2);
@@ -286,6 +292,7 @@ TEST(Pacing, KindOnceAndNoPictureTwice) {
     std::this_thread::sleep_for(std::chrono::milliseconds(30));    // ticks of the render thread
     EXPECT_EQ(static_cast<uint64_t>(told.pictures), counters.picturesTaken);
     EXPECT_EQ(counters.picturesHandedOver, counters.picturesTaken);
+    EXPECT_TRUE(counters.ageMean >= 300 && counters.age95 >= counters.ageMean) << "what the buffer held them back";
 }
 
 }    // namespace

@@ -6,7 +6,8 @@
 //
 // Lines of libavcodec that damage can still bring to the terminal: "delta scale is invalid" (scaling lists of H.264),
 // "nb_cpb invalid" (buffer timing of H.265), "Broken frame packetizing" (two H.264 pictures in one unit, more than one
-// thread), and rarely a size from a parameter set that ends early.
+// thread), and rarely "Picture size is invalid" (a header of MPEG-4 so short that the layer's behind it is not found,
+// and studio profiles).
 #pragma once
 
 #include <cstdint>

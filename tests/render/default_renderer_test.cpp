@@ -219,6 +219,13 @@ Happening Moves(const Monitor& monitor, const Rect& place, const char* refused) 
     };
 }
 
+Happening HasRoom(const Rect& place) {
+    return [=](Stage& s) {
+        s.WithOverviewWindow();
+        s.watch->outer = place;
+    };
+}
+
 // Each row: a channel shows a picture, then something happens to it, then comes another pass, another buffer and, with
 // what was lost mended, one more pass.
 TEST(DefaultRenderer, WhatFailsInAPass) {
@@ -238,6 +245,10 @@ TEST(DefaultRenderer, WhatFailsInAPass) {
         {"no window any more", [](Stage& s) { s.info.window = nullptr; }, NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
         {"window destroyed", Ends(Life::Dead, false), NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
         {"window beyond the limits", Moves(first, {0, 0, 9000, 9000}, ""), NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
+        {"window that just keeps them", Moves(first, {0, 0, 16200, 300}, ""), Put, 1, 1, 0, Put},
+        {"not with room for the overview beside it", HasRoom({0, 0, 16200, 300}), NothingToDrawOn, 1, 0, 0,
+         NothingToDrawOn},
+        {"nor below it", HasRoom({0, 0, 300, 16200}), NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
         {"window not known yet", Ends(Life::Unknown, false), NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
         {"server gone", Ends(Life::Dead, true), Outcome::Failed, 1, 0, -1, Outcome::Failed},
         {"window not viewable", [](Stage& s) { s.watch->viewable = false; }, NothingToDrawOn, 1, 1, 0, NothingToDrawOn},

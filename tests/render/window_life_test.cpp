@@ -142,7 +142,7 @@ struct Passes {
         return Eventually([&] { return Pass(renderer) == outcome; });
     }
 
-    const FramePtr frame = FrameAt(5000);
+    FramePtr frame = FrameAt(5000);
     WindowSinks sinks;
     RenderInfo info;
 };
@@ -210,53 +210,81 @@ TEST_P(WindowLife, OutcomeOfAPass) {
     EXPECT_TRUE(becomes(NothingToDrawOn));
 }
 
-// Bands and text are drawn anew when the place of the picture changes, whatever the policy says of times; and when a
-// redraw is asked for. Each row follows the one before.
-TEST_F(Windows, ChangesOfPlacesDrawBandsAnewInThePlainRenderer) {
+// Text is drawn when its time has changed, when its place has, and when a redraw is asked for; the plain renderer draws
+// it with the bands around the picture, whose place counts too, whatever the policy says of times. Each row follows the
+// one before.
+TEST_P(WindowLife, TextAndBandsFollowTimesAndPlaces) {
     constexpr uint32_t kPicture = 0x646464;
     const xcb_window_t window = Window();
     Ticks clock;
-    CGDIRenderer renderer(clock);
     Passes passes(window);
     RenderInfo& info = passes.info;
-    int texts = 0;
+    std::vector<OsdInfo> texts;
+    bool fresh = true;
     info.background = kBlue;
-    info.osdPolicy = 0;
-    info.osd = [](void* calls, OsdInfo*) { ++*static_cast<int*>(calls); };
+    info.osdPolicy = 2 | 1;    // the wall clock stands still, and does not count to the default renderer
+    info.osd = [](void* calls, OsdInfo* text) { static_cast<std::vector<OsdInfo>*>(calls)->push_back(*text); };
     info.osdContext = &texts;
+    info.textFresh = &fresh;
+    CGDIRenderer plain(clock);
+    CDDrawRenderer standard(info);
+    const bool isPlain = GetParam() != 0;
+    IVideoRenderer& renderer = isPlain ? static_cast<IVideoRenderer&>(plain) : standard;
     uint32_t side = 32;    // of the picture
+    const WindowWatchPtr watch = info.window;
     const struct {
         const char* name;
         std::function<void()> change;
         int x;    // the place on row 32 that was picture before
-        uint32_t pixel;
-        int texts = 1;
+        bool band;
+        int plain, standard;    // texts
     } rows[] = {
-        {"a first picture", [] {}, 2, kPicture},
-        {"a margin", [&] { info.margin.left = 10; }, 5, kBluePixel},
-        {"a wider margin", [&] { info.margin.left = 20; }, 15, kBluePixel},
-        {"full window", [&] { info.fullWindow = true; }, 15, kPicture, 0},
-        {"full window off", [&] { info.fullWindow = false; }, 15, kBluePixel},
-        {"a border", [&] { info.border.left = 4, info.hasBorder = true; }, 3, kBluePixel},
-        {"another border", [&] { info.border = {.left = 32}; }, 24, kBluePixel},
-        {"a smaller picture within it", [&] { info.border = {.left = 4, .right = 28}, side = 8; }, 24, kBluePixel},
-        {"a wider border behind it", [&] { info.border.right = 52; }, 60, kBluePixel},
-        {"border off", [&] { info.noBorder = true; }, 15, kBluePixel},
-        {"border on", [&] { info.noBorder = false; }, 24, kBluePixel},
-        {"a redraw, with a border", [&] { info.forceRedraw = true; }, 24, kBluePixel},
+        {"no time", [&] { passes.frame = FrameAt(0); }, 2, false, 0, 1},
+        {"a second", [&] { passes.frame = FrameAt(5000); }, 2, false, 1, 1},
+        {"another second", [&] { passes.frame = FrameAt(6000); }, 2, false, 1, 1},
+        {"another second, which does not count", [&] { passes.frame = FrameAt(7000), info.osdPolicy = 1; }, 2, false, 0,
+         0},
+        {"a margin", [&] { info.margin.left = 10; }, 5, true, 1, 0},
+        {"a wider margin", [&] { info.margin.left = 20; }, 15, true, 1, 0},
+        {"full window", [&] { info.fullWindow = true; }, 15, false, 0, 0},
+        {"full window off", [&] { info.fullWindow = false; }, 15, true, 1, 1},
+        {"a larger window", [&] { m_client.Resize(window, 70, 64); }, 15, true, 1, 1},
+        {"a border", [&] { info.border.left = 4, info.hasBorder = true; }, 3, true, 1, 0},
+        {"another border", [&] { info.border = {.left = 32}; }, 24, isPlain, 1, 0},
+        {"a smaller picture within it",
+         [&] { info.border = {.left = 4, .right = 28, .top = 1, .bottom = 2}, side = 8; }, 24, isPlain, 1, 0},
+        {"a wider border behind it", [&] { info.border.right = 52; }, 60, isPlain, 1, 0},
+        {"border off", [&] { info.noBorder = true; }, 15, true, 1, 0},
+        {"border on", [&] { info.noBorder = false; }, 24, isPlain, 1, 0},
+        {"a redraw, with a border", [&] { info.forceRedraw = true; }, 24, isPlain, 1, 1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         row.change();
-        for (const int texted : {row.texts, 0}) {    // once
-            const int before = texts;
+        if (row.name == std::string("a larger window"))
+            EXPECT_TRUE(Eventually([&] { return watch->ClientSize().width == 70; }));
+        for (const int texted : {isPlain ? row.plain : row.standard, 0}) {    // once
+            texts.clear();
+            const uint32_t mark = fresh ? CORVANE_OSD_FRESH : 0;    // until there is a text
             Passes::Fill(renderer, side);
             EXPECT_TRUE(passes.Becomes(renderer, Outcome::Put));
-            EXPECT_EQ(texts - before, texted);
-            EXPECT_TRUE(Shows(window, row.pixel, row.x, 32));
+            ASSERT_EQ(texts.size(), static_cast<size_t>(texted));
+            const bool around = info.hasBorder && !(isPlain && info.noBorder);
+            const WindowWatch::Size size{side + info.border.left + info.border.right,
+                                         side + info.border.top + info.border.bottom};
+            for (const OsdInfo& text : texts) {
+                EXPECT_EQ(WindowWatch::Size(text.width, text.height), around ? size : watch->ClientSize());
+                EXPECT_EQ(text.flags, mark | (around ? CORVANE_OSD_BORDER : 0));
+            }
+            EXPECT_TRUE(Shows(window, !row.band ? kPicture : isPlain ? kBluePixel : 0, row.x, 32));
             info.forceRedraw = false;
         }
     }
+    info.window = nullptr;    // the default renderer's surfaces in memory are as large as the picture
+    info.hasBorder = false;
+    texts.clear();
+    EXPECT_EQ(passes.Pass(renderer), Outcome::NothingToDrawOn);
+    EXPECT_TRUE(isPlain ? texts.empty() : texts.size() == 1 && texts[0].width == side && texts[0].height == side);
 }
 
 TEST_P(WindowLife, States) {

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -28,7 +29,7 @@ struct Script {
     RendererType type = RendererType::DirectDraw;
     std::atomic<int> refuseBuffers{0}, failPresents{0};    // GetBuffer or Present fails this many times
     std::atomic<int> buffers{0}, presents{0}, destroyed{0};
-    std::atomic<bool> sawDirty{false}, sawRedraw{false}, diedOnRenderThread{true};
+    std::atomic<bool> diedOnRenderThread{true};
 };
 
 class ScriptedRenderer final : public IVideoRenderer {
@@ -40,9 +41,7 @@ public:
         ++m_script.destroyed;
     }
     RendererType GetType() const override { return m_script.type; }
-    Outcome Present(const FramePtr*, const RenderInfo* info) override {
-        m_script.sawDirty = info->infoDirty;
-        m_script.sawRedraw = info->forceRedraw;
+    Outcome Present(const FramePtr*, const RenderInfo*) override {
         ++m_script.presents;
         return m_script.failPresents-- > 0 ? Outcome::Failed : Outcome::Put;
     }
@@ -64,11 +63,12 @@ private:
     std::vector<uint8_t> m_memory;
 };
 
-Script* defaultScript;
-Script* gdiScript;
-const RendererMakers kScripted{
-    [](const RenderInfo&) -> RendererPtr { return std::make_shared<ScriptedRenderer>(*gdiScript); },
-    [](const RenderInfo&) -> RendererPtr { return std::make_shared<ScriptedRenderer>(*defaultScript); }};
+Script* scripts[2];    // of the plain renderer and of the default one
+template <int Which>
+RendererPtr MakeScripted(const RenderInfo&) {
+    return std::make_shared<ScriptedRenderer>(*scripts[Which]);
+}
+const RendererMakers kScripted{&MakeScripted<0>, &MakeScripted<1>};
 
 std::atomic<int> fallbackCodes, logLines;
 std::atomic<const char*> lastLine;
@@ -96,8 +96,8 @@ TEST(RenderMgr, FallBackTable) {
         first.type = row.type;
         second.type = RendererType::Gdi;
         (row.presentFails ? first.failPresents : first.refuseBuffers) = 1;
-        defaultScript = &first;
-        gdiScript = &second;
+        scripts[0] = &second;
+        scripts[1] = &first;
         logLines = fallbackCodes = 0;
         {
             CRenderMgr manager(&first, 0, row.flags, Clock::System(), kScripted);
@@ -180,10 +180,21 @@ TEST(RenderMgr, TargetSizes) {
     }
 }
 
-TEST(RenderMgr, RecordOfAPicture) {
-    Seen seen;
+// What is told of a picture and after it was shown: when it is to be presented, and when it was taken.
+TEST(RenderMgr, RecordsOfAPicture) {
+    struct : Seen {
+        std::atomic<int> shown{0};
+        AfterDisplayRecord record{};
+    } seen;
     CRenderMgr manager(&seen, 0, 0);
     seen.KeptBy(manager, PF_BGRA32);
+    manager.SetAfterDisplay(
+        [](void* context, const AfterDisplayRecord* record) {
+            auto& own = *static_cast<decltype(seen)*>(context);
+            own.record = *record;
+            ++own.shown;
+        },
+        &seen);
     PlainPicture picture(64, 48, 200);
     manager.Stop(true);    // fresh information
     MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, {}, true, 1'234'567);
@@ -196,8 +207,15 @@ TEST(RenderMgr, RecordOfAPicture) {
     EXPECT_EQ(frame.timeSeconds, 86400u + 3661u);
     EXPECT_EQ(frame.timeZone, 44);
     EXPECT_EQ(seen.pixels[0], 200);
-    manager.PresentFrame(Frame(1'234'607), picture.frame, true);
-    EXPECT_EQ(seen.Await(2).flags, 0u);
+    const uint8_t extension[] = {0, 0, 0, 0, 96, 12, 0, 0, 0, 9, 0, 0, 0, 8, 0, 7, 0, 1};    // the base time
+    header.extension = extension;
+    header.extensionSize = sizeof extension;
+    manager.PresentFrame(std::make_shared<MediaFrameImpl>(header), picture.frame, true);
+    const PseudoFrame next = seen.Await(2);
+    EXPECT_TRUE(next.flags == 0 && next.seconds == 9 && next.timeZone == 7);
+    ASSERT_TRUE(Eventually([&] { return seen.shown == 2; }));
+    EXPECT_EQ(seen.record.presentTime.seconds * 1000 + seen.record.presentTime.milliseconds, 1'234'567u);
+    EXPECT_EQ(seen.record.baseTime.seconds, 9u);
     // Sound in the place of pictures: a notice without a picture, once a second of the frames.
     size_t records = 2;
     for (const int64_t second : {5, 6}) {
@@ -210,30 +228,6 @@ TEST(RenderMgr, RecordOfAPicture) {
         EXPECT_EQ(notice.timeSeconds, static_cast<uint32_t>(second));
     }
     (void)seen.Await(records);
-}
-
-// What is told after a picture was shown: when it is to be presented, and when it was taken.
-TEST(RenderMgr, RecordAfterDisplay) {
-    const uint8_t extension[] = {0, 0, 0, 0, 96, 12, 0, 0, 0, 9, 0, 0, 0, 8, 0, 7, 0, 1};    // the base time
-    MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, {}, true, 60'345);
-    header.extension = extension;
-    header.extensionSize = sizeof extension;
-    struct Told {
-        std::atomic<int> calls{0};
-        AfterDisplayRecord record{};
-    } told;
-    CRenderMgr manager(&told, 0, 0);
-    manager.SetAfterDisplay(
-        [](void* context, const AfterDisplayRecord* record) {
-            static_cast<Told*>(context)->record = *record;
-            ++static_cast<Told*>(context)->calls;
-        },
-        &told);
-    PlainPicture picture(64, 48);
-    manager.PresentFrame(std::make_shared<MediaFrameImpl>(header), picture.frame, true);
-    ASSERT_TRUE(Eventually([&] { return told.calls == 1; }));
-    EXPECT_EQ(told.record.presentTime.seconds * 1000 + told.record.presentTime.milliseconds, 60'345u);
-    EXPECT_EQ(told.record.baseTime.seconds, 9u);
 }
 
 // A picture callback that takes long neither holds the worker up nor sees a picture twice or torn.
@@ -271,37 +265,10 @@ TEST(RenderMgr, ASlowCallbackLosesPicturesAndNothingElse) {
     EXPECT_EQ(slow.numbers, (std::vector<int>{1, 9}));
 }
 
-TEST(RenderMgr, DirtyInformationIsSeenByOnePresentAndForcedRedrawByPolicy) {
-    Script script;
-    script.type = RendererType::Gdi;
-    defaultScript = gdiScript = &script;
-    CRenderMgr manager(&script, 0, 0, Clock::System(), kScripted);
-    PlainPicture picture(64, 48);
-    const auto present = [&](int64_t ms) {
-        const int before = script.presents;
-        manager.PresentFrame(Frame(ms), picture.frame, true);
-        return Eventually([&] { return script.presents > before; });
-    };
-    manager.Stop(false);
-    ASSERT_TRUE(present(0));
-    EXPECT_TRUE(script.sawDirty);
-    EXPECT_TRUE(script.sawRedraw) << "the state's picture lies where margins go";
-    ASSERT_TRUE(present(40));
-    EXPECT_FALSE(script.sawDirty);
-    EXPECT_FALSE(script.sawRedraw);
-    manager.RequestRedraw();
-    ASSERT_TRUE(Eventually([&] { return script.sawRedraw.load(); }));
-    ASSERT_TRUE(present(80));
-    EXPECT_FALSE(script.sawRedraw);
-    manager.SetOsdPolicy(kOsdAlways);
-    ASSERT_TRUE(present(120));
-    ASSERT_TRUE(present(160));
-    EXPECT_TRUE(script.sawRedraw);
-}
-
-// That size and state must be reported is told to the picture callback with the next picture, and to the text callback
-// with the next text, however many pictures later; once each. Without a text callback nothing is kept for it.
-TEST(RenderMgr, FreshInformationReachesPictureAndText) {
+// That size and state must be reported is told to the text callback with the next text, however many pictures later,
+// and once; without a text callback nothing is kept for it. A redraw is one text, and so are pictures after another
+// state.
+TEST(RenderMgr, TextFollowsPolicyRedrawsAndFreshInformation) {
     struct Text {
         std::atomic<int> calls{0}, fresh{0};
         static void Draw(void* context, OsdInfo* info) {
@@ -316,23 +283,37 @@ TEST(RenderMgr, FreshInformationReachesPictureAndText) {
     manager.SetAfterDisplay([](void* count, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(count); },
                             &presents);
     PlainPicture picture(64, 48);
+    const auto presented = [&](const std::function<void()>& call) {
+        const int before = presents;
+        call();
+        return Eventually([&] { return presents > before; });
+    };
+    const auto nothing = [] {};
+    const auto restart = [&] { manager.Stop(false); };
     const struct {
         int64_t timeMs;
-        bool restart, hasText;
-        int calls, fresh;    // of the text
+        std::function<void()> happens;
+        int calls, fresh = 0;    // of the text
     } rows[] = {
-        {1000, false, true, 1, 0}, {1040, true, true, 0, 0},  {1080, false, true, 0, 0}, {2000, false, true, 1, 1},
-        {3000, false, true, 1, 0}, {3040, true, false, 0, 0}, {3080, false, true, 1, 0},
+        {1000, nothing, 1},
+        {1040, restart, 0},
+        {1080, nothing, 0},
+        {2000, nothing, 1, 1},
+        {3000, nothing, 1},
+        {3040, [&] { manager.Stop(false), manager.SetOsd(nullptr, nullptr); }, 0},
+        {3080, [&] { manager.SetOsd(&Text::Draw, &text); }, 1},
+        {3120, [&] { EXPECT_TRUE(presented([&] { manager.RequestRedraw(); })); }, 1},
+        {3160, [&] { manager.ResetToStopped(); }, 1},
+        {3200, [&] { manager.SetOsdPolicy(kOsdAlways); }, 0},
+        {3240, nothing, 1},
+        {3280, [&] { manager.SetOsdPolicy(2); }, 1},
+        {3320, nothing, 0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.timeMs);
-        manager.SetOsd(row.hasText ? &Text::Draw : nullptr, &text);
-        if (row.restart)
-            manager.Stop(false);
-        const int before = presents;
         text.calls = text.fresh = 0;
-        manager.PresentFrame(Frame(row.timeMs), picture.frame, true);
-        ASSERT_TRUE(Eventually([&] { return presents > before; }));
+        row.happens();
+        ASSERT_TRUE(presented([&] { manager.PresentFrame(Frame(row.timeMs), picture.frame, true); }));
         EXPECT_EQ(text.calls, row.calls);
         EXPECT_EQ(text.fresh, row.fresh);
     }
@@ -412,16 +393,19 @@ TEST(RenderMgr, TakingAwayWaitsForTheRunningCall) {
         static_cast<Held*>(h)->Call();
     };
     const CorvanePictureCallback taken = [](void* h, const PseudoFrame*) { static_cast<Held*>(h)->Call(); };
-    for (const char* const what : {"filter", "after display", "picture"}) {
-        SCOPED_TRACE(what);
+    const std::function<void(CRenderMgr&, Held&, bool)> kinds[] = {
+        [](CRenderMgr& manager, Held& held, bool give) {
+            give ? (void)manager.InsertFilter(&held) : manager.RemoveFilter(&held);
+        },
+        [=](CRenderMgr& manager, Held& held, bool give) { manager.SetAfterDisplay(give ? displayed : nullptr, &held); },
+        [=](CRenderMgr& manager, Held& held, bool give) {
+            manager.RegisterRawDataCallback(give ? taken : nullptr, &held, PF_I420);
+        }};
+    for (const auto& set : kinds) {
+        SCOPED_TRACE(&set - kinds);
         CRenderMgr manager(&manager, 0, 0);
         Held held;
-        if (*what == 'f')
-            EXPECT_EQ(manager.InsertFilter(&held), Status::Ok);
-        else if (*what == 'a')
-            manager.SetAfterDisplay(displayed, &held);
-        else
-            manager.RegisterRawDataCallback(taken, &held, PF_I420);
+        set(manager, held, true);
         PlainPicture picture(64, 48);
         std::thread worker([&] { manager.PresentFrame(Frame(40), picture.frame, true); });
         ASSERT_TRUE(held.entered.Wait());
@@ -429,12 +413,7 @@ TEST(RenderMgr, TakingAwayWaitsForTheRunningCall) {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
             held.leave.Open();
         });
-        if (*what == 'f')
-            manager.RemoveFilter(&held);
-        else if (*what == 'a')
-            manager.SetAfterDisplay(nullptr, nullptr);
-        else
-            manager.RegisterRawDataCallback(nullptr, nullptr, PF_I420);
+        set(manager, held, false);
         EXPECT_TRUE(held.left);
         opener.join();
         worker.join();

@@ -154,19 +154,14 @@ public:
 struct Stage {
     Stage() {
         info.window = watch;
-        info.osd = [](void* context, OsdInfo* text) { static_cast<Stage*>(context)->texts.push_back(*text); };
-        info.osdContext = this;
-        info.osdPolicy = 2;
-        info.textFresh = &textFresh;
+        info.osd = [](void*, OsdInfo*) {};
     }
     int32_t Lend(uint32_t wish = PF_I420, uint32_t width = 64, uint32_t height = 48) {
         format = wish;
         return renderer->GetBuffer(width, height, &buffer, &stride, &format);
     }
-    Outcome Pass(uint32_t seconds = 5) {
-        MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, {}, true, 1);
-        header.timeSeconds = seconds;
-        const FramePtr frame = std::make_shared<MediaFrameImpl>(header);
+    Outcome Pass() {
+        const FramePtr frame = test::MakeFrame(CORVANE_STREAM_H264, {}, true, 5000);
         renderer->Prepare(info);
         renderer->Latch(info);
         return renderer->Present(&frame, &info);
@@ -193,8 +188,6 @@ struct Stage {
     ScriptedBlitter blitter;
     std::shared_ptr<ScriptedWatch> watch = std::make_shared<ScriptedWatch>(Rect{50, 40, 150, 120});
     RenderInfo info;
-    bool textFresh = false;
-    std::vector<OsdInfo> texts;
     std::unique_ptr<CDDrawRenderer> renderer;
     uint8_t* buffer = nullptr;
     uint32_t stride = 0, format = 0;
@@ -219,6 +212,13 @@ Happening Moves(const Monitor& monitor, const Rect& place, const char* refused) 
     };
 }
 
+Happening HasRoom(const Rect& place) {
+    return [=](Stage& s) {
+        s.WithOverviewWindow();
+        s.watch->outer = place;
+    };
+}
+
 // Each row: a channel shows a picture, then something happens to it, then comes another pass, another buffer and, with
 // what was lost mended, one more pass.
 TEST(DefaultRenderer, WhatFailsInAPass) {
@@ -238,6 +238,10 @@ TEST(DefaultRenderer, WhatFailsInAPass) {
         {"no window any more", [](Stage& s) { s.info.window = nullptr; }, NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
         {"window destroyed", Ends(Life::Dead, false), NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
         {"window beyond the limits", Moves(first, {0, 0, 9000, 9000}, ""), NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
+        {"window that just keeps them", Moves(first, {0, 0, 16200, 300}, ""), Put, 1, 1, 0, Put},
+        {"not with room for the overview beside it", HasRoom({0, 0, 16200, 300}), NothingToDrawOn, 1, 0, 0,
+         NothingToDrawOn},
+        {"nor below it", HasRoom({0, 0, 300, 16200}), NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
         {"window not known yet", Ends(Life::Unknown, false), NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
         {"server gone", Ends(Life::Dead, true), Outcome::Failed, 1, 0, -1, Outcome::Failed},
         {"window not viewable", [](Stage& s) { s.watch->viewable = false; }, NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
@@ -289,6 +293,12 @@ TEST(DefaultRenderer, WhatFailsInAPass) {
         if (row.lend == 0)
             EXPECT_EQ(stage.Alive("YV12"), 1);
         EXPECT_EQ(stage.Pass(), row.next);
+        if (row.next == Put) {    // what the text needs goes with it
+            EXPECT_EQ(stage.Alive("system") * 10 + stage.Alive("text"), 11);
+            stage.info.osd = nullptr;
+            (void)stage.Pass();
+            EXPECT_EQ(stage.Alive("system") + stage.Alive("text"), 0);
+        }
         stage.renderer.reset();
         EXPECT_EQ(stage.Alive("YV12") + stage.Alive("composite") + stage.Alive("system") + stage.Alive("text"), 0);
         EXPECT_EQ(stage.blitter.Devices().Users(), 0u);
@@ -376,48 +386,6 @@ TEST(DefaultRenderer, BlanksThatDoNotHelpAreRemembered) {
     for (int i = 0; i < 70; ++i)
         (void)looks();
     EXPECT_GT(looks(), 2);
-}
-
-TEST(DefaultRenderer, TextRefresh) {
-    Stage stage;
-    RenderInfo& info = stage.info;
-    const struct {
-        const char* name;
-        std::function<void()> change;
-        uint32_t seconds;
-        size_t calls;
-        uint32_t width = 0, height = 0, flags = 0;    // of the text
-    } rows[] = {
-        {"a first text, also at no time", [&] { stage.textFresh = true; }, 0, 1, 100, 80, CORVANE_OSD_FRESH},
-        {"nothing new", [] {}, 0, 0},
-        {"a second on", [] {}, 1, 1, 100, 80},
-        {"another policy", [&] { info.osdPolicy = 1; }, 2, 0},
-        {"redraw asked for", [&] { info.forceRedraw = true; }, 2, 1, 100, 80},
-        {"another size", [&] { stage.watch->outer.right += 10; }, 2, 1, 110, 80},
-        {"full window", [&] { info.fullWindow = true; }, 3, 0},
-        {"text comes back, with a border", [&] { info.fullWindow = false; }, 3, 1, 67, 55, CORVANE_OSD_BORDER},
-        {"on surfaces in memory, as large as the picture", [&] { info.window = nullptr; }, 4, 1, 64, 48},
-    };
-    info.osdPolicy = 3;    // the wall clock does not count
-    stage.renderer = std::make_unique<CDDrawRenderer>(info, stage.blitter);
-    ASSERT_EQ(stage.Lend(), 0);
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        row.change();
-        info.hasBorder = row.flags == CORVANE_OSD_BORDER;
-        info.border = {.left = 1, .right = 2, .top = 3, .bottom = 4};
-        stage.texts.clear();
-        EXPECT_EQ(stage.Pass(row.seconds), info.window != nullptr ? Outcome::Put : Outcome::NothingToDrawOn);
-        info.forceRedraw = false;
-        ASSERT_EQ(stage.texts.size(), row.calls);
-        for (const OsdInfo& text : stage.texts) {
-            EXPECT_EQ(text.width * 1000 + text.height, row.width * 1000 + row.height);
-            EXPECT_EQ(text.flags, row.flags);
-        }
-    }
-    info.osd = nullptr;
-    (void)stage.Pass();
-    EXPECT_EQ(stage.Alive("text") + stage.Alive("system"), 0);
 }
 
 TEST(DefaultRenderer, DeviceMap) {

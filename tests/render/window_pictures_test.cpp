@@ -97,11 +97,11 @@ int Difference(const Colours& expected, const std::vector<uint32_t>& shown) {
     return most;
 }
 
-// What the text callback draws; an overview lies across it.
+// What the text callback draws; an overview lies across it. The default renderer shows the picture through black.
 struct TextPart {
     Rect place;
     uint32_t colour;    // 0x00BBGGRR
-} constexpr kText[] = {{{4, 4, 110, 24}, 0x00F0F010}, {{110, 4, 216, 24}, 0x0010F0F0}};
+} constexpr kText[] = {{{4, 4, 110, 24}, 0x00F0F010}, {{120, 4, 216, 24}, 0x0010F0F0}, {{110, 8, 120, 24}, 0}};
 void DrawText(void* calls, OsdInfo* info) {
     if ((info->flags & CORVANE_OSD_STOPPED) != 0)
         return;    // before the first picture
@@ -157,7 +157,8 @@ Colours Expected(const Way& way, const Show& show, const Colours& picture, const
             on.Fill(band, way.Margins());
         for (const auto& [place, colour] : kText)
             for (const Rect& part : all)
-                on.Fill(textEverywhere ? place : part.Intersected(place), colour);
+                if (colour != 0 || !way.Default())
+                    on.Fill(textEverywhere ? place : part.Intersected(place), colour);
     };
     Colours window(static_cast<uint32_t>(kWindow.Width()), static_cast<uint32_t>(kWindow.Height()));
     const Rect small = kOverview.Moved(-kWindow.left, -kWindow.top);

@@ -19,7 +19,8 @@
  *     Corvane_Release(&instance);
  *
  * STATUS. Every export returns one of the Status_* words below. Failure is a negative number when the word is read as
- * int32_t. No export throws, aborts or prints.
+ * int32_t. No export throws or aborts. The library prints nothing; libavcodec may print a line on standard error for
+ * damaged input, which no setting of a decoder silences; a host that minds calls av_log_set_level.
  *
  * HANDLES. Instances and channels are opaque pointers. A null handle is Status_InvalidArgument; a handle that was
  * deleted or never came from this library is undefined. The client must not delete a channel while another of its own
@@ -71,7 +72,7 @@
  *
  * NOTHING APPEARS. A call that returns Status_Ok has queued a frame; what comes of it shows later.
  * Corvane_GetChannelStatistics says what became of every frame, and `lastCause` why the last one without a picture had
- * none. The usual mistakes:
+ * none; what libavcodec may print says less. The usual mistakes:
  *
  *   mistake                             counter that rises        lastCause           mend
  *   H.264 or H.265 from a container,    unitsFailed               NO_START_CODE       put 00 00 00 01 in the place of
@@ -89,15 +90,12 @@
  *   as long as the one before it                                                      a buffer time of 1
  *   no window and no picture callback   picturesNotPutNowhere     NO_WINDOW           give one of them
  *
- * The library itself prints nothing; the libraries that decode may print a line on damaged input, which says less.
- *
  * TIMES. Times must rise from frame to frame of a class (video, sound). A step below 1 ms, or of 11 s and more, counts
  * as long as the step before it.
  *
  * WHAT THE LIBRARY DOES TO YOUR PROCESS. Nothing beyond memory, threads and the connection to the X server: no
  * signal handler, no locale, no environment, no working directory, no descriptor left open, and no output of its
- * own. Its threads block all signals but those of their own faults. (Damaged input can make libavcodec print a few
- * of its messages past all settings of one decoder; a host that minds calls av_log_set_level.) Exhausted memory
+ * own. Its threads block all signals but those of their own faults. Exhausted memory
  * becomes Status_OutOfMemory where it is told, and a lost picture on the library's own threads.
  *
  * COLOURS. All conversion to RGB is full-range BT.601, whatever the stream signals, so that a change of renderer never

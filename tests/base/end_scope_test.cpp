@@ -52,6 +52,11 @@ TEST(EndScope, RefusesWhatWouldCloseACircleAndNothingElse) {
         many.emplace_back(i, i + 1);
     for (int i = 400; i < 600; ++i)
         many.emplace_back(1, i);
+    for (int i = 0; i < 60; i += 3)    // a ladder: 2^20 ways through it
+        for (const auto& [from, to] : {std::pair(i, i + 1), {i, i + 2}, {i + 1, i + 3}, {i + 2, i + 3}})
+            for (int twice = 0; twice < 2; ++twice)
+                many.emplace_back(800 + from, 800 + to);
+    many.emplace_back(300, 800);
     many.emplace_back(700, 1);
     many.emplace_back(300, 1);
     const std::vector<bool> allowed = Allowed(many);

@@ -191,7 +191,9 @@ TEST(LiveChannel, QueueHoldsBackUntilItsBufferTimeAndRefusesAboveIt) {
     for (int i = 0; i < 14; ++i)
         (void)feed(40 * i);
     client.Take();
+    const uint64_t emptied = test::StatisticsOf(client.channel).framesEmptied;
     ASSERT_EQ(Corvane_SetChannelOption(client.channel, 31, 0, 0), Status_Ok);
+    EXPECT_GT(test::StatisticsOf(client.channel).framesEmptied, emptied);
     Corvane_GetRemainingQueueElementCount(client.channel, &state);
     EXPECT_EQ(state.state, 1u) << "a queue that was emptied fills again";
 }

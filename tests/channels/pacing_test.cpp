@@ -12,6 +12,7 @@ namespace corvane {
 namespace {
 
 using test::Arrival;
+using test::Eventually;
 using Log = std::vector<std::pair<int64_t, int64_t>>;    // number of the frame, ns
 
 constexpr int64_t kNsPerMs = 1'000'000;
@@ -219,11 +220,15 @@ TEST(Pacing, SoundIsPacedOnlyInAudioOnlyMode) {
     }
 }
 
-// A renderer that keeps the picture lock while `held`.
+// A renderer that holds the render thread up, with the picture lock or while it presents.
 struct HoldingRenderer final : IVideoRenderer {
-    static inline std::atomic<bool> held{false};
+    static inline std::atomic<bool> inLatch{false}, inPresent{false};
+    static void Hold(const std::atomic<bool>& held) {
+        while (held)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     RendererType GetType() const override { return RendererType::Gdi; }
-    Outcome Present(const FramePtr*, const RenderInfo*) override { return Outcome::Put; }
+    Outcome Present(const FramePtr*, const RenderInfo*) override { return Hold(inPresent), Outcome::Put; }
     int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override {
         pixels.resize(size_t{4} * width * height);
         *buffer = pixels.data();
@@ -232,15 +237,12 @@ struct HoldingRenderer final : IVideoRenderer {
         return 0;
     }
     void Commit() override {}
-    void Latch(const RenderInfo&) override {
-        while (held)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    void Latch(const RenderInfo&) override { Hold(inLatch); }
     std::vector<uint8_t> pixels;
 };
 
-// Behind time, with the queue over its buffer time for 16 frames, a picture that finds the manager busy is lost at once.
-// Were each waited for, the test would not end in time.
+// Behind time, with the queue over its buffer time for 16 frames, a picture that finds the manager busy is lost at once,
+// and one that nobody has taken is replaced. Were each waited for, the test would not end in time.
 TEST(Pacing, ABusyManagerIsNotWaitedForWhenTheQueueIsOver) {
     constexpr int kFrames = 300;
     const RendererMakers makers{[](const RenderInfo&) -> RendererPtr { return std::make_shared<HoldingRenderer>(); },
@@ -248,17 +250,23 @@ TEST(Pacing, ABusyManagerIsNotWaitedForWhenTheQueueIsOver) {
     std::vector<Arrival> arrivals;
     for (int i = 0; i < kFrames; ++i)    // all at once; without a key frame in it a queue takes any length
         arrivals.push_back({.stampMs = 40 * i, .key = i == 0});
-    test::SimulatedChannel simulation(arrivals, makers);
-    simulation.onDecoded = [](int64_t number, int64_t) {
-        if (number == 20)
-            HoldingRenderer::held = true;
-    };
-    simulation.Play(kFrames);
-    HoldingRenderer::held = false;
-    ChannelStatistics told{};
-    simulation.channel.GetStatistics(told);
-    EXPECT_EQ(told.picturesDecoded, uint64_t{kFrames});
-    EXPECT_GE(told.picturesLost, uint64_t{kFrames - 30});
+    for (std::atomic<bool>* const held : {&HoldingRenderer::inLatch, &HoldingRenderer::inPresent}) {
+        test::SimulatedChannel simulation(arrivals, makers);
+        simulation.onDecoded = [held](int64_t number, int64_t) {
+            if (number == 20)
+                *held = true;
+        };
+        simulation.Play(kFrames);
+        simulation.channel.Render().Stop(true);    // the last picture is not taken any more
+        *held = false;
+        ChannelStatistics told{};
+        EXPECT_TRUE(Eventually([&] {
+            simulation.channel.GetStatistics(told);
+            return told.picturesDecoded == told.picturesLost + told.picturesReplaced + told.picturesTaken;
+        }));
+        EXPECT_EQ(told.picturesDecoded, uint64_t{kFrames});
+        EXPECT_GE(held == &HoldingRenderer::inLatch ? told.picturesLost : told.picturesReplaced, uint64_t{kFrames - 30});
+    }
 }
 
 // The kind of decoder is told once a run. A stream that pauses shows its last picture once, however often the render
@@ -292,6 +300,10 @@ TEST(Pacing, KindOnceAndNoPictureTwice) {
     std::this_thread::sleep_for(std::chrono::milliseconds(30));    // ticks of the render thread
     EXPECT_EQ(static_cast<uint64_t>(told.pictures), counters.picturesTaken);
     EXPECT_EQ(counters.picturesHandedOver, counters.picturesTaken);
+    simulation.channel.Render().RequestRedraw();    // handed out once more, and the same picture
+    EXPECT_TRUE(Eventually([&] { return static_cast<uint64_t>(told.pictures) == counters.picturesTaken + 1; }));
+    simulation.channel.GetStatistics(counters);
+    test::ExpectSums(counters);
     EXPECT_TRUE(counters.ageMean >= 300 && counters.age95 >= counters.ageMean) << "what the buffer held them back";
 }
 

@@ -123,6 +123,7 @@ WindowWatchPtr Viewable(xcb_window_t window) {
 
 // A renderer driven by hand.
 struct Passes {
+    Passes() = default;
     Passes(xcb_window_t window, uint32_t flags) {
         info.sinks = &sinks;
         info.window = Viewable(window);
@@ -175,54 +176,33 @@ protected:
 // With the flags of the default and of the plain renderer.
 class WindowLife : public Windows, public testing::WithParamInterface<uint32_t> {};
 
-// What a pass of each renderer comes to, driven by hand.
-TEST_P(WindowLife, OutcomeOfAPass) {
+// What a pass comes to where there is no window.
+TEST(OffScreen, OutcomeOfAPass) {
     using enum Outcome;
-    const xcb_window_t window = Window();
-    Passes passes(window, GetParam());
-    RenderInfo& info = passes.info;
-    info.overviewWindow = Viewable(Window(200));
-    info.area.overviewIsWindow = 1;
     int calls = 0;
     const CorvanePictureCallback count = [](void* own, const PseudoFrame*) { ++*static_cast<int*>(own); };
     CPseudoRenderer offScreen(count, &calls, PF_I420), toNobody(nullptr, nullptr, PF_I420);
-    const auto pass = [&](IVideoRenderer& renderer) { return passes.Pass(renderer); };
-    const auto becomes = [&](Outcome outcome) { return passes.Becomes(outcome); };
-    IVideoRenderer& onWindow = *passes.renderer;
-    EXPECT_TRUE(pass(offScreen) == NotDue && calls == 1 && pass(onWindow) == NotDue) << "no picture yet";
-    for (IVideoRenderer* const renderer : std::initializer_list<IVideoRenderer*>{&offScreen, &toNobody, &onWindow})
-        Passes::Fill(*renderer, kSide);
-    EXPECT_TRUE(pass(offScreen) == HandedOver && calls == 2 && pass(toNobody) == NotDue);
-    EXPECT_TRUE(becomes(Put));
-    m_server.Stop();
-    EXPECT_TRUE(becomes(Busy));
-    m_server.Continue();
-    EXPECT_TRUE(becomes(Put));
-    info.presentEnabled = false;
-    EXPECT_TRUE(pass(onWindow) == NotDue && pass(offScreen) == NotDue && calls == 2);
-    info.presentEnabled = true;
-    m_client.Unmap(window);
-    EXPECT_TRUE(becomes(NothingToDrawOn));
-    info.area.overviewEnabled = 1;
-    EXPECT_TRUE(becomes(Put)) << "on the overview";
-    info.area.overviewEnabled = 0;
-    m_client.Map(window);
-    EXPECT_TRUE(becomes(Put));
-    const WindowWatchPtr watch = std::exchange(info.window, nullptr);
-    EXPECT_EQ(pass(onWindow), NothingToDrawOn);
-    info.window = watch;
-    m_client.Destroy(window);
-    EXPECT_TRUE(becomes(NothingToDrawOn));
+    Passes passes;
+    EXPECT_TRUE(passes.Pass(offScreen) == NotDue && calls == 1) << "no picture yet";
+    Passes::Fill(offScreen, kSide);
+    Passes::Fill(toNobody, kSide);
+    EXPECT_TRUE(passes.Pass(offScreen) == HandedOver && calls == 2 && passes.Pass(toNobody) == NotDue);
+    passes.info.presentEnabled = false;
+    EXPECT_TRUE(passes.Pass(offScreen) == NotDue && calls == 2);
 }
 
 // Text is drawn when its time has changed, when its place has, and when a redraw is asked for; the plain renderer draws
 // it with the bands around the picture, whose place counts too, whatever the policy says of times. Each row follows the
 // one before.
-TEST_P(WindowLife, TextAndBandsFollowTimesAndPlaces) {
+TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
+    using enum Outcome;
     constexpr uint32_t kPicture = 0x646464;
     const xcb_window_t window = Window();
     Passes passes(window, GetParam());
     RenderInfo& info = passes.info;
+    info.overviewWindow = Viewable(Window(200));
+    info.area.overviewIsWindow = 1;
+    EXPECT_EQ(passes.Pass(*passes.renderer), NotDue) << "no picture yet";
     std::vector<OsdInfo> texts;
     bool fresh = true;
     info.background = kBlue;
@@ -249,7 +229,12 @@ TEST_P(WindowLife, TextAndBandsFollowTimesAndPlaces) {
         {"a wider margin", [&] { info.margin.left = 20; }, 15, true, 1, 0},
         {"full window", [&] { info.fullWindow = true; }, 15, false, 0, 0},
         {"full window off", [&] { info.fullWindow = false; }, 15, true, 1, 1},
-        {"a larger window", [&] { m_client.Resize(window, 70, 64); }, 15, true, 1, 1},
+        {"a larger window",
+         [&] {
+             m_client.Resize(window, 70, 64);
+             EXPECT_TRUE(Eventually([&] { return watch->ClientSize().width == 70; }));
+         },
+         15, true, 1, 1},
         {"a border", [&] { info.border.left = 4, info.hasBorder = true; }, 3, true, 1, 0},
         {"another border", [&] { info.border = {.left = 32}; }, 24, isPlain, 1, 0},
         {"a smaller picture within it",
@@ -262,13 +247,11 @@ TEST_P(WindowLife, TextAndBandsFollowTimesAndPlaces) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         row.change();
-        if (row.name == std::string("a larger window"))
-            EXPECT_TRUE(Eventually([&] { return watch->ClientSize().width == 70; }));
         for (const int texted : {isPlain ? row.plain : row.standard, 0}) {    // once
             texts.clear();
             const uint32_t mark = fresh ? CORVANE_OSD_FRESH : 0;    // until there is a text
             Passes::Fill(*passes.renderer, side);
-            EXPECT_TRUE(passes.Becomes(Outcome::Put));
+            EXPECT_TRUE(passes.Becomes(Put));
             ASSERT_EQ(texts.size(), static_cast<size_t>(texted));
             const bool around = info.hasBorder && !(isPlain && info.noBorder);
             const WindowWatch::Size size{side + info.border.left + info.border.right,
@@ -281,11 +264,28 @@ TEST_P(WindowLife, TextAndBandsFollowTimesAndPlaces) {
             info.forceRedraw = false;
         }
     }
+    m_server.Stop();
+    EXPECT_TRUE(passes.Becomes(Busy));
+    m_server.Continue();
+    EXPECT_TRUE(passes.Becomes(Put));
+    info.presentEnabled = false;
+    EXPECT_EQ(passes.Pass(*passes.renderer), NotDue);
+    info.presentEnabled = true;
+    m_client.Unmap(window);
+    EXPECT_TRUE(passes.Becomes(NothingToDrawOn));
+    info.area.overviewEnabled = 1;
+    EXPECT_TRUE(passes.Becomes(Put)) << "on the overview";
+    info.area.overviewEnabled = 0;
+    m_client.Map(window);
+    EXPECT_TRUE(passes.Becomes(Put));
     info.window = nullptr;    // the default renderer's surfaces in memory are as large as the picture
     info.hasBorder = false;
     texts.clear();
-    EXPECT_EQ(passes.Pass(*passes.renderer), Outcome::NothingToDrawOn);
+    EXPECT_EQ(passes.Pass(*passes.renderer), NothingToDrawOn);
     EXPECT_TRUE(isPlain ? texts.empty() : texts.size() == 1 && texts[0].width == side && texts[0].height == side);
+    info.window = watch;
+    m_client.Destroy(window);
+    EXPECT_TRUE(passes.Becomes(NothingToDrawOn));
 }
 
 TEST_P(WindowLife, States) {

@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -46,10 +45,10 @@ FramePtr FrameAt(int64_t timeMs) {
     return test::MakeFrame(CORVANE_STREAM_JPEG, {1}, true, timeMs);
 }
 
-// Remembers the last text call, and marks the pixel (1, 1) with its flags.
+// Remembers the text calls, and marks the pixel (1, 1) with the flags of each.
 struct Text {
     std::mutex mutex;
-    OsdInfo last{};    // under mutex
+    std::vector<OsdInfo> drawn;    // under mutex
     std::atomic<int> calls{0}, clock{0};
 
     static void Draw(void* context, OsdInfo* info) {
@@ -58,13 +57,21 @@ struct Text {
         cairo_rectangle(info->deviceContext, 1, 1, 1, 1);
         cairo_fill(info->deviceContext);
         const std::lock_guard lock(self.mutex);
-        self.last = *info;
+        self.drawn.push_back(*info);
         self.clock = info->time->tm_hour * 100 + info->time->tm_min;
         ++self.calls;
     }
     OsdInfo Last() {
         const std::lock_guard lock(mutex);
-        return last;
+        return drawn.empty() ? OsdInfo() : drawn.back();
+    }
+    std::vector<uint32_t> Counters(uint32_t flags) {
+        const std::lock_guard lock(mutex);
+        std::vector<uint32_t> counters;
+        for (const OsdInfo& info : drawn)
+            if (info.flags == flags)
+                counters.push_back(info.counter);
+        return counters;
     }
 };
 
@@ -734,35 +741,18 @@ TEST_P(WindowLife, CyclesLeaveNothingInProcessAndServer) {
 // that no step goes unseen.
 TEST_P(WindowLife, CounterOfAWait) {
     Ticks clock;
-    struct Counters {
-        std::mutex mutex;
-        std::vector<uint32_t> seen;
-        std::atomic<bool> stopped{false};
-    } counters;
+    Text text;
     CRenderMgr manager(this, m_client.Create({.mapped = false}), GetParam(), clock);
-    manager.SetOsd(
-        [](void* context, OsdInfo* info) {
-            auto& own = *static_cast<Counters*>(context);
-            const std::lock_guard lock(own.mutex);
-            if (info->flags == CORVANE_OSD_WAITING)
-                own.seen.push_back(info->counter);
-            else
-                own.stopped = true;
-        },
-        &counters);
+    manager.SetOsd(&Text::Draw, &text);
     for (const size_t length : {25, 3}) {
         manager.ResetToStopped();
-        ASSERT_TRUE(Eventually([&] { return counters.stopped.load(); }));
-        counters.seen.clear();    // what waited has ended
+        ASSERT_TRUE(Eventually([&] { return (text.Last().flags & CORVANE_OSD_STOPPED) != 0; }));
+        const size_t before = text.Counters(CORVANE_OSD_WAITING).size();    // what waited has ended
         manager.Stop(true);
-        EXPECT_TRUE(Eventually([&] {
-            const std::lock_guard lock(counters.mutex);
-            return counters.seen.size() >= length;
-        }));
-        const std::lock_guard lock(counters.mutex);
-        for (uint32_t i = 0; i < counters.seen.size(); ++i)
-            EXPECT_EQ(counters.seen[i], i % 10);
-        counters.stopped = false;
+        EXPECT_TRUE(Eventually([&] { return text.Counters(CORVANE_OSD_WAITING).size() >= before + length; }));
+        const std::vector<uint32_t> seen = text.Counters(CORVANE_OSD_WAITING);
+        for (size_t i = before; i < seen.size(); ++i)
+            EXPECT_EQ(seen[i], (i - before) % 10);
     }
 }
 

@@ -47,13 +47,11 @@ public:
     }
     int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override {
         ++m_script.buffers;
-        if (m_script.refuseBuffers-- > 0)
-            return -1;
         m_memory.resize(PictureBytes(PF_BGRA32, width, height) + 64);
         *buffer = m_memory.data();
         *stride = RowBytes(PF_BGRA32, width);
         *format = PF_BGRA32;
-        return 0;
+        return m_script.refuseBuffers-- > 0 ? -1 : 0;
     }
     void Commit() override {}
     void Latch(const RenderInfo&) override {}
@@ -280,7 +278,7 @@ TEST(RenderMgr, TextFollowsPolicyRedrawsAndFreshInformation) {
     CRenderMgr manager(&text, 0, 0);
     manager.SetOsd(&Text::Draw, &text);
     manager.SetOsdPolicy(2);    // by the frame's second
-    manager.SetAfterDisplay([](void* count, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(count); },
+    manager.SetAfterDisplay([](void* own, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(own); },
                             &presents);
     PlainPicture picture(64, 48);
     const auto presented = [&](const std::function<void()>& call) {

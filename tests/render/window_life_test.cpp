@@ -264,7 +264,7 @@ TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
             const WindowWatch::Size size{side + info.border.left + info.border.right,
                                          side + info.border.top + info.border.bottom};
             for (const OsdInfo& text : texts) {
-                EXPECT_EQ(WindowWatch::Size(text.width, text.height), around ? size : watch->ClientSize());
+                EXPECT_EQ((WindowWatch::Size{text.width, text.height}), around ? size : watch->ClientSize());
                 EXPECT_EQ(text.flags, mark | (around ? CORVANE_OSD_BORDER : 0));
             }
             EXPECT_TRUE(Shows(window, !row.band ? kPicture : isPlain ? kBluePixel : 0, row.x, 32));

@@ -162,7 +162,8 @@ struct Passes {
     std::unique_ptr<IVideoRenderer> renderer;
 };
 
-class Windows : public testing::Test {
+// With the flags of the default and of the plain renderer.
+class WindowLife : public testing::TestWithParam<uint32_t> {
 protected:
     uint32_t Pixel(xcb_window_t window, int x, int y) {
         const auto pixels = m_client.Read(window, {x, y, x + 1, y + 1});
@@ -179,9 +180,6 @@ protected:
     test::XServer m_server;
     test::XClient m_client{m_server.Display()};
 };
-
-// With the flags of the default and of the plain renderer.
-class WindowLife : public Windows, public testing::WithParamInterface<uint32_t> {};
 
 // What a pass comes to where there is no window.
 TEST(OffScreen, OutcomeOfAPass) {

@@ -47,13 +47,11 @@ public:
     }
     int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override {
         ++m_script.buffers;
-        if (m_script.refuseBuffers-- > 0)
-            return -1;
         m_memory.resize(PictureBytes(PF_BGRA32, width, height) + 64);
         *buffer = m_memory.data();
         *stride = RowBytes(PF_BGRA32, width);
         *format = PF_BGRA32;
-        return 0;
+        return m_script.refuseBuffers-- > 0 ? -1 : 0;
     }
     void Commit() override {}
     void Latch(const RenderInfo&) override {}
@@ -280,7 +278,7 @@ TEST(RenderMgr, TextFollowsPolicyRedrawsAndFreshInformation) {
     CRenderMgr manager(&text, 0, 0);
     manager.SetOsd(&Text::Draw, &text);
     manager.SetOsdPolicy(2);    // by the frame's second
-    manager.SetAfterDisplay([](void* count, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(count); },
+    manager.SetAfterDisplay([](void* own, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(own); },
                             &presents);
     PlainPicture picture(64, 48);
     const auto presented = [&](const std::function<void()>& call) {
@@ -378,46 +376,30 @@ TEST(RenderMgr, DisplayAreaFieldsFollowTheMask) {
 
 // What a client takes away may be freed when the call returns: a call into it that runs is waited for.
 TEST(RenderMgr, TakingAwayWaitsForTheRunningCall) {
-    struct Held final : QMRX::Filter::IFilter {
+    struct {
         Gate entered, leave;
         std::atomic<bool> left{false};
-        void Call() {
-            entered.Open();
-            leave.Wait();
+    } held;
+    CRenderMgr manager(&held, 0, 0);
+    manager.SetAfterDisplay(
+        [](void* context, const AfterDisplayRecord*) {
+            auto& own = *static_cast<decltype(held)*>(context);
+            own.entered.Open();
+            own.leave.Wait();
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            left = true;
-        }
-        int32_t Process(QMRX::Filter::FilterArgs*) override { return Call(), 0; }
-    };
-    const CorvaneAfterDisplayCallback displayed = [](void* h, const AfterDisplayRecord*) {
-        static_cast<Held*>(h)->Call();
-    };
-    const CorvanePictureCallback taken = [](void* h, const PseudoFrame*) { static_cast<Held*>(h)->Call(); };
-    const std::function<void(CRenderMgr&, Held&, bool)> kinds[] = {
-        [](CRenderMgr& manager, Held& held, bool give) {
-            give ? (void)manager.InsertFilter(&held) : manager.RemoveFilter(&held);
+            own.left = true;
         },
-        [=](CRenderMgr& manager, Held& held, bool give) { manager.SetAfterDisplay(give ? displayed : nullptr, &held); },
-        [=](CRenderMgr& manager, Held& held, bool give) {
-            manager.RegisterRawDataCallback(give ? taken : nullptr, &held, PF_I420);
-        }};
-    for (const auto& set : kinds) {
-        SCOPED_TRACE(&set - kinds);
-        CRenderMgr manager(&manager, 0, 0);
-        Held held;
-        set(manager, held, true);
-        PlainPicture picture(64, 48);
-        std::thread worker([&] { manager.PresentFrame(Frame(40), picture.frame, true); });
-        ASSERT_TRUE(held.entered.Wait());
-        std::thread opener([&] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            held.leave.Open();
-        });
-        set(manager, held, false);
-        EXPECT_TRUE(held.left);
-        opener.join();
-        worker.join();
-    }
+        &held);
+    PlainPicture picture(64, 48);
+    manager.PresentFrame(Frame(40), picture.frame, true);
+    ASSERT_TRUE(held.entered.Wait());
+    std::thread opener([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        held.leave.Open();
+    });
+    manager.SetAfterDisplay(nullptr, nullptr);
+    EXPECT_TRUE(held.left);
+    opener.join();
 }
 
 }    // namespace

@@ -173,6 +173,10 @@ TEST_F(VideoHolder, SharesWhatItsDecoderShares) {
         EXPECT_EQ(script.references, row.shared || !row.whole ? 1 : 0);
     }
     script.fault = Fault::None;
+    const DecoderPtr own = MakeVideoDecoder(FFmpegCodec::H264, 1);
+    DecodedFrame none{};
+    EXPECT_EQ(static_cast<uint32_t>(own->ShareFrame(&none, 1)), 0x80000005u);
+    EXPECT_EQ(own->ShareFrame(&none, 2), -1);
 }
 
 TEST_F(VideoHolder, DropsADecoderThatStopsAnswering) {

@@ -10,19 +10,13 @@
 #include "support/BitWriter.h"
 #include "support/StreamMaker.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
-
-using test::Bytes;
-using test::operator+;
-
-constexpr uint32_t kJpeg = CORVANE_STREAM_JPEG, kMpeg4 = CORVANE_STREAM_MPEG4, kH264 = CORVANE_STREAM_H264,
-                   kH265 = CORVANE_STREAM_H265;
 
 // A key frame and a dependent one, as an encoder gives them.
 std::vector<Bytes> Encode(uint32_t type, int width = 320) {
     std::vector<Bytes> frames;
-    for (test::EncodedPicture& picture : test::MakeVideo({.streamType = type, .width = width, .frames = 2}))
+    for (EncodedPicture& picture : MakeVideo({.streamType = type, .width = width, .frames = 2}))
         frames.push_back(std::move(picture.bytes));
     return frames;
 }
@@ -97,7 +91,7 @@ TEST(DecodeOutcome, SaysWhatWasWrong) {
         for (size_t i = 0; i < row.frames.size(); ++i) {
             uint32_t got = 0;
             const uint32_t side = i > 0 ? row.width : 0;
-            holder.Decode(test::MakeFrame(row.type, row.frames[i], i < row.keys, 0, side, side), &got);
+            holder.Decode(MakeFrame(row.type, row.frames[i], i < row.keys, 0, side, side), &got);
             EXPECT_EQ(static_cast<int>(holder.LastOutcome()), static_cast<int>(row.wanted[i])) << row.name << ' ' << i;
             EXPECT_EQ(got != 0, row.wanted[i] == Picture) << row.name << ' ' << i;
             EXPECT_EQ(holder.ThreadsInUse(), decoder ? row.threads : 0) << row.name;
@@ -106,4 +100,4 @@ TEST(DecodeOutcome, SaysWhatWasWrong) {
 }
 
 }    // namespace
-}    // namespace corvane
+}    // namespace corvane::test

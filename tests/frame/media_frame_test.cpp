@@ -10,14 +10,11 @@
 
 #include "base/Limits.h"
 #include "frame/MediaFrameImpl.h"
-#include "support/BitWriter.h"
 #include "support/GuardedBytes.h"
+#include "support/StreamMaker.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
-
-using test::Bytes;
-using test::operator+;
 
 Bytes Counting(size_t size) {
     Bytes bytes(size);
@@ -50,7 +47,7 @@ std::string Text(const FrameExtension& e) {
 
 // What comes of an area that ends in front of a page that cannot be read.
 std::string Parse(bool header, const Bytes& bytes, uint32_t type = CORVANE_STREAM_H264, uint16_t capture_height = 720) {
-    const test::GuardedBytes guarded(bytes.data(), bytes.size());
+    const GuardedBytes guarded(bytes.data(), bytes.size());
     MediaFrameHeader record{};
     record.streamType = type;
     record.captureWidth = 1920;
@@ -143,11 +140,8 @@ TEST(FrameExtension, HeaderFraming) {
         EXPECT_EQ(Parse(true, HeaderBytes(kFisheye), 1, height).substr(18, 1), height == 1080 ? "1" : "0");
 }
 
-MediaFrameHeader NewRecord(uint32_t type = CORVANE_STREAM_MULAW) {    // its header bytes are not parsed
-    MediaFrameHeader record{};
-    record.recordSize = 264;
-    record.streamType = type;
-    return record;
+MediaFrameHeader NewRecord() {
+    return VideoHeader(CORVANE_STREAM_MULAW, {}, true, 0);    // its header bytes are not parsed
 }
 
 // Everything that the record points at is found in the copy, aligned, inside the block, and padded with zeros. A
@@ -209,7 +203,7 @@ TEST(MediaFrame, RecordSizes) {
         record.streamSeconds = 7;
         record.objects = &object;
         record.objectCount = 1;
-        const test::GuardedBytes guarded(&record, row.readable);
+        const GuardedBytes guarded(&record, row.readable);
         const MediaFrameImpl frame(*reinterpret_cast<const MediaFrameHeader*>(guarded.Data()));
         EXPECT_EQ(frame.Header().recordSize, 264u);
         EXPECT_EQ(frame.DecodedWidth(), row.extension ? 0x102u : 0u) << row.stated;
@@ -256,4 +250,4 @@ TEST(MediaFrame, Times) {
 }
 
 }    // namespace
-}    // namespace corvane
+}    // namespace corvane::test

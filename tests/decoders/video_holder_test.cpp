@@ -222,7 +222,7 @@ TEST_F(VideoHolder, MarksStayUntilTheStreamSaysOtherwise) {
                  {4, "FL_PG Mode", 1}, {4, "", 1},           {8, "", 0}, {4, "", 0}};
     Renew(0);
     for (const auto& step : steps) {
-        std::vector<uint8_t> bytes = MakeVideo({.streamType = step.streamType, .frames = 1})[0].bytes;
+        Bytes bytes = MakeVideo({.streamType = step.streamType, .frames = 1})[0].bytes;
         const std::string head = step.streamType == 1 ? std::string("\xFF\xE2\0\14", 4) : std::string("\0\0\1\xB2", 4);
         const std::string segment = step.text[0] == '\0' ? "" : head + step.text;
         bytes.insert(bytes.begin() + (step.streamType == 1 ? 2 : 5), segment.begin(), segment.end());

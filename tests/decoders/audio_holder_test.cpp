@@ -3,11 +3,10 @@
 #include <vector>
 
 #include "decoders/AudioDecoderHolder.h"
+#include "support/StreamMaker.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 // All through one holder, so that the decoder is replaced in between. Samples of the laws as their Recommendation
 // lists them; what does not fit or is no sound loses only itself.
@@ -39,11 +38,7 @@ TEST(AudioHolder, LawsBlocksAndShortBuffers) {
     AudioDecoderHolder holder;
     testing::internal::CaptureStderr();
     for (const auto& row : rows) {
-        MediaFrameHeader header{};
-        header.recordSize = sizeof header;
-        header.streamType = row.type;
-        header.data = row.bytes.data();
-        header.payloadSize = static_cast<uint32_t>(row.bytes.size());
+        MediaFrameHeader header = VideoHeader(row.type, row.bytes, true, 0);
         header.audioSampleRate = 8000;
         header.audioChannels = static_cast<uint8_t>(row.channels);
         std::vector<int16_t> pcm(row.capacity / 2 + 1, 0x5A5A);
@@ -59,4 +54,4 @@ TEST(AudioHolder, LawsBlocksAndShortBuffers) {
 }
 
 }    // namespace
-}    // namespace corvane
+}    // namespace corvane::test

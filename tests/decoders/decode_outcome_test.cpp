@@ -10,19 +10,13 @@
 #include "support/BitWriter.h"
 #include "support/StreamMaker.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
-
-using test::Bytes;
-using test::operator+;
-
-constexpr uint32_t kJpeg = CORVANE_STREAM_JPEG, kMpeg4 = CORVANE_STREAM_MPEG4, kH264 = CORVANE_STREAM_H264,
-                   kH265 = CORVANE_STREAM_H265;
 
 // A key frame and a dependent one, as an encoder gives them.
 std::vector<Bytes> Encode(uint32_t type, int width = 320) {
     std::vector<Bytes> frames;
-    for (test::EncodedPicture& picture : test::MakeVideo({.streamType = type, .width = width, .frames = 2}))
+    for (EncodedPicture& picture : MakeVideo({.streamType = type, .width = width, .frames = 2}))
         frames.push_back(std::move(picture.bytes));
     return frames;
 }
@@ -49,12 +43,16 @@ Bytes Garbage(Bytes begin, size_t size) {
 TEST(DecodeOutcome, SaysWhatWasWrong) {
     using enum DecodeOutcome;
     const std::vector<Bytes> jpeg = Encode(kJpeg), mpeg4 = Encode(kMpeg4), h264 = Encode(kH264), h265 = Encode(kH265);
-    const Bytes sets = Sets(h264[0]);
+    const Bytes sets = Sets(h264[0]), idr(h264[0].begin() + std::ssize(sets), h264[0].end());
+    const std::vector late = {HeldBack, HeldBack, HeldBack, Picture, Picture};
     const struct {
         const char* name;
         uint32_t type;
-        std::vector<Bytes> frames;    // the first is a key frame
+        std::vector<Bytes> frames;
         std::vector<DecodeOutcome> wanted;
+        size_t keys = 1;    // the first ones are key frames
+        uint32_t threads = 1;
+        uint32_t width = 0;    // stated from the second on; another than before asks for another decoder
     } rows[] = {
         {"no start codes", kH264, {LengthPrefixed(h264[1], 4) + LengthPrefixed(h264[1], 4)}, {NoStartCode}},
         {"two bytes of length", kH265, {LengthPrefixed(h265[1], 2)}, {NoStartCode}},
@@ -74,7 +72,10 @@ TEST(DecodeOutcome, SaysWhatWasWrong) {
         {"garbage, H.265", kH265, {Garbage({}, 500)}, {Failed}},
         {"half a JPEG header", kJpeg, {Bytes(jpeg[0].begin(), jpeg[0].begin() + 30)}, {Failed}},
         {"a dependent frame alone, MPEG-4", kMpeg4, {mpeg4[1]}, {Failed}},
+        {"a dependent frame alone", kH264, {h264[1]}, {AwaitsKeyFrame}, 0},
+        {"a dependent frame behind the sets", kH264, {sets + h264[1]}, {Picture}},
         {"parameter sets by themselves", kH264, {sets, h264[0]}, {HeldBack, Picture}},
+        {"sets, a size, three threads", kH264, {sets, idr, h264[1], h264[1], h264[1]}, late, 2, 3, 320},
         {"wide JPEG", kJpeg, {Encode(kJpeg, 16385)[0]}, {Size}},
         {"H.264 between JPEG", kJpeg, {jpeg[0], h264[0], jpeg[1]}, {Picture, WrongType, Picture}},
         {"garbage behind a header", kH264, {h264[0], Garbage({0, 0, 0, 1, 0x41}, 500)}, {Picture, Failed}},
@@ -84,37 +85,19 @@ TEST(DecodeOutcome, SaysWhatWasWrong) {
     };
     for (const auto& row : rows) {
         VideoDecoderHolder holder;
+        holder.SetThreads(row.threads);
+        EXPECT_EQ(holder.ThreadsInUse(), 0u);
+        const bool decoder = row.wanted[0] != NoDecoder && row.wanted[0] != AwaitsKeyFrame;
         for (size_t i = 0; i < row.frames.size(); ++i) {
             uint32_t got = 0;
-            holder.Decode(test::MakeFrame(row.type, row.frames[i], i == 0, 0), &got);
+            const uint32_t side = i > 0 ? row.width : 0;
+            holder.Decode(MakeFrame(row.type, row.frames[i], i < row.keys, 0, side, side), &got);
             EXPECT_EQ(static_cast<int>(holder.LastOutcome()), static_cast<int>(row.wanted[i])) << row.name << ' ' << i;
             EXPECT_EQ(got != 0, row.wanted[i] == Picture) << row.name << ' ' << i;
-            EXPECT_EQ(holder.ThreadsInUse(), row.wanted[0] == NoDecoder ? 0u : 1u) << row.name;
+            EXPECT_EQ(holder.ThreadsInUse(), decoder ? row.threads : 0) << row.name;
         }
     }
 }
 
-TEST(DecodeOutcome, DelayAndDependentFrames) {
-    using enum DecodeOutcome;
-    const std::vector<Bytes> stream = Encode(kH264);
-    const Bytes sets = Sets(stream[0]);
-    VideoDecoderHolder holder;
-    holder.SetThreads(3);
-    EXPECT_EQ(holder.ThreadsInUse(), 0u);
-    std::vector<DecodeOutcome> outcomes;
-    const auto feed = [&](const Bytes& bytes, bool key, uint32_t width) {
-        uint32_t got = 0;
-        holder.Decode(test::MakeFrame(kH264, bytes, key, 0, width, width), &got);
-        outcomes.push_back(holder.LastOutcome());
-    };
-    feed(stream[1], false, 0);
-    feed(sets, true, 0);                                                              // states no size
-    feed(Bytes(stream[0].begin() + std::ssize(sets), stream[0].end()), true, 320);    // another decoder
-    for (int i = 0; i < 3; ++i)
-        feed(stream[1], false, 320);
-    EXPECT_EQ(outcomes, (std::vector{AwaitsKeyFrame, HeldBack, HeldBack, HeldBack, Picture, Picture}));
-    EXPECT_EQ(holder.ThreadsInUse(), 3u);
-}
-
 }    // namespace
-}    // namespace corvane
+}    // namespace corvane::test

@@ -6,7 +6,7 @@
 #include "decoders/FieldMarker.h"
 #include "support/GuardedBytes.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
 
 using std::string_literals::operator""s;
@@ -48,7 +48,7 @@ TEST(FieldMarker, FindsTheText) {
     for (const auto& row : rows)
         for (const bool before : {false, true})
             for (size_t size = 0; size <= row.payload.size(); ++size) {    // no prefix is left
-                const test::GuardedBytes guarded(row.payload.data(), size);
+                const GuardedBytes guarded(row.payload.data(), size);
                 FieldMarks marks{before, before};
                 const auto read = row.payload[0] == '\0' ? &ReadMpeg4Marker : &ReadJpegMarker;
                 read(guarded.Data(), static_cast<uint32_t>(size), marks);
@@ -61,4 +61,4 @@ TEST(FieldMarker, FindsTheText) {
 }
 
 }    // namespace
-}    // namespace corvane
+}    // namespace corvane::test

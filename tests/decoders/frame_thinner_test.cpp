@@ -4,15 +4,11 @@
 #include <vector>
 
 #include "decoders/FrameThinner.h"
-#include "support/BitWriter.h"
 #include "support/GuardedBytes.h"
+#include "support/StreamMaker.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
-
-using test::BitWriter;
-using test::Bytes;
-using test::operator+;
 
 struct Stream {
     uint32_t orderType = 0;
@@ -55,12 +51,9 @@ std::vector<Bytes> Encode(const Stream& stream, const std::vector<Slice>& slices
 }
 
 bool Ask(FrameThinner& thinner, const Bytes& payload, bool key, uint32_t level, uint32_t type = CORVANE_STREAM_H264) {
-    const test::GuardedBytes guarded(payload.data(), payload.size());
-    MediaFrameHeader frame{};
-    frame.streamType = type;
-    frame.frameType = key ? 0 : 1;
+    const GuardedBytes guarded(payload.data(), payload.size());
+    MediaFrameHeader frame = VideoHeader(type, payload, key, 0);
     frame.data = guarded.Data();
-    frame.payloadSize = static_cast<uint32_t>(payload.size());
     return thinner.ShouldThin(frame, level);
 }
 
@@ -112,4 +105,4 @@ TEST(FrameThinner, BadSyntaxAndLevelsUpToTheNextKeyFrame) {
 }
 
 }    // namespace
-}    // namespace corvane
+}    // namespace corvane::test

@@ -9,15 +9,8 @@
 #include "support/BitWriter.h"
 #include "support/GuardedBytes.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
-
-using test::BitWriter;
-using test::Bytes;
-using test::operator+;
-
-constexpr uint32_t kJpeg = CORVANE_STREAM_JPEG, kMpeg4 = CORVANE_STREAM_MPEG4, kH264 = CORVANE_STREAM_H264,
-                   kH265 = CORVANE_STREAM_H265;
 
 Bytes JpegFrame(uint32_t width, uint32_t height) {
     return Bytes{0xFF, 0xC0, 0, 17, 8} +
@@ -66,11 +59,10 @@ TEST(HeaderCheck, HoldsBackImpossibleSizesOnly) {
         uint32_t type;
         Bytes bytes;
         HeaderVerdict verdict;
-        bool told = verdict == Size;    // libavcodec complains at once, not when it wants the memory
     };
     std::vector<Row> rows = {
         {"JPEG", kJpeg, start + JpegFrame(16384, 4096), Stand},
-        {"JPEG, too large", kJpeg, start + JpegFrame(16384, 4300), Size, false},
+        {"JPEG, too large", kJpeg, start + JpegFrame(16384, 4300), Size},
         {"JPEG, no height", kJpeg, start + JpegFrame(100, 0), Size},
         {"JPEG, behind the end", kJpeg, start + JpegFrame(16, 16) + end + JpegFrame(0, 0), Stand},
         {"JPEG, header ends early", kJpeg, start + Bytes{0xFF, 0xC0, 0, 17, 8, 0, 16, 0}, Damaged},
@@ -82,15 +74,15 @@ TEST(HeaderCheck, HoldsBackImpossibleSizesOnly) {
         {"MPEG-4, a second without size", kMpeg4, Layer(16, 16) + Layer(0, 0) + picture, Stand},
         {"MPEG-4, a first without size", kMpeg4, Layer(0, 0) + Layer(16, 16) + picture, Size},
         {"H.264", kH264, H264(16384, 4096, false), Stand},
-        {"H.264, too large", kH264, H264(16384, 4352, false), Size, false},
-        {"H.264, fields, too large", kH264, H264(16384, 4352, true), Size, false},
+        {"H.264, too large", kH264, H264(16384, 4352, false), Size},
+        {"H.264, fields, too large", kH264, H264(16384, 4352, true), Size},
         {"H.264, scaling lists", kH264, H264(65536, 65536, false, true), Size},
         {"H.264, the second", kH264, H264(16, 16, false) + H264(65536, 65536, false), Size},
         {"H.264, ends early", kH264, {0, 0, 1, 0x67, 77, 0, 30, 0xDA}, Damaged},
         {"H.264, order count of type 3", kH264, {0, 0, 1, 0x67, 77, 0, 30, 0xC9}, Stand},
         {"H.265", kH265, H265(16384, 4096), Stand},
-        {"H.265, too large", kH265, H265(16384, 4352), Size, false},
-        {"H.265, no height", kH265, H265(64, 0), Size, false},
+        {"H.265, too large", kH265, H265(16384, 4352), Size},
+        {"H.265, no height", kH265, H265(64, 0), Size},
         {"H.265, ends early", kH265, {0, 0, 1, 0x42, 1, 1, 1}, Damaged},
     };
     for (const int marker : {0xC4, 0xE0, 0xE1, 0xEF, 0xFE})
@@ -99,20 +91,19 @@ TEST(HeaderCheck, HoldsBackImpossibleSizesOnly) {
     for (const int marker : {0xDB, 0xDC, 0xF0, 0xF1, 0xF2, 0xF3, 0xF4, 0xF5, 0xF6, 0xF9, 0xFA, 0xFB, 0xFC, 0xFD})
         rows.push_back({"JPEG, no segment", kJpeg, start + Hidden(static_cast<uint8_t>(marker)) + end, Size});
     for (const Row& row : rows) {
-        const test::GuardedBytes guarded(row.bytes.data(), row.bytes.size());
+        const GuardedBytes guarded(row.bytes.data(), row.bytes.size());
         const auto check = row.type == kJpeg    ? CheckJpegHeaders
                            : row.type == kMpeg4 ? CheckMpeg4Layer
                            : row.type == kH264  ? CheckH264Sequences
                                                 : CheckHevcSequences;
         const HeaderVerdict verdict = check(guarded.Data(), static_cast<uint32_t>(row.bytes.size()));
         testing::internal::CaptureStderr();
-        test::BareDecode(row.type, {{row.bytes, true, 0, 0}});
+        BareDecode(row.type, {{row.bytes, true, 0, 0}});
         const std::string lines = testing::internal::GetCapturedStderr();
         EXPECT_EQ(static_cast<int>(verdict), static_cast<int>(row.verdict)) << row.name << int{row.bytes[3]};
         EXPECT_TRUE(verdict != Stand || lines.empty()) << row.name << int{row.bytes[3]} << lines;
-        EXPECT_TRUE(!row.told || !lines.empty()) << row.name;
     }
 }
 
 }    // namespace
-}    // namespace corvane
+}    // namespace corvane::test

@@ -4,29 +4,27 @@
 
 #include <algorithm>
 #include <functional>
+#include <memory>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "decoders/VideoDecoderHolder.h"
 #include "support/BareDecoder.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
 
-using test::Bytes;
-using test::Sampling;
-using Stream = std::vector<test::EncodedPicture>;
-
-constexpr uint32_t kJpeg = CORVANE_STREAM_JPEG, kMpeg4 = CORVANE_STREAM_MPEG4, kH264 = CORVANE_STREAM_H264,
-                   kH265 = CORVANE_STREAM_H265;
+using Stream = std::vector<EncodedPicture>;
 
 enum Flags : unsigned { kBehind = 1, kDamaged = 2 };    // behind a stream of the usual size; with damage too
 struct Row {
     const char* name;
     unsigned flags;
     size_t held, lost;    // pictures that the decoder has at the end, on one thread; that came too late for their place
-    test::VideoSpec spec;    // 96 x 64 where it has the usual width, the usual size where it has none
+    VideoSpec spec;       // 96 x 64 where it has the usual width, the usual size where it has none
 };
+const char* const kScalingLists = "scaling-list=default:hrd=1:vbv-maxrate=9:vbv-bufsize=9";
 const Row kRows[] = {
     {"H.264", kDamaged, 0, 0, {}},
     {"no VUI", 0, 0, 0, {.noVui = true}},
@@ -43,11 +41,7 @@ const Row kRows[] = {
     {"4:4:4", kBehind, 0, 0, {.width = 164, .height = 82, .sampling = Sampling::Yuv444, .options = "cqm=jvt:8x8dct=1"}},
     {"grey", kBehind, 0, 0, {.sampling = Sampling::Gray}},
     {"10 bits of 4:2:2", 0, 0, 0, {.sampling = Sampling::Yuv422, .bitDepth = 10}},
-    {"H.265",
-     kDamaged,
-     0,
-     0,
-     {.streamType = kH265, .options = "scaling-list=default:hrd=1:vbv-maxrate=9:vbv-bufsize=9"}},
+    {"H.265", kDamaged, 0, 0, {.streamType = kH265, .options = kScalingLists}},
     {"B-frames", kDamaged, 2, 0, {.streamType = kH265, .bFrames = 4, .options = "rc-lookahead=9"}},
     {"behind none", kBehind, 2, 0, {.streamType = kH265, .width = 0, .bFrames = 2, .options = "temporal-layers=1"}},
     {"H.265, open groups", 0, 2, 0, {.streamType = kH265, .bFrames = 3, .options = "aud=1", .openGop = true}},
@@ -61,7 +55,7 @@ const Row kRows[] = {
 };
 
 Stream Encode(const Row& row, int frames) {
-    test::VideoSpec spec = row.spec;
+    VideoSpec spec = row.spec;
     const bool usual = spec.width == 320;
     spec.width = usual ? 96 : spec.width == 0 ? 320 : spec.width;
     spec.height = usual ? 64 : spec.height;
@@ -69,8 +63,8 @@ Stream Encode(const Row& row, int frames) {
     spec.gop = 10;
     Stream stream;
     if ((row.flags & kBehind) != 0)
-        stream = test::MakeVideo({.streamType = spec.streamType});
-    const Stream own = test::MakeVideo(spec);
+        stream = MakeVideo({.streamType = spec.streamType});
+    const Stream own = MakeVideo(spec);
     stream.insert(stream.end(), own.begin(), own.end());
     return stream;
 }
@@ -86,7 +80,7 @@ struct Result {
 Result DecodeAll(uint32_t type, const Stream& stream, uint32_t threads) {
     Result result;
     result.threads = type == kH264 || type == kH265 ? threads : 1;
-    auto bare = test::BareDecode(type, stream, result.threads, &result.expected);
+    auto bare = BareDecode(type, stream, result.threads, &result.expected);
     const auto isSame = [](const auto& one, const auto& other) { return one->pts == other->pts; };
     const auto end = std::unique(bare.begin(), bare.end(), isSame);    // MPEG-4 repeats one when its delay grows
     result.expected -= static_cast<size_t>(bare.end() - end);
@@ -94,21 +88,32 @@ Result DecodeAll(uint32_t type, const Stream& stream, uint32_t threads) {
     for (auto at = bare.begin(); at != end; ++at)
         units.push_back((*at)->pts);
     std::sort(units.begin(), units.end());
-    VideoDecoderHolder holder;
-    holder.SetThreads(threads);
+    auto holder = std::make_unique<VideoDecoderHolder>();
+    holder->SetThreads(threads);
+    std::vector<SharedPicture> shared;    // two references each, which outlive the decoder
     for (const auto& unit : stream) {
         uint32_t got = 0;
-        holder.Decode(test::MakeFrame(type, unit.bytes, unit.key, &unit - stream.data()), &got);
-        result.heldBack += holder.LastOutcome() == DecodeOutcome::HeldBack ? 1 : 0;
+        holder->Decode(MakeFrame(type, unit.bytes, unit.key, &unit - stream.data()), &got);
+        result.heldBack += holder->LastOutcome() == DecodeOutcome::HeldBack ? 1 : 0;
         FramePtr input;
-        if (got == 0 || !holder.CurrentInput(input))
+        if (got == 0 || !holder->CurrentInput(input))
             continue;
         const size_t at = result.pictures++;
         if (at >= units.size())
             return result;
-        result.same += test::SamePicture(holder.CurrentFrame(), *bare[at]) ? 1 : 0;
+        EXPECT_TRUE(shared.emplace_back(holder->ShareCurrent()).Shared());
         result.mispaired += TimeMs(*input) != units[at] ? 1 : 0;
     }
+    holder.reset();
+    std::vector<SharedPicture> again;
+    for (const SharedPicture& picture : shared)
+        again.emplace_back(picture.Get());
+    std::thread other([&] { again.clear(); });
+    for (SharedPicture& picture : shared) {
+        result.same += SamePicture(picture.Get(), *bare[static_cast<size_t>(&picture - shared.data())]) ? 1 : 0;
+        picture = SharedPicture();
+    }
+    other.join();
     return result;
 }
 
@@ -133,16 +138,16 @@ TEST(Pairing, EveryEncoderAndThreadCount) {
 // A damaged parameter set that asks for a delay of twelve: the next key frame ends it, at the cost of what is held. A
 // stream that asks for it from the first has it, though its groups are shorter.
 TEST(Pairing, ADelayThatDamageMadeEnds) {
-    Stream stream = test::MakeVideo({.frames = 40, .gop = 10, .noVui = true});
+    Stream stream = MakeVideo({.frames = 40, .gop = 10, .noVui = true});
     for (const bool always : {false, true}) {
         for (auto& picture : stream)
             if (picture.number == 10 || always)
-                test::RewriteVui(picture.bytes, 12);
+                RewriteVui(picture.bytes, 12);
         VideoDecoderHolder holder;
         for (const auto& picture : stream) {
             uint32_t got = 0;
             FramePtr input;
-            holder.Decode(test::MakeFrame(kH264, picture.bytes, picture.key, picture.number), &got);
+            holder.Decode(MakeFrame(kH264, picture.bytes, picture.key, picture.number), &got);
             const bool shown = holder.CurrentInput(input);
             EXPECT_TRUE(always ? shown || picture.number < 30 : shown == (picture.number < 10 || picture.number >= 20));
             EXPECT_TRUE(!shown || always || TimeMs(*input) == picture.number);
@@ -167,11 +172,11 @@ TEST(Pairing, OneUnitInTenDamaged) {
             const std::function<void()> damages[] = {
                 [&] { bytes.clear(); },
                 [&] { bytes.resize(bytes.size() / 2); },
-                [&] { type == kMpeg4 ? static_cast<void>(bytes = test::kNotCoded) : noise(6); },
+                [&] { type == kMpeg4 ? static_cast<void>(bytes = kNotCoded) : noise(6); },
                 [&] { noise(0); },
                 [&] { noise(6); },
                 [&] { stream.erase(at); },
-                [&] { stream.insert(at, test::EncodedPicture(*at)); },
+                [&] { stream.insert(at, EncodedPicture(*at)); },
                 [&] { std::iter_swap(at, at + 1); },
             };
             damages[random() % std::size(damages)]();
@@ -191,4 +196,4 @@ TEST(Pairing, OneUnitInTenDamaged) {
 }
 
 }    // namespace
-}    // namespace corvane
+}    // namespace corvane::test

@@ -12,27 +12,21 @@
 #include "support/FieldStream.h"
 #include "support/StreamMaker.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
-
-using test::Bytes;
-using test::operator+;
-using test::FieldStream;
-using test::kFieldGop;
-using test::kFieldPictures;
 
 // The numbers of the pictures that show, each with both its fields and the time of its first.
 std::vector<int> Shown(const FieldStream& stream, uint32_t threads) {
     VideoDecoderHolder holder;
     holder.SetThreads(threads);
     std::vector<int> shown;
-    for (const test::FieldUnit& field : stream) {
+    for (const FieldUnit& field : stream) {
         uint32_t got = 0;
         FramePtr input;
         const bool had = holder.CurrentInput(input);
         const bool key = field.picture % kFieldGop == 0 && !field.bottom;
-        holder.Decode(
-            test::MakeFrame(CORVANE_STREAM_H264, field.bytes, key, 40 * field.picture + (field.bottom ? 20 : 0)), &got);
+        holder.Decode(MakeFrame(CORVANE_STREAM_H264, field.bytes, key, 40 * field.picture + (field.bottom ? 20 : 0)),
+                      &got);
         const bool has = holder.CurrentInput(input);
         EXPECT_TRUE(has == had || got != 0 || field.bottom);    // a field that waits ends no picture
         if (got == 0)
@@ -42,7 +36,7 @@ std::vector<int> Shown(const FieldStream& stream, uint32_t threads) {
         EXPECT_EQ(input->IsKeyFrame(), picture % kFieldGop == 0);
         const DecodedFrame& frame = holder.CurrentFrame();
         for (uint32_t row = 0; row < 32; ++row)
-            EXPECT_EQ(frame.planes[0][row * frame.strides[0] + 31], test::FieldValue(picture, row % 2 != 0))
+            EXPECT_EQ(frame.planes[0][row * frame.strides[0] + 31], FieldValue(picture, row % 2 != 0))
                 << picture << row;
         shown.push_back(picture);
     }
@@ -73,7 +67,7 @@ TEST(UnitGatherer, FieldsBecomePictures) {
     for (const auto& row : rows)
         for (const uint32_t threads : {1u, 3u}) {
             SCOPED_TRACE(testing::Message() << row.name << ", threads " << threads);
-            FieldStream stream = test::MakeFields();
+            FieldStream stream = MakeFields();
             row.change(stream);
             std::vector<int> wanted;
             for (int picture = 0; picture < kFieldPictures; ++picture)
@@ -112,7 +106,7 @@ TEST(UnitGatherer, WhatHoldsNoPictureWaits) {
         UnitGatherer gatherer;
         std::string units;
         for (const char* at = row.frames; *at != '\0'; ++at) {
-            const FramePtr frame = test::MakeFrame(row.streamType, bytesOf(*at), false, 0);
+            const FramePtr frame = MakeFrame(row.streamType, bytesOf(*at), false, 0);
             const UnitGatherer::Unit unit = gatherer.Add(frame);
             if (unit.input == nullptr)
                 continue;
@@ -137,16 +131,16 @@ TEST(UnitGatherer, WhichFieldsBelongTogether) {
                                    {"t3b4", ""},  {"t3B3", "2"}, {"t3f3b3", "1"}, {"t3b3b3", "2"}};
     for (const auto& [fields, wanted] : rows) {
         UnitGatherer gatherer;
-        gatherer.Add(test::MakeFrame(CORVANE_STREAM_H264, test::FieldParameterSets(), true, 0));
-        size_t setBytes = test::FieldParameterSets().size();
+        gatherer.Add(MakeFrame(CORVANE_STREAM_H264, FieldParameterSets(), true, 0));
+        size_t setBytes = FieldParameterSets().size();
         std::string units;
         for (const char* at = fields; *at != '\0'; at += 2) {
             const bool idr = std::strchr("IJ", *at) != nullptr, field = *at != 'f';
-            test::BitWriter w;
+            BitWriter w;
             w.Ue(0).Ue(7).Ue(std::strchr("TB", *at) != nullptr).U(4, static_cast<uint64_t>(at[1] - '0')).U(1, field);
             w.U(field ? 1 : 0, std::strchr("bBJ", *at) != nullptr).U(idr ? 1 : 0, 1).U(idr ? 2 : 1, 0).Se(0);
             const Bytes bytes = w.Unit({static_cast<uint8_t>(idr ? 0x65 : 0x61)});
-            const FramePtr frame = test::MakeFrame(CORVANE_STREAM_H264, bytes, false, 0);
+            const FramePtr frame = MakeFrame(CORVANE_STREAM_H264, bytes, false, 0);
             const bool completes = gatherer.Completes(*frame);
             const UnitGatherer::Unit unit = gatherer.Add(frame);
             EXPECT_EQ(completes, unit.input != nullptr && unit.input != frame) << fields;
@@ -158,4 +152,4 @@ TEST(UnitGatherer, WhichFieldsBelongTogether) {
 }
 
 }    // namespace
-}    // namespace corvane
+}    // namespace corvane::test

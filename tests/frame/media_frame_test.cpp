@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <numeric>
 #include <set>
 #include <sstream>
@@ -12,18 +11,10 @@
 #include "base/Limits.h"
 #include "frame/MediaFrameImpl.h"
 #include "support/GuardedBytes.h"
+#include "support/StreamMaker.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
-
-using Bytes = std::vector<uint8_t>;
-
-Bytes Join(std::initializer_list<Bytes> parts) {
-    Bytes all;
-    for (const Bytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
 
 Bytes Counting(size_t size) {
     Bytes bytes(size);
@@ -56,7 +47,7 @@ std::string Text(const FrameExtension& e) {
 
 // What comes of an area that ends in front of a page that cannot be read.
 std::string Parse(bool header, const Bytes& bytes, uint32_t type = CORVANE_STREAM_H264, uint16_t capture_height = 720) {
-    const test::GuardedBytes guarded(bytes.data(), bytes.size());
+    const GuardedBytes guarded(bytes.data(), bytes.size());
     MediaFrameHeader record{};
     record.streamType = type;
     record.captureWidth = 1920;
@@ -76,18 +67,19 @@ std::string Parse(bool header, const Bytes& bytes, uint32_t type = CORVANE_STREA
 Bytes HeaderBytes(const Bytes& entries, const Bytes& optional = {0}) {
     const size_t used = optional.size() + entries.size();
     const auto items = static_cast<uint8_t>((used + 3) / 4);
-    return Join({Bytes(12, 0x55), {0x08}, Bytes(6, 0x55), {items}, optional, Bytes(items * 4 - used, 0), entries});
+    return Bytes(12, 0x55) + Bytes{0x08} + Bytes(6, 0x55) + Bytes{items} + optional + Bytes(items * 4 - used, 0) +
+           entries;
 }
 
 std::string ParseEntries(bool header, const Bytes& entries) {
-    return Parse(header, header ? HeaderBytes(entries) : Join({{9, 9, 9, 9}, entries}));
+    return Parse(header, header ? HeaderBytes(entries) : Bytes{9, 9, 9, 9} + entries);
 }
 
 const char* const kEnd = "end of stream";
 const Bytes kFisheye = {19, 8, 1, 2, 3, 4, 5, 6, 7, 2};
 const Bytes kLensExtra = {22, 12, 0, 1, 0, 2, 0, 3, 0, 4, 1, 5, 0, 6};
-const Bytes kSensors = Join({{23, 22, 1, 2, 4, 0, 3, 0}, Counting(16)});
-const Bytes kLens = Join({{25, 0xE2, 0x01, 0xCC}, Counting(460)});    // its length in two further bytes
+const Bytes kSensors = Bytes{23, 22, 1, 2, 4, 0, 3, 0} + Counting(16);
+const Bytes kLens = Bytes{25, 0xE2, 0x01, 0xCC} + Counting(460);    // its length in two further bytes
 const Bytes kTime = {12, 0, 0, 1, 0, 0, 0, 0, 2, 0, 3, 0, 4};
 
 TEST(FrameExtension, Entries) {
@@ -97,32 +89,32 @@ TEST(FrameExtension, Entries) {
         Bytes entries;
         std::string told;
     } rows[] = {
-        {true, "lens words behind the calibration", Join({kFisheye, kLensExtra}), "1 102 304 506 7 2 0 105 "},
-        {true, "lens words in front of it", Join({kLensExtra, kFisheye}), "1 102 304 506 7 2 0 105 "},
+        {true, "lens words behind the calibration", kFisheye + kLensExtra, "1 102 304 506 7 2 0 105 "},
+        {true, "lens words in front of it", kLensExtra + kFisheye, "1 102 304 506 7 2 0 105 "},
         {true, "longer than its fields", {23, 8, 0, 0, 0, 0, 0, 0, 229, 229, 231}, "F2 0 0 0 0 0 0 "},
         {true, "shorter than its fields", {19, 2, 1, 2, 3, 4, 5, 6, 7, 3, 229}, "I1 102 304 506 7 3 2 0 "},
-        {true, "a fifth is read over", Join({{23, 46, 0, 5, 4, 0, 3, 0}, Counting(40), {229}}),
+        {true, "a fifth is read over", Bytes{23, 46, 0, 5, 4, 0, 3, 0} + Counting(40) + Bytes{229},
          "I2 0 5 400 300 e0f 1819 "},
-        {true, "more sensors than bytes", Join({{23, 6, 0, 255, 0, 0, 0, 0}, Bytes(100, 0)}), kEnd},
-        {true, "the last of several kinds", Join({kSensors, kFisheye, kLens}),
+        {true, "more sensors than bytes", Bytes{23, 6, 0, 255, 0, 0, 0, 0} + Bytes(100, 0), kEnd},
+        {true, "the last of several kinds", kSensors + kFisheye + kLens,
          "3 1020304050607 a8a9aaabacadaeaf b0b1b2b3 bcbdbebf c8c9cacb "},
-        {true, "flags down, lens words alone", Join({{229, 231, 228, 230}, kLensExtra}), ""},
+        {true, "flags down, lens words alone", Bytes{229, 231, 228, 230} + kLensExtra, ""},
         {true, "short tags with and without a value", {200, 231, 223, 231, 224, 229}, "I"},
         {true, "tag 0 by its length", {128, 2, 230, 230, 231, 229}, "IF"},
         {true, "tag of seven bytes that ends like a known one", {135, 1, 0, 0, 0, 0, 0, 229, 0}, ""},
         {true, "known tag in its long form, with bytes to skip", {129, 229, 1, 228}, "I"},
         {true, "length in the low bits, with bits that mean nothing", {1, 0xC1, 231, 1, 0xFD, 1, 231, 229}, "I"},
         {true, "length in one byte of two kinds", {1, 0xE1, 1, 231, 1, 0x81, 1, 231, 229}, "I"},
-        {true, "length of 63 bytes", Join({{1, 0xBF}, Bytes(61, 0), {1, 2}, Bytes(258, 231), {229}}), "I"},
+        {true, "length of 63 bytes", Bytes{1, 0xBF} + Bytes(61, 0) + Bytes{1, 2} + Bytes(258, 231) + Bytes{229}, "I"},
         {true, "length that wraps 32 bits stays long", {1, 0x85, 1, 0, 0, 0, 0, 229}, ""},
-        {false, "base and present time", Join({{96}, kTime, {97, 12}, Counting(12)}), "100 2 3 4 a0b 1 "},
+        {false, "base and present time", Bytes{96} + kTime + Bytes{97, 12} + Counting(12), "100 2 3 4 a0b 1 "},
         {false, "low bit alone counts", {104, 1, 0x01, 104, 1, 0xFE}, ""},
         {false, "vendor", {105, 4, 1, 2, 3, 4, 106, 4, 5, 6, 7, 8, 107, 4, 1, 2, 3, 4}, "4030201 8070605 102 304 "},
         {false, "second blob stays", {108, 1, 7, 108, 2, 8, 9, 104, 1, 1}, "N8 9 "},
         {false, "blob longer than its area by a byte", {108, 3, 1, 2}, kEnd},
         {false, "blob of 4 GiB", {108, 0x84, 0xFF, 0xFF, 0xFF, 0xFF, 1}, kEnd},
         {false, "blob length that wraps", {108, 0x85, 1, 0, 0, 0, 1, 1}, kEnd},
-        {false, "tags of the header, and a zero", Join({kFisheye, {229}, {0, 1, 0}, {104, 1, 1}}), "N"},
+        {false, "tags of the header, and a zero", kFisheye + Bytes{229} + Bytes{0, 1, 0} + Bytes{104, 1, 1}, "N"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(ParseEntries(row.header, row.entries), row.told) << row.name;
@@ -131,7 +123,7 @@ TEST(FrameExtension, Entries) {
 TEST(FrameExtension, HeaderFraming) {
     const Bytes good = HeaderBytes({229});
     // Three presence bits, each with 48 set bits behind it when it is set, and five set bits: none is an entry's.
-    for (const Bytes& optional : {Bytes{0x1F}, Join({{0x7F}, Bytes(5, 0xFF), {0xDF}}), Bytes(19, 0xFF)})
+    for (const Bytes& optional : {Bytes{0x1F}, Bytes{0x7F} + Bytes(5, 0xFF) + Bytes{0xDF}, Bytes(19, 0xFF)})
         EXPECT_EQ(Parse(true, HeaderBytes({229}, optional)), "I") << optional.size();
     for (const auto& [at, value, told] : {std::tuple{12, 0xF7, ""}, {19, 0, kEnd}, {19, good[19] + 1, kEnd}}) {
         Bytes changed = good;
@@ -148,11 +140,8 @@ TEST(FrameExtension, HeaderFraming) {
         EXPECT_EQ(Parse(true, HeaderBytes(kFisheye), 1, height).substr(18, 1), height == 1080 ? "1" : "0");
 }
 
-MediaFrameHeader NewRecord(uint32_t type = CORVANE_STREAM_MULAW) {    // its header bytes are not parsed
-    MediaFrameHeader record{};
-    record.recordSize = 264;
-    record.streamType = type;
-    return record;
+MediaFrameHeader NewRecord() {
+    return VideoHeader(CORVANE_STREAM_MULAW, {}, true, 0);    // its header bytes are not parsed
 }
 
 // Everything that the record points at is found in the copy, aligned, inside the block, and padded with zeros. A
@@ -214,7 +203,7 @@ TEST(MediaFrame, RecordSizes) {
         record.streamSeconds = 7;
         record.objects = &object;
         record.objectCount = 1;
-        const test::GuardedBytes guarded(&record, row.readable);
+        const GuardedBytes guarded(&record, row.readable);
         const MediaFrameImpl frame(*reinterpret_cast<const MediaFrameHeader*>(guarded.Data()));
         EXPECT_EQ(frame.Header().recordSize, 264u);
         EXPECT_EQ(frame.DecodedWidth(), row.extension ? 0x102u : 0u) << row.stated;
@@ -261,4 +250,4 @@ TEST(MediaFrame, Times) {
 }
 
 }    // namespace
-}    // namespace corvane
+}    // namespace corvane::test

@@ -10,22 +10,18 @@
 
 #include "frame/JitterQueue.h"
 #include "frame/PaceClock.h"
+#include "support/StreamMaker.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
 
 FramePtr Frame(char letter, int64_t timeMs) {
-    MediaFrameHeader record{};
-    record.recordSize = 264;
-    record.streamType = letter == 'a'   ? CORVANE_STREAM_ALAW
-                        : letter == 'm' ? CORVANE_STREAM_METADATA_JSON
-                        : letter == 'p' ? CORVANE_STREAM_PLACEHOLDER
-                        : letter == 'u' ? 2048
-                                        : CORVANE_STREAM_H265;
-    record.streamSeconds = static_cast<uint32_t>(timeMs / 1000);
-    record.timeMilliseconds = static_cast<uint32_t>(timeMs % 1000);
-    record.frameType = letter == 'v' || letter == 'm' ? 1 : 0;    // audio says that it is one as well
-    return std::make_shared<MediaFrameImpl>(record);
+    const uint32_t type = letter == 'a'   ? CORVANE_STREAM_ALAW
+                          : letter == 'm' ? CORVANE_STREAM_METADATA_JSON
+                          : letter == 'p' ? CORVANE_STREAM_PLACEHOLDER
+                          : letter == 'u' ? 2048
+                                          : CORVANE_STREAM_H265;
+    return MakeFrame(type, {}, letter != 'v' && letter != 'm', timeMs);    // audio says that it is a key frame as well
 }
 
 // One word of a script, and what came of it. Letters of frames (K key video, v video, p key placeholder, a audio, m
@@ -123,4 +119,4 @@ TEST(PaceClock, Rules) {
 }
 
 }    // namespace
-}    // namespace corvane
+}    // namespace corvane::test

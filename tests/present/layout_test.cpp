@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "present/OnScreenText.h"
+#include "support/StreamMaker.h"
 
 namespace corvane {
 namespace {
@@ -79,11 +80,7 @@ TEST(Layout, OverviewRectKeepsItsMargins) {
     info.area.overviewIsWindow = 0;
     info.window = std::make_shared<FixedWatch>(std::nullopt);
     EXPECT_EQ(OverviewRect(info, {}), std::nullopt);
-}
-
-TEST(Layout, MarginsWiderThanTheWindow) {
-    RenderInfo info;
-    info.margin = {0, UINT32_MAX, 0, 0};
+    info.margin = {0, UINT32_MAX, 0, 0};    // wider than the window
     EXPECT_TRUE(PictureRect(info, {100, 60}).Empty());
 }
 
@@ -91,11 +88,8 @@ TEST(Layout, MarginsWiderThanTheWindow) {
 // that came with the frame say.
 TEST(OnScreenText, PolicyAndRecord) {
     const uint8_t extension[] = {0, 0, 0, 0, 96, 12, 0, 0, 0, 9, 0, 0, 0, 8, 0, 7, 0, 1};
-    MediaFrameHeader header{};
-    header.recordSize = sizeof header;
+    MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, {}, true, 60'345);
     header.timeSeconds = 50;
-    header.streamSeconds = 60;
-    header.timeMilliseconds = 345;
     header.timeZoneSeconds = 3600;
     header.daylight = 0x10002;
     header.extension = extension;

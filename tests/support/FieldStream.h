@@ -20,11 +20,12 @@ struct FieldUnit {
 using FieldStream = std::vector<FieldUnit>;
 
 inline Bytes FieldParameterSets() {
-    BitWriter sps, pps, other;    // the second fields have a picture parameter set of their own
+    BitWriter sps;
     sps.U(8, 77).U(16, 30).Ue(0).Ue(0).Ue(2).Ue(1).U(1, 0).Ue(1).Ue(0).U(2, 0).U(1, 1).U(2, 0);    // 32 x 32, fields
-    pps.Ue(0).Ue(0).U(2, 0).Ue(0).Ue(0).Ue(0).U(3, 0).Se(0).Se(0).Se(0).U(3, 4);
-    other.Ue(1).Ue(0).U(2, 0).Ue(0).Ue(0).Ue(0).U(3, 0).Se(0).Se(0).Se(0).U(3, 4);
-    return sps.Unit({0x67}) + pps.Unit({0x68}) + other.Unit({0x68});
+    const auto pps = [](uint64_t id) {    // second fields have one of their own
+        return BitWriter().Ue(id).Ue(0).U(2, 0).Ue(0).Ue(0).Ue(0).U(3, 0).Se(0).Se(0).Se(0).U(3, 4).Unit({0x68});
+    };
+    return sps.Unit({0x67}) + pps(0) + pps(1);
 }
 
 inline uint8_t FieldValue(int picture, bool bottom) {

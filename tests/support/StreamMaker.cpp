@@ -47,13 +47,11 @@ void Require(bool good, const char* what) {
         throw std::runtime_error(std::string("StreamMaker: ") + what);
 }
 
-AVPixelFormat FormatOf(const VideoSpec& spec) {
+std::string FormatOf(const VideoSpec& spec) {
     constexpr const char* kSamplings[] = {"420p", "422p", "444p"};
-    const std::string depth = spec.bitDepth == 10 ? "10le" : "";
-    if (spec.sampling == Sampling::Gray)
-        return av_get_pix_fmt(("gray" + depth).c_str());
-    const std::string range = spec.streamType == CORVANE_STREAM_JPEG ? "yuvj" : "yuv";
-    return av_get_pix_fmt((range + kSamplings[static_cast<size_t>(spec.sampling)] + depth).c_str());
+    const std::string yuv = spec.streamType == CORVANE_STREAM_JPEG ? "yuvj" : "yuv";
+    return (spec.sampling == Sampling::Gray ? "gray" : yuv + kSamplings[static_cast<size_t>(spec.sampling)]) +
+           (spec.bitDepth == 10 ? "10le" : "");
 }
 
 const char* EncoderOf(uint32_t streamType) {
@@ -91,20 +89,23 @@ void Draw(AVFrame& frame, int number, int depth) {
     }
 }
 
-void SetOptions(AVCodecContext& context, const VideoSpec& spec) {
-    const bool h264 = spec.streamType == CORVANE_STREAM_H264;
-    if (h264 && spec.bFrames == 0)
-        av_opt_set(context.priv_data, "tune", "zerolatency", 0);
-    std::string options = "annexb=1:repeat-headers=1:scenecut=0:b-adapt=0:open-gop=";
-    options += spec.openGop ? "1:" : "0:";
-    options += h264 ? "threads=1:lookahead-threads=1:b-pyramid=none"
-                    : "log-level=none:pools=none:frame-threads=1:wpp=0:info=0:rc-lookahead=4";
-    options += (spec.options.empty() ? "" : ":") + spec.options;
-    av_opt_set(context.priv_data, "preset", "ultrafast", 0);
-    av_opt_set(context.priv_data, "forced-idr", spec.openGop ? "0" : "1", 0);
-    av_opt_set(context.priv_data, h264 ? "x264-params" : "x265-params", options.c_str(), 0);
-    if (spec.interlaced)
-        context.flags |= AV_CODEC_FLAG_INTERLACED_DCT | AV_CODEC_FLAG_INTERLACED_ME;
+// Options by libavcodec's names.
+std::string OptionsOf(const VideoSpec& spec) {
+    const bool h264 = spec.streamType == CORVANE_STREAM_H264, h265 = spec.streamType == CORVANE_STREAM_H265;
+    const auto number = [](int value) { return std::to_string(value); };
+    std::string text = "threads=1,time_base=1/25,strict=unofficial,global_quality=236,pixel_format=" + FormatOf(spec) +
+                       ",video_size=" + number(spec.width) + 'x' + number(spec.height) + ",g=" + number(spec.gop) +
+                       ",keyint_min=" + number(spec.gop) + ",bf=" + number(spec.bFrames);
+    text += h264 || h265 ? ",flags=0" : ",flags=qscale+bitexact";
+    text += spec.interlaced ? "+ildct+ilme" : "";
+    text += h264 && spec.bFrames == 0 ? ",tune=zerolatency" : "";
+    if (!h264 && !h265)
+        return text;
+    text += ",preset=ultrafast,forced-idr=" + number(spec.openGop ? 0 : 1) + (h264 ? ",x264-params=" : ",x265-params=");
+    text += "annexb=1:repeat-headers=1:scenecut=0:b-adapt=0:open-gop=" + number(spec.openGop ? 1 : 0);
+    text += h264 ? ":threads=1:lookahead-threads=1:b-pyramid=none"
+                 : ":log-level=none:pools=none:frame-threads=1:wpp=0:info=0:rc-lookahead=4";
+    return text + (spec.options.empty() ? "" : ":") + spec.options;
 }
 
 ContextPtr OpenVideo(const VideoSpec& spec) {
@@ -112,21 +113,11 @@ ContextPtr OpenVideo(const VideoSpec& spec) {
     Require(codec != nullptr, "encoder missing");
     ContextPtr context(avcodec_alloc_context3(codec));
     context->log_level_offset = 128;    // silent
-    context->width = spec.width;
-    context->height = spec.height;
-    context->pix_fmt = FormatOf(spec);
-    context->time_base = {1, 25};
-    context->framerate = {25, 1};
-    context->gop_size = spec.gop;
-    context->keyint_min = spec.gop;
-    context->max_b_frames = spec.bFrames;
-    context->thread_count = 1;
-    context->global_quality = 2 * FF_QP2LAMBDA;
-    if (spec.streamType == CORVANE_STREAM_JPEG || spec.streamType == CORVANE_STREAM_MPEG4)
-        context->flags |= AV_CODEC_FLAG_QSCALE | AV_CODEC_FLAG_BITEXACT;
-    context->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
-    SetOptions(*context, spec);
-    Require(avcodec_open2(context.get(), codec, nullptr) >= 0, "encoder does not open");
+    AVDictionary* options = nullptr;
+    av_dict_parse_string(&options, OptionsOf(spec).c_str(), "=", ",", 0);
+    const bool opened = avcodec_open2(context.get(), codec, &options) >= 0 && av_dict_count(options) == 0;
+    av_dict_free(&options);
+    Require(opened, "encoder does not open");
     return context;
 }
 
@@ -158,32 +149,27 @@ void RewriteVui(Bytes& unit, std::optional<uint32_t> reordered) {
     const auto end = FindCode(unit, {0, 0, 1}, begin - unit.begin() + 4);
     RbspReader reader(&begin[4], static_cast<size_t>(end - begin - 4));
     BitWriter writer;
+    // Copies, and returns the last: a number of bits, or one or more Exp-Golomb codes.
     const auto u = [&](unsigned count) {
         const uint32_t value = reader.Bits(count);
         writer.U(count, value);
         return value;
     };
-    const auto ue = [&] {
-        const uint32_t value = reader.Ue();
-        writer.Ue(value);
+    const auto ue = [&](int codes) {
+        uint32_t value = 0;
+        for (; codes > 0; --codes)
+            writer.Ue(value = reader.Ue());
         return value;
     };
-    const uint32_t profile = u(8);
+    const bool high = u(8) >= 100;
     u(16);
-    ue();
-    for (int i = 0; i < 3 && profile >= 100; ++i)
-        ue();
-    u(profile >= 100 ? 2 : 0);
-    ue();
-    if (ue() == 0)    // order count type
-        ue();
-    ue();
+    ue(high ? 4 : 1);
+    u(high ? 2 : 0);
+    ue(ue(2) == 0 ? 2 : 1);    // one more for an order count of type 0
     u(1);
-    ue();
-    ue();
+    ue(2);
     u(u(1) == 0 ? 2 : 1);
-    for (int i = u(1) != 0 ? 4 : 0; i > 0; --i)
-        ue();
+    ue(u(1) != 0 ? 4 : 0);
     writer.U(1, reordered ? 1 : 0);
     if (reordered)
         writer.U(8, 0).U(2, 3).Ue(0).Ue(0).Ue(10).Ue(10).Ue(*reordered).Ue(*reordered);

@@ -14,6 +14,9 @@
 
 namespace corvane::test {
 
+inline constexpr uint32_t kJpeg = CORVANE_STREAM_JPEG, kMpeg4 = CORVANE_STREAM_MPEG4, kH264 = CORVANE_STREAM_H264,
+                          kH265 = CORVANE_STREAM_H265;
+
 enum class Sampling { Yuv420, Yuv422, Yuv444, Gray };
 
 struct VideoSpec {

@@ -22,7 +22,6 @@
 namespace {
 
 // Every operator new of the process goes through here. Counting starts and stops with the sweep.
-std::atomic<int64_t> liveBlocks{0};
 std::atomic<int64_t> liveBytes{0};
 std::atomic<bool> counting{false};
 std::atomic<uint64_t> calls{0};
@@ -42,17 +41,11 @@ void* Allocate(std::size_t size, std::size_t alignment) noexcept {
     void* const memory = alignment <= alignof(std::max_align_t)
                              ? std::malloc(size)
                              : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
-    if (memory != nullptr) {
-        ++liveBlocks;
-        liveBytes += static_cast<int64_t>(malloc_usable_size(memory));
-    }
+    liveBytes += static_cast<int64_t>(malloc_usable_size(memory));
     return memory;
 }
 
 void Free(void* memory) noexcept {
-    if (memory == nullptr)
-        return;
-    --liveBlocks;
     liveBytes -= static_cast<int64_t>(malloc_usable_size(memory));
     std::free(memory);
 }
@@ -92,10 +85,9 @@ void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
 namespace corvane {
 namespace {
 
-// Bytes, blocks, descriptors, threads.
+// Bytes, descriptors, threads.
 auto Held() {
-    return std::array{static_cast<size_t>(liveBytes), static_cast<size_t>(liveBlocks), test::Entries("/proc/self/fd"),
-                      test::Entries("/proc/self/task")};
+    return std::array{static_cast<size_t>(liveBytes), test::Entries("/proc/self/fd"), test::Entries("/proc/self/task")};
 }
 
 size_t Maps() {

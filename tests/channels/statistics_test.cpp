@@ -81,7 +81,8 @@ TEST(Statistics, PicturesEndWhereTheyCouldBeShown) {
         {Callback, &ChannelStatistics::picturesHandedOver, CORVANE_CAUSE_NONE},
         {RefusedRotation, &ChannelStatistics::picturesLost, CORVANE_CAUSE_NOT_ROTATABLE},
     };
-    for (const auto& [shows, counter, cause] : rows) {
+    for (const auto& row : rows) {
+        const Shows shows = row.shows;
         SCOPED_TRACE(shows);
         Client client(shows == RefusedRotation ? 4 : 11);
         void* channel = client.channel;
@@ -108,10 +109,10 @@ TEST(Statistics, PicturesEndWhereTheyCouldBeShown) {
         };
         ASSERT_TRUE(Eventually([&] {    // a window comes into view when the server says so
             feed();
-            return StatisticsOf(channel).*counter >= 5;
+            return StatisticsOf(channel).*row.counter >= 5;
         }));
-        const bool shown = cause == CORVANE_CAUSE_NONE;
-        EXPECT_TRUE(shown || Eventually([&] { return StatisticsOf(channel).lastCause == cause; }));
+        const bool shown = row.cause == CORVANE_CAUSE_NONE;
+        EXPECT_TRUE(shown || Eventually([&] { return StatisticsOf(channel).lastCause == row.cause; }));
         ASSERT_EQ(Corvane_StopChannel(channel), Status_Ok);
         const ChannelStatistics told = StatisticsOf(channel);
         test::ExpectSums(told);

@@ -150,7 +150,8 @@ TEST(FilterChain, EveryRoadOfTheTableOfSteps) {
     FilterChain chain;
     for (const uint32_t run : runs) {
         const auto flag = [&](uint32_t bit) { return (run >> bit & 1) != 0; };
-        Case c{.dewarpedWidth = 192,    // sizes whose scratch pictures add up to different sums
+        // Sizes whose scratch pictures add up to different sums.
+        Case c{.dewarpedWidth = 192,
                .dewarpedHeight = 40,
                .format = kFormats[run >> 8],
                .nv12 = flag(4),

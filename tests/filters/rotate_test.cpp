@@ -30,10 +30,6 @@ TEST(Rotate, OutputSize) {
 // interpolation keeps a plane of constant slope, so that every pixel can be worked out from the angle alone. What the
 // even box leaves over is black or without colour.
 TEST(Rotate, EveryPixelComesFromItsPlace) {
-    struct Plane {
-        uint32_t at, to, step, outStep, width, height, outWidth, outHeight, bytes;
-        int around;
-    };
     const auto check = [](uint32_t width, uint32_t height, double angle, uint32_t format) {
         SCOPED_TRACE(testing::Message() << width << "x" << height << " by " << angle << ", format " << format);
         const bool planar = format == PF_YV12, whole = std::fmod(angle, 90) == 0;
@@ -43,42 +39,41 @@ TEST(Rotate, EveryPixelComesFromItsPlace) {
         uint32_t step = 0, outWidth = 0, outHeight = 0;
         ASSERT_EQ(filter.Allocate(width, height, format, &buffer, &step), 0);
         filter.OutputSize(width, height, &outWidth, &outHeight);
-        const uint32_t outStep = RowBytes(format, outWidth), luma = step * height, outLuma = outStep * outHeight;
-        std::vector<Plane> planes{{0, 0, step, outStep, width, height, outWidth, outHeight, planar ? 1u : 3u, 0}};
-        for (const uint32_t quarter : {4u, 5u})
-            if (planar)
-                planes.push_back({luma * quarter / 4, outLuma * quarter / 4, step / 2, outStep / 2, width / 2,
-                                  height / 2, outWidth / 2, outHeight / 2, 1, 128});
-        const auto number = [&](const Plane& p) { return static_cast<uint32_t>(&p - planes.data()); };
-        for (const Plane& p : planes)
-            for (uint32_t at = 0; at < p.height * p.step; ++at) {
-                const uint32_t i = at % p.step, slope = i / p.bytes + i % p.bytes * 10 + at / p.step * 2;
-                buffer[p.at + at] = static_cast<uint8_t>((whole ? at * 7 + at / 251 : slope) + 20 * number(p));
-            }
+        const uint32_t outStep = RowBytes(format, outWidth), bytes = planar ? 1 : 3;
         const test::GuardedBytes out(std::vector<uint8_t>(PictureBytes(format, outWidth, outHeight), 77));
+        QMRX::Filter::Picture from, to;
+        FillPicture(from, buffer, step, height, format);
+        FillPicture(to, out.Data(), outStep, outHeight, format);
+        for (int plane = 0; plane < (planar ? 3 : 1); ++plane)
+            for (int at = 0, row = from.stride[plane]; at < static_cast<int>(height) / (plane > 0 ? 2 : 1) * row;
+                 ++at) {
+                const int i = at % row, unit = static_cast<int>(bytes), slope = i / unit + i % unit * 10 + at / row * 2;
+                from.plane[plane][at] = static_cast<uint8_t>((whole ? at * 7 + at / 251 : slope) + 20 * plane);
+            }
         filter.Rotate(out.Data(), outStep, PF_BGR24, outWidth, outHeight);    // another format: nothing
         EXPECT_EQ(out.Data()[0], 77);
         filter.Rotate(out.Data(), outStep, format, outWidth, outHeight);
         ASSERT_EQ(filter.Allocate(width, height, format, &buffer, &step), 0);    // the same keeps its picture
         const double turn = (format == PF_BGR24_FLIP ? -angle : angle) * std::numbers::pi / 180;    // as rows lie
         const double s = std::sin(turn), c = std::cos(turn);
-        for (const Plane& p : planes) {
-            const double right = p.width - 1.0, bottom = p.height - 1.0;
+        for (int plane = 0; plane < (planar ? 3 : 1); ++plane) {
+            const uint32_t half = plane > 0 ? 2 : 1, row = outWidth / half * bytes;
+            const double right = width / half - 1.0, bottom = height / half - 1.0;
             const double leftEdge = std::min({0.0, c * right, -s * bottom, c * right - s * bottom});
             const double topEdge = std::min({0.0, s * right, c * bottom, s * right + c * bottom});
-            for (uint32_t at = 0; at < p.outHeight * p.outWidth * p.bytes; ++at) {
-                const uint32_t y = at / (p.outWidth * p.bytes), i = at % (p.outWidth * p.bytes), x = i / p.bytes;
+            for (uint32_t at = 0; at < outHeight / half * row; ++at) {
+                const uint32_t y = at / row, i = at % row, x = i / bytes;
                 const double fromX = c * (x + leftEdge) + s * (y + topEdge);
                 const double fromY = -s * (x + leftEdge) + c * (y + topEdge);
                 const double outside = std::max({-fromX, fromX - right, -fromY, fromY - bottom});
-                const int got = out.Data()[p.to + y * p.outStep + i];
-                const auto from = static_cast<size_t>(std::lround(fromY) * p.step + std::lround(fromX) * p.bytes);
+                const int got = to.plane[plane][y * static_cast<uint32_t>(to.stride[plane]) + i];
+                const auto place = std::lround(fromY) * from.stride[plane] + std::lround(fromX) * bytes + i % bytes;
                 if (outside > 0.01)
-                    ASSERT_EQ(got, p.around) << x << ", " << y;
+                    ASSERT_EQ(got, plane > 0 ? 128 : 0) << x << ", " << y;
                 else if (whole)
-                    ASSERT_EQ(got, buffer[p.at + from + i % p.bytes]) << x << ", " << y;
+                    ASSERT_EQ(got, from.plane[plane][place]) << x << ", " << y;
                 else if (outside < -0.01)
-                    ASSERT_NEAR(got, fromX + 2 * fromY + i % p.bytes * 10 + 20 * number(p), 0.6) << x << ", " << y;
+                    ASSERT_NEAR(got, fromX + 2 * fromY + i % bytes * 10 + 20 * plane, 0.6) << x << ", " << y;
             }
         }
     };

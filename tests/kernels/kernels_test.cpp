@@ -14,7 +14,6 @@
 #include "kernels/PlaneCopy.h"
 #include "kernels/PlaneShrink.h"
 #include "kernels/Rotation.h"
-#include "kernels/SamplePick.h"
 #include "kernels/SemiPlanar.h"
 #include "kernels/Stretch.h"
 #include "kernels/YCbCrToRGB.h"
@@ -157,27 +156,6 @@ TEST_P(EachTarget, FastFormsEqualPlainForms) {
         Sources sources(width, height, width % 64, Fill::Random, At::End, width);
         for (const Kernel& kernel : kernels)
             Compare(kernel, sources, width, height, width % 64 * kernel.pixelBytes % 64, true);
-    }
-}
-
-// Columns that rise by steps of up to nine, from tight rows to tight rows.
-TEST_P(EachTarget, PicksOfSamples) {
-    std::mt19937 random(5);
-    for (uint32_t turn = 0; turn < 600; ++turn) {
-        std::vector<uint32_t> columns(1 + turn % 150);
-        uint32_t at = turn % 4;
-        for (uint32_t& column : columns) {
-            column = at;
-            at += turn % 3 == 0 ? 2 : static_cast<uint32_t>(random()) % (1 + turn % 10);
-        }
-        const uint32_t bytes = columns.back() + 1 + turn % 2, count = static_cast<uint32_t>(columns.size());
-        const SourcePlane row(bytes, 1, 0, Fill::Random, turn, turn % 4 < 3 ? At::End : At::Begin);
-        PoisonedPlane got(count, 1, 0), wanted(count, 1, 0);
-        SamplePick pick;
-        ASSERT_TRUE(pick.Make(columns, bytes));
-        pick.Row(row.Data(), got.Data(), row.Data() + bytes);
-        ref::PickRow(columns.data(), columns.size(), row.Data(), wanted.Data());
-        ASSERT_TRUE(got.Equals(wanted)) << bytes << " to " << count;
     }
 }
 

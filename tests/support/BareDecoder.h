@@ -17,10 +17,14 @@ extern "C" {
 
 namespace corvane::test {
 
-struct AVFrameFreer {
+struct Freer {
+    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
     void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
 };
-using BarePicture = std::unique_ptr<AVFrame, AVFrameFreer>;
+using ContextPtr = std::unique_ptr<AVCodecContext, Freer>;
+using BarePicture = std::unique_ptr<AVFrame, Freer>;
+using PacketPtr = std::unique_ptr<AVPacket, Freer>;
 
 inline AVCodecID CodecId(uint32_t streamType) {
     return streamType == CORVANE_STREAM_JPEG    ? AV_CODEC_ID_MJPEG
@@ -33,38 +37,36 @@ inline AVCodecID CodecId(uint32_t streamType) {
 // of each is the index of the unit that it came from; `*beforeEnd` becomes the number of those before the end.
 inline std::vector<BarePicture> BareDecode(uint32_t streamType, const std::vector<EncodedPicture>& stream,
                                            uint32_t threads = 1, size_t* beforeEnd = nullptr) {
-    AVCodecContext* context = avcodec_alloc_context3(avcodec_find_decoder(CodecId(streamType)));
+    const ContextPtr context(avcodec_alloc_context3(avcodec_find_decoder(CodecId(streamType))));
     context->flags2 = AV_CODEC_FLAG2_FAST | (streamType == CORVANE_STREAM_H264 ? AV_CODEC_FLAG2_SHOW_ALL : 0);
     context->skip_loop_filter = AVDISCARD_NONREF;
     context->thread_count = static_cast<int>(threads);
     context->log_level_offset = 128;    // silent where it can be
     context->max_pixels = int64_t{kMaxCodedPixels};
-    avcodec_open2(context, nullptr, nullptr);
+    avcodec_open2(context.get(), nullptr, nullptr);
     std::vector<BarePicture> pictures;
     const auto receive = [&] {
         BarePicture picture(av_frame_alloc());
-        while (avcodec_receive_frame(context, picture.get()) >= 0) {
+        while (avcodec_receive_frame(context.get(), picture.get()) >= 0) {
             pictures.push_back(std::move(picture));
             picture.reset(av_frame_alloc());
         }
     };
-    AVPacket* packet = av_packet_alloc();
+    const PacketPtr packet(av_packet_alloc());
     for (const EncodedPicture& encoded : stream) {
         if (encoded.bytes.empty())
             continue;    // would end the stream
-        av_new_packet(packet, static_cast<int>(encoded.bytes.size()));
+        av_new_packet(packet.get(), static_cast<int>(encoded.bytes.size()));
         std::copy(encoded.bytes.begin(), encoded.bytes.end(), packet->data);
         packet->pts = &encoded - stream.data();
-        avcodec_send_packet(context, packet);
-        av_packet_unref(packet);
+        avcodec_send_packet(context.get(), packet.get());
+        av_packet_unref(packet.get());
         receive();
     }
     if (beforeEnd != nullptr)
         *beforeEnd = pictures.size();
-    avcodec_send_packet(context, nullptr);
+    avcodec_send_packet(context.get(), nullptr);
     receive();
-    av_packet_free(&packet);
-    avcodec_free_context(&context);
     return pictures;
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "decoders/RbspReader.h"
+#include "support/BareDecoder.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -32,15 +33,6 @@ const char* __tsan_default_suppressions() {
 namespace corvane::test {
 
 namespace {
-
-struct Freer {
-    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
-using ContextPtr = std::unique_ptr<AVCodecContext, Freer>;
-using AVFramePtr = std::unique_ptr<AVFrame, Freer>;
-using PacketPtr = std::unique_ptr<AVPacket, Freer>;
 
 void Require(bool good, const char* what) {
     if (!good)
@@ -181,7 +173,7 @@ void RewriteVui(Bytes& unit, std::optional<uint32_t> reordered) {
 std::vector<EncodedPicture> MakeVideo(const VideoSpec& spec) {
     Require(spec.width >= kStampWidth && spec.height >= kStampHeight, "picture too small for its stamp");
     ContextPtr context = OpenVideo(spec);
-    AVFramePtr frame(av_frame_alloc());
+    BarePicture frame(av_frame_alloc());
     frame->format = context->pix_fmt;
     frame->width = spec.width;
     frame->height = spec.height;

@@ -66,8 +66,8 @@ struct Filter final : QMRX::Filter::IFilter {
     int32_t Process(QMRX::Filter::FilterArgs* args) override;
 };
 
-// Two instances of one channel each, whose callbacks stop, delete and release what belongs to the other. Who holds a claim
-// may use or end that side; whoever comes meanwhile lets it be, as a client with a lock of its own would.
+// Two instances of one channel each, whose callbacks stop, delete and release what belongs to the other. A thread needs
+// the claim of a side to use or to end it, and does nothing where another thread holds it. A real client has a lock there.
 struct Duel {
     struct Side {
         Duel* duel = nullptr;

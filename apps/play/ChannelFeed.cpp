@@ -63,13 +63,6 @@ void ChannelFeed::EndBuffering() {
         Corvane_SetBufferTime(m_channel, static_cast<uint32_t>(Now().counters.queueMilliseconds));
 }
 
-bool ChannelFeed::Idle() const {
-    const ChannelStatistics now = Now().counters;
-    const uint64_t ended = LostOf(now) + ShownOf(now) + now.framesThinned + now.picturesNotForDisplay;
-    const bool nobodySees = now.lastCause == CORVANE_CAUSE_HIDDEN || now.lastCause == CORVANE_CAUSE_RENDERER_FAILED;
-    return ended + (nobodySees ? 1 : 0) >= now.framesTaken;    // the last picture may be put as long as it is the last
-}
-
 void ChannelFeed::Stop() {
     m_atStop = Now().counters;
     Corvane_StopChannel(m_channel);

@@ -28,8 +28,6 @@ public:
     bool Open(void* instance, const MediaSource& source, int64_t wallStart, std::string& error);
     // Nothing more will be fed: what waits for the buffer to fill comes out. At the stream's pace, as all that waits.
     void EndBuffering();
-    // Nothing is on its way any more.
-    bool Idle() const;
     void Stop();
     void Delete();
 
@@ -64,5 +62,5 @@ private:
     int64_t m_fedMs = 0;
     ShownPictures m_pictures;
     uint64_t m_handedOver = 0;    // on the render thread
-    ChannelStatistics m_atStop{};    // what is told once the channel is gone
+    ChannelStatistics m_atStop{};    // its counters when it was stopped
 };

@@ -26,6 +26,7 @@ bool Player::Open(std::string& error) {
     m_source = MediaSource::Open(m_options.input, error);
     if (!m_source)
         return false;
+    m_pixelAspect = m_options.rotate == 0 ? m_source->PixelAspect() : 1;    // of a picture that is turned there is none
     m_reel = std::make_unique<Reel>(*m_source, m_options.loops, m_options.seconds);
     if (!m_options.contactSheet.empty()) {
         double span = m_source->DurationSeconds() * m_options.loops;
@@ -34,7 +35,7 @@ bool Player::Open(std::string& error) {
         m_sheet = std::make_unique<ContactSheet>(static_cast<int64_t>(span * 1000));
     }
     if (!m_options.headless) {
-        m_wall = Wall::Open(m_options, m_source->Width(), m_source->Height(), PixelAspect(), error);
+        m_wall = Wall::Open(m_options, m_source->Width(), m_source->Height(), m_pixelAspect, error);
         if (!m_wall)
             return false;
     }
@@ -44,11 +45,6 @@ bool Player::Open(std::string& error) {
         return false;
     }
     return OpenFeeds(error);
-}
-
-// Of a picture that is turned there is none.
-double Player::PixelAspect() const {
-    return m_options.rotate == 0 ? m_source->PixelAspect() : 1;
 }
 
 bool Player::OpenFeeds(std::string& error) {
@@ -117,7 +113,7 @@ bool Player::GoesOn(const std::atomic<bool>& stop) {
     if (m_wall) {
         for (size_t i = 0; i < m_wall->Count(); ++i) {
             const ShownPictures::Now pictures = m_feeds[i]->Pictures();
-            m_wall->View(i).SetShape(pictures.width * PixelAspect(), pictures.height);
+            m_wall->View(i).SetShape(pictures.width * m_pixelAspect, pictures.height);
         }
         m_state = m_wall->Attend();
         if (const std::string notice = m_wall->TakeNotice(); !notice.empty())
@@ -138,13 +134,29 @@ void Player::Wait(double seconds) {
         std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
 
-// What waits when the stream has ended comes out at its own pace, as long as that takes.
+// What waits when the stream has ended comes out at its own pace, as long as that takes. The last picture of a channel may
+// never be shown, in a hidden window or on a server that stands still: it gets a second.
 void Player::Drain(const std::atomic<bool>& stop) {
+    constexpr double kLastPicture = 1;    // seconds
     for (const auto& feed : m_feeds)
         feed->EndBuffering();
-    const auto idle = [](const auto& feed) { return feed->Idle(); };
-    while (!std::ranges::all_of(m_feeds, idle) && GoesOn(stop))
+    double onlyLastSince = MonotonicSeconds();
+    while (GoesOn(stop)) {
+        bool done = true;
+        bool onlyLast = true;
+        for (const auto& feed : m_feeds) {
+            const ChannelStatistics counters = feed->Now().counters;
+            const uint64_t left = LeftOf(counters);
+            done = done && left == 0;
+            onlyLast = onlyLast && left <= 1 && counters.queueFrames == 0;
+        }
+        const double now = MonotonicSeconds();
+        if (!onlyLast)
+            onlyLastSince = now;
+        if (done || now - onlyLastSince >= kLastPicture)
+            return;
         Wait(0.02);
+    }
 }
 
 std::vector<Figures> Player::AllFigures() const {
@@ -155,7 +167,9 @@ std::vector<Figures> Player::AllFigures() const {
 }
 
 void Player::PrintStatus(bool last) {
-    m_status.Update(MonotonicSeconds(), m_startedAt, m_feeds.front()->FedMs(), AllFigures(), last);
+    const double now = MonotonicSeconds();
+    if (last || m_status.Due(now))
+        m_status.Update(now, m_startedAt, m_feeds.front()->FedMs(), AllFigures(), last);
 }
 
 // ---- Pictures that are saved ---------------------------------------------------------------------------------------

@@ -38,7 +38,6 @@ private:
     // By key, or when it is time for the one of the options.
     void TakeScreenshot(bool atEnd);
     void PrintStatus(bool last);
-    double PixelAspect() const;
     std::vector<Figures> AllFigures() const;
     bool WriteStatistics(std::string& error) const;
 
@@ -48,6 +47,7 @@ private:
     std::unique_ptr<Reel> m_reel;
     std::unique_ptr<ContactSheet> m_sheet;
     std::unique_ptr<Wall> m_wall;    // null without a window
+    double m_pixelAspect = 1;         // width of a pixel over its height
     void* m_instance = nullptr;
     std::vector<std::unique_ptr<ChannelFeed>> m_feeds;
     double m_startedAt = 0;    // moves on while paused

@@ -98,6 +98,11 @@ uint64_t LostOf(const ChannelStatistics& s) {
            s.unitsWithoutPicture + NotShownOf(s);
 }
 
+uint64_t LeftOf(const ChannelStatistics& s) {
+    const uint64_t ended = LostOf(s) + ShownOf(s) + s.framesThinned + s.picturesNotForDisplay;
+    return s.framesTaken > ended ? s.framesTaken - ended : 0;
+}
+
 uint64_t WaitingOf(const ChannelStatistics& s) {
     // One reading can see a picture further on than the one before it did.
     const uint64_t ended = ShownOf(s) + NotShownOf(s);

@@ -49,6 +49,8 @@ uint64_t CommittedOf(const ChannelStatistics& counters);
 uint64_t NotShownOf(const ChannelStatistics& counters);
 // Frames that ended without a picture on the screen or in the callback, but for those that nobody wants shown.
 uint64_t LostOf(const ChannelStatistics& counters);
+// Taken and not accounted for: they wait in the queue, are being decoded, or may still be shown.
+uint64_t LeftOf(const ChannelStatistics& counters);
 // Taken and still on their way: in the queue, or between the decoder and what shows them.
 uint64_t WaitingOf(const ChannelStatistics& counters);
 

@@ -39,8 +39,12 @@ void StatusLine::Complain(const std::string& text) const {
     Print("corvane-play: " + text, true);
 }
 
+bool StatusLine::Due(double now) const {
+    return !m_quiet && m_terminal && now - m_at >= kStep;
+}
+
 void StatusLine::Update(double now, double startedAt, int64_t fedMs, const std::vector<Figures>& channels, bool last) {
-    if (m_quiet || (!last && (!m_terminal || now - m_at < kStep)))
+    if (m_quiet)
         return;
     const ChannelStatistics sum = SumOf(channels);
     uint64_t refused = 0;

@@ -15,7 +15,9 @@ public:
     void Start(double now);
     // Shows what has changed; stays for a while.
     void Notice(const std::string& text);
-    // The line, when it is time for it, or in any case as the last one.
+    // Whether it is time for a line: the figures for it need not be asked for otherwise.
+    bool Due(double now) const;
+    // Writes the line.
     void Update(double now, double startedAt, int64_t fedMs, const std::vector<Figures>& channels, bool last);
     // A mistake, on a line of its own; also when quiet.
     void Complain(const std::string& text) const;

@@ -75,9 +75,9 @@
  * none; what libavcodec may print says less. The usual mistakes:
  *
  *   mistake                             counter that rises        lastCause           mend
- *   H.264 or H.265 from a container,    unitsFailed               NO_START_CODE       put 00 00 00 01 in the place of
- *   its units with their lengths in                                                   each length, and the parameter
- *   front                                                                             sets in front of key frames
+ *   H.264 or H.265 from a container,    unitsFailed               NO_START_CODE       replace each length by 00 00 00 01;
+ *   with a length before each unit                                                    send the parameter sets before
+ *                                                                                     each key frame
  *   the wrong streamType                unitsFailed               WRONG_TYPE          give the type of the payload
  *   garbage, a cut or damaged payload   unitsFailed; some in      DAMAGED, or         hand over whole frames as encoded
  *                                       unitsWithoutPicture       NO_PICTURE

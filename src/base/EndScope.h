@@ -4,8 +4,8 @@
 
 namespace corvane {
 
-// Lives as long as the wait for a channel's threads. Who waits for several channels makes all scopes before the first
-// wait and keeps them until the last one ended: a refusal then comes while nothing has been done yet.
+// Lives as long as the wait for a channel's threads. A caller that ends several channels makes all scopes first, and keeps
+// them until the last channel has ended. It can then be refused only before it has changed anything.
 class EndScope {
 public:
     // `target`: the owner of the threads to be joined. Threads of the client are always allowed.

@@ -50,9 +50,8 @@ struct SliceHeader {
     int32_t delta_pic_order_cnt[2] = {};
 };
 
-// The readers of this file stand behind the header bytes of the NAL unit. They raise
-// QMRX::SDK::Utility::NALUParserException where the unit ends early, another std::exception for syntax that cannot
-// stand.
+// The functions of this file take a reader whose header bytes of the NAL unit have been read. They raise
+// QMRX::SDK::Utility::NALUParserException where the unit ends early, and another std::exception for values out of range.
 SequenceParameterSet ReadSps(RbspReader& reader, uint32_t& seq_parameter_set_id);
 
 // The parameter sets of a stream, and the parsers that need them. No set is replaced by one that raises.

@@ -22,7 +22,7 @@ HeaderVerdict CheckSize(uint64_t width, uint64_t height) {
     return stands ? HeaderVerdict::Stand : HeaderVerdict::Size;
 }
 
-// Runs `check`, which reads a header, on what stands behind each start code, until a verdict is not Stand.
+// Calls `check` with the bytes after each start code. Returns the first verdict other than Stand.
 template <typename Check>
 HeaderVerdict CheckEach(const uint8_t* data, uint32_t size, Check check) {
     const uint8_t* const end = data + size;
@@ -113,7 +113,7 @@ HeaderVerdict CheckJpegHeaders(const uint8_t* data, uint32_t size) {
             continue;
         }
         if (has_size && marker == kEndOfImage)
-            return HeaderVerdict::Stand;        // what stands behind is the sender's own
+            return HeaderVerdict::Stand;        // bytes after the image are not decoded
         const uint32_t left = size - at - 2;    // behind the marker
         if (marker <= 0xC3 || marker == kJpegLs) {
             if (left < 7)

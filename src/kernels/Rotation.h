@@ -46,9 +46,8 @@ struct MutableImage {
 };
 
 // Writes each destination pixel that comes from within the source, interpolated between its four neighbours with
-// weights of 1/256 and rounded; the others keep what they hold. What
-// only moves pixels is done at the speed of a copy. Returns 0, or negative for a null pointer, an empty
-// size or channels other than 1 to 4.
+// weights of 1/256 and rounded; the others keep what they hold. A rotation that only moves pixels is as fast as a copy.
+// Returns 0, or negative for a null pointer, an empty size or channels other than 1 to 4.
 int32_t RotateBilinear(const ConstImage& source, const MutableImage& destination, uint32_t channels,
                        const Rotation& rotation);
 

@@ -21,8 +21,8 @@ bool UsesBorder(const RenderInfo& info);
 using Bands = std::array<Rect, 4>;
 Bands BandRects(const RenderInfo& info, bool bordered, int64_t width, int64_t height);
 
-// The part of a source of this size that the client selected on the screen, at least one pixel; none where the selection does not meet the
-// overview area, or one of them is a window that has no place.
+// The part of a source of this size that the client selected on the screen, at least one pixel; none where the selection
+// does not meet the overview area, or one of them is a window that has no place.
 std::optional<Rect> ZoomSource(const RenderInfo& info, uint32_t sourceWidth, uint32_t sourceHeight);
 
 // The part of a decoded picture of this size that a still of the selection shows, in even pixels, at least 2x2, inside the

@@ -754,15 +754,16 @@ TEST_P(WindowLife, CounterOfAWait) {
 
 // Text is drawn once a second; between two refreshes nothing may touch it, whatever the picture does.
 TEST_P(WindowLife, BandsDoNotFlicker) {
-    const xcb_window_t window = m_client.Create({.x = 10, .y = 10, .width = 160, .height = 120});
     std::atomic<uint32_t> texts{0};
     for (const uint32_t flags : {0u, uint32_t{CORVANE_FLAG_GDI_COMPOSE}}) {
+        const xcb_window_t window = m_client.Create({.x = 10, .y = 10, .width = 160, .height = 120});
         Channel channel(window, GetParam() | flags);
         CRenderMgr& manager = channel.manager;
         manager.SetOsd(
             [](void* count, OsdInfo* info) {
                 const uint32_t call = ++*static_cast<std::atomic<uint32_t>*>(count);
-                cairo_set_source_rgb(info->deviceContext, call * 37 % 256 / 255.0, call * 91 % 256 / 255.0, 1);
+                cairo_set_source_rgb(info->deviceContext, call * 37 % 256 / 255.0, call * 91 % 256 / 255.0,
+                                     (info->flags & CORVANE_OSD_STOPPED) == 0);    // blue: a picture was put
                 cairo_paint(info->deviceContext);
             },
             &texts);

@@ -3,28 +3,13 @@
 #include <gtest/gtest.h>
 
 #include "present/OnScreenText.h"
+#include "present/ScriptedWatch.h"
 #include "support/StreamMaker.h"
 
 namespace corvane {
 namespace {
 
-// A window that lies where it is told.
-class FixedWatch final : public WindowWatch {
-public:
-    explicit FixedWatch(std::optional<Rect> place) : m_place(place) {}
-    uintptr_t Window() const override { return 1; }
-    Life GetLife() const override { return Life::Alive; }
-    bool Viewable() const override { return true; }
-    Size ClientSize() const override { return {}; }
-    std::optional<Rect> ScreenRect() const override { return m_place; }
-    uint32_t MonitorIndex() const override { return 0; }
-    void AddListener(Listener*) override {}
-    void RemoveListener(Listener*) override {}
-
-private:
-    const std::optional<Rect> m_place;
-};
-
+using test::ScriptedWatch;
 using Four = int32_t[4];
 
 TEST(Layout, ZoomSource) {
@@ -56,21 +41,21 @@ TEST(Layout, ZoomSource) {
         std::ranges::copy(row.zoomMargin, info.area.zoomMargin);
         EXPECT_EQ(ZoomSource(info, 640, 360), row.source);
         // The same places as windows give the same.
-        const auto watch = [](const Four& r) { return std::make_shared<FixedWatch>(Rect{r[0], r[1], r[2], r[3]}); };
+        const auto watch = [](const Four& r) { return std::make_shared<ScriptedWatch>(Rect{r[0], r[1], r[2], r[3]}); };
         info.area.overviewIsWindow = info.area.zoomIsWindow = 1;
         info.overviewWindow = watch(row.overview);
         info.zoomWindow = watch(row.zoom);
         EXPECT_EQ(ZoomSource(info, 640, 360), row.source);
         if (row.name == std::string("less than a pixel"))    // nobody shows an odd last column or row by itself
             EXPECT_EQ(ZoomSource(info, 641, 361), (Rect{639, 359, 641, 361}));
-        info.zoomWindow = std::make_shared<FixedWatch>(std::nullopt);    // destroyed
+        info.zoomWindow = std::make_shared<ScriptedWatch>(std::nullopt);    // destroyed
         EXPECT_EQ(ZoomSource(info, 640, 360), std::nullopt);
     }
 }
 
 TEST(Layout, OverviewRectKeepsItsMargins) {
     RenderInfo info;
-    info.window = std::make_shared<FixedWatch>(Rect{100, 200, 500, 600});
+    info.window = std::make_shared<ScriptedWatch>(Rect{100, 200, 500, 600});
     const Four place{150, 230, 250, 290}, margin{1, 2, 3, 4};
     std::ranges::copy(place, info.area.overview.rectangle);
     std::ranges::copy(margin, info.area.overviewMargin);
@@ -78,7 +63,7 @@ TEST(Layout, OverviewRectKeepsItsMargins) {
     info.area.overviewIsWindow = 1;
     EXPECT_EQ(OverviewRect(info, {80, 60}), (Rect{1, 2, 77, 56}));
     info.area.overviewIsWindow = 0;
-    info.window = std::make_shared<FixedWatch>(std::nullopt);
+    info.window = std::make_shared<ScriptedWatch>(std::nullopt);
     EXPECT_EQ(OverviewRect(info, {}), std::nullopt);
     info.margin = {0, UINT32_MAX, 0, 0};    // wider than the window
     EXPECT_TRUE(PictureRect(info, {100, 60}).Empty());

@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 
+#include "present/ScriptedWatch.h"
 #include "render/DDrawRenderer.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
@@ -14,6 +15,7 @@ namespace corvane {
 namespace {
 
 using enum BlitResult;
+using test::ScriptedWatch;
 using Life = WindowWatch::Life;
 using Lines = std::vector<std::string>;
 
@@ -48,10 +50,8 @@ struct Script {
 // Any kind of surface.
 class ScriptedSurface final : public BlitComposite {
 public:
-    ScriptedSurface(Script& script, const std::string& called, uint32_t width, uint32_t height)
-        : m_name(called), m_script(script) {
-        (void)m_raster.Resize(width, height + height / 2);    // for three planes
-        m_script.Log("make " + m_name + " " + std::to_string(width) + "x" + std::to_string(height));
+    ScriptedSurface(Script& script, const std::string& called) : m_name(called), m_script(script) {
+        (void)m_raster.Resize(400, 400);    // as large as any
         ++m_script.alive[m_name];
     }
     ~ScriptedSurface() override { --m_script.alive[m_name]; }
@@ -63,7 +63,6 @@ public:
     }
     BlitResult Unlock() override { return Note("unlock"); }
     BlitResult Restore() override { return Note("restore"); }
-    BlitResult Fill(const Rect& rect, uint32_t) override { return Note("fill " + Text(rect)); }
     BlitResult Blit(const Rect& to, BlitSurface& from, const Rect& source) override {
         return Note("blit " + static_cast<ScriptedSurface&>(from).m_name + " " + Text(source) + " to " + Text(to));
     }
@@ -82,21 +81,20 @@ private:
 class ScriptedDevice final : public BlitDevice {
 public:
     ScriptedDevice(Script& script, const Monitor& monitor) : m_script(script), m_monitor(monitor) {}
-    std::unique_ptr<BlitSurface> CreateVideo(uint32_t width, uint32_t height, uint32_t fourCC) override {
+    std::unique_ptr<BlitSurface> CreateVideo(uint32_t, uint32_t, uint32_t fourCC) override {
         const std::string name = fourCC == kFourCCNV12 ? "NV12" : "YV12";
         m_script.Log("ask " + name);
-        return Make(name, width, height);
+        return Make(name);
     }
     std::unique_ptr<BlitSurface> WrapVideo(SharedPicture picture) override {
-        if (!m_script.wraps)
-            return nullptr;
-        auto made = Make("wrap", picture.Get().width, picture.Get().height);
-        made->picture = std::move(picture);
+        auto made = m_script.wraps ? Make("wrap") : nullptr;
+        if (made != nullptr)
+            made->picture = std::move(picture);
         return made;
     }
-    std::unique_ptr<BlitComposite> CreateComposite(uint32_t w, uint32_t h) override { return Make("composite", w, h); }
-    std::unique_ptr<BlitSurface> CreateTextSystem(uint32_t w, uint32_t h) override { return Make("system", w, h); }
-    std::unique_ptr<BlitSurface> CreateText(uint32_t w, uint32_t h) override { return Make("text", w, h); }
+    std::unique_ptr<BlitComposite> CreateComposite(uint32_t, uint32_t) override { return Make("composite"); }
+    std::unique_ptr<BlitSurface> CreateTextSystem(uint32_t, uint32_t) override { return Make("system"); }
+    std::unique_ptr<BlitSurface> CreateText(uint32_t, uint32_t) override { return Make("text"); }
     BlitResult GetScanLine(const WindowWatch&, uint32_t* line) override {
         *line = 0;
         ++m_script.looks;
@@ -111,8 +109,8 @@ public:
     }
 
 private:
-    std::unique_ptr<ScriptedSurface> Make(const std::string& name, uint32_t w, uint32_t h) {
-        return m_script.refused.contains(name) ? nullptr : std::make_unique<ScriptedSurface>(m_script, name, w, h);
+    std::unique_ptr<ScriptedSurface> Make(const std::string& name) {
+        return m_script.refused.contains(name) ? nullptr : std::make_unique<ScriptedSurface>(m_script, name);
     }
     Script& m_script;
     const Monitor m_monitor;
@@ -129,25 +127,6 @@ public:
         Log("device " + std::to_string(monitor.handle));
         return refused.contains("device") ? nullptr : std::make_unique<ScriptedDevice>(*this, monitor);
     }
-};
-
-class ScriptedWatch final : public WindowWatch {
-public:
-    explicit ScriptedWatch(const Rect& place) : outer(place) {}
-    Rect outer;
-    Life life = Life::Alive;
-    bool viewable = true, serverLost = false;
-    uintptr_t Window() const override { return 1; }
-    Life GetLife() const override { return life; }
-    bool Viewable() const override { return viewable; }
-    Size ClientSize() const override {
-        return {static_cast<uint32_t>(outer.Width()), static_cast<uint32_t>(outer.Height())};
-    }
-    std::optional<Rect> ScreenRect() const override { return outer; }
-    uint32_t MonitorIndex() const override { return 0; }
-    bool ServerLost() const override { return serverLost; }
-    void AddListener(Listener*) override {}
-    void RemoveListener(Listener*) override {}
 };
 
 // A renderer with a window of 100 x 80 at (50, 40), driven by hand.
@@ -190,14 +169,8 @@ struct Stage {
 
 // What may happen between two passes.
 using Happening = std::function<void(Stage&)>;
-Happening Fails(const char* operation, std::vector<BlitResult> results) {
-    return [=](Stage& s) { s.blitter.results[operation] = results; };
-}
-Happening Ends(Life life, bool serverLost) {
-    return [=](Stage& s) {
-        s.watch->life = life;
-        s.watch->serverLost = serverLost;
-    };
+Happening Fails(const std::map<std::string, std::vector<BlitResult>>& results) {
+    return [=](Stage& s) { s.blitter.results = results; };
 }
 Happening Moves(const Monitor& monitor, const Rect& place, const char* refused) {
     return [=](Stage& s) {
@@ -232,14 +205,15 @@ TEST(DefaultRenderer, WhatFailsInAPass) {
     } rows[] = {
         {"nothing", [](Stage&) {}, Put, 1, 1, 0, Put, "copy 0,0,100,80 to 50,40,150,120 of 7"},
         {"no window any more", [](Stage& s) { s.info.window = nullptr; }, NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
-        {"window destroyed", Ends(Life::Dead, false), NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
+        {"window destroyed", [](Stage& s) { s.watch->life = Life::Dead; }, NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
         {"window beyond the limits", Moves(first, {0, 0, 9000, 9000}, ""), NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
         {"window that just keeps them", HasRoom({0, 0, 16200, 300}, false), Put, 1, 1, 0, Put},
-        {"not with room for the overview beside it", HasRoom({0, 0, 16200, 300}), NothingToDrawOn, 1, 0, 0,
-         NothingToDrawOn},
+        {"no room for its overview beside it", HasRoom({0, 0, 16200, 300}), NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
         {"nor below it", HasRoom({0, 0, 300, 16200}), NothingToDrawOn, 1, 0, 0, NothingToDrawOn},
-        {"window not known yet", Ends(Life::Unknown, false), NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
-        {"server gone", Ends(Life::Dead, true), Outcome::Failed, 1, 0, -1, Outcome::Failed},
+        {"window not known yet", [](Stage& s) { s.watch->life = Life::Unknown; }, NothingToDrawOn, 1, 1, 0,
+         NothingToDrawOn},
+        {"server gone", [](Stage& s) { s.watch->life = Life::Dead, s.watch->serverLost = true; }, Failed, 1, 0, -1,
+         Failed},
         {"window not viewable", [](Stage& s) { s.watch->viewable = false; }, NothingToDrawOn, 1, 1, 0, NothingToDrawOn},
         {"window not viewable, its overview is",
          [](Stage& s) {
@@ -251,26 +225,21 @@ TEST(DefaultRenderer, WhatFailsInAPass) {
          "copy 0,0,100,80 to 80,50,180,130 of 8"},
         {"a monitor that came later", Moves({9, {-100, 0, 0, 100}}, {50, 40, 150, 120}, ""), NotDue, 0, 1, 0, Put,
          "device 9"},
-        {"monitor not told", [](Stage& s) { s.blitter.current.reset(); }, Outcome::Failed, 1, 0, 0, Outcome::Failed},
-        {"device of the next monitor refused", Moves({9, {}}, {50, 40, 150, 120}, "device"), Outcome::Failed, 0, 0, -1,
-         Outcome::Failed},
-        {"surface set refused", Moves(first, {50, 40, 170, 120}, "composite"), Outcome::Failed, 1, 0, 0,
-         Outcome::Failed},
-        {"screen lost", Fails("copy", {SurfaceLost}), Outcome::Failed, 1, 0, -1, NotDue},
-        {"copy fails otherwise", Fails("copy", {InvalidArgument}), Busy, 1, 0, 0, Put},
-        {"screen still drawing", Fails("copy", {StillDrawing}), Busy, 1, 1, 0, Put},
-        {"composite still read", Fails("begin", {StillDrawing}), Busy, 1, 1, 0, Put},
-        {"composite lost", Fails("begin", {SurfaceLost}), Outcome::Failed, 1, 0, -1, NotDue},
-        {"window resized meanwhile", Fails("begin", {InvalidArgument}), Put, 1, 1, 0, Put, "copy"},
-        {"window resized all the time", Fails("begin", {InvalidArgument, InvalidArgument}), Busy, 1, 1, 0, Put},
-        {"primary lost, another mode",
-         [](Stage& s) {
-             s.blitter.results = {{"lost", {SurfaceLost}}, {"restore", {WrongMode}}};
-         },
-         Put, 1, 1, 0, Put, "recreate"},
-        {"video lock of the old kind", Fails("lock", {InvalidArgument}), Put, 1, 1, 0, Put, "YV12 lock plainly"},
-        {"video lost and restored", Fails("lock", {SurfaceLost}), Put, 1, 1, 0, Put, "YV12 restore"},
-        {"video cannot be locked", Fails("lock", {SurfaceLost, SurfaceLost}), Put, 0, 1, 0, Put},
+        {"monitor not told", [](Stage& s) { s.blitter.current.reset(); }, Failed, 1, 0, 0, Failed},
+        {"device of the next monitor refused", Moves({9, {}}, {50, 40, 150, 120}, "device"), Failed, 0, 0, -1, Failed},
+        {"surface set refused", Moves(first, {50, 40, 170, 120}, "composite"), Failed, 1, 0, 0, Failed},
+        {"screen lost", Fails({{"copy", {SurfaceLost}}}), Failed, 1, 0, -1, NotDue},
+        {"copy fails otherwise", Fails({{"copy", {InvalidArgument}}}), Busy, 1, 0, 0, Put},
+        {"screen still drawing", Fails({{"copy", {StillDrawing}}}), Busy, 1, 1, 0, Put},
+        {"composite still read", Fails({{"begin", {StillDrawing}}}), Busy, 1, 1, 0, Put},
+        {"composite lost", Fails({{"begin", {SurfaceLost}}}), Failed, 1, 0, -1, NotDue},
+        {"window resized meanwhile", Fails({{"begin", {InvalidArgument}}}), Put, 1, 1, 0, Put, "copy"},
+        {"window resized all the time", Fails({{"begin", {InvalidArgument, InvalidArgument}}}), Busy, 1, 1, 0, Put},
+        {"primary lost, another mode", Fails({{"lost", {SurfaceLost}}, {"restore", {WrongMode}}}), Put, 1, 1, 0, Put,
+         "recreate"},
+        {"video lock of the old kind", Fails({{"lock", {InvalidArgument}}}), Put, 1, 1, 0, Put, "YV12 lock plainly"},
+        {"video lost and restored", Fails({{"lock", {SurfaceLost}}}), Put, 1, 1, 0, Put, "YV12 restore"},
+        {"video cannot be locked", Fails({{"lock", {SurfaceLost, SurfaceLost}}}), Put, 0, 1, 0, Put},
         {"presenting is off", [](Stage& s) { s.info.presentEnabled = false; }, NotDue, 1, 1, 0, NotDue},
     };
     for (const auto& row : rows) {
@@ -301,69 +270,69 @@ TEST(DefaultRenderer, WhatFailsInAPass) {
     }
 }
 
-TEST(DefaultRenderer, SurfaceOfEachFormat) {
+// What a worker is lent in a format and width, or has taken by reference where the adapter reads the memory of others;
+// `holds` is what lives after it. Each row follows the one before.
+TEST(DefaultRenderer, BuffersAndPicturesOfTheWorker) {
+    test::PlainPicture first(64, 48), pairs(64, 48);    // the latter with chroma in pairs
+    pairs.frame.strides[2] = 0;
+    first.Share();
+    pairs.Share();
+    using Call = std::function<bool(Stage&)>;    // false: it got nothing
+    const auto lend = [](uint32_t wish, uint32_t width = 64) -> Call {
+        return [=](Stage& s) { return s.Lend(wish, width) >= 0; };
+    };
+    const auto take = [](const test::PlainPicture& picture) -> Call {
+        return [&](Stage& s) { return s.renderer->TakePicture(picture.frame); };
+    };
+    const auto pass = [](Outcome outcome) -> Call { return [=](Stage& s) { return s.Pass() == outcome; }; };
     const struct {
-        uint32_t wish, width;
-        std::set<std::string> refused;
-        std::vector<BlitResult> locks;
-        uint32_t format;      // 0: nothing is lent
-        bool same = false;    // as before
+        const char* name;
+        Happening happens;    // before
+        Call call;
+        bool succeeds;
+        const char* holds;
+        bool asks = false;    // the device for a surface
     } rows[] = {
-        {PF_NV12, 64, {}, {}, PF_NV12},
-        {PF_BGRA32, 64, {}, {}, PF_YV12},
-        {PF_I420, 64, {}, {}, PF_YV12, true},
-        {PF_I420, 66, {}, {}, PF_YV12},
-        {PF_NV12, 64, {"NV12"}, {}, PF_YV12},
-        {PF_NV12, 64, {}, {}, PF_YV12, true},    // refused once is refused for good
-        {PF_I420, 70, {}, {BlitResult::Failed}, 0},
-        {PF_I420, 64, {"YV12"}, {}, 0},
+        {"no memory of others", [](Stage&) {}, take(first), false, "YV12 "},
+        {"by reference", [](Stage& s) { s.blitter.wraps = true; }, take(first), true, "first "},
+        {"shown", [](Stage&) {}, pass(Outcome::Put), true, "first "},
+        {"by reference, chroma in pairs", [](Stage&) {}, take(pairs), true, "pairs "},
+        {"a buffer of its own again", [](Stage&) {}, lend(PF_NV12), true, "NV12 ", true},
+        {"others get planes", [](Stage&) {}, lend(PF_BGRA32), true, "YV12 ", true},
+        {"the same", [](Stage&) {}, lend(PF_I420), true, "YV12 "},
+        {"another width", [](Stage&) {}, lend(PF_I420, 66), true, "YV12 ", true},
+        {"refused", [](Stage& s) { s.blitter.refused = {"NV12"}; }, lend(PF_NV12), true, "YV12 ", true},
+        {"refused for good", [](Stage& s) { s.blitter.refused = {}; }, lend(PF_NV12), true, "YV12 "},
+        {"not by reference either", [](Stage&) {}, take(pairs), false, "YV12 "},
+        {"cannot be locked", Fails({{"lock", {BlitResult::Failed}}}), lend(PF_I420, 70), false, "", true},
+        {"none at all", [](Stage& s) { s.blitter.refused = {"YV12"}; }, lend(PF_I420), false, "", true},
+        {"by reference all the same", [](Stage&) {}, take(first), true, "first "},
+        {"goes with its device", [](Stage& s) { s.blitter.current->handle = 9; }, pass(Outcome::NotDue), true, ""},
+        {"on the next one", [](Stage&) {}, take(first), true, "first "},
+        {"stays until the worker comes", Fails({{"copy", {SurfaceLost}}}), pass(Outcome::Failed), true, "first "},
+        {"no device", [](Stage&) {}, take(first), false, ""},
     };
     Stage stage;
     stage.Start();
-    for (const auto& row : rows) {
-        SCOPED_TRACE(&row - rows);
-        stage.blitter.log.clear();
-        stage.blitter.refused = row.refused;
-        stage.blitter.results["lock"] = row.locks;
-        EXPECT_EQ(stage.Lend(row.wish, row.width) >= 0 ? stage.format : 0, row.format);
-        EXPECT_EQ(stage.Alive("NV12") * 10 + stage.Alive("YV12"), row.format == 0 ? 0 : row.format == PF_NV12 ? 10 : 1);
-        EXPECT_EQ(stage.blitter.log.empty(), row.same);
-    }
-}
-
-// Where the adapter reads the memory of others; the picture is let go when another comes, and with the renderer.
-TEST(DefaultRenderer, TakesPicturesByReference) {
-    Stage stage;
-    stage.Start();
-    test::PlainPicture first(64, 48), pairs(64, 48);
-    first.Share();
-    pairs.Share();
-    pairs.frame.strides[2] = 0;
-    EXPECT_FALSE(stage.renderer->TakePicture(first.frame));
-    EXPECT_EQ(first.references, 0);
-    stage.blitter.wraps = true;
-    ASSERT_TRUE(stage.renderer->TakePicture(first.frame));
-    EXPECT_EQ(first.references * 10 + stage.Alive("YV12"), 10);
-    stage.blitter.log.clear();
-    (void)stage.Pass();
     const Lines& log = stage.blitter.log;
-    EXPECT_TRUE(std::ranges::count(log, "composite blit wrap 0,0,64,48 to 0,0,100,80"));
-    EXPECT_TRUE(std::ranges::none_of(log, [](auto& line) { return line.starts_with("wrap"); })) << "no lock, no unlock";
-    ASSERT_TRUE(stage.renderer->TakePicture(pairs.frame));
-    EXPECT_EQ(first.references * 10 + pairs.references, 1);
-    stage.blitter.refused = {"NV12"};
-    ASSERT_EQ(stage.Lend(PF_NV12), 0);    // a buffer of its own again, and no NV12 from now on
-    EXPECT_EQ(pairs.references * 10 + stage.Alive("YV12"), 1);
-    EXPECT_FALSE(stage.renderer->TakePicture(pairs.frame));
-    ASSERT_TRUE(stage.renderer->TakePicture(first.frame));
-    stage.blitter.current = Monitor{9, {}};    // another monitor: the picture goes with its device
-    ASSERT_EQ(stage.Pass(), Outcome::NotDue);
-    EXPECT_EQ(first.references, 0);
-    ASSERT_TRUE(stage.renderer->TakePicture(first.frame));
-    stage.blitter.results["copy"] = {SurfaceLost};
-    EXPECT_EQ(stage.Pass(), Outcome::Failed);
-    EXPECT_FALSE(stage.renderer->TakePicture(first.frame)) << "no device";
-    EXPECT_EQ(first.references, 0);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        stage.blitter.log.clear();
+        row.happens(stage);
+        EXPECT_EQ(row.call(stage), row.succeeds);
+        std::string holds;
+        for (const char* const name : {"NV12", "YV12"})
+            holds += stage.Alive(name) != 0 ? name + std::string(" ") : "";
+        holds += first.references != 0 ? "first " : "";
+        holds += pairs.references != 0 ? "pairs " : "";
+        EXPECT_EQ(holds, row.holds);
+        if (holds.ends_with("V12 "))
+            EXPECT_EQ(stage.format, holds == "NV12 " ? PF_NV12 : PF_YV12);
+        EXPECT_EQ(std::ranges::any_of(log, [](auto& line) { return line.starts_with("ask"); }), row.asks);
+        if (row.name == std::string("shown"))
+            EXPECT_TRUE(std::ranges::count(log, "composite blit wrap 0,0,64,48 to 0,0,100,80"));
+        EXPECT_TRUE(std::ranges::none_of(log, [](auto& line) { return line.starts_with("wrap"); })) << "never locked";
+    }
     stage.renderer.reset();
     EXPECT_EQ(stage.Alive("wrap"), 0);
 }

@@ -15,16 +15,19 @@ BlitResult ResultOf(uint32_t line) {
     return line == kBlank ? BlitResult::InBlank : line == kError ? BlitResult::Failed : BlitResult::Ok;
 }
 
-TEST(TearWait, EveryExitOfTheWait) {
+TEST(TearWait, ExitsOfTheWaitAndAverageOfCopiesBegunInBlank) {
     // 320 x 240 on 1080 lines: the zone of a window at line 500 is 497 to 734. 160 x 160 at the top: -1 to 158.
     constexpr Rect kMiddle{100, 500, 420, 740};
     constexpr Rect kTop{0, 0, 160, 160};
+    constexpr float kHit = 0.6f * 0.99f, kClear = 0.6f + 0.4f * 0.01f;
     const struct {
         const char* name;
         Rect window;
         float blankHit;
         std::vector<uint32_t> lines;
-        const char* steps;    // C copy, S sleep, s spin
+        const char* steps;           // C copy, S sleep, s spin
+        uint32_t ended = kError;     // the line after the copy
+        float average = blankHit;    // then
     } rows[] = {
         {"error", kMiddle, 1, {kError}, "C"},
         {"error after a wait", kMiddle, 1, {500, kError}, "SC"},
@@ -39,6 +42,14 @@ TEST(TearWait, EveryExitOfTheWait) {
         {"a blank above a window at the top is inside", kTop, 0.49f, {kBlank, kBlank, 3, 51, 157, 158}, "SSSssC"},
         {"the same, where blanks are good", kTop, 0.5f, {kBlank}, "C"},
         {"a blank after lines has wrapped", kMiddle, 0.4f, {600, kBlank}, "SC"},
+        {"met the beam", kMiddle, 0.6f, {kBlank}, "C", 600, kHit},
+        {"met it at the first line", kMiddle, 0.6f, {kBlank}, "C", 498, kHit},
+        {"met it at the last line", kMiddle, 0.6f, {kBlank}, "C", 733, kHit},
+        {"ended before it", kMiddle, 0.6f, {kBlank}, "C", 497, kClear},
+        {"ended behind it", kMiddle, 0.6f, {kBlank}, "C", 734, kClear},
+        {"ended in the blank", kMiddle, 0.6f, {kBlank}, "C", kBlank, kClear},
+        {"not begun in blank", kMiddle, 0.6f, {50}, "C", 600},
+        {"waited in a blank, begun after it", kTop, 0.4f, {kBlank, 158}, "SC", 50},
     };
     for (const auto& row : rows) {
         TearWait wait(row.window, 1080, row.blankHit);
@@ -46,31 +57,12 @@ TEST(TearWait, EveryExitOfTheWait) {
         for (const uint32_t line : row.lines)
             steps += "CSs"[static_cast<int>(wait.Next(ResultOf(line), line, 5))];
         EXPECT_EQ(steps, row.steps) << row.name;
+        EXPECT_FLOAT_EQ(wait.Judged(ResultOf(row.ended), row.ended), row.average) << row.name;
     }
     TearWait asleep(kMiddle, 1080, 1);
     EXPECT_EQ(asleep.Next(BlitResult::Ok, 600, 1'000), TearWait::Step::Sleep);
     EXPECT_EQ(asleep.Next(BlitResult::Ok, 600, 1'000 + TearWait::kLongest - 1), TearWait::Step::Sleep);
     EXPECT_EQ(asleep.Next(BlitResult::Ok, 600, 1'000 + TearWait::kLongest), TearWait::Step::Copy) << "no beam";
-}
-
-TEST(TearWait, TheAverageOfCopiesBegunInBlank) {
-    constexpr Rect kWindow{0, 100, 320, 340};    // 97 to 334
-    constexpr float kHit = 0.6f * 0.99f, kClear = 0.6f + 0.4f * 0.01f;
-    const struct {
-        uint32_t begun, ended;
-        float average;
-    } rows[] = {{kBlank, 200, kHit},   {kBlank, 98, kHit},       {kBlank, 333, kHit},    {kBlank, 97, kClear},
-                {kBlank, 334, kClear}, {kBlank, kBlank, kClear}, {kBlank, kError, 0.6f},    // not told
-                {50, 200, 0.6f}};                                                           // not begun in blank
-    for (const auto& row : rows) {
-        TearWait wait(kWindow, 1080, 0.6f);
-        (void)wait.Next(ResultOf(row.begun), row.begun, 1);
-        EXPECT_FLOAT_EQ(wait.Judged(ResultOf(row.ended), row.ended), row.average) << row.begun << ", " << row.ended;
-    }
-    TearWait late({0, 0, 160, 160}, 1080, 0.4f);    // waits in a blank, and begins after it
-    EXPECT_EQ(late.Next(BlitResult::InBlank, 0, 1), TearWait::Step::Sleep);
-    EXPECT_EQ(late.Next(BlitResult::Ok, 158, 1), TearWait::Step::Copy);
-    EXPECT_FLOAT_EQ(late.Judged(BlitResult::Ok, 50), 0.4f);
 }
 
 }    // namespace

@@ -2,8 +2,6 @@
 #include <cairo.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -12,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <numeric>
@@ -45,33 +44,20 @@ FramePtr FrameAt(int64_t timeMs) {
     return test::MakeFrame(CORVANE_STREAM_JPEG, {1}, true, timeMs);
 }
 
-// Remembers the text calls, and marks the pixel (1, 1) with the flags of each.
+// Remembers the last text call, and marks the pixel (1, 1) with the flags of each.
 struct Text {
-    std::mutex mutex;
-    std::vector<OsdInfo> drawn;    // under mutex
-    std::atomic<int> calls{0}, clock{0};
+    std::atomic<uint32_t> calls{0}, size{0}, seconds{0}, clock{0}, flags{0};
 
     static void Draw(void* context, OsdInfo* info) {
         auto& self = *static_cast<Text*>(context);
         cairo_set_source_rgb(info->deviceContext, info->flags / 255.0, 0, 1);
         cairo_rectangle(info->deviceContext, 1, 1, 1, 1);
         cairo_fill(info->deviceContext);
-        const std::lock_guard lock(self.mutex);
-        self.drawn.push_back(*info);
-        self.clock = info->time->tm_hour * 100 + info->time->tm_min;
+        self.size = info->width * 1000 + info->height;
+        self.seconds = info->timeSeconds;
+        self.clock = static_cast<uint32_t>(info->time->tm_hour * 100 + info->time->tm_min);
+        self.flags = info->flags;    // last: what is waited for
         ++self.calls;
-    }
-    OsdInfo Last() {
-        const std::lock_guard lock(mutex);
-        return drawn.empty() ? OsdInfo() : drawn.back();
-    }
-    std::vector<uint32_t> Counters(uint32_t flags) {
-        const std::lock_guard lock(mutex);
-        std::vector<uint32_t> counters;
-        for (const OsdInfo& info : drawn)
-            if (info.flags == flags)
-                counters.push_back(info.counter);
-        return counters;
     }
 };
 
@@ -269,24 +255,20 @@ TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
             info.forceRedraw = false;
         }
     }
-    m_server.Stop();
-    EXPECT_TRUE(passes.Becomes(Busy));
-    m_server.Continue();
-    EXPECT_TRUE(passes.Becomes(Put));
-    info.presentEnabled = false;
-    EXPECT_EQ(passes.Pass(*passes.renderer), NotDue);
-    info.presentEnabled = true;
-    m_client.Unmap(window);
-    EXPECT_TRUE(passes.Becomes(NothingToDrawOn));
-    info.area.overviewEnabled = 1;
-    EXPECT_TRUE(passes.Becomes(Put)) << "on the overview";
-    info.area.overviewEnabled = 0;
-    m_client.Map(window);
-    EXPECT_TRUE(passes.Becomes(Put));
-    info.window = nullptr;    // the default renderer's surfaces in memory are as large as the picture
-    info.hasBorder = false;
-    texts.clear();
-    EXPECT_EQ(passes.Pass(*passes.renderer), NothingToDrawOn);
+    const std::pair<std::function<void()>, Outcome> others[] = {
+        {[&] { m_server.Stop(); }, Busy},
+        {[&] { m_server.Continue(); }, Put},
+        {[&] { info.presentEnabled = false; }, NotDue},
+        {[&] { info.presentEnabled = true, m_client.Unmap(window); }, NothingToDrawOn},
+        {[&] { info.area.overviewEnabled = 1; }, Put},
+        {[&] { info.area.overviewEnabled = 0, m_client.Map(window); }, Put},
+        {[&] { info.window = nullptr, info.hasBorder = false, texts.clear(); }, NothingToDrawOn},
+    };
+    for (const auto& [change, outcome] : others) {
+        change();
+        EXPECT_TRUE(passes.Becomes(outcome)) << &outcome - &others[0].second;
+    }
+    // The default renderer's surfaces in memory are as large as the picture.
     EXPECT_TRUE(isPlain ? texts.empty() : texts.size() == 1 && texts[0].width == side && texts[0].height == side);
     info.window = watch;
     m_client.Destroy(window);
@@ -319,11 +301,11 @@ TEST_P(WindowLife, States) {
         row.enter();
         EXPECT_TRUE(Shows(window, row.flags << 16 | 0xFF, 1, 1));
         EXPECT_TRUE(Shows(window, kBluePixel));
-        ASSERT_TRUE(Eventually([&] { return text.Last().flags == row.flags; }));
-        EXPECT_EQ(text.Last().width * 1000 + text.Last().height, kSide * 1001);
-        EXPECT_EQ(std::min(text.Last().timeSeconds, kWallClock), row.seconds);
+        ASSERT_TRUE(Eventually([&] { return text.flags == row.flags; }));
+        EXPECT_EQ(text.size, kSide * 1001u);
+        EXPECT_EQ(std::min<uint32_t>(text.seconds, kWallClock), row.seconds);
         if (row.seconds == 90'061)
-            EXPECT_EQ(text.clock, 101);
+            EXPECT_EQ(text.clock, 101u);
     }
     channel.Push(90);
     EXPECT_TRUE(Shows(window, Grey(90)));
@@ -543,75 +525,63 @@ TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
 
 // Both renderers as they are, but that something may happen when a pass has prepared for the window.
 std::function<void()> afterPreparation;    // on the render thread
-std::atomic<int> puts;
-template <typename Renderer>
 class Disturbed final : public IVideoRenderer {
 public:
-    template <typename... Arguments>
-    explicit Disturbed(const Arguments&... arguments) : m_inner(arguments...) {}
-    RendererType GetType() const override { return m_inner.GetType(); }
+    explicit Disturbed(RendererPtr inner) : m_inner(std::move(inner)) {}
+    RendererType GetType() const override { return m_inner->GetType(); }
     int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override {
-        return m_inner.GetBuffer(width, height, buffer, stride, format);
+        return m_inner->GetBuffer(width, height, buffer, stride, format);
     }
-    void Commit() override { m_inner.Commit(); }
+    void Commit() override { m_inner->Commit(); }
     void Prepare(const RenderInfo& info) override {
-        m_inner.Prepare(info);
+        m_inner->Prepare(info);
         afterPreparation();
     }
-    void Latch(const RenderInfo& info) override { m_inner.Latch(info); }
-    Outcome Present(const FramePtr* frame, const RenderInfo* info) override {
-        const Outcome outcome = m_inner.Present(frame, info);
-        puts += outcome == Outcome::Put ? 1 : 0;
-        return outcome;
-    }
+    void Latch(const RenderInfo& info) override { m_inner->Latch(info); }
+    Outcome Present(const FramePtr* frame, const RenderInfo* info) override { return m_inner->Present(frame, info); }
 
 private:
-    Renderer m_inner;
+    const RendererPtr m_inner;
 };
 const RendererMakers kDisturbed{
-    [](const RenderInfo&) -> RendererPtr { return std::make_shared<Disturbed<CGDIRenderer>>(); },
-    [](const RenderInfo& info) -> RendererPtr { return std::make_shared<Disturbed<CDDrawRenderer>>(info); }};
+    [](const RenderInfo& i) -> RendererPtr { return std::make_shared<Disturbed>(RendererMakers::Built().gdi(i)); },
+    [](const RenderInfo& i) -> RendererPtr {
+        return std::make_shared<Disturbed>(RendererMakers::Built().directDraw(i));
+    }};
 
-// The window gets another size whenever a pass has prepared for it, so many times, or as long as the test feeds.
-// Pictures go on, and at the end the window shows the newest at its newest size.
+// The window gets another size whenever a pass has prepared for it, so many times, or as long as the test feeds. Each
+// picture is shown, and at the end the window shows the newest at its newest size.
 TEST_P(WindowLife, NewsBetweenTwoStepsOfAPass) {
     constexpr int kAlways = 1 << 20;
+    const xcb_window_t window = Window();
+    const WindowWatchPtr watch = Viewable(window);
+    test::XClient hand(m_server.Display());    // of the render thread
+    std::atomic<int> left{0};
+    uint16_t side = kSide;
+    std::unique_ptr<Channel> channel;
+    afterPreparation = [&] {
+        if (left-- <= 0)
+            return;
+        side = static_cast<uint16_t>(side == 90 ? 70 : side + 1);
+        hand.Resize(window, side, side);
+        EXPECT_TRUE(Eventually([&] { return watch->ClientSize() == WindowWatch::Size{side, side}; }));
+        channel->manager.RequestRedraw();    // which the watch does a moment later
+    };
+    channel = std::make_unique<Channel>(window, GetParam(), kDisturbed);
+    channel->Push(90);
+    ASSERT_TRUE(Shows(window, Grey(90)));
     for (const int times : {1, 2, 3, kAlways}) {
         SCOPED_TRACE(times);
-        const xcb_window_t window = Window();
-        const WindowWatchPtr watch = Viewable(window);
-        std::unique_ptr<test::XClient> hand;
-        std::atomic<int> left{0};
-        CRenderMgr* told = nullptr;
-        uint16_t side = kSide;
-        afterPreparation = [&] {
-            if (left <= 0)
-                return;
-            --left;
-            if (hand == nullptr)
-                hand = std::make_unique<test::XClient>(m_server.Display());
-            side = static_cast<uint16_t>(side == 90 ? 70 : side + 1);
-            hand->Resize(window, side, side);
-            EXPECT_TRUE(Eventually([&] { return watch->ClientSize() == WindowWatch::Size{side, side}; }));
-            told->RequestRedraw();    // which the watch does a moment later
-        };
-        Channel channel(window, GetParam(), kDisturbed);
-        channel.Push(90);
-        ASSERT_TRUE(Shows(window, Grey(90)));
-        told = &channel.manager;
         left = times;
-        puts = 0;
-        for (int i = 0; i < 10; ++i) {
-            const int before = puts;
-            channel.Push(static_cast<uint8_t>(100 + i));
-            EXPECT_TRUE(Eventually([&] { return puts > before; }));
+        for (uint8_t grey = 100; grey < 110; ++grey) {
+            channel->Push(grey);
+            EXPECT_TRUE(Shows(window, Grey(grey)));
         }
         left = 0;
-        const auto cornerIs = [&](uint8_t grey) {
-            const auto size = watch->ClientSize();
-            return Pixel(window, static_cast<int>(size.width) - 1, static_cast<int>(size.height) - 1) == Grey(grey);
-        };
-        EXPECT_TRUE(Eventually([&] { return cornerIs(109); }));
+        EXPECT_TRUE(Eventually([&] {
+            const int last = static_cast<int>(watch->ClientSize().width) - 1;
+            return Pixel(window, last, last) == Grey(109);
+        }));
     }
 }
 
@@ -634,22 +604,18 @@ TEST_P(WindowLife, ServerStandsStill) {
         manager.SetOsdPolicy(2);    // by the frame's second
         channel->Push(100, 1000);
         ASSERT_TRUE(shows(100));
-        for (int before = -1; before != text.calls; std::this_thread::sleep_for(std::chrono::milliseconds(50)))
-            before = text.calls;    // until what has happened to the window is told
+        for (int before = -1; before != static_cast<int>(text.calls);
+             std::this_thread::sleep_for(std::chrono::milliseconds(50)))
+            before = static_cast<int>(text.calls);    // until what has happened to the window is told
         const auto inTime = [&](const std::function<void()>& calls) {
             server.Stop();
-            test::Gate done;
-            std::thread caller([&] {
-                calls();
-                done.Open();
-            });
-            const bool back = done.Wait(std::chrono::seconds(5));
+            const auto done = std::async(std::launch::async, calls);
+            const bool back = done.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
             std::this_thread::sleep_for(std::chrono::milliseconds(100));    // the last pass has given up
             server.Continue();
-            caller.join();
             return back;
         };
-        const int calls = text.calls;
+        const uint32_t calls = text.calls;
         EXPECT_TRUE(inTime([&] {
             for (int i = 1; i <= 3; ++i)
                 channel->Push(static_cast<uint8_t>(100 + i), 1000 + i);
@@ -673,26 +639,22 @@ TEST_P(WindowLife, ServerStandsStill) {
 // Windows that go while pictures are on their way to them. A child process each round: what is left must also let the
 // process end in peace.
 TEST_P(WindowLife, TenThousandWindowsDestroyed) {
-    for (int round = 0; round < 4; ++round) {
-        const pid_t child = fork();
-        if (child == 0) {
-            test::XClient client(m_server.Display());
-            Channel channels[] = {Channel(0, GetParam()), Channel(0, GetParam() | CORVANE_FLAG_GDI_COMPOSE)};
-            for (int i = 0; i < 1250; ++i) {
-                const xcb_window_t windows[2] = {client.Create(), client.Create()};
-                for (int m = 0; m < 2; ++m) {
-                    channels[m].manager.SetWindow(windows[m]);
-                    channels[m].Push(100, i);
-                }
-                for (const xcb_window_t window : windows)
-                    client.Destroy(window);
+    const auto child = [&] {
+        test::XClient client(m_server.Display());
+        Channel channels[] = {Channel(0, GetParam()), Channel(0, GetParam() | CORVANE_FLAG_GDI_COMPOSE)};
+        for (int i = 0; i < 1250; ++i) {
+            const xcb_window_t windows[2] = {client.Create(), client.Create()};
+            for (int m = 0; m < 2; ++m) {
+                channels[m].manager.SetWindow(windows[m]);
+                channels[m].Push(100, i);
             }
-            std::exit(0);
+            for (const xcb_window_t window : windows)
+                client.Destroy(window);
         }
-        int status = -1;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        EXPECT_EQ(status, 0);
-    }
+        std::exit(0);
+    };
+    for (int round = 0; round < 4; ++round)
+        EXPECT_EXIT(child(), testing::ExitedWithCode(0), "");
 }
 
 // Alone, where each life opens and closes the connection, mostly before it stands; and beside a watch of an ancestor,
@@ -737,18 +699,22 @@ TEST_P(WindowLife, CyclesLeaveNothingInProcessAndServer) {
 // that no step goes unseen.
 TEST_P(WindowLife, CounterOfAWait) {
     Ticks clock;
-    Text text;
+    std::atomic<uint32_t> seen{1};    // of this wait; 0 with any other text
     CRenderMgr manager(this, m_client.Create({.mapped = false}), GetParam(), clock);
-    manager.SetOsd(&Text::Draw, &text);
-    for (const size_t length : {25, 3}) {
+    manager.SetOsd(
+        [](void* own, OsdInfo* info) {
+            auto& steps = *static_cast<std::atomic<uint32_t>*>(own);
+            const bool waits = (info->flags & CORVANE_OSD_WAITING) != 0;
+            if (waits)
+                EXPECT_EQ(info->counter, steps % 10);
+            steps = waits ? steps + 1 : 0;
+        },
+        &seen);
+    for (const uint32_t length : {25u, 3u}) {
         manager.ResetToStopped();
-        ASSERT_TRUE(Eventually([&] { return (text.Last().flags & CORVANE_OSD_STOPPED) != 0; }));
-        const size_t before = text.Counters(CORVANE_OSD_WAITING).size();    // what waited has ended
+        ASSERT_TRUE(Eventually([&] { return seen == 0; }));    // what waited has ended
         manager.Stop(true);
-        EXPECT_TRUE(Eventually([&] { return text.Counters(CORVANE_OSD_WAITING).size() >= before + length; }));
-        const std::vector<uint32_t> seen = text.Counters(CORVANE_OSD_WAITING);
-        for (size_t i = before; i < seen.size(); ++i)
-            EXPECT_EQ(seen[i], (i - before) % 10);
+        EXPECT_TRUE(Eventually([&] { return seen >= length; }));
     }
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <utility>
 
@@ -45,6 +46,16 @@ struct Hearing final : WindowWatch::Listener {
     std::atomic<int> changes{0}, ready{0};
     std::atomic<bool> room{false};
 };
+
+// The pixel that a server of this depth shows for one of ours; as the formats define it.
+inline uint32_t Shown(uint8_t depth, uint32_t bgrx) {
+    const uint32_t r = bgrx >> 16 & 255, g = bgrx >> 8 & 255, b = bgrx & 255;
+    if (depth == 16)
+        return r / 8 << 11 | g / 4 << 5 | b / 8;
+    if (depth == 30)
+        return (r * 4 + r / 64) << 20 | (g * 4 + g / 64) << 10 | (b * 4 + b / 64);
+    return bgrx & 0xFFFFFF;
+}
 
 struct OnServer : testing::Test {
     explicit OnServer(const XServer::Options& options = {}) : server(options) {}

@@ -110,8 +110,8 @@ TEST_F(WindowWatches, Monitors) {
     const struct {
         int16_t x, y;    // of a window of 100x80
         uint32_t monitor;
-    } rows[] = {{400, 10, 1}, {10, 10, 0},  {280, 10, 1}, {260, 10, 0},   {700, 600, 1}, {-300, -300, 0},
-                {10, 300, 2}, {10, 210, 2}, {10, 190, 0}, {-300, 470, 2}, {-300, 5, 0}};
+    } rows[] = {{400, 10, 1},  {10, 10, 0},  {280, 10, 1}, {260, 10, 0}, {700, 600, 1},  {-300, -300, 0},
+                {260, 190, 1}, {10, 300, 2}, {10, 210, 2}, {10, 190, 0}, {-300, 470, 2}, {-300, 5, 0}};
     const xcb_window_t window = client.Create({.x = 400, .y = 10});
     const WindowWatchPtr watch = OpenAlive(window);
     EXPECT_EQ(watch->MonitorIndex(), 0u);

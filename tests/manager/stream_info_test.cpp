@@ -81,9 +81,7 @@ TEST(StreamInfo, CodesFollowTheStepFromOneFrameToTheNext) {
 }
 
 TEST(StreamInfo, MotionWindowsAndObjectRecords) {
-    MediaFrameHeader header{};
-    header.recordSize = sizeof header;
-    header.streamType = CORVANE_STREAM_H264;
+    MediaFrameHeader header = Make({})->Header();
     for (uint32_t i = 0; i < 3; ++i) {
         header.motionState[i] = i;    // 2 is not reported
         header.motionAlert[i] = 70u + i;

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -13,20 +14,65 @@
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
 
-using test::Eventually;
-using test::Gate;
-using test::PlainPicture;
-
 FramePtr Frame(int64_t timeMs, uint32_t width = 0, uint32_t height = 0, uint32_t type = CORVANE_STREAM_H264) {
-    return test::MakeFrame(type, {1, 2, 3}, true, timeMs, width, height);
+    return MakeFrame(type, {1, 2, 3}, true, timeMs, width, height);
 }
+
+// A manager without a window, a picture to show, and what its callbacks were told.
+struct RenderMgr : testing::Test {
+    RenderMgr() { manager.SetAfterDisplay(&AfterDisplay, this); }
+    void Present(const FramePtr& frame) { manager.PresentFrame(frame, picture.frame, true); }
+
+    // Keeps what the off-screen callback is given: all records, and the pixels of the last.
+    void KeepPictures(uint32_t format) {
+        manager.RegisterRawDataCallback(
+            [](void* context, const PseudoFrame* frame) {
+                auto& own = *static_cast<RenderMgr*>(context);
+                own.atPicture(*frame);
+                const std::lock_guard lock(own.mutex);
+                own.pictures.push_back(*frame);
+                own.pixels.assign(frame->data, frame->data + frame->size);
+            },
+            this, format);
+    }
+    // The last record, once there are so many.
+    PseudoFrame Await(size_t number) {
+        EXPECT_TRUE(Eventually([&] {
+            const std::lock_guard lock(mutex);
+            return pictures.size() == number;
+        }));
+        const std::lock_guard lock(mutex);
+        return pictures.empty() ? PseudoFrame() : pictures.back();
+    }
+    static void AfterDisplay(void* context, const AfterDisplayRecord* record) {
+        auto& own = *static_cast<RenderMgr*>(context);
+        own.atShown();
+        own.lastShown = *record;
+        ++own.shown;
+    }
+    static void Text(void* context, OsdInfo* info) {
+        auto& own = *static_cast<RenderMgr*>(context);
+        own.freshTexts += (info->flags & CORVANE_OSD_FRESH) != 0 ? 1 : 0;
+        ++own.texts;
+    }
+
+    std::mutex mutex;
+    std::vector<PseudoFrame> pictures;
+    std::vector<uint8_t> pixels;
+    std::function<void(const PseudoFrame&)> atPicture = [](const PseudoFrame&) {};
+    std::function<void()> atShown = [] {};
+    std::atomic<int> shown{0}, texts{0}, freshTexts{0};
+    AfterDisplayRecord lastShown{};
+    PlainPicture picture{64, 48, 200};
+    CRenderMgr manager{this, 0, 0};
+};
 
 // A renderer that does as it is told.
 struct Script {
-    RendererType type = RendererType::DirectDraw;
+    RendererType type;
     std::atomic<int> refuseBuffers{0}, failPresents{0};    // GetBuffer or Present fails this many times
     std::atomic<int> buffers{0}, presents{0}, destroyed{0};
     std::atomic<bool> diedOnRenderThread{true};
@@ -69,9 +115,8 @@ RendererPtr MakeScripted(const RenderInfo&) {
 const RendererMakers kScripted{&MakeScripted<0>, &MakeScripted<1>};
 
 std::atomic<int> fallbackCodes, logLines;
-std::atomic<const char*> lastLine;
 
-TEST(RenderMgr, FallBackTable) {
+TEST_F(RenderMgr, FallBackTable) {
     const struct {
         const char* name;
         RendererType type;
@@ -85,29 +130,26 @@ TEST(RenderMgr, FallBackTable) {
         {"off-screen without a buffer", RendererType::OffScreen, 0, false, false},
     };
     log::hook = [](int level, const char*, int, const char* format, const void*) {
-        lastLine = format;
-        logLines += level == 3 ? 1 : 0;
+        if (level == 3)    // no other one is expected
+            logLines += std::string(format) == "[%p] DirectDraw renderer failed, reset to GDI renderer" ? 1 : 100;
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        Script first, second;
-        first.type = row.type;
-        second.type = RendererType::Gdi;
-        (row.presentFails ? first.failPresents : first.refuseBuffers) = 1;
+        Script second{.type = RendererType::Gdi};
+        Script first{.type = row.type, .refuseBuffers = !row.presentFails, .failPresents = row.presentFails};
         scripts[0] = &second;
         scripts[1] = &first;
         logLines = fallbackCodes = 0;
         {
-            CRenderMgr manager(&first, 0, row.flags, Clock::System(), kScripted);
-            manager.SetStreamInfo(
+            CRenderMgr scripted(&first, 0, row.flags, Clock::System(), kScripted);
+            scripted.SetStreamInfo(
                 [](void*, uint32_t code, uint64_t a, uint64_t) { fallbackCodes += code == 9 && a == 2 ? 1 : 0; },
                 nullptr);
-            PlainPicture picture(64, 48);
             // No renderer has such a size, so none of them is asked, and none fails.
-            manager.PresentFrame(Frame(0, 60000, 60000), picture.frame, true);
+            scripted.PresentFrame(Frame(0, 60000, 60000), picture.frame, true);
             EXPECT_EQ(first.buffers, 0);
             for (int i = 0; i < 3; ++i) {    // the first is lost where nothing replaces what failed
-                manager.PresentFrame(Frame(40 * i), picture.frame, true);
+                scripted.PresentFrame(Frame(40 * i), picture.frame, true);
                 const int least = i + (row.presentFails || row.replaced ? 1 : 0);
                 ASSERT_TRUE(Eventually([&] { return first.presents + second.presents >= least; }));
                 ASSERT_TRUE(Eventually([&] { return logLines == (row.replaced ? 1 : 0); }));
@@ -117,40 +159,11 @@ TEST(RenderMgr, FallBackTable) {
         }
         EXPECT_EQ(first.destroyed, 1);
         EXPECT_TRUE(first.diedOnRenderThread && second.diedOnRenderThread);
-        if (row.replaced)
-            EXPECT_STREQ(lastLine, "[%p] DirectDraw renderer failed, reset to GDI renderer");
     }
     log::hook = nullptr;
 }
 
-// What the off-screen callback was given: all records, and the pixels of the last.
-struct Seen {
-    std::mutex mutex;
-    std::vector<PseudoFrame> frames;
-    std::vector<uint8_t> pixels;
-
-    void KeptBy(CRenderMgr& manager, uint32_t format) {
-        manager.RegisterRawDataCallback(
-            [](void* context, const PseudoFrame* frame) {
-                auto& seen = *static_cast<Seen*>(context);
-                const std::lock_guard lock(seen.mutex);
-                seen.frames.push_back(*frame);
-                seen.pixels.assign(frame->data, frame->data + frame->size);
-            },
-            this, format);
-    }
-    // The last record, once there are so many.
-    PseudoFrame Await(size_t number) {
-        EXPECT_TRUE(Eventually([&] {
-            const std::lock_guard lock(mutex);
-            return frames.size() == number;
-        }));
-        const std::lock_guard lock(mutex);
-        return frames.empty() ? PseudoFrame() : frames.back();
-    }
-};
-
-TEST(RenderMgr, TargetSizes) {
+TEST_F(RenderMgr, TargetSizes) {
     const struct {
         const char* name;
         uint32_t statedWidth, statedHeight, type, capWidth, capHeight, width, height;
@@ -165,133 +178,92 @@ TEST(RenderMgr, TargetSizes) {
         {"half a cap is none", 0, 0, CORVANE_STREAM_H264, 0, 100, 640, 480},
         {"a cap that cannot be rounded up", 0, 0, CORVANE_STREAM_H264, 0xFFFFFFFF, 0xFFFFFFFF, 640, 480},
     };
-    PlainPicture picture(640, 480);
+    PlainPicture decoded(640, 480);
+    KeepPictures(PF_BGRA32);
     for (const auto& row : rows) {
-        Seen seen;
-        CRenderMgr manager(&seen, 0, 0);
-        seen.KeptBy(manager, PF_BGRA32);
         manager.SetRawDataCallbackSize(row.capWidth, row.capHeight);
-        manager.PresentFrame(Frame(0, row.statedWidth, row.statedHeight, row.type), picture.frame, true);
-        const PseudoFrame frame = seen.Await(1);
+        manager.PresentFrame(Frame(0, row.statedWidth, row.statedHeight, row.type), decoded.frame, true);
+        const PseudoFrame frame = Await(static_cast<size_t>(&row - rows) + 1);
         EXPECT_EQ(frame.width * 1000 + frame.height, row.width * 1000 + row.height) << row.name;
         EXPECT_EQ(frame.size, 4 * row.width * row.height) << row.name;
     }
 }
 
 // What is told of a picture and after it was shown: when it is to be presented, and when it was taken.
-TEST(RenderMgr, RecordsOfAPicture) {
-    struct : Seen {
-        std::atomic<int> shown{0};
-        AfterDisplayRecord record{};
-    } seen;
-    CRenderMgr manager(&seen, 0, 0);
-    seen.KeptBy(manager, PF_BGRA32);
-    manager.SetAfterDisplay(
-        [](void* context, const AfterDisplayRecord* record) {
-            auto& own = *static_cast<decltype(seen)*>(context);
-            own.record = *record;
-            ++own.shown;
-        },
-        &seen);
-    PlainPicture picture(64, 48, 200);
+TEST_F(RenderMgr, RecordsOfAPicture) {
+    KeepPictures(PF_BGRA32);
     manager.Stop(true);    // fresh information
-    MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, {}, true, 1'234'567);
+    MediaFrameHeader header = VideoHeader(CORVANE_STREAM_H264, {}, true, 1'234'567);
     header.timeSeconds = 86400 + 3661;    // 1970-01-02 01:01:01
     header.timeZoneSeconds = 3600;
-    manager.PresentFrame(std::make_shared<MediaFrameImpl>(header), picture.frame, true);
-    const PseudoFrame frame = seen.Await(1);
+    Present(std::make_shared<MediaFrameImpl>(header));
+    const PseudoFrame frame = Await(1);
     EXPECT_EQ(frame.flags, 0x20u);
     EXPECT_EQ(frame.seconds * 1000 + frame.milliseconds, 1'234'567u);
     EXPECT_EQ(frame.timeSeconds, 86400u + 3661u);
     EXPECT_EQ(frame.timeZone, 44);
-    EXPECT_EQ(seen.pixels[0], 200);
+    EXPECT_EQ(pixels[0], 200);
     const uint8_t extension[] = {0, 0, 0, 0, 96, 12, 0, 0, 0, 9, 0, 0, 0, 8, 0, 7, 0, 1};    // the base time
     header.extension = extension;
     header.extensionSize = sizeof extension;
-    manager.PresentFrame(std::make_shared<MediaFrameImpl>(header), picture.frame, true);
-    const PseudoFrame next = seen.Await(2);
+    Present(std::make_shared<MediaFrameImpl>(header));
+    const PseudoFrame next = Await(2);
     EXPECT_TRUE(next.flags == 0 && next.seconds == 9 && next.timeZone == 7);
-    ASSERT_TRUE(Eventually([&] { return seen.shown == 2; }));
-    EXPECT_EQ(seen.record.presentTime.seconds * 1000 + seen.record.presentTime.milliseconds, 1'234'567u);
-    EXPECT_EQ(seen.record.baseTime.seconds, 9u);
+    ASSERT_TRUE(Eventually([&] { return shown == 2; }));
+    EXPECT_EQ(lastShown.presentTime.seconds * 1000 + lastShown.presentTime.milliseconds, 1'234'567u);
+    EXPECT_EQ(lastShown.baseTime.seconds, 9u);
     // Sound in the place of pictures: a notice without a picture, once a second of the frames.
     size_t records = 2;
     for (const int64_t second : {5, 6}) {
         manager.InputAudio(Frame(1000 * second), true, true);
-        const PseudoFrame notice = seen.Await(++records);
+        const PseudoFrame notice = Await(++records);
         manager.InputAudio(Frame(1000 * second + 40), true, true);
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         EXPECT_EQ(notice.flags, 8u);
         EXPECT_EQ(notice.data, nullptr);
         EXPECT_EQ(notice.timeSeconds, static_cast<uint32_t>(second));
     }
-    (void)seen.Await(records);
+    (void)Await(records);
 }
 
 // A picture callback that takes long neither holds the worker up nor sees a picture twice or torn.
-TEST(RenderMgr, ASlowCallbackLosesPicturesAndNothingElse) {
-    struct Slow {
-        Gate entered, go;
-        std::mutex mutex;
-        std::vector<int> numbers;
-    } slow;
-    CRenderMgr manager(&slow, 0, 0);
-    manager.RegisterRawDataCallback(
-        [](void* context, const PseudoFrame* frame) {
-            auto& own = *static_cast<Slow*>(context);
-            own.entered.Open();
-            EXPECT_TRUE(own.go.Wait());
-            const std::lock_guard lock(own.mutex);
-            own.numbers.push_back(frame->data[0]);
-            for (uint32_t i = 0; i < frame->size; ++i)
-                ASSERT_EQ(frame->data[i], i % 4 == 3 ? 0 : frame->data[0]);
-            EXPECT_EQ(frame->milliseconds, frame->data[0]) << "picture and frame belong together";
-        },
-        &slow, PF_BGRA32);
-    PlainPicture first(64, 48, 1);
-    manager.PresentFrame(Frame(1), first.frame, true);
-    ASSERT_TRUE(slow.entered.Wait());
-    for (int i = 2; i <= 9; ++i) {
+TEST_F(RenderMgr, ASlowCallbackLosesPicturesAndNothingElse) {
+    Gate entered, go;
+    atPicture = [&](const PseudoFrame& frame) {
+        entered.Open();
+        EXPECT_TRUE(go.Wait());
+        for (uint32_t i = 0; i < frame.size; ++i)
+            ASSERT_EQ(frame.data[i], i % 4 == 3 ? 0 : frame.data[0]);
+        EXPECT_EQ(frame.milliseconds, frame.data[0]) << "picture and frame belong together";
+    };
+    KeepPictures(PF_BGRA32);
+    for (int i = 1; i <= 9; ++i) {
         PlainPicture next(64, 48, static_cast<uint8_t>(i));
-        manager.PresentFrame(Frame(i), next.frame, false);    // never blocks, never finds the manager busy
+        manager.PresentFrame(Frame(i), next.frame, i == 1);    // never blocks, never finds the manager busy
+        ASSERT_TRUE(entered.Wait());
     }
-    slow.go.Open();
-    ASSERT_TRUE(Eventually([&] {
-        const std::lock_guard lock(slow.mutex);
-        return slow.numbers.size() == 2;
-    }));
-    EXPECT_EQ(slow.numbers, (std::vector<int>{1, 9}));
+    go.Open();
+    EXPECT_EQ(Await(2).milliseconds, 9u);
+    EXPECT_EQ(pictures[0].milliseconds, 1u);
 }
 
 // That size and state must be reported is told to the text callback with the next text, however many pictures later,
 // and once; without a text callback nothing is kept for it. A redraw is one text, and so are pictures after another
 // state.
-TEST(RenderMgr, TextFollowsPolicyRedrawsAndFreshInformation) {
-    struct Text {
-        std::atomic<int> calls{0}, fresh{0};
-        static void Draw(void* context, OsdInfo* info) {
-            static_cast<Text*>(context)->fresh += (info->flags & CORVANE_OSD_FRESH) != 0 ? 1 : 0;
-            ++static_cast<Text*>(context)->calls;
-        }
-    } text;
-    std::atomic<int> presents{0};
-    CRenderMgr manager(&text, 0, 0);
-    manager.SetOsd(&Text::Draw, &text);
+TEST_F(RenderMgr, TextFollowsPolicyRedrawsAndFreshInformation) {
+    manager.SetOsd(&Text, this);
     manager.SetOsdPolicy(2);    // by the frame's second
-    manager.SetAfterDisplay([](void* own, const AfterDisplayRecord*) { ++*static_cast<std::atomic<int>*>(own); },
-                            &presents);
-    PlainPicture picture(64, 48);
     const auto presented = [&](const std::function<void()>& call) {
-        const int before = presents;
+        const int before = shown;
         call();
-        return Eventually([&] { return presents > before; });
+        return Eventually([&] { return shown > before; });
     };
     const auto nothing = [] {};
     const auto restart = [&] { manager.Stop(false); };
     const struct {
         int64_t timeMs;
         std::function<void()> happens;
-        int calls, fresh = 0;    // of the text
+        int texts, fresh = 0;
     } rows[] = {
         {1000, nothing, 1},
         {1040, restart, 0},
@@ -299,7 +271,7 @@ TEST(RenderMgr, TextFollowsPolicyRedrawsAndFreshInformation) {
         {2000, nothing, 1, 1},
         {3000, nothing, 1},
         {3040, [&] { manager.Stop(false), manager.SetOsd(nullptr, nullptr); }, 0},
-        {3080, [&] { manager.SetOsd(&Text::Draw, &text); }, 1},
+        {3080, [&] { manager.SetOsd(&Text, this); }, 1},
         {3120, [&] { EXPECT_TRUE(presented([&] { manager.RequestRedraw(); })); }, 1},
         {3160, [&] { manager.ResetToStopped(); }, 1},
         {3200, [&] { manager.SetOsdPolicy(kOsdAlways); }, 0},
@@ -309,58 +281,54 @@ TEST(RenderMgr, TextFollowsPolicyRedrawsAndFreshInformation) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.timeMs);
-        text.calls = text.fresh = 0;
+        texts = freshTexts = 0;
         row.happens();
-        ASSERT_TRUE(presented([&] { manager.PresentFrame(Frame(row.timeMs), picture.frame, true); }));
-        EXPECT_EQ(text.calls, row.calls);
-        EXPECT_EQ(text.fresh, row.fresh);
+        ASSERT_TRUE(presented([&] { Present(Frame(row.timeMs)); }));
+        EXPECT_EQ(texts, row.texts);
+        EXPECT_EQ(freshTexts, row.fresh);
     }
 }
 
-TEST(RenderMgr, RotationTakesTheBoxAndLosesWhatItCannotTurn) {
-    PlainPicture picture(64, 32, 150);
-    Seen seen;
-    CRenderMgr manager(&seen, 0, 0);
-    seen.KeptBy(manager, PF_BGRA32);
+TEST_F(RenderMgr, RotationTakesTheBoxAndLosesWhatItCannotTurn) {
+    KeepPictures(PF_BGRA32);
     EXPECT_EQ(manager.SetRotateOption(1), Status::Failed);
     EXPECT_EQ(manager.EnableRotateFilter(90), Status::Ok);
     EXPECT_EQ(manager.EnableRotateFilter(90), Status::Failed);
-    manager.PresentFrame(Frame(0), picture.frame, true);
+    Present(Frame(0));
     manager.DisableRotateFilter();
-    manager.PresentFrame(Frame(40), picture.frame, true);
-    EXPECT_EQ(seen.Await(1).milliseconds, 40u);
+    Present(Frame(40));
+    EXPECT_EQ(Await(1).milliseconds, 40u);
     // What cannot be turned leaves the last picture, be it of another size or of that of the box.
     uint32_t width = 0, height = 0;
-    RotateFilter(90).OutputSize(64, 32, &width, &height);
+    RotateFilter(90).OutputSize(64, 48, &width, &height);
     PlainPicture box(width, height, 99);
     size_t records = 1;
     for (const PlainPicture* const last : {&picture, &box}) {
         manager.PresentFrame(Frame(60), last->frame, true);
-        (void)seen.Await(++records);
+        (void)Await(++records);
         EXPECT_EQ(manager.EnableRotateFilter(90), Status::Ok);
-        manager.PresentFrame(Frame(80), picture.frame, true);
+        Present(Frame(80));
         manager.DisableRotateFilter();
         manager.RequestRedraw();
-        const PseudoFrame again = seen.Await(++records);
+        const PseudoFrame again = Await(++records);
         EXPECT_EQ(again.width * 1000 + again.height, last->frame.width * 1000 + last->frame.height);
         EXPECT_EQ(again.milliseconds, 60u);
-        EXPECT_EQ(seen.pixels[0], last->frame.planes[0][0]);
+        EXPECT_EQ(pixels[0], last->frame.planes[0][0]);
     }
     EXPECT_EQ(manager.EnableRotateFilter(90), Status::Ok);
-    seen.KeptBy(manager, PF_BGR24);
-    manager.PresentFrame(Frame(120), picture.frame, true);
-    const PseudoFrame turned = seen.Await(++records);
-    EXPECT_TRUE(turned.height >= 64 && turned.width <= 36);
-    EXPECT_NEAR(seen.pixels[32 * RowBytes(PF_BGR24, turned.width) + 48], 150, 1);
+    KeepPictures(PF_BGR24);
+    Present(Frame(120));
+    const PseudoFrame turned = Await(++records);
+    EXPECT_TRUE(turned.height >= 64 && turned.width <= 52);
+    EXPECT_NEAR(pixels[32 * RowBytes(PF_BGR24, turned.width) + 72], 200, 1);
 }
 
-TEST(RenderMgr, DisplayAreaFieldsFollowTheMask) {
+TEST_F(RenderMgr, DisplayAreaFieldsFollowTheMask) {
     DisplayArea area{};
     area.overview.rectangle[2] = area.overview.rectangle[3] = 10;
     area.zoomIsWindow = 1;    // a null window
     area.zoomEnabled = area.overviewEnabled = 1;
     area.zoomMargin[0] = 4;
-    CRenderMgr manager(&area, 0, 0);
     const auto told = [&] {
         const DisplayArea now = manager.GetDisplayArea();
         return std::array<int64_t, 4>{now.overview.rectangle[2], now.overview.rectangle[3], now.zoomEnabled,
@@ -375,32 +343,17 @@ TEST(RenderMgr, DisplayAreaFieldsFollowTheMask) {
 }
 
 // What a client takes away may be freed when the call returns: a call into it that runs is waited for.
-TEST(RenderMgr, TakingAwayWaitsForTheRunningCall) {
-    struct {
-        Gate entered, leave;
-        std::atomic<bool> left{false};
-    } held;
-    CRenderMgr manager(&held, 0, 0);
-    manager.SetAfterDisplay(
-        [](void* context, const AfterDisplayRecord*) {
-            auto& own = *static_cast<decltype(held)*>(context);
-            own.entered.Open();
-            own.leave.Wait();
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            own.left = true;
-        },
-        &held);
-    PlainPicture picture(64, 48);
-    manager.PresentFrame(Frame(40), picture.frame, true);
-    ASSERT_TRUE(held.entered.Wait());
-    std::thread opener([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        held.leave.Open();
-    });
+TEST_F(RenderMgr, TakingAwayWaitsForTheRunningCall) {
+    Gate entered;
+    atShown = [&] {
+        entered.Open();
+        std::this_thread::sleep_for(std::chrono::milliseconds(40));
+    };
+    Present(Frame(40));
+    ASSERT_TRUE(entered.Wait());
     manager.SetAfterDisplay(nullptr, nullptr);
-    EXPECT_TRUE(held.left);
-    opener.join();
+    EXPECT_EQ(shown, 1);
 }
 
 }    // namespace
-}    // namespace corvane
+}    // namespace corvane::test

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "manager/StreamInfo.h"
+#include "support/StreamMaker.h"
 
 namespace corvane {
 namespace {
@@ -19,10 +20,7 @@ struct Picture {
 
 // With a lens circle, it stands in one header extension.
 FramePtr Make(const Picture& picture) {
-    MediaFrameHeader header{};
-    header.recordSize = sizeof header;
-    header.streamType = CORVANE_STREAM_H264;
-    header.frameType = picture.key ? 0 : 1;
+    MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, {}, picture.key, 0);
     header.captureWidth = picture.captureWidth;
     header.captureHeight = 1080;
     const uint8_t center = static_cast<uint8_t>(picture.center), kind = picture.lensKind.value_or(0);
@@ -81,9 +79,7 @@ TEST(StreamInfo, CodesFollowTheStepFromOneFrameToTheNext) {
 }
 
 TEST(StreamInfo, MotionWindowsAndObjectRecords) {
-    MediaFrameHeader header{};
-    header.recordSize = sizeof header;
-    header.streamType = CORVANE_STREAM_H264;
+    MediaFrameHeader header = Make({})->Header();
     for (uint32_t i = 0; i < 3; ++i) {
         header.motionState[i] = i;    // 2 is not reported
         header.motionAlert[i] = 70u + i;

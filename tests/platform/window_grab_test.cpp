@@ -1,27 +1,16 @@
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <cstring>
 #include <functional>
 #include <string>
 
+#include "platform/WatchFixture.h"
 #include "platform/sink/WindowGrab.h"
-#include "support/Latch.h"
-#include "support/XClient.h"
-#include "support/XServer.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
 
-using test::Eventually;
-using test::XClient;
-using test::XServer;
-using Life = WindowWatch::Life;
-
 constexpr uint32_t kShown = 0x218284;    // on the window, RGB; exact in every depth
-constexpr uint32_t kShown16 = 4 << 11 | 0x20 << 5 | 0x10;
-constexpr uint32_t kShown30 = 0x84 << 20 | 0x20A << 10 | 0x212;
-constexpr uint32_t kLast = 0x102010;    // in the last picture
+constexpr uint32_t kLast = 0x102010;     // in the last picture
 constexpr uint32_t kCover = 0xFF0000;
 
 uint32_t At(const Raster& raster, int64_t x, int64_t y) {
@@ -36,7 +25,9 @@ struct Scene {
     xcb_window_t parent, window;
 };
 
-TEST(WindowGrab, ShowsTheWindowWhereItCanBeSeenAndTheLastPictureElsewhere) {
+using WindowGrabs = OnServer;
+
+TEST_F(WindowGrabs, ShowsTheWindowWhereItCanBeSeenAndTheLastPictureElsewhere) {
     const struct {
         const char* name;
         std::function<void(const Scene&)> happens;
@@ -71,20 +62,18 @@ TEST(WindowGrab, ShowsTheWindowWhereItCanBeSeenAndTheLastPictureElsewhere) {
         {"unmapped, no last picture", [](const Scene& s) { s.client.Unmap(s.parent); }, "", false},
         {"dead", [](const Scene& s) { s.client.Destroy(s.parent); }, ""},
     };
-    XServer server;
     Raster last;
     ASSERT_TRUE(last.Resize(120, 90));
     Fill(last.View(), last.View().Bounds(), kLast);
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        XClient client(server.Display());    // takes the windows with it
-        Scene scene{client, client.Create({.x = 100, .y = 100, .width = 200, .height = 200}), 0};
-        scene.window = client.Create({.parent = scene.parent, .x = 10, .y = 10, .background = kShown});
-        const WindowWatchPtr watch = WindowWatch::Open(scene.window, WindowWatch::Purpose::Look);
-        ASSERT_TRUE(Eventually([&] { return watch->Viewable(); }));
+        XClient owner(server.Display());    // takes the windows with it
+        Scene scene{owner, owner.Create({.x = 100, .y = 100, .width = 200, .height = 200}), 0};
+        scene.window = owner.Create({.parent = scene.parent, .x = 10, .y = 10, .background = kShown});
+        const WindowWatchPtr watch = OpenAlive(scene.window);
         row.happens(scene);
         Raster out;
-        const Status status = GrabWindow(watch, row.hasLast ? last.View() : RasterView(), test::kHang, out);
+        const Status status = GrabWindow(watch, row.hasLast ? last.View() : RasterView(), kHang, out);
         std::string corners;
         for (int i = 0; Ok(status) && i < 4; ++i) {
             const uint32_t pixel = At(out, i % 2 * 99, i / 2 * 79);
@@ -97,42 +86,34 @@ TEST(WindowGrab, ShowsTheWindowWhereItCanBeSeenAndTheLastPictureElsewhere) {
 }
 
 TEST(WindowGrab, DepthsAndBands) {
-    const struct {
-        uint8_t root, depth;
-        uint32_t pixel;
-    } rows[] = {{16, 16, kShown16}, {24, 24, kShown}, {30, 30, kShown30}, {24, 32, kShown | 0x80000000u}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(int{row.depth});
-        XServer server({.width = 2101, .height = 1300, .depth = row.root});    // more than one reply of 8 MB
+    for (const uint8_t depth : {16, 24, 30, 32}) {
+        SCOPED_TRACE(int{depth});
+        // More than one reply of 8 MB.
+        const XServer server({.width = 2101, .height = 1300, .depth = depth == 32 ? 24 : depth});
         XClient client(server.Display());
-        const xcb_window_t window =
-            client.Create({.width = 2101, .height = 1300, .depth = row.depth, .background = row.pixel});
-        ASSERT_NE(window, 0u);
-        const WindowWatchPtr watch = WindowWatch::Open(window, WindowWatch::Purpose::Look);
-        ASSERT_TRUE(Eventually([&] { return watch->Viewable(); }));
+        const uint32_t pixel = Shown(depth, kShown) | (depth == 32 ? 0x80000000u : 0);
+        const xcb_window_t window = client.Create({.width = 2101, .height = 1300, .depth = depth, .background = pixel});
+        const WindowWatchPtr watch = OpenAlive(window);
         client.Fill(window, {0, 1290, 2101, 1300}, 0);
         Raster out;
-        ASSERT_TRUE(Ok(GrabWindow(watch, {}, test::kHang, out)));
+        ASSERT_TRUE(Ok(GrabWindow(watch, {}, kHang, out)));
         EXPECT_EQ(At(out, 0, 0), kShown);
         EXPECT_EQ(At(out, 2100, 1289), At(out, 0, 0));
         EXPECT_EQ(At(out, 2100, 1290), 0u);
     }
 }
 
-TEST(WindowGrab, FailsWithinTheLimitWhenTheServerStandsStillOrDies) {
-    XServer server;
-    XClient client(server.Display());
-    const WindowWatchPtr watch = WindowWatch::Open(client.Create(), WindowWatch::Purpose::Look);
-    ASSERT_TRUE(Eventually([&] { return watch->Viewable(); }));
+TEST_F(WindowGrabs, FailsWithinTheLimitWhenTheServerStandsStillOrDies) {
+    const WindowWatchPtr watch = OpenAlive(client.Create());
     Raster out;
     server.Stop();
     EXPECT_FALSE(Ok(GrabWindow(watch, {}, std::chrono::milliseconds(50), out)));
     server.Continue();
-    EXPECT_TRUE(Ok(GrabWindow(watch, {}, test::kHang, out)));
+    EXPECT_TRUE(Ok(GrabWindow(watch, {}, kHang, out)));
     server.Kill();
-    EXPECT_FALSE(Ok(GrabWindow(watch, {}, test::kHang, out)));
-    EXPECT_FALSE(Ok(GrabWindow(nullptr, {}, test::kHang, out)));
+    EXPECT_FALSE(Ok(GrabWindow(watch, {}, kHang, out)));
+    EXPECT_FALSE(Ok(GrabWindow(nullptr, {}, kHang, out)));
 }
 
 }    // namespace
-}    // namespace corvane
+}    // namespace corvane::test

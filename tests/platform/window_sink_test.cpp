@@ -1,66 +1,40 @@
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
-#include <fstream>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "base/FailurePoint.h"
 #include "base/Log.h"
+#include "platform/WatchFixture.h"
 #include "platform/sink/WindowSink.h"
-#include "support/Latch.h"
 #include "support/Mappings.h"
-#include "support/XClient.h"
-#include "support/XServer.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
 
-using test::Entries;
-using test::Eventually;
-using test::MappedBytes;
-using test::XClient;
-using test::XServer;
-using Purpose = WindowWatch::Purpose;
-using Size = WindowWatch::Size;
 using State = WindowSink::State;
 
 enum class Way { Descriptor, Segment, Bands };
 
-// Mappings of this process whose line has `word` in it.
-size_t Mappings(const char* word) {
-    std::ifstream maps("/proc/self/maps");
-    size_t count = 0;
-    for (std::string line; std::getline(maps, line);)
-        count += line.find(word) != std::string::npos;
-    return count;
-}
+constexpr const char* kWords[] = {"memfd:corvane", "SYSV"};    // of the mappings that shared memory makes
 
-// The pixel that a server of this depth shows for one of ours; as the formats define it.
-uint32_t Shown(uint8_t depth, uint32_t bgrx) {
-    const uint32_t r = bgrx >> 16 & 255, g = bgrx >> 8 & 255, b = bgrx & 255;
-    if (depth == 16)
-        return r / 8 << 11 | g / 4 << 5 | b / 8;
-    if (depth == 30)
-        return (r * 4 + r / 64) << 20 | (g * 4 + g / 64) << 10 | (b * 4 + b / 64);
-    return bgrx & 0xFFFFFF;
-}
-uint32_t Used(uint8_t depth) {
-    return depth == 16 ? 0xFFFF : depth == 30 ? 0x3FFFFFFF : 0xFFFFFF;
-}
-
-class SinkConformance : public testing::TestWithParam<std::tuple<Way, uint8_t>> {
+class SinkConformance : public OnServer, public testing::WithParamInterface<std::tuple<Way, uint8_t>> {
 protected:
-    void SetUp() override {
-        XServer::Options options{.depth = m_depth == 32 ? 24 : m_depth};
-        if (m_way == Way::Bands)
+    static XServer::Options Options() {
+        const auto [way, depth] = GetParam();
+        XServer::Options options{.depth = depth == 32 ? 24 : depth};
+        if (way == Way::Bands)
             options.arguments = {"-extension", "MIT-SHM"};
-        m_server = std::make_unique<XServer>(options);
-        m_client = std::make_unique<XClient>(m_server->Display());
+        return options;
+    }
+    SinkConformance() : OnServer(Options()) {
         // Third after the eventfd and the connecting comes the first memory by descriptor.
         if (m_way == Way::Segment)
             failure::Arm(static_cast<uint32_t>(failure::Site::PlatformCall), 3, false);
@@ -68,9 +42,8 @@ protected:
         failure::Disarm();
     }
     void Open() {
-        m_window = m_client->Create({.depth = m_depth});
-        m_watch = WindowWatch::Open(m_window, Purpose::Draw);
-        ASSERT_TRUE(Eventually([&] { return m_watch->Viewable(); }));
+        m_window = client.Create({.depth = m_depth});
+        m_watch = OpenAlive(m_window, Purpose::Draw);
         m_sink = WindowSink::Make(m_watch, this);
     }
 
@@ -78,21 +51,17 @@ protected:
         return Eventually([&] { return m_sink->Prepare() == state; });
     }
     void ResizeTo(Size size) {
-        m_client->Resize(m_window, static_cast<uint16_t>(size.width), static_cast<uint16_t>(size.height));
+        client.Resize(m_window, static_cast<uint16_t>(size.width), static_cast<uint16_t>(size.height));
         ASSERT_TRUE(Eventually([&] { return m_sink->Prepare() == State::Ready && m_sink->Size() == size; }));
     }
     // A picture that no two places or runs share; kept to compare with.
     void Draw(uint32_t seed) {
-        std::minstd_rand random(seed);
         const auto writing = m_sink->Write();
         const RasterView& image = writing.Image();
         m_pixels.resize(size_t{image.width} * image.height);
-        for (uint32_t y = 0; y < image.height; ++y) {
-            for (uint32_t x = 0; x < image.width; ++x) {
-                const uint32_t pixel = m_pixels[y * image.width + x] = random() | 0xFF000000u;
-                std::memcpy(image.data + y * image.step + 4 * x, &pixel, 4);
-            }
-        }
+        std::ranges::generate(m_pixels, [random = std::minstd_rand(seed)]() mutable { return random() | 0xFF000000u; });
+        for (uint32_t y = 0; y < image.height; ++y)
+            std::memcpy(image.data + y * image.step, &m_pixels[size_t{y} * image.width], size_t{4} * image.width);
     }
     std::vector<uint32_t> Expected(const Rect& rect) const {
         std::vector<uint32_t> expected;
@@ -102,23 +71,24 @@ protected:
         return expected;
     }
     std::vector<uint32_t> OnWindow(const Rect& rect) {
-        std::vector<uint32_t> pixels = m_client->Read(m_window, rect);
+        std::vector<uint32_t> pixels = client.Read(m_window, rect);
         for (uint32_t& pixel : pixels)
-            pixel &= Used(m_depth);
+            pixel &= m_depth == 30 ? 0x3FFFFFFFu : 0xFFFFFFu;
         return pixels;
     }
 
     // A put that is not busy any more is on the window; bands get there on their own time.
-    bool Shows(const Rect& rect) {
-        const std::vector<uint32_t> expected = Expected(rect);
-        return m_way == Way::Bands ? Eventually([&] { return OnWindow(rect) == expected; })
-                                   : OnWindow(rect) == expected;
+    void PutShows(const std::vector<Rect>& parts, const std::vector<Rect>& shown) {
+        m_sink->Put(parts);
+        ASSERT_TRUE(Becomes(State::Ready));
+        for (const Rect& rect : shown) {
+            const auto shows = [&, expected = Expected(rect)] { return OnWindow(rect) == expected; };
+            EXPECT_TRUE(m_way == Way::Bands ? Eventually(shows) : shows());
+        }
     }
 
     const Way m_way = std::get<0>(GetParam());
     const uint8_t m_depth = std::get<1>(GetParam());
-    std::unique_ptr<XServer> m_server;
-    std::unique_ptr<XClient> m_client;
     xcb_window_t m_window = 0;
     WindowWatchPtr m_watch;
     std::unique_ptr<WindowSink> m_sink;
@@ -128,11 +98,11 @@ protected:
 // A window that changes its size: an eighth more than is needed where memory is too small, the same memory where it is
 // not, and what is too much goes back a second after the last change.
 TEST_P(SinkConformance, PixelsPutArePixelsReadAtAnySize) {
-    const char* const words[] = {"memfd:corvane", "SYSV"};
     const size_t bytes = m_depth == 16 ? 2 : 4;
     const auto pages = [&](size_t pixels) { return (pixels * bytes + 64 + 4095) / 4096; };
-    const auto mapped = [&](bool resident) {    // memory of bands cannot be told from other memory
-        return MappedBytes(words[m_way == Way::Descriptor ? 0 : 1], resident) / 4096;
+    const auto expectMapped = [&](size_t pixels, bool resident) {    // memory of bands cannot be told from other memory
+        for (const Way way : {Way::Descriptor, Way::Segment})
+            EXPECT_EQ(MappedBytes(kWords[static_cast<int>(way)], resident) / 4096, m_way == way ? pages(pixels) : 0);
     };
     const struct {
         uint16_t width, height;
@@ -148,43 +118,31 @@ TEST_P(SinkConformance, PixelsPutArePixelsReadAtAnySize) {
         const Rect all{0, 0, row.width, row.height};
         ResizeTo({row.width, row.height});
         EXPECT_TRUE(m_sink->Fresh());
-        for (const Way way : {Way::Descriptor, Way::Segment})
-            EXPECT_EQ(Mappings(words[static_cast<int>(way)]), m_way == way ? 1u : 0u);
-        EXPECT_TRUE(m_way == Way::Bands || mapped(false) == pages(row.pixels)) << mapped(false);
+        expectMapped(row.pixels, false);
         Raster copy;
         EXPECT_FALSE(m_sink->Copy(copy)) << "nothing was drawn yet";
         Draw(row.width);
-        m_sink->Put(std::array{Rect{-5, -5, 1 << 20, 1 << 20}, Rect{900, 900, 910, 910}});
+        PutShows({{-5, -5, 1 << 20, 1 << 20}, {900, 900, 910, 910}}, {all});
         EXPECT_FALSE(m_sink->Fresh());
-        ASSERT_TRUE(Becomes(State::Ready));
-        EXPECT_TRUE(Shows(all));
         ASSERT_TRUE(m_sink->Copy(copy));
         EXPECT_EQ(std::memcmp(copy.View().data, m_pixels.data(), size_t{row.width} * 4), 0);
         const std::vector<uint32_t> before = Expected(all);
         if (row.width < 33)
             continue;
-        const Rect parts[] = {{3, 2, 10, 5}, {20, 1, 33, 7}};    // and nothing else changes
         Draw(row.width + 1u);
-        m_sink->Put(parts);
-        ASSERT_TRUE(Becomes(State::Ready));
-        for (const Rect& part : parts)
-            EXPECT_TRUE(Shows(part));
+        const std::vector<Rect> parts{{3, 2, 10, 5}, {20, 1, 33, 7}};
+        PutShows(parts, parts);    // and nothing else changes
         EXPECT_EQ(OnWindow({0, 0, 1, 1})[0], before[0]);
     }
     ResizeTo({100, 79});
     EXPECT_TRUE(m_sink->Trim()) << "not at once";
     Draw(1);
     EXPECT_TRUE(Eventually([&] { return !m_sink->Trim(); }));
-    EXPECT_TRUE(m_way == Way::Bands || mapped(true) == pages(128 * 79)) << mapped(true);
-    m_sink->Put(std::array{Rect{0, 0, 100, 79}});    // what is left is as it was
-    ASSERT_TRUE(Becomes(State::Ready));
-    EXPECT_TRUE(Shows({0, 0, 100, 79}));
+    expectMapped(128 * 79, true);
+    PutShows({{0, 0, 100, 79}}, {{0, 0, 100, 79}});    // what is left is as it was
 
     // Changes that wait for nothing, and sinks beside it that come and go, leave nothing.
-    const auto held = [&] {
-        return std::array{Entries("/proc/self/fd"), Mappings(words[0]), Mappings(words[1]),
-                          size_t{m_client->ForeignResources()}};
-    };
+    const auto held = [&] { return std::array{Entries("/proc/self/fd"), size_t{client.ForeignResources()}}; };
     const auto before = held();
     for (uint32_t i = 0; i <= 200; ++i) {
         ResizeTo({i == 200 ? 100 : 50 + i % 7 * 20, 60});
@@ -198,61 +156,55 @@ TEST_P(SinkConformance, PixelsPutArePixelsReadAtAnySize) {
     }
     ASSERT_TRUE(Becomes(State::Ready));
     EXPECT_TRUE(Eventually([&] { return held() == before; }));
+    expectMapped(192 * 60 * 9 / 8, false);
 }
 
 TEST_P(SinkConformance, BusyUntilTheServerHasReadAndThenTold) {
-    struct Counter final : WindowWatch::Listener {
-        void OnWindowChange() noexcept override { ++changes; }
-        void OnSinkReady() noexcept override { ++ready; }
-        void OnSinkRoom() noexcept override { room = true; }
-        std::atomic<bool> room{false};
-        std::atomic<int> changes{0}, ready{0};
-    } counter;
     const Rect all{0, 0, 640, 480};    // in 24 bits more than a socket holds
     ResizeTo({640, 480});
-    m_watch->AddListener(&counter);
+    auto hearing = std::make_unique<Hearing>(m_watch);
     for (uint32_t round = 1; round <= 2; ++round) {
         Draw(round);
         const std::vector<uint32_t> expected = Expected(all);
-        m_server->Stop();
+        server.Stop();
         m_sink->Put(std::array{all});
         for (int i = 0; i < 3 && round > 1; ++i)
             EXPECT_EQ(m_sink->Prepare(), State::Busy);
-        const int changes = counter.changes;
-        const int news = changes + counter.ready;
-        m_server->Continue();
+        const int changes = hearing->changes;
+        const int news = changes + hearing->ready;
+        server.Continue();
         bool wanted = false;
         EXPECT_TRUE(Eventually([&] {
-            wanted |= counter.room.exchange(false) && m_sink->Resume();
-            return OnWindow(all) == expected && (round == 1 || wanted || counter.changes + counter.ready > news);
+            wanted |= hearing->room.exchange(false) && m_sink->Resume();
+            return OnWindow(all) == expected && (round == 1 || wanted || hearing->changes + hearing->ready > news);
         }));
         EXPECT_EQ(wanted, round > 1 && m_way == Way::Bands) << "nobody wanted to draw, or is told by the news";
         ASSERT_TRUE(Becomes(State::Ready));
         if (round == 2)    // before, the resizing may be told still
-            EXPECT_EQ(counter.changes, changes) << "nothing of the window is lost";
+            EXPECT_EQ(hearing->changes, changes) << "nothing of the window is lost";
     }
-    m_watch->RemoveListener(&counter);
+    hearing = nullptr;
     // Destroyed with a put pending: neither waited for nor harmful. What is sent in bands ends where it was.
     Draw(3);
-    m_server->Stop();
+    server.Stop();
     m_sink->Put(std::array{all});
     const Rect end{0, m_way == Way::Bands ? 0 : 479, 640, m_way == Way::Bands ? 1 : 480};
     const std::vector<uint32_t> expected = Expected(end);
     m_sink = nullptr;
-    m_server->Continue();
+    server.Continue();
     EXPECT_TRUE(Eventually([&] { return OnWindow(end) == expected; }));
-    EXPECT_EQ(Mappings("memfd:corvane") + Mappings("SYSV"), 0u);
+    EXPECT_EQ(MappedBytes(kWords[0], false) + MappedBytes(kWords[1], false), 0u);
 }
 
 TEST_P(SinkConformance, WindowOrServerGoneWithAPutPending) {
     ASSERT_TRUE(Becomes(State::Ready));
     // The server takes the destruction before the put: an error comes, and no completion.
-    xcb_grab_server(m_client->Xcb());
-    m_client->Sync();
+    xcb_grab_server(client.Xcb());
+    client.Sync();
     m_sink->Put(std::array{Rect{0, 0, 50, 50}, Rect{0, 0, 100, 80}});
-    m_client->Destroy(m_window);
-    xcb_ungrab_server(m_client->Xcb());
-    m_client->Sync();
+    client.Destroy(m_window);
+    xcb_ungrab_server(client.Xcb());
+    client.Sync();
     EXPECT_TRUE(Becomes(State::Absent));
     EXPECT_EQ(m_sink->Size(), Size());
     Raster copy;
@@ -262,7 +214,7 @@ TEST_P(SinkConformance, WindowOrServerGoneWithAPutPending) {
     Open();
     ASSERT_TRUE(Becomes(State::Ready));
     const size_t descriptors = Entries("/proc/self/fd");
-    m_server->Kill();
+    server.Kill();
     m_sink->Put(std::array{Rect{0, 0, 100, 80}});
     EXPECT_TRUE(Becomes(State::Absent));
     m_sink->Put(std::array{Rect{0, 0, 100, 80}});
@@ -279,13 +231,13 @@ INSTANTIATE_TEST_SUITE_P(Ways, SinkConformance,
                                           testing::Values(uint8_t{16}, uint8_t{24}, uint8_t{30}, uint8_t{32})),
                          NameOf);
 
-TEST(WindowSink, HiddenAbsentAndUnsupported) {
+using WindowSinks = OnServer;
+
+TEST_F(WindowSinks, HiddenAbsentAndUnsupported) {
     static std::atomic<int> lines;
     log::hook = [](int level, const char*, int, const char* format, const void*) {
         lines += level == 3 && std::string(format) == "[%p] window visual not supported";
     };
-    XServer server;
-    XClient client(server.Display());
     const struct {
         XClient::Options options;
         State state;
@@ -298,9 +250,7 @@ TEST(WindowSink, HiddenAbsentAndUnsupported) {
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);
         lines = 0;
-        const WindowWatchPtr watch = WindowWatch::Open(client.Create(row.options), Purpose::Draw);
-        const auto sink = WindowSink::Make(watch, &server);
-        ASSERT_TRUE(Eventually([&] { return watch->GetLife() == WindowWatch::Life::Alive; }));
+        const auto sink = WindowSink::Make(OpenAlive(client.Create(row.options), Purpose::Draw), &server);
         for (int i = 0; i < 3; ++i)
             EXPECT_EQ(sink->Prepare(), row.state);
         EXPECT_EQ(lines, row.lines);
@@ -322,12 +272,9 @@ bool Shows(XClient& client, xcb_window_t window, uint32_t grey) {
 }
 
 // Every platform call of making an image fails in turn: the next way is taken, and the picture still comes.
-TEST(WindowSink, FailingCallsAreGotAround) {
-    XServer server;
-    XClient client(server.Display());
+TEST_F(WindowSinks, FailingCallsAreGotAround) {
     const xcb_window_t window = client.Create();
-    const WindowWatchPtr watch = WindowWatch::Open(window, Purpose::Draw);
-    ASSERT_TRUE(Eventually([&] { return watch->Viewable(); }));
+    const WindowWatchPtr watch = OpenAlive(window, Purpose::Draw);
     const size_t descriptors = Entries("/proc/self/fd");
     for (const bool forGood : {false, true}) {
         for (uint64_t n = 1; n <= 3; ++n) {
@@ -344,9 +291,7 @@ TEST(WindowSink, FailingCallsAreGotAround) {
 }
 
 // A thread in an IPC world of its own makes segments that the server cannot attach; memory by descriptor it can.
-TEST(WindowSink, InAnIpcWorldOfItsOwn) {
-    XServer server;
-    XClient client(server.Display());
+TEST_F(WindowSinks, InAnIpcWorldOfItsOwn) {
     const struct {
         bool noDescriptors;      // so that the connection settles on less
         bool connectsOutside;    // the connection finds that segments work, and the sink that they do not
@@ -360,8 +305,7 @@ TEST(WindowSink, InAnIpcWorldOfItsOwn) {
             failure::Arm(static_cast<uint32_t>(failure::Site::PlatformCall), 3, false);
             if (!row.noDescriptors)
                 failure::Disarm();
-            watch = WindowWatch::Open(window, Purpose::Draw);
-            ASSERT_TRUE(Eventually([&] { return watch->Viewable(); }));
+            watch = OpenAlive(window, Purpose::Draw);
             failure::Disarm();
         };
         if (row.connectsOutside)
@@ -382,8 +326,8 @@ TEST(WindowSink, InAnIpcWorldOfItsOwn) {
                     PutGrey(*sink, 99);
                 return Shows(client, window, 99);
             }));
-            EXPECT_EQ(Mappings("SYSV"), 0u);
-            EXPECT_EQ(Mappings("memfd:corvane"), row.noDescriptors ? 0u : 1u);
+            EXPECT_EQ(MappedBytes("SYSV", false), 0u);
+            EXPECT_EQ(MappedBytes("memfd:corvane", false) == 0, row.noDescriptors);
         }).join();
     }
     if (refused)
@@ -391,4 +335,4 @@ TEST(WindowSink, InAnIpcWorldOfItsOwn) {
 }
 
 }    // namespace
-}    // namespace corvane
+}    // namespace corvane::test

@@ -1,47 +1,20 @@
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <atomic>
+#include <array>
 #include <chrono>
-#include <functional>
 #include <memory>
+#include <optional>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "base/FailurePoint.h"
+#include "platform/WatchFixture.h"
 #include "platform/window/WatchState.h"
-#include "platform/window/WindowWatch.h"
-#include "support/Latch.h"
 #include "support/Mappings.h"
-#include "support/XClient.h"
-#include "support/XServer.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
 
-using test::Entries;
-using test::Eventually;
-using test::XClient;
-using test::XServer;
-using Life = WindowWatch::Life;
-using Purpose = WindowWatch::Purpose;
-using Size = WindowWatch::Size;
-
-struct Counter final : WindowWatch::Listener {
-    void OnWindowChange() noexcept override { ++calls; }
-    std::atomic<int> calls{0};
-};
-
-bool IsAlive(const WindowWatchPtr& watch) {
-    return Eventually([&] { return watch->GetLife() == Life::Alive; });
-}
-
-WindowWatchPtr OpenAlive(xcb_window_t window, Purpose purpose = Purpose::Look) {
-    WindowWatchPtr watch = WindowWatch::Open(window, purpose);
-    EXPECT_TRUE(IsAlive(watch));
-    return watch;
-}
+using WindowWatches = OnServer;
 
 // A window with a border of 2 at (10, 20) in a parent at (30, 40), itself in a grandparent at (100, 50).
 struct Family {
@@ -49,15 +22,11 @@ struct Family {
         grandparent = client.Create({.x = 100, .y = 50, .width = 300, .height = 300});
         parent = client.Create({.parent = grandparent, .x = 30, .y = 40, .width = 200, .height = 200});
         window = client.Create({.parent = parent, .x = 10, .y = 20, .width = 100, .height = 80, .border = 2});
+        watch = OpenAlive(window);
     }
     XClient& client;
     xcb_window_t grandparent, parent, window;
     WindowWatchPtr watch;    // of the window
-};
-
-struct WindowWatches : testing::Test {
-    XServer server;
-    XClient client{server.Display()};
 };
 
 TEST_F(WindowWatches, Happenings) {
@@ -90,7 +59,7 @@ TEST_F(WindowWatches, Happenings) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         Family family(client);
-        const WindowWatchPtr watch = family.watch = WindowWatch::Open(family.window, Purpose::Look);
+        const WindowWatchPtr& watch = family.watch;
         const auto is = [&](bool alive, int64_t left, int64_t top, Size size, bool viewable) {
             const Rect outer{left, top, left + size.width + 4, top + size.height + 4};
             return Eventually([&] {
@@ -100,12 +69,10 @@ TEST_F(WindowWatches, Happenings) {
             });
         };
         ASSERT_TRUE(is(true, 140, 110, {100, 80}, true));
-        Counter counter;
-        watch->AddListener(&counter);
+        const Hearing hearing(watch);
         row.happens(family);
         EXPECT_TRUE(is(row.left >= 0, row.left, row.top, row.inside, row.viewable));
-        EXPECT_TRUE(Eventually([&] { return counter.calls > 0; }));
-        watch->RemoveListener(&counter);
+        EXPECT_TRUE(Eventually([&] { return hearing.changes > 0; }));
     }
 }
 
@@ -124,48 +91,34 @@ TEST_F(WindowWatches, PurposeDecidesOnTheBackground) {
 
 TEST_F(WindowWatches, SharesOneWatchAndSelectionWithAncestors) {
     Family family(client);
-    WindowWatchPtr parent = OpenAlive(family.parent), window = OpenAlive(family.window);
+    auto parent = std::make_optional<Hearing>(OpenAlive(family.parent));
     // The end of the child's watch must leave the parent's events alone, and the other way round.
-    window = nullptr;
-    Counter counter;
-    parent->AddListener(&counter);
+    family.watch = nullptr;
     client.Expose(family.parent);
-    EXPECT_TRUE(Eventually([&] { return counter.calls > 0; }));
-    parent->RemoveListener(&counter);
-    window = OpenAlive(family.window);
-    parent = nullptr;
+    EXPECT_TRUE(Eventually([&] { return parent->changes > 0; }));
+    family.watch = OpenAlive(family.window);
+    parent.reset();
     client.Move(family.parent, 0, 0);
-    EXPECT_TRUE(Eventually([&] { return window->ScreenRect() == Rect{110, 70, 214, 154}; }));
+    EXPECT_TRUE(Eventually([&] { return family.watch->ScreenRect() == Rect{110, 70, 214, 154}; }));
     EXPECT_EQ(OpenConnections(), 1u);
-    window = nullptr;
+    family.watch = nullptr;
     EXPECT_EQ(OpenConnections(), 0u);
 }
 
-TEST(WindowWatch, Monitors) {
-    struct Row {
-        int16_t x, y;
-        uint32_t monitor;
-    };
+TEST_F(WindowWatches, Monitors) {
+    const std::vector<Rect> monitors{{0, 0, 320, 240}, {320, 0, 640, 480}, {0, 240, 320, 480}};
     const struct {
-        std::vector<Rect> monitors;
-        std::vector<Row> rows;
-    } layouts[] = {
-        {{{0, 0, 320, 480}, {320, 0, 640, 480}},
-         {{400, 10, 1}, {10, 10, 0}, {280, 10, 1}, {260, 10, 0}, {700, 600, 1}, {-300, -300, 0}}},
-        {{{0, 0, 640, 240}, {0, 240, 640, 480}},
-         {{10, 300, 1}, {10, 10, 0}, {10, 210, 1}, {10, 190, 0}, {700, 470, 1}, {700, 5, 0}}},
-    };
-    for (const auto& layout : layouts) {
-        XServer server;
-        XClient client(server.Display());
-        const xcb_window_t window = client.Create({.x = 400, .y = 10, .width = 100, .height = 80});
-        const WindowWatchPtr watch = OpenAlive(window);
-        EXPECT_EQ(watch->MonitorIndex(), 0u);
-        client.SetMonitors(layout.monitors);
-        for (const Row& row : layout.rows) {
-            client.Move(window, row.x, row.y);
-            EXPECT_TRUE(Eventually([&] { return watch->MonitorIndex() == row.monitor; })) << row.x << " " << row.y;
-        }
+        int16_t x, y;    // of a window of 100x80
+        uint32_t monitor;
+    } rows[] = {{400, 10, 1},  {10, 10, 0},  {280, 10, 1}, {260, 10, 0}, {700, 600, 1},  {-300, -300, 0},
+                {260, 190, 1}, {10, 300, 2}, {10, 210, 2}, {10, 190, 0}, {-300, 470, 2}, {-300, 5, 0}};
+    const xcb_window_t window = client.Create({.x = 400, .y = 10});
+    const WindowWatchPtr watch = OpenAlive(window);
+    EXPECT_EQ(watch->MonitorIndex(), 0u);
+    client.SetMonitors(monitors);
+    for (const auto& row : rows) {
+        client.Move(window, row.x, row.y);
+        EXPECT_TRUE(Eventually([&] { return watch->MonitorIndex() == row.monitor; })) << row.x << " " << row.y;
     }
 }
 
@@ -207,19 +160,15 @@ TEST(WindowWatch, WhatIsNoWindowIsDead) {
 }
 
 TEST(WindowWatch, AServerThatDiesIsToldAndTheNextServerIsTried) {
-    struct Deaths final : WindowWatch::Listener {
-        void OnWindowChange() noexcept override { told = told || watch->GetLife() == Life::Dead; }
-        WindowWatchPtr watch;
-        std::atomic<bool> told{false};
-    } deaths[2];    // a watch of the first server is still held
-    for (Deaths& each : deaths) {
+    WindowWatchPtr watches[2];    // the one of the first server is still held
+    for (WindowWatchPtr& watch : watches) {
         XServer server;
         XClient client(server.Display());
-        each.watch = OpenAlive(client.Create(), Purpose::Draw);
-        each.watch->AddListener(&each);
+        watch = OpenAlive(client.Create(), Purpose::Draw);
+        std::atomic<bool> told{false};
+        const Hearing hearing(watch, [&] { told = told || watch->GetLife() == Life::Dead; });
         server.Kill();
-        EXPECT_TRUE(Eventually([&] { return each.told && OpenConnections() == 0; }));
-        each.watch->RemoveListener(&each);
+        EXPECT_TRUE(Eventually([&] { return told && OpenConnections() == 0; }));
     }
 }
 
@@ -231,12 +180,11 @@ TEST(WindowWatch, NothingWaitsForAServerThatStandsStill) {
         XServer server;
         XClient client(server.Display());
         const xcb_window_t window = client.Create(), second = client.Create();
-        WindowWatchPtr before = connected ? WindowWatch::Open(window, Purpose::Draw) : nullptr;
-        ASSERT_TRUE(!connected || IsAlive(before));
+        WindowWatchPtr before = connected ? OpenAlive(window, Purpose::Draw) : nullptr;
         const size_t threads = Entries("/proc/self/task");
         server.Stop();
-        test::Gate done;
-        std::thread caller([&] {
+        Gate done;
+        const std::jthread caller([&] {
             for (int i = 0; i < 20; ++i)
                 (void)WindowWatch::Open(second, Purpose::Draw);
             before = nullptr;
@@ -247,61 +195,44 @@ TEST(WindowWatch, NothingWaitsForAServerThatStandsStill) {
         EXPECT_TRUE(Eventually([&] { return Entries("/proc/self/task") <= threads + 2; }));
         std::this_thread::sleep_for(std::chrono::seconds(connected ? 0 : 5));
         server.Continue();
-        caller.join();
-        const WindowWatchPtr after = WindowWatch::Open(window, Purpose::Draw);
-        EXPECT_TRUE(IsAlive(after));
+        const WindowWatchPtr after = OpenAlive(window, Purpose::Draw);
         EXPECT_TRUE(Eventually([&] { return client.ForeignClients() == 1; }));
     }
 }
 
 // No listener may be called, or be in a call, once it is removed.
 TEST_F(WindowWatches, ListenersComeAndGoUnderFire) {
-    struct Guarded final : WindowWatch::Listener {
-        void OnWindowChange() noexcept override {
-            std::this_thread::yield();
-            EXPECT_TRUE(added);
-        }
-        std::atomic<bool> added{true};
-    };
     const xcb_window_t window = client.Create();
     const WindowWatchPtr watch = OpenAlive(window);
-    std::atomic<bool> stop{false};
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int t = 0; t < 3; ++t)
-        threads.emplace_back([&] {
-            while (!stop) {
-                Guarded listener;
-                watch->AddListener(&listener);
-                std::this_thread::yield();
-                watch->RemoveListener(&listener);
-                listener.added = false;
+        threads.emplace_back([&](const std::stop_token& stop) {
+            while (!stop.stop_requested()) {
+                std::atomic<bool> added{true};
+                {
+                    const Hearing hearing(watch, [&] {
+                        std::this_thread::yield();
+                        EXPECT_TRUE(added);
+                    });
+                    std::this_thread::yield();
+                }
+                added = false;
                 std::this_thread::yield();
             }
         });
     for (int i = 0; i < 300; ++i)
         client.Expose(window);
-    stop = true;
-    for (std::thread& thread : threads)
-        thread.join();
 }
 
-// 60 Hz; 1000 lines of 1125 are seen.
+// 60 Hz; 1000 lines of 1125 are seen, in this refresh as in those before and after.
 TEST(Beam, LinesOfARefresh) {
     constexpr Beam kBeam{1000, 1125, 1'125'000, 50'000'000};
-    constexpr int64_t kDay = 1'125'000 * int64_t{86'400};
-    const std::pair<int64_t, int64_t> rows[] = {
-        {50'000'999, 0},
-        {50'001'000, 1},
-        {50'999'999, 999},
-        {51'000'000, Beam::kBlank},
-        {51'124'999, Beam::kBlank},
-        {51'125'000, 0},
-        {49'874'999, 999},
-        {49'999'999, Beam::kBlank},
-        {50'500'000 + kDay, 500},
-    };
-    for (const auto& [now, line] : rows)
-        EXPECT_EQ(kBeam.LineAt(now), line) << now;
+    for (const int64_t refresh : {0, 1, -1, 86'400})
+        for (int64_t line = 0; line < 1125; ++line)
+            for (const int64_t ns : {0, 999})
+                ASSERT_EQ(kBeam.LineAt(50'000'000 + 1'125'000 * refresh + 1000 * line + ns),
+                          line < 1000 ? line : Beam::kBlank)
+                    << refresh << ": " << line;
 }
 
 TEST(Beam, IsBelievedWhereModeAndRefreshesAgree) {
@@ -339,54 +270,59 @@ TEST(Beam, IsBelievedWhereModeAndRefreshesAgree) {
     }
 }
 
-// A client of the event thread; what it does in its turns is the test's.
+// A client of the event thread; what it does there is the test's.
 struct Guest final : EventClient {
-    void OnJoin(Connection&) override { ++joined; }
-    void OnTurn(Connection& connection) override {
-        if (atTurn)
-            atTurn(connection);
+    void OnJoin(Connection& connection) override {
+        atJoin(connection);
+        joined = true;
     }
+    void OnTurn(Connection&) override { atTurn(); }
     void OnRoom() override { ++rooms; }
     void OnLost() noexcept override {}
-    std::function<void(Connection&)> atTurn;
-    std::atomic<int> joined{0}, rooms{0};
+    std::function<void(Connection&)> atJoin = [](Connection&) {};
+    std::function<void()> atTurn = [] {};
+    std::atomic<bool> joined{false};
+    std::atomic<int> rooms{0};
+};
+
+struct EventThread : OnServer {
+    EventThread() {
+        std::ranges::generate(guests, [] { return std::make_shared<Guest>(); });
+    }
+    void Join(const std::shared_ptr<Guest>& guest) {
+        connection->Join(guest);
+        ASSERT_TRUE(Eventually([&] { return guest->joined.load(); }));
+    }
+    void LetsGoOfAll() {
+        for (const auto& guest : guests)
+            guest->Leave();
+        connection->Poke();
+        const auto free = [](const auto& guest) { return guest.use_count() == 1; };
+        EXPECT_TRUE(Eventually([&] { return std::ranges::all_of(guests, free); }));
+    }
+    std::array<std::shared_ptr<Guest>, 5> guests;
+    const xcb_window_t window = client.Create({.width = 50, .height = 50});
+    const WindowWatchPtr watch = OpenAlive(window);    // whoever saw it alive may send
+    const std::shared_ptr<Connection> connection = ConnectionOf(watch);
 };
 
 // The event thread serves while the server stands still and the socket is full: neither its own requests nor those
 // behind a band are waited for. Whoever joined before it awaits room is told of it, be it a moment before.
-TEST_F(WindowWatches, AFullSocketHoldsNobodyUp) {
-    const xcb_window_t window = client.Create({.width = 50, .height = 50});
-    const WindowWatchPtr watch = OpenAlive(window);    // whoever saw it alive may send
-    const std::shared_ptr<Connection> connection = ConnectionOf(watch);
-    std::vector<std::shared_ptr<Guest>> guests;
-    const auto join = [&](std::function<void(Connection&)> turn) {
-        guests.push_back(std::make_shared<Guest>());
-        guests.back()->atTurn = [turn = std::move(turn), first = true](Connection& c) mutable {
-            if (std::exchange(first, false))
-                turn(c);
-        };
-        connection->Join(guests.back());
-        EXPECT_TRUE(Eventually([&] { return guests.back()->joined == 1; }));
-    };
-    const auto late = std::make_shared<Guest>();
-    join([&](Connection& c) {
-        c.Join(late);    // when those who came were let in already
+TEST_F(EventThread, AFullSocketHoldsNobodyUp) {
+    Guest& late = *guests[0];
+    guests[1]->atJoin = [&](Connection& c) {
+        c.Join(guests[0]);    // when those who came were let in already
         c.AwaitRoom();
-    });
-    EXPECT_TRUE(Eventually([&] { return late->rooms == 1; }));
+    };
+    Join(guests[1]);
+    EXPECT_TRUE(Eventually([&] { return late.rooms == 1; }));
 
     server.Stop();
     xcb_connection_t* const xcb = connection->Xcb();
-    const xcb_gcontext_t context = xcb_generate_id(xcb);
-    xcb_create_gc(xcb, context, window, 0, nullptr);
-    const auto rows = static_cast<uint16_t>(connection->Server().bandBytes / 4096);
-    const std::vector<uint8_t> pixels(size_t{4096} * rows);
     std::atomic<bool> full{false};
-    std::thread sender([&] {
-        const auto band = [&] {
-            xcb_put_image(xcb, XCB_IMAGE_FORMAT_Z_PIXMAP, window, context, 1024, rows, 0, 0, 0, 24,
-                          static_cast<uint32_t>(pixels.size()), pixels.data());
-            for (int i = 0; i < 100; ++i)    // of others
+    std::jthread sender([&] {
+        const auto band = [&] {    // and 100 requests of others
+            for (uint32_t bytes = 0; bytes < connection->Server().bandBytes + 400; bytes += 4)
                 xcb_no_operation(xcb);
         };
         while (connection->SendWithRoom(std::chrono::milliseconds(0), band)) {
@@ -395,36 +331,26 @@ TEST_F(WindowWatches, AFullSocketHoldsNobodyUp) {
     });
     EXPECT_TRUE(Eventually([&] { return full.load(); }));
     std::atomic<int> answers{0};
-    for (int i = 0; i < 3; ++i)
-        join([&](Connection& c) {
+    for (size_t i = 2; i < guests.size(); ++i) {
+        guests[i]->atJoin = [&](Connection& c) {
             c.Ask<xcb_get_input_focus_reply_t>(xcb_get_input_focus(xcb), nullptr,
                                                [&](ReplyPtr<xcb_get_input_focus_reply_t>) { ++answers; });
-        });
-    EXPECT_EQ(late->rooms, 1);
+        };
+        Join(guests[i]);
+    }
+    EXPECT_EQ(late.rooms, 1);
     server.Continue();
-    sender.join();
     EXPECT_TRUE(Eventually([&] { return answers == 3; })) << "sent once there is room, and nobody pokes";
-    guests.push_back(late);
-    for (const auto& guest : guests)
-        guest->Leave();
-    connection->Poke();
-    EXPECT_TRUE(Eventually([&] {
-        return std::ranges::all_of(guests,
-                                   [&](const auto& guest) { return guest.use_count() == (guest == late ? 2 : 1); });
-    }));
+    LetsGoOfAll();
 }
 
 // A window gets another size while the answer about the one before is under way: that answer is no news.
-TEST_F(WindowWatches, AnOldAnswerIsNoNews) {
-    const xcb_window_t window = client.Create({.width = 50, .height = 50});
-    const WindowWatchPtr watch = OpenAlive(window);
-    const std::shared_ptr<Connection> connection = ConnectionOf(watch);
+TEST_F(EventThread, AnOldAnswerIsNoNews) {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));    // until nothing is asked any more
-    test::Gate held, go;
+    Gate held, go;
     std::atomic<uint32_t> seen{0};
     int turns = 0;
-    const auto guest = std::make_shared<Guest>();
-    guest->atTurn = [&](Connection&) {
+    guests[0]->atTurn = [&] {
         const uint32_t width = watch->ClientSize().width;
         if (turns == 0 && width != 60)
             return;
@@ -435,8 +361,7 @@ TEST_F(WindowWatches, AnOldAnswerIsNoNews) {
             seen = width;
         }
     };
-    connection->Join(guest);
-    ASSERT_TRUE(Eventually([&] { return guest->joined == 1; }));
+    Join(guests[0]);
     client.Resize(window, 60, 60);
     ASSERT_TRUE(held.Wait());
     ASSERT_TRUE(connection->Flush());
@@ -448,15 +373,11 @@ TEST_F(WindowWatches, AnOldAnswerIsNoNews) {
     go.Open();
     EXPECT_TRUE(Eventually([&] { return seen != 0; }));
     EXPECT_EQ(seen, 70u);
-    guest->Leave();
-    connection->Poke();
-    EXPECT_TRUE(Eventually([&] { return guest.use_count() == 1; }));
+    LetsGoOfAll();
 }
 
 // The server's vertical blanks come 60 times a second, whatever the mode says.
-TEST_F(WindowWatches, BeamOfAServer) {
-    const xcb_window_t window = client.Create({.width = 50, .height = 50});
-    const WindowWatchPtr watch = OpenAlive(window);
+TEST_F(EventThread, BeamOfAServer) {
     const auto told = [&] { return watch->GetBeam().has_value(); };
     const auto staysUntold = [&] {
         for (int i = 0; i < 25; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(100)))
@@ -478,4 +399,4 @@ TEST_F(WindowWatches, BeamOfAServer) {
 }
 
 }    // namespace
-}    // namespace corvane
+}    // namespace corvane::test

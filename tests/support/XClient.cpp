@@ -165,21 +165,16 @@ void XClient::SetMonitors(const std::vector<Rect>& monitors) {
     for (size_t i = 0; i < monitors.size(); ++i) {
         // The first takes the server's only output with it, so that no monitor of the server's own is left.
         const bool takesOutput = i == 0 && outputs;
+        const Rect& place = monitors[i];
         struct {
-            uint8_t major, minor;
-            uint16_t length;
-            xcb_window_t window;
+            xcb_randr_set_monitor_request_t head;
             xcb_randr_monitor_info_t info;
             xcb_randr_output_t output;
-        } request{};
-        request.window = Root();
-        request.info.name = Atom("test-" + std::to_string(i));
-        request.info.nOutput = takesOutput ? 1 : 0;
-        request.info.x = static_cast<int16_t>(monitors[i].left);
-        request.info.y = static_cast<int16_t>(monitors[i].top);
-        request.info.width = static_cast<uint16_t>(monitors[i].Width());
-        request.info.height = static_cast<uint16_t>(monitors[i].Height());
-        request.output = output;
+        } request{{0, 0, 0, Root()},
+                  {Atom("test-" + std::to_string(i)), 0, 0, takesOutput, static_cast<int16_t>(place.left),
+                   static_cast<int16_t>(place.top), static_cast<uint16_t>(place.Width()),
+                   static_cast<uint16_t>(place.Height()), 0, 0},
+                  output};
         // Sent by hand: xcb's own form of this request fails an assertion of xcb. Two parts in front are xcb's.
         iovec parts[3] = {};
         parts[2] = {&request, sizeof request - (takesOutput ? 0 : sizeof request.output)};

@@ -69,8 +69,8 @@ TEST(LiveChannel, GarbageKeyFramesForHoursUseNoMemory) {
     }
 }
 
-// One frame in ten is cut, emptied or overwritten: what is shown comes with the record of its own frame all the same, and
-// a key frame brings the stream back.
+// One frame in ten is cut, emptied or overwritten: what is shown comes with the record of its own frame all the same,
+// and a key frame brings the stream back.
 TEST(LiveChannel, DamagedFramesShiftNoPictureToAnotherFrame) {
     for (const uint32_t threads : {1u, 3u}) {
         std::vector<EncodedPicture> stream = MakeVideo({.width = 160, .height = 96, .frames = 150, .gop = 15});
@@ -234,7 +234,6 @@ TEST(LiveChannel, MediaModeAndStreamTypesDecideWhatIsTaken) {
 
 TEST(LiveChannel, KeyFramesOnlyAndFramesThatAreNotForDisplay) {
     const std::vector<EncodedPicture> pictures = MakeVideo({.frames = 20});
-    const uint8_t hidden[] = {0, 0, 0, 0, 104, 1, 1};
     Client client;
     client.Start();
     for (int i = 0; i < 20; ++i) {
@@ -242,8 +241,8 @@ TEST(LiveChannel, KeyFramesOnlyAndFramesThatAreNotForDisplay) {
             ASSERT_EQ(Corvane_SetDisplayMode(client.channel, i == 0 ? 1 : 0), Status_Ok);
         ASSERT_EQ(Corvane_SetDisplayMode(client.channel, 9), Status_Ok) << "changes nothing";
         MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, pictures[i].bytes, pictures[i].key, kStep * i);
-        header.extension = hidden;
-        header.extensionSize = i == 12 ? sizeof hidden : 0;
+        header.extension = test::kNotForDisplay;
+        header.extensionSize = i == 12 ? sizeof test::kNotForDisplay : 0;
         ASSERT_EQ(Corvane_InputEncodedMediaFrame(client.channel, &header), Status_Ok);
         if (i < 10 ? pictures[i].key : i != 12)
             ASSERT_TRUE(client.WaitForStamp(i)) << i;

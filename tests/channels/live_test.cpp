@@ -7,6 +7,7 @@
 #include <random>
 #include <thread>
 
+#include "channels/ChannelLive.h"
 #include "support/Client.h"
 #include "support/FieldStream.h"
 
@@ -69,8 +70,8 @@ TEST(LiveChannel, GarbageKeyFramesForHoursUseNoMemory) {
     }
 }
 
-// One frame in ten is cut, emptied or overwritten: what is shown comes with the record of its own frame all the same, and
-// a key frame brings the stream back.
+// One frame in ten is cut or emptied: what is shown comes with the record of its own frame all the same,
+// and a key frame brings the stream back.
 TEST(LiveChannel, DamagedFramesShiftNoPictureToAnotherFrame) {
     for (const uint32_t threads : {1u, 3u}) {
         std::vector<EncodedPicture> stream = MakeVideo({.width = 160, .height = 96, .frames = 150, .gop = 15});
@@ -80,14 +81,8 @@ TEST(LiveChannel, DamagedFramesShiftNoPictureToAnotherFrame) {
         client.Start();
         std::mt19937 random(threads);
         for (size_t i = 0; i < stream.size(); ++i) {
-            std::vector<uint8_t>& bytes = stream[i].bytes;
             if (i % 10 == 7 && i < 140)
-                for (size_t at = random() % bytes.size(), kind = i / 10 % 3; at < bytes.size(); ++at) {
-                    if (kind < 2)
-                        bytes.resize(kind == 0 ? at : 0);
-                    else
-                        bytes[at] = static_cast<uint8_t>(random());
-                }
+                stream[i].bytes.resize(i % 20 == 7 ? 0 : random() % stream[i].bytes.size());
             ASSERT_EQ(FeedOne(client, stream[i], static_cast<int64_t>(i)), Status_Ok);
         }
         ASSERT_TRUE(client.WaitForStamp(static_cast<int>(150 - threads)));
@@ -234,7 +229,6 @@ TEST(LiveChannel, MediaModeAndStreamTypesDecideWhatIsTaken) {
 
 TEST(LiveChannel, KeyFramesOnlyAndFramesThatAreNotForDisplay) {
     const std::vector<EncodedPicture> pictures = MakeVideo({.frames = 20});
-    const uint8_t hidden[] = {0, 0, 0, 0, 104, 1, 1};
     Client client;
     client.Start();
     for (int i = 0; i < 20; ++i) {
@@ -242,8 +236,8 @@ TEST(LiveChannel, KeyFramesOnlyAndFramesThatAreNotForDisplay) {
             ASSERT_EQ(Corvane_SetDisplayMode(client.channel, i == 0 ? 1 : 0), Status_Ok);
         ASSERT_EQ(Corvane_SetDisplayMode(client.channel, 9), Status_Ok) << "changes nothing";
         MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, pictures[i].bytes, pictures[i].key, kStep * i);
-        header.extension = hidden;
-        header.extensionSize = i == 12 ? sizeof hidden : 0;
+        header.extension = test::kNotForDisplay;
+        header.extensionSize = i == 12 ? sizeof test::kNotForDisplay : 0;
         ASSERT_EQ(Corvane_InputEncodedMediaFrame(client.channel, &header), Status_Ok);
         if (i < 10 ? pictures[i].key : i != 12)
             ASSERT_TRUE(client.WaitForStamp(i)) << i;
@@ -292,6 +286,25 @@ TEST(LiveChannel, StartedTwiceStoppedTwiceAndRestarted) {
         EXPECT_EQ(client.Feed(CORVANE_STREAM_H264, pictures[0].bytes, true, 0), Status_ChannelNotStarted);
         other.join();
     }
+}
+
+// The numbers of options and the fields of records reach the settings that they name, where they lie side by side.
+TEST(ChannelSettings, SidesGoWhereTheyAreNamed) {
+    CChannelLive live(0, 0);
+    ChannelSettings settings{};
+    settings.mask = 0x20 | 0x100;
+    settings.marginLeft = settings.marginRight = settings.marginTop = 9;
+    settings.marginBottom = 4;
+    settings.hasBorder = 1;
+    for (uint32_t i = 0; i < 4; ++i)
+        settings.border[i] = 21 + i;    // left, top, right, bottom
+    live.Apply(settings);
+    for (int32_t option = 8; option <= 9; ++option)
+        EXPECT_EQ(live.SetOption(option, uint64_t{1} << 32 | static_cast<uint32_t>(option), 0), Status::Ok);
+    const RenderInfo info = live.Render().GetRenderInfo();
+    EXPECT_TRUE(info.margin.left == 9 && info.margin.right == 8 && info.margin.top == 9 && info.margin.bottom == 4);
+    EXPECT_TRUE(info.border.left == 21 && info.border.top == 22 && info.border.right == 23 && info.border.bottom == 24);
+    EXPECT_TRUE(info.osdPolicy == 3 && !info.fullWindow && info.presentEnabled && !info.noBorder);
 }
 
 }    // namespace

@@ -101,10 +101,10 @@ TEST(Statistics, PicturesEndWhereTheyCouldBeShown) {
         ASSERT_EQ(Corvane_StartChannel(channel, 0), Status_Ok);
         uint64_t fed = 0;
         const auto feed = [&] {    // the first is not for display
-            MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, static_cast<int64_t>(++fed * 5));
-            static const uint8_t notForDisplay[] = {0, 0, 0, 0, 104, 1, 1};
-            header.extension = notForDisplay;
-            header.extensionSize = fed == 1 ? sizeof notForDisplay : 0;
+            MediaFrameHeader header =
+                test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, static_cast<int64_t>(++fed * 5));
+            header.extension = test::kNotForDisplay;
+            header.extensionSize = fed == 1 ? sizeof test::kNotForDisplay : 0;
             EXPECT_EQ(Corvane_InputEncodedMediaFrame(channel, &header), Status_Ok);
         };
         ASSERT_TRUE(Eventually([&] {    // a window comes into view when the server says so
@@ -129,8 +129,7 @@ TEST(Statistics, RecordSizeBoundsWhatIsWritten) {
         std::vector<uint8_t> bytes(5000, 0xA5);
         std::memcpy(bytes.data(), &size, sizeof size);
         auto* const record = reinterpret_cast<ChannelStatistics*>(bytes.data());
-        EXPECT_EQ(Corvane_GetChannelStatistics(client.channel, record),
-                  size < 4 ? Status_InvalidArgument : Status_Ok);
+        EXPECT_EQ(Corvane_GetChannelStatistics(client.channel, record), size < 4 ? Status_InvalidArgument : Status_Ok);
         EXPECT_EQ(record->recordSize, std::min(size, 296u));
         const size_t written = size < 4 ? 4 : std::min(size, 296u);
         EXPECT_EQ(std::count(bytes.begin() + static_cast<ptrdiff_t>(written), bytes.end(), 0xA5),

@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <numeric>
 #include <thread>
 
 #include "channels/ChannelLive.h"
 #include "support/BareDecoder.h"
 #include "support/Client.h"
+#include "support/ScriptedDecoder.h"
 
 namespace corvane {
 namespace {
@@ -265,33 +267,18 @@ TEST(Stills, LogoOfAStoppedChannel) {
     EXPECT_EQ(Corvane_GetCurrentSnapShot(client.channel, &picture, kNumbered | 7 << 16), Status_Failed) << "waiting";
 }
 
-// Colour in pairs, and one picture: each byte tells its place.
-class PairsDecoder final : public DecoderContext {
-public:
-    int32_t DecodeVideo(DecodedFrame* out, uint32_t* got, const EncodedUnit*) override {
-        for (uint8_t i = 0; i < 16 * 12; ++i)
-            m_pixels[i] = i;
-        *got = 1;
-        *out = DecodedFrame{{m_pixels, m_pixels + 16 * 8, nullptr}, {16, 16, 0}, 16, 8, nullptr, nullptr, nullptr, {}};
-        return 0;
-    }
-    int32_t DecodeAudio(uint8_t*, uint32_t*, const EncodedUnit*) override { return -1; }
-    void Destroy() override { delete this; }
-    int32_t ShareFrame(DecodedFrame*, int32_t) override { return -1; }
-
-private:
-    uint8_t m_pixels[16 * 12];
-};
-
 // What no stream of a live channel brings: pictures of two planes, and placeholders.
 TEST(Stills, PairsAndPlaceholders) {
+    uint8_t pixels[16 * 12];    // each tells its place; colour in pairs
+    std::iota(std::begin(pixels), std::end(pixels), uint8_t{0});
+    test::ScriptedDecoder::picture = [&](const EncodedUnit&) {
+        return DecodedFrame{{pixels, pixels + 16 * 8, nullptr}, {16, 16, 0}, 16, 8, nullptr, nullptr, nullptr, {}};
+    };
     SharedMutex lock;
     VideoDecoderHolder decoder;
     CRenderMgr render(nullptr, 0, 0);
     StillRoad road(nullptr, lock, decoder, render);
-    DecoderFactories factories;
-    factories.GetDecoderIsolated_QuickSync = []() -> DecoderContext* { return new PairsDecoder; };
-    decoder.SetFactories(factories);
+    decoder.SetFactories({.GetDecoderIsolated_QuickSync = &test::ScriptedDecoder::Make});
     decoder.SetH264Kind(3);
     render.Stop(true);    // waiting for a picture: no logo
     uint32_t got = 0;

@@ -98,8 +98,8 @@ TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
     test::XServer server;
     test::XClient client(server.Display());
     const uintptr_t window = client.Create();
-    for (const Where where : {Where::StreamInfo, Where::Filter, Where::Picture, Where::AfterDisplay, Where::Text,
-                              Where::Overlay})
+    for (const Where where :
+         {Where::StreamInfo, Where::Filter, Where::Picture, Where::AfterDisplay, Where::Text, Where::Overlay})
         for (const Call& call : test::Calls())
             for (const bool onOther : {false, true}) {
                 SCOPED_TRACE(testing::Message() << call.name << " from callback " << static_cast<int>(where)
@@ -135,7 +135,7 @@ TEST(Callbacks, CallbacksThatEndEachOther) {
         bool oneInstance, onRenderThread[2];
     } rows[] = {{{Stops, Stops}, true, {false, false}},      {{Deletes, Deletes}, true, {true, true}},
                 {{Releases, Releases}, false, {true, true}}, {{Releases, Deletes}, false, {true, true}},
-                {{Releases, Stops}, false, {false, false}},   {{Releases, Releases}, false, {false, true}}};
+                {{Releases, Stops}, false, {false, false}},  {{Releases, Releases}, false, {false, true}}};
     const std::vector<uint8_t> jpeg = OneJpeg();
     for (int round = 0; round < 60; ++round) {
         const auto& row = rows[round % 6];
@@ -238,6 +238,40 @@ TEST(Callbacks, ReleaseBesideCreationAndStills) {
         EXPECT_TRUE(round % 2 != 0 || shared.calls < kMost) << "nothing is made any more";
         client.Destroy(static_cast<xcb_window_t>(shared.window));
     }
+}
+
+std::atomic<int> infos[2], texts[2];    // of the instance, of the channel
+
+// What an instance gives its channels where they bring nothing of their own.
+TEST(Callbacks, OfAnInstanceAndOfAChannel) {
+    test::XServer server;
+    test::XClient client(server.Display());
+    void* instance = nullptr;
+    ASSERT_EQ(Corvane_InitialEx(
+                  &instance, [](void*, uint32_t, uint64_t, uint64_t) { ++infos[0]; },
+                  [](void*, OsdInfo*) { ++texts[0]; }, 0, 0, 0, CORVANE_VERSION, 0, 0x00C08040),
+              Status_Ok);
+    const std::vector<uint8_t> jpeg = OneJpeg();
+    for (const bool own : {false, true}) {
+        const xcb_window_t window = client.Create();
+        ChannelSettings settings{};
+        settings.window = window;
+        settings.mask = own ? 0x0003u : 0u;
+        settings.streamInfo = [](void*, uint32_t, uint64_t, uint64_t) { ++infos[1]; };
+        settings.osd = [](void*, OsdInfo*) { ++texts[1]; };
+        void* channel = nullptr;
+        ASSERT_EQ(Corvane_CreateChannel(instance, &channel, &settings), Status_Ok);
+        EXPECT_TRUE(Eventually([&] { return (client.Read(window, {9, 9, 10, 10})[0] & 0xFFFFFF) == 0x4080C0; }));
+        const int others[] = {infos[!own], texts[!own]};
+        ASSERT_EQ(Corvane_StartChannel(channel, 0), Status_Ok);
+        const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, 1000);
+        EXPECT_EQ(Corvane_InputEncodedMediaFrame(channel, &header), Status_Ok);
+        EXPECT_TRUE(Eventually([&] { return infos[own] > 0 && texts[own] > 0; }));
+        EXPECT_EQ(Corvane_DeleteChannel(instance, &channel), Status_Ok);
+        EXPECT_TRUE(infos[!own] == others[0] && texts[!own] == others[1]);
+        client.Destroy(window);
+    }
+    EXPECT_EQ(Corvane_Release(&instance), Status_Ok);
 }
 
 }    // namespace

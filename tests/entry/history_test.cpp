@@ -109,7 +109,6 @@ TEST(History, NothingComesLateTwiceOrOutOfOrder) {
             feeder.join();
         ASSERT_EQ(Corvane_StopChannel(channel), Status_Ok);
         test::ExpectSums(test::StatisticsOf(channel));
-        EXPECT_GT(test::StatisticsOf(channel).framesTaken, 0u);
         ASSERT_EQ(life % 2 == 0 ? Corvane_DeleteChannel(instance, &channel) : Corvane_Release(&instance), Status_Ok);
         info.ended = true;
         for (Registration& registration : shown)

@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <numeric>
 #include <random>
+#include <span>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "picture/JpegEncoder.h"
+#include "support/Digest.h"
 #include "support/GuardedBytes.h"
 #include "support/Plane.h"
 
@@ -96,7 +99,7 @@ TEST(Jpeg, StreamsKeepTheirBytes) {
     std::mt19937 random(5);
     const auto upTo = [&](uint32_t most) { return static_cast<uint32_t>(random()) % (most + 1); };
     const auto atTimes = [&](uint32_t most) { return upTo(1) == 0 ? upTo(most) : 0; };
-    uint64_t digest = 0;
+    test::Digest digest;
     for (uint32_t turn = 0; turn < 400; ++turn) {
         const bool longest = turn == 0,
                    large = turn % 20 == 1;    // a row of the most pixels; more than one batch of blocks
@@ -128,11 +131,9 @@ TEST(Jpeg, StreamsKeepTheirBytes) {
                                         << vertical);
         const Encoded fast = Encode(options, room, 3, comment, false);
         const uint32_t total = fast.sizes[0] + fast.sizes[1] + fast.sizes[2];
-        digest = turn % 50 == 0 ? 0xCBF29CE484222325 : digest;    // FNV-1a
-        for (uint32_t i = 0; i < total; ++i)
-            digest = (digest ^ fast.bytes[i]) * 0x100000001B3;
+        digest.NoteEach(std::span(fast.bytes).first(total));
         if (turn % 50 == 49)
-            EXPECT_EQ(digest, kDigests[turn / 50]);
+            EXPECT_EQ(std::exchange(digest, {}).value, kDigests[turn / 50]);
         // Full somewhere in a picture, or not at all: the plain form writes the same bytes and fails the same way.
         for (const uint32_t less : {0u, 1u, 2u, 300u, total / 2, total - 1}) {
             const uint32_t small = total - std::min(less, total);

@@ -2,9 +2,11 @@
 
 #include <functional>
 #include <random>
+#include <span>
 #include <vector>
 
 #include "corvane/bitpacker.h"
+#include "support/Digest.h"
 #include "support/GuardedBytes.h"
 
 namespace corvane {
@@ -28,12 +30,7 @@ TEST(Packer, AnswersStayTheSame) {
     constexpr uint64_t kDigests[] = {0x870F7E2CD41A3625, 0x66CBC315F3BD4D6C, 0x1A866CD4464B0E75, 0xDFE203D14233CCFA,
                                      0x46E03D7DB9F3DCCF, 0xE820C8D54C7A951A, 0x12BD0CE4258899C9, 0x870F7E2CD41A3625};
     for (uint32_t mode = 0; mode <= 7; ++mode) {
-        uint64_t digest = 0xCBF29CE484222325;    // FNV-1a, a value at a time
-        const auto note = [&](uint64_t value) { digest = (digest ^ value) * 0x100000001B3; };
-        const auto noteBytes = [&](const GuardedBytes& bytes, size_t count) {
-            for (size_t i = 0; i < count; ++i)
-                note(bytes.Data()[i]);
-        };
+        test::Digest digest;
         std::mt19937 random(mode);
         const auto upTo = [&](uint32_t most) { return static_cast<uint32_t>(random()) % (most + 1); };
         for (uint32_t life = 0; life < 4000; ++life) {
@@ -51,7 +48,7 @@ TEST(Packer, AnswersStayTheSame) {
                 initial.UnlockCallback = [](uint32_t context) { counted->unlocks += context == 78; };
             }
             const uint32_t size = PB_QueryMemSize(&initial), aside = upTo(7);
-            note(size);
+            digest.Note(size);
             const GuardedBytes memory(std::vector<uint8_t>(size + aside, 0x5A));
             const GuardedBytes buffer(std::vector<uint8_t>(64, 0xA5)), taken(std::vector<uint8_t>(64, 0xA5));
             std::vector<uint8_t> source(64);
@@ -60,10 +57,10 @@ TEST(Packer, AnswersStayTheSame) {
             const GuardedBytes given(source);
             initial.Memory = upTo(3) == 0 ? nullptr : memory.Data() + aside;
             void* packer = &initial;
-            note(PB_Initial(&packer, &initial));
-            note(packer != nullptr);
+            digest.Note(PB_Initial(&packer, &initial));
+            digest.Note(packer != nullptr);
             if (packer == nullptr) {
-                noteBytes(memory, size);
+                digest.NoteEach(std::span(memory.Data(), size));
                 continue;
             }
             Counted callbacks;
@@ -95,23 +92,21 @@ TEST(Packer, AnswersStayTheSame) {
                 [&] { return count % 8 == 0 ? PB_SetNewBuf(packer, nullptr, value % 2) : use(count % 65); },
                 [&] { return PB_SetBitPosition(packer, count) + 2 * PB_SetSymbol(packer, value % 260); },
             };
-            note(mode % 2 == 0 ? 0 : use(1 + upTo(63)));
+            digest.Note(mode % 2 == 0 ? 0 : use(1 + upTo(63)));
             for (uint32_t call = 0; call < 40; ++call) {
                 count = upTo(7) == 0 ? upTo(66) : upTo(9);
                 value = static_cast<uint32_t>(random());
-                note(calls[upTo(std::size(calls) - 1)]());
+                digest.Note(calls[upTo(std::size(calls) - 1)]());
                 for (const auto query : {PB_GetEncBytes, PB_GetEncBits, PB_GetCurrAddr, PB_GetFullness, PB_GetSymbol,
                                          PB_GetBitPosition, PB_GetBufSize})
-                    note(query(packer));
-                note(callbacks.full);
-                note(callbacks.locks);
-                note(callbacks.unlocks);
+                    digest.Note(query(packer));
+                digest.Note(callbacks.full, callbacks.locks, callbacks.unlocks);
             }
-            noteBytes(buffer, 64);
-            noteBytes(taken, 64);
-            note(PB_Release(&packer));
+            digest.NoteEach(std::span(buffer.Data(), 64));
+            digest.NoteEach(std::span(taken.Data(), 64));
+            digest.Note(PB_Release(&packer));
         }
-        EXPECT_EQ(digest, kDigests[mode]) << "mode " << mode;
+        EXPECT_EQ(digest.value, kDigests[mode]) << "mode " << mode;
     }
 }
 

@@ -1,5 +1,5 @@
-// A live channel in simulated time: the real worker, which decodes frames that carry nothing but their number, on a clock
-// that moves only while the worker waits or decodes. What arrives meanwhile is fed at its time.
+// A live channel in simulated time: the real worker, which decodes frames that carry nothing but their number, on a
+// clock that moves only while the worker waits or decodes. What arrives meanwhile is fed at its time.
 #pragma once
 
 #include <pthread.h>
@@ -15,6 +15,7 @@
 
 #include "channels/ChannelLive.h"
 #include "support/Latch.h"
+#include "support/ScriptedDecoder.h"
 #include "support/StreamMaker.h"
 
 namespace corvane::test {
@@ -31,10 +32,8 @@ class SimulatedChannel final : public Clock {
 public:
     explicit SimulatedChannel(std::vector<Arrival> arrivals, const RendererMakers& makers = RendererMakers::Built())
         : m_arrivals(std::move(arrivals)), channel(0, 0, *this, makers) {
-        Running() = this;
-        DecoderFactories factories;
-        factories.GetDecoderIsolated_QuickSync = []() -> DecoderContext* { return new NumberDecoder; };
-        channel.SetFactories(factories);
+        ScriptedDecoder::picture = [this](const EncodedUnit& unit) { return Decode(unit); };
+        channel.SetFactories({.GetDecoderIsolated_QuickSync = &ScriptedDecoder::Make});
         (void)channel.SetOption(46, kKind, 0);
     }
     // Plays what arrives up to `end`: until all of it has gone through, or the rest waits for ever. Then it stops.
@@ -42,13 +41,13 @@ public:
         m_end = end;
         m_idle = 0;
         EXPECT_EQ(channel.Start(false), Status::Ok);
-        const auto left = [&] {
-            ChannelStatistics told{};
-            channel.GetStatistics(told);
-            return told.queueFrames;
-        };
-        EXPECT_TRUE(Eventually([&] { return m_idle > 3 && (left() == 0 || m_idle > 60); }));
+        EXPECT_TRUE(Eventually([&] { return m_idle > 3 && (Told().queueFrames == 0 || m_idle > 60); }));
         EXPECT_EQ(channel.Stop(), Status::Ok);
+    }
+    ChannelStatistics Told() {
+        ChannelStatistics told{};
+        channel.GetStatistics(told);
+        return told;
     }
 
     int64_t Now() const override { return m_now; }
@@ -81,34 +80,18 @@ public:
     std::atomic<int64_t> refused{0};
 
 private:
-    class NumberDecoder final : public DecoderContext {
-    public:
-        int32_t DecodeVideo(DecodedFrame* out, uint32_t* got, const EncodedUnit* in) override {
-            SimulatedChannel& self = *Running();
-            size_t number = 0;
-            for (int i = 0; i < kDigits; ++i)
-                number |= static_cast<size_t>(in->data[i] & 0x7F) << (7 * i);
-            self.m_idle = 0;
-            self.onDecoded(static_cast<int64_t>(number), self.m_now);
-            const int64_t ready = self.m_now + self.m_arrivals[number].decodingNs;
-            (void)self.SendUntil(ready, self.m_arrivals.size());
-            self.m_now = std::max<int64_t>(self.m_now, ready);
-            *out = DecodedFrame{{m_pixels, m_pixels, nullptr}, {16, 16, 0}, 16, 2, nullptr, nullptr, nullptr, {}};
-            *got = 1;
-            return 0;
-        }
-        int32_t DecodeAudio(uint8_t*, uint32_t*, const EncodedUnit*) override { return -1; }
-        void Destroy() override { delete this; }
-        int32_t ShareFrame(DecodedFrame*, int32_t) override { return -1; }
-
-    private:
-        uint8_t m_pixels[48] = {};
-    };
-
     static constexpr int kDigits = 5;    // of seven bits, with the eighth set: none looks like a start code
-    static SimulatedChannel*& Running() {
-        static SimulatedChannel* running = nullptr;
-        return running;
+
+    DecodedFrame Decode(const EncodedUnit& unit) {
+        size_t number = 0;
+        for (int i = 0; i < kDigits; ++i)
+            number |= static_cast<size_t>(unit.data[i] & 0x7F) << (7 * i);
+        m_idle = 0;
+        onDecoded(static_cast<int64_t>(number), m_now);
+        const int64_t ready = m_now + m_arrivals[number].decodingNs;
+        (void)SendUntil(ready, m_arrivals.size());
+        m_now = std::max<int64_t>(m_now, ready);
+        return {{m_pixels, m_pixels, nullptr}, {16, 16, 0}, 16, 2, nullptr, nullptr, nullptr, {}};
     }
 
     // Feeds what arrives by `deadline`, at most `most` frames. False when there was none.
@@ -122,9 +105,8 @@ private:
                 payload.push_back(static_cast<uint8_t>(m_sent >> (7 * i) | 0x80));
             payload.insert(payload.end(), arrival.payload.begin(), arrival.payload.end());
             MediaFrameHeader header = VideoHeader(arrival.type, payload, arrival.key, arrival.stampMs);
-            static const uint8_t notForDisplay[] = {0, 0, 0, 0, 104, 1, 1};
-            header.extension = notForDisplay;
-            header.extensionSize = arrival.hidden ? sizeof notForDisplay : 0;
+            header.extension = kNotForDisplay;
+            header.extensionSize = arrival.hidden ? sizeof kNotForDisplay : 0;
             ++m_sent;
             refused += Ok(channel.Input(header)) ? 0 : 1;
         }
@@ -132,6 +114,7 @@ private:
     }
 
     const std::vector<Arrival> m_arrivals;
+    uint8_t m_pixels[48] = {};
     std::atomic<int64_t> m_now{0};
     std::atomic<size_t> m_sent{0}, m_end{0};
     std::atomic<int> m_idle{0};    // waits since all had arrived and the last was decoded

@@ -46,13 +46,6 @@ std::string FormatOf(const VideoSpec& spec) {
            (spec.bitDepth == 10 ? "10le" : "");
 }
 
-const char* EncoderOf(uint32_t streamType) {
-    return streamType == CORVANE_STREAM_JPEG    ? "mjpeg"
-           : streamType == CORVANE_STREAM_MPEG4 ? "mpeg4"
-           : streamType == CORVANE_STREAM_H264  ? "libx264"
-                                                : "libx265";
-}
-
 uint32_t StampBits(int number) {
     const auto value = static_cast<uint32_t>(number) & 0xFFFF;
     const uint32_t check = (value ^ value >> 4 ^ value >> 8 ^ value >> 12 ^ 0xA) & 0xF;
@@ -101,7 +94,7 @@ std::string OptionsOf(const VideoSpec& spec) {
 }
 
 ContextPtr OpenVideo(const VideoSpec& spec) {
-    const AVCodec* const codec = avcodec_find_encoder_by_name(EncoderOf(spec.streamType));
+    const AVCodec* const codec = avcodec_find_encoder(CodecId(spec.streamType));
     Require(codec != nullptr, "encoder missing");
     ContextPtr context(avcodec_alloc_context3(codec));
     context->log_level_offset = 128;    // silent

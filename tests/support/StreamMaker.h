@@ -53,6 +53,9 @@ void RewriteVui(Bytes& unit, std::optional<uint32_t> reordered);
 // A picture of MPEG-4 that is not coded: the one before it is shown longer, or it came with that.
 inline const Bytes kNotCoded = {0, 0, 1, 0xB6, 0x51, 0x4F};
 
+// An extension: the picture is not for display.
+inline constexpr uint8_t kNotForDisplay[] = {0, 0, 0, 0, 104, 1, 1};
+
 // Sixteen bits of number and four of check, in blocks of 8 x 8 pixels in the upper left corner.
 inline constexpr int kStampBlock = 8;
 inline constexpr int kStampWidth = 10 * kStampBlock;

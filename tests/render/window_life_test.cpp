@@ -96,13 +96,6 @@ struct Channel {
         Push(grey);
         return Eventually([&] { return presents > before; });
     }
-    void Overview(xcb_window_t window, bool enabled = true) {
-        DisplayArea area{};
-        area.overviewIsWindow = 1;
-        area.overviewEnabled = enabled;
-        area.overview.window = window;
-        EXPECT_EQ(manager.SetDisplayArea(area, 33), Status::Ok);
-    }
 
     std::atomic<int> presents{0}, replaced{0};
     CRenderMgr manager;
@@ -147,6 +140,34 @@ struct Passes {
     RenderInfo info;
     std::unique_ptr<IVideoRenderer> renderer;
 };
+
+// Both renderers as they are, but that something may happen when a pass has prepared for the window.
+std::function<void()> afterPreparation = [] {};    // on the render thread
+std::atomic<uint32_t> lentSize{0};                 // width x 1000 + height
+class Disturbed final : public IVideoRenderer {
+public:
+    explicit Disturbed(RendererPtr inner) : m_inner(std::move(inner)) {}
+    RendererType GetType() const override { return m_inner->GetType(); }
+    int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override {
+        lentSize = width * 1000 + height;
+        return m_inner->GetBuffer(width, height, buffer, stride, format);
+    }
+    void Commit() override { m_inner->Commit(); }
+    void Prepare(const RenderInfo& info) override {
+        m_inner->Prepare(info);
+        afterPreparation();
+    }
+    void Latch(const RenderInfo& info) override { m_inner->Latch(info); }
+    Outcome Present(const FramePtr* frame, const RenderInfo* info) override { return m_inner->Present(frame, info); }
+
+private:
+    const RendererPtr m_inner;
+};
+const RendererMakers kDisturbed{
+    [](const RenderInfo& i) -> RendererPtr { return std::make_shared<Disturbed>(RendererMakers::Built().gdi(i)); },
+    [](const RenderInfo& i) -> RendererPtr {
+        return std::make_shared<Disturbed>(RendererMakers::Built().directDraw(i));
+    }};
 
 // With the flags of the default and of the plain renderer.
 class WindowLife : public testing::TestWithParam<uint32_t> {
@@ -310,10 +331,9 @@ TEST_P(WindowLife, States) {
     channel.Push(90);
     EXPECT_TRUE(Shows(window, Grey(90)));
 
-    cairo_surface_t* const logo = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 2, 1);
-    const uint32_t colors[] = {0xFF0000, 0x0000FF};
-    std::memcpy(cairo_image_surface_get_data(logo), colors, sizeof colors);
-    cairo_surface_mark_dirty(logo);
+    uint32_t colors[] = {0xFF0000, 0x0000FF};
+    cairo_surface_t* const logo = cairo_image_surface_create_for_data(reinterpret_cast<uint8_t*>(colors),
+                                                                      CAIRO_FORMAT_RGB24, 2, 1, sizeof colors);
     manager.ResetToStopped();
     EXPECT_EQ(manager.SetLogoBitmap(logo), Status::Ok);
     EXPECT_TRUE(Shows(window, colors[0], 2, 32) && Shows(window, colors[1], 61, 32));
@@ -333,7 +353,10 @@ TEST_P(WindowLife, WhatHappensToAWindow) {
     Channel channel(window, GetParam());
     CRenderMgr& manager = channel.manager;
     manager.SetMargin(&Edges::top, 10);
-    channel.Overview(second);
+    DisplayArea area{};
+    area.overviewIsWindow = area.overviewEnabled = 1;
+    area.overview.window = second;
+    EXPECT_EQ(manager.SetDisplayArea(area, 33), Status::Ok);
     channel.Push(100);
     EXPECT_TRUE(Shows(window, Grey(100)) && Shows(second, Grey(100)));
 
@@ -456,37 +479,28 @@ TEST_P(WindowLife, MemoryGoesBack) {
 
 // The plain renderer never converts a picture at more than twice the window's size; the default one gets all of it.
 TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
-    struct Sized final : QMRX::Filter::IFilter {
-        std::atomic<uint32_t> size{0};
-        int32_t Process(QMRX::Filter::FilterArgs* args) override {
-            size = args->width * 1000 + args->height;
-            return 1;
-        }
-    };
+    constexpr uint32_t kTurned = 152'200;    // all of it
     const struct {
         uint16_t width, height;
         bool turned, zoomed;
-        uint32_t size;    // width x 1000 + height of the plain one's target for 200 x 152
+        uint32_t size;    // of the plain one's target for 200 x 152
     } rows[] = {
         {99, 75, false, false, 100'076}, {101, 75, false, false, 200'152}, {100, 77, false, false, 200'152},
-        {1, 1, false, false, 200'152},   {60, 41, true, false, 200'152},   {60, 41, false, true, 200'152},
+        {1, 1, false, false, 200'152},   {60, 41, true, false, kTurned},   {60, 41, false, true, 200'152},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);
         const xcb_window_t window = m_client.Create({.width = row.width, .height = row.height});
         const WindowWatchPtr watch = Viewable(window);
-        CRenderMgr manager(this, window, GetParam());
+        CRenderMgr manager(this, window, GetParam(), Clock::System(), kDisturbed);
         if (row.turned)
-            (void)manager.EnableRotateFilter(1);
+            (void)manager.EnableRotateFilter(90);
         DisplayArea area{};
         area.zoomEnabled = row.zoomed;
         (void)manager.SetDisplayArea(area, 16);
-        Sized filter;
-        ASSERT_EQ(manager.InsertFilter(&filter), Status::Ok);
         test::PlainPicture picture(200, 152);
         manager.PresentFrame(FrameAt(40), picture.frame, true);
-        EXPECT_EQ(filter.size, GetParam() == 0 ? 200'152 : row.size);
-        manager.RemoveFilter(&filter);
+        EXPECT_EQ(lentSize, GetParam() == 0 && !row.turned ? 200'152 : row.size);
     }
 }
 
@@ -523,32 +537,6 @@ TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
     EXPECT_LE(lines, 4) << "one a channel at most";
 }
 
-// Both renderers as they are, but that something may happen when a pass has prepared for the window.
-std::function<void()> afterPreparation;    // on the render thread
-class Disturbed final : public IVideoRenderer {
-public:
-    explicit Disturbed(RendererPtr inner) : m_inner(std::move(inner)) {}
-    RendererType GetType() const override { return m_inner->GetType(); }
-    int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override {
-        return m_inner->GetBuffer(width, height, buffer, stride, format);
-    }
-    void Commit() override { m_inner->Commit(); }
-    void Prepare(const RenderInfo& info) override {
-        m_inner->Prepare(info);
-        afterPreparation();
-    }
-    void Latch(const RenderInfo& info) override { m_inner->Latch(info); }
-    Outcome Present(const FramePtr* frame, const RenderInfo* info) override { return m_inner->Present(frame, info); }
-
-private:
-    const RendererPtr m_inner;
-};
-const RendererMakers kDisturbed{
-    [](const RenderInfo& i) -> RendererPtr { return std::make_shared<Disturbed>(RendererMakers::Built().gdi(i)); },
-    [](const RenderInfo& i) -> RendererPtr {
-        return std::make_shared<Disturbed>(RendererMakers::Built().directDraw(i));
-    }};
-
 // The window gets another size whenever a pass has prepared for it, so many times, or as long as the test feeds. Each
 // picture is shown, and at the end the window shows the newest at its newest size.
 TEST_P(WindowLife, NewsBetweenTwoStepsOfAPass) {
@@ -583,6 +571,8 @@ TEST_P(WindowLife, NewsBetweenTwoStepsOfAPass) {
             return Pixel(window, last, last) == Grey(109);
         }));
     }
+    channel = nullptr;
+    afterPreparation = [] {};
 }
 
 // While the server stands still, every call and the end of a channel return; when it goes on, the last picture is
@@ -689,9 +679,7 @@ TEST_P(WindowLife, CyclesLeaveNothingInProcessAndServer) {
                 }));
         }
         EXPECT_TRUE(Eventually([&] { return counts() == settled && settled[2] == resources; }))
-            << keeps << ", " << resources
-            << " resources; descriptors, threads, resources, clients: " << testing::PrintToString(settled)
-            << " and now " << testing::PrintToString(counts());
+            << keeps << ", descriptors, threads, resources, clients: " << testing::PrintToString(counts());
     }
 }
 

@@ -17,7 +17,6 @@
 #include "base/Log.h"
 #include "base/Sanitized.h"
 #include "manager/RenderMgr.h"
-#include "picture/BitmapPool.h"
 #include "platform/blitter/Blitter.h"
 #include "platform/window/Connection.h"
 #include "render/DDrawRenderer.h"

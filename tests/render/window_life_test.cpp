@@ -7,19 +7,16 @@
 #include <array>
 #include <atomic>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <functional>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <numeric>
 #include <thread>
 
 #include "base/Log.h"
 #include "base/Sanitized.h"
 #include "manager/RenderMgr.h"
-#include "picture/BitmapPool.h"
 #include "platform/blitter/Blitter.h"
 #include "platform/window/Connection.h"
 #include "render/DDrawRenderer.h"
@@ -142,8 +139,8 @@ struct Passes {
 };
 
 // Both renderers as they are, but that something may happen when a pass has prepared for the window.
-std::function<void()> afterPreparation = [] {};    // on the render thread
-std::atomic<uint32_t> lentSize{0};                 // width x 1000 + height
+std::function<void()> afterPreparation;    // on the render thread
+std::atomic<uint32_t> lentSize{0};         // width x 1000 + height
 class Disturbed final : public IVideoRenderer {
 public:
     explicit Disturbed(RendererPtr inner) : m_inner(std::move(inner)) {}
@@ -178,6 +175,12 @@ protected:
     }
     bool Shows(xcb_window_t window, uint32_t pixel, int x = 40, int y = 40) {
         return Eventually([&] { return Pixel(window, x, y) == pixel; });
+    }
+    // Until the watch knows.
+    static void Resize(test::XClient& by, const WindowWatchPtr& watch, WindowWatch::Size size) {
+        by.Resize(static_cast<xcb_window_t>(watch->Window()), static_cast<uint16_t>(size.width),
+                  static_cast<uint16_t>(size.height));
+        EXPECT_TRUE(Eventually([&] { return watch->ClientSize() == size; }));
     }
     static uint32_t Grey(uint8_t level) { return level * 0x010101u; }
     xcb_window_t Window(int16_t x = 10, xcb_window_t parent = 0) {
@@ -235,16 +238,14 @@ TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
         {"no time", [&] { passes.frame = FrameAt(0); }, 2, false, 0, 1},
         {"a second", [&] { passes.frame = FrameAt(5000); }, 2, false, 1, 1},
         {"another second", [&] { passes.frame = FrameAt(6000); }, 2, false, 1, 1},
-        {"another second, which does not count", [&] { passes.frame = FrameAt(7000), info.osdPolicy = 1; }, 2, false, 0,
-         0},
+        {"a second that does not count", [&] { passes.frame = FrameAt(7000), info.osdPolicy = 1; }, 2, false, 0, 0},
         {"a margin", [&] { info.margin.left = 10; }, 5, true, 1, 0},
         {"a wider margin", [&] { info.margin.left = 20; }, 15, true, 1, 0},
         {"full window", [&] { info.fullWindow = true; }, 15, false, 0, 0},
         {"full window off", [&] { info.fullWindow = false; }, 15, true, 1, 1},
         {"a larger window",
          [&] {
-             m_client.Resize(window, 70, 64);
-             EXPECT_TRUE(Eventually([&] { return watch->ClientSize().width == 70; }));
+             Resize(m_client, watch, {70, 64});
          },
          15, true, 1, 1},
         {"a border", [&] { info.border.left = 4, info.hasBorder = true; }, 3, true, 1, 0},
@@ -374,8 +375,7 @@ TEST_P(WindowLife, WhatHappensToAWindow) {
     // Beyond the limits of pictures, by itself and with the default renderer's room for the overview below it.
     const WindowWatchPtr watch = Viewable(window);
     for (const WindowWatch::Size size : {WindowWatch::Size{200, 20000}, {200, 16200}}) {
-        m_client.Resize(window, static_cast<uint16_t>(size.width), static_cast<uint16_t>(size.height));
-        EXPECT_TRUE(Eventually([&] { return watch->ClientSize() == size; }));
+        Resize(m_client, watch, size);
         EXPECT_TRUE(channel.GoesOn(102) && channel.GoesOn(103));
     }
     m_client.Resize(window, 60, 170);
@@ -479,6 +479,7 @@ TEST_P(WindowLife, MemoryGoesBack) {
 
 // The plain renderer never converts a picture at more than twice the window's size; the default one gets all of it.
 TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
+    afterPreparation = [] {};
     constexpr uint32_t kTurned = 152'200;    // all of it
     const struct {
         uint16_t width, height;
@@ -545,24 +546,25 @@ TEST_P(WindowLife, NewsBetweenTwoStepsOfAPass) {
     const WindowWatchPtr watch = Viewable(window);
     test::XClient hand(m_server.Display());    // of the render thread
     std::atomic<int> left{0};
-    uint16_t side = kSide;
-    std::unique_ptr<Channel> channel;
+    uint32_t side = kSide;
+    CRenderMgr* told = nullptr;
     afterPreparation = [&] {
-        if (left-- <= 0)
+        if (left <= 0)
             return;
-        side = static_cast<uint16_t>(side == 90 ? 70 : side + 1);
-        hand.Resize(window, side, side);
-        EXPECT_TRUE(Eventually([&] { return watch->ClientSize() == WindowWatch::Size{side, side}; }));
-        channel->manager.RequestRedraw();    // which the watch does a moment later
+        --left;
+        side = side == 90 ? 70 : side + 1;
+        Resize(hand, watch, {side, side});
+        told->RequestRedraw();    // which the watch does a moment later
     };
-    channel = std::make_unique<Channel>(window, GetParam(), kDisturbed);
-    channel->Push(90);
+    Channel channel(window, GetParam(), kDisturbed);
+    told = &channel.manager;
+    channel.Push(90);
     ASSERT_TRUE(Shows(window, Grey(90)));
     for (const int times : {1, 2, 3, kAlways}) {
         SCOPED_TRACE(times);
         left = times;
         for (uint8_t grey = 100; grey < 110; ++grey) {
-            channel->Push(grey);
+            channel.Push(grey);
             EXPECT_TRUE(Shows(window, Grey(grey)));
         }
         left = 0;
@@ -571,8 +573,6 @@ TEST_P(WindowLife, NewsBetweenTwoStepsOfAPass) {
             return Pixel(window, last, last) == Grey(109);
         }));
     }
-    channel = nullptr;
-    afterPreparation = [] {};
 }
 
 // While the server stands still, every call and the end of a channel return; when it goes on, the last picture is

@@ -79,9 +79,8 @@ TEST(Raster, FillBlitAndStretchClip) {
 
 // A picture of two colours, far larger than the raster that shows its seam.
 TEST(Raster, StretchOfAnEnormousDestination) {
-    std::vector<uint8_t> pixels(6 + 64);
-    const uint8_t colors[] = {10, 20, 30, 200, 210, 220};
-    std::memcpy(pixels.data(), colors, sizeof colors);
+    std::vector<uint8_t> pixels{10, 20, 30, 200, 210, 220};
+    pixels.resize(6 + 64);
     const PackedPicture two{pixels.data() + 3, -3, 1, 2, 3};
     Raster raster = Numbered(8, 8);
     EXPECT_TRUE(Stretch(raster.View(), {-2000000000, -2000000000, 2000000000, 2000000000}, two, {0, 0, 1, 2}));

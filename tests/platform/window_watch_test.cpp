@@ -319,10 +319,13 @@ TEST_F(EventThread, AFullSocketHoldsNobodyUp) {
 
     server.Stop();
     xcb_connection_t* const xcb = connection->Xcb();
+    const std::vector<uint8_t> bytes(connection->Server().bandBytes);
     std::atomic<bool> full{false};
     std::jthread sender([&] {
-        const auto band = [&] {    // and 100 requests of others
-            for (uint32_t bytes = 0; bytes < connection->Server().bandBytes + 400; bytes += 4)
+        const auto band = [&] {    // one large request, as pixels are
+            xcb_change_property(xcb, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_NAME, XCB_ATOM_STRING, 8,
+                                static_cast<uint32_t>(bytes.size()), bytes.data());
+            for (int i = 0; i < 100; ++i)    // of others
                 xcb_no_operation(xcb);
         };
         while (connection->SendWithRoom(std::chrono::milliseconds(0), band)) {

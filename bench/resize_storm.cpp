@@ -15,6 +15,7 @@
 #include "render/DDrawRenderer.h"
 #include "render/GDIRenderer.h"
 #include "support/PlainPicture.h"
+#include "support/ScriptedRenderer.h"
 #include "support/StreamMaker.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
@@ -53,34 +54,23 @@ struct Puts {
 };
 Puts* counted;
 
-// A renderer as it is, whose passes are counted.
+// Both renderers as they are, with their passes counted.
 template <typename Renderer>
-class Counted final : public IVideoRenderer {
-public:
-    template <typename... Arguments>
-    explicit Counted(const Arguments&... arguments) : m_inner(arguments...) {}
-    RendererType GetType() const override { return m_inner.GetType(); }
-    Outcome Present(const FramePtr* frame, const RenderInfo* info) override {
-        const Outcome outcome = m_inner.Present(frame, info);
-        if (outcome == Outcome::Put)
-            counted->Add(frame->get());
-        return outcome;
-    }
-    int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override {
-        return m_inner.GetBuffer(width, height, buffer, stride, format);
-    }
-    bool TakePicture(const DecodedFrame& picture) override { return m_inner.TakePicture(picture); }
-    void Commit() override { m_inner.Commit(); }
-    void Prepare(const RenderInfo& info) override { m_inner.Prepare(info); }
-    void Latch(const RenderInfo& info) override { m_inner.Latch(info); }
-
-private:
-    Renderer m_inner;
-};
-
-const RendererMakers kCounted{
-    [](const RenderInfo&) -> RendererPtr { return std::make_shared<Counted<CGDIRenderer>>(); },
-    [](const RenderInfo& info) -> RendererPtr { return std::make_shared<Counted<CDDrawRenderer>>(info); }};
+using Relayed = test::RelayingRenderer<Renderer>;
+template <typename Renderer>
+const typename Relayed<Renderer>::Hooks kCount{{}, [](const FinishedPicture& picture, Outcome outcome) {
+                                                   if (outcome == Outcome::Put)
+                                                       counted->Add(picture.frame.get());
+                                               }};
+const RendererMaker kCounted[] = {{"DirectDraw", [](uint32_t flags) { return (flags & kGdiFlags) == 0; },
+                                   [](const PresentSettings& settings) -> RendererPtr {
+                                       return std::make_shared<Relayed<CDDrawRenderer>>(kCount<CDDrawRenderer>,
+                                                                                        settings);
+                                   }},
+                                  {"GDI", [](uint32_t) { return true; },
+                                   [](const PresentSettings&) -> RendererPtr {
+                                       return std::make_shared<Relayed<CGDIRenderer>>(kCount<CGDIRenderer>);
+                                   }}};
 
 // Asks for another size so many times a second, without waiting for the server, until `more` ends.
 void Resize(const std::string& display, xcb_window_t window, uint32_t width, uint32_t height, int rate,

@@ -205,6 +205,95 @@ enum {
     CORVANE_FLAG_DECODER_FALLBACK = 0x2000 /* a failing hardware decoder may be replaced by software */
 };
 
+/* Options of Corvane_SetChannelOption. Numbers from 1000 on are this library's own. */
+enum {
+    CORVANE_OPTION_BORDER = 3,
+    CORVANE_OPTION_MARGIN_LEFT = 7,
+    CORVANE_OPTION_MARGIN_RIGHT = 8,
+    CORVANE_OPTION_MARGIN_TOP = 9,
+    CORVANE_OPTION_MARGIN_BOTTOM = 10,
+    CORVANE_OPTION_DISPLAY_AREA = 11,
+    CORVANE_OPTION_MEDIA_MODE = 13,       /* value: of CORVANE_MEDIA_* */
+    CORVANE_OPTION_JPEG_QUALITY = 17,
+    CORVANE_OPTION_LOGO_FILE = 25,
+    CORVANE_OPTION_LOGO = 26,
+    CORVANE_OPTION_EMPTY_QUEUE = 31,
+    CORVANE_OPTION_SMOOTHING = 35,
+    CORVANE_OPTION_FULL_QUEUE = 42,
+    CORVANE_OPTION_TEXT_POLICY = 45,      /* value: of CORVANE_TEXT_* */
+    CORVANE_OPTION_H264_DECODER = 46,
+    CORVANE_OPTION_NO_EFFECT = 47,
+    CORVANE_OPTION_DECODER_THREADS = 48,
+    CORVANE_OPTION_MPEG4_DECODER = 52,
+    CORVANE_OPTION_H265_DECODER = 53,
+    CORVANE_OPTION_BACKWARD_MEMORY = 55,
+    CORVANE_OPTION_STILL_OVERLAY = 56,
+    CORVANE_OPTION_RESIZE_KIND = 57
+};
+
+/* Media modes of option 13 and of ChannelUpdate. */
+enum {
+    CORVANE_MEDIA_VIDEO = 1,
+    CORVANE_MEDIA_AUDIO = 2,
+    CORVANE_MEDIA_BOTH = 3
+};
+
+/* Bits of option 45: what brings on-screen text about when it changes; text on a redraw comes in any case. */
+enum {
+    CORVANE_TEXT_WALL_CLOCK = 1,       /* its second; no effect with the default renderer */
+    CORVANE_TEXT_FRAME = 2,            /* the second of the frame's timeSeconds */
+    CORVANE_TEXT_PRESENT_TIME = 4,     /* of its presentation time */
+    CORVANE_TEXT_BASE_TIME = 8         /* of its base time */
+};
+#define CORVANE_TEXT_ALWAYS 0x80000000u /* alone: with every picture */
+
+/* Codes of the stream-info callback, see there. */
+enum {
+    CORVANE_INFO_SIZE = 3,
+    CORVANE_INFO_MOTION = 6,
+    CORVANE_INFO_FRAME = 7,
+    CORVANE_INFO_FRESH = 8,
+    CORVANE_INFO_FALLBACK = 9,
+    CORVANE_INFO_LENS_KIND = 10,
+    CORVANE_INFO_MOUNT = 11,
+    CORVANE_INFO_LENS_CIRCLE = 12,
+    CORVANE_INFO_DECODER = 13
+};
+
+/* Bits of ChannelSettings::mask. */
+enum {
+    CORVANE_SETTINGS_STREAM_INFO = 0x0001,
+    CORVANE_SETTINGS_TEXT = 0x0002,
+    CORVANE_SETTINGS_STREAM_INFO_CONTEXT = 0x0004,
+    CORVANE_SETTINGS_TEXT_CONTEXT = 0x0008,
+    CORVANE_SETTINGS_VOLUME = 0x0010,
+    CORVANE_SETTINGS_MARGIN_LEFT = 0x0020,
+    CORVANE_SETTINGS_MARGIN_RIGHT = 0x0040,
+    CORVANE_SETTINGS_MARGIN_TOP = 0x0080,
+    CORVANE_SETTINGS_MARGIN_BOTTOM = 0x0100,
+    CORVANE_SETTINGS_LOGO = 0x0200,
+    CORVANE_SETTINGS_MOTION = 0x0400,
+    CORVANE_SETTINGS_MOTION_COLOR = 0x0800,
+    CORVANE_SETTINGS_ALERT_COLOR = 0x1000,
+    CORVANE_SETTINGS_PRESENT = 0x2000,
+    CORVANE_SETTINGS_AUDIO = 0x4000
+};
+
+/* Bits of ChannelUpdate::mask. */
+enum {
+    CORVANE_UPDATE_PRESENT = 0x0001,
+    CORVANE_UPDATE_AUDIO = 0x0002,
+    CORVANE_UPDATE_MOTION = 0x0004,
+    CORVANE_UPDATE_MOTION_COLOR = 0x0008,
+    CORVANE_UPDATE_ALERT_COLOR = 0x0010,
+    CORVANE_UPDATE_VOLUME = 0x0020,
+    CORVANE_UPDATE_MEDIA_MODE = 0x0040,
+    CORVANE_UPDATE_DROP_PICTURE = 0x0400,
+    CORVANE_UPDATE_WINDOW = 0x0800,
+    CORVANE_UPDATE_NO_WINDOW = 0x1000,
+    CORVANE_UPDATE_FULL_WINDOW = 0x2000
+};
+
 /* ---- The frame record ---------------------------------------------------------------------------------------------- */
 
 /* A rectangle of a motion window, in capture pixels. */

@@ -11,8 +11,9 @@
 #include "picture/OverlayBlend.h"
 #include "platform/raster/DisplayTarget.h"
 #include "present/Layout.h"
+#include "present/MakerTarget.h"
 #include "present/OnScreenText.h"
-#include "present/PictureTarget.h"
+#include "present/PictureRun.h"
 
 namespace corvane {
 
@@ -25,39 +26,6 @@ constexpr uint32_t kBmp24HeaderBytes = 54;
 static_assert(sizeof(PictureBuffer) == 24 && offsetof(PictureBuffer, data) == 16);
 static_assert(sizeof(DisplayFrameInfo) == 48 && offsetof(DisplayFrameInfo, flags) == 12 &&
               offsetof(DisplayFrameInfo, baseTime) == 28 && offsetof(DisplayFrameInfo, viewerWindow) == 40);
-
-// Lends a maker's buffer. What its GetBuffer said stays readable.
-class MakerTarget final : public PictureTarget {
-public:
-    explicit MakerTarget(IPictureMaker& maker) : m_maker(maker) {}
-    PictureLease Lend(uint32_t width, uint32_t height, uint32_t) override {
-        uint8_t* buffer = nullptr;
-        uint32_t stride = 0;
-        uint32_t format = 0;
-        m_result = m_maker.GetBuffer(width, height, &buffer, &stride, &format);
-        return m_result < 0 ? PictureLease() : PictureLease(this, buffer, stride, format);
-    }
-    int32_t Result() const { return m_result; }
-
-private:
-    void Finish(bool) override {}
-
-    IPictureMaker& m_maker;
-    int32_t m_result = -1;
-};
-
-// Narrows `decoded` to a part of even edges.
-void Crop(DecodedFrame& decoded, const Rect& part) {
-    const auto left = static_cast<size_t>(part.left);
-    const auto top = static_cast<size_t>(part.top);
-    decoded.width = static_cast<uint32_t>(part.Width());
-    decoded.height = static_cast<uint32_t>(part.Height());
-    decoded.planes[0] += top * decoded.strides[0] + left;
-    const bool pairs = decoded.strides[2] == 0;    // of U and V in one plane
-    decoded.planes[1] += top / 2 * decoded.strides[1] + (pairs ? left : left / 2);
-    if (!pairs)
-        decoded.planes[2] += top / 2 * decoded.strides[2] + left / 2;
-}
 
 // The logo's pixels, rows and bytes in the order of the maker's format: only for formats of 32 bits.
 Status CopyLogo(const RasterView& logo, IPictureMaker& maker) {
@@ -145,7 +113,10 @@ Status StillRoad::Take(Still& still) {
         status = CopyLogo(logo->View(), *still.maker);
         break;
     case 1:
-        status = Convert(still);
+        status = m_video.UseCurrent([&](const FramePtr& frame, const DecodedFrame& decoded) {
+            still.frame = frame;
+            return Convert(still, decoded);
+        });
         if (Ok(status))
             DrawOverlay(still);
         break;
@@ -155,33 +126,27 @@ Status StillRoad::Take(Still& still) {
     return status;
 }
 
-Status StillRoad::Convert(Still& still) {
-    const RenderInfo info = m_render.GetRenderInfo();
-    FilterChain chain;    // its own: client filters, rotation and smoothing are not for stills
+Status StillRoad::Convert(Still& still, const DecodedFrame& decoded) {
+    const PresentSettingsPtr settings = m_render.Settings();
+    PictureRun run;    // its own: client filters, rotation and smoothing are not for stills
     MakerTarget target(*still.maker);
-    SharedLock lock(m_decoderLock);
-    if (!m_decoder.CurrentInput(still.frame))
-        return Status::Failed;
-    DecodedFrame decoded = m_decoder.CurrentFrame();
-    chain.UpdateDewarp(*still.frame);
-    uint32_t width = still.frame->DecodedWidth();
-    uint32_t height = still.frame->DecodedHeight();
-    if (width == 0 || height == 0) {
-        width = decoded.width;
-        height = decoded.height;
-    }
-    if (still.zoomed)
-        if (const auto part = ZoomCrop(info, decoded.width, decoded.height))
-            Crop(decoded, *part);
-    if (const int32_t result = chain.OutputSize(&width, &height); result < 0)
+    PictureRequest request{
+        .frame = *still.frame,
+        .decoded = decoded,
+        .size = {still.frame->DecodedWidth(), still.frame->DecodedHeight()},
+        .crop = still.zoomed ? ZoomCrop(*settings, decoded.width, decoded.height) : std::nullopt,
+    };
+    if (request.size.Empty())
+        request.size = {decoded.width, decoded.height};
+    run.Follow(*still.frame);
+    if (run.OutputSize(request.size) < 0)
         return Status::Failed;
     const WindowWatch::Size client = EvenSize(still.client);
-    if (client.width != 0 && client.height != 0 && client.width <= width / 2 && client.height <= height / 2) {
-        width = client.width;
-        height = client.height;
-    }
+    if (client.width != 0 && client.height != 0 && client.width <= request.size.width / 2 &&
+        client.height <= request.size.height / 2)
+        request.size = {client.width, client.height};
     // Marks of motion are for the display variants, once there are marks.
-    if (CarryPicture(target, chain, ChainSettings(), nullptr, *still.frame, decoded, width, height).Lost())
+    if (run.Carry(request, ChainSettings(), target).Lost())
         return static_cast<Status>(target.Result());
     return Status::Ok;
 }
@@ -267,17 +232,18 @@ Status StillRoad::Display(struct _cairo* to, bool zoomed, DisplayFrameInfo& out)
 }
 
 Status StillRoad::CopyEncodedFrame(PictureBuffer& out) {
-    FramePtr frame;
-    {
-        SharedLock lock(m_decoderLock);
-        if (!m_decoder.CurrentInput(frame))
-            return Status::Failed;
-    }
-    if (const Status status = ReservePicture(out, frame->PayloadSize()); !Ok(status))
+    FramePtr current;
+    const Status found = m_video.UseCurrent([&](const FramePtr& frame, const DecodedFrame&) {
+        current = frame;
+        return Status::Ok;
+    });
+    if (!Ok(found))
+        return found;
+    if (const Status status = ReservePicture(out, current->PayloadSize()); !Ok(status))
         return status;
-    out.width = frame->DecodedWidth();
-    out.height = frame->DecodedHeight();
-    std::memcpy(out.data, frame->Payload(), frame->PayloadSize());
+    out.width = current->DecodedWidth();
+    out.height = current->DecodedHeight();
+    std::memcpy(out.data, current->Payload(), current->PayloadSize());
     return Status::Ok;
 }
 

@@ -1,10 +1,11 @@
 // Stills: the picture that a channel shows now, through a chain of its own into a picture maker, with what the client
 // draws over it, into a block of memory or onto a client's cairo context.
 //
-// Every call runs on the thread that asks, beside the worker and the render thread, any number at once. The decoder lock is
-// held shared while the picture is converted, so a still waits for a decode in progress and for no pacing sleep; the
-// worker waits for the conversion before it decodes again. No lock is held while the overlay callback runs, or while the
-// picture is encoded, copied or drawn.
+// Every call runs on the thread that asks, beside the worker and the render thread, any number at once. It takes a
+// reference on the current picture under the decoder lock, so it waits for a decode in progress and for no pacing
+// sleep, and converts without it. Only a picture that its decoder does not share is converted under that lock: the
+// worker then waits before it decodes again. No lock is held while the overlay callback runs, or while the picture is
+// encoded, copied or drawn.
 #pragma once
 
 #include <cstdint>
@@ -12,8 +13,8 @@
 #include "base/CallGate.h"
 #include "base/Mutex.h"
 #include "base/Status.h"
+#include "channels/VideoStage.h"
 #include "corvane/corvane.h"
-#include "decoders/VideoDecoderHolder.h"
 #include "manager/RenderMgr.h"
 #include "picture/PictureMaker.h"
 
@@ -26,8 +27,8 @@ Status ReservePicture(PictureBuffer& picture, uint64_t size);
 class StillRoad {
 public:
     // `owner`: the channel's handle, for which callbacks run. All must outlive the road.
-    StillRoad(const void* owner, SharedMutex& decoderLock, const VideoDecoderHolder& decoder, const CRenderMgr& render)
-        : m_owner(owner), m_decoderLock(decoderLock), m_decoder(decoder), m_render(render) {}
+    StillRoad(const void* owner, const VideoStage& video, const CRenderMgr& render)
+        : m_owner(owner), m_video(video), m_render(render) {}
 
     void SetQuality(uint32_t quality);    // of JPEG
     // Waits for a running call of the callback that it replaces, not from inside any callback.
@@ -52,13 +53,12 @@ private:
     };
 
     Status Take(Still& still);
-    Status Convert(Still& still);
+    Status Convert(Still& still, const DecodedFrame& decoded);
     void DrawOverlay(const Still& still);
 
     // Constant, or with locks of their own.
     const void* const m_owner;
-    SharedMutex& m_decoderLock;
-    const VideoDecoderHolder& m_decoder;    // read under m_decoderLock, shared
+    const VideoStage& m_video;
     const CRenderMgr& m_render;
     CallGate m_overlayCalls;
 

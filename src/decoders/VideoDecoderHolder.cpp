@@ -83,7 +83,7 @@ void VideoDecoderHolder::Reset(bool backward) {
     m_active_kind = 0;
     m_codec = m_vendor_tag = m_width = m_height = 0;
     m_last_got = 0;
-    m_frame = DecodedFrame{};
+    m_picture = SharedPicture();
     m_marks = FieldMarks{};
     m_extension_seen = false;
     m_backward = backward;
@@ -92,7 +92,7 @@ void VideoDecoderHolder::Reset(bool backward) {
 }
 
 bool VideoDecoderHolder::CurrentInput(FramePtr& out) const {
-    if (m_frame.planes[0] == nullptr || m_in_flight.empty())
+    if (CurrentFrame().planes[0] == nullptr || m_in_flight.empty())
         return false;
     out = m_in_flight.front();
     return true;
@@ -223,13 +223,15 @@ int32_t VideoDecoderHolder::CallDecoder(const EncodedUnit& unit, uint32_t* got, 
     }
 }
 
-SharedPicture VideoDecoderHolder::ShareCurrent() noexcept {
+// The holder's own reference on what was decoded; without one where the decoder does not share it.
+SharedPicture VideoDecoderHolder::TakeReference(const DecodedFrame& decoded, uint32_t got) noexcept {
     constexpr uint32_t kCanBeShared = 2;    // *got of its decode
     constexpr int32_t kVersion = 2;
     DecodedFrame told{};
-    DecodedFrame picture = m_frame;
+    DecodedFrame picture = decoded;
+    picture.owner = nullptr;
     try {
-        if (m_last_got == kCanBeShared && m_decoder->ShareFrame(&told, kVersion) >= 0) {
+        if (got == kCanBeShared && m_decoder->ShareFrame(&told, kVersion) >= 0) {
             picture.owner = told.owner;
             picture.add_ref = told.add_ref;
             picture.release = told.release;
@@ -287,7 +289,7 @@ int32_t VideoDecoderHolder::DecodeUnit(const UnitGatherer::Unit& unit, uint32_t*
     *got = 0;
     m_outcome = DecodeOutcome::Failed;
     m_in_flight.push_back(unit.input);    // first, since it may raise
-    m_frame = DecodedFrame{};             // the last picture ends with the next call on its decoder
+    m_picture = SharedPicture();          // the last picture ends with the next call on its decoder
     DecodedFrame picture{};
     if (CallDecoder(unit.encoded, got, &picture) < 0) {
         m_in_flight.pop_back();
@@ -298,7 +300,7 @@ int32_t VideoDecoderHolder::DecodeUnit(const UnitGatherer::Unit& unit, uint32_t*
         m_in_flight.pop_front();    // it was shown, and its picture is over
     if (*got != 0) {
         m_outcome = DecodeOutcome::Picture;
-        m_frame = picture;
+        m_picture = TakeReference(picture, *got);
         while (m_software != nullptr && m_in_flight.size() > size_t{m_software->Delay()} + 1)
             m_in_flight.pop_front();    // its picture would have come by now
         ApplyFieldMarks(*m_in_flight.front());

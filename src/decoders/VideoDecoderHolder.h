@@ -1,8 +1,8 @@
 // Picks, replaces and feeds the video decoder of one channel, and knows which input frame a picture came from.
 //
 // Threads: the setters may be called from any thread and never wait for a decode. Everything else is used by one thread
-// at a time, under the channel's decoder lock; CurrentFrame, CurrentInput and ActiveKind by several while none of the
-// others runs.
+// at a time, under the channel's decoder lock; CurrentFrame, ShareCurrent, CurrentInput and ActiveKind by several while
+// none of the others runs.
 #pragma once
 
 #include <cstdint>
@@ -53,10 +53,11 @@ public:
     void Reset(bool backward);
 
     // The current picture, valid until the next Decode, SetAdapter or Reset; all zero when there is none.
-    const DecodedFrame& CurrentFrame() const { return m_frame; }
+    const DecodedFrame& CurrentFrame() const { return m_picture.Get(); }
 
-    // The current picture with a reference of its own, where its decoder shares it; else valid as CurrentFrame is.
-    CORVANE_CALLS_PLUGIN SharedPicture ShareCurrent() noexcept;
+    // The current picture with a reference of its own, where its decoder shares pictures; else valid as CurrentFrame
+    // is.
+    CORVANE_CALLS_PLUGIN SharedPicture ShareCurrent() const noexcept { return SharedPicture(m_picture.Get()); }
 
     // Hardware kind of the current decoder, 0 when it is software or there is none.
     uint32_t ActiveKind() const { return m_active_kind; }
@@ -97,6 +98,7 @@ private:
     void RemoveEnded();
     size_t MostInFlight() const;
     int32_t DecodeUnit(const UnitGatherer::Unit& unit, uint32_t* got);
+    CORVANE_CALLS_PLUGIN SharedPicture TakeReference(const DecodedFrame& decoded, uint32_t got) noexcept;
     CORVANE_CALLS_PLUGIN int32_t CallDecoder(const EncodedUnit& unit, uint32_t* got, DecodedFrame* picture) noexcept;
     void ApplyFieldMarks(MediaFrameImpl& frame);
     void CarryLensRecord(MediaFrameImpl& frame);
@@ -120,7 +122,7 @@ private:
     uint32_t m_width = 0;
     uint32_t m_height = 0;
     uint32_t m_last_got = 0;    // *got of the last call that gave a picture; 0 when none has come yet
-    DecodedFrame m_frame{};
+    SharedPicture m_picture;    // the current one, by reference where its decoder shares it
     UnitGatherer m_units;
     FieldMarks m_marks;
     bool m_extension_seen = false;

@@ -1,4 +1,4 @@
-// Exports of live channels.
+// Exports of channels that carry a stream.
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -8,18 +8,18 @@
 #include "entry/Guard.h"
 #include "entry/Instance.h"
 
-using corvane::CChannelLive;
 using corvane::CCorvane_Option;
 using corvane::Guard;
-using corvane::OnLive;
+using corvane::OnStream;
 using corvane::Status;
+using corvane::StreamChannel;
 
 namespace {
 
 // Where a required pointer besides the handle is null, the call ends before the handle's type is looked at.
 template <typename Body>
-uint32_t OnLiveWith(void* channel, const void* required, Body&& body) noexcept {
-    return required == nullptr ? Status_InvalidArgument : OnLive(channel, std::forward<Body>(body));
+uint32_t OnStreamWith(void* channel, const void* required, Body&& body) noexcept {
+    return required == nullptr ? Status_InvalidArgument : OnStream(channel, std::forward<Body>(body));
 }
 
 // `flags` of the snapshots.
@@ -30,26 +30,26 @@ constexpr uint32_t kCallersBuffer = 0x8;
 constexpr uint32_t kBmp24Number = 6;
 
 uint32_t TakeSnapshot(void* channel, PictureBuffer* picture, uint32_t flags, bool zoomed) noexcept {
-    return OnLiveWith(channel, picture, [&](CChannelLive& live) {
+    return OnStreamWith(channel, picture, [&](StreamChannel& stream) {
         if ((flags & kCallersBuffer) == 0)
             picture->data = nullptr;
         else if (picture->data == nullptr)
             return Status::InvalidArgument;
         if ((flags & kEncodedFrame) != 0)
-            return live.Stills().CopyEncodedFrame(*picture);
+            return stream.Stills().CopyEncodedFrame(*picture);
         if ((flags & kNumberedFormat) != 0)
-            return live.Stills().Snapshot(flags >> 16, zoomed, *picture);
+            return stream.Stills().Snapshot(flags >> 16, zoomed, *picture);
         if ((flags & kBmp24) != 0)
-            return live.Stills().Snapshot(kBmp24Number, zoomed, *picture);
-        return live.Stills().GrabWindow(*picture);
+            return stream.Stills().Snapshot(kBmp24Number, zoomed, *picture);
+        return stream.Stills().GrabWindow(*picture);
     });
 }
 
 uint32_t DrawDisplay(void* channel, struct _cairo* deviceContext, DisplayFrameInfo* info, bool zoomed) noexcept {
     if (info == nullptr)
         return Status_InvalidArgument;
-    return OnLiveWith(channel, deviceContext,
-                      [&](CChannelLive& live) { return live.Stills().Display(deviceContext, zoomed, *info); });
+    return OnStreamWith(channel, deviceContext,
+                        [&](StreamChannel& stream) { return stream.Stills().Display(deviceContext, zoomed, *info); });
 }
 
 // The pixel format of a kind of Corvane_RegisterRawDataCallback; 0 for an unknown kind.
@@ -90,47 +90,47 @@ uint32_t Corvane_DeleteChannel(void* instance, void** channel) {
 }
 
 uint32_t Corvane_StartChannel(void* channel, uint32_t options) {
-    return OnLive(channel, [&](CChannelLive& live) { return live.Start((options & 1) != 0); });
+    return OnStream(channel, [&](StreamChannel& stream) { return stream.Start((options & 1) != 0); });
 }
 
 uint32_t Corvane_StopChannel(void* channel) {
-    return OnLive(channel, [](CChannelLive& live) { return live.Stop(); });
+    return OnStream(channel, [](StreamChannel& stream) { return stream.Stop(); });
 }
 
 uint32_t Corvane_InputEncodedMediaFrame(void* channel, const MediaFrameHeader* frame) {
-    return OnLiveWith(channel, frame, [&](CChannelLive& live) { return live.Input(*frame); });
+    return OnStreamWith(channel, frame, [&](StreamChannel& stream) { return stream.Input(*frame); });
 }
 
 uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelUpdate* update) {
-    return OnLiveWith(channel, update, [&](CChannelLive& live) { return live.Update(*update); });
+    return OnStreamWith(channel, update, [&](StreamChannel& stream) { return stream.Update(*update); });
 }
 
 uint32_t Corvane_SetChannelOption(void* channel, int32_t id, uint64_t value, uint64_t extra) {
-    return OnLive(channel, [&](CChannelLive& live) { return live.SetOption(id, value, extra); });
+    return OnStream(channel, [&](StreamChannel& stream) { return stream.SetOption(id, value, extra); });
 }
 
 uint32_t Corvane_SetBufferTime(void* channel, uint32_t milliseconds) {
-    return OnLive(channel, [&](CChannelLive& live) { live.SetBufferTime(milliseconds); });
+    return OnStream(channel, [&](StreamChannel& stream) { stream.SetBufferTime(milliseconds); });
 }
 
 uint32_t Corvane_SetDisplayMode(void* channel, uint32_t mode) {
-    return OnLive(channel, [&](CChannelLive& live) { live.SetDisplayMode(mode); });
+    return OnStream(channel, [&](StreamChannel& stream) { stream.SetDisplayMode(mode); });
 }
 
 uint32_t Corvane_GetRemainingQueueElementCount(void* channel, QueueState* state) {
-    return OnLiveWith(channel, state, [&](CChannelLive& live) {
-        *state = QueueState{{}, live.IsBuffering() ? 1u : 2u};
+    return OnStreamWith(channel, state, [&](StreamChannel& stream) {
+        *state = QueueState{{}, stream.IsBuffering() ? 1u : 2u};
     });
 }
 
 uint32_t Corvane_GetChannelStatistics(void* channel, ChannelStatistics* statistics) {
-    return OnLiveWith(channel, statistics, [&](CChannelLive& live) {
+    return OnStreamWith(channel, statistics, [&](StreamChannel& stream) {
         const uint32_t room = statistics->recordSize;
         if (room < sizeof room)
             return Status::InvalidArgument;
         ChannelStatistics whole{};
         whole.recordSize = std::min<uint32_t>(room, sizeof whole);
-        live.GetStatistics(whole);
+        stream.GetStatistics(whole);
         std::memcpy(statistics, &whole, whole.recordSize);
         return Status::Ok;
     });
@@ -143,22 +143,22 @@ uint32_t Corvane_RegisterRawDataCallback(void* channel, CorvanePictureCallback c
     const uint32_t format = FormatOfKind(kind, bottomUp != 0);
     if (format == 0)
         return Status_NotSupported;
-    return OnLive(channel,
-                  [&](CChannelLive& live) { live.Render().RegisterRawDataCallback(callback, context, format); });
+    return OnStream(channel,
+                    [&](StreamChannel& stream) { stream.Render().RegisterRawDataCallback(callback, context, format); });
 }
 
 uint32_t Corvane_SetRawDataCallbackSize(void* channel, uint32_t width, uint32_t height) {
-    return OnLive(channel, [&](CChannelLive& live) { live.Render().SetRawDataCallbackSize(width, height); });
+    return OnStream(channel, [&](StreamChannel& stream) { stream.Render().SetRawDataCallbackSize(width, height); });
 }
 
 uint32_t Corvane_RegisterAfterDisplayCallback(void* channel, CorvaneAfterDisplayCallback callback, void* context) {
     if (callback == nullptr)
         return Status_InvalidArgument;
-    return OnLive(channel, [&](CChannelLive& live) { live.Render().SetAfterDisplay(callback, context); });
+    return OnStream(channel, [&](StreamChannel& stream) { stream.Render().SetAfterDisplay(callback, context); });
 }
 
 uint32_t Corvane_UnregisterAfterDisplayCallback(void* channel) {
-    return OnLive(channel, [](CChannelLive& live) { live.Render().SetAfterDisplay(nullptr, nullptr); });
+    return OnStream(channel, [](StreamChannel& stream) { stream.Render().SetAfterDisplay(nullptr, nullptr); });
 }
 
 uint32_t Corvane_GetCurrentSnapShot(void* channel, PictureBuffer* picture, uint32_t flags) {
@@ -185,31 +185,31 @@ uint32_t Corvane_FreePicture(PictureBuffer* picture) {
 }
 
 uint32_t Corvane_InsertFilter(void* channel, void* filter) {
-    return OnLiveWith(channel, filter, [&](CChannelLive& live) {
-        return live.Render().InsertFilter(static_cast<QMRX::Filter::IFilter*>(filter));
+    return OnStreamWith(channel, filter, [&](StreamChannel& stream) {
+        return stream.Render().InsertFilter(static_cast<QMRX::Filter::IFilter*>(filter));
     });
 }
 
 uint32_t Corvane_RemoveFilter(void* channel, void* filter) {
-    return OnLiveWith(channel, filter, [&](CChannelLive& live) {
-        live.Render().RemoveFilter(static_cast<QMRX::Filter::IFilter*>(filter));
+    return OnStreamWith(channel, filter, [&](StreamChannel& stream) {
+        stream.Render().RemoveFilter(static_cast<QMRX::Filter::IFilter*>(filter));
     });
 }
 
 uint32_t Corvane_EnableRotateFilter(void* channel, double angle) {
     if (!std::isfinite(angle))
         return Status_InvalidArgument;
-    return OnLive(channel, [&](CChannelLive& live) { return live.Render().EnableRotateFilter(angle); });
+    return OnStream(channel, [&](StreamChannel& stream) { return stream.Render().EnableRotateFilter(angle); });
 }
 
 uint32_t Corvane_SetRotateOption(void* channel, double angle) {
     if (!std::isfinite(angle))
         return Status_InvalidArgument;
-    return OnLive(channel, [&](CChannelLive& live) { return live.Render().SetRotateOption(angle); });
+    return OnStream(channel, [&](StreamChannel& stream) { return stream.Render().SetRotateOption(angle); });
 }
 
 uint32_t Corvane_DisableRotateFilter(void* channel) {
-    return OnLive(channel, [](CChannelLive& live) { live.Render().DisableRotateFilter(); });
+    return OnStream(channel, [](StreamChannel& stream) { stream.Render().DisableRotateFilter(); });
 }
 
 }    // extern "C"

@@ -3,9 +3,11 @@
 
 #include <cstdint>
 #include <new>
+#include <type_traits>
+#include <utility>
 
 #include "base/Status.h"
-#include "channels/ChannelLive.h"
+#include "channels/StreamChannel.h"
 
 namespace corvane {
 
@@ -22,23 +24,35 @@ uint32_t Guard(Body&& body) noexcept {
     return static_cast<uint32_t>(status);
 }
 
-// Runs `body` on a live (or playback) channel. Callees without a result give Status::Ok.
-template <typename Body>
-uint32_t OnLive(void* channel, Body&& body) noexcept {
+// Runs `body` on the channel of a handle, as the first of these classes that it is; Status::WrongChannelType where it
+// is none of them. The only place that takes a handle for what it is. Callees without a result give Status::Ok.
+template <typename... Classes, typename Body>
+uint32_t OnChannel(void* handle, Body&& body) noexcept {
     return Guard([&] {
-        if (channel == nullptr)
+        if (handle == nullptr)
             return Status::InvalidArgument;
-        auto* const any = static_cast<IChannel*>(channel);
-        if (any->GetChannelType() != ChannelType::Live && any->GetChannelType() != ChannelType::Playback)
-            return Status::WrongChannelType;
-        auto& live = static_cast<CChannelLive&>(*any);
-        if constexpr (std::is_void_v<decltype(body(live))>) {
-            body(live);
-            return Status::Ok;
-        } else {
-            return body(live);
-        }
+        auto* const any = static_cast<IChannel*>(handle);
+        Status status = Status::WrongChannelType;
+        const auto tryAs = [&]<typename Class>() {
+            auto* const channel = dynamic_cast<Class*>(any);
+            if (channel == nullptr)
+                return false;
+            if constexpr (std::is_void_v<decltype(body(*channel))>) {
+                body(*channel);
+                status = Status::Ok;
+            } else {
+                status = body(*channel);
+            }
+            return true;
+        };
+        (void)(tryAs.template operator()<Classes>() || ...);
+        return status;
     });
+}
+
+template <typename Body>
+uint32_t OnStream(void* channel, Body&& body) noexcept {
+    return OnChannel<StreamChannel>(channel, std::forward<Body>(body));
 }
 
 }    // namespace corvane

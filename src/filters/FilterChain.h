@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/AlignedBuffer.h"
+#include "base/PictureView.h"
 #include "corvane/corvane.h"
 #include "corvane/decoder.h"
 #include "corvane/filter.h"
@@ -71,6 +72,9 @@ private:
 
 // Lays a picture out over a block of memory. PF_YV12 becomes PF_I420 with exchanged plane pointers.
 void FillPicture(QMRX::Filter::Picture& picture, uint8_t* buffer, uint32_t stride, uint32_t height, uint32_t format);
+
+// The same as a view: with the top row first, also where `format` is one of those whose bottom row is first in memory.
+PictureView LayOut(uint8_t* buffer, uint32_t stride, PictureSize size, uint32_t format);
 
 // Row bytes and whole size of a picture that this library allocates. 0 for an unknown format or a size beyond the
 // limits.

@@ -59,6 +59,22 @@ void FillPicture(QMRX::Filter::Picture& picture, uint8_t* buffer, uint32_t strid
     picture.format = PF_I420;
 }
 
+PictureView LayOut(uint8_t* buffer, uint32_t stride, PictureSize size, uint32_t format) {
+    QMRX::Filter::Picture picture;
+    FillPicture(picture, buffer, stride, size.height, format);
+    PictureView view{.size = size, .format = picture.format};
+    for (int i = 0; i < 3; ++i) {
+        view.plane[i] = picture.plane[i];
+        view.stride[i] = picture.stride[i];
+    }
+    if (format == PF_BGR24_FLIP || format == PF_BGRA32_FLIP) {
+        view.plane[0] += view.stride[0] * (static_cast<ptrdiff_t>(size.height) - 1);
+        view.stride[0] = -view.stride[0];
+        view.format = format == PF_BGR24_FLIP ? uint32_t{PF_BGR24} : uint32_t{PF_BGRA32};
+    }
+    return view;
+}
+
 uint32_t RowBytes(uint32_t format, uint32_t width) {
     return width > limits::kMaxPictureSide ? 0 : static_cast<uint32_t>(AlignedRowBytes(format, width));
 }

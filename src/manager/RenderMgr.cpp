@@ -10,9 +10,7 @@ namespace corvane {
 
 namespace {
 
-constexpr int kAttempts = 2;              // of a pass to prepare for the window as it is
-constexpr int64_t kTick = 500'000'000;    // ns: how long a push may wait, and the step of the waiting picture
-constexpr std::chrono::milliseconds kLatchLimit(20);    // how long a push waits for the picture before it to be taken
+constexpr int64_t kTakenLimit = 500'000'000;    // ns: how long a picture waits until the one before is taken
 
 // The size that a frame is shown at: as it states it, as decoded where it states nothing; line-doubled for half-height
 // pictures of the H.263 family.
@@ -26,10 +24,10 @@ PictureSize ShownSize(const MediaFrameImpl& frame, const DecodedFrame& decoded) 
     return size;
 }
 
-RenderInfo StartInfo(uint32_t flags) {
-    RenderInfo info;
-    info.flags = flags;
-    return info;
+PresentSettings WithFlags(uint32_t flags) {
+    PresentSettings settings;
+    settings.flags = flags;
+    return settings;
 }
 
 uint32_t RoundedUpToEven(uint32_t value) {
@@ -38,55 +36,67 @@ uint32_t RoundedUpToEven(uint32_t value) {
 
 }    // namespace
 
-// Lends the current renderer's buffer; a renderer that has none is replaced by the next of the chain.
+// Lends the current renderer's buffer; a renderer that has none is replaced by the one that follows it. What was
+// committed is in `picture`.
 class CRenderMgr::RendererTarget final : public PictureTarget {
 public:
-    RendererTarget(RendererSlot& slot, RendererPtr renderer, const RenderInfo& info)
-        : m_slot(slot), m_renderer(std::move(renderer)), m_info(info) {}
+    RendererTarget(CRenderMgr& manager, const PresentSettings& settings, FinishedPicture& picture)
+        : m_manager(manager), m_settings(settings), m_seat(manager.m_slot.Current()), m_picture(picture) {}
+
+    const RendererTraits& Traits() const { return m_seat.renderer->Traits(); }
+    uint32_t FormatFor(uint32_t preferred) const override { return m_seat.renderer->FormatFor(preferred); }
+
+    bool Take(const DecodedFrame& decoded) override {
+        if (!Traits().takesReferences || !m_seat.renderer->TakesReference(decoded))
+            return false;
+        m_picture.pixels.emplace<SharedPicture>(decoded);
+        m_picture.madeFor = m_seat.id;
+        return true;
+    }
 
     PictureLease Lend(uint32_t width, uint32_t height, uint32_t preferredFormat) override {
         if (!limits::FitsPicture(width, height))
             return PictureLease();    // no renderer has such a buffer: none of them has failed
         for (;;) {
-            uint8_t* buffer = nullptr;
-            uint32_t stride = 0;
-            uint32_t format = preferredFormat;
-            if (m_renderer->GetBuffer(width, height, &buffer, &stride, &format) >= 0)
-                return PictureLease(this, buffer, stride, format);
-            if (!m_slot.ReplaceFailed(m_renderer, m_info))
+            if (!m_seat.renderer->HasFreeBuffer() && m_manager.m_mailbox.TakeBack())
+                m_manager.m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
+            m_lent = m_seat.renderer->Lend({width, height}, preferredFormat);
+            if (m_lent)
+                return PictureLease(this, m_lent.Slot().data, m_lent.Slot().stride, m_lent.Slot().format);
+            if (!m_manager.m_slot.ReplaceFailed(m_seat, m_settings))
                 return PictureLease();
-            m_renderer = m_slot.Current();
+            m_seat = m_manager.m_slot.Current();
         }
     }
 
-    bool Take(const DecodedFrame& picture) override { return m_renderer->TakePicture(picture); }
-
 private:
     void Finish(bool commit) override {
-        if (commit)
-            m_renderer->Commit();
+        if (commit) {
+            m_picture.pixels = std::move(m_lent);
+            m_picture.madeFor = m_seat.id;
+        }
+        m_lent = LentBuffer();
     }
-    void TakeBack() override { m_renderer->TakeBack(); }
 
-    RendererSlot& m_slot;
-    RendererPtr m_renderer;
-    const RenderInfo& m_info;
+    CRenderMgr& m_manager;
+    const PresentSettings& m_settings;
+    RendererSlot::Seat m_seat;
+    FinishedPicture& m_picture;
+    LentBuffer m_lent;
 };
 
-CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Clock& clock, const RendererMakers& makers)
+CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Clock& clock, RendererMakers makers)
     : m_clock(clock),
       m_counters(clock),
-      m_info(StartInfo(flags)),
-      m_chainSettings(std::make_shared<const ChainSettings>()),
-      m_slot(this, StartInfo(flags), makers),
+      m_settings(std::make_shared<const PresentSettings>(WithFlags(flags))),
+      m_slot(this, *m_settings, makers),
       m_sinks(this),
       m_statePicture(clock),
       m_window(WindowWatch::Open(window, WindowWatch::Purpose::Draw), this) {
     {
+        const WindowWatchPtr watch = m_window.Watch();
         MutexLock lock(m_lock);    // the watch may tell of changes already
-        m_info.window = m_window.Watch();
-        m_info.sinks = &m_sinks;
-        m_info.textFresh = &m_textFresh;
+        ChangeSettings([&](PresentSettings& settings) { settings.window = watch; });
     }
     m_thread = Thread("corvane-render", owner, [this] { RenderLoop(); });
 }
@@ -100,94 +110,96 @@ void CRenderMgr::End() {
         return;
     {
         MutexLock lock(m_lock);
-        m_ending = true;
-        WakeLocked();
+        m_schedule.OnEnd();
+        m_due.NotifyAll();
     }
+    m_mailbox.Interrupt();
     m_thread.Join();
+}
+
+PresentSettingsPtr CRenderMgr::Settings() const {
+    MutexLock lock(m_lock);
+    return m_settings;
 }
 
 // ---- The worker's side ----
 
-CRenderMgr::PicturePlan CRenderMgr::Plan() const {
-    MutexLock lock(m_lock);
-    return {m_info, m_chainSettings, m_angle, m_rawMaxWidth, m_rawMaxHeight};
-}
-
-void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait) NO_THREAD_SAFETY_ANALYSIS {
+void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait) {
     CountAtEnd fate(m_counters, Counter::PicturesLost, CORVANE_CAUSE_OUT_OF_MEMORY);
-    m_chain.UpdateDewarp(*frame);
+    m_run.Follow(*frame);
     const PictureSize size = ShownSize(*frame, decoded);
     ReportFrame(*frame, size);
     if (wait)
-        AwaitLatch();
+        (void)m_mailbox.AwaitTaken(kTakenLimit);    // the newest picture counts, in time or not
+    FinishedPicture picture{.frame = frame};
     {
-        TryExclusiveLock picture(m_pictureLock, wait ? std::chrono::nanoseconds(kTick) : std::chrono::nanoseconds(0));
-        if (!picture)
-            return fate.Is(Counter::PicturesLost, CORVANE_CAUSE_REPLACED);
         CallGate::Scope call(m_filterCalls);
-        const PicturePlan plan = Plan();
-        RendererPtr renderer = m_slot.Current();
-        const RendererType type = renderer->GetType();
-        const PictureSize target = TargetSize(plan, type, size);
-        RendererTarget lender(m_slot, std::move(renderer), plan.info);
-        const CarryResult carried = CarryPicture(lender, m_chain, *plan.chain, Rotation(plan.angle), *frame, decoded,
-                                                 target.width, target.height);
+        const PresentSettingsPtr settings = Settings();
+        RendererTarget target(*this, *settings, picture);
+        const PictureRequest request{.frame = *frame,
+                                     .decoded = decoded,
+                                     .size = TargetSize(*settings, target.Traits(), size),
+                                     .angle = settings->angle};
+        const RunResult carried = m_run.Carry(request, settings->chain, target);
         if (carried.smoothing != Smoothing::None)
             m_counters.Add(carried.smoothing == Smoothing::Done ? Counter::PicturesSmoothed
                                                                 : Counter::PicturesRefusedSmoothing);
         if (carried.Lost())
-            return fate.Is(Counter::PicturesLost, carried.fate == CarryResult::Fate::LostNotRotatable
+            return fate.Is(Counter::PicturesLost, carried.fate == RunResult::Fate::LostNotRotatable
                                                       ? CORVANE_CAUSE_NOT_ROTATABLE
                                                       : CORVANE_CAUSE_NO_BUFFER);
-        fate.IsNothing();
-        m_committed = frame;
-        Store(frame, size);
     }
-    m_frameReady.NotifyAll();    // not sooner: the render thread would wait for these locks
+    fate.IsNothing();
+    Post(picture, size);
     SendFallbackEvent();
 }
 
-// A picture that the render thread was woken for is not overwritten before it had its turn. A present that goes on, a
-// client's callback say, is not waited for.
-void CRenderMgr::AwaitLatch() {
-    const auto deadline = std::chrono::steady_clock::now() + kLatchLimit;
-    MutexLock lock(m_lock);
-    while (m_unlatched && !m_presenting && m_latched.WaitOnce(lock, deadline)) {
+// The picture, its frame and the state become one at once. What was replaced is destroyed by the caller.
+void CRenderMgr::Post(FinishedPicture& picture, PictureSize size) {
+    {
+        MutexLock lock(m_lock);
+        m_frame = picture.frame;
+        m_frameSize = size;
+        m_schedule.OnPosted();
+        if (m_mailbox.Post(picture))
+            m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
     }
+    m_due.NotifyAll();    // not sooner: the render thread would wait for the lock
 }
 
 void CRenderMgr::ReportFrame(const MediaFrameImpl& frame, PictureSize size) {
-    PicturePlan plan = Plan();
+    PresentSettingsPtr settings;
     FramePtr previous;
     bool resized;
     bool dirty;
     {
         MutexLock lock(m_lock);
+        settings = m_settings;
         previous = m_frame;
         resized = m_frame != nullptr && m_frameSize != size;
-        dirty = std::exchange(m_infoUnsent, false);    // what is set while the callback runs counts for the next frame
+        dirty = m_schedule.TakeUnsent();    // what is set while the callback runs counts for the next frame
     }
-    if (plan.info.streamInfo == nullptr)
+    if (settings->streamInfo == nullptr)
         return;
     PictureSize shown = size;
-    (void)m_chain.OutputSize(&shown.width, &shown.height);
-    if (const RotateFilter* rotate = Rotation(plan.angle))
-        rotate->OutputSize(shown.width, shown.height, &shown.width, &shown.height);
-    ReportStreamInfo(plan.info.streamInfo, plan.info.streamInfoContext, frame, previous.get(), resized, dirty, shown);
+    (void)m_run.OutputSize(shown);
+    shown = m_run.RotatedSize(shown, settings->angle);
+    ReportStreamInfo(settings->streamInfo, settings->streamInfoContext, frame, previous.get(), resized, dirty, shown);
 }
 
-PictureSize CRenderMgr::TargetSize(const PicturePlan& plan, RendererType type, PictureSize size) const {
-    if (type == RendererType::OffScreen) {
-        if (plan.rawMaxWidth == 0 || plan.rawMaxHeight == 0)
+PictureSize CRenderMgr::TargetSize(const PresentSettings& settings, const RendererTraits& traits,
+                                   PictureSize size) const {
+    if (!traits.needsWindow) {
+        if (settings.rawMost.Empty())
             return size;
-        return {std::min(size.width, RoundedUpToEven(plan.rawMaxWidth)),
-                std::min(size.height, RoundedUpToEven(plan.rawMaxHeight))};
+        return {std::min(size.width, RoundedUpToEven(settings.rawMost.width)),
+                std::min(size.height, RoundedUpToEven(settings.rawMost.height))};
     }
-    // The plain renderer never converts a picture at more than twice the window's size; smaller reductions are left to
-    // it. The default one scales by itself, and takes whole pictures by reference.
-    if (type != RendererType::Gdi || plan.info.area.zoomEnabled != 0 || plan.angle || plan.info.window == nullptr)
+    // A renderer that does not scale well never gets a picture at more than twice the window's size; smaller reductions
+    // are left to it.
+    if (traits.scalesItself || settings.area.zoomEnabled != 0 || settings.angle || settings.window == nullptr)
         return size;
-    const std::optional<Rect> window = plan.info.window->ScreenRect();
+    const std::optional<Rect> window = settings.window->ScreenRect();
     if (!window || window->Width() < 2 || window->Height() < 2)
         return size;
     const PictureSize even{RoundedUpToEven(static_cast<uint32_t>(window->Width())),
@@ -195,43 +207,18 @@ PictureSize CRenderMgr::TargetSize(const PicturePlan& plan, RendererType type, P
     return even.width <= size.width / 2 && even.height <= size.height / 2 ? even : size;
 }
 
-RotateFilter* CRenderMgr::Rotation(const std::optional<double>& angle) {
-    if (!angle) {
-        m_rotate.reset();
-    } else if (m_rotate == nullptr) {
-        m_rotate = std::make_unique<RotateFilter>(*angle);
-        m_rotateAngle = *angle;
-    } else if (m_rotateAngle != *angle) {
-        m_rotate->SetAngle(*angle);
-        m_rotateAngle = *angle;
-    }
-    return m_rotate.get();
-}
-
-void CRenderMgr::Store(const FramePtr& frame, PictureSize size) {
-    MutexLock lock(m_lock);
-    m_frame = frame;
-    m_frameSize = size;
-    m_info.forceRedraw |= m_state != RenderState::Playing;    // the state's picture lies where margins and text go
-    m_state = RenderState::Playing;
-    m_unlatched = true;
-    if (std::exchange(m_untaken, true))
-        m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
-    ++m_generation;
-}
-
 void CRenderMgr::SendFallbackEvent() {
     if (!m_slot.TakeFallbackEvent())
         return;
-    const PicturePlan plan = Plan();
-    if (plan.info.streamInfo != nullptr)
-        plan.info.streamInfo(plan.info.streamInfoContext, 9, 2, 0);
+    const PresentSettingsPtr settings = Settings();
+    if (settings->streamInfo != nullptr)
+        settings->streamInfo(settings->streamInfoContext, 9, 2, 0);
 }
 
 void CRenderMgr::SendDecoderKind(uint32_t kind) {
-    const PicturePlan plan = Plan();
-    if (plan.info.streamInfo != nullptr)
-        plan.info.streamInfo(plan.info.streamInfoContext, 13, kind, 0);
+    const PresentSettingsPtr settings = Settings();
+    if (settings->streamInfo != nullptr)
+        settings->streamInfo(settings->streamInfoContext, 13, kind, 0);
 }
 
 void CRenderMgr::InputAudio(const FramePtr& frame, bool mix, bool show) {
@@ -241,205 +228,200 @@ void CRenderMgr::InputAudio(const FramePtr& frame, bool mix, bool show) {
     MutexLock lock(m_lock);
     if (m_frame != nullptr && m_frame->Header().timeSeconds == frame->Header().timeSeconds)
         return;
-    m_frame = frame;
-    m_frameSize = {};
-    m_state = RenderState::AudioOnly;
-    WakeLocked();
+    SetState(RenderState::AudioOnly, frame);
 }
 
 void CRenderMgr::ShowTimeOnly(const FramePtr& frame) {
     MutexLock lock(m_lock);
+    SetState(RenderState::TimeOnly, frame);
+}
+
+void CRenderMgr::SetState(RenderState state, const FramePtr& frame) {
     m_frame = frame;
     m_frameSize = {};
-    m_state = RenderState::TimeOnly;
-    WakeLocked();
+    m_schedule.OnState(state);
+    m_mailbox.Interrupt();
+    m_due.NotifyAll();
 }
 
 // ---- The render thread ----
 
-void CRenderMgr::WakeLocked() {
-    ++m_generation;
-    m_frameReady.NotifyAll();
-}
-
 void CRenderMgr::RenderLoop() {
-    uint64_t seen = UINT64_MAX;    // the first turn counts as woken
-    bool inTime = true;
-    int64_t deadline = 0;
     for (;;) {
-        RenderState state;
-        bool tidyUp;
-        bool woken;
-        bool room;
+        PassSchedule::Due due = AwaitDue();
+        if (due.end)
+            break;
         bool spare = false;    // memory that goes back after a while
-        {
-            MutexLock lock(m_lock);
-            if (m_ending)
-                break;
-            woken = m_generation != seen;
-            seen = m_generation;
-            state = m_state;
-            tidyUp = std::exchange(m_tidyUp, false);
-            room = std::exchange(m_sinkRoom, false);
-            if (state != RenderState::Playing) {    // nobody will take it
-                m_unlatched = false;
-                if (std::exchange(m_untaken, false))
-                    m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
-            }
-        }
         try {
-            if (tidyUp)
-                TidyUp();
-            if (room)
-                woken |= m_sinks.Resume();
-            if (state == RenderState::Playing && woken)
-                PresentPass(seen);
-            else if (state != RenderState::Playing && (woken || tidyUp || (!inTime && state == RenderState::Waiting)))
-                DrawState();
+            DoWhatIsDue(due);
             spare = m_sinks.Trim();
         } catch (...) {    // no memory for another renderer, or a callback that threw: this present is lost
         }
-        const bool ticking = state == RenderState::Playing || state == RenderState::Waiting || spare;
-        if (woken || tidyUp || !inTime)
-            deadline = m_clock.Now() + kTick;
         MutexLock lock(m_lock);
-        m_presenting = false;
-        inTime = true;
-        while (m_generation == seen && !m_ending && !m_tidyUp && !m_sinkRoom && inTime) {
-            if (ticking)
-                inTime = m_clock.WaitUntil(m_frameReady, lock, deadline);
-            else
-                m_frameReady.WaitOnce(lock);
-        }
+        m_schedule.SetSpare(spare, m_clock.Now());
     }
+    m_kept = {};
     m_slot.DestroyAll();
     (void)m_sinks.Main(nullptr);
     (void)m_sinks.Overview(nullptr);
 }
 
+PassSchedule::Due CRenderMgr::AwaitDue() {
+    FinishedPicture before;    // destroyed with no lock held
+    MutexLock lock(m_lock);
+    for (;;) {
+        const int64_t now = m_clock.Now();
+        if (m_schedule.IsDue(now)) {
+            // Outside of Playing nobody takes a picture. Under the lock that Post takes as well: a picture that comes
+            // from here on is of the next turn.
+            const PassSchedule::Due due = m_schedule.Take(now);
+            if ((due.state != RenderState::Playing || due.end) && m_mailbox.Take(m_kept, before))
+                m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
+            return due;
+        }
+        if (m_schedule.WakeAt() == PassSchedule::kNever)
+            m_due.WaitOnce(lock);
+        else
+            (void)m_clock.WaitUntil(m_due, lock, m_schedule.WakeAt());
+    }
+}
+
+void CRenderMgr::DoWhatIsDue(PassSchedule::Due& due) {
+    if (due.tidy)
+        TidyUp();
+    if (due.room && m_sinks.Resume()) {
+        MutexLock lock(m_lock);
+        m_schedule.OnSinkReady();
+        due.draw = true;
+    }
+    if (due.state != RenderState::Playing)
+        m_kept = {};
+    if (!due.draw)
+        return;
+    if (due.state == RenderState::Playing)
+        PresentPass();
+    else
+        DrawState();
+}
+
 // Renderers that were replaced, and the way to a window that was given up, end here, on their thread.
 void CRenderMgr::TidyUp() {
-    {
-        SharedLock picture(m_pictureLock);
-        m_slot.DestroyRetired();
-    }
-    const PicturePlan plan = Plan();
-    (void)m_sinks.Main(plan.info.window);
-    if (plan.info.area.overviewEnabled == 0 || plan.info.overviewWindow == nullptr)
+    m_slot.DestroyRetired();
+    const PresentSettingsPtr settings = Settings();
+    (void)m_sinks.Main(settings->window);
+    if (settings->area.overviewEnabled == 0 || settings->overviewWindow == nullptr)
         (void)m_sinks.Overview(nullptr);
 }
 
 void CRenderMgr::DrawState() {
     CallGate::Scope call(m_renderCalls);
-    RenderInfo info;
+    PresentSettingsPtr settings;
     FramePtr frame;
     BitmapPtr logo;
     StatePicture::Look look;
     {
         MutexLock lock(m_lock);
-        info = m_info;
+        settings = m_settings;
         frame = m_frame;
         look.frame = frame.get();
-        switch (m_state) {
-        case RenderState::Stopped:
-            look.flags = CORVANE_OSD_STOPPED | CORVANE_OSD_FRESH;
-            logo = m_logo;
-            look.logo = logo.get();
-            break;
-        case RenderState::Waiting:
-            look.flags = CORVANE_OSD_WAITING;
-            look.wallTime = true;
-            look.counter = m_waitCounter;
-            m_waitCounter = (m_waitCounter + 1) % 10;
-            break;
-        case RenderState::AudioOnly:
-            look.flags = CORVANE_OSD_AUDIO_ONLY;
-            break;
-        case RenderState::TimeOnly:
-            look.flags = CORVANE_OSD_TIME_ONLY;
-            look.wallTime = true;
-            break;
-        case RenderState::Idle:
-        case RenderState::Playing:    // since the wake-up, and woken again
+        if (!TellState(look, logo))
             return;
-        }
     }
-    const RendererPtr renderer = m_slot.Current();
-    if (look.flags == CORVANE_OSD_AUDIO_ONLY && renderer->GetType() == RendererType::OffScreen)
-        renderer->NotifyAudioOnly(frame, info);
+    Pass pass{.settings = *settings, .sinks = m_sinks, .mailbox = &m_mailbox};
+    const RendererPtr renderer = m_slot.Current().renderer;
+    if (look.flags == CORVANE_OSD_AUDIO_ONLY && !renderer->Traits().needsWindow)
+        renderer->NotifyAudioOnly(frame.get(), pass);
     else
-        m_statePicture.Draw(info, look);
+        m_statePicture.Draw(pass, look);
 }
 
-void CRenderMgr::PresentPass(uint64_t& seen) {
+// What the picture of the state looks like; false where it has none.
+bool CRenderMgr::TellState(StatePicture::Look& look, BitmapPtr& logo) {
+    switch (m_schedule.State()) {
+    case RenderState::Stopped:
+        look.flags = CORVANE_OSD_STOPPED | CORVANE_OSD_FRESH;
+        logo = m_logo;
+        look.logo = logo.get();
+        return true;
+    case RenderState::Waiting:
+        look.flags = CORVANE_OSD_WAITING;
+        look.wallTime = true;
+        look.counter = m_schedule.TakeWaitCounter();
+        return true;
+    case RenderState::AudioOnly:
+        look.flags = CORVANE_OSD_AUDIO_ONLY;
+        return true;
+    case RenderState::TimeOnly:
+        look.flags = CORVANE_OSD_TIME_ONLY;
+        look.wallTime = true;
+        return true;
+    case RenderState::Idle:
+    case RenderState::Playing:    // since the wake-up, and woken again
+        break;
+    }
+    return false;
+}
+
+void CRenderMgr::PresentPass() {
     CallGate::Scope call(m_renderCalls);
     m_statePicture.Free();
-    Pass pass;
-    for (int left = kAttempts; left > 0; --left) {
-        pass.renderer = m_slot.Current();
-        {
-            MutexLock lock(m_lock);
-            pass.info = m_info;
-            pass.redraws = m_redraws;
-        }
-        pass.renderer->Prepare(pass.info);
-        if (LatchPicture(pass, seen, left == 1))
-            break;
-    }
-    if (pass.frame == nullptr)
+    m_slot.DestroyRetired();
+    PresentSettingsPtr settings;
+    const std::optional<PassFlags> flags = TakePicture(settings);
+    if (!flags)
         return;
-    const RenderInfo& info = pass.info;
-    if (pass.fresh)
-        m_tally.Begin(pass.frame->ArrivedAt());
+    const RendererSlot::Seat seat = m_slot.Current();
+    if (!MatchPicture(seat.id))
+        m_kept.pixels = std::monostate();    // those of another renderer
+    Pass pass{.settings = *settings, .sinks = m_sinks, .mailbox = &m_mailbox, .flags = *flags};
     const int64_t begun = m_clock.Now();    // the client's callback takes the time that it takes
-    const Outcome outcome = pass.renderer->Present(&pass.frame, &info);
-    m_tally.Note(outcome, info, outcome == Outcome::HandedOver ? begun : m_clock.Now());
+    const Outcome outcome = seat.renderer->Present(m_kept, pass);
+    m_tally.Note(outcome, *settings, outcome == Outcome::HandedOver ? begun : m_clock.Now());
+    {
+        MutexLock lock(m_lock);
+        m_schedule.EndPass(pass);
+    }
     if (outcome == Outcome::Failed) {
-        (void)m_slot.ReplaceFailed(pass.renderer, info);
+        (void)m_slot.ReplaceFailed(seat, *settings);
         return;
     }
-    if (info.afterDisplay != nullptr) {    // whether something was put or not
-        const MediaFrameImpl& frame = *pass.frame;
-        const AfterDisplayRecord record{0, 0, &frame.Header(), frame.PresentTime(), frame.BaseTime()};
-        info.afterDisplay(info.afterDisplayContext, &record);
-    }
+    AfterDisplay(pass);    // whether something was put or not
     // Deliveries of raw pictures follow here.
 }
 
-// False when what was prepared is not what is to be shown any more: another renderer, another window, or the same
-// window with a news that this pass must not swallow. The last attempt of a pass shows what is prepared where it can,
-// so that a window that changes all the time shows pictures, and the news calls for one more pass.
-bool CRenderMgr::LatchPicture(Pass& pass, uint64_t& seen, bool last) {
-    SharedLock picture(m_pictureLock);
-    m_slot.DestroyRetired();
-    {
-        MutexLock lock(m_lock);
-        m_unlatched = false;
-        m_presenting = true;
-        m_latched.NotifyAll();
-        if (m_state != RenderState::Playing || m_ending)
-            return true;    // changed since the wake-up, and woken again
-        const bool other = m_slot.Current() != pass.renderer || m_info.window != pass.info.window ||
-                           m_info.overviewWindow != pass.info.overviewWindow;
-        const bool news = other || m_redraws != pass.redraws;
-        if (news && !last)
-            return false;
-        // What was committed until now is latched here: it must not wake the thread once more.
-        seen = news ? m_generation - 1 : m_generation;
-        if (other)
-            return true;
-        pass.info = m_info;
-        if (!news)
-            m_info.forceRedraw = m_info.osdPolicy == kOsdAlways;
-        if (!m_infoUnsent && m_info.presentEnabled)
-            m_textFresh |= std::exchange(m_info.infoDirty, false);    // this present is the one that sees it
-        if (m_info.osd == nullptr)
-            m_textFresh = false;
-        pass.fresh = std::exchange(m_untaken, false);
+// Takes the newest picture, where there is one, and begins a pass with it or with the last one. No value where there is
+// nothing to present.
+std::optional<PassFlags> CRenderMgr::TakePicture(PresentSettingsPtr& settings) {
+    FinishedPicture before;    // destroyed with no lock held
+    MutexLock lock(m_lock);
+    if (m_schedule.State() != RenderState::Playing)
+        return std::nullopt;    // changed since the wake-up, and woken again
+    m_fresh = m_mailbox.Take(m_kept, before);
+    settings = m_settings;
+    const std::optional<PassFlags> flags = m_schedule.BeginPass(m_fresh, settings->osdPolicy == kOsdAlways,
+                                                                settings->presentEnabled, settings->osd != nullptr);
+    return m_kept.frame != nullptr ? flags : std::nullopt;
+}
+
+// Whether this renderer may show the kept picture; counts a fresh one as taken, or as lost.
+bool CRenderMgr::MatchPicture(RendererId id) {
+    const bool shows = m_kept.madeFor == id;
+    if (std::exchange(m_fresh, false)) {
+        if (shows)
+            m_tally.Begin(m_kept.frame->ArrivedAt());
+        else
+            m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
     }
-    pass.frame = m_committed;
-    pass.renderer->Latch(pass.info);
-    return true;
+    return shows;
+}
+
+void CRenderMgr::AfterDisplay(Pass& pass) {
+    if (pass.settings.afterDisplay == nullptr)
+        return;
+    const MediaFrameImpl& frame = *m_kept.frame;
+    const AfterDisplayRecord record{0, 0, &frame.Header(), frame.PresentTime(), frame.BaseTime()};
+    const PictureMailbox::ClientCall call(&m_mailbox);
+    pass.settings.afterDisplay(pass.settings.afterDisplayContext, &record);
 }
 
 }    // namespace corvane

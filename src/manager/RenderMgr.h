@@ -1,19 +1,10 @@
 // The window side of a channel: takes decoded pictures from the worker, carries them into the renderer's buffer, and
-// presents them on its render thread. A thin coordinator over the renderer slot, the chain and the display settings.
+// presents them on its render thread. A thin coordinator over the mailbox, the schedule, the renderer slot, the chain
+// and the settings.
 //
-//   state       left by                                  render thread
-//   Stopped     PresentFrame, Stop(waiting), audio       logo, else background and text
-//   Waiting     PresentFrame, ResetToStopped, audio      background and text, every 500 ms
-//   Playing     Stop(waiting), ResetToStopped, audio     presents once for each wake-up
-//   AudioOnly   PresentFrame, Stop(waiting)              background and text; notifies an off-screen renderer instead
-//   TimeOnly    PresentFrame, Stop(waiting)              background and text
-//   Idle        PresentFrame, Stop(waiting)              sleeps
-//
-// Locks, in their order: m_windowLock, then m_pictureLock, m_lock, the renderer slot's. m_pictureLock is held
-// exclusively by the worker while it fills the lent buffer, client filters included, and shared by the render thread
-// while it latches: no setter takes it, so a filter may call any of them. m_windowLock makes changes of windows follow
-// one another; the thread that tells of a window's changes never takes it. No lock is held across any other client
-// callback, nor while the window system is asked for anything.
+// Locks, in their order: m_windowLock, m_lock, then those of mailbox, slot and sinks. m_lock is held for a few
+// assignments, never while anything is converted, drawn or put, nor while a client is called: so a client's callback
+// may call any setter. m_windowLock makes changes of windows follow one another.
 #pragma once
 
 #include <cstdint>
@@ -26,20 +17,19 @@
 #include "base/Status.h"
 #include "base/Thread.h"
 #include "corvane/decoder.h"
-#include "filters/FilterChain.h"
-#include "filters/RotateFilter.h"
 #include "frame/ChannelCounters.h"
 #include "frame/MediaFrameImpl.h"
+#include "manager/PassSchedule.h"
 #include "manager/RendererSlot.h"
 #include "manager/ShownTally.h"
 #include "manager/StatePicture.h"
 #include "manager/StreamInfo.h"
 #include "platform/Clock.h"
-#include "present/RenderInfo.h"
+#include "present/PictureMailbox.h"
+#include "present/PictureRun.h"
+#include "present/PresentSettings.h"
 
 namespace corvane {
-
-enum class RenderState : uint32_t { Idle = 0, AudioOnly = 1, Stopped = 2, Waiting = 3, TimeOnly = 4, Playing = 5 };
 
 // A window in use: its changes are told to the listener as long as this lives.
 class WindowUse {
@@ -72,7 +62,7 @@ public:
     // Starts the render thread, which works for `owner` (the channel's handle). Raises std::bad_alloc and
     // std::system_error; nothing is left then.
     CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Clock& clock = Clock::System(),
-               const RendererMakers& makers = RendererMakers::Built());
+               RendererMakers makers = BuiltRenderers());
     ~CRenderMgr();    // ends
     CRenderMgr(const CRenderMgr&) = delete;
     CRenderMgr& operator=(const CRenderMgr&) = delete;
@@ -81,9 +71,12 @@ public:
 
     // ---- From the worker ----
 
-    // Reports the frame, carries its picture to the renderer and wakes the render thread. A busy manager is waited for,
-    // at most 500 ms and only with `wait`; the picture is lost otherwise. What becomes of the picture is counted.
+    // Reports the frame, makes its picture for the renderer and wakes the render thread. With `wait` it waits before
+    // that until the render thread has taken the picture before, at most 500 ms; then, and without `wait`, this picture
+    // takes the place of one that was not taken. What becomes of the picture is counted.
     void PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait);
+    // Any thread: ends that wait.
+    void WakeWorker() { m_mailbox.Interrupt(); }
     // Sound enters here (`mix`: it is to be heard). With `show` and a new second of wall-clock time the state becomes
     // AudioOnly.
     void InputAudio(const FramePtr& frame, bool mix, bool show);
@@ -102,13 +95,13 @@ public:
     void SetWindow(WindowWatchPtr window);
     void SetStreamInfo(CorvaneStreamInfoCallback callback, void* context);    // before the channel starts
     void SetOsd(CorvaneOsdCallback callback, void* context);
-    void SetBackground(uint32_t color) { SetInfo(&RenderInfo::background, color); }
-    void SetPresentEnabled(bool enabled) { SetInfo(&RenderInfo::presentEnabled, enabled); }
-    void SetFullWindow(bool on) { SetInfo(&RenderInfo::fullWindow, on); }
-    void SetNoBorder(bool on) { SetInfo(&RenderInfo::noBorder, on); }
+    void SetBackground(uint32_t color) { SetField(&PresentSettings::background, color); }
+    void SetPresentEnabled(bool enabled) { SetField(&PresentSettings::presentEnabled, enabled); }
+    void SetFullWindow(bool on) { SetField(&PresentSettings::fullWindow, on); }
+    void SetNoBorder(bool on) { SetField(&PresentSettings::noBorder, on); }
     void SetMargin(uint32_t Edges::*edge, uint32_t pixels);
     void SetBorder(const Edges& border);
-    void SetOsdPolicy(uint32_t policy) { SetInfo(&RenderInfo::osdPolicy, policy); }
+    void SetOsdPolicy(uint32_t policy) { SetField(&PresentSettings::osdPolicy, policy); }
     Status SetDisplayArea(const DisplayArea& area, uint32_t mask);
     DisplayArea GetDisplayArea() const;
     // The number of the monitor that shows the window; 0 without one.
@@ -127,8 +120,8 @@ public:
         Rect area;
     };
     PresentRects GetPresentRects(WindowWatch::Size otherwise) const;
-    // A copy of what renderers read.
-    RenderInfo GetRenderInfo() const { return Plan().info; }
+    // What renderers read.
+    PresentSettingsPtr Settings() const;
     RenderState State() const;
     bool HasWindow() const;
     // Of the whole channel: what comes before the manager counts here too.
@@ -148,48 +141,42 @@ public:
     void SetAfterDisplay(CorvaneAfterDisplayCallback callback, void* context);    // waits likewise
 
 private:
-    // What one picture needs of the settings, read under m_lock at once.
-    struct PicturePlan {
-        RenderInfo info;
-        std::shared_ptr<const ChainSettings> chain;
-        std::optional<double> angle;
-        uint32_t rawMaxWidth;
-        uint32_t rawMaxHeight;
-    };
     class RendererTarget;
 
-    PicturePlan Plan() const;
     void ReportFrame(const MediaFrameImpl& frame, PictureSize size);
-    PictureSize TargetSize(const PicturePlan& plan, RendererType type, PictureSize size) const;
-    RotateFilter* Rotation(const std::optional<double>& angle);
-    void Store(const FramePtr& frame, PictureSize size);    // wakes nobody yet
+    PictureSize TargetSize(const PresentSettings& settings, const RendererTraits& traits, PictureSize size) const;
+    void Post(FinishedPicture& picture, PictureSize size);
     void SendFallbackEvent();
 
     void OnWindowChange() noexcept override { RequestRedraw(); }
     void OnSinkReady() noexcept override;
     void OnSinkRoom() noexcept override;
     void SetLogo(BitmapPtr logo);
+    void SetState(RenderState state, const FramePtr& frame) REQUIRES(m_lock);
+    Status ChangeAngle(bool on, std::optional<double> angle);
 
     void RenderLoop();
+    PassSchedule::Due AwaitDue();
+    void DoWhatIsDue(PassSchedule::Due& due);
     void TidyUp();
-    void PresentPass(uint64_t& seen);    // `seen`: the generation that it shows
-    struct Pass {
-        RendererPtr renderer;
-        RenderInfo info;
-        uint64_t redraws = 0;    // m_redraws, as of the preparation
-        bool fresh = false;      // a picture that no pass has taken before
-        FramePtr frame;          // null: nothing to present
-    };
-    bool LatchPicture(Pass& pass, uint64_t& seen, bool last);
+    void PresentPass();
+    std::optional<PassFlags> TakePicture(PresentSettingsPtr& settings);
+    bool MatchPicture(RendererId id);
+    void AfterDisplay(Pass& pass);
     void DrawState();
-    void AwaitLatch();
-    void WakeLocked() REQUIRES(m_lock);
+    bool TellState(StatePicture::Look& look, BitmapPtr& logo) REQUIRES(m_lock);
+
+    // Puts a changed copy of the settings in their place.
     template <typename Change>
-    void ChangeChain(Change change);
+    void ChangeSettings(Change change) REQUIRES(m_lock) {
+        auto next = std::make_shared<PresentSettings>(*m_settings);
+        change(*next);
+        m_settings = std::move(next);
+    }
     template <typename T>
-    void SetInfo(T RenderInfo::*field, T value) {
+    void SetField(T PresentSettings::*field, T value) {
         MutexLock lock(m_lock);
-        m_info.*field = value;
+        ChangeSettings([&](PresentSettings& settings) { settings.*field = value; });
     }
 
     // Constant after construction, or with locks of their own.
@@ -197,39 +184,18 @@ private:
     ChannelCounters m_counters;
     CallGate m_renderCalls;    // picture and after-display callbacks
     CallGate m_filterCalls;
-
-    // Held exclusively by the worker from the lending of a buffer to its commit.
-    SharedMutex m_pictureLock;
-    FramePtr m_committed GUARDED_BY(m_pictureLock);    // the frame of the picture committed last
+    PictureMailbox m_mailbox;
 
     // Only on the worker.
-    FilterChain m_chain;
-    std::unique_ptr<RotateFilter> m_rotate;
-    double m_rotateAngle = 0;
+    PictureRun m_run;
 
-    // Settings and state.
     mutable Mutex m_lock;
-    Condition m_frameReady;
-    RenderInfo m_info GUARDED_BY(m_lock);
-    std::shared_ptr<const ChainSettings> m_chainSettings GUARDED_BY(m_lock);
-    std::optional<double> m_angle GUARDED_BY(m_lock);    // degrees; set while rotation is on
-    uint32_t m_rawMaxWidth GUARDED_BY(m_lock) = 0;
-    uint32_t m_rawMaxHeight GUARDED_BY(m_lock) = 0;
-    RenderState m_state GUARDED_BY(m_lock) = RenderState::Stopped;
+    Condition m_due;    // something is due on the render thread
+    PresentSettingsPtr m_settings GUARDED_BY(m_lock);
+    PassSchedule m_schedule GUARDED_BY(m_lock);
     FramePtr m_frame GUARDED_BY(m_lock);    // last frame shown, or null
     PictureSize m_frameSize GUARDED_BY(m_lock);
-    bool m_infoUnsent GUARDED_BY(m_lock) = false;    // infoDirty, as far as the stream-info codes go
-    uint32_t m_waitCounter GUARDED_BY(m_lock) = 0;
-    uint64_t m_generation GUARDED_BY(m_lock) = 0;    // raised by each wake-up
-    uint64_t m_redraws GUARDED_BY(m_lock) = 0;       // raised when something about the window changed
-    bool m_tidyUp GUARDED_BY(m_lock) = false;        // a renderer or window that was given up waits for its end
-    bool m_sinkRoom GUARDED_BY(m_lock) = false;      // a sink may send more
-    bool m_unlatched GUARDED_BY(m_lock) = false;     // a committed picture that the render thread did not take yet
-    bool m_untaken GUARDED_BY(m_lock) = false;       // a committed picture that no pass has had, for the counters
-    bool m_presenting GUARDED_BY(m_lock) = false;
-    Condition m_latched;    // a picture was taken, or its present goes on
     BitmapPtr m_logo GUARDED_BY(m_lock);
-    bool m_ending GUARDED_BY(m_lock) = false;
 
     RendererSlot m_slot;
 
@@ -237,9 +203,10 @@ private:
     // Only on the render thread.
     StatePicture m_statePicture;
     ShownTally m_tally{m_counters};
-    bool m_textFresh = false;    // no text was drawn since infoDirty
+    FinishedPicture m_kept;    // shown last, for redraws
+    bool m_fresh = false;      // no pass has shown it
 
-    // The windows that m_info names. m_windowLock is taken before m_lock, and never by who tells of their changes.
+    // The windows that m_settings names. m_windowLock is taken before m_lock, and never by who tells of their changes.
     Mutex m_windowLock;
     WindowUse m_window GUARDED_BY(m_windowLock);
     WindowUse m_overviewWindow GUARDED_BY(m_windowLock);

@@ -18,42 +18,32 @@ constexpr std::chrono::milliseconds kGrabLimit(1000);
 
 void CRenderMgr::Stop(bool waiting) {
     MutexLock lock(m_lock);
-    m_info.infoDirty = true;
-    m_infoUnsent = true;
-    if (waiting && m_state != RenderState::Waiting) {
-        m_state = RenderState::Waiting;
-        m_frame.reset();
-        m_waitCounter = 0;
-        WakeLocked();
-    }
+    m_schedule.OnInformation();
+    if (waiting && m_schedule.State() != RenderState::Waiting)
+        SetState(RenderState::Waiting, nullptr);
 }
 
 void CRenderMgr::ResetToStopped() {
     MutexLock lock(m_lock);
-    m_frame.reset();
-    m_state = RenderState::Stopped;
-    WakeLocked();
+    SetState(RenderState::Stopped, nullptr);
 }
 
 void CRenderMgr::RequestRedraw() {
     MutexLock lock(m_lock);
-    if (m_state == RenderState::Playing)
-        m_info.forceRedraw = true;
-    ++m_redraws;
-    WakeLocked();
+    m_schedule.OnRedraw();
+    m_due.NotifyAll();
 }
 
-// What the sink could not take is drawn now; margins and text need nothing.
 void CRenderMgr::OnSinkReady() noexcept {
     MutexLock lock(m_lock);
-    ++m_redraws;
-    WakeLocked();
+    m_schedule.OnSinkReady();
+    m_due.NotifyAll();
 }
 
 void CRenderMgr::OnSinkRoom() noexcept {
     MutexLock lock(m_lock);
-    m_sinkRoom = true;
-    m_frameReady.NotifyAll();
+    m_schedule.OnSinkRoom();
+    m_due.NotifyAll();
 }
 
 void CRenderMgr::SetWindow(WindowWatchPtr window) {
@@ -64,9 +54,9 @@ void CRenderMgr::SetWindow(WindowWatchPtr window) {
         return;
     {
         MutexLock lock(m_lock);
-        m_info.window = next.Watch();
-        m_tidyUp = true;
-        m_frameReady.NotifyAll();
+        ChangeSettings([&](PresentSettings& settings) { settings.window = next.Watch(); });
+        m_schedule.OnGivenUp();
+        m_due.NotifyAll();
     }
     m_window = std::move(next);    // which holds the one before until the end
     if (given)
@@ -75,25 +65,31 @@ void CRenderMgr::SetWindow(WindowWatchPtr window) {
 
 void CRenderMgr::SetStreamInfo(CorvaneStreamInfoCallback callback, void* context) {
     MutexLock lock(m_lock);
-    m_info.streamInfo = callback;
-    m_info.streamInfoContext = context;
+    ChangeSettings([&](PresentSettings& settings) {
+        settings.streamInfo = callback;
+        settings.streamInfoContext = context;
+    });
 }
 
 void CRenderMgr::SetOsd(CorvaneOsdCallback callback, void* context) {
     MutexLock lock(m_lock);
-    m_info.osd = callback;
-    m_info.osdContext = context;
+    ChangeSettings([&](PresentSettings& settings) {
+        settings.osd = callback;
+        settings.osdContext = context;
+    });
 }
 
 void CRenderMgr::SetMargin(uint32_t Edges::*edge, uint32_t pixels) {
     MutexLock lock(m_lock);
-    m_info.margin.*edge = pixels;
+    ChangeSettings([&](PresentSettings& settings) { settings.margin.*edge = pixels; });
 }
 
 void CRenderMgr::SetBorder(const Edges& border) {
     MutexLock lock(m_lock);
-    m_info.hasBorder = true;
-    m_info.border = border;
+    ChangeSettings([&](PresentSettings& settings) {
+        settings.hasBorder = true;
+        settings.border = border;
+    });
 }
 
 Status CRenderMgr::SetDisplayArea(const DisplayArea& area, uint32_t mask) {
@@ -105,11 +101,13 @@ Status CRenderMgr::SetDisplayArea(const DisplayArea& area, uint32_t mask) {
     WindowUse zoom(WindowWatch::Open(next.zoomIsWindow != 0 ? next.zoom.window : 0, WindowWatch::Purpose::Look), this);
     {
         MutexLock lock(m_lock);
-        m_info.area = next;
-        m_info.overviewWindow = overview.Watch();
-        m_info.zoomWindow = zoom.Watch();
-        m_tidyUp = true;
-        m_frameReady.NotifyAll();
+        ChangeSettings([&](PresentSettings& settings) {
+            settings.area = next;
+            settings.overviewWindow = overview.Watch();
+            settings.zoomWindow = zoom.Watch();
+        });
+        m_schedule.OnGivenUp();
+        m_due.NotifyAll();
     }
     m_overviewWindow = std::move(overview);
     m_zoomWindow = std::move(zoom);
@@ -119,13 +117,12 @@ Status CRenderMgr::SetDisplayArea(const DisplayArea& area, uint32_t mask) {
 }
 
 DisplayArea CRenderMgr::GetDisplayArea() const {
-    MutexLock lock(m_lock);
-    return m_info.area;
+    return Settings()->area;
 }
 
 uint32_t CRenderMgr::GetAdapterIndex() const {
-    MutexLock lock(m_lock);
-    return m_info.window != nullptr ? m_info.window->MonitorIndex() : 0;
+    const PresentSettingsPtr settings = Settings();
+    return settings->window != nullptr ? settings->window->MonitorIndex() : 0;
 }
 
 Status CRenderMgr::SetLogoFile(const char* path) {
@@ -154,7 +151,7 @@ void CRenderMgr::SetLogo(BitmapPtr logo) {
 }
 
 Status CRenderMgr::GrabWindow(Raster& out) const {
-    const WindowWatchPtr window = Plan().info.window;
+    const WindowWatchPtr window = Settings()->window;
     if (window == nullptr)
         return Status::Failed;
     const Raster last = m_sinks.LastImage(window);
@@ -163,7 +160,7 @@ Status CRenderMgr::GrabWindow(Raster& out) const {
 
 int32_t CRenderMgr::GetLogoPicture(BitmapPtr& out) const {
     MutexLock lock(m_lock);
-    if (m_state != RenderState::Stopped)
+    if (m_schedule.State() != RenderState::Stopped)
         return 1;
     if (m_logo == nullptr)
         return -1;
@@ -172,46 +169,38 @@ int32_t CRenderMgr::GetLogoPicture(BitmapPtr& out) const {
 }
 
 CRenderMgr::PresentRects CRenderMgr::GetPresentRects(WindowWatch::Size otherwise) const {
-    RenderInfo info = GetRenderInfo();
-    info.fullWindow = false;    // what is drawn elsewhere keeps the margins
-    WindowWatch::Size client = info.window != nullptr ? info.window->ClientSize() : WindowWatch::Size{};
+    PresentSettings settings = *Settings();
+    settings.fullWindow = false;    // what is drawn elsewhere keeps the margins
+    WindowWatch::Size client = settings.window != nullptr ? settings.window->ClientSize() : WindowWatch::Size{};
     if (client == WindowWatch::Size{})
         client = otherwise;
-    return {client, PictureRect(info, client)};
+    return {client, PictureRect(settings, client)};
 }
 
 bool CRenderMgr::HasWindow() const {
-    MutexLock lock(m_lock);
-    return m_info.window != nullptr;
+    return Settings()->window != nullptr;
 }
 
 RenderState CRenderMgr::State() const {
     MutexLock lock(m_lock);
-    return m_state;
-}
-
-template <typename Change>
-void CRenderMgr::ChangeChain(Change change) {
-    MutexLock lock(m_lock);
-    auto next = std::make_shared<ChainSettings>(*m_chainSettings);
-    change(*next);
-    m_chainSettings = std::move(next);
+    return m_schedule.State();
 }
 
 Status CRenderMgr::InsertFilter(QMRX::Filter::IFilter* filter) {
-    Status status = Status::Ok;
-    ChangeChain([&](ChainSettings& chain) {
-        if (std::ranges::find(chain.clientFilters, filter) != chain.clientFilters.end())
-            status = Status::Failed;
-        else
-            chain.clientFilters.push_back(filter);
-    });
-    return status;
+    MutexLock lock(m_lock);
+    if (std::ranges::find(m_settings->chain.clientFilters, filter) != m_settings->chain.clientFilters.end())
+        return Status::Failed;
+    ChangeSettings([&](PresentSettings& settings) { settings.chain.clientFilters.push_back(filter); });
+    return Status::Ok;
 }
 
 void CRenderMgr::RemoveFilter(QMRX::Filter::IFilter* filter) {
     bool removed = false;
-    ChangeChain([&](ChainSettings& chain) { removed = std::erase(chain.clientFilters, filter) != 0; });
+    {
+        MutexLock lock(m_lock);
+        ChangeSettings(
+            [&](PresentSettings& settings) { removed = std::erase(settings.chain.clientFilters, filter) != 0; });
+    }
     if (!removed)
         return;
     m_filterCalls.WaitForRunning();
@@ -220,62 +209,63 @@ void CRenderMgr::RemoveFilter(QMRX::Filter::IFilter* filter) {
 }
 
 void CRenderMgr::SetDeinterlace(bool on) {
-    ChangeChain([&](ChainSettings& chain) { chain.deinterlaceEnabled = on; });
+    MutexLock lock(m_lock);
+    ChangeSettings([&](PresentSettings& settings) { settings.chain.deinterlaceEnabled = on; });
 }
 
 void CRenderMgr::SetResizeType(uint32_t type) {
-    if (type <= 3)
-        ChangeChain([&](ChainSettings& chain) { chain.resizeType = type; });
+    if (type > 3)
+        return;
+    MutexLock lock(m_lock);
+    ChangeSettings([&](PresentSettings& settings) { settings.chain.resizeType = type; });
 }
 
 Status CRenderMgr::EnableRotateFilter(double angle) {
-    MutexLock lock(m_lock);
-    if (m_angle)
-        return Status::Failed;
-    m_angle = angle;
-    m_info.infoDirty = true;
-    m_infoUnsent = true;
-    return Status::Ok;
+    return ChangeAngle(false, angle);
 }
 
 Status CRenderMgr::SetRotateOption(double angle) {
+    return ChangeAngle(true, angle);
+}
+
+// Only where rotation is on, or is not, as `on` says.
+Status CRenderMgr::ChangeAngle(bool on, std::optional<double> angle) {
     MutexLock lock(m_lock);
-    if (!m_angle)
+    if (m_settings->angle.has_value() != on)
         return Status::Failed;
-    m_angle = angle;
-    m_info.infoDirty = true;
-    m_infoUnsent = true;
+    ChangeSettings([&](PresentSettings& settings) { settings.angle = angle; });
+    m_schedule.OnInformation();
     return Status::Ok;
 }
 
 void CRenderMgr::DisableRotateFilter() {
     MutexLock lock(m_lock);
-    m_angle.reset();
-    m_info.infoDirty = true;
-    m_infoUnsent = true;
+    ChangeSettings([](PresentSettings& settings) { settings.angle.reset(); });
+    m_schedule.OnInformation();
 }
 
 void CRenderMgr::RegisterRawDataCallback(CorvanePictureCallback callback, void* context, uint32_t format) {
     m_slot.Replace(std::make_shared<CPseudoRenderer>(callback, context, format));
     {
         MutexLock lock(m_lock);
-        m_tidyUp = true;
-        m_frameReady.NotifyAll();
+        m_schedule.OnGivenUp();
+        m_due.NotifyAll();
     }
+    m_mailbox.Interrupt();
     m_renderCalls.WaitForRunning();
 }
 
 void CRenderMgr::SetRawDataCallbackSize(uint32_t width, uint32_t height) {
-    MutexLock lock(m_lock);
-    m_rawMaxWidth = width;
-    m_rawMaxHeight = height;
+    SetField(&PresentSettings::rawMost, PictureSize{width, height});
 }
 
 void CRenderMgr::SetAfterDisplay(CorvaneAfterDisplayCallback callback, void* context) {
     {
         MutexLock lock(m_lock);
-        m_info.afterDisplay = callback;
-        m_info.afterDisplayContext = context;
+        ChangeSettings([&](PresentSettings& settings) {
+            settings.afterDisplay = callback;
+            settings.afterDisplayContext = context;
+        });
     }
     m_renderCalls.WaitForRunning();
 }

@@ -1,5 +1,7 @@
 #include "manager/RendererSlot.h"
 
+#include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "base/Log.h"
@@ -8,28 +10,58 @@
 
 namespace corvane {
 
-const RendererMakers& RendererMakers::Built() {
-    static constexpr RendererMakers makers{
-        [](const RenderInfo&) -> RendererPtr { return std::make_shared<CGDIRenderer>(); },
-        [](const RenderInfo& info) -> RendererPtr { return std::make_shared<CDDrawRenderer>(info); }};
+namespace {
+
+// A line of the log takes nothing but the manager's address, so each has its text. Null for a pair without one.
+const char* FailureLine(std::string_view failed, std::string_view next) {
+    static constexpr struct {
+        std::string_view failed, next;
+        const char* line;
+    } lines[] = {
+        {"DirectDraw", "GDI", "[%p] DirectDraw renderer failed, reset to GDI renderer"},
+        {"Fisheye/OpenGL", "GDI", "[%p] Fisheye/OpenGL renderer failed, reset to GDI renderer"},
+        {"Fisheye/OpenGL", "DirectDraw", "[%p] Fisheye/OpenGL renderer failed, reset to DirectDraw renderer"},
+    };
+    for (const auto& row : lines)
+        if (row.failed == failed && row.next == next)
+            return row.line;
+    return nullptr;
+}
+
+}    // namespace
+
+RendererMakers BuiltRenderers() {
+    static constexpr RendererMaker makers[] = {
+        {"DirectDraw", [](uint32_t flags) { return (flags & kGdiFlags) == 0; },
+         [](const PresentSettings& settings) -> RendererPtr { return std::make_shared<CDDrawRenderer>(settings); }},
+        {"GDI", [](uint32_t) { return true; },
+         [](const PresentSettings&) -> RendererPtr { return std::make_shared<CGDIRenderer>(); }},
+    };
     return makers;
 }
 
-RendererSlot::RendererSlot(const void* owner, const RenderInfo& info, const RendererMakers& makers)
-    : m_owner(owner), m_makers(makers), m_renderer(MakeDefault(info)) {}
+RendererSlot::RendererSlot(const void* owner, const PresentSettings& settings, RendererMakers makers)
+    : m_owner(owner), m_makers(makers), m_seat{MakeDefault(settings), 1} {}
 
-RendererPtr RendererSlot::MakeDefault(const RenderInfo& info) const {
-    return (info.flags & kGdiFlags) != 0 ? m_makers.gdi(info) : m_makers.directDraw(info);
+RendererPtr RendererSlot::MakeDefault(const PresentSettings& settings) const {
+    const auto row = std::ranges::find_if(m_makers, [&](const auto& maker) { return maker.admits(settings.flags); });
+    return row->make(settings);    // the last row admits everything
 }
 
-RendererPtr RendererSlot::Current() const {
+RendererPtr RendererSlot::MakeNamed(const char* name, const PresentSettings& settings) const {
+    const auto row =
+        std::ranges::find_if(m_makers, [&](const auto& maker) { return std::string_view(maker.name) == name; });
+    return row != m_makers.end() ? row->make(settings) : nullptr;
+}
+
+RendererSlot::Seat RendererSlot::Current() const {
     MutexLock lock(m_lock);
-    return m_renderer;
+    return m_seat;
 }
 
 void RendererSlot::ReplaceLocked(RendererPtr renderer) {
-    m_retired.push_back(m_renderer);
-    m_renderer = std::move(renderer);
+    m_retired.push_back(m_seat.renderer);
+    m_seat = {std::move(renderer), m_seat.id + 1};
 }
 
 void RendererSlot::Replace(RendererPtr renderer) {
@@ -37,33 +69,25 @@ void RendererSlot::Replace(RendererPtr renderer) {
     ReplaceLocked(std::move(renderer));
 }
 
-bool RendererSlot::ReplaceFailed(const RendererPtr& failed, const RenderInfo& info) {
+bool RendererSlot::ReplaceFailed(const Seat& failed, const PresentSettings& settings) {
+    const RendererTraits& traits = failed.renderer->Traits();
     MutexLock lock(m_lock);
-    if (m_renderer != failed)
+    if (m_seat.id != failed.id)
         return true;    // somebody else put another one in
-    switch (failed->GetType()) {
-    case RendererType::DirectDraw:
-        if ((info.flags & CORVANE_FLAG_NO_FALLBACK) != 0)
-            return false;
-        ReplaceLocked(m_makers.gdi(info));
-        if (m_fallbackEvent == 0)
-            m_fallbackEvent = 1;
-        log::Line(3, __FILE__, __LINE__, "[%p] DirectDraw renderer failed, reset to GDI renderer", m_owner);
-        return true;
-    case RendererType::Fisheye:
-    case RendererType::OpenGL:
-        ReplaceLocked(MakeDefault(info));
-        if ((info.flags & kGdiFlags) != 0)
-            log::Line(3, __FILE__, __LINE__, "[%p] Fisheye/OpenGL renderer failed, reset to GDI renderer", m_owner);
-        else
-            log::Line(3, __FILE__, __LINE__, "[%p] Fisheye/OpenGL renderer failed, reset to DirectDraw renderer",
-                      m_owner);
-        return true;
-    case RendererType::Gdi:
-    case RendererType::OffScreen:
-        break;
-    }
-    return false;
+    if (traits.followsOnFailure == nullptr)
+        return false;
+    const bool wasDefault = *traits.followsOnFailure != *kDefaultRenderer;
+    if (wasDefault && (settings.flags & CORVANE_FLAG_NO_FALLBACK) != 0)
+        return false;
+    RendererPtr next = wasDefault ? MakeNamed(traits.followsOnFailure, settings) : MakeDefault(settings);
+    if (next == nullptr)
+        return false;
+    if (const char* const line = FailureLine(traits.name, next->Traits().name))
+        log::Line(3, __FILE__, __LINE__, line, m_owner);
+    ReplaceLocked(std::move(next));
+    if (wasDefault && m_fallbackEvent == 0)
+        m_fallbackEvent = 1;
+    return true;
 }
 
 bool RendererSlot::TakeFallbackEvent() {
@@ -75,16 +99,24 @@ bool RendererSlot::TakeFallbackEvent() {
 }
 
 void RendererSlot::DestroyRetired() {
-    std::vector<RendererPtr> dying;    // dies after the lock is dropped
-    MutexLock lock(m_lock);
-    dying.swap(m_retired);
+    for (;;) {
+        RendererPtr dying;    // after the lock is dropped
+        MutexLock lock(m_lock);
+        // Nobody can get another hold on a renderer that is not the current one any more.
+        const auto free = std::ranges::find(m_retired, 1, &RendererPtr::use_count);
+        if (free == m_retired.end())
+            return;
+        dying = std::move(*free);
+        m_retired.erase(free);
+    }
 }
 
 void RendererSlot::DestroyAll() {
-    DestroyRetired();
+    std::vector<RendererPtr> dying;
     RendererPtr last;
     MutexLock lock(m_lock);
-    last.swap(m_renderer);
+    dying.swap(m_retired);
+    last.swap(m_seat.renderer);
 }
 
 }    // namespace corvane

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "base/Mutex.h"
@@ -11,49 +12,57 @@ namespace corvane {
 
 using RendererPtr = std::shared_ptr<IVideoRenderer>;
 
-// How renderers are made; tests put scripted ones in.
-struct RendererMakers {
-    RendererPtr (*gdi)(const RenderInfo& info);
-    RendererPtr (*directDraw)(const RenderInfo& info);
-
-    // This build's.
-    static const RendererMakers& Built();
+// How renderers are made, by the name in their traits. The first row that a channel's flags admit is its default
+// renderer. Tests bring tables of their own.
+struct RendererMaker {
+    const char* name;
+    bool (*admits)(uint32_t flags);
+    RendererPtr (*make)(const PresentSettings& settings);    // may raise std::bad_alloc
 };
+using RendererMakers = std::span<const RendererMaker>;
+
+// This build's.
+RendererMakers BuiltRenderers();
 
 class RendererSlot {
 public:
-    // `owner` names the manager in log lines. Makes the default renderer. May raise std::bad_alloc.
-    RendererSlot(const void* owner, const RenderInfo& info, const RendererMakers& makers);
+    struct Seat {
+        RendererPtr renderer;
+        RendererId id = 0;
+    };
 
-    RendererPtr Current() const;
+    // `owner` names the manager in log lines. Makes the default renderer. May raise std::bad_alloc.
+    RendererSlot(const void* owner, const PresentSettings& settings, RendererMakers makers);
+
+    Seat Current() const;
 
     // Puts `renderer` in; the one before dies on the render thread. May raise std::bad_alloc, nothing is changed then.
     void Replace(RendererPtr renderer);
 
-    // Replaces `failed`, when it still is the current one, by the next of the chain: fisheye or OpenGL, default, plain.
-    // False where the chain ends: the frame is lost. True when the caller may try again.
-    bool ReplaceFailed(const RendererPtr& failed, const RenderInfo& info);
+    // Replaces the renderer of `failed`, when it still is the current one, by the one that its traits name. False where
+    // they name none, or the flags forbid it: the frame is lost. True when the caller may try again.
+    bool ReplaceFailed(const Seat& failed, const PresentSettings& settings);
 
-    // True once, after the default renderer gave way to the plain one for the first time.
+    // True once, after a default renderer gave way to another for the first time.
     bool TakeFallbackEvent();
 
-    // Destroys those that were replaced. The caller is the render thread and holds the picture lock, so no run uses
-    // them.
+    // Destroys those that were replaced and that nobody uses any more. Render thread.
     void DestroyRetired();
 
     // At the end of the render loop, on its thread.
     void DestroyAll();
 
 private:
-    RendererPtr MakeDefault(const RenderInfo& info) const;
+    RendererPtr MakeDefault(const PresentSettings& settings) const;
+    RendererPtr MakeNamed(const char* name, const PresentSettings& settings) const;
     void ReplaceLocked(RendererPtr renderer) REQUIRES(m_lock);
 
     // Constant after construction.
     const void* const m_owner;
-    const RendererMakers& m_makers;
+    const RendererMakers m_makers;
 
     mutable Mutex m_lock;    // taken last
-    RendererPtr m_renderer GUARDED_BY(m_lock);
+    Seat m_seat GUARDED_BY(m_lock);
     std::vector<RendererPtr> m_retired GUARDED_BY(m_lock);
     int32_t m_fallbackEvent GUARDED_BY(m_lock) = 0;    // 0, 1 after a fall-back, -1 once the client was told
 };

@@ -1,6 +1,5 @@
 #include "manager/ShownTally.h"
 
-
 namespace corvane {
 
 void ShownTally::Begin(int64_t arrivedAt) {
@@ -12,7 +11,7 @@ void ShownTally::Begin(int64_t arrivedAt) {
     m_otherwise = Counter::PicturesNotPutNowhere;
 }
 
-void ShownTally::Note(Outcome outcome, const RenderInfo& info, int64_t now) {
+void ShownTally::Note(Outcome outcome, const PresentSettings& settings, int64_t now) {
     if (!m_open)
         return;
     const auto not_put = [&](Counter counter, uint32_t cause) {
@@ -31,7 +30,7 @@ void ShownTally::Note(Outcome outcome, const RenderInfo& info, int64_t now) {
         return not_put(Counter::PicturesNotPutBusy, CORVANE_CAUSE_BUSY);
     case Outcome::NothingToDrawOn:
         return not_put(Counter::PicturesNotPutNowhere,
-                       info.window == nullptr ? CORVANE_CAUSE_NO_WINDOW : CORVANE_CAUSE_HIDDEN);
+                       settings.window == nullptr ? CORVANE_CAUSE_NO_WINDOW : CORVANE_CAUSE_HIDDEN);
     case Outcome::NotDue:
         return not_put(Counter::PicturesNotPutOff, CORVANE_CAUSE_OFF);
     case Outcome::Failed:

@@ -4,8 +4,9 @@
 
 namespace corvane {
 
-void StatePicture::Draw(const RenderInfo& info, const Look& look) {
-    WindowSink* const sink = info.sinks != nullptr ? info.sinks->Main(info.window) : nullptr;
+void StatePicture::Draw(Pass& pass, const Look& look) {
+    const PresentSettings& settings = pass.settings;
+    WindowSink* const sink = pass.sinks.Main(settings.window);
     if (sink == nullptr)
         return;
     const WindowSink::State state = sink->Prepare();
@@ -20,14 +21,15 @@ void StatePicture::Draw(const RenderInfo& info, const Look& look) {
         if (!Stretch(m_memory.View(), all, AsPicture(look.logo->View()), look.logo->View().Bounds()))
             return;
     } else {
-        Fill(m_memory.View(), all, info.background);
+        Fill(m_memory.View(), all, settings.background);
         const int64_t frameTime = look.frame != nullptr ? int64_t{look.frame->Header().timeSeconds} : 0;
         OsdRecord record(look.frame, look.wallTime ? m_clock.Wall() : frameTime, look.wallTime);
         record.info.width = size.width;
         record.info.height = size.height;
         record.info.counter = look.counter;
         record.info.flags = look.flags;
-        record.Call(info.osd, info.osdContext, m_memory.View());
+        const PictureMailbox::ClientCall call(pass.mailbox);
+        record.Call(settings.osd, settings.osdContext, m_memory.View());
     }
     if (state != WindowSink::State::Ready)
         return;

@@ -6,8 +6,7 @@
 #include "frame/MediaFrameImpl.h"
 #include "picture/BitmapPool.h"
 #include "platform/Clock.h"
-#include "present/RenderInfo.h"
-#include "present/WindowSinks.h"
+#include "present/Pass.h"
 
 namespace corvane {
 
@@ -23,8 +22,8 @@ public:
 
     explicit StatePicture(Clock& clock) : m_clock(clock) {}
 
-    // Draws into the window of `info`, as far as it can be drawn on now. No lock held: the text callback runs inside.
-    void Draw(const RenderInfo& info, const Look& look);
+    // Draws into the window of the pass, as far as it can be drawn on now. No lock held: the text callback runs inside.
+    void Draw(Pass& pass, const Look& look);
     // Frees the memory between two states.
     void Free() { m_memory.Free(); }
 

@@ -3,17 +3,11 @@
 
 #include <cstdint>
 
+#include "base/PictureSize.h"
+#include "corvane/corvane.h"
 #include "frame/MediaFrameImpl.h"
-#include "present/RenderInfo.h"
 
 namespace corvane {
-
-struct PictureSize {
-    uint32_t width = 0;    // pixels
-    uint32_t height = 0;
-
-    bool operator==(const PictureSize&) const = default;
-};
 
 // Sends the codes of one frame, in the order 10, 11, 12, 3, 6, 7, 8, on the calling thread with no lock held.
 // `previous` is the frame before it, or null; `resized` says that a previous frame exists and its picture had another

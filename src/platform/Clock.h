@@ -26,4 +26,18 @@ public:
     static Clock& System();
 };
 
+// A wait for another thread of the library, with a limit. It takes real time also where a clock is simulated: what it
+// waits for does not go by that clock.
+class ThreadWait {
+public:
+    explicit ThreadWait(int64_t limitNs)
+        : m_deadline(std::chrono::steady_clock::now() + std::chrono::nanoseconds(limitNs)) {}
+
+    // Waits until `condition` is notified, for no reason, or until the limit. False when that has passed.
+    bool On(Condition& condition, MutexLock& lock) { return condition.WaitOnce(lock, m_deadline); }
+
+private:
+    const std::chrono::steady_clock::time_point m_deadline;
+};
+
 }    // namespace corvane

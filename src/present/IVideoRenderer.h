@@ -1,56 +1,52 @@
-// The one interface behind which every way of showing a picture stands. The worker asks for a buffer, fills it and
-// commits; the render thread then prepares, latches and presents what was committed.
+// The one interface of every way to show a picture. The worker asks for a buffer and fills it, or hands a decoder's
+// picture over by reference; the render thread presents what comes out of the mailbox.
 #pragma once
 
 #include <cstdint>
 
+#include "base/PictureSize.h"
 #include "corvane/decoder.h"
-#include "frame/MediaFrameImpl.h"
+#include "present/FinishedPicture.h"
 #include "present/Outcome.h"
-#include "present/RenderInfo.h"
+#include "present/Pass.h"
 
 namespace corvane {
 
-// Fixed: the manager's fall-back table is written in these numbers.
-enum class RendererType : uint32_t { DirectDraw = 0, Gdi = 1, OffScreen = 2, Fisheye = 3, OpenGL = 4 };
+// What the rest of the library has to know of a kind of renderer.
+struct RendererTraits {
+    const char* name;        // in the table of makers, and in the log
+    bool needsWindow;        // draws on windows, and the pictures of states are drawn for it; else it calls a client
+    bool takesReferences;    // shows decoders' pictures as they lie in memory
+    bool scalesItself;       // gets pictures whole; for any other the chain makes them as small as the window
+    // The renderer that takes its place when it fails: null for none, kDefaultRenderer, or a name.
+    const char* followsOnFailure;
+};
+inline constexpr char kDefaultRenderer[] = "";
 
 class IVideoRenderer {
 public:
     virtual ~IVideoRenderer() = default;    // on the render thread
 
-    virtual RendererType GetType() const = 0;
+    virtual const RendererTraits& Traits() const = 0;
 
-    // Shows what was latched. Render thread, no lock held: client callbacks may run inside. NotDue at once when
-    // `info->presentEnabled` is false.
-    virtual Outcome Present(const FramePtr* frame, const RenderInfo* info) = 0;
+    // ---- The worker, no lock held ----
 
-    // Lends the buffer for the next picture until Commit or the next GetBuffer. `format` enters as the one that the
-    // caller would like and leaves as the one that the renderer takes. Worker, picture lock held exclusively. Negative
-    // on failure.
-    virtual int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride,
-                              uint32_t* format) = 0;
+    // The format of the buffer that Lend will give for this wish.
+    virtual uint32_t FormatFor(uint32_t preferred) const = 0;
+    // False where both buffers are lent, one to a picture that is shown and one to a picture in the mailbox.
+    virtual bool HasFreeBuffer() const = 0;
+    // Lends a buffer for the next picture. Never waits. Empty: the renderer has failed; or no buffer was free.
+    virtual LentBuffer Lend(PictureSize size, uint32_t preferredFormat) = 0;
+    // Whether it shows this picture of a decoder by reference now.
+    virtual bool TakesReference(const DecodedFrame& /*picture*/) { return false; }
 
-    // Takes a picture by reference and commits it, in the place of GetBuffer and Commit: the caller does not touch its
-    // pixels any more. False: it takes none, or not this one, and GetBuffer tells why. Same thread and lock. Optional.
-    virtual bool TakePicture(const DecodedFrame& /*picture*/) { return false; }
+    // ---- The render thread, no lock held ----
 
-    // The buffer is complete. Worker, picture lock held exclusively.
-    virtual void Commit() = 0;
-
-    // The buffer comes back as it was lent, in the place of Commit: the picture before is still the last one. Same
-    // thread and lock. Optional.
-    virtual void TakeBack() {}
-
-    // Readies what the picture is drawn on. Render thread, no lock held; may be called again before Latch. Optional.
-    virtual void Prepare(const RenderInfo&) {}
-
-    // Takes what Present needs of the last committed picture, so that the worker may fill the next buffer meanwhile.
-    // `info` is that of the Present that follows and of the Prepare before, but for fields that changed in between
-    // other than windows. Render thread, picture lock held shared. Mandatory.
-    virtual void Latch(const RenderInfo& info) = 0;
-
-    // A sound-only notice in the place of a picture. Render thread, no lock held. Optional.
-    virtual void NotifyAudioOnly(const FramePtr&, const RenderInfo&) {}
+    // Shows `picture`, which was made for this renderer or has no pixels; its frame is not null. Calls clients, each
+    // inside a PictureMailbox::ClientCall. NotDue at once where presenting is off.
+    virtual Outcome Present(const FinishedPicture& picture, Pass& pass) = 0;
+    // A frame of sound in the place of a picture. Only where no window is needed.
+    virtual void NotifyAudioOnly(const MediaFrameImpl* /*frame*/, Pass&) {}
 };
 
 }    // namespace corvane

@@ -22,10 +22,10 @@ struct ZoomPlaces {
     Rect part;     // what is selected
 };
 
-std::optional<ZoomPlaces> PlacesOf(const RenderInfo& info) {
-    const DisplayArea& area = info.area;
-    const auto zoom = Place(area.zoomIsWindow, area.zoom, info.zoomWindow);
-    const auto overview = Place(area.overviewIsWindow, area.overview, info.overviewWindow);
+std::optional<ZoomPlaces> PlacesOf(const PresentSettings& settings) {
+    const DisplayArea& area = settings.area;
+    const auto zoom = Place(area.zoomIsWindow, area.zoom, settings.zoomWindow);
+    const auto overview = Place(area.overviewIsWindow, area.overview, settings.overviewWindow);
     if (!zoom || !overview)
         return std::nullopt;
     return ZoomPlaces{Inset(*overview, area.overviewMargin), Inset(*zoom, area.zoomMargin)};
@@ -38,19 +38,19 @@ int64_t EvenPixel(int64_t offset, int64_t extent, int64_t length) {
 
 }    // namespace
 
-Rect PictureRect(const RenderInfo& info, WindowWatch::Size client) {
-    if (info.fullWindow)
+Rect PictureRect(const PresentSettings& settings, WindowWatch::Size client) {
+    if (settings.fullWindow)
         return {0, 0, client.width, client.height};
-    return {info.margin.left, info.margin.top, int64_t{client.width} - info.margin.right,
-            int64_t{client.height} - info.margin.bottom};
+    return {settings.margin.left, settings.margin.top, int64_t{client.width} - settings.margin.right,
+            int64_t{client.height} - settings.margin.bottom};
 }
 
-bool UsesBorder(const RenderInfo& info) {
-    return info.hasBorder && !info.fullWindow && !info.noBorder;
+bool UsesBorder(const PresentSettings& settings) {
+    return settings.hasBorder && !settings.fullWindow && !settings.noBorder;
 }
 
-Bands BandRects(const RenderInfo& info, bool bordered, int64_t width, int64_t height) {
-    const Edges& edges = bordered ? info.border : info.margin;
+Bands BandRects(const PresentSettings& settings, bool bordered, int64_t width, int64_t height) {
+    const Edges& edges = bordered ? settings.border : settings.margin;
     if (bordered) {
         width += int64_t{edges.left} + edges.right;
         height += int64_t{edges.top} + edges.bottom;
@@ -61,8 +61,8 @@ Bands BandRects(const RenderInfo& info, bool bordered, int64_t width, int64_t he
             Rect{0, edges.top, edges.left, innerBottom}, Rect{innerRight, edges.top, width, innerBottom}};
 }
 
-std::optional<Rect> ZoomSource(const RenderInfo& info, uint32_t sourceWidth, uint32_t sourceHeight) {
-    const auto places = PlacesOf(info);
+std::optional<Rect> ZoomSource(const PresentSettings& settings, uint32_t sourceWidth, uint32_t sourceHeight) {
+    const auto places = PlacesOf(settings);
     if (!places)
         return std::nullopt;
     const Rect& whole = places->whole;
@@ -81,8 +81,8 @@ std::optional<Rect> ZoomSource(const RenderInfo& info, uint32_t sourceWidth, uin
     return Rect{left, top, right, bottom};
 }
 
-std::optional<Rect> ZoomCrop(const RenderInfo& info, uint32_t width, uint32_t height) {
-    const auto places = info.area.zoomEnabled != 0 ? PlacesOf(info) : std::nullopt;
+std::optional<Rect> ZoomCrop(const PresentSettings& settings, uint32_t width, uint32_t height) {
+    const auto places = settings.area.zoomEnabled != 0 ? PlacesOf(settings) : std::nullopt;
     if (!places || places->part.Empty() || !places->whole.Contains(places->part) || width < 2 || height < 2)
         return std::nullopt;
     const Rect& whole = places->whole;
@@ -95,11 +95,11 @@ std::optional<Rect> ZoomCrop(const RenderInfo& info, uint32_t width, uint32_t he
                 std::clamp(EvenPixel(part.bottom, whole.Height(), height), top + 2, lastRow + 2)};
 }
 
-std::optional<Rect> OverviewRect(const RenderInfo& info, WindowWatch::Size overviewSize) {
-    const DisplayArea& area = info.area;
+std::optional<Rect> OverviewRect(const PresentSettings& settings, WindowWatch::Size overviewSize) {
+    const DisplayArea& area = settings.area;
     if (area.overviewIsWindow != 0)
         return Inset({0, 0, overviewSize.width, overviewSize.height}, area.overviewMargin);
-    const auto window = info.window != nullptr ? info.window->ScreenRect() : std::nullopt;
+    const auto window = settings.window != nullptr ? settings.window->ScreenRect() : std::nullopt;
     if (!window)
         return std::nullopt;
     const Rect onScreen{area.overview.rectangle[0], area.overview.rectangle[1], area.overview.rectangle[2],

@@ -5,33 +5,33 @@
 #include <cstdint>
 #include <optional>
 
-#include "present/RenderInfo.h"
+#include "present/PresentSettings.h"
 
 namespace corvane {
 
 // The inside of the window without its margins; all of it with `fullWindow`. May be empty.
-Rect PictureRect(const RenderInfo& info, WindowWatch::Size client);
+Rect PictureRect(const PresentSettings& settings, WindowWatch::Size client);
 
 // Whether the fixed border is drawn around a picture of native size.
-bool UsesBorder(const RenderInfo& info);
+bool UsesBorder(const PresentSettings& settings);
 
 // The four bands, top, bottom, left, right, that surround the picture. With the border: around a picture of
 // (width, height) whose left top corner is (border.left, border.top). Else: the margins of a window of (width, height).
 // A band whose left is not below its right, or its top not below its bottom, is not drawn.
 using Bands = std::array<Rect, 4>;
-Bands BandRects(const RenderInfo& info, bool bordered, int64_t width, int64_t height);
+Bands BandRects(const PresentSettings& settings, bool bordered, int64_t width, int64_t height);
 
-// The part of a source of this size that the client selected on the screen, at least one pixel; none where the selection
-// does not meet the overview area, or one of them is a window that has no place.
-std::optional<Rect> ZoomSource(const RenderInfo& info, uint32_t sourceWidth, uint32_t sourceHeight);
+// The part of a source of this size that the client selected on the screen, at least one pixel; none where the
+// selection does not meet the overview area, or one of them is a window that has no place.
+std::optional<Rect> ZoomSource(const PresentSettings& settings, uint32_t sourceWidth, uint32_t sourceHeight);
 
-// The part of a decoded picture of this size that a still of the selection shows, in even pixels, at least 2x2, inside the
-// picture. None where zoom is off, where the selection does not lie inside the overview area, and for a picture of less
-// than 2x2.
-std::optional<Rect> ZoomCrop(const RenderInfo& info, uint32_t width, uint32_t height);
+// The part of a decoded picture of this size that a still of the selection shows, in even pixels, at least 2x2, inside
+// the picture. None where zoom is off, where the selection does not lie inside the overview area, and for a picture of
+// less than 2x2.
+std::optional<Rect> ZoomCrop(const PresentSettings& settings, uint32_t width, uint32_t height);
 
 // Where the whole picture is drawn small: in the overview window's coordinates when that is a window of `overviewSize`,
 // else in the main window's. None where there is no place.
-std::optional<Rect> OverviewRect(const RenderInfo& info, WindowWatch::Size overviewSize);
+std::optional<Rect> OverviewRect(const PresentSettings& settings, WindowWatch::Size overviewSize);
 
 }    // namespace corvane

@@ -1,7 +1,5 @@
 #include "present/OnScreenText.h"
 
-#include <utility>
-
 #include "platform/raster/DrawContext.h"
 
 namespace corvane {
@@ -11,10 +9,6 @@ bool TextDue(uint32_t policy, const TextTimes& last, int64_t wall, const MediaFr
            ((policy & 2) != 0 && frame.Header().timeSeconds != last.timeSeconds) ||
            ((policy & 4) != 0 && frame.PresentTime().seconds != last.presentSeconds) ||
            ((policy & 8) != 0 && frame.BaseTime().seconds != last.baseSeconds);
-}
-
-bool TakeTextFresh(const RenderInfo& info) {
-    return info.textFresh != nullptr && std::exchange(*info.textFresh, false);
 }
 
 OsdRecord::OsdRecord(const MediaFrameImpl* frame, int64_t seconds, bool local) {
@@ -44,6 +38,14 @@ void OsdRecord::Call(CorvaneOsdCallback callback, void* context, const RasterVie
         return;
     info.deviceContext = drawing.Get();
     callback(context, &info);
+}
+
+void OsdRecord::CallIn(Pass& pass, const RasterView& raster) {
+    if (pass.flags.textFresh)
+        info.flags |= CORVANE_OSD_FRESH;
+    pass.textTold = true;
+    const PictureMailbox::ClientCall call(pass.mailbox);
+    Call(pass.settings.osd, pass.settings.osdContext, raster);
 }
 
 }    // namespace corvane

@@ -8,7 +8,7 @@
 #include "corvane/corvane.h"
 #include "frame/MediaFrameImpl.h"
 #include "platform/raster/Raster.h"
-#include "present/RenderInfo.h"
+#include "present/Pass.h"
 
 namespace corvane {
 
@@ -24,9 +24,6 @@ struct TextTimes {
 // frame's second, 2 that of its presentation time, 3 that of its base time.
 bool TextDue(uint32_t policy, const TextTimes& last, int64_t wall, const MediaFrameImpl& frame);
 
-// Whether the text that is about to be drawn is the first since size and state must be reported. Render thread.
-bool TakeTextFresh(const RenderInfo& info);
-
 // A record with its own broken-down time: not copied while `info` is in use.
 class OsdRecord {
 public:
@@ -38,6 +35,8 @@ public:
     // Calls `callback` with a fresh context on `raster`, clipped to the record's width and height. No lock may be held.
     // Nothing happens without a callback.
     void Call(CorvaneOsdCallback callback, void* context, const RasterView& raster);
+    // The same with the text callback of a pass, which is told once that size and state must be reported.
+    void CallIn(Pass& pass, const RasterView& raster);
 
     OsdInfo info{};
 

@@ -1,13 +1,11 @@
-// Where a finished picture goes: a renderer, a still, a raw delivery. The target lends a buffer as a lease; the lease
-// commits when told so and gives up otherwise.
+// Where a picture is made: a buffer of a renderer or of a picture maker. The target lends a buffer as a lease; the
+// lease commits when told so and gives up otherwise.
 #pragma once
 
 #include <cstdint>
 #include <utility>
 
 #include "corvane/decoder.h"
-#include "filters/FilterChain.h"
-#include "filters/RotateFilter.h"
 
 namespace corvane {
 
@@ -23,24 +21,20 @@ public:
           stride(other.stride),
           format(other.format),
           m_target(std::exchange(other.m_target, nullptr)),
-          m_end(other.m_end) {}
+          m_commit(other.m_commit) {}
     PictureLease& operator=(PictureLease&&) = delete;
     ~PictureLease();
 
     explicit operator bool() const { return m_target != nullptr; }
-    // What becomes of the buffer at the end of the lease. GiveBack: nothing was written into it.
-    void Commit() { m_end = End::Commit; }
-    void GiveBack() { m_end = End::GiveBack; }
+    void Commit() { m_commit = true; }
 
     uint8_t* data = nullptr;
     uint32_t stride = 0;    // bytes
     uint32_t format = 0;    // PF_*
 
 private:
-    enum class End : uint8_t { GiveUp, GiveBack, Commit };
-
     PictureTarget* m_target = nullptr;
-    End m_end = End::GiveUp;
+    bool m_commit = false;
 };
 
 class PictureTarget {
@@ -49,43 +43,19 @@ public:
     // Takes a shared picture as it is, in the place of a buffer that would be a copy of it, and commits it. False: it
     // does not, and nothing happened.
     virtual bool Take(const DecodedFrame& /*picture*/) { return false; }
+    // The format that a buffer will have for this wish; 0 where only Lend tells.
+    virtual uint32_t FormatFor(uint32_t /*preferred*/) const { return 0; }
     // An empty lease when there is no buffer.
     virtual PictureLease Lend(uint32_t width, uint32_t height, uint32_t preferredFormat) = 0;
 
 private:
     friend class PictureLease;
     virtual void Finish(bool commit) = 0;
-    virtual void TakeBack() { Finish(false); }    // untouched
 };
 
 inline PictureLease::~PictureLease() {
-    if (m_target == nullptr)
-        return;
-    if (m_end == End::GiveBack)
-        m_target->TakeBack();
-    else
-        m_target->Finish(m_end == End::Commit);
+    if (m_target != nullptr)
+        m_target->Finish(m_commit);
 }
-
-// What became of one picture.
-struct [[nodiscard]] CarryResult {
-    enum class Fate : uint8_t {
-        Carried,             // committed or taken; with `smoothing` Refused the chain ended at the smoothing
-        StepFailed,          // committed with what the buffer holds: a step other than the smoothing failed
-        LostNoBuffer,        // the target lent nothing
-        LostNotRotatable,    // the target's format cannot be rotated, or there is no memory for it
-    };
-
-    Fate fate;
-    Smoothing smoothing = Smoothing::None;
-
-    bool Lost() const { return fate == Fate::LostNoBuffer || fate == Fate::LostNotRotatable; }
-};
-
-// Carries one decoded picture through the chain (and the rotate filter, where there is one) into `target`, at the size
-// given; a shared picture that only passes through goes by reference where the target takes it. A failing step of the
-// chain loses nothing but its own work.
-CarryResult CarryPicture(PictureTarget& target, FilterChain& chain, const ChainSettings& settings, RotateFilter* rotate,
-                         const MediaFrameImpl& frame, const DecodedFrame& decoded, uint32_t width, uint32_t height);
 
 }    // namespace corvane

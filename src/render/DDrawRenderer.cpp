@@ -29,76 +29,75 @@ constexpr BlitResult kNoView = BlitResult::Failed;
 
 }    // namespace
 
-CDDrawRenderer::CDDrawRenderer(const RenderInfo& info, Blitter& blitter)
-    : m_blitter(blitter), m_view(MonitorView::Make(blitter, info.window)) {}
+CDDrawRenderer::CDDrawRenderer(const PresentSettings& settings, Blitter& blitter)
+    : m_blitter(blitter), m_stage{MonitorView::Make(blitter, settings.window)} {}
 
 CDDrawRenderer::~CDDrawRenderer() {
-    m_video.reset();
     m_set.reset();
 }
 
-std::shared_ptr<MonitorView> CDDrawRenderer::View() const {
+const RendererTraits& CDDrawRenderer::Traits() const {
+    static constexpr RendererTraits traits{.name = "DirectDraw",
+                                           .needsWindow = true,
+                                           .takesReferences = true,
+                                           .scalesItself = true,
+                                           .followsOnFailure = "GDI"};
+    return traits;
+}
+
+CDDrawRenderer::Stage CDDrawRenderer::CurrentStage() const {
     MutexLock lock(m_lock);
-    return m_view;
+    return m_stage;
 }
 
 // ---- The worker's side ----
 
-bool CDDrawRenderer::EnsureVideo(const std::shared_ptr<MonitorView>& view, uint32_t width, uint32_t height,
-                                 uint32_t fourCC) {
-    if (m_video != nullptr && m_video->Is(width, height, fourCC))
+uint32_t CDDrawRenderer::FormatFor(uint32_t preferred) const {
+    return preferred == PF_NV12 && m_nv12Allowed ? uint32_t{PF_NV12} : uint32_t{PF_YV12};
+}
+
+// Gives the slot a locked surface, its own where that serves. A slot keeps one of this era even where the device is
+// gone.
+bool CDDrawRenderer::FitSlot(VideoSlot& slot, const Stage& stage, PictureSize size, uint32_t fourCC) {
+    if (slot.surface != nullptr && slot.era == stage.era && slot.surface->Is(size.width, size.height, fourCC) &&
+        (slot.surface->Locked() || slot.surface->Lock()))
         return true;
-    m_video.reset();
-    m_video = VideoSurface::Make(view, width, height, fourCC);
-    return m_video != nullptr;
-}
-
-// The view that new surfaces are made on; what is of a device that is given up goes before.
-std::shared_ptr<MonitorView> CDDrawRenderer::ViewForVideo() {
-    std::unique_ptr<VideoSurface> gone;    // dies after the lock is dropped
-    MutexLock lock(m_lock);
-    if (std::exchange(m_dropVideo, false))
-        gone = std::move(m_video);
-    return m_view;
-}
-
-bool CDDrawRenderer::TakePicture(const DecodedFrame& picture) {
-    const std::shared_ptr<MonitorView> view = ViewForVideo();
-    if (view == nullptr || (picture.strides[2] == 0 && !m_nv12Allowed))
+    slot.surface.reset();
+    if (stage.view == nullptr)
         return false;
-    std::unique_ptr<VideoSurface> taken = VideoSurface::Wrap(view, picture);
-    if (taken == nullptr)
-        return false;
-    m_video = std::move(taken);
-    return true;
+    slot.surface = VideoSurface::Make(stage.view, size.width, size.height, fourCC);
+    slot.era = stage.era;
+    return slot.surface != nullptr;
 }
 
-int32_t CDDrawRenderer::GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride,
-                                  uint32_t* format) {
-    const std::shared_ptr<MonitorView> view = ViewForVideo();
-    if (m_video != nullptr && m_video->Wraps())
-        m_video.reset();
-    const bool wantsNv12 = *format == PF_NV12 && m_nv12Allowed;
-    if (view == nullptr && (m_video == nullptr || !m_video->Is(width, height, wantsNv12 ? kFourCCNV12 : kFourCCYV12)))
-        return -1;
-    if (wantsNv12)
-        m_nv12Allowed = EnsureVideo(view, width, height, kFourCCNV12);
-    if ((!wantsNv12 || !m_nv12Allowed) && !EnsureVideo(view, width, height, kFourCCYV12))
-        return -1;
-    if (!m_video->Locked())
-        return static_cast<int32_t>(BlitResult::SurfaceLost);
-    *buffer = m_video->Data();
-    *stride = m_video->Pitch();
-    *format = m_video->FourCC() == kFourCCNV12 ? uint32_t{PF_NV12} : uint32_t{PF_YV12};
-    return 0;
+LentBuffer CDDrawRenderer::Lend(PictureSize size, uint32_t preferredFormat) {
+    const Stage stage = CurrentStage();
+    const std::shared_ptr<VideoSlot> slot = m_buffers.Free();
+    if (slot == nullptr)
+        return {};
+    bool fits = false;
+    if (preferredFormat == PF_NV12 && m_nv12Allowed && stage.view != nullptr)
+        fits = m_nv12Allowed = FitSlot(*slot, stage, size, kFourCCNV12);
+    if (!fits && !FitSlot(*slot, stage, size, kFourCCYV12))
+        return {};
+    slot->data = slot->surface->Data();
+    slot->stride = slot->surface->Pitch();
+    slot->format = slot->surface->FourCC() == kFourCCNV12 ? uint32_t{PF_NV12} : uint32_t{PF_YV12};
+    slot->size = size;
+    return LentBuffer(slot);
 }
 
-// ---- A pass: prepare without a lock, compose under the picture lock, text and the copy without one ----
+bool CDDrawRenderer::TakesReference(const DecodedFrame& picture) {
+    const Stage stage = CurrentStage();
+    return stage.view != nullptr && (picture.strides[2] != 0 || m_nv12Allowed) && stage.view->Device().WrapsVideo();
+}
 
-// Makes a new view where the window is another one, or on another monitor. What was not known before is not another:
-// the surface of the first pictures stays.
+// ---- A pass: no lock is held. The picture is composed, text comes over it, and both are copied to the screen ----
+
+// Makes a new view where the window is another one, or on another monitor. Surfaces that were made before the monitor
+// was known are kept; a move to another monitor gives up all of them.
 bool CDDrawRenderer::FollowWindow(const WindowWatchPtr& window) {
-    std::shared_ptr<MonitorView> before = View();
+    const std::shared_ptr<MonitorView> before = CurrentStage().view;
     const std::optional<Monitor> monitor = m_blitter.FindMonitor(window);
     if (before != nullptr && before->Window() == window && monitor &&
         (monitor->handle == before->On().handle || monitor->handle == 0))
@@ -109,173 +108,194 @@ bool CDDrawRenderer::FollowWindow(const WindowWatchPtr& window) {
     m_set.reset();
     std::shared_ptr<MonitorView> view = MonitorView::Make(m_blitter, window);
     MutexLock lock(m_lock);
-    m_view = std::move(view);
-    m_dropVideo |= moved;
-    return m_view != nullptr;
+    m_stage.view = std::move(view);
+    m_stage.era += moved ? 1 : 0;
+    return m_stage.view != nullptr;
 }
 
-bool CDDrawRenderer::EnsureSet(const RenderInfo& info, WindowWatch::Size size) {
-    const Rect spare = SurfaceSet::SpareRect(info, size);
+bool CDDrawRenderer::EnsureSet(const PresentSettings& settings, WindowWatch::Size size) {
+    const Rect spare = SurfaceSet::SpareRect(settings, size);
     if (m_set != nullptr && m_set->Fits(size, spare))
         return true;
     m_textKnown = false;
     if (m_set != nullptr && m_set->Resize(size, spare))
         return true;
     m_set.reset();
-    m_set = SurfaceSet::Make(View(), size, spare);
+    m_set = SurfaceSet::Make(CurrentStage().view, size, spare);
     return m_set != nullptr;
 }
 
-void CDDrawRenderer::Prepare(const RenderInfo& info) {
-    m_force |= info.forceRedraw;
-    m_result = BlitResult::Ok;
-    m_pass = info.presentEnabled ? Begin(info) : Pass::Nothing;
+Outcome CDDrawRenderer::Present(const FinishedPicture& picture, Pass& pass) {
+    if (!pass.settings.presentEnabled)
+        return Outcome::NotDue;
+    Work work{.pass = pass, .settings = pass.settings, .finished = picture};
+    work.scope = Begin(work);
+    if (work.scope == Scope::Nothing)
+        return Outcome::NothingToDrawOn;
+    if (work.scope == Scope::Busy)
+        return Outcome::Busy;
+    if (work.scope == Scope::Failed)
+        return work.result == BlitResult::SurfaceLost ? Fail(work.result) : Outcome::Failed;
+    const std::unique_ptr<BlitSurface> wrapped = FindVideo(work);
+    Compose(work);
+    if (work.settings.window == nullptr) {
+        work.client = work.picture;
+        if (work.client == WindowWatch::Size())
+            return Outcome::NotDue;
+        if (!EnsureSet(work.settings, work.client))
+            return Outcome::Failed;
+    }
+    if (!RefreshText(work))
+        return Outcome::Failed;
+    if (work.scope == Scope::Draw)
+        LayText(work);
+    pass.redrawn = true;    // text that comes into view again is drawn from what is kept
+    return work.scope == Scope::TextOnly ? Outcome::NothingToDrawOn : Show(work);
 }
 
-CDDrawRenderer::Pass CDDrawRenderer::Begin(const RenderInfo& info) {
-    const WindowWatchPtr& window = info.window;
+CDDrawRenderer::Scope CDDrawRenderer::Begin(Work& work) {
+    const WindowWatchPtr& window = work.settings.window;
     if (window != nullptr && window->GetLife() != WindowWatch::Life::Alive) {
         if (window->ServerLost()) {
-            m_result = BlitResult::SurfaceLost;
-            return Pass::Failed;
+            work.result = BlitResult::SurfaceLost;
+            return Scope::Failed;
         }
         if (window->GetLife() == WindowWatch::Life::Dead)
             m_set.reset();
-        return Pass::Nothing;
+        return Scope::Nothing;
     }
-    m_result = kNoView;
+    work.result = kNoView;
     if (!FollowWindow(window))
-        return Pass::Failed;
+        return Scope::Failed;
     if (window == nullptr)
-        return Pass::TextOnly;
+        return Scope::TextOnly;
     const bool viewable = window->Viewable();
-    BlitTarget target{.window = window, .size = {}, .hidden = !viewable, .room = {}};
-    target.sink = info.sinks != nullptr ? info.sinks->Main(window) : nullptr;
-    const bool aside = info.area.overviewEnabled != 0 && info.area.overviewIsWindow != 0;
-    if (info.sinks != nullptr)
-        target.overview = info.sinks->Overview(aside ? info.overviewWindow : nullptr);
-    // The window may get another size at any moment: once more, and if it still does, with the next pass.
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        target.size = m_client = window->ClientSize();
-        const Rect spare = SurfaceSet::SpareRect(info, m_client);
-        if (!limits::FitsPicture(static_cast<uint64_t>(spare.right), static_cast<uint64_t>(spare.bottom))) {
-            m_set.reset();
-            return Pass::Nothing;    // no surfaces are as large, with room for the overview: the device has not failed
-        }
-        if (!EnsureSet(info, m_client))
-            return Pass::Failed;
-        target.room = aside ? m_set->Spare() : Rect{};
-        m_result = viewable || aside ? m_set->Composite().Begin(target) : BlitResult::Ok;
-        if (m_result != BlitResult::InvalidArgument)
-            break;
-    }
-    if (m_result == BlitResult::Ok)
-        return viewable ? Pass::Draw : aside ? Pass::Aside : Pass::TextOnly;
-    if (m_result == BlitResult::StillDrawing || m_result == BlitResult::InvalidArgument)
-        return Pass::Skip;
-    return window->GetLife() == WindowWatch::Life::Dead && !window->ServerLost() ? Pass::Nothing : Pass::Failed;
+    const Scope scope = BeginComposite(work, viewable);
+    if (scope != Scope::Draw)
+        return scope;
+    const bool aside = work.settings.area.overviewEnabled != 0 && work.settings.area.overviewIsWindow != 0;
+    return viewable ? Scope::Draw : aside ? Scope::Aside : Scope::TextOnly;
 }
 
-void CDDrawRenderer::Latch(const RenderInfo& info) {
-    m_force |= info.forceRedraw;
-    (void)ViewForVideo();
-    m_picture = m_video != nullptr ? WindowWatch::Size{m_video->Width(), m_video->Height()} : WindowWatch::Size{};
-    m_overviewPlace = m_overviewInside = {};
-    if ((m_pass == Pass::Draw || m_pass == Pass::Aside) && info.presentEnabled)
-        Compose(info);
+// Draw: the composite is ready, where it will be drawn on at all.
+CDDrawRenderer::Scope CDDrawRenderer::BeginComposite(Work& work, bool viewable) {
+    const PresentSettings& settings = work.settings;
+    const WindowWatchPtr& window = settings.window;
+    BlitTarget target{.window = window, .size = {}, .hidden = !viewable, .room = {}};
+    target.sink = work.pass.sinks.Main(window);
+    const bool aside = settings.area.overviewEnabled != 0 && settings.area.overviewIsWindow != 0;
+    target.overview = work.pass.sinks.Overview(aside ? settings.overviewWindow : nullptr);
+    // The window may get another size at any moment: once more, and if it still does, with the next pass.
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        target.size = work.client = window->ClientSize();
+        const Rect spare = SurfaceSet::SpareRect(settings, work.client);
+        if (!limits::FitsPicture(static_cast<uint64_t>(spare.right), static_cast<uint64_t>(spare.bottom))) {
+            m_set.reset();
+            return Scope::Nothing;    // no surfaces are as large, with room for the overview: the device has not failed
+        }
+        if (!EnsureSet(settings, work.client))
+            return Scope::Failed;
+        target.room = aside ? m_set->Spare() : Rect{};
+        work.result = viewable || aside ? m_set->Composite().Begin(target) : BlitResult::Ok;
+        if (work.result != BlitResult::InvalidArgument)
+            break;
+    }
+    if (work.result == BlitResult::Ok)
+        return Scope::Draw;
+    if (work.result == BlitResult::StillDrawing || work.result == BlitResult::InvalidArgument)
+        return Scope::Busy;
+    return window->GetLife() == WindowWatch::Life::Dead && !window->ServerLost() ? Scope::Nothing : Scope::Failed;
+}
+
+// The surface of the picture, where it has pixels that still can be shown: of this era, or a decoder's. What is
+// returned keeps the latter.
+std::unique_ptr<BlitSurface> CDDrawRenderer::FindVideo(Work& work) {
+    const Stage stage = CurrentStage();
+    std::unique_ptr<BlitSurface> wrapped;
+    if (const SharedPicture* const reference = work.finished.Reference()) {
+        const DecodedFrame& frame = reference->Get();
+        wrapped = stage.view->Device().WrapVideo(frame);
+        work.video = wrapped.get();
+        if (work.video != nullptr)
+            work.picture = {frame.width, frame.height};
+    } else if (const BufferSlot* const buffer = work.finished.Buffer()) {
+        const auto& slot = static_cast<const VideoSlot&>(*buffer);
+        if (slot.era != stage.era)
+            return wrapped;
+        slot.surface->Unlock();
+        work.video = &slot.surface->Surface();
+        work.picture = {buffer->size.width, buffer->size.height};
+    }
+    return wrapped;
 }
 
 // What the blits come to does not count: a surface that is lost is restored by its lock, and what could not be drawn
 // is drawn with the next picture.
-void CDDrawRenderer::Compose(const RenderInfo& info) {
-    if (m_video == nullptr) {
-        if (m_pass == Pass::Draw)
-            (void)m_set->Composite().Fill(Whole(m_client), 0);
+void CDDrawRenderer::Compose(Work& work) {
+    if (work.video == nullptr) {
+        if (work.scope == Scope::Draw)
+            (void)m_set->Composite().Fill(Whole(work.client), 0);
         return;
     }
-    m_video->Unlock();
-    if (m_pass == Pass::Draw)
-        ComposePicture(info);
-    ComposeOverview(info, Whole(m_picture));
-    if (!m_video->Lock())
-        m_video.reset();
+    if (work.scope == Scope::Draw)
+        ComposePicture(work);
+    if (work.scope == Scope::Draw || work.scope == Scope::Aside)
+        ComposeOverview(work);
 }
 
-void CDDrawRenderer::ComposePicture(const RenderInfo& info) {
+void CDDrawRenderer::ComposePicture(Work& work) {
     BlitComposite& composite = m_set->Composite();
-    const Rect window = Whole(m_client);
-    const Rect whole = Whole(m_picture);
+    const Rect window = Whole(work.client);
+    const Rect whole = Whole(work.picture);
     Rect source = whole;
-    if (info.area.zoomEnabled != 0)
-        source = ZoomSource(info, m_picture.width, m_picture.height).value_or(whole);
-    const Rect destination = PictureRect(info, m_client);
+    if (work.settings.area.zoomEnabled != 0)
+        source = ZoomSource(work.settings, work.picture.width, work.picture.height).value_or(whole);
+    const Rect destination = PictureRect(work.settings, work.client);
     for (const Rect& band : Around(window, destination))
         if (!band.Empty())
             (void)composite.Fill(band, 0);
     if (!destination.Empty())
-        (void)composite.Blit(destination, m_video->Surface(), source);
+        (void)composite.Blit(destination, *work.video, source);
 }
 
 // Text, which comes later, is kept off its place.
-void CDDrawRenderer::ComposeOverview(const RenderInfo& info, const Rect& whole) {
-    const DisplayArea& area = info.area;
+void CDDrawRenderer::ComposeOverview(Work& work) {
+    const PresentSettings& settings = work.settings;
+    const DisplayArea& area = settings.area;
     if (area.overviewEnabled == 0)
         return;
     if (area.overviewIsWindow != 0) {
+        if (settings.overviewWindow == nullptr)
+            return;
         const Rect& spare = m_set->Spare();
-        if (info.overviewWindow == nullptr || spare.Contains(Whole(m_client)))
-            return;    // asked for since the pass began
-        m_overviewPlace = Whole(info.overviewWindow->ClientSize()).Moved(spare.left, spare.top);
-    } else if (const auto outer = info.window->ScreenRect()) {
+        work.overviewPlace = Whole(settings.overviewWindow->ClientSize()).Moved(spare.left, spare.top);
+    } else if (const auto outer = settings.window->ScreenRect()) {
         const auto& place = area.overview.rectangle;
-        m_overviewPlace = Rect{place[0], place[1], place[2], place[3]}.Moved(-outer->left, -outer->top);
-        m_overviewInside = m_overviewPlace.Intersected(Whole(m_client));
+        work.overviewPlace = Rect{place[0], place[1], place[2], place[3]}.Moved(-outer->left, -outer->top);
+        work.overviewInside = work.overviewPlace.Intersected(Whole(work.client));
     }
-    if (!m_overviewPlace.Empty())
-        (void)m_set->Composite().Blit(m_overviewPlace, m_video->Surface(), whole);
+    if (!work.overviewPlace.Empty())
+        (void)m_set->Composite().Blit(work.overviewPlace, *work.video, Whole(work.picture));
 }
 
-Outcome CDDrawRenderer::Present(const FramePtr* frame, const RenderInfo* info) {
-    if (!info->presentEnabled)
-        return Outcome::NotDue;
-    if (m_pass == Pass::Nothing)
-        return Outcome::NothingToDrawOn;
-    if (m_pass == Pass::Skip)
-        return Outcome::Busy;
-    if (m_pass == Pass::Failed)
-        return m_result == BlitResult::SurfaceLost ? Fail(m_result) : Outcome::Failed;
-    if (info->window == nullptr) {
-        m_client = m_picture;
-        if (m_client == WindowWatch::Size())
-            return Outcome::NotDue;
-        if (!EnsureSet(*info, m_client))
-            return Outcome::Failed;
-    }
-    if (!RefreshText(**frame, *info))
-        return Outcome::Failed;
-    if (m_pass == Pass::Draw)
-        LayText();
-    m_force = false;    // text that comes into view again is drawn from what is kept
-    return m_pass == Pass::TextOnly ? Outcome::NothingToDrawOn : Show(*info);
-}
-
-Outcome CDDrawRenderer::Show(const RenderInfo& info) {
-    const auto view = View();
+Outcome CDDrawRenderer::Show(Work& work) {
+    const PresentSettings& settings = work.settings;
+    const auto view = CurrentStage().view;
     Outcome outcome = Outcome::NothingToDrawOn;
-    if (m_pass == Pass::Draw) {
-        const Rect outer = info.window->ScreenRect().value_or(Whole(m_client));
-        const BlitResult result = view->Show(m_set->Composite(), outer, m_client);
+    if (work.scope == Scope::Draw) {
+        const Rect outer = settings.window->ScreenRect().value_or(Whole(work.client));
+        const BlitResult result = view->Show(m_set->Composite(), outer, work.client);
         if (Failed(result) && result != BlitResult::StillDrawing)
             return Fail(result);
         outcome = Failed(result) ? Outcome::Busy : Outcome::Put;
     }
-    if (info.area.overviewIsWindow != 0 && !m_overviewPlace.Empty()) {
-        const Rect there = info.overviewWindow->ScreenRect().value_or(m_overviewPlace);
+    if (settings.area.overviewIsWindow != 0 && !work.overviewPlace.Empty()) {
+        const Rect there = settings.overviewWindow->ScreenRect().value_or(work.overviewPlace);
         const Rect onMonitor = there.Moved(-view->On().place.left, -view->On().place.top);
-        if (!Failed(view->CopyToScreen(*info.overviewWindow, onMonitor, m_set->Composite(), m_overviewPlace)))
+        if (!Failed(view->CopyToScreen(*settings.overviewWindow, onMonitor, m_set->Composite(), work.overviewPlace)))
             outcome = Outcome::Put;
     }
-    return m_picture == WindowWatch::Size() ? Outcome::NotDue : outcome;
+    return work.picture == WindowWatch::Size() ? Outcome::NotDue : outcome;
 }
 
 // Drops the surfaces of the pass that failed: the next picture starts afresh. With the screen lost the device goes too,
@@ -284,18 +304,18 @@ Outcome CDDrawRenderer::Fail(BlitResult result) {
     m_set.reset();
     std::shared_ptr<MonitorView> view;    // dies after the lock is dropped
     MutexLock lock(m_lock);
-    m_dropVideo = true;
+    ++m_stage.era;
     if (result != BlitResult::SurfaceLost)
         return Outcome::Busy;
-    view = std::move(m_view);
+    view = std::move(m_stage.view);
     return Outcome::Failed;
 }
 
 // ---- Text ----
 
 // False where the device has no surfaces for it.
-bool CDDrawRenderer::RefreshText(const MediaFrameImpl& frame, const RenderInfo& info) {
-    if (info.fullWindow || info.osd == nullptr) {
+bool CDDrawRenderer::RefreshText(Work& work) {
+    if (work.settings.fullWindow || work.settings.osd == nullptr) {
         m_set->FreeText();
         m_textKnown = false;
         return true;
@@ -303,34 +323,35 @@ bool CDDrawRenderer::RefreshText(const MediaFrameImpl& frame, const RenderInfo& 
     if (!m_set->EnsureText())
         return false;
     constexpr uint32_t kWallClock = 1;    // which text on a picture does not follow
-    if (m_force || !m_textKnown || TextDue(info.osdPolicy & ~kWallClock, m_lastText, 0, frame))
-        CallText(frame, info);
+    if (work.pass.flags.redraw || !m_textKnown ||
+        TextDue(work.settings.osdPolicy & ~kWallClock, m_lastText, 0, *work.finished.frame))
+        CallText(work);
     return true;
 }
 
-void CDDrawRenderer::CallText(const MediaFrameImpl& frame, const RenderInfo& info) {
+void CDDrawRenderer::CallText(Work& work) {
+    const MediaFrameImpl& frame = *work.finished.frame;
+    const PresentSettings& settings = work.settings;
     BlitSurface& drawn = *m_set->TextSystem();
-    (void)drawn.Fill(Whole(m_client), 0);
+    (void)drawn.Fill(Whole(work.client), 0);
     OsdRecord record(&frame, int64_t{frame.Header().timeSeconds}, false);
-    record.info.width = m_client.width;
-    record.info.height = m_client.height;
-    if (info.hasBorder) {
-        record.info.width = m_picture.width + info.border.left + info.border.right;
-        record.info.height = m_picture.height + info.border.top + info.border.bottom;
+    record.info.width = work.client.width;
+    record.info.height = work.client.height;
+    if (settings.hasBorder) {
+        record.info.width = work.picture.width + settings.border.left + settings.border.right;
+        record.info.height = work.picture.height + settings.border.top + settings.border.bottom;
         record.info.flags = CORVANE_OSD_BORDER;
     }
-    if (TakeTextFresh(info))
-        record.info.flags |= CORVANE_OSD_FRESH;
-    record.Call(info.osd, info.osdContext, drawn.Drawing());
-    (void)m_set->Text()->Blit(Whole(m_client), drawn, Whole(m_client));
+    record.CallIn(work.pass, drawn.Drawing());
+    (void)m_set->Text()->Blit(Whole(work.client), drawn, Whole(work.client));
     m_lastText = {0, frame.Header().timeSeconds, record.info.presentTime.seconds, record.info.baseTime.seconds};
     m_textKnown = true;
 }
 
-void CDDrawRenderer::LayText() {
+void CDDrawRenderer::LayText(const Work& work) {
     if (m_set->Text() == nullptr)
         return;
-    for (const Rect& part : Around(Whole(m_client), m_overviewInside))
+    for (const Rect& part : Around(Whole(work.client), work.overviewInside))
         if (!part.Empty())
             (void)m_set->Composite().Blit(part, *m_set->Text(), part);
 }

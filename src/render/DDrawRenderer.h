@@ -2,13 +2,13 @@
 // into a composite, lays text and overview over it, and copies the composite to the screen while the beam is elsewhere.
 // The adapter stands behind platform/blitter/Blitter.h.
 //
-//   pass      the window                                     what happens                               outcome
+//   scope     the window                                     what happens                               outcome
 //   Nothing   unknown yet; or presenting is off              nothing                                    NothingToDrawOn
 //             destroyed, or beyond the limits                its surfaces go                            NothingToDrawOn
 //   TextOnly  none, or not viewable                          text is called on surfaces in memory       NothingToDrawOn
 //   Aside     not viewable, but its overview has a window    the same, and the overview is drawn        Put
-//   Skip      still read by the server                       nothing: a new pass follows                Busy
-//   Draw      can be drawn on                                composed in Latch, copied in Present       Put
+//   Busy      still read by the server                       nothing: a new pass follows                Busy
+//   Draw      can be drawn on                                composed, and copied to the screen       Put
 //   Failed    no device, no surfaces, or the server is gone  see below                                  Failed
 //
 // A pass that fails drops its surfaces; the next picture starts afresh. Where nothing can start afresh (the screen is
@@ -31,58 +31,73 @@ namespace corvane {
 
 class CDDrawRenderer final : public IVideoRenderer {
 public:
-    // Looks for the device of `info`'s window; where there is none GetBuffer fails. May raise std::bad_alloc.
-    explicit CDDrawRenderer(const RenderInfo& info, Blitter& blitter = Blitter::Processor());
+    // Looks for the device of the settings' window; where there is none Lend fails. May raise std::bad_alloc.
+    explicit CDDrawRenderer(const PresentSettings& settings, Blitter& blitter = Blitter::Processor());
     ~CDDrawRenderer() override;
 
-    RendererType GetType() const override { return RendererType::DirectDraw; }
-    // Takes NV12 as long as the device has such surfaces, YV12 for everything else.
-    int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override;
-    // On a device that reads the memory of others.
-    bool TakePicture(const DecodedFrame& picture) override;
-    void Commit() override {}    // the surface stays locked
-    void Prepare(const RenderInfo& info) override;
-    void Latch(const RenderInfo& info) override;
-    Outcome Present(const FramePtr* frame, const RenderInfo* info) override;
+    const RendererTraits& Traits() const override;
+    // NV12 as long as the device has such surfaces, YV12 for everything else.
+    uint32_t FormatFor(uint32_t preferred) const override;
+    bool HasFreeBuffer() const override { return m_buffers.HasFree(); }
+    LentBuffer Lend(PictureSize size, uint32_t preferredFormat) override;
+    bool TakesReference(const DecodedFrame& picture) override;
+    Outcome Present(const FinishedPicture& picture, Pass& pass) override;
 
 private:
-    enum class Pass { Nothing, TextOnly, Aside, Skip, Draw, Failed };
+    enum class Scope { Nothing, TextOnly, Aside, Busy, Draw, Failed };
 
-    std::shared_ptr<MonitorView> ViewForVideo();
-    bool EnsureVideo(const std::shared_ptr<MonitorView>& view, uint32_t width, uint32_t height, uint32_t fourCC);
-    std::shared_ptr<MonitorView> View() const;
+    // What new surfaces are made on. With a new era all surfaces of before are given up.
+    struct Stage {
+        std::shared_ptr<MonitorView> view;    // null: there is no device
+        uint64_t era = 0;
+    };
+    struct VideoSlot : BufferSlot {
+        std::unique_ptr<VideoSurface> surface;
+        uint64_t era = 0;
+    };
+    // What lives as long as one pass.
+    struct Work {
+        Pass& pass;
+        const PresentSettings& settings;
+        const FinishedPicture& finished;
+        Scope scope = Scope::Nothing;
+        BlitResult result = BlitResult::Ok;    // why the pass failed
+        WindowWatch::Size client{};
+        BlitSurface* video = nullptr;    // null: there is no picture
+        WindowWatch::Size picture{};     // 0x0 likewise
+        Rect overviewPlace{};            // on the composite; empty: no overview
+        Rect overviewInside{};           // the part of it that lies on the window
+    };
+
+    Stage CurrentStage() const;
+    bool FitSlot(VideoSlot& slot, const Stage& stage, PictureSize size, uint32_t fourCC);
     bool FollowWindow(const WindowWatchPtr& window);
-    bool EnsureSet(const RenderInfo& info, WindowWatch::Size size);
-    Pass Begin(const RenderInfo& info);
-    void Compose(const RenderInfo& info);
-    void ComposePicture(const RenderInfo& info);
-    void ComposeOverview(const RenderInfo& info, const Rect& whole);
-    bool RefreshText(const MediaFrameImpl& frame, const RenderInfo& info);
-    void CallText(const MediaFrameImpl& frame, const RenderInfo& info);
-    void LayText();
-    Outcome Show(const RenderInfo& info);
+    bool EnsureSet(const PresentSettings& settings, WindowWatch::Size size);
+    Scope Begin(Work& work);
+    Scope BeginComposite(Work& work, bool viewable);
+    std::unique_ptr<BlitSurface> FindVideo(Work& work);
+    void Compose(Work& work);
+    void ComposePicture(Work& work);
+    void ComposeOverview(Work& work);
+    bool RefreshText(Work& work);
+    void CallText(Work& work);
+    void LayText(const Work& work);
+    Outcome Show(Work& work);
     Outcome Fail(BlitResult result);
 
     Blitter& m_blitter;
 
-    mutable Mutex m_lock;                                      // a leaf
-    std::shared_ptr<MonitorView> m_view GUARDED_BY(m_lock);    // changed on the render thread only
-    bool m_dropVideo GUARDED_BY(m_lock) = false;               // what is in m_video is of a device that is given up
+    mutable Mutex m_lock;    // a leaf
+    // Changed on the render thread only.
+    Stage m_stage GUARDED_BY(m_lock);
 
-    // Under the manager's picture lock.
-    std::unique_ptr<VideoSurface> m_video;
+    // Only on the worker.
+    BufferPair<VideoSlot> m_buffers;
     bool m_nv12Allowed = true;
 
-    // Only on the render thread; a pass runs from Prepare to Present.
-    Pass m_pass = Pass::Nothing;
-    BlitResult m_result = BlitResult::Ok;    // why the pass failed
+    // Only on the render thread, from one pass to the next.
     std::unique_ptr<SurfaceSet> m_set;
-    WindowWatch::Size m_client;
-    WindowWatch::Size m_picture;    // of the latched picture; 0x0: there is none
-    Rect m_overviewPlace;           // on the composite; empty: no overview
-    Rect m_overviewInside;          // the part of it that lies on the window
-    bool m_force = false;           // text must be drawn; stays until a pass could do so
-    bool m_textKnown = false;       // m_lastText is that of the text in m_set
+    bool m_textKnown = false;    // m_lastText is that of the text in m_set
     TextTimes m_lastText;
 };
 

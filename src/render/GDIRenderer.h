@@ -10,15 +10,11 @@
 // touches the bands and text never the picture, so nothing flickers.
 #pragma once
 
-#include <vector>
-
-#include "base/AlignedBuffer.h"
 #include "platform/Clock.h"
 #include "platform/raster/Raster.h"
 #include "present/IVideoRenderer.h"
 #include "present/Layout.h"
 #include "present/OnScreenText.h"
-#include "present/WindowSinks.h"
 
 namespace corvane {
 
@@ -26,57 +22,57 @@ class CGDIRenderer final : public IVideoRenderer {
 public:
     explicit CGDIRenderer(Clock& clock = Clock::System()) : m_clock(clock) {}
 
-    RendererType GetType() const override { return RendererType::Gdi; }
+    const RendererTraits& Traits() const override;
     // Whatever format is asked for, it takes 24 bit bottom-up.
-    int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override;
-    void Commit() override {}
-    void Prepare(const RenderInfo& info) override;
-    void Latch(const RenderInfo& info) override;
-    Outcome Present(const FramePtr* frame, const RenderInfo* info) override;
+    uint32_t FormatFor(uint32_t) const override { return PF_BGR24_FLIP; }
+    bool HasFreeBuffer() const override { return m_buffers.HasFree(); }
+    LentBuffer Lend(PictureSize size, uint32_t) override { return m_buffers.Lend(size, PF_BGR24_FLIP); }
+    Outcome Present(const FinishedPicture& picture, Pass& pass) override;
 
 private:
     enum class Way { Direct, Compose, Bordered };
-    // What a pass may do, as Prepare found the window.
-    enum class Pass {
+    // What a pass may do, as it found the window.
+    enum class Scope {
         Nothing,     // no window, or none that can be drawn on
         TextOnly,    // the window is not viewable
-        Skip,        // the server still reads the last picture; a new pass follows when it is done
+        Busy,        // the server still reads the last picture; a new pass follows when it is done
         Draw
     };
+    // What lives as long as one pass.
+    struct Work {
+        Pass& pass;
+        const PresentSettings& settings;
+        const FramePtr& frame;
+        PackedPicture picture;
+        Scope scope = Scope::Nothing;
+        Way way = Way::Direct;
+        bool force = false;    // bands and text must be drawn
+        WindowSink* sink = nullptr;
+        WindowSink* overviewSink = nullptr;    // of an overview window that can be drawn on now
+        WindowWatch::Size client{};
+        Rect overview{};    // its place on the target, or on the overview window; empty: there is none
+    };
 
-    PackedPicture Picture() const;
-    void FollowPlaces(const RenderInfo& info);
-    bool EnsureOverlay(const RenderInfo& info);
-    bool DrawPicture(const RenderInfo& info);
-    bool DrawOverview(const RenderInfo& info);
-    bool Refresh(const MediaFrameImpl& frame, const RenderInfo& info);
-    bool RefreshIsDue(const MediaFrameImpl& frame, const RenderInfo& info, int64_t wall) const;
-    void CallText(const MediaFrameImpl& frame, const RenderInfo& info);
-    Outcome Finish(const RenderInfo& info, bool refreshed);
-    bool PutDirect(const RenderInfo& info, bool refreshed);
+    void Begin(Work& work) const;
+    bool Draw(Work& work);
+    void FollowPlaces(Work& work);
+    bool EnsureOverlay(Work& work);
+    bool DrawPicture(const Work& work);
+    bool DrawOverview(Work& work);
+    bool Refresh(Work& work, bool& refreshed);
+    bool RefreshIsDue(const Work& work, int64_t wall) const;
+    void CallText(Work& work);
+    Outcome Finish(const Work& work, bool refreshed);
+    bool PutDirect(const Work& work, bool refreshed);
 
     Clock& m_clock;
+    MemoryBuffers m_buffers;    // worker
 
-    // The lent buffer: under the manager's picture lock, written by the worker, read by the render thread in Latch.
-    AlignedBuffer m_memory;
-    uint32_t m_stride = 0;
-    uint32_t m_width = 0;
-    uint32_t m_height = 0;
-
-    // Only on the render thread; a pass runs from Prepare to Present.
-    Pass m_pass = Pass::Nothing;
-    Way m_way = Way::Direct;
-    WindowSink* m_sink = nullptr;
-    WindowSink* m_overviewSink = nullptr;    // of an overview window that can be drawn on now
-    WindowWatch::Size m_client;
-    WindowWatch::Size m_picture;    // of the latched picture
-    Rect m_canvas;                  // with bands and text, as of the last latch: of the window, or of the overlay
-    Rect m_inside;                  // the picture's place on it
-    bool m_failed = false;          // no memory for the pass
-    bool m_force = false;           // bands and text must be drawn; stays until a pass could do so
+    // Only on the render thread, from one pass to the next.
+    Rect m_canvas;    // with bands and text, as of the last pass that drew: of the window, or of the overlay
+    Rect m_inside;    // the picture's place on it
     Raster m_overlay;
-    Raster m_overview;      // the whole picture, small, until it is laid over the rest
-    Rect m_overviewRect;    // its place on the target, or on the overview window; empty: there is none
+    Raster m_overview;    // the whole picture, small, until it is laid over the rest
     TextTimes m_lastText;
 };
 

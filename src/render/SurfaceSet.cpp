@@ -9,10 +9,10 @@ constexpr int64_t kRoomBelow = 240;
 
 }    // namespace
 
-Rect SurfaceSet::SpareRect(const RenderInfo& info, WindowWatch::Size size) {
+Rect SurfaceSet::SpareRect(const PresentSettings& settings, WindowWatch::Size size) {
     const int64_t width = size.width;
     const int64_t height = size.height;
-    if (info.area.overviewEnabled == 0 || info.area.overviewIsWindow == 0)
+    if (settings.area.overviewEnabled == 0 || settings.area.overviewIsWindow == 0)
         return {0, 0, width, height};
     if (width < height)
         return {0, height, width, height + kRoomBelow};

@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "present/RenderInfo.h"
+#include "present/PresentSettings.h"
 #include "render/MonitorView.h"
 
 namespace corvane {
@@ -12,7 +12,7 @@ class SurfaceSet {
 public:
     // Beside the picture, of a window of `size`, there is room for an overview that is a window of its own: to the
     // right, or below an upright window. Without one it is the window's own rectangle.
-    static Rect SpareRect(const RenderInfo& info, WindowWatch::Size size);
+    static Rect SpareRect(const PresentSettings& settings, WindowWatch::Size size);
 
     // Null where the device has no such surfaces. May raise std::bad_alloc.
     static std::unique_ptr<SurfaceSet> Make(std::shared_ptr<MonitorView> view, WindowWatch::Size size,

@@ -13,20 +13,7 @@ std::unique_ptr<VideoSurface> VideoSurface::Make(std::shared_ptr<MonitorView> vi
     return made->Lock() ? std::move(made) : nullptr;
 }
 
-std::unique_ptr<VideoSurface> VideoSurface::Wrap(std::shared_ptr<MonitorView> view, const DecodedFrame& picture) {
-    std::unique_ptr<BlitSurface> surface = view->Device().WrapVideo(SharedPicture(picture));
-    if (surface == nullptr)
-        return nullptr;
-    std::unique_ptr<VideoSurface> made(new VideoSurface(std::move(view), std::move(surface), picture.width,
-                                                        picture.height,
-                                                        picture.strides[2] == 0 ? kFourCCNV12 : kFourCCYV12));
-    made->m_wraps = true;
-    return made;
-}
-
 bool VideoSurface::Lock() {
-    if (m_wraps)
-        return true;
     Unlock();
     BlitResult result = m_surface->Lock(true, &m_data, &m_pitch);
     if (result == BlitResult::InvalidArgument) {    // the device knows no such lock

@@ -1,6 +1,5 @@
-// The surface that a worker writes its pictures into; it spends its life locked, but for the blits of a pass. Or one
-// that is a decoder's picture by reference, for one picture, which nobody locks. All calls under the manager's picture
-// lock, on either thread.
+// The surface that a worker writes its pictures into: locked while it is written, not locked while it is shown. Used by
+// the thread that owns the buffer at that time.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +14,6 @@ public:
     // Locked; null where the device has no such surface, or it cannot be locked. May raise std::bad_alloc.
     static std::unique_ptr<VideoSurface> Make(std::shared_ptr<MonitorView> view, uint32_t width, uint32_t height,
                                               uint32_t fourCC);
-    // Null where the device cannot read the memory of others.
-    static std::unique_ptr<VideoSurface> Wrap(std::shared_ptr<MonitorView> view, const DecodedFrame& picture);
     ~VideoSurface() { Unlock(); }
     VideoSurface(const VideoSurface&) = delete;
     VideoSurface& operator=(const VideoSurface&) = delete;
@@ -28,7 +25,6 @@ public:
     uint32_t Height() const { return m_height; }
     uint32_t FourCC() const { return m_fourCC; }
 
-    bool Wraps() const { return m_wraps; }
     bool Lock();    // restores a lost surface; false where that fails too
     void Unlock();
     bool Locked() const { return m_locked; }
@@ -46,7 +42,6 @@ private:
     const uint32_t m_width;
     const uint32_t m_height;
     const uint32_t m_fourCC;
-    bool m_wraps = false;
     bool m_locked = false;
     uint8_t* m_data = nullptr;
     uint32_t m_pitch = 0;

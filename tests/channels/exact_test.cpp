@@ -1,4 +1,5 @@
-// Pictures at the off-screen callback equal, to the bit, the documented arithmetic over the planes that libavcodec gives.
+// Pictures at the off-screen callback equal, to the bit, the documented arithmetic over the planes that libavcodec
+// gives.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -296,7 +296,7 @@ TEST(ChannelSettings, SidesGoWhereTheyAreNamed) {
     live.Apply(settings);
     for (int32_t option = 8; option <= 9; ++option)
         EXPECT_EQ(live.SetOption(option, uint64_t{1} << 32 | static_cast<uint32_t>(option), 0), Status::Ok);
-    const RenderInfo info = live.Render().GetRenderInfo();
+    const PresentSettings info = *live.Render().Settings();
     EXPECT_TRUE(info.margin.left == 9 && info.margin.right == 8 && info.margin.top == 9 && info.margin.bottom == 4);
     EXPECT_TRUE(info.border.left == 21 && info.border.top == 22 && info.border.right == 23 && info.border.bottom == 24);
     EXPECT_TRUE(info.osdPolicy == 3 && !info.fullWindow && info.presentEnabled && !info.noBorder);

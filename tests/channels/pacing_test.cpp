@@ -7,6 +7,7 @@
 
 #include "support/BitWriter.h"
 #include "support/Client.h"
+#include "support/ScriptedRenderer.h"
 #include "support/SimulatedChannel.h"
 
 namespace corvane {
@@ -264,54 +265,36 @@ TEST(Pacing, SoundIsPacedOnlyInAudioOnlyMode) {
     }
 }
 
-// A renderer that holds the render thread up, with the picture lock or while it presents.
-struct HoldingRenderer final : IVideoRenderer {
-    static inline std::atomic<bool> inLatch{false}, inPresent{false};
-    static void Hold(const std::atomic<bool>& held) {
-        while (held)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    RendererType GetType() const override { return RendererType::Gdi; }
-    Outcome Present(const FramePtr*, const RenderInfo*) override { return Hold(inPresent), Outcome::Put; }
-    int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override {
-        pixels.resize(size_t{4} * width * height);
-        *buffer = pixels.data();
-        *stride = 4 * width;
-        *format = PF_BGRA32;
-        return 0;
-    }
-    void Commit() override {}
-    void Latch(const RenderInfo&) override { Hold(inLatch); }
-    std::vector<uint8_t> pixels;
-};
-
-// Behind time, with the queue over its buffer time for 16 frames, a picture that finds the manager busy is lost at
-// once, and one that nobody has taken is replaced. Were each waited for, the test would not end in time.
+// Behind time, with the queue over its buffer time for 16 frames, a picture that nobody has taken is replaced. Were
+// each waited for, the test would not end in time.
 TEST(Pacing, ABusyManagerIsNotWaitedForWhenTheQueueIsOver) {
     constexpr int kFrames = 300;
-    const RendererMakers makers{[](const RenderInfo&) -> RendererPtr { return std::make_shared<HoldingRenderer>(); },
-                                [](const RenderInfo&) -> RendererPtr { return std::make_shared<HoldingRenderer>(); }};
     std::vector<Arrival> arrivals;
     for (int i = 0; i < kFrames; ++i)    // all at once; without a key frame in it a queue takes any length
         arrivals.push_back({.stampMs = 40 * i, .key = i == 0});
-    for (std::atomic<bool>* const held : {&HoldingRenderer::inLatch, &HoldingRenderer::inPresent}) {
-        test::SimulatedChannel simulation(arrivals, makers);
-        simulation.onDecoded = [held](int64_t number, int64_t) {
-            if (number == 20)
-                *held = true;
-        };
-        simulation.Play(kFrames);
-        simulation.channel.Render().Stop(true);    // the last picture is not taken any more
-        *held = false;
-        ChannelStatistics told{};
-        EXPECT_TRUE(Eventually([&] {
-            told = simulation.Told();
-            return told.picturesDecoded == told.picturesLost + told.picturesReplaced + told.picturesTaken;
-        }));
-        EXPECT_EQ(told.picturesDecoded, uint64_t{kFrames});
-        EXPECT_GE(held == &HoldingRenderer::inLatch ? told.picturesLost : told.picturesReplaced,
-                  uint64_t{kFrames - 30});
-    }
+    static std::atomic<bool> held;
+    static test::RendererScript script;
+    held = false;
+    script.present = [](const FinishedPicture&, Pass&) {
+        while (held)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return Outcome::Put;
+    };
+    const RendererMaker makers[] = {
+        {"DirectDraw", [](uint32_t) { return true; },
+         [](const PresentSettings&) -> RendererPtr { return std::make_shared<test::ScriptedRenderer>(script); }}};
+    test::SimulatedChannel simulation(arrivals, makers);
+    simulation.onDecoded = [](int64_t number, int64_t) { held = held || number == 20; };
+    simulation.Play(kFrames);
+    simulation.channel.Render().Stop(true);    // the last picture is not taken any more
+    held = false;
+    ChannelStatistics told{};
+    EXPECT_TRUE(Eventually([&] {
+        told = simulation.Told();
+        return told.picturesDecoded == told.picturesLost + told.picturesReplaced + told.picturesTaken;
+    }));
+    EXPECT_EQ(told.picturesDecoded, uint64_t{kFrames});
+    EXPECT_GE(told.picturesReplaced, uint64_t{kFrames - 30});
 }
 
 // The kind of decoder is told once a run. A stream that pauses shows its last picture once, however often the render

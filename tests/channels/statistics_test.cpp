@@ -202,7 +202,8 @@ TEST(Statistics, APictureIsPutOnceAndNotPutOnlyWhenTheNextOneComes) {
             if (*call == 'B')
                 tally.Begin(1);
             else
-                tally.Note(static_cast<Outcome>(std::strchr(kOutcomes, *call) - kOutcomes), RenderInfo{}, 2'000'001);
+                tally.Note(static_cast<Outcome>(std::strchr(kOutcomes, *call) - kOutcomes), PresentSettings{},
+                           2'000'001);
         }
         ChannelStatistics out{};
         counters.Fill(out);

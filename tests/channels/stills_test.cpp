@@ -274,15 +274,15 @@ TEST(Stills, PairsAndPlaceholders) {
     test::ScriptedDecoder::picture = [&](const EncodedUnit&) {
         return DecodedFrame{{pixels, pixels + 16 * 8, nullptr}, {16, 16, 0}, 16, 8, nullptr, nullptr, nullptr, {}};
     };
-    SharedMutex lock;
-    VideoDecoderHolder decoder;
     CRenderMgr render(nullptr, 0, 0);
-    StillRoad road(nullptr, lock, decoder, render);
-    decoder.SetFactories({.GetDecoderIsolated_QuickSync = &test::ScriptedDecoder::Make});
-    decoder.SetH264Kind(3);
+    VideoStage video(render, false);
+    StillRoad road(nullptr, video, render);
+    video.Settings().SetFactories({.GetDecoderIsolated_QuickSync = &test::ScriptedDecoder::Make});
+    video.Settings().SetH264Kind(3);
     render.Stop(true);    // waiting for a picture: no logo
-    uint32_t got = 0;
-    ASSERT_EQ(decoder.Decode(test::MakeFrame(CORVANE_STREAM_H264, {1, 2, 3}, true, 0, 8, 4), &got), 0);
+    SharedPicture current;
+    FramePtr frame = test::MakeFrame(CORVANE_STREAM_H264, {1, 2, 3}, true, 0, 8, 4);
+    ASSERT_TRUE(video.Decode(frame, 0, current));
     const DisplayArea area{0, 0, {{0, 0, 16, 8}}, {}, 0, 0, {{6, 2, 14, 6}}, {}, 1, 0};
     ASSERT_EQ(render.SetDisplayArea(area, 31), Status::Ok);
     PictureBuffer picture{};
@@ -299,7 +299,8 @@ TEST(Stills, PairsAndPlaceholders) {
     header.streamSeconds = 60;
     header.extension = baseTime;
     header.extensionSize = sizeof baseTime;
-    ASSERT_EQ(decoder.Decode(std::make_shared<MediaFrameImpl>(header), &got), 0);
+    frame = std::make_shared<MediaFrameImpl>(header);
+    ASSERT_TRUE(video.Decode(frame, 0, current));
     const Canvas canvas(8, 8);
     DisplayFrameInfo info{};
     info.flags = 2;

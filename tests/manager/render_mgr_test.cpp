@@ -12,6 +12,7 @@
 #include "manager/RenderMgr.h"
 #include "support/Latch.h"
 #include "support/PlainPicture.h"
+#include "support/ScriptedRenderer.h"
 #include "support/StreamMaker.h"
 
 namespace corvane::test {
@@ -70,64 +71,30 @@ struct RenderMgr : testing::Test {
     CRenderMgr manager{this, 0, 0};
 };
 
-// A renderer that does as it is told.
-struct Script {
-    RendererType type;
-    std::atomic<int> refuseBuffers{0}, failPresents{0};    // GetBuffer or Present fails this many times
-    std::atomic<int> buffers{0}, presents{0}, destroyed{0};
-    std::atomic<bool> diedOnRenderThread{true};
-};
+using test::RendererScript;
 
-class ScriptedRenderer final : public IVideoRenderer {
-public:
-    explicit ScriptedRenderer(Script& script) : m_script(script) {}
-    ~ScriptedRenderer() override {
-        if (Thread::CurrentOwner() == nullptr)
-            m_script.diedOnRenderThread = false;
-        ++m_script.destroyed;
-    }
-    RendererType GetType() const override { return m_script.type; }
-    Outcome Present(const FramePtr*, const RenderInfo*) override {
-        ++m_script.presents;
-        return m_script.failPresents-- > 0 ? Outcome::Failed : Outcome::Put;
-    }
-    int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override {
-        ++m_script.buffers;
-        m_memory.resize(PictureBytes(PF_BGRA32, width, height) + 64);
-        *buffer = m_memory.data();
-        *stride = RowBytes(PF_BGRA32, width);
-        *format = PF_BGRA32;
-        return m_script.refuseBuffers-- > 0 ? -1 : 0;
-    }
-    void Commit() override {}
-    void Latch(const RenderInfo&) override {}
-
-private:
-    Script& m_script;
-    std::vector<uint8_t> m_memory;
-};
-
-Script* scripts[2];    // of the plain renderer and of the default one
+RendererScript* scripts[2];    // of the default renderer and of the plain one
 template <int Which>
-RendererPtr MakeScripted(const RenderInfo&) {
-    return std::make_shared<ScriptedRenderer>(*scripts[Which]);
+RendererPtr MakeScripted(const PresentSettings&) {
+    return std::make_shared<test::ScriptedRenderer>(*scripts[Which]);
 }
-const RendererMakers kScripted{&MakeScripted<0>, &MakeScripted<1>};
+constexpr auto kAny = [](uint32_t) { return true; };
+const RendererMaker kScripted[] = {{"DirectDraw", kAny, &MakeScripted<0>}, {"GDI", kAny, &MakeScripted<1>}};
 
 std::atomic<int> fallbackCodes, logLines;
 
 TEST_F(RenderMgr, FallBackTable) {
     const struct {
         const char* name;
-        RendererType type;
+        const char* follows;
         uint32_t flags;
         bool presentFails, replaced;    // else no buffer
     } rows[] = {
-        {"default without a buffer", RendererType::DirectDraw, 0, false, true},
-        {"default that cannot present", RendererType::DirectDraw, 0, true, true},
-        {"default, fall-back forbidden", RendererType::DirectDraw, CORVANE_FLAG_NO_FALLBACK, false, false},
-        {"plain without a buffer", RendererType::Gdi, 0, false, false},
-        {"off-screen without a buffer", RendererType::OffScreen, 0, false, false},
+        {"default without a buffer", "GDI", 0, false, true},
+        {"default that cannot present", "GDI", 0, true, true},
+        {"default, fall-back forbidden", "GDI", CORVANE_FLAG_NO_FALLBACK, false, false},
+        {"plain without a buffer", nullptr, 0, false, false},
+        {"its follower is not of this build", "Vulkan", 0, false, false},
     };
     log::hook = [](int level, const char*, int, const char* format, const void*) {
         if (level == 3)    // no other one is expected
@@ -135,10 +102,17 @@ TEST_F(RenderMgr, FallBackTable) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        Script second{.type = RendererType::Gdi};
-        Script first{.type = row.type, .refuseBuffers = !row.presentFails, .failPresents = row.presentFails};
-        scripts[0] = &second;
-        scripts[1] = &first;
+        RendererScript first, second;
+        first.traits.followsOnFailure = row.follows;
+        first.refuseBuffers = !row.presentFails;
+        first.failPresents = row.presentFails;
+        second.traits = {.name = "GDI",
+                         .needsWindow = true,
+                         .takesReferences = false,
+                         .scalesItself = false,
+                         .followsOnFailure = nullptr};
+        scripts[0] = &first;
+        scripts[1] = &second;
         logLines = fallbackCodes = 0;
         {
             CRenderMgr scripted(&first, 0, row.flags, Clock::System(), kScripted);
@@ -161,6 +135,19 @@ TEST_F(RenderMgr, FallBackTable) {
         EXPECT_TRUE(first.diedOnRenderThread && second.diedOnRenderThread);
     }
     log::hook = nullptr;
+}
+
+// A picture that comes while the render thread turns to another state is the next one's, and is shown.
+TEST_F(RenderMgr, NoPictureIsLostToAStateThatIsOver) {
+    KeepPictures(PF_BGRA32);
+    for (size_t i = 1; i <= 2000; ++i) {
+        manager.ResetToStopped();
+        const auto from = std::chrono::steady_clock::now() + std::chrono::microseconds(i % 100);
+        while (std::chrono::steady_clock::now() < from) {    // each moment of the turn once
+        }
+        Present(Frame(static_cast<int64_t>(i)));
+        ASSERT_EQ(Await(i).milliseconds, i % 1000);
+    }
 }
 
 TEST_F(RenderMgr, TargetSizes) {

@@ -3,25 +3,28 @@
 #include <string>
 #include <vector>
 
-#include "present/PictureTarget.h"
+#include "present/PictureRun.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
 
 namespace corvane::test {
 namespace {
 
-using Fate = CarryResult::Fate;
+using Fate = RunResult::Fate;
 
-// Lends memory in one format, or nothing with format 0.
+// Lends memory in one format, or nothing with format 0. It tells the format beforehand, or only with the buffer.
 class PlainTarget final : public PictureTarget {
 public:
-    explicit PlainTarget(uint32_t format) : m_format(format) {}
+    PlainTarget(uint32_t format, bool tells) : m_format(format), m_tells(tells) {}
     bool Take(const DecodedFrame&) override { return takes; }
+    uint32_t FormatFor(uint32_t) const override { return m_tells ? m_format : 0; }
     PictureLease Lend(uint32_t width, uint32_t height, uint32_t) override {
         m_memory.resize(m_format == 0 ? 0 : PictureBytes(m_format, width, height));
         return m_format == 0 ? PictureLease()
                              : PictureLease(this, m_memory.data(), RowBytes(m_format, width), m_format);
     }
+
+    uint8_t At(uint32_t x, uint32_t y) const { return m_memory[size_t{y} * RowBytes(m_format, 32) + x]; }
 
     bool takes = false;
     std::string ends;    // of leases: C committed, B given back
@@ -30,6 +33,7 @@ private:
     void Finish(bool commit) override { ends += commit ? 'C' : 'B'; }
 
     const uint32_t m_format;
+    const bool m_tells;
     std::vector<uint8_t> m_memory;
 };
 
@@ -37,7 +41,7 @@ class Refusing final : public QMRX::Filter::IFilter {
     int32_t Process(QMRX::Filter::FilterArgs*) override { return -1; }
 };
 
-TEST(CarryPicture, SaysWhatBecameOfThePicture) {
+TEST(PictureRun, SaysWhatBecameOfThePicture) {
     Refusing refusing;
     const struct {
         const char* name;
@@ -60,7 +64,7 @@ TEST(CarryPicture, SaysWhatBecameOfThePicture) {
         {"turned, a step fails", PF_I420, 16, 0, 1, 0, 1, 1, 0, Fate::StepFailed, Smoothing::None, "C"},
         {"nothing lent", 0, 16, 1, 1, 0, 0, 0, 0, Fate::LostNoBuffer, Smoothing::None, ""},
         {"nothing lent to turn into", 0, 16, 1, 1, 0, 1, 0, 0, Fate::LostNoBuffer, Smoothing::None, ""},
-        {"cannot be turned", PF_BGRA32, 16, 1, 1, 0, 1, 0, 0, Fate::LostNotRotatable, Smoothing::None, "B"},
+        {"cannot be turned", PF_BGRA32, 16, 1, 1, 0, 1, 0, 0, Fate::LostNotRotatable, Smoothing::None, ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -75,16 +79,62 @@ TEST(CarryPicture, SaysWhatBecameOfThePicture) {
         PlainPicture picture(32, row.height);
         if (row.shared)
             picture.Share();
-        PlainTarget target(row.format);
-        target.takes = row.shared;
-        FilterChain chain;
-        RotateFilter rotate(90);
-        const CarryResult result = CarryPicture(target, chain, settings, row.rotate ? &rotate : nullptr, *frame,
-                                                picture.frame, 32, row.height);
-        EXPECT_EQ(result.fate, row.fate);
-        EXPECT_EQ(result.smoothing, row.smoothing);
-        EXPECT_EQ(target.ends, row.ends);
-        EXPECT_EQ(result.Lost(), row.fate == Fate::LostNoBuffer || row.fate == Fate::LostNotRotatable);
+        for (const bool tells : {true, false}) {
+            PlainTarget target(row.format, tells);
+            target.takes = row.shared;
+            PictureRun run;
+            const PictureRequest request{.frame = *frame,
+                                         .decoded = picture.frame,
+                                         .size = {32, row.height},
+                                         .angle = row.rotate ? std::optional(90.0) : std::nullopt};
+            const RunResult result = run.Carry(request, settings, target);
+            EXPECT_EQ(result.fate, row.fate);
+            EXPECT_EQ(result.smoothing, row.smoothing);
+            // What cannot be turned costs no buffer where that can be told.
+            EXPECT_EQ(target.ends, !tells && row.fate == Fate::LostNotRotatable ? "B" : row.ends);
+            EXPECT_EQ(result.Lost(), row.fate == Fate::LostNoBuffer || row.fate == Fate::LostNotRotatable);
+        }
+    }
+}
+
+// A grey dot at (2, 1), on every second frame.
+class Dot final : public IStamp {
+public:
+    bool Due(const MediaFrameImpl&) override { return ++asked % 2 == 0; }
+    void Draw(const MediaFrameImpl&, const PictureView& picture) override {
+        const ptrdiff_t pixel = picture.format == PF_I420 ? 1 : 3;
+        picture.plane[0][picture.stride[0] + 2 * pixel] = 7;
+    }
+    int asked = 0;
+};
+
+// A stamp that is due is drawn where the picture's top row is the first, is turned with it, and keeps a picture from
+// passing by reference, with the decoder's pixels as they were.
+TEST(PictureRun, StampsAreDrawnWhenTheyAreDue) {
+    const FramePtr frame = MakeFrame(CORVANE_STREAM_H264, {}, true, 0);
+    Dot dot;
+    IStamp* const stamps[] = {&dot};
+    for (const bool turned : {false, true}) {
+        for (const uint32_t format : {uint32_t{PF_I420}, uint32_t{PF_BGR24_FLIP}}) {
+            PlainPicture picture(32, 32);
+            picture.Share();
+            PictureRun run;
+            PlainTarget target(format, true);
+            target.takes = true;
+            const PictureRequest request{.frame = *frame,
+                                         .decoded = picture.frame,
+                                         .size = {32, 32},
+                                         .angle = turned ? std::optional(180.0) : std::nullopt,
+                                         .stamps = stamps};
+            EXPECT_EQ(run.Carry(request, ChainSettings(), target).fate, Fate::Carried);
+            EXPECT_EQ(target.ends, turned ? "C" : "") << "not due: by reference, where nothing is turned";
+            EXPECT_EQ(run.Carry(request, ChainSettings(), target).fate, Fate::Carried);
+            EXPECT_TRUE(target.ends.ends_with('C'));
+            const bool flipped = format == PF_BGR24_FLIP;
+            const uint32_t x = turned ? 31 - 2 : 2, y = turned ? 31 - 1 : 1;
+            EXPECT_EQ(target.At(flipped ? 3 * x : x, flipped ? 31 - y : y), 7);
+            EXPECT_TRUE(picture.frame.planes[0][34] == 100 && picture.references == 0);
+        }
     }
 }
 

@@ -34,7 +34,7 @@ TEST(Layout, ZoomSource) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        RenderInfo info;
+        PresentSettings info;
         std::ranges::copy(row.overview, info.area.overview.rectangle);
         std::ranges::copy(row.overviewMargin, info.area.overviewMargin);
         std::ranges::copy(row.zoom, info.area.zoom.rectangle);
@@ -54,7 +54,7 @@ TEST(Layout, ZoomSource) {
 }
 
 TEST(Layout, OverviewRectKeepsItsMargins) {
-    RenderInfo info;
+    PresentSettings info;
     info.window = std::make_shared<ScriptedWatch>(Rect{100, 200, 500, 600});
     const Four place{150, 230, 250, 290}, margin{1, 2, 3, 4};
     std::ranges::copy(place, info.area.overview.rectangle);

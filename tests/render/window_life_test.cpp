@@ -7,16 +7,19 @@
 #include <array>
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <functional>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <numeric>
 #include <thread>
 
 #include "base/Log.h"
 #include "base/Sanitized.h"
 #include "manager/RenderMgr.h"
+#include "picture/BitmapPool.h"
 #include "platform/blitter/Blitter.h"
 #include "platform/window/Connection.h"
 #include "render/DDrawRenderer.h"
@@ -25,6 +28,8 @@
 #include "support/Latch.h"
 #include "support/Mappings.h"
 #include "support/PlainPicture.h"
+#include "support/RendererHand.h"
+#include "support/ScriptedRenderer.h"
 #include "support/StreamMaker.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
@@ -75,7 +80,7 @@ constexpr uint16_t kSide = 64;    // of windows and pictures
 
 // A manager, and what its callbacks have counted.
 struct Channel {
-    Channel(xcb_window_t window, uint32_t flags, const RendererMakers& makers = RendererMakers::Built())
+    Channel(xcb_window_t window, uint32_t flags, RendererMakers makers = BuiltRenderers())
         : manager(this, window, flags, Clock::System(), makers) {
         manager.SetAfterDisplay([](void* self, const AfterDisplayRecord*) { ++static_cast<Channel*>(self)->presents; },
                                 this);
@@ -104,67 +109,44 @@ WindowWatchPtr Viewable(xcb_window_t window) {
     return watch;
 }
 
-// A renderer driven by hand.
-struct Passes {
-    Passes() = default;
-    Passes(xcb_window_t window, uint32_t flags) {
-        info.sinks = &sinks;
-        info.window = Viewable(window);
-        if (flags == 0)
-            renderer = std::make_unique<CDDrawRenderer>(info);
+// One of the two renderers on a window, driven by hand.
+struct Passes : test::RendererHand {
+    Passes(xcb_window_t window, uint32_t gdiFlag) {
+        settings.window = Viewable(window);
+        if (gdiFlag == 0)
+            renderer = std::make_unique<CDDrawRenderer>(settings);
         else
             renderer = std::make_unique<CGDIRenderer>(clock);
-    }
-    static void Fill(IVideoRenderer& filled, uint32_t side) {
-        uint8_t* buffer = nullptr;
-        uint32_t stride = 0, format = PF_I420;
-        ASSERT_EQ(filled.GetBuffer(side, side, &buffer, &stride, &format), 0);
-        std::fill_n(buffer, size_t{stride} * side, uint8_t{0x64});
-        filled.Commit();
-    }
-    Outcome Pass(IVideoRenderer& passed) {
-        passed.Prepare(info);
-        passed.Latch(info);
-        return passed.Present(&frame, &info);
     }
     bool Becomes(Outcome outcome) {
         return Eventually([&] { return Pass(*renderer) == outcome; });
     }
 
     Ticks clock;
-    FramePtr frame = FrameAt(5000);
-    WindowSinks sinks{this};
-    RenderInfo info;
     std::unique_ptr<IVideoRenderer> renderer;
 };
 
-// Both renderers as they are, but that something may happen when a pass has prepared for the window.
-std::function<void()> afterPreparation;    // on the render thread
-std::atomic<uint32_t> lentSize{0};         // width x 1000 + height
-class Disturbed final : public IVideoRenderer {
-public:
-    explicit Disturbed(RendererPtr inner) : m_inner(std::move(inner)) {}
-    RendererType GetType() const override { return m_inner->GetType(); }
-    int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override {
-        lentSize = width * 1000 + height;
-        return m_inner->GetBuffer(width, height, buffer, stride, format);
-    }
-    void Commit() override { m_inner->Commit(); }
-    void Prepare(const RenderInfo& info) override {
-        m_inner->Prepare(info);
-        afterPreparation();
-    }
-    void Latch(const RenderInfo& info) override { m_inner->Latch(info); }
-    Outcome Present(const FramePtr* frame, const RenderInfo* info) override { return m_inner->Present(frame, info); }
-
-private:
-    const RendererPtr m_inner;
-};
-const RendererMakers kDisturbed{
-    [](const RenderInfo& i) -> RendererPtr { return std::make_shared<Disturbed>(RendererMakers::Built().gdi(i)); },
-    [](const RenderInfo& i) -> RendererPtr {
-        return std::make_shared<Disturbed>(RendererMakers::Built().directDraw(i));
+// Both renderers as they are, which tell the size of each picture: width x 1000 + height.
+std::atomic<uint32_t> madeSize{0};
+template <typename Renderer>
+using Told = test::RelayingRenderer<Renderer>;
+template <typename Renderer>
+const typename Told<Renderer>::Hooks kTellSize{
+    {}, [](const FinishedPicture& picture, Outcome) {
+        if (const SharedPicture* const reference = picture.Reference())
+            madeSize = reference->Get().width * 1000 + reference->Get().height;
+        else if (picture.Buffer() != nullptr)
+            madeSize = picture.Buffer()->size.width * 1000 + picture.Buffer()->size.height;
     }};
+const RendererMaker kTelling[] = {{"DirectDraw", [](uint32_t flags) { return (flags & kGdiFlags) == 0; },
+                                   [](const PresentSettings& settings) -> RendererPtr {
+                                       return std::make_shared<Told<CDDrawRenderer>>(kTellSize<CDDrawRenderer>,
+                                                                                     settings);
+                                   }},
+                                  {"GDI", [](uint32_t) { return true; },
+                                   [](const PresentSettings&) -> RendererPtr {
+                                       return std::make_shared<Told<CGDIRenderer>>(kTellSize<CGDIRenderer>);
+                                   }}};
 
 // With the flags of the default and of the plain renderer.
 class WindowLife : public testing::TestWithParam<uint32_t> {
@@ -175,12 +157,6 @@ protected:
     }
     bool Shows(xcb_window_t window, uint32_t pixel, int x = 40, int y = 40) {
         return Eventually([&] { return Pixel(window, x, y) == pixel; });
-    }
-    // Until the watch knows.
-    static void Resize(test::XClient& by, const WindowWatchPtr& watch, WindowWatch::Size size) {
-        by.Resize(static_cast<xcb_window_t>(watch->Window()), static_cast<uint16_t>(size.width),
-                  static_cast<uint16_t>(size.height));
-        EXPECT_TRUE(Eventually([&] { return watch->ClientSize() == size; }));
     }
     static uint32_t Grey(uint8_t level) { return level * 0x010101u; }
     xcb_window_t Window(int16_t x = 10, xcb_window_t parent = 0) {
@@ -197,13 +173,12 @@ TEST(OffScreen, OutcomeOfAPass) {
     int calls = 0;
     const CorvanePictureCallback count = [](void* own, const PseudoFrame*) { ++*static_cast<int*>(own); };
     CPseudoRenderer offScreen(count, &calls, PF_I420), toNobody(nullptr, nullptr, PF_I420);
-    Passes passes;
-    EXPECT_TRUE(passes.Pass(offScreen) == NotDue && calls == 1) << "no picture yet";
-    Passes::Fill(offScreen, kSide);
-    Passes::Fill(toNobody, kSide);
-    EXPECT_TRUE(passes.Pass(offScreen) == HandedOver && calls == 2 && passes.Pass(toNobody) == NotDue);
-    passes.info.presentEnabled = false;
-    EXPECT_TRUE(passes.Pass(offScreen) == NotDue && calls == 2);
+    test::RendererHand hand;
+    EXPECT_TRUE(hand.Pass(offScreen) == NotDue && calls == 1) << "no picture yet";
+    hand.Fill(offScreen, kSide, 0x64);
+    EXPECT_TRUE(hand.Pass(offScreen) == HandedOver && calls == 2 && hand.Pass(toNobody) == NotDue);
+    hand.settings.presentEnabled = false;
+    EXPECT_TRUE(hand.Pass(offScreen) == NotDue && calls == 2);
 }
 
 // Text is drawn when its time has changed, when its place has, and when a redraw is asked for; the plain renderer draws
@@ -214,17 +189,16 @@ TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
     constexpr uint32_t kPicture = 0x646464;
     const xcb_window_t window = Window();
     Passes passes(window, GetParam());
-    RenderInfo& info = passes.info;
+    PresentSettings& info = passes.settings;
     info.overviewWindow = Viewable(Window(200));
     info.area.overviewIsWindow = 1;
     EXPECT_EQ(passes.Pass(*passes.renderer), NotDue) << "no picture yet";
     std::vector<OsdInfo> texts;
-    bool fresh = true;
     info.background = kBlue;
     info.osdPolicy = 2 | 1;    // the wall clock stands still, and does not count to the default renderer
     info.osd = [](void* calls, OsdInfo* text) { static_cast<std::vector<OsdInfo>*>(calls)->push_back(*text); };
     info.osdContext = &texts;
-    info.textFresh = &fresh;
+    passes.flags.textFresh = true;
     const bool isPlain = GetParam() != 0;
     uint32_t side = 32;    // of the picture
     const WindowWatchPtr watch = info.window;
@@ -235,17 +209,19 @@ TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
         bool band;
         int plain, standard;    // texts
     } rows[] = {
-        {"no time", [&] { passes.frame = FrameAt(0); }, 2, false, 0, 1},
-        {"a second", [&] { passes.frame = FrameAt(5000); }, 2, false, 1, 1},
-        {"another second", [&] { passes.frame = FrameAt(6000); }, 2, false, 1, 1},
-        {"a second that does not count", [&] { passes.frame = FrameAt(7000), info.osdPolicy = 1; }, 2, false, 0, 0},
+        {"no time", [&] { passes.shown.frame = FrameAt(0); }, 2, false, 0, 1},
+        {"a second", [&] { passes.shown.frame = FrameAt(5000); }, 2, false, 1, 1},
+        {"another second", [&] { passes.shown.frame = FrameAt(6000); }, 2, false, 1, 1},
+        {"another second, which does not count", [&] { passes.shown.frame = FrameAt(7000), info.osdPolicy = 1; }, 2,
+         false, 0, 0},
         {"a margin", [&] { info.margin.left = 10; }, 5, true, 1, 0},
         {"a wider margin", [&] { info.margin.left = 20; }, 15, true, 1, 0},
         {"full window", [&] { info.fullWindow = true; }, 15, false, 0, 0},
         {"full window off", [&] { info.fullWindow = false; }, 15, true, 1, 1},
         {"a larger window",
          [&] {
-             Resize(m_client, watch, {70, 64});
+             m_client.Resize(window, 70, 64);
+             EXPECT_TRUE(Eventually([&] { return watch->ClientSize().width == 70; }));
          },
          15, true, 1, 1},
         {"a border", [&] { info.border.left = 4, info.hasBorder = true; }, 3, true, 1, 0},
@@ -255,15 +231,15 @@ TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
         {"a wider border behind it", [&] { info.border.right = 52; }, 60, isPlain, 1, 0},
         {"border off", [&] { info.noBorder = true; }, 15, true, 1, 0},
         {"border on", [&] { info.noBorder = false; }, 24, isPlain, 1, 0},
-        {"a redraw, with a border", [&] { info.forceRedraw = true; }, 24, isPlain, 1, 1},
+        {"a redraw, with a border", [&] { passes.flags.redraw = true; }, 24, isPlain, 1, 1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         row.change();
         for (const int texted : {isPlain ? row.plain : row.standard, 0}) {    // once
             texts.clear();
-            const uint32_t mark = fresh ? CORVANE_OSD_FRESH : 0;    // until there is a text
-            Passes::Fill(*passes.renderer, side);
+            const uint32_t mark = passes.flags.textFresh ? CORVANE_OSD_FRESH : 0;    // until there is a text
+            passes.Fill(*passes.renderer, side, 0x64);
             EXPECT_TRUE(passes.Becomes(Put));
             ASSERT_EQ(texts.size(), static_cast<size_t>(texted));
             const bool around = info.hasBorder && !(isPlain && info.noBorder);
@@ -274,7 +250,6 @@ TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
                 EXPECT_EQ(text.flags, mark | (around ? CORVANE_OSD_BORDER : 0));
             }
             EXPECT_TRUE(Shows(window, !row.band ? kPicture : isPlain ? kBluePixel : 0, row.x, 32));
-            info.forceRedraw = false;
         }
     }
     const std::pair<std::function<void()>, Outcome> others[] = {
@@ -375,7 +350,8 @@ TEST_P(WindowLife, WhatHappensToAWindow) {
     // Beyond the limits of pictures, by itself and with the default renderer's room for the overview below it.
     const WindowWatchPtr watch = Viewable(window);
     for (const WindowWatch::Size size : {WindowWatch::Size{200, 20000}, {200, 16200}}) {
-        Resize(m_client, watch, size);
+        m_client.Resize(window, static_cast<uint16_t>(size.width), static_cast<uint16_t>(size.height));
+        EXPECT_TRUE(Eventually([&] { return watch->ClientSize() == size; }));
         EXPECT_TRUE(channel.GoesOn(102) && channel.GoesOn(103));
     }
     m_client.Resize(window, 60, 170);
@@ -447,7 +423,7 @@ TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     EXPECT_TRUE(Shows(window, Grey(120)));
     EXPECT_EQ(Blitter::Conversions() > before, GetParam() == 0);
     channel.manager.PresentFrame(FrameAt(80), large.frame, true);
-    EXPECT_EQ(large.references, GetParam() == 0 ? 1 : 0);
+    EXPECT_TRUE(Eventually([&] { return large.references == (GetParam() == 0 ? 1 : 0); })) << "the last one only";
 }
 
 // What a window that has become smaller needs no more goes back without pictures, in any state; so does the picture of
@@ -479,7 +455,6 @@ TEST_P(WindowLife, MemoryGoesBack) {
 
 // The plain renderer never converts a picture at more than twice the window's size; the default one gets all of it.
 TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
-    afterPreparation = [] {};
     constexpr uint32_t kTurned = 152'200;    // all of it
     const struct {
         uint16_t width, height;
@@ -493,15 +468,17 @@ TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
         SCOPED_TRACE(&row - rows);
         const xcb_window_t window = m_client.Create({.width = row.width, .height = row.height});
         const WindowWatchPtr watch = Viewable(window);
-        CRenderMgr manager(this, window, GetParam(), Clock::System(), kDisturbed);
+        CRenderMgr manager(this, window, GetParam(), Clock::System(), kTelling);
         if (row.turned)
             (void)manager.EnableRotateFilter(90);
         DisplayArea area{};
         area.zoomEnabled = row.zoomed;
         (void)manager.SetDisplayArea(area, 16);
+        madeSize = 0;
         test::PlainPicture picture(200, 152);
         manager.PresentFrame(FrameAt(40), picture.frame, true);
-        EXPECT_EQ(lentSize, GetParam() == 0 && !row.turned ? 200'152 : row.size);
+        const uint32_t size = GetParam() == 0 && !row.turned ? 200'152 : row.size;
+        EXPECT_TRUE(Eventually([&] { return madeSize == size; }));
     }
 }
 
@@ -538,41 +515,50 @@ TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
     EXPECT_LE(lines, 4) << "one a channel at most";
 }
 
-// The window gets another size whenever a pass has prepared for it, so many times, or as long as the test feeds. Each
-// picture is shown, and at the end the window shows the newest at its newest size.
+// The window gets another size in the middle of a pass, whose picture is made and not put, so many times, or as long as
+// the test feeds. Each picture is shown, and at the end the window shows the newest at its newest size.
 TEST_P(WindowLife, NewsBetweenTwoStepsOfAPass) {
     constexpr int kAlways = 1 << 20;
-    const xcb_window_t window = Window();
-    const WindowWatchPtr watch = Viewable(window);
-    test::XClient hand(m_server.Display());    // of the render thread
-    std::atomic<int> left{0};
-    uint32_t side = kSide;
-    CRenderMgr* told = nullptr;
-    afterPreparation = [&] {
-        if (left <= 0)
-            return;
-        --left;
-        side = side == 90 ? 70 : side + 1;
-        Resize(hand, watch, {side, side});
-        told->RequestRedraw();    // which the watch does a moment later
-    };
-    Channel channel(window, GetParam(), kDisturbed);
-    told = &channel.manager;
-    channel.Push(90);
-    ASSERT_TRUE(Shows(window, Grey(90)));
+    struct Disturbance {
+        test::XClient hand;    // of the render thread
+        xcb_window_t window;
+        WindowWatchPtr watch;
+        CRenderMgr* manager;
+        std::atomic<int> left{0};
+        uint16_t side = kSide;
+    } news{.hand = test::XClient(m_server.Display()), .window = Window(), .watch = nullptr, .manager = nullptr};
+    news.watch = Viewable(news.window);
+    Channel channel(news.window, GetParam());
+    news.manager = &channel.manager;
+    channel.manager.SetOsdPolicy(kOsdAlways);
+    channel.manager.SetMargin(&Edges::top, 1);    // where the plain renderer's text goes
+    channel.manager.SetOsd(
+        [](void* context, OsdInfo*) {
+            auto& own = *static_cast<Disturbance*>(context);
+            if (own.left-- <= 0)
+                return;
+            own.side = static_cast<uint16_t>(own.side == 90 ? 70 : own.side + 1);
+            own.hand.Resize(own.window, own.side, own.side);
+            EXPECT_TRUE(Eventually([&] { return own.watch->ClientSize() == WindowWatch::Size{own.side, own.side}; }));
+            own.manager->RequestRedraw();    // which the watch does a moment later
+        },
+        &news);
+    channel.Push(90, 1000);
+    ASSERT_TRUE(Shows(news.window, Grey(90)));
     for (const int times : {1, 2, 3, kAlways}) {
         SCOPED_TRACE(times);
-        left = times;
+        news.left = times;
         for (uint8_t grey = 100; grey < 110; ++grey) {
-            channel.Push(grey);
-            EXPECT_TRUE(Shows(window, Grey(grey)));
+            channel.Push(grey, 1000);
+            EXPECT_TRUE(Shows(news.window, Grey(grey)));
         }
-        left = 0;
+        news.left = 0;
         EXPECT_TRUE(Eventually([&] {
-            const int last = static_cast<int>(watch->ClientSize().width) - 1;
-            return Pixel(window, last, last) == Grey(109);
+            const int last = static_cast<int>(news.watch->ClientSize().width) - 1;
+            return Pixel(news.window, last, last) == Grey(109);
         }));
     }
+    channel.manager.End();
 }
 
 // While the server stands still, every call and the end of a channel return; when it goes on, the last picture is

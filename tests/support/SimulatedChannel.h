@@ -30,7 +30,7 @@ struct Arrival {
 
 class SimulatedChannel final : public Clock {
 public:
-    explicit SimulatedChannel(std::vector<Arrival> arrivals, const RendererMakers& makers = RendererMakers::Built())
+    explicit SimulatedChannel(std::vector<Arrival> arrivals, RendererMakers makers = BuiltRenderers())
         : m_arrivals(std::move(arrivals)), channel(0, 0, *this, makers) {
         ScriptedDecoder::picture = [this](const EncodedUnit& unit) { return Decode(unit); };
         channel.SetFactories({.GetDecoderIsolated_QuickSync = &ScriptedDecoder::Make});

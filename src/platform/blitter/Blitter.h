@@ -18,7 +18,7 @@
 
 #include "base/Mutex.h"
 #include "base/Rectangle.h"
-#include "base/SharedPicture.h"
+#include "corvane/decoder.h"
 #include "platform/blitter/DeviceMap.h"
 #include "platform/raster/Raster.h"
 #include "platform/window/WindowWatch.h"
@@ -54,7 +54,7 @@ public:
 
     // Gives the memory away until Unlock, and waits for it. `keepSystemFree`: the system is not held up as long. Video
     // surfaces: the planes follow one another, chroma rows are as long as luma rows for NV12, half as long for YV12.
-    // Called under the manager's picture lock, on either thread.
+    // By whoever owns the surface at that time: the worker while it is written, the render thread while it is shown.
     virtual BlitResult Lock(bool /*keepSystemFree*/, uint8_t** /*data*/, uint32_t* /*pitch*/) {
         return BlitResult::Failed;
     }
@@ -96,12 +96,14 @@ class BlitDevice {
 public:
     virtual ~BlitDevice() = default;
 
-    // All five: null where the device has no such surface, or no memory. Text is keyed by black once it is blitted from
+    // Surfaces: null where the device has no such surface, or no memory. Text is keyed by black once it is blitted from
     // system memory to the device: pixels of value 0 let through what lies below. Surfaces die before their device.
     virtual std::unique_ptr<BlitSurface> CreateVideo(uint32_t width, uint32_t height, uint32_t fourCC) = 0;    // worker
-    // A video surface that is somebody else's finished picture, kept alive by its reference; it cannot be locked. Of
-    // devices that read no memory but their own there is none.
-    virtual std::unique_ptr<BlitSurface> WrapVideo(SharedPicture /*picture*/) { return nullptr; }    // worker
+    // Whether it reads memory that is not its own.
+    virtual bool WrapsVideo() const { return false; }    // worker
+    // A video surface that is somebody else's finished picture, which outlives it; it cannot be locked. Null also where
+    // WrapsVideo is false.
+    virtual std::unique_ptr<BlitSurface> WrapVideo(const DecodedFrame& /*picture*/) { return nullptr; }
     virtual std::unique_ptr<BlitComposite> CreateComposite(uint32_t width, uint32_t height) = 0;
     virtual std::unique_ptr<BlitSurface> CreateTextSystem(uint32_t width, uint32_t height) = 0;
     virtual std::unique_ptr<BlitSurface> CreateText(uint32_t width, uint32_t height) = 0;

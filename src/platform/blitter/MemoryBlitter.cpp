@@ -84,13 +84,13 @@ private:
 };
 
 // A decoder's picture as it lies.
-class SharedVideo final : public MemoryVideo {
+class WrappedVideo final : public MemoryVideo {
 public:
-    explicit SharedVideo(SharedPicture picture) : m_picture(std::move(picture)) {}
+    explicit WrappedVideo(const DecodedFrame& picture) : m_picture(picture) {}
 
 private:
     VideoPicture Picture() const override {
-        const DecodedFrame& frame = m_picture.Get();
+        const DecodedFrame& frame = m_picture;
         const bool planar = frame.strides[2] != 0;
         return {{frame.planes[0], frame.planes[1], planar ? frame.planes[2] : nullptr, ptrdiff_t{frame.strides[0]},
                  ptrdiff_t{frame.strides[1]}, ptrdiff_t{frame.strides[2]}},
@@ -98,7 +98,7 @@ private:
                 frame.height & ~1u};
     }
 
-    const SharedPicture m_picture;
+    const DecodedFrame m_picture;
 };
 
 class MemoryTextSystem final : public MemorySurface {
@@ -212,8 +212,9 @@ public:
         auto made = std::make_unique<OwnVideo>(width, height, fourCC == kFourCCYV12);
         return made->Make() ? std::move(made) : nullptr;
     }
-    std::unique_ptr<BlitSurface> WrapVideo(SharedPicture picture) override {
-        return std::make_unique<SharedVideo>(std::move(picture));
+    bool WrapsVideo() const override { return true; }
+    std::unique_ptr<BlitSurface> WrapVideo(const DecodedFrame& picture) override {
+        return std::make_unique<WrappedVideo>(picture);
     }
     std::unique_ptr<BlitComposite> CreateComposite(uint32_t width, uint32_t height) override {
         return limits::FitsPicture(width, height) ? std::make_unique<MemoryComposite>() : nullptr;

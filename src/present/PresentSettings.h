@@ -1,14 +1,17 @@
-// What every renderer reads on a present. A plain value: the manager keeps one under its lock and hands out copies.
+// What clients set of presenting: an immutable value. The manager puts a new one in the place of the old one; the
+// worker and the render thread each read one for as long as a picture takes.
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <optional>
 
+#include "base/PictureSize.h"
 #include "corvane/corvane.h"
+#include "filters/FilterChain.h"
 #include "platform/window/WindowWatch.h"
 
 namespace corvane {
-
-class WindowSinks;
 
 // Any of these selects plain window rendering.
 inline constexpr uint32_t kGdiFlags = CORVANE_FLAG_GDI | CORVANE_FLAG_GDI_STRETCH | CORVANE_FLAG_GDI_LEGACY;
@@ -20,32 +23,34 @@ struct Edges {
     uint32_t bottom = 0;
 };
 
-struct RenderInfo {
+struct PresentSettings {
     WindowWatchPtr window;    // null where the client gave none
     uint32_t flags = 0;
     uint32_t background = 0;    // 0x00BBGGRR
-    CorvaneAfterDisplayCallback afterDisplay = nullptr;
-    void* afterDisplayContext = nullptr;
-    bool forceRedraw = false;    // margins and text are drawn even if nothing changed
+    bool presentEnabled = true;
+
     DisplayArea area{};
     WindowWatchPtr overviewWindow;    // of area.overview and area.zoom, where those are windows
     WindowWatchPtr zoomWindow;
-    CorvaneOsdCallback osd = nullptr;
-    void* osdContext = nullptr;
-    uint32_t osdPolicy = 3;
     bool noBorder = false;
     bool fullWindow = false;
     Edges margin;
     bool hasBorder = false;
     Edges border;
-    bool infoDirty = false;    // size and state must be reported: what a picture callback is told
+
+    CorvaneOsdCallback osd = nullptr;
+    void* osdContext = nullptr;
+    uint32_t osdPolicy = 3;
     CorvaneStreamInfoCallback streamInfo = nullptr;
     void* streamInfoContext = nullptr;
-    bool presentEnabled = true;
-    // Of the manager, for the render thread only.
-    WindowSinks* sinks = nullptr;
-    bool* textFresh = nullptr;    // the next text is told what infoDirty says; see TakeTextFresh
+    CorvaneAfterDisplayCallback afterDisplay = nullptr;
+    void* afterDisplayContext = nullptr;
+
+    ChainSettings chain;
+    std::optional<double> angle;    // degrees; set while rotation is on
+    PictureSize rawMost;            // of pictures for a callback; none where either side is 0
 };
+using PresentSettingsPtr = std::shared_ptr<const PresentSettings>;
 
 // The value of osdPolicy that makes every present refresh.
 inline constexpr uint32_t kOsdAlways = 0x80000000u;

@@ -1,0 +1,125 @@
+#include "channels/Options.h"
+
+#include <algorithm>
+
+#include "channels/StreamChannel.h"
+#include "corvane/corvane.h"
+
+namespace corvane {
+
+namespace {
+
+using Targets = OptionTargets;
+
+template <uint32_t Edges::*Edge>
+Status SetMargin(Targets& targets, uint64_t value, uint64_t) {
+    targets.stream->Render().SetMargin(Edge, static_cast<uint32_t>(value));
+    return Status::Ok;
+}
+
+template <void (VideoDecoderHolder::*Setter)(uint32_t)>
+Status SetDecoder(Targets& targets, uint64_t value, uint64_t) {
+    (targets.stream->Video().Settings().*Setter)(static_cast<uint32_t>(value));
+    return Status::Ok;
+}
+
+template <void (CRenderMgr::*Setter)(uint32_t)>
+Status SetRender(Targets& targets, uint64_t value, uint64_t) {
+    (targets.stream->Render().*Setter)(static_cast<uint32_t>(value));
+    return Status::Ok;
+}
+
+Status SetDisplayArea(Targets& targets, uint64_t value, uint64_t extra) {
+    if (value == 0)
+        return Status::InvalidArgument;
+    return targets.stream->Render().SetDisplayArea(*reinterpret_cast<const DisplayArea*>(value),
+                                                   static_cast<uint32_t>(extra));
+}
+
+constexpr OptionRow kRows[] = {
+    {CORVANE_OPTION_BORDER, kStreamKinds,
+     [](Targets& targets, uint64_t value, uint64_t) {
+         targets.stream->Render().SetNoBorder(value == 0);
+         return Status::Ok;
+     },
+     "zero: the fixed border is not used"},
+    {CORVANE_OPTION_MARGIN_LEFT, kStreamKinds, SetMargin<&Edges::left>, "left, right, top, bottom margin"},
+    {CORVANE_OPTION_MARGIN_RIGHT, kStreamKinds, SetMargin<&Edges::right>, "left, right, top, bottom margin"},
+    {CORVANE_OPTION_MARGIN_TOP, kStreamKinds, SetMargin<&Edges::top>, "left, right, top, bottom margin"},
+    {CORVANE_OPTION_MARGIN_BOTTOM, kStreamKinds, SetMargin<&Edges::bottom>, "left, right, top, bottom margin"},
+    {CORVANE_OPTION_DISPLAY_AREA, kStreamKinds, SetDisplayArea, "pointer to DisplayArea"},
+    {CORVANE_OPTION_MEDIA_MODE, kStreamKinds,
+     [](Targets& targets, uint64_t value, uint64_t) {
+         targets.stream->SetMediaMode(static_cast<uint32_t>(value));
+         return Status::Ok;
+     },
+     "media mode"},
+    {CORVANE_OPTION_JPEG_QUALITY, kStreamKinds,
+     [](Targets& targets, uint64_t value, uint64_t) {
+         targets.stream->Stills().SetQuality(static_cast<uint32_t>(value));
+         return Status::Ok;
+     },
+     "quality of JPEG stills"},
+    {CORVANE_OPTION_LOGO_FILE, kStreamKinds,
+     [](Targets& targets, uint64_t value, uint64_t) {
+         return value != 0 ? targets.stream->Render().SetLogoFile(reinterpret_cast<const char*>(value))
+                           : Status::Failed;
+     },
+     "path (const char*) of a BMP or PNG file"},
+    {CORVANE_OPTION_LOGO, kStreamKinds,
+     [](Targets& targets, uint64_t value, uint64_t) {
+         return targets.stream->Render().SetLogoBitmap(reinterpret_cast<struct _cairo_surface*>(value));
+     },
+     "cairo_surface_t* of an image"},
+    {CORVANE_OPTION_EMPTY_QUEUE, kStreamKinds,
+     [](Targets& targets, uint64_t, uint64_t) {
+         targets.stream->EmptyQueue();
+         return Status::Ok;
+     },
+     "empties the queue"},
+    {CORVANE_OPTION_SMOOTHING, kStreamKinds,
+     [](Targets& targets, uint64_t value, uint64_t) {
+         targets.stream->Render().SetDeinterlace(value != 0);
+         return Status::Ok;
+     },
+     "non-zero: pictures marked interlaced are smoothed"},
+    {CORVANE_OPTION_FULL_QUEUE, kStreamKinds,
+     [](Targets& targets, uint64_t value, uint64_t) {
+         targets.stream->SetBlockWhenFull(value == 0);
+         return Status::Ok;
+     },
+     "zero: a full queue blocks"},
+    {CORVANE_OPTION_TEXT_POLICY, kStreamKinds, SetRender<&CRenderMgr::SetOsdPolicy>,
+     "when on-screen text is refreshed"},
+    {CORVANE_OPTION_H264_DECODER, kStreamKinds, SetDecoder<&VideoDecoderHolder::SetH264Kind>, "hardware kind"},
+    {CORVANE_OPTION_NO_EFFECT, kStreamKinds, [](Targets&, uint64_t, uint64_t) { return Status::Ok; },
+     "accepted, no effect"},
+    {CORVANE_OPTION_DECODER_THREADS, kStreamKinds, SetDecoder<&VideoDecoderHolder::SetThreads>, "decoding threads"},
+    {CORVANE_OPTION_MPEG4_DECODER, kStreamKinds, SetDecoder<&VideoDecoderHolder::SetMpeg4Kind>, "hardware kind"},
+    {CORVANE_OPTION_H265_DECODER, kStreamKinds, SetDecoder<&VideoDecoderHolder::SetHevcKind>, "hardware kind"},
+    {CORVANE_OPTION_BACKWARD_MEMORY, kStreamKinds, SetDecoder<&VideoDecoderHolder::SetBackwardMemoryMode>,
+     "memory mode of backward play"},
+    {CORVANE_OPTION_STILL_OVERLAY, kStreamKinds,
+     [](Targets& targets, uint64_t value, uint64_t extra) {
+         targets.stream->Stills().SetOverlay(reinterpret_cast<CorvaneOsdCallback>(value),
+                                             reinterpret_cast<void*>(extra));
+         return Status::Ok;
+     },
+     "still overlay, a CorvaneOsdCallback"},
+    {CORVANE_OPTION_RESIZE_KIND, kStreamKinds, SetRender<&CRenderMgr::SetResizeType>, "resize kind"},
+};
+
+}    // namespace
+
+std::span<const OptionRow> OptionTable() {
+    return kRows;
+}
+
+Status ApplyOption(ChannelType type, OptionTargets& targets, int32_t id, uint64_t value, uint64_t extra) {
+    const auto* const row = std::ranges::find(kRows, id, &OptionRow::id);
+    if (row == std::ranges::end(kRows) || (row->kinds & KindBit(type)) == 0)
+        return Status::NotSupported;
+    return row->apply(targets, value, extra);
+}
+
+}    // namespace corvane

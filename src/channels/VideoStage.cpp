@@ -1,0 +1,96 @@
+#include "channels/VideoStage.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr uint32_t kKeyFramesOnly = 8;
+
+// How a frame counts by what its decoding came to.
+void CountUnit(CountAtEnd& fate, DecodeOutcome outcome) {
+    switch (outcome) {
+    case DecodeOutcome::Picture:
+        return fate.Is(Counter::PicturesDecoded);
+    case DecodeOutcome::HeldBack:
+        return fate.Is(Counter::UnitsWithoutPicture, CORVANE_CAUSE_HELD_BACK);
+    case DecodeOutcome::NoPicture:
+        return fate.Is(Counter::UnitsWithoutPicture, CORVANE_CAUSE_NO_PICTURE);
+    case DecodeOutcome::NoDecoder:
+        return fate.Is(Counter::UnitsWithoutDecoder, CORVANE_CAUSE_NO_DECODER);
+    case DecodeOutcome::AwaitsKeyFrame:
+        return fate.Is(Counter::UnitsAwaitingKeyFrame, CORVANE_CAUSE_NO_KEY_FRAME);
+    case DecodeOutcome::NoStartCode:
+        return fate.Is(Counter::UnitsFailed, CORVANE_CAUSE_NO_START_CODE);
+    case DecodeOutcome::WrongType:
+        return fate.Is(Counter::UnitsFailed, CORVANE_CAUSE_WRONG_TYPE);
+    case DecodeOutcome::Failed:
+        return fate.Is(Counter::UnitsFailed, CORVANE_CAUSE_DAMAGED);
+    case DecodeOutcome::Size:
+        return fate.Is(Counter::UnitsFailed, CORVANE_CAUSE_SIZE);
+    case DecodeOutcome::Dropped:
+        return fate.Is(Counter::UnitsFailed, CORVANE_CAUSE_DECODER_STUCK);
+    }
+}
+
+}    // namespace
+
+VideoStage::VideoStage(CRenderMgr& render, bool fallbackAllowed) : m_render(render), m_counters(render.Counters()) {
+    m_decoder.SetFallbackAllowed(fallbackAllowed);
+}
+
+void VideoStage::BeginRun() {
+    m_thinner = FrameThinner();
+    m_keyFramesOnly = false;
+    m_lastKind = -1;
+}
+
+void VideoStage::Reset(bool backward) {
+    ExclusiveLock lock(m_lock);
+    m_decoder.Reset(backward);
+    m_counters.NoteDecoder(0, 0);
+}
+
+// A second field belongs to its key frame although it is none itself.
+bool VideoStage::CompletesPicture(const MediaFrameImpl& frame) {
+    ExclusiveLock lock(m_lock);
+    return m_decoder.Completes(frame);
+}
+
+bool VideoStage::Thinned(const MediaFrameImpl& frame, uint32_t mode) {
+    if (m_keyFramesOnly && !frame.IsKeyFrame() && !CompletesPicture(frame))
+        return true;
+    m_keyFramesOnly = mode >= kKeyFramesOnly;
+    return m_thinner.ShouldThin(frame.Header(), mode % kKeyFramesOnly);
+}
+
+bool VideoStage::Decode(FramePtr& frame, uint32_t mode, SharedPicture& picture) {
+    CountAtEnd fate(m_counters, Counter::UnitsFailed, CORVANE_CAUSE_OUT_OF_MEMORY);
+    if (Thinned(*frame, mode)) {
+        fate.Is(Counter::FramesThinned, CORVANE_CAUSE_THINNED);
+        return false;
+    }
+    uint32_t got = 0;
+    uint32_t kind;
+    {
+        ExclusiveLock lock(m_lock);
+        m_decoder.SetAdapter(m_render.GetAdapterIndex());
+        if (m_decoder.Decode(frame, &got) < 0)
+            got = 0;
+        kind = m_decoder.ActiveKind();
+        m_counters.NoteDecoder(kind, m_decoder.ThreadsInUse());
+        if (got != 0) {
+            (void)m_decoder.CurrentInput(frame);
+            picture = m_decoder.ShareCurrent();
+        }
+    }
+    if (kind != m_lastKind) {
+        m_lastKind = kind;
+        m_render.SendDecoderKind(kind);
+    }
+    CountUnit(fate, m_decoder.LastOutcome());    // only this thread decodes
+    if (got != 0 && frame->NotForDisplay())
+        m_counters.AddLost(Counter::PicturesNotForDisplay, CORVANE_CAUSE_NOT_FOR_DISPLAY);
+    return got != 0 && !frame->NotForDisplay();
+}
+
+}    // namespace corvane

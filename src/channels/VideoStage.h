@@ -1,0 +1,73 @@
+// What a channel that carries a stream does with a frame of video: thin it, follow the display adapter, decode it, tell
+// the client which kind of decoder is at work. And the current picture, for whoever wants it beside the worker.
+#pragma once
+
+#include <cstdint>
+
+#include "base/Mutex.h"
+#include "base/SharedPicture.h"
+#include "base/Status.h"
+#include "decoders/FrameThinner.h"
+#include "decoders/VideoDecoderHolder.h"
+#include "frame/ChannelCounters.h"
+#include "frame/MediaFrameImpl.h"
+#include "manager/RenderMgr.h"
+
+namespace corvane {
+
+class VideoStage {
+public:
+    VideoStage(CRenderMgr& render, bool fallbackAllowed);
+
+    // ---- Any thread ----
+
+    // The settings of the next decoder; its setters wait for no decode.
+    VideoDecoderHolder& Settings() { return m_decoder; }
+
+    // Calls `use(frame, picture)` with the current picture and the frame that it came from, and hands on its status.
+    // Status::Failed where there is none. Waits for a decode in progress. No lock is held while `use` runs, but for a
+    // picture that its decoder does not share: that one is used under the decoder lock, since the next decode ends it.
+    template <typename Use>
+    Status UseCurrent(Use&& use) const {
+        FramePtr frame;
+        SharedPicture picture;
+        {
+            SharedLock lock(m_lock);
+            if (!m_decoder.CurrentInput(frame))
+                return Status::Failed;
+            picture = m_decoder.ShareCurrent();
+            if (!picture.Shared())
+                return use(frame, picture.Get());
+        }
+        return use(frame, picture.Get());
+    }
+
+    // ---- The worker ----
+
+    void BeginRun();
+    // `mode`: 0 all frames, 1 to 7 thinning, 8 key frames only. False when there is nothing to present, which is
+    // counted. On true `frame` is the one that the picture came from.
+    bool Decode(FramePtr& frame, uint32_t mode, SharedPicture& picture);
+
+    // ---- After the worker was joined ----
+
+    void Reset(bool backward);
+
+private:
+    bool Thinned(const MediaFrameImpl& frame, uint32_t mode);
+    bool CompletesPicture(const MediaFrameImpl& frame);
+
+    CRenderMgr& m_render;
+    ChannelCounters& m_counters;    // brings its own lock
+
+    // Exclusive for decoding and resets, shared to look at the current picture.
+    mutable SharedMutex m_lock;
+    VideoDecoderHolder m_decoder;
+
+    // Only on the worker, of one run.
+    FrameThinner m_thinner;
+    bool m_keyFramesOnly = false;
+    int64_t m_lastKind = -1;
+};
+
+}    // namespace corvane

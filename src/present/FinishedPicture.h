@@ -1,0 +1,31 @@
+// A picture that is ready to be shown, and the record of its way from the worker to the render thread.
+#pragma once
+
+#include <cstdint>
+#include <variant>
+
+#include "base/PictureSize.h"
+#include "base/SharedPicture.h"
+#include "frame/MediaFrameImpl.h"
+#include "present/LentBuffer.h"
+
+namespace corvane {
+
+// Of a renderer, in one manager, never used again for another; 0: of none.
+using RendererId = uint64_t;
+
+struct FinishedPicture {
+    FramePtr frame;            // null: there is no picture
+    RendererId madeFor = 0;    // only this renderer may show `pixels`
+    // A decoder's picture by reference, which nobody writes into; or a buffer of the renderer; or none, where the
+    // renderer that had them is gone.
+    std::variant<std::monostate, SharedPicture, LentBuffer> pixels{};
+
+    const SharedPicture* Reference() const { return std::get_if<SharedPicture>(&pixels); }
+    const BufferSlot* Buffer() const {
+        const auto* const lent = std::get_if<LentBuffer>(&pixels);
+        return lent != nullptr && *lent ? &lent->Slot() : nullptr;
+    }
+};
+
+}    // namespace corvane

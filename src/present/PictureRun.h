@@ -1,0 +1,75 @@
+// The one way from a decoded picture to a finished one: crop, chain, stamps, rotation, target. Each consumer (a
+// renderer, a still, a delivery of raw pictures, a decoder channel) has a run of its own, with its own scratch memory.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+
+#include "base/PictureSize.h"
+#include "base/PictureView.h"
+#include "base/Rectangle.h"
+#include "filters/FilterChain.h"
+#include "filters/RotateFilter.h"
+#include "present/PictureTarget.h"
+
+namespace corvane {
+
+// What is drawn over a finished picture, before it is rotated. A stamp that is due keeps a picture from passing by
+// reference, since nothing may be drawn into a decoder's picture.
+class IStamp {
+public:
+    virtual ~IStamp() = default;
+    // Asked once for each picture.
+    virtual bool Due(const MediaFrameImpl& frame) = 0;
+    virtual void Draw(const MediaFrameImpl& frame, const PictureView& picture) = 0;
+};
+
+struct PictureRequest {
+    const MediaFrameImpl& frame;
+    const DecodedFrame& decoded;      // by reference where it has an owner
+    PictureSize size;                 // of the picture to make, before it is rotated
+    std::optional<Rect> crop{};       // the part of `decoded` that is used: even edges, inside it
+    std::optional<double> angle{};    // degrees; without a value nothing is rotated
+    std::span<IStamp* const> stamps{};
+};
+
+// What became of one picture.
+struct [[nodiscard]] RunResult {
+    enum class Fate : uint8_t {
+        Carried,             // committed or taken; with `smoothing` Refused the chain ended at the smoothing
+        StepFailed,          // committed with what the buffer holds: a step other than the smoothing failed
+        LostNoBuffer,        // the target lent nothing
+        LostNotRotatable,    // the target's format cannot be rotated, or there is no memory for it
+    };
+
+    Fate fate;
+    Smoothing smoothing = Smoothing::None;
+
+    bool Lost() const { return fate == Fate::LostNoBuffer || fate == Fate::LostNotRotatable; }
+};
+
+class PictureRun {
+public:
+    // Makes, updates or drops the dewarp stage. Before the other calls, for each frame.
+    void Follow(const MediaFrameImpl& frame) { m_chain.UpdateDewarp(frame); }
+
+    // Replaces the size by that of the dewarp stage, where there is one. Negative on failure, the size then unchanged.
+    int32_t OutputSize(PictureSize& size) { return m_chain.OutputSize(&size.width, &size.height); }
+    // The box around a picture of this size that is rotated by `angle`.
+    PictureSize RotatedSize(PictureSize size, const std::optional<double>& angle);
+
+    // Makes the picture in a buffer of `target`. A shared picture that no step, stamp or rotation changes goes by
+    // reference where the target takes it. A step of the chain that fails loses nothing but its own work.
+    RunResult Carry(const PictureRequest& request, const ChainSettings& settings, PictureTarget& target);
+
+private:
+    RotateFilter* Rotation(const std::optional<double>& angle);
+
+    FilterChain m_chain;
+    std::unique_ptr<RotateFilter> m_rotate;
+    double m_rotateAngle = 0;
+};
+
+}    // namespace corvane

@@ -6,39 +6,29 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 
 #include "base/Mutex.h"
 #include "base/Thread.h"
 
 namespace corvane {
 
-class CallGate {
+// The counting, under a lock of its owner: every call of one gate holds the same mutex.
+class GateCount {
 public:
-    class Scope {
-    public:
-        explicit Scope(CallGate& gate) : m_gate(gate) {
-            MutexLock lock(m_gate.m_mutex);
-            m_side = m_gate.m_side;
-            ++m_gate.m_running[m_side];
-        }
-        ~Scope() {
-            MutexLock lock(m_gate.m_mutex);
-            --m_gate.m_running[m_side];
-            m_gate.m_changed.NotifyAll();
-        }
-        Scope(const Scope&) = delete;
-        Scope& operator=(const Scope&) = delete;
-
-    private:
-        CallGate& m_gate;
-        uint32_t m_side;
-    };
-
+    // What it returns goes to Leave.
+    uint32_t Enter() {
+        ++m_running[m_side];
+        return m_side;
+    }
+    void Leave(uint32_t side) {
+        if (--m_running[side] == 0 && m_draining)
+            m_changed.NotifyAll();
+    }
     // Returns at once from inside a callback: one that waited for another could be waited for by it.
-    void WaitForRunning() {
+    void WaitForRunning(MutexLock& lock) {
         if (Thread::CurrentOwner() != nullptr)
             return;
-        MutexLock lock(m_mutex);
         while (m_draining)
             m_changed.WaitOnce(lock);
         m_draining = true;
@@ -51,11 +41,92 @@ public:
     }
 
 private:
-    Mutex m_mutex;
     Condition m_changed;
-    uint32_t m_side GUARDED_BY(m_mutex) = 0;
-    uint64_t m_running[2] GUARDED_BY(m_mutex) = {};
-    bool m_draining GUARDED_BY(m_mutex) = false;    // a setter waits for the other side
+    uint32_t m_side = 0;
+    uint64_t m_running[2] = {};
+    bool m_draining = false;    // a setter waits for the other side
+};
+
+// With a lock of its own.
+class CallGate {
+public:
+    class Scope {
+    public:
+        explicit Scope(CallGate& gate) : m_gate(gate) {
+            MutexLock lock(m_gate.m_mutex);
+            m_side = m_gate.m_count.Enter();
+        }
+        ~Scope() {
+            MutexLock lock(m_gate.m_mutex);
+            m_gate.m_count.Leave(m_side);
+        }
+        Scope(const Scope&) = delete;
+        Scope& operator=(const Scope&) = delete;
+
+    private:
+        CallGate& m_gate;
+        uint32_t m_side;
+    };
+
+    void WaitForRunning() {
+        MutexLock lock(m_mutex);
+        m_count.WaitForRunning(lock);
+    }
+
+private:
+    Mutex m_mutex;
+    GateCount m_count GUARDED_BY(m_mutex);
+};
+
+// A callback of the client: pointer, context and gate in one. `Function` is the pointer's type, whose first parameter
+// is the context.
+template <typename Function>
+class ClientCallback {
+public:
+    // Waits for a running call of the callback that it replaces, not from inside any callback.
+    void Set(Function function, void* context) {
+        MutexLock lock(m_mutex);
+        m_function = function;
+        m_context = context;
+        m_count.WaitForRunning(lock);
+    }
+
+    // One call, or several: what is set meanwhile waits for its end.
+    class Call {
+    public:
+        explicit Call(ClientCallback& callback) : m_callback(callback) {
+            MutexLock lock(m_callback.m_mutex);
+            m_side = m_callback.m_count.Enter();
+            m_function = m_callback.m_function;
+            m_context = m_callback.m_context;
+        }
+        ~Call() {
+            MutexLock lock(m_callback.m_mutex);
+            m_callback.m_count.Leave(m_side);
+        }
+        Call(const Call&) = delete;
+        Call& operator=(const Call&) = delete;
+
+        explicit operator bool() const { return m_function != nullptr; }
+        Function Pointer() const { return m_function; }
+        void* Context() const { return m_context; }
+        template <typename... Arguments>
+        void operator()(Arguments&&... arguments) const {
+            m_function(m_context, std::forward<Arguments>(arguments)...);
+        }
+
+    private:
+        ClientCallback& m_callback;
+        uint32_t m_side;
+        Function m_function;
+        void* m_context;
+    };
+
+private:
+    Mutex m_mutex;
+    GateCount m_count GUARDED_BY(m_mutex);
+    Function m_function GUARDED_BY(m_mutex) = nullptr;
+    void* m_context GUARDED_BY(m_mutex) = nullptr;
 };
 
 }    // namespace corvane

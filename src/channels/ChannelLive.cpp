@@ -95,7 +95,7 @@ void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame) {
 }
 
 void CChannelLive::HandleAudio(WorkerState& worker, const FramePtr& frame) {
-    const bool audioOnly = MediaMode() == 2;
+    const bool audioOnly = MediaMode() == CORVANE_MEDIA_AUDIO;
     m_render.InputAudio(frame, true, audioOnly);
     if (audioOnly)
         Pace(worker, *frame);

@@ -67,11 +67,6 @@ Status StreamChannel::SetOption(int32_t id, uint64_t value, uint64_t extra) {
     return ApplyOption(GetChannelType(), targets, id, value, extra);
 }
 
-void StreamChannel::SetMediaMode(uint32_t mode) {
-    MutexLock lock(m_settingsMutex);
-    m_mediaMode = mode;
-}
-
 void StreamChannel::SetBlockWhenFull(bool on) {
     MutexLock lock(m_mutex);
     MutexLock settings(m_settingsMutex);

@@ -13,8 +13,8 @@ class IChannel {
 public:
     virtual ~IChannel() = default;
     virtual ChannelType GetChannelType() const = 0;
-    // Stops the channel for good and joins all its threads. The owner calls it before the destructor, inside an EndScope
-    // that is allowed. A second call does nothing.
+    // Stops the channel for good and joins all its threads. The owner calls it before the destructor, inside an
+    // EndScope that is allowed. A second call does nothing.
     virtual void End() = 0;
 };
 

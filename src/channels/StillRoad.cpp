@@ -87,15 +87,6 @@ void StillRoad::SetQuality(uint32_t quality) {
     m_stillQuality = quality;
 }
 
-void StillRoad::SetOverlay(CorvaneOsdCallback callback, void* context) {
-    {
-        MutexLock lock(m_mutex);
-        m_stillOverlay = callback;
-        m_stillOverlayContext = context;
-    }
-    m_overlayCalls.WaitForRunning();
-}
-
 // ---- The picture ----
 
 // From the current picture to what the maker makes its output from.
@@ -153,21 +144,14 @@ Status StillRoad::Convert(Still& still, const DecodedFrame& decoded) {
 
 // Where there is no memory for the drawing, the still comes without.
 void StillRoad::DrawOverlay(const Still& still) {
-    const CallGate::Scope call(m_overlayCalls);
-    CorvaneOsdCallback callback;
-    void* context;
-    {
-        MutexLock lock(m_mutex);
-        callback = m_stillOverlay;
-        context = m_stillOverlayContext;
-    }
+    const ClientCallback<CorvaneOsdCallback>::Call overlay(m_overlay);
     uint8_t* buffer = nullptr;
     uint32_t stride = 0;
     uint32_t format = 0;
     const uint32_t width = still.maker->GetWidth();
     const uint32_t height = still.maker->GetHeight();
     Raster drawing;
-    if (callback == nullptr || still.maker->GetBuffer(width, height, &buffer, &stride, &format) < 0 ||
+    if (!overlay || still.maker->GetBuffer(width, height, &buffer, &stride, &format) < 0 ||
         !drawing.Resize(width, height))
         return;
     OsdRecord record(still.frame.get(), int64_t{still.frame->Header().timeSeconds}, false);
@@ -175,7 +159,7 @@ void StillRoad::DrawOverlay(const Still& still) {
     record.info.height = height;
     {
         const Thread::Acting acting(m_owner);
-        record.Call(callback, context, drawing.View());
+        record.Call(overlay.Pointer(), overlay.Context(), drawing.View());
     }
     (void)BlendOverlay(drawing.View(), buffer, stride, format);
 }

@@ -32,7 +32,7 @@ public:
 
     void SetQuality(uint32_t quality);    // of JPEG
     // Waits for a running call of the callback that it replaces, not from inside any callback.
-    void SetOverlay(CorvaneOsdCallback callback, void* context);
+    void SetOverlay(CorvaneOsdCallback callback, void* context) { m_overlay.Set(callback, context); }
 
     // `format`: a picture format, 1 to 18, else InvalidArgument. `zoomed`: only what the display area selects. Failed:
     // there is no picture. May raise std::bad_alloc.
@@ -60,12 +60,10 @@ private:
     const void* const m_owner;
     const VideoStage& m_video;
     const CRenderMgr& m_render;
-    CallGate m_overlayCalls;
+    ClientCallback<CorvaneOsdCallback> m_overlay;
 
     Mutex m_mutex;    // taken last
     uint32_t m_stillQuality GUARDED_BY(m_mutex) = 0;
-    CorvaneOsdCallback m_stillOverlay GUARDED_BY(m_mutex) = nullptr;
-    void* m_stillOverlayContext GUARDED_BY(m_mutex) = nullptr;
 };
 
 }    // namespace corvane

@@ -97,27 +97,20 @@ void StreamChannel::SleepUntil(int64_t deadline) {
 
 // ---- Input ----
 
-uint32_t StreamChannel::MediaMode() {
-    MutexLock lock(m_settingsMutex);
-    return m_mediaMode;
-}
-
 bool StreamChannel::BlocksWhenFull() {
     MutexLock lock(m_settingsMutex);
     return m_blockWhenFull;
 }
 
 Status StreamChannel::Accepts(uint32_t streamType) {
-    constexpr uint32_t kVideoOnly = 1;
-    constexpr uint32_t kAudioOnly = 2;
     switch (ClassOf(streamType)) {
     case StreamClass::Video:
     case StreamClass::Metadata:
-        if (MediaMode() != kAudioOnly)
+        if (MediaMode() != CORVANE_MEDIA_AUDIO)
             return Status::Ok;
         break;
     case StreamClass::Audio:
-        if (MediaMode() != kVideoOnly)
+        if (MediaMode() != CORVANE_MEDIA_VIDEO)
             return Status::Ok;
         break;
     case StreamClass::Placeholder:

@@ -9,6 +9,7 @@
 // video stage's are never held together, and neither is held while a client callback runs.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "base/Mutex.h"
@@ -44,7 +45,7 @@ public:
     Status Update(const ChannelUpdate& update);
     void SetBufferTime(uint32_t milliseconds);
     void SetDisplayMode(uint32_t mode);
-    void SetMediaMode(uint32_t mode);
+    void SetMediaMode(uint32_t mode) { m_mediaMode = mode; }
     void SetBlockWhenFull(bool on);
     void EmptyQueue();
     bool IsBuffering();
@@ -66,7 +67,7 @@ protected:
     // refuses the frame.
     virtual Status Admit(const FramePtr& frame, MutexLock& lock) REQUIRES(m_mutex) = 0;
 
-    uint32_t MediaMode();
+    uint32_t MediaMode() const { return m_mediaMode; }
     bool BlocksWhenFull();
     // Sleeps until `deadline` of the clock, or until a stop.
     void SleepUntil(int64_t deadline);
@@ -100,7 +101,7 @@ private:
     bool m_paceStop GUARDED_BY(m_paceMutex) = false;
 
     Mutex m_settingsMutex;
-    uint32_t m_mediaMode GUARDED_BY(m_settingsMutex) = 3;
+    std::atomic<uint32_t> m_mediaMode{CORVANE_MEDIA_BOTH};
     bool m_blockWhenFull GUARDED_BY(m_settingsMutex) = false;
     bool m_audioEnabled GUARDED_BY(m_settingsMutex) = true;    // kept for the sound output, as the volume
     uint32_t m_volume GUARDED_BY(m_settingsMutex) = 0;

@@ -73,7 +73,8 @@ bool VideoStage::Decode(FramePtr& frame, uint32_t mode, SharedPicture& picture) 
     uint32_t kind;
     {
         ExclusiveLock lock(m_lock);
-        m_decoder.SetAdapter(m_render.GetAdapterIndex());
+        if (frame->IsKeyFrame() || m_decoder.ActiveKind() != 0)    // software minds no adapter
+            m_decoder.SetAdapter(m_render.GetAdapterIndex());
         if (m_decoder.Decode(frame, &got) < 0)
             got = 0;
         kind = m_decoder.ActiveKind();

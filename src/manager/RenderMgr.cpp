@@ -133,8 +133,12 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded
         (void)m_mailbox.AwaitTaken(kTakenLimit);    // the newest picture counts, in time or not
     FinishedPicture picture{.frame = frame};
     {
-        CallGate::Scope call(m_filterCalls);
-        const PresentSettingsPtr settings = Settings();
+        PresentSettingsPtr settings = Settings();
+        std::optional<CallGate::Scope> call;
+        if (!settings->chain.clientFilters.empty()) {    // entered before what is called is read
+            call.emplace(m_filterCalls);
+            settings = Settings();
+        }
         RendererTarget target(*this, *settings, picture);
         const PictureRequest request{.frame = *frame,
                                      .decoded = decoded,
@@ -247,18 +251,16 @@ void CRenderMgr::SetState(RenderState state, const FramePtr& frame) {
 // ---- The render thread ----
 
 void CRenderMgr::RenderLoop() {
+    std::optional<Turn> turn(std::in_place);
     for (;;) {
-        PassSchedule::Due due = AwaitDue();
-        if (due.end)
+        turn.emplace(Await(*turn));    // what the last turn held is destroyed here, with no lock held
+        if (turn->due.end)
             break;
-        bool spare = false;    // memory that goes back after a while
         try {
-            DoWhatIsDue(due);
-            spare = m_sinks.Trim();
+            Do(*turn);
+            turn->spare = m_sinks.Trim();
         } catch (...) {    // no memory for another renderer, or a callback that threw: this present is lost
         }
-        MutexLock lock(m_lock);
-        m_schedule.SetSpare(spare, m_clock.Now());
     }
     m_kept = {};
     m_slot.DestroyAll();
@@ -266,152 +268,121 @@ void CRenderMgr::RenderLoop() {
     (void)m_sinks.Overview(nullptr);
 }
 
-PassSchedule::Due CRenderMgr::AwaitDue() {
+// Ends a turn and waits for the next one, which is all that the render thread needs the lock for.
+CRenderMgr::Turn CRenderMgr::Await(const Turn& ended) {
     FinishedPicture before;    // destroyed with no lock held
+    Turn next;
     MutexLock lock(m_lock);
-    for (;;) {
-        const int64_t now = m_clock.Now();
-        if (m_schedule.IsDue(now)) {
-            // Outside of Playing nobody takes a picture. Under the lock that Post takes as well: a picture that comes
-            // from here on is of the next turn.
-            const PassSchedule::Due due = m_schedule.Take(now);
-            if ((due.state != RenderState::Playing || due.end) && m_mailbox.Take(m_kept, before))
-                m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
-            return due;
-        }
+    if (ended.pass)
+        m_schedule.EndPass(*ended.pass);
+    if (ended.inCalls)
+        m_renderCalls.Leave(ended.side);
+    int64_t now = m_clock.Now();
+    for (m_schedule.SetSpare(ended.spare, now); !m_schedule.IsDue(now); now = m_clock.Now()) {
         if (m_schedule.WakeAt() == PassSchedule::kNever)
             m_due.WaitOnce(lock);
         else
             (void)m_clock.WaitUntil(m_due, lock, m_schedule.WakeAt());
     }
+    next.due = m_schedule.Take(now);
+    next.settings = m_settings;
+    next.fresh = m_mailbox.Take(m_kept, before);
+    if (next.due.end || next.due.state != RenderState::Playing) {
+        if (std::exchange(next.fresh, false))    // nobody takes it
+            m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
+        next.frame = m_frame;
+        next.logo = m_schedule.State() == RenderState::Stopped ? m_logo : nullptr;
+        next.counter = next.due.draw && next.due.state == RenderState::Waiting ? m_schedule.TakeWaitCounter() : 0;
+    } else if (next.due.draw) {
+        const std::optional<PassFlags> flags = m_schedule.BeginPass(
+            next.fresh, m_settings->osdPolicy == kOsdAlways, m_settings->presentEnabled, m_settings->osd != nullptr);
+        next.due.draw = flags && m_kept.frame != nullptr;
+        if (next.due.draw)
+            next.pass.emplace(
+                Pass{.settings = *next.settings, .sinks = m_sinks, .mailbox = &m_mailbox, .flags = *flags});
+    }
+    next.inCalls = next.due.draw;
+    if (next.inCalls)    // entered before what is called is read
+        next.side = m_renderCalls.Enter();
+    return next;
 }
 
-void CRenderMgr::DoWhatIsDue(PassSchedule::Due& due) {
-    if (due.tidy)
-        TidyUp();
-    if (due.room && m_sinks.Resume()) {
-        MutexLock lock(m_lock);
-        m_schedule.OnSinkReady();
-        due.draw = true;
-    }
-    if (due.state != RenderState::Playing)
+void CRenderMgr::Do(Turn& turn) {
+    m_slot.DestroyRetired();
+    if (turn.due.tidy)
+        TidyUp(*turn.settings);
+    if (turn.due.room && m_sinks.Resume())
+        OnSinkReady();
+    if (turn.due.state != RenderState::Playing)
         m_kept = {};
-    if (!due.draw)
+    if (!turn.due.draw)
         return;
-    if (due.state == RenderState::Playing)
-        PresentPass();
+    if (turn.due.state == RenderState::Playing)
+        PresentPass(turn);
     else
-        DrawState();
+        DrawState(turn);
 }
 
 // Renderers that were replaced, and the way to a window that was given up, end here, on their thread.
-void CRenderMgr::TidyUp() {
-    m_slot.DestroyRetired();
-    const PresentSettingsPtr settings = Settings();
-    (void)m_sinks.Main(settings->window);
-    if (settings->area.overviewEnabled == 0 || settings->overviewWindow == nullptr)
+void CRenderMgr::TidyUp(const PresentSettings& settings) {
+    (void)m_sinks.Main(settings.window);
+    if (settings.area.overviewEnabled == 0 || settings.overviewWindow == nullptr)
         (void)m_sinks.Overview(nullptr);
 }
 
-void CRenderMgr::DrawState() {
-    CallGate::Scope call(m_renderCalls);
-    PresentSettingsPtr settings;
-    FramePtr frame;
-    BitmapPtr logo;
-    StatePicture::Look look;
-    {
-        MutexLock lock(m_lock);
-        settings = m_settings;
-        frame = m_frame;
-        look.frame = frame.get();
-        if (!TellState(look, logo))
-            return;
+void CRenderMgr::DrawState(const Turn& turn) {
+    StatePicture::Look look{.frame = turn.frame.get(), .counter = turn.counter, .logo = turn.logo.get()};
+    switch (turn.due.state) {
+    case RenderState::Stopped:
+        look.flags = CORVANE_OSD_STOPPED | CORVANE_OSD_FRESH;
+        break;
+    case RenderState::Waiting:
+        look.flags = CORVANE_OSD_WAITING;
+        look.wallTime = true;
+        break;
+    case RenderState::AudioOnly:
+        look.flags = CORVANE_OSD_AUDIO_ONLY;
+        break;
+    case RenderState::TimeOnly:
+        look.flags = CORVANE_OSD_TIME_ONLY;
+        look.wallTime = true;
+        break;
+    case RenderState::Idle:
+    case RenderState::Playing:
+        return;
     }
-    Pass pass{.settings = *settings, .sinks = m_sinks, .mailbox = &m_mailbox};
+    Pass pass{.settings = *turn.settings, .sinks = m_sinks, .mailbox = &m_mailbox};
     const RendererPtr renderer = m_slot.Current().renderer;
     if (look.flags == CORVANE_OSD_AUDIO_ONLY && !renderer->Traits().needsWindow)
-        renderer->NotifyAudioOnly(frame.get(), pass);
+        renderer->NotifyAudioOnly(turn.frame.get(), pass);
     else
         m_statePicture.Draw(pass, look);
 }
 
-// What the picture of the state looks like; false where it has none.
-bool CRenderMgr::TellState(StatePicture::Look& look, BitmapPtr& logo) {
-    switch (m_schedule.State()) {
-    case RenderState::Stopped:
-        look.flags = CORVANE_OSD_STOPPED | CORVANE_OSD_FRESH;
-        logo = m_logo;
-        look.logo = logo.get();
-        return true;
-    case RenderState::Waiting:
-        look.flags = CORVANE_OSD_WAITING;
-        look.wallTime = true;
-        look.counter = m_schedule.TakeWaitCounter();
-        return true;
-    case RenderState::AudioOnly:
-        look.flags = CORVANE_OSD_AUDIO_ONLY;
-        return true;
-    case RenderState::TimeOnly:
-        look.flags = CORVANE_OSD_TIME_ONLY;
-        look.wallTime = true;
-        return true;
-    case RenderState::Idle:
-    case RenderState::Playing:    // since the wake-up, and woken again
-        break;
-    }
-    return false;
-}
-
-void CRenderMgr::PresentPass() {
-    CallGate::Scope call(m_renderCalls);
+void CRenderMgr::PresentPass(Turn& turn) {
     m_statePicture.Free();
-    m_slot.DestroyRetired();
-    PresentSettingsPtr settings;
-    const std::optional<PassFlags> flags = TakePicture(settings);
-    if (!flags)
-        return;
+    Pass& pass = *turn.pass;
     const RendererSlot::Seat seat = m_slot.Current();
-    if (!MatchPicture(seat.id))
+    if (!MatchPicture(seat.id, turn.fresh))
         m_kept.pixels = std::monostate();    // those of another renderer
-    Pass pass{.settings = *settings, .sinks = m_sinks, .mailbox = &m_mailbox, .flags = *flags};
-    const int64_t begun = m_clock.Now();    // the client's callback takes the time that it takes
+    const int64_t begun = m_clock.Now();     // the client's callback takes the time that it takes
     const Outcome outcome = seat.renderer->Present(m_kept, pass);
-    m_tally.Note(outcome, *settings, outcome == Outcome::HandedOver ? begun : m_clock.Now());
-    {
-        MutexLock lock(m_lock);
-        m_schedule.EndPass(pass);
-    }
+    m_tally.Note(outcome, pass.settings, outcome == Outcome::HandedOver ? begun : m_clock.Now());
     if (outcome == Outcome::Failed) {
-        (void)m_slot.ReplaceFailed(seat, *settings);
+        (void)m_slot.ReplaceFailed(seat, pass.settings);
         return;
     }
     AfterDisplay(pass);    // whether something was put or not
     // Deliveries of raw pictures follow here.
 }
 
-// Takes the newest picture, where there is one, and begins a pass with it or with the last one. No value where there is
-// nothing to present.
-std::optional<PassFlags> CRenderMgr::TakePicture(PresentSettingsPtr& settings) {
-    FinishedPicture before;    // destroyed with no lock held
-    MutexLock lock(m_lock);
-    if (m_schedule.State() != RenderState::Playing)
-        return std::nullopt;    // changed since the wake-up, and woken again
-    m_fresh = m_mailbox.Take(m_kept, before);
-    settings = m_settings;
-    const std::optional<PassFlags> flags = m_schedule.BeginPass(m_fresh, settings->osdPolicy == kOsdAlways,
-                                                                settings->presentEnabled, settings->osd != nullptr);
-    return m_kept.frame != nullptr ? flags : std::nullopt;
-}
-
 // Whether this renderer may show the kept picture; counts a fresh one as taken, or as lost.
-bool CRenderMgr::MatchPicture(RendererId id) {
+bool CRenderMgr::MatchPicture(RendererId id, bool fresh) {
     const bool shows = m_kept.madeFor == id;
-    if (std::exchange(m_fresh, false)) {
-        if (shows)
-            m_tally.Begin(m_kept.frame->ArrivedAt());
-        else
-            m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
-    }
+    if (fresh && shows)
+        m_tally.Begin(m_kept.frame->ArrivedAt());
+    else if (fresh)
+        m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
     return shows;
 }
 

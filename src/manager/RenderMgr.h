@@ -155,16 +155,29 @@ private:
     void SetState(RenderState state, const FramePtr& frame) REQUIRES(m_lock);
     Status ChangeAngle(bool on, std::optional<double> angle);
 
+    // What the render thread does between two looks at the lock.
+    struct Turn {
+        PassSchedule::Due due;
+        PresentSettingsPtr settings;
+        bool inCalls = false;    // counted among the calls into the client
+        uint32_t side = 0;
+        bool spare = false;    // out: memory that goes back after a while
+        // Of Playing.
+        bool fresh = false;    // m_kept is a picture that no pass has shown
+        std::optional<Pass> pass{};
+        // Of the other states.
+        FramePtr frame{};
+        BitmapPtr logo{};
+        uint32_t counter = 0;
+    };
     void RenderLoop();
-    PassSchedule::Due AwaitDue();
-    void DoWhatIsDue(PassSchedule::Due& due);
-    void TidyUp();
-    void PresentPass();
-    std::optional<PassFlags> TakePicture(PresentSettingsPtr& settings);
-    bool MatchPicture(RendererId id);
+    Turn Await(const Turn& ended);
+    void Do(Turn& turn);
+    void TidyUp(const PresentSettings& settings);
+    void PresentPass(Turn& turn);
+    bool MatchPicture(RendererId id, bool fresh);
     void AfterDisplay(Pass& pass);
-    void DrawState();
-    bool TellState(StatePicture::Look& look, BitmapPtr& logo) REQUIRES(m_lock);
+    void DrawState(const Turn& turn);
 
     // Puts a changed copy of the settings in their place.
     template <typename Change>
@@ -182,7 +195,6 @@ private:
     // Constant after construction, or with locks of their own.
     Clock& m_clock;
     ChannelCounters m_counters;
-    CallGate m_renderCalls;    // picture and after-display callbacks
     CallGate m_filterCalls;
     PictureMailbox m_mailbox;
 
@@ -193,7 +205,8 @@ private:
     Condition m_due;    // something is due on the render thread
     PresentSettingsPtr m_settings GUARDED_BY(m_lock);
     PassSchedule m_schedule GUARDED_BY(m_lock);
-    FramePtr m_frame GUARDED_BY(m_lock);    // last frame shown, or null
+    GateCount m_renderCalls GUARDED_BY(m_lock);    // picture and after-display callbacks
+    FramePtr m_frame GUARDED_BY(m_lock);           // last frame shown, or null
     PictureSize m_frameSize GUARDED_BY(m_lock);
     BitmapPtr m_logo GUARDED_BY(m_lock);
 
@@ -204,7 +217,6 @@ private:
     StatePicture m_statePicture;
     ShownTally m_tally{m_counters};
     FinishedPicture m_kept;    // shown last, for redraws
-    bool m_fresh = false;      // no pass has shown it
 
     // The windows that m_settings names. m_windowLock is taken before m_lock, and never by who tells of their changes.
     Mutex m_windowLock;

@@ -246,13 +246,11 @@ void CRenderMgr::DisableRotateFilter() {
 
 void CRenderMgr::RegisterRawDataCallback(CorvanePictureCallback callback, void* context, uint32_t format) {
     m_slot.Replace(std::make_shared<CPseudoRenderer>(callback, context, format));
-    {
-        MutexLock lock(m_lock);
-        m_schedule.OnGivenUp();
-        m_due.NotifyAll();
-    }
     m_mailbox.Interrupt();
-    m_renderCalls.WaitForRunning();
+    MutexLock lock(m_lock);
+    m_schedule.OnGivenUp();
+    m_due.NotifyAll();
+    m_renderCalls.WaitForRunning(lock);
 }
 
 void CRenderMgr::SetRawDataCallbackSize(uint32_t width, uint32_t height) {
@@ -260,14 +258,12 @@ void CRenderMgr::SetRawDataCallbackSize(uint32_t width, uint32_t height) {
 }
 
 void CRenderMgr::SetAfterDisplay(CorvaneAfterDisplayCallback callback, void* context) {
-    {
-        MutexLock lock(m_lock);
-        ChangeSettings([&](PresentSettings& settings) {
-            settings.afterDisplay = callback;
-            settings.afterDisplayContext = context;
-        });
-    }
-    m_renderCalls.WaitForRunning();
+    MutexLock lock(m_lock);
+    ChangeSettings([&](PresentSettings& settings) {
+        settings.afterDisplay = callback;
+        settings.afterDisplayContext = context;
+    });
+    m_renderCalls.WaitForRunning(lock);
 }
 
 }    // namespace corvane

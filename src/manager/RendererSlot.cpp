@@ -61,6 +61,7 @@ RendererSlot::Seat RendererSlot::Current() const {
 
 void RendererSlot::ReplaceLocked(RendererPtr renderer) {
     m_retired.push_back(m_seat.renderer);
+    m_anyRetired = true;
     m_seat = {std::move(renderer), m_seat.id + 1};
 }
 
@@ -91,15 +92,12 @@ bool RendererSlot::ReplaceFailed(const Seat& failed, const PresentSettings& sett
 }
 
 bool RendererSlot::TakeFallbackEvent() {
-    MutexLock lock(m_lock);
-    if (m_fallbackEvent != 1)
-        return false;
-    m_fallbackEvent = -1;
-    return true;
+    int32_t after = 1;
+    return m_fallbackEvent == after && m_fallbackEvent.compare_exchange_strong(after, -1);
 }
 
 void RendererSlot::DestroyRetired() {
-    for (;;) {
+    while (m_anyRetired) {
         RendererPtr dying;    // after the lock is dropped
         MutexLock lock(m_lock);
         // Nobody can get another hold on a renderer that is not the current one any more.
@@ -108,6 +106,7 @@ void RendererSlot::DestroyRetired() {
             return;
         dying = std::move(*free);
         m_retired.erase(free);
+        m_anyRetired = !m_retired.empty();
     }
 }
 

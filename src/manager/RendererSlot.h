@@ -1,6 +1,7 @@
 // The current renderer, the rules by which one follows another, and those that wait for their end on the render thread.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <span>
 #include <vector>
@@ -64,7 +65,8 @@ private:
     mutable Mutex m_lock;    // taken last
     Seat m_seat GUARDED_BY(m_lock);
     std::vector<RendererPtr> m_retired GUARDED_BY(m_lock);
-    int32_t m_fallbackEvent GUARDED_BY(m_lock) = 0;    // 0, 1 after a fall-back, -1 once the client was told
+    std::atomic<bool> m_anyRetired{false};      // what m_retired says, for who looks without the lock
+    std::atomic<int32_t> m_fallbackEvent{0};    // 0, 1 after a fall-back, -1 once the client was told
 };
 
 }    // namespace corvane

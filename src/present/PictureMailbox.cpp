@@ -7,8 +7,10 @@ namespace corvane {
 bool PictureMailbox::AwaitTaken(int64_t limit) {
     MutexLock lock(m_mutex);
     ThreadWait wait(limit);
+    m_awaited = true;
     while (AwaitedLocked() && wait.On(m_changed, lock)) {
     }
+    m_awaited = false;
     return !m_full;
 }
 
@@ -47,10 +49,11 @@ void PictureMailbox::Interrupt() {
 }
 
 void PictureMailbox::SetInClientCall(bool inside) {
-    MutexLock lock(m_mutex);
     m_inClientCall = inside;
-    if (inside)
-        m_changed.NotifyAll();
+    if (!inside || !m_awaited)
+        return;
+    MutexLock lock(m_mutex);
+    m_changed.NotifyAll();
 }
 
 }    // namespace corvane

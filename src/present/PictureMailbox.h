@@ -5,6 +5,7 @@
 // inside a client's call, which takes as long as the client likes, nor after Interrupt, until the next Post.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 
@@ -65,7 +66,9 @@ private:
     FinishedPicture m_picture GUARDED_BY(m_mutex);
     bool m_full GUARDED_BY(m_mutex) = false;
     bool m_interrupted GUARDED_BY(m_mutex) = false;
-    bool m_inClientCall GUARDED_BY(m_mutex) = false;
+    // Both sequentially consistent: who begins a call sees the worker that waits, or that worker sees the call.
+    std::atomic<bool> m_inClientCall{false};
+    std::atomic<bool> m_awaited{false};    // the worker is in AwaitTaken
 };
 
 }    // namespace corvane

@@ -8,7 +8,7 @@ ROOMS = ["base", "kernels", "platform", "frame", "decoders", "filters", "picture
 
 root = pathlib.Path(__file__).resolve().parent.parent
 # Headers of the system that only these folders see.
-SYSTEM = {"xcb/": ("src/platform/window", "src/platform/sink"), "cairo": ("src/platform/raster",)}
+SYSTEM = {"xcb/": ("src/platform/x11",), "cairo": ("src/platform/raster",)}
 system_include = re.compile(r'^\s*#\s*include\s+<([^>]+)>', re.M)
 include = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.M)
 faults = []

@@ -4,7 +4,7 @@
 
 #include "manager/DisplaySettings.h"
 #include "manager/RenderMgr.h"
-#include "platform/sink/WindowGrab.h"
+#include "platform/x11/WindowGrab.h"
 #include "present/Layout.h"
 #include "render/PseudoRenderer.h"
 

@@ -9,7 +9,7 @@
 #include "base/PictureSize.h"
 #include "corvane/corvane.h"
 #include "filters/FilterChain.h"
-#include "platform/window/WindowWatch.h"
+#include "platform/x11/WindowWatch.h"
 
 namespace corvane {
 

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "base/Mutex.h"
-#include "platform/sink/WindowSink.h"
+#include "platform/x11/WindowSink.h"
 
 namespace corvane {
 

@@ -8,7 +8,7 @@
 #include <functional>
 #include <utility>
 
-#include "platform/window/WindowWatch.h"
+#include "platform/x11/WindowWatch.h"
 #include "support/Latch.h"
 #include "support/XClient.h"
 #include "support/XServer.h"

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "platform/WatchFixture.h"
-#include "platform/sink/WindowGrab.h"
+#include "platform/x11/WindowGrab.h"
 
 namespace corvane::test {
 namespace {

@@ -13,7 +13,7 @@
 #include "base/FailurePoint.h"
 #include "base/Log.h"
 #include "platform/WatchFixture.h"
-#include "platform/sink/WindowSink.h"
+#include "platform/x11/WindowSink.h"
 #include "support/Mappings.h"
 
 namespace corvane::test {

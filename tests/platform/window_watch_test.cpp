@@ -8,7 +8,7 @@
 
 #include "base/FailurePoint.h"
 #include "platform/WatchFixture.h"
-#include "platform/window/WatchState.h"
+#include "platform/x11/WatchState.h"
 #include "support/Mappings.h"
 
 namespace corvane::test {

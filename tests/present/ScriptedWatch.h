@@ -3,7 +3,7 @@
 
 #include <optional>
 
-#include "platform/window/WindowWatch.h"
+#include "platform/x11/WindowWatch.h"
 
 namespace corvane::test {
 

@@ -21,7 +21,7 @@
 #include "manager/RenderMgr.h"
 #include "picture/BitmapPool.h"
 #include "platform/blitter/Blitter.h"
-#include "platform/window/Connection.h"
+#include "platform/x11/Connection.h"
 #include "render/DDrawRenderer.h"
 #include "render/GDIRenderer.h"
 #include "render/PseudoRenderer.h"

@@ -13,7 +13,7 @@
 
 #include "base/FailurePoint.h"
 #include "corvane/filter.h"
-#include "platform/window/Connection.h"
+#include "platform/x11/Connection.h"
 #include "support/Client.h"
 #include "support/Mappings.h"
 #include "support/XClient.h"

@@ -21,7 +21,7 @@
 #include "corvane/decoder.h"
 #include "platform/blitter/DeviceMap.h"
 #include "platform/raster/Raster.h"
-#include "platform/window/WindowWatch.h"
+#include "platform/x11/WindowWatch.h"
 
 namespace corvane {
 

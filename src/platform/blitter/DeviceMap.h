@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "base/Mutex.h"
-#include "platform/window/WindowWatch.h"
+#include "platform/x11/WindowWatch.h"
 
 namespace corvane {
 

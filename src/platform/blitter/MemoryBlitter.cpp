@@ -12,7 +12,7 @@
 #include "platform/blitter/Blitter.h"
 #include "platform/blitter/TextSpans.h"
 #include "platform/blitter/VideoBlit.h"
-#include "platform/sink/WindowSink.h"
+#include "platform/x11/WindowSink.h"
 
 namespace corvane {
 

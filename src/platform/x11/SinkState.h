@@ -1,4 +1,4 @@
-// The part of a sink that the event thread sees: what the server keeps for it, and what is under way. Private to sink/.
+// The part of a sink that the event thread sees: what the server keeps for it, and what is under way. Private to x11/.
 #pragma once
 
 #include <cstdint>
@@ -7,8 +7,8 @@
 
 #include "base/Mutex.h"
 #include "base/Rectangle.h"
-#include "platform/sink/SharedMemory.h"
-#include "platform/window/WatchState.h"
+#include "platform/x11/SharedMemory.h"
+#include "platform/x11/WatchState.h"
 
 namespace corvane {
 

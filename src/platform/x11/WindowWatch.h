@@ -15,7 +15,7 @@
 #include <optional>
 
 #include "base/Rectangle.h"
-#include "platform/window/Beam.h"
+#include "platform/x11/Beam.h"
 
 namespace corvane {
 
@@ -70,8 +70,8 @@ public:
     virtual uint32_t MonitorIndex() const = 0;
     // The same monitor by itself; handle 0 while the window's place or the list of monitors is not known.
     virtual Monitor GetMonitor() const { return {}; }
-    // The beam of that monitor; nothing where it cannot be told (yet): no monitor, made-up timings, or a compositor. May
-    // raise std::bad_alloc.
+    // The beam of that monitor; nothing where it cannot be told (yet): no monitor, made-up timings, or a compositor.
+    // May raise std::bad_alloc.
     virtual std::optional<Beam> GetBeam() const { return std::nullopt; }
     // A dead watch: whether it died because the server is gone or was never there, so that no other window of it can
     // take this one's place.

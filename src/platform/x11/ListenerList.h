@@ -1,4 +1,4 @@
-// The listeners of a watch. Private to window/.
+// The listeners of a watch. Private to x11/.
 #pragma once
 
 #include <algorithm>
@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "base/Mutex.h"
-#include "platform/window/WindowWatch.h"
+#include "platform/x11/WindowWatch.h"
 
 namespace corvane {
 

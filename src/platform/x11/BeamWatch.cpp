@@ -1,4 +1,4 @@
-#include "platform/window/BeamWatch.h"
+#include "platform/x11/BeamWatch.h"
 
 #include <algorithm>
 #include <chrono>

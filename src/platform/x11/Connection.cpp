@@ -1,4 +1,4 @@
-#include "platform/window/Connection.h"
+#include "platform/x11/Connection.h"
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "base/FailurePoint.h"
-#include "platform/window/BeamWatch.h"
+#include "platform/x11/BeamWatch.h"
 
 namespace corvane {
 

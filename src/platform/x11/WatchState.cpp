@@ -1,4 +1,4 @@
-#include "platform/window/WatchState.h"
+#include "platform/x11/WatchState.h"
 
 #include <algorithm>
 #include <utility>

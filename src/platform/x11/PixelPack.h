@@ -1,9 +1,9 @@
-// Rows of 32 bit pixels (B, G, R, X) to and from the layouts of visuals. Private to sink/. Any thread.
+// Rows of 32 bit pixels (B, G, R, X) to and from the layouts of visuals. Private to x11/. Any thread.
 #pragma once
 
 #include <cstdint>
 
-#include "platform/window/ServerInfo.h"
+#include "platform/x11/ServerInfo.h"
 
 namespace corvane {
 

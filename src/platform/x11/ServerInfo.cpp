@@ -1,4 +1,4 @@
-#include "platform/window/ServerInfo.h"
+#include "platform/x11/ServerInfo.h"
 
 #include <sys/socket.h>
 #include <xcb/present.h>
@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/sink/SharedMemory.h"
+#include "platform/x11/SharedMemory.h"
 
 namespace corvane {
 

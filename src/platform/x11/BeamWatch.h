@@ -1,4 +1,4 @@
-// Where the beams of the monitors are. Private to window/.
+// Where the beams of the monitors are. Private to x11/.
 //
 // Asked for a beam, it looks at the modes of all monitors (RandR), has the server tell of a vertical blank of each
 // (Present), and does so again once a second as long as somebody asks, more seldom where none can be told. A beam
@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "base/Mutex.h"
-#include "platform/window/Beam.h"
-#include "platform/window/Connection.h"
+#include "platform/x11/Beam.h"
+#include "platform/x11/Connection.h"
 
 namespace corvane {
 

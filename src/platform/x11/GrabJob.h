@@ -1,4 +1,4 @@
-// Finds out which parts of a window can be seen and reads them, on the event thread. Private to sink/.
+// Finds out which parts of a window can be seen and reads them, on the event thread. Private to x11/.
 //
 // A round: from the window up to the root, each ancestor cuts the window by its inside, and the siblings stacked above
 // cover it; then what is left is read. Windows may move meanwhile, so the round is measured once more after the
@@ -12,7 +12,7 @@
 
 #include "base/Mutex.h"
 #include "base/Rectangle.h"
-#include "platform/window/WatchState.h"
+#include "platform/x11/WatchState.h"
 
 namespace corvane {
 

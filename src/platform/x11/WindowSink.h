@@ -14,7 +14,7 @@
 #include <span>
 
 #include "platform/raster/Raster.h"
-#include "platform/window/WindowWatch.h"
+#include "platform/x11/WindowWatch.h"
 
 namespace corvane {
 

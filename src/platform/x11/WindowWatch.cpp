@@ -1,10 +1,10 @@
-#include "platform/window/WindowWatch.h"
+#include "platform/x11/WindowWatch.h"
 
 #include <new>
 #include <system_error>
 #include <unordered_map>
 
-#include "platform/window/WatchState.h"
+#include "platform/x11/WatchState.h"
 
 namespace corvane {
 

@@ -1,4 +1,4 @@
-#include "platform/sink/WindowSink.h"
+#include "platform/x11/WindowSink.h"
 
 #include <algorithm>
 #include <cstring>
@@ -6,8 +6,8 @@
 
 #include "base/Limits.h"
 #include "base/Log.h"
-#include "platform/sink/PixelPack.h"
-#include "platform/sink/SinkState.h"
+#include "platform/x11/PixelPack.h"
+#include "platform/x11/SinkState.h"
 
 namespace corvane {
 

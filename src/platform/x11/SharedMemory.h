@@ -1,4 +1,4 @@
-// Memory that is to be shared with the server. Private to window/ and sink/.
+// Memory that is to be shared with the server. Private to x11/.
 #pragma once
 
 #include <xcb/xcb.h>
@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "platform/window/ServerInfo.h"
+#include "platform/x11/ServerInfo.h"
 
 namespace corvane {
 

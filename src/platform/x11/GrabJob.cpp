@@ -1,4 +1,4 @@
-#include "platform/sink/GrabJob.h"
+#include "platform/x11/GrabJob.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "platform/sink/PixelPack.h"
+#include "platform/x11/PixelPack.h"
 
 #include <cstring>
 

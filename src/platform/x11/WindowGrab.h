@@ -5,7 +5,7 @@
 
 #include "base/Status.h"
 #include "platform/raster/Raster.h"
-#include "platform/window/WindowWatch.h"
+#include "platform/x11/WindowWatch.h"
 
 namespace corvane {
 

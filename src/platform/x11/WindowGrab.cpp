@@ -1,11 +1,11 @@
-#include "platform/sink/WindowGrab.h"
+#include "platform/x11/WindowGrab.h"
 
 #include <new>
 
 #include "base/Limits.h"
 #include "base/Mutex.h"
-#include "platform/sink/GrabJob.h"
-#include "platform/sink/PixelPack.h"
+#include "platform/x11/GrabJob.h"
+#include "platform/x11/PixelPack.h"
 
 namespace corvane {
 

@@ -1,4 +1,4 @@
-// What a watch knows and how it learns it. Private to window/ and sink/.
+// What a watch knows and how it learns it. Private to x11/.
 //
 // A window gets no event when an ancestor moves or is unmapped, so the chain of ancestors is watched as well, up to the
 // root; any event on it leads to a refresh: attributes, geometry and place are asked anew, one set at a time.
@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "base/Mutex.h"
-#include "platform/window/Connection.h"
-#include "platform/window/ListenerList.h"
-#include "platform/window/WindowWatch.h"
+#include "platform/x11/Connection.h"
+#include "platform/x11/ListenerList.h"
+#include "platform/x11/WindowWatch.h"
 
 namespace corvane {
 

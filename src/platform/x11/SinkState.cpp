@@ -1,4 +1,4 @@
-#include "platform/sink/SinkState.h"
+#include "platform/x11/SinkState.h"
 
 #include <xcb/shm.h>
 

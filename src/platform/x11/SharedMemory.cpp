@@ -1,4 +1,4 @@
-#include "platform/sink/SharedMemory.h"
+#include "platform/x11/SharedMemory.h"
 
 #include <fcntl.h>
 #include <sys/ipc.h>

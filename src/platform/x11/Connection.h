@@ -1,4 +1,4 @@
-// The process's connection to the X server and its event thread "corvane-x11". Private to window/ and sink/.
+// The process's connection to the X server and its event thread "corvane-x11". Private to x11/.
 //
 // The thread opens the connection and sends every request that needs an answer; it never waits for one: answers are
 // looked up after each turn. Only while it opens the connection does it wait (set-up, extensions). Clients' threads
@@ -28,8 +28,8 @@
 #include "base/Mutex.h"
 #include "base/Rectangle.h"
 #include "base/Thread.h"
-#include "platform/window/ServerInfo.h"
-#include "platform/window/WindowWatch.h"
+#include "platform/x11/ServerInfo.h"
+#include "platform/x11/WindowWatch.h"
 
 namespace corvane {
 

@@ -264,8 +264,7 @@ void CRenderMgr::RenderLoop() {
     }
     m_kept = {};
     m_slot.DestroyAll();
-    (void)m_sinks.Main(nullptr);
-    (void)m_sinks.Overview(nullptr);
+    m_sinks.Keep({});
 }
 
 // Ends a turn and waits for the next one, which is all that the render thread needs the lock for.
@@ -325,9 +324,7 @@ void CRenderMgr::Do(Turn& turn) {
 
 // Renderers that were replaced, and the way to a window that was given up, end here, on their thread.
 void CRenderMgr::TidyUp(const PresentSettings& settings) {
-    (void)m_sinks.Main(settings.window);
-    if (settings.area.overviewEnabled == 0 || settings.overviewWindow == nullptr)
-        (void)m_sinks.Overview(nullptr);
+    m_sinks.Keep({settings.window, settings.area.overviewEnabled != 0 ? settings.overviewWindow : nullptr});
 }
 
 void CRenderMgr::DrawState(const Turn& turn) {

@@ -6,7 +6,7 @@ namespace corvane {
 
 void StatePicture::Draw(Pass& pass, const Look& look) {
     const PresentSettings& settings = pass.settings;
-    WindowSink* const sink = pass.sinks.Main(settings.window);
+    WindowSink* const sink = pass.sinks.Of(settings.window);
     if (sink == nullptr)
         return;
     const WindowSink::State state = sink->Prepare();

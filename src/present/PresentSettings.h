@@ -46,6 +46,13 @@ struct PresentSettings {
     CorvaneAfterDisplayCallback afterDisplay = nullptr;
     void* afterDisplayContext = nullptr;
 
+    // The window beside the channel's own that the whole picture is drawn on; null where there is none. The channel's
+    // own window as its overview is one image: the whole picture is drawn over the selected part.
+    WindowWatchPtr OverviewAside() const {
+        return area.overviewEnabled != 0 && area.overviewIsWindow != 0 && overviewWindow != window ? overviewWindow
+                                                                                                   : nullptr;
+    }
+
     ChainSettings chain;
     std::optional<double> angle;    // degrees; set while rotation is on
     PictureSize rawMost;            // of pictures for a callback; none where either side is 0

@@ -1,52 +1,61 @@
 #include "present/WindowSinks.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace corvane {
 
-WindowSink* WindowSinks::Main(const WindowWatchPtr& window) NO_THREAD_SAFETY_ANALYSIS {
-    return Of(m_main, window);
+WindowSink* WindowSinks::Of(const WindowWatchPtr& window) {
+    if (window == nullptr)
+        return nullptr;
+    const auto found = std::ranges::find(m_ways, window, &Way::window);
+    if (found != m_ways.end())
+        return found->sink.get();
+    m_ways.push_back({window, WindowSink::Make(window, m_owner)});
+    Publish();
+    return m_ways.back().sink.get();
 }
 
-WindowSink* WindowSinks::Overview(const WindowWatchPtr& window) NO_THREAD_SAFETY_ANALYSIS {
-    return Of(m_overview, window);
+void WindowSinks::Keep(std::initializer_list<WindowWatchPtr> windows) {
+    const auto given = [&](const Way& way) { return std::ranges::find(windows, way.window) != windows.end(); };
+    if (std::ranges::all_of(m_ways, given))
+        return;
+    std::erase_if(m_ways, [&](const Way& way) { return !given(way); });
+    Publish();
 }
 
-bool WindowSinks::Resume() NO_THREAD_SAFETY_ANALYSIS {
+void WindowSinks::Publish() {
+    std::shared_ptr<const Ways> next =
+        std::make_shared<const Ways>(m_ways);    // the old one dies after the lock is dropped
+    MutexLock lock(m_mutex);
+    m_published.swap(next);
+}
+
+bool WindowSinks::Resume() {
     bool wanted = false;
-    for (const Way* way : {&m_main, &m_overview})
-        wanted |= way->sink != nullptr && way->sink->Resume();
+    for (const Way& way : m_ways)
+        wanted |= way.sink->Resume();
     return wanted;
 }
 
-bool WindowSinks::Trim() NO_THREAD_SAFETY_ANALYSIS {
+bool WindowSinks::Trim() {
     bool spare = false;
-    for (const Way* way : {&m_main, &m_overview})
-        spare |= way->sink != nullptr && way->sink->Trim();
+    for (const Way& way : m_ways)
+        spare |= way.sink->Trim();
     return spare;
 }
 
-WindowSink* WindowSinks::Of(Way& way, const WindowWatchPtr& window) {
-    Way before;    // dies after the lock is dropped
-    MutexLock lock(m_mutex);
-    if (way.window != window) {
-        std::shared_ptr<WindowSink> sink;
-        if (window != nullptr)
-            sink = WindowSink::Make(window, m_owner);
-        before = std::exchange(way, Way{window, std::move(sink)});
-    }
-    return way.sink.get();
-}
-
 Raster WindowSinks::LastImage(const WindowWatchPtr& window) const {
-    std::shared_ptr<WindowSink> sink;
+    std::shared_ptr<const Ways> ways;
     {
         MutexLock lock(m_mutex);
-        if (m_main.window == window)
-            sink = m_main.sink;
+        ways = m_published;
     }
     Raster image;
-    if (sink != nullptr && !sink->Copy(image))
+    if (ways == nullptr)
+        return image;
+    const auto found = std::ranges::find(*ways, window, &Way::window);
+    if (found != ways->end() && !found->sink->Copy(image))
         image.Free();
     return image;
 }

@@ -1,8 +1,10 @@
-// The ways to the windows of one channel: its own and that of the overview. Both live as long as the window stays the
-// same, whatever renderer draws, and die on the render thread.
+// The ways to the windows of one channel, one for each window that it draws on, whatever renderer draws. A way lives
+// until the channel gives its window up, and dies on the render thread.
 #pragma once
 
+#include <initializer_list>
 #include <memory>
+#include <vector>
 
 #include "base/Mutex.h"
 #include "platform/x11/WindowSink.h"
@@ -14,17 +16,19 @@ public:
     // `owner` names the manager in log lines.
     explicit WindowSinks(const void* owner) : m_owner(owner) {}
 
-    // Render thread. The sink of this window, made when it is another than before; null for a null watch. May raise
-    // std::bad_alloc.
-    WindowSink* Main(const WindowWatchPtr& window);
-    WindowSink* Overview(const WindowWatchPtr& window);
+    // ---- The render thread ----
 
-    // Render thread: see WindowSink::Resume; of either.
+    // The sink of this window, made where there is none yet; null for a null watch. May raise std::bad_alloc.
+    WindowSink* Of(const WindowWatchPtr& window);
+    // Ends the sinks of all other windows.
+    void Keep(std::initializer_list<WindowWatchPtr> windows);
+    // See WindowSink::Resume and WindowSink::Trim; of any.
     bool Resume();
-    // Render thread: see WindowSink::Trim; of both.
     bool Trim();
 
-    // Any thread: a copy of the last image of `window`, empty where there is none.
+    // ---- Any thread ----
+
+    // A copy of the last image of `window`, empty where there is none.
     Raster LastImage(const WindowWatchPtr& window) const;
 
 private:
@@ -32,12 +36,13 @@ private:
         WindowWatchPtr window;
         std::shared_ptr<WindowSink> sink;
     };
-    WindowSink* Of(Way& way, const WindowWatchPtr& window);
+    using Ways = std::vector<Way>;
+    void Publish();
 
     const void* const m_owner;
-    mutable Mutex m_mutex;    // taken last
-    Way m_main GUARDED_BY(m_mutex);
-    Way m_overview GUARDED_BY(m_mutex);
+    Ways m_ways;                                                    // only on the render thread
+    mutable Mutex m_mutex;                                          // taken last
+    std::shared_ptr<const Ways> m_published GUARDED_BY(m_mutex);    // the same, for whoever grabs
 };
 
 }    // namespace corvane

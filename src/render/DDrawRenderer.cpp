@@ -30,7 +30,7 @@ constexpr BlitResult kNoView = BlitResult::Failed;
 }    // namespace
 
 CDDrawRenderer::CDDrawRenderer(const PresentSettings& settings, Blitter& blitter)
-    : m_blitter(blitter), m_stage{MonitorView::Make(blitter, settings.window)} {}
+    : m_blitter(blitter), m_stage{MonitorView::Make(blitter, settings.window)}, m_workersStage(m_stage) {}
 
 CDDrawRenderer::~CDDrawRenderer() {
     m_set.reset();
@@ -45,9 +45,17 @@ const RendererTraits& CDDrawRenderer::Traits() const {
     return traits;
 }
 
-CDDrawRenderer::Stage CDDrawRenderer::CurrentStage() const {
+CDDrawRenderer::Stage CDDrawRenderer::WorkersStage() const {
     MutexLock lock(m_lock);
-    return m_stage;
+    return m_workersStage;
+}
+
+void CDDrawRenderer::ChangeStage(std::shared_ptr<MonitorView> view, bool newEra) {
+    m_stage.view.swap(view);
+    m_stage.era += newEra ? 1 : 0;
+    Stage before = m_stage;    // dies after the lock is dropped
+    MutexLock lock(m_lock);
+    std::swap(before, m_workersStage);
 }
 
 // ---- The worker's side ----
@@ -71,7 +79,7 @@ bool CDDrawRenderer::FitSlot(VideoSlot& slot, const Stage& stage, PictureSize si
 }
 
 LentBuffer CDDrawRenderer::Lend(PictureSize size, uint32_t preferredFormat) {
-    const Stage stage = CurrentStage();
+    const Stage stage = WorkersStage();
     const std::shared_ptr<VideoSlot> slot = m_buffers.Free();
     if (slot == nullptr)
         return {};
@@ -88,7 +96,7 @@ LentBuffer CDDrawRenderer::Lend(PictureSize size, uint32_t preferredFormat) {
 }
 
 bool CDDrawRenderer::TakesReference(const DecodedFrame& picture) {
-    const Stage stage = CurrentStage();
+    const Stage stage = WorkersStage();
     return stage.view != nullptr && (picture.strides[2] != 0 || m_nv12Allowed) && stage.view->Device().WrapsVideo();
 }
 
@@ -97,7 +105,7 @@ bool CDDrawRenderer::TakesReference(const DecodedFrame& picture) {
 // Makes a new view where the window is another one, or on another monitor. Surfaces that were made before the monitor
 // was known are kept; a move to another monitor gives up all of them.
 bool CDDrawRenderer::FollowWindow(const WindowWatchPtr& window) {
-    const std::shared_ptr<MonitorView> before = CurrentStage().view;
+    const std::shared_ptr<MonitorView> before = m_stage.view;
     const std::optional<Monitor> monitor = m_blitter.FindMonitor(window);
     if (before != nullptr && before->Window() == window && monitor &&
         (monitor->handle == before->On().handle || monitor->handle == 0))
@@ -106,10 +114,7 @@ bool CDDrawRenderer::FollowWindow(const WindowWatchPtr& window) {
     const bool moved = known && before != nullptr && before->Window() != nullptr && before->On().handle != 0 &&
                        monitor->handle != before->On().handle;
     m_set.reset();
-    std::shared_ptr<MonitorView> view = MonitorView::Make(m_blitter, window);
-    MutexLock lock(m_lock);
-    m_stage.view = std::move(view);
-    m_stage.era += moved ? 1 : 0;
+    ChangeStage(MonitorView::Make(m_blitter, window), moved);
     return m_stage.view != nullptr;
 }
 
@@ -121,7 +126,7 @@ bool CDDrawRenderer::EnsureSet(const PresentSettings& settings, WindowWatch::Siz
     if (m_set != nullptr && m_set->Resize(size, spare))
         return true;
     m_set.reset();
-    m_set = SurfaceSet::Make(CurrentStage().view, size, spare);
+    m_set = SurfaceSet::Make(m_stage.view, size, spare);
     return m_set != nullptr;
 }
 
@@ -173,8 +178,9 @@ CDDrawRenderer::Scope CDDrawRenderer::Begin(Work& work) {
     const Scope scope = BeginComposite(work, viewable);
     if (scope != Scope::Draw)
         return scope;
-    const bool aside = work.settings.area.overviewEnabled != 0 && work.settings.area.overviewIsWindow != 0;
-    return viewable ? Scope::Draw : aside ? Scope::Aside : Scope::TextOnly;
+    if (viewable)
+        return Scope::Draw;
+    return work.settings.OverviewAside() != nullptr ? Scope::Aside : Scope::TextOnly;
 }
 
 // Draw: the composite is ready, where it will be drawn on at all.
@@ -182,9 +188,9 @@ CDDrawRenderer::Scope CDDrawRenderer::BeginComposite(Work& work, bool viewable) 
     const PresentSettings& settings = work.settings;
     const WindowWatchPtr& window = settings.window;
     BlitTarget target{.window = window, .size = {}, .hidden = !viewable, .room = {}};
-    target.sink = work.pass.sinks.Main(window);
-    const bool aside = settings.area.overviewEnabled != 0 && settings.area.overviewIsWindow != 0;
-    target.overview = work.pass.sinks.Overview(aside ? settings.overviewWindow : nullptr);
+    target.sink = work.pass.sinks.Of(window);
+    const bool aside = settings.OverviewAside() != nullptr;
+    target.overview = work.pass.sinks.Of(settings.OverviewAside());
     // The window may get another size at any moment: once more, and if it still does, with the next pass.
     for (int attempt = 0; attempt < 2; ++attempt) {
         target.size = work.client = window->ClientSize();
@@ -210,17 +216,16 @@ CDDrawRenderer::Scope CDDrawRenderer::BeginComposite(Work& work, bool viewable) 
 // The surface of the picture, where it has pixels that still can be shown: of this era, or a decoder's. What is
 // returned keeps the latter.
 std::unique_ptr<BlitSurface> CDDrawRenderer::FindVideo(Work& work) {
-    const Stage stage = CurrentStage();
     std::unique_ptr<BlitSurface> wrapped;
     if (const SharedPicture* const reference = work.finished.Reference()) {
         const DecodedFrame& frame = reference->Get();
-        wrapped = stage.view->Device().WrapVideo(frame);
+        wrapped = m_stage.view->Device().WrapVideo(frame);
         work.video = wrapped.get();
         if (work.video != nullptr)
             work.picture = {frame.width, frame.height};
     } else if (const BufferSlot* const buffer = work.finished.Buffer()) {
         const auto& slot = static_cast<const VideoSlot&>(*buffer);
-        if (slot.era != stage.era)
+        if (slot.era != m_stage.era)
             return wrapped;
         slot.surface->Unlock();
         work.video = &slot.surface->Surface();
@@ -264,11 +269,12 @@ void CDDrawRenderer::ComposeOverview(Work& work) {
     const DisplayArea& area = settings.area;
     if (area.overviewEnabled == 0)
         return;
-    if (area.overviewIsWindow != 0) {
-        if (settings.overviewWindow == nullptr)
-            return;
+    if (const WindowWatchPtr aside = settings.OverviewAside()) {
         const Rect& spare = m_set->Spare();
-        work.overviewPlace = Whole(settings.overviewWindow->ClientSize()).Moved(spare.left, spare.top);
+        work.overviewPlace = Whole(aside->ClientSize()).Moved(spare.left, spare.top);
+    } else if (area.overviewIsWindow != 0) {    // the channel's own
+        if (settings.overviewWindow != nullptr)
+            work.overviewPlace = work.overviewInside = Whole(work.client);
     } else if (const auto outer = settings.window->ScreenRect()) {
         const auto& place = area.overview.rectangle;
         work.overviewPlace = Rect{place[0], place[1], place[2], place[3]}.Moved(-outer->left, -outer->top);
@@ -280,7 +286,7 @@ void CDDrawRenderer::ComposeOverview(Work& work) {
 
 Outcome CDDrawRenderer::Show(Work& work) {
     const PresentSettings& settings = work.settings;
-    const auto view = CurrentStage().view;
+    const auto& view = m_stage.view;
     Outcome outcome = Outcome::NothingToDrawOn;
     if (work.scope == Scope::Draw) {
         const Rect outer = settings.window->ScreenRect().value_or(Whole(work.client));
@@ -289,10 +295,11 @@ Outcome CDDrawRenderer::Show(Work& work) {
             return Fail(result);
         outcome = Failed(result) ? Outcome::Busy : Outcome::Put;
     }
-    if (settings.area.overviewIsWindow != 0 && !work.overviewPlace.Empty()) {
-        const Rect there = settings.overviewWindow->ScreenRect().value_or(work.overviewPlace);
+    const WindowWatchPtr aside = settings.OverviewAside();
+    if (aside != nullptr && !work.overviewPlace.Empty()) {
+        const Rect there = aside->ScreenRect().value_or(work.overviewPlace);
         const Rect onMonitor = there.Moved(-view->On().place.left, -view->On().place.top);
-        if (!Failed(view->CopyToScreen(*settings.overviewWindow, onMonitor, m_set->Composite(), work.overviewPlace)))
+        if (!Failed(view->CopyToScreen(*aside, onMonitor, m_set->Composite(), work.overviewPlace)))
             outcome = Outcome::Put;
     }
     return work.picture == WindowWatch::Size() ? Outcome::NotDue : outcome;
@@ -302,13 +309,9 @@ Outcome CDDrawRenderer::Show(Work& work) {
 // and the failure is the manager's.
 Outcome CDDrawRenderer::Fail(BlitResult result) {
     m_set.reset();
-    std::shared_ptr<MonitorView> view;    // dies after the lock is dropped
-    MutexLock lock(m_lock);
-    ++m_stage.era;
-    if (result != BlitResult::SurfaceLost)
-        return Outcome::Busy;
-    view = std::move(m_stage.view);
-    return Outcome::Failed;
+    const bool lost = result == BlitResult::SurfaceLost;
+    ChangeStage(lost ? nullptr : m_stage.view, true);
+    return lost ? Outcome::Failed : Outcome::Busy;
 }
 
 // ---- Text ----

@@ -69,7 +69,8 @@ private:
         Rect overviewInside{};           // the part of it that lies on the window
     };
 
-    Stage CurrentStage() const;
+    Stage WorkersStage() const;
+    void ChangeStage(std::shared_ptr<MonitorView> view, bool newEra);
     bool FitSlot(VideoSlot& slot, const Stage& stage, PictureSize size, uint32_t fourCC);
     bool FollowWindow(const WindowWatchPtr& window);
     bool EnsureSet(const PresentSettings& settings, WindowWatch::Size size);
@@ -87,9 +88,9 @@ private:
 
     Blitter& m_blitter;
 
-    mutable Mutex m_lock;    // a leaf
-    // Changed on the render thread only.
-    Stage m_stage GUARDED_BY(m_lock);
+    Stage m_stage;                              // only on the render thread
+    mutable Mutex m_lock;                       // a leaf
+    Stage m_workersStage GUARDED_BY(m_lock);    // the same, for the worker
 
     // Only on the worker.
     BufferPair<VideoSlot> m_buffers;

@@ -49,8 +49,7 @@ Outcome CGDIRenderer::Present(const FinishedPicture& picture, Pass& pass) {
     if (!Draw(work) || !Refresh(work, refreshed))
         return Outcome::Failed;
     Outcome outcome = Outcome::NothingToDrawOn;
-    if (work.settings.area.overviewIsWindow != 0 && work.overviewSink != nullptr && !work.overview.Empty() &&
-        work.overviewSink->Put({&work.overview, 1}))
+    if (work.overviewSink != nullptr && !work.overview.Empty() && work.overviewSink->Put({&work.overview, 1}))
         outcome = Outcome::Put;
     if (work.scope == Scope::Draw) {
         const Outcome finished = Finish(work, refreshed);
@@ -65,7 +64,7 @@ Outcome CGDIRenderer::Present(const FinishedPicture& picture, Pass& pass) {
 
 void CGDIRenderer::Begin(Work& work) const {
     const PresentSettings& settings = work.settings;
-    work.sink = work.pass.sinks.Main(settings.window);
+    work.sink = work.pass.sinks.Of(settings.window);
     if (work.sink == nullptr)
         return;
     switch (work.sink->Prepare()) {
@@ -84,8 +83,7 @@ void CGDIRenderer::Begin(Work& work) const {
         break;
     }
     work.client = work.sink->Size();
-    const bool window = settings.area.overviewEnabled != 0 && settings.area.overviewIsWindow != 0;
-    WindowSink* const overview = work.pass.sinks.Overview(window ? settings.overviewWindow : nullptr);
+    WindowSink* const overview = work.pass.sinks.Of(settings.OverviewAside());
     if (overview != nullptr && overview->Prepare() == WindowSink::State::Ready)
         work.overviewSink = overview;
     work.way = UsesBorder(settings)                               ? Way::Bordered
@@ -100,7 +98,7 @@ bool CGDIRenderer::Draw(Work& work) {
         return false;
     if (work.scope == Scope::Draw)
         return DrawPicture(work) && DrawOverview(work);
-    return work.settings.area.overviewIsWindow == 0 || DrawOverview(work);    // that window may be in view
+    return work.settings.OverviewAside() == nullptr || DrawOverview(work);    // that window may be in view
 }
 
 // Where the picture's place has changed, what was picture may be band now, and is drawn over once, text policy or not.
@@ -132,15 +130,18 @@ bool CGDIRenderer::DrawPicture(const Work& work) {
 }
 
 bool CGDIRenderer::DrawOverview(Work& work) {
-    const bool window = work.settings.area.overviewIsWindow != 0;
-    if (work.settings.area.overviewEnabled == 0 || (window && work.overviewSink == nullptr)) {
+    const DisplayArea& area = work.settings.area;
+    const bool aside = work.settings.OverviewAside() != nullptr;
+    const bool nowhere =
+        aside ? work.overviewSink == nullptr : area.overviewIsWindow != 0 && work.settings.overviewWindow == nullptr;
+    if (area.overviewEnabled == 0 || nowhere) {
         m_overview.Free();
         return true;
     }
-    const auto place = OverviewRect(work.settings, window ? work.overviewSink->Size() : WindowWatch::Size{});
+    const auto place = OverviewRect(work.settings, aside ? work.overviewSink->Size() : work.client);
     if (!place)
         return true;
-    if (window) {
+    if (aside) {
         work.overview = *place;
         const WindowSink::Writing writing = work.overviewSink->Write();
         return Stretch(writing.Image(), *place, work.picture, Whole(work.picture));
@@ -230,7 +231,7 @@ void CGDIRenderer::CallText(Work& work) {
 Outcome CGDIRenderer::Finish(const Work& work, bool refreshed) {
     if (work.way == Way::Direct)
         return PutDirect(work, refreshed) ? Outcome::Put : Outcome::NothingToDrawOn;
-    if (work.settings.area.overviewIsWindow == 0 && !work.overview.Empty())
+    if (work.overviewSink == nullptr && !work.overview.Empty())
         Blit(m_overlay.View(), work.overview.left, work.overview.top, m_overview.View(), m_overview.View().Bounds());
     const Rect client = Whole(work.client);
     {
@@ -249,7 +250,7 @@ Outcome CGDIRenderer::Finish(const Work& work, bool refreshed) {
 }
 
 bool CGDIRenderer::PutDirect(const Work& work, bool refreshed) {
-    const bool overview = work.settings.area.overviewIsWindow == 0 && !work.overview.Empty();
+    const bool overview = work.overviewSink == nullptr && !work.overview.Empty();
     Rect parts[2] = {refreshed ? Whole(work.client) : PictureRect(work.settings, work.client)};
     size_t count = 1;
     {

@@ -12,7 +12,7 @@ constexpr int64_t kRoomBelow = 240;
 Rect SurfaceSet::SpareRect(const PresentSettings& settings, WindowWatch::Size size) {
     const int64_t width = size.width;
     const int64_t height = size.height;
-    if (settings.area.overviewEnabled == 0 || settings.area.overviewIsWindow == 0)
+    if (settings.OverviewAside() == nullptr)
         return {0, 0, width, height};
     if (width < height)
         return {0, height, width, height + kRoomBelow};

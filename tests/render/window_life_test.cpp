@@ -392,6 +392,27 @@ TEST_P(WindowLife, WhatHappensToAWindow) {
     EXPECT_EQ(channel.replaced, 0);
 }
 
+// A window that is its own overview is one image, drawn and put once: nobody sees the zoomed part without the whole.
+TEST_P(WindowLife, ItsOwnOverviewIsOneImage) {
+    const xcb_window_t window = Window();
+    test::PlainPicture halves(kSide, kSide, 50);
+    for (int i = 0; i < kSide * kSide; ++i)
+        halves.frame.planes[0][i] = i % kSide < kSide / 2 ? 50 : 200;
+    Channel channel(window, GetParam());
+    DisplayArea area{};
+    area.overviewIsWindow = area.overviewEnabled = area.zoomEnabled = 1;
+    area.overview.window = window;
+    area.zoom = {{10, 10, 42, 74}};    // the left half
+    (void)Viewable(window);
+    EXPECT_EQ(channel.manager.SetDisplayArea(area, 1 | 4 | 16 | 32), Status::Ok);
+    channel.manager.PresentFrame(FrameAt(40), halves.frame, true);
+    EXPECT_TRUE(Shows(window, Grey(200), 60) && Shows(window, Grey(50), 20));
+    for (int i = 0; i < 100; ++i) {
+        channel.manager.PresentFrame(FrameAt(40 * i), halves.frame, true);
+        EXPECT_EQ(Pixel(window, 60, 40), Grey(200));
+    }
+}
+
 // What nobody sees is neither converted nor put; neither is a picture that stays.
 TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     const xcb_window_t window = Window();

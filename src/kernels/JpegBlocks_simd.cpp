@@ -28,6 +28,7 @@ constexpr size_t kBlocks = hn::MaxLanes(SignedWords()) / 8;
 
 struct Rows {
     SignedVector r[8];
+    HWY_INLINE Rows() {}    // the compiler's own is not for this instruction set
 };
 
 // Three perfect shuffles exchange the three bits of the row with those of the column.

@@ -88,30 +88,25 @@ std::vector<Kernel> Kernels() {
                     ref::SmoothRow(s.y.Row(y - 1), s.y.Row(y), s.y.Row(y + 1), out.Row(y), w, std::min(weight, 256u));
             return h < 3 ? kRefused : kDone;
         });
-    const auto copy = [](const SourcePlane& from, uint8_t* to, ptrdiff_t step, uint32_t columns, uint32_t rows) {
-        for (uint32_t y = 0; y < rows; ++y)
-            std::copy_n(from.Row(y), columns, to + y * step);
-        return kDone;
-    };
-    add(1, [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
-        return plain ? copy(s.y, out.Data(), out.Step(), w, h)
+    add(1, [](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+        return plain ? ref::PlaneCopy(s.y.Data(), s.y.Step(), out.Data(), out.Step(), w, h)
                      : PlaneCopy(s.y.Data(), s.y.Step(), out.Data(), out.Step(), w, h, 0);
     });
     // Between three planes and two, which lie side by side, one at twice the step.
-    add(4, [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+    add(4, [](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
         uint8_t *const u = out.Data() + 2 * w, *const v = u + w;
         if (!plain)
             return NV12ToI420(s.y.Data(), s.y.Step(), s.uv.Data(), s.uv.Step(), out.Data(), out.Step(), u,
                               2 * out.Step(), v, out.Step(), w, h);
         for (uint32_t y = 0; y < h / 2; ++y)
             ref::SplitRow(s.uv.Row(y), out.Row(2 * y) + 2 * w, out.Row(y) + 3 * w, (w + 1) / 2);
-        return copy(s.y, out.Data(), out.Step(), w, h);
+        return ref::PlaneCopy(s.y.Data(), s.y.Step(), out.Data(), out.Step(), w, h);
     });
-    add(4, [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+    add(4, [](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
         if (!plain)
             return I420ToNV12(s.y.Data(), s.y.Step(), s.u.Data(), s.u.Step(), s.v.Data(), s.v.Step(), out.Data(),
                               out.Step(), out.Data() + 2 * w, 2 * out.Step(), w, h);
-        copy(s.y, out.Data(), out.Step(), w & ~1u, h & ~1u);
+        ref::PlaneCopy(s.y.Data(), s.y.Step(), out.Data(), out.Step(), w & ~1u, h & ~1u);
         for (uint32_t y = 0; y < h / 2; ++y)
             ref::MergeRow(s.u.Row(y), s.v.Row(y), out.Row(2 * y) + 2 * w, w / 2);
         return w < 2 || h < 2 ? kRefused : kDone;
@@ -156,6 +151,12 @@ TEST_P(EachTarget, FastFormsEqualPlainForms) {
         Sources sources(width, height, width % 64, Fill::Random, At::End, width);
         for (const Kernel& kernel : kernels)
             Compare(kernel, sources, width, height, width % 64 * kernel.pixelBytes % 64, true);
+    }
+    uint8_t byte = 0;
+    for (const ptrdiff_t step : {1, 2}) {    // one run, and rows
+        EXPECT_EQ(PlaneCopy(nullptr, step, &byte, step, 1, 1, 0), kRefused);
+        EXPECT_EQ(PlaneCopy(&byte, step, nullptr, step, 1, 1, 0), kRefused);
+        EXPECT_EQ(PlaneCopy(nullptr, step, nullptr, step, 1, 0, 0), kDone);
     }
 }
 

@@ -56,7 +56,7 @@ HWY_EXPORT(CopyRun);
 int32_t PlaneCopy(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
                   uint32_t width, uint32_t height, uint32_t /*mode*/) {
     const bool tight = sourceStep == destinationStep && sourceStep == static_cast<ptrdiff_t>(width);
-    if (!tight || height == 0 || source == nullptr || destination == nullptr)
+    if (!tight || source == nullptr || destination == nullptr)
         return ref::PlaneCopy(source, sourceStep, destination, destinationStep, width, height);
     HWY_DYNAMIC_DISPATCH(CopyRun)(source, destination, size_t{width} * height);
     return kDone;

@@ -9,8 +9,8 @@
 
 #include "Contest.h"
 #include "LibjpegPeer.h"
-#include "picture/JpegEncoder.h"
-#include "picture/JpegTables.h"
+#include "picture/jpeg/JpegEncoder.h"
+#include "picture/jpeg/JpegTables.h"
 
 namespace {
 

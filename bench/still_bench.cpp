@@ -26,7 +26,7 @@ extern "C" {
 
 #include "LibjpegPeer.h"
 #include "corvane/corvane.h"
-#include "picture/JpegTables.h"
+#include "picture/jpeg/JpegTables.h"
 #include "support/StreamMaker.h"
 #include "support/XClient.h"
 #include "support/XServer.h"

@@ -11,7 +11,8 @@
 #include <vector>
 
 #include "Fenced.h"
-#include "picture/JpegEncoder.h"
+#include "PlainScan.h"
+#include "picture/jpeg/JpegEncoder.h"
 
 namespace {
 
@@ -68,7 +69,7 @@ public:
         if (encoder == nullptr)
             return result;
         if (plain)
-            encoder->UsePlainForms();
+            encoder->WriteScansBy(PlainScan);
         uint8_t* const to = output.At(m_room, End(2));
         std::memset(to, 0xA5, m_room);
         (void)encoder->SetOptions({JPEGENC_OUTPUT, 0, Address(to), m_room, 0});

@@ -1,6 +1,6 @@
 // Exports of the JPEG encoder: null tests, then the object.
 #include "corvane/jpegenc.h"
-#include "picture/JpegEncoder.h"
+#include "picture/jpeg/JpegEncoder.h"
 
 namespace {
 

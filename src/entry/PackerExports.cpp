@@ -1,6 +1,6 @@
 // Exports of the bit packer: null tests and bounds of arguments, then the object.
 #include "corvane/bitpacker.h"
-#include "picture/BitPacker.h"
+#include "picture/jpeg/BitPacker.h"
 
 namespace {
 

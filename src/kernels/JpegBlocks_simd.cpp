@@ -1,6 +1,6 @@
-// A block to each 128 bits of a vector, all through: blocks that lie side by side widen into that form by themselves, and
-// every interleaving works within 128 bits. Sums of two products are one instruction (pmaddwd), so the even half of the
-// transform is folded twice.
+// A block to each 128 bits of a vector, all through: blocks that lie side by side widen into that form by themselves,
+// and every interleaving works within 128 bits. Sums of two products are one instruction on x86 (pmaddwd), so the even
+// half of the transform is folded twice.
 #include "kernels/JpegBlocks.h"
 
 #undef HWY_TARGET_INCLUDE
@@ -16,7 +16,7 @@ HWY_BEFORE_NAMESPACE();
 namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
-#if CORVANE_KERNELS_PLAIN || !HWY_ARCH_X86
+#if CORVANE_KERNELS_PLAIN
 void QuantizeTarget(const uint8_t* samples, ptrdiff_t step, size_t count, const uint16_t* reciprocals,
                     int16_t* coefficients, uint64_t* nonZero) {
     ref::QuantizeBlocks(samples, step, count, reciprocals, coefficients, nonZero);
@@ -26,33 +26,9 @@ void QuantizeTarget(const uint8_t* samples, ptrdiff_t step, size_t count, const 
 using SignedVector = hn::Vec<SignedWords>;
 constexpr size_t kBlocks = hn::MaxLanes(SignedWords()) / 8;
 
-// Signed bytes out of words, saturated, the words of `a` first in each 128 bits; and `magnitude` with the sign of `sign`.
-#if HWY_TARGET <= HWY_AVX3
-HWY_INLINE ByteVector Saturated(SignedVector a, SignedVector b) {
-    return ByteVector{_mm512_packs_epi16(a.raw, b.raw)};
-}
-HWY_INLINE SignedVector WithSign(SignedVector magnitude, SignedVector sign) {
-    const auto mask = hn::BroadcastSignBit(sign);
-    return hn::Sub(hn::Xor(magnitude, mask), mask);
-}
-#elif HWY_TARGET <= HWY_AVX2
-HWY_INLINE ByteVector Saturated(SignedVector a, SignedVector b) {
-    return ByteVector{_mm256_packs_epi16(a.raw, b.raw)};
-}
-HWY_INLINE SignedVector WithSign(SignedVector magnitude, SignedVector sign) {
-    return SignedVector{_mm256_sign_epi16(magnitude.raw, sign.raw)};
-}
-#else
-HWY_INLINE ByteVector Saturated(SignedVector a, SignedVector b) {
-    return ByteVector{_mm_packs_epi16(a.raw, b.raw)};
-}
-HWY_INLINE SignedVector WithSign(SignedVector magnitude, SignedVector sign) {
-    return SignedVector{_mm_sign_epi16(magnitude.raw, sign.raw)};
-}
-#endif
-
 struct Rows {
     SignedVector r[8];
+    HWY_INLINE Rows() {}    // the compiler's own is not for this instruction set
 };
 
 // Three perfect shuffles exchange the three bits of the row with those of the column.
@@ -77,35 +53,40 @@ struct Pairs {
         : lower(hn::InterleaveLower(SignedWords(), a, b)), upper(hn::InterleaveUpper(SignedWords(), a, b)) {}
 };
 
-HWY_INLINE SignedDwordVector AddProducts(SignedDwordVector sum, SignedVector pairs, int16_t a, int16_t b) {
-    const auto constants = static_cast<int32_t>(static_cast<uint16_t>(a) | uint32_t{static_cast<uint16_t>(b)} << 16);
-    SignedDwordVector unused = sum;
-    return hn::ReorderWidenMulAccumulate(SignedDwords(), pairs,
-                                         hn::BitCast(SignedWords(), hn::Set(SignedDwords(), constants)), sum, unused);
-}
+// Sums of products of pairs, each in one lane or in two, as the instruction set multiplies.
+struct Sum {
+    SignedDwordVector first, second;
+    HWY_INLINE Sum() : first(hn::Zero(SignedDwords())), second(hn::Zero(SignedDwords())) {}
+    HWY_INLINE Sum& Add(SignedVector pairs, int16_t a, int16_t b) {
+        const auto constants =
+            static_cast<int32_t>(static_cast<uint16_t>(a) | uint32_t{static_cast<uint16_t>(b)} << 16);
+        first = hn::ReorderWidenMulAccumulate(
+            SignedDwords(), pairs, hn::BitCast(SignedWords(), hn::Set(SignedDwords(), constants)), first, second);
+        return *this;
+    }
+    template <int kShift>
+    HWY_INLINE SignedDwordVector Rounded() const {
+        return hn::ShiftRight<kShift>(
+            hn::Add(hn::RearrangeToOddPlusEven(first, second), hn::Set(SignedDwords(), 1 << (kShift - 1))));
+    }
+};
 
 // The sums fit 16 bits after the shift.
 template <int kShift>
-HWY_INLINE SignedVector Shifted(SignedDwordVector lower, SignedDwordVector upper) {
-    return hn::ReorderDemote2To(SignedWords(), hn::ShiftRight<kShift>(lower), hn::ShiftRight<kShift>(upper));
+HWY_INLINE SignedVector Even(const Pairs& p, int16_t a, int16_t b) {
+    return hn::ReorderDemote2To(SignedWords(), Sum().Add(p.lower, a, b).Rounded<kShift>(),
+                                Sum().Add(p.upper, a, b).Rounded<kShift>());
 }
 
 template <int kShift>
-HWY_INLINE SignedVector Even(SignedDwordVector rounding, const Pairs& p, int16_t a, int16_t b) {
-    return Shifted<kShift>(AddProducts(rounding, p.lower, a, b), AddProducts(rounding, p.upper, a, b));
-}
-
-template <int kShift>
-HWY_INLINE SignedVector Odd(SignedDwordVector rounding, const Pairs& p, const Pairs& q, int16_t a, int16_t b, int16_t c,
-                            int16_t e) {
-    return Shifted<kShift>(AddProducts(AddProducts(rounding, p.lower, a, b), q.lower, c, e),
-                           AddProducts(AddProducts(rounding, p.upper, a, b), q.upper, c, e));
+HWY_INLINE SignedVector Odd(const Pairs& p, const Pairs& q, int16_t a, int16_t b, int16_t c, int16_t e) {
+    return hn::ReorderDemote2To(SignedWords(), Sum().Add(p.lower, a, b).Add(q.lower, c, e).Rounded<kShift>(),
+                                Sum().Add(p.upper, a, b).Add(q.upper, c, e).Rounded<kShift>());
 }
 
 // Across the eight vectors.
 template <int kShift>
 HWY_INLINE void TransformRows(Rows& x) {
-    const auto rounding = hn::Set(SignedDwords(), 1 << (kShift - 1));
     SignedVector s[4], d[4];
     for (size_t i = 0; i < 4; ++i) {
         s[i] = hn::Add(x.r[i], x.r[7 - i]);
@@ -115,71 +96,61 @@ HWY_INLINE void TransformRows(Rows& x) {
     const Pairs differences(hn::Sub(s[0], s[3]), hn::Sub(s[1], s[2]));
     const Pairs d01(d[0], d[1]);
     const Pairs d23(d[2], d[3]);
-    x.r[0] = Even<kShift>(rounding, sums, 23170, 23170);
-    x.r[1] = Odd<kShift>(rounding, d01, d23, 32138, 27246, 18205, 6393);
-    x.r[2] = Even<kShift>(rounding, differences, 30274, 12540);
-    x.r[3] = Odd<kShift>(rounding, d01, d23, 27246, -6393, -32138, -18205);
-    x.r[4] = Even<kShift>(rounding, sums, 23170, -23170);
-    x.r[5] = Odd<kShift>(rounding, d01, d23, 18205, -32138, 6393, 27246);
-    x.r[6] = Even<kShift>(rounding, differences, 12540, -30274);
-    x.r[7] = Odd<kShift>(rounding, d01, d23, 6393, -18205, 27246, -32138);
+    x.r[0] = Even<kShift>(sums, 23170, 23170);
+    x.r[1] = Odd<kShift>(d01, d23, 32138, 27246, 18205, 6393);
+    x.r[2] = Even<kShift>(differences, 30274, 12540);
+    x.r[3] = Odd<kShift>(d01, d23, 27246, -6393, -32138, -18205);
+    x.r[4] = Even<kShift>(sums, 23170, -23170);
+    x.r[5] = Odd<kShift>(d01, d23, 18205, -32138, 6393, 27246);
+    x.r[6] = Even<kShift>(differences, 12540, -30274);
+    x.r[7] = Odd<kShift>(d01, d23, 6393, -18205, 27246, -32138);
 }
 
-// (r |c| + 32768) >> 16 as the rounded half of (r 2|c|) >> 16.
-HWY_INLINE void Quantize(Rows& x, const uint16_t* reciprocals) {
-    const Words d16;
-    for (size_t row = 0; row < 8; ++row) {
-        const auto r = hn::LoadDup128(d16, reciprocals + 8 * row);
-        const auto twice = hn::BitCast(d16, hn::Abs(hn::Add(x.r[row], x.r[row])));
-        const auto magnitude = hn::AverageRound(hn::MulHigh(twice, r), hn::Zero(d16));
-        x.r[row] = WithSign(hn::BitCast(SignedWords(), magnitude), x.r[row]);
-    }
-}
-
-// For 16 places in zigzag order, where their bytes are among those of two rows; 0x80 for those that are elsewhere.
+// Where the flag of each zigzag place is among those that Quantize gives: its byte of a block's 16, and its bit.
 struct ZigzagTable {
-    alignas(16) uint8_t index[4][4][16];
-    bool used[4][4];
+    alignas(16) uint8_t byte[64];
+    alignas(16) uint8_t bit[64];
 };
 constexpr ZigzagTable MakeZigzagTable() {
     ZigzagTable table{};
-    for (size_t group = 0; group < 4; ++group)
-        for (size_t rows = 0; rows < 4; ++rows)
-            for (size_t i = 0; i < 16; ++i) {
-                const bool here = kZigzag[16 * group + i] / 16 == rows;
-                table.index[group][rows][i] = here ? kZigzag[16 * group + i] % 16 : 0x80;
-                table.used[group][rows] |= here;
-            }
+    for (size_t k = 0; k < 64; ++k) {
+        const uint8_t row = kZigzag[k] / 8, column = kZigzag[k] % 8;
+        table.byte[k] = static_cast<uint8_t>(2 * column + (row < 4 ? 1 : 0));
+        table.bit[k] = static_cast<uint8_t>(4 << row % 4);
+    }
     return table;
 }
 constexpr ZigzagTable kZigzagTable = MakeZigzagTable();
 
-template <size_t kGroup>
-HWY_INLINE void StoreNonZeroBits(const ByteVector (&bytes)[4], uint8_t* bits) {
-    const Bytes d;
-    auto group = hn::Zero(d);
-    if constexpr (kZigzagTable.used[kGroup][0])
-        group = hn::TableLookupBytesOr0(bytes[0], hn::LoadDup128(d, kZigzagTable.index[kGroup][0]));
-    if constexpr (kZigzagTable.used[kGroup][1])
-        group = hn::Or(group, hn::TableLookupBytesOr0(bytes[1], hn::LoadDup128(d, kZigzagTable.index[kGroup][1])));
-    if constexpr (kZigzagTable.used[kGroup][2])
-        group = hn::Or(group, hn::TableLookupBytesOr0(bytes[2], hn::LoadDup128(d, kZigzagTable.index[kGroup][2])));
-    if constexpr (kZigzagTable.used[kGroup][3])
-        group = hn::Or(group, hn::TableLookupBytesOr0(bytes[3], hn::LoadDup128(d, kZigzagTable.index[kGroup][3])));
-    hn::StoreMaskBits(d, hn::Eq(group, hn::Zero(d)), bits);
+// (r |c| + 32768) >> 16 as the rounded half of (r 2|c|) >> 16. In the result a flag is set for each coefficient that is
+// not 0: its magnitude is at most 1024, so that the six upper bits of its negative are all set.
+HWY_INLINE WordVector Quantize(Rows& x, const uint16_t* reciprocals) {
+    const Words d;
+    WordVector flags[2] = {hn::Zero(d), hn::Zero(d)};
+    for (size_t row = 0; row < 8; ++row) {
+        const auto r = hn::LoadDup128(d, reciprocals + 8 * row);
+        const auto twice = hn::BitCast(d, hn::Abs(hn::Add(x.r[row], x.r[row])));
+        const auto magnitude = hn::AverageRound(hn::MulHigh(twice, r), hn::Zero(d));
+        const auto negative = hn::Sub(hn::Zero(d), magnitude);
+        flags[row / 4] = hn::OrAnd(flags[row / 4], negative, hn::Set(d, static_cast<uint16_t>(0x400 << row % 4)));
+        x.r[row] = hn::IfNegativeThenElse(x.r[row], hn::BitCast(SignedWords(), negative),
+                                          hn::BitCast(SignedWords(), magnitude));
+    }
+    return hn::Or(flags[0], hn::ShiftRight<8>(flags[1]));
 }
 
-HWY_INLINE void NonZeroBits(const Rows& x, uint64_t* nonZero) {
-    const ByteVector bytes[4] = {Saturated(x.r[0], x.r[1]), Saturated(x.r[2], x.r[3]), Saturated(x.r[4], x.r[5]),
-                                 Saturated(x.r[6], x.r[7])};
-    uint16_t zero[4 + 3][kBlocks];    // each store of mask bits may write 8 bytes
-    StoreNonZeroBits<0>(bytes, reinterpret_cast<uint8_t*>(zero[0]));
-    StoreNonZeroBits<1>(bytes, reinterpret_cast<uint8_t*>(zero[1]));
-    StoreNonZeroBits<2>(bytes, reinterpret_cast<uint8_t*>(zero[2]));
-    StoreNonZeroBits<3>(bytes, reinterpret_cast<uint8_t*>(zero[3]));
+HWY_INLINE void NonZeroBits(WordVector flags, uint64_t* nonZero) {
+    const Bytes d;
+    uint16_t bits[4 + 3][kBlocks];    // each store of mask bits may write 8 bytes
+    for (size_t group = 0; group < 4; ++group) {
+        const auto bytes =
+            hn::TableLookupBytes(hn::BitCast(d, flags), hn::LoadDup128(d, kZigzagTable.byte + 16 * group));
+        hn::StoreMaskBits(d, hn::TestBit(bytes, hn::LoadDup128(d, kZigzagTable.bit + 16 * group)),
+                          reinterpret_cast<uint8_t*>(bits[group]));
+    }
     for (size_t block = 0; block < kBlocks; ++block)
-        nonZero[block] = ~(uint64_t{zero[0][block]} | uint64_t{zero[1][block]} << 16 | uint64_t{zero[2][block]} << 32 |
-                           uint64_t{zero[3][block]} << 48);
+        nonZero[block] = uint64_t{bits[0][block]} | uint64_t{bits[1][block]} << 16 | uint64_t{bits[2][block]} << 32 |
+                         uint64_t{bits[3][block]} << 48;
 }
 
 // One row of each block to its own 64 coefficients.
@@ -206,10 +177,10 @@ HWY_INLINE void QuantizeSome(const uint8_t* samples, ptrdiff_t step, const uint1
     Transpose(x);
     TransformRows<19>(x);
     x.r[0] = hn::Sub(x.r[0], hn::LoadDup128(SignedWords(), kLevel));
-    Quantize(x, reciprocals);
+    const WordVector flags = Quantize(x, reciprocals);
     for (size_t row = 0; row < 8; ++row)
         StoreBlocks(SignedWords(), x.r[row], coefficients + 8 * row);
-    NonZeroBits(x, nonZero);
+    NonZeroBits(flags, nonZero);
 }
 
 void QuantizeTarget(const uint8_t* samples, ptrdiff_t step, size_t count, const uint16_t* reciprocals,

@@ -20,4 +20,9 @@ enum PlaneCopyMode : uint32_t {
 int32_t PlaneCopy(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
                   uint32_t width, uint32_t height, uint32_t mode);
 
+namespace ref {
+int32_t PlaneCopy(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
+                  uint32_t width, uint32_t height);
+}
+
 }    // namespace corvane::kernels

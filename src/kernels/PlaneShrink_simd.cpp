@@ -74,12 +74,16 @@ HWY_INLINE WordVector TakeSamples(const ByteVector* windows, uint32_t count, Byt
     const Bytes d;
     if constexpr (kWindows == 1)
         return hn::BitCast(Words(), hn::TableLookupBytesOr0(windows[0], index));
-    // An index beyond its window must have its top bit set: 16 and above get it here, those below 0 have it.
-    const auto beyond = hn::Set(d, 0x70);
-    auto taken = hn::TableLookupBytesOr0(windows[0], hn::SaturatedAdd(index, beyond));
+    // An index beyond its window must have its top bit set: 16 and above get it here, those below 0 have it. Of the
+    // others x86 takes the lower four bits; elsewhere there must be no more.
+    const auto within = [](ByteVector at) HWY_ATTR {
+        const auto marked = hn::SaturatedAdd(at, hn::Set(Bytes(), 0x70));
+        return HWY_ARCH_X86 ? marked : hn::And(marked, hn::Set(Bytes(), 0x8F));
+    };
+    auto taken = hn::TableLookupBytesOr0(windows[0], within(index));
     for (uint32_t i = 1; i < (kWindows != 0 ? kWindows : count); ++i) {
         index = hn::Sub(index, hn::Set(d, kShrinkBlock));
-        taken = hn::Or(taken, hn::TableLookupBytesOr0(windows[i], hn::SaturatedAdd(index, beyond)));
+        taken = hn::Or(taken, hn::TableLookupBytesOr0(windows[i], within(index)));
     }
     return hn::BitCast(Words(), taken);
 }

@@ -9,7 +9,7 @@
 #include "corvane/corvane.h"
 #include "filters/FilterChain.h"
 #include "picture/BmpFile.h"
-#include "picture/JpegPicture.h"
+#include "picture/jpeg/JpegPicture.h"
 
 namespace corvane {
 

@@ -1,9 +1,9 @@
-#include "picture/BitPacker.h"
+#include "picture/jpeg/BitPacker.h"
 
 #include <cstring>
 #include <new>
 
-#include "picture/BitPackerOperations.h"
+#include "picture/jpeg/BitPackerOperations.h"
 
 namespace corvane {
 

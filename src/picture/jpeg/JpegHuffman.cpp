@@ -1,4 +1,4 @@
-#include "picture/JpegHuffman.h"
+#include "picture/jpeg/JpegHuffman.h"
 
 #include <numeric>
 #include <utility>

@@ -1,19 +1,22 @@
-// A writer of bits for JPEG streams that works in 64-bit words in the packer's own buffer, while there is room for certain.
-// Where there is not, it steps back, and the packer's own operations, which know when to wait and fail, go on at the same
-// bit.
+// Two writers of the bits of a block. WordBits works in 64-bit words in the packer's own buffer, while there is room for
+// certain. Where there is not, it steps back, and SplicedBits goes on at the same bit with the packer's own operations,
+// which wait for room and fail.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
 
-#include "picture/BitPacker.h"
+#include "picture/jpeg/BitPacker.h"
+#include "picture/jpeg/JpegHuffman.h"
 
 namespace corvane::jpeg {
 
 class WordBits {
 public:
-    // More than one block of 8x8 takes in the worst case, with an escape for every byte: 64 codes of up to 27 bits.
+    // More than a block of 8x8 takes in the worst case: 64 codes of up to 27 bits behind a word that is nearly full, and an
+    // escape for every byte.
     static constexpr ptrdiff_t kBlockRoom = 512;
+    static_assert(kBlockRoom >= 2 * (64 * 27 + 63) / 8);
 
     // Begins where the packer stands.
     explicit WordBits(BitPacker& packer) { Begin(packer); }
@@ -44,6 +47,19 @@ public:
     }
     // A code with its length in the low 8 bits.
     void PutCode(uint32_t code) { Put(code >> 8, code & 255); }
+    // The code of a category, and a value of it.
+    void PutValue(uint32_t code, int32_t value, uint32_t category) {
+        Put((code >> 8) << category | ValueBits(value, category), (code & 255) + category);
+    }
+    void PutCoefficient(const CodeTables& codes, uint32_t run, int32_t value) {
+        const auto small = static_cast<uint32_t>(value + CodeTables::kSmall);
+        if (small < 2 * CodeTables::kSmall) [[likely]] {
+            PutCode(codes.acSmall[run][small]);
+            return;
+        }
+        const uint32_t category = Category(value);
+        PutValue(codes.ac[run * 16 + category], value, category);
+    }
 
     // Gives the packer all bytes that are whole, and the partial one behind them.
     void End(BitPacker& packer) {
@@ -75,6 +91,34 @@ private:
     int32_t m_free;    // of 64
     uint8_t* m_next;
     uint8_t* m_end;
+};
+
+// A code and its value are two operations, so that it is fixed how far a block comes that does not fit. After one that
+// failed nothing more is put.
+class SplicedBits {
+public:
+    explicit SplicedBits(BitPacker& packer) : m_packer(packer) {}
+
+    Status Result() const { return m_status; }
+
+    void PutCode(uint32_t code) { Put(code >> 8, code & 255); }
+    void PutValue(uint32_t code, int32_t value, uint32_t category) {
+        PutCode(code);
+        Put(ValueBits(value, category), category);
+    }
+    void PutCoefficient(const CodeTables& codes, uint32_t run, int32_t value) {
+        const uint32_t category = Category(value);
+        PutValue(codes.ac[run * 16 + category], value, category);
+    }
+
+private:
+    void Put(uint32_t bits, uint32_t size) {
+        if (Ok(m_status))
+            m_status = m_packer.SpliceBits(size, bits);
+    }
+
+    BitPacker& m_packer;
+    Status m_status = Status::Ok;
 };
 
 }    // namespace corvane::jpeg

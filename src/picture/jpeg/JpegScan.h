@@ -5,8 +5,8 @@
 #include <cstdint>
 
 #include "base/Status.h"
-#include "picture/BitPacker.h"
-#include "picture/JpegHuffman.h"
+#include "picture/jpeg/BitPacker.h"
+#include "picture/jpeg/JpegHuffman.h"
 
 namespace corvane::jpeg {
 
@@ -28,12 +28,10 @@ struct Scan {
     uint32_t count;
     uint32_t mcuColumns, mcuRows;
     uint32_t restartInterval;    // MCUs; 0 for none
-    // Everything in its simplest form: plain kernels, and the packer asked for each symbol. The bytes are the same.
-    bool plain;
 };
 
 // Writes the entropy-coded part of a scan and its restart markers, from a byte boundary on. Needs some 8 KB of stack. On
-// failure the packer stands where its first refused write left it.
+// failure the packer stands where its first refused write left it, and what was counted is of no use.
 Status WriteScan(BitPacker& packer, Scan& scan);
 
 }    // namespace corvane::jpeg

@@ -1,4 +1,4 @@
-#include "picture/JpegTables.h"
+#include "picture/jpeg/JpegTables.h"
 
 namespace corvane::jpeg {
 

@@ -1,4 +1,4 @@
-#include "picture/JpegEncoder.h"
+#include "picture/jpeg/JpegEncoder.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -115,7 +115,7 @@ void JpegEncoder::Keep(const JPEGEncOptions& options) noexcept {
     m_interleaved = options.Interleaved;
     m_optimizeHuffman = options.OptimizeHuffman;
     m_jfifHeader = options.JFIFHeader;
-    m_plain = 0;
+    m_writeScan = jpeg::WriteScan;
     SetPlanes(static_cast<const uint8_t*>(options.PlaneY), static_cast<const uint8_t*>(options.PlaneU),
               static_cast<const uint8_t*>(options.PlaneV));
     SetComponents(options.EncodingWidth, options.EncodingHeight);

@@ -1,10 +1,10 @@
-#include "picture/JpegScan.h"
+#include "picture/jpeg/JpegScan.h"
 
 #include <algorithm>
 #include <cstring>
 
 #include "kernels/JpegBlocks.h"
-#include "picture/JpegBits.h"
+#include "picture/jpeg/JpegBits.h"
 
 namespace corvane::jpeg {
 
@@ -25,71 +25,14 @@ struct Slot {
     uint32_t first, perMcu, component;
 };
 
-// One block with the packer's own operations, a call for each code and each value.
-class PackedBlock {
-public:
-    PackedBlock(BitPacker& packer, ScanComponent& component) : m_packer(packer), m_component(component) {}
-
-    Status Write(const int16_t* coefficients) {
-        const auto difference = static_cast<int16_t>(coefficients[0] - m_component.predictor);
-        m_component.predictor = coefficients[0];
-        const uint32_t category = Category(difference);
-        if (const Status status = Symbol(m_component.codes->dc[category], difference, category); !Ok(status))
-            return status;
-        if (m_component.counted != nullptr)
-            m_component.counted->CountDc(category);
-        uint32_t run = 0;
-        for (uint32_t k = 1; k < 64; ++k) {
-            const int16_t value = coefficients[kZigzag[k]];
-            if (value == 0) {
-                ++run;
-                continue;
-            }
-            if (const Status status = Coefficient(run, value); !Ok(status))
-                return status;
-            run = 0;
-        }
-        if (run == 0)
-            return Status::Ok;
-        const Status status = Symbol(m_component.codes->ac[0], 0, 0);
-        if (Ok(status) && m_component.counted != nullptr)
-            m_component.counted->CountEndOfBlock();
-        return status;
-    }
-
-private:
-    Status Coefficient(uint32_t run, int16_t value) {
-        for (; run > 15; run -= 16) {
-            if (const Status status = Symbol(m_component.codes->ac[kSixteenZeros], 0, 0); !Ok(status))
-                return status;
-            if (m_component.counted != nullptr)
-                m_component.counted->CountSixteenZeros();
-        }
-        const uint32_t category = Category(value);
-        const Status status = Symbol(m_component.codes->ac[run * 16 + category], value, category);
-        if (Ok(status) && m_component.counted != nullptr)
-            m_component.counted->CountAc(run, category);
-        return status;
-    }
-
-    Status Symbol(uint32_t code, int32_t value, uint32_t category) {
-        const Status status = m_packer.SpliceBits(code & 255, code >> 8);
-        return category == 0 || !Ok(status) ? status : m_packer.SpliceBits(category, ValueBits(value, category));
-    }
-
-    BitPacker& m_packer;
-    ScanComponent& m_component;
-};
-
-// The same in words. `kCount`: symbols are counted.
-template <bool kCount>
-inline void WriteBlock(WordBits& bits, ScanComponent& component, const int16_t* coefficients, uint64_t nonZero) {
+// One block through either writer of bits. `kCount`: symbols are counted.
+template <bool kCount, class Bits>
+inline void WriteBlock(Bits& bits, ScanComponent& component, const int16_t* coefficients, uint64_t nonZero) {
     const CodeTables& codes = *component.codes;
     const auto difference = static_cast<int16_t>(coefficients[0] - component.predictor);
     component.predictor = coefficients[0];
     const uint32_t dcCategory = Category(difference);
-    const uint32_t dcCode = codes.dc[dcCategory];
-    bits.Put((dcCode >> 8) << dcCategory | ValueBits(difference, dcCategory), (dcCode & 255) + dcCategory);
+    bits.PutValue(codes.dc[dcCategory], difference, dcCategory);
     if constexpr (kCount)
         component.counted->CountDc(dcCategory);
     uint32_t last = 0;
@@ -103,14 +46,7 @@ inline void WriteBlock(WordBits& bits, ScanComponent& component, const int16_t* 
             if constexpr (kCount)
                 component.counted->CountSixteenZeros();
         }
-        const auto small = static_cast<uint32_t>(value + CodeTables::kSmall);
-        if (small < 2 * CodeTables::kSmall) [[likely]] {
-            bits.PutCode(codes.acSmall[run][small]);
-        } else {
-            const uint32_t category = Category(value);
-            const uint32_t code = codes.ac[run * 16 + category];
-            bits.Put((code >> 8) << category | ValueBits(value, category), (code & 255) + category);
-        }
+        bits.PutCoefficient(codes, run, value);
         if constexpr (kCount)
             component.counted->CountAc(run, Category(value));
     }
@@ -147,8 +83,8 @@ public:
                 if (interval != 0)
                     count = std::min(count, static_cast<uint32_t>(interval - done % interval));
                 Quantize(row, column, count);
-                if (const Status status = m_scan.components[0].counted != nullptr ? Code<true>(count)
-                                                                                   : Code<false>(count);
+                if (const Status status =
+                        m_scan.components[0].counted != nullptr ? Code<true>(count) : Code<false>(count);
                     !Ok(status))
                     return status;
                 column += count;
@@ -172,18 +108,19 @@ private:
 
     // `count` blocks of one row of blocks, those inside the picture straight from the plane.
     void QuantizeRow(const ScanComponent& component, uint32_t row, uint32_t column, uint32_t count, uint32_t to) {
-        const auto run = m_scan.plain ? kernels::ref::QuantizeBlocks : kernels::QuantizeBlocks;
         const auto step = static_cast<ptrdiff_t>(component.step);
         const uint32_t whole = component.width / 8;
         const uint32_t inside = component.height / 8 <= row || whole <= column ? 0 : std::min(count, whole - column);
         if (inside > 0) {
             const uint8_t* const samples = component.samples + size_t{row} * 8 * component.step + size_t{column} * 8;
-            run(samples, step, inside, component.reciprocals, m_batch.coefficients[to], m_batch.nonZero + to);
+            kernels::QuantizeBlocks(samples, step, inside, component.reciprocals, m_batch.coefficients[to],
+                                    m_batch.nonZero + to);
         }
         for (uint32_t i = inside; i < count; ++i) {
             uint8_t block[64];
             FetchEdge(component, row, column + i, block);
-            run(block, 8, 1, component.reciprocals, m_batch.coefficients[to + i], m_batch.nonZero + to + i);
+            kernels::QuantizeBlocks(block, 8, 1, component.reciprocals, m_batch.coefficients[to + i],
+                                    m_batch.nonZero + to + i);
         }
     }
 
@@ -206,28 +143,21 @@ private:
         }
     }
 
+    // On a cache line's boundary by itself: where other code decides how its branches lie, it costs up to 7 percent.
     template <bool kCount>
-    Status Code(uint32_t count) {
-        if (m_scan.plain) {
-            for (uint32_t mcu = 0; mcu < count; ++mcu)
-                for (uint32_t slot = 0; slot < m_slotCount; ++slot)
-                    if (const Status status = CodePacked(mcu, m_slots[slot]); !Ok(status))
-                        return status;
-            return Status::Ok;
-        }
+    [[gnu::noinline, gnu::aligned(64)]] Status Code(uint32_t count) {
         WordBits bits(m_packer);
         for (uint32_t mcu = 0; mcu < count; ++mcu)
             for (uint32_t i = 0; i < m_slotCount; ++i) {
-                const Slot& slot = m_slots[i];
-                const uint32_t block = slot.first + mcu * slot.perMcu;
+                ScanComponent& component = m_scan.components[m_slots[i].component];
+                const uint32_t block = m_slots[i].first + mcu * m_slots[i].perMcu;
                 if (bits.HasBlockRoom()) [[likely]] {
-                    WriteBlock<kCount>(bits, m_scan.components[slot.component], m_batch.coefficients[block],
-                                       m_batch.nonZero[block]);
+                    WriteBlock<kCount>(bits, component, m_batch.coefficients[block], m_batch.nonZero[block]);
                     continue;
                 }
                 if (bits.Started())
                     bits.End(m_packer);
-                if (const Status status = CodePacked(mcu, slot); !Ok(status))
+                if (const Status status = Splice<kCount>(component, block); !Ok(status))
                     return status;
                 bits.Begin(m_packer);
             }
@@ -236,9 +166,12 @@ private:
         return Status::Ok;
     }
 
-    Status CodePacked(uint32_t mcu, const Slot& slot) {
-        PackedBlock block(m_packer, m_scan.components[slot.component]);
-        return block.Write(m_batch.coefficients[slot.first + mcu * slot.perMcu]);
+    // Apart from the loop above, whose words stay in registers.
+    template <bool kCount>
+    [[gnu::noinline]] Status Splice(ScanComponent& component, uint32_t block) {
+        SplicedBits bits(m_packer);
+        WriteBlock<kCount>(bits, component, m_batch.coefficients[block], m_batch.nonZero[block]);
+        return bits.Result();
     }
 
     Status Restart() {

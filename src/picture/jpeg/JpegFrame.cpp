@@ -1,7 +1,7 @@
 // One picture: the segments in front of the scans, the scans, the end.
 #include <cstring>
 
-#include "picture/JpegEncoder.h"
+#include "picture/jpeg/JpegEncoder.h"
 
 namespace corvane {
 
@@ -156,7 +156,6 @@ Status JpegEncoder::WriteOneScan(uint32_t first, uint32_t count, const jpeg::Cod
     jpeg::Scan scan{};
     scan.count = count;
     scan.restartInterval = m_restartInterval;
-    scan.plain = m_plain != 0;
     for (uint32_t i = 0; i < count; ++i) {
         const Component& from = m_components[first + i];
         const uint32_t set = first + i == 0 ? 0 : 1;
@@ -175,7 +174,7 @@ Status JpegEncoder::WriteOneScan(uint32_t first, uint32_t count, const jpeg::Cod
     const uint32_t mcuHeight = 8 * scan.components[0].rows;
     scan.mcuColumns = (scan.components[0].width + mcuWidth - 1) / mcuWidth;
     scan.mcuRows = (scan.components[0].height + mcuHeight - 1) / mcuHeight;
-    return jpeg::WriteScan(*m_packer, scan);
+    return m_writeScan(*m_packer, scan);
 }
 
 Status JpegEncoder::WriteScans() noexcept {

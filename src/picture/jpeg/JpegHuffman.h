@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "picture/JpegTables.h"
+#include "picture/jpeg/JpegTables.h"
 
 namespace corvane::jpeg {
 

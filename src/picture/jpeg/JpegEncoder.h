@@ -10,9 +10,9 @@
 
 #include "base/Status.h"
 #include "corvane/jpegenc.h"
-#include "picture/BitPacker.h"
-#include "picture/JpegHuffman.h"
-#include "picture/JpegScan.h"
+#include "picture/jpeg/BitPacker.h"
+#include "picture/jpeg/JpegHuffman.h"
+#include "picture/jpeg/JpegScan.h"
 
 namespace corvane {
 
@@ -39,8 +39,9 @@ public:
     uint32_t FilledBytes() const noexcept { return m_packer->Fullness(); }
     void Quit() noexcept { m_packer->Stop(); }
 
-    // Everything in its simplest form from now on, see jpeg::Scan::plain. For tests: the bytes are the same.
-    void UsePlainForms() noexcept { m_plain = 1; }
+    // Scans are written by this from now on. For tests, which compare with the plainest one.
+    using ScanWriter = Status (*)(BitPacker&, jpeg::Scan&);
+    void WriteScansBy(ScanWriter writer) noexcept { m_writeScan = writer; }
 
 private:
     struct Component {
@@ -81,7 +82,8 @@ private:
     Component m_components[3];
     uint32_t m_inputWidth, m_inputHeight, m_horzOffset, m_vertOffset;
     uint32_t m_quality, m_quantTable, m_colour, m_subsampling, m_modeTag;
-    uint32_t m_restartInterval, m_interleaved, m_optimizeHuffman, m_jfifHeader, m_plain;
+    uint32_t m_restartInterval, m_interleaved, m_optimizeHuffman, m_jfifHeader;
+    ScanWriter m_writeScan;
     QuantSet m_quant[2];
     jpeg::HuffmanSet m_huffman[2];
 };

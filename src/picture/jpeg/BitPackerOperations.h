@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "picture/BitPacker.h"
+#include "picture/jpeg/BitPacker.h"
 
 namespace corvane {
 

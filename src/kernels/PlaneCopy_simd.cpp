@@ -1,6 +1,11 @@
 #include "kernels/PlaneCopy.h"
 
-#if defined(__x86_64__)
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "kernels/PlaneCopy_simd.cpp"
+#include <hwy/foreach_target.h>
+#include <hwy/highway.h>
+
+#if HWY_ARCH_X86
 #include <cpuid.h>
 #endif
 
@@ -8,12 +13,18 @@
 
 #include "base/Sanitized.h"
 #include "kernels/Source420.h"
+#include "kernels/Vectors-inl.h"
 
+HWY_BEFORE_NAMESPACE();
 namespace corvane::kernels {
+namespace HWY_NAMESPACE {
 
-namespace {
+#if CORVANE_KERNELS_PLAIN || !HWY_ARCH_X86
+void CopyRun(const uint8_t* source, uint8_t* destination, size_t bytes) {
+    std::memcpy(destination, source, bytes);
+}
+#else
 
-#if defined(__x86_64__)
 // Of a run larger than the second-level cache the processor's own string copy does not fetch the lines that it is about
 // to overwrite, and leaves them in the cache like any other: a fifth less time than memcpy from memory to memory, and
 // no more for who reads it next. Not every processor has a fast one.
@@ -31,29 +42,25 @@ void CopyRun(const uint8_t* source, uint8_t* destination, size_t bytes) {
     else
         std::memcpy(destination, source, bytes);
 }
-#else
-void CopyRun(const uint8_t* source, uint8_t* destination, size_t bytes) {
-    std::memcpy(destination, source, bytes);
-}
 #endif
 
-}    // namespace
+}    // namespace HWY_NAMESPACE
+}    // namespace corvane::kernels
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace corvane::kernels {
+
+HWY_EXPORT(CopyRun);
 
 int32_t PlaneCopy(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
                   uint32_t width, uint32_t height, uint32_t /*mode*/) {
-    if (width == 0 || height == 0)
-        return kDone;
-    if (source == nullptr || destination == nullptr)
-        return kRefused;
-    if (sourceStep == destinationStep && sourceStep == static_cast<ptrdiff_t>(width)) {
-        CopyRun(source, destination, size_t{width} * height);
-        return kDone;
-    }
-    for (uint32_t row = 0; row < height; ++row) {
-        const auto offset = static_cast<ptrdiff_t>(row);
-        std::memcpy(destination + offset * destinationStep, source + offset * sourceStep, width);
-    }
+    const bool tight = sourceStep == destinationStep && sourceStep == static_cast<ptrdiff_t>(width);
+    if (!tight || source == nullptr || destination == nullptr)
+        return ref::PlaneCopy(source, sourceStep, destination, destinationStep, width, height);
+    HWY_DYNAMIC_DISPATCH(CopyRun)(source, destination, size_t{width} * height);
     return kDone;
 }
 
 }    // namespace corvane::kernels
+#endif

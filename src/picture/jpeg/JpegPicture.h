@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "base/AlignedBuffer.h"
-#include "picture/JpegEncoder.h"
+#include "picture/jpeg/JpegEncoder.h"
 
 namespace corvane {
 

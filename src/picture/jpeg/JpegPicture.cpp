@@ -1,4 +1,4 @@
-#include "picture/JpegPicture.h"
+#include "picture/jpeg/JpegPicture.h"
 
 #include <algorithm>
 #include <cstring>

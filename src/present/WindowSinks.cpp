@@ -32,7 +32,7 @@ WindowSink* WindowSinks::Of(Way& way, const WindowWatchPtr& window) {
     if (way.window != window) {
         std::shared_ptr<WindowSink> sink;
         if (window != nullptr)
-            sink = WindowSink::Make(window, m_owner);
+            sink = WindowSink::Make(window, m_owner, m_clock);
         before = std::exchange(way, Way{window, std::move(sink)});
     }
     return way.sink.get();

@@ -5,14 +5,15 @@
 #include <memory>
 
 #include "base/Mutex.h"
+#include "platform/Clock.h"
 #include "platform/x11/WindowSink.h"
 
 namespace corvane {
 
 class WindowSinks {
 public:
-    // `owner` names the manager in log lines.
-    explicit WindowSinks(const void* owner) : m_owner(owner) {}
+    // `owner` names the manager in log lines. `clock` outlives the sinks.
+    WindowSinks(const void* owner, Clock& clock) : m_owner(owner), m_clock(clock) {}
 
     // Render thread. The sink of this window, made when it is another than before; null for a null watch. May raise
     // std::bad_alloc.
@@ -35,6 +36,7 @@ private:
     WindowSink* Of(Way& way, const WindowWatchPtr& window);
 
     const void* const m_owner;
+    Clock& m_clock;
     mutable Mutex m_mutex;    // taken last
     Way m_main GUARDED_BY(m_mutex);
     Way m_overview GUARDED_BY(m_mutex);

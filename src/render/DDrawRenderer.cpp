@@ -29,8 +29,8 @@ constexpr BlitResult kNoView = BlitResult::Failed;
 
 }    // namespace
 
-CDDrawRenderer::CDDrawRenderer(const PresentSettings& settings, Blitter& blitter)
-    : m_blitter(blitter), m_stage{MonitorView::Make(blitter, settings.window)} {}
+CDDrawRenderer::CDDrawRenderer(const PresentSettings& settings, Blitter& blitter, Clock& clock)
+    : m_blitter(blitter), m_clock(clock), m_stage{MonitorView::Make(blitter, settings.window, clock)} {}
 
 CDDrawRenderer::~CDDrawRenderer() {
     m_set.reset();
@@ -106,7 +106,7 @@ bool CDDrawRenderer::FollowWindow(const WindowWatchPtr& window) {
     const bool moved = known && before != nullptr && before->Window() != nullptr && before->On().handle != 0 &&
                        monitor->handle != before->On().handle;
     m_set.reset();
-    std::shared_ptr<MonitorView> view = MonitorView::Make(m_blitter, window);
+    std::shared_ptr<MonitorView> view = MonitorView::Make(m_blitter, window, m_clock);
     MutexLock lock(m_lock);
     m_stage.view = std::move(view);
     m_stage.era += moved ? 1 : 0;

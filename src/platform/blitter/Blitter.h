@@ -108,9 +108,9 @@ public:
     virtual std::unique_ptr<BlitSurface> CreateTextSystem(uint32_t width, uint32_t height) = 0;
     virtual std::unique_ptr<BlitSurface> CreateText(uint32_t width, uint32_t height) = 0;
 
-    // The line that is on its way to the monitor of `window`, from 0; InBlank; any other code where it cannot be told.
-    // No lock.
-    virtual BlitResult GetScanLine(const WindowWatch& window, uint32_t* line) = 0;
+    // The line that is on its way to the monitor of `window` at `now` (monotonic ns), from 0; InBlank; any other code
+    // where it cannot be told. No lock.
+    virtual BlitResult GetScanLine(const WindowWatch& window, int64_t now, uint32_t* line) = 0;
 
     // The primary surface, as far as `window` needs it. Lock() is held.
     virtual BlitResult IsLost(const WindowWatch& window) = 0;

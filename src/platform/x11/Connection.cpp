@@ -306,12 +306,13 @@ void Connection::Sleep() {
 
 bool Connection::Flush() noexcept {
     MutexLock lock(m_roomLock);
-    return HasRoom(std::chrono::milliseconds(0)) && xcb_flush(m_xcb) > 0;
+    return HasRoom(0) && xcb_flush(m_xcb) > 0;
 }
 
-bool Connection::HasRoom(std::chrono::milliseconds limit) const {
+bool Connection::HasRoom(int64_t limit) const {
+    constexpr int64_t kMillisecond = 1'000'000;
     pollfd socket{xcb_get_file_descriptor(m_xcb), POLLOUT, 0};
-    return poll(&socket, 1, static_cast<int>(limit.count())) > 0;    // an error too: sending to nobody does not block
+    return poll(&socket, 1, static_cast<int>((limit + kMillisecond - 1) / kMillisecond)) > 0;    // an error too: sending to nobody does not block
 }
 
 template <typename Call>

@@ -14,7 +14,6 @@
 #include <xcb/xcb.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <deque>
@@ -28,6 +27,7 @@
 #include "base/Mutex.h"
 #include "base/Rectangle.h"
 #include "base/Thread.h"
+#include "platform/Clock.h"
 #include "platform/x11/ServerInfo.h"
 #include "platform/x11/WindowWatch.h"
 
@@ -93,27 +93,25 @@ public:
     xcb_connection_t* Xcb() const { return m_xcb; }
     const ServerInfo& Server() const { return m_server; }
     // Calls `send`, which sends at most Server().bandBytes of pixels, as soon as the socket has room for that; false,
-    // and not called, when it has none for `limit`: the server stands still, or is slow. A Poke is due after it: what
-    // is still buffered then the event thread sends.
+    // and not called, when it has none until `deadline` (ns of the system's clock): the server stands still, or is
+    // slow. A Poke is due after it: what is still buffered then the event thread sends.
     template <typename Send>
-    bool SendWithRoom(std::chrono::milliseconds limit, Send send) {
-        const auto deadline = std::chrono::steady_clock::now() + limit;
-        for (auto left = limit; left.count() >= 0;) {
+    bool SendWithRoom(int64_t deadline, Send send) {
+        for (;;) {
             {
                 MutexLock lock(m_roomLock);    // nobody else takes the room
-                if (HasRoom(std::chrono::milliseconds(0))) {
+                if (HasRoom(0)) {
                     send();
                     // The band may have taken all the room, and others have buffered requests behind it.
-                    if (HasRoom(std::chrono::milliseconds(0)))
+                    if (HasRoom(0))
                         xcb_flush(m_xcb);
                     return true;
                 }
             }
-            left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-            if (left.count() <= 0 || !HasRoom(left))
-                break;
+            const int64_t left = deadline - Clock::System().Now();
+            if (left <= 0 || !HasRoom(left))
+                return false;
         }
-        return false;
     }
     // Sends what is buffered, if the socket has room. Never waits: while one thread waits to send, no other can even
     // buffer a request. False when it has none, or the connection is lost: with the next turn, for which a Poke is due,
@@ -177,7 +175,7 @@ private:
     bool TakeEvents(xcb_generic_event_t* first);
     bool TakeReplies();
     void Sleep();
-    bool HasRoom(std::chrono::milliseconds limit) const;
+    bool HasRoom(int64_t limit) const;    // ns
     void Lose() noexcept;
     void Uncount() noexcept;
     void SendMask(xcb_window_t window, const Selection& selection);

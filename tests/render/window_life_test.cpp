@@ -21,7 +21,7 @@
 #include "manager/RenderMgr.h"
 #include "picture/BitmapPool.h"
 #include "platform/blitter/Blitter.h"
-#include "platform/x11/Connection.h"
+#include "platform/x11/AbandonedConnections.h"
 #include "render/DDrawRenderer.h"
 #include "render/GDIRenderer.h"
 #include "render/PseudoRenderer.h"
@@ -635,7 +635,7 @@ TEST_P(WindowLife, CyclesLeaveNothingInProcessAndServer) {
     const xcb_window_t window = Window(10, frame);
     using Counts = std::array<size_t, 4>;
     const auto counts = [&] {
-        (void)Connection::ReapAbandoned();    // one that was closed while it connected keeps a descriptor until then
+        (void)AbandonedConnections::Instance().Reap();    // one that was closed while it connected keeps a descriptor until then
         return Counts{test::Entries("/proc/self/fd"), test::Entries("/proc/self/task"), m_client.ForeignResources(),
                       m_client.ForeignClients()};
     };

@@ -246,7 +246,7 @@ bool ServerSink::Put(std::span<const Rect> parts) {
     }
     m_state->Put(xcb, m_facts, static_cast<uint16_t>(RowPixels()), static_cast<uint16_t>(m_imageSize.height), m_parts);
     // The sending may have read events, but the completion of the put is not among them.
-    if (!m_connection->Flush())
+    if (!m_connection->Socket().Flush())
         m_connection->Poke();
     return true;
 }
@@ -278,7 +278,7 @@ bool ServerSink::SendBands() {
         for (int64_t y = band.top; y < band.bottom; ++y)
             PackRow(m_facts.layout, m_image.data + y * m_image.step + 4 * band.left,
                     m_band.data() + rowBytes * static_cast<size_t>(y - band.top), static_cast<uint32_t>(band.Width()));
-        sent = m_connection->SendWithRoom(deadline, [&] {
+        sent = m_connection->Socket().SendWithRoom(deadline, [&] {
             xcb_put_image(xcb, XCB_IMAGE_FORMAT_Z_PIXMAP, m_watchState->Window(), m_state->Context(xcb),
                           static_cast<uint16_t>(band.Width()), static_cast<uint16_t>(band.Height()),
                           static_cast<int16_t>(band.left), static_cast<int16_t>(band.top), 0, m_facts.depth,

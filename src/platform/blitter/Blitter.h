@@ -6,9 +6,11 @@
 //   BlitDevice   makes surfaces; scan line; the primary surface, which is the screen
 //   BlitSurface  memory of a device that is filled, blitted and locked
 //
-// Errors are these codes; every other code counts as a failure of its own. Unless said otherwise a call comes from the
-// render thread of the channel that owns the surface, never waits for the window system, and takes no lock but leaves.
-// The processor's backing (Processor) keeps all surfaces in memory and works with the house's kernels.
+// Errors are these codes, which the default renderer decides by; every other code counts as a failure of its own. They
+// stay between the blitter and render/, whose renderers say what a pass came to as an Outcome. Unless said otherwise a
+// call comes from the render thread of the channel that owns the surface, never waits for the window system, and takes
+// no lock but leaves. The processor's backing (Processor) keeps all surfaces in memory and works with the house's
+// kernels.
 #pragma once
 
 #include <cstdint>

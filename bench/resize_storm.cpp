@@ -63,13 +63,13 @@ const typename Relayed<Renderer>::Hooks kCount{{}, [](const FinishedPicture& pic
                                                        counted->Add(picture.frame.get());
                                                }};
 const RendererMaker kCounted[] = {{"DirectDraw", [](uint32_t flags) { return (flags & kGdiFlags) == 0; },
-                                   [](const PresentSettings& settings) -> RendererPtr {
-                                       return std::make_shared<Relayed<CDDrawRenderer>>(kCount<CDDrawRenderer>,
-                                                                                        settings);
+                                   [](const PresentSettings& settings, corvane::Clock& clock) -> RendererPtr {
+                                       return std::make_shared<Relayed<CDDrawRenderer>>(
+                                           kCount<CDDrawRenderer>, settings, Blitter::Processor(), clock);
                                    }},
                                   {"GDI", [](uint32_t) { return true; },
-                                   [](const PresentSettings&) -> RendererPtr {
-                                       return std::make_shared<Relayed<CGDIRenderer>>(kCount<CGDIRenderer>);
+                                   [](const PresentSettings&, corvane::Clock& clock) -> RendererPtr {
+                                       return std::make_shared<Relayed<CGDIRenderer>>(kCount<CGDIRenderer>, clock);
                                    }}};
 
 // Asks for another size so many times a second, without waiting for the server, until `more` ends.

@@ -26,4 +26,12 @@ constexpr bool Ok(Status status) {
     return static_cast<int32_t>(status) >= 0;
 }
 
+// Ends the calling function, which returns Status, with the status that the argument comes to, where that is a failure.
+// The argument is evaluated once.
+#define CORVANE_RETURN_IF_FAILED(...)                                                             \
+    do {                                                                                          \
+        if (const ::corvane::Status corvaneStatus = (__VA_ARGS__); !::corvane::Ok(corvaneStatus)) \
+            return corvaneStatus;                                                                 \
+    } while (false)
+
 }    // namespace corvane

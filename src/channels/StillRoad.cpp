@@ -170,15 +170,12 @@ Status StillRoad::Snapshot(uint32_t format, bool zoomed, PictureBuffer& out) {
     Still still{MakePicture(format), zoomed};
     if (still.maker == nullptr)
         return Status::InvalidArgument;
-    if (const Status status = Take(still); !Ok(status))
-        return status;
+    CORVANE_RETURN_IF_FAILED(Take(still));
     IPictureMaker& maker = *still.maker;
     const bool straight = maker.FixedSize() != 0;
     if (!straight)
-        if (const Status status = Finish(maker); !Ok(status))
-            return status;
-    if (const Status status = ReservePicture(out, straight ? maker.FixedSize() : maker.GetSize()); !Ok(status))
-        return status;
+        CORVANE_RETURN_IF_FAILED(Finish(maker));
+    CORVANE_RETURN_IF_FAILED(ReservePicture(out, straight ? maker.FixedSize() : maker.GetSize()));
     out.width = maker.GetWidth();
     out.height = maker.GetHeight();
     if (straight)
@@ -193,10 +190,8 @@ Status StillRoad::Display(struct _cairo* to, bool zoomed, DisplayFrameInfo& out)
     const DisplayTarget::Size own = target.OwnSize();
     CRenderMgr::PresentRects rects = m_render.GetPresentRects({own.width, own.height});
     Still still{MakePicture(kDisplayFormat), zoomed, rects.client};
-    if (const Status status = Take(still); !Ok(status))
-        return status;
-    if (const Status status = Finish(*still.maker); !Ok(status))
-        return status;
+    CORVANE_RETURN_IF_FAILED(Take(still));
+    CORVANE_RETURN_IF_FAILED(Finish(*still.maker));
     const IPictureMaker& maker = *still.maker;
     if (rects.client == WindowWatch::Size{})    // neither a window nor a surface with bounds: as large as the picture
         rects = m_render.GetPresentRects({maker.GetWidth(), maker.GetHeight()});
@@ -217,14 +212,11 @@ Status StillRoad::Display(struct _cairo* to, bool zoomed, DisplayFrameInfo& out)
 
 Status StillRoad::CopyEncodedFrame(PictureBuffer& out) {
     FramePtr current;
-    const Status found = m_video.UseCurrent([&](const FramePtr& frame, const DecodedFrame&) {
+    CORVANE_RETURN_IF_FAILED(m_video.UseCurrent([&](const FramePtr& frame, const DecodedFrame&) {
         current = frame;
         return Status::Ok;
-    });
-    if (!Ok(found))
-        return found;
-    if (const Status status = ReservePicture(out, current->PayloadSize()); !Ok(status))
-        return status;
+    }));
+    CORVANE_RETURN_IF_FAILED(ReservePicture(out, current->PayloadSize()));
     out.width = current->DecodedWidth();
     out.height = current->DecodedHeight();
     std::memcpy(out.data, current->Payload(), current->PayloadSize());
@@ -233,11 +225,9 @@ Status StillRoad::CopyEncodedFrame(PictureBuffer& out) {
 
 Status StillRoad::GrabWindow(PictureBuffer& out) {
     Raster shown;
-    if (const Status status = m_render.GrabWindow(shown); !Ok(status))
-        return status;
+    CORVANE_RETURN_IF_FAILED(m_render.GrabWindow(shown));
     const RasterView& view = shown.View();
-    if (const Status status = ReservePicture(out, BmpBytes(view.width, view.height)); !Ok(status))
-        return status;
+    CORVANE_RETURN_IF_FAILED(ReservePicture(out, BmpBytes(view.width, view.height)));
     WriteBmp(view, out.data);
     out.width = view.width;
     out.height = view.height;

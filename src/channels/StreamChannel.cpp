@@ -123,8 +123,7 @@ Status StreamChannel::Accepts(uint32_t streamType) {
 
 Status StreamChannel::Input(const MediaFrameHeader& header) {
     const int64_t now = m_clock.Now();
-    if (const Status status = Accepts(header.streamType); !Ok(status))
-        return status;
+    CORVANE_RETURN_IF_FAILED(Accepts(header.streamType));
     FramePtr frame;
     try {
         frame = std::make_shared<MediaFrameImpl>(header);

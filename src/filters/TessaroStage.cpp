@@ -1,11 +1,9 @@
 #include "filters/TessaroStage.h"
 
-#include <dlfcn.h>
-
 #include <new>
 
-#include "base/FailurePoint.h"
 #include "filters/FilterChain.h"
+#include "platform/Library.h"
 
 namespace corvane {
 
@@ -27,17 +25,17 @@ namespace {
 
 constexpr uint32_t kInterfaceVersion = 0x30303031;
 
-using InitialFunction = void (*)(void** object, uint32_t version);
+using InitialFunction = void(void** object, uint32_t version);
 
 // The library stays loaded for good: objects and threads of it may outlive every stage.
-InitialFunction LoadLibraryOnce() {
-    using failure::MustFail;
-    using failure::Site;
-    static const InitialFunction initial = []() -> InitialFunction {
-        void* library = MustFail(Site::PlatformCall) ? nullptr : dlopen("Tessaro.so", RTLD_NOW | RTLD_LOCAL);
-        if (library == nullptr || MustFail(Site::PlatformCall))
-            return nullptr;
-        return reinterpret_cast<InitialFunction>(dlsym(library, "Tessaro_Initial"));
+InitialFunction* LoadLibraryOnce() {
+    static InitialFunction* const initial = [] {
+        Library library;
+        if (!library.Open("Tessaro.so"))
+            return static_cast<InitialFunction*>(nullptr);
+        auto* const found = library.Find<InitialFunction>("Tessaro_Initial");
+        library.Keep();
+        return found;
     }();
     return initial;
 }
@@ -67,7 +65,7 @@ TessaroImage ImageOf(const QMRX::Filter::Picture& picture, uint32_t width, uint3
 }    // namespace
 
 std::unique_ptr<TessaroStage> TessaroStage::Make() noexcept {
-    const InitialFunction initial = LoadLibraryOnce();
+    InitialFunction* const initial = LoadLibraryOnce();
     if (initial == nullptr)
         return nullptr;
     void* object = nullptr;

@@ -89,8 +89,8 @@ CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Cloc
     : m_clock(clock),
       m_counters(clock),
       m_settings(std::make_shared<const PresentSettings>(WithFlags(flags))),
-      m_slot(this, *m_settings, makers),
-      m_sinks(this),
+      m_slot(this, *m_settings, makers, clock),
+      m_sinks(this, clock),
       m_statePicture(clock),
       m_window(WindowWatch::Open(window, WindowWatch::Purpose::Draw), this) {
     {

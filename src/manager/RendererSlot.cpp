@@ -33,25 +33,27 @@ const char* FailureLine(std::string_view failed, std::string_view next) {
 RendererMakers BuiltRenderers() {
     static constexpr RendererMaker makers[] = {
         {"DirectDraw", [](uint32_t flags) { return (flags & kGdiFlags) == 0; },
-         [](const PresentSettings& settings) -> RendererPtr { return std::make_shared<CDDrawRenderer>(settings); }},
+         [](const PresentSettings& settings, Clock& clock) -> RendererPtr {
+             return std::make_shared<CDDrawRenderer>(settings, Blitter::Processor(), clock);
+         }},
         {"GDI", [](uint32_t) { return true; },
-         [](const PresentSettings&) -> RendererPtr { return std::make_shared<CGDIRenderer>(); }},
+         [](const PresentSettings&, Clock& clock) -> RendererPtr { return std::make_shared<CGDIRenderer>(clock); }},
     };
     return makers;
 }
 
-RendererSlot::RendererSlot(const void* owner, const PresentSettings& settings, RendererMakers makers)
-    : m_owner(owner), m_makers(makers), m_seat{MakeDefault(settings), 1} {}
+RendererSlot::RendererSlot(const void* owner, const PresentSettings& settings, RendererMakers makers, Clock& clock)
+    : m_owner(owner), m_makers(makers), m_clock(clock), m_seat{MakeDefault(settings), 1} {}
 
 RendererPtr RendererSlot::MakeDefault(const PresentSettings& settings) const {
     const auto row = std::ranges::find_if(m_makers, [&](const auto& maker) { return maker.admits(settings.flags); });
-    return row->make(settings);    // the last row admits everything
+    return row->make(settings, m_clock);    // the last row admits everything
 }
 
 RendererPtr RendererSlot::MakeNamed(const char* name, const PresentSettings& settings) const {
     const auto row =
         std::ranges::find_if(m_makers, [&](const auto& maker) { return std::string_view(maker.name) == name; });
-    return row != m_makers.end() ? row->make(settings) : nullptr;
+    return row != m_makers.end() ? row->make(settings, m_clock) : nullptr;
 }
 
 RendererSlot::Seat RendererSlot::Current() const {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/Mutex.h"
+#include "platform/Clock.h"
 #include "present/IVideoRenderer.h"
 
 namespace corvane {
@@ -18,7 +19,8 @@ using RendererPtr = std::shared_ptr<IVideoRenderer>;
 struct RendererMaker {
     const char* name;
     bool (*admits)(uint32_t flags);
-    RendererPtr (*make)(const PresentSettings& settings);    // may raise std::bad_alloc
+    // The clock outlives the renderer. May raise std::bad_alloc.
+    RendererPtr (*make)(const PresentSettings& settings, Clock& clock);
 };
 using RendererMakers = std::span<const RendererMaker>;
 
@@ -33,7 +35,7 @@ public:
     };
 
     // `owner` names the manager in log lines. Makes the default renderer. May raise std::bad_alloc.
-    RendererSlot(const void* owner, const PresentSettings& settings, RendererMakers makers);
+    RendererSlot(const void* owner, const PresentSettings& settings, RendererMakers makers, Clock& clock);
 
     Seat Current() const;
 
@@ -61,6 +63,7 @@ private:
     // Constant after construction.
     const void* const m_owner;
     const RendererMakers m_makers;
+    Clock& m_clock;
 
     mutable Mutex m_lock;    // taken last
     Seat m_seat GUARDED_BY(m_lock);

@@ -23,6 +23,14 @@ public:
 
 }    // namespace
 
+void Clock::SleepUntil(int64_t deadline) {
+    Mutex mutex;
+    Condition never;
+    MutexLock lock(mutex);
+    while (WaitUntil(never, lock, deadline)) {
+    }
+}
+
 Clock& Clock::System() {
     static SystemClock clock;
     return clock;

@@ -22,6 +22,9 @@ public:
     // passed, or for no reason. The caller loops on its predicate. False when the deadline has passed.
     virtual bool WaitUntil(Condition& condition, MutexLock& lock, int64_t deadline) = 0;
 
+    // Waits until `deadline` and for nothing else.
+    void SleepUntil(int64_t deadline);
+
     // The machine's clock.
     static Clock& System();
 };

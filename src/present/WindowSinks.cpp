@@ -11,7 +11,7 @@ WindowSink* WindowSinks::Of(const WindowWatchPtr& window) {
     const auto found = std::ranges::find(m_ways, window, &Way::window);
     if (found != m_ways.end())
         return found->sink.get();
-    m_ways.push_back({window, WindowSink::Make(window, m_owner)});
+    m_ways.push_back({window, WindowSink::Make(window, m_owner, m_clock)});
     Publish();
     return m_ways.back().sink.get();
 }

@@ -7,14 +7,15 @@
 #include <vector>
 
 #include "base/Mutex.h"
+#include "platform/Clock.h"
 #include "platform/x11/WindowSink.h"
 
 namespace corvane {
 
 class WindowSinks {
 public:
-    // `owner` names the manager in log lines.
-    explicit WindowSinks(const void* owner) : m_owner(owner) {}
+    // `owner` names the manager in log lines. `clock` outlives the sinks.
+    WindowSinks(const void* owner, Clock& clock) : m_owner(owner), m_clock(clock) {}
 
     // ---- The render thread ----
 
@@ -40,6 +41,7 @@ private:
     void Publish();
 
     const void* const m_owner;
+    Clock& m_clock;
     Ways m_ways;                                                    // only on the render thread
     mutable Mutex m_mutex;                                          // taken last
     std::shared_ptr<const Ways> m_published GUARDED_BY(m_mutex);    // the same, for whoever grabs

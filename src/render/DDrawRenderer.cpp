@@ -29,8 +29,11 @@ constexpr BlitResult kNoView = BlitResult::Failed;
 
 }    // namespace
 
-CDDrawRenderer::CDDrawRenderer(const PresentSettings& settings, Blitter& blitter)
-    : m_blitter(blitter), m_stage{MonitorView::Make(blitter, settings.window)}, m_workersStage(m_stage) {}
+CDDrawRenderer::CDDrawRenderer(const PresentSettings& settings, Blitter& blitter, Clock& clock)
+    : m_blitter(blitter),
+      m_clock(clock),
+      m_stage{MonitorView::Make(blitter, settings.window, clock)},
+      m_workersStage(m_stage) {}
 
 CDDrawRenderer::~CDDrawRenderer() {
     m_set.reset();
@@ -114,7 +117,7 @@ bool CDDrawRenderer::FollowWindow(const WindowWatchPtr& window) {
     const bool moved = known && before != nullptr && before->Window() != nullptr && before->On().handle != 0 &&
                        monitor->handle != before->On().handle;
     m_set.reset();
-    ChangeStage(MonitorView::Make(m_blitter, window), moved);
+    ChangeStage(MonitorView::Make(m_blitter, window, m_clock), moved);
     return m_stage.view != nullptr;
 }
 

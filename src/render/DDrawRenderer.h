@@ -31,8 +31,10 @@ namespace corvane {
 
 class CDDrawRenderer final : public IVideoRenderer {
 public:
-    // Looks for the device of the settings' window; where there is none Lend fails. May raise std::bad_alloc.
-    explicit CDDrawRenderer(const PresentSettings& settings, Blitter& blitter = Blitter::Processor());
+    // Looks for the device of the settings' window; where there is none Lend fails. Blitter and clock outlive the
+    // renderer. May raise std::bad_alloc.
+    explicit CDDrawRenderer(const PresentSettings& settings, Blitter& blitter = Blitter::Processor(),
+                            Clock& clock = Clock::System());
     ~CDDrawRenderer() override;
 
     const RendererTraits& Traits() const override;
@@ -87,6 +89,7 @@ private:
     Outcome Fail(BlitResult result);
 
     Blitter& m_blitter;
+    Clock& m_clock;
 
     Stage m_stage;                              // only on the render thread
     mutable Mutex m_lock;                       // a leaf

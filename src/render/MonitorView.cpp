@@ -1,14 +1,11 @@
 #include "render/MonitorView.h"
 
-#include <chrono>
-#include <thread>
-
 #include "render/TearWait.h"
 
 namespace corvane {
 
-std::shared_ptr<MonitorView> MonitorView::Make(Blitter& blitter, const WindowWatchPtr& window) {
-    std::shared_ptr<MonitorView> view(new MonitorView(blitter, window));
+std::shared_ptr<MonitorView> MonitorView::Make(Blitter& blitter, const WindowWatchPtr& window, Clock& clock) {
+    std::shared_ptr<MonitorView> view(new MonitorView(blitter, window, clock));
     const std::optional<Monitor> monitor = blitter.FindMonitor(window);
     if (!monitor)
         return nullptr;
@@ -30,20 +27,21 @@ BlitResult MonitorView::CopyToScreen(const WindowWatch& window, const Rect& dest
 
 BlitResult MonitorView::Show(BlitComposite& from, const Rect& outer, WindowWatch::Size size) {
     const Rect place = outer.Moved(-m_monitor.place.left, -m_monitor.place.top);
-    const auto now = [] { return std::chrono::steady_clock::now().time_since_epoch().count(); };
+    constexpr int64_t kMillisecond = 1'000'000;
     TearWait wait(place, m_monitor.place.Height(), m_blankHit);
     TearWait::Step step;
     uint32_t line = 0;
     do {
-        const BlitResult result = m_device->GetScanLine(*m_window, &line);
-        step = wait.Next(result, line, now());
+        const int64_t now = m_clock.Now();
+        const BlitResult result = m_device->GetScanLine(*m_window, now, &line);
+        step = wait.Next(result, line, now);
         if (step == TearWait::Step::Sleep)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            m_clock.SleepUntil(now + kMillisecond);
     } while (step != TearWait::Step::Copy);
     const BlitResult copied = CopyToScreen(*m_window, place, from, {0, 0, size.width, size.height});
     if (Failed(copied) && copied != BlitResult::StillDrawing)
         return copied;
-    const BlitResult result = m_device->GetScanLine(*m_window, &line);
+    const BlitResult result = m_device->GetScanLine(*m_window, m_clock.Now(), &line);
     m_blankHit = wait.Judged(result, line);
     return copied;
 }

@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "platform/Clock.h"
 #include "platform/blitter/Blitter.h"
 
 namespace corvane {
@@ -12,8 +13,8 @@ namespace corvane {
 class MonitorView {
 public:
     // Keeps the devices open for its life. Null where the window's monitor cannot be told or has no device. A null
-    // window is served by the device of the desktop. May raise std::bad_alloc.
-    static std::shared_ptr<MonitorView> Make(Blitter& blitter, const WindowWatchPtr& window);
+    // window is served by the device of the desktop. `clock` outlives the view. May raise std::bad_alloc.
+    static std::shared_ptr<MonitorView> Make(Blitter& blitter, const WindowWatchPtr& window, Clock& clock);
 
     const WindowWatchPtr& Window() const { return m_window; }
     const Monitor& On() const { return m_monitor; }
@@ -28,10 +29,12 @@ public:
                             const Rect& source);
 
 private:
-    MonitorView(Blitter& blitter, WindowWatchPtr window) : m_use(blitter.Devices()), m_window(std::move(window)) {}
+    MonitorView(Blitter& blitter, WindowWatchPtr window, Clock& clock)
+        : m_use(blitter.Devices()), m_window(std::move(window)), m_clock(clock) {}
 
     const DeviceMap::Use m_use;
     const WindowWatchPtr m_window;
+    Clock& m_clock;
     Monitor m_monitor;
     BlitDevice* m_device = nullptr;    // lasts as long as the use
     float m_blankHit = 1;              // see TearWait

@@ -280,9 +280,10 @@ TEST(Pacing, ABusyManagerIsNotWaitedForWhenTheQueueIsOver) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         return Outcome::Put;
     };
-    const RendererMaker makers[] = {
-        {"DirectDraw", [](uint32_t) { return true; },
-         [](const PresentSettings&) -> RendererPtr { return std::make_shared<test::ScriptedRenderer>(script); }}};
+    const RendererMaker makers[] = {{"DirectDraw", [](uint32_t) { return true; },
+                                     [](const PresentSettings&, Clock&) -> RendererPtr {
+                                         return std::make_shared<test::ScriptedRenderer>(script);
+                                     }}};
     test::SimulatedChannel simulation(arrivals, makers);
     simulation.onDecoded = [](int64_t number, int64_t) { held = held || number == 20; };
     simulation.Play(kFrames);

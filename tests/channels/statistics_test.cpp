@@ -8,6 +8,7 @@
 #include "frame/ChannelCounters.h"
 #include "manager/ShownTally.h"
 #include "support/Client.h"
+#include "support/SteppedClock.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
 
@@ -139,15 +140,8 @@ TEST(Statistics, RecordSizeBoundsWhatIsWritten) {
     }
 }
 
-struct StoppedClock final : Clock {
-    int64_t now = 0;
-    int64_t Now() const override { return now; }
-    int64_t Wall() const override { return 0; }
-    bool WaitUntil(Condition&, MutexLock&, int64_t) override { return false; }
-};
-
 TEST(Statistics, AgesOfTheLast256AndTheCauseWithItsTime) {
-    StoppedClock clock;
+    test::SteppedClock clock;
     ChannelCounters counters(clock);
     const auto told = [&] {
         ChannelStatistics out{};
@@ -194,7 +188,7 @@ TEST(Statistics, APictureIsPutOnceAndNotPutOnlyWhenTheNextOneComes) {
         {"BpbBhnB", 3, 1, 1, 0, 0, 0},
     };
     for (const auto& row : rows) {
-        StoppedClock clock;
+        test::SteppedClock clock;
         ChannelCounters counters(clock);
         ShownTally tally(counters);
         for (const char* call = row.calls; *call != 0; ++call) {

@@ -1,5 +1,4 @@
 // Choice, replacement, fall-back and pairing, with scripted decoders and with real streams.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,6 +10,7 @@
 
 #include "decoders/FieldMarker.h"
 #include "decoders/VideoDecoderHolder.h"
+#include "platform/Library.h"
 #include "support/GuardedBytes.h"
 #include "support/StreamMaker.h"
 
@@ -301,10 +301,10 @@ TEST_F(VideoHolder, CarriesTheLensRecordOfTheLatestKeyFrame) {
 
 // In C, really loaded.
 TEST(Plugin, PlainCObjectDecodesBehindTheHolder) {
-    void* const library = dlopen(PLAIN_C_DECODER, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(library, nullptr) << dlerror();
-    const auto factory = reinterpret_cast<DecoderFactories::Plain>(dlsym(library, "GetDecoderIsolated_QuickSync"));
-    const auto& live = *static_cast<const int32_t*>(dlsym(library, "liveDecoders"));
+    Library library;
+    ASSERT_TRUE(library.Open(PLAIN_C_DECODER));
+    const auto factory = library.Find<std::remove_pointer_t<DecoderFactories::Plain>>("GetDecoderIsolated_QuickSync");
+    const auto& live = *library.Find<const int32_t>("liveDecoders");
     VideoDecoderHolder holder;
     holder.SetFactories({.GetDecoderIsolated_QuickSync = factory});
     holder.SetH264Kind(3);
@@ -324,7 +324,6 @@ TEST(Plugin, PlainCObjectDecodesBehindTheHolder) {
         EXPECT_EQ(decoder->ShareFrame(&picture, 2), 2);
         EXPECT_EQ(picture.owner, decoder.get());
     }();
-    dlclose(library);
 }
 
 }    // namespace

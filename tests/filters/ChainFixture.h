@@ -1,8 +1,6 @@
 // Pictures and frames for the tests of the chain and its steps.
 #pragma once
 
-#include <dlfcn.h>
-
 #include <cstdint>
 #include <memory>
 #include <random>
@@ -10,6 +8,7 @@
 
 #include "filters/FakeTessaro.h"
 #include "filters/FilterChain.h"
+#include "platform/Library.h"
 #include "support/GuardedBytes.h"
 #include "support/StreamMaker.h"
 
@@ -102,8 +101,9 @@ inline int32_t RunInto(Image& to, FilterChain& chain, const ChainSettings& setti
 
 // The switches of the Tessaro.so beside this program; null when there is none.
 inline TessaroControl* Tessaro() {
-    void* library = dlopen("Tessaro.so", RTLD_NOW | RTLD_LOCAL);
-    return library == nullptr ? nullptr : static_cast<TessaroControl*>(dlsym(library, "tessaro_control"));
+    static Library library;
+    [[maybe_unused]] static const bool open = library.Open("Tessaro.so");
+    return library.Find<TessaroControl>("tessaro_control");
 }
 
 }    // namespace corvane::test

@@ -71,7 +71,7 @@ TEST(PassSchedule, WhatIsDueAfterEachEvent) {
 
 // What a pass is asked for, and what is left of it when it could not do so.
 TEST(PassSchedule, FlagsCountUntilTheyAreDone) {
-    WindowSinks sinks(nullptr);
+    WindowSinks sinks(nullptr, Clock::System());
     const PresentSettings settings;
     PassSchedule schedule;
     const struct {

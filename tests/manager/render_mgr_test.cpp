@@ -75,7 +75,7 @@ using test::RendererScript;
 
 RendererScript* scripts[2];    // of the default renderer and of the plain one
 template <int Which>
-RendererPtr MakeScripted(const PresentSettings&) {
+RendererPtr MakeScripted(const PresentSettings&, Clock&) {
     return std::make_shared<test::ScriptedRenderer>(*scripts[Which]);
 }
 constexpr auto kAny = [](uint32_t) { return true; };

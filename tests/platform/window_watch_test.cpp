@@ -312,7 +312,7 @@ TEST_F(EventThread, AFullSocketHoldsNobodyUp) {
     Guest& late = *guests[0];
     guests[1]->atJoin = [&](Connection& c) {
         c.Join(guests[0]);    // when those who came were let in already
-        c.AwaitRoom();
+        c.Socket().AwaitRoom();
     };
     Join(guests[1]);
     EXPECT_TRUE(Eventually([&] { return late.rooms == 1; }));
@@ -328,7 +328,7 @@ TEST_F(EventThread, AFullSocketHoldsNobodyUp) {
             for (int i = 0; i < 100; ++i)    // of others
                 xcb_no_operation(xcb);
         };
-        while (connection->SendWithRoom(std::chrono::milliseconds(0), band)) {
+        while (connection->Socket().SendWithRoom(Clock::System().Now(), band)) {
         }
         full = true;
     });
@@ -367,12 +367,12 @@ TEST_F(EventThread, AnOldAnswerIsNoNews) {
     Join(guests[0]);
     client.Resize(window, 60, 60);
     ASSERT_TRUE(held.Wait());
-    ASSERT_TRUE(connection->Flush());
+    ASSERT_TRUE(connection->Socket().Flush());
     for (int i = 0; i < 20; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(1)))
         client.Sync();    // the server has answered
     client.Resize(window, 70, 70);
     xcb_no_operation(connection->Xcb());
-    ASSERT_TRUE(connection->Flush());    // and has read what came: the event is taken before the answer
+    ASSERT_TRUE(connection->Socket().Flush());    // and has read what came: the event is taken before the answer
     go.Open();
     EXPECT_TRUE(Eventually([&] { return seen != 0; }));
     EXPECT_EQ(seen, 70u);

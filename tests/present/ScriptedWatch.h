@@ -17,11 +17,13 @@ struct ScriptedWatch final : WindowWatch {
     }
     std::optional<Rect> ScreenRect() const override { return outer; }
     uint32_t MonitorIndex() const override { return 0; }
+    std::optional<Beam> GetBeam() const override { return beam; }
     bool ServerLost() const override { return serverLost; }
     void AddListener(Listener*) override {}
     void RemoveListener(Listener*) override {}
 
     std::optional<Rect> outer;    // nothing: it is gone
+    std::optional<Beam> beam;
     Life life = Life::Alive;
     bool viewable = true, serverLost = false;
 };

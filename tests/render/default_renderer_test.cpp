@@ -10,6 +10,7 @@
 #include "render/DDrawRenderer.h"
 #include "support/PlainPicture.h"
 #include "support/RendererHand.h"
+#include "support/SteppedClock.h"
 
 namespace corvane {
 namespace {
@@ -33,6 +34,7 @@ struct Script {
     std::map<std::string, std::vector<BlitResult>> results;    // by operation; taken from the front, then Ok
     Lines log;
     int looks = 0;    // at the beam
+    uint32_t lineNow = 0;
     std::map<std::string, int> alive;
 
     BlitResult Log(const std::string& line) {
@@ -91,8 +93,8 @@ public:
     std::unique_ptr<BlitComposite> CreateComposite(uint32_t, uint32_t) override { return Make("composite"); }
     std::unique_ptr<BlitSurface> CreateTextSystem(uint32_t, uint32_t) override { return Make("system"); }
     std::unique_ptr<BlitSurface> CreateText(uint32_t, uint32_t) override { return Make("text"); }
-    BlitResult GetScanLine(const WindowWatch&, uint32_t* line) override {
-        *line = 0;
+    BlitResult GetScanLine(const WindowWatch&, int64_t, uint32_t* line) override {
+        *line = m_script.lineNow;
         ++m_script.looks;
         return m_script.Take("line");
     }
@@ -136,7 +138,7 @@ struct Stage : test::RendererHand {
     Outcome Pass() { return RendererHand::Pass(*renderer); }
     // With pictures on the window, if all goes well, in both buffers; then the log starts anew.
     void Start() {
-        renderer = std::make_unique<CDDrawRenderer>(settings, blitter);
+        renderer = std::make_unique<CDDrawRenderer>(settings, blitter, *clock);
         for (int i = 0; i < 2; ++i) {
             EXPECT_TRUE(Lend());
             EXPECT_EQ(Pass(), Outcome::Put);
@@ -150,6 +152,7 @@ struct Stage : test::RendererHand {
     }
     int Alive(const char* name) { return blitter.alive[name]; }
 
+    Clock* clock = &Clock::System();
     ScriptedBlitter blitter;
     std::shared_ptr<ScriptedWatch> watch = std::make_shared<ScriptedWatch>(Rect{50, 40, 150, 120});
     std::unique_ptr<CDDrawRenderer> renderer;
@@ -339,6 +342,30 @@ TEST(DefaultRenderer, BlanksThatDoNotHelpAreRemembered) {
     for (int i = 0; i < 70; ++i)
         (void)looks();
     EXPECT_GT(looks(), 2);
+}
+
+// A beam that stays within the window is waited for by the clock that was given, a millisecond a look.
+TEST(DefaultRenderer, WaitsForTheBeamByItsClock) {
+    test::SteppedClock clock;
+    Stage stage;
+    stage.clock = &clock;
+    stage.watch->outer = {50, 40, 150, 600};
+    stage.Start();
+    stage.blitter.looks = 0;
+    stage.blitter.lineNow = 100;
+    EXPECT_EQ(stage.Pass(), Outcome::Put);
+    EXPECT_EQ(stage.blitter.looks, 1 + 100 + 1) << "the last is after the copy";
+}
+
+TEST(DefaultRenderer, ScanLineOfTheProcessor) {
+    ScriptedWatch watch({});
+    const auto device = Blitter::Processor().CreateDevice({});
+    uint32_t line = 9;
+    EXPECT_EQ(device->GetScanLine(watch, 0, &line), Failed);
+    watch.beam = Beam{3, 4, 400, 1000};
+    EXPECT_EQ(device->GetScanLine(watch, 1000 + 299, &line), Ok);
+    EXPECT_EQ(line, 2u);
+    EXPECT_EQ(device->GetScanLine(watch, 1000 + 300, &line), InBlank);
 }
 
 TEST(DefaultRenderer, DeviceMap) {

@@ -21,7 +21,7 @@
 #include "manager/RenderMgr.h"
 #include "picture/BitmapPool.h"
 #include "platform/blitter/Blitter.h"
-#include "platform/x11/Connection.h"
+#include "platform/x11/AbandonedConnections.h"
 #include "render/DDrawRenderer.h"
 #include "render/GDIRenderer.h"
 #include "render/PseudoRenderer.h"
@@ -30,6 +30,7 @@
 #include "support/PlainPicture.h"
 #include "support/RendererHand.h"
 #include "support/ScriptedRenderer.h"
+#include "support/SteppedClock.h"
 #include "support/StreamMaker.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
@@ -63,16 +64,10 @@ struct Text {
     }
 };
 
-// Each wait is over at once; at one moment of the wall clock.
-struct Ticks final : Clock {
-    std::atomic<int64_t> now{0};
-    int64_t Now() const override { return now; }
-    int64_t Wall() const override { return 1'700'000'000; }
+struct Ticks final : test::SteppedClock {
     bool WaitUntil(Condition& condition, MutexLock& lock, int64_t deadline) override {
         EXPECT_EQ(deadline - now, 500'000'000);
-        condition.WaitOnce(lock, std::chrono::steady_clock::now() + std::chrono::milliseconds(1));
-        now = deadline;
-        return false;
+        return SteppedClock::WaitUntil(condition, lock, deadline);
     }
 };
 
@@ -139,13 +134,13 @@ const typename Told<Renderer>::Hooks kTellSize{
             madeSize = picture.Buffer()->size.width * 1000 + picture.Buffer()->size.height;
     }};
 const RendererMaker kTelling[] = {{"DirectDraw", [](uint32_t flags) { return (flags & kGdiFlags) == 0; },
-                                   [](const PresentSettings& settings) -> RendererPtr {
-                                       return std::make_shared<Told<CDDrawRenderer>>(kTellSize<CDDrawRenderer>,
-                                                                                     settings);
+                                   [](const PresentSettings& settings, Clock& clock) -> RendererPtr {
+                                       return std::make_shared<Told<CDDrawRenderer>>(
+                                           kTellSize<CDDrawRenderer>, settings, Blitter::Processor(), clock);
                                    }},
                                   {"GDI", [](uint32_t) { return true; },
-                                   [](const PresentSettings&) -> RendererPtr {
-                                       return std::make_shared<Told<CGDIRenderer>>(kTellSize<CGDIRenderer>);
+                                   [](const PresentSettings&, Clock& clock) -> RendererPtr {
+                                       return std::make_shared<Told<CGDIRenderer>>(kTellSize<CGDIRenderer>, clock);
                                    }}};
 
 // With the flags of the default and of the plain renderer.
@@ -661,7 +656,7 @@ TEST_P(WindowLife, CyclesLeaveNothingInProcessAndServer) {
     const xcb_window_t window = Window(10, frame);
     using Counts = std::array<size_t, 4>;
     const auto counts = [&] {
-        (void)Connection::ReapAbandoned();    // one that was closed while it connected keeps a descriptor until then
+        (void)AbandonedConnections::Instance().Reap();    // one that was closed while it connected keeps a descriptor until then
         return Counts{test::Entries("/proc/self/fd"), test::Entries("/proc/self/task"), m_client.ForeignResources(),
                       m_client.ForeignClients()};
     };

@@ -41,7 +41,7 @@ struct RendererHand {
     }
 
     PresentSettings settings;
-    WindowSinks sinks{this};
+    WindowSinks sinks{this, Clock::System()};
     PassFlags flags;
     FinishedPicture shown{.frame = MakeFrame(CORVANE_STREAM_H264, {}, true, 5000)};
 };

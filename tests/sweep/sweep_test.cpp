@@ -13,7 +13,7 @@
 
 #include "base/FailurePoint.h"
 #include "corvane/filter.h"
-#include "platform/x11/Connection.h"
+#include "platform/x11/AbandonedConnections.h"
 #include "support/Client.h"
 #include "support/Mappings.h"
 #include "support/XClient.h"
@@ -218,7 +218,7 @@ TEST(Sweep, TheNthFailureIsAStatusAndLeavesNothingBehind) {
             Live(stream, warm, filter);
             ASSERT_TRUE(warm.AllWell() && warm.shown > 0);
         }
-        EXPECT_TRUE(test::Eventually([] { return !Connection::ReapAbandoned(); }));
+        EXPECT_TRUE(test::Eventually([] { return !AbandonedConnections::Instance().Reap(); }));
         [[maybe_unused]] const size_t maps = Maps();
         for (const What what : {What::Allocation, What::Thread, What::Platform})
             for (const bool forGood : {false, true}) {
@@ -232,7 +232,7 @@ TEST(Sweep, TheNthFailureIsAStatusAndLeavesNothingBehind) {
                     Arm(what, n, forGood);
                     Live(stream, life, filter);
                     reached = Disarm();
-                    EXPECT_TRUE(test::Eventually([&] { return !Connection::ReapAbandoned() && Held() == before; }));
+                    EXPECT_TRUE(test::Eventually([&] { return !AbandonedConnections::Instance().Reap() && Held() == before; }));
                     for (int i = 0; i < life.count; ++i)
                         EXPECT_TRUE(std::ranges::count(kDocumented, life.statuses[i])) << "status " << i;
                     EXPECT_TRUE(reached || (life.AllWell() && life.shown > 0));

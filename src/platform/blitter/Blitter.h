@@ -6,9 +6,11 @@
 //   BlitDevice   makes surfaces; scan line; the primary surface, which is the screen
 //   BlitSurface  memory of a device that is filled, blitted and locked
 //
-// Errors are these codes; every other code counts as a failure of its own. Unless said otherwise a call comes from the
-// render thread of the channel that owns the surface, never waits for the window system, and takes no lock but leaves.
-// The processor's backing (Processor) keeps all surfaces in memory and works with the house's kernels.
+// Errors are these codes, which the default renderer decides by; every other code counts as a failure of its own. They
+// stay between the blitter and render/, whose renderers say what a pass came to as an Outcome. Unless said otherwise a
+// call comes from the render thread of the channel that owns the surface, never waits for the window system, and takes
+// no lock but leaves. The processor's backing (Processor) keeps all surfaces in memory and works with the house's
+// kernels.
 #pragma once
 
 #include <cstdint>
@@ -108,9 +110,9 @@ public:
     virtual std::unique_ptr<BlitSurface> CreateTextSystem(uint32_t width, uint32_t height) = 0;
     virtual std::unique_ptr<BlitSurface> CreateText(uint32_t width, uint32_t height) = 0;
 
-    // The line that is on its way to the monitor of `window`, from 0; InBlank; any other code where it cannot be told.
-    // No lock.
-    virtual BlitResult GetScanLine(const WindowWatch& window, uint32_t* line) = 0;
+    // The line that is on its way to the monitor of `window` at `now` (monotonic ns), from 0; InBlank; any other code
+    // where it cannot be told. No lock.
+    virtual BlitResult GetScanLine(const WindowWatch& window, int64_t now, uint32_t* line) = 0;
 
     // The primary surface, as far as `window` needs it. Lock() is held.
     virtual BlitResult IsLost(const WindowWatch& window) = 0;

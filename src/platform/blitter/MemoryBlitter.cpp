@@ -3,7 +3,6 @@
 // do with a monitor, so that devices differ by name only.
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstring>
 #include <utility>
 
@@ -225,11 +224,11 @@ public:
     }
     std::unique_ptr<BlitSurface> CreateText(uint32_t, uint32_t) override { return std::make_unique<MemoryText>(); }
 
-    BlitResult GetScanLine(const WindowWatch& window, uint32_t* line) override {
+    BlitResult GetScanLine(const WindowWatch& window, int64_t now, uint32_t* line) override {
         const std::optional<Beam> beam = window.GetBeam();
         if (!beam)
             return BlitResult::Failed;
-        const int64_t at = beam->LineAt(std::chrono::steady_clock::now().time_since_epoch().count());
+        const int64_t at = beam->LineAt(now);
         if (at == Beam::kBlank)
             return BlitResult::InBlank;
         *line = static_cast<uint32_t>(at);

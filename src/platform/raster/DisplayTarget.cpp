@@ -59,16 +59,17 @@ DisplayTarget::Size DisplayTarget::OwnSize() const {
 }
 
 Status DisplayTarget::Draw(const PackedPicture& picture, const Rect& area) const {
-    if (const Status status = StatusOf(cairo_status(m_context)); !Ok(status) || area.Empty())
-        return status;
+    CORVANE_RETURN_IF_FAILED(StatusOf(cairo_status(m_context)));
+    if (area.Empty())
+        return Status::Ok;
     Raster copy;    // in 32 bits, the first row on top
     if (!copy.Resize(picture.width, picture.height) ||
         !Stretch(copy.View(), copy.View().Bounds(), picture, copy.View().Bounds()))
         return Status::OutOfMemory;
     const RasterView& view = copy.View();
-    cairo_surface_t* const surface = cairo_image_surface_create_for_data(
-        view.data, CAIRO_FORMAT_RGB24, static_cast<int>(view.width), static_cast<int>(view.height),
-        static_cast<int>(view.step));
+    cairo_surface_t* const surface =
+        cairo_image_surface_create_for_data(view.data, CAIRO_FORMAT_RGB24, static_cast<int>(view.width),
+                                            static_cast<int>(view.height), static_cast<int>(view.step));
     {
         const PathKeeper path(m_context);
         cairo_save(m_context);

@@ -104,8 +104,7 @@ cairo_status_t ReadSpan(void* context, unsigned char* out, unsigned int size) {
 Status CopySurface(cairo_surface_t* surface, Raster& out) {
     if (surface == nullptr || cairo_surface_get_type(surface) != CAIRO_SURFACE_TYPE_IMAGE)
         return Status::Failed;
-    if (const Status status = CheckAlive(surface); !Ok(status))
-        return status;
+    CORVANE_RETURN_IF_FAILED(CheckAlive(surface));
     cairo_surface_flush(surface);
     const uint8_t* const data = cairo_image_surface_get_data(surface);
     const cairo_format_t format = cairo_image_surface_get_format(surface);

@@ -1,7 +1,6 @@
 #include "platform/x11/BeamWatch.h"
 
 #include <algorithm>
-#include <chrono>
 #include <string>
 
 namespace corvane {
@@ -14,7 +13,7 @@ constexpr int64_t kForgotten = 5 * kSecond;    // a beam that was not looked at 
 
 // The clock that servers on this machine stamp vertical blanks with.
 int64_t Now() {
-    return std::chrono::steady_clock::now().time_since_epoch().count();
+    return Clock::System().Now();
 }
 
 }    // namespace

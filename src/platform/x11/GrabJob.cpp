@@ -44,11 +44,9 @@ std::vector<Rect> Uncovered(const Rect& whole, const std::vector<Rect>& covers) 
 
 }    // namespace
 
-bool GrabJob::Wait(std::chrono::milliseconds limit, Result& result) {
-    const auto deadline =
-        std::chrono::steady_clock::now() + std::min<std::chrono::milliseconds>(limit, std::chrono::hours(1));
+bool GrabJob::Wait(ThreadWait& wait, Result& result) {
     MutexLock lock(m_lock);
-    while (!m_done && m_finished.WaitOnce(lock, deadline)) {
+    while (!m_done && wait.On(m_finished, lock)) {
     }
     if (!m_done)
         return false;

@@ -5,13 +5,13 @@
 // reading, and what was read counts only when nothing has changed.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <vector>
 
 #include "base/Mutex.h"
 #include "base/Rectangle.h"
+#include "platform/Clock.h"
 #include "platform/x11/WatchState.h"
 
 namespace corvane {
@@ -33,8 +33,8 @@ public:
 
     GrabJob(xcb_window_t window, PixelLayout layout) : m_window(window), m_layout(layout) {}
 
-    // Waits for the result; false when `limit` passed first. The job must be left afterwards.
-    bool Wait(std::chrono::milliseconds limit, Result& result);
+    // Waits for the result; false when the limit of `wait` passed first. The job must be left afterwards.
+    bool Wait(ThreadWait& wait, Result& result);
 
     void OnJoin(Connection& connection) override { Measure(connection); }
     void OnLost() noexcept override { Finish(false); }

@@ -1,4 +1,4 @@
-// What the server can do, asked once when the connection opens; and what its visuals look like.
+// What the server can do, asked once when the connection opens; and what its visuals look like. Private to x11/.
 #pragma once
 
 #include <xcb/randr.h>

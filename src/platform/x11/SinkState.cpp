@@ -71,7 +71,7 @@ void SinkState::AwaitRoom(Connection& connection) {
         MutexLock lock(m_lock);
         m_awaitsRoom = true;
     }
-    connection.AwaitRoom();
+    connection.Socket().AwaitRoom();
 }
 
 void SinkState::OnRoom() {

@@ -16,7 +16,7 @@ xcb_window_t WindowOf(const xcb_generic_event_t& event) {
 
 void WatchState::OnJoin(Connection& connection) {
     m_selected = true;
-    connection.Select(m_window, true);
+    connection.Selected().Add(connection.Xcb(), m_window, true);
     Walk(connection);
     Refresh(connection);
 }
@@ -39,7 +39,7 @@ void WatchState::OnTurn(Connection& connection) {
 void WatchState::OnLeave(Connection& connection) {
     DropChain(connection);
     if (m_selected)
-        connection.Unselect(m_window, true);
+        connection.Selected().Remove(connection.Xcb(), m_window, true);
     m_selected = false;
 }
 
@@ -67,7 +67,7 @@ void WatchState::Die(Connection& connection) {
         return;
     DropChain(connection);
     // Before anybody can see that the window is dead and open its successor under the same id.
-    connection.Forget(m_window);
+    connection.Selected().Forget(m_window);
     m_selected = false;
     WindowFacts dead;
     dead.life = Life::Dead;
@@ -238,14 +238,14 @@ void WatchState::Climb(Connection& connection, xcb_window_t from) {
                 return;
             }
             m_chain.push_back(reply->parent);
-            connection.Select(reply->parent, false);
+            connection.Selected().Add(connection.Xcb(), reply->parent, false);
             Climb(connection, reply->parent);
         });
 }
 
 void WatchState::DropChain(Connection& connection) {
     for (const xcb_window_t ancestor : m_chain)
-        connection.Unselect(ancestor, false);
+        connection.Selected().Remove(connection.Xcb(), ancestor, false);
     m_chain.clear();
 }
 

@@ -1,15 +1,19 @@
 #include "platform/x11/WindowGrab.h"
 
+#include <algorithm>
 #include <new>
 
 #include "base/Limits.h"
 #include "base/Mutex.h"
+#include "platform/Clock.h"
 #include "platform/x11/GrabJob.h"
 #include "platform/x11/PixelPack.h"
 
 namespace corvane {
 
 namespace {
+
+constexpr std::chrono::hours kLongest(1);    // so that no limit is beyond what a deadline can say
 
 void CopyRows(PixelLayout layout, const uint8_t* from, ptrdiff_t fromStep, const RasterView& to, const Rect& place) {
     for (int64_t y = place.top; y < place.bottom; ++y, from += fromStep)
@@ -48,10 +52,9 @@ public:
     explicit FirstNews(WindowWatch& watch) : m_watch(watch) { m_watch.AddListener(this); }
     ~FirstNews() { m_watch.RemoveListener(this); }
 
-    void Await(std::chrono::milliseconds limit) {
-        const auto deadline = std::chrono::steady_clock::now() + limit;
+    void Await(ThreadWait& wait) {
         MutexLock lock(m_mutex);
-        while (m_watch.GetLife() == WindowWatch::Life::Unknown && m_changed.WaitOnce(lock, deadline)) {
+        while (m_watch.GetLife() == WindowWatch::Life::Unknown && wait.On(m_changed, lock)) {
         }
     }
 
@@ -67,8 +70,10 @@ private:
 };
 
 Status Grab(const WindowWatchPtr& watch, const RasterView& last, std::chrono::milliseconds limit, Raster& out) {
+    // One limit for both: the event thread is waited for, whatever a channel's clock says.
+    ThreadWait wait(std::chrono::nanoseconds(std::min<std::chrono::milliseconds>(limit, kLongest)).count());
     if (watch != nullptr && watch->GetLife() == WindowWatch::Life::Unknown)
-        FirstNews(*watch).Await(limit);
+        FirstNews(*watch).Await(wait);
     const std::shared_ptr<WatchState> state = StateOf(watch);
     const WindowFacts facts = state != nullptr ? state->Facts() : WindowFacts();
     if (facts.life != WindowWatch::Life::Alive || facts.layout == PixelLayout::Unsupported)
@@ -77,7 +82,7 @@ Status Grab(const WindowWatchPtr& watch, const RasterView& last, std::chrono::mi
     const auto job = std::make_shared<GrabJob>(state->Window(), facts.layout);
     connection->Join(job);
     GrabJob::Result result;
-    const bool answered = job->Wait(limit, result);
+    const bool answered = job->Wait(wait, result);
     job->Leave();
     connection->Poke();
     if (!answered)

@@ -13,18 +13,17 @@ namespace corvane {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-// How long all bands of one call take at most. Below a frame, so that nothing notices it.
-constexpr std::chrono::milliseconds kRoomLimit(10);
-// How long a window must have kept its size until memory beyond its image goes back.
-constexpr std::chrono::seconds kSpareLimit(1);
+// ns that all bands of one call take at most. Less than a frame, so that nothing notices it.
+constexpr int64_t kRoomLimit = 10'000'000;
+// ns for which a window must have kept its size until memory beyond its image goes back.
+constexpr int64_t kSpareLimit = 1'000'000'000;
 
 class ServerSink final : public WindowSink {
 public:
-    ServerSink(WindowWatchPtr watch, const void* owner)
+    ServerSink(WindowWatchPtr watch, const void* owner, Clock& clock)
         : m_watch(std::move(watch)),
           m_owner(owner),
+          m_clock(clock),
           m_watchState(StateOf(m_watch)),
           m_connection(ConnectionOf(m_watch)) {
         if (m_watchState == nullptr || m_connection == nullptr)
@@ -72,6 +71,7 @@ private:
     // Constant after construction.
     const WindowWatchPtr m_watch;
     const void* const m_owner;
+    Clock& m_clock;
     const std::shared_ptr<WatchState> m_watchState;    // null: nothing to draw on, ever
     const std::shared_ptr<Connection> m_connection;    // lives as long as the watch
     std::shared_ptr<SinkState> m_state;                // null where one of these is
@@ -83,7 +83,7 @@ private:
     SharedMemory m_shared;
     WindowWatch::Size m_size;
     WindowWatch::Size m_imageSize;
-    Clock::time_point m_resizedAt;
+    int64_t m_resizedAt = 0;    // ns of the clock
     bool m_ready = false;
     bool m_fresh = false;
     bool m_complained = false;
@@ -164,7 +164,7 @@ bool ServerSink::MakeImage() {
     const WindowWatch::Size size = m_facts.size;
     // A window that changes its size may go on so.
     const size_t spare = m_imageSize != WindowWatch::Size() ? 8 : SIZE_MAX;    // one part in so many
-    m_resizedAt = Clock::now();
+    m_resizedAt = m_clock.Now();
     HideImage();
     m_imageSize = size;
     const size_t shared = SharedBytes();
@@ -200,7 +200,7 @@ bool ServerSink::Trim() {
     const bool draws = m_imageSize != WindowWatch::Size() && m_private.Size() > PrivateBytes();
     if (!shares && !draws)
         return false;
-    if (Clock::now() - m_resizedAt < kSpareLimit)
+    if (m_clock.Now() - m_resizedAt < kSpareLimit)
         return true;
     if (shares)
         m_shared.Trim(SharedBytes());
@@ -246,7 +246,7 @@ bool ServerSink::Put(std::span<const Rect> parts) {
     }
     m_state->Put(xcb, m_facts, static_cast<uint16_t>(RowPixels()), static_cast<uint16_t>(m_imageSize.height), m_parts);
     // The sending may have read events, but the completion of the put is not among them.
-    if (!m_connection->Flush())
+    if (!m_connection->Socket().Flush())
         m_connection->Poke();
     return true;
 }
@@ -256,14 +256,14 @@ bool ServerSink::Put(std::span<const Rect> parts) {
 bool ServerSink::SendBands() {
     if (m_unsent.empty())
         return true;
-    const auto deadline = Clock::now() + kRoomLimit;
+    // By the system's clock: the server is waited for.
+    const int64_t deadline = Clock::System().Now() + kRoomLimit;
     xcb_connection_t* xcb = m_connection->Xcb();
     const uint32_t bytes = BytesPerPixel(m_facts.layout);
     const size_t bandBytes = m_connection->Server().bandBytes;
     const auto most = static_cast<int64_t>(bandBytes / bytes - 1);    // pixels of a row
     bool sent = true;
-    auto limit = kRoomLimit;
-    while (sent && !m_unsent.empty() && limit.count() >= 0) {
+    for (bool first = true; sent && !m_unsent.empty() && (first || Clock::System().Now() <= deadline); first = false) {
         Rect& part = m_unsent.back();
         if (part.Width() > most) {
             const Rect left{part.left, part.top, part.left + most, part.bottom};
@@ -278,7 +278,7 @@ bool ServerSink::SendBands() {
         for (int64_t y = band.top; y < band.bottom; ++y)
             PackRow(m_facts.layout, m_image.data + y * m_image.step + 4 * band.left,
                     m_band.data() + rowBytes * static_cast<size_t>(y - band.top), static_cast<uint32_t>(band.Width()));
-        sent = m_connection->SendWithRoom(limit, [&] {
+        sent = m_connection->Socket().SendWithRoom(deadline, [&] {
             xcb_put_image(xcb, XCB_IMAGE_FORMAT_Z_PIXMAP, m_watchState->Window(), m_state->Context(xcb),
                           static_cast<uint16_t>(band.Width()), static_cast<uint16_t>(band.Height()),
                           static_cast<int16_t>(band.left), static_cast<int16_t>(band.top), 0, m_facts.depth,
@@ -288,7 +288,6 @@ bool ServerSink::SendBands() {
             m_unsent.pop_back();
         else if (sent)
             part.top = band.bottom;
-        limit = std::chrono::floor<std::chrono::milliseconds>(deadline - Clock::now());
     }
     if (!m_unsent.empty())
         m_state->AwaitRoom(*m_connection);
@@ -308,8 +307,8 @@ bool ServerSink::Copy(Raster& out) {
 
 }    // namespace
 
-std::unique_ptr<WindowSink> WindowSink::Make(WindowWatchPtr watch, const void* owner) {
-    return std::make_unique<ServerSink>(std::move(watch), owner);
+std::unique_ptr<WindowSink> WindowSink::Make(WindowWatchPtr watch, const void* owner, Clock& clock) {
+    return std::make_unique<ServerSink>(std::move(watch), owner, clock);
 }
 
 }    // namespace corvane

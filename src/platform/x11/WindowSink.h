@@ -13,6 +13,7 @@
 #include <memory>
 #include <span>
 
+#include "platform/Clock.h"
 #include "platform/raster/Raster.h"
 #include "platform/x11/WindowWatch.h"
 
@@ -41,8 +42,9 @@ public:
         WindowSink* m_sink;
     };
 
-    // `owner` names the renderer's manager in log lines. May raise std::bad_alloc.
-    static std::unique_ptr<WindowSink> Make(WindowWatchPtr watch, const void* owner);
+    // `owner` names the renderer's manager in log lines. `clock` outlives the sink; Trim goes by it. May raise
+    // std::bad_alloc.
+    static std::unique_ptr<WindowSink> Make(WindowWatchPtr watch, const void* owner, Clock& clock = Clock::System());
     virtual ~WindowSink() = default;
 
     // Gives the image the window's present size. Ready holds until the next Put. What a new image holds is not said: it

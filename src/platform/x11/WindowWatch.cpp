@@ -67,15 +67,18 @@ public:
     std::optional<Rect> ScreenRect() const override { return m_state->Facts().outer; }
     uint32_t MonitorIndex() const override {
         const WindowFacts facts = m_state->Facts();
-        return facts.outer ? m_lease->connection->MonitorIndex(facts.root, *facts.outer) : 0;
+        return facts.outer ? m_lease->connection->Monitors().IndexOf(facts.root, *facts.outer) : 0;
     }
     Monitor GetMonitor() const override {
         const WindowFacts facts = m_state->Facts();
-        return facts.outer ? m_lease->connection->MonitorOf(facts.root, *facts.outer) : Monitor{};
+        return facts.outer ? m_lease->connection->Monitors().Of(facts.root, *facts.outer) : Monitor{};
     }
     std::optional<Beam> GetBeam() const override {
         const WindowFacts facts = m_state->Facts();
-        return facts.outer ? m_lease->connection->BeamOf(facts.root, *facts.outer) : std::nullopt;
+        if (!facts.outer)
+            return std::nullopt;
+        Connection& connection = *m_lease->connection;
+        return connection.Monitors().BeamOf(connection, facts.root, *facts.outer);
     }
     bool ServerLost() const override {
         return GetLife() == Life::Dead && (m_lease == nullptr || m_lease->connection->Lost());

@@ -1,0 +1,34 @@
+#include "platform/Library.h"
+
+#include <dlfcn.h>
+
+#include "base/FailurePoint.h"
+
+namespace corvane {
+
+namespace {
+
+bool MustFail() {
+    return failure::MustFail(failure::Site::PlatformCall);
+}
+
+}    // namespace
+
+bool Library::Open(const char* name) noexcept {
+    Close();
+    m_handle = MustFail() ? nullptr : dlopen(name, RTLD_NOW | RTLD_LOCAL);
+    return m_handle != nullptr;
+}
+
+void* Library::FindAddress(const char* name) const noexcept {
+    return m_handle == nullptr || MustFail() ? nullptr : dlsym(m_handle, name);
+}
+
+// A library that cannot be closed stays loaded, and nothing can be done about that.
+void Library::Close() noexcept {
+    if (m_handle != nullptr && !MustFail())
+        (void)dlclose(m_handle);
+    m_handle = nullptr;
+}
+
+}    // namespace corvane

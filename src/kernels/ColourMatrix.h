@@ -97,4 +97,9 @@ constexpr const ColourMatrix& MatrixOf(const ColourSignal& signal) {
     return kColourMatrices[static_cast<size_t>(signal.matrix)][signal.fullRange ? 1 : 0];
 }
 
+// The same; null for full-range BT.601, which YCbCrToRGB has by itself.
+constexpr const ColourMatrix* MatrixBeside(const ColourSignal& signal) {
+    return signal == ColourSignal() ? nullptr : &MatrixOf(signal);
+}
+
 }    // namespace corvane::kernels

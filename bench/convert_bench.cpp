@@ -108,6 +108,18 @@ std::vector<Conversion> RgbConversions() {
     list.push_back({"24 bit, past the cache", "ring 0.60", Rgb({3, false, 0, true}, false), peers24});
     list.push_back({"24 bit bottom-up, past the cache", "ring 0.45", Rgb({3, false, 0, true}, true), flip24});
     list.push_back({"32 bit, past the cache", "ring 0.90", Rgb({4, false, 0, true}, false), peers32});
+    // By what a stream signals.
+    const ColourMatrix& matrix = MatrixOf({corvane::ColourSignal::Matrix::Bt709, false});
+    const auto h24 = Yuv3(libyuv::I420ToRGB24, kWidth * 3);
+    const auto h32 = Yuv3(libyuv::H420ToARGB, kWidth * 4);
+    list.push_back(
+        {"BT.709 to 24 bit", "", Rgb({3, false, 0, false, &matrix}, false), {{"libyuv", h24}, {"swscale", sws24}}});
+    list.push_back(
+        {"BT.709 to 32 bit", "", Rgb({4, false, 0, false, &matrix}, false), {{"libyuv", h32}, {"swscale", sws32}}});
+    list.push_back({"BT.709 to 32 bit, past the cache",
+                    "",
+                    Rgb({4, false, 0, true, &matrix}, false),
+                    {{"libyuv", h32}, {"swscale", sws32}}});
     list.push_back(
         {"NV12 to 24 bit",
          "",

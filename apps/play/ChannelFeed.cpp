@@ -29,6 +29,7 @@ bool ChannelFeed::Open(void* instance, const MediaSource& source, int64_t wallSt
     m_instance = instance;
     Corvane_SetBufferTime(m_channel, m_options.bufferMs);
     Corvane_SetChannelOption(m_channel, 48, m_options.threads, 0);
+    Corvane_SetChannelOption(m_channel, CORVANE_OPTION_COLOURS, m_options.colours, 0);
     Corvane_SetDisplayMode(m_channel, m_options.displayMode);
     if (m_options.rotate != 0)
         Corvane_EnableRotateFilter(m_channel, m_options.rotate);

@@ -11,6 +11,7 @@ usage: corvane-play [options] FILE|URL
   --wall N                the stream on N channels in a grid of one window, 1 to 64; their pictures do not come in time
   --renderer NAME         default, plain, compose (text may lie on the picture), gdi or stretch (as plain)
   --background RRGGBB     colour of the empty window, and of margins with the plain renderer
+  --colours NAME          signalled (default: by the matrix and range that the stream signals) or plain (full-range BT.601)
   --logo FILE             PNG or BMP that the window shows until the first picture
   --screenshot FILE[@S]   write the window as PNG after S seconds of stream, else at the end
 

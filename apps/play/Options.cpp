@@ -91,6 +91,11 @@ bool Background(std::string_view text, Options& options) {
     return true;
 }
 
+bool Colours(std::string_view text, Options& options) {
+    options.colours = text == "plain" ? CORVANE_COLOURS_PLAIN : CORVANE_COLOURS_SIGNALLED;
+    return text == "plain" || text == "signalled";
+}
+
 // A name that ends in @ and a number has a time.
 bool Screenshot(std::string_view text, Options& options) {
     const size_t at = text.rfind('@');
@@ -119,6 +124,7 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
         {"--window", [&](auto text) { return WindowId(text, options); }},
         {"--renderer", [&](auto text) { return Renderer(text, options); }},
         {"--background", [&](auto text) { return Background(text, options); }},
+        {"--colours", [&](auto text) { return Colours(text, options); }},
         {"--logo", [&](auto text) { return !(options.logo = text).empty(); }},
         {"--screenshot", [&](auto text) { return Screenshot(text, options); }},
         {"--still-format", [&](auto text) { return Still(text, options); }},

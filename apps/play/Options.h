@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Stills.h"
+#include "corvane/corvane.h"
 
 struct Options {
     std::string input;           // file or URL
@@ -16,9 +17,10 @@ struct Options {
     bool bottomUp = false;
     uint32_t width = 0;    // of the window, or the most of a picture in memory; 0 as the stream
     uint32_t height = 0;
-    uint32_t window = 0;              // somebody else's, 0 our own
-    uint32_t flags = 0;               // CORVANE_FLAG_* of the instance
-    uint32_t background = 0;          // 0x00BBGGRR
+    uint32_t window = 0;        // somebody else's, 0 our own
+    uint32_t flags = 0;         // CORVANE_FLAG_* of the instance
+    uint32_t background = 0;    // 0x00BBGGRR
+    uint32_t colours = CORVANE_COLOURS_SIGNALLED;
     double screenshotSeconds = -1;    // time of the stream, below 0 the end
     uint32_t bufferMs = 0;            // 0: the library's default
     uint32_t threads = 0;

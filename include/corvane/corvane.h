@@ -98,8 +98,18 @@
  * own. Its threads block all signals but those of their own faults. Exhausted memory
  * becomes Status_OutOfMemory where it is told, and a lost picture on the library's own threads.
  *
- * COLOURS. All conversion to RGB is full-range BT.601, whatever the stream signals, so that a change of renderer never
- * changes the colours. A stream in limited range shows black as 16.
+ * COLOURS. By default all conversion to RGB is full-range BT.601, whatever the stream signals, so that a change of
+ * renderer never changes the colours. A stream in limited range shows black as 16. (16 bits a pixel have a matrix of
+ * their own: 74711 V, -38076 V - 25821 U, 133169 U in 1/65536.)
+ * With option 1000 at 1 RGB is made, everywhere alike, by what the software decoder finds in the stream:
+ *   signalled                     taken as
+ *   BT.601 (BT.470BG, SMPTE 170M), BT.709, BT.2020 with non-constant luminance    that matrix
+ *   another matrix, or none       BT.709 from 720 lines on, BT.601 below
+ *   limited or full range         that range: Y from 16 to 235, U and V from 16 to 240; or 0 to 255
+ *   no range                      limited; of JPEG full
+ * Each sample of R, G and B is within 0.53 of the Recommendation's real number. Pictures of plug-ins and placeholders count
+ * as full-range BT.601. Planar and packed YUV formats, and pictures that client filters get, keep the stream's samples; a
+ * JPEG still is made full-range BT.601, as the JFIF standard has it. Grey pictures (4:0:0) in limited range keep it.
  *
  * Strict C99, C++ through extern "C". All records are little-endian with the natural alignment of a 64-bit build.
  */
@@ -228,7 +238,14 @@ enum {
     CORVANE_OPTION_H265_DECODER = 53,
     CORVANE_OPTION_BACKWARD_MEMORY = 55,
     CORVANE_OPTION_STILL_OVERLAY = 56,
-    CORVANE_OPTION_RESIZE_KIND = 57
+    CORVANE_OPTION_RESIZE_KIND = 57,
+    CORVANE_OPTION_COLOURS = 1000         /* value: of CORVANE_COLOURS_* */
+};
+
+/* By which colours RGB is made, option 1000: see COLOURS above. */
+enum {
+    CORVANE_COLOURS_PLAIN = 0,            /* full-range BT.601 */
+    CORVANE_COLOURS_SIGNALLED = 1         /* what the stream signals */
 };
 
 /* Media modes of option 13 and of ChannelUpdate. */
@@ -796,6 +813,8 @@ CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelU
  *   57  resize kind: 0 nearest, 1 bilinear, 2 bicubic, 3 Lanczos, others ignored; 0. It counts where pictures are made smaller
  *       on their way: for the cap of Corvane_SetRawDataCallbackSize, and for the plain renderer in windows of half the
  *       picture's size and below. The default renderer gets whole pictures and averages
+ *   1000  by which colours RGB is made, of CORVANE_COLOURS_*; 0. It counts from the next picture on, and for stills at once.
+ *       Status_InvalidArgument: any other value
  * Options 46, 48, 52, 53, 55 count for the next decoder that is made.
  * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_NotSupported: any other id, also those
  * that later versions will have. Does not block. [any]

@@ -107,6 +107,14 @@ constexpr OptionRow kRows[] = {
      },
      "still overlay, a CorvaneOsdCallback"},
     {CORVANE_OPTION_RESIZE_KIND, kStreamKinds, SetRender<&CRenderMgr::SetResizeType>, "resize kind"},
+    {CORVANE_OPTION_COLOURS, kStreamKinds,
+     [](Targets& targets, uint64_t value, uint64_t) {
+         if (value > CORVANE_COLOURS_SIGNALLED)
+             return Status::InvalidArgument;
+         targets.stream->Render().SetSignalledColours(value == CORVANE_COLOURS_SIGNALLED);
+         return Status::Ok;
+     },
+     "by which colours RGB is made"},
 };
 
 }    // namespace

@@ -104,9 +104,9 @@ Status StillRoad::Take(Still& still) {
         status = CopyLogo(logo->View(), *still.maker);
         break;
     case 1:
-        status = m_video.UseCurrent([&](const FramePtr& frame, const DecodedFrame& decoded) {
+        status = m_video.UseCurrent([&](const FramePtr& frame, const SharedPicture& picture) {
             still.frame = frame;
-            return Convert(still, decoded);
+            return Convert(still, picture);
         });
         if (Ok(status))
             DrawOverlay(still);
@@ -117,7 +117,8 @@ Status StillRoad::Take(Still& still) {
     return status;
 }
 
-Status StillRoad::Convert(Still& still, const DecodedFrame& decoded) {
+Status StillRoad::Convert(Still& still, const SharedPicture& picture) {
+    const DecodedFrame& decoded = picture.Get();
     const PresentSettingsPtr settings = m_render.Settings();
     PictureRun run;    // its own: client filters, rotation and smoothing are not for stills
     MakerTarget target(*still.maker);
@@ -126,6 +127,7 @@ Status StillRoad::Convert(Still& still, const DecodedFrame& decoded) {
         .decoded = decoded,
         .size = {still.frame->DecodedWidth(), still.frame->DecodedHeight()},
         .crop = still.zoomed ? ZoomCrop(*settings, decoded.width, decoded.height) : std::nullopt,
+        .colours = EffectiveColours(*settings, picture.Colours()),
     };
     if (request.size.Empty())
         request.size = {decoded.width, decoded.height};
@@ -139,6 +141,8 @@ Status StillRoad::Convert(Still& still, const DecodedFrame& decoded) {
     // Marks of motion are for the display variants, once there are marks.
     if (run.Carry(request, ChainSettings(), target).Lost())
         return static_cast<Status>(target.Result());
+    if (request.colours)
+        still.maker->NormaliseColours(*request.colours);    // before something is drawn over the picture
     return Status::Ok;
 }
 
@@ -212,7 +216,7 @@ Status StillRoad::Display(struct _cairo* to, bool zoomed, DisplayFrameInfo& out)
 
 Status StillRoad::CopyEncodedFrame(PictureBuffer& out) {
     FramePtr current;
-    CORVANE_RETURN_IF_FAILED(m_video.UseCurrent([&](const FramePtr& frame, const DecodedFrame&) {
+    CORVANE_RETURN_IF_FAILED(m_video.UseCurrent([&](const FramePtr& frame, const SharedPicture&) {
         current = frame;
         return Status::Ok;
     }));

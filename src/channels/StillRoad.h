@@ -53,7 +53,7 @@ private:
     };
 
     Status Take(Still& still);
-    Status Convert(Still& still, const DecodedFrame& decoded);
+    Status Convert(Still& still, const SharedPicture& picture);
     void DrawOverlay(const Still& still);
 
     // Constant, or with locks of their own.

@@ -37,9 +37,9 @@ public:
                 return Status::Failed;
             picture = m_decoder.ShareCurrent();
             if (!picture.Shared())
-                return use(frame, picture.Get());
+                return use(frame, picture);
         }
-        return use(frame, picture.Get());
+        return use(frame, picture);
     }
 
     // ---- The worker ----

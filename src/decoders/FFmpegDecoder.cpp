@@ -124,6 +124,37 @@ AVPixelFormat WithoutRange(AVPixelFormat format) {
     }
 }
 
+// What the samples that go out of `frame` mean. A matrix that is not one of ours counts as not signalled: pictures of
+// 720 lines and more are then BT.709. A range that is not signalled is limited, but for JPEG. What the scaler makes of
+// RGB and of grey is BT.601 in limited range.
+ColourSignal ColoursOf(const AVFrame& frame, FFmpegCodec codec) {
+    constexpr int kLinesOfBt709 = 720;
+    const auto format = static_cast<AVPixelFormat>(frame.format);
+    const AVPixFmtDescriptor* const samples = av_pix_fmt_desc_get(format);
+    if (samples != nullptr && ((samples->flags & AV_PIX_FMT_FLAG_RGB) != 0 || samples->nb_components < 3))
+        return {ColourSignal::Matrix::Bt601, false};
+    ColourSignal colours;
+    switch (frame.colorspace) {
+    case AVCOL_SPC_BT709:
+        colours.matrix = ColourSignal::Matrix::Bt709;
+        break;
+    case AVCOL_SPC_BT2020_NCL:
+        colours.matrix = ColourSignal::Matrix::Bt2020;
+        break;
+    case AVCOL_SPC_BT470BG:
+    case AVCOL_SPC_SMPTE170M:
+        break;
+    default:
+        colours.matrix = frame.height >= kLinesOfBt709 ? ColourSignal::Matrix::Bt709 : ColourSignal::Matrix::Bt601;
+        break;
+    }
+    if (WithoutRange(format) != format || frame.color_range == AVCOL_RANGE_JPEG)
+        colours.fullRange = true;
+    else
+        colours.fullRange = codec == FFmpegCodec::Mjpeg && frame.color_range == AVCOL_RANGE_UNSPECIFIED;
+    return colours;
+}
+
 // Bytes of the first AMR block with its header byte, by the table of RFC 4867; libavcodec decodes one block a packet. 0
 // for an empty unit and for a header that no block has: the rest of the unit is then lost.
 uint32_t AmrBlockBytes(const EncodedUnit& unit) {
@@ -331,6 +362,7 @@ int32_t DecoderIsolated_FFmpeg::NextPicture(DecodedFrame* out, uint32_t* got, co
     const auto consumed = static_cast<int32_t>(std::min<uint32_t>(in.size, INT32_MAX));
     if (m_output.empty())
         return consumed;
+    const ColourSignal colours = ColoursOf(*m_output.front()->av, m_codec);
     if (!IsPlain(*m_output.front()->av) && !ConvertFront()) {
         m_output.pop_front();
         return -1;
@@ -343,6 +375,7 @@ int32_t DecoderIsolated_FFmpeg::NextPicture(DecodedFrame* out, uint32_t* got, co
     out->width = static_cast<uint32_t>(frame.width);
     out->height = static_cast<uint32_t>(frame.height);
     m_frontIsCurrent = true;
+    m_colours = colours;
     m_pictureDelay = CodecDelay();
     if (!m_firstDelay)
         m_firstDelay = m_pictureDelay;

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 
+#include "base/ColourSignal.h"
 #include "corvane/decoder.h"
 #include "decoders/DecoderFactories.h"
 #include "decoders/FrameQueue.h"
@@ -62,6 +63,8 @@ public:
     // By how many pictures the delay has grown since the first came. It never falls again in H.264.
     uint32_t DelayGrowth() const;
     uint32_t Threads() const;
+    // Of the current picture: what the stream signals, and what is usual where it signals nothing.
+    const ColourSignal& Colours() const { return m_colours; }
 
 private:
     using FrameRef = QMRX::SDK::Utility::FrameReference<Frame>;
@@ -98,6 +101,7 @@ private:
     std::unique_ptr<SampleConverter> m_samples;
     std::deque<FrameRef> m_output;    // received and not yet superseded, oldest first
     bool m_frontIsCurrent = false;    // the front was handed out by the last DecodeVideo
+    ColourSignal m_colours;           // of the current picture
     int64_t m_sent = 0;               // units, which counts as their time
     int64_t m_lastTime = -1;          // of the picture received last, and where its pixels are
     const uint8_t* m_lastPixels = nullptr;

@@ -223,7 +223,8 @@ int32_t VideoDecoderHolder::CallDecoder(const EncodedUnit& unit, uint32_t* got, 
     }
 }
 
-// The holder's own reference on what was decoded; without one where the decoder does not share it.
+// The holder's own reference on what was decoded; without one where the decoder does not share it. Plug-ins and
+// placeholders say nothing of colours: theirs count as full-range BT.601.
 SharedPicture VideoDecoderHolder::TakeReference(const DecodedFrame& decoded, uint32_t got) noexcept {
     constexpr uint32_t kCanBeShared = 2;    // *got of its decode
     constexpr int32_t kVersion = 2;
@@ -238,7 +239,7 @@ SharedPicture VideoDecoderHolder::TakeReference(const DecodedFrame& decoded, uin
         }
     } catch (...) {    // not shared
     }
-    return {picture, SharedPicture::Adopted()};
+    return {picture, SharedPicture::Adopted(), m_software != nullptr ? m_software->Colours() : ColourSignal()};
 }
 
 uint32_t VideoDecoderHolder::ThreadsInUse() const {

@@ -57,7 +57,9 @@ public:
 
     // The current picture with a reference of its own, where its decoder shares pictures; else valid as CurrentFrame
     // is.
-    CORVANE_CALLS_PLUGIN SharedPicture ShareCurrent() const noexcept { return SharedPicture(m_picture.Get()); }
+    CORVANE_CALLS_PLUGIN SharedPicture ShareCurrent() const noexcept {
+        return SharedPicture(m_picture.Get(), m_picture.Colours());
+    }
 
     // Hardware kind of the current decoder, 0 when it is software or there is none.
     uint32_t ActiveKind() const { return m_active_kind; }

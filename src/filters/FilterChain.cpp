@@ -303,7 +303,8 @@ bool FilterChain::PassesThrough(const ChainSettings& settings, const MediaFrameI
 }
 
 ChainResult FilterChain::Run(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
-                             uint8_t* buffer, uint32_t stride, uint32_t format, uint32_t width, uint32_t height) {
+                             uint8_t* buffer, uint32_t stride, uint32_t format, uint32_t width, uint32_t height,
+                             const std::optional<ColourSignal>& colours) {
     Passage run{settings, frame};
     if (!PictureOf(decoded, run.current) || PictureBytes(PF_I420, width, height) == 0)
         return {-1};
@@ -312,6 +313,7 @@ ChainResult FilterChain::Run(const ChainSettings& settings, const MediaFrameImpl
     run.targetWidth = width;
     run.targetHeight = height;
     FillPicture(run.destination, buffer, stride, height, format);
+    m_parts->convert.SetColours(colours);
 
     int32_t result = m_parts->CountSteps(run);
     if (result < 0)

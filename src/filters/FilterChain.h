@@ -8,9 +8,11 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "base/AlignedBuffer.h"
+#include "base/ColourSignal.h"
 #include "base/PictureView.h"
 #include "corvane/corvane.h"
 #include "corvane/decoder.h"
@@ -58,9 +60,12 @@ public:
                        uint32_t width, uint32_t height);
 
     // Writes `decoded` into `buffer`, laid out as FillPicture says for (stride, height, format). On failure the buffer
-    // shows whatever it held, or a picture with its odd last row or column unwritten.
+    // shows whatever it held, or a picture with its odd last row or column unwritten. `colours`: what the samples mean
+    // where the last step makes RGB of them; without a value they are full-range BT.601. No step changes what they
+    // mean.
     ChainResult Run(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
-                    uint8_t* buffer, uint32_t stride, uint32_t format, uint32_t width, uint32_t height);
+                    uint8_t* buffer, uint32_t stride, uint32_t format, uint32_t width, uint32_t height,
+                    const std::optional<ColourSignal>& colours = std::nullopt);
 
     // Bytes of scratch memory now held.
     size_t ScratchBytes() const;

@@ -2,6 +2,9 @@
 // G and B is worked out once for each 2 x 2 block and kept, as max(t, 0) and max(-t, 0) in doubled bytes, in a row
 // buffer that stays in the first-level cache. A pixel then is one saturated addition and one saturated subtraction in
 // byte lanes, which clamps exactly. Terms beyond 255 are kept as 255: they clamp the same.
+//
+// By a ColourMatrix luma has a factor too: terms are kept as words, one for the two pixels of a row that share them,
+// and a pixel is worked out in word lanes.
 
 #include <hwy/highway.h>
 
@@ -10,6 +13,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "kernels/ColourMatrix.h"
 #include "kernels/Source420.h"
 
 #ifndef CORVANE_KERNELS_CHROMA_TERMS_COMMON
@@ -56,8 +60,8 @@ inline constexpr uint32_t kTermBlock = 2048;
 // Whole vectors are written behind the block, at most 64 bytes.
 inline constexpr size_t kTermStride = kTermBlock + 64;
 
-// Rows of terms in the scratch memory, one doubled byte a pixel: for each colour the terms to add, then those to
-// subtract.
+// Rows of terms in the scratch memory, one byte a pixel: for each colour the doubled bytes to add, then those to
+// subtract; by a ColourMatrix the first of them has the words, and the second is not used.
 enum TermRow : size_t { kRedTerms = 0, kGreenTerms = 2, kBlueTerms = 4, kTermRows = 6 };
 
 }    // namespace corvane::kernels
@@ -138,25 +142,96 @@ HWY_INLINE void StoreTerm(hn::Vec<SignedWords> term, uint8_t* HWY_RESTRICT up) {
     hn::StoreU(hn::TableLookupBytes(hn::BitCast(bytes, negative), doubled), bytes, up + kTermStride);
 }
 
-template <const ChromaMatrix& kMatrix, class Order>
-HWY_INLINE void StoreTerms(const Order& order, WordVector u, WordVector v, uint8_t* HWY_RESTRICT terms) {
-    u = order(u);
-    v = order(v);
-    StoreTerm<kMatrix.red.wide>(Single<kMatrix, true>(v), terms + kRedTerms * kTermStride);
-    StoreTerm<false>(Pair(kMatrix.green, u, v), terms + kGreenTerms * kTermStride);
-    StoreTerm<kMatrix.blue.wide>(Single<kMatrix, false>(u), terms + kBlueTerms * kTermStride);
-}
+// The arithmetic of a picture: makes a vector of terms for each colour, and with them a vector of samples. Of a matrix
+// that is known here, with whole luma:
+template <const ChromaMatrix& kMatrix>
+struct ByteArithmetic {
+    HWY_INLINE void StoreTerms(WordVector u, WordVector v, uint8_t* HWY_RESTRICT terms) const {
+        StoreTerm<kMatrix.red.wide>(Single<kMatrix, true>(v), terms + kRedTerms * kTermStride);
+        StoreTerm<false>(Pair(kMatrix.green, u, v), terms + kGreenTerms * kTermStride);
+        StoreTerm<kMatrix.blue.wide>(Single<kMatrix, false>(u), terms + kBlueTerms * kTermStride);
+    }
+    HWY_INLINE ByteVector Luma(ByteVector luma) const { return luma; }
+    // `up` points at the vector's place in the row of terms to add.
+    HWY_INLINE ByteVector Channel(ByteVector luma, const uint8_t* up) const {
+        const Bytes d;
+        return hn::SaturatedSub(hn::SaturatedAdd(luma, hn::LoadU(d, up)), hn::LoadU(d, up + kTermStride));
+    }
+};
 
-template <const ChromaMatrix& kMatrix, class Order>
-HWY_INLINE void StoreTermsAt(const Order& order, const uint8_t* HWY_RESTRICT u, const uint8_t* HWY_RESTRICT v,
-                             uint8_t* HWY_RESTRICT terms) {
+// Of any ColourMatrix.
+class WordArithmetic {
+public:
+    explicit WordArithmetic(const ColourMatrix& matrix)
+        : m_black(Set(static_cast<int16_t>(matrix.black << 7))),
+          m_luma(Set(matrix.luma)),
+          m_redV(Set(matrix.redV)),
+          m_greenU(Set(matrix.greenU)),
+          m_greenV(Set(matrix.greenV)),
+          m_blueU(Set(matrix.blueU)) {}
+
+    HWY_INLINE void StoreTerms(WordVector u, WordVector v, uint8_t* HWY_RESTRICT terms) const {
+        const auto centredU = Centred(u);
+        const auto centredV = Centred(v);
+        Keep(hn::MulFixedPoint15(centredV, m_redV), terms + kRedTerms * kTermStride);
+        Keep(hn::Add(hn::MulFixedPoint15(centredU, m_greenU), hn::MulFixedPoint15(centredV, m_greenV)),
+             terms + kGreenTerms * kTermStride);
+        Keep(hn::MulFixedPoint15(centredU, m_blueU), terms + kBlueTerms * kTermStride);
+    }
+
+    // Of the pixels of even and of odd places.
+    struct Lumas {
+        hn::Vec<SignedWords> even;
+        hn::Vec<SignedWords> odd;
+    };
+    HWY_INLINE Lumas Luma(ByteVector luma) const {
+        const auto words = hn::BitCast(Words(), luma);
+        return {Scaled(hn::ShiftLeft<7>(words)), Scaled(hn::ShiftRight<1>(words))};
+    }
+    HWY_INLINE ByteVector Channel(const Lumas& luma, const uint8_t* up) const {
+        const auto terms = hn::BitCast(SignedWords(), hn::LoadU(Bytes(), up));
+        const auto even = hn::BitCast(Words(), Sample(luma.even, terms));
+        const auto odd = hn::BitCast(Words(), Sample(luma.odd, terms));
+        return hn::BitCast(Bytes(), hn::Or(even, hn::ShiftLeft<8>(odd)));
+    }
+
+private:
+    using Vector = hn::Vec<SignedWords>;
+
+    static HWY_INLINE Vector Set(int16_t value) { return hn::Set(SignedWords(), value); }
+    // (C - 128) << 8
+    static HWY_INLINE Vector Centred(WordVector chroma) {
+        return hn::BitCast(SignedWords(), hn::Xor(hn::ShiftLeft<8>(chroma), hn::Set(Words(), 0x8000)));
+    }
+    // With the half that rounds the sum.
+    static HWY_INLINE void Keep(Vector term, uint8_t* to) {
+        hn::StoreU(hn::BitCast(Bytes(), hn::Add(term, Set(32))), Bytes(), to);
+    }
+    // Of Y << 7, among bits of its neighbours.
+    HWY_INLINE Vector Scaled(WordVector shifted) const {
+        const auto luma = hn::BitCast(SignedWords(), hn::And(shifted, hn::Set(Words(), 0x7F80)));
+        return hn::MulFixedPoint15(hn::Sub(luma, m_black), m_luma);
+    }
+    // What the sum is cut to, 511, clamps the same.
+    static HWY_INLINE Vector Sample(Vector luma, Vector terms) {
+        const auto sum = hn::ShiftRight<6>(hn::SaturatedAdd(luma, terms));
+        return hn::Min(hn::Max(sum, hn::Zero(SignedWords())), Set(255));
+    }
+
+    Vector m_black, m_luma, m_redV, m_greenU, m_greenV, m_blueU;
+};
+
+template <class Arithmetic, class Order>
+HWY_INLINE void StoreTermsAt(const Arithmetic& arithmetic, const Order& order, const uint8_t* HWY_RESTRICT u,
+                             const uint8_t* HWY_RESTRICT v, uint8_t* HWY_RESTRICT terms) {
     const Words d;
     if (v != nullptr) {
         const hn::Rebind<uint8_t, Words> half;
-        StoreTerms<kMatrix>(order, hn::PromoteTo(d, hn::LoadU(half, u)), hn::PromoteTo(d, hn::LoadU(half, v)), terms);
+        arithmetic.StoreTerms(order(hn::PromoteTo(d, hn::LoadU(half, u))), order(hn::PromoteTo(d, hn::LoadU(half, v))),
+                              terms);
     } else {
         const auto pairs = hn::BitCast(d, hn::LoadU(Bytes(), u));
-        StoreTerms<kMatrix>(order, hn::And(pairs, hn::Set(d, 0xFF)), hn::ShiftRight<8>(pairs), terms);
+        arithmetic.StoreTerms(order(hn::And(pairs, hn::Set(d, 0xFF))), order(hn::ShiftRight<8>(pairs)), terms);
     }
 }
 
@@ -170,22 +245,23 @@ HWY_INLINE void FetchAhead(const uint8_t* row, size_t bytes) {
 
 // The terms of `count` chroma samples, twice as many bytes in each row, in the order of each vector that `order` makes.
 // Meanwhile fetches `fetchStep` bytes of the row `fetch` for each vector.
-template <const ChromaMatrix& kMatrix, bool kFetches, class Order>
-HWY_INLINE void MakeTerms(const Order& order, const uint8_t* HWY_RESTRICT u, const uint8_t* HWY_RESTRICT v,
-                          size_t count, uint8_t* HWY_RESTRICT terms, const uint8_t* fetch, size_t fetchStep) {
+template <bool kFetches, class Arithmetic, class Order>
+HWY_INLINE void MakeTerms(const Arithmetic& arithmetic, const Order& order, const uint8_t* HWY_RESTRICT u,
+                          const uint8_t* HWY_RESTRICT v, size_t count, uint8_t* HWY_RESTRICT terms,
+                          const uint8_t* fetch, size_t fetchStep) {
     constexpr size_t kStep = hn::MaxLanes(Words());
     size_t i = 0;
     if (v != nullptr) {
         for (; i + kStep <= count; i += kStep, fetch += fetchStep) {
             if constexpr (kFetches)
                 FetchAhead(fetch, fetchStep);
-            StoreTermsAt<kMatrix>(order, u + i, v + i, terms + 2 * i);
+            StoreTermsAt(arithmetic, order, u + i, v + i, terms + 2 * i);
         }
     } else {
         for (; i + kStep <= count; i += kStep, fetch += fetchStep) {
             if constexpr (kFetches)
                 FetchAhead(fetch, fetchStep);
-            StoreTermsAt<kMatrix>(order, u + 2 * i, nullptr, terms + 2 * i);
+            StoreTermsAt(arithmetic, order, u + 2 * i, nullptr, terms + 2 * i);
         }
     }
     if (i == count)
@@ -195,49 +271,44 @@ HWY_INLINE void MakeTerms(const Order& order, const uint8_t* HWY_RESTRICT u, con
     std::memcpy(uTail, v != nullptr ? u + i : u + 2 * i, v != nullptr ? count - i : 2 * (count - i));
     if (v != nullptr)
         std::memcpy(vTail, v + i, count - i);
-    StoreTermsAt<kMatrix>(order, uTail, v != nullptr ? vTail : nullptr, terms + 2 * i);
-}
-
-// Luma with the terms of one colour; `up` points at the vector's place in the row of terms to add.
-HWY_INLINE ByteVector Channel(ByteVector luma, const uint8_t* up) {
-    const Bytes d;
-    return hn::SaturatedSub(hn::SaturatedAdd(luma, hn::LoadU(d, up)), hn::LoadU(d, up + kTermStride));
+    StoreTermsAt(arithmetic, order, uTail, v != nullptr ? vTail : nullptr, terms + 2 * i);
 }
 
 // One row of `count` pixels through `Writer`: its `Put(blue, green, red, out)` writes a whole vector of pixels of
-// Writer::kPixelBytes bytes, its `kGroup` is what BlockOrder needs, its `kMatrix` the arithmetic. `blue` and `red` are
-// the rows of terms of the colours that Put takes first and last. Meanwhile fetches half a row from `fetch`, for a
-// Writer that `kFetches`.
-template <class Writer>
-HWY_INLINE void ConvertRow(const Writer& writer, const BlockOrder<Writer::kGroup>& order, const uint8_t* HWY_RESTRICT y,
-                           const uint8_t* HWY_RESTRICT blue, const uint8_t* HWY_RESTRICT green,
-                           const uint8_t* HWY_RESTRICT red, size_t count, uint8_t* HWY_RESTRICT out,
-                           const uint8_t* fetch) {
+// Writer::kPixelBytes bytes, its `kGroup` is what BlockOrder needs. `blue` and `red` are the rows of terms of the
+// colours that Put takes first and last. Meanwhile fetches half a row from `fetch`, for a Writer that `kFetches`.
+template <class Arithmetic, class Writer>
+HWY_INLINE void ConvertRow(const Arithmetic& arithmetic, const Writer& writer, const BlockOrder<Writer::kGroup>& order,
+                           const uint8_t* HWY_RESTRICT y, const uint8_t* HWY_RESTRICT blue,
+                           const uint8_t* HWY_RESTRICT green, const uint8_t* HWY_RESTRICT red, size_t count,
+                           uint8_t* HWY_RESTRICT out, const uint8_t* fetch) {
     const Bytes d;
     constexpr size_t kStep = hn::MaxLanes(Bytes());
     size_t x = 0;
     for (; x + kStep <= count; x += kStep) {
         if constexpr (Writer::kFetches)
             FetchAhead(fetch + x * Writer::kPixelBytes / 2, kStep * Writer::kPixelBytes / 2);
-        const auto luma = order(hn::LoadU(d, y + x));
-        writer.Put(Channel(luma, blue + x), Channel(luma, green + x), Channel(luma, red + x),
-                   out + x * Writer::kPixelBytes);
+        const auto luma = arithmetic.Luma(order(hn::LoadU(d, y + x)));
+        writer.Put(arithmetic.Channel(luma, blue + x), arithmetic.Channel(luma, green + x),
+                   arithmetic.Channel(luma, red + x), out + x * Writer::kPixelBytes);
     }
     if (x == count)
         return;
     HWY_ALIGN uint8_t lumaTail[kStep] = {};
     HWY_ALIGN uint8_t outTail[kStep * Writer::kPixelBytes];
     std::memcpy(lumaTail, y + x, count - x);
-    const auto luma = order(hn::Load(d, lumaTail));
-    writer.Put(Channel(luma, blue + x), Channel(luma, green + x), Channel(luma, red + x), outTail);
+    const auto luma = arithmetic.Luma(order(hn::Load(d, lumaTail)));
+    writer.Put(arithmetic.Channel(luma, blue + x), arithmetic.Channel(luma, green + x),
+               arithmetic.Channel(luma, red + x), outTail);
     std::memcpy(out + x * Writer::kPixelBytes, outTail, (count - x) * Writer::kPixelBytes);
 }
 
 // All rows, with red and blue exchanged when `redFirst`, one output row at a time: two at once write slower as soon as
 // the picture is larger than the cache.
-template <class Writer>
-HWY_INLINE void ConvertPicture(const Writer& writer, const Source420& source, uint8_t* destination, ptrdiff_t step,
-                               uint32_t width, uint32_t height, bool redFirst, uint8_t* terms) {
+template <class Arithmetic, class Writer>
+HWY_INLINE void ConvertPicture(const Arithmetic& arithmetic, const Writer& writer, const Source420& source,
+                               uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height, bool redFirst,
+                               uint8_t* terms) {
     const BlockOrder<Writer::kGroup> order;
     const uint8_t* first = terms + (redFirst ? kRedTerms : kBlueTerms) * kTermStride;
     const uint8_t* last = terms + (redFirst ? kBlueTerms : kRedTerms) * kTermStride;
@@ -252,12 +323,12 @@ HWY_INLINE void ConvertPicture(const Writer& writer, const Source420& source, ui
                 return destination + static_cast<ptrdiff_t>(line) * step + size_t{x} * Writer::kPixelBytes;
             };
             const size_t rowBytes = size_t{count} * Writer::kPixelBytes;
-            MakeTerms<Writer::kMatrix, Writer::kFetches>(order, u, v, (count + 1) / 2, terms,
-                                                         rowAt(std::min(row + 1, height - 1)),
-                                                         hn::MaxLanes(Bytes()) * Writer::kPixelBytes);
+            MakeTerms<Writer::kFetches>(arithmetic, order, u, v, (count + 1) / 2, terms,
+                                        rowAt(std::min(row + 1, height - 1)),
+                                        hn::MaxLanes(Bytes()) * Writer::kPixelBytes);
             for (uint32_t line = row; line < std::min(row + 2, height); ++line) {
                 const uint8_t* next = rowAt(std::min(row + 2, height - 1)) + (line - row) * rowBytes / 2;
-                ConvertRow(writer, order, source.y + static_cast<ptrdiff_t>(line) * source.yStep + x, first,
+                ConvertRow(arithmetic, writer, order, source.y + static_cast<ptrdiff_t>(line) * source.yStep + x, first,
                            terms + kGreenTerms * kTermStride, last, count, rowAt(line), next);
             }
         }

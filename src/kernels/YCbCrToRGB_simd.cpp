@@ -34,7 +34,6 @@ struct Rgb24Writer {
     static constexpr size_t kPixelBytes = 3;
     static constexpr size_t kGroup = 0;
     static constexpr bool kFetches = !kStreaming;
-    static constexpr const ChromaMatrix& kMatrix = kFullRangeMatrix;
     HWY_INLINE void Put(ByteVector blue, ByteVector green, ByteVector red, uint8_t* out) const {
         const Bytes d;
         if constexpr (!kStreaming) {
@@ -55,7 +54,6 @@ public:
     static constexpr size_t kPixelBytes = 4;
     static constexpr size_t kGroup = 1;
     static constexpr bool kFetches = !kStreaming && hn::MaxLanes(Bytes()) < 64;    // whole lines need none
-    static constexpr const ChromaMatrix& kMatrix = kFullRangeMatrix;
 
     explicit Rgb32Writer(uint8_t fourth) : m_fourth(hn::Set(Bytes(), fourth)) {}
     HWY_INLINE void Put(ByteVector blue, ByteVector green, ByteVector red, uint8_t* out) const {
@@ -76,23 +74,32 @@ private:
     ByteVector m_fourth;
 };
 
-int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-                   RgbLayout layout, uint8_t* terms) {
-    const uint32_t evenWidth = width & ~1u;
-    const uint32_t evenHeight = height & ~1u;
+template <class Arithmetic>
+HWY_INLINE void ConvertBy(const Arithmetic& arithmetic, const Source420& source, uint8_t* destination, ptrdiff_t step,
+                          uint32_t width, uint32_t height, RgbLayout layout, uint8_t* terms) {
+    const auto convert = [&](const auto& writer) HWY_ATTR {
+        ConvertPicture(arithmetic, writer, source, destination, step, width & ~1u, height & ~1u, layout.redFirst,
+                       terms);
+    };
     const bool streaming = layout.streaming && OnVectors(destination, step);
     if (layout.bytes == 3 && streaming)
-        ConvertPicture(Rgb24Writer<true>(), source, destination, step, evenWidth, evenHeight, layout.redFirst, terms);
+        convert(Rgb24Writer<true>());
     else if (layout.bytes == 3)
-        ConvertPicture(Rgb24Writer<false>(), source, destination, step, evenWidth, evenHeight, layout.redFirst, terms);
+        convert(Rgb24Writer<false>());
     else if (streaming)
-        ConvertPicture(Rgb32Writer<true>(layout.fourth), source, destination, step, evenWidth, evenHeight,
-                       layout.redFirst, terms);
+        convert(Rgb32Writer<true>(layout.fourth));
     else
-        ConvertPicture(Rgb32Writer<false>(layout.fourth), source, destination, step, evenWidth, evenHeight,
-                       layout.redFirst, terms);
+        convert(Rgb32Writer<false>(layout.fourth));
     if (streaming)
         hwy::FlushStream();
+}
+
+int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
+                   RgbLayout layout, uint8_t* terms) {
+    if (layout.matrix == nullptr)
+        ConvertBy(ByteArithmetic<kFullRangeMatrix>(), source, destination, step, width, height, layout, terms);
+    else
+        ConvertBy(WordArithmetic(*layout.matrix), source, destination, step, width, height, layout, terms);
     return ((width | height) & 1) != 0 ? kOddPartUnwritten : kDone;
 }
 #endif

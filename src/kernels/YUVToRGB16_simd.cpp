@@ -36,7 +36,6 @@ struct Rgb16Writer {
     static constexpr size_t kPixelBytes = 2;
     static constexpr size_t kGroup = 2;
     static constexpr bool kFetches = true;
-    static constexpr const ChromaMatrix& kMatrix = kAnalogueMatrix;
 
     // Shifts and masks of bytes, made of word shifts; `kMask` removes what came from the neighbour.
     template <int kShift, uint8_t kMask>
@@ -63,13 +62,25 @@ struct Rgb16Writer {
     }
 };
 
+template <class Arithmetic>
+HWY_INLINE void ConvertBy(const Arithmetic& arithmetic, const Source420& source, uint16_t* destination, ptrdiff_t step,
+                          uint32_t width, uint32_t height, Rgb16Layout layout, uint8_t* terms) {
+    const auto convert = [&](const auto& writer) HWY_ATTR {
+        ConvertPicture(arithmetic, writer, source, reinterpret_cast<uint8_t*>(destination), 2 * step, width, height,
+                       !layout.redHigh, terms);
+    };
+    if (layout.greenBits == 6)
+        convert(Rgb16Writer<6>());
+    else
+        convert(Rgb16Writer<5>());
+}
+
 int32_t ConvertRgb16(const Source420& source, uint16_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
                      Rgb16Layout layout, uint8_t* terms) {
-    auto* bytes = reinterpret_cast<uint8_t*>(destination);
-    if (layout.greenBits == 6)
-        ConvertPicture(Rgb16Writer<6>(), source, bytes, 2 * step, width, height, !layout.redHigh, terms);
+    if (layout.matrix == nullptr)
+        ConvertBy(ByteArithmetic<kAnalogueMatrix>(), source, destination, step, width, height, layout, terms);
     else
-        ConvertPicture(Rgb16Writer<5>(), source, bytes, 2 * step, width, height, !layout.redHigh, terms);
+        ConvertBy(WordArithmetic(*layout.matrix), source, destination, step, width, height, layout, terms);
     return kDone;
 }
 #endif

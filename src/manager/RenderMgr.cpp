@@ -124,7 +124,8 @@ PresentSettingsPtr CRenderMgr::Settings() const {
 
 // ---- The worker's side ----
 
-void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait) {
+void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait,
+                              const ColourSignal& signal) {
     CountAtEnd fate(m_counters, Counter::PicturesLost, CORVANE_CAUSE_OUT_OF_MEMORY);
     m_run.Follow(*frame);
     const PictureSize size = ShownSize(*frame, decoded);
@@ -143,7 +144,9 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded
         const PictureRequest request{.frame = *frame,
                                      .decoded = decoded,
                                      .size = TargetSize(*settings, target.Traits(), size),
-                                     .angle = settings->angle};
+                                     .angle = settings->angle,
+                                     .colours = EffectiveColours(*settings, signal)};
+        picture.colours = request.colours.value_or(ColourSignal());
         const RunResult carried = m_run.Carry(request, settings->chain, target);
         if (carried.smoothing != Smoothing::None)
             m_counters.Add(carried.smoothing == Smoothing::Done ? Counter::PicturesSmoothed

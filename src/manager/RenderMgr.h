@@ -74,7 +74,8 @@ public:
     // Reports the frame, makes its picture for the renderer and wakes the render thread. With `wait` it waits before
     // that until the render thread has taken the picture before, at most 500 ms; then, and without `wait`, this picture
     // takes the place of one that was not taken. What becomes of the picture is counted.
-    void PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait);
+    // `signal`: what its stream says of its colours, which counts where clients asked for it.
+    void PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait, const ColourSignal& signal = {});
     // Any thread: ends that wait.
     void WakeWorker() { m_mailbox.Interrupt(); }
     // Sound enters here (`mix`: it is to be heard). With `show` and a new second of wall-clock time the state becomes
@@ -131,6 +132,7 @@ public:
     void RemoveFilter(QMRX::Filter::IFilter* filter);    // waits for a running call of it
     void SetDeinterlace(bool on);
     void SetResizeType(uint32_t type);
+    void SetSignalledColours(bool on) { SetField(&PresentSettings::signalledColours, on); }
     Status EnableRotateFilter(double angle);
     Status SetRotateOption(double angle);
     void DisableRotateFilter();

@@ -8,6 +8,7 @@
 #include "base/Status.h"
 #include "corvane/corvane.h"
 #include "filters/FilterChain.h"
+#include "kernels/FullRangeBt601.h"
 #include "picture/BmpFile.h"
 #include "picture/jpeg/JpegPicture.h"
 
@@ -38,6 +39,7 @@ public:
         *format = m_format;
         return 0;
     }
+    void NormaliseColours(const ColourSignal&) override {}
     void SetQuality(uint32_t) override {}
     void SetPrefix(uint32_t bytes) override { m_prefix = bytes; }
     const uint8_t* GetData() const override { return m_output.Data(); }
@@ -131,6 +133,11 @@ private:
 class CPictureMakerJPEG final : public PictureMaker {
 public:
     CPictureMakerJPEG() : PictureMaker(PF_I420) {}
+    void NormaliseColours(const ColourSignal& from) override {
+        const PictureView view = LayOut(m_input.Data(), m_stride, {m_width, m_height}, m_format);
+        kernels::ToFullRangeBt601(
+            {view.plane[0], view.plane[1], view.plane[2], view.stride[0], view.stride[1], m_width, m_height}, from);
+    }
     void SetQuality(uint32_t quality) override { m_quality = quality; }
     void Make() override {
         JpegWriter writer;

@@ -12,6 +12,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/ColourSignal.h"
+
 namespace corvane {
 
 class IPictureMaker {
@@ -22,6 +24,9 @@ public:
     // as a number. The buffer is zeroed when it is made anew.
     virtual int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride,
                               uint32_t* format) = 0;
+    // The samples in the buffer are of `from`: a kind whose output is full-range BT.601 makes them that. Others leave
+    // them as they are.
+    virtual void NormaliseColours(const ColourSignal& from) = 0;
     // Without memory the output stays what it was.
     virtual void Make() = 0;
     // Of JPEG, as JPEGEncOptions has it: 50 leaves the quantisation tables as they are, higher is coarser. Ignored by

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <variant>
 
+#include "base/ColourSignal.h"
 #include "base/PictureSize.h"
 #include "base/SharedPicture.h"
 #include "frame/MediaFrameImpl.h"
@@ -17,6 +18,7 @@ using RendererId = uint64_t;
 struct FinishedPicture {
     FramePtr frame;            // null: there is no picture
     RendererId madeFor = 0;    // only this renderer may show `pixels`
+    ColourSignal colours{};    // by which the renderer makes RGB of pixels that are YUV
     // A decoder's picture by reference, which nobody writes into; or a buffer of the renderer; or none, where the
     // renderer that had them is gone.
     std::variant<std::monostate, SharedPicture, LentBuffer> pixels{};

@@ -31,7 +31,7 @@ struct Writing {
 RunResult Write(FilterChain& chain, const Writing& writing, uint8_t* data, uint32_t stride, uint32_t format) {
     const PictureRequest& request = writing.request;
     const ChainResult run = chain.Run(writing.settings, request.frame, writing.decoded, data, stride, format,
-                                      request.size.width, request.size.height);
+                                      request.size.width, request.size.height, request.colours);
     for (IStamp* const stamp : writing.due)
         stamp->Draw(request.frame, LayOut(data, stride, request.size, format));
     const bool stepFailed = run.status < 0 && run.smoothing != Smoothing::Refused;

@@ -32,6 +32,8 @@ struct PictureRequest {
     PictureSize size;                 // of the picture to make, before it is rotated
     std::optional<Rect> crop{};       // the part of `decoded` that is used: even edges, inside it
     std::optional<double> angle{};    // degrees; without a value nothing is rotated
+    // What the samples mean where RGB is made of them; without a value as FilterChain::Run has it.
+    std::optional<ColourSignal> colours{};
     std::span<IStamp* const> stamps{};
 };
 

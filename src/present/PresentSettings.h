@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "base/ColourSignal.h"
 #include "base/PictureSize.h"
 #include "corvane/corvane.h"
 #include "filters/FilterChain.h"
@@ -54,10 +55,16 @@ struct PresentSettings {
     }
 
     ChainSettings chain;
-    std::optional<double> angle;    // degrees; set while rotation is on
-    PictureSize rawMost;            // of pictures for a callback; none where either side is 0
+    std::optional<double> angle;      // degrees; set while rotation is on
+    PictureSize rawMost;              // of pictures for a callback; none where either side is 0
+    bool signalledColours = false;    // RGB is made by what the stream signals; else samples are full-range BT.601
 };
 using PresentSettingsPtr = std::shared_ptr<const PresentSettings>;
+
+// By what RGB is made of samples whose stream signals `signal`; without a value as ever.
+inline std::optional<ColourSignal> EffectiveColours(const PresentSettings& settings, const ColourSignal& signal) {
+    return settings.signalledColours ? std::optional(signal) : std::nullopt;
+}
 
 // The value of osdPolicy that makes every present refresh.
 inline constexpr uint32_t kOsdAlways = 0x80000000u;

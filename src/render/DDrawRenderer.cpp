@@ -234,6 +234,8 @@ std::unique_ptr<BlitSurface> CDDrawRenderer::FindVideo(Work& work) {
         work.video = &slot.surface->Surface();
         work.picture = {buffer->size.width, buffer->size.height};
     }
+    if (work.video != nullptr)
+        work.video->SetColours(work.finished.colours);
     return wrapped;
 }
 

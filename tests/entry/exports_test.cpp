@@ -77,11 +77,12 @@ TEST(Exports, WrongArguments) {
         Corvane_DeleteChannel(client.instance, nullptr),
         Corvane_DeleteChannel(nullptr, &client.channel),
         Corvane_SetChannelOption(channel, 11, 0, 4),
+        Corvane_SetChannelOption(channel, CORVANE_OPTION_COLOURS, 2, 0),
         Corvane_SetChannelOption(channel, 11, reinterpret_cast<uint64_t>(&area), 1),
     };
     for (const uint32_t& status : invalid)
         EXPECT_EQ(status, Status_InvalidArgument) << &status - invalid;
-    for (const int32_t id : {-1, 0, 2, 14, 43, 58})
+    for (const int32_t id : {-1, 0, 2, 14, 43, 58, 999, 1001})
         EXPECT_EQ(Corvane_SetChannelOption(channel, id, 1, 4), Status_NotSupported) << id;
     EXPECT_EQ(Corvane_RegisterRawDataCallback(wrong, nullptr, nullptr, 5, 0), Status_NotSupported);    // kinds first
     EXPECT_EQ(Corvane_GetCurrentSnapShot(channel, &picture, 0), Status_Failed);                        // no window

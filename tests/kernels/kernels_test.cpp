@@ -9,6 +9,7 @@
 
 #include "base/AlignedBuffer.h"
 #include "kernels/Deinterlace.h"
+#include "kernels/FullRangeBt601.h"
 #include "kernels/JpegBlocks.h"
 #include "kernels/PackedYuv.h"
 #include "kernels/PlaneCopy.h"
@@ -50,22 +51,25 @@ struct Kernel {
 };
 
 std::vector<Kernel> Kernels() {
+    static constexpr const ColourMatrix* kMatrix = &MatrixOf({ColourSignal::Matrix::Bt2020, false});
     std::vector<Kernel> kernels;
     const auto add = [&](uint32_t pixelBytes, auto run) { kernels.push_back({pixelBytes, run}); };
     for (const bool planar : {true, false})
         for (const bool flag : {false, true}) {
-            for (const uint32_t bytes : {3u, 4u})
-                add(bytes, [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+            for (const uint32_t bytes : {3u, 4u, 3u | 8u, 4u | 8u})    // 8: by a matrix
+                add(bytes & 7, [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
                     const auto convert = plain ? &ref::YCbCrToRGB : &YCbCrToRGB;
-                    return convert(s.In(planar), out.Data(), out.Step(), w, h, {bytes, flag, kFourth});
+                    return convert(s.In(planar), out.Data(), out.Step(), w, h,
+                                   {bytes & 7, flag, kFourth, false, (bytes & 8) != 0 ? kMatrix : nullptr});
                 });
             // Words begin at even addresses; the step is in words.
-            for (const uint32_t green : {5u, 6u})
+            for (const uint32_t green : {5u, 6u, 5u | 8u, 6u | 8u})
                 add(2, [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
                     const auto convert = plain ? &ref::YUVToRGB16 : &YUVToRGB16;
                     const uintptr_t odd = reinterpret_cast<uintptr_t>(out.Data()) & 1;
                     auto* const words = reinterpret_cast<uint16_t*>(out.Data() - odd);
-                    return convert(s.In(planar), words, out.Step() / 2, w, h, {green, flag});
+                    return convert(s.In(planar), words, out.Step() / 2, w, h,
+                                   {green & 7, flag, (green & 8) != 0 ? kMatrix : nullptr});
                 });
             add(2, [=](bool plain, Sources& sources, PoisonedPlane& out, uint32_t w, uint32_t h) {
                 const Source420 s = sources.In(planar);
@@ -195,15 +199,105 @@ TEST_P(EachTarget, EveryTripleOfSamples) {
     for (uint32_t base = 0; base < 256; base += 4) {
         for (uint32_t i = 0; i < kSide * kSide; ++i)
             y[i] = static_cast<uint8_t>(base + i % 2 + i / kSide % 2 * 2);
-        for (const uint32_t bytes : {3u, 4u}) {
-            YCbCrToRGB(source, got.Data(), kSide * bytes, kSide, kSide, {bytes, false, kFourth, true});
-            ref::YCbCrToRGB(source, wanted.data(), kSide * bytes, kSide, kSide, {bytes, false, kFourth});
-            ASSERT_TRUE(std::equal(got.Data(), got.Data() + kSide * kSide * bytes, wanted.begin())) << bytes;
+        std::vector<RgbLayout> layouts = {{4, false, kFourth, true}};
+        for (const auto& matrices : kColourMatrices)
+            for (const ColourMatrix& matrix : matrices)
+                layouts.push_back({3, false, kFourth, true, &matrix});
+        layouts.push_back({3, false, kFourth, true});
+        for (const RgbLayout& layout : layouts) {
+            const uint32_t step = kSide * layout.bytes;
+            YCbCrToRGB(source, got.Data(), step, kSide, kSide, layout);
+            ref::YCbCrToRGB(source, wanted.data(), step, kSide, kSide, layout);
+            ASSERT_TRUE(std::equal(got.Data(), got.Data() + kSide * step, wanted.begin())) << layout.bytes;
         }
         YUVToRGB16(source, reinterpret_cast<uint16_t*>(got.Data()), kSide, kSide, kSide, {});
         ref::YUVToRGB16(source, reinterpret_cast<uint16_t*>(wanted.data()), kSide, kSide, kSide, {});
         ASSERT_TRUE(std::equal(got.Data(), got.Data() + kSide * kSide * 2, wanted.begin()));
     }
+}
+
+// R, G and B by the equations of a Recommendation, in integers: numerators over `one`.
+struct Exact {
+    int64_t red, green, blue, one;
+};
+
+Exact ExactRgb(const ColourSignal& signal, int64_t y, int64_t u, int64_t v) {
+    constexpr int64_t kWeights[3][2] = {{2990, 1140}, {2126, 722}, {2627, 593}};    // in 1/10000
+    const auto [red, blue] = kWeights[static_cast<size_t>(signal.matrix)];
+    const int64_t green = 10000 - red - blue, scale = 10000 * green;
+    // One of full range is 219 x 112 here, of luma 255 x 112 and of half a difference 255 x 219.
+    const int64_t luma = signal.fullRange ? y * 219 * 112 : (y - 16) * 255 * 112;
+    const int64_t half = signal.fullRange ? 2 * 219 * 112 : 255 * 219;
+    const int64_t toRed = half * (10000 - red) * (v - 128), toBlue = half * (10000 - blue) * (u - 128);
+    // Y = red R + green G + blue B
+    return {luma * scale + toRed * green, luma * scale - red * toRed - blue * toBlue, luma * scale + toBlue * green,
+            219 * 112 * scale};
+}
+
+bool IsNear(uint8_t got, int64_t exact, int64_t one) {
+    return std::abs(got * one - std::clamp<int64_t>(exact, 0, 255 * one)) <= one / 100 * 53;
+}
+
+std::vector<ColourSignal> Signals() {
+    using Matrix = ColourSignal::Matrix;
+    std::vector<ColourSignal> signals;
+    for (const Matrix matrix : {Matrix::Bt601, Matrix::Bt709, Matrix::Bt2020})
+        for (const bool full : {false, true})
+            signals.push_back({matrix, full});
+    return signals;
+}
+
+TEST(Colours, MatricesKeepToTheRecommendations) {
+    for (const ColourSignal& signal : Signals()) {
+        const ColourMatrix& matrix = MatrixOf(signal);
+        for (int32_t i = 0; i < 1 << 24; ++i) {
+            const int32_t y = i >> 16, u = i >> 8 & 255, v = i & 255;
+            const Exact exact = ExactRgb(signal, y, u, v);
+            const Rgb rgb = matrix.ToRgb(y, u, v);
+            ASSERT_TRUE(IsNear(rgb.red, exact.red, exact.one) && IsNear(rgb.green, exact.green, exact.one) &&
+                        IsNear(rgb.blue, exact.blue, exact.one))
+                << y << ' ' << u << ' ' << v;
+        }
+        const uint8_t black = signal.fullRange ? 0 : 16, white = signal.fullRange ? 255 : 235;
+        for (const auto& [luma, value] : {std::pair{black, 0}, {white, 255}}) {
+            const Rgb rgb = matrix.ToRgb(luma, 128, 128);
+            EXPECT_TRUE(rgb.red == value && rgb.green == value && rgb.blue == value);
+        }
+    }
+}
+
+// Odd sizes, and rows of more than one block; in place, and nothing beside.
+TEST(Colours, PlanesBecomeFullRangeBt601) {
+    constexpr uint32_t kSizes[][2] = {{1, 1}, {1, 4}, {5, 1}, {3, 3}, {64, 64}, {1023, 4}, {1025, 5}, {2049, 3}};
+    for (const ColourSignal& signal : Signals())
+        for (const auto& [width, height] : kSizes)
+            for (const Fill fill : {Fill::Random, Fill::Extremes}) {
+                const uint32_t columns = width / 2, rows = height / 2;
+                Sources from(width, height, 5, fill, At::Begin, width + height);
+                PoisonedPlane y(width, height, 3), u(columns, rows, 3), v = u, expectedEdge = y;
+                for (uint32_t row = 0; row < height; ++row)
+                    std::copy_n(from.y.Row(row), width, y.Row(row));
+                for (uint32_t row = 0; row < rows; ++row) {
+                    std::copy_n(from.u.Row(row), columns, u.Row(row));
+                    std::copy_n(from.v.Row(row), columns, v.Row(row));
+                }
+                ToFullRangeBt601({y.Data(), u.Data(), v.Data(), y.Step(), u.Step(), width, height}, signal);
+                for (uint32_t i = 0; i < width * height; ++i) {
+                    const uint32_t x = i % width, row = i / width;
+                    const bool coloured = columns > 0 && rows > 0;
+                    const uint32_t at = std::min(x / 2, columns - 1), line = std::min(row / 2, rows - 1);
+                    const Exact e = ExactRgb(signal, from.y.Row(row)[x], coloured ? from.u.Row(line)[at] : 128,
+                                             coloured ? from.v.Row(line)[at] : 128);
+                    const int64_t luma = 299 * e.red + 587 * e.green + 114 * e.blue;
+                    ASSERT_TRUE(IsNear(y.At(x, row), luma, 1000 * e.one)) << x << ", " << row;
+                    if (coloured) {
+                        ASSERT_TRUE(IsNear(u.At(at, line), 1000 * e.blue - luma + 128 * 1772 * e.one, 1772 * e.one));
+                        ASSERT_TRUE(IsNear(v.At(at, line), 1000 * e.red - luma + 128 * 1402 * e.one, 1402 * e.one));
+                    }
+                    expectedEdge.Row(row)[x] = y.At(x, row);
+                }
+                ASSERT_TRUE(y.Equals(expectedEdge));
+            }
 }
 
 struct Scaling {

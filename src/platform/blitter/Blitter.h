@@ -18,6 +18,7 @@
 #include <optional>
 #include <vector>
 
+#include "base/ColourSignal.h"
 #include "base/Mutex.h"
 #include "base/Rectangle.h"
 #include "corvane/decoder.h"
@@ -62,6 +63,9 @@ public:
     }
     virtual BlitResult Unlock() { return BlitResult::Failed; }
     virtual BlitResult Restore() { return BlitResult::Failed; }
+
+    // Of a video surface: what its samples mean, from here on; full-range BT.601 at first.
+    virtual void SetColours(const ColourSignal& /*colours*/) {}
 
     // Both clip to the surface. `color` is 0x00BBGGRR.
     virtual BlitResult Fill(const Rect& /*rect*/, uint32_t /*color*/) { return BlitResult::Failed; }

@@ -31,11 +31,16 @@ class MemoryVideo : public MemorySurface {
 public:
     BlitResult DrawOn(const RasterView& to, const Rect& destination, const Rect& source, VideoBlit& blit) final {
         conversions.fetch_add(1, std::memory_order_relaxed);
-        return blit.Draw(to, destination, Picture(), source) ? BlitResult::Ok : BlitResult::Failed;
+        VideoPicture picture = Picture();
+        picture.matrix = kernels::MatrixBeside(m_colours);
+        return blit.Draw(to, destination, picture, source) ? BlitResult::Ok : BlitResult::Failed;
     }
+    void SetColours(const ColourSignal& colours) final { m_colours = colours; }
 
 private:
     virtual VideoPicture Picture() const = 0;
+
+    ColourSignal m_colours;
 };
 
 class OwnVideo final : public MemoryVideo {

@@ -37,9 +37,9 @@ kernels::Source420 PlanesAt(const kernels::Source420& planes, int64_t x, int64_t
 
 // `part` is even, as is its size.
 void Convert(const RasterView& to, int64_t x, int64_t y, const kernels::Source420& planes, uint32_t width,
-             uint32_t height, bool streaming) {
+             uint32_t height, const kernels::ColourMatrix* matrix, bool streaming) {
     kernels::YCbCrToRGB(planes, PixelAt(to, x, y), to.step, width, height,
-                        {.bytes = 4, .fourth = 0xFF, .streaming = streaming});
+                        {.bytes = 4, .fourth = 0xFF, .streaming = streaming, .matrix = matrix});
 }
 
 }    // namespace
@@ -53,7 +53,7 @@ bool VideoBlit::Draw(const RasterView& to, const Rect& destination, const VideoP
     if (same && IsEven(shown) && IsEven(part.Moved(-destination.left, -destination.top))) {
         const Rect from = part.Moved(shown.left - destination.left, shown.top - destination.top);
         Convert(to, part.left, part.top, PlanesAt(picture.planes, from.left, from.top), Small(part.Width()),
-                Small(part.Height()), part.Width() * part.Height() >= kStreamingPixels);
+                Small(part.Height()), picture.matrix, part.Width() * part.Height() >= kStreamingPixels);
         return true;
     }
     const bool shrinks = shown.Width() > destination.Width() || shown.Height() > destination.Height();
@@ -120,7 +120,7 @@ bool VideoBlit::DrawShrunk(const RasterView& to, const Rect& destination, const 
     for (uint32_t row = 0; row < height; row += kBandRows) {
         const uint32_t rows = std::min(kBandRows, height - row);
         ShrinkBand(planes, row, rows);
-        Convert(target, left, top + row, m_band, (width + 1) & ~1u, (rows + 1) & ~1u, streaming);
+        Convert(target, left, top + row, m_band, (width + 1) & ~1u, (rows + 1) & ~1u, picture.matrix, streaming);
     }
     return direct || Stretch(to, destination, AsPicture(m_whole.View()), {0, 0, width, height});
 }
@@ -135,7 +135,7 @@ bool VideoBlit::DrawConverted(const RasterView& to, const Rect& destination, con
     m_chroma.Free();
     m_bands.Free();
     Convert(m_whole.View(), 0, 0, PlanesAt(picture.planes, even.left, even.top), Small(even.Width()),
-            Small(even.Height()), false);
+            Small(even.Height()), picture.matrix, false);
     return Stretch(to, destination, AsPicture(m_whole.View()), source.Moved(-even.left, -even.top));
 }
 

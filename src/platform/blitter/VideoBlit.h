@@ -1,9 +1,10 @@
 // Puts a 4:2:0 picture on a raster: converted where the size stays, made smaller before it is converted where it
-// shrinks, enlarged after. Full-range BT.601 with the house's integers (kernels/YCbCrToRGB.h).
+// shrinks, enlarged after.
 #pragma once
 
 #include <cstdint>
 
+#include "kernels/ColourMatrix.h"
 #include "kernels/PlaneShrink.h"
 #include "kernels/Source420.h"
 #include "platform/raster/Raster.h"
@@ -14,6 +15,7 @@ struct VideoPicture {
     kernels::Source420 planes;
     uint32_t width = 0;    // both even: the pixels that have chroma
     uint32_t height = 0;
+    const kernels::ColourMatrix* matrix = nullptr;    // as RgbLayout has it
 };
 
 // Keeps tables and bands for the next picture like the one before. One thread at a time.

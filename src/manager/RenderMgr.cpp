@@ -267,7 +267,7 @@ void CRenderMgr::RenderLoop() {
     }
     m_kept = {};
     m_slot.DestroyAll();
-    m_sinks.Keep({});
+    m_sinks.Clear();
 }
 
 // Ends a turn and waits for the next one, which is all that the render thread needs the lock for.

@@ -24,6 +24,13 @@ void WindowSinks::Keep(std::initializer_list<WindowWatchPtr> windows) {
     Publish();
 }
 
+void WindowSinks::Clear() noexcept {
+    std::shared_ptr<const Ways> gone;    // dies after the lock is dropped
+    m_ways.clear();
+    MutexLock lock(m_mutex);
+    gone.swap(m_published);
+}
+
 void WindowSinks::Publish() {
     std::shared_ptr<const Ways> next =
         std::make_shared<const Ways>(m_ways);    // the old one dies after the lock is dropped

@@ -21,8 +21,10 @@ public:
 
     // The sink of this window, made where there is none yet; null for a null watch. May raise std::bad_alloc.
     WindowSink* Of(const WindowWatchPtr& window);
-    // Ends the sinks of all other windows.
+    // Ends the sinks of all other windows. May raise std::bad_alloc.
     void Keep(std::initializer_list<WindowWatchPtr> windows);
+    // Ends all of them.
+    void Clear() noexcept;
     // See WindowSink::Resume and WindowSink::Trim; of any.
     bool Resume();
     bool Trim();

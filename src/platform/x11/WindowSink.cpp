@@ -50,8 +50,6 @@ public:
     bool Copy(Raster& out) override;
 
 protected:
-    void Lock() override NO_THREAD_SAFETY_ANALYSIS { m_imageLock.lock(); }
-    void Unlock() override NO_THREAD_SAFETY_ANALYSIS { m_imageLock.unlock(); }
     const RasterView& Image() const override { return m_image; }
 
 private:
@@ -92,10 +90,10 @@ private:
     bool m_wanted = false;         // Prepare was refused for these
     std::vector<uint8_t> m_band;
 
-    Mutex m_imageLock;    // the image's pixels and its being replaced; taken through the base, hence no annotations
     AlignedBuffer m_private;
-    RasterView m_image;    // of m_shared or m_private
-    bool m_put = false;    // this image, once
+    RasterView m_image;    // of m_shared or m_private; changed under m_imageLock
+
+    bool m_put GUARDED_BY(m_imageLock) = false;    // this image, once
 };
 
 WindowSink::State ServerSink::Absent() {
@@ -107,12 +105,9 @@ void ServerSink::DropImage() {
     if (m_imageSize == WindowWatch::Size())
         return;
     m_state->Detach(m_connection->Xcb());
-    m_imageLock.lock();
-    m_image = {};
-    m_put = false;
+    HideImage();    // nobody copies from what is freed
     m_shared.Free();
     m_private.Free();
-    m_imageLock.unlock();
     m_imageSize = {};
     m_fresh = false;
     m_unsent.clear();

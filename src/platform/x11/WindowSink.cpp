@@ -1,6 +1,7 @@
 #include "platform/x11/WindowSink.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <vector>
 
@@ -93,7 +94,7 @@ private:
     AlignedBuffer m_private;
     RasterView m_image;    // of m_shared or m_private; changed under m_imageLock
 
-    bool m_put GUARDED_BY(m_imageLock) = false;    // this image, once
+    std::atomic<bool> m_put{false};    // this image, once
 };
 
 WindowSink::State ServerSink::Absent() {
@@ -131,11 +132,12 @@ WindowSink::State ServerSink::Prepare() {
         m_unsent.clear();    // when it comes into view, everything is put anew
         return State::Hidden;
     }
-    if (m_state->RefusedAsBusy())
+    const SinkState::Answers answers = m_state->TakeAnswers();
+    if (answers.busy)
         return State::Busy;
     if (!std::exchange(m_transportKnown, true))
         m_transport = m_connection->Server().transport;
-    if (m_state->TakeRefusal()) {
+    if (answers.refused) {
         m_transport = m_transport == Transport::Descriptor ? Transport::Segment : Transport::Bands;
         DropImage();
     }
@@ -222,10 +224,7 @@ bool ServerSink::Put(std::span<const Rect> parts) {
     if (m_parts.empty() || xcb_connection_has_error(xcb) != 0)
         return false;
     m_fresh = false;
-    {
-        MutexLock lock(m_imageLock);
-        m_put = true;
-    }
+    m_put = true;
     // Bands are flushed as they are sent; one flush more could wait behind that of the event thread, which a server
     // that stands still holds up where bands have filled the socket.
     if (m_transport == Transport::Bands) {

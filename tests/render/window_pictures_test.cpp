@@ -48,18 +48,19 @@ void Paint(DecodedFrame& frame) {
 
 // What the stream signals; it counts where the way says so.
 constexpr ColourSignal kSignal{ColourSignal::Matrix::Bt709, false};
+const kernels::ColourMatrix* matrix = nullptr;
 
-Raster AsColours(const DecodedFrame& frame, bool signalled) {
+Raster AsColours(const DecodedFrame& frame) {
     Raster colours = Blank(frame.width, frame.height);
     const kernels::Source420 planes{frame.planes[0],  frame.planes[1],  frame.planes[2],
                                     frame.strides[0], frame.strides[1], frame.strides[2]};
     (void)kernels::ref::YCbCrToRGB(planes, colours.View().data, colours.View().step, frame.width, frame.height,
-                                   {.bytes = 4, .matrix = signalled ? &kernels::MatrixOf(kSignal) : nullptr});
+                                   {.bytes = 4, .matrix = matrix});
     return colours;
 }
 
 // The picture made smaller before it is converted, as the default renderer does; even sizes.
-Raster AsShrunkColours(const DecodedFrame& frame, uint32_t width, uint32_t height, bool signalled) {
+Raster AsShrunkColours(const DecodedFrame& frame, uint32_t width, uint32_t height) {
     test::PlainPicture small(width, height);
     for (uint32_t plane = 0; plane < 3; ++plane) {
         const uint32_t part = plane == 0 ? 1 : 2;
@@ -67,7 +68,7 @@ Raster AsShrunkColours(const DecodedFrame& frame, uint32_t width, uint32_t heigh
                                  frame.planes[plane], frame.strides[plane], 0, height / part,
                                  const_cast<uint8_t*>(small.frame.planes[plane]), small.frame.strides[plane]);
     }
-    return AsColours(small.frame, signalled);
+    return AsColours(small.frame);
 }
 
 // The greatest difference of a colour; the fourth byte does not count. 255 for other sizes.
@@ -205,7 +206,8 @@ TEST(WindowPictures, EveryWayWithEverySetting) {
     const uint32_t window = client.Create({.x = 30, .y = 20, .width = 220, .height = 160});
     const uint32_t second = client.Create({.x = 300, .y = 20, .width = 100, .height = 70});
     for (const Way& way : ways) {
-        const Raster picture = AsColours(source.frame, way.signalled);
+        matrix = way.signalled ? &kernels::MatrixOf(kSignal) : nullptr;
+        const Raster picture = AsColours(source.frame);
         for (const Show& show : shows) {
             SCOPED_TRACE(std::string(way.name) + ", " + show.name);
             client.Fill(window, {0, 0, 999, 999}, 0x00808080);
@@ -236,8 +238,7 @@ TEST(WindowPictures, EveryWayWithEverySetting) {
             manager.PresentFrame(frame, source.frame, true, kSignal);
             EXPECT_EQ(source.references, way.shared ? 1 : 0);
             const auto small = [&](uint32_t width, uint32_t height) {
-                return way.Default() ? AsShrunkColours(source.frame, width, height, way.signalled)
-                                     : AsColours(source.frame, way.signalled);
+                return way.Default() ? AsShrunkColours(source.frame, width, height) : AsColours(source.frame);
             };
             const Raster expected = Expected(way, show, picture, small(100, 60));
             expectShown(window, expected, way.Bordered() ? 4 : 2);

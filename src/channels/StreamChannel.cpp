@@ -1,5 +1,6 @@
 #include "channels/StreamChannel.h"
 
+#include <cstddef>
 #include <new>
 #include <stdexcept>
 #include <system_error>
@@ -158,6 +159,8 @@ void StreamChannel::CountTaken() {
 
 void StreamChannel::GetStatistics(ChannelStatistics& out) {
     m_counters.Fill(out);
+    if (out.recordSize <= offsetof(ChannelStatistics, queueFrames))
+        return;    // nobody looks at the queue
     MutexLock lock(m_mutex);
     out.queueFrames = m_queue.Count();
     out.queueBytes = m_queue.Bytes();

@@ -49,7 +49,8 @@ public:
     void SetBlockWhenFull(bool on);
     void EmptyQueue();
     bool IsBuffering();
-    void GetStatistics(ChannelStatistics& out);    // all but recordSize
+    // All but recordSize, which says how much of the record counts.
+    void GetStatistics(ChannelStatistics& out);
 
     CRenderMgr& Render() { return m_render; }
     StillRoad& Stills() { return m_stills; }

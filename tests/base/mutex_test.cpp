@@ -6,6 +6,8 @@
 #include <thread>
 #include <vector>
 
+#include "base/Published.h"
+
 namespace corvane {
 namespace {
 
@@ -65,6 +67,34 @@ TEST(SharedMutex, TimedWriterGivesUpAndLetsQueuedReadersGo) {
     TryExclusiveLock held(mutex, std::chrono::nanoseconds(0));
     ASSERT_TRUE(static_cast<bool>(held));
     EXPECT_FALSE(static_cast<bool>(TryExclusiveLock(mutex, milliseconds(1))));
+}
+
+// Readers see whole values, and never an older one after a newer.
+TEST(Published, ValuesAreReadWhole) {
+    struct Value {
+        uint64_t number;
+        uint8_t odd;
+        uint64_t again[5];
+    };
+    Published<Value> published;
+    std::atomic<bool> done{false};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 3; ++i)
+        readers.emplace_back([&] {
+            for (uint64_t last = 0; !done;) {
+                const Value value = published.Read();
+                EXPECT_EQ(value.odd, value.number % 2);
+                for (const uint64_t part : value.again)
+                    EXPECT_EQ(part, value.number);
+                EXPECT_GE(value.number, last);
+                last = value.number;
+            }
+        });
+    for (uint64_t n = 1; n < 200'000; ++n)
+        published.Publish({n, static_cast<uint8_t>(n % 2), {n, n, n, n, n}});
+    done = true;
+    for (std::thread& reader : readers)
+        reader.join();
 }
 
 }    // namespace

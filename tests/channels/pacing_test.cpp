@@ -281,7 +281,8 @@ TEST(Pacing, ABusyManagerIsNotWaitedForWhenTheQueueIsOver) {
         return Outcome::Put;
     };
     const RendererMaker makers[] = {{"DirectDraw", [](uint32_t) { return true; },
-                                     [](const PresentSettings&, Clock&) -> RendererPtr {
+                                     [](const PresentSettings&, Clock& clock) -> RendererPtr {
+                                         EXPECT_NE(&clock, &Clock::System());
                                          return std::make_shared<test::ScriptedRenderer>(script);
                                      }}};
     test::SimulatedChannel simulation(arrivals, makers);

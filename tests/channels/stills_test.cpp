@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "channels/ChannelLive.h"
+#include "kernels/FullRangeBt601.h"
 #include "support/BareDecoder.h"
 #include "support/Client.h"
 #include "support/ScriptedDecoder.h"
@@ -22,9 +23,10 @@ constexpr uint32_t kNumbered = 4;
 
 // A channel that shows one JPEG picture.
 struct OnePicture {
-    explicit OnePicture(int width, int height, uint32_t statedWidth = 0, uint32_t statedHeight = 0) {
-        stream = test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = width, .height = height, .frames = 1});
-        bare = test::BareDecode(CORVANE_STREAM_JPEG, stream);
+    explicit OnePicture(int width, int height, uint32_t statedWidth = 0, uint32_t statedHeight = 0,
+                        uint32_t type = CORVANE_STREAM_JPEG, const char* signal = "") {
+        stream = test::MakeVideo({.streamType = type, .width = width, .height = height, .frames = 1, .signal = signal});
+        bare = test::BareDecode(type, stream);
         planes = test::To420(*bare[0]);
         for (int i = 0; i < 3; ++i) {
             decoded.planes[i] = planes->data[i];
@@ -33,7 +35,7 @@ struct OnePicture {
         decoded.width = static_cast<uint32_t>(width);
         decoded.height = static_cast<uint32_t>(height);
         client.Start();
-        EXPECT_EQ(client.Feed(CORVANE_STREAM_JPEG, stream[0].bytes, true, 7000, statedWidth, statedHeight), Status_Ok);
+        EXPECT_EQ(client.Feed(type, stream[0].bytes, true, 7000, statedWidth, statedHeight), Status_Ok);
         EXPECT_TRUE(Eventually([&] { return !client.Take().empty(); }));
     }
 
@@ -46,7 +48,11 @@ struct OnePicture {
         uint8_t* buffer = nullptr;
         uint32_t stride = 0, pixels = 0;
         EXPECT_EQ(maker->GetBuffer(width, height, &buffer, &stride, &pixels), 0);
-        (void)FilterChain().Run({}, *frame, source, buffer, stride, pixels, width, height);
+        (void)FilterChain().Run({}, *frame, source, buffer, stride, pixels, width, height, colours);
+        const PictureView view = LayOut(buffer, stride, {width, height}, pixels);
+        if (colours && format == 8)    // the samples of a JPEG file
+            kernels::ToFullRangeBt601(
+                {view.plane[0], view.plane[1], view.plane[2], view.stride[0], view.stride[1], width, height}, *colours);
         maker->Make();
         return maker;
     }
@@ -56,6 +62,7 @@ struct OnePicture {
     std::vector<test::BarePicture> bare;
     test::BarePicture planes;
     DecodedFrame decoded{};
+    std::optional<ColourSignal> colours;
 };
 
 void ExpectStill(const OnePicture& one, decltype(&Corvane_GetCurrentSnapShot) snap, uint32_t flags,
@@ -100,6 +107,26 @@ TEST(Stills, EachFormat) {
         ASSERT_EQ(Corvane_GetCurrentSnapShot(one.client.channel, &picture, 7 | 6 << 16), Status_Ok);
         EXPECT_EQ(std::vector<uint8_t>(picture.data, picture.data + picture.size), one.stream[0].bytes);
         Corvane_FreePicture(&picture);
+    }
+}
+
+// With pictures that a callback gets.
+TEST(Stills, ColoursAsSignalled) {
+    OnePicture one(160, 96, 0, 0, CORVANE_STREAM_H264, ",colorspace=bt2020nc");
+    for (const bool on : {true, false}) {
+        one.colours = on ? std::optional(ColourSignal{ColourSignal::Matrix::Bt2020, false}) : std::nullopt;
+        Client client(4, true);
+        for (void* const channel : {one.client.channel, client.channel})
+            ASSERT_EQ(Corvane_SetChannelOption(channel, CORVANE_OPTION_COLOURS, on ? 1 : 0, 0), Status_Ok);
+        for (const uint32_t format : {2u, 4u, 6u, 8u, 11u, 17u})
+            ExpectStill(one, &Corvane_GetCurrentSnapShot, kNumbered | format << 16,
+                        *one.Wanted(one.decoded, format, 160, 96));
+        client.Start();
+        ASSERT_EQ(client.Feed(CORVANE_STREAM_H264, one.stream[0].bytes, true, 0), Status_Ok);
+        std::vector<Client::Shown> shown;
+        ASSERT_TRUE(Eventually([&] { return !(shown = client.Take()).empty(); }));
+        const PictureMakerPtr wanted = one.Wanted(one.decoded, 4, 160, 96);
+        EXPECT_EQ(std::memcmp(shown[0].pixels.data(), wanted->GetData(), wanted->GetSize()), 0) << on;
     }
 }
 

@@ -169,6 +169,34 @@ TEST_F(VideoHolder, SharesWhatItsDecoderShares) {
     EXPECT_EQ(own->ShareFrame(&none, 2), -1);
 }
 
+// What encoders signal, and what counts where they do not; grey and RGB are as the scaler makes them.
+TEST_F(VideoHolder, PicturesCarryTheColoursOfTheirStream) {
+    using Matrix = ColourSignal::Matrix;
+    const std::pair<VideoSpec, ColourSignal> rows[] = {
+        {{.height = 718}, {Matrix::Bt601, false}},
+        {{.height = 720}, {Matrix::Bt709, false}},
+        {{.height = 720, .signal = ",colorspace=smpte240m"}, {Matrix::Bt709, false}},    // none of ours
+        {{.signal = ",colorspace=bt709,color_range=pc"}, {Matrix::Bt709, true}},
+        {{.sampling = Sampling::Yuv444, .signal = ",color_range=pc"}, {Matrix::Bt601, true}},
+        {{.height = 720, .signal = ",colorspace=bt470bg,color_range=tv"}, {Matrix::Bt601, false}},
+        {{.height = 720, .signal = ",colorspace=smpte170m"}, {Matrix::Bt601, false}},
+        {{.streamType = kH265, .bitDepth = 10, .signal = ",colorspace=bt2020nc"}, {Matrix::Bt2020, false}},
+        {{.streamType = kH265, .sampling = Sampling::Gray, .signal = ",color_range=pc"}, {Matrix::Bt601, false}},
+        {{.streamType = kH265, .height = 720, .signal = ",pixel_format=gbrp"}, {Matrix::Bt601, false}},
+        {{.streamType = kMpeg4}, {Matrix::Bt601, false}},
+        {{.streamType = kJpeg, .height = 720}, {Matrix::Bt601, true}},
+    };
+    for (auto [spec, colours] : rows) {
+        spec.frames = 1;
+        VideoDecoderHolder holder;
+        uint32_t got = 0;
+        ASSERT_EQ(holder.Decode(MakeFrame(spec.streamType, MakeVideo(spec)[0].bytes, true, 0), &got), 0);
+        EXPECT_TRUE(got != 0 && holder.ShareCurrent().Colours() == colours) << spec.streamType << spec.signal;
+    }
+    ASSERT_EQ(Decode(Fake(CORVANE_STREAM_H264, true)), 0);
+    EXPECT_EQ(m_holder->ShareCurrent().Colours(), ColourSignal()) << "of a plug-in";
+}
+
 TEST_F(VideoHolder, DropsADecoderThatStopsAnswering) {
     for (const bool backward : {false, true}) {
         script.silentFrom = 3;

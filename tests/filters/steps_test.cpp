@@ -63,9 +63,12 @@ TEST(DeInterlace, EqualsItsDefinition) {
     }
 }
 
-int32_t Convert(const Picture& source, Picture destination, uint32_t width, uint32_t height) {
+int32_t Convert(const Picture& source, Picture destination, uint32_t width, uint32_t height,
+                const std::optional<ColourSignal>& colours = {}) {
     FilterArgs args{&source, &destination, width, height};
-    return FilterPixelFormatChange().Process(&args);
+    FilterPixelFormatChange change;
+    change.SetColours(colours);
+    return change.Process(&args);
 }
 
 // A 2 x 2 picture of Y 100, 120 / 140, 160, U 200, V 50 in each format, worked by hand; the same from three planes and
@@ -95,6 +98,7 @@ TEST(FormatChange, EveryFormat) {
         {PF_RGB555, 0, {0xDE, 0x05, 0x3F, 0x0E, 0x7F, 0x1A, 0xDF, 0x22}},
         {PF_BGR555, 0, {0xC1, 0x79, 0x23, 0x7E, 0x66, 0x7E, 0xC8, 0x7E}},
     };
+    const Bytes rgb565{0x1C, 0x04, 0xBF, 0x0C, 0x5F, 0x1D, 0xFF, 0x35};    // by full-range BT.601
     for (const auto& row : rows) {
         const bool planes = row.wanted.size() == 6, nv12 = row.format == PF_NV12;
         for (const Picture& source : {planar, pairs}) {
@@ -104,6 +108,8 @@ TEST(FormatChange, EveryFormat) {
                 to = {{got.data(), &got[4], nv12 ? nullptr : &got[5]}, {2, nv12 ? 2 : 1, nv12 ? 0 : 1}, 2, row.format};
             EXPECT_EQ(Convert(source, to, 2, 2), 0) << "format " << row.format << " from " << source.format;
             EXPECT_EQ(got, row.wanted) << "format " << row.format << " from " << source.format;
+            EXPECT_EQ(Convert(source, to, 2, 2, ColourSignal()), 0);
+            EXPECT_TRUE(row.format == PF_RGB565 ? got == rgb565 : got == row.wanted || got.size() == 8) << row.format;
             to.plane[0] = nullptr;
             EXPECT_EQ(Convert(source, to, 2, 2), -1) << row.format;
             EXPECT_EQ(Convert({{}, {2, 2, 2}, 2, source.format}, to, 2, 2), -1) << row.format;

@@ -316,6 +316,8 @@ TEST_F(EventThread, AFullSocketHoldsNobodyUp) {
     };
     Join(guests[1]);
     EXPECT_TRUE(Eventually([&] { return late.rooms == 1; }));
+    connection->Socket().AwaitRoom();    // wakes by itself
+    EXPECT_TRUE(Eventually([&] { return late.rooms == 2; }));
 
     server.Stop();
     xcb_connection_t* const xcb = connection->Xcb();
@@ -341,7 +343,7 @@ TEST_F(EventThread, AFullSocketHoldsNobodyUp) {
         };
         Join(guests[i]);
     }
-    EXPECT_EQ(late.rooms, 1);
+    EXPECT_EQ(late.rooms, 2);
     server.Continue();
     EXPECT_TRUE(Eventually([&] { return answers == 3; })) << "sent once there is room, and nobody pokes";
     LetsGoOfAll();
@@ -349,7 +351,11 @@ TEST_F(EventThread, AFullSocketHoldsNobodyUp) {
 
 // A window gets another size while the answer about the one before is under way: that answer is no news.
 TEST_F(EventThread, AnOldAnswerIsNoNews) {
+    std::atomic<int> looks{0};
+    guests[1]->atTurn = [&] { ++looks; };
+    Join(guests[1]);
     std::this_thread::sleep_for(std::chrono::milliseconds(50));    // until nothing is asked any more
+    EXPECT_LT(looks, 100) << "nobody spins";
     Gate held, go;
     std::atomic<uint32_t> seen{0};
     int turns = 0;

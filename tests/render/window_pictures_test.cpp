@@ -46,12 +46,16 @@ void Paint(DecodedFrame& frame) {
     }
 }
 
+// What the stream signals; it counts where the way says so.
+constexpr ColourSignal kSignal{ColourSignal::Matrix::Bt709, false};
+const kernels::ColourMatrix* matrix = nullptr;
+
 Raster AsColours(const DecodedFrame& frame) {
     Raster colours = Blank(frame.width, frame.height);
     const kernels::Source420 planes{frame.planes[0],  frame.planes[1],  frame.planes[2],
                                     frame.strides[0], frame.strides[1], frame.strides[2]};
     (void)kernels::ref::YCbCrToRGB(planes, colours.View().data, colours.View().step, frame.width, frame.height,
-                                   {.bytes = 4});
+                                   {.bytes = 4, .matrix = matrix});
     return colours;
 }
 
@@ -105,6 +109,7 @@ struct Way {
     bool noBorder;
     bool fullWindow;
     bool shared = false;    // the decoder's picture goes by reference
+    bool signalled = false;
 
     bool Default() const { return (flags & kGdiFlags) == 0; }
     bool Bordered() const { return !Default() && border && !noBorder && !fullWindow; }
@@ -165,10 +170,11 @@ TEST(WindowPictures, EveryWayWithEverySetting) {
     constexpr uint32_t kCompose = CORVANE_FLAG_GDI | CORVANE_FLAG_GDI_COMPOSE;
     const Way ways[] = {{"default", 0, false, false, false},
                         {"default, by reference", 0, false, false, false, true},
-                        {"default, border", CORVANE_FLAG_GDI_COMPOSE, true, false, false},
+                        {"default, by reference, as signalled", 0, false, false, false, true, true},
+                        {"default, border", CORVANE_FLAG_GDI_COMPOSE, true, false, false, false, true},
                         {"default, full window", 0, true, false, true},
                         {"direct", CORVANE_FLAG_GDI_LEGACY, false, false, false},
-                        {"compose", kCompose, false, false, false},
+                        {"compose", kCompose, false, false, false, false, true},
                         {"stretch", CORVANE_FLAG_GDI_STRETCH, false, false, false},
                         {"bordered", CORVANE_FLAG_GDI, true, false, false},
                         {"bordered, compose", kCompose, true, false, false},
@@ -199,8 +205,9 @@ TEST(WindowPictures, EveryWayWithEverySetting) {
     };
     const uint32_t window = client.Create({.x = 30, .y = 20, .width = 220, .height = 160});
     const uint32_t second = client.Create({.x = 300, .y = 20, .width = 100, .height = 70});
-    const Raster picture = AsColours(source.frame);
     for (const Way& way : ways) {
+        matrix = way.signalled ? &kernels::MatrixOf(kSignal) : nullptr;
+        const Raster picture = AsColours(source.frame);
         for (const Show& show : shows) {
             SCOPED_TRACE(std::string(way.name) + ", " + show.name);
             client.Fill(window, {0, 0, 999, 999}, 0x00808080);
@@ -208,6 +215,7 @@ TEST(WindowPictures, EveryWayWithEverySetting) {
             CRenderMgr manager(this, window, way.flags);
             manager.SetOsd(&DrawText, nullptr);
             manager.SetBackground(kBackground);
+            manager.SetSignalledColours(way.signalled);
             for (uint32_t Edges::*edge : {&Edges::left, &Edges::right, &Edges::top, &Edges::bottom})
                 manager.SetMargin(edge, kMargin.*edge);
             if (way.border)
@@ -227,7 +235,7 @@ TEST(WindowPictures, EveryWayWithEverySetting) {
             source.Share();
             if (!way.shared)
                 source.frame.owner = nullptr;
-            manager.PresentFrame(frame, source.frame, true);
+            manager.PresentFrame(frame, source.frame, true, kSignal);
             EXPECT_EQ(source.references, way.shared ? 1 : 0);
             const auto small = [&](uint32_t width, uint32_t height) {
                 return way.Default() ? AsShrunkColours(source.frame, width, height) : AsColours(source.frame);
@@ -236,14 +244,14 @@ TEST(WindowPictures, EveryWayWithEverySetting) {
             expectShown(window, expected, way.Bordered() ? 4 : 2);
             if (show.overview && !way.Bordered()) {    // put with each picture, also where it lies on a margin
                 client.Fill(window, kOverview.Moved(-kWindow.left, -kWindow.top), 0x00808080);
-                manager.PresentFrame(frame, source.frame, true);
+                manager.PresentFrame(frame, source.frame, true, kSignal);
                 expectShown(window, expected, 2);
             }
             if (show.overviewWindow) {
                 const Raster aside = Blank(100, 70, 0x00808080);
                 Lay(aside, way.Default() ? aside.View().Bounds() : Rect{5, 0, 100, 63}, small(100, 70));
                 // Rounding of shrunk chroma counts almost twice in a colour.
-                expectShown(second, aside, way.Default() ? 3 : 2);
+                expectShown(second, aside, !way.Default() ? 2 : way.signalled ? 4 : 3);
             }
         }
         EXPECT_EQ(source.references, 0) << way.name;

@@ -46,6 +46,7 @@ public:
     }
     ChannelStatistics Told() {
         ChannelStatistics told{};
+        told.recordSize = sizeof told;
         channel.GetStatistics(told);
         return told;
     }

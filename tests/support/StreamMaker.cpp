@@ -83,6 +83,7 @@ std::string OptionsOf(const VideoSpec& spec) {
                        ",keyint_min=" + number(spec.gop) + ",bf=" + number(spec.bFrames);
     text += h264 || h265 ? ",flags=0" : ",flags=qscale+bitexact";
     text += spec.interlaced ? "+ildct+ilme" : "";
+    text += spec.signal;
     text += h264 && spec.bFrames == 0 ? ",tune=zerolatency" : "";
     if (!h264 && !h265)
         return text;

@@ -30,6 +30,7 @@ struct VideoSpec {
     Sampling sampling = Sampling::Yuv420;    // JPEG: any but Gray; H.264 and H.265: any; MPEG-4: Yuv420
     int bitDepth = 8;                        // 8 or 10; 10 for H.264 and H.265 only
     std::string options = {};                // more for x264 or x265, as "name=value:name=value"
+    std::string signal = {};                 // more for libavcodec, as ",colorspace=bt709,color_range=pc"
     bool noVui = false;      // H.264: as most cameras, which do not tell how many pictures change their order
     bool packed = false;     // MPEG-4: a B picture comes with the picture before it, one that is not coded in its place
     bool openGop = false;    // H.264 and H.265: key frames are where the encoder puts them

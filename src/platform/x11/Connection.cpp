@@ -62,11 +62,6 @@ void Connection::Close() noexcept {
     m_socket.Disconnect();
 }
 
-bool Connection::Lost() const {
-    MutexLock lock(m_lock);
-    return m_phase == Phase::Lost;
-}
-
 void Connection::Join(std::shared_ptr<EventClient> client) {
     {
         MutexLock lock(m_lock);
@@ -116,11 +111,6 @@ bool Connection::OpenDisplay() {
         xcb_disconnect(xcb);
     m_loop.Lose();
     return false;
-}
-
-bool Connection::Ending() const {
-    MutexLock lock(m_lock);
-    return m_ending;
 }
 
 std::vector<std::shared_ptr<EventClient>> Connection::TakeArrivals() {

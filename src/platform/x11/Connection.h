@@ -44,7 +44,7 @@ public:
 
     // Ends it, when all clients have left. Waits for the event thread but never for the server.
     void Close() noexcept;
-    bool Lost() const;
+    bool Lost() const { return m_phase == Phase::Lost; }
     void Join(std::shared_ptr<EventClient> client);    // may raise std::bad_alloc
     void Poke() noexcept { m_socket.Poke(); }
     MonitorList& Monitors() { return m_monitors; }
@@ -79,7 +79,7 @@ private:
     bool OpenDisplay();
     void Uncount() noexcept;
     // What the loop asks.
-    bool Ending() const;
+    bool Ending() const { return m_ending; }
     std::vector<std::shared_ptr<EventClient>> TakeArrivals();
     std::vector<std::shared_ptr<EventClient>> TakeArrivalsAndLose() noexcept;
 
@@ -96,8 +96,9 @@ private:
     std::atomic<bool> m_finished{false};    // the thread is about to end: joining it takes no time
 
     mutable Mutex m_lock;    // a leaf
-    Phase m_phase GUARDED_BY(m_lock) = Phase::Connecting;
-    bool m_ending GUARDED_BY(m_lock) = false;
+    // Both change under m_lock, so that they do with the arrivals; who only looks needs no lock.
+    std::atomic<Phase> m_phase{Phase::Connecting};
+    std::atomic<bool> m_ending{false};
     std::vector<std::shared_ptr<EventClient>> m_arrivals GUARDED_BY(m_lock);
 
     // Kept by AbandonedConnections until the thread has ended, and under its lock.

@@ -46,6 +46,10 @@ uint32_t MonitorList::IndexOf(xcb_window_t root, const Rect& rect) const {
 
 Monitor MonitorList::Of(xcb_window_t root, const Rect& rect) const {
     MutexLock lock(m_lock);
+    return OfLocked(root, rect);
+}
+
+Monitor MonitorList::OfLocked(xcb_window_t root, const Rect& rect) const {
     for (const Screen& screen : m_screens)
         if (screen.root == root && !screen.monitors.empty())
             return screen.monitors[Nearest(screen.monitors, rect)];
@@ -57,17 +61,19 @@ std::optional<Beam> MonitorList::BeamOf(Connection& connection, xcb_window_t roo
         return std::nullopt;
     std::shared_ptr<BeamWatch> beams;
     bool fresh;
+    Monitor monitor;
     {
         MutexLock lock(m_lock);
         fresh = m_beams == nullptr;
         if (fresh)
             m_beams = std::make_shared<BeamWatch>();
         beams = m_beams;
+        monitor = OfLocked(root, rect);
     }
     if (fresh)
         connection.Join(beams);
     bool stale = false;
-    const std::optional<Beam> beam = beams->Of(root, Of(root, rect).place, &stale);
+    const std::optional<Beam> beam = beams->Of(root, monitor.place, &stale);
     if (stale)
         connection.Socket().Poke();
     return beam;

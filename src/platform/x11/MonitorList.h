@@ -39,6 +39,7 @@ private:
         xcb_window_t root;
         std::vector<Monitor> monitors;
     };
+    Monitor OfLocked(xcb_window_t root, const Rect& rect) const REQUIRES(m_lock);
     void Store(xcb_window_t root, const xcb_randr_get_monitors_reply_t& reply);
 
     mutable Mutex m_lock;    // a leaf

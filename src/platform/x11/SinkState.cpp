@@ -6,15 +6,10 @@
 
 namespace corvane {
 
-bool SinkState::RefusedAsBusy() {
+SinkState::Answers SinkState::TakeAnswers() {
     MutexLock lock(m_lock);
     m_waitedFor |= m_busy;
-    return m_busy;
-}
-
-bool SinkState::TakeRefusal() {
-    MutexLock lock(m_lock);
-    return std::exchange(m_refused, false);
+    return {m_busy, !m_busy && std::exchange(m_refused, false)};
 }
 
 void SinkState::Attach(xcb_connection_t* xcb, SharedMemory& memory) {
@@ -39,6 +34,10 @@ void SinkState::DetachLocked(xcb_connection_t* xcb) {
 
 xcb_gcontext_t SinkState::Context(xcb_connection_t* xcb) {
     MutexLock lock(m_lock);
+    return ContextLocked(xcb);
+}
+
+xcb_gcontext_t SinkState::ContextLocked(xcb_connection_t* xcb) {
     if (m_context == 0) {
         m_context = xcb_generate_id(xcb);
         const uint32_t noExposures = 0;
@@ -49,8 +48,8 @@ xcb_gcontext_t SinkState::Context(xcb_connection_t* xcb) {
 
 void SinkState::Put(xcb_connection_t* xcb, const WindowFacts& facts, uint16_t rowPixels, uint16_t rows,
                     std::span<const Rect> parts) {
-    const xcb_gcontext_t context = Context(xcb);
     MutexLock lock(m_lock);
+    const xcb_gcontext_t context = ContextLocked(xcb);
     for (size_t i = 0; i < parts.size(); ++i) {
         const Rect& part = parts[i];
         const auto left = static_cast<uint16_t>(part.left);

@@ -18,10 +18,12 @@ public:
 
     // ---- The render thread, after the watch was seen alive ----
 
-    // True while the server reads: whoever is refused is told later.
-    bool RefusedAsBusy();
-    // True, once, when the server could not attach the memory that it was given last.
-    bool TakeRefusal();
+    // What the server has said by now.
+    struct Answers {
+        bool busy;       // it reads the last put still: whoever is refused for that is told later
+        bool refused;    // once: it could not attach the memory that it was given last
+    };
+    Answers TakeAnswers();
     void Attach(xcb_connection_t* xcb, SharedMemory& memory);
     void Detach(xcb_connection_t* xcb);    // the attached memory, if any; not while busy
     // The context to draw with, made when first asked for.
@@ -42,6 +44,7 @@ public:
 
 private:
     void DetachLocked(xcb_connection_t* xcb) REQUIRES(m_lock);
+    xcb_gcontext_t ContextLocked(xcb_connection_t* xcb) REQUIRES(m_lock);
 
     const std::shared_ptr<WatchState> m_watch;
 

@@ -46,19 +46,20 @@ void WatchState::OnLeave(Connection& connection) {
 void WatchState::OnLost() noexcept {
     {
         MutexLock lock(m_lock);
-        if (m_facts.life == Life::Dead)
+        if (Facts().life == Life::Dead)
             return;
-        m_facts = {};
-        m_facts.life = Life::Dead;
+        WindowFacts dead;
+        dead.life = Life::Dead;
+        m_facts.Publish(dead);
     }
     m_listeners.Tell(&WindowWatch::Listener::OnWindowChange);
 }
 
 void WatchState::Publish(const WindowFacts& facts) {
     MutexLock lock(m_lock);
-    if (m_facts == facts)
+    if (Facts() == facts)
         return;
-    m_facts = facts;
+    m_facts.Publish(facts);
     m_tell = true;
 }
 

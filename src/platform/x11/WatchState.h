@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/Mutex.h"
+#include "base/Published.h"
 #include "platform/x11/Connection.h"
 #include "platform/x11/ListenerList.h"
 #include "platform/x11/WindowWatch.h"
@@ -34,10 +35,7 @@ public:
     WatchState(xcb_window_t window, bool draw) : m_window(window), m_draw(draw) {}
 
     xcb_window_t Window() const { return m_window; }
-    WindowFacts Facts() const {
-        MutexLock lock(m_lock);
-        return m_facts;
-    }
+    WindowFacts Facts() const { return m_facts.Read(); }
     ListenerList& Listeners() { return m_listeners; }
     void WantDraw() { m_draw.store(true); }         // takes effect with the next turn
     void TellSinkReady() { m_tellReady = true; }    // event thread: at the end of this turn
@@ -65,8 +63,8 @@ private:
     std::atomic<bool> m_draw;
     ListenerList m_listeners;    // with a lock of its own
 
-    mutable Mutex m_lock;    // a leaf
-    WindowFacts m_facts GUARDED_BY(m_lock);
+    Mutex m_lock;                      // of those who publish; a leaf
+    Published<WindowFacts> m_facts;    // written under m_lock
 
     // Only on the event thread.
     std::vector<xcb_window_t> m_chain;    // ancestors from the parent up, without the root

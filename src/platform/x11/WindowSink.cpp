@@ -1,6 +1,7 @@
 #include "platform/x11/WindowSink.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <vector>
 
@@ -50,8 +51,6 @@ public:
     bool Copy(Raster& out) override;
 
 protected:
-    void Lock() override NO_THREAD_SAFETY_ANALYSIS { m_imageLock.lock(); }
-    void Unlock() override NO_THREAD_SAFETY_ANALYSIS { m_imageLock.unlock(); }
     const RasterView& Image() const override { return m_image; }
 
 private:
@@ -92,10 +91,10 @@ private:
     bool m_wanted = false;         // Prepare was refused for these
     std::vector<uint8_t> m_band;
 
-    Mutex m_imageLock;    // the image's pixels and its being replaced; taken through the base, hence no annotations
     AlignedBuffer m_private;
-    RasterView m_image;    // of m_shared or m_private
-    bool m_put = false;    // this image, once
+    RasterView m_image;    // of m_shared or m_private; changed under m_imageLock
+
+    std::atomic<bool> m_put{false};    // this image, once
 };
 
 WindowSink::State ServerSink::Absent() {
@@ -107,12 +106,9 @@ void ServerSink::DropImage() {
     if (m_imageSize == WindowWatch::Size())
         return;
     m_state->Detach(m_connection->Xcb());
-    m_imageLock.lock();
-    m_image = {};
-    m_put = false;
+    HideImage();    // nobody copies from what is freed
     m_shared.Free();
     m_private.Free();
-    m_imageLock.unlock();
     m_imageSize = {};
     m_fresh = false;
     m_unsent.clear();
@@ -136,11 +132,12 @@ WindowSink::State ServerSink::Prepare() {
         m_unsent.clear();    // when it comes into view, everything is put anew
         return State::Hidden;
     }
-    if (m_state->RefusedAsBusy())
+    const SinkState::Answers answers = m_state->TakeAnswers();
+    if (answers.busy)
         return State::Busy;
     if (!std::exchange(m_transportKnown, true))
         m_transport = m_connection->Server().transport;
-    if (m_state->TakeRefusal()) {
+    if (answers.refused) {
         m_transport = m_transport == Transport::Descriptor ? Transport::Segment : Transport::Bands;
         DropImage();
     }
@@ -227,10 +224,7 @@ bool ServerSink::Put(std::span<const Rect> parts) {
     if (m_parts.empty() || xcb_connection_has_error(xcb) != 0)
         return false;
     m_fresh = false;
-    {
-        MutexLock lock(m_imageLock);
-        m_put = true;
-    }
+    m_put = true;
     // Bands are flushed as they are sent; one flush more could wait behind that of the event thread, which a server
     // that stands still holds up where bands have filled the socket.
     if (m_transport == Transport::Bands) {

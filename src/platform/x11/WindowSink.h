@@ -13,6 +13,7 @@
 #include <memory>
 #include <span>
 
+#include "base/Mutex.h"
 #include "platform/Clock.h"
 #include "platform/raster/Raster.h"
 #include "platform/x11/WindowWatch.h"
@@ -32,14 +33,13 @@ public:
     // Holds the image while it is written, against Copy. Never across a client's callback.
     class Writing {
     public:
-        Writing(Writing&& other) noexcept : m_sink(other.m_sink) { other.m_sink = nullptr; }
-        ~Writing();
-        const RasterView& Image() const;
+        const RasterView& Image() const { return m_sink.Image(); }
 
     private:
         friend class WindowSink;
-        explicit Writing(WindowSink* sink);
-        WindowSink* m_sink;
+        explicit Writing(WindowSink& sink) : m_sink(sink), m_lock(sink.m_imageLock) {}
+        WindowSink& m_sink;
+        MutexLock m_lock;
     };
 
     // `owner` names the renderer's manager in log lines. `clock` outlives the sink; Trim goes by it. May raise
@@ -55,7 +55,7 @@ public:
     // The size that Prepare settled on; 0x0 where it was not Ready or Hidden. An image exists when it was Ready.
     virtual WindowWatch::Size Size() const = 0;
 
-    Writing Write() { return Writing(this); }
+    Writing Write() { return Writing(*this); }
     // Shows these parts of the image (clipped to it) on the window. Only after Ready. False: nothing is on its way
     // there, since the parts lie outside or the server is gone.
     virtual bool Put(std::span<const Rect> parts) = 0;
@@ -71,20 +71,9 @@ public:
     virtual bool Copy(Raster& out) = 0;
 
 protected:
-    virtual void Lock() = 0;
-    virtual void Unlock() = 0;
     virtual const RasterView& Image() const = 0;
-};
 
-inline WindowSink::Writing::Writing(WindowSink* sink) : m_sink(sink) {
-    m_sink->Lock();
-}
-inline WindowSink::Writing::~Writing() {
-    if (m_sink != nullptr)
-        m_sink->Unlock();
-}
-inline const RasterView& WindowSink::Writing::Image() const {
-    return m_sink->Image();
-}
+    Mutex m_imageLock;    // the image's pixels and its being replaced, both by the render thread; a leaf
+};
 
 }    // namespace corvane

@@ -241,6 +241,7 @@ TEST(Callbacks, ReleaseBesideCreationAndStills) {
 }
 
 std::atomic<int> infos[2], texts[2];    // of the instance, of the channel
+std::atomic<void*> contexts[2];         // that the channel's last got
 
 // What an instance gives its channels where they bring nothing of their own.
 TEST(Callbacks, OfAnInstanceAndOfAChannel) {
@@ -252,22 +253,29 @@ TEST(Callbacks, OfAnInstanceAndOfAChannel) {
                   [](void*, OsdInfo*) { ++texts[0]; }, 0, 0, 0, CORVANE_VERSION, 0, 0x00C08040),
               Status_Ok);
     const std::vector<uint8_t> jpeg = OneJpeg();
-    for (const bool own : {false, true}) {
+    for (const uint32_t mask : {0u, 3u, 3u | 4u, 3u | 8u}) {
+        const bool own = mask != 0;
         const xcb_window_t window = client.Create();
         ChannelSettings settings{};
         settings.window = window;
-        settings.mask = own ? 0x0003u : 0u;
-        settings.streamInfo = [](void*, uint32_t, uint64_t, uint64_t) { ++infos[1]; };
-        settings.osd = [](void*, OsdInfo*) { ++texts[1]; };
+        settings.mask = mask;
+        settings.streamInfoContext = &infos;
+        settings.osdContext = &texts;
+        settings.streamInfo = [](void* context, uint32_t, uint64_t, uint64_t) { contexts[0] = context, ++infos[1]; };
+        settings.osd = [](void* context, OsdInfo*) { contexts[1] = context, ++texts[1]; };
         void* channel = nullptr;
         ASSERT_EQ(Corvane_CreateChannel(instance, &channel, &settings), Status_Ok);
         EXPECT_TRUE(Eventually([&] { return (client.Read(window, {9, 9, 10, 10})[0] & 0xFFFFFF) == 0x4080C0; }));
+        const int before[] = {infos[own], texts[own]};
         const int others[] = {infos[!own], texts[!own]};
         ASSERT_EQ(Corvane_StartChannel(channel, 0), Status_Ok);
         const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, 1000);
         EXPECT_EQ(Corvane_InputEncodedMediaFrame(channel, &header), Status_Ok);
-        EXPECT_TRUE(Eventually([&] { return infos[own] > 0 && texts[own] > 0; }));
+        EXPECT_TRUE(Eventually([&] { return infos[own] > before[0] && texts[own] > before[1]; })) << mask;
         EXPECT_EQ(Corvane_DeleteChannel(instance, &channel), Status_Ok);
+        EXPECT_TRUE(contexts[0] == ((mask & 4) != 0 ? &infos : nullptr) &&
+                    contexts[1] == ((mask & 8) != 0 ? &texts : nullptr))
+            << mask;
         EXPECT_TRUE(infos[!own] == others[0] && texts[!own] == others[1]);
         client.Destroy(window);
     }

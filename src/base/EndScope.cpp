@@ -6,16 +6,16 @@
 namespace corvane {
 
 namespace {
-Mutex mutex;    // taken last, held for a walk over the waits in progress
+Mutex mutex;    // taken last; held for one walk over the waits in progress
 EndScope* waits GUARDED_BY(mutex) = nullptr;
 }    // namespace
 
-// Does `target`, directly or through others, wait for `waiter`? An owner has several threads, so all waits of each
-// owner that is reached are looked at. The walk needs no memory but the waits themselves.
+// Whether `target` waits for `waiter`, directly or through other owners. An owner has several threads, so the walk
+// follows all waits of each owner that it reaches. It links the waits themselves and allocates nothing.
 bool EndScope::Reaches(const void* target, const void* waiter) noexcept NO_THREAD_SAFETY_ANALYSIS {
     for (EndScope* wait = waits; wait != nullptr; wait = wait->m_next)
         wait->m_reached = false;
-    EndScope* last = nullptr;    // of those reached and not looked at yet, newest first
+    EndScope* last = nullptr;    // waits that were reached and not followed yet, newest first
     for (const void* owner = target; owner != waiter;) {
         for (EndScope* wait = waits; wait != nullptr; wait = wait->m_next) {
             if (wait->m_waiter != owner || wait->m_reached)

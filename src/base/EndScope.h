@@ -1,14 +1,15 @@
-// Who may wait for the end of whose threads. A library thread that asks to join itself, or a thread that (over any
-// number of steps) waits for it, is refused instead of hanging for ever.
+// Refuses to join a thread that waits for the caller. Without it a library thread that asks for its own end, or for the
+// end of a thread that waits for it (directly or over any number of owners), would hang for ever.
 #pragma once
 
 namespace corvane {
 
-// Lives as long as the wait for a channel's threads. A caller that ends several channels makes all scopes first, and keeps
-// them until the last channel has ended. It can then be refused only before it has changed anything.
+// Lives as long as the wait for a channel's threads. A caller that ends several channels makes all scopes first, and
+// keeps them until the last channel has ended. It can then be refused only before it has changed anything.
 class EndScope {
 public:
-    // `target`: the owner of the threads to be joined. Threads of the client are always allowed.
+    // `target`: the owner of the threads that are to be joined. A thread of the client is refused only inside a
+    // callback of `target`.
     explicit EndScope(const void* target) noexcept;
     ~EndScope();
     EndScope(const EndScope&) = delete;
@@ -25,7 +26,7 @@ private:
     bool m_listed = false;
     // Guarded by the lock of the list.
     EndScope* m_next = nullptr;
-    EndScope* m_nextReached = nullptr;    // of the walk in progress
+    EndScope* m_nextReached = nullptr;    // list of the owners that the current walk has reached
     bool m_reached = false;
 };
 

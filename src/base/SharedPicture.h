@@ -1,5 +1,5 @@
-// A decoded picture together with what its stream signals of its colours and the reference that keeps its pixels alive.
-// Of a picture that its decoder does not share it holds no reference: such a one ends with the next call on the
+// A decoded picture, the colours that its stream signals, and the reference that keeps its pixels alive. Where the
+// decoder does not share its pictures there is no reference, and the picture is valid until the next call on the
 // decoder.
 #pragma once
 
@@ -10,17 +10,17 @@
 
 namespace corvane {
 
-// May be dropped on any thread, also after the end of the decoder.
+// May be destroyed on any thread, also after the decoder.
 class SharedPicture {
 public:
     SharedPicture() = default;
-    // Without a reference where the owner, or either function, is missing.
+    // Takes a reference of its own; none where the owner or one of the two functions is missing.
     explicit SharedPicture(const DecodedFrame& picture, const ColourSignal& colours = {})
         : SharedPicture(picture, Adopted(), colours) {
         if (Shared())
             m_picture.add_ref(m_picture.owner);
     }
-    // Takes over the reference that ShareFrame took.
+    // Tag: the reference was taken already, by ShareFrame, and is now owned by this object.
     struct Adopted {};
     SharedPicture(const DecodedFrame& picture, Adopted, const ColourSignal& colours = {})
         : m_picture(picture), m_colours(colours) {

@@ -10,8 +10,8 @@ class Thread {
 public:
     Thread() = default;
     // Starts `body`. Raises std::system_error when no thread can be made. `name` has at most 15 characters and static
-    // life. `owner` is the handle that the thread works for. The thread blocks all signals but those of its own faults,
-    // so that the host's handlers run on the host's threads.
+    // storage. `owner` is the handle that the thread works for. The thread blocks all signals but those of its own
+    // faults, so that the host's handlers run on the host's threads.
     Thread(const char* name, const void* owner, std::function<void()> body);
     Thread(Thread&&) noexcept = default;
     Thread& operator=(Thread&&) noexcept = default;
@@ -19,15 +19,15 @@ public:
     void Join() { m_thread.join(); }
     bool Running() const { return m_thread.joinable(); }
 
-    // The handle that the calling thread works for; null on a client's thread outside all callbacks. A call of an export
-    // that comes from a thread with an owner comes from inside a client callback.
+    // The handle that the calling thread works for; null on a client's thread outside all callbacks. Where it is not
+    // null inside an export, the export was called from a client's callback.
     static const void* CurrentOwner() noexcept;
-    // The same, but for callbacks that a client's thread asked for: null there.
+    // The same for library threads only: null on a client's thread, also inside a callback (see below).
     static const void* ThreadOwner() noexcept;
     // Whether the calling thread is inside a callback of `owner`.
     static bool WorksFor(const void* owner) noexcept;
 
-    // Around a callback that runs on whatever thread asked for it: the thread works for `owner` as well.
+    // Lives around a callback that runs on the caller's thread: until its end the thread works for `owner` too.
     class Acting {
     public:
         explicit Acting(const void* owner) noexcept;

@@ -14,8 +14,8 @@ namespace {
 
 static_assert(kMaxCodedPixels > limits::kMaxPicturePixels);
 
-// The bounds that libavutil complains of: the pixels it was given, and the bytes of a picture of eight bytes a pixel
-// with some room on its sides.
+// The bounds beyond which libavutil prints a line: its own limit of pixels, and INT32_MAX bytes for a picture of eight
+// bytes a pixel with a margin on each side.
 HeaderVerdict CheckSize(uint64_t width, uint64_t height) {
     const bool stands = width > 0 && height > 0 && width <= kMaxCodedPixels && height <= kMaxCodedPixels &&
                         width * height <= kMaxCodedPixels && (width * 8 + 1024) * (height + 128) < INT32_MAX;
@@ -71,7 +71,7 @@ HeaderVerdict CheckLayer(BitReader bits) {
     bits.SkipBits(1);
     const unsigned type = bits.U8();
     if (type == 14 || type == 15)
-        return HeaderVerdict::Stand;    // studio profiles, whose headers are others
+        return HeaderVerdict::Stand;    // studio profiles have other headers
     if (bits.Bits(1) != 0)
         bits.SkipBits(7);    // version, priority
     if (bits.Bits(4) == 15)
@@ -114,7 +114,7 @@ HeaderVerdict CheckJpegHeaders(const uint8_t* data, uint32_t size) {
         }
         if (has_size && marker == kEndOfImage)
             return HeaderVerdict::Stand;        // bytes after the image are not decoded
-        const uint32_t left = size - at - 2;    // behind the marker
+        const uint32_t left = size - at - 2;    // after the marker
         if (marker <= 0xC3 || marker == kJpegLs) {
             if (left < 7)
                 return HeaderVerdict::Damaged;
@@ -135,7 +135,7 @@ HeaderVerdict CheckJpegHeaders(const uint8_t* data, uint32_t size) {
 }
 
 HeaderVerdict CheckMpeg4Layer(const uint8_t* data, uint32_t size) {
-    constexpr uint8_t kPicture = 0xB6;    // decoding begins here, with what was read before
+    constexpr uint8_t kPicture = 0xB6;    // decoding begins here, with the headers read so far
     const uint8_t* const end = data + size;
     for (const uint8_t* at = BehindStartCode(data, end); at < end && *at != kPicture; at = BehindStartCode(at, end)) {
         if (*at < 0x20 || *at > 0x2F)
@@ -151,7 +151,7 @@ HeaderVerdict CheckMpeg4Layer(const uint8_t* data, uint32_t size) {
 
 HeaderVerdict CheckH264Sequences(const uint8_t* data, uint32_t size) {
     return CheckEach(data, size, [](const uint8_t* at, size_t left) {
-        if ((*at & 0x9F) != h264::kSps)    // with the bit that must be zero
+        if ((*at & 0x9F) != h264::kSps)    // and forbidden_zero_bit is 0
             return HeaderVerdict::Stand;
         try {
             RbspReader reader(at + 1, left - 1);

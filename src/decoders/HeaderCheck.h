@@ -1,13 +1,13 @@
-// A look at the sizes that the headers inside a unit announce, before libavcodec sees it.
+// Checks the picture sizes in the headers of a unit before libavcodec gets it.
 //
-// Libavcodec prints its complaint of a picture size that cannot be in a way that no setting of a context can silence,
-// and may ask for the memory of an absurd picture. Units that would bring that about are damaged or hostile: they are
-// left out. In doubt a unit goes through, since a line is less than a lost picture.
+// Libavcodec reports an impossible picture size on the terminal, which no setting of a context silences, and may
+// allocate the memory of an absurd one. Such units are damaged or hostile, and are not decoded. In doubt a unit is
+// decoded, since a line on the terminal costs less than a lost picture.
 //
-// Lines of libavcodec that damage can still bring to the terminal: "delta scale is invalid" (scaling lists of H.264),
+// Lines of libavcodec that damaged input can still cause: "delta scale is invalid" (scaling lists of H.264),
 // "nb_cpb invalid" (buffer timing of H.265), "Broken frame packetizing" (two H.264 pictures in one unit, more than one
-// thread), and rarely "Picture size is invalid" (a header of MPEG-4 so short that the layer's behind it is not found,
-// and studio profiles).
+// thread), and rarely "Picture size is invalid" (a header of MPEG-4 so short that the layer header after it is not
+// found, and studio profiles).
 #pragma once
 
 #include <cstdint>
@@ -18,9 +18,9 @@ namespace corvane {
 inline constexpr uint64_t kMaxCodedPixels = (1ull << 26) + (1ull << 21);
 
 enum class HeaderVerdict {
-    Stand,      // or in doubt
-    Damaged,    // a header ends before its size, or the one that is needed is missing
-    Size,       // a size beyond the bounds
+    Stand,      // valid, or not certainly invalid
+    Damaged,    // a header ends before its size field, or the required header is missing
+    Size,       // a size out of bounds
 };
 
 // All but Stand: the unit must not be decoded. Nothing outside (data, size) is read.

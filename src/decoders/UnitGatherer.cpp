@@ -12,11 +12,11 @@ namespace corvane {
 namespace {
 
 constexpr size_t kMaxWaitingBytes = 1 << 16;    // of frames without a picture
-constexpr uint32_t kMaxLone = 2;                // then this stream has single fields, which are pictures
+constexpr uint32_t kMaxLone = 2;                // after so many the stream has single fields, each of them a picture
 
-enum class UnitKind { ParameterSet, Aside, Picture, Unknown };    // Aside: about a picture, the stream or its end
+enum class UnitKind { ParameterSet, Aside, Picture, Unknown };    // Aside: supplemental data, delimiters, end of stream
 
-// By the byte behind a start code. A layer header of MPEG-4 Visual counts as a parameter set.
+// By the byte after a start code. A layer header of MPEG-4 Visual counts as a parameter set.
 UnitKind KindOf(uint32_t streamType, unsigned code) {
     const auto isWithin = [](unsigned value, unsigned first, unsigned last) { return value >= first && value <= last; };
     const auto kindOf = [](bool set, bool aside, bool picture) {
@@ -48,7 +48,7 @@ void Append(std::vector<uint8_t>& bytes, const MediaFrameImpl& frame) {
 
 }    // namespace
 
-// Sets that cannot be read are for the decoder to complain of: their pictures count as whole.
+// A set that cannot be parsed is left to the decoder, which reports it; its pictures then count as frames.
 void UnitGatherer::ReadParameterSet(const uint8_t* at, const uint8_t* end) {
     try {
         RbspReader reader(at + 1, static_cast<size_t>(end - at - 1));
@@ -62,7 +62,7 @@ void UnitGatherer::ReadParameterSet(const uint8_t* at, const uint8_t* end) {
     }
 }
 
-// Looks no further than the first picture, unless that is a field: the other one may stand behind it.
+// Reads up to the first picture, and further where that is a field, since the second field may follow it.
 UnitGatherer::Part UnitGatherer::PartOf(const MediaFrameImpl& frame) {
     const uint32_t streamType = frame.Header().streamType;
     Part part;
@@ -112,7 +112,7 @@ bool UnitGatherer::Completes(const MediaFrameImpl& frame) {
     return m_first != nullptr && CompletesFirst(PartOf(frame));
 }
 
-// What does not fit goes: first what is no parameter set, then the older sets.
+// What does not fit is dropped: first frames other than parameter sets, then the oldest sets.
 void UnitGatherer::Keep(const MediaFrameImpl& frame, bool parameterSets) {
     const auto fits = [&] {
         size_t sum = frame.PayloadSize();
@@ -130,7 +130,7 @@ void UnitGatherer::Keep(const MediaFrameImpl& frame, bool parameterSets) {
         Append(m_waiting.emplace_back(Waiting{{}, parameterSets, nullptr}).bytes, frame);
 }
 
-// Everything that waits, in its order, and the frame that ends the wait.
+// Joins the frames that wait, in their order, and `last`.
 void UnitGatherer::Join(const MediaFrameImpl& last, Unit& unit) {
     m_bytes.clear();
     for (const Waiting& waiting : std::exchange(m_waiting, {})) {
@@ -155,7 +155,7 @@ UnitGatherer::Unit UnitGatherer::Add(const FramePtr& frame) {
     const FramePtr first = std::exchange(m_first, nullptr);
     if (completes)
         m_lone = 0;
-    else if (first)    // its other never came
+    else if (first)    // its second field never came
         std::erase_if(m_waiting, [](const Waiting& waiting) { return waiting.field != nullptr; });
     if (part.field && !completes) {
         m_lone += first ? 1 : 0;

@@ -49,7 +49,7 @@ DecoderPtr CallEither(NewFactory withAdapter, uint32_t adapter, OldFactory witho
                                   : CallFactory(without, arguments...);
 }
 
-// What a plug-in says of the planes of its picture is looked at before anything reads the pixels.
+// Checks the planes that a plug-in states before anything reads the pixels.
 bool PlanesStand(const DecodedFrame& picture) {
     const uint64_t chromaRow = (uint64_t{picture.width} + 1) / 2 * (picture.strides[2] == 0 ? 2 : 1);
     return picture.planes[0] != nullptr && picture.planes[1] != nullptr &&

@@ -31,11 +31,11 @@
 
 namespace corvane {
 
-// A window in use: its changes are told to the listener as long as this lives.
+// A window in use: the listener gets its changes as long as this object lives.
 class WindowUse {
 public:
     WindowUse() = default;
-    // Of null windows nothing is told. May raise std::bad_alloc.
+    // A null window has no changes. May raise std::bad_alloc.
     WindowUse(WindowWatchPtr watch, WindowWatch::Listener* listener) : m_watch(std::move(watch)), m_listener(listener) {
         if (m_watch != nullptr)
             m_watch->AddListener(m_listener);
@@ -74,7 +74,7 @@ public:
     // Reports the frame, makes its picture for the renderer and wakes the render thread. With `wait` it waits before
     // that until the render thread has taken the picture before, at most 500 ms; then, and without `wait`, this picture
     // takes the place of one that was not taken. What becomes of the picture is counted.
-    // `signal`: what its stream says of its colours, which counts where clients asked for it.
+    // `signal`: the colours that its stream signals; they count with option 1000.
     void PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait, const ColourSignal& signal = {});
     // Any thread: ends that wait.
     void WakeWorker() { m_mailbox.Interrupt(); }
@@ -115,17 +115,17 @@ public:
     Status GrabWindow(Raster& out) const;
     // What the window shows while the channel is stopped: 0 with the logo; 1 in any other state; -1 without a logo.
     int32_t GetLogoPicture(BitmapPtr& out) const;
-    // The inside of the window, `otherwise` where there is none, and that without the margins.
+    // `client`: the inside of the window, or `otherwise` without a window. `area`: `client` less the margins.
     struct PresentRects {
         WindowWatch::Size client;
         Rect area;
     };
     PresentRects GetPresentRects(WindowWatch::Size otherwise) const;
-    // What renderers read.
+    // The current settings.
     PresentSettingsPtr Settings() const;
     RenderState State() const;
     bool HasWindow() const;
-    // Of the whole channel: what comes before the manager counts here too.
+    // Of the whole channel: queue and worker count here too.
     ChannelCounters& Counters() { return m_counters; }
 
     Status InsertFilter(QMRX::Filter::IFilter* filter);
@@ -157,7 +157,7 @@ private:
     void SetState(RenderState state, const FramePtr& frame) REQUIRES(m_lock);
     Status ChangeAngle(bool on, std::optional<double> angle);
 
-    // What the render thread does between two looks at the lock.
+    // The work of the render thread between two times that it takes the lock.
     struct Turn {
         PassSchedule::Due due;
         PresentSettingsPtr settings;
@@ -181,7 +181,7 @@ private:
     void AfterDisplay(Pass& pass);
     void DrawState(const Turn& turn);
 
-    // Puts a changed copy of the settings in their place.
+    // Replaces the settings by a changed copy.
     template <typename Change>
     void ChangeSettings(Change change) REQUIRES(m_lock) {
         auto next = std::make_shared<PresentSettings>(*m_settings);
@@ -220,13 +220,13 @@ private:
     ShownTally m_tally{m_counters};
     FinishedPicture m_kept;    // shown last, for redraws
 
-    // The windows that m_settings names. m_windowLock is taken before m_lock, and never by who tells of their changes.
+    // The windows that m_settings names. m_windowLock is taken before m_lock, and never by the event thread.
     Mutex m_windowLock;
     WindowUse m_window GUARDED_BY(m_windowLock);
     WindowUse m_overviewWindow GUARDED_BY(m_windowLock);
     WindowUse m_zoomWindow GUARDED_BY(m_windowLock);
 
-    Thread m_thread;    // last: it runs on everything above
+    Thread m_thread;    // last, since it uses everything above
 };
 
 }    // namespace corvane

@@ -1,9 +1,9 @@
-// A bit-stream writer into a linear buffer or a circular pool. What each operation means stands in corvane/bitpacker.h;
-// here the same operations on an object, which arguments have been checked for null.
+// A bit-stream writer into a linear buffer or a circular pool. The operations are documented in corvane/bitpacker.h;
+// here they are members, whose arguments were checked for null before.
 //
-// The object may stand on any 4-byte boundary, so pointers in it are only read and written as members of this packed
-// class, never through an address of their own. `free` and `retries` are shared by both threads and touched as atomics;
-// `readIndex` belongs to the reader, everything else to the writer.
+// The object may lie on any 4-byte boundary, so its pointers are accessed only as members of this packed class, never
+// through their address. `free` and `retries` are shared by the two threads and accessed as atomics; `readIndex`
+// belongs to the reader, everything else to the writer.
 #pragma once
 
 #include <atomic>
@@ -20,11 +20,11 @@ class BitPacker {
 public:
     static constexpr uint32_t kMaxFieldBits = 24;
 
-    // Bytes for PBInitial::Memory; all ones when they pass 32 bits.
+    // Bytes for PBInitial::Memory; 0xFFFFFFFF where they exceed 32 bits.
     static uint32_t MemoryBytes(const PBInitial& initial) noexcept;
-    // Whether PB_Initial would find nothing wrong with these values.
+    // Whether PB_Initial accepts these values.
     static bool Accepts(const PBInitial& initial) noexcept;
-    // Null for whatever PB_Initial refuses.
+    // Null where PB_Initial refuses the values.
     static BitPacker* Create(const PBInitial& initial) noexcept;
     static void Release(BitPacker* packer) noexcept;
 
@@ -33,7 +33,7 @@ public:
     void Stop() noexcept { Shared(m_retries).store(0, std::memory_order_release); }
     void Continue() noexcept { Shared(m_retries).store(m_retryLimit, std::memory_order_release); }
 
-    // `bits` at most kMaxFieldBits, and no bits of `value` above them.
+    // `bits`: at most kMaxFieldBits; `value` has no bits above them.
     Status SpliceBits(uint32_t bits, uint32_t value) noexcept {
         const uint32_t total = m_bitPosition + bits;
         m_bitPosition = total & 7;
@@ -72,15 +72,14 @@ public:
     uint32_t BufferSize() const noexcept { return m_mask + 1; }
     uint32_t WriteIndex() const noexcept { return m_writeIndex; }
 
-    // For writers that put escaped bytes into the buffer themselves. The bytes from `next` up to `end` may be written
-    // without asking again, none of them lies behind the end of the pool, and no write of them could fail. Empty unless
-    // the mode escapes FF with 00.
+    // For writers that put escaped bytes into the buffer themselves: the bytes from `next` up to `end` are free and lie
+    // in one piece, so writing them cannot fail. Empty unless the mode escapes FF with 00.
     struct Stretch {
         uint8_t* next;
         uint8_t* end;
     };
     Stretch EscapedStretch() noexcept;
-    // Takes over what was written from Stretch::next up to `next`, and the partial byte behind it.
+    // Accounts for the bytes that were written from Stretch::next up to `next`, and for the partial byte after them.
     void TakeOver(const uint8_t* next, uint32_t symbol, uint32_t bitPosition) noexcept;
 
 private:

@@ -1,6 +1,6 @@
-// Two writers of the bits of a block. WordBits works in 64-bit words in the packer's own buffer, while there is room for
-// certain. Where there is not, it steps back, and SplicedBits goes on at the same bit with the packer's own operations,
-// which wait for room and fail.
+// Two writers of the bits of a block. WordBits writes 64-bit words into the packer's buffer as long as a whole block is
+// certain to fit. After that SplicedBits continues at the same bit with the packer's own operations, which wait for
+// room and may fail.
 #pragma once
 
 #include <cstdint>
@@ -13,12 +13,12 @@ namespace corvane::jpeg {
 
 class WordBits {
 public:
-    // More than a block of 8x8 takes in the worst case: 64 codes of up to 27 bits behind a word that is nearly full, and an
-    // escape for every byte.
+    // Bytes; more than a block of 8x8 needs in the worst case: 64 codes of up to 27 bits after a word that is nearly
+    // full, and an escape for every byte.
     static constexpr ptrdiff_t kBlockRoom = 512;
     static_assert(kBlockRoom >= 2 * (64 * 27 + 63) / 8);
 
-    // Begins where the packer stands.
+    // Begins at the write position of the packer.
     explicit WordBits(BitPacker& packer) { Begin(packer); }
 
     void Begin(BitPacker& packer) {
@@ -29,7 +29,7 @@ public:
         m_word = packer.BitPosition() == 0 ? 0 : (packer.Symbol() & 255) >> (8 - packer.BitPosition());
     }
 
-    // False where the packer gave no place to write to: nothing was put, and End must not be called.
+    // False where the packer has no room: nothing was written, and End must not be called.
     bool Started() const { return m_next != nullptr; }
     bool HasBlockRoom() const { return m_end - m_next >= kBlockRoom; }
 
@@ -61,7 +61,7 @@ public:
         PutValue(codes.ac[run * 16 + category], value, category);
     }
 
-    // Gives the packer all bytes that are whole, and the partial one behind them.
+    // Hands the packer all whole bytes, and the partial byte after them.
     void End(BitPacker& packer) {
         auto pending = static_cast<uint32_t>(64 - m_free);
         for (; pending >= 8; pending -= 8)
@@ -76,7 +76,8 @@ private:
             *m_next++ = 0;
     }
     void Flush(uint64_t word) {
-        // A byte of FF, and seldom one of FE above it, loses its top bit when 1 is added to every byte.
+        // Adding 1 to every byte clears the top bit of a byte of FF, and now and then of an FE above one: both take the
+        // slow path.
         if ((word & 0x8080808080808080 & ~(word + 0x0101010101010101)) != 0) [[unlikely]] {
             for (int shift = 56; shift >= 0; shift -= 8)
                 PutByte(static_cast<uint8_t>(word >> shift));
@@ -93,8 +94,8 @@ private:
     uint8_t* m_end;
 };
 
-// A code and its value are two operations, so that it is fixed how far a block comes that does not fit. After one that
-// failed nothing more is put.
+// A code and its value are two operations, so that the bytes of a block that does not fit are always the same. After an
+// operation that failed nothing more is written.
 class SplicedBits {
 public:
     explicit SplicedBits(BitPacker& packer) : m_packer(packer) {}

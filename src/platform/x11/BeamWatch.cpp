@@ -9,7 +9,7 @@ namespace {
 
 constexpr int64_t kSecond = 1'000'000'000;
 constexpr int64_t kSeldom = 30 * kSecond;
-constexpr int64_t kForgotten = 5 * kSecond;    // a beam that was not looked at for so long has drifted away
+constexpr int64_t kForgotten = 5 * kSecond;    // a measurement that is older has drifted too far
 
 // The clock that servers on this machine stamp vertical blanks with.
 int64_t Now() {
@@ -70,7 +70,7 @@ void BeamWatch::OnLost() noexcept {
 
 void BeamWatch::Look(Connection& connection) {
     if (std::ranges::any_of(m_screens, [](const Screen& screen) { return screen.compositor == 0; }))
-        return;    // their names are under way
+        return;    // the answer with their names has not come yet
     {
         MutexLock lock(m_lock);
         m_wanted = false;
@@ -125,7 +125,7 @@ void BeamWatch::OnCrtc(Connection& connection, xcb_window_t root, xcb_randr_crtc
         DropProbe(connection, *crtc);
     crtc->place = place;
     const auto mode = std::ranges::find_if(modes, [&](const auto& known) { return known.id == info.mode; });
-    // Lines of other modes are not drawn one after the other, and those of a turned monitor not from its top.
+    // Other modes do not send their lines one after the other, and a rotated monitor not from its top.
     constexpr uint32_t kUnusual = XCB_RANDR_MODE_FLAG_INTERLACE | XCB_RANDR_MODE_FLAG_DOUBLE_SCAN;
     if (mode == modes.end() || (mode->mode_flags & kUnusual) != 0 || info.rotation != XCB_RANDR_ROTATION_ROTATE_0 ||
         mode->height != info.height)
@@ -150,7 +150,7 @@ void BeamWatch::AskBlank(Connection& connection, Crtc& crtc) {
                           XCB_COPY_FROM_PARENT, XCB_CW_OVERRIDE_REDIRECT, &redirect);
         xcb_present_select_input(xcb, xcb_generate_id(xcb), crtc.probe, XCB_PRESENT_EVENT_MASK_COMPLETE_NOTIFY);
     }
-    constexpr uint64_t kEvery = 1;    // the next, whichever number it has
+    constexpr uint64_t kEvery = 1;    // the next one, whatever its number
     xcb_present_notify_msc(xcb, crtc.probe, 0, 0, kEvery, 0);
 }
 

@@ -1,9 +1,9 @@
-// Where the beams of the monitors are. Private to x11/.
+// The scan lines of the monitors. Private to x11/.
 //
-// Asked for a beam, it looks at the modes of all monitors (RandR), has the server tell of a vertical blank of each
-// (Present), and does so again once a second as long as somebody asks, more seldom where none can be told. A beam
-// counts as told from the second look on, and where no compositor runs: on a composited screen a put does not reach the
-// monitor when it is made.
+// After a question for a beam it reads the modes of all monitors (RandR) and asks the server for a vertical blank of
+// each (Present). It repeats that once a second as long as questions come, less often where no beam is known. A beam is
+// known from the second look on, and only without a compositor, since on a composited screen a put reaches the monitor
+// later.
 #pragma once
 
 #include <xcb/present.h>
@@ -23,11 +23,11 @@ namespace corvane {
 
 class BeamWatch final : public EventClient, public std::enable_shared_from_this<BeamWatch> {
 public:
-    // Of the monitor of the screen `root` at `place`; nothing where it cannot be told (yet). Any thread; the
-    // connection, which must be poked when *stale comes back true, is that of this watch.
+    // The beam of the monitor at `place` of the screen `root`; no value while it is not known. Any thread. Where *stale
+    // comes back true the caller must poke the connection of this watch.
     std::optional<Beam> Of(xcb_window_t root, const Rect& place, bool* stale);
 
-    void OnModesChanged();    // a change makes the next question a look
+    void OnModesChanged();    // the next question leads to a look
 
     void OnJoin(Connection& connection) override;
     void OnEvent(Connection& connection, const xcb_generic_event_t& event) override;
@@ -38,7 +38,7 @@ private:
     struct Screen {
         xcb_window_t root = 0;
         xcb_atom_t compositor = 0;    // the selection that a compositor owns
-        bool composited = true;       // until told otherwise
+        bool composited = true;       // until the owner of the selection is known
     };
     struct Crtc {
         xcb_randr_crtc_t id = 0;
@@ -62,7 +62,7 @@ private:
     void DropProbe(Connection& connection, Crtc& crtc);
     void Publish();
 
-    std::atomic<bool> m_wanted{false};    // a look is due: set by who asks, taken by the event thread
+    std::atomic<bool> m_wanted{false};    // a look is due: set by a question, cleared by the event thread
 
     mutable Mutex m_lock;    // a leaf
     std::vector<Told> m_told GUARDED_BY(m_lock);

@@ -21,7 +21,7 @@ int main(int argc, char** argv)
     volatile int seen = 0;
     Corvane_Initial(&instance, NULL, NULL, 0, 0, 0, CORVANE_VERSION, 0);
     Corvane_CreateChannel(instance, &channel, NULL);
-    Corvane_RegisterRawDataCallback(channel, onPicture, (void*)&seen, 4, 0);
+    Corvane_RegisterRawDataCallback(channel, onPicture, (void*)&seen, CORVANE_PICTURE_BGRA32, 0);
     Corvane_StartChannel(channel, 0);
     if (Corvane_InputEncodedMediaFrame(channel, &frame) == Status_Ok)
         for (int i = 0; i < 500 && !seen; ++i) usleep(10000);

@@ -12,12 +12,11 @@ int64_t StreamMs(const MediaFrameHeader& header) {
 }    // namespace
 
 bool ChannelFeed::Open(void* instance, const MediaSource& source, int64_t wallStart, std::string& error) {
-    constexpr uint32_t kStreamInfoAndContext = 0x0001 | 0x0004;
     m_streamType = source.StreamType();
     m_headerSize = static_cast<uint32_t>(source.FrameHeader().size());
     m_wallStart = wallStart;
     ChannelSettings settings{};
-    settings.mask = kStreamInfoAndContext;
+    settings.mask = CORVANE_SETTINGS_STREAM_INFO | CORVANE_SETTINGS_STREAM_INFO_CONTEXT;
     settings.streamInfo = &ChannelFeed::OnStreamInfo;
     settings.streamInfoContext = this;
     if (m_view != nullptr)
@@ -28,13 +27,14 @@ bool ChannelFeed::Open(void* instance, const MediaSource& source, int64_t wallSt
     }
     m_instance = instance;
     Corvane_SetBufferTime(m_channel, m_options.bufferMs);
-    Corvane_SetChannelOption(m_channel, 48, m_options.threads, 0);
+    Corvane_SetChannelOption(m_channel, CORVANE_OPTION_DECODER_THREADS, m_options.threads, 0);
     Corvane_SetChannelOption(m_channel, CORVANE_OPTION_COLOURS, m_options.colours, 0);
     Corvane_SetDisplayMode(m_channel, m_options.displayMode);
     if (m_options.rotate != 0)
         Corvane_EnableRotateFilter(m_channel, m_options.rotate);
     error = "a channel cannot be started";
-    const uint32_t waiting = m_options.logo.empty() ? 1 : 0;    // without it the logo stays until the first picture
+    const uint32_t waiting =
+        m_options.logo.empty() ? CORVANE_START_WAITING : 0;    // 0: the logo stays until the first picture
     if (!Deliver(error) || Corvane_StartChannel(m_channel, waiting) != Status_Ok)
         return false;
     error.clear();
@@ -45,7 +45,8 @@ bool ChannelFeed::Deliver(std::string& error) {
     if (m_view != nullptr) {
         m_view->SetChannel(m_channel);
         const auto logo = reinterpret_cast<uint64_t>(m_options.logo.c_str());
-        if (!m_options.logo.empty() && Corvane_SetChannelOption(m_channel, 25, logo, 0) != Status_Ok) {
+        if (!m_options.logo.empty() &&
+            Corvane_SetChannelOption(m_channel, CORVANE_OPTION_LOGO_FILE, logo, 0) != Status_Ok) {
             error = m_options.logo + ": not a picture that can be shown";
             return false;
         }
@@ -59,8 +60,7 @@ bool ChannelFeed::Deliver(std::string& error) {
 void ChannelFeed::EndBuffering() {
     QueueState state{};
     Corvane_GetRemainingQueueElementCount(m_channel, &state);
-    constexpr uint32_t kBuffering = 1;
-    if (state.state == kBuffering)
+    if (state.state == CORVANE_QUEUE_BUFFERING)
         Corvane_SetBufferTime(m_channel, static_cast<uint32_t>(Now().counters.queueMilliseconds));
 }
 
@@ -88,11 +88,11 @@ void ChannelFeed::Delete() {
 
 void ChannelFeed::OnStreamInfo(void* context, uint32_t code, uint64_t a, uint64_t b) {
     auto* const self = static_cast<ChannelFeed*>(context);
-    if (code == 3 && self->m_view != nullptr)
+    if (code == CORVANE_INFO_SIZE && self->m_view != nullptr)
         self->m_pictures.Size(static_cast<uint32_t>(a), static_cast<uint32_t>(b));
 }
 
-// Also after passes that put nothing: the counter says whether one did.
+// Runs also after passes that put nothing; the counter tells whether the pass put a picture.
 void ChannelFeed::OnDisplayed(void* context, const AfterDisplayRecord* record) {
     auto* const self = static_cast<ChannelFeed*>(context);
     ChannelStatistics counters{};
@@ -108,7 +108,7 @@ void ChannelFeed::OnPicture(void* context, const PseudoFrame* frame) {
         return;
     const int64_t streamMs = StreamMs(*frame->header);
     if (streamMs == self->m_pictures.Get().streamMs)
-        return;    // handed out again
+        return;    // a redraw of the same picture
     self->m_pictures.Size(frame->width, frame->height);
     self->m_pictures.Shown(streamMs, ++self->m_handedOver);
     if (self->m_sheet != nullptr)
@@ -116,7 +116,7 @@ void ChannelFeed::OnPicture(void* context, const PseudoFrame* frame) {
                              self->m_handedOver, streamMs);
 }
 
-// ---- The way in
+// ---- Input
 // ------------------------------------------------------------------------------------------------------
 
 double ChannelFeed::NextAt() const {
@@ -141,6 +141,6 @@ void ChannelFeed::Input(const Reel::Picture& picture) {
     header.streamSeconds = static_cast<uint32_t>(picture.timeMs / 1000);
     header.timeMilliseconds = static_cast<uint32_t>(picture.timeMs % 1000);
     header.timeSeconds = static_cast<uint32_t>(m_wallStart + picture.timeMs / 1000);
-    Corvane_InputEncodedMediaFrame(m_channel, &header);    // what is refused is counted
+    Corvane_InputEncodedMediaFrame(m_channel, &header);    // the library counts refused frames
     m_fedMs = picture.timeMs;
 }

@@ -8,13 +8,13 @@
 
 namespace {
 
-constexpr uint32_t kMargin = 8;    // pixels at the other sides
-// Without an overview of its own the area that stands for the whole picture may be any: large, so that the part is
-// exact.
+constexpr uint32_t kMargin = 8;    // pixels left, right and below; the text lies above
+// Pixels of the area that stands for the whole picture while no overview is shown. Any size would do; a large one makes
+// the selected part exact.
 constexpr int32_t kExact = 1 << 14;
 constexpr double kMiddle[] = {0.25, 0.75};
 
-// The right lower quarter with a gap.
+// `part`: a quarter of the width and height of `whole`, in its lower right corner, with a gap.
 void Corner(const int32_t whole[4], int32_t part[4]) {
     const int32_t width = std::max(4, (whole[2] - whole[0]) / 4);
     const int32_t height = std::max(4, (whole[3] - whole[1]) / 4);
@@ -23,7 +23,7 @@ void Corner(const int32_t whole[4], int32_t part[4]) {
     std::ranges::copy(corner, part);
 }
 
-// The part in the area, never empty.
+// `out`: the rectangle of `part` within `area`; never empty.
 void PartOf(const int32_t area[4], const ZoomView::Part& part, int32_t out[4]) {
     const auto along = [](int32_t low, int32_t high, double share) {
         return low + static_cast<int32_t>(std::lround((high - low) * share));
@@ -37,14 +37,13 @@ void PartOf(const int32_t area[4], const ZoomView::Part& part, int32_t out[4]) {
 }    // namespace
 
 void ChannelView::Prepare(ChannelSettings& settings) {
-    constexpr uint32_t kOsdAndContext = 0x0002 | 0x0008;
-    settings.mask |= kOsdAndContext;
+    settings.mask |= CORVANE_SETTINGS_TEXT | CORVANE_SETTINGS_TEXT_CONTEXT;
     settings.window = m_id;
     settings.osd = &ChannelView::OnOsd;
     settings.osdContext = this;
 }
 
-// Text beside a picture stands in its margin, and there is none over the picture.
+// Text is drawn in the margins only: where there is a picture and no margin, none is drawn.
 void ChannelView::OnOsd(void* context, OsdInfo* info) {
     constexpr uint32_t kNoPicture =
         CORVANE_OSD_WAITING | CORVANE_OSD_STOPPED | CORVANE_OSD_AUDIO_ONLY | CORVANE_OSD_TIME_ONLY;
@@ -54,7 +53,7 @@ void ChannelView::OnOsd(void* context, OsdInfo* info) {
 
 void ChannelView::SetChannel(void* channel) {
     m_channel = channel;
-    Corvane_SetChannelOption(m_channel, 57, m_scaling, 0);
+    Corvane_SetChannelOption(m_channel, CORVANE_OPTION_RESIZE_KIND, m_scaling, 0);
     SendMargins();
 }
 
@@ -71,7 +70,7 @@ void ChannelView::SetShape(double width, double height) {
     SendMargins();
 }
 
-// Those of the text, and in what they leave those that keep the proportions.
+// First the margins for the text; then, inside them, the margins that keep the proportions of the picture.
 void ChannelView::SendMargins() {
     const uint32_t around = m_margins ? kMargin : 0;
     const uint32_t top = m_margins ? kTextMargin : 0;
@@ -87,7 +86,7 @@ void ChannelView::SendMargins() {
     const uint32_t margins[] = {left, rest(m_place.width, left + m_picture.width), above,
                                 rest(m_place.height, above + m_picture.height)};
     for (int32_t i = 0; i < 4; ++i)
-        Corvane_SetChannelOption(m_channel, 7 + i, margins[i], 0);
+        Corvane_SetChannelOption(m_channel, CORVANE_OPTION_MARGIN_LEFT + i, margins[i], 0);
     if (m_overview)
         SendArea();
 }
@@ -144,9 +143,10 @@ std::string ChannelView::ToggleOverview() {
     return m_overview ? "overview on" : "overview off";
 }
 
-// An overview lies at its place on the screen, so the area is sent again when the window moves.
+// The rectangle of an overview is in screen coordinates, so the area is sent again after the window has moved.
 void ChannelView::SendArea() {
-    constexpr uint32_t kAreasAndSwitches = 1 | 4 | 16 | 32;
+    constexpr uint32_t kAreasAndSwitches =
+        CORVANE_AREA_OVERVIEW | CORVANE_AREA_ZOOM | CORVANE_AREA_ZOOM_ENABLED | CORVANE_AREA_OVERVIEW_ENABLED;
     DisplayArea area{};
     if (m_overview) {
         int32_t x = 0;
@@ -168,14 +168,16 @@ void ChannelView::SendArea() {
     PartOf(area.overview.rectangle, m_zoom.Shown(), area.zoom.rectangle);
     area.zoomEnabled = m_zoom.Whole() ? 0 : 1;
     area.overviewEnabled = m_overview ? 1 : 0;
-    Corvane_SetChannelOption(m_channel, 11, reinterpret_cast<uint64_t>(&area), kAreasAndSwitches);
+    Corvane_SetChannelOption(m_channel, CORVANE_OPTION_DISPLAY_AREA, reinterpret_cast<uint64_t>(&area),
+                             kAreasAndSwitches);
 }
 
-// `overview`: in the channel's window. Its frame lies around it, that of the part inside.
+// `overview`: its rectangle in the channel's window. One frame lies around it, the frame of the selected part inside.
 void ChannelView::ShowFrames(const Box& overview) {
     constexpr int32_t kThick = 2;
-    m_overviewFrame.Show(m_window, m_id, {overview.x - kThick, overview.y - kThick, overview.width + 2 * kThick,
-                                          overview.height + 2 * kThick});
+    m_overviewFrame.Show(
+        m_window, m_id,
+        {overview.x - kThick, overview.y - kThick, overview.width + 2 * kThick, overview.height + 2 * kThick});
     if (m_zoom.Whole())
         return m_partFrame.Hide(m_window);
     const ZoomView::Part part = m_zoom.Shown();
@@ -205,13 +207,13 @@ std::string ChannelView::ToggleFill() {
 
 std::string ChannelView::ToggleDeinterlace() {
     m_deinterlace = !m_deinterlace;
-    Corvane_SetChannelOption(m_channel, 35, m_deinterlace ? 1 : 0, 0);
+    Corvane_SetChannelOption(m_channel, CORVANE_OPTION_SMOOTHING, m_deinterlace ? 1 : 0, 0);
     return m_deinterlace ? "deinterlacing on" : "deinterlacing off";
 }
 
 std::string ChannelView::NextScaling() {
     static constexpr const char* kNames[] = {"nearest pixel", "bilinear", "bicubic", "Lanczos"};
-    m_scaling = (m_scaling + 1) % 4;
-    Corvane_SetChannelOption(m_channel, 57, m_scaling, 0);
+    m_scaling = (m_scaling + 1) % (CORVANE_RESIZE_LANCZOS + 1);
+    Corvane_SetChannelOption(m_channel, CORVANE_OPTION_RESIZE_KIND, m_scaling, 0);
     return std::string("scaling ") + kNames[m_scaling];
 }

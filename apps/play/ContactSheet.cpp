@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "PngFile.h"
+#include "corvane/corvane.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ struct PixelReader {
     bool bottomUp;
 
     void Read(uint32_t x, uint32_t y, int rgb[3]) const {
-        if (kind == 11) {
+        if (kind == CORVANE_PICTURE_I420) {
             const size_t stride = (width + 63) & ~63u;
             const uint8_t* u = data + stride * height;
             const uint8_t* v = u + stride / 2 * (height / 2);
@@ -39,8 +40,9 @@ struct PixelReader {
             rgb[2] = Clamped((luma + 116128 * u[chroma] - 14831618) >> 16);
             return;
         }
-        const uint32_t bytes = kind == 3 ? 3 : 4;
-        const size_t stride = kind == 3 ? ((24 * size_t{width} + 31) >> 3) & ~size_t{3} : size_t{4} * width;
+        const uint32_t bytes = kind == CORVANE_PICTURE_BGR24 ? 3 : 4;
+        const size_t stride =
+            kind == CORVANE_PICTURE_BGR24 ? ((24 * size_t{width} + 31) >> 3) & ~size_t{3} : size_t{4} * width;
         const uint8_t* pixel = data + (bottomUp ? height - 1 - y : y) * stride + size_t{bytes} * x;
         rgb[0] = pixel[2];
         rgb[1] = pixel[1];

@@ -33,8 +33,11 @@ bool Format(std::string_view text, Options& options) {
         std::string_view name;
         uint32_t kind;
         bool bottomUp;
-    } formats[] = {
-        {"bgra", 4, false}, {"bgr", 3, false}, {"i420", 11, false}, {"bgra-flip", 4, true}, {"bgr-flip", 3, true}};
+    } formats[] = {{"bgra", CORVANE_PICTURE_BGRA32, false},
+                   {"bgr", CORVANE_PICTURE_BGR24, false},
+                   {"i420", CORVANE_PICTURE_I420, false},
+                   {"bgra-flip", CORVANE_PICTURE_BGRA32, true},
+                   {"bgr-flip", CORVANE_PICTURE_BGR24, true}};
     for (const auto& format : formats) {
         if (format.name != text)
             continue;
@@ -75,7 +78,7 @@ bool Still(std::string_view text, Options& options) {
     return false;
 }
 
-// Decimal, or hexadecimal behind 0x, as the tools of X11 print it.
+// Decimal, or hexadecimal after 0x, as the tools of X11 print window ids.
 bool WindowId(std::string_view text, Options& options) {
     if (!text.starts_with("0x"))
         return Number(text, options.window, 1u, UINT32_MAX);
@@ -96,7 +99,7 @@ bool Colours(std::string_view text, Options& options) {
     return text == "plain" || text == "signalled";
 }
 
-// A name that ends in @ and a number has a time.
+// FILE@SECONDS: a file name that ends in @ and a number has a time.
 bool Screenshot(std::string_view text, Options& options) {
     const size_t at = text.rfind('@');
     const bool timed = at != std::string_view::npos && Number(text.substr(at + 1), options.screenshotSeconds, 0.0, 1e9);
@@ -133,7 +136,11 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
         {"--rotate", [&](auto text) { return Number(text, options.rotate, -36000.0, 36000.0); }},
         {"--buffer", [&](auto text) { return Number(text, options.bufferMs, 0u, 600000u); }},
         {"--threads", [&](auto text) { return Number(text, options.threads, 0u, 32u); }},
-        {"--mode", [&](auto text) { return Number(text, options.displayMode, 0u, 8u); }},
+        {"--mode",
+         [&](auto text) {
+             return Number(text, options.displayMode, uint32_t{CORVANE_DISPLAY_ALL},
+                           uint32_t{CORVANE_DISPLAY_THIN_MOST});
+         }},
         {"--channels", [&](auto text) { return Number(text, options.channels, 1u, 256u); }},
         {"--loop", [&](auto text) { return Number(text, options.loops, 1u, 1000000u); }},
         {"--seconds", [&](auto text) { return Number(text, options.seconds, 0.0, 1e9); }},
@@ -177,7 +184,8 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
         exitCode = Mistake("name a file or a URL", "");
     else if (options.headless && (options.window != 0 || options.wall > 1 || !options.screenshot.empty()))
         exitCode = Mistake("there is no window to show or to save with", "--headless");
-    else if (!options.headless && (!options.contactSheet.empty() || options.kind != 4 || options.bottomUp))
+    else if (!options.headless &&
+             (!options.contactSheet.empty() || options.kind != CORVANE_PICTURE_BGRA32 || options.bottomUp))
         exitCode = Mistake("contact sheet and format are for pictures in memory: add", "--headless");
     return exitCode == 0;
 }

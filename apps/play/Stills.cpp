@@ -13,31 +13,29 @@
 
 namespace {
 
-constexpr size_t kBmpHeader = 54;    // bytes in front of the rows, which go from the bottom up
-constexpr uint32_t kWindow = 0;      // flags of a snapshot: what the window shows, as a BMP file of 32 bits a pixel
-constexpr uint32_t kPictureFormat = 4;    // the decoded picture, its format from bit 16 on
+constexpr size_t kBmpHeader = 54;    // bytes before the rows; the bottom row comes first
 
 constexpr std::chrono::milliseconds kPatience(500);
 
 constexpr struct {
     StillFormat format;
     const char* extension;
-    uint32_t number;    // of the library's picture formats
+    uint32_t picture;    // of CORVANE_PICTURE_*
 } kStills[] = {
-    {StillFormat::Png, "png", 7},    // a 32 bit BMP file, which becomes a PNG file here
-    {StillFormat::Jpeg, "jpg", 8},
-    {StillFormat::Bmp, "bmp", 6},
-    {StillFormat::Raw, "yuv", 11},
+    {StillFormat::Png, "png", CORVANE_PICTURE_BMP_BGRA32},    // which becomes a PNG file here
+    {StillFormat::Jpeg, "jpg", CORVANE_PICTURE_JPEG},
+    {StillFormat::Bmp, "bmp", CORVANE_PICTURE_BMP_BGR24},
+    {StillFormat::Raw, "yuv", CORVANE_PICTURE_I420},
 };
 
 const auto& EntryOf(StillFormat format) {
     return *std::ranges::find(kStills, format, [](const auto& entry) { return entry.format; });
 }
 
-// The library's picture until the end of the scope.
+// Owns a picture that the library allocated.
 class Snapshot {
 public:
-    // Of the decoded picture the part that is zoomed into.
+    // With CORVANE_STILL_AS: the part of the decoded picture that is zoomed into.
     Snapshot(void* channel, uint32_t flags) : m_status(Corvane_GetZoomedSnapShot(channel, &m_picture, flags)) {}
     ~Snapshot() {
         if (m_status == Status_Ok)
@@ -48,7 +46,7 @@ public:
 
     uint32_t Status() const { return m_status; }
     const PictureBuffer& Picture() const { return m_picture; }
-    // A BMP file of 32 bits a pixel.
+    // Whether it is a BMP file of 32 bits a pixel with all its rows.
     bool Whole() const {
         return m_status == Status_Ok && m_picture.width != 0 && m_picture.height != 0 &&
                m_picture.size >= kBmpHeader + size_t{4} * m_picture.width * m_picture.height;
@@ -60,7 +58,7 @@ private:
     uint32_t m_status;
 };
 
-// The rows of the file, upright, with their left upper corner at (left, top), as far as they fit.
+// Copies the picture of a BMP file, top row first, to (left, top) of the canvas, clipped to the canvas.
 void Paste(const PictureBuffer& bmp, Canvas& canvas, uint32_t left, uint32_t top) {
     if (left >= canvas.width || top >= canvas.height)
         return;
@@ -86,7 +84,7 @@ const char* ExtensionOf(StillFormat format) {
 }
 
 bool WriteStill(void* channel, StillFormat format, const std::string& path, std::string& error) {
-    const Snapshot still(channel, kPictureFormat | EntryOf(format).number << 16);
+    const Snapshot still(channel, CORVANE_STILL_AS(EntryOf(format).picture));
     if (still.Status() != Status_Ok) {
         error = path + ": there is no picture";
         return false;
@@ -111,12 +109,12 @@ bool WriteScreenshot(Wall& wall, const std::string& path, std::string& error) {
     for (size_t i = 0; i < wall.Count(); ++i) {
         const ChannelView& view = wall.View(i);
         std::optional<Snapshot> taken;
-        do    // a change of size reaches the library a little later than the player
-            taken.emplace(view.Channel(), kWindow);
+        do    // the library learns of a new size a little later than the player
+            taken.emplace(view.Channel(), CORVANE_STILL_WINDOW);
         while (taken->Whole() && !taken->HasSizeOf(view.Place()) && std::chrono::steady_clock::now() < patience);
         const Snapshot& grab = *taken;
         if (!grab.Whole())
-            continue;    // not shown now
+            continue;    // this channel is not shown now
         Paste(grab.Picture(), canvas, static_cast<uint32_t>(view.Place().x), static_cast<uint32_t>(view.Place().y));
         read = true;
     }
@@ -131,7 +129,7 @@ std::string FreeName(const char* extension) {
     char name[48];
     for (unsigned number = 1;; ++number) {
         std::snprintf(name, sizeof(name), "corvane-%03u.%s", number, extension);
-        std::error_code failed;    // of a directory that cannot be read: writing will tell
+        std::error_code failed;    // a directory that cannot be read: the write will report it
         if (!std::filesystem::exists(name, failed))
             return name;
     }

@@ -10,7 +10,7 @@
  *     ChannelSettings settings = {0};
  *     Corvane_Initial(&instance, NULL, NULL, 0, 0, 0, CORVANE_VERSION, 0);
  *     Corvane_CreateChannel(instance, &channel, &settings);
- *     Corvane_RegisterRawDataCallback(channel, onPicture, context, 4, 0);
+ *     Corvane_RegisterRawDataCallback(channel, onPicture, context, CORVANE_PICTURE_BGRA32, 0);
  *     Corvane_StartChannel(channel, 0);
  *     while (nextFrame(&header))
  *         Corvane_InputEncodedMediaFrame(channel, &header);
@@ -184,6 +184,59 @@ enum {
     PF_NV12 = 0x3231564E     /* plane Y, then one plane of U V pairs; stride (w + 31) & ~31 */
 };
 
+/*
+ * Still formats: CORVANE_STILL_AS of the snapshots. Three of them are also the kinds of Corvane_RegisterRawDataCallback.
+ * How the numbers of one format correspond; a BMP file has its bottom row first:
+ *
+ *   pixel format             still, rows without padding      still, BMP file                  kind of the raw callback
+ *   PF_I420             1    CORVANE_PICTURE_I420     11                                       11
+ *   PF_YUY2             3    CORVANE_PICTURE_YUY2      1
+ *   PF_UYVY             4    CORVANE_PICTURE_UYVY     17
+ *   PF_RGB555           5    CORVANE_PICTURE_RGB555    9      CORVANE_PICTURE_BMP_RGB555  10
+ *   PF_RGB565           6    CORVANE_PICTURE_RGB565    2      CORVANE_PICTURE_BMP_RGB565   5
+ *   PF_BGR24            7    CORVANE_PICTURE_BGR24     3                                       3, bottomUp 0
+ *   PF_BGR24_FLIP       8                                     CORVANE_PICTURE_BMP_BGR24    6   3, bottomUp 1
+ *   PF_BGRA32           9    CORVANE_PICTURE_BGRA32    4                                       4, bottomUp 0
+ *   PF_BGR555          12    CORVANE_PICTURE_BGR555   15
+ *   PF_BGR565          13    CORVANE_PICTURE_BGR565   12
+ *   PF_RGB24           14    CORVANE_PICTURE_RGB24    13
+ *   PF_RGBA32          15    CORVANE_PICTURE_RGBA32   14
+ *   PF_YV12            16    CORVANE_PICTURE_YV12     16
+ *   PF_BGRA32_FLIP     17                                     CORVANE_PICTURE_BMP_BGRA32   7   4, bottomUp 1
+ *   PF_NV12    0x3231564E    CORVANE_PICTURE_NV12     18
+ */
+enum {
+    CORVANE_PICTURE_YUY2 = 1,
+    CORVANE_PICTURE_RGB565 = 2,
+    CORVANE_PICTURE_BGR24 = 3,            /* also a kind of the raw callback */
+    CORVANE_PICTURE_BGRA32 = 4,           /* also a kind of the raw callback */
+    CORVANE_PICTURE_BMP_RGB565 = 5,
+    CORVANE_PICTURE_BMP_BGR24 = 6,
+    CORVANE_PICTURE_BMP_BGRA32 = 7,
+    CORVANE_PICTURE_JPEG = 8,             /* a JPEG file, quality by option 17 */
+    CORVANE_PICTURE_RGB555 = 9,
+    CORVANE_PICTURE_BMP_RGB555 = 10,
+    CORVANE_PICTURE_I420 = 11,            /* also a kind of the raw callback */
+    CORVANE_PICTURE_BGR565 = 12,
+    CORVANE_PICTURE_RGB24 = 13,
+    CORVANE_PICTURE_RGBA32 = 14,
+    CORVANE_PICTURE_BGR555 = 15,
+    CORVANE_PICTURE_YV12 = 16,
+    CORVANE_PICTURE_UYVY = 17,
+    CORVANE_PICTURE_NV12 = 18
+};
+
+/* `flags` of the snapshots, see Corvane_GetCurrentSnapShot. */
+enum {
+    CORVANE_STILL_WINDOW = 0,             /* what the window shows */
+    CORVANE_STILL_BMP24 = 0x1,            /* as CORVANE_STILL_FORMAT with CORVANE_PICTURE_BMP_BGR24 */
+    CORVANE_STILL_ENCODED = 0x2,          /* the encoded payload */
+    CORVANE_STILL_FORMAT = 0x4,           /* the decoded picture; its still format stands in bits 16 to 31 */
+    CORVANE_STILL_CALLERS_BUFFER = 0x8    /* together with one of the above: the memory is the caller's */
+};
+/* CORVANE_STILL_FORMAT with a format of CORVANE_PICTURE_*. */
+#define CORVANE_STILL_AS(picture) ((uint32_t)CORVANE_STILL_FORMAT | (uint32_t)(picture) << 16)
+
 /* `streamType` of MediaFrameHeader. */
 enum {
     CORVANE_STREAM_JPEG = 1,
@@ -253,6 +306,43 @@ enum {
     CORVANE_MEDIA_VIDEO = 1,
     CORVANE_MEDIA_AUDIO = 2,
     CORVANE_MEDIA_BOTH = 3
+};
+
+/* Modes of Corvane_SetDisplayMode. */
+enum {
+    CORVANE_DISPLAY_ALL = 0,              /* every frame is decoded */
+    CORVANE_DISPLAY_KEY_FRAMES = 1,       /* key frames only */
+    CORVANE_DISPLAY_THIN_LEAST = 2,       /* this to CORVANE_DISPLAY_THIN_MOST: leaves out H.264 temporal layers, ... */
+    CORVANE_DISPLAY_THIN_MOST = 8         /* ... here all of them */
+};
+
+/* Resize kinds of option 57. */
+enum {
+    CORVANE_RESIZE_NEAREST = 0,
+    CORVANE_RESIZE_BILINEAR = 1,
+    CORVANE_RESIZE_BICUBIC = 2,
+    CORVANE_RESIZE_LANCZOS = 3
+};
+
+/* Fields of DisplayArea that option 11 takes over: bits of its `extra`. */
+enum {
+    CORVANE_AREA_OVERVIEW = 1,
+    CORVANE_AREA_OVERVIEW_MARGIN = 2,
+    CORVANE_AREA_ZOOM = 4,
+    CORVANE_AREA_ZOOM_MARGIN = 8,
+    CORVANE_AREA_ZOOM_ENABLED = 16,
+    CORVANE_AREA_OVERVIEW_ENABLED = 32
+};
+
+/* `state` of QueueState. */
+enum {
+    CORVANE_QUEUE_BUFFERING = 1,
+    CORVANE_QUEUE_PLAYING = 2             /* frames leave the queue */
+};
+
+/* Bits of `options` of Corvane_StartChannel. */
+enum {
+    CORVANE_START_WAITING = 1             /* the waiting state takes the place of the last picture */
 };
 
 /* Bits of option 45: what brings on-screen text about when it changes; text on a redraw comes in any case. */
@@ -511,7 +601,7 @@ typedef void (*CorvaneAfterDisplayCallback)(void* context, const AfterDisplayRec
 
 /* How a channel is created, 136 bytes. A field counts when its mask bit is set; those without a bit always count. */
 typedef struct ChannelSettings {
-    uint32_t mask;                        /*   0 */
+    uint32_t mask;                        /*   0 of CORVANE_SETTINGS_* */
     uint32_t reserved4;                   /*   4 */
     CorvaneStreamInfoCallback streamInfo; /*   8 0x0001; else the instance's */
     CorvaneOsdCallback osd;               /*  16 0x0002; else the instance's */
@@ -539,7 +629,7 @@ typedef struct ChannelSettings {
 
 /* Changes of a channel, 48 bytes. */
 typedef struct ChannelUpdate {
-    uint32_t mask;            /*  0 bits below; 0x0400 drops the picture, 0x1000 gives the window up */
+    uint32_t mask;            /*  0 of CORVANE_UPDATE_*; 0x0400 drops the picture, 0x1000 gives the window up */
     uint32_t presentEnabled;  /*  4 0x0001 */
     uint32_t audioEnabled;    /*  8 0x0002 kept for sound, which this version does not have */
     uint32_t motionEnabled;   /* 12 0x0004 not read in this version, as the two colours */
@@ -547,7 +637,7 @@ typedef struct ChannelUpdate {
     uint32_t alertColor;      /* 20 0x0010 */
     uint32_t motionColor;     /* 24 0x0008 */
     uint32_t volume;          /* 28 0x0020 0 to 5000, kept for sound */
-    uint32_t mediaMode;       /* 32 0x0040 1 video only, 2 audio only, 3 both */
+    uint32_t mediaMode;       /* 32 0x0040 of CORVANE_MEDIA_* */
     uint32_t reserved36;      /* 36 */
     uintptr_t window;         /* 40 0x0800 must not be 0 */
 } ChannelUpdate;
@@ -555,7 +645,7 @@ typedef struct ChannelUpdate {
 /* State of a channel's queue, 16 bytes. */
 typedef struct QueueState {
     uint32_t reserved[3];
-    uint32_t state;           /* 1 buffering, 2 frames leave */
+    uint32_t state;           /* of CORVANE_QUEUE_* */
 } QueueState;
 
 /* `lastCause` of ChannelStatistics: why a frame brought no picture. */
@@ -675,7 +765,7 @@ typedef struct DisplayFrameInfo {
     uintptr_t viewerWindow;      /* 40 not read in this version */
 } DisplayFrameInfo;
 
-/* Display rectangles, option 11, 88 bytes. `extra` of the option is the mask of the fields that count. */
+/* Display rectangles, option 11, 88 bytes. `extra` of the option is of CORVANE_AREA_*: the fields that count. */
 typedef struct DisplayArea {
     uint32_t overviewIsWindow;   /*  0 bit 1, with overview */
     uint32_t reserved4;          /*  4 */
@@ -752,8 +842,7 @@ CORVANE_API uint32_t Corvane_CreateChannel(void* instance, void** channel, const
 CORVANE_API uint32_t Corvane_DeleteChannel(void* instance, void** channel);
 
 /*
- * Starts the worker. Bit 0 of `options`: the waiting state takes the place of the last picture. A started channel
- * stays as it is but for that bit. Waits for the end of a stop in progress.
+ * Starts the worker. `options`: 0, or CORVANE_START_WAITING. A started channel stays as it is but for that bit. Waits for the end of a stop in progress.
  * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_Failed: no thread could be started; or the
  * call came from a callback while the channel is being stopped or deleted. Status_OutOfMemory. [any]
  */
@@ -791,9 +880,9 @@ CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelU
  * Sets one option; a stop resets none. Options of this version (value; default):
  *   3   zero: the fixed border is not used; non-zero
  *   7, 8, 9, 10   left, right, top, bottom margin in pixels; 0
- *   11  pointer to DisplayArea, `extra` the field mask; none. Status_InvalidArgument for a null pointer, a null window
+ *   11  pointer to DisplayArea, `extra` of CORVANE_AREA_*; none. Status_InvalidArgument for a null pointer, a null window
  *       or an empty rectangle; fields of lower bits are then set all the same
- *   13  media mode: 1 video only, 2 audio only, 3 both; 3
+ *   13  media mode, of CORVANE_MEDIA_*; 3
  *   17  quality of JPEG stills: 50 leaves the quantisation tables of the encoder as they are, less is finer and larger, more
  *       is coarser; 0, the finest
  *   25  path (const char*) of a BMP or PNG file: the logo that the window shows while the channel is stopped.
@@ -802,7 +891,7 @@ CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelU
  *   31  empties the queue; value ignored
  *   35  non-zero: pictures marked interlaced are smoothed; 0
  *   42  zero: a full queue blocks Corvane_InputEncodedMediaFrame; non-zero: it returns Status_QueueFull; non-zero
- *   45  when on-screen text is refreshed, bits; 3
+ *   45  when on-screen text is refreshed, bits of CORVANE_TEXT_*; 3
  *   46, 52, 53   hardware kind for H.264, MPEG-4, H.265: 0 software, 1 to 3; 0
  *   47  accepted, no effect
  *   48  decoding threads, 0 automatic (2 from 1280x800 on, else 1); 0
@@ -810,7 +899,7 @@ CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelU
  *   56  still overlay, a CorvaneOsdCallback, with its context in `extra`; none. Called for each still on the thread that
  *       asks for it, several at once if need be, with the still's own size; colour 0 is transparent. Waits for a running
  *       call of the callback that it replaces, not from inside any callback
- *   57  resize kind: 0 nearest, 1 bilinear, 2 bicubic, 3 Lanczos, others ignored; 0. It counts where pictures are made smaller
+ *   57  resize kind, of CORVANE_RESIZE_*, others ignored; 0. It counts where pictures are made smaller
  *       on their way: for the cap of Corvane_SetRawDataCallbackSize, and for the plain renderer in windows of half the
  *       picture's size and below. The default renderer gets whole pictures and averages
  *   1000  by which colours RGB is made, of CORVANE_COLOURS_*; 0. It counts from the next picture on, and for stills at once.
@@ -828,8 +917,8 @@ CORVANE_API uint32_t Corvane_SetChannelOption(void* channel, int32_t id, uint64_
 CORVANE_API uint32_t Corvane_SetBufferTime(void* channel, uint32_t milliseconds);
 
 /*
- * Chooses the frames that are decoded: 0 all, 1 key frames only, 2 to 8 thinning of H.264 temporal layers, from few
- * to all of them. 1 takes effect after one more frame, going back at the next key frame. Values above 8 do nothing.
+ * Chooses the frames that are decoded: all (0), key frames only (1), or without some H.264 temporal layers, of which 2
+ * leaves out the fewest and 8 all; see CORVANE_DISPLAY_*. 1 takes effect after one more frame, going back at the next key frame. Values above 8 do nothing.
  * Status_InvalidArgument: channel is null. Status_WrongChannelType. [any]
  */
 CORVANE_API uint32_t Corvane_SetDisplayMode(void* channel, uint32_t mode);
@@ -851,7 +940,7 @@ CORVANE_API uint32_t Corvane_GetChannelStatistics(void* channel, ChannelStatisti
 
 /*
  * Hands every picture of the channel to `callback` from now on, in place of a window, for good; a null callback has
- * pictures made and dropped. `kind`: 3 24 bits (PF_BGR24), 4 32 bits (PF_BGRA32), 11 planar (PF_I420); non-zero
+ * pictures made and dropped. `kind`: CORVANE_PICTURE_BGR24 (3), _BGRA32 (4) or _I420 (11); non-zero
  * `bottomUp` with 3 and 4: PF_BGR24_FLIP, PF_BGRA32_FLIP. A slow callback delays pictures, not decoding; what it
  * misses is lost. A row or column more than an even number stays 0, see the pixel formats.
  * Status_InvalidArgument: channel is null. Status_NotSupported: kind (tested before the type). Status_WrongChannelType.
@@ -880,19 +969,16 @@ CORVANE_API uint32_t Corvane_UnregisterAfterDisplayCallback(void* channel);
 /* ---- Stills -------------------------------------------------------------------------------------------------------- */
 
 /*
- * Writes a still into *picture. Of `flags` the first that is set decides:
- *   0x2  the encoded payload of the picture that was decoded last (of two fields the first), with the size that its
- *        frame states
- *   0x4  that picture in the format whose number stands in bits 16 to 31:
- *          pixels, rows without padding (bottom row last):
- *           1 PF_YUY2     2 PF_RGB565   3 PF_BGR24    4 PF_BGRA32   9 PF_RGB555  11 PF_I420   12 PF_BGR565
- *          13 PF_RGB24   14 PF_RGBA32  15 PF_BGR555  16 PF_YV12    17 PF_UYVY    18 PF_NV12
- *          BMP files: 5 16 bits (5-6-5), 10 16 bits (5-5-5), 6 24 bits, 7 32 bits
- *          8 JPEG file, quality by option 17
- *   0x1  as 0x4 with format 6
- *   none of these: what the channel's window shows now, as a BMP file of 32 bits a pixel, bottom-up, 54 bytes of header.
- *        Parts of the window that other windows cover, or that lie off the screen, come from what the channel drew last
- * 0x8: picture->data is the caller's, picture->size bytes; otherwise it is cleared and allocated here, to be released by
+ * Writes a still into *picture. `flags` is of CORVANE_STILL_*; the first of these that is set decides:
+ *   ENCODED (0x2)  the encoded payload of the picture that was decoded last (of two fields the first), with the size that
+ *                  its frame states
+ *   FORMAT (0x4)   that picture in the still format of bits 16 to 31: CORVANE_STILL_AS(CORVANE_PICTURE_JPEG), say. Formats
+ *                  of pixels have rows without padding, the bottom row last; see the table at CORVANE_PICTURE_*
+ *   BMP24 (0x1)    as FORMAT with CORVANE_PICTURE_BMP_BGR24 (6)
+ *   none of these  what the channel's window shows now, as a BMP file of 32 bits a pixel, bottom-up, 54 bytes of header.
+ *                  Parts of the window that other windows cover, or that lie off the screen, come from what the channel
+ *                  drew last
+ * With CALLERS_BUFFER (0x8) picture->data is the caller's, picture->size bytes; otherwise it is cleared and allocated here, to be released by
  * Corvane_FreePicture.
  * The still has the size that the frame states, else the decoded size; it runs no client filter, no rotation and no
  * smoothing. What is not written of odd sizes (see the pixel formats) is 0. Without padding, a colour row has

@@ -1,4 +1,4 @@
-// The settings side of a channel that carries a stream: creation record and update record.
+// The settings of a channel that carries a stream: from its creation record, its update record and its options.
 #include "channels/Options.h"
 #include "channels/StreamChannel.h"
 
@@ -25,7 +25,8 @@ void StreamChannel::Apply(const ChannelSettings& settings) {
     if (has(CORVANE_SETTINGS_MARGIN_BOTTOM))
         m_render.SetMargin(&Edges::bottom, settings.marginBottom);
     if (has(CORVANE_SETTINGS_LOGO))
-        (void)m_render.SetLogoBitmap(reinterpret_cast<struct _cairo_surface*>(settings.logo));    // unfit: no logo
+        (void)m_render.SetLogoBitmap(reinterpret_cast<struct _cairo_surface*>(
+            settings.logo));    // Failed, for no image: the channel has no logo
     if (has(CORVANE_SETTINGS_PRESENT))
         m_render.SetPresentEnabled(settings.presentEnabled != 0);
     if (has(CORVANE_SETTINGS_AUDIO)) {
@@ -71,7 +72,7 @@ void StreamChannel::SetBlockWhenFull(bool on) {
     MutexLock lock(m_mutex);
     MutexLock settings(m_settingsMutex);
     m_blockWhenFull = on;
-    m_spaceReady.NotifyAll();    // producers that wait look again
+    m_spaceReady.NotifyAll();    // waiting producers check the new setting
 }
 
 void StreamChannel::EmptyQueue() {
@@ -88,10 +89,12 @@ void StreamChannel::SetBufferTime(uint32_t milliseconds) {
 }
 
 void StreamChannel::SetDisplayMode(uint32_t mode) {
-    if (mode > 8)
+    if (mode > CORVANE_DISPLAY_THIN_MOST)
         return;
     MutexLock lock(m_mutex);
-    m_displayMode = mode == 0 ? 0 : mode == 1 ? 8 : mode - 1;
+    m_displayMode = mode == CORVANE_DISPLAY_ALL          ? 0
+                    : mode == CORVANE_DISPLAY_KEY_FRAMES ? VideoStage::kKeyFramesOnly
+                                                         : mode - 1;
 }
 
 bool StreamChannel::IsBuffering() {

@@ -19,7 +19,6 @@ namespace corvane {
 
 namespace {
 
-constexpr uint32_t kDisplayFormat = 6;    // 24 bit BMP
 constexpr uint32_t kPlaceholderFlag = 0x80;
 constexpr uint32_t kBmp24HeaderBytes = 54;
 
@@ -27,7 +26,8 @@ static_assert(sizeof(PictureBuffer) == 24 && offsetof(PictureBuffer, data) == 16
 static_assert(sizeof(DisplayFrameInfo) == 48 && offsetof(DisplayFrameInfo, flags) == 12 &&
               offsetof(DisplayFrameInfo, baseTime) == 28 && offsetof(DisplayFrameInfo, viewerWindow) == 40);
 
-// The logo's pixels, rows and bytes in the order of the maker's format: only for formats of 32 bits.
+// Copies the logo into the maker's buffer, with rows and bytes in the order of its format. Failed: a format that does
+// not have 32 bits a pixel.
 Status CopyLogo(const RasterView& logo, IPictureMaker& maker) {
     uint8_t* buffer = nullptr;
     uint32_t stride = 0;
@@ -46,7 +46,7 @@ Status CopyLogo(const RasterView& logo, IPictureMaker& maker) {
     return Status::Ok;
 }
 
-// The frame that stands for the logo.
+// The record that a still of the logo gets in the place of a frame.
 FramePtr LogoFrame() {
     static constexpr uint8_t kHeaderBytes[20] = {0, 0, 0, 0x10};
     MediaFrameHeader header{};
@@ -89,13 +89,13 @@ void StillRoad::SetQuality(uint32_t quality) {
 
 // ---- The picture ----
 
-// From the current picture to what the maker makes its output from.
+// Fills the maker's buffer from the current picture, or from the logo of a stopped channel.
 Status StillRoad::Take(Still& still) {
     {
         MutexLock lock(m_mutex);
         still.maker->SetQuality(m_stillQuality);
     }
-    // The composed picture of several sensors comes before anything else, once there is a renderer that has one.
+    // A renderer that composes the pictures of several sensors will be asked first, once there is one.
     BitmapPtr logo;
     Status status;
     switch (m_render.GetLogoPicture(logo)) {
@@ -120,7 +120,7 @@ Status StillRoad::Take(Still& still) {
 Status StillRoad::Convert(Still& still, const SharedPicture& picture) {
     const DecodedFrame& decoded = picture.Get();
     const PresentSettingsPtr settings = m_render.Settings();
-    PictureRun run;    // its own: client filters, rotation and smoothing are not for stills
+    PictureRun run;    // of this still alone: no client filters, no rotation, no smoothing
     MakerTarget target(*still.maker);
     PictureRequest request{
         .frame = *still.frame,
@@ -138,15 +138,15 @@ Status StillRoad::Convert(Still& still, const SharedPicture& picture) {
     if (client.width != 0 && client.height != 0 && client.width <= request.size.width / 2 &&
         client.height <= request.size.height / 2)
         request.size = {client.width, client.height};
-    // Marks of motion are for the display variants, once there are marks.
+    // Motion marks, once there are any, will be drawn by Display only.
     if (run.Carry(request, ChainSettings(), target).Lost())
         return static_cast<Status>(target.Result());
     if (request.colours)
-        still.maker->NormaliseColours(*request.colours);    // before something is drawn over the picture
+        still.maker->NormaliseColours(*request.colours);    // before the overlay is drawn over the picture
     return Status::Ok;
 }
 
-// Where there is no memory for the drawing, the still comes without.
+// Without memory for the drawing the still is made without an overlay.
 void StillRoad::DrawOverlay(const Still& still) {
     const ClientCallback<CorvaneOsdCallback>::Call overlay(m_overlay);
     uint8_t* buffer = nullptr;
@@ -168,7 +168,7 @@ void StillRoad::DrawOverlay(const Still& still) {
     (void)BlendOverlay(drawing.View(), buffer, stride, format);
 }
 
-// ---- Where it goes ----
+// ---- Delivery ----
 
 Status StillRoad::Snapshot(uint32_t format, bool zoomed, PictureBuffer& out) {
     Still still{MakePicture(format), zoomed};
@@ -193,11 +193,11 @@ Status StillRoad::Display(struct _cairo* to, bool zoomed, DisplayFrameInfo& out)
     const DisplayTarget target(to);
     const DisplayTarget::Size own = target.OwnSize();
     CRenderMgr::PresentRects rects = m_render.GetPresentRects({own.width, own.height});
-    Still still{MakePicture(kDisplayFormat), zoomed, rects.client};
+    Still still{MakePicture(CORVANE_PICTURE_BMP_BGR24), zoomed, rects.client};
     CORVANE_RETURN_IF_FAILED(Take(still));
     CORVANE_RETURN_IF_FAILED(Finish(*still.maker));
     const IPictureMaker& maker = *still.maker;
-    if (rects.client == WindowWatch::Size{})    // neither a window nor a surface with bounds: as large as the picture
+    if (rects.client == WindowWatch::Size{})    // no window, and a surface without bounds: the size of the picture
         rects = m_render.GetPresentRects({maker.GetWidth(), maker.GetHeight()});
     out.clientWidth = rects.client.width;
     out.clientHeight = rects.client.height;

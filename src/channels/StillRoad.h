@@ -1,11 +1,11 @@
-// Stills: the picture that a channel shows now, through a chain of its own into a picture maker, with what the client
-// draws over it, into a block of memory or onto a client's cairo context.
+// Stills: the current picture of a channel goes through a picture run of its own into a picture maker; the client draws
+// its overlay; the result is written into memory, or drawn with a client's cairo context.
 //
-// Every call runs on the thread that asks, beside the worker and the render thread, any number at once. It takes a
-// reference on the current picture under the decoder lock, so it waits for a decode in progress and for no pacing
-// sleep, and converts without it. Only a picture that its decoder does not share is converted under that lock: the
-// worker then waits before it decodes again. No lock is held while the overlay callback runs, or while the picture is
-// encoded, copied or drawn.
+// Calls run on the thread of the caller, in parallel with the worker, the render thread and each other. A call takes a
+// reference on the current picture under the decoder lock, so it waits for a decode in progress, but not while the
+// worker sleeps. It converts the picture without that lock, unless the decoder does not share its pictures: then the
+// worker waits for the conversion before it decodes again. No lock is held while the overlay callback runs, or while
+// the picture is encoded, copied or drawn.
 #pragma once
 
 #include <cstdint>
@@ -20,13 +20,14 @@
 
 namespace corvane {
 
-// Makes room for `size` bytes: in the caller's buffer where there is one, else in memory that std::free frees.
-// BufferTooSmall, and `picture` is then unchanged; OutOfMemory. On success data and size are set.
+// Provides `size` bytes: the caller's buffer where picture.data is not null, else new memory, to be released by
+// std::free. On success data and size are set. BufferTooSmall, with `picture` unchanged; OutOfMemory.
 Status ReservePicture(PictureBuffer& picture, uint64_t size);
 
 class StillRoad {
 public:
-    // `owner`: the channel's handle, for which callbacks run. All must outlive the road.
+    // `owner`: the channel's handle; the overlay callback counts as one of its callbacks. All three outlive this
+    // object.
     StillRoad(const void* owner, const VideoStage& video, const CRenderMgr& render)
         : m_owner(owner), m_video(video), m_render(render) {}
 
@@ -34,22 +35,22 @@ public:
     // Waits for a running call of the callback that it replaces, not from inside any callback.
     void SetOverlay(CorvaneOsdCallback callback, void* context) { m_overlay.Set(callback, context); }
 
-    // `format`: a picture format, 1 to 18, else InvalidArgument. `zoomed`: only what the display area selects. Failed:
+    // `format`: of CORVANE_PICTURE_*, else InvalidArgument. `zoomed`: only what the display area selects. Failed:
     // there is no picture. May raise std::bad_alloc.
     Status Snapshot(uint32_t format, bool zoomed, PictureBuffer& out);
     Status Display(struct _cairo* to, bool zoomed, DisplayFrameInfo& out);
-    // The payload that the current picture was decoded from.
+    // The encoded payload of the current picture.
     Status CopyEncodedFrame(PictureBuffer& out);
-    // What the window shows, as a file of 32 bits a pixel.
+    // What the window shows, as a BMP file of 32 bits a pixel.
     Status GrabWindow(PictureBuffer& out);
 
 private:
     struct Still {
         PictureMakerPtr maker;
         bool zoomed = false;
-        // In the display variants: a picture of at least twice this size is converted at this size.
+        // Of Display: a picture that is at least twice as large is made in this size. Empty for the others.
         WindowWatch::Size client{};
-        FramePtr frame{};    // out
+        FramePtr frame{};    // out: the frame of the picture
     };
 
     Status Take(Still& still);

@@ -4,9 +4,7 @@ namespace corvane {
 
 namespace {
 
-constexpr uint32_t kKeyFramesOnly = 8;
-
-// How a frame counts by what its decoding came to.
+// The counter of a frame, by the outcome of its decode.
 void CountUnit(CountAtEnd& fate, DecodeOutcome outcome) {
     switch (outcome) {
     case DecodeOutcome::Picture:
@@ -50,7 +48,7 @@ void VideoStage::Reset(bool backward) {
     m_counters.NoteDecoder(0, 0);
 }
 
-// A second field belongs to its key frame although it is none itself.
+// The second field of a key frame is decoded although it is no key frame itself.
 bool VideoStage::CompletesPicture(const MediaFrameImpl& frame) {
     ExclusiveLock lock(m_lock);
     return m_decoder.Completes(frame);
@@ -73,7 +71,7 @@ bool VideoStage::Decode(FramePtr& frame, uint32_t mode, SharedPicture& picture) 
     uint32_t kind;
     {
         ExclusiveLock lock(m_lock);
-        if (frame->IsKeyFrame() || m_decoder.ActiveKind() != 0)    // software minds no adapter
+        if (frame->IsKeyFrame() || m_decoder.ActiveKind() != 0)    // the software decoder depends on no display adapter
             m_decoder.SetAdapter(m_render.GetAdapterIndex());
         if (m_decoder.Decode(frame, &got) < 0)
             got = 0;

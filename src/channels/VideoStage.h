@@ -1,5 +1,5 @@
-// What a channel that carries a stream does with a frame of video: thin it, follow the display adapter, decode it, tell
-// the client which kind of decoder is at work. And the current picture, for whoever wants it beside the worker.
+// Decodes the video of a channel: drops frames by the display mode, follows the display adapter, decodes, and reports
+// the kind of decoder to the client. It owns the current picture, which any thread may use.
 #pragma once
 
 #include <cstdint>
@@ -21,12 +21,13 @@ public:
 
     // ---- Any thread ----
 
-    // The settings of the next decoder; its setters wait for no decode.
+    // The settings of the next decoder; its setters do not wait for a decode.
     VideoDecoderHolder& Settings() { return m_decoder; }
 
-    // Calls `use(frame, picture)` with the current picture and the frame that it came from, and hands on its status.
-    // Status::Failed where there is none. Waits for a decode in progress. No lock is held while `use` runs, but for a
-    // picture that its decoder does not share: that one is used under the decoder lock, since the next decode ends it.
+    // Calls `use(frame, picture)` with the current picture and the frame that it came from, and returns its status.
+    // Status::Failed where there is no picture. Waits for a decode in progress. No lock is held while `use` runs,
+    // unless the decoder does not share its pictures: then `use` runs under the decoder lock, since the next decode
+    // would overwrite the picture.
     template <typename Use>
     Status UseCurrent(Use&& use) const {
         FramePtr frame;
@@ -44,9 +45,10 @@ public:
 
     // ---- The worker ----
 
+    static constexpr uint32_t kKeyFramesOnly = 8;    // for `mode`; 0: all frames; 1 to 7: a level of FrameThinner
+
     void BeginRun();
-    // `mode`: 0 all frames, 1 to 7 thinning, 8 key frames only. False when there is nothing to present, which is
-    // counted. On true `frame` is the one that the picture came from.
+    // False: there is nothing to present, which is counted. True: `frame` becomes the one that the picture came from.
     bool Decode(FramePtr& frame, uint32_t mode, SharedPicture& picture);
 
     // ---- After the worker was joined ----

@@ -16,31 +16,24 @@ using corvane::StreamChannel;
 
 namespace {
 
-// Where a required pointer besides the handle is null, the call ends before the handle's type is looked at.
+// For exports with a second required pointer: a null one is reported before the type of the handle is checked.
 template <typename Body>
 uint32_t OnStreamWith(void* channel, const void* required, Body&& body) noexcept {
     return required == nullptr ? Status_InvalidArgument : OnStream(channel, std::forward<Body>(body));
 }
 
-// `flags` of the snapshots.
-constexpr uint32_t kBmp24 = 0x1;
-constexpr uint32_t kEncodedFrame = 0x2;
-constexpr uint32_t kNumberedFormat = 0x4;    // bits 16 to 31
-constexpr uint32_t kCallersBuffer = 0x8;
-constexpr uint32_t kBmp24Number = 6;
-
 uint32_t TakeSnapshot(void* channel, PictureBuffer* picture, uint32_t flags, bool zoomed) noexcept {
     return OnStreamWith(channel, picture, [&](StreamChannel& stream) {
-        if ((flags & kCallersBuffer) == 0)
+        if ((flags & CORVANE_STILL_CALLERS_BUFFER) == 0)
             picture->data = nullptr;
         else if (picture->data == nullptr)
             return Status::InvalidArgument;
-        if ((flags & kEncodedFrame) != 0)
+        if ((flags & CORVANE_STILL_ENCODED) != 0)
             return stream.Stills().CopyEncodedFrame(*picture);
-        if ((flags & kNumberedFormat) != 0)
+        if ((flags & CORVANE_STILL_FORMAT) != 0)
             return stream.Stills().Snapshot(flags >> 16, zoomed, *picture);
-        if ((flags & kBmp24) != 0)
-            return stream.Stills().Snapshot(kBmp24Number, zoomed, *picture);
+        if ((flags & CORVANE_STILL_BMP24) != 0)
+            return stream.Stills().Snapshot(CORVANE_PICTURE_BMP_BGR24, zoomed, *picture);
         return stream.Stills().GrabWindow(*picture);
     });
 }
@@ -52,14 +45,14 @@ uint32_t DrawDisplay(void* channel, struct _cairo* deviceContext, DisplayFrameIn
                         [&](StreamChannel& stream) { return stream.Stills().Display(deviceContext, zoomed, *info); });
 }
 
-// The pixel format of a kind of Corvane_RegisterRawDataCallback; 0 for an unknown kind.
+// The pixel format for `kind` of Corvane_RegisterRawDataCallback; 0 for an unknown kind.
 uint32_t FormatOfKind(uint32_t kind, bool bottomUp) {
     switch (kind) {
-    case 3:
+    case CORVANE_PICTURE_BGR24:
         return bottomUp ? PF_BGR24_FLIP : PF_BGR24;
-    case 4:
+    case CORVANE_PICTURE_BGRA32:
         return bottomUp ? PF_BGRA32_FLIP : PF_BGRA32;
-    case 11:
+    case CORVANE_PICTURE_I420:
         return PF_I420;
     default:
         return 0;
@@ -90,7 +83,8 @@ uint32_t Corvane_DeleteChannel(void* instance, void** channel) {
 }
 
 uint32_t Corvane_StartChannel(void* channel, uint32_t options) {
-    return OnStream(channel, [&](StreamChannel& stream) { return stream.Start((options & 1) != 0); });
+    return OnStream(channel,
+                    [&](StreamChannel& stream) { return stream.Start((options & CORVANE_START_WAITING) != 0); });
 }
 
 uint32_t Corvane_StopChannel(void* channel) {
@@ -119,7 +113,8 @@ uint32_t Corvane_SetDisplayMode(void* channel, uint32_t mode) {
 
 uint32_t Corvane_GetRemainingQueueElementCount(void* channel, QueueState* state) {
     return OnStreamWith(channel, state, [&](StreamChannel& stream) {
-        *state = QueueState{{}, stream.IsBuffering() ? 1u : 2u};
+        *state = QueueState{};
+        state->state = stream.IsBuffering() ? CORVANE_QUEUE_BUFFERING : CORVANE_QUEUE_PLAYING;
     });
 }
 

@@ -16,20 +16,22 @@ Status CCorvane_Option::CreateChannel(void** channel, const ChannelSettings* set
     IChannel* const handle = object;
     const auto pick = [&](uint32_t bit, auto own, auto other) { return (chosen.mask & bit) != 0 ? own : other; };
     void* const none = nullptr;
-    object->Render().SetStreamInfo(pick(0x0001, chosen.streamInfo, m_defaults.streamInfo),
-                                   pick(0x0004, chosen.streamInfoContext, none));
-    object->Render().SetOsd(pick(0x0002, chosen.osd, m_defaults.osd), pick(0x0008, chosen.osdContext, none));
+    object->Render().SetStreamInfo(pick(CORVANE_SETTINGS_STREAM_INFO, chosen.streamInfo, m_defaults.streamInfo),
+                                   pick(CORVANE_SETTINGS_STREAM_INFO_CONTEXT, chosen.streamInfoContext, none));
+    object->Render().SetOsd(pick(CORVANE_SETTINGS_TEXT, chosen.osd, m_defaults.osd),
+                            pick(CORVANE_SETTINGS_TEXT_CONTEXT, chosen.osdContext, none));
     object->Render().SetBackground(m_defaults.background);
     object->Apply(chosen);
     WindowWatchPtr window = WindowWatch::Open(chosen.window, WindowWatch::Purpose::Draw);
-    std::unique_ptr<Deleter> owner = std::make_unique<DeleterImpl<CChannelLive>>(std::move(made));    // dies unlocked
-    // Once the lock is dropped the channel belongs to whoever deletes it: nothing here touches it after.
+    std::unique_ptr<Deleter> owner =
+        std::make_unique<DeleterImpl<CChannelLive>>(std::move(made));    // destroyed after the lock is dropped
+    // After the lock is dropped any thread may delete the channel, so nothing here touches it then.
     MutexLock lock(m_lock);
     if (m_releasing)
         return Status::Failed;
     object->SetFactories(m_factories);
     std::unique_ptr<Deleter>& place = m_objects[handle];
-    // With a window the text callback may run at once, and may want the handle.
+    // The handle is written before the window is set: the text callback may run at once and may use the handle.
     void* const before = std::exchange(*channel, handle);
     try {
         object->Render().SetWindow(std::move(window));
@@ -56,7 +58,7 @@ Status CCorvane_Option::Delete(const void* handle) {
 }
 
 Status CCorvane_Option::DeleteAll() {
-    std::list<EndScope> scopes;    // of all objects, until the last of them has ended
+    std::list<EndScope> scopes;    // of all objects; they live until the last object has ended
     std::map<const void*, std::unique_ptr<Deleter>> dying;
     {
         MutexLock lock(m_lock);

@@ -15,25 +15,25 @@ bool Usable(uint32_t isWindow, const DisplayPlace& place) {
 }    // namespace
 
 Status ApplyDisplayArea(DisplayArea& into, const DisplayArea& from, uint32_t mask) {
-    if ((mask & 1) != 0) {
+    if ((mask & CORVANE_AREA_OVERVIEW) != 0) {
         if (!Usable(from.overviewIsWindow, from.overview))
             return Status::InvalidArgument;
         into.overviewIsWindow = from.overviewIsWindow;
         into.overview = from.overview;
     }
-    if ((mask & 2) != 0)
+    if ((mask & CORVANE_AREA_OVERVIEW_MARGIN) != 0)
         std::ranges::copy(from.overviewMargin, into.overviewMargin);
-    if ((mask & 4) != 0) {
+    if ((mask & CORVANE_AREA_ZOOM) != 0) {
         if (!Usable(from.zoomIsWindow, from.zoom))
             return Status::InvalidArgument;
         into.zoomIsWindow = from.zoomIsWindow;
         into.zoom = from.zoom;
     }
-    if ((mask & 8) != 0)
+    if ((mask & CORVANE_AREA_ZOOM_MARGIN) != 0)
         std::ranges::copy(from.zoomMargin, into.zoomMargin);
-    if ((mask & 16) != 0)
+    if ((mask & CORVANE_AREA_ZOOM_ENABLED) != 0)
         into.zoomEnabled = from.zoomEnabled;
-    if ((mask & 32) != 0)
+    if ((mask & CORVANE_AREA_OVERVIEW_ENABLED) != 0)
         into.overviewEnabled = from.overviewEnabled;
     return Status::Ok;
 }

@@ -95,7 +95,7 @@ CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Cloc
       m_window(WindowWatch::Open(window, WindowWatch::Purpose::Draw), this) {
     {
         const WindowWatchPtr watch = m_window.Watch();
-        MutexLock lock(m_lock);    // the watch may tell of changes already
+        MutexLock lock(m_lock);    // the watch may report changes already
         ChangeSettings([&](PresentSettings& settings) { settings.window = watch; });
     }
     m_thread = Thread("corvane-render", owner, [this] { RenderLoop(); });
@@ -136,7 +136,7 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded
     {
         PresentSettingsPtr settings = Settings();
         std::optional<CallGate::Scope> call;
-        if (!settings->chain.clientFilters.empty()) {    // entered before what is called is read
+        if (!settings->chain.clientFilters.empty()) {    // entered before the callbacks are read
             call.emplace(m_filterCalls);
             settings = Settings();
         }
@@ -161,7 +161,7 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded
     SendFallbackEvent();
 }
 
-// The picture, its frame and the state become one at once. What was replaced is destroyed by the caller.
+// Sets picture, frame and state in one step. The caller destroys the picture that was replaced.
 void CRenderMgr::Post(FinishedPicture& picture, PictureSize size) {
     {
         MutexLock lock(m_lock);
@@ -171,7 +171,7 @@ void CRenderMgr::Post(FinishedPicture& picture, PictureSize size) {
         if (m_mailbox.Post(picture))
             m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
     }
-    m_due.NotifyAll();    // not sooner: the render thread would wait for the lock
+    m_due.NotifyAll();    // after the lock is dropped, so that the render thread need not wait for it
 }
 
 void CRenderMgr::ReportFrame(const MediaFrameImpl& frame, PictureSize size) {
@@ -219,13 +219,13 @@ void CRenderMgr::SendFallbackEvent() {
         return;
     const PresentSettingsPtr settings = Settings();
     if (settings->streamInfo != nullptr)
-        settings->streamInfo(settings->streamInfoContext, 9, 2, 0);
+        settings->streamInfo(settings->streamInfoContext, CORVANE_INFO_FALLBACK, 2, 0);
 }
 
 void CRenderMgr::SendDecoderKind(uint32_t kind) {
     const PresentSettingsPtr settings = Settings();
     if (settings->streamInfo != nullptr)
-        settings->streamInfo(settings->streamInfoContext, 13, kind, 0);
+        settings->streamInfo(settings->streamInfoContext, CORVANE_INFO_DECODER, kind, 0);
 }
 
 void CRenderMgr::InputAudio(const FramePtr& frame, bool mix, bool show) {
@@ -256,7 +256,7 @@ void CRenderMgr::SetState(RenderState state, const FramePtr& frame) {
 void CRenderMgr::RenderLoop() {
     std::optional<Turn> turn(std::in_place);
     for (;;) {
-        turn.emplace(Await(*turn));    // what the last turn held is destroyed here, with no lock held
+        turn.emplace(Await(*turn));    // the last turn is destroyed here, with no lock held
         if (turn->due.end)
             break;
         try {
@@ -290,21 +290,22 @@ CRenderMgr::Turn CRenderMgr::Await(const Turn& ended) {
     next.settings = m_settings;
     next.fresh = m_mailbox.Take(m_kept, before);
     if (next.due.end || next.due.state != RenderState::Playing) {
-        if (std::exchange(next.fresh, false))    // nobody takes it
+        if (std::exchange(next.fresh, false))    // it is not shown
             m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
         next.frame = m_frame;
         next.logo = m_schedule.State() == RenderState::Stopped ? m_logo : nullptr;
         next.counter = next.due.draw && next.due.state == RenderState::Waiting ? m_schedule.TakeWaitCounter() : 0;
     } else if (next.due.draw) {
-        const std::optional<PassFlags> flags = m_schedule.BeginPass(
-            next.fresh, m_settings->osdPolicy == kOsdAlways, m_settings->presentEnabled, m_settings->osd != nullptr);
+        const std::optional<PassFlags> flags =
+            m_schedule.BeginPass(next.fresh, m_settings->osdPolicy == CORVANE_TEXT_ALWAYS, m_settings->presentEnabled,
+                                 m_settings->osd != nullptr);
         next.due.draw = flags && m_kept.frame != nullptr;
         if (next.due.draw)
             next.pass.emplace(
                 Pass{.settings = *next.settings, .sinks = m_sinks, .mailbox = &m_mailbox, .flags = *flags});
     }
     next.inCalls = next.due.draw;
-    if (next.inCalls)    // entered before what is called is read
+    if (next.inCalls)    // entered before the callbacks are read
         next.side = m_renderCalls.Enter();
     return next;
 }
@@ -325,7 +326,7 @@ void CRenderMgr::Do(Turn& turn) {
         DrawState(turn);
 }
 
-// Renderers that were replaced, and the way to a window that was given up, end here, on their thread.
+// Replaced renderers, and sinks of windows that were given up, are destroyed here, on the render thread.
 void CRenderMgr::TidyUp(const PresentSettings& settings) {
     m_sinks.Keep({settings.window, settings.area.overviewEnabled != 0 ? settings.overviewWindow : nullptr});
 }

@@ -21,19 +21,19 @@ void ReportLens(const Sender& send, const MediaFrameImpl& frame, const MediaFram
     const FisheyeCalibration* before = previous != nullptr ? previous->Fisheye() : nullptr;
     if (now == nullptr) {
         if (previous == nullptr || before != nullptr)
-            send(12, 0, uint64_t{0});
+            send(CORVANE_INFO_LENS_CIRCLE, 0, uint64_t{0});
         return;
     }
     const bool kindChanged = before == nullptr || before->lensKind != now->lensKind;
     const bool mountChanged = before == nullptr || before->mountFlag != now->mountFlag;
     if (kindChanged && now->lensKind <= 2)
-        send(10, now->lensKind + 1u, uint64_t{0});
+        send(CORVANE_INFO_LENS_KIND, now->lensKind + 1u, uint64_t{0});
     if (mountChanged)
-        send(11, now->mountFlag != 0 ? 2 : 1, uint64_t{0});
+        send(CORVANE_INFO_MOUNT, now->mountFlag != 0 ? 2 : 1, uint64_t{0});
     if (kindChanged || mountChanged || before->centerX != now->centerX || before->centerY != now->centerY ||
         before->radius != now->radius) {
         const FisheyeInfo info{now->mountFlag, now->lensKind, now->centerX, now->centerY, now->radius};
-        send(12, 1, &info);
+        send(CORVANE_INFO_LENS_CIRCLE, 1, &info);
     }
 }
 
@@ -48,13 +48,13 @@ void ReportMotion(const Sender& send, const MediaFrameHeader& header) {
             if (object.valid != 0 && object.id >= 1 && object.id <= kSlots)
                 entries[object.id - 1] = MotionEntry{object.level, 0, object.value};
         }
-        count = std::min(count, kSlots);    // the id is the camera's word; the client walks the array by it
+        count = std::min(count, kSlots);    // the id comes from the camera, and the client reads as many entries
     } else {
         for (uint32_t i = 0; i < 3; ++i)
             if (header.motionState[i] < 2)
                 entries[i] = MotionEntry{header.motionId[i], 0, header.motionAlert[i]};
     }
-    send(6, reinterpret_cast<uint64_t>(entries), uint64_t{count});
+    send(CORVANE_INFO_MOTION, reinterpret_cast<uint64_t>(entries), uint64_t{count});
 }
 
 }    // namespace
@@ -65,11 +65,11 @@ void ReportStreamInfo(CorvaneStreamInfoCallback callback, void* context, const M
     const MediaFrameHeader& header = frame.Header();
     ReportLens(send, frame, previous);
     if (dirty || (frame.IsKeyFrame() && resized))
-        send(3, shown.width, uint64_t{shown.height});
+        send(CORVANE_INFO_SIZE, shown.width, uint64_t{shown.height});
     ReportMotion(send, header);
-    send(7, (header.reservedTail >> 32) == 0 ? 1 : 0, &header);
+    send(CORVANE_INFO_FRAME, (header.reservedTail >> 32) == 0 ? 1 : 0, &header);
     if (dirty)
-        send(8, 0, uint64_t{0});
+        send(CORVANE_INFO_FRESH, 0, uint64_t{0});
 }
 
 }    // namespace corvane

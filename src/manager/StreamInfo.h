@@ -1,4 +1,4 @@
-// What the stream-info callback is told of each picture.
+// What is reported to the stream-info callback for each picture.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +10,8 @@
 namespace corvane {
 
 // Sends the codes of one frame, in the order 10, 11, 12, 3, 6, 7, 8, on the calling thread with no lock held.
-// `previous` is the frame before it, or null; `resized` says that a previous frame exists and its picture had another
-// size; `dirty` that size and state must be reported; `shown` is the size that the picture is shown at.
+// `previous`: the frame before it, or null. `resized`: there is a previous frame, and its picture had another size.
+// `dirty`: size and state must be reported. `shown`: the size that the picture is shown at.
 void ReportStreamInfo(CorvaneStreamInfoCallback callback, void* context, const MediaFrameImpl& frame,
                       const MediaFrameImpl* previous, bool resized, bool dirty, PictureSize shown);
 

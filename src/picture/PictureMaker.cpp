@@ -1,6 +1,6 @@
 #include "picture/PictureMaker.h"
 
-#include <array>
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -16,7 +16,7 @@ namespace corvane {
 
 namespace {
 
-// What the kinds of makers share: the lent buffer and the output.
+// The base of all makers: the lent buffer and the output.
 class PictureMaker : public IPictureMaker {
 public:
     explicit PictureMaker(uint32_t format) : m_format(format) {}
@@ -52,7 +52,7 @@ public:
     }
 
 protected:
-    // The output of `size` bytes behind the prefix; null where there is no memory, and the old output then stays.
+    // Memory for an output of `size` bytes after the prefix. Null without memory; the old output is then unchanged.
     uint8_t* Output(uint64_t size) {
         const uint64_t whole = m_prefix + size;
         if (!m_output || m_output.Size() != whole) {
@@ -95,14 +95,14 @@ public:
         const uint8_t* const chroma = m_input.Data() + size_t{m_stride} * m_height;
         if (m_format == PF_NV12) {
             to = Pack(to, m_input.Data(), m_stride, m_width, m_height * 3 / 2);
-        } else if (Planar()) {    // the planes stay in the order that they have in memory
+        } else if (Planar()) {    // the order of the planes is that of the buffer
             to = Pack(to, m_input.Data(), m_stride, m_width, m_height);
             to = Pack(to, chroma, m_stride / 2, m_width / 2, m_height / 2);
             to = Pack(to, chroma + size_t{m_stride} * m_height / 4, m_stride / 2, m_width / 2, m_height / 2);
         } else {
             to = Pack(to, m_input.Data(), m_stride, size_t{m_width} * PixelBytes(), m_height);
         }
-        std::memset(to, 0, static_cast<size_t>(end - to));    // what planes of odd sizes leave over
+        std::memset(to, 0, static_cast<size_t>(end - to));    // bytes that planes of odd sizes do not fill
     }
 
 private:
@@ -153,44 +153,47 @@ public:
 
 private:
     uint32_t m_quality = 0;
-    uint32_t m_size = 0;    // of the last output, the prefix alone where it failed
+    uint32_t m_size = 0;    // of the last output with its prefix; the prefix alone after a failure
 };
 
 enum class Kind : uint8_t { Raw, Bmp, Jpeg };
-struct PublicFormat {
+struct StillFormat {
+    uint32_t number;    // of CORVANE_PICTURE_*
     Kind kind;
-    uint32_t format;
+    uint32_t input;    // PF_* of the lent buffer
 };
-constexpr std::array<PublicFormat, 18> kPublicFormats{{{Kind::Raw, PF_YUY2},
-                                                       {Kind::Raw, PF_RGB565},
-                                                       {Kind::Raw, PF_BGR24},
-                                                       {Kind::Raw, PF_BGRA32},
-                                                       {Kind::Bmp, PF_RGB565},
-                                                       {Kind::Bmp, PF_BGR24_FLIP},
-                                                       {Kind::Bmp, PF_BGRA32_FLIP},
-                                                       {Kind::Jpeg, PF_I420},
-                                                       {Kind::Raw, PF_RGB555},
-                                                       {Kind::Bmp, PF_RGB555},
-                                                       {Kind::Raw, PF_I420},
-                                                       {Kind::Raw, PF_BGR565},
-                                                       {Kind::Raw, PF_RGB24},
-                                                       {Kind::Raw, PF_RGBA32},
-                                                       {Kind::Raw, PF_BGR555},
-                                                       {Kind::Raw, PF_YV12},
-                                                       {Kind::Raw, PF_UYVY},
-                                                       {Kind::Raw, PF_NV12}}};
+constexpr StillFormat kStillFormats[] = {
+    {CORVANE_PICTURE_YUY2, Kind::Raw, PF_YUY2},
+    {CORVANE_PICTURE_RGB565, Kind::Raw, PF_RGB565},
+    {CORVANE_PICTURE_BGR24, Kind::Raw, PF_BGR24},
+    {CORVANE_PICTURE_BGRA32, Kind::Raw, PF_BGRA32},
+    {CORVANE_PICTURE_BMP_RGB565, Kind::Bmp, PF_RGB565},
+    {CORVANE_PICTURE_BMP_BGR24, Kind::Bmp, PF_BGR24_FLIP},
+    {CORVANE_PICTURE_BMP_BGRA32, Kind::Bmp, PF_BGRA32_FLIP},
+    {CORVANE_PICTURE_JPEG, Kind::Jpeg, PF_I420},
+    {CORVANE_PICTURE_RGB555, Kind::Raw, PF_RGB555},
+    {CORVANE_PICTURE_BMP_RGB555, Kind::Bmp, PF_RGB555},
+    {CORVANE_PICTURE_I420, Kind::Raw, PF_I420},
+    {CORVANE_PICTURE_BGR565, Kind::Raw, PF_BGR565},
+    {CORVANE_PICTURE_RGB24, Kind::Raw, PF_RGB24},
+    {CORVANE_PICTURE_RGBA32, Kind::Raw, PF_RGBA32},
+    {CORVANE_PICTURE_BGR555, Kind::Raw, PF_BGR555},
+    {CORVANE_PICTURE_YV12, Kind::Raw, PF_YV12},
+    {CORVANE_PICTURE_UYVY, Kind::Raw, PF_UYVY},
+    {CORVANE_PICTURE_NV12, Kind::Raw, PF_NV12},
+};
 
 }    // namespace
 
 PictureMakerPtr MakePicture(uint32_t number) {
-    if (number < 1 || number > kPublicFormats.size())
+    const auto* const wanted = std::ranges::find(kStillFormats, number, &StillFormat::number);
+    if (wanted == std::ranges::end(kStillFormats))
         return nullptr;
-    const PublicFormat& wanted = kPublicFormats[number - 1];
-    switch (wanted.kind) {
+    switch (wanted->kind) {
     case Kind::Raw:
-        return std::make_shared<CPictureMakerRaw>(wanted.format);
+        return std::make_shared<CPictureMakerRaw>(wanted->input);
     case Kind::Bmp:
-        return std::make_shared<CPictureMakerBMP>(wanted.format);
+        return std::make_shared<CPictureMakerBMP>(wanted->input);
     case Kind::Jpeg:
         break;
     }

@@ -5,10 +5,10 @@
 namespace corvane {
 
 bool TextDue(uint32_t policy, const TextTimes& last, int64_t wall, const MediaFrameImpl& frame) {
-    return ((policy & 1) != 0 && wall != last.wall) ||
-           ((policy & 2) != 0 && frame.Header().timeSeconds != last.timeSeconds) ||
-           ((policy & 4) != 0 && frame.PresentTime().seconds != last.presentSeconds) ||
-           ((policy & 8) != 0 && frame.BaseTime().seconds != last.baseSeconds);
+    return ((policy & CORVANE_TEXT_WALL_CLOCK) != 0 && wall != last.wall) ||
+           ((policy & CORVANE_TEXT_FRAME) != 0 && frame.Header().timeSeconds != last.timeSeconds) ||
+           ((policy & CORVANE_TEXT_PRESENT_TIME) != 0 && frame.PresentTime().seconds != last.presentSeconds) ||
+           ((policy & CORVANE_TEXT_BASE_TIME) != 0 && frame.BaseTime().seconds != last.baseSeconds);
 }
 
 OsdRecord::OsdRecord(const MediaFrameImpl* frame, int64_t seconds, bool local) {

@@ -1,4 +1,4 @@
-// On-screen text: when it is due and what the client is told. Used by every way of presenting.
+// On-screen text: when it is due, and the record that the client gets. Used by all renderers and by stills.
 #pragma once
 
 #include <time.h>
@@ -12,7 +12,7 @@
 
 namespace corvane {
 
-// The times that the last refresh showed.
+// The times that were shown when the text was drawn last.
 struct TextTimes {
     int64_t wall = -1;    // seconds since 1970, -1: never
     uint32_t timeSeconds = 0;
@@ -20,22 +20,22 @@ struct TextTimes {
     uint32_t baseSeconds = 0;
 };
 
-// Whether text must be drawn anew for `frame` at `wall`, by the bits of `policy`: 0 the wall clock's second, 1 the
-// frame's second, 2 that of its presentation time, 3 that of its base time.
+// Whether text must be drawn anew for `frame` at `wall` (seconds since 1970). `policy`: bits of CORVANE_TEXT_*; the
+// caller handles CORVANE_TEXT_ALWAYS.
 bool TextDue(uint32_t policy, const TextTimes& last, int64_t wall, const MediaFrameImpl& frame);
 
-// A record with its own broken-down time: not copied while `info` is in use.
+// The record together with the broken-down time that it points at; therefore it cannot be copied.
 class OsdRecord {
 public:
-    // `frame` may be null. `seconds` is what the time is made from, in UTC or in local time.
+    // `frame` may be null. `seconds`: since 1970; broken down in local time or in UTC.
     OsdRecord(const MediaFrameImpl* frame, int64_t seconds, bool local);
     OsdRecord(const OsdRecord&) = delete;
     OsdRecord& operator=(const OsdRecord&) = delete;
 
-    // Calls `callback` with a fresh context on `raster`, clipped to the record's width and height. No lock may be held.
-    // Nothing happens without a callback.
+    // Calls `callback`, where it is not null, with a new context on `raster` that is clipped to the width and height of
+    // the record. No lock may be held.
     void Call(CorvaneOsdCallback callback, void* context, const RasterView& raster);
-    // The same with the text callback of a pass, which is told once that size and state must be reported.
+    // The same with the text callback of a pass. CORVANE_OSD_FRESH is set where the pass asks for it.
     void CallIn(Pass& pass, const RasterView& raster);
 
     OsdInfo info{};

@@ -1,5 +1,5 @@
-// What clients set of presenting: an immutable value. The manager puts a new one in the place of the old one; the
-// worker and the render thread each read one for as long as a picture takes.
+// The settings of presenting: an immutable value. A setter of the manager replaces it by a changed copy; the worker and
+// the render thread use one value for the whole of a picture.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@
 
 namespace corvane {
 
-// Any of these selects plain window rendering.
+// Each of these selects the plain renderer.
 inline constexpr uint32_t kGdiFlags = CORVANE_FLAG_GDI | CORVANE_FLAG_GDI_STRETCH | CORVANE_FLAG_GDI_LEGACY;
 
 struct Edges {
@@ -41,14 +41,14 @@ struct PresentSettings {
 
     CorvaneOsdCallback osd = nullptr;
     void* osdContext = nullptr;
-    uint32_t osdPolicy = 3;
+    uint32_t osdPolicy = CORVANE_TEXT_WALL_CLOCK | CORVANE_TEXT_FRAME;
     CorvaneStreamInfoCallback streamInfo = nullptr;
     void* streamInfoContext = nullptr;
     CorvaneAfterDisplayCallback afterDisplay = nullptr;
     void* afterDisplayContext = nullptr;
 
-    // The window beside the channel's own that the whole picture is drawn on; null where there is none. The channel's
-    // own window as its overview is one image: the whole picture is drawn over the selected part.
+    // The window of the overview, where it is another one than the channel's; else null. Where it is the channel's own
+    // window, the whole picture is drawn over the selected part, in the same image.
     WindowWatchPtr OverviewAside() const {
         return area.overviewEnabled != 0 && area.overviewIsWindow != 0 && overviewWindow != window ? overviewWindow
                                                                                                    : nullptr;
@@ -56,17 +56,14 @@ struct PresentSettings {
 
     ChainSettings chain;
     std::optional<double> angle;      // degrees; set while rotation is on
-    PictureSize rawMost;              // of pictures for a callback; none where either side is 0
-    bool signalledColours = false;    // RGB is made by what the stream signals; else samples are full-range BT.601
+    PictureSize rawMost;              // cap on pictures for the callback; no cap where either side is 0
+    bool signalledColours = false;    // option 1000; false: all samples count as full-range BT.601
 };
 using PresentSettingsPtr = std::shared_ptr<const PresentSettings>;
 
-// By what RGB is made of samples whose stream signals `signal`; without a value as ever.
+// The matrix and range for RGB of a stream that signals `signal`; no value: the default, full-range BT.601.
 inline std::optional<ColourSignal> EffectiveColours(const PresentSettings& settings, const ColourSignal& signal) {
     return settings.signalledColours ? std::optional(signal) : std::nullopt;
 }
-
-// The value of osdPolicy that makes every present refresh.
-inline constexpr uint32_t kOsdAlways = 0x80000000u;
 
 }    // namespace corvane

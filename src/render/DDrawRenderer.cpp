@@ -330,9 +330,8 @@ bool CDDrawRenderer::RefreshText(Work& work) {
     }
     if (!m_set->EnsureText())
         return false;
-    constexpr uint32_t kWallClock = 1;    // which text on a picture does not follow
     if (work.pass.flags.redraw || !m_textKnown ||
-        TextDue(work.settings.osdPolicy & ~kWallClock, m_lastText, 0, *work.finished.frame))
+        TextDue(work.settings.osdPolicy & ~uint32_t{CORVANE_TEXT_WALL_CLOCK}, m_lastText, 0, *work.finished.frame))
         CallText(work);
     return true;
 }

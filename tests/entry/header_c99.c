@@ -12,7 +12,7 @@ void theWholeLoop(void* context) {
     ChannelSettings settings = {0};
     Corvane_Initial(&instance, NULL, NULL, 0, 0, 0, CORVANE_VERSION, 0);
     Corvane_CreateChannel(instance, &channel, &settings);
-    Corvane_RegisterRawDataCallback(channel, onPicture, context, 4, 0);
+    Corvane_RegisterRawDataCallback(channel, onPicture, context, CORVANE_PICTURE_BGRA32, 0);
     Corvane_StartChannel(channel, 0);
     while (nextFrame(&header))
         Corvane_InputEncodedMediaFrame(channel, &header);

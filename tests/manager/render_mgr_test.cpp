@@ -262,7 +262,7 @@ TEST_F(RenderMgr, TextFollowsPolicyRedrawsAndFreshInformation) {
         {3080, [&] { manager.SetOsd(&Text, this); }, 1},
         {3120, [&] { EXPECT_TRUE(presented([&] { manager.RequestRedraw(); })); }, 1},
         {3160, [&] { manager.ResetToStopped(); }, 1},
-        {3200, [&] { manager.SetOsdPolicy(kOsdAlways); }, 0},
+        {3200, [&] { manager.SetOsdPolicy(CORVANE_TEXT_ALWAYS); }, 0},
         {3240, nothing, 1},
         {3280, [&] { manager.SetOsdPolicy(2); }, 1},
         {3320, nothing, 0},

@@ -81,7 +81,7 @@ TEST(OnScreenText, PolicyAndRecord) {
     header.extensionSize = sizeof extension;
     const MediaFrameImpl frame(header);
     const TextTimes same{8, 50, 60, 9};    // wall, and those of the record, presenting and the base
-    for (const uint32_t policy : {0u, 1u, 2u, 4u, 8u, 15u, uint32_t{kOsdAlways}}) {
+    for (const uint32_t policy : {0u, 1u, 2u, 4u, 8u, 15u, uint32_t{CORVANE_TEXT_ALWAYS}}) {
         EXPECT_FALSE(TextDue(policy, same, 8, frame)) << policy;
         EXPECT_EQ(TextDue(policy, same, 9, frame), (policy & 1) != 0) << policy;
         EXPECT_EQ(TextDue(policy, {8, 49, 60, 9}, 8, frame), (policy & 2) != 0) << policy;

@@ -546,7 +546,7 @@ TEST_P(WindowLife, NewsBetweenTwoStepsOfAPass) {
     news.watch = Viewable(news.window);
     Channel channel(news.window, GetParam());
     news.manager = &channel.manager;
-    channel.manager.SetOsdPolicy(kOsdAlways);
+    channel.manager.SetOsdPolicy(CORVANE_TEXT_ALWAYS);
     channel.manager.SetMargin(&Edges::top, 1);    // where the plain renderer's text goes
     channel.manager.SetOsd(
         [](void* context, OsdInfo*) {
@@ -656,7 +656,8 @@ TEST_P(WindowLife, CyclesLeaveNothingInProcessAndServer) {
     const xcb_window_t window = Window(10, frame);
     using Counts = std::array<size_t, 4>;
     const auto counts = [&] {
-        (void)AbandonedConnections::Instance().Reap();    // one that was closed while it connected keeps a descriptor until then
+        (void)AbandonedConnections::Instance()
+            .Reap();    // one that was closed while it connected keeps a descriptor until then
         return Counts{test::Entries("/proc/self/fd"), test::Entries("/proc/self/task"), m_client.ForeignResources(),
                       m_client.ForeignClients()};
     };

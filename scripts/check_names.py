@@ -1,0 +1,88 @@
+#!/usr/bin/env python3
+"""Every name of the code that the documents put in backticks is there: words like CamelCase, m_member and CORVANE_NAME as
+words of the code without its comments, Class::Method as a member of that class, files and folders as such. In indented
+blocks, where the paths of frames and stills are listed, each Class::Method is checked."""
+import pathlib
+import re
+import sys
+
+root = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).resolve().parent.parent)
+DOCUMENTS = [root / "README.md", root / "CONTRIBUTING.md", root / "bench/README.md", *sorted((root / "docs").glob("*.md"))]
+CODE = ["src", "include", "apps", "tests", "fuzz", "bench", "examples", "cmake"]
+# Made by a build or a run; the names of ctest's tests.
+NOT_IN_TREE = re.compile(r"/|build/|out/|PREFIX/|(tree|package|play|shaken)/")
+# What the documents name of other people's code.
+FOREIGN = {"Debug", "Release", "Xvfb"}
+
+literal_or_comment = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])+\'', re.S)
+sources = {}
+for folder in CODE:
+    for file in (root / folder).rglob("*"):
+        if file.suffix in (".h", ".c", ".cpp"):
+            sources[file] = literal_or_comment.sub(" ", file.read_text())
+        elif file.name == "CMakeLists.txt" or file.suffix in (".cmake", ".sh", ".py"):
+            sources[file] = file.read_text()
+words = set(re.findall(r"\w+", "\n".join(sources.values())))
+files = {path.name for folder in [*CODE, "scripts", "docs", ".ci"] for path in (root / folder).rglob("*.*")}
+files |= {path.name for path in root.iterdir()}
+stems = {file.stem for file in sources}
+
+
+def bodies(name):
+    """The code between the braces of each class, structure, enumeration or namespace of this name."""
+    begin = re.compile(rf"\b(?:class|struct|enum|union|namespace)\s[^;{{}}()]*\b{name}\b[^;{{}}()]*\{{")
+    for code in sources.values():
+        for found in begin.finditer(code):
+            depth, at = 1, found.end()
+            while depth > 0 and at < len(code):
+                depth += {"{": 1, "}": -1}.get(code[at], 0)
+                at += 1
+            yield code[found.end():at]
+
+
+def has_member(qualified):
+    *scopes, member = qualified.split("::")
+    if any(re.search(rf"\b{qualified}\b", code) for code in sources.values()):
+        return True
+    return any(re.search(rf"\b{member}\b", body) for body in bodies(scopes[-1]))
+
+
+def missing(name):
+    """Whether `name` looks like one of the code's and is not there."""
+    name = re.sub(r"\(.*\)$", "", name)
+    if name.startswith("."):    # an ending, or a hidden file
+        return False
+    if re.fullmatch(r"[\w*./<>-]+", name) and ("/" in name or re.search(r"\.(h|c|cpp|py|sh|md|txt|cmake)$", name)):
+        if NOT_IN_TREE.match(name):
+            return False
+        pattern = re.sub(r"<\w+>", "*", name).rstrip("/")
+        # As such, in src/ or a room of it, or without its ending, which stands for the pair of files.
+        bases = (root, *(root / base for base in ("src", "include", "include/corvane")), *(root / "src").glob("*/"))
+        ends = ("", ".*") if "/" in name else ("",)
+        return not any(any(base.glob(pattern + end)) for base in bases for end in ends) and name not in files
+    if re.fullmatch(r"(\w+::)+\w+", name):
+        return not name.startswith("std::") and not has_member(name)
+    if re.fullmatch(r"m_\w+|k[A-Z]\w+|[A-Z]\w*[a-z]\w*|(CORVANE|PF)_[A-Z0-9_]+\*?", name):
+        if name.endswith("*"):
+            return not any(word.startswith(name[:-1]) for word in words)
+        return name not in words and name not in stems and name not in FOREIGN
+    return False
+
+
+faults, count = [], 0
+for document in DOCUMENTS:
+    if not document.exists():
+        continue
+    fenced = False
+    for number, line in enumerate(document.read_text().splitlines(), 1):
+        if line.startswith("```"):
+            fenced = not fenced
+        if fenced:
+            continue
+        block = line.startswith("    ") and "`" not in line
+        for name in re.findall(r"\b[A-Z]\w*(?:::\w+)+", line) if block else re.findall(r"`([^`]+)`", line):
+            count += 1
+            if missing(name):
+                faults.append(f"{document.relative_to(root)}:{number}: no {name} in the tree")
+print("\n".join(faults) or f"{count} names in documents are those of the tree")
+sys.exit(bool(faults or count == 0))

@@ -99,7 +99,6 @@ void DrawText(void*, OsdInfo* info) {
 }
 
 constexpr Rect kWindow{30, 20, 250, 180};    // on the screen
-constexpr Edges kMargin{12, 8, 16, 10};
 constexpr Edges kBorder{6, 10, 4, 8};
 
 struct Way {
@@ -115,7 +114,8 @@ struct Way {
     bool Bordered() const { return !Default() && border && !noBorder && !fullWindow; }
     // Text lies over the picture too.
     bool Composes() const { return Default() || (flags & CORVANE_FLAG_GDI_COMPOSE) != 0; }
-    uint32_t Margins() const { return Default() ? 0 : kBackground; }
+    Edges Margin() const { return {12, 8, 16, signalled ? 24u : 10u}; }    // of the larger the picture keeps its size
+    uint32_t MarginColour() const { return Default() ? 0 : kBackground; }
 };
 
 struct Show {
@@ -136,7 +136,7 @@ Raster Expected(const Way& way, const Show& show, const Raster& picture, const R
                              {0, inner.top, inner.left, inner.bottom},
                              {inner.right, inner.top, on.width, inner.bottom}};
         for (const Rect& band : all)
-            Fill(on, band, way.Margins());
+            Fill(on, band, way.MarginColour());
         for (const auto& [place, colour] : kText)
             for (const Rect& part : all)
                 if (colour != 0 || !way.Default())
@@ -156,8 +156,9 @@ Raster Expected(const Way& way, const Show& show, const Raster& picture, const R
         Lay(window, all, canvas);
         return window;
     }
+    const Edges margin = way.Margin();
     const Rect inner =
-        way.fullWindow ? all : Rect{kMargin.left, kMargin.top, all.right - kMargin.right, all.bottom - kMargin.bottom};
+        way.fullWindow ? all : Rect{margin.left, margin.top, all.right - margin.right, all.bottom - margin.bottom};
     Lay(window, inner, picture, show.zoomed);
     if (!way.fullWindow)
         bands(window.View(), inner, way.Composes());
@@ -217,7 +218,7 @@ TEST(WindowPictures, EveryWayWithEverySetting) {
             manager.SetBackground(kBackground);
             manager.SetSignalledColours(way.signalled);
             for (uint32_t Edges::*edge : {&Edges::left, &Edges::right, &Edges::top, &Edges::bottom})
-                manager.SetMargin(edge, kMargin.*edge);
+                manager.SetMargin(edge, way.Margin().*edge);
             if (way.border)
                 manager.SetBorder(kBorder);
             manager.SetNoBorder(way.noBorder);

@@ -16,7 +16,7 @@
 #include "base/Status.h"
 #include "base/Thread.h"
 #include "channels/IChannel.h"
-#include "channels/StillRoad.h"
+#include "channels/StillPipeline.h"
 #include "channels/VideoStage.h"
 #include "corvane/corvane.h"
 #include "frame/ChannelCounters.h"
@@ -53,7 +53,7 @@ public:
     void GetStatistics(ChannelStatistics& out);
 
     CRenderMgr& Render() { return m_render; }
-    StillRoad& Stills() { return m_stills; }
+    StillPipeline& Stills() { return m_stills; }
     VideoStage& Video() { return m_video; }
 
 protected:
@@ -107,7 +107,7 @@ private:
     bool m_audioEnabled GUARDED_BY(m_settingsMutex) = true;    // kept for the sound output, as the volume
     uint32_t m_volume GUARDED_BY(m_settingsMutex) = 0;
 
-    StillRoad m_stills{this, m_video, m_render};
+    StillPipeline m_stills{this, m_video, m_render};
 };
 
 }    // namespace corvane

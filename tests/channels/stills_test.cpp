@@ -303,7 +303,7 @@ TEST(Stills, PairsAndPlaceholders) {
     };
     CRenderMgr render(nullptr, 0, 0);
     VideoStage video(render, false);
-    StillRoad road(nullptr, video, render);
+    StillPipeline stills(nullptr, video, render);
     video.Settings().SetFactories({.GetDecoderIsolated_QuickSync = &test::ScriptedDecoder::Make});
     video.Settings().SetH264Kind(3);
     render.Stop(true);    // waiting for a picture: no logo
@@ -313,7 +313,7 @@ TEST(Stills, PairsAndPlaceholders) {
     const DisplayArea area{0, 0, {{0, 0, 16, 8}}, {}, 0, 0, {{6, 2, 14, 6}}, {}, 1, 0};
     ASSERT_EQ(render.SetDisplayArea(area, 31), Status::Ok);
     PictureBuffer picture{};
-    ASSERT_EQ(road.Snapshot(18, true, picture), Status::Ok);
+    ASSERT_EQ(stills.Snapshot(18, true, picture), Status::Ok);
     std::vector<uint8_t> wanted;
     for (const int row : {2, 3, 4, 5, 9, 10})
         for (int column = 6; column < 14; ++column)
@@ -331,7 +331,7 @@ TEST(Stills, PairsAndPlaceholders) {
     const Canvas canvas(8, 8);
     DisplayFrameInfo info{};
     info.flags = 2;
-    EXPECT_EQ(road.Display(canvas.context, false, info), Status::Ok);
+    EXPECT_EQ(stills.Display(canvas.context, false, info), Status::Ok);
     EXPECT_EQ(info.flags, 0x82u);
     EXPECT_TRUE(info.timeSeconds == 7 && info.presentTime.seconds == 60 && info.baseTime.seconds == 9);
 }

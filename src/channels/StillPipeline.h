@@ -24,11 +24,11 @@ namespace corvane {
 // std::free. On success data and size are set. BufferTooSmall, with `picture` unchanged; OutOfMemory.
 Status ReservePicture(PictureBuffer& picture, uint64_t size);
 
-class StillRoad {
+class StillPipeline {
 public:
     // `owner`: the channel's handle; the overlay callback counts as one of its callbacks. All three outlive this
     // object.
-    StillRoad(const void* owner, const VideoStage& video, const CRenderMgr& render)
+    StillPipeline(const void* owner, const VideoStage& video, const CRenderMgr& render)
         : m_owner(owner), m_video(video), m_render(render) {}
 
     void SetQuality(uint32_t quality);    // of JPEG

@@ -1,4 +1,4 @@
-#include "channels/StillRoad.h"
+#include "channels/StillPipeline.h"
 
 #include <cstddef>
 #include <cstdlib>
@@ -82,7 +82,7 @@ Status ReservePicture(PictureBuffer& picture, uint64_t size) {
     return Status::Ok;
 }
 
-void StillRoad::SetQuality(uint32_t quality) {
+void StillPipeline::SetQuality(uint32_t quality) {
     MutexLock lock(m_mutex);
     m_stillQuality = quality;
 }
@@ -90,7 +90,7 @@ void StillRoad::SetQuality(uint32_t quality) {
 // ---- The picture ----
 
 // Fills the maker's buffer from the current picture, or from the logo of a stopped channel.
-Status StillRoad::Take(Still& still) {
+Status StillPipeline::Take(Still& still) {
     {
         MutexLock lock(m_mutex);
         still.maker->SetQuality(m_stillQuality);
@@ -117,7 +117,7 @@ Status StillRoad::Take(Still& still) {
     return status;
 }
 
-Status StillRoad::Convert(Still& still, const SharedPicture& picture) {
+Status StillPipeline::Convert(Still& still, const SharedPicture& picture) {
     const DecodedFrame& decoded = picture.Get();
     const PresentSettingsPtr settings = m_render.Settings();
     PictureRun run;    // of this still alone: no client filters, no rotation, no smoothing
@@ -147,7 +147,7 @@ Status StillRoad::Convert(Still& still, const SharedPicture& picture) {
 }
 
 // Without memory for the drawing the still is made without an overlay.
-void StillRoad::DrawOverlay(const Still& still) {
+void StillPipeline::DrawOverlay(const Still& still) {
     const ClientCallback<CorvaneOsdCallback>::Call overlay(m_overlay);
     uint8_t* buffer = nullptr;
     uint32_t stride = 0;
@@ -170,7 +170,7 @@ void StillRoad::DrawOverlay(const Still& still) {
 
 // ---- Delivery ----
 
-Status StillRoad::Snapshot(uint32_t format, bool zoomed, PictureBuffer& out) {
+Status StillPipeline::Snapshot(uint32_t format, bool zoomed, PictureBuffer& out) {
     Still still{MakePicture(format), zoomed};
     if (still.maker == nullptr)
         return Status::InvalidArgument;
@@ -189,7 +189,7 @@ Status StillRoad::Snapshot(uint32_t format, bool zoomed, PictureBuffer& out) {
     return Status::Ok;
 }
 
-Status StillRoad::Display(struct _cairo* to, bool zoomed, DisplayFrameInfo& out) {
+Status StillPipeline::Display(struct _cairo* to, bool zoomed, DisplayFrameInfo& out) {
     const DisplayTarget target(to);
     const DisplayTarget::Size own = target.OwnSize();
     CRenderMgr::PresentRects rects = m_render.GetPresentRects({own.width, own.height});
@@ -214,7 +214,7 @@ Status StillRoad::Display(struct _cairo* to, bool zoomed, DisplayFrameInfo& out)
     return target.Draw(picture, rects.area);
 }
 
-Status StillRoad::CopyEncodedFrame(PictureBuffer& out) {
+Status StillPipeline::CopyEncodedFrame(PictureBuffer& out) {
     FramePtr current;
     CORVANE_RETURN_IF_FAILED(m_video.UseCurrent([&](const FramePtr& frame, const SharedPicture&) {
         current = frame;
@@ -227,7 +227,7 @@ Status StillRoad::CopyEncodedFrame(PictureBuffer& out) {
     return Status::Ok;
 }
 
-Status StillRoad::GrabWindow(PictureBuffer& out) {
+Status StillPipeline::GrabWindow(PictureBuffer& out) {
     Raster shown;
     CORVANE_RETURN_IF_FAILED(m_render.GrabWindow(shown));
     const RasterView& view = shown.View();

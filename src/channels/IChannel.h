@@ -14,7 +14,7 @@ public:
     virtual ~IChannel() = default;
     virtual ChannelType GetChannelType() const = 0;
     // Stops the channel for good and joins all its threads. The owner calls it before the destructor, inside an
-    // EndScope that is allowed. A second call does nothing.
+    // JoinGuard that is allowed. A second call does nothing.
     virtual void End() = 0;
 };
 

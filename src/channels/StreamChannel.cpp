@@ -6,7 +6,7 @@
 #include <system_error>
 #include <utility>
 
-#include "base/EndScope.h"
+#include "base/JoinGuard.h"
 #include "frame/StreamType.h"
 
 namespace corvane {
@@ -54,7 +54,7 @@ Status StreamChannel::Start(bool clear) {
 }
 
 Status StreamChannel::Stop() {
-    const EndScope end(this);
+    const JoinGuard end(this);
     if (!end.Allowed())
         return Status::Failed;
     JoinWorker();

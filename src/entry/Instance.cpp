@@ -3,7 +3,7 @@
 #include <list>
 #include <utility>
 
-#include "base/EndScope.h"
+#include "base/JoinGuard.h"
 
 namespace corvane {
 
@@ -45,7 +45,7 @@ Status CCorvane_Option::CreateChannel(void** channel, const ChannelSettings* set
 }
 
 Status CCorvane_Option::Delete(const void* handle) {
-    const EndScope end(handle);
+    const JoinGuard end(handle);
     if (!end.Allowed())
         return Status::Failed;
     std::unique_ptr<Deleter> dying;    // destroyed after the lock is dropped
@@ -58,14 +58,14 @@ Status CCorvane_Option::Delete(const void* handle) {
 }
 
 Status CCorvane_Option::DeleteAll() {
-    std::list<EndScope> scopes;    // of all objects; they live until the last object has ended
+    std::list<JoinGuard> guards;    // of all objects; they live until the last object has ended
     std::map<const void*, std::unique_ptr<Deleter>> dying;
     {
         MutexLock lock(m_lock);
         if (m_releasing)
             return Status::Failed;
         for (const auto& [handle, owner] : m_objects)
-            if (!scopes.emplace_back(handle).Allowed())
+            if (!guards.emplace_back(handle).Allowed())
                 return Status::Failed;
         m_releasing = true;
         dying.swap(m_objects);

@@ -4,16 +4,16 @@
 
 namespace corvane {
 
-// Lives as long as the wait for a channel's threads. A caller that ends several channels makes all scopes first, and
+// Lives as long as the wait for a channel's threads. A caller that ends several channels makes all guards first, and
 // keeps them until the last channel has ended. It can then be refused only before it has changed anything.
-class EndScope {
+class JoinGuard {
 public:
     // `target`: the owner of the threads that are to be joined. A thread of the client is refused only inside a
     // callback of `target`.
-    explicit EndScope(const void* target) noexcept;
-    ~EndScope();
-    EndScope(const EndScope&) = delete;
-    EndScope& operator=(const EndScope&) = delete;
+    explicit JoinGuard(const void* target) noexcept;
+    ~JoinGuard();
+    JoinGuard(const JoinGuard&) = delete;
+    JoinGuard& operator=(const JoinGuard&) = delete;
 
     bool Allowed() const { return m_allowed; }
 
@@ -25,8 +25,8 @@ private:
     bool m_allowed = true;
     bool m_listed = false;
     // Guarded by the lock of the list.
-    EndScope* m_next = nullptr;
-    EndScope* m_nextReached = nullptr;    // list of the owners that the current walk has reached
+    JoinGuard* m_next = nullptr;
+    JoinGuard* m_nextReached = nullptr;    // list of the owners that the current walk has reached
     bool m_reached = false;
 };
 

@@ -1,5 +1,3 @@
-#include "base/EndScope.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "base/JoinGuard.h"
 #include "base/Thread.h"
 
 namespace corvane {
@@ -16,17 +15,17 @@ namespace {
 // thread of the client.
 std::vector<bool> Allowed(const std::vector<std::pair<int, int>>& waits) {
     static const char owners[1000] = {};
-    std::list<std::unique_ptr<EndScope>> scopes;
+    std::list<std::unique_ptr<JoinGuard>> guards;
     std::vector<bool> allowed;
     for (const auto& [waiter, target] : waits)
         Thread("scope", waiter == 0 ? nullptr : &owners[waiter], [&, target = target] {
-            scopes.push_back(std::make_unique<EndScope>(&owners[target]));
-            allowed.push_back(scopes.back()->Allowed());
+            guards.push_back(std::make_unique<JoinGuard>(&owners[target]));
+            allowed.push_back(guards.back()->Allowed());
         }).Join();
     return allowed;
 }
 
-TEST(EndScope, RefusesWhatWouldCloseACircleAndNothingElse) {
+TEST(JoinGuard, RefusesWhatWouldCloseACircleAndNothingElse) {
     const struct {
         const char* name;
         std::vector<std::pair<int, int>> waits;    // the last is asked, those before are allowed

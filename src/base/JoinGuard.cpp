@@ -1,4 +1,4 @@
-#include "base/EndScope.h"
+#include "base/JoinGuard.h"
 
 #include "base/Mutex.h"
 #include "base/Thread.h"
@@ -7,17 +7,17 @@ namespace corvane {
 
 namespace {
 Mutex mutex;    // taken last; held for one walk over the waits in progress
-EndScope* waits GUARDED_BY(mutex) = nullptr;
+JoinGuard* waits GUARDED_BY(mutex) = nullptr;
 }    // namespace
 
 // Whether `target` waits for `waiter`, directly or through other owners. An owner has several threads, so the walk
 // follows all waits of each owner that it reaches. It links the waits themselves and allocates nothing.
-bool EndScope::Reaches(const void* target, const void* waiter) noexcept NO_THREAD_SAFETY_ANALYSIS {
-    for (EndScope* wait = waits; wait != nullptr; wait = wait->m_next)
+bool JoinGuard::Reaches(const void* target, const void* waiter) noexcept NO_THREAD_SAFETY_ANALYSIS {
+    for (JoinGuard* wait = waits; wait != nullptr; wait = wait->m_next)
         wait->m_reached = false;
-    EndScope* last = nullptr;    // waits that were reached and not followed yet, newest first
+    JoinGuard* last = nullptr;    // waits that were reached and not followed yet, newest first
     for (const void* owner = target; owner != waiter;) {
-        for (EndScope* wait = waits; wait != nullptr; wait = wait->m_next) {
+        for (JoinGuard* wait = waits; wait != nullptr; wait = wait->m_next) {
             if (wait->m_waiter != owner || wait->m_reached)
                 continue;
             wait->m_reached = true;
@@ -32,7 +32,7 @@ bool EndScope::Reaches(const void* target, const void* waiter) noexcept NO_THREA
     return true;
 }
 
-EndScope::EndScope(const void* target) noexcept : m_waiter(Thread::ThreadOwner()), m_target(target) {
+JoinGuard::JoinGuard(const void* target) noexcept : m_waiter(Thread::ThreadOwner()), m_target(target) {
     if (Thread::WorksFor(target)) {
         m_allowed = false;
         return;
@@ -49,11 +49,11 @@ EndScope::EndScope(const void* target) noexcept : m_waiter(Thread::ThreadOwner()
     m_listed = true;
 }
 
-EndScope::~EndScope() {
+JoinGuard::~JoinGuard() {
     if (!m_listed)
         return;
     MutexLock lock(mutex);
-    EndScope** link = &waits;
+    JoinGuard** link = &waits;
     while (*link != this)
         link = &(*link)->m_next;
     *link = m_next;

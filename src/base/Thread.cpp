@@ -11,7 +11,7 @@ namespace corvane {
 
 namespace {
 thread_local const void* currentOwner = nullptr;
-thread_local const Thread::Acting* acting = nullptr;    // the innermost
+thread_local const Thread::ScopedOwner* innermost = nullptr;
 }    // namespace
 
 Thread::Thread(const char* name, const void* owner, std::function<void()> body) {
@@ -37,7 +37,7 @@ Thread::Thread(const char* name, const void* owner, std::function<void()> body) 
 }
 
 const void* Thread::CurrentOwner() noexcept {
-    return currentOwner != nullptr || acting == nullptr ? currentOwner : acting->m_owner;
+    return currentOwner != nullptr || innermost == nullptr ? currentOwner : innermost->m_owner;
 }
 
 const void* Thread::ThreadOwner() noexcept {
@@ -45,19 +45,19 @@ const void* Thread::ThreadOwner() noexcept {
 }
 
 bool Thread::WorksFor(const void* owner) noexcept {
-    for (const Acting* scope = acting; scope != nullptr; scope = scope->m_outer) {
+    for (const ScopedOwner* scope = innermost; scope != nullptr; scope = scope->m_outer) {
         if (scope->m_owner == owner)
             return true;
     }
     return owner != nullptr && currentOwner == owner;
 }
 
-Thread::Acting::Acting(const void* owner) noexcept : m_owner(owner), m_outer(acting) {
-    acting = this;
+Thread::ScopedOwner::ScopedOwner(const void* owner) noexcept : m_owner(owner), m_outer(innermost) {
+    innermost = this;
 }
 
-Thread::Acting::~Acting() {
-    acting = m_outer;
+Thread::ScopedOwner::~ScopedOwner() {
+    innermost = m_outer;
 }
 
 }    // namespace corvane

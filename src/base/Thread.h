@@ -28,17 +28,17 @@ public:
     static bool WorksFor(const void* owner) noexcept;
 
     // Lives around a callback that runs on the caller's thread: until its end the thread works for `owner` too.
-    class Acting {
+    class ScopedOwner {
     public:
-        explicit Acting(const void* owner) noexcept;
-        ~Acting();
-        Acting(const Acting&) = delete;
-        Acting& operator=(const Acting&) = delete;
+        explicit ScopedOwner(const void* owner) noexcept;
+        ~ScopedOwner();
+        ScopedOwner(const ScopedOwner&) = delete;
+        ScopedOwner& operator=(const ScopedOwner&) = delete;
 
     private:
         friend class Thread;
         const void* const m_owner;
-        const Acting* const m_outer;
+        const ScopedOwner* const m_outer;
     };
 
 private:

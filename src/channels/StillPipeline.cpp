@@ -162,7 +162,7 @@ void StillPipeline::DrawOverlay(const Still& still) {
     record.info.width = width;
     record.info.height = height;
     {
-        const Thread::Acting acting(m_owner);
+        const Thread::ScopedOwner scoped(m_owner);
         record.Call(overlay.Pointer(), overlay.Context(), drawing.View());
     }
     (void)BlendOverlay(drawing.View(), buffer, stride, format);

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/x11/BeamWatch.h"
 #include "platform/x11/Connection.h"
+#include "platform/x11/VblankWatch.h"
 
 namespace corvane {
 
@@ -59,14 +59,14 @@ Monitor MonitorList::OfLocked(xcb_window_t root, const Rect& rect) const {
 std::optional<Beam> MonitorList::BeamOf(Connection& connection, xcb_window_t root, const Rect& rect) {
     if (connection.Server().presentOpcode == 0 || connection.Server().randrFirstEvent == 0 || connection.Lost())
         return std::nullopt;
-    std::shared_ptr<BeamWatch> beams;
+    std::shared_ptr<VblankWatch> beams;
     bool fresh;
     Monitor monitor;
     {
         MutexLock lock(m_lock);
         fresh = m_beams == nullptr;
         if (fresh)
-            m_beams = std::make_shared<BeamWatch>();
+            m_beams = std::make_shared<VblankWatch>();
         beams = m_beams;
         monitor = OfLocked(root, rect);
     }
@@ -97,7 +97,7 @@ bool MonitorList::OnEvent(Connection& connection, const xcb_generic_event_t& eve
     const uint8_t first = connection.Server().randrFirstEvent;
     if (first == 0 || (code != first + XCB_RANDR_SCREEN_CHANGE_NOTIFY && code != first + XCB_RANDR_NOTIFY))
         return false;
-    std::shared_ptr<BeamWatch> beams;
+    std::shared_ptr<VblankWatch> beams;
     {
         MutexLock lock(m_lock);
         beams = m_beams;

@@ -14,7 +14,7 @@
 
 namespace corvane {
 
-class BeamWatch;
+class VblankWatch;
 class Connection;
 
 class MonitorList {
@@ -44,7 +44,7 @@ private:
 
     mutable Mutex m_lock;    // a leaf
     std::vector<Screen> m_screens GUARDED_BY(m_lock);
-    std::shared_ptr<BeamWatch> m_beams GUARDED_BY(m_lock);    // from the first question for a beam on
+    std::shared_ptr<VblankWatch> m_beams GUARDED_BY(m_lock);    // from the first question for a beam on
 };
 
 }    // namespace corvane

@@ -1,4 +1,4 @@
-#include "platform/x11/BeamWatch.h"
+#include "platform/x11/VblankWatch.h"
 
 #include <algorithm>
 #include <string>
@@ -18,7 +18,7 @@ int64_t Now() {
 
 }    // namespace
 
-std::optional<Beam> BeamWatch::Of(xcb_window_t root, const Rect& place, bool* stale) {
+std::optional<Beam> VblankWatch::Of(xcb_window_t root, const Rect& place, bool* stale) {
     const int64_t now = Now();
     MutexLock lock(m_lock);
     const int64_t due = m_looks < 2 || !m_told.empty() ? kSecond : kSeldom;
@@ -31,12 +31,12 @@ std::optional<Beam> BeamWatch::Of(xcb_window_t root, const Rect& place, bool* st
     return std::nullopt;
 }
 
-void BeamWatch::OnModesChanged() {
+void VblankWatch::OnModesChanged() {
     MutexLock lock(m_lock);
     m_looks = 0;
 }
 
-void BeamWatch::OnJoin(Connection& connection) {
+void VblankWatch::OnJoin(Connection& connection) {
     xcb_connection_t* const xcb = connection.Xcb();
     connection.Ask<xcb_present_query_version_reply_t>(
         xcb_present_query_version(xcb, XCB_PRESENT_MAJOR_VERSION, XCB_PRESENT_MINOR_VERSION), shared_from_this(),
@@ -56,19 +56,19 @@ void BeamWatch::OnJoin(Connection& connection) {
     }
 }
 
-void BeamWatch::OnTurn(Connection& connection) {
+void VblankWatch::OnTurn(Connection& connection) {
     if (m_wanted.load())
         Look(connection);
 }
 
-void BeamWatch::OnLost() noexcept {
+void VblankWatch::OnLost() noexcept {
     MutexLock lock(m_lock);
     m_told.clear();
 }
 
 // ---- A look: compositors, modes, then a vertical blank of each monitor
 
-void BeamWatch::Look(Connection& connection) {
+void VblankWatch::Look(Connection& connection) {
     if (std::ranges::any_of(m_screens, [](const Screen& screen) { return screen.compositor == 0; }))
         return;    // the answer with their names has not come yet
     {
@@ -94,8 +94,8 @@ void BeamWatch::Look(Connection& connection) {
     }
 }
 
-void BeamWatch::OnResources(Connection& connection, xcb_window_t root,
-                            const xcb_randr_get_screen_resources_current_reply_t& resources) {
+void VblankWatch::OnResources(Connection& connection, xcb_window_t root,
+                              const xcb_randr_get_screen_resources_current_reply_t& resources) {
     const xcb_randr_mode_info_t* const firstMode = xcb_randr_get_screen_resources_current_modes(&resources);
     const std::vector<xcb_randr_mode_info_t> modes(firstMode, firstMode + resources.num_modes);
     const xcb_randr_crtc_t* const first = xcb_randr_get_screen_resources_current_crtcs(&resources);
@@ -115,8 +115,8 @@ void BeamWatch::OnResources(Connection& connection, xcb_window_t root,
             });
 }
 
-void BeamWatch::OnCrtc(Connection& connection, xcb_window_t root, xcb_randr_crtc_t id,
-                       const xcb_randr_get_crtc_info_reply_t& info, const std::vector<xcb_randr_mode_info_t>& modes) {
+void VblankWatch::OnCrtc(Connection& connection, xcb_window_t root, xcb_randr_crtc_t id,
+                         const xcb_randr_get_crtc_info_reply_t& info, const std::vector<xcb_randr_mode_info_t>& modes) {
     auto crtc = std::ranges::find_if(m_crtcs, [id](const Crtc& known) { return known.id == id; });
     if (crtc == m_crtcs.end())
         crtc = m_crtcs.insert(crtc, {.id = id, .root = root, .place = {}, .measure = {}});
@@ -139,7 +139,7 @@ void BeamWatch::OnCrtc(Connection& connection, xcb_window_t root, xcb_randr_crtc
     Publish();
 }
 
-void BeamWatch::AskBlank(Connection& connection, Crtc& crtc) {
+void VblankWatch::AskBlank(Connection& connection, Crtc& crtc) {
     xcb_connection_t* const xcb = connection.Xcb();
     if (crtc.probe == 0) {
         crtc.probe = xcb_generate_id(xcb);
@@ -154,13 +154,13 @@ void BeamWatch::AskBlank(Connection& connection, Crtc& crtc) {
     xcb_present_notify_msc(xcb, crtc.probe, 0, 0, kEvery, 0);
 }
 
-void BeamWatch::DropProbe(Connection& connection, Crtc& crtc) {
+void VblankWatch::DropProbe(Connection& connection, Crtc& crtc) {
     if (crtc.probe != 0)
         xcb_destroy_window(connection.Xcb(), crtc.probe);
     crtc.probe = 0;
 }
 
-void BeamWatch::OnEvent(Connection& connection, const xcb_generic_event_t& event) {
+void VblankWatch::OnEvent(Connection& connection, const xcb_generic_event_t& event) {
     if ((event.response_type & 0x7F) != XCB_GE_GENERIC)
         return;
     const auto& notice = reinterpret_cast<const xcb_present_complete_notify_event_t&>(event);
@@ -173,7 +173,7 @@ void BeamWatch::OnEvent(Connection& connection, const xcb_generic_event_t& event
     Publish();
 }
 
-void BeamWatch::Publish() {
+void VblankWatch::Publish() {
     std::vector<Told> told;
     for (const Crtc& crtc : m_crtcs) {
         const auto screen = std::ranges::find_if(m_screens, [&](const Screen& s) { return s.root == crtc.root; });

@@ -21,7 +21,7 @@
 
 namespace corvane {
 
-class BeamWatch final : public EventClient, public std::enable_shared_from_this<BeamWatch> {
+class VblankWatch final : public EventClient, public std::enable_shared_from_this<VblankWatch> {
 public:
     // The beam of the monitor at `place` of the screen `root`; no value while it is not known. Any thread. Where *stale
     // comes back true the caller must poke the connection of this watch.

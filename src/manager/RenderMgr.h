@@ -32,20 +32,21 @@
 namespace corvane {
 
 // A window in use: the listener gets its changes as long as this object lives.
-class WindowUse {
+class WindowSubscription {
 public:
-    WindowUse() = default;
+    WindowSubscription() = default;
     // A null window has no changes. May raise std::bad_alloc.
-    WindowUse(WindowWatchPtr watch, WindowWatch::Listener* listener) : m_watch(std::move(watch)), m_listener(listener) {
+    WindowSubscription(WindowWatchPtr watch, WindowWatch::Listener* listener)
+        : m_watch(std::move(watch)), m_listener(listener) {
         if (m_watch != nullptr)
             m_watch->AddListener(m_listener);
     }
-    ~WindowUse() {
+    ~WindowSubscription() {
         if (m_watch != nullptr)
             m_watch->RemoveListener(m_listener);
     }
-    WindowUse(const WindowUse&) = delete;
-    WindowUse& operator=(WindowUse&& other) noexcept {
+    WindowSubscription(const WindowSubscription&) = delete;
+    WindowSubscription& operator=(WindowSubscription&& other) noexcept {
         std::swap(m_watch, other.m_watch);
         std::swap(m_listener, other.m_listener);
         return *this;
@@ -222,9 +223,9 @@ private:
 
     // The windows that m_settings names. m_windowLock is taken before m_lock, and never by the event thread.
     Mutex m_windowLock;
-    WindowUse m_window GUARDED_BY(m_windowLock);
-    WindowUse m_overviewWindow GUARDED_BY(m_windowLock);
-    WindowUse m_zoomWindow GUARDED_BY(m_windowLock);
+    WindowSubscription m_window GUARDED_BY(m_windowLock);
+    WindowSubscription m_overviewWindow GUARDED_BY(m_windowLock);
+    WindowSubscription m_zoomWindow GUARDED_BY(m_windowLock);
 
     Thread m_thread;    // last, since it uses everything above
 };

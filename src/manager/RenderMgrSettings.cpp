@@ -49,7 +49,7 @@ void CRenderMgr::OnSinkRoom() noexcept {
 void CRenderMgr::SetWindow(WindowWatchPtr window) {
     const bool given = window != nullptr;
     MutexLock windows(m_windowLock);
-    WindowUse next(std::move(window), this);
+    WindowSubscription next(std::move(window), this);
     if (next.Watch() == m_window.Watch())
         return;
     {
@@ -97,8 +97,9 @@ Status CRenderMgr::SetDisplayArea(const DisplayArea& area, uint32_t mask) {
     DisplayArea next = GetDisplayArea();
     const Status status = ApplyDisplayArea(next, area, mask);
     const auto drawn = next.overviewEnabled != 0 ? WindowWatch::Purpose::Draw : WindowWatch::Purpose::Look;
-    WindowUse overview(WindowWatch::Open(next.overviewIsWindow != 0 ? next.overview.window : 0, drawn), this);
-    WindowUse zoom(WindowWatch::Open(next.zoomIsWindow != 0 ? next.zoom.window : 0, WindowWatch::Purpose::Look), this);
+    WindowSubscription overview(WindowWatch::Open(next.overviewIsWindow != 0 ? next.overview.window : 0, drawn), this);
+    WindowSubscription zoom(
+        WindowWatch::Open(next.zoomIsWindow != 0 ? next.zoom.window : 0, WindowWatch::Purpose::Look), this);
     {
         MutexLock lock(m_lock);
         ChangeSettings([&](PresentSettings& settings) {

@@ -16,13 +16,13 @@ public:
     SharedPicture() = default;
     // Takes a reference of its own; none where the owner or one of the two functions is missing.
     explicit SharedPicture(const DecodedFrame& picture, const ColourSignal& colours = {})
-        : SharedPicture(picture, Adopted(), colours) {
+        : SharedPicture(picture, TakenReference(), colours) {
         if (Shared())
             m_picture.add_ref(m_picture.owner);
     }
     // Tag: the reference was taken already, by ShareFrame, and is now owned by this object.
-    struct Adopted {};
-    SharedPicture(const DecodedFrame& picture, Adopted, const ColourSignal& colours = {})
+    struct TakenReference {};
+    SharedPicture(const DecodedFrame& picture, TakenReference, const ColourSignal& colours = {})
         : m_picture(picture), m_colours(colours) {
         if (!Shared())
             m_picture.owner = nullptr;

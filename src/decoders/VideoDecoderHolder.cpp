@@ -239,7 +239,7 @@ SharedPicture VideoDecoderHolder::TakeReference(const DecodedFrame& decoded, uin
         }
     } catch (...) {    // not shared
     }
-    return {picture, SharedPicture::Adopted(), m_software != nullptr ? m_software->Colours() : ColourSignal()};
+    return {picture, SharedPicture::TakenReference(), m_software != nullptr ? m_software->Colours() : ColourSignal()};
 }
 
 uint32_t VideoDecoderHolder::ThreadsInUse() const {

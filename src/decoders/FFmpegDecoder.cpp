@@ -200,13 +200,13 @@ HeaderVerdict DecoderIsolated_FFmpeg::CheckHeaders(const EncodedUnit& in) const 
     case FFmpegCodec::Mjpeg:
         return CheckJpegHeaders(in.data, in.size);
     case FFmpegCodec::Mpeg4:
-        return m_context->coded_width > 0 ? HeaderVerdict::Stand : CheckMpeg4Layer(in.data, in.size);
+        return m_context->coded_width > 0 ? HeaderVerdict::Valid : CheckMpeg4Layer(in.data, in.size);
     case FFmpegCodec::H264:
         return CheckH264Sequences(in.data, in.size);
     case FFmpegCodec::Hevc:
         return CheckHevcSequences(in.data, in.size);
     default:
-        return HeaderVerdict::Stand;
+        return HeaderVerdict::Valid;
     }
 }
 
@@ -251,7 +251,7 @@ int32_t DecoderIsolated_FFmpeg::Feed(const EncodedUnit& in) {
     End(UnitEnd::Nothing, 0);
     if (in.data == nullptr || in.size == 0 || in.size > INT_MAX - AV_INPUT_BUFFER_PADDING_SIZE)
         return 0;
-    if (const HeaderVerdict verdict = CheckHeaders(in); verdict != HeaderVerdict::Stand) {
+    if (const HeaderVerdict verdict = CheckHeaders(in); verdict != HeaderVerdict::Valid) {
         End(verdict == HeaderVerdict::Size ? UnitEnd::Size : UnitEnd::Refused, 0);
         return 0;
     }

@@ -17,23 +17,23 @@ static_assert(kMaxCodedPixels > limits::kMaxPicturePixels);
 // The bounds beyond which libavutil prints a line: its own limit of pixels, and INT32_MAX bytes for a picture of eight
 // bytes a pixel with a margin on each side.
 HeaderVerdict CheckSize(uint64_t width, uint64_t height) {
-    const bool stands = width > 0 && height > 0 && width <= kMaxCodedPixels && height <= kMaxCodedPixels &&
-                        width * height <= kMaxCodedPixels && (width * 8 + 1024) * (height + 128) < INT32_MAX;
-    return stands ? HeaderVerdict::Stand : HeaderVerdict::Size;
+    const bool valid = width > 0 && height > 0 && width <= kMaxCodedPixels && height <= kMaxCodedPixels &&
+                       width * height <= kMaxCodedPixels && (width * 8 + 1024) * (height + 128) < INT32_MAX;
+    return valid ? HeaderVerdict::Valid : HeaderVerdict::Size;
 }
 
-// Calls `check` with the bytes after each start code. Returns the first verdict other than Stand.
+// Calls `check` with the bytes after each start code. Returns the first verdict other than Valid.
 template <typename Check>
 HeaderVerdict CheckEach(const uint8_t* data, uint32_t size, Check check) {
     const uint8_t* const end = data + size;
     try {
         for (const uint8_t* at = BehindStartCode(data, end); at < end; at = BehindStartCode(at, end))
-            if (const HeaderVerdict verdict = check(at, static_cast<size_t>(end - at)); verdict != HeaderVerdict::Stand)
+            if (const HeaderVerdict verdict = check(at, static_cast<size_t>(end - at)); verdict != HeaderVerdict::Valid)
                 return verdict;
     } catch (const QMRX::SDK::Utility::NALUParserException&) {
         return HeaderVerdict::Damaged;
     }
-    return HeaderVerdict::Stand;
+    return HeaderVerdict::Valid;
 }
 
 // Recommendation H.265, 7.3.2.2, as far as the size.
@@ -41,7 +41,7 @@ HeaderVerdict CheckHevcSequence(RbspReader bits) {
     bits.Bits(4);                            // video parameter set
     const uint32_t layers = bits.Bits(3);    // sub-layers below the highest
     if (layers > 6)
-        return HeaderVerdict::Stand;    // libavcodec stops reading
+        return HeaderVerdict::Valid;    // libavcodec stops reading
     const auto skip = [&](unsigned count) {
         for (; count > 0; count -= 8)
             bits.Bits(8);
@@ -58,7 +58,7 @@ HeaderVerdict CheckHevcSequence(RbspReader bits) {
     const uint32_t id = bits.Ue();
     const uint32_t chroma_format_idc = bits.Ue();
     if (id > 15 || chroma_format_idc > 3)
-        return HeaderVerdict::Stand;
+        return HeaderVerdict::Valid;
     if (chroma_format_idc == 3)
         bits.Flag();    // separate planes
     const uint32_t width = bits.Ue();
@@ -71,7 +71,7 @@ HeaderVerdict CheckLayer(BitReader bits) {
     bits.SkipBits(1);
     const unsigned type = bits.U8();
     if (type == 14 || type == 15)
-        return HeaderVerdict::Stand;    // studio profiles have other headers
+        return HeaderVerdict::Valid;    // studio profiles have other headers
     if (bits.Bits(1) != 0)
         bits.SkipBits(7);    // version, priority
     if (bits.Bits(4) == 15)
@@ -113,14 +113,14 @@ HeaderVerdict CheckJpegHeaders(const uint8_t* data, uint32_t size) {
             continue;
         }
         if (has_size && marker == kEndOfImage)
-            return HeaderVerdict::Stand;        // bytes after the image are not decoded
+            return HeaderVerdict::Valid;        // bytes after the image are not decoded
         const uint32_t left = size - at - 2;    // after the marker
         if (marker <= 0xC3 || marker == kJpegLs) {
             if (left < 7)
                 return HeaderVerdict::Damaged;
             const HeaderVerdict verdict =
                 CheckSize(uint32_t{data[at + 7]} << 8 | data[at + 8], uint32_t{data[at + 5]} << 8 | data[at + 6]);
-            if (verdict != HeaderVerdict::Stand)
+            if (verdict != HeaderVerdict::Valid)
                 return verdict;
             has_size = true;
         }
@@ -131,7 +131,7 @@ HeaderVerdict CheckJpegHeaders(const uint8_t* data, uint32_t size) {
                              (marker >= kApplication && marker <= kLastApplication) || marker == kComment;
         at += 2 + (segment && length >= 2 && length <= left ? length : 0);
     }
-    return HeaderVerdict::Stand;
+    return HeaderVerdict::Valid;
 }
 
 HeaderVerdict CheckMpeg4Layer(const uint8_t* data, uint32_t size) {
@@ -152,7 +152,7 @@ HeaderVerdict CheckMpeg4Layer(const uint8_t* data, uint32_t size) {
 HeaderVerdict CheckH264Sequences(const uint8_t* data, uint32_t size) {
     return CheckEach(data, size, [](const uint8_t* at, size_t left) {
         if ((*at & 0x9F) != h264::kSps)    // and forbidden_zero_bit is 0
-            return HeaderVerdict::Stand;
+            return HeaderVerdict::Valid;
         try {
             RbspReader reader(at + 1, left - 1);
             uint32_t id = 0;
@@ -160,7 +160,7 @@ HeaderVerdict CheckH264Sequences(const uint8_t* data, uint32_t size) {
             return CheckSize((uint64_t{sps.pic_width_in_mbs_minus1} + 1) * 16,
                              (uint64_t{sps.pic_height_in_map_units_minus1} + 1) * (sps.frame_mbs_only_flag ? 16 : 32));
         } catch (const std::runtime_error&) {
-            return HeaderVerdict::Stand;    // libavcodec stops reading
+            return HeaderVerdict::Valid;    // libavcodec stops reading
         }
     });
 }
@@ -168,7 +168,7 @@ HeaderVerdict CheckH264Sequences(const uint8_t* data, uint32_t size) {
 HeaderVerdict CheckHevcSequences(const uint8_t* data, uint32_t size) {
     return CheckEach(data, size, [](const uint8_t* at, size_t left) {
         const bool sequence = left > 1 && at[0] == 33 << 1 && at[1] > 0 && at[1] < 8;    // of the base layer
-        return sequence ? CheckHevcSequence(RbspReader(at + 2, left - 2)) : HeaderVerdict::Stand;
+        return sequence ? CheckHevcSequence(RbspReader(at + 2, left - 2)) : HeaderVerdict::Valid;
     });
 }
 

@@ -18,12 +18,12 @@ namespace corvane {
 inline constexpr uint64_t kMaxCodedPixels = (1ull << 26) + (1ull << 21);
 
 enum class HeaderVerdict {
-    Stand,      // valid, or not certainly invalid
+    Valid,      // valid, or not certainly invalid
     Damaged,    // a header ends before its size field, or the required header is missing
     Size,       // a size out of bounds
 };
 
-// All but Stand: the unit must not be decoded. Nothing outside (data, size) is read.
+// All but Valid: the unit must not be decoded. Nothing outside (data, size) is read.
 
 // JPEG: every frame header up to the end of the image.
 HeaderVerdict CheckJpegHeaders(const uint8_t* data, uint32_t size);

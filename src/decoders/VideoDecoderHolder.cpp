@@ -50,7 +50,7 @@ DecoderPtr CallEither(NewFactory withAdapter, uint32_t adapter, OldFactory witho
 }
 
 // Checks the planes that a plug-in states before anything reads the pixels.
-bool PlanesStand(const DecodedFrame& picture) {
+bool PlanesAreValid(const DecodedFrame& picture) {
     const uint64_t chromaRow = (uint64_t{picture.width} + 1) / 2 * (picture.strides[2] == 0 ? 2 : 1);
     return picture.planes[0] != nullptr && picture.planes[1] != nullptr &&
            (picture.strides[2] == 0 || picture.planes[2] != nullptr) && picture.strides[0] >= picture.width &&
@@ -215,7 +215,7 @@ int32_t VideoDecoderHolder::CallDecoder(const EncodedUnit& unit, uint32_t* got, 
             return result;
         if (!limits::FitsPicture(picture->width, picture->height))
             m_outcome = DecodeOutcome::Size;
-        else if (PlanesStand(*picture))
+        else if (PlanesAreValid(*picture))
             return result;
         return -1;
     } catch (...) {

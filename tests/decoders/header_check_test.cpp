@@ -61,32 +61,32 @@ TEST(HeaderCheck, HoldsBackImpossibleSizesOnly) {
         HeaderVerdict verdict;
     };
     std::vector<Row> rows = {
-        {"JPEG", kJpeg, start + JpegFrame(16384, 4096), Stand},
+        {"JPEG", kJpeg, start + JpegFrame(16384, 4096), Valid},
         {"JPEG, too large", kJpeg, start + JpegFrame(16384, 4300), Size},
         {"JPEG, no height", kJpeg, start + JpegFrame(100, 0), Size},
-        {"JPEG, behind the end", kJpeg, start + JpegFrame(16, 16) + end + JpegFrame(0, 0), Stand},
+        {"JPEG, behind the end", kJpeg, start + JpegFrame(16, 16) + end + JpegFrame(0, 0), Valid},
         {"JPEG, header ends early", kJpeg, start + Bytes{0xFF, 0xC0, 0, 17, 8, 0, 16, 0}, Damaged},
-        {"JPEG, in a table", kJpeg, start + Bytes{0xFF, 0xDB, 0, 67, 0} + JpegFrame(0, 0) + Bytes(45, 9) + end, Stand},
-        {"MPEG-4", kMpeg4, Layer(8191, 8191) + picture, Stand},
+        {"JPEG, in a table", kJpeg, start + Bytes{0xFF, 0xDB, 0, 67, 0} + JpegFrame(0, 0) + Bytes(45, 9) + end, Valid},
+        {"MPEG-4", kMpeg4, Layer(8191, 8191) + picture, Valid},
         {"MPEG-4, no width", kMpeg4, Layer(0, 8) + picture, Size},
         {"MPEG-4, none", kMpeg4, picture, Damaged},
         {"MPEG-4, behind the picture", kMpeg4, picture + Layer(16, 16), Damaged},
-        {"MPEG-4, a second without size", kMpeg4, Layer(16, 16) + Layer(0, 0) + picture, Stand},
+        {"MPEG-4, a second without size", kMpeg4, Layer(16, 16) + Layer(0, 0) + picture, Valid},
         {"MPEG-4, a first without size", kMpeg4, Layer(0, 0) + Layer(16, 16) + picture, Size},
-        {"H.264", kH264, H264(16384, 4096, false), Stand},
+        {"H.264", kH264, H264(16384, 4096, false), Valid},
         {"H.264, too large", kH264, H264(16384, 4352, false), Size},
         {"H.264, fields, too large", kH264, H264(16384, 4352, true), Size},
         {"H.264, scaling lists", kH264, H264(65536, 65536, false, true), Size},
         {"H.264, the second", kH264, H264(16, 16, false) + H264(65536, 65536, false), Size},
         {"H.264, ends early", kH264, {0, 0, 1, 0x67, 77, 0, 30, 0xDA}, Damaged},
-        {"H.264, order count of type 3", kH264, {0, 0, 1, 0x67, 77, 0, 30, 0xC9}, Stand},
-        {"H.265", kH265, H265(16384, 4096), Stand},
+        {"H.264, order count of type 3", kH264, {0, 0, 1, 0x67, 77, 0, 30, 0xC9}, Valid},
+        {"H.265", kH265, H265(16384, 4096), Valid},
         {"H.265, too large", kH265, H265(16384, 4352), Size},
         {"H.265, no height", kH265, H265(64, 0), Size},
         {"H.265, ends early", kH265, {0, 0, 1, 0x42, 1, 1, 1}, Damaged},
     };
     for (const int marker : {0xC4, 0xE0, 0xE1, 0xEF, 0xFE})
-        rows.push_back({"JPEG, in a segment", kJpeg, start + Hidden(static_cast<uint8_t>(marker)) + end, Stand});
+        rows.push_back({"JPEG, in a segment", kJpeg, start + Hidden(static_cast<uint8_t>(marker)) + end, Valid});
     // A quantiser table has 65 bytes.
     for (const int marker : {0xDB, 0xDC, 0xF0, 0xF1, 0xF2, 0xF3, 0xF4, 0xF5, 0xF6, 0xF9, 0xFA, 0xFB, 0xFC, 0xFD})
         rows.push_back({"JPEG, no segment", kJpeg, start + Hidden(static_cast<uint8_t>(marker)) + end, Size});
@@ -101,7 +101,7 @@ TEST(HeaderCheck, HoldsBackImpossibleSizesOnly) {
         BareDecode(row.type, {{row.bytes, true, 0, 0}});
         const std::string lines = testing::internal::GetCapturedStderr();
         EXPECT_EQ(static_cast<int>(verdict), static_cast<int>(row.verdict)) << row.name << int{row.bytes[3]};
-        EXPECT_TRUE(verdict != Stand || lines.empty()) << row.name << int{row.bytes[3]} << lines;
+        EXPECT_TRUE(verdict != Valid || lines.empty()) << row.name << int{row.bytes[3]} << lines;
     }
 }
 

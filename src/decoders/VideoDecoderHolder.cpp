@@ -108,7 +108,7 @@ void VideoDecoderHolder::ChooseDecoder(const MediaFrameImpl& frame) {
         m_height == frame.DecodedHeight() && !late)
         return;
     // Parameter sets that came by themselves are for this frame.
-    UnitGatherer units = m_codec == codec ? std::move(m_units) : UnitGatherer();
+    AccessUnitAssembler units = m_codec == codec ? std::move(m_units) : AccessUnitAssembler();
     Reset(m_backward);
     m_units = std::move(units);
     const Settings settings = CopySettings();
@@ -276,7 +276,7 @@ int32_t VideoDecoderHolder::Decode(const FramePtr& frame, uint32_t* got) {
         return -1;
     }
     int32_t result = 0;
-    const UnitGatherer::Unit unit = m_units.Add(frame);
+    const AccessUnitAssembler::Unit unit = m_units.Add(frame);
     if (unit.input != nullptr)
         result = DecodeUnit(unit, got);
     else
@@ -286,7 +286,7 @@ int32_t VideoDecoderHolder::Decode(const FramePtr& frame, uint32_t* got) {
     return result;
 }
 
-int32_t VideoDecoderHolder::DecodeUnit(const UnitGatherer::Unit& unit, uint32_t* got) {
+int32_t VideoDecoderHolder::DecodeUnit(const AccessUnitAssembler::Unit& unit, uint32_t* got) {
     *got = 0;
     m_outcome = DecodeOutcome::Failed;
     m_in_flight.push_back(unit.input);    // first, since it may raise

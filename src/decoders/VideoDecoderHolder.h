@@ -11,11 +11,11 @@
 #include "base/Mutex.h"
 #include "base/SharedPicture.h"
 #include "corvane/decoder.h"
+#include "decoders/AccessUnitAssembler.h"
 #include "decoders/DecodeOutcome.h"
 #include "decoders/DecoderFactories.h"
 #include "decoders/FFmpegDecoder.h"
 #include "decoders/FieldMarker.h"
-#include "decoders/UnitGatherer.h"
 #include "frame/MediaFrameImpl.h"
 
 namespace corvane {
@@ -35,9 +35,9 @@ public:
     void SetFallbackAllowed(bool allowed) { Set(&Settings::fallback_allowed, allowed); }
     void SetFactories(const DecoderFactories& factories) { Set(&Settings::factories, factories); }
 
-    // Makes or replaces the decoder where `frame` asks for it, and decodes what UnitGatherer does not keep for later.
-    // 0, with *got 0 when this call brought no picture; -1 when there is no decoder (until the next key frame, in
-    // forward play) or it failed. Raises std::bad_alloc.
+    // Makes or replaces the decoder where `frame` asks for it, and decodes what AccessUnitAssembler does not keep for
+    // later. 0, with *got 0 when this call brought no picture; -1 when there is no decoder (until the next key frame,
+    // in forward play) or it failed. Raises std::bad_alloc.
     int32_t Decode(const FramePtr& frame, uint32_t* got);
 
     // What the last Decode came to; Failed also where it raised.
@@ -99,7 +99,7 @@ private:
     DecodeOutcome OutcomeOfSilence() const;
     void RemoveEnded();
     size_t MostInFlight() const;
-    int32_t DecodeUnit(const UnitGatherer::Unit& unit, uint32_t* got);
+    int32_t DecodeUnit(const AccessUnitAssembler::Unit& unit, uint32_t* got);
     CORVANE_CALLS_PLUGIN SharedPicture TakeReference(const DecodedFrame& decoded, uint32_t got) noexcept;
     CORVANE_CALLS_PLUGIN int32_t CallDecoder(const EncodedUnit& unit, uint32_t* got, DecodedFrame* picture) noexcept;
     void ApplyFieldMarks(MediaFrameImpl& frame);
@@ -125,7 +125,7 @@ private:
     uint32_t m_height = 0;
     uint32_t m_last_got = 0;    // *got of the last call that gave a picture; 0 when none has come yet
     SharedPicture m_picture;    // the current one, by reference where its decoder shares it
-    UnitGatherer m_units;
+    AccessUnitAssembler m_units;
     FieldMarks m_marks;
     bool m_extension_seen = false;
     LensRecord m_extension;    // of the latest key frame

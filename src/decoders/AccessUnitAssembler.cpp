@@ -1,4 +1,4 @@
-#include "decoders/UnitGatherer.h"
+#include "decoders/AccessUnitAssembler.h"
 
 #include <exception>
 #include <new>
@@ -49,7 +49,7 @@ void Append(std::vector<uint8_t>& bytes, const MediaFrameImpl& frame) {
 }    // namespace
 
 // A set that cannot be parsed is left to the decoder, which reports it; its pictures then count as frames.
-void UnitGatherer::ReadParameterSet(const uint8_t* at, const uint8_t* end) {
+void AccessUnitAssembler::ReadParameterSet(const uint8_t* at, const uint8_t* end) {
     try {
         RbspReader reader(at + 1, static_cast<size_t>(end - at - 1));
         if ((*at & 31) == h264::kPps)
@@ -63,7 +63,7 @@ void UnitGatherer::ReadParameterSet(const uint8_t* at, const uint8_t* end) {
 }
 
 // Reads up to the first picture, and further where that is a field, since the second field may follow it.
-UnitGatherer::Part UnitGatherer::PartOf(const MediaFrameImpl& frame) {
+AccessUnitAssembler::Part AccessUnitAssembler::PartOf(const MediaFrameImpl& frame) {
     const uint32_t streamType = frame.Header().streamType;
     Part part;
     if (!HasStartCodes(streamType))
@@ -81,7 +81,7 @@ UnitGatherer::Part UnitGatherer::PartOf(const MediaFrameImpl& frame) {
     return part;
 }
 
-UnitGatherer::Part UnitGatherer::FieldOf(const uint8_t* at, const uint8_t* end) {
+AccessUnitAssembler::Part AccessUnitAssembler::FieldOf(const uint8_t* at, const uint8_t* end) {
     Part part;
     try {
         for (; at < end; at = BehindStartCode(at, end)) {
@@ -103,17 +103,17 @@ UnitGatherer::Part UnitGatherer::FieldOf(const uint8_t* at, const uint8_t* end) 
 
 // Complementary fields of Recommendation H.264, 3.30: they follow each other, are of opposite parity, share a
 // frame_num, and the second is no IDR picture. Each may have a picture parameter set of its own.
-bool UnitGatherer::CompletesFirst(const Part& part) const {
+bool AccessUnitAssembler::CompletesFirst(const Part& part) const {
     return m_first != nullptr && part.field && !part.idr && part.field->frame_num == m_firstSlice.frame_num &&
            part.field->bottom_field_flag != m_firstSlice.bottom_field_flag;
 }
 
-bool UnitGatherer::Completes(const MediaFrameImpl& frame) {
+bool AccessUnitAssembler::Completes(const MediaFrameImpl& frame) {
     return m_first != nullptr && CompletesFirst(PartOf(frame));
 }
 
 // What does not fit is dropped: first frames other than parameter sets, then the oldest sets.
-void UnitGatherer::Keep(const MediaFrameImpl& frame, bool parameterSets) {
+void AccessUnitAssembler::Keep(const MediaFrameImpl& frame, bool parameterSets) {
     const auto fits = [&] {
         size_t sum = frame.PayloadSize();
         for (const Waiting& waiting : m_waiting)
@@ -131,7 +131,7 @@ void UnitGatherer::Keep(const MediaFrameImpl& frame, bool parameterSets) {
 }
 
 // Joins the frames that wait, in their order, and `last`.
-void UnitGatherer::Join(const MediaFrameImpl& last, Unit& unit) {
+void AccessUnitAssembler::Join(const MediaFrameImpl& last, Unit& unit) {
     m_bytes.clear();
     for (const Waiting& waiting : std::exchange(m_waiting, {})) {
         if (waiting.field)
@@ -145,7 +145,7 @@ void UnitGatherer::Join(const MediaFrameImpl& last, Unit& unit) {
     unit.encoded.data = m_bytes.data();
 }
 
-UnitGatherer::Unit UnitGatherer::Add(const FramePtr& frame) {
+AccessUnitAssembler::Unit AccessUnitAssembler::Add(const FramePtr& frame) {
     const Part part = PartOf(*frame);
     if (part.noPicture) {
         Keep(*frame, part.parameterSets);

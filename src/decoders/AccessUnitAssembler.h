@@ -15,7 +15,7 @@
 namespace corvane {
 
 // For one stream and one thread.
-class UnitGatherer {
+class AccessUnitAssembler {
 public:
     struct Unit {
         FramePtr

@@ -43,7 +43,7 @@ std::vector<int> Shown(const FieldStream& stream, uint32_t threads) {
     return shown;
 }
 
-TEST(UnitGatherer, FieldsBecomePictures) {
+TEST(AccessUnitAssembler, FieldsBecomePictures) {
     const auto joined = [](FieldStream& s) {
         for (auto at = s.begin(); at != s.end(); s.erase(++at))
             at->bytes = at->bytes + at[1].bytes;
@@ -80,7 +80,7 @@ TEST(UnitGatherer, FieldsBecomePictures) {
 
 // Letters are frames: P a picture; S parameter sets, s large ones; E to H what holds no picture, L a large one, X one
 // that is too large to be kept; U what is not known. The units that come of them, each in brackets.
-TEST(UnitGatherer, WhatHoldsNoPictureWaits) {
+TEST(AccessUnitAssembler, WhatHoldsNoPictureWaits) {
     const struct {
         uint32_t streamType;
         std::string codes;    // behind the start codes of P, S, E, F, G, H
@@ -103,11 +103,11 @@ TEST(UnitGatherer, WhatHoldsNoPictureWaits) {
             bytes.resize(letter == 's' || letter == 'L' ? 40000 : letter == 'X' ? 70000 : bytes.size(), 0x55);
             return bytes;
         };
-        UnitGatherer gatherer;
+        AccessUnitAssembler assembler;
         std::string units;
         for (const char* at = row.frames; *at != '\0'; ++at) {
             const FramePtr frame = MakeFrame(row.streamType, bytesOf(*at), false, 0);
-            const UnitGatherer::Unit unit = gatherer.Add(frame);
+            const AccessUnitAssembler::Unit unit = assembler.Add(frame);
             if (unit.input == nullptr)
                 continue;
             EXPECT_EQ(unit.input, frame);
@@ -126,12 +126,12 @@ TEST(UnitGatherer, WhatHoldsNoPictureWaits) {
 
 // Letters and frame numbers are units: t and b top and bottom fields, T and B with another parameter set, I and J in
 // IDR pictures; f a frame. Of how many each unit of the result is.
-TEST(UnitGatherer, WhichFieldsBelongTogether) {
+TEST(AccessUnitAssembler, WhichFieldsBelongTogether) {
     const char* const rows[][2] = {{"t3b3", "2"}, {"b3t3", "2"}, {"I0b0", "2"},   {"t0J0", ""},   {"t3t3", ""},
                                    {"t3b4", ""},  {"t3B3", "2"}, {"t3f3b3", "1"}, {"t3b3b3", "2"}};
     for (const auto& [fields, wanted] : rows) {
-        UnitGatherer gatherer;
-        gatherer.Add(MakeFrame(CORVANE_STREAM_H264, FieldParameterSets(), true, 0));
+        AccessUnitAssembler assembler;
+        assembler.Add(MakeFrame(CORVANE_STREAM_H264, FieldParameterSets(), true, 0));
         size_t setBytes = FieldParameterSets().size();
         std::string units;
         for (const char* at = fields; *at != '\0'; at += 2) {
@@ -141,8 +141,8 @@ TEST(UnitGatherer, WhichFieldsBelongTogether) {
             w.U(field ? 1 : 0, std::strchr("bBJ", *at) != nullptr).U(idr ? 1 : 0, 1).U(idr ? 2 : 1, 0).Se(0);
             const Bytes bytes = w.Unit({static_cast<uint8_t>(idr ? 0x65 : 0x61)});
             const FramePtr frame = MakeFrame(CORVANE_STREAM_H264, bytes, false, 0);
-            const bool completes = gatherer.Completes(*frame);
-            const UnitGatherer::Unit unit = gatherer.Add(frame);
+            const bool completes = assembler.Completes(*frame);
+            const AccessUnitAssembler::Unit unit = assembler.Add(frame);
             EXPECT_EQ(completes, unit.input != nullptr && unit.input != frame) << fields;
             if (unit.input != nullptr)
                 units += static_cast<char>('0' + (unit.encoded.size - std::exchange(setBytes, 0)) / bytes.size());

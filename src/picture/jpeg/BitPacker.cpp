@@ -120,7 +120,7 @@ Status BitPacker::GotoBookmark() noexcept {
     return Status::Ok;
 }
 
-BitPacker::Stretch BitPacker::EscapedStretch() noexcept {
+BitPacker::WritableSpan BitPacker::EscapedSpan() noexcept {
     const bool pool = m_operations.spliceBits == OperationsOf(2)->spliceBits;
     if ((!pool && m_operations.spliceBits != OperationsOf(1)->spliceBits) || m_buffer == nullptr ||
         (pool && Retries() == 0))

@@ -74,12 +74,13 @@ public:
 
     // For writers that put escaped bytes into the buffer themselves: the bytes from `next` up to `end` are free and lie
     // in one piece, so writing them cannot fail. Empty unless the mode escapes FF with 00.
-    struct Stretch {
+    struct WritableSpan {
         uint8_t* next;
         uint8_t* end;
     };
-    Stretch EscapedStretch() noexcept;
-    // Accounts for the bytes that were written from Stretch::next up to `next`, and for the partial byte after them.
+    WritableSpan EscapedSpan() noexcept;
+    // Accounts for the bytes that were written from WritableSpan::next up to `next`, and for the partial byte after
+    // them.
     void TakeOver(const uint8_t* next, uint32_t symbol, uint32_t bitPosition) noexcept;
 
 private:

@@ -22,9 +22,9 @@ public:
     explicit WordBits(BitPacker& packer) { Begin(packer); }
 
     void Begin(BitPacker& packer) {
-        const BitPacker::Stretch stretch = packer.EscapedStretch();
-        m_next = stretch.next;
-        m_end = stretch.end;
+        const BitPacker::WritableSpan span = packer.EscapedSpan();
+        m_next = span.next;
+        m_end = span.end;
         m_free = 64 - static_cast<int32_t>(packer.BitPosition());
         m_word = packer.BitPosition() == 0 ? 0 : (packer.Symbol() & 255) >> (8 - packer.BitPosition());
     }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# profile.sh BUILD [SECONDS] [SIZE] [RENDERER]: where the processor time of a picture goes on the paced road: a 1920x1080 H.264
+# profile.sh BUILD [SECONDS] [SIZE] [RENDERER]: where the processor time of a picture goes on the paced path: a 1920x1080 H.264
 # stream at 25 pictures/s in a window of SIZE under a private X server, one decoder thread. Milliseconds a picture by thread
 # and by library or function, sampled every 0.1 ms of processor time, from two seconds after the start on, so that what
 # starting costs is not in them. Needs perf (linux-perf) and the right to sample one's own processes.

@@ -1,4 +1,4 @@
-// The decode road: two bytes choose codec, threads and direction, the rest is cut into frames for a holder.
+// The decode path: two bytes choose codec, threads and direction, the rest is cut into frames for a holder.
 //
 //   byte 0   bits 0-2 codec, bits 3-4 threads less one, bit 5 backward play, bit 6 all frames are key frames
 //   byte 1   bits 0-2 audio channels less one; bit 7: cut at every 64 bytes and not at stated lengths

@@ -109,7 +109,7 @@ struct Passage {
 }    // namespace
 
 struct FilterChain::Parts {
-    // Purposes of the scratch pictures. What a picture's road does not use is freed on that road.
+    // Purposes of the scratch pictures. What a picture's path does not use is freed on that path.
     enum Purpose : size_t { A_Converted, B_Deinterlaced, C_Dewarped, D_Exchange, E_Exchange, kPurposes };
 
     int32_t CountSteps(Passage& run);
@@ -124,7 +124,7 @@ struct FilterChain::Parts {
     void FreeFrom(size_t first) {
         for (size_t i = first; i < kPurposes; ++i)
             scratch[i].Free();
-        if (first < D_Exchange)    // the road ends before the resize
+        if (first < D_Exchange)    // the path ends before the resize
             resize.FreeScratch();
     }
     // D and E take turns; what the turns so far did not use is freed.

@@ -48,7 +48,7 @@ struct Ramp {
 }    // namespace
 
 // Has the scaler say it: planes of the low bytes of each sample's place, and of the high ones, go through it. It works
-// on each axis by itself, so a few samples across will do; those are halved, as it takes another road where nothing
+// on each axis by itself, so a few samples across will do; those are halved, as it takes another path where nothing
 // changes.
 bool NearestSamples::Axis::Ask(bool across, uint32_t from, uint32_t to) {
     constexpr uint32_t kOther = 8;

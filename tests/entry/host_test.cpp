@@ -40,7 +40,7 @@ struct Process {
 
 void OwnHandler(int) {}
 
-// The whole road on good and on damaged input, under a locale with a decimal comma.
+// The whole path on good and on damaged input, under a locale with a decimal comma.
 TEST(Host, IsLeftAsItWasFound) {
     setenv("LOCPATH", CORVANE_TEST_LOCALES, 1);
     ASSERT_NE(setlocale(LC_ALL, "de_DE.UTF-8"), nullptr);

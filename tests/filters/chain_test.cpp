@@ -138,7 +138,7 @@ void CheckCase(const Case& c, FilterChain& chain, uint32_t seed) {
     ASSERT_EQ(chain.PassesThrough(settings, *frame, decoded.frame, c.targetWidth, c.targetHeight), passes);
 }
 
-// Each road, and then one of odd sizes: what stays unwritten of those, and the result that says so, are as in the plain
+// Each path, and then one of odd sizes: what stays unwritten of those, and the result that says so, are as in the plain
 // form; nothing is written outside (under a sanitizer).
 TEST(FilterChain, EveryRoadOfTheTableOfSteps) {
     ASSERT_NE(Tessaro(), nullptr);

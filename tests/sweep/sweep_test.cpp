@@ -1,5 +1,5 @@
 // The whole life of a channel with its n-th allocation, thread start or platform call failing, once and for good, n
-// rising until the road succeeds: thousands of lives. After each: a status, nothing leaked, no thread left.
+// rising until the path succeeds: thousands of lives. After each: a status, nothing leaked, no thread left.
 #include <cairo.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -226,13 +226,14 @@ TEST(Sweep, TheNthFailureIsAStatusAndLeavesNothingBehind) {
                 uint64_t n = 1;
                 for (; reached; ++n) {
                     SCOPED_TRACE(testing::Message() << static_cast<int>(what) << " " << forGood << " " << n);
-                    ASSERT_LT(n, 5000u) << "the road never succeeds";
+                    ASSERT_LT(n, 5000u) << "the path never succeeds";
                     const auto before = Held();
                     Life life;
                     Arm(what, n, forGood);
                     Live(stream, life, filter);
                     reached = Disarm();
-                    EXPECT_TRUE(test::Eventually([&] { return !AbandonedConnections::Instance().Reap() && Held() == before; }));
+                    EXPECT_TRUE(
+                        test::Eventually([&] { return !AbandonedConnections::Instance().Reap() && Held() == before; }));
                     for (int i = 0; i < life.count; ++i)
                         EXPECT_TRUE(std::ranges::count(kDocumented, life.statuses[i])) << "status " << i;
                     EXPECT_TRUE(reached || (life.AllWell() && life.shown > 0));

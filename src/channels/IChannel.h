@@ -1,6 +1,6 @@
-// The base of everything that a channel handle can stand for. It holds no data.
+// The base of all classes that a channel handle may be of. It holds no data.
 //
-// A channel is ended before it is destroyed: callbacks that still run call exports, and find it whole.
+// A channel is ended before it is destroyed, since callbacks that still run call exports on it.
 #pragma once
 
 #include <cstdint>
@@ -13,8 +13,8 @@ class IChannel {
 public:
     virtual ~IChannel() = default;
     virtual ChannelType GetChannelType() const = 0;
-    // Stops the channel for good and joins all its threads. The owner calls it before the destructor, inside an
-    // JoinGuard that is allowed. A second call does nothing.
+    // Stops the channel for good and joins all its threads. The owner calls it before the destructor, while a JoinGuard
+    // that allows it lives. A second call does nothing.
     virtual void End() = 0;
 };
 

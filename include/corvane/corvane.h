@@ -109,7 +109,8 @@
  *   no range                      limited; of JPEG full
  * Each sample of R, G and B is within 0.53 of the Recommendation's real number. Pictures of plug-ins and placeholders count
  * as full-range BT.601. Planar and packed YUV formats, and pictures that client filters get, keep the stream's samples; a
- * JPEG still is made full-range BT.601, as the JFIF standard has it. Grey pictures (4:0:0) in limited range keep it.
+ * JPEG still is made full-range BT.601, as the JFIF standard has it. Two exceptions: H.265 of grey alone (4:0:0) in limited
+ * range shows black as 16, and a still overlay is drawn into a still of PF_I420 in full-range BT.601.
  *
  * Strict C99, C++ through extern "C". All records are little-endian with the natural alignment of a 64-bit build.
  */

@@ -74,32 +74,35 @@ private:
     ByteVector m_fourth;
 };
 
+// A function for each arithmetic, so that none takes registers of the other.
 template <class Arithmetic>
-HWY_INLINE void ConvertBy(const Arithmetic& arithmetic, const Source420& source, uint8_t* destination, ptrdiff_t step,
-                          uint32_t width, uint32_t height, RgbLayout layout, uint8_t* terms) {
-    const auto convert = [&](const auto& writer) HWY_ATTR {
-        ConvertPicture(arithmetic, writer, source, destination, step, width & ~1u, height & ~1u, layout.redFirst,
-                       terms);
-    };
+HWY_NOINLINE void ConvertBy(const Arithmetic arithmetic, const Source420& source, uint8_t* destination, ptrdiff_t step,
+                            uint32_t width, uint32_t height, RgbLayout layout, uint8_t* terms) {
     const bool streaming = layout.streaming && OnVectors(destination, step);
     if (layout.bytes == 3 && streaming)
-        convert(Rgb24Writer<true>());
+        ConvertPicture(arithmetic, Rgb24Writer<true>(), source, destination, step, width, height, layout.redFirst,
+                       terms);
     else if (layout.bytes == 3)
-        convert(Rgb24Writer<false>());
+        ConvertPicture(arithmetic, Rgb24Writer<false>(), source, destination, step, width, height, layout.redFirst,
+                       terms);
     else if (streaming)
-        convert(Rgb32Writer<true>(layout.fourth));
+        ConvertPicture(arithmetic, Rgb32Writer<true>(layout.fourth), source, destination, step, width, height,
+                       layout.redFirst, terms);
     else
-        convert(Rgb32Writer<false>(layout.fourth));
+        ConvertPicture(arithmetic, Rgb32Writer<false>(layout.fourth), source, destination, step, width, height,
+                       layout.redFirst, terms);
     if (streaming)
         hwy::FlushStream();
 }
 
 int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
                    RgbLayout layout, uint8_t* terms) {
+    const uint32_t evenWidth = width & ~1u;
+    const uint32_t evenHeight = height & ~1u;
     if (layout.matrix == nullptr)
-        ConvertBy(ByteArithmetic<kFullRangeMatrix>(), source, destination, step, width, height, layout, terms);
+        ConvertBy(ByteArithmetic<kFullRangeMatrix>(), source, destination, step, evenWidth, evenHeight, layout, terms);
     else
-        ConvertBy(WordArithmetic(*layout.matrix), source, destination, step, width, height, layout, terms);
+        ConvertBy(WordArithmetic(*layout.matrix), source, destination, step, evenWidth, evenHeight, layout, terms);
     return ((width | height) & 1) != 0 ? kOddPartUnwritten : kDone;
 }
 #endif

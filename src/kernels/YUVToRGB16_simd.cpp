@@ -62,17 +62,15 @@ struct Rgb16Writer {
     }
 };
 
+// A function for each arithmetic, so that none takes registers of the other.
 template <class Arithmetic>
-HWY_INLINE void ConvertBy(const Arithmetic& arithmetic, const Source420& source, uint16_t* destination, ptrdiff_t step,
-                          uint32_t width, uint32_t height, Rgb16Layout layout, uint8_t* terms) {
-    const auto convert = [&](const auto& writer) HWY_ATTR {
-        ConvertPicture(arithmetic, writer, source, reinterpret_cast<uint8_t*>(destination), 2 * step, width, height,
-                       !layout.redHigh, terms);
-    };
+HWY_NOINLINE void ConvertBy(const Arithmetic arithmetic, const Source420& source, uint16_t* destination, ptrdiff_t step,
+                            uint32_t width, uint32_t height, Rgb16Layout layout, uint8_t* terms) {
+    auto* bytes = reinterpret_cast<uint8_t*>(destination);
     if (layout.greenBits == 6)
-        convert(Rgb16Writer<6>());
+        ConvertPicture(arithmetic, Rgb16Writer<6>(), source, bytes, 2 * step, width, height, !layout.redHigh, terms);
     else
-        convert(Rgb16Writer<5>());
+        ConvertPicture(arithmetic, Rgb16Writer<5>(), source, bytes, 2 * step, width, height, !layout.redHigh, terms);
 }
 
 int32_t ConvertRgb16(const Source420& source, uint16_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,

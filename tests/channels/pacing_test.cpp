@@ -325,7 +325,11 @@ TEST(Pacing, KindOnceAndNoPictureTwice) {
     simulation.Play(100);
     EXPECT_EQ(told.kinds, 2);
     EXPECT_EQ(told.kind, test::SimulatedChannel::kKind);
-    ChannelStatistics counters = simulation.Told();
+    ChannelStatistics counters{};
+    EXPECT_TRUE(Eventually([&] {    // the last one was on its way at the stop
+        counters = simulation.Told();
+        return counters.picturesDecoded == counters.picturesReplaced + counters.picturesHandedOver;
+    }));
     std::this_thread::sleep_for(std::chrono::milliseconds(30));    // ticks of the render thread
     EXPECT_EQ(static_cast<uint64_t>(told.pictures), counters.picturesTaken);
     EXPECT_EQ(counters.picturesHandedOver, counters.picturesTaken);

@@ -6,7 +6,6 @@
 #pragma once
 
 #include <cstdint>
-#include <utility>
 
 #include "base/Mutex.h"
 #include "base/Thread.h"
@@ -91,7 +90,7 @@ public:
         m_count.WaitForRunning(lock);
     }
 
-    // One call, or several: what is set meanwhile waits for its end.
+    // Around a call: Set waits for its end. Null where there is no callback.
     class Call {
     public:
         explicit Call(ClientCallback& callback) : m_callback(callback) {
@@ -110,10 +109,6 @@ public:
         explicit operator bool() const { return m_function != nullptr; }
         Function Pointer() const { return m_function; }
         void* Context() const { return m_context; }
-        template <typename... Arguments>
-        void operator()(Arguments&&... arguments) const {
-            m_function(m_context, std::forward<Arguments>(arguments)...);
-        }
 
     private:
         ClientCallback& m_callback;

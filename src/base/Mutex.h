@@ -74,8 +74,8 @@ private:
     std::condition_variable m_condition;
 };
 
-// Reader-writer lock that starves nobody: whoever comes after a waiting writer waits behind it. Not recursive, in no
-// mode.
+// Reader-writer lock that starves nobody: threads that come after a waiting writer get their turn after it. Not
+// recursive, in no mode.
 class CAPABILITY("shared_mutex") SharedMutex {
 public:
     void lock() ACQUIRE() { LockUntil(std::chrono::steady_clock::time_point::max()); }

@@ -13,8 +13,6 @@ struct PictureView {
     ptrdiff_t stride[3] = {};    // bytes from a row to the one below; negative where the bottom row is first in memory
     PictureSize size;
     uint32_t format = 0;    // PF_*; planes lie as PF_I420 says where they are three
-
-    bool HasPairs() const { return plane[1] != nullptr && plane[2] == nullptr; }
 };
 
 }    // namespace corvane

@@ -46,7 +46,7 @@ Status CopyLogo(const RasterView& logo, IPictureMaker& maker) {
     return Status::Ok;
 }
 
-// The record that a still of the logo gets in the place of a frame.
+// A still of the logo has no frame. This is the frame that its record is filled from.
 FramePtr LogoFrame() {
     static constexpr uint8_t kHeaderBytes[20] = {0, 0, 0, 0x10};
     MediaFrameHeader header{};

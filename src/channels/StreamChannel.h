@@ -35,8 +35,7 @@ public:
     void Apply(const ChannelSettings& settings);
     void SetFactories(const DecoderFactories& factories) { m_video.Settings().SetFactories(factories); }
 
-    // Status::Failed when no thread can be made, on a library thread while a stop is in progress, and once it has
-    // ended.
+    // Status::Failed when no thread can be made, on a library thread while a stop is in progress, and after End.
     Status Start(bool clear);
     // Status::Failed on the channel's own threads, and where two stops would wait for each other.
     Status Stop();
@@ -92,7 +91,7 @@ private:
     Status Accepts(uint32_t streamType);
     void CountTaken() REQUIRES(m_mutex);
 
-    Condition m_stopped;    // wakes whoever waits for the end of a stop
+    Condition m_stopped;    // wakes the threads that wait for the end of a stop
     Thread m_thread GUARDED_BY(m_mutex);
     bool m_ended GUARDED_BY(m_mutex) = false;    // never starts again
 

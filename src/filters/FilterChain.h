@@ -54,8 +54,8 @@ public:
     // Replaces the size by that of the dewarp stage, where there is one. Negative on failure, the size then unchanged.
     int32_t OutputSize(uint32_t* width, uint32_t* height);
 
-    // Whether Run would only copy: then whoever can take `decoded` as it is need not call it. Frees the scratch memory
-    // in that case, as such a run does. Motion marks, once there are any, are no copy.
+    // Whether Run would only copy: a caller that can take `decoded` as it is then needs no Run. Frees the scratch
+    // memory in that case, as such a run does. Motion marks, once there are any, are no copy.
     bool PassesThrough(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
                        uint32_t width, uint32_t height);
 

@@ -15,8 +15,9 @@ enum PlaneCopyMode : uint32_t {
 // When both steps equal the width it is one copy. An empty size copies nothing. Returns 0, or negative for a null
 // pointer.
 //
-// `mode` is a hint without influence on the result. It is not followed for memory of this process: whoever copies a
-// plane here has it read next, and the reader then pays what the writer has saved, or twice that where all was cached.
+// `mode` is a hint without influence on the result. It is not followed for memory of this process: a caller that copies
+// a plane here has it read next, and the reader then pays what the writer has saved, or twice that where all was
+// cached.
 int32_t PlaneCopy(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
                   uint32_t width, uint32_t height, uint32_t mode);
 

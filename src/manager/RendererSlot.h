@@ -68,8 +68,8 @@ private:
     mutable Mutex m_lock;    // taken last
     Seat m_seat GUARDED_BY(m_lock);
     std::vector<RendererPtr> m_retired GUARDED_BY(m_lock);
-    std::atomic<bool> m_anyRetired{false};      // what m_retired says, for who looks without the lock
-    std::atomic<int32_t> m_fallbackEvent{0};    // 0, 1 after a fall-back, -1 once the client was told
+    std::atomic<bool> m_anyRetired{false};      // m_retired is not empty; read without the lock, once a turn
+    std::atomic<int32_t> m_fallbackEvent{0};    // 0; 1 after a fall-back; -1 after its code was sent
 };
 
 }    // namespace corvane

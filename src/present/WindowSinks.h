@@ -46,7 +46,7 @@ private:
     Clock& m_clock;
     Ways m_ways;                                                    // only on the render thread
     mutable Mutex m_mutex;                                          // taken last
-    std::shared_ptr<const Ways> m_published GUARDED_BY(m_mutex);    // the same, for whoever grabs
+    std::shared_ptr<const Ways> m_published GUARDED_BY(m_mutex);    // a copy of m_ways, for grabs
 };
 
 }    // namespace corvane

@@ -26,9 +26,12 @@ XServer::XServer(const Options& options) {
 
 XServer::~XServer() {
     if (m_process > 0) {    // it tidies up by itself when it is asked to end
-        kill(m_process, SIGTERM);
         kill(m_process, SIGCONT);
-        if (Eventually([this] { return waitpid(m_process, nullptr, WNOHANG) == m_process; }))
+        // Again and again: a signal between the server's look at its flags and its wait for clients is forgotten.
+        if (Eventually([this] {
+                kill(m_process, SIGTERM);
+                return waitpid(m_process, nullptr, WNOHANG) == m_process;
+            }))
             m_process = -1;
     }
     Kill();

@@ -35,7 +35,7 @@ enum class BlitResult : int32_t {
     Failed = -1,
     SurfaceLost = static_cast<int32_t>(0x887601C2u),     // the memory is gone; it may be restored
     WrongMode = static_cast<int32_t>(0x8876024Bu),       // the device is of a display mode that is no more
-    StillDrawing = static_cast<int32_t>(0x8876021Cu),    // busy; whoever does not wait leaves it
+    StillDrawing = static_cast<int32_t>(0x8876021Cu),    // busy; a caller that does not wait gives up
     InBlank = static_cast<int32_t>(0x88760219u),         // no line: the beam is in vertical blank
     InvalidArgument = static_cast<int32_t>(0x80070057u),
 };
@@ -57,7 +57,7 @@ public:
 
     // Gives the memory away until Unlock, and waits for it. `keepSystemFree`: the system is not held up as long. Video
     // surfaces: the planes follow one another, chroma rows are as long as luma rows for NV12, half as long for YV12.
-    // By whoever owns the surface at that time: the worker while it is written, the render thread while it is shown.
+    // The thread that owns the surface calls it: the worker while it writes, the render thread while it shows.
     virtual BlitResult Lock(bool /*keepSystemFree*/, uint8_t** /*data*/, uint32_t* /*pitch*/) {
         return BlitResult::Failed;
     }
@@ -91,8 +91,8 @@ struct BlitTarget {
 class BlitComposite : public BlitSurface {
 public:
     // Readies it for a pass; may be called again. StillDrawing: what was copied last is still read, or the window
-    // cannot be seen; whoever watches the window is told when to come again. InvalidArgument: the window has another
-    // size by now. SurfaceLost: the server is gone. Failed: nothing can be drawn.
+    // cannot be seen; the listeners of the window's watch are called when a new attempt is due. InvalidArgument: the
+    // window has another size by now. SurfaceLost: the server is gone. Failed: nothing can be drawn.
     virtual BlitResult Begin(const BlitTarget& target) = 0;
     // Takes another size, and keeps what it works with. False: it cannot, and another one must take its place.
     virtual bool Resize(uint32_t /*width*/, uint32_t /*height*/) { return false; }

@@ -105,7 +105,7 @@ bool Connection::OpenDisplay() {
             ++openConnections;
             return true;
         }
-        m_phase = Phase::Lost;    // in the same breath: whoever revives it from here on would get a dead one
+        m_phase = Phase::Lost;    // under the same lock as the test: Revive must not return a connection that is lost
     }
     if (xcb != nullptr)
         xcb_disconnect(xcb);

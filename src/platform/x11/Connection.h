@@ -49,7 +49,7 @@ public:
     void Poke() noexcept { m_socket.Poke(); }
     MonitorList& Monitors() { return m_monitors; }
 
-    // ---- The event thread; and whoever saw a client of it alive, which is later than the opening ----
+    // ---- The event thread; other threads only after they saw a client of the connection alive ----
 
     xcb_connection_t* Xcb() const { return m_socket.Xcb(); }
     ServerSocket& Socket() { return m_socket; }
@@ -104,7 +104,7 @@ private:
     // Kept by AbandonedConnections until the thread has ended, and under its lock.
     std::shared_ptr<Connection> m_nextAbandoned;
 
-    Thread m_thread;    // of whoever made the connection, then of Close or AbandonedConnections
+    Thread m_thread;    // used by the thread that makes the connection, then by Close or AbandonedConnections
 };
 
 // Closes the connection when the last that needs it is gone.

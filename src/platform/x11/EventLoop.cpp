@@ -62,7 +62,7 @@ void EventLoop::Release() {
 }
 
 void EventLoop::TellOfRoom() {
-    Admit();    // whoever asked may have joined since
+    Admit();    // the client that asked may have joined after the last Admit
     for (const std::shared_ptr<EventClient>& client : m_clients)
         if (!client->Left())
             Guarded(client.get(), [&] { client->OnRoom(); });

@@ -61,7 +61,7 @@ bool ServerSocket::Sleep() {
         (void)!read(m_wake, &pokes, sizeof pokes);    // before the looking: a poke that comes later wakes once more
     if ((sources[0].revents & room) == 0)
         return false;
-    m_awaitsRoom.store(false);    // whoever asks from here on is told later
+    m_awaitsRoom.store(false);    // a request from here on is answered by a later turn
     return true;
 }
 

@@ -20,7 +20,7 @@ public:
 
     // What the server has said by now.
     struct Answers {
-        bool busy;       // it reads the last put still: whoever is refused for that is told later
+        bool busy;       // it still reads the last put; the listeners are called when it is done
         bool refused;    // once: it could not attach the memory that it was given last
     };
     Answers TakeAnswers();

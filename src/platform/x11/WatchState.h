@@ -63,7 +63,7 @@ private:
     std::atomic<bool> m_draw;
     ListenerList m_listeners;    // with a lock of its own
 
-    Mutex m_lock;                      // of those who publish; a leaf
+    Mutex m_lock;                      // of the threads that publish; a leaf
     Published<WindowFacts> m_facts;    // written under m_lock
 
     // Only on the event thread.

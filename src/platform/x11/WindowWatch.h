@@ -48,7 +48,7 @@ public:
         ~Listener() = default;
     };
 
-    // The watch of `window`, shared with whoever watches it already; null for window 0. Any thread, does not block. May
+    // The watch of `window`, shared with all who watch it already; null for window 0. Any thread, does not block. May
     // raise std::bad_alloc. Without a display, or where no thread can be started, the watch is dead.
     static std::shared_ptr<WindowWatch> Open(uintptr_t window, Purpose purpose);
 

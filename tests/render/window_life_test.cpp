@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <numeric>
+#include <random>
 #include <thread>
 
 #include "base/Log.h"
@@ -25,6 +26,7 @@
 #include "render/DDrawRenderer.h"
 #include "render/GDIRenderer.h"
 #include "render/PseudoRenderer.h"
+#include "support/Client.h"
 #include "support/Latch.h"
 #include "support/Mappings.h"
 #include "support/PlainPicture.h"
@@ -743,6 +745,100 @@ TEST_P(WindowLife, BandsDoNotFlicker) {
             EXPECT_EQ(others, 0);
         }
     }
+}
+
+// Redraws, windows, settings and callbacks change at random while pictures replace each other in the mailbox. Every
+// picture is counted, nothing stays lent, and what comes after is shown as the last settings say.
+TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
+    const xcb_window_t windows[] = {Window(), Window(100), 0};
+    test::PlainPicture large(120, 90, 100), small(40, 30, 120), own(kSide, kSide, 140);    // they outlive references
+    large.Share();
+    small.Share();
+    constexpr uint64_t kPictures = 1500;
+    {
+        Channel channel(windows[0], GetParam());
+        CRenderMgr& manager = channel.manager;
+        std::atomic<bool> done{false};
+        std::thread worker([&] {
+            std::mt19937 random(1);
+            const test::PlainPicture* const pictures[] = {&large, &small, &own};
+            for (uint64_t i = 0; i < kPictures; ++i) {
+                manager.PresentFrame(FrameAt(static_cast<int64_t>(40 * i)), pictures[random() % 3]->frame,
+                                     random() % 4 == 0);
+                if (random() % 8 == 0)
+                    std::this_thread::sleep_for(std::chrono::milliseconds(random() % 4));
+            }
+            done = true;
+        });
+        std::thread host([&] {
+            std::mt19937 random(2);
+            test::XClient client(m_server.Display());
+            while (!done) {
+                const xcb_window_t window = windows[random() % 2];
+                const auto side = static_cast<uint16_t>(1 + random() % 150);
+                const std::function<void()> changes[] = {
+                    [&] { client.Resize(window, side, kSide); }, [&] { client.Expose(window); },
+                    [&] { client.Move(window, static_cast<int16_t>(side), 0); },
+                    [&] { random() % 2 == 0 ? client.Unmap(window) : client.Map(window); }};
+                changes[random() % std::size(changes)]();
+            }
+        });
+        std::mt19937 random(3);
+        const CorvaneOsdCallback text = [](void*, OsdInfo*) {};
+        const CorvanePictureCallback nothing = [](void*, const PseudoFrame*) {};
+        while (!done) {
+            const auto value = static_cast<uint32_t>(random() % 8);
+            DisplayArea area{};
+            area.overviewIsWindow = 1;
+            area.overviewEnabled = area.zoomEnabled = value % 2;
+            area.overview.window = windows[value / 4];
+            area.zoom = {{0, 0, 20, 20}};
+            Raster grabbed;
+            const std::function<void()> changes[] = {
+                [&] { manager.SetWindow(windows[value % 3]); },
+                [&] { manager.RequestRedraw(); },
+                [&] { EXPECT_EQ(manager.SetDisplayArea(area, 1 | 4 | 16 | 32), Status::Ok); },
+                [&] { manager.SetMargin(&Edges::top, value); },
+                [&] { manager.SetFullWindow(value % 2 != 0); },
+                [&] { manager.SetOsd(value % 2 != 0 ? text : nullptr, nullptr); },
+                [&] { manager.SetPresentEnabled(value != 0); },
+                [&] { manager.SetDeinterlace(value % 2 != 0); },
+                [&] { manager.SetSignalledColours(value % 2 != 0); },
+                [&] { value % 2 != 0 ? (void)manager.EnableRotateFilter(30) : manager.DisableRotateFilter(); },
+                [&] { value == 0 ? manager.Stop(true) : manager.ShowTimeOnly(FrameAt(40)); },
+                [&] { (void)manager.GrabWindow(grabbed); },
+            };
+            changes[random() % std::size(changes)]();
+        }
+        worker.join();
+        host.join();
+        manager.DisableRotateFilter();
+        manager.SetPresentEnabled(true);
+        manager.SetMargin(&Edges::top, 0);
+        EXPECT_EQ(manager.SetDisplayArea(DisplayArea{}, CORVANE_AREA_ZOOM_ENABLED | CORVANE_AREA_OVERVIEW_ENABLED),
+                  Status::Ok);
+        m_client.Map(windows[0]);
+        m_client.Resize(windows[0], kSide, kSide);
+        m_client.Move(windows[0], 10, 10);
+        m_client.Unmap(windows[1]);
+        manager.SetWindow(windows[0]);
+        uint64_t pictures = kPictures;
+        EXPECT_TRUE(Eventually([&] {    // another monitor may have cost a picture
+            channel.Push(77, 1'000'000);
+            ++pictures;
+            return Pixel(windows[0], 40, 40) == Grey(77);
+        }));
+        manager.RegisterRawDataCallback(nothing, nullptr, PF_I420);    // the other renderer's buffers go
+        EXPECT_TRUE(channel.GoesOn(78));
+        manager.End();
+        ChannelStatistics counted{};
+        counted.recordSize = sizeof counted;
+        manager.Counters().Fill(counted);
+        counted.framesTaken = counted.picturesDecoded = pictures + 1;    // the manager counts neither
+        test::ExpectSums(counted);
+        EXPECT_GT(std::min(counted.picturesReplaced, counted.picturesPut), 0u);
+    }
+    EXPECT_EQ(large.references + small.references, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Renderers, WindowLife, testing::Values(0u, uint32_t{CORVANE_FLAG_GDI}),

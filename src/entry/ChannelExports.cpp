@@ -11,6 +11,7 @@
 using corvane::CCorvane_Option;
 using corvane::Guard;
 using corvane::OnStream;
+using corvane::PresentSettings;
 using corvane::Status;
 using corvane::StreamChannel;
 
@@ -138,8 +139,9 @@ uint32_t Corvane_RegisterRawDataCallback(void* channel, CorvanePictureCallback c
     const uint32_t format = FormatOfKind(kind, bottomUp != 0);
     if (format == 0)
         return Status_NotSupported;
-    return OnStream(channel,
-                    [&](StreamChannel& stream) { stream.Render().RegisterRawDataCallback(callback, context, format); });
+    return OnStream(channel, [&](StreamChannel& stream) {
+        stream.Render().SetPictureCallback({callback, context}, format);
+    });
 }
 
 uint32_t Corvane_SetRawDataCallbackSize(void* channel, uint32_t width, uint32_t height) {
@@ -149,11 +151,14 @@ uint32_t Corvane_SetRawDataCallbackSize(void* channel, uint32_t width, uint32_t 
 uint32_t Corvane_RegisterAfterDisplayCallback(void* channel, CorvaneAfterDisplayCallback callback, void* context) {
     if (callback == nullptr)
         return Status_InvalidArgument;
-    return OnStream(channel, [&](StreamChannel& stream) { stream.Render().SetAfterDisplay(callback, context); });
+    return OnStream(channel, [&](StreamChannel& stream) {
+        stream.Render().SetCallback(&PresentSettings::afterDisplay, {callback, context});
+    });
 }
 
 uint32_t Corvane_UnregisterAfterDisplayCallback(void* channel) {
-    return OnStream(channel, [](StreamChannel& stream) { stream.Render().SetAfterDisplay(nullptr, nullptr); });
+    return OnStream(channel,
+                    [](StreamChannel& stream) { stream.Render().SetCallback(&PresentSettings::afterDisplay, {}); });
 }
 
 uint32_t Corvane_GetCurrentSnapShot(void* channel, PictureBuffer* picture, uint32_t flags) {

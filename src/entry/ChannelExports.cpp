@@ -6,14 +6,15 @@
 
 #include "corvane/corvane.h"
 #include "entry/Guard.h"
-#include "entry/Instance.h"
 
 using corvane::CCorvane_Option;
-using corvane::Guard;
+using corvane::OnInstance;
 using corvane::OnStream;
+using corvane::PlainObjectOf;
 using corvane::PresentSettings;
 using corvane::Status;
 using corvane::StreamChannel;
+using QMRX::Filter::IFilter;
 
 namespace {
 
@@ -65,19 +66,16 @@ uint32_t FormatOfKind(uint32_t kind, bool bottomUp) {
 extern "C" {
 
 uint32_t Corvane_CreateChannel(void* instance, void** channel, const ChannelSettings* settings) {
-    return Guard([&] {
-        if (instance == nullptr || channel == nullptr)
-            return Status::InvalidArgument;
-        return static_cast<CCorvane_Option*>(instance)->CreateChannel(channel, settings);
-    });
+    if (channel == nullptr)
+        return Status_InvalidArgument;
+    return OnInstance(instance, [&](CCorvane_Option& own) { return own.CreateChannel(channel, settings); });
 }
 
 uint32_t Corvane_DeleteChannel(void* instance, void** channel) {
-    return Guard([&] {
-        if (instance == nullptr || channel == nullptr)
-            return Status::InvalidArgument;
-        if (const Status status = static_cast<CCorvane_Option*>(instance)->Delete(*channel); !corvane::Ok(status))
-            return status;
+    if (channel == nullptr)
+        return Status_InvalidArgument;
+    return OnInstance(instance, [&](CCorvane_Option& own) {
+        CORVANE_RETURN_IF_FAILED(own.Delete(*channel));
         *channel = nullptr;
         return Status::Ok;
     });
@@ -186,14 +184,13 @@ uint32_t Corvane_FreePicture(PictureBuffer* picture) {
 
 uint32_t Corvane_InsertFilter(void* channel, void* filter) {
     return OnStreamWith(channel, filter, [&](StreamChannel& stream) {
-        return stream.Render().InsertFilter(static_cast<QMRX::Filter::IFilter*>(filter));
+        return stream.Render().InsertFilter(PlainObjectOf<IFilter>(filter));
     });
 }
 
 uint32_t Corvane_RemoveFilter(void* channel, void* filter) {
-    return OnStreamWith(channel, filter, [&](StreamChannel& stream) {
-        stream.Render().RemoveFilter(static_cast<QMRX::Filter::IFilter*>(filter));
-    });
+    return OnStreamWith(channel, filter,
+                        [&](StreamChannel& stream) { stream.Render().RemoveFilter(PlainObjectOf<IFilter>(filter)); });
 }
 
 uint32_t Corvane_EnableRotateFilter(void* channel, double angle) {

@@ -13,7 +13,7 @@ Status CCorvane_Option::CreateChannel(void** channel, const ChannelSettings* set
     const ChannelSettings chosen = settings != nullptr ? *settings : ChannelSettings{};
     auto made = std::make_unique<CChannelLive>(0, m_defaults.flags);
     CChannelLive* const object = made.get();
-    IChannel* const handle = object;
+    void* const handle = object->Handle();
     const auto pick = [&](uint32_t bit, auto own, auto other) { return (chosen.mask & bit) != 0 ? own : other; };
     void* const none = nullptr;
     object->Render().SetStreamInfo({pick(CORVANE_SETTINGS_STREAM_INFO, chosen.streamInfo, m_defaults.streamInfo),

@@ -79,11 +79,13 @@ constexpr uint16_t kSide = 64;    // of windows and pictures
 struct Channel {
     Channel(xcb_window_t window, uint32_t flags, RendererMakers makers = BuiltRenderers())
         : manager(this, window, flags, Clock::System(), makers) {
-        manager.SetAfterDisplay([](void* self, const AfterDisplayRecord*) { ++static_cast<Channel*>(self)->presents; },
-                                this);
-        manager.SetStreamInfo([](void* self, uint32_t code, uint64_t,
-                                 uint64_t) { static_cast<Channel*>(self)->replaced += code == 9 ? 1 : 0; },
-                              this);
+        manager.SetCallback(
+            &PresentSettings::afterDisplay,
+            {[](void* self, const AfterDisplayRecord*) { ++static_cast<Channel*>(self)->presents; }, this});
+        manager.SetStreamInfo({[](void* self, uint32_t code, uint64_t, uint64_t) {
+                                   static_cast<Channel*>(self)->replaced += code == 9 ? 1 : 0;
+                               },
+                               this});
     }
     // A picture of one grey.
     void Push(uint8_t grey, int64_t timeMs = 40) {
@@ -169,7 +171,7 @@ TEST(OffScreen, OutcomeOfAPass) {
     using enum Outcome;
     int calls = 0;
     const CorvanePictureCallback count = [](void* own, const PseudoFrame*) { ++*static_cast<int*>(own); };
-    CPseudoRenderer offScreen(count, &calls, PF_I420), toNobody(nullptr, nullptr, PF_I420);
+    CPseudoRenderer offScreen({count, &calls}, PF_I420), toNobody({}, PF_I420);
     test::RendererHand hand;
     EXPECT_TRUE(hand.Pass(offScreen) == NotDue && calls == 1) << "no picture yet";
     hand.Fill(offScreen, kSide, 0x64);
@@ -193,8 +195,8 @@ TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
     std::vector<OsdInfo> texts;
     info.background = kBlue;
     info.osdPolicy = 2 | 1;    // the wall clock stands still, and does not count to the default renderer
-    info.osd = [](void* calls, OsdInfo* text) { static_cast<std::vector<OsdInfo>*>(calls)->push_back(*text); };
-    info.osdContext = &texts;
+    info.osd = {[](void* calls, OsdInfo* text) { static_cast<std::vector<OsdInfo>*>(calls)->push_back(*text); },
+                &texts};
     passes.flags.textFresh = true;
     const bool isPlain = GetParam() != 0;
     uint32_t side = 32;    // of the picture
@@ -276,7 +278,7 @@ TEST_P(WindowLife, States) {
     Channel channel(window, GetParam());
     CRenderMgr& manager = channel.manager;
     manager.SetBackground(kBlue);
-    manager.SetOsd(&Text::Draw, &text);
+    manager.SetCallback(&PresentSettings::osd, {&Text::Draw, &text});
     manager.RequestRedraw();
     const auto frame = FrameAt(90'061'007);
     const struct {
@@ -550,17 +552,18 @@ TEST_P(WindowLife, NewsBetweenTwoStepsOfAPass) {
     news.manager = &channel.manager;
     channel.manager.SetOsdPolicy(CORVANE_TEXT_ALWAYS);
     channel.manager.SetMargin(&Edges::top, 1);    // where the plain renderer's text goes
-    channel.manager.SetOsd(
-        [](void* context, OsdInfo*) {
-            auto& own = *static_cast<Disturbance*>(context);
-            if (own.left-- <= 0)
-                return;
-            own.side = static_cast<uint16_t>(own.side == 90 ? 70 : own.side + 1);
-            own.hand.Resize(own.window, own.side, own.side);
-            EXPECT_TRUE(Eventually([&] { return own.watch->ClientSize() == WindowWatch::Size{own.side, own.side}; }));
-            own.manager->RequestRedraw();    // which the watch does a moment later
-        },
-        &news);
+    channel.manager.SetCallback(
+        &PresentSettings::osd,
+        {[](void* context, OsdInfo*) {
+             auto& own = *static_cast<Disturbance*>(context);
+             if (own.left-- <= 0)
+                 return;
+             own.side = static_cast<uint16_t>(own.side == 90 ? 70 : own.side + 1);
+             own.hand.Resize(own.window, own.side, own.side);
+             EXPECT_TRUE(Eventually([&] { return own.watch->ClientSize() == WindowWatch::Size{own.side, own.side}; }));
+             own.manager->RequestRedraw();    // which the watch does a moment later
+         },
+         &news});
     channel.Push(90, 1000);
     ASSERT_TRUE(Shows(news.window, Grey(90)));
     for (const int times : {1, 2, 3, kAlways}) {
@@ -594,7 +597,7 @@ TEST_P(WindowLife, ServerStandsStill) {
         Text text;
         auto channel = std::make_unique<Channel>(window, GetParam());
         CRenderMgr& manager = channel->manager;
-        manager.SetOsd(&Text::Draw, &text);
+        manager.SetCallback(&PresentSettings::osd, {&Text::Draw, &text});
         manager.SetOsdPolicy(2);    // by the frame's second
         channel->Push(100, 1000);
         ASSERT_TRUE(shows(100));
@@ -620,11 +623,11 @@ TEST_P(WindowLife, ServerStandsStill) {
             channel->Push(110, 2000);
             manager.SetMargin(&Edges::top, 10);
             EXPECT_EQ(manager.SetLogoBitmap(nullptr), Status::Ok);
-            manager.SetAfterDisplay(nullptr, nullptr);
+            manager.SetCallback(&PresentSettings::afterDisplay, {});
             manager.SetWindow(window + 1);
             channel->Push(112, 2002);
             manager.SetWindow(window);
-            manager.RegisterRawDataCallback(nullptr, nullptr, PF_BGRA32);
+            manager.SetPictureCallback({}, PF_BGRA32);
             channel = nullptr;
         }));
     }
@@ -694,15 +697,14 @@ TEST_P(WindowLife, CounterOfAWait) {
     Ticks clock;
     std::atomic<uint32_t> seen{1};    // of this wait; 0 with any other text
     CRenderMgr manager(this, m_client.Create({.mapped = false}), GetParam(), clock);
-    manager.SetOsd(
-        [](void* own, OsdInfo* info) {
-            auto& steps = *static_cast<std::atomic<uint32_t>*>(own);
-            const bool waits = (info->flags & CORVANE_OSD_WAITING) != 0;
-            if (waits)
-                EXPECT_EQ(info->counter, steps % 10);
-            steps = waits ? steps + 1 : 0;
-        },
-        &seen);
+    manager.SetCallback(&PresentSettings::osd, {[](void* own, OsdInfo* info) {
+                                                    auto& steps = *static_cast<std::atomic<uint32_t>*>(own);
+                                                    const bool waits = (info->flags & CORVANE_OSD_WAITING) != 0;
+                                                    if (waits)
+                                                        EXPECT_EQ(info->counter, steps % 10);
+                                                    steps = waits ? steps + 1 : 0;
+                                                },
+                                                &seen});
     for (const uint32_t length : {25u, 3u}) {
         manager.ResetToStopped();
         ASSERT_TRUE(Eventually([&] { return seen == 0; }));    // what waited has ended
@@ -718,14 +720,15 @@ TEST_P(WindowLife, BandsDoNotFlicker) {
         const xcb_window_t window = m_client.Create({.x = 10, .y = 10, .width = 160, .height = 120});
         Channel channel(window, GetParam() | flags);
         CRenderMgr& manager = channel.manager;
-        manager.SetOsd(
-            [](void* count, OsdInfo* info) {
-                const uint32_t call = ++*static_cast<std::atomic<uint32_t>*>(count);
-                cairo_set_source_rgb(info->deviceContext, call * 37 % 256 / 255.0, call * 91 % 256 / 255.0,
+        manager.SetCallback(&PresentSettings::osd,
+                            {[](void* count, OsdInfo* info) {
+                                 const uint32_t call = ++*static_cast<std::atomic<uint32_t>*>(count);
+                                 cairo_set_source_rgb(
+                                     info->deviceContext, call * 37 % 256 / 255.0, call * 91 % 256 / 255.0,
                                      (info->flags & CORVANE_OSD_STOPPED) == 0);    // blue: a picture was put
-                cairo_paint(info->deviceContext);
-            },
-            &texts);
+                                 cairo_paint(info->deviceContext);
+                             },
+                             &texts});
         manager.SetMargin(&Edges::top, 20);
         manager.SetMargin(&Edges::left, 15);
         channel.Push(1, 1000);

@@ -86,7 +86,7 @@ struct Channel {
     // A picture of one grey.
     void Push(uint8_t grey, int64_t timeMs = 40) {
         test::PlainPicture picture(kSide, kSide, grey);
-        manager.PresentFrame(FrameAt(timeMs), picture.frame, true);
+        manager.PresentFrame(FrameAt(timeMs), picture.Picture(), true);
     }
     bool GoesOn(uint8_t grey) {    // with the next picture
         const int before = presents;
@@ -129,9 +129,9 @@ template <typename Renderer>
 const typename Told<Renderer>::Hooks kTellSize{
     {}, [](const FinishedPicture& picture, Outcome) {
         if (const SharedPicture* const reference = picture.Reference())
-            madeSize = reference->Get().width * 1000 + reference->Get().height;
+            madeSize = reference->View().size.width * 1000 + reference->View().size.height;
         else if (picture.Buffer() != nullptr)
-            madeSize = picture.Buffer()->size.width * 1000 + picture.Buffer()->size.height;
+            madeSize = picture.Buffer()->view.size.width * 1000 + picture.Buffer()->view.size.height;
     }};
 const RendererMaker kTelling[] = {{"DirectDraw", [](uint32_t flags) { return (flags & kGdiFlags) == 0; },
                                    [](const PresentSettings& settings, Clock& clock) -> RendererPtr {
@@ -400,10 +400,10 @@ TEST_P(WindowLife, ItsOwnOverviewIsOneImage) {
     area.zoom = {{10, 10, 42, 74}};    // the left half
     (void)Viewable(window);
     EXPECT_EQ(channel.manager.SetDisplayArea(area, 1 | 4 | 16 | 32), Status::Ok);
-    channel.manager.PresentFrame(FrameAt(40), halves.frame, true);
+    channel.manager.PresentFrame(FrameAt(40), halves.Picture(), true);
     EXPECT_TRUE(Shows(window, Grey(200), 60) && Shows(window, Grey(50), 20));
     for (int i = 0; i < 100; ++i) {
-        channel.manager.PresentFrame(FrameAt(40 * i), halves.frame, true);
+        channel.manager.PresentFrame(FrameAt(40 * i), halves.Picture(), true);
         EXPECT_EQ(Pixel(window, 60, 40), Grey(200));
     }
 }
@@ -432,13 +432,13 @@ TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     EXPECT_EQ(Blitter::Conversions(), before);
     // Nor is it made smaller for the window: to the default renderer it stays the decoder's, seen or not.
     large.Share();
-    channel.manager.PresentFrame(FrameAt(40), large.frame, true);
+    channel.manager.PresentFrame(FrameAt(40), large.Picture(), true);
     EXPECT_EQ(large.references, GetParam() == 0 ? 1 : 0);
     EXPECT_EQ(Blitter::Conversions(), before);
     m_client.Map(window);
     EXPECT_TRUE(Shows(window, Grey(120)));
     EXPECT_EQ(Blitter::Conversions() > before, GetParam() == 0);
-    channel.manager.PresentFrame(FrameAt(80), large.frame, true);
+    channel.manager.PresentFrame(FrameAt(80), large.Picture(), true);
     EXPECT_TRUE(Eventually([&] { return large.references == (GetParam() == 0 ? 1 : 0); })) << "the last one only";
 }
 
@@ -492,7 +492,7 @@ TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
         (void)manager.SetDisplayArea(area, 16);
         madeSize = 0;
         test::PlainPicture picture(200, 152);
-        manager.PresentFrame(FrameAt(40), picture.frame, true);
+        manager.PresentFrame(FrameAt(40), picture.Picture(), true);
         const uint32_t size = GetParam() == 0 && !row.turned ? 200'152 : row.size;
         EXPECT_TRUE(Eventually([&] { return madeSize == size; }));
     }
@@ -734,7 +734,7 @@ TEST_P(WindowLife, BandsDoNotFlicker) {
             Raster shown;
             ASSERT_TRUE(Ok(manager.GrabWindow(shown)));
             const auto at = [&](int x, int y) {
-                return *reinterpret_cast<const uint32_t*>(shown.View().data + y * shown.View().step + 4 * x) & 0xFFFFFF;
+                return *reinterpret_cast<const uint32_t*>(shown.View().At(x, y)) & 0xFFFFFF;
             };
             int others = (at(0, 0) & 0xFF) != 0xFF;
             for (int y = 0; y < 120; ++y)

@@ -1,6 +1,11 @@
 #include "filters/FilterChain.h"
 
+#include <algorithm>
+#include <utility>
+
+#include "base/PictureLayout.h"
 #include "filters/FilterDeInterlace.h"
+#include "filters/FilterPicture.h"
 #include "filters/FilterPixelFormatChange.h"
 #include "filters/FilterResize.h"
 #include "filters/TessaroStage.h"
@@ -35,7 +40,7 @@ public:
             }
             m_stride = stride;
         }
-        FillPicture(m_picture, m_memory.Data(), stride, height, format);
+        m_picture = RecordOf(LayOut(m_memory.Data(), stride, {width, height}, format));
         return true;
     }
     void Free() { m_memory.Free(); }
@@ -65,21 +70,11 @@ bool NeedsDeinterlace(const ChainSettings& settings, const MediaFrameImpl& frame
     return frame.FieldCoded() || NeedsSmoothing(settings, frame);
 }
 
-bool PictureOf(const DecodedFrame& decoded, Picture& picture) {
-    if (PictureBytes(PF_I420, decoded.width, decoded.height) == 0)
-        return false;
-    for (int i = 0; i < 3; ++i) {
-        const bool needed = i < 2 || decoded.strides[2] != 0;
-        if (decoded.strides[i] > INT32_MAX || (needed && decoded.planes[i] == nullptr))
-            return false;
-        picture.plane[i] = decoded.planes[i];
-        picture.stride[i] = static_cast<int32_t>(decoded.strides[i]);
-    }
-    picture.height = decoded.height;
-    picture.format = decoded.strides[2] != 0 ? uint32_t{PF_I420} : uint32_t{PF_NV12};
-    if (picture.format == PF_NV12)
-        picture.plane[2] = nullptr;
-    return true;
+// Whether the steps can read the picture.
+bool IsReadable(const ConstPictureView& picture) {
+    return (picture.ThreePlanes() || picture.TwoPlanes()) && picture.Complete() &&
+           PictureBytes(PF_I420, picture.size.width, picture.size.height) != 0 &&
+           std::ranges::all_of(picture.stride, [](ptrdiff_t stride) { return std::in_range<int32_t>(stride); });
 }
 
 // One picture on its way through the chain.
@@ -273,8 +268,8 @@ FilterChain::FilterChain() : m_parts(std::make_unique<Parts>()) {}
 FilterChain::~FilterChain() = default;
 
 uint32_t FilterChain::PreferredFormat(const ChainSettings& settings, const MediaFrameImpl& frame,
-                                      const DecodedFrame& decoded) const {
-    return m_parts->PreferredFormat(settings, frame, decoded.strides[2] != 0);
+                                      const ConstPictureView& picture) const {
+    return m_parts->PreferredFormat(settings, frame, picture.ThreePlanes());
 }
 
 void FilterChain::UpdateDewarp(const MediaFrameImpl& frame) {
@@ -288,32 +283,31 @@ void FilterChain::UpdateDewarp(const MediaFrameImpl& frame) {
         dewarp->Update(*record);
 }
 
-int32_t FilterChain::OutputSize(uint32_t* width, uint32_t* height) {
-    return m_parts->dewarp == nullptr ? 0 : m_parts->dewarp->Query(*width, *height, width, height);
+int32_t FilterChain::OutputSize(PictureSize& size) {
+    return m_parts->dewarp == nullptr ? 0 : m_parts->dewarp->Query(size.width, size.height, &size.width, &size.height);
 }
 
-bool FilterChain::PassesThrough(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
-                                uint32_t width, uint32_t height) {
-    Picture picture{};
-    if (decoded.width != width || decoded.height != height || m_parts->dewarp != nullptr ||
-        !settings.clientFilters.empty() || NeedsDeinterlace(settings, frame) || !PictureOf(decoded, picture))
+bool FilterChain::PassesThrough(const ChainSettings& settings, const MediaFrameImpl& frame,
+                                const ConstPictureView& picture, PictureSize size) {
+    if (picture.size != size || m_parts->dewarp != nullptr || !settings.clientFilters.empty() ||
+        NeedsDeinterlace(settings, frame) || !IsReadable(picture))
         return false;
     m_parts->FreeFrom(Parts::A_Converted);
     return true;
 }
 
-ChainResult FilterChain::Run(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
-                             uint8_t* buffer, uint32_t stride, uint32_t format, uint32_t width, uint32_t height,
-                             const std::optional<ColourSignal>& colours) {
+ChainResult FilterChain::Run(const ChainSettings& settings, const MediaFrameImpl& frame, const ConstPictureView& source,
+                             const PictureView& destination) {
     Passage run{settings, frame};
-    if (!PictureOf(decoded, run.current) || PictureBytes(PF_I420, width, height) == 0)
+    if (!IsReadable(source) || PictureBytes(PF_I420, destination.size.width, destination.size.height) == 0)
         return {-1};
-    run.width = decoded.width;
-    run.height = decoded.height;
-    run.targetWidth = width;
-    run.targetHeight = height;
-    FillPicture(run.destination, buffer, stride, height, format);
-    m_parts->convert.SetColours(colours);
+    run.current = RecordOf(source);
+    run.width = source.size.width;
+    run.height = source.size.height;
+    run.destination = RecordOf(destination);
+    run.targetWidth = destination.size.width;
+    run.targetHeight = destination.size.height;
+    m_parts->convert.SetColours(source.colours);
 
     int32_t result = m_parts->CountSteps(run);
     if (result < 0)

@@ -8,14 +8,10 @@
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <vector>
 
 #include "base/AlignedBuffer.h"
-#include "base/ColourSignal.h"
 #include "base/PictureView.h"
-#include "corvane/corvane.h"
-#include "corvane/decoder.h"
 #include "corvane/filter.h"
 #include "frame/MediaFrameImpl.h"
 
@@ -46,26 +42,24 @@ public:
 
     // The format that needs the fewest steps: PF_I420 or PF_NV12.
     uint32_t PreferredFormat(const ChainSettings& settings, const MediaFrameImpl& frame,
-                             const DecodedFrame& decoded) const;
+                             const ConstPictureView& picture) const;
 
     // Makes, updates or drops the dewarp stage. Before Run, for each frame.
     void UpdateDewarp(const MediaFrameImpl& frame);
 
     // Replaces the size by that of the dewarp stage, where there is one. Negative on failure, the size then unchanged.
-    int32_t OutputSize(uint32_t* width, uint32_t* height);
+    int32_t OutputSize(PictureSize& size);
 
-    // Whether Run would only copy: a caller that can take `decoded` as it is then needs no Run. Frees the scratch
+    // Whether Run would only copy: a caller that can take `picture` as it is then needs no Run. Frees the scratch
     // memory in that case, as such a run does. Motion marks, once there are any, are no copy.
-    bool PassesThrough(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
-                       uint32_t width, uint32_t height);
+    bool PassesThrough(const ChainSettings& settings, const MediaFrameImpl& frame, const ConstPictureView& picture,
+                       PictureSize size);
 
-    // Writes `decoded` into `buffer`, laid out as FillPicture says for (stride, height, format). On failure the buffer
-    // shows whatever it held, or a picture with its odd last row or column unwritten. `colours`: what the samples mean
-    // where the last step makes RGB of them; without a value they are full-range BT.601. No step changes what they
-    // mean.
-    ChainResult Run(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
-                    uint8_t* buffer, uint32_t stride, uint32_t format, uint32_t width, uint32_t height,
-                    const std::optional<ColourSignal>& colours = std::nullopt);
+    // Writes `source`, which is PF_I420 or PF_NV12, into `destination`. On failure the destination shows whatever it
+    // held, or a picture with its odd last row or column unwritten. The colours of the source count where the last step
+    // makes RGB; no step changes what its samples mean.
+    ChainResult Run(const ChainSettings& settings, const MediaFrameImpl& frame, const ConstPictureView& source,
+                    const PictureView& destination);
 
     // Bytes of scratch memory now held.
     size_t ScratchBytes() const;
@@ -74,16 +68,5 @@ private:
     struct Parts;
     std::unique_ptr<Parts> m_parts;
 };
-
-// Lays a picture out over a block of memory. PF_YV12 becomes PF_I420 with exchanged plane pointers.
-void FillPicture(QMRX::Filter::Picture& picture, uint8_t* buffer, uint32_t stride, uint32_t height, uint32_t format);
-
-// The same as a view: with the top row first, also where `format` is one of those whose bottom row is first in memory.
-PictureView LayOut(uint8_t* buffer, uint32_t stride, PictureSize size, uint32_t format);
-
-// Row bytes and whole size of a picture that this library allocates. 0 for an unknown format or a size beyond the
-// limits.
-uint32_t RowBytes(uint32_t format, uint32_t width);
-uint64_t PictureBytes(uint32_t format, uint32_t width, uint32_t height);
 
 }    // namespace corvane

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/AlignedBuffer.h"
+#include "base/PictureSize.h"
 #include "corvane/filter.h"
 
 namespace QMRX::Filter {
@@ -22,8 +23,7 @@ private:
     bool m_weave = false;
     bool m_smooth = false;
     corvane::AlignedBuffer m_woven;    // I420, used when both switches are on
-    uint32_t m_wovenStride = 0;
-    uint32_t m_wovenHeight = 0;
+    corvane::PictureSize m_wovenSize;
 };
 
 }    // namespace QMRX::Filter

@@ -9,7 +9,8 @@ extern "C" {
 #include <new>
 
 #include "base/FailurePoint.h"
-#include "filters/FilterChain.h"
+#include "base/PictureLayout.h"
+#include "filters/FilterPicture.h"
 #include "filters/NearestSamples.h"
 
 namespace QMRX::Filter {
@@ -119,7 +120,7 @@ bool MakeCopy(corvane::AlignedBuffer& memory, uint32_t width, uint32_t height, u
     const uint64_t size = corvane::PictureBytes(PF_I420, width, rows);
     if (size == 0 || (memory.Size() != size && !memory.Allocate(size)))
         return false;
-    corvane::FillPicture(copy, memory.Data(), corvane::RowBytes(PF_I420, width), rows, format);
+    copy = corvane::RecordOf(corvane::LayOut(memory.Data(), corvane::RowBytes(PF_I420, width), {width, rows}, format));
     return true;
 }
 

@@ -8,7 +8,8 @@ extern "C" {
 #include <iterator>
 #include <memory>
 
-#include "filters/FilterChain.h"
+#include "base/PictureLayout.h"
+#include "filters/FilterPicture.h"
 
 namespace QMRX::Filter {
 
@@ -26,7 +27,8 @@ struct Ramp {
         const uint32_t rows = height + height % 2;    // for the last chroma row
         if (!memory.Allocate(corvane::PictureBytes(PF_I420, width, rows)))
             return false;
-        corvane::FillPicture(picture, memory.Data(), corvane::RowBytes(PF_I420, width), rows, PF_I420);
+        picture = corvane::RecordOf(
+            corvane::LayOut(memory.Data(), corvane::RowBytes(PF_I420, width), {width, rows}, PF_I420));
         return true;
     }
     void Fill(bool across, uint32_t shift) const {

@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "filters/FilterChain.h"
+#include "base/PictureLayout.h"
 #include "platform/Library.h"
 
 namespace corvane {

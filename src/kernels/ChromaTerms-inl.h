@@ -13,8 +13,9 @@
 #include <cstdint>
 #include <cstring>
 
+#include "base/PictureView.h"
 #include "kernels/ColourMatrix.h"
-#include "kernels/Source420.h"
+#include "kernels/KernelResult.h"
 
 #ifndef CORVANE_KERNELS_CHROMA_TERMS_COMMON
 #define CORVANE_KERNELS_CHROMA_TERMS_COMMON
@@ -303,33 +304,32 @@ HWY_INLINE void ConvertRow(const Arithmetic& arithmetic, const Writer& writer, c
     std::memcpy(out + x * Writer::kPixelBytes, outTail, (count - x) * Writer::kPixelBytes);
 }
 
-// All rows, with red and blue exchanged when `redFirst`, one output row at a time: two at once write slower as soon as
-// the picture is larger than the cache.
+// All rows of `to`, with red and blue exchanged when `redFirst`, one output row at a time: two at once write slower as
+// soon as the picture is larger than the cache.
 template <class Arithmetic, class Writer>
-HWY_INLINE void ConvertPicture(const Arithmetic& arithmetic, const Writer& writer, const Source420& source,
-                               uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height, bool redFirst,
-                               uint8_t* terms) {
+HWY_INLINE void ConvertPicture(const Arithmetic& arithmetic, const Writer& writer, const ConstPictureView& source,
+                               const PictureView& to, bool redFirst, uint8_t* terms) {
     const BlockOrder<Writer::kGroup> order;
     const uint8_t* first = terms + (redFirst ? kRedTerms : kBlueTerms) * kTermStride;
     const uint8_t* last = terms + (redFirst ? kBlueTerms : kRedTerms) * kTermStride;
+    const bool planar = source.ThreePlanes();
+    const auto [width, height] = to.size;
     for (uint32_t row = 0; row < height; row += 2) {
         const auto pair = static_cast<ptrdiff_t>(row / 2);
         for (uint32_t x = 0; x < width; x += kTermBlock) {
             const uint32_t count = std::min(kTermBlock, width - x);
-            const uint8_t* u = source.u + pair * source.uStep + (source.Planar() ? x / 2 : x);
-            const uint8_t* v = source.Planar() ? source.v + pair * source.vStep + x / 2 : nullptr;
+            const uint8_t* u = source.plane[1] + pair * source.stride[1] + (planar ? x / 2 : x);
+            const uint8_t* v = planar ? source.plane[2] + pair * source.stride[2] + x / 2 : nullptr;
             // The second row is fetched during the terms, the two halves of the first of the next pair during the rows.
-            const auto rowAt = [&](uint32_t line) HWY_ATTR {
-                return destination + static_cast<ptrdiff_t>(line) * step + size_t{x} * Writer::kPixelBytes;
-            };
+            const auto rowAt = [&](uint32_t line) HWY_ATTR { return to.Row(line) + size_t{x} * Writer::kPixelBytes; };
             const size_t rowBytes = size_t{count} * Writer::kPixelBytes;
             MakeTerms<Writer::kFetches>(arithmetic, order, u, v, (count + 1) / 2, terms,
                                         rowAt(std::min(row + 1, height - 1)),
                                         hn::MaxLanes(Bytes()) * Writer::kPixelBytes);
             for (uint32_t line = row; line < std::min(row + 2, height); ++line) {
                 const uint8_t* next = rowAt(std::min(row + 2, height - 1)) + (line - row) * rowBytes / 2;
-                ConvertRow(arithmetic, writer, order, source.y + static_cast<ptrdiff_t>(line) * source.yStep + x, first,
-                           terms + kGreenTerms * kTermStride, last, count, rowAt(line), next);
+                ConvertRow(arithmetic, writer, order, source.Row(line) + x, first, terms + kGreenTerms * kTermStride,
+                           last, count, rowAt(line), next);
             }
         }
     }

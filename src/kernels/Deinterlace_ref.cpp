@@ -1,6 +1,6 @@
 #include "kernels/Deinterlace.h"
+#include "kernels/KernelResult.h"
 #include "kernels/PlaneCopy.h"
-#include "kernels/Source420.h"
 
 namespace corvane::kernels {
 

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "kernels/Source420.h"
+#include "kernels/KernelResult.h"
 #include "kernels/Vectors-inl.h"
 
 HWY_BEFORE_NAMESPACE();

@@ -1,7 +1,7 @@
 #include <cstring>
 
+#include "kernels/KernelResult.h"
 #include "kernels/PlaneCopy.h"
-#include "kernels/Source420.h"
 
 namespace corvane::kernels::ref {
 

@@ -12,7 +12,7 @@
 #include <cstring>
 
 #include "base/Sanitized.h"
-#include "kernels/Source420.h"
+#include "kernels/KernelResult.h"
 #include "kernels/Vectors-inl.h"
 
 HWY_BEFORE_NAMESPACE();

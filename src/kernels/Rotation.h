@@ -1,8 +1,10 @@
 // Bilinear rotation of 8 bit planes about a point.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
+
+#include "base/PictureView.h"
+#include "kernels/KernelResult.h"
 
 namespace corvane::kernels {
 
@@ -31,29 +33,13 @@ struct RotationBounds {
 };
 RotationBounds BoundsOf(const Rotation& rotation, uint32_t width, uint32_t height);
 
-// One interleaved image of `channels` bytes a pixel. Steps are in bytes.
-struct ConstImage {
-    const uint8_t* data;
-    ptrdiff_t step;
-    uint32_t width;
-    uint32_t height;
-};
-struct MutableImage {
-    uint8_t* data;
-    ptrdiff_t step;
-    uint32_t width;
-    uint32_t height;
-};
-
 // Writes each destination pixel that comes from within the source, interpolated between its four neighbours with
 // weights of 1/256 and rounded; the others keep what they hold. A rotation that only moves pixels is as fast as a copy.
-// Returns 0, or negative for a null pointer, an empty size or channels other than 1 to 4.
-int32_t RotateBilinear(const ConstImage& source, const MutableImage& destination, uint32_t channels,
-                       const Rotation& rotation);
+// kDone; kRefused for a null pointer, an empty size, and pixels that are not of the same 1 to 4 bytes on both sides.
+int32_t RotateBilinear(const ConstPlaneView& source, const PlaneView& destination, const Rotation& rotation);
 
 namespace ref {
-int32_t RotateBilinear(const ConstImage& source, const MutableImage& destination, uint32_t channels,
-                       const Rotation& rotation);
+int32_t RotateBilinear(const ConstPlaneView& source, const PlaneView& destination, const Rotation& rotation);
 }
 
 }    // namespace corvane::kernels

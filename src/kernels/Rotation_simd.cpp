@@ -79,9 +79,9 @@ namespace corvane::kernels {
 
 HWY_EXPORT(InterpolateRun);
 
-size_t InterpolateSamples(const ConstImage& source, const RotationSteps& steps, RotationSteps::Place place,
+size_t InterpolateSamples(const ConstPlaneView& source, const RotationSteps& steps, RotationSteps::Place place,
                           uint8_t* out, size_t count) {
-    return HWY_DYNAMIC_DISPATCH(InterpolateRun)(source.data, source.step, steps, place, out, count);
+    return HWY_DYNAMIC_DISPATCH(InterpolateRun)(source.data, source.stride, steps, place, out, count);
 }
 
 }    // namespace corvane::kernels

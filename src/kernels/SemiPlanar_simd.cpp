@@ -8,7 +8,6 @@
 #include <cstring>
 
 #include "kernels/PlaneCopy.h"
-#include "kernels/Source420.h"
 #include "kernels/Vectors-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -143,35 +142,38 @@ namespace {
 constexpr size_t kLargePlane = size_t{1} << 20;
 
 // Whether the chroma goes past the cache as the luma did.
-bool CopyLuma(const uint8_t* y, ptrdiff_t yStep, uint8_t* outY, ptrdiff_t outYStep, uint32_t width, uint32_t height) {
+bool CopyLuma(const ConstPictureView& from, const PictureView& to, uint32_t width, uint32_t height) {
     if (size_t{width} * height >= kLargePlane &&
-        HWY_DYNAMIC_DISPATCH(CopyPastCache)(y, yStep, outY, outYStep, width, height))
+        HWY_DYNAMIC_DISPATCH(CopyPastCache)(from.plane[0], from.stride[0], to.plane[0], to.stride[0], width, height))
         return true;
-    PlaneCopy(y, yStep, outY, outYStep, width, height, kCopyStreamingStores | kCopyStreamingLoads);
+    PlaneCopy(from.plane[0], from.stride[0], to.plane[0], to.stride[0], width, height,
+              kCopyStreamingStores | kCopyStreamingLoads);
     return false;
 }
 
 }    // namespace
 
-int32_t I420ToNV12(const uint8_t* y, ptrdiff_t yStep, const uint8_t* u, ptrdiff_t uStep, const uint8_t* v,
-                   ptrdiff_t vStep, uint8_t* outY, ptrdiff_t outYStep, uint8_t* outUv, ptrdiff_t outUvStep,
-                   uint32_t width, uint32_t height) {
-    if (y == nullptr || u == nullptr || v == nullptr || outY == nullptr || outUv == nullptr || width < 2 || height < 2)
+int32_t I420ToNV12(const ConstPictureView& source, const PictureView& destination) {
+    const auto [width, height] = destination.size;
+    if (!source.ThreePlanes() || !destination.TwoPlanes() || !source.Complete() || !destination.Complete() ||
+        width < 2 || height < 2)
         return kRefused;
-    const bool past = CopyLuma(y, yStep, outY, outYStep, width & ~1u, height & ~1u);
-    HWY_DYNAMIC_DISPATCH(MergeRows)(u, uStep, v, vStep, outUv, outUvStep, width / 2, height / 2, past);
+    const bool past = CopyLuma(source, destination, width & ~1u, height & ~1u);
+    HWY_DYNAMIC_DISPATCH(MergeRows)
+    (source.plane[1], source.stride[1], source.plane[2], source.stride[2], destination.plane[1], destination.stride[1],
+     width / 2, height / 2, past);
     return kDone;
 }
 
-int32_t NV12ToI420(const uint8_t* y, ptrdiff_t yStep, const uint8_t* uv, ptrdiff_t uvStep, uint8_t* outY,
-                   ptrdiff_t outYStep, uint8_t* outU, ptrdiff_t outUStep, uint8_t* outV, ptrdiff_t outVStep,
-                   uint32_t width, uint32_t height) {
-    if (y == nullptr || uv == nullptr || outY == nullptr || outU == nullptr || outV == nullptr || width < 1 ||
-        height < 1)
+int32_t NV12ToI420(const ConstPictureView& source, const PictureView& destination) {
+    const auto [width, height] = destination.size;
+    if (!source.TwoPlanes() || !destination.ThreePlanes() || !source.Complete() || !destination.Complete() ||
+        destination.size.Empty())
         return kRefused;
-    const bool past = CopyLuma(y, yStep, outY, outYStep, width, height);
+    const bool past = CopyLuma(source, destination, width, height);
     HWY_DYNAMIC_DISPATCH(SplitRows)
-    (uv, uvStep, outU, outUStep, outV, outVStep, width / 2 + width % 2, height / 2, past);
+    (source.plane[1], source.stride[1], destination.plane[1], destination.stride[1], destination.plane[2],
+     destination.stride[2], width / 2 + width % 2, height / 2, past);
     return kDone;
 }
 

@@ -148,19 +148,20 @@ void StretchPlan::FillSingles(const Columns& columns, size_t blocks, uint32_t* o
     }
 }
 
-bool StretchPlan::Make(const StretchSource& source, const StretchDestination& destination, size_t blocks) {
-    Columns columns{StretchAxis(source.width, destination.width), destination.clipX, destination.clipWidth};
-    columns.pixelBytes = source.bytesPerPixel;
+bool StretchPlan::Make(const ConstPictureView& source, const PictureView& destination, const Rect& whole,
+                       size_t blocks) {
+    Columns columns{StretchAxis(source.size.width, static_cast<uint32_t>(whole.Width())),
+                    static_cast<uint32_t>(-whole.left), destination.size.width};
+    columns.pixelBytes = source.PixelBytes();
     uint16_t weights[StretchAxis::kMaxTaps];
     columns.firstNeeded = columns.At(0, weights).first;
     const StretchAxis::Span last = columns.At(columns.count - 1, weights);
 
-    m_vertical = StretchAxis(source.height, destination.height);
-    m_pixelBytes = source.bytesPerPixel;
+    m_vertical = StretchAxis(source.size.height, static_cast<uint32_t>(whole.Height()));
+    m_pixelBytes = columns.pixelBytes;
     m_rowBytes = size_t{last.first + last.count - columns.firstNeeded} * m_pixelBytes;
-    m_step = source.step;
-    m_source = source.data + static_cast<ptrdiff_t>(source.y) * source.step +
-               (size_t{source.x} + columns.firstNeeded) * m_pixelBytes;
+    m_step = source.stride[0];
+    m_source = source.At(columns.firstNeeded, 0);
 
     m_tables.taps = static_cast<uint32_t>(columns.axis.Taps());
     m_tables.groups = (size_t{columns.count} + 4 * blocks - 1) / (4 * blocks);

@@ -63,7 +63,8 @@ public:
     static constexpr size_t kRowSlack = 128;
 
     // False when there is no memory. `blocks`: 16 byte blocks of a vector.
-    [[nodiscard]] bool Make(const StretchSource& source, const StretchDestination& destination, size_t blocks);
+    [[nodiscard]] bool Make(const ConstPictureView& source, const PictureView& destination, const Rect& whole,
+                            size_t blocks);
 
     // The first needed column of source row `row` of the shown part.
     const uint8_t* Row(uint32_t row) const { return m_source + static_cast<ptrdiff_t>(row) * m_step; }

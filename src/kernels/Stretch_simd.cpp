@@ -20,8 +20,8 @@ namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
 #if CORVANE_KERNELS_PLAIN
-bool StretchTarget(const StretchSource& source, const StretchDestination& destination) {
-    ref::Stretch(source, destination);
+bool StretchTarget(const ConstPictureView& source, const PictureView& destination, const Rect& whole) {
+    ref::Stretch(source, destination, whole);
     return true;
 }
 #else
@@ -264,35 +264,33 @@ void HorizontalRows(const StretchPlan& plan, const uint8_t* row0, const uint8_t*
     }
 }
 
-bool StretchTarget(const StretchSource& source, const StretchDestination& destination) {
+bool StretchTarget(const ConstPictureView& source, const PictureView& destination, const Rect& whole) {
     StretchPlan plan;
-    if (!plan.Make(source, destination, kBlocks))
+    if (!plan.Make(source, destination, whole, kBlocks))
         return false;
     // Pictures beyond this size go past the cache.
     constexpr uint64_t kStreamingBytes = uint64_t{2} << 20;
-    const uintptr_t alignment =
-        reinterpret_cast<uintptr_t>(destination.data) | static_cast<uintptr_t>(destination.step);
-    const bool streaming =
-        alignment % kVector == 0 && uint64_t{destination.clipWidth} * destination.clipHeight * 4 >= kStreamingBytes;
+    const bool streaming = OnVectors(destination.plane[0], destination.stride[0]) &&
+                           uint64_t{destination.size.width} * destination.size.height * 4 >= kStreamingBytes;
     const auto rowAt = [&](uint32_t row, size_t scratch) -> const uint8_t* {
         uint16_t weights[StretchAxis::kMaxTaps];
-        const StretchAxis::Span span = plan.Vertical().At(destination.clipY + row, weights);
+        const StretchAxis::Span span = plan.Vertical().At(static_cast<uint32_t>(row - whole.top), weights);
         if (span.count == 1)
             return plan.Row(span.first);
         uint8_t* const out = plan.Scratch(scratch);
         WeighAnyRows(plan.Row(span.first), plan.SourceStep(), span.count, weights, out, plan.RowBytes());
         return out;
     };
-    for (uint32_t row = 0; row < destination.clipHeight; row += 2) {
-        const bool second = row + 1 < destination.clipHeight;
+    for (uint32_t row = 0; row < destination.size.height; row += 2) {
+        const bool second = row + 1 < destination.size.height;
         const uint8_t* const row0 = rowAt(row, 0);
         const uint8_t* const row1 = second ? rowAt(row + 1, 1) : row0;
-        uint8_t* const out0 = destination.data + static_cast<ptrdiff_t>(row) * destination.step;
-        uint8_t* const out1 = second ? out0 + destination.step : out0;
+        uint8_t* const out0 = destination.Row(row);
+        uint8_t* const out1 = second ? out0 + destination.stride[0] : out0;
         if (streaming)
-            HorizontalRows<true>(plan, row0, row1, out0, out1, destination.clipWidth);
+            HorizontalRows<true>(plan, row0, row1, out0, out1, destination.size.width);
         else
-            HorizontalRows<false>(plan, row0, row1, out0, out1, destination.clipWidth);
+            HorizontalRows<false>(plan, row0, row1, out0, out1, destination.size.width);
     }
     if (streaming)
         hwy::FlushStream();
@@ -309,17 +307,16 @@ namespace corvane::kernels {
 
 HWY_EXPORT(StretchTarget);
 
-bool Stretch(const StretchSource& source, const StretchDestination& destination) {
-    if (source.data == nullptr || destination.data == nullptr || source.width == 0 || source.height == 0 ||
-        destination.clipWidth == 0 || destination.clipHeight == 0)
+bool Stretch(const ConstPictureView& source, const PictureView& destination, const Rect& whole) {
+    if (!source || !destination || source.size.Empty() || destination.size.Empty())
         return true;
     // Of what is so much smaller nobody sees anything: speed does not matter.
-    if (StretchAxis(source.width, destination.width).Taps() > StretchAxis::kMaxTaps ||
-        StretchAxis(source.height, destination.height).Taps() > StretchAxis::kMaxTaps) {
-        ref::Stretch(source, destination);
+    if (StretchAxis(source.size.width, static_cast<uint32_t>(whole.Width())).Taps() > StretchAxis::kMaxTaps ||
+        StretchAxis(source.size.height, static_cast<uint32_t>(whole.Height())).Taps() > StretchAxis::kMaxTaps) {
+        ref::Stretch(source, destination, whole);
         return true;
     }
-    return HWY_DYNAMIC_DISPATCH(StretchTarget)(source, destination);
+    return HWY_DYNAMIC_DISPATCH(StretchTarget)(source, destination, whole);
 }
 
 }    // namespace corvane::kernels

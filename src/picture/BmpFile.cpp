@@ -65,9 +65,9 @@ struct Layout {
     uint32_t palette[256] = {};    // 0x00RRGGBB, black where the file has none
     std::span<const uint8_t> pixels;
 
-    uint32_t* Row(const RasterView& to, uint64_t row) const {
+    uint32_t* Row(const PictureView& to, uint64_t row) const {
         const uint64_t y = topDown ? row : height - 1 - row;
-        return reinterpret_cast<uint32_t*>(to.data + static_cast<ptrdiff_t>(y) * to.step);
+        return reinterpret_cast<uint32_t*>(to.Row(static_cast<int64_t>(y)));
     }
 };
 
@@ -151,7 +151,7 @@ uint32_t IndexAt(const uint8_t* row, uint32_t x, uint32_t bits) {
 }
 
 // Rows of whole double words; of what the file does not reach the rest stays black.
-void ReadRows(const Layout& layout, const RasterView& to) {
+void ReadRows(const Layout& layout, const PictureView& to) {
     const uint64_t rowBytes = (uint64_t{layout.width} * layout.bits + 31) / 32 * 4;
     for (uint64_t row = 0; row < layout.height && row * rowBytes < layout.pixels.size(); ++row) {
         const std::span<const uint8_t> bytes = layout.pixels.subspan(row * rowBytes);
@@ -172,7 +172,7 @@ void ReadRows(const Layout& layout, const RasterView& to) {
 // Runs of 4 or 8 bit pixels. Pixels that no run reaches stay black, those outside the picture are dropped.
 class RunReader {
 public:
-    RunReader(const Layout& layout, const RasterView& to) : m_layout(layout), m_to(to), m_rest(layout.pixels) {}
+    RunReader(const Layout& layout, const PictureView& to) : m_layout(layout), m_to(to), m_rest(layout.pixels) {}
 
     void Read() {
         while (m_y < m_layout.height && m_rest.size() >= 2) {
@@ -226,7 +226,7 @@ private:
     }
 
     const Layout& m_layout;
-    const RasterView& m_to;
+    const PictureView& m_to;
     std::span<const uint8_t> m_rest;
     uint64_t m_x = 0;
     uint64_t m_y = 0;    // rows of the file
@@ -287,12 +287,13 @@ void WriteBmpHeader(uint32_t format, uint32_t width, uint32_t height, uint32_t i
     }
 }
 
-void WriteBmp(const RasterView& picture, uint8_t* out) {
-    WriteBmpHeader(PF_BGRA32_FLIP, picture.width, picture.height, picture.width * picture.height * 4, out);
+void WriteBmp(const ConstPictureView& picture, uint8_t* out) {
+    const auto [width, height] = picture.size;
+    WriteBmpHeader(PF_BGRA32_FLIP, width, height, width * height * 4, out);
     out += kBmpHeaderBytes;
-    for (uint32_t row = 0; row < picture.height; ++row) {
-        const uint8_t* from = picture.data + static_cast<ptrdiff_t>(picture.height - 1 - row) * picture.step;
-        for (uint32_t x = 0; x < picture.width; ++x, from += 4, out += 4) {
+    for (uint32_t row = 0; row < height; ++row) {
+        const uint8_t* from = picture.Row(height - 1 - row);
+        for (uint32_t x = 0; x < width; ++x, from += 4, out += 4) {
             uint32_t pixel;
             std::memcpy(&pixel, from, 4);
             pixel &= 0xFFFFFFu;

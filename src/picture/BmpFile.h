@@ -24,6 +24,6 @@ void WriteBmpHeader(uint32_t format, uint32_t width, uint32_t height, uint32_t i
 // A whole file of 32 bits a pixel, bottom-up.
 uint64_t BmpBytes(uint32_t width, uint32_t height);
 // Writes BmpBytes of the picture to `out`; the fourth byte of each pixel is 0.
-void WriteBmp(const RasterView& picture, uint8_t* out);
+void WriteBmp(const ConstPictureView& picture, uint8_t* out);
 
 }    // namespace corvane

@@ -12,7 +12,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "base/ColourSignal.h"
+#include "base/PictureView.h"
+#include "base/Status.h"
 
 namespace corvane {
 
@@ -20,12 +21,12 @@ class IPictureMaker {
 public:
     virtual ~IPictureMaker() = default;
 
-    // Lends the input: `*stride` bytes a row of `*format` (PF_*). 0; -1 for a size out of the limits;
-    // Status::OutOfMemory as a number. The buffer is zeroed when it is made anew.
-    virtual int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride,
-                              uint32_t* format) = 0;
-    // The samples in the buffer have the matrix and range of `from`. A kind whose output is full-range BT.601 converts
-    // them; the others leave them unchanged.
+    // Lends the input, zeroed when it is made anew. Failed for a size out of the limits; OutOfMemory.
+    virtual Status GetBuffer(PictureSize size, PictureView& out) = 0;
+    // Whether a client's drawing is laid over the input: where it is PF_I420 or PF_BGR24_FLIP in memory.
+    virtual bool TakesOverlay() const = 0;
+    // The samples in the buffer have these colours. A kind whose output is full-range BT.601 converts them; the others
+    // leave them unchanged.
     virtual void NormaliseColours(const ColourSignal& from) = 0;
     // Without memory the output is unchanged.
     virtual void Make() = 0;

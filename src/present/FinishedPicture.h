@@ -2,10 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <variant>
 
-#include "base/ColourSignal.h"
-#include "base/PictureSize.h"
+#include "base/PictureView.h"
 #include "base/SharedPicture.h"
 #include "frame/MediaFrameImpl.h"
 #include "present/LentBuffer.h"
@@ -16,9 +16,9 @@ namespace corvane {
 using RendererId = uint64_t;
 
 struct FinishedPicture {
-    FramePtr frame;            // null: there is no picture
-    RendererId madeFor = 0;    // only this renderer may show `pixels`
-    ColourSignal colours{};    // by which the renderer makes RGB of pixels that are YUV
+    FramePtr frame;                           // null: there is no picture
+    RendererId madeFor = 0;                   // only this renderer may show `pixels`
+    std::optional<ColourSignal> colours{};    // of the pixels, as PictureView has it
     // A decoder's picture by reference, which nobody writes into; or a buffer of the renderer; or none, where the
     // renderer that had them is gone.
     std::variant<std::monostate, SharedPicture, LentBuffer> pixels{};

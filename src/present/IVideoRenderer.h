@@ -4,8 +4,7 @@
 
 #include <cstdint>
 
-#include "base/PictureSize.h"
-#include "corvane/decoder.h"
+#include "base/PictureView.h"
 #include "present/FinishedPicture.h"
 #include "present/Outcome.h"
 #include "present/Pass.h"
@@ -38,7 +37,7 @@ public:
     // Lends a buffer for the next picture. Never waits. Empty: the renderer has failed; or no buffer was free.
     virtual LentBuffer Lend(PictureSize size, uint32_t preferredFormat) = 0;
     // Whether it shows this picture of a decoder by reference now.
-    virtual bool TakesReference(const DecodedFrame& /*picture*/) { return false; }
+    virtual bool TakesReference(const ConstPictureView& /*picture*/) { return false; }
 
     // ---- The render thread, no lock held ----
 

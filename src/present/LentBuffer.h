@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "base/AlignedBuffer.h"
-#include "base/PictureSize.h"
+#include "base/PictureView.h"
 
 namespace corvane {
 
@@ -19,10 +19,7 @@ namespace corvane {
 struct BufferSlot {
     virtual ~BufferSlot() = default;
 
-    uint8_t* data = nullptr;
-    uint32_t stride = 0;    // bytes
-    uint32_t format = 0;    // PF_*
-    PictureSize size;
+    PictureView view;
     std::atomic<bool> lent{false};
 };
 
@@ -91,6 +88,7 @@ public:
 private:
     struct MemorySlot : BufferSlot {
         AlignedBuffer memory;
+        uint32_t format = 0;    // that it was lent for
     };
     BufferPair<MemorySlot> m_pair;
 };

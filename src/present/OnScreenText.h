@@ -33,11 +33,11 @@ public:
     OsdRecord(const OsdRecord&) = delete;
     OsdRecord& operator=(const OsdRecord&) = delete;
 
-    // Calls `callback`, where there is one, with a new context on `raster` that is clipped to the width and height of
+    // Calls `callback`, where there is one, with a new context on `picture` that is clipped to the width and height of
     // the record. No lock may be held.
-    void Call(const ClientCallback<CorvaneOsdCallback>& callback, const RasterView& raster);
+    void Call(const ClientCallback<CorvaneOsdCallback>& callback, const PictureView& picture);
     // The same with the text callback of a pass. CORVANE_OSD_FRESH is set where the pass asks for it.
-    void CallIn(Pass& pass, const RasterView& raster);
+    void CallIn(Pass& pass, const PictureView& picture);
 
     OsdInfo info{};
 

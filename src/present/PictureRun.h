@@ -7,7 +7,6 @@
 #include <optional>
 #include <span>
 
-#include "base/PictureSize.h"
 #include "base/PictureView.h"
 #include "base/Rectangle.h"
 #include "filters/FilterChain.h"
@@ -28,12 +27,11 @@ public:
 
 struct PictureRequest {
     const MediaFrameImpl& frame;
-    const DecodedFrame& decoded;      // by reference where it has an owner
-    PictureSize size;                 // of the picture to make, before it is rotated
-    std::optional<Rect> crop{};       // the part of `decoded` that is used: even edges, inside it
-    std::optional<double> angle{};    // degrees; without a value nothing is rotated
-    // What the samples mean where RGB is made of them; without a value as FilterChain::Run has it.
-    std::optional<ColourSignal> colours{};
+    ConstPictureView picture;                 // with the colours that count
+    const SharedPicture* shared = nullptr;    // the same, where it may go by reference
+    PictureSize size;                         // of the picture to make, before it is rotated
+    std::optional<Rect> crop{};               // the part of the picture that is used: even edges, inside it
+    std::optional<double> angle{};            // degrees; without a value nothing is rotated
     std::span<IStamp* const> stamps{};
 };
 
@@ -58,11 +56,11 @@ public:
     void Follow(const MediaFrameImpl& frame) { m_chain.UpdateDewarp(frame); }
 
     // Replaces the size by that of the dewarp stage, where there is one. Negative on failure, the size then unchanged.
-    int32_t OutputSize(PictureSize& size) { return m_chain.OutputSize(&size.width, &size.height); }
+    int32_t OutputSize(PictureSize& size) { return m_chain.OutputSize(size); }
     // The box around a picture of this size that is rotated by `angle`.
     PictureSize RotatedSize(PictureSize size, const std::optional<double>& angle);
 
-    // Makes the picture in a buffer of `target`. A shared picture that no step, stamp or rotation changes goes by
+    // Makes the picture in a buffer of `target`. A shared picture that no crop, step, stamp or rotation changes goes by
     // reference where the target takes it. A step of the chain that fails loses nothing but its own work.
     RunResult Carry(const PictureRequest& request, const ChainSettings& settings, PictureTarget& target);
 

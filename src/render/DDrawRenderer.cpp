@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "base/Limits.h"
-#include "filters/FilterChain.h"
+#include "base/PictureLayout.h"
 #include "present/Layout.h"
 #include "present/WindowSinks.h"
 
@@ -91,16 +91,14 @@ LentBuffer CDDrawRenderer::Lend(PictureSize size, uint32_t preferredFormat) {
         fits = m_nv12Allowed = FitSlot(*slot, stage, size, kFourCCNV12);
     if (!fits && !FitSlot(*slot, stage, size, kFourCCYV12))
         return {};
-    slot->data = slot->surface->Data();
-    slot->stride = slot->surface->Pitch();
-    slot->format = slot->surface->FourCC() == kFourCCNV12 ? uint32_t{PF_NV12} : uint32_t{PF_YV12};
-    slot->size = size;
+    slot->view = LayOut(slot->surface->Data(), slot->surface->Pitch(), size,
+                        slot->surface->FourCC() == kFourCCNV12 ? PF_NV12 : PF_YV12);
     return LentBuffer(slot);
 }
 
-bool CDDrawRenderer::TakesReference(const DecodedFrame& picture) {
+bool CDDrawRenderer::TakesReference(const ConstPictureView& picture) {
     const Stage stage = WorkersStage();
-    return stage.view != nullptr && (picture.strides[2] != 0 || m_nv12Allowed) && stage.view->Device().WrapsVideo();
+    return stage.view != nullptr && (picture.ThreePlanes() || m_nv12Allowed) && stage.view->Device().WrapsVideo();
 }
 
 // ---- A pass: no lock is held. The picture is composed, text comes over it, and both are copied to the screen ----
@@ -221,18 +219,18 @@ CDDrawRenderer::Scope CDDrawRenderer::BeginComposite(Work& work, bool viewable) 
 std::unique_ptr<BlitSurface> CDDrawRenderer::FindVideo(Work& work) {
     std::unique_ptr<BlitSurface> wrapped;
     if (const SharedPicture* const reference = work.finished.Reference()) {
-        const DecodedFrame& frame = reference->Get();
-        wrapped = m_stage.view->Device().WrapVideo(frame);
+        const ConstPictureView picture = reference->View();
+        wrapped = m_stage.view->Device().WrapVideo(picture);
         work.video = wrapped.get();
         if (work.video != nullptr)
-            work.picture = {frame.width, frame.height};
+            work.picture = {picture.size.width, picture.size.height};
     } else if (const BufferSlot* const buffer = work.finished.Buffer()) {
         const auto& slot = static_cast<const VideoSlot&>(*buffer);
         if (slot.era != m_stage.era)
             return wrapped;
         slot.surface->Unlock();
         work.video = &slot.surface->Surface();
-        work.picture = {buffer->size.width, buffer->size.height};
+        work.picture = {buffer->view.size.width, buffer->view.size.height};
     }
     if (work.video != nullptr)
         work.video->SetColours(work.finished.colours);

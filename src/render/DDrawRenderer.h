@@ -42,7 +42,7 @@ public:
     uint32_t FormatFor(uint32_t preferred) const override;
     bool HasFreeBuffer() const override { return m_buffers.HasFree(); }
     LentBuffer Lend(PictureSize size, uint32_t preferredFormat) override;
-    bool TakesReference(const DecodedFrame& picture) override;
+    bool TakesReference(const ConstPictureView& picture) override;
     Outcome Present(const FinishedPicture& picture, Pass& pass) override;
 
 private:

@@ -43,7 +43,7 @@ private:
         Pass& pass;
         const PresentSettings& settings;
         const FramePtr& frame;
-        PackedPicture picture;
+        ConstPictureView picture;
         Scope scope = Scope::Nothing;
         Way way = Way::Direct;
         bool force = false;    // bands and text must be drawn

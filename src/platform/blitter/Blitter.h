@@ -21,7 +21,6 @@
 #include "base/ColourSignal.h"
 #include "base/Mutex.h"
 #include "base/Rectangle.h"
-#include "corvane/decoder.h"
 #include "platform/blitter/DeviceMap.h"
 #include "platform/raster/Raster.h"
 #include "platform/x11/WindowWatch.h"
@@ -64,8 +63,8 @@ public:
     virtual BlitResult Unlock() { return BlitResult::Failed; }
     virtual BlitResult Restore() { return BlitResult::Failed; }
 
-    // Of a video surface: what its samples mean, from here on; full-range BT.601 at first.
-    virtual void SetColours(const ColourSignal& /*colours*/) {}
+    // Of a video surface: what its samples mean, from here on, as PictureView has it.
+    virtual void SetColours(const std::optional<ColourSignal>& /*colours*/) {}
 
     // Both clip to the surface. `color` is 0x00BBGGRR.
     virtual BlitResult Fill(const Rect& /*rect*/, uint32_t /*color*/) { return BlitResult::Failed; }
@@ -74,7 +73,7 @@ public:
         return BlitResult::Failed;
     }
     // What a client draws on; only of a text surface in system memory.
-    virtual RasterView Drawing() { return {}; }
+    virtual PictureView Drawing() { return {}; }
 };
 
 // Where a pass draws. A window beside the main one has its place in `room`, which lies outside (0, 0) .. size.
@@ -109,7 +108,7 @@ public:
     virtual bool WrapsVideo() const { return false; }    // worker
     // A video surface that is somebody else's finished picture, which outlives it; it cannot be locked. Null also where
     // WrapsVideo is false.
-    virtual std::unique_ptr<BlitSurface> WrapVideo(const DecodedFrame& /*picture*/) { return nullptr; }
+    virtual std::unique_ptr<BlitSurface> WrapVideo(const ConstPictureView& /*picture*/) { return nullptr; }
     virtual std::unique_ptr<BlitComposite> CreateComposite(uint32_t width, uint32_t height) = 0;
     virtual std::unique_ptr<BlitSurface> CreateTextSystem(uint32_t width, uint32_t height) = 0;
     virtual std::unique_ptr<BlitSurface> CreateText(uint32_t width, uint32_t height) = 0;

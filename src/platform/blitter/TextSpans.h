@@ -12,10 +12,10 @@ namespace corvane {
 class TextSpans {
 public:
     // Copies what `drawn` holds; may raise std::bad_alloc, and is empty then.
-    void Take(const RasterView& drawn);
+    void Take(const ConstPictureView& drawn);
     void Clear();
     // Lays the pixels of `source` on `to`, moved by (x, y); X becomes 0xFF.
-    void Lay(const RasterView& to, const Rect& source, int64_t x, int64_t y) const;
+    void Lay(const PictureView& to, const Rect& source, int64_t x, int64_t y) const;
     bool Empty() const { return m_spans.empty(); }
 
 private:

@@ -58,18 +58,18 @@ DisplayTarget::Size DisplayTarget::OwnSize() const {
     return {Length(left, right), Length(top, bottom)};
 }
 
-Status DisplayTarget::Draw(const PackedPicture& picture, const Rect& area) const {
+Status DisplayTarget::Draw(const ConstPictureView& picture, const Rect& area) const {
     CORVANE_RETURN_IF_FAILED(StatusOf(cairo_status(m_context)));
     if (area.Empty())
         return Status::Ok;
     Raster copy;    // in 32 bits, the first row on top
-    if (!copy.Resize(picture.width, picture.height) ||
+    if (!copy.Resize(picture.size.width, picture.size.height) ||
         !Stretch(copy.View(), copy.View().Bounds(), picture, copy.View().Bounds()))
         return Status::OutOfMemory;
-    const RasterView& view = copy.View();
+    const PictureView& view = copy.View();
     cairo_surface_t* const surface =
-        cairo_image_surface_create_for_data(view.data, CAIRO_FORMAT_RGB24, static_cast<int>(view.width),
-                                            static_cast<int>(view.height), static_cast<int>(view.step));
+        cairo_image_surface_create_for_data(view.plane[0], CAIRO_FORMAT_RGB24, static_cast<int>(view.size.width),
+                                            static_cast<int>(view.size.height), static_cast<int>(view.stride[0]));
     {
         const PathKeeper path(m_context);
         cairo_save(m_context);
@@ -77,8 +77,8 @@ Status DisplayTarget::Draw(const PackedPicture& picture, const Rect& area) const
                         static_cast<double>(area.Width()), static_cast<double>(area.Height()));
         cairo_clip(m_context);
         cairo_translate(m_context, static_cast<double>(area.left), static_cast<double>(area.top));
-        cairo_scale(m_context, static_cast<double>(area.Width()) / view.width,
-                    static_cast<double>(area.Height()) / view.height);
+        cairo_scale(m_context, static_cast<double>(area.Width()) / view.size.width,
+                    static_cast<double>(area.Height()) / view.size.height);
         cairo_set_source_surface(m_context, surface, 0, 0);
         cairo_pattern_set_extend(cairo_get_source(m_context), CAIRO_EXTEND_PAD);
         cairo_pattern_set_filter(cairo_get_source(m_context), CAIRO_FILTER_GOOD);

@@ -23,9 +23,9 @@ public:
     };
     Size OwnSize() const;
 
-    // Scales the picture into `area`, in the client's units. An empty area draws nothing. Failed: the context is in
-    // error, before or by the drawing. OutOfMemory.
-    Status Draw(const PackedPicture& picture, const Rect& area) const;
+    // Scales the picture (as Stretch takes it) into `area`, in the client's units. An empty area draws nothing. Failed:
+    // the context is in error, before or by the drawing. OutOfMemory.
+    Status Draw(const ConstPictureView& picture, const Rect& area) const;
 
 private:
     struct _cairo* const m_context;

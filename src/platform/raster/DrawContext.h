@@ -13,7 +13,7 @@ namespace corvane {
 class DrawContext {
 public:
     // Clips to (0, 0) .. (width, height). Where cairo cannot make the context, Get is null: the text is skipped.
-    DrawContext(const RasterView& raster, uint32_t width, uint32_t height);
+    DrawContext(const PictureView& picture, uint32_t width, uint32_t height);
     // Flushes what was drawn. A client that kept a reference draws into nothing from here on.
     ~DrawContext();
     DrawContext(const DrawContext&) = delete;

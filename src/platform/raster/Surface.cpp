@@ -117,11 +117,11 @@ Status CopySurface(cairo_surface_t* surface, Raster& out) {
     Raster copy;
     if (!copy.Resize(static_cast<uint32_t>(width), static_cast<uint32_t>(height)))
         return Status::OutOfMemory;
-    const RasterView& to = copy.View();
-    for (uint32_t y = 0; y < to.height; ++y) {
+    const PictureView& to = copy.View();
+    for (uint32_t y = 0; y < to.size.height; ++y) {
         const uint8_t* const row = data + static_cast<ptrdiff_t>(y) * step;
-        auto* const pixels = reinterpret_cast<uint32_t*>(to.data + static_cast<ptrdiff_t>(y) * to.step);
-        for (uint32_t x = 0; x < to.width; ++x)
+        auto* const pixels = reinterpret_cast<uint32_t*>(to.Row(y));
+        for (uint32_t x = 0; x < to.size.width; ++x)
             pixels[x] = PixelOf(format, row, x);
     }
     out = std::move(copy);

@@ -10,6 +10,8 @@
 #include <memory>
 #include <vector>
 
+#include "base/Limits.h"
+#include "decoders/AccessUnitAssembler.h"
 #include "decoders/AudioDecoderHolder.h"
 #include "decoders/VideoDecoderHolder.h"
 
@@ -41,6 +43,16 @@ void ReadPicture(const DecodedFrame& frame) {
     static_cast<void>(sink);
 }
 
+// Units of backward play come newest first. `last` is the place of the input of the one before.
+void CheckUnits(AccessUnitAssembler& assembler, AccessUnitAssembler::Unit unit, int64_t& last) {
+    for (; unit.input != nullptr; unit = assembler.Next()) {
+        Require(unit.input->ArrivedAt() > last);
+        last = unit.input->ArrivedAt();
+        for (uint32_t i = 0; i < limits::kPicturePadding; ++i)
+            Require(unit.encoded.data[unit.encoded.size + i] == 0);
+    }
+}
+
 }    // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -54,6 +66,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     video.SetThreads(threads);
     video.Reset((data[0] & 0x20) != 0);
     std::vector<uint8_t> pcm(4096);
+    AccessUnitAssembler backward(true);
+    int64_t lastUnit = -1;
     for (size_t at = 2; at < size;) {
         size_t length = std::min<size_t>(64, size - at);
         bool key = at == 2;
@@ -82,6 +96,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             Require(bytes <= pcm.size());
             continue;
         }
+        frame->SetArrival(static_cast<int64_t>(at));
+        CheckUnits(backward, backward.Add(frame), lastUnit);
         uint32_t got = 0;
         const int32_t result = video.Decode(frame, &got);
         FramePtr input;
@@ -92,5 +108,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (got != 0)
             ReadPicture(video.CurrentFrame());
     }
+    CheckUnits(backward, backward.Finish(), lastUnit);
     return 0;
 }

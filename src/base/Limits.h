@@ -26,4 +26,8 @@ inline constexpr uint32_t kPicturePadding = 64;
 // Frames that a decoder may hold without an answer, beyond one a thread, before it counts as stuck.
 inline constexpr uint32_t kInFlightSlack = 32;
 
+// What is kept of a group of pictures in backward play until its key frame arrives; frames, and bytes of their blocks.
+inline constexpr uint32_t kMaxGopFrames = 1024;
+inline constexpr uint64_t kMaxGopBytes = 64ull << 20;
+
 }    // namespace corvane::limits

@@ -27,7 +27,7 @@ template <typename Check>
 HeaderVerdict CheckEach(const uint8_t* data, uint32_t size, Check check) {
     const uint8_t* const end = data + size;
     try {
-        for (const uint8_t* at = BehindStartCode(data, end); at < end; at = BehindStartCode(at, end))
+        for (const uint8_t* at = AfterStartCode(data, end); at < end; at = AfterStartCode(at, end))
             if (const HeaderVerdict verdict = check(at, static_cast<size_t>(end - at)); verdict != HeaderVerdict::Valid)
                 return verdict;
     } catch (const QMRX::SDK::Utility::NALUParserException&) {
@@ -137,7 +137,7 @@ HeaderVerdict CheckJpegHeaders(const uint8_t* data, uint32_t size) {
 HeaderVerdict CheckMpeg4Layer(const uint8_t* data, uint32_t size) {
     constexpr uint8_t kPicture = 0xB6;    // decoding begins here, with the headers read so far
     const uint8_t* const end = data + size;
-    for (const uint8_t* at = BehindStartCode(data, end); at < end && *at != kPicture; at = BehindStartCode(at, end)) {
+    for (const uint8_t* at = AfterStartCode(data, end); at < end && *at != kPicture; at = AfterStartCode(at, end)) {
         if (*at < 0x20 || *at > 0x2F)
             continue;
         try {

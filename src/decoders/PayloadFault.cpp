@@ -45,7 +45,7 @@ Signs ReadSigns(const uint8_t* data, uint32_t size) {
     bool vps = false;
     bool sps = false;
     const uint8_t* const end = data + size;
-    for (const uint8_t* at = BehindStartCode(data, end); at < end; at = BehindStartCode(at, end)) {
+    for (const uint8_t* at = AfterStartCode(data, end); at < end; at = AfterStartCode(at, end)) {
         const unsigned first = at[0];
         const unsigned second = end - at > 1 ? at[1] : 0;
         const bool forbidden = (first & 0x80) != 0;

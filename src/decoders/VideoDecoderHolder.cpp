@@ -88,7 +88,7 @@ void VideoDecoderHolder::Reset(bool backward) {
     m_extension_seen = false;
     m_backward = backward;
     m_in_flight.clear();
-    m_units = {};
+    m_units = AccessUnitAssembler();
 }
 
 bool VideoDecoderHolder::CurrentInput(FramePtr& out) const {
@@ -120,7 +120,7 @@ void VideoDecoderHolder::ChooseDecoder(const MediaFrameImpl& frame) {
     if (m_none)
         return;
     // Backward play, once there is such a decoder, wraps m_decoder here and in FallBack (not for JPEG and
-    // placeholders). Until then it is fed as in forward play.
+    // placeholders). Until then m_decoder gets each frame as it comes.
     m_active_kind = software ? 0 : kind;
     m_threads = threads;
     m_codec = codec;
@@ -276,7 +276,8 @@ int32_t VideoDecoderHolder::Decode(const FramePtr& frame, uint32_t* got) {
         return -1;
     }
     int32_t result = 0;
-    const AccessUnitAssembler::Unit unit = m_units.Add(frame);
+    // A backward decoder gets each frame, and assembles the units of a GOP by itself.
+    const AccessUnitAssembler::Unit unit = m_backward ? AccessUnitAssembler::Alone(frame) : m_units.Add(frame);
     if (unit.input != nullptr)
         result = DecodeUnit(unit, got);
     else

@@ -20,10 +20,10 @@ public:
 private:
     struct Parameters {
         uint32_t codec = 0;
-        uint32_t sample_rate = 0;
+        uint32_t sampleRate = 0;
         uint32_t channels = 0;
-        uint32_t bit_rate = 0;
-        bool g726_msb_first = false;
+        uint32_t bitRate = 0;
+        bool g726MsbFirst = false;
         bool operator==(const Parameters&) const = default;
     };
 

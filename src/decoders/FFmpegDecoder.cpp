@@ -452,14 +452,14 @@ FFmpegDecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept 
     });
 }
 
-FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sample_rate, uint32_t channels,
-                                  uint32_t bits_per_sample) noexcept {
-    if (sample_rate > INT_MAX || channels == 0 || channels > INT16_MAX)
+FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sampleRate, uint32_t channels,
+                                  uint32_t bitsPerSample) noexcept {
+    if (sampleRate > INT_MAX || channels == 0 || channels > INT16_MAX)
         return nullptr;
     return Make(codec, [&](AVCodecContext& context) {
-        context.sample_rate = static_cast<int>(sample_rate);
+        context.sample_rate = static_cast<int>(sampleRate);
         av_channel_layout_default(&context.ch_layout, static_cast<int>(channels));
-        context.bits_per_coded_sample = static_cast<int>(bits_per_sample);
+        context.bits_per_coded_sample = static_cast<int>(bitsPerSample);
         context.request_sample_fmt = AV_SAMPLE_FMT_S16;
     });
 }

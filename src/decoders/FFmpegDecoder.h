@@ -117,7 +117,7 @@ using FFmpegDecoderPtr = std::unique_ptr<DecoderIsolated_FFmpeg, DecoderDestroye
 // A new decoder, or null when the codec is missing, does not open, or there is no memory. `threads` is raised to 1 and
 // bounded by 32 for H.265 and 16 for the others.
 FFmpegDecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept;
-FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sample_rate, uint32_t channels,
-                                  uint32_t bits_per_sample) noexcept;
+FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sampleRate, uint32_t channels,
+                                  uint32_t bitsPerSample) noexcept;
 
 }    // namespace corvane

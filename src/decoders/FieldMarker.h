@@ -7,8 +7,8 @@
 namespace corvane {
 
 struct FieldMarks {
-    bool field_l_mode = false;       // the fields lie one above the other
-    bool interlaced_mode = false;    // the lines come from two moments
+    bool fieldLMode = false;        // the fields lie one above the other
+    bool interlacedMode = false;    // the lines come from two moments
 };
 
 // Looks for the text in an APP2 segment of a JPEG picture, or in the user data of an MPEG-4 picture, and updates

@@ -105,14 +105,14 @@ HeaderVerdict CheckLayer(BitReader bits) {
 HeaderVerdict CheckJpegHeaders(const uint8_t* data, uint32_t size) {
     constexpr uint8_t kHuffmanTables = 0xC4, kEndOfImage = 0xD9, kQuantiserTables = 0xDB, kApplication = 0xE0,
                       kLastApplication = 0xEF, kJpegLs = 0xF7, kComment = 0xFE;
-    bool has_size = false;
+    bool hasSize = false;
     for (uint32_t at = 0; at + 1 < size;) {
         const uint8_t marker = data[at + 1];
         if (data[at] != 0xFF || marker < 0xC0 || marker == 0xFF) {
             ++at;    // coded data
             continue;
         }
-        if (has_size && marker == kEndOfImage)
+        if (hasSize && marker == kEndOfImage)
             return HeaderVerdict::Valid;        // bytes after the image are not decoded
         const uint32_t left = size - at - 2;    // after the marker
         if (marker <= 0xC3 || marker == kJpegLs) {
@@ -122,7 +122,7 @@ HeaderVerdict CheckJpegHeaders(const uint8_t* data, uint32_t size) {
                 CheckSize(uint32_t{data[at + 7]} << 8 | data[at + 8], uint32_t{data[at + 5]} << 8 | data[at + 6]);
             if (verdict != HeaderVerdict::Valid)
                 return verdict;
-            has_size = true;
+            hasSize = true;
         }
         const uint32_t length = left < 2 ? 0 : uint32_t{data[at + 2]} << 8 | data[at + 3];
         // Segments may hold anything, pictures of their own included. Of other markers, and of a quantiser table that

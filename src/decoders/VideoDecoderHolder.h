@@ -27,12 +27,12 @@ public:
     VideoDecoderHolder& operator=(const VideoDecoderHolder&) = delete;
 
     // What the next decoder made will use. Kinds: 0 software, 1 CUVID, 2 DXVA2, 3 QuickSync. Threads: 0 for automatic.
-    void SetH264Kind(uint32_t kind) { Set(&Settings::h264_kind, kind); }
-    void SetMpeg4Kind(uint32_t kind) { Set(&Settings::mpeg4_kind, kind); }
-    void SetHevcKind(uint32_t kind) { Set(&Settings::hevc_kind, kind); }
+    void SetH264Kind(uint32_t kind) { Set(&Settings::h264Kind, kind); }
+    void SetMpeg4Kind(uint32_t kind) { Set(&Settings::mpeg4Kind, kind); }
+    void SetHevcKind(uint32_t kind) { Set(&Settings::hevcKind, kind); }
     void SetThreads(uint32_t threads) { Set(&Settings::threads, threads); }
-    void SetBackwardMemoryMode(uint32_t mode) { Set(&Settings::backward_memory_mode, mode); }
-    void SetFallbackAllowed(bool allowed) { Set(&Settings::fallback_allowed, allowed); }
+    void SetBackwardMemoryMode(uint32_t mode) { Set(&Settings::backwardMemoryMode, mode); }
+    void SetFallbackAllowed(bool allowed) { Set(&Settings::fallbackAllowed, allowed); }
     void SetFactories(const DecoderFactories& factories) { Set(&Settings::factories, factories); }
 
     // Makes or replaces the decoder where `frame` asks for it, and decodes what AccessUnitAssembler does not keep for
@@ -62,7 +62,7 @@ public:
     }
 
     // Hardware kind of the current decoder, 0 when it is software or there is none.
-    uint32_t ActiveKind() const { return m_active_kind; }
+    uint32_t ActiveKind() const { return m_activeKind; }
 
     // Threads that the current decoder decodes on; 1 for a plug-in, which does not say; 0 when there is no decoder.
     uint32_t ThreadsInUse() const;
@@ -71,17 +71,17 @@ public:
     bool CurrentInput(FramePtr& out) const;
 
     // Frames that went in and have not been superseded by a later picture.
-    size_t InFlight() const { return m_in_flight.size(); }
+    size_t InFlight() const { return m_inFlight.size(); }
 
 private:
     struct Settings {
         DecoderFactories factories;
-        uint32_t h264_kind = 0;
-        uint32_t mpeg4_kind = 0;
-        uint32_t hevc_kind = 0;
+        uint32_t h264Kind = 0;
+        uint32_t mpeg4Kind = 0;
+        uint32_t hevcKind = 0;
         uint32_t threads = 0;
-        uint32_t backward_memory_mode = 0;
-        bool fallback_allowed = false;
+        uint32_t backwardMemoryMode = 0;
+        bool fallbackAllowed = false;
     };
 
     template <typename T>
@@ -114,23 +114,23 @@ private:
     const DecoderIsolated_FFmpeg* m_software = nullptr;    // m_decoder, where it is one of these
     bool m_none = false;                                   // the last key frame found no decoder
     DecodeOutcome m_outcome = DecodeOutcome::NoDecoder;
-    uint32_t m_active_kind = 0;
+    uint32_t m_activeKind = 0;
     uint32_t m_threads = 1;    // of the current decoder
     uint32_t m_adapter = 0;
     bool m_backward = false;
     // Stream parameters that the current decoder was made for, all 0 when there is none.
     uint32_t m_codec = 0;
-    uint32_t m_vendor_tag = 0;
+    uint32_t m_vendorTag = 0;
     uint32_t m_width = 0;
     uint32_t m_height = 0;
-    uint32_t m_last_got = 0;    // *got of the last call that gave a picture; 0 when none has come yet
+    uint32_t m_lastGot = 0;     // *got of the last call that gave a picture; 0 when none has come yet
     SharedPicture m_picture;    // the current one, by reference where its decoder shares it
     AccessUnitAssembler m_units;
     FieldMarks m_marks;
-    bool m_extension_seen = false;
+    bool m_extensionSeen = false;
     LensRecord m_extension;    // of the latest key frame
     std::deque<FramePtr>
-        m_in_flight;    // in order of input; its front belongs to the current picture, when there is one
+        m_inFlight;    // in order of input; its front belongs to the current picture, when there is one
 };
 
 }    // namespace corvane

@@ -124,9 +124,9 @@ TEST(Pacing, EveryFrameIsDecodedWhenTheRulesSay) {
     int64_t skipped = 0, refused = 0, fast = 0;
     for (uint32_t seed = 0; seed < 60; ++seed) {
         std::mt19937 random(seed);
-        const auto one_in = [&](uint32_t count) { return random() % count == 0; };
+        const auto oneIn = [&](uint32_t count) { return random() % count == 0; };
         const auto cost = [&] {    // half of them where what is late begins to be dropped
-            return static_cast<int64_t>(one_in(2) ? 537 + random() % 5 : random() % 2000) * kNsPerMs;
+            return static_cast<int64_t>(oneIn(2) ? 537 + random() % 5 : random() % 2000) * kNsPerMs;
         };
         const uint32_t trouble = seed % 4 == 0 ? 1'000'000 : 12;    // a quarter is as a good camera sends it
         const uint32_t bufferMs = std::array{1u, 40u, 300u, 1000u}[seed / 4 % 4];
@@ -134,17 +134,14 @@ TEST(Pacing, EveryFrameIsDecodedWhenTheRulesSay) {
         int64_t stamp = 1000, arrival = 0;
         for (int i = 0; i < 400; ++i) {
             const int64_t steps[] = {0, 1, -700, 10'999, 11'000, 40'000, -stamp, 250};
-            stamp += one_in(trouble) ? steps[random() % 8] : 40;
+            stamp += oneIn(trouble) ? steps[random() % 8] : 40;
             stamp = std::max<int64_t>(stamp, 0);
-            arrival += one_in(trouble) ? static_cast<int64_t>(random() % 1500)
-                       : one_in(3)     ? 0
-                       : seed % 3 == 1 ? 45
-                                       : 58;
+            arrival += oneIn(trouble) ? static_cast<int64_t>(random() % 1500) : oneIn(3) ? 0 : seed % 3 == 1 ? 45 : 58;
             arrivals.push_back({.atNs = arrival * kNsPerMs + static_cast<int64_t>(random() % kNsPerMs),
                                 .stampMs = stamp,
-                                .key = one_in(10) || i % 200 == 0,
-                                .hidden = one_in(20),
-                                .decodingNs = one_in(trouble * 2) ? cost() : 0});
+                                .key = oneIn(10) || i % 200 == 0,
+                                .hidden = oneIn(20),
+                                .decodingNs = oneIn(trouble * 2) ? cost() : 0});
             if (i > 0)
                 arrivals.back().atNs = std::max(arrivals.back().atNs, arrivals[static_cast<size_t>(i) - 1].atNs);
         }

@@ -294,8 +294,8 @@ TEST(FieldMarker, FindsTheText) {
                 if (size < row.payload.size())
                     continue;
                 const auto wanted = [&](char mark) { return mark == '-' ? before : mark == '1'; };
-                EXPECT_EQ(marks.field_l_mode, wanted(row.marks[0])) << &row - rows;
-                EXPECT_EQ(marks.interlaced_mode, wanted(row.marks[1])) << &row - rows;
+                EXPECT_EQ(marks.fieldLMode, wanted(row.marks[0])) << &row - rows;
+                EXPECT_EQ(marks.interlacedMode, wanted(row.marks[1])) << &row - rows;
             }
 }
 

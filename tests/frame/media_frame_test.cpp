@@ -172,7 +172,7 @@ TEST(MediaFrame, BlockHoldsACopyOfEverything) {
 TEST(MediaFrame, RecordSizes) {
     const struct {
         uint32_t stated, readable;
-        bool extension, stream_time, objects;
+        bool extension, streamTime, objects;
     } rows[] = {{0, 176, true, false, false},   {176, 176, true, false, false}, {132, 136, true, false, false},
                 {16, 136, false, false, false}, {256, 256, true, true, false},  {UINT32_MAX, 264, true, true, true}};
     const uint8_t extension[] = {0, 0, 0, 0, 107, 4, 1, 2, 3, 4};
@@ -189,7 +189,7 @@ TEST(MediaFrame, RecordSizes) {
         const MediaFrameImpl frame(*reinterpret_cast<const MediaFrameHeader*>(guarded.Data()));
         EXPECT_EQ(frame.Header().recordSize, 264u);
         EXPECT_EQ(frame.DecodedWidth(), row.extension ? 0x102u : 0u) << row.stated;
-        EXPECT_EQ(TimeMs(frame), row.stream_time ? 7000 : 0) << row.stated;
+        EXPECT_EQ(TimeMs(frame), row.streamTime ? 7000 : 0) << row.stated;
         EXPECT_EQ(frame.Header().objects != nullptr, row.objects) << row.stated;
     }
 }

@@ -110,7 +110,7 @@ void Run(const test::XServer& server, uint32_t flags, uint16_t width, uint16_t h
     picture.Share();
     auto manager = std::make_unique<CRenderMgr>(&puts, window, flags, corvane::Clock::System(), kCounted);
     const CorvaneAfterDisplayCallback displayed = [](void*, const AfterDisplayRecord*) {};
-    manager->SetAfterDisplay(displayed, nullptr);
+    manager->SetCallback(&PresentSettings::afterDisplay, {displayed, nullptr});
     std::atomic<bool> more{true}, feeds{true};
     int fed = 0;
     Longest call, present;
@@ -127,8 +127,8 @@ void Run(const test::XServer& server, uint32_t flags, uint16_t width, uint16_t h
     for (int i = 0; Clock::now() < end; ++i) {
         std::this_thread::sleep_for(milliseconds(100));
         call.Measure("margin", [&] { manager->SetMargin(&Edges::top, static_cast<uint32_t>(i % 3)); });
-        call.Measure("unregister", [&] { manager->SetAfterDisplay(nullptr, nullptr); });
-        manager->SetAfterDisplay(displayed, nullptr);
+        call.Measure("unregister", [&] { manager->SetCallback(&PresentSettings::afterDisplay, {}); });
+        manager->SetCallback(&PresentSettings::afterDisplay, {displayed, nullptr});
         call.Measure("area", [&] { (void)manager->SetDisplayArea(DisplayArea{}, 16); });
     }
     feeds = false;

@@ -1,8 +1,8 @@
-// Lets a setter wait until the calls into the client that were running when it came are over. Any number of threads may
-// be inside.
+// Lets a setter wait for the end of the calls into the client that run when it is called. Any number of threads may be
+// inside a gate.
 //
-// The caller enters before it reads what to call; the setter stores first and waits then: so a call either sees the new
-// value or is waited for.
+// A caller enters the gate before it reads which function to call. A setter stores the new function before it waits.
+// So each call uses the new function, or the setter waits for its end.
 #pragma once
 
 #include <cstdint>
@@ -12,10 +12,10 @@
 
 namespace corvane {
 
-// The counting, under a lock of its owner: every call of one gate holds the same mutex.
+// A gate under a lock of its owner: every call of one GateCount holds the same mutex.
 class GateCount {
 public:
-    // What it returns goes to Leave.
+    // The result is the argument of the Leave that follows.
     uint32_t Enter() {
         ++m_running[m_side];
         return m_side;
@@ -24,7 +24,7 @@ public:
         if (--m_running[side] == 0 && m_draining)
             m_changed.NotifyAll();
     }
-    // Returns at once from inside a callback: one that waited for another could be waited for by it.
+    // Returns at once on a thread of the library, which is inside a callback: two callbacks could wait for each other.
     void WaitForRunning(MutexLock& lock) {
         if (Thread::CurrentOwner() != nullptr)
             return;
@@ -46,7 +46,7 @@ private:
     bool m_draining = false;    // a setter waits for the other side
 };
 
-// With a lock of its own.
+// A gate with a lock of its own.
 class CallGate {
 public:
     class Scope {
@@ -75,53 +75,6 @@ public:
 private:
     Mutex m_mutex;
     GateCount m_count GUARDED_BY(m_mutex);
-};
-
-// A callback of the client: pointer, context and gate in one. `Function` is the pointer's type, whose first parameter
-// is the context.
-template <typename Function>
-class ClientCallback {
-public:
-    // Waits for a running call of the callback that it replaces, not from inside any callback.
-    void Set(Function function, void* context) {
-        MutexLock lock(m_mutex);
-        m_function = function;
-        m_context = context;
-        m_count.WaitForRunning(lock);
-    }
-
-    // Around a call: Set waits for its end. Null where there is no callback.
-    class Call {
-    public:
-        explicit Call(ClientCallback& callback) : m_callback(callback) {
-            MutexLock lock(m_callback.m_mutex);
-            m_side = m_callback.m_count.Enter();
-            m_function = m_callback.m_function;
-            m_context = m_callback.m_context;
-        }
-        ~Call() {
-            MutexLock lock(m_callback.m_mutex);
-            m_callback.m_count.Leave(m_side);
-        }
-        Call(const Call&) = delete;
-        Call& operator=(const Call&) = delete;
-
-        explicit operator bool() const { return m_function != nullptr; }
-        Function Pointer() const { return m_function; }
-        void* Context() const { return m_context; }
-
-    private:
-        ClientCallback& m_callback;
-        uint32_t m_side;
-        Function m_function;
-        void* m_context;
-    };
-
-private:
-    Mutex m_mutex;
-    GateCount m_count GUARDED_BY(m_mutex);
-    Function m_function GUARDED_BY(m_mutex) = nullptr;
-    void* m_context GUARDED_BY(m_mutex) = nullptr;
 };
 
 }    // namespace corvane

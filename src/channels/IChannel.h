@@ -1,17 +1,18 @@
-// The base of all classes that a channel handle may be of. It holds no data.
+// The base of all kinds of channels. It holds no data.
 //
 // A channel is ended before it is destroyed, since callbacks that still run call exports on it.
 #pragma once
 
 #include <cstdint>
 
+#include "base/HandleObject.h"
+
 namespace corvane {
 
 enum class ChannelType : uint32_t { Live = 0, Playback = 1, Decoder = 2, Avi = 3 };
 
-class IChannel {
+class IChannel : public HandleObject {
 public:
-    virtual ~IChannel() = default;
     virtual ChannelType GetChannelType() const = 0;
     // Stops the channel for good and joins all its threads. The owner calls it before the destructor, while a JoinGuard
     // that allows it lives. A second call does nothing.

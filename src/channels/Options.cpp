@@ -101,8 +101,8 @@ constexpr OptionRow kRows[] = {
      "memory mode of backward play"},
     {CORVANE_OPTION_STILL_OVERLAY, kStreamKinds,
      [](Targets& targets, uint64_t value, uint64_t extra) {
-         targets.stream->Stills().SetOverlay(reinterpret_cast<CorvaneOsdCallback>(value),
-                                             reinterpret_cast<void*>(extra));
+         targets.stream->Stills().SetOverlay(
+             {reinterpret_cast<CorvaneOsdCallback>(value), reinterpret_cast<void*>(extra)});
          return Status::Ok;
      },
      "still overlay, a CorvaneOsdCallback"},

@@ -148,14 +148,14 @@ Status StillPipeline::Convert(Still& still, const SharedPicture& picture) {
 
 // Without memory for the drawing the still is made without an overlay.
 void StillPipeline::DrawOverlay(const Still& still) {
-    const ClientCallback<CorvaneOsdCallback>::Call overlay(m_overlay);
+    const GatedCallback<CorvaneOsdCallback>::Use overlay(m_overlay);
     uint8_t* buffer = nullptr;
     uint32_t stride = 0;
     uint32_t format = 0;
     const uint32_t width = still.maker->GetWidth();
     const uint32_t height = still.maker->GetHeight();
     Raster drawing;
-    if (!overlay || still.maker->GetBuffer(width, height, &buffer, &stride, &format) < 0 ||
+    if (!overlay.Callback() || still.maker->GetBuffer(width, height, &buffer, &stride, &format) < 0 ||
         !drawing.Resize(width, height))
         return;
     OsdRecord record(still.frame.get(), int64_t{still.frame->Header().timeSeconds}, false);
@@ -163,7 +163,7 @@ void StillPipeline::DrawOverlay(const Still& still) {
     record.info.height = height;
     {
         const Thread::ScopedOwner scoped(m_owner);
-        record.Call(overlay.Pointer(), overlay.Context(), drawing.View());
+        record.Call(overlay.Callback(), drawing.View());
     }
     (void)BlendOverlay(drawing.View(), buffer, stride, format);
 }

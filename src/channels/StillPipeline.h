@@ -10,7 +10,7 @@
 
 #include <cstdint>
 
-#include "base/CallGate.h"
+#include "base/ClientCallback.h"
 #include "base/Mutex.h"
 #include "base/Status.h"
 #include "channels/VideoStage.h"
@@ -32,8 +32,8 @@ public:
         : m_owner(owner), m_video(video), m_render(render) {}
 
     void SetQuality(uint32_t quality);    // of JPEG
-    // Waits for a running call of the callback that it replaces, not from inside any callback.
-    void SetOverlay(CorvaneOsdCallback callback, void* context) { m_overlay.Set(callback, context); }
+    // Waits for the end of a running call of the callback that it replaces; not on a thread of the library.
+    void SetOverlay(const ClientCallback<CorvaneOsdCallback>& callback) { m_overlay.Set(callback); }
 
     // `format`: of CORVANE_PICTURE_*, else InvalidArgument. `zoomed`: only what the display area selects. Failed:
     // there is no picture. May raise std::bad_alloc.
@@ -61,7 +61,7 @@ private:
     const void* const m_owner;
     const VideoStage& m_video;
     const CRenderMgr& m_render;
-    ClientCallback<CorvaneOsdCallback> m_overlay;
+    GatedCallback<CorvaneOsdCallback> m_overlay;
 
     Mutex m_mutex;    // taken last
     uint32_t m_stillQuality GUARDED_BY(m_mutex) = 0;

@@ -13,7 +13,7 @@ namespace corvane {
 
 StreamChannel::StreamChannel(uintptr_t window, uint32_t flags, Clock& clock, RendererMakers makers)
     : m_clock(clock),
-      m_render(this, window, flags, clock, makers),
+      m_render(Handle(), window, flags, clock, makers),
       m_video(m_render, (flags & CORVANE_FLAG_DECODER_FALLBACK) != 0) {}
 
 void StreamChannel::End() {
@@ -45,7 +45,7 @@ Status StreamChannel::Start(bool clear) {
         m_paceStop = false;
     }
     try {
-        m_thread = Thread("corvane-worker", this, [this] { Work(); });
+        m_thread = Thread("corvane-worker", Handle(), [this] { Work(); });
     } catch (const std::system_error&) {
         return Status::Failed;
     }
@@ -54,7 +54,7 @@ Status StreamChannel::Start(bool clear) {
 }
 
 Status StreamChannel::Stop() {
-    const JoinGuard end(this);
+    const JoinGuard end(Handle());
     if (!end.Allowed())
         return Status::Failed;
     JoinWorker();

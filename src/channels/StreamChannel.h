@@ -106,7 +106,7 @@ private:
     bool m_audioEnabled GUARDED_BY(m_settingsMutex) = true;    // kept for the sound output, as the volume
     uint32_t m_volume GUARDED_BY(m_settingsMutex) = 0;
 
-    StillPipeline m_stills{this, m_video, m_render};
+    StillPipeline m_stills{Handle(), m_video, m_render};
 };
 
 }    // namespace corvane

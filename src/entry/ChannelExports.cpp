@@ -6,13 +6,15 @@
 
 #include "corvane/corvane.h"
 #include "entry/Guard.h"
-#include "entry/Instance.h"
 
 using corvane::CCorvane_Option;
-using corvane::Guard;
+using corvane::OnInstance;
 using corvane::OnStream;
+using corvane::PlainObjectOf;
+using corvane::PresentSettings;
 using corvane::Status;
 using corvane::StreamChannel;
+using QMRX::Filter::IFilter;
 
 namespace {
 
@@ -64,19 +66,16 @@ uint32_t FormatOfKind(uint32_t kind, bool bottomUp) {
 extern "C" {
 
 uint32_t Corvane_CreateChannel(void* instance, void** channel, const ChannelSettings* settings) {
-    return Guard([&] {
-        if (instance == nullptr || channel == nullptr)
-            return Status::InvalidArgument;
-        return static_cast<CCorvane_Option*>(instance)->CreateChannel(channel, settings);
-    });
+    if (channel == nullptr)
+        return Status_InvalidArgument;
+    return OnInstance(instance, [&](CCorvane_Option& own) { return own.CreateChannel(channel, settings); });
 }
 
 uint32_t Corvane_DeleteChannel(void* instance, void** channel) {
-    return Guard([&] {
-        if (instance == nullptr || channel == nullptr)
-            return Status::InvalidArgument;
-        if (const Status status = static_cast<CCorvane_Option*>(instance)->Delete(*channel); !corvane::Ok(status))
-            return status;
+    if (channel == nullptr)
+        return Status_InvalidArgument;
+    return OnInstance(instance, [&](CCorvane_Option& own) {
+        CORVANE_RETURN_IF_FAILED(own.Delete(*channel));
         *channel = nullptr;
         return Status::Ok;
     });
@@ -138,8 +137,9 @@ uint32_t Corvane_RegisterRawDataCallback(void* channel, CorvanePictureCallback c
     const uint32_t format = FormatOfKind(kind, bottomUp != 0);
     if (format == 0)
         return Status_NotSupported;
-    return OnStream(channel,
-                    [&](StreamChannel& stream) { stream.Render().RegisterRawDataCallback(callback, context, format); });
+    return OnStream(channel, [&](StreamChannel& stream) {
+        stream.Render().SetPictureCallback({callback, context}, format);
+    });
 }
 
 uint32_t Corvane_SetRawDataCallbackSize(void* channel, uint32_t width, uint32_t height) {
@@ -149,11 +149,14 @@ uint32_t Corvane_SetRawDataCallbackSize(void* channel, uint32_t width, uint32_t 
 uint32_t Corvane_RegisterAfterDisplayCallback(void* channel, CorvaneAfterDisplayCallback callback, void* context) {
     if (callback == nullptr)
         return Status_InvalidArgument;
-    return OnStream(channel, [&](StreamChannel& stream) { stream.Render().SetAfterDisplay(callback, context); });
+    return OnStream(channel, [&](StreamChannel& stream) {
+        stream.Render().SetCallback(&PresentSettings::afterDisplay, {callback, context});
+    });
 }
 
 uint32_t Corvane_UnregisterAfterDisplayCallback(void* channel) {
-    return OnStream(channel, [](StreamChannel& stream) { stream.Render().SetAfterDisplay(nullptr, nullptr); });
+    return OnStream(channel,
+                    [](StreamChannel& stream) { stream.Render().SetCallback(&PresentSettings::afterDisplay, {}); });
 }
 
 uint32_t Corvane_GetCurrentSnapShot(void* channel, PictureBuffer* picture, uint32_t flags) {
@@ -181,14 +184,13 @@ uint32_t Corvane_FreePicture(PictureBuffer* picture) {
 
 uint32_t Corvane_InsertFilter(void* channel, void* filter) {
     return OnStreamWith(channel, filter, [&](StreamChannel& stream) {
-        return stream.Render().InsertFilter(static_cast<QMRX::Filter::IFilter*>(filter));
+        return stream.Render().InsertFilter(PlainObjectOf<IFilter>(filter));
     });
 }
 
 uint32_t Corvane_RemoveFilter(void* channel, void* filter) {
-    return OnStreamWith(channel, filter, [&](StreamChannel& stream) {
-        stream.Render().RemoveFilter(static_cast<QMRX::Filter::IFilter*>(filter));
-    });
+    return OnStreamWith(channel, filter,
+                        [&](StreamChannel& stream) { stream.Render().RemoveFilter(PlainObjectOf<IFilter>(filter)); });
 }
 
 uint32_t Corvane_EnableRotateFilter(void* channel, double angle) {

@@ -1,4 +1,4 @@
-// The skin of every export: null test, type test, forward; no exception leaves.
+// What every export begins with: null test, test of the handle's class, then the call; no exception leaves.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +8,8 @@
 
 #include "base/Status.h"
 #include "channels/StreamChannel.h"
+#include "entry/Handle.h"
+#include "entry/Instance.h"
 
 namespace corvane {
 
@@ -24,17 +26,25 @@ uint32_t Guard(Body&& body) noexcept {
     return static_cast<uint32_t>(status);
 }
 
-// Runs `body` on the channel of a handle, as the first of these classes that it is; Status::WrongChannelType where it
-// is none of them. The only place that takes a handle for what it is. Callees without a result give Status::Ok.
+// Status::InvalidArgument for a handle that is null or of no instance.
+template <typename Body>
+uint32_t OnInstance(void* handle, Body&& body) noexcept {
+    return Guard([&] {
+        auto* const instance = ObjectOf<CCorvane_Option>(handle);
+        return instance == nullptr ? Status::InvalidArgument : body(*instance);
+    });
+}
+
+// Runs `body` on the channel of a handle, as the first of these classes that it is; Status::InvalidArgument for a null
+// handle, Status::WrongChannelType for one of another class. A body without a result gives Status::Ok.
 template <typename... Classes, typename Body>
 uint32_t OnChannel(void* handle, Body&& body) noexcept {
     return Guard([&] {
         if (handle == nullptr)
             return Status::InvalidArgument;
-        auto* const any = static_cast<IChannel*>(handle);
         Status status = Status::WrongChannelType;
         const auto tryAs = [&]<typename Class>() {
-            auto* const channel = dynamic_cast<Class*>(any);
+            auto* const channel = ObjectOf<Class>(handle);
             if (channel == nullptr)
                 return false;
             if constexpr (std::is_void_v<decltype(body(*channel))>) {

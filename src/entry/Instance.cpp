@@ -13,13 +13,13 @@ Status CCorvane_Option::CreateChannel(void** channel, const ChannelSettings* set
     const ChannelSettings chosen = settings != nullptr ? *settings : ChannelSettings{};
     auto made = std::make_unique<CChannelLive>(0, m_defaults.flags);
     CChannelLive* const object = made.get();
-    IChannel* const handle = object;
+    void* const handle = object->Handle();
     const auto pick = [&](uint32_t bit, auto own, auto other) { return (chosen.mask & bit) != 0 ? own : other; };
     void* const none = nullptr;
-    object->Render().SetStreamInfo(pick(CORVANE_SETTINGS_STREAM_INFO, chosen.streamInfo, m_defaults.streamInfo),
-                                   pick(CORVANE_SETTINGS_STREAM_INFO_CONTEXT, chosen.streamInfoContext, none));
-    object->Render().SetOsd(pick(CORVANE_SETTINGS_TEXT, chosen.osd, m_defaults.osd),
-                            pick(CORVANE_SETTINGS_TEXT_CONTEXT, chosen.osdContext, none));
+    object->Render().SetStreamInfo({pick(CORVANE_SETTINGS_STREAM_INFO, chosen.streamInfo, m_defaults.streamInfo),
+                                    pick(CORVANE_SETTINGS_STREAM_INFO_CONTEXT, chosen.streamInfoContext, none)});
+    object->Render().SetCallback(&PresentSettings::osd, {pick(CORVANE_SETTINGS_TEXT, chosen.osd, m_defaults.osd),
+                                                         pick(CORVANE_SETTINGS_TEXT_CONTEXT, chosen.osdContext, none)});
     object->Render().SetBackground(m_defaults.background);
     object->Apply(chosen);
     WindowWatchPtr window = WindowWatch::Open(chosen.window, WindowWatch::Purpose::Draw);

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 
+#include "base/HandleObject.h"
 #include "base/Mutex.h"
 #include "base/Status.h"
 #include "channels/ChannelLive.h"
@@ -13,7 +14,7 @@
 
 namespace corvane {
 
-class CCorvane_Option {
+class CCorvane_Option final : public HandleObject {
 public:
     // Owns one object of the client until it is deleted or the instance ends.
     class Deleter {
@@ -53,7 +54,8 @@ public:
 
     // Destroys every object, in the order of their handles, before the instance dies: none can be made any more.
     // Status::Failed, with nothing done, from a callback of one of them, where one of them waits (directly or through
-    // others) for the calling thread, and while another call of it is at work. Raises std::bad_alloc, with nothing done.
+    // others) for the calling thread, and while another call of it is at work. Raises std::bad_alloc, with nothing
+    // done.
     Status DeleteAll();
 
 private:

@@ -3,10 +3,10 @@
 
 #include "corvane/corvane.h"
 #include "entry/Guard.h"
-#include "entry/Instance.h"
 
 using corvane::CCorvane_Option;
 using corvane::Guard;
+using corvane::OnInstance;
 using corvane::Status;
 
 extern "C" {
@@ -22,7 +22,7 @@ uint32_t Corvane_InitialEx(void** instance, CorvaneStreamInfoCallback streamInfo
         if ((flags & CORVANE_FLAG_GDI) != 0 && (flags & CORVANE_FLAG_NO_FALLBACK) != 0)
             return Status::InvalidArgument;
         const CCorvane_Option::Defaults defaults{streamInfo, osd, audioWindow, audioFocusMode, flags, background};
-        *instance = std::make_unique<CCorvane_Option>(defaults).release();
+        *instance = std::make_unique<CCorvane_Option>(defaults).release()->Handle();
         return Status::Ok;
     });
 }
@@ -34,15 +34,13 @@ uint32_t Corvane_Initial(void** instance, CorvaneStreamInfoCallback streamInfo, 
 }
 
 uint32_t Corvane_Release(void** instance) {
-    return Guard([&] {
-        if (instance == nullptr)
-            return Status::InvalidArgument;
-        auto* const own = static_cast<CCorvane_Option*>(*instance);
-        if (own != nullptr) {
-            if (const Status status = own->DeleteAll(); !corvane::Ok(status))
-                return status;
-            delete own;
-        }
+    if (instance == nullptr)
+        return Status_InvalidArgument;
+    if (*instance == nullptr)
+        return Status_Ok;
+    return OnInstance(*instance, [&](CCorvane_Option& own) {
+        CORVANE_RETURN_IF_FAILED(own.DeleteAll());
+        delete &own;
         *instance = nullptr;
         return Status::Ok;
     });

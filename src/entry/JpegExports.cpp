@@ -1,17 +1,17 @@
 // Exports of the JPEG encoder: null tests, then the object.
 #include "corvane/jpegenc.h"
+#include "entry/Handle.h"
 #include "picture/jpeg/JpegEncoder.h"
 
 namespace {
 
 using corvane::JpegEncoder;
 
-JpegEncoder* Own(void* handle) {
-    return static_cast<JpegEncoder*>(handle);
-}
-
-uint32_t Word(corvane::Status status) {
-    return static_cast<uint32_t>(status);
+// What the encoder answers as a word; JPEGENC_FAILED for a null handle.
+template <typename Body>
+uint32_t OnEncoder(void* handle, Body&& body) noexcept {
+    auto* const encoder = corvane::PlainObjectOf<JpegEncoder>(handle);
+    return encoder == nullptr ? JPEGENC_FAILED : static_cast<uint32_t>(body(*encoder));
 }
 
 }    // namespace
@@ -30,33 +30,34 @@ uint32_t JPEGEnc_Initial(void** handle, const JPEGEncOptions* options) {
 }
 
 uint32_t JPEGEnc_OneFrame(void* handle, JPEGEncFrame* frame) {
-    return handle == nullptr || frame == nullptr ? JPEGENC_FAILED : Word(Own(handle)->OneFrame(*frame));
+    return frame == nullptr ? JPEGENC_FAILED : OnEncoder(handle, [&](JpegEncoder& e) { return e.OneFrame(*frame); });
 }
 
 uint32_t JPEGEnc_SetOptions(void* handle, const JPEGEncRequest* request) {
-    return handle == nullptr || request == nullptr ? JPEGENC_FAILED : Word(Own(handle)->SetOptions(*request));
+    return request == nullptr ? JPEGENC_FAILED
+                              : OnEncoder(handle, [&](JpegEncoder& e) { return e.SetOptions(*request); });
 }
 
 uint32_t JPEGEnc_TakeData(void* handle, void* destination, uint32_t count) {
-    if (handle == nullptr || (destination == nullptr && count != 0))
+    if (destination == nullptr && count != 0)
         return JPEGENC_FAILED;
-    return Word(Own(handle)->TakeData(static_cast<uint8_t*>(destination), count));
+    return OnEncoder(handle, [&](JpegEncoder& e) { return e.TakeData(static_cast<uint8_t*>(destination), count); });
 }
 
 uint32_t JPEGEnc_QueryFilledBufferSpace(void* handle) {
-    return handle == nullptr ? JPEGENC_FAILED : Own(handle)->FilledBytes();
+    return OnEncoder(handle, [](JpegEncoder& e) { return e.FilledBytes(); });
 }
 
 uint32_t JPEGEnc_Quit(void* handle) {
-    if (handle == nullptr)
-        return JPEGENC_FAILED;
-    Own(handle)->Quit();
-    return 0;
+    return OnEncoder(handle, [](JpegEncoder& e) {
+        e.Quit();
+        return corvane::Status::Ok;
+    });
 }
 
 uint32_t JPEGEnc_Release(void** handle) {
     if (handle != nullptr) {
-        JpegEncoder::Release(Own(*handle));
+        JpegEncoder::Release(corvane::PlainObjectOf<JpegEncoder>(*handle));
         *handle = nullptr;
     }
     return 0;

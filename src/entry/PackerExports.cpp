@@ -1,5 +1,6 @@
 // Exports of the bit packer: null tests and bounds of arguments, then the object.
 #include "corvane/bitpacker.h"
+#include "entry/Handle.h"
 #include "picture/jpeg/BitPacker.h"
 
 namespace {
@@ -13,9 +14,10 @@ uint32_t Word(Status status) {
 
 template <class Body>
 uint32_t OnPacker(void* object, Body&& body) noexcept {
-    if (object == nullptr)
+    auto* const own = corvane::PlainObjectOf<BitPacker>(object);
+    if (own == nullptr)
         return PB_FAILED;
-    auto& packer = *static_cast<BitPacker*>(object);
+    BitPacker& packer = *own;
     using Result = decltype(body(packer));
     if constexpr (std::is_void_v<Result>) {
         body(packer);
@@ -44,7 +46,7 @@ uint32_t PB_Initial(void** object, const PBInitial* initial) {
 
 uint32_t PB_Release(void** object) {
     if (object != nullptr) {
-        BitPacker::Release(static_cast<BitPacker*>(*object));
+        BitPacker::Release(corvane::PlainObjectOf<BitPacker>(*object));
         *object = nullptr;
     }
     return 0;
@@ -95,7 +97,8 @@ uint32_t PB_SpliceStuffing(void* object) {
 }
 
 uint64_t PB_GetUnAlignBytes(void* object) {
-    return object == nullptr ? UINT64_MAX : static_cast<BitPacker*>(object)->GetUnAlignBytes();
+    auto* const packer = corvane::PlainObjectOf<BitPacker>(object);
+    return packer == nullptr ? UINT64_MAX : packer->GetUnAlignBytes();
 }
 
 uint32_t PB_UpdateBytePosition(void* object, uint32_t count) {
@@ -149,9 +152,8 @@ uint32_t PB_SetSymbol(void* object, uint32_t value) {
 }
 
 uint32_t PB_GetBaseAddr(void* object) {
-    return OnPacker(object, [](BitPacker& p) {
-        return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p.Buffer()));
-    });
+    return OnPacker(object,
+                    [](BitPacker& p) { return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p.Buffer())); });
 }
 
 uint32_t PB_GetBufSize(void* object) {

@@ -186,12 +186,12 @@ void CRenderMgr::ReportFrame(const MediaFrameImpl& frame, PictureSize size) {
         resized = m_frame != nullptr && m_frameSize != size;
         dirty = m_schedule.TakeUnsent();    // what is set while the callback runs counts for the next frame
     }
-    if (settings->streamInfo == nullptr)
+    if (!settings->streamInfo)
         return;
     PictureSize shown = size;
     (void)m_run.OutputSize(shown);
     shown = m_run.RotatedSize(shown, settings->angle);
-    ReportStreamInfo(settings->streamInfo, settings->streamInfoContext, frame, previous.get(), resized, dirty, shown);
+    ReportStreamInfo(settings->streamInfo, frame, previous.get(), resized, dirty, shown);
 }
 
 PictureSize CRenderMgr::TargetSize(const PresentSettings& settings, const RendererTraits& traits,
@@ -218,14 +218,14 @@ void CRenderMgr::SendFallbackEvent() {
     if (!m_slot.TakeFallbackEvent())
         return;
     const PresentSettingsPtr settings = Settings();
-    if (settings->streamInfo != nullptr)
-        settings->streamInfo(settings->streamInfoContext, CORVANE_INFO_FALLBACK, 2, 0);
+    if (settings->streamInfo)
+        settings->streamInfo(CORVANE_INFO_FALLBACK, 2, 0);
 }
 
 void CRenderMgr::SendDecoderKind(uint32_t kind) {
     const PresentSettingsPtr settings = Settings();
-    if (settings->streamInfo != nullptr)
-        settings->streamInfo(settings->streamInfoContext, CORVANE_INFO_DECODER, kind, 0);
+    if (settings->streamInfo)
+        settings->streamInfo(CORVANE_INFO_DECODER, kind, 0);
 }
 
 void CRenderMgr::InputAudio(const FramePtr& frame, bool mix, bool show) {
@@ -298,7 +298,7 @@ CRenderMgr::Turn CRenderMgr::Await(const Turn& ended) {
     } else if (next.due.draw) {
         const std::optional<PassFlags> flags =
             m_schedule.BeginPass(next.fresh, m_settings->osdPolicy == CORVANE_TEXT_ALWAYS, m_settings->presentEnabled,
-                                 m_settings->osd != nullptr);
+                                 static_cast<bool>(m_settings->osd));
         next.due.draw = flags && m_kept.frame != nullptr;
         if (next.due.draw)
             next.pass.emplace(
@@ -388,12 +388,12 @@ bool CRenderMgr::MatchPicture(RendererId id, bool fresh) {
 }
 
 void CRenderMgr::AfterDisplay(Pass& pass) {
-    if (pass.settings.afterDisplay == nullptr)
+    if (!pass.settings.afterDisplay)
         return;
     const MediaFrameImpl& frame = *m_kept.frame;
     const AfterDisplayRecord record{0, 0, &frame.Header(), frame.PresentTime(), frame.BaseTime()};
     const PictureMailbox::ClientCall call(&m_mailbox);
-    pass.settings.afterDisplay(pass.settings.afterDisplayContext, &record);
+    pass.settings.afterDisplay(&record);
 }
 
 }    // namespace corvane

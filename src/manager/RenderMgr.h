@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <type_traits>
 #include <utility>
 
 #include "base/CallGate.h"
@@ -95,8 +96,6 @@ public:
     // watch, which connects to the window system where nothing did before; the second takes no longer than its locks.
     void SetWindow(uintptr_t window) { SetWindow(WindowWatch::Open(window, WindowWatch::Purpose::Draw)); }
     void SetWindow(WindowWatchPtr window);
-    void SetStreamInfo(CorvaneStreamInfoCallback callback, void* context);    // before the channel starts
-    void SetOsd(CorvaneOsdCallback callback, void* context);
     void SetBackground(uint32_t color) { SetField(&PresentSettings::background, color); }
     void SetPresentEnabled(bool enabled) { SetField(&PresentSettings::presentEnabled, enabled); }
     void SetFullWindow(bool on) { SetField(&PresentSettings::fullWindow, on); }
@@ -138,10 +137,22 @@ public:
     Status SetRotateOption(double angle);
     void DisableRotateFilter();
 
-    // `format`: a pixel format. Waits for a running call of the callback that it replaces.
-    void RegisterRawDataCallback(CorvanePictureCallback callback, void* context, uint32_t format);
+    // A callback that the worker calls. Before the channel starts: it waits for nothing.
+    void SetStreamInfo(const ClientCallback<CorvaneStreamInfoCallback>& callback) {
+        SetField(&PresentSettings::streamInfo, callback);
+    }
+    // A callback that the render thread calls, which counts for the next pass. Waits for the end of the pass that may
+    // call the one that it replaces; not on a thread of the library.
+    template <typename Function>
+    void SetCallback(ClientCallback<Function> PresentSettings::*which,
+                     std::type_identity_t<ClientCallback<Function>> callback) {
+        MutexLock lock(m_lock);
+        ChangeSettings([&](PresentSettings& settings) { settings.*which = callback; });
+        m_renderCalls.WaitForRunning(lock);
+    }
+    // The picture callback, which lives in the off-screen renderer. `format`: a pixel format. Waits likewise.
+    void SetPictureCallback(ClientCallback<CorvanePictureCallback> callback, uint32_t format);
     void SetRawDataCallbackSize(uint32_t width, uint32_t height);
-    void SetAfterDisplay(CorvaneAfterDisplayCallback callback, void* context);    // waits likewise
 
 private:
     class RendererTarget;
@@ -190,7 +201,7 @@ private:
         m_settings = std::move(next);
     }
     template <typename T>
-    void SetField(T PresentSettings::*field, T value) {
+    void SetField(T PresentSettings::*field, const T& value) {
         MutexLock lock(m_lock);
         ChangeSettings([&](PresentSettings& settings) { settings.*field = value; });
     }
@@ -208,7 +219,7 @@ private:
     Condition m_due;    // something is due on the render thread
     PresentSettingsPtr m_settings GUARDED_BY(m_lock);
     PassSchedule m_schedule GUARDED_BY(m_lock);
-    GateCount m_renderCalls GUARDED_BY(m_lock);    // picture and after-display callbacks
+    GateCount m_renderCalls GUARDED_BY(m_lock);    // passes that may call the client
     FramePtr m_frame GUARDED_BY(m_lock);           // last frame shown, or null
     PictureSize m_frameSize GUARDED_BY(m_lock);
     BitmapPtr m_logo GUARDED_BY(m_lock);

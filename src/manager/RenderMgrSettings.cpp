@@ -63,22 +63,6 @@ void CRenderMgr::SetWindow(WindowWatchPtr window) {
         RequestRedraw();
 }
 
-void CRenderMgr::SetStreamInfo(CorvaneStreamInfoCallback callback, void* context) {
-    MutexLock lock(m_lock);
-    ChangeSettings([&](PresentSettings& settings) {
-        settings.streamInfo = callback;
-        settings.streamInfoContext = context;
-    });
-}
-
-void CRenderMgr::SetOsd(CorvaneOsdCallback callback, void* context) {
-    MutexLock lock(m_lock);
-    ChangeSettings([&](PresentSettings& settings) {
-        settings.osd = callback;
-        settings.osdContext = context;
-    });
-}
-
 void CRenderMgr::SetMargin(uint32_t Edges::*edge, uint32_t pixels) {
     MutexLock lock(m_lock);
     ChangeSettings([&](PresentSettings& settings) { settings.margin.*edge = pixels; });
@@ -245,8 +229,8 @@ void CRenderMgr::DisableRotateFilter() {
     m_schedule.OnInformation();
 }
 
-void CRenderMgr::RegisterRawDataCallback(CorvanePictureCallback callback, void* context, uint32_t format) {
-    m_slot.Replace(std::make_shared<CPseudoRenderer>(callback, context, format));
+void CRenderMgr::SetPictureCallback(ClientCallback<CorvanePictureCallback> callback, uint32_t format) {
+    m_slot.Replace(std::make_shared<CPseudoRenderer>(callback, format));
     m_mailbox.Interrupt();
     MutexLock lock(m_lock);
     m_schedule.OnGivenUp();
@@ -256,15 +240,6 @@ void CRenderMgr::RegisterRawDataCallback(CorvanePictureCallback callback, void* 
 
 void CRenderMgr::SetRawDataCallbackSize(uint32_t width, uint32_t height) {
     SetField(&PresentSettings::rawMost, PictureSize{width, height});
-}
-
-void CRenderMgr::SetAfterDisplay(CorvaneAfterDisplayCallback callback, void* context) {
-    MutexLock lock(m_lock);
-    ChangeSettings([&](PresentSettings& settings) {
-        settings.afterDisplay = callback;
-        settings.afterDisplayContext = context;
-    });
-    m_renderCalls.WaitForRunning(lock);
 }
 
 }    // namespace corvane

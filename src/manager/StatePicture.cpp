@@ -29,7 +29,7 @@ void StatePicture::Draw(Pass& pass, const Look& look) {
         record.info.counter = look.counter;
         record.info.flags = look.flags;
         const PictureMailbox::ClientCall call(pass.mailbox);
-        record.Call(settings.osd, settings.osdContext, m_memory.View());
+        record.Call(settings.osd, m_memory.View());
     }
     if (state != WindowSink::State::Ready)
         return;

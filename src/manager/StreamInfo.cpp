@@ -7,12 +7,11 @@ namespace corvane {
 namespace {
 
 struct Sender {
-    CorvaneStreamInfoCallback callback;
-    void* context;
+    const ClientCallback<CorvaneStreamInfoCallback>& callback;
 
-    void operator()(uint32_t code, uint64_t a, uint64_t b) const { callback(context, code, a, b); }
+    void operator()(uint32_t code, uint64_t a, uint64_t b) const { callback(code, a, b); }
     void operator()(uint32_t code, uint64_t a, const void* b) const {
-        callback(context, code, a, reinterpret_cast<uint64_t>(b));
+        callback(code, a, reinterpret_cast<uint64_t>(b));
     }
 };
 
@@ -59,9 +58,9 @@ void ReportMotion(const Sender& send, const MediaFrameHeader& header) {
 
 }    // namespace
 
-void ReportStreamInfo(CorvaneStreamInfoCallback callback, void* context, const MediaFrameImpl& frame,
+void ReportStreamInfo(const ClientCallback<CorvaneStreamInfoCallback>& callback, const MediaFrameImpl& frame,
                       const MediaFrameImpl* previous, bool resized, bool dirty, PictureSize shown) {
-    const Sender send{callback, context};
+    const Sender send{callback};
     const MediaFrameHeader& header = frame.Header();
     ReportLens(send, frame, previous);
     if (dirty || (frame.IsKeyFrame() && resized))

@@ -30,14 +30,14 @@ OsdRecord::OsdRecord(const MediaFrameImpl* frame, int64_t seconds, bool local) {
     info.daylight = static_cast<uint16_t>(header.daylight);
 }
 
-void OsdRecord::Call(CorvaneOsdCallback callback, void* context, const RasterView& raster) {
-    if (callback == nullptr)
+void OsdRecord::Call(const ClientCallback<CorvaneOsdCallback>& callback, const RasterView& raster) {
+    if (!callback)
         return;
     const DrawContext drawing(raster, info.width, info.height);
     if (drawing.Get() == nullptr)
         return;
     info.deviceContext = drawing.Get();
-    callback(context, &info);
+    callback(&info);
 }
 
 void OsdRecord::CallIn(Pass& pass, const RasterView& raster) {
@@ -45,7 +45,7 @@ void OsdRecord::CallIn(Pass& pass, const RasterView& raster) {
         info.flags |= CORVANE_OSD_FRESH;
     pass.textTold = true;
     const PictureMailbox::ClientCall call(pass.mailbox);
-    Call(pass.settings.osd, pass.settings.osdContext, raster);
+    Call(pass.settings.osd, raster);
 }
 
 }    // namespace corvane

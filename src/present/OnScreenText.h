@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "base/ClientCallback.h"
 #include "corvane/corvane.h"
 #include "frame/MediaFrameImpl.h"
 #include "platform/raster/Raster.h"
@@ -32,9 +33,9 @@ public:
     OsdRecord(const OsdRecord&) = delete;
     OsdRecord& operator=(const OsdRecord&) = delete;
 
-    // Calls `callback`, where it is not null, with a new context on `raster` that is clipped to the width and height of
+    // Calls `callback`, where there is one, with a new context on `raster` that is clipped to the width and height of
     // the record. No lock may be held.
-    void Call(CorvaneOsdCallback callback, void* context, const RasterView& raster);
+    void Call(const ClientCallback<CorvaneOsdCallback>& callback, const RasterView& raster);
     // The same with the text callback of a pass. CORVANE_OSD_FRESH is set where the pass asks for it.
     void CallIn(Pass& pass, const RasterView& raster);
 

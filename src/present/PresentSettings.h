@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "base/ClientCallback.h"
 #include "base/ColourSignal.h"
 #include "base/PictureSize.h"
 #include "corvane/corvane.h"
@@ -39,13 +40,11 @@ struct PresentSettings {
     bool hasBorder = false;
     Edges border;
 
-    CorvaneOsdCallback osd = nullptr;
-    void* osdContext = nullptr;
     uint32_t osdPolicy = CORVANE_TEXT_WALL_CLOCK | CORVANE_TEXT_FRAME;
-    CorvaneStreamInfoCallback streamInfo = nullptr;
-    void* streamInfoContext = nullptr;
-    CorvaneAfterDisplayCallback afterDisplay = nullptr;
-    void* afterDisplayContext = nullptr;
+    // Callbacks. The render thread calls all but streamInfo, which the worker calls.
+    ClientCallback<CorvaneOsdCallback> osd;
+    ClientCallback<CorvaneAfterDisplayCallback> afterDisplay;
+    ClientCallback<CorvaneStreamInfoCallback> streamInfo;
 
     // The window of the overview, where it is another one than the channel's; else null. Where it is the channel's own
     // window, the whole picture is drawn over the selected part, in the same image.

@@ -323,7 +323,7 @@ Outcome CDDrawRenderer::Fail(BlitResult result) {
 
 // False where the device has no surfaces for it.
 bool CDDrawRenderer::RefreshText(Work& work) {
-    if (work.settings.fullWindow || work.settings.osd == nullptr) {
+    if (work.settings.fullWindow || !work.settings.osd) {
         m_set->FreeText();
         m_textKnown = false;
         return true;

@@ -193,7 +193,7 @@ bool CGDIRenderer::Refresh(Work& work, bool& refreshed) {
         return true;
     const Bands bands = bordered ? BandRects(work.settings, true, work.picture.width, work.picture.height)
                                  : BandRects(work.settings, false, work.client.width, work.client.height);
-    if (work.settings.osd == nullptr && std::ranges::all_of(bands, &Rect::Empty))
+    if (!work.settings.osd && std::ranges::all_of(bands, &Rect::Empty))
         return true;
     if (!EnsureOverlay(work))
         return false;

@@ -41,7 +41,7 @@ const RendererTraits& CPseudoRenderer::Traits() const {
 }
 
 Outcome CPseudoRenderer::Present(const FinishedPicture& picture, Pass& pass) {
-    if (m_callback == nullptr || !pass.settings.presentEnabled)
+    if (!m_callback || !pass.settings.presentEnabled)
         return Outcome::NotDue;
     struct tm time {};
     PseudoFrame record = Describe(picture.frame.get(), pass.flags.fresh ? kFreshInfo : 0, &time);
@@ -52,17 +52,17 @@ Outcome CPseudoRenderer::Present(const FinishedPicture& picture, Pass& pass) {
         record.size = static_cast<uint32_t>(PictureBytes(m_format, record.width, record.height));
     }
     const PictureMailbox::ClientCall call(pass.mailbox);
-    m_callback(m_context, &record);
+    m_callback(&record);
     return record.data != nullptr ? Outcome::HandedOver : Outcome::NotDue;
 }
 
 void CPseudoRenderer::NotifyAudioOnly(const MediaFrameImpl* frame, Pass& pass) {
-    if (m_callback == nullptr || !pass.settings.presentEnabled)
+    if (!m_callback || !pass.settings.presentEnabled)
         return;
     struct tm time {};
     const PseudoFrame record = Describe(frame, kAudioOnly, &time);
     const PictureMailbox::ClientCall call(pass.mailbox);
-    m_callback(m_context, &record);
+    m_callback(&record);
 }
 
 }    // namespace corvane

@@ -8,8 +8,8 @@ namespace corvane {
 class CPseudoRenderer final : public IVideoRenderer {
 public:
     // `format`: 1, 7, 8, 9 or 17 by way of the export; any format with planes or rows of our own layout works.
-    CPseudoRenderer(CorvanePictureCallback callback, void* context, uint32_t format)
-        : m_callback(callback), m_context(context), m_format(format) {}
+    CPseudoRenderer(const ClientCallback<CorvanePictureCallback>& callback, uint32_t format)
+        : m_callback(callback), m_format(format) {}
 
     const RendererTraits& Traits() const override;
     uint32_t FormatFor(uint32_t) const override { return m_format; }
@@ -21,8 +21,7 @@ public:
 
 private:
     // Constant after construction.
-    const CorvanePictureCallback m_callback;
-    void* const m_context;
+    const ClientCallback<CorvanePictureCallback> m_callback;
     const uint32_t m_format;
 
     MemoryBuffers m_buffers;    // worker

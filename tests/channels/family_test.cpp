@@ -61,8 +61,8 @@ TEST(StreamChannel, AKindBringsItsWorkerAndWhatItAdmits) {
     SteppingChannel channel;
     channel.SetFactories({.GetDecoderIsolated_QuickSync = &test::ScriptedDecoder::Make});
     EXPECT_EQ(channel.SetOption(CORVANE_OPTION_H264_DECODER, 3, 0), Status::Ok);
-    channel.Render().RegisterRawDataCallback(
-        [](void* context, const PseudoFrame*) { ++*static_cast<std::atomic<int>*>(context); }, &shown, PF_I420);
+    channel.Render().SetPictureCallback(
+        {[](void* context, const PseudoFrame*) { ++*static_cast<std::atomic<int>*>(context); }, &shown}, PF_I420);
     const std::vector<uint8_t> payload{0, 0, 1, 0x65};
     const auto feed = [&](bool key, int64_t timeMs) {
         return channel.Input(test::VideoHeader(CORVANE_STREAM_H264, payload, key, timeMs));

@@ -308,15 +308,14 @@ TEST(Pacing, KindOnceAndNoPictureTwice) {
         std::atomic<int> kinds{0}, pictures{0};
         std::atomic<uint64_t> kind{0};
     } told;
-    simulation.channel.Render().SetStreamInfo(
-        [](void* context, uint32_t code, uint64_t kind, uint64_t) {
-            auto& all = *static_cast<Told*>(context);
-            all.kinds += code == 13 ? 1 : 0;
-            all.kind = code == 13 ? kind : all.kind.load();
-        },
-        &told);
-    simulation.channel.Render().RegisterRawDataCallback(
-        [](void* context, const PseudoFrame*) { ++static_cast<Told*>(context)->pictures; }, &told, PF_I420);
+    simulation.channel.Render().SetStreamInfo({[](void* context, uint32_t code, uint64_t kind, uint64_t) {
+                                                   auto& all = *static_cast<Told*>(context);
+                                                   all.kinds += code == 13 ? 1 : 0;
+                                                   all.kind = code == 13 ? kind : all.kind.load();
+                                               },
+                                               &told});
+    simulation.channel.Render().SetPictureCallback(
+        {[](void* context, const PseudoFrame*) { ++static_cast<Told*>(context)->pictures; }, &told}, PF_I420);
     simulation.channel.SetBufferTime(400);
     simulation.Play(50);
     simulation.Play(100);

@@ -24,20 +24,20 @@ FramePtr Frame(int64_t timeMs, uint32_t width = 0, uint32_t height = 0, uint32_t
 
 // A manager without a window, a picture to show, and what its callbacks were told.
 struct RenderMgr : testing::Test {
-    RenderMgr() { manager.SetAfterDisplay(&AfterDisplay, this); }
+    RenderMgr() { manager.SetCallback(&PresentSettings::afterDisplay, {&AfterDisplay, this}); }
     void Present(const FramePtr& frame) { manager.PresentFrame(frame, picture.frame, true); }
 
     // Keeps what the off-screen callback is given: all records, and the pixels of the last.
     void KeepPictures(uint32_t format) {
-        manager.RegisterRawDataCallback(
-            [](void* context, const PseudoFrame* frame) {
-                auto& own = *static_cast<RenderMgr*>(context);
-                own.atPicture(*frame);
-                const std::lock_guard lock(own.mutex);
-                own.pictures.push_back(*frame);
-                own.pixels.assign(frame->data, frame->data + frame->size);
-            },
-            this, format);
+        manager.SetPictureCallback({[](void* context, const PseudoFrame* frame) {
+                                        auto& own = *static_cast<RenderMgr*>(context);
+                                        own.atPicture(*frame);
+                                        const std::lock_guard lock(own.mutex);
+                                        own.pictures.push_back(*frame);
+                                        own.pixels.assign(frame->data, frame->data + frame->size);
+                                    },
+                                    this},
+                                   format);
     }
     // The last record, once there are so many.
     PseudoFrame Await(size_t number) {
@@ -117,8 +117,8 @@ TEST_F(RenderMgr, FallBackTable) {
         {
             CRenderMgr scripted(&first, 0, row.flags, Clock::System(), kScripted);
             scripted.SetStreamInfo(
-                [](void*, uint32_t code, uint64_t a, uint64_t) { fallbackCodes += code == 9 && a == 2 ? 1 : 0; },
-                nullptr);
+                {[](void*, uint32_t code, uint64_t a, uint64_t) { fallbackCodes += code == 9 && a == 2 ? 1 : 0; },
+                 nullptr});
             // No renderer has such a size, so none of them is asked, and none fails.
             scripted.PresentFrame(Frame(0, 60000, 60000), picture.frame, true);
             EXPECT_EQ(first.buffers, 0);
@@ -239,7 +239,7 @@ TEST_F(RenderMgr, ASlowCallbackLosesPicturesAndNothingElse) {
 // and once; without a text callback nothing is kept for it. A redraw is one text, and so are pictures after another
 // state.
 TEST_F(RenderMgr, TextFollowsPolicyRedrawsAndFreshInformation) {
-    manager.SetOsd(&Text, this);
+    manager.SetCallback(&PresentSettings::osd, {&Text, this});
     manager.SetOsdPolicy(2);    // by the frame's second
     const auto presented = [&](const std::function<void()>& call) {
         const int before = shown;
@@ -258,8 +258,12 @@ TEST_F(RenderMgr, TextFollowsPolicyRedrawsAndFreshInformation) {
         {1080, nothing, 0},
         {2000, nothing, 1, 1},
         {3000, nothing, 1},
-        {3040, [&] { manager.Stop(false), manager.SetOsd(nullptr, nullptr); }, 0},
-        {3080, [&] { manager.SetOsd(&Text, this); }, 1},
+        {3040, [&] { manager.Stop(false), manager.SetCallback(&PresentSettings::osd, {}); }, 0},
+        {3080,
+         [&] {
+             manager.SetCallback(&PresentSettings::osd, {&Text, this});
+         },
+         1},
         {3120, [&] { EXPECT_TRUE(presented([&] { manager.RequestRedraw(); })); }, 1},
         {3160, [&] { manager.ResetToStopped(); }, 1},
         {3200, [&] { manager.SetOsdPolicy(CORVANE_TEXT_ALWAYS); }, 0},
@@ -339,7 +343,7 @@ TEST_F(RenderMgr, TakingAwayWaitsForTheRunningCall) {
     };
     Present(Frame(40));
     ASSERT_TRUE(entered.Wait());
-    manager.SetAfterDisplay(nullptr, nullptr);
+    manager.SetCallback(&PresentSettings::afterDisplay, {});
     EXPECT_EQ(shown, 1);
 }
 

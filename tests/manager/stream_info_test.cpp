@@ -72,7 +72,7 @@ TEST(StreamInfo, CodesFollowTheStepFromOneFrameToTheNext) {
     for (const auto& row : rows) {
         const FramePtr before = row.before ? Make(*row.before) : nullptr;
         std::string log;
-        ReportStreamInfo(&Note, &log, *Make(row.now), before.get(), row.state == Resized, row.state == Dirty,
+        ReportStreamInfo({&Note, &log}, *Make(row.now), before.get(), row.state == Resized, row.state == Dirty,
                          {640, 480});
         EXPECT_EQ(log, row.codes) << row.name;
     }
@@ -87,7 +87,7 @@ TEST(StreamInfo, MotionWindowsAndObjectRecords) {
     }
     header.reservedTail = uint64_t{1} << 32;
     std::string log;
-    ReportStreamInfo(&Note, &log, MediaFrameImpl(header), nullptr, false, false, {});
+    ReportStreamInfo({&Note, &log}, MediaFrameImpl(header), nullptr, false, false, {});
     EXPECT_EQ(log, "12:0 6/3 [0]10=70 [1]11=71 7:0 ");
 
     // Slots out of range are passed over, and the count never leads outside the array.
@@ -103,7 +103,7 @@ TEST(StreamInfo, MotionWindowsAndObjectRecords) {
     header.objectCount = 4;
     header.reservedTail = UINT32_MAX;    // the low half says nothing
     log.clear();
-    ReportStreamInfo(&Note, &log, MediaFrameImpl(header), nullptr, false, false, {});
+    ReportStreamInfo({&Note, &log}, MediaFrameImpl(header), nullptr, false, false, {});
     EXPECT_EQ(log, "12:0 6/16 [15]6=5 7:1 ");
 }
 

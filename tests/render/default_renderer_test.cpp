@@ -131,7 +131,7 @@ public:
 struct Stage : test::RendererHand {
     Stage() {
         settings.window = watch;
-        settings.osd = [](void*, OsdInfo*) {};
+        settings.osd = {[](void*, OsdInfo*) {}, nullptr};
     }
     ~Stage() { shown = {}; }    // before the adapter
     bool Lend(uint32_t wish = PF_I420, uint32_t width = 64) { return RendererHand::Lend(*renderer, width, 48, wish); }
@@ -254,7 +254,7 @@ TEST(DefaultRenderer, WhatFailsInAPass) {
         EXPECT_EQ(stage.Pass(), row.next);
         if (row.next == Put) {    // what the text needs goes with it
             EXPECT_EQ(stage.Alive("system") * 10 + stage.Alive("text"), 11);
-            stage.settings.osd = nullptr;
+            stage.settings.osd = {};
             (void)stage.Pass();
             EXPECT_EQ(stage.Alive("system") + stage.Alive("text"), 0);
         }

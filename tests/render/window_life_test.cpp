@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <numeric>
+#include <random>
 #include <thread>
 
 #include "base/Log.h"
@@ -25,6 +26,7 @@
 #include "render/DDrawRenderer.h"
 #include "render/GDIRenderer.h"
 #include "render/PseudoRenderer.h"
+#include "support/Client.h"
 #include "support/Latch.h"
 #include "support/Mappings.h"
 #include "support/PlainPicture.h"
@@ -77,11 +79,13 @@ constexpr uint16_t kSide = 64;    // of windows and pictures
 struct Channel {
     Channel(xcb_window_t window, uint32_t flags, RendererMakers makers = BuiltRenderers())
         : manager(this, window, flags, Clock::System(), makers) {
-        manager.SetAfterDisplay([](void* self, const AfterDisplayRecord*) { ++static_cast<Channel*>(self)->presents; },
-                                this);
-        manager.SetStreamInfo([](void* self, uint32_t code, uint64_t,
-                                 uint64_t) { static_cast<Channel*>(self)->replaced += code == 9 ? 1 : 0; },
-                              this);
+        manager.SetCallback(
+            &PresentSettings::afterDisplay,
+            {[](void* self, const AfterDisplayRecord*) { ++static_cast<Channel*>(self)->presents; }, this});
+        manager.SetStreamInfo({[](void* self, uint32_t code, uint64_t, uint64_t) {
+                                   static_cast<Channel*>(self)->replaced += code == 9 ? 1 : 0;
+                               },
+                               this});
     }
     // A picture of one grey.
     void Push(uint8_t grey, int64_t timeMs = 40) {
@@ -167,7 +171,7 @@ TEST(OffScreen, OutcomeOfAPass) {
     using enum Outcome;
     int calls = 0;
     const CorvanePictureCallback count = [](void* own, const PseudoFrame*) { ++*static_cast<int*>(own); };
-    CPseudoRenderer offScreen(count, &calls, PF_I420), toNobody(nullptr, nullptr, PF_I420);
+    CPseudoRenderer offScreen({count, &calls}, PF_I420), toNobody({}, PF_I420);
     test::RendererHand hand;
     EXPECT_TRUE(hand.Pass(offScreen) == NotDue && calls == 1) << "no picture yet";
     hand.Fill(offScreen, kSide, 0x64);
@@ -191,8 +195,8 @@ TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
     std::vector<OsdInfo> texts;
     info.background = kBlue;
     info.osdPolicy = 2 | 1;    // the wall clock stands still, and does not count to the default renderer
-    info.osd = [](void* calls, OsdInfo* text) { static_cast<std::vector<OsdInfo>*>(calls)->push_back(*text); };
-    info.osdContext = &texts;
+    info.osd = {[](void* calls, OsdInfo* text) { static_cast<std::vector<OsdInfo>*>(calls)->push_back(*text); },
+                &texts};
     passes.flags.textFresh = true;
     const bool isPlain = GetParam() != 0;
     uint32_t side = 32;    // of the picture
@@ -274,7 +278,7 @@ TEST_P(WindowLife, States) {
     Channel channel(window, GetParam());
     CRenderMgr& manager = channel.manager;
     manager.SetBackground(kBlue);
-    manager.SetOsd(&Text::Draw, &text);
+    manager.SetCallback(&PresentSettings::osd, {&Text::Draw, &text});
     manager.RequestRedraw();
     const auto frame = FrameAt(90'061'007);
     const struct {
@@ -548,17 +552,18 @@ TEST_P(WindowLife, NewsBetweenTwoStepsOfAPass) {
     news.manager = &channel.manager;
     channel.manager.SetOsdPolicy(CORVANE_TEXT_ALWAYS);
     channel.manager.SetMargin(&Edges::top, 1);    // where the plain renderer's text goes
-    channel.manager.SetOsd(
-        [](void* context, OsdInfo*) {
-            auto& own = *static_cast<Disturbance*>(context);
-            if (own.left-- <= 0)
-                return;
-            own.side = static_cast<uint16_t>(own.side == 90 ? 70 : own.side + 1);
-            own.hand.Resize(own.window, own.side, own.side);
-            EXPECT_TRUE(Eventually([&] { return own.watch->ClientSize() == WindowWatch::Size{own.side, own.side}; }));
-            own.manager->RequestRedraw();    // which the watch does a moment later
-        },
-        &news);
+    channel.manager.SetCallback(
+        &PresentSettings::osd,
+        {[](void* context, OsdInfo*) {
+             auto& own = *static_cast<Disturbance*>(context);
+             if (own.left-- <= 0)
+                 return;
+             own.side = static_cast<uint16_t>(own.side == 90 ? 70 : own.side + 1);
+             own.hand.Resize(own.window, own.side, own.side);
+             EXPECT_TRUE(Eventually([&] { return own.watch->ClientSize() == WindowWatch::Size{own.side, own.side}; }));
+             own.manager->RequestRedraw();    // which the watch does a moment later
+         },
+         &news});
     channel.Push(90, 1000);
     ASSERT_TRUE(Shows(news.window, Grey(90)));
     for (const int times : {1, 2, 3, kAlways}) {
@@ -592,7 +597,7 @@ TEST_P(WindowLife, ServerStandsStill) {
         Text text;
         auto channel = std::make_unique<Channel>(window, GetParam());
         CRenderMgr& manager = channel->manager;
-        manager.SetOsd(&Text::Draw, &text);
+        manager.SetCallback(&PresentSettings::osd, {&Text::Draw, &text});
         manager.SetOsdPolicy(2);    // by the frame's second
         channel->Push(100, 1000);
         ASSERT_TRUE(shows(100));
@@ -618,11 +623,11 @@ TEST_P(WindowLife, ServerStandsStill) {
             channel->Push(110, 2000);
             manager.SetMargin(&Edges::top, 10);
             EXPECT_EQ(manager.SetLogoBitmap(nullptr), Status::Ok);
-            manager.SetAfterDisplay(nullptr, nullptr);
+            manager.SetCallback(&PresentSettings::afterDisplay, {});
             manager.SetWindow(window + 1);
             channel->Push(112, 2002);
             manager.SetWindow(window);
-            manager.RegisterRawDataCallback(nullptr, nullptr, PF_BGRA32);
+            manager.SetPictureCallback({}, PF_BGRA32);
             channel = nullptr;
         }));
     }
@@ -692,15 +697,14 @@ TEST_P(WindowLife, CounterOfAWait) {
     Ticks clock;
     std::atomic<uint32_t> seen{1};    // of this wait; 0 with any other text
     CRenderMgr manager(this, m_client.Create({.mapped = false}), GetParam(), clock);
-    manager.SetOsd(
-        [](void* own, OsdInfo* info) {
-            auto& steps = *static_cast<std::atomic<uint32_t>*>(own);
-            const bool waits = (info->flags & CORVANE_OSD_WAITING) != 0;
-            if (waits)
-                EXPECT_EQ(info->counter, steps % 10);
-            steps = waits ? steps + 1 : 0;
-        },
-        &seen);
+    manager.SetCallback(&PresentSettings::osd, {[](void* own, OsdInfo* info) {
+                                                    auto& steps = *static_cast<std::atomic<uint32_t>*>(own);
+                                                    const bool waits = (info->flags & CORVANE_OSD_WAITING) != 0;
+                                                    if (waits)
+                                                        EXPECT_EQ(info->counter, steps % 10);
+                                                    steps = waits ? steps + 1 : 0;
+                                                },
+                                                &seen});
     for (const uint32_t length : {25u, 3u}) {
         manager.ResetToStopped();
         ASSERT_TRUE(Eventually([&] { return seen == 0; }));    // what waited has ended
@@ -716,14 +720,15 @@ TEST_P(WindowLife, BandsDoNotFlicker) {
         const xcb_window_t window = m_client.Create({.x = 10, .y = 10, .width = 160, .height = 120});
         Channel channel(window, GetParam() | flags);
         CRenderMgr& manager = channel.manager;
-        manager.SetOsd(
-            [](void* count, OsdInfo* info) {
-                const uint32_t call = ++*static_cast<std::atomic<uint32_t>*>(count);
-                cairo_set_source_rgb(info->deviceContext, call * 37 % 256 / 255.0, call * 91 % 256 / 255.0,
+        manager.SetCallback(&PresentSettings::osd,
+                            {[](void* count, OsdInfo* info) {
+                                 const uint32_t call = ++*static_cast<std::atomic<uint32_t>*>(count);
+                                 cairo_set_source_rgb(
+                                     info->deviceContext, call * 37 % 256 / 255.0, call * 91 % 256 / 255.0,
                                      (info->flags & CORVANE_OSD_STOPPED) == 0);    // blue: a picture was put
-                cairo_paint(info->deviceContext);
-            },
-            &texts);
+                                 cairo_paint(info->deviceContext);
+                             },
+                             &texts});
         manager.SetMargin(&Edges::top, 20);
         manager.SetMargin(&Edges::left, 15);
         channel.Push(1, 1000);
@@ -743,6 +748,100 @@ TEST_P(WindowLife, BandsDoNotFlicker) {
             EXPECT_EQ(others, 0);
         }
     }
+}
+
+// Redraws, windows, settings and callbacks change at random while pictures replace each other in the mailbox. Every
+// picture is counted, nothing stays lent, and what comes after is shown as the last settings say.
+TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
+    const xcb_window_t windows[] = {Window(), Window(100), 0};
+    test::PlainPicture large(120, 90, 100), small(40, 30, 120), own(kSide, kSide, 140);    // they outlive references
+    large.Share();
+    small.Share();
+    constexpr uint64_t kPictures = 1500;
+    {
+        Channel channel(windows[0], GetParam());
+        CRenderMgr& manager = channel.manager;
+        std::atomic<bool> done{false};
+        std::thread worker([&] {
+            std::mt19937 random(1);
+            const test::PlainPicture* const pictures[] = {&large, &small, &own};
+            for (uint64_t i = 0; i < kPictures; ++i) {
+                manager.PresentFrame(FrameAt(static_cast<int64_t>(40 * i)), pictures[random() % 3]->frame,
+                                     random() % 4 == 0);
+                if (random() % 8 == 0)
+                    std::this_thread::sleep_for(std::chrono::milliseconds(random() % 4));
+            }
+            done = true;
+        });
+        std::thread host([&] {
+            std::mt19937 random(2);
+            test::XClient client(m_server.Display());
+            while (!done) {
+                const xcb_window_t window = windows[random() % 2];
+                const auto side = static_cast<uint16_t>(1 + random() % 150);
+                const std::function<void()> changes[] = {
+                    [&] { client.Resize(window, side, kSide); }, [&] { client.Expose(window); },
+                    [&] { client.Move(window, static_cast<int16_t>(side), 0); },
+                    [&] { random() % 2 == 0 ? client.Unmap(window) : client.Map(window); }};
+                changes[random() % std::size(changes)]();
+            }
+        });
+        std::mt19937 random(3);
+        const CorvaneOsdCallback text = [](void*, OsdInfo*) {};
+        const CorvanePictureCallback nothing = [](void*, const PseudoFrame*) {};
+        while (!done) {
+            const auto value = static_cast<uint32_t>(random() % 8);
+            DisplayArea area{};
+            area.overviewIsWindow = 1;
+            area.overviewEnabled = area.zoomEnabled = value % 2;
+            area.overview.window = windows[value / 4];
+            area.zoom = {{0, 0, 20, 20}};
+            Raster grabbed;
+            const std::function<void()> changes[] = {
+                [&] { manager.SetWindow(windows[value % 3]); },
+                [&] { manager.RequestRedraw(); },
+                [&] { EXPECT_EQ(manager.SetDisplayArea(area, 1 | 4 | 16 | 32), Status::Ok); },
+                [&] { manager.SetMargin(&Edges::top, value); },
+                [&] { manager.SetFullWindow(value % 2 != 0); },
+                [&] { manager.SetOsd(value % 2 != 0 ? text : nullptr, nullptr); },
+                [&] { manager.SetPresentEnabled(value != 0); },
+                [&] { manager.SetDeinterlace(value % 2 != 0); },
+                [&] { manager.SetSignalledColours(value % 2 != 0); },
+                [&] { value % 2 != 0 ? (void)manager.EnableRotateFilter(30) : manager.DisableRotateFilter(); },
+                [&] { value == 0 ? manager.Stop(true) : manager.ShowTimeOnly(FrameAt(40)); },
+                [&] { (void)manager.GrabWindow(grabbed); },
+            };
+            changes[random() % std::size(changes)]();
+        }
+        worker.join();
+        host.join();
+        manager.DisableRotateFilter();
+        manager.SetPresentEnabled(true);
+        manager.SetMargin(&Edges::top, 0);
+        EXPECT_EQ(manager.SetDisplayArea(DisplayArea{}, CORVANE_AREA_ZOOM_ENABLED | CORVANE_AREA_OVERVIEW_ENABLED),
+                  Status::Ok);
+        m_client.Map(windows[0]);
+        m_client.Resize(windows[0], kSide, kSide);
+        m_client.Move(windows[0], 10, 10);
+        m_client.Unmap(windows[1]);
+        manager.SetWindow(windows[0]);
+        uint64_t pictures = kPictures;
+        EXPECT_TRUE(Eventually([&] {    // another monitor may have cost a picture
+            channel.Push(77, 1'000'000);
+            ++pictures;
+            return Pixel(windows[0], 40, 40) == Grey(77);
+        }));
+        manager.RegisterRawDataCallback(nothing, nullptr, PF_I420);    // the other renderer's buffers go
+        EXPECT_TRUE(channel.GoesOn(78));
+        manager.End();
+        ChannelStatistics counted{};
+        counted.recordSize = sizeof counted;
+        manager.Counters().Fill(counted);
+        counted.framesTaken = counted.picturesDecoded = pictures + 1;    // the manager counts neither
+        test::ExpectSums(counted);
+        EXPECT_GT(std::min(counted.picturesReplaced, counted.picturesPut), 0u);
+    }
+    EXPECT_EQ(large.references + small.references, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Renderers, WindowLife, testing::Values(0u, uint32_t{CORVANE_FLAG_GDI}),

@@ -214,7 +214,7 @@ TEST(WindowPictures, EveryWayWithEverySetting) {
             client.Fill(window, {0, 0, 999, 999}, 0x00808080);
             client.Fill(second, {0, 0, 999, 999}, 0x00808080);
             CRenderMgr manager(this, window, way.flags);
-            manager.SetOsd(&DrawText, nullptr);
+            manager.SetCallback(&PresentSettings::osd, {&DrawText, nullptr});
             manager.SetBackground(kBackground);
             manager.SetSignalledColours(way.signalled);
             for (uint32_t Edges::*edge : {&Edges::left, &Edges::right, &Edges::top, &Edges::bottom})

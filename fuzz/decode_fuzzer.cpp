@@ -3,7 +3,7 @@
 //   byte 0   bits 0-2 codec, bits 3-4 threads less one, bit 5 backward play, bit 6 all frames are key frames
 //   byte 1   bits 0-2 audio channels less one; bit 7: cut at every 64 bytes and not at stated lengths
 //
-// Then frames, each behind two bytes: 15 bits of length, and the high bit set for a key frame.
+// Then frames, each after two bytes: 15 bits of length, and the high bit set for a key frame.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -29,7 +29,7 @@ void Require(bool holds) {
         std::abort();
 }
 
-// The ends of the rows of the current picture: what stands there is where a wrong size would show.
+// Reads the ends of the rows of the current picture, where a wrong size is an access out of bounds.
 void ReadPicture(const DecodedFrame& frame) {
     uint32_t sum = 0;
     for (int plane = 0; plane < 3; ++plane) {

@@ -127,7 +127,7 @@ bool AccessUnitAssembler::Completes(const MediaFrameImpl& frame) {
     return !m_backward && m_first != nullptr && CompletesFirst(PartOf(frame));
 }
 
-// What does not fit is dropped: first frames other than parameter sets, then the oldest sets.
+// Where the bound is reached, frames other than parameter sets are dropped first, then the sets that wait.
 void AccessUnitAssembler::Keep(const MediaFrameImpl& frame, bool parameterSets) {
     const auto fits = [&] {
         size_t sum = frame.PayloadSize();
@@ -219,7 +219,7 @@ void AccessUnitAssembler::AddBackward(const FramePtr& frame) {
 }
 
 // Whether `frame` has a picture of the next older GOP. An H.264 stream of which no parameter set was seen does not
-// tell its fields, nor can it be decoded: what is kept waits for parameter sets.
+// reveal its fields, nor can it be decoded: the frames wait for parameter sets.
 bool AccessUnitAssembler::EndsGop(const MediaFrameImpl& frame, const Part& part) {
     return m_gop.begins && !part.noPicture && (m_hasSets || frame.Header().streamType != CORVANE_STREAM_H264) &&
            !PrecedesOldest(part);
@@ -234,7 +234,7 @@ bool AccessUnitAssembler::PrecedesOldest(const Part& part) {
     return AreOneFrame(part, oldest) && (part.reference || !oldest.reference);
 }
 
-// Frames that are dropped are the newest: what remains can still be decoded when its key frame arrives.
+// Dropped frames are the newest of their GOP: older ones can still be decoded when the key frame arrives.
 void AccessUnitAssembler::Collect(const FramePtr& frame, const Part& part) {
     const uint64_t bytes = frame->MemoryBytes();
     if (m_gop.frames.size() >= limits::kMaxGopFrames || m_gop.bytes + bytes > limits::kMaxGopBytes) {
@@ -250,7 +250,7 @@ void AccessUnitAssembler::Collect(const FramePtr& frame, const Part& part) {
 }
 
 void AccessUnitAssembler::EndGop() {
-    // What waits since the end of another GOP was followed by no picture of that one.
+    // Frames that wait since the end of another GOP were followed by no picture of it.
     m_waiting.clear();
     m_lone += m_first != nullptr ? 1 : 0;
     m_first = nullptr;

@@ -14,7 +14,7 @@ uint32_t BigEndian16(const uint8_t* bytes) {
     return uint32_t{bytes[0]} << 8 | bytes[1];
 }
 
-// Each half counts on its own; letters other than the known ones leave their mark.
+// Each half counts on its own; an unknown letter does not change its mark.
 void ReadText(const uint8_t* text, FieldMarks& marks) {
     if (text[0] != 'F' || text[2] != '_' || std::memcmp(text + 5, " Mode", 5) != 0)
         return;

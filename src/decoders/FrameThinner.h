@@ -1,5 +1,5 @@
-// Tells which frames of a stream with temporal layers may be dropped before decoding. Used by one worker thread for one
-// run of its channel.
+// Decides which frames of a stream with temporal layers may be dropped before decoding. Used by one worker thread for
+// one run of its channel.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// The few headers of ITU-T H.264, clause 7.3, that tell the place of a picture in its stream. Names are the standard's.
+// The headers of ITU-T H.264, clause 7.3, that state the place of a picture in its stream. Names are the standard's.
 #pragma once
 
 #include <array>
@@ -55,7 +55,7 @@ struct SliceHeader {
 // range.
 SequenceParameterSet ReadSps(RbspReader& reader, uint32_t& seq_parameter_set_id);
 
-// The parameter sets of a stream, and the parsers that need them. No set is replaced by one that raises.
+// The parameter sets of a stream, and the parsers that need them. A set whose parsing raises replaces none.
 class ParameterSets {
 public:
     // The set that was read, which stays until another takes its place.

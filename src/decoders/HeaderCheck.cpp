@@ -14,8 +14,8 @@ namespace {
 
 static_assert(kMaxCodedPixels > limits::kMaxPicturePixels);
 
-// The bounds beyond which libavutil prints a line: its own limit of pixels, and INT32_MAX bytes for a picture of eight
-// bytes a pixel with a margin on each side.
+// Libavutil prints a line above these bounds: its own limit of pixels, and INT32_MAX bytes for a picture of eight bytes
+// a pixel with a margin on each side.
 HeaderVerdict CheckSize(uint64_t width, uint64_t height) {
     const bool valid = width > 0 && height > 0 && width <= kMaxCodedPixels && height <= kMaxCodedPixels &&
                        width * height <= kMaxCodedPixels && (width * 8 + 1024) * (height + 128) < INT32_MAX;

@@ -31,7 +31,7 @@ bool IsH264Profile(unsigned profile_idc) {
     return std::find(std::begin(kProfiles), std::end(kProfiles), profile_idc) != std::end(kProfiles);
 }
 
-// What the bytes after the start codes of a payload would be in each format that has start codes.
+// The meaning of the bytes after the start codes of a payload in each format that has start codes.
 struct Signs {
     bool h264 = false;           // a slice, or a sequence parameter set of a known profile
     bool h265 = false;           // both a video and a sequence parameter set, or a trailing picture

@@ -15,9 +15,9 @@ namespace {
 constexpr uint32_t kKindCuvid = 1;
 constexpr uint32_t kKindDxva2 = 2;
 constexpr uint32_t kKindQuickSync = 3;
-constexpr uint32_t kMostThreads = 32;        // that any decoder makes use of
+constexpr uint32_t kMostThreads = 32;        // that any decoder uses
 constexpr uint32_t kMostReordered = 16;      // pictures that any of the standards lets a decoder hold for their order
-constexpr uint32_t kUsuallyReordered = 5;    // at most, by what encoders make
+constexpr uint32_t kUsuallyReordered = 5;    // at most, in streams of usual encoders
 
 uint32_t ThreadCount(uint32_t asked, uint32_t width, uint32_t height) {
     if (asked != 0)
@@ -201,13 +201,13 @@ bool VideoDecoderHolder::FallBack(const MediaFrameImpl& frame) {
     if (!MakeSoftware(m_codec, threads))
         return false;
     m_inFlight.clear();
-    m_lastGot = 0;    // no picture of the new decoder is out: nothing to take from m_inFlight for the first one
+    m_lastGot = 0;    // the new decoder has given no picture, so its first one takes nothing from m_inFlight
     m_threads = threads;
     m_activeKind = 0;
     return true;
 }
 
-// Negative also for an exception and for a picture that cannot be.
+// Negative also for an exception and for an impossible picture.
 int32_t VideoDecoderHolder::CallDecoder(const EncodedUnit& unit, uint32_t* got, DecodedFrame* picture) noexcept {
     try {
         const int32_t result = m_decoder->DecodeVideo(picture, got, &unit);
@@ -223,8 +223,8 @@ int32_t VideoDecoderHolder::CallDecoder(const EncodedUnit& unit, uint32_t* got, 
     }
 }
 
-// The holder's own reference on what was decoded; without one where the decoder does not share it. Plug-ins and
-// placeholders say nothing of colours: theirs count as full-range BT.601.
+// The holder's own reference on the decoded picture; none where the decoder does not share it. Plug-ins and
+// placeholders signal no colours: theirs count as full-range BT.601.
 SharedPicture VideoDecoderHolder::TakeReference(const DecodedFrame& decoded, uint32_t got) noexcept {
     constexpr uint32_t kCanBeShared = 2;    // *got of its decode
     constexpr int32_t kVersion = 2;
@@ -321,7 +321,7 @@ int32_t VideoDecoderHolder::DecodeUnit(const AccessUnitAssembler::Unit& unit, ui
     return 0;
 }
 
-// Takes out the unit that the software decoder is done with without a picture.
+// Removes the unit that the software decoder has finished without a picture.
 void VideoDecoderHolder::RemoveEnded() {
     const std::optional<uint32_t> since = m_software != nullptr ? m_software->UnitsSinceEnded() : std::nullopt;
     if (since && *since < m_inFlight.size())
@@ -335,7 +335,7 @@ size_t VideoDecoderHolder::MostInFlight() const {
 // After a call that succeeded and gave no picture.
 DecodeOutcome VideoDecoderHolder::OutcomeOfSilence() const {
     if (m_software == nullptr)
-        return DecodeOutcome::HeldBack;    // a plug-in does not say more
+        return DecodeOutcome::HeldBack;    // a plug-in reports no more
     switch (m_software->LastEnd()) {
     case UnitEnd::Taken:
         return DecodeOutcome::HeldBack;

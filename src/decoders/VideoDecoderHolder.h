@@ -1,4 +1,4 @@
-// Picks, replaces and feeds the video decoder of one channel, and knows which input frame a picture came from.
+// Chooses, replaces and feeds the video decoder of one channel, and pairs each picture with its input frame.
 //
 // Threads: the setters may be called from any thread and never wait for a decode. Everything else is used by one thread
 // at a time, under the channel's decoder lock; CurrentFrame, ShareCurrent, CurrentInput and ActiveKind by several while
@@ -26,7 +26,7 @@ public:
     VideoDecoderHolder(const VideoDecoderHolder&) = delete;
     VideoDecoderHolder& operator=(const VideoDecoderHolder&) = delete;
 
-    // What the next decoder made will use. Kinds: 0 software, 1 CUVID, 2 DXVA2, 3 QuickSync. Threads: 0 for automatic.
+    // Settings of the next decoder. Kinds: 0 software, 1 CUVID, 2 DXVA2, 3 QuickSync. Threads: 0 for automatic.
     void SetH264Kind(uint32_t kind) { Set(&Settings::h264Kind, kind); }
     void SetMpeg4Kind(uint32_t kind) { Set(&Settings::mpeg4Kind, kind); }
     void SetHevcKind(uint32_t kind) { Set(&Settings::hevcKind, kind); }
@@ -35,21 +35,21 @@ public:
     void SetFallbackAllowed(bool allowed) { Set(&Settings::fallbackAllowed, allowed); }
     void SetFactories(const DecoderFactories& factories) { Set(&Settings::factories, factories); }
 
-    // Makes or replaces the decoder where `frame` asks for it, and decodes what AccessUnitAssembler does not keep for
-    // later. 0, with *got 0 when this call brought no picture; -1 when there is no decoder (until the next key frame,
-    // in forward play) or it failed. Raises std::bad_alloc.
+    // Makes or replaces the decoder where `frame` requires it, and decodes the unit that `frame` completes, if any. 0,
+    // with *got 0 when this call gave no picture; -1 when there is no decoder (until the next key frame, in forward
+    // play) or it failed. Raises std::bad_alloc.
     int32_t Decode(const FramePtr& frame, uint32_t* got);
 
-    // What the last Decode came to; Failed also where it raised.
+    // The outcome of the last Decode; Failed also where it raised.
     DecodeOutcome LastOutcome() const { return m_outcome; }
 
-    // Whether `frame` is the second field of a picture whose first came alone and waits. Raises std::bad_alloc.
+    // Whether `frame` is the second field of a picture whose first field waits. Raises std::bad_alloc.
     bool Completes(const MediaFrameImpl& frame) { return m_units.Completes(frame); }
 
     // Index of the display adapter that shows the window; a decoder that was made for another one is dropped.
     void SetAdapter(uint32_t adapter);
 
-    // Drops the decoder and all that is on its way through it.
+    // Drops the decoder and all units in it.
     void Reset(bool backward);
 
     // The current picture, valid until the next Decode, SetAdapter or Reset; all zero when there is none.
@@ -64,7 +64,7 @@ public:
     // Hardware kind of the current decoder, 0 when it is software or there is none.
     uint32_t ActiveKind() const { return m_activeKind; }
 
-    // Threads that the current decoder decodes on; 1 for a plug-in, which does not say; 0 when there is no decoder.
+    // Threads of the current decoder; 1 for a plug-in, which does not report them; 0 when there is no decoder.
     uint32_t ThreadsInUse() const;
 
     // The input that the current picture came from; false when there is no picture.

@@ -80,12 +80,12 @@ TEST(AccessUnitAssembler, FieldsBecomePictures) {
         }
 }
 
-// Letters are frames: P a picture; S parameter sets, s large ones; E to H what holds no picture, L a large one, X one
-// that is too large to be kept; U what is not known. The units that come of them, each in brackets.
+// Letters are frames: P a picture; S parameter sets, s large ones; E to H frames without a picture, L a large one, X one
+// that is too large to be kept; U an unknown type. `units`: the resulting units, each in brackets.
 TEST(AccessUnitAssembler, WhatHoldsNoPictureWaits) {
     const struct {
         uint32_t streamType;
-        std::string codes;    // behind the start codes of P, S, E, F, G, H
+        std::string codes;    // the bytes after the start codes of P, S, E, F, G, H
         const char *frames, *units;
     } rows[] = {
         {CORVANE_STREAM_H264, "\x41\x67\x06\x09\x0C\x0A", "EPFSPGHPP", "[EP][FSP][GHP][P]"},
@@ -137,7 +137,7 @@ Bytes HeaderOf(char letter, char frameNum) {
     return w.Unit({static_cast<uint8_t>(idr ? 0x65 : isOf("mn") ? 0x01 : 0x61)});
 }
 
-// Slices as HeaderOf names them. Of how many each unit of the result is.
+// Slices as HeaderOf names them, and the number of slices in each resulting unit.
 TEST(AccessUnitAssembler, WhichFieldsBelongTogether) {
     const char* const rows[][2] = {{"t3b3", "2"}, {"b3t3", "2"}, {"I0b0", "2"},   {"t0J0", ""},   {"t3t3", ""},
                                    {"t3b4", ""},  {"t3B3", "2"}, {"t3f3b3", "1"}, {"t3b3b3", "2"}};
@@ -218,7 +218,7 @@ TEST(AccessUnitAssembler, BackwardGivesTheSameUnits) {
         {"ksf0 kf1 ksf0", "[ksf0][kf1][ksf0]", "1020"},
         {"ksf0 f1 kE f2", "[ksf0][f1][kE f2]", "00003"},
         {"S kI0 E kb0 t1 b1 S kI0 kb0", "[S kI0 E kb0][t1 b1][S kI0 kb0]", "0001000002"},
-        // Where the directions differ: single fields, and what first comes by itself, after its unit was complete.
+        // Where the directions differ: single fields, and the first frame without a picture, whose unit was complete.
         {"ksI0 ksI0 ksI0 ksI0 ksI0", "", "001110"},
         {"ksf0 E ksf0", "", "1001"},
         {"ksf0 f1 ksf0 ksf0", "[ksf0][f1][ksf0][ksf0]", "11020"},
@@ -264,7 +264,7 @@ TEST(AccessUnitAssembler, BackwardGivesTheSameUnits) {
     }
 }
 
-// What real encoders make, with all that precedes a picture in frames of their own: the units are the packets.
+// Streams of real encoders, with all that precedes a picture in frames of its own: the units are the packets.
 TEST(AccessUnitAssembler, BackwardRestoresRealPackets) {
     for (VideoSpec spec : {VideoSpec{.interlaced = true}, VideoSpec{.streamType = kH265, .bFrames = 2},
                            VideoSpec{.streamType = kMpeg4, .interlaced = true}, VideoSpec{.openGop = true}}) {
@@ -297,7 +297,7 @@ TEST(AccessUnitAssembler, BackwardRestoresRealPackets) {
     }
 }
 
-// Frames that no key frame follows are dropped, the newest first, and what is older than they are is not.
+// Frames that no key frame follows are dropped, the newest ones, and older ones are kept.
 TEST(AccessUnitAssembler, BackwardKeepsNoMoreThanItsBounds) {
     const auto slice = [](size_t size) {
         Bytes bytes = HeaderOf('f', '1');

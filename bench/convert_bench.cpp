@@ -126,11 +126,11 @@ std::vector<Conversion> RgbConversions() {
     list.push_back({"I420 to 24 bit", "ring 0.60 warm 0.40; avx2 0.80", Rgb(PF_BGR24, false), peers24});
     list.push_back({"I420 to 24 bit, bottom-up", "0.45", Rgb(PF_BGR24, true), flip24});
     list.push_back({"I420 to 32 bit", "ring 0.90 warm 0.60; avx2 1.05", Rgb(PF_BGRA32, false), peers32});
-    // For who does not read them next, as windows get theirs.
+    // For pixels that nobody reads next, as those of windows.
     list.push_back({"24 bit, past the cache", "ring 0.60", Rgb(PF_BGR24, false, true), peers24});
     list.push_back({"24 bit bottom-up, past the cache", "ring 0.45", Rgb(PF_BGR24, true, true), flip24});
     list.push_back({"32 bit, past the cache", "ring 0.90", Rgb(PF_BGRA32, false, true), peers32});
-    // By what a stream signals.
+    // By the colours that a stream signals.
     constexpr corvane::ColourSignal kBt709{corvane::ColourSignal::Matrix::Bt709, false};
     const auto h24 = Yuv3(libyuv::I420ToRGB24, kWidth * 3);
     const auto h32 = Yuv3(libyuv::H420ToARGB, kWidth * 4);

@@ -1,6 +1,6 @@
-// The chain's own filters beside what they stand for: smoothing beside a copy of the same planes, resizing beside
-// libswscale called directly, rotation by whole quarters beside libyuv, by other angles beside what libswscale takes to
-// scale to the size of the turned picture. Planar 4:2:0 pictures; "ring": more of them in turn than fit the cache;
+// The chain's own filters beside their peers: smoothing beside a copy of the same planes, resizing beside libswscale
+// called directly, rotation by whole quarters beside libyuv, by other angles beside libswscale's scaling to the size of
+// the rotated picture. Planar 4:2:0 pictures; "ring": more of them in turn than fit the cache;
 // "warm": one.
 //
 //   filter_bench [rounds] [best | avx2 | sse4 | scalar] [part of a name]
@@ -37,7 +37,7 @@ using QMRX::Filter::Picture;
 
 constexpr uint32_t kMostWidth = 1920;
 constexpr uint32_t kMostHeight = 1080;
-constexpr uint32_t kMostTurned = 2240;    // a side of the box around a turned one
+constexpr uint32_t kMostTurned = 2240;    // a side of the box around a rotated one
 constexpr int kRing = 8;
 
 struct Buffers {
@@ -107,7 +107,7 @@ std::function<void(const Buffers&)> Scaling(Size from, Size to, int flag) {
     };
 }
 
-// The filter turns what lies in its own buffer, so there is one for each picture of the ring.
+// The filter rotates the picture in its own buffer, so there is one filter for each picture of the ring.
 Job Turning(Size from, int angle) {
     using Filters = std::map<const uint8_t*, std::unique_ptr<corvane::RotateFilter>>;
     const Size to = corvane::RotateFilter(angle).OutputSize(from);

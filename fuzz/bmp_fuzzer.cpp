@@ -1,4 +1,4 @@
-// Decodes the input as a BMP file; what comes out is written as one and must come back the same.
+// Decodes the input as a BMP file, writes the picture as another one, and compares the picture read from that.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -10,7 +10,7 @@ namespace {
 
 using namespace corvane;
 
-// Headers may ask for a quarter of a gigabyte of black: such inputs find nothing more and take longer.
+// Headers may ask for a quarter of a gigabyte of black; such inputs take longer and find nothing more.
 bool Small(const uint8_t* data, size_t size) {
     if (size < 26)
         return true;

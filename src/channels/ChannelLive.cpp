@@ -7,7 +7,7 @@ namespace corvane {
 namespace {
 
 constexpr int64_t kNsPerMs = 1'000'000;
-constexpr int64_t kBufferingTick = 500 * kNsPerMs;    // how long the worker sleeps at most while the queue fills
+constexpr int64_t kBufferingTick = 500 * kNsPerMs;    // the worker's longest sleep while the queue fills
 constexpr int64_t kSkipLateness = -499;               // ms: later than this, queued time is dropped
 constexpr uint32_t kOverForSpeed = 16;                // pops over the buffer time before the worker plays faster
 constexpr float kCatchUpRate = 1.2f;

@@ -284,9 +284,9 @@ TEST(Stills, LogoOfAStoppedChannel) {
     EXPECT_EQ(Corvane_GetCurrentSnapShot(client.channel, &picture, kNumbered | 7 << 16), Status_Failed) << "waiting";
 }
 
-// What no stream of a live channel brings: pictures of two planes, and placeholders.
+// Pictures that no stream of a live channel brings: of two planes, and placeholders.
 TEST(Stills, PairsAndPlaceholders) {
-    uint8_t pixels[16 * 12];    // each tells its place; colour in pairs
+    uint8_t pixels[16 * 12];    // the value is the place; colour in pairs
     std::iota(std::begin(pixels), std::end(pixels), uint8_t{0});
     test::ScriptedDecoder::picture = [&](const EncodedUnit&) {
         return DecodedFrame{{pixels, pixels + 16 * 8, nullptr}, {16, 16, 0}, 16, 8, nullptr, nullptr, nullptr, {}};
@@ -358,7 +358,7 @@ TEST(Stills, BesideTheStream) {
         Corvane_SetChannelOption(client.channel, 56, 0, 0);
         Corvane_SetChannelOption(client.channel, value % 2 == 0 ? 17 : 57, value % 4, 0);
         ++value;
-        const std::vector<int> stamps = client.Stamps();    // a worker that comes late drops others
+        const std::vector<int> stamps = client.Stamps();    // a late worker drops others
         return taken > 30 && !stamps.empty() && stamps.back() == 59;
     }));
     EXPECT_TRUE(std::ranges::is_sorted(client.Stamps()));

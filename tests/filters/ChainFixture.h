@@ -23,8 +23,8 @@ using QMRX::Filter::Picture;
 
 // A picture with memory of its own, zeros at first, laid out as the library lays out what it allocates.
 struct Image {
-    Image(uint32_t imageWidth, uint32_t imageHeight, uint32_t image_format)
-        : width(imageWidth), height(imageHeight), format(image_format) {
+    Image(uint32_t imageWidth, uint32_t imageHeight, uint32_t imageFormat)
+        : width(imageWidth), height(imageHeight), format(imageFormat) {
         if (!memory.Allocate(PictureBytes(format, width, height)))
             throw std::bad_alloc();
         view = LayOut(memory.Data(), RowBytes(format, width), {width, height}, format);
@@ -89,12 +89,12 @@ struct Decoded {
     Picture picture{};
 };
 
-inline FramePtr VideoFrame(bool lens = false, uint64_t first_lens_value = 1) {
+inline FramePtr VideoFrame(bool lens = false, uint64_t firstLensValue = 1) {
     const FramePtr frame = MakeFrame(CORVANE_STREAM_H264, {}, true, 0);
-    LensRecord lens_record;
-    lens_record.values[0] = first_lens_value;
+    LensRecord lensRecord;
+    lensRecord.values[0] = firstLensValue;
     if (lens)
-        frame->SetLensRecord(lens_record);
+        frame->SetLensRecord(lensRecord);
     return frame;
 }
 
@@ -102,7 +102,7 @@ inline FramePtr VideoFrame(bool lens = false, uint64_t first_lens_value = 1) {
 inline TessaroControl* Tessaro() {
     static Library library;
     [[maybe_unused]] static const bool open = library.Open("Tessaro.so");
-    return library.Find<TessaroControl>("tessaro_control");
+    return library.Find<TessaroControl>("tessaroControl");
 }
 
 }    // namespace corvane::test

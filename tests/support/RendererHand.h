@@ -11,7 +11,7 @@
 namespace corvane::test {
 
 struct RendererHand {
-    // Lends a buffer, which is what the next pass shows. False where there is none.
+    // Lends a buffer, which the next pass shows. False where there is none.
     bool Lend(IVideoRenderer& renderer, uint32_t width, uint32_t height, uint32_t wish = PF_I420) {
         LentBuffer lent = renderer.Lend({width, height}, wish);
         if (!lent)

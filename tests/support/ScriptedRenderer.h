@@ -10,7 +10,7 @@
 
 namespace corvane::test {
 
-// What happens to the renderers of one script, and what they do.
+// The record of the renderers of one script, and their behaviour.
 struct RendererScript {
     RendererTraits traits{.name = "DirectDraw",
                           .needsWindow = true,

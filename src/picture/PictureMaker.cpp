@@ -139,7 +139,8 @@ public:
 
 private:
     uint32_t m_quality = 0;
-    uint32_t m_outputBytes = 0;    // of the last output with its prefix; the prefix alone after a failure
+    uint32_t m_outputBytes =
+        0;    // bytes of the last output with its prefix; those of the prefix alone after a failure
 };
 
 enum class Kind : uint8_t { Raw, Bmp, Jpeg };

@@ -18,11 +18,11 @@ using QMRX::Filter::Picture;
 
 namespace {
 
-// What a step comes to, beside a negative failure.
+// The results of a step; a failure is negative.
 constexpr int32_t kGoOn = 0;
 constexpr int32_t kReachedDestination = 1;
 
-// A picture with its own memory, which it keeps as long as size and format of what it holds do not change.
+// A picture with its own memory, which is kept while size and format stay the same.
 class ScratchPicture {
 public:
     // False when there is no memory or the size is beyond the limits.
@@ -33,7 +33,7 @@ public:
             return true;
         if (!fits) {
             const uint64_t size = PictureBytes(PF_I420, width, height);
-            // One more chroma row: a kernel that completes an odd height reads the half row behind the last V row.
+            // One more chroma row: YUVToRGB16 reads the chroma of an odd last row after the last V row.
             if (size == 0 || !m_memory.Allocate(size + stride)) {
                 Free();
                 return false;
@@ -77,7 +77,7 @@ bool IsReadable(const ConstPictureView& picture) {
            std::ranges::all_of(picture.stride, [](ptrdiff_t stride) { return std::in_range<int32_t>(stride); });
 }
 
-// One picture on its way through the chain.
+// The state of one run.
 struct Passage {
     const ChainSettings& settings;
     const MediaFrameImpl& frame;
@@ -87,9 +87,9 @@ struct Passage {
     Picture destination{};    // of (targetWidth, targetHeight)
     uint32_t targetWidth = 0;
     uint32_t targetHeight = 0;
-    uint32_t dewarpedWidth = 0;    // asked once, so that a changed answer cannot upset the count of steps
+    uint32_t dewarpedWidth = 0;    // asked once, so that another answer cannot change the count of steps
     uint32_t dewarpedHeight = 0;
-    size_t steps = 0;          // still to take; the last one writes into the destination
+    size_t steps = 0;          // that are left; the last one writes into the destination
     uint32_t exchanges = 0;    // pictures written into D and E so far
     Smoothing smoothing = Smoothing::None;
 
@@ -104,7 +104,7 @@ struct Passage {
 }    // namespace
 
 struct FilterChain::Parts {
-    // Purposes of the scratch pictures. What a picture's path does not use is freed on that path.
+    // The uses of the scratch pictures. A run frees the scratch pictures that it does not use.
     enum Purpose : size_t { A_Converted, B_Deinterlaced, C_Dewarped, D_Exchange, E_Exchange, kPurposes };
 
     int32_t CountSteps(Passage& run);
@@ -119,10 +119,10 @@ struct FilterChain::Parts {
     void FreeFrom(size_t first) {
         for (size_t i = first; i < kPurposes; ++i)
             scratch[i].Free();
-        if (first < D_Exchange)    // the path ends before the resize
+        if (first < D_Exchange)    // the run does not resize
             resize.FreeScratch();
     }
-    // D and E take turns; what the turns so far did not use is freed.
+    // D and E take turns. Frees those that this run did not use.
     void FreeUnusedExchanges(const Passage& run) { FreeFrom(D_Exchange + (run.exchanges < 2 ? run.exchanges : 2)); }
     ScratchPicture& NextExchange(const Passage& run) { return scratch[D_Exchange + run.exchanges % 2]; }
 
@@ -155,7 +155,7 @@ int32_t FilterChain::Parts::CountSteps(Passage& run) {
     return kGoOn;
 }
 
-// Nothing but a resize can be done in NV12: then the picture stays as it is.
+// Only a resize can be done in NV12; for other steps the picture is converted first.
 int32_t FilterChain::Parts::ConvertInput(Passage& run) {
     const bool convertFirst =
         run.current.format == PF_NV12 && run.steps > 0 && PreferredFormat(run.settings, run.frame, false) == PF_I420;

@@ -1,8 +1,8 @@
-// The chain that carries a decoded picture into a lent buffer: weave and de-interlace, dewarp, resize, client filters,
-// format change. Its last step always writes straight into the destination.
+// The chain of steps from a decoded picture to a lent buffer: weave and de-interlace, dewarp, resize, client filters,
+// format change. The last step always writes straight into the destination.
 //
-// ChainSettings is what clients set: an immutable value behind a shared pointer, replaced under the owner's lock. A
-// FilterChain is one consumer's run with its own scratch buffers; it has no lock and is used by one thread at a time.
+// ChainSettings is a value that clients set. A FilterChain belongs to one consumer and has scratch pictures of its own.
+// It has no lock: one thread at a time.
 #pragma once
 
 #include <array>
@@ -23,11 +23,11 @@ struct ChainSettings {
     uint32_t resizeType = 0;    // 0 nearest, 1 linear, 2 cubic, 3 Lanczos
 };
 
-// What the smoothing of an interlaced picture came to.
+// The outcome of the smoothing of an interlaced picture.
 enum class Smoothing : uint8_t {
-    None,    // not asked for, or a step before it failed
+    None,    // not asked for, or an earlier step failed
     Done,
-    Refused,    // the picture is too small for it, or there is no memory: the run ended there
+    Refused,    // the picture is too small, or there is no memory; the run ended there
 };
 
 struct [[nodiscard]] ChainResult {
@@ -40,24 +40,25 @@ public:
     FilterChain();
     ~FilterChain();
 
-    // The format that needs the fewest steps: PF_I420 or PF_NV12.
+    // The format of a destination that needs the fewest steps: PF_I420 or PF_NV12.
     uint32_t PreferredFormat(const ChainSettings& settings, const MediaFrameImpl& frame,
                              const ConstPictureView& picture) const;
 
-    // Makes, updates or drops the dewarp stage. Before Run, for each frame.
+    // Makes, updates or drops the dewarp stage. Called before Run, for each frame.
     void UpdateDewarp(const MediaFrameImpl& frame);
 
-    // Replaces the size by that of the dewarp stage, where there is one. Negative on failure, the size then unchanged.
+    // Replaces the size by the output size of the dewarp stage, where there is one. Negative on failure; the size is
+    // then unchanged.
     int32_t OutputSize(PictureSize& size);
 
-    // Whether Run would only copy: a caller that can take `picture` as it is then needs no Run. Frees the scratch
-    // memory in that case, as such a run does. Motion marks, once there are any, are no copy.
+    // Whether Run would only copy, so that a caller may take a reference on the picture instead. Frees the scratch
+    // memory in that case, as Run does. Motion marks, once there are any, change a picture.
     bool PassesThrough(const ChainSettings& settings, const MediaFrameImpl& frame, const ConstPictureView& picture,
                        PictureSize size);
 
-    // Writes `source`, which is PF_I420 or PF_NV12, into `destination`. On failure the destination shows whatever it
-    // held, or a picture with its odd last row or column unwritten. The colours of the source count where the last step
-    // makes RGB; no step changes what its samples mean.
+    // Writes `source`, which is PF_I420 or PF_NV12, into `destination`. On failure the destination keeps its contents,
+    // or has a picture whose odd last row or column is not written. The colours of the source count where the last step
+    // makes RGB; no step before it changes the meaning of samples.
     ChainResult Run(const ChainSettings& settings, const MediaFrameImpl& frame, const ConstPictureView& source,
                     const PictureView& destination);
 

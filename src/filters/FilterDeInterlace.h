@@ -1,4 +1,5 @@
-// Weaves a picture whose two fields lie one above the other, and smooths one whose lines come from two moments.
+// Weaves a picture whose two fields lie one above the other, and smooths a picture whose lines were captured at two
+// times.
 #pragma once
 
 #include "base/AlignedBuffer.h"
@@ -9,7 +10,7 @@ namespace QMRX::Filter {
 
 class FilterDeInterlace final : public IFilter {
 public:
-    // Setting either switch to false frees the private picture.
+    // Setting either switch to false frees the scratch picture.
     void SetWeave(bool on);
     void SetSmooth(bool on);
 
@@ -22,7 +23,7 @@ public:
 private:
     bool m_weave = false;
     bool m_smooth = false;
-    corvane::AlignedBuffer m_woven;    // I420, used when both switches are on
+    corvane::AlignedBuffer m_woven;    // PF_I420, used when both switches are on
     corvane::PictureSize m_wovenSize;
 };
 

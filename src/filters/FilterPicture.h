@@ -9,7 +9,7 @@
 
 namespace corvane {
 
-// A record has no constant planes; of a source nobody writes into them. Strides fit 32 bits.
+// A record has no constant planes; nothing writes into those of a source. Strides fit 32 bits.
 inline QMRX::Filter::Picture RecordOf(const ConstPictureView& view) {
     QMRX::Filter::Picture record{{}, {}, view.size.height, view.format};
     for (int i = 0; i < view.PlaneCount(); ++i) {

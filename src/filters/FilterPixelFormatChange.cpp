@@ -16,7 +16,7 @@ using corvane::PictureView;
 
 namespace {
 
-// From three planes and from two alike. Two are taken apart row by row, so that no picture stands in between.
+// The kernels read three planes or two, so that two need no picture in between.
 int32_t ToRgb(const ConstPictureView& from, const PictureView& to) {
     switch (to.format) {
     case PF_RGB555:

@@ -18,7 +18,7 @@ uint32_t Side(double low, double high) {
     return (whole + 1) & ~1u;
 }
 
-// All but the part from (0, 0) to (width, height).
+// Fills all but the part from (0, 0) to (width, height).
 void FillAround(const PlaneView& plane, uint32_t width, uint32_t height, uint8_t fill) {
     for (uint32_t row = 0; row < plane.size.height; ++row) {
         const uint32_t from = row < height ? width : 0;
@@ -38,7 +38,8 @@ void RotatePlane(const ConstPlaneView& source, const PlaneView& destination, dou
     const kernels::RotationBounds bounds = kernels::BoundsOf(rotation, width, height);
     rotation.shiftX -= bounds.minX;
     rotation.shiftY -= bounds.minY;
-    const auto covered = [&](double low, double high, uint32_t most) {    // by the picture, with no gap
+    // Columns or rows that the picture covers completely.
+    const auto covered = [&](double low, double high, uint32_t most) {
         return rotation.MovesOnly() ? std::min(most, static_cast<uint32_t>(high - low) + 1) : 0;
     };
     FillAround(destination, covered(bounds.minX, bounds.maxX, destination.size.width),
@@ -85,8 +86,8 @@ void RotateFilter::Rotate(const PictureView& destination) {
             RotatePlane(m_picture.Plane(i), destination.Plane(i), m_angle, i == 0 ? 0 : 128);
         return;
     }
-    // The box is the picture's first rows in memory. Where those are the bottom, the picture is turned as it lies: it
-    // is mirrored then, and with it the sense of the angle.
+    // The box begins with the first row in memory. Where that is the bottom row, the rows are rotated in the order of
+    // memory: the picture is mirrored then, and so is the angle.
     if (destination.stride[0] < 0)
         RotatePlane(m_picture.Reversed().Plane(0), destination.Reversed().Plane(0), -m_angle, 0);
     else

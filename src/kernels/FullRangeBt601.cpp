@@ -39,7 +39,7 @@ uint8_t Clamp(int32_t fixed) {
     return static_cast<uint8_t>(std::clamp(fixed >> 16, 0, 255));
 }
 
-// `terms`: for each pair of pixels what chroma adds, with the half that rounds.
+// `terms`: the sum that chroma adds to each pair of pixels, with the half that rounds.
 void ConvertLuma(const PlaneMatrix& matrix, const int32_t* terms, uint8_t* y, uint32_t count) {
     const auto convert = [&](uint8_t& sample, int32_t term) {
         sample = Clamp((sample - matrix.black) * matrix.y + term);
@@ -52,7 +52,7 @@ void ConvertLuma(const PlaneMatrix& matrix, const int32_t* terms, uint8_t* y, ui
         convert(y[count - 1], terms[count / 2]);
 }
 
-// Converts `count` samples of either kind of chroma, and keeps what they add to luma.
+// Converts `count` samples of U and of V, and keeps the terms that they add to luma.
 void ConvertChroma(const PlaneMatrix& matrix, uint8_t* u, uint8_t* v, uint32_t count, int32_t* terms) {
     constexpr int32_t kNeutral = (128 << 16) + kHalf;
     for (uint32_t i = 0; i < count; ++i) {

@@ -1,4 +1,4 @@
-// What kernels return, and what holds for all of them.
+// The results of kernels, and the rules for all of them.
 //
 // Sources and destinations do not overlap. Nothing is written outside the stated rectangle, not even padding, and
 // nothing is read outside the source's, not even a byte after its rows. A kernel has no state but scratch memory of the

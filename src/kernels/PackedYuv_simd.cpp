@@ -40,7 +40,7 @@ HWY_INLINE void Put(const BlockOrder<2>& order, const uint8_t* const (&rows)[3],
     Store<kStreaming>(hn::InterleaveUpper(d, first, second), out + 2 * x + hn::MaxLanes(d));
 }
 
-// One output row at a time: two at once write slower as soon as the picture is larger than the cache.
+// One output row at a time: writing two rows at once is slower where the picture is larger than the cache.
 template <bool kPlanar, bool kLumaSecond, bool kStreaming>
 HWY_INLINE void PackRows(const ConstPictureView& source, const PictureView& even) {
     constexpr size_t kStep = hn::MaxLanes(Bytes());
@@ -52,7 +52,7 @@ HWY_INLINE void PackRows(const ConstPictureView& source, const PictureView& even
         size_t x = 0;
         for (; x + kStep <= width; x += kStep)
             Put<kPlanar, kLumaSecond, kStreaming>(order, rows, out, x);
-        if (x < width)    // again from the end, so that no row is finished byte by byte
+        if (x < width)    // the last vector ends with the row, so that no row needs a loop by bytes
             Put<kPlanar, kLumaSecond, false>(order, rows, out, width - kStep);
         rows[0] += source.stride[0];
         if (row % 2 != 0) {
@@ -102,7 +102,7 @@ HWY_EXPORT(Pack);
 
 namespace {
 
-// Pictures beyond half a mebibyte with rows on 16 byte boundaries go past the cache.
+// Pictures of more than half a mebibyte whose rows begin on 16 byte boundaries are stored past the cache.
 bool WorthStreaming(const ConstPictureView& source, const PictureView& to) {
     auto all = reinterpret_cast<uintptr_t>(to.plane[0]) | static_cast<uintptr_t>(to.stride[0]);
     ptrdiff_t strides = to.stride[0];

@@ -52,16 +52,16 @@ namespace {
 
 struct Span {
     int64_t begin;
-    int64_t end;    // at most begin: empty
+    int64_t end;    // not above begin: empty
 };
 
 int64_t FloorDivide(int64_t value, int64_t divisor) {
     return value / divisor - (value % divisor != 0 && (value < 0) != (divisor < 0));
 }
 
-// The part of `span` for which low <= start + i * step <= high. What is empty stays so.
+// The part of `span` for which low <= start + i * step <= high. An empty span stays empty.
 Span Clip(Span span, int64_t start, int64_t step, int64_t low, int64_t high) {
-    if (step < 0) {    // the same from the other side
+    if (step < 0) {    // mirrored, so that steps are positive
         start = -start;
         step = -step;
         low = std::exchange(high, -low);
@@ -119,7 +119,7 @@ void RotateRows(const ConstPlaneView& source, const PlaneView& destination, cons
     }
 }
 
-// One axis of the destination where pixels come to lie on pixels: its place i shows the place sign (i - shift) of an
+// One axis of the destination, for a rotation that puts pixels on pixels: place i shows place sign (i - shift) of an
 // axis of the source.
 struct TurnedAxis {
     TurnedAxis(double signOf, double shiftOf, uint32_t sourceSize, uint32_t size)
@@ -128,13 +128,13 @@ struct TurnedAxis {
         begin = std::max<int64_t>(first, 0);
         end = std::min<int64_t>(first + sourceSize, size);
     }
-    // The lowest place of the source that is shown, and the one that the first place shows.
+    // The lowest place of the source that is shown, and the place that the first place of the destination shows.
     int64_t Lowest() const { return sign * ((sign > 0 ? begin : end - 1) - shift); }
     int64_t First() const { return sign * (begin - shift); }
     uint32_t Size() const { return static_cast<uint32_t>(end - begin); }
 
     int64_t sign, shift;
-    int64_t begin, end;    // of the destination, where it shows anything
+    int64_t begin, end;    // the places of the destination that show the source
 };
 
 void Turn(const ConstPlaneView& source, const PlaneView& destination, const Rotation& rotation) {
@@ -156,7 +156,8 @@ void Turn(const ConstPlaneView& source, const PlaneView& destination, const Rota
         Mirror(from(columns.Lowest(), rows.First()), -source.stride, to, destination.stride, columns.Size(),
                rows.Size(), channels);
     } else {
-        // Source rows lie along the destination's columns. Where its columns fall, rows are written upwards.
+        // Source rows become columns of the destination. Where its rows run against the source's columns, rows are
+        // written upwards.
         const bool upwards = rows.sign < 0;
         Transpose(from(rows.Lowest(), columns.First()), columns.sign * source.stride,
                   upwards ? to + (ptrdiff_t{rows.Size()} - 1) * destination.stride : to,

@@ -16,11 +16,11 @@ struct Rotation {
     double shiftX = 0;
     double shiftY = 0;
 
-    // Keeps the point (centerX, centerY) where it is. Whole quarter turns are exact. An angle that is not finite is
+    // Keeps the point (centerX, centerY) in place. Whole quarter turns are exact. An angle that is not finite counts as
     // 0.
     static Rotation About(double angleDegrees, double centerX, double centerY);
 
-    // Whether it is by whole quarter turns and puts pixels on pixels.
+    // Whether the rotation is by whole quarter turns and puts pixels exactly on pixels.
     bool MovesOnly() const;
 };
 
@@ -33,9 +33,10 @@ struct RotationBounds {
 };
 RotationBounds BoundsOf(const Rotation& rotation, uint32_t width, uint32_t height);
 
-// Writes each destination pixel that comes from within the source, interpolated between its four neighbours with
-// weights of 1/256 and rounded; the others keep what they hold. A rotation that only moves pixels is as fast as a copy.
-// kDone; kRefused for a null pointer, an empty size, and pixels that are not of the same 1 to 4 bytes on both sides.
+// Writes each destination pixel whose place lies inside the source, interpolated between its four neighbours with
+// weights of 1/256 and rounded; all other pixels keep their values. A rotation that only moves pixels is as fast as a
+// copy. kDone; kRefused for a null pointer, an empty size, and pixels that are not of the same 1 to 4 bytes on both
+// sides.
 int32_t RotateBilinear(const ConstPlaneView& source, const PlaneView& destination, const Rotation& rotation);
 
 namespace ref {

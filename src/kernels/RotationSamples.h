@@ -1,4 +1,4 @@
-// How a rotation reads its source: shared by the plain form and the fast one.
+// Reading of a rotation's source, shared by the plain form and the fast form.
 #pragma once
 
 #include <algorithm>
@@ -10,8 +10,8 @@
 
 namespace corvane::kernels {
 
-// Source coordinates in 1 / 2^32 pixels. A hair outside the edge counts as on it, since corners meet the edges in exact
-// arithmetic only.
+// Source coordinates in 1 / 2^32 pixels. A place within kRotationEdge outside the edge counts as on it, since corners
+// meet the edges only in exact arithmetic.
 inline constexpr double kRotationUnit = 4294967296.0;
 inline constexpr int64_t kRotationOne = int64_t{1} << 32;
 inline constexpr int64_t kRotationEdge = kRotationOne >> 10;
@@ -28,7 +28,7 @@ struct RotationSteps {
           stepX(std::llrint(by.cosine * kRotationUnit)),
           stepY(std::llrint(by.sine * kRotationUnit)) {}
 
-    // Where the first pixel of a destination row comes from; from there on a step for each column.
+    // The source place of the first pixel of a destination row. Each column adds a step.
     Place RowStart(uint32_t row) const {
         const double dx = -rotation.shiftX;
         const double dy = row - rotation.shiftY;
@@ -41,7 +41,7 @@ struct RotationSteps {
     int64_t stepX, stepY;
 };
 
-// One pixel from the four around it; `next` and `below` are the ways to the neighbours.
+// One pixel from the four around it. `next` and `below`: bytes to the neighbours.
 template <uint32_t kChannels>
 inline void Interpolate(const uint8_t* at, ptrdiff_t next, ptrdiff_t below, int64_t x, int64_t y, uint8_t* out) {
     const auto fractionX = static_cast<int32_t>(x >> 24 & 0xFF);
@@ -53,7 +53,7 @@ inline void Interpolate(const uint8_t* at, ptrdiff_t next, ptrdiff_t below, int6
     }
 }
 
-// The same for a place within kRotationEdge of the source, whose last column and row have no neighbours behind them.
+// The same for a place within kRotationEdge of the source, whose last column and row have no neighbours after them.
 template <uint32_t kChannels>
 inline void InterpolateAtEdge(const ConstPlaneView& source, const RotationSteps& steps, int64_t x, int64_t y,
                               uint8_t* out) {
@@ -63,8 +63,8 @@ inline void InterpolateAtEdge(const ConstPlaneView& source, const RotationSteps&
                            x < steps.lastX ? ptrdiff_t{kChannels} : 0, y < steps.lastY ? source.stride : 0, x, y, out);
 }
 
-// Samples of one channel from `place` on, for which all four neighbours exist and two more bytes behind each row's.
-// Returns how many of the `count` were written: as many as whole vectors.
+// Samples of one channel from `place` on, where all four neighbours exist, and two more bytes after those of each row.
+// Returns the number of samples written, at most `count`: those of whole vectors.
 size_t InterpolateSamples(const ConstPlaneView& source, const RotationSteps& steps, RotationSteps::Place place,
                           uint8_t* out, size_t count);
 

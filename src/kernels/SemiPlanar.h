@@ -12,7 +12,7 @@ namespace corvane::kernels {
 // Width and height are rounded down to even and are at least 2 then. kDone or kRefused.
 int32_t I420ToNV12(const ConstPictureView& source, const PictureView& destination);
 
-// All of Y, and (width + 1) / 2 samples of height / 2 chroma rows: a chroma row more would not fit a buffer of
+// Writes all of Y, and (width + 1) / 2 samples of height / 2 chroma rows: one more chroma row would not fit a buffer of
 // stride x height x 3 / 2 bytes. Width and height are at least 1. kDone or kRefused.
 int32_t NV12ToI420(const ConstPictureView& source, const PictureView& destination);
 

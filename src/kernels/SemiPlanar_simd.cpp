@@ -19,20 +19,20 @@ bool CopyPastCache(const uint8_t*, ptrdiff_t, uint8_t*, ptrdiff_t, uint32_t, uin
     return false;
 }
 
-void MergeRows(const uint8_t* u, ptrdiff_t uStep, const uint8_t* v, ptrdiff_t vStep, uint8_t* uv, ptrdiff_t uvStep,
-               uint32_t pairs, uint32_t rows, bool /*pastCache*/) {
-    for (; rows > 0; --rows, u += uStep, v += vStep, uv += uvStep)
+void MergeRows(const uint8_t* u, ptrdiff_t uStride, const uint8_t* v, ptrdiff_t vStride, uint8_t* uv,
+               ptrdiff_t uvStride, uint32_t pairs, uint32_t rows, bool /*pastCache*/) {
+    for (; rows > 0; --rows, u += uStride, v += vStride, uv += uvStride)
         ref::MergeRow(u, v, uv, pairs);
 }
 
-void SplitRows(const uint8_t* uv, ptrdiff_t uvStep, uint8_t* u, ptrdiff_t uStep, uint8_t* v, ptrdiff_t vStep,
+void SplitRows(const uint8_t* uv, ptrdiff_t uvStride, uint8_t* u, ptrdiff_t uStride, uint8_t* v, ptrdiff_t vStride,
                uint32_t pairs, uint32_t rows, bool /*pastCache*/) {
-    for (; rows > 0; --rows, uv += uvStep, u += uStep, v += vStep)
+    for (; rows > 0; --rows, uv += uvStride, u += uStride, v += vStride)
         ref::SplitRow(uv, u, v, pairs);
 }
 #else
 
-// One row of each work: Do a vector, Plain a row that is shorter than one.
+// The work on one row: Do works a vector, Plain a row that is shorter than a vector.
 struct Copy {
     const uint8_t* from;
     uint8_t* to;
@@ -74,8 +74,8 @@ struct Split {
     }
 };
 
-// The last vector is done once more from the row's end, so that no row needs a loop by bytes unless it is shorter than
-// a vector. What begins there is on no boundary.
+// The last vector ends with the row, so that only a row that is shorter than a vector needs a loop by bytes. That
+// vector is on no boundary.
 template <bool kStreaming, class Work>
 HWY_INLINE void DoRow(const Work& work, size_t size) {
     constexpr size_t kStep = hn::MaxLanes(Bytes());
@@ -101,25 +101,25 @@ HWY_INLINE void DoRows(uint32_t rows, size_t size, bool streams, const WorkOf& w
         hwy::FlushStream();
 }
 
-bool CopyPastCache(const uint8_t* from, ptrdiff_t fromStep, uint8_t* to, ptrdiff_t toStep, uint32_t width,
+bool CopyPastCache(const uint8_t* from, ptrdiff_t fromStride, uint8_t* to, ptrdiff_t toStride, uint32_t width,
                    uint32_t rows) {
-    if (!OnVectors(to, toStep))
+    if (!OnVectors(to, toStride))
         return false;
-    DoRows(rows, width, true, [=](ptrdiff_t row) { return Copy{from + row * fromStep, to + row * toStep}; });
+    DoRows(rows, width, true, [=](ptrdiff_t row) { return Copy{from + row * fromStride, to + row * toStride}; });
     return true;
 }
 
-void MergeRows(const uint8_t* u, ptrdiff_t uStep, const uint8_t* v, ptrdiff_t vStep, uint8_t* uv, ptrdiff_t uvStep,
-               uint32_t pairs, uint32_t rows, bool pastCache) {
-    DoRows(rows, pairs, pastCache && OnVectors(uv, uvStep), [=](ptrdiff_t row) {
-        return Merge{u + row * uStep, v + row * vStep, uv + row * uvStep};
+void MergeRows(const uint8_t* u, ptrdiff_t uStride, const uint8_t* v, ptrdiff_t vStride, uint8_t* uv,
+               ptrdiff_t uvStride, uint32_t pairs, uint32_t rows, bool pastCache) {
+    DoRows(rows, pairs, pastCache && OnVectors(uv, uvStride), [=](ptrdiff_t row) {
+        return Merge{u + row * uStride, v + row * vStride, uv + row * uvStride};
     });
 }
 
-void SplitRows(const uint8_t* uv, ptrdiff_t uvStep, uint8_t* u, ptrdiff_t uStep, uint8_t* v, ptrdiff_t vStep,
+void SplitRows(const uint8_t* uv, ptrdiff_t uvStride, uint8_t* u, ptrdiff_t uStride, uint8_t* v, ptrdiff_t vStride,
                uint32_t pairs, uint32_t rows, bool pastCache) {
-    DoRows(rows, pairs, pastCache && OnVectors(u, uStep) && OnVectors(v, vStep), [=](ptrdiff_t row) {
-        return Split{uv + row * uvStep, u + row * uStep, v + row * vStep};
+    DoRows(rows, pairs, pastCache && OnVectors(u, uStride) && OnVectors(v, vStride), [=](ptrdiff_t row) {
+        return Split{uv + row * uvStride, u + row * uStride, v + row * vStride};
     });
 }
 #endif
@@ -137,11 +137,11 @@ HWY_EXPORT(SplitRows);
 
 namespace {
 
-// From this many bytes of luma on a picture goes past the cache: from memory to memory that takes three quarters of the
-// time. Who reads it next pays what was saved, and more where all would have stayed in the cache.
+// From this many bytes of luma on a picture is stored past the cache, which takes three quarters of the time from
+// memory to memory. The next reader loses that time again, and more where the picture would have stayed in the cache.
 constexpr size_t kLargePlane = size_t{1} << 20;
 
-// Whether the chroma goes past the cache as the luma did.
+// Returns whether luma was stored past the cache; chroma follows it.
 bool CopyLuma(const ConstPictureView& from, const PictureView& to, uint32_t width, uint32_t height) {
     if (size_t{width} * height >= kLargePlane &&
         HWY_DYNAMIC_DISPATCH(CopyPastCache)(from.plane[0], from.stride[0], to.plane[0], to.stride[0], width, height))

@@ -1,8 +1,9 @@
-// Scaling of interleaved pictures into 32 bit pixels: the one scaler of what is put on windows.
+// Scaling of packed pictures into 32 bit pixels; the scaler of all pictures that are put on windows.
 //
-// Each axis by itself: where the destination is smaller, a pixel is the mean of the source pixels that it covers, those
-// at its edges counted by the part covered (box); where it is larger, the two nearest source pixels are mixed by the
-// distance of centres, with the outermost repeated (bilinear); where both are equal the axis is copied.
+// Each axis is worked by itself. Where the destination is smaller, a pixel is the mean of the source pixels that it
+// covers, where those at the edges count by the part covered (box). Where it is larger, the two nearest source pixels
+// are mixed by the distance of centres, with the outermost repeated (bilinear). Where both are equal the axis is
+// copied.
 #pragma once
 
 #include "base/PictureView.h"
@@ -10,7 +11,7 @@
 namespace corvane::kernels {
 
 // Scales all of `source` (PF_BGR24 or PF_BGRA32, at least one pixel) so that it fills `whole`, a rectangle in pixels of
-// `destination` (PF_BGRA32), which lies inside it; writes B, G, R, 0xFF for each pixel of `destination`, within 2
+// `destination` (PF_BGRA32), which lies inside it. Writes B, G, R, 0xFF for each pixel of `destination`, within 2
 // levels of `ref::Stretch`, and equal to it where the size does not change. 64 bytes after the last row of the source
 // in memory may be read. False when there is no memory for the tables and the row between the passes; nothing is
 // written then.

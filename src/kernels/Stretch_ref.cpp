@@ -15,7 +15,7 @@ public:
         if (m_box) {
             m_from = pixel * m_scale;
             first = std::min(static_cast<uint32_t>(m_from), source - 1);
-            // Rounding in the last digit must not make a tap of its own.
+            // Rounding of the last digit must not add a tap.
             last = std::clamp(static_cast<uint32_t>(std::ceil(m_from + m_scale - 1e-6)) - 1, first, source - 1);
         } else {
             m_from = std::clamp((pixel + 0.5) * m_scale - 0.5, 0.0, source - 1.0);

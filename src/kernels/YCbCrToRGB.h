@@ -12,8 +12,8 @@ namespace corvane::kernels {
 
 struct RgbStores {
     uint8_t fourth = 0;    // the value of the fourth byte of a pixel of 32 bits
-    // The destination is not read soon, by this processor at least: stores go past the cache, where its rows begin on
-    // whole vectors (64 bytes serve every processor).
+    // Store past the cache, for a destination that this processor does not read soon. Only where all rows begin on a
+    // vector's boundary; 64 bytes are enough for every processor.
     bool streaming = false;
 };
 
@@ -22,15 +22,15 @@ struct RgbStores {
 //   R = (65536 Y + 91880 V - 11727880) >> 16
 //   G = (65536 Y - 22553 U - 46801 V + 8910128) >> 16
 //   B = (65536 Y + 116128 U - 14831618) >> 16
-// or as ColourMatrix::ToRgb has it, where the source has other colours.
-// Width and height are at least 2. An odd last row or column is not written and gives kOddPartUnwritten.
+// or by ColourMatrix::ToRgb, where the source has other colours. Width and height are at least 2. An odd last row or
+// column is not written and gives kOddPartUnwritten.
 int32_t YCbCrToRGB(const ConstPictureView& source, const PictureView& destination, RgbStores stores = {});
 
 namespace ref {
 int32_t YCbCrToRGB(const ConstPictureView& source, const PictureView& destination, RgbStores stores = {});
 }
 
-// The pixels of a destination. No pixel bytes: not a format of YCbCrToRGB.
+// The layout of a destination's pixels. `pixelBytes` is 0 for a format that YCbCrToRGB does not make.
 struct RgbLayout {
     uint32_t pixelBytes;    // 3 or 4
     bool redFirst;          // bytes R G B; else B G R
@@ -43,14 +43,14 @@ struct RgbLayout {
     }
 };
 
-// Whether the pictures are such that the kernel takes them.
+// Whether the kernel takes these pictures.
 inline bool TakesRgb(const ConstPictureView& source, const PictureView& destination) {
     return (source.ThreePlanes() || source.TwoPlanes()) && source.Complete() && destination &&
            destination.size.width >= 2 && destination.size.height >= 2 &&
            RgbLayout::Of(destination.format).pixelBytes != 0;
 }
 
-// Null for full-range BT.601, which the kernel has by itself.
+// Null for full-range BT.601, which the kernel computes without a matrix.
 inline const ColourMatrix* RgbMatrixOf(const ConstPictureView& source) {
     return source.colours ? MatrixBeside(*source.colours) : nullptr;
 }

@@ -53,7 +53,8 @@ class Rgb32Writer {
 public:
     static constexpr size_t kPixelBytes = 4;
     static constexpr size_t kGroup = 1;
-    static constexpr bool kFetches = !kStreaming && hn::MaxLanes(Bytes()) < 64;    // whole lines need none
+    static constexpr bool kFetches =
+        !kStreaming && hn::MaxLanes(Bytes()) < 64;    // stores of whole lines need no fetch
 
     explicit Rgb32Writer(uint8_t fourth) : m_fourth(hn::Set(Bytes(), fourth)) {}
     HWY_INLINE void Put(ByteVector blue, ByteVector green, ByteVector red, uint8_t* out) const {
@@ -74,7 +75,7 @@ private:
     ByteVector m_fourth;
 };
 
-// A function for each arithmetic, so that none takes registers of the other.
+// One function for each arithmetic, so that neither takes registers of the other.
 template <class Arithmetic>
 HWY_NOINLINE void ConvertBy(const Arithmetic arithmetic, const ConstPictureView& source, const PictureView& even,
                             RgbStores stores, uint8_t* terms) {

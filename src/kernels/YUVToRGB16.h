@@ -14,16 +14,16 @@ namespace corvane::kernels {
 //   R = (65536 Y + 74711 v) >> 16
 //   G = (65536 Y - 38076 v - 25821 u) >> 16
 //   B = (65536 Y + 133169 u) >> 16
-// or as ColourMatrix::ToRgb has it, where the source states its colours; and packed with R >> 3, G >> 3 or G >> 2,
-// B >> 3. Little-endian words on even addresses; bit 15 is 0 with 5 bit green. The last row and column of an odd size
-// use the chroma sample of their half block.
+// or by ColourMatrix::ToRgb, where the source states its colours; then packed with R >> 3, G >> 3 or G >> 2, B >> 3.
+// Little-endian words on even addresses; bit 15 is 0 with 5 bit green. The last row and column of an odd size use the
+// chroma sample of their half block.
 int32_t YUVToRGB16(const ConstPictureView& source, const PictureView& destination);
 
 namespace ref {
 int32_t YUVToRGB16(const ConstPictureView& source, const PictureView& destination);
 }
 
-// The pixels of a destination. No green bits: not a format of YUVToRGB16.
+// The layout of a destination's pixels. `greenBits` is 0 for a format that YUVToRGB16 does not make.
 struct Rgb16Layout {
     uint32_t greenBits;    // 5 or 6
     bool redHigh;          // red in the upper bits and blue at bit 0; else exchanged
@@ -36,7 +36,7 @@ struct Rgb16Layout {
     }
 };
 
-// Whether the pictures are such that the kernel takes them.
+// Whether the kernel takes these pictures.
 inline bool TakesRgb16(const ConstPictureView& source, const PictureView& destination) {
     return (source.ThreePlanes() || source.TwoPlanes()) && source.Complete() && destination &&
            !destination.size.Empty() && Rgb16Layout::Of(destination.format).greenBits != 0;

@@ -29,14 +29,14 @@ int32_t ConvertRgb16(const ConstPictureView& source, const PictureView& destinat
 }
 #else
 
-// What stands at bit 0 arrives as blue.
+// `blue` is the colour at bit 0.
 template <int kGreenBits>
 struct Rgb16Writer {
     static constexpr size_t kPixelBytes = 2;
     static constexpr size_t kGroup = 2;
     static constexpr bool kFetches = true;
 
-    // Shifts and masks of bytes, made of word shifts; `kMask` removes what came from the neighbour.
+    // Shifts of bytes, made of word shifts; `kMask` removes the bits of the neighbouring byte.
     template <int kShift, uint8_t kMask>
     static HWY_INLINE ByteVector Right(ByteVector v) {
         return hn::And(hn::BitCast(Bytes(), hn::ShiftRight<kShift>(hn::BitCast(Words(), v))), hn::Set(Bytes(), kMask));
@@ -61,7 +61,7 @@ struct Rgb16Writer {
     }
 };
 
-// A function for each arithmetic, so that none takes registers of the other.
+// One function for each arithmetic, so that neither takes registers of the other.
 template <class Arithmetic>
 HWY_NOINLINE void ConvertBy(const Arithmetic arithmetic, const ConstPictureView& source, const PictureView& to,
                             uint8_t* terms) {

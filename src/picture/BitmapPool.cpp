@@ -45,7 +45,7 @@ bool Equal(const ConstPictureView& a, const ConstPictureView& b) {
     return true;
 }
 
-// Holds no picture itself: the users do.
+// The pool holds weak references; its users own the pictures.
 class Pool {
 public:
     static Pool& Instance() {

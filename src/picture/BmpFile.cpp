@@ -16,12 +16,12 @@ constexpr uint32_t kOldHeaderBytes = 12;
 constexpr uint32_t kInfoHeaderBytes = 40;
 constexpr uint32_t kBmpHeaderBytes = kFileHeaderBytes + kInfoHeaderBytes;
 constexpr uint32_t kMaskBytes = 16;
-constexpr uint32_t kMaskHeaderBytes = 52;    // from here on masks stand in the header itself
-constexpr uint32_t kOs2HeaderBytes = 64;     // which has other things there
+constexpr uint32_t kMaskHeaderBytes = 52;    // from this size on the masks are in the header itself
+constexpr uint32_t kOs2HeaderBytes = 64;     // which has other fields in their place
 
 enum Compression : uint32_t { kPlain = 0, kRle8 = 1, kRle4 = 2, kBitFields = 3, kAlphaBitFields = 6 };
 
-// Little-endian reads; what lies behind the end is 0.
+// Little-endian reads; bytes after the end are 0.
 class Bytes {
 public:
     explicit Bytes(std::span<const uint8_t> bytes) : m_bytes(bytes) {}
@@ -38,7 +38,7 @@ private:
     std::span<const uint8_t> m_bytes;
 };
 
-// A contiguous field of a pixel, brought to 8 bits.
+// A contiguous field of a pixel, scaled to 8 bits.
 class Field {
 public:
     Field() = default;
@@ -88,7 +88,7 @@ bool Readable(const Layout& layout, uint32_t headerBytes) {
     }
 }
 
-// Sizes and kind. False where the file is none that can be read.
+// Sizes and kind. False where the file cannot be read.
 bool ReadSizes(const Bytes& file, uint32_t headerBytes, Layout& layout) {
     int64_t width;
     int64_t height;
@@ -137,20 +137,20 @@ void ReadTables(const Bytes& file, uint32_t headerBytes, Layout& layout) {
     const uint32_t stated = old ? 0 : file.Read(46, 4);
     const uint64_t entries = stated == 0 ? most : stated;
     uint64_t pixelsAt = file.Read(10, 4);
-    if (pixelsAt < at)    // not told
+    if (pixelsAt < at)    // not stated
         pixelsAt = at + entries * entryBytes;
     for (uint64_t i = 0; i < std::min<uint64_t>(entries, most) && at + entryBytes <= pixelsAt; ++i, at += entryBytes)
         layout.palette[i] = file.Read(at, 3);
     layout.pixels = file.From(pixelsAt);
 }
 
-// A pixel of 1, 4 or 8 bits out of a row.
+// Pixel `x` of a row of 1, 4 or 8 bits a pixel.
 uint32_t IndexAt(const uint8_t* row, uint32_t x, uint32_t bits) {
     const uint32_t bit = x * bits;
     return row[bit / 8] >> (8 - bits - bit % 8) & ((1u << bits) - 1);
 }
 
-// Rows of whole double words; of what the file does not reach the rest stays black.
+// Rows of whole double words. Pixels that the file does not reach stay black.
 void ReadRows(const Layout& layout, const PictureView& to) {
     const uint64_t rowBytes = (uint64_t{layout.width} * layout.bits + 31) / 32 * 4;
     for (uint64_t row = 0; row < layout.height && row * rowBytes < layout.pixels.size(); ++row) {
@@ -169,7 +169,7 @@ void ReadRows(const Layout& layout, const PictureView& to) {
     }
 }
 
-// Runs of 4 or 8 bit pixels. Pixels that no run reaches stay black, those outside the picture are dropped.
+// Runs of 4 or 8 bit pixels. Pixels that no run reaches stay black; pixels outside the picture are dropped.
 class RunReader {
 public:
     RunReader(const Layout& layout, const PictureView& to) : m_layout(layout), m_to(to), m_rest(layout.pixels) {}

@@ -1,5 +1,5 @@
-// Lays what a client drew over a finished picture. Value 0 in the drawing (its fourth byte masked) is transparent, so
-// pure black cannot be drawn.
+// Lays a client's drawing over a finished picture. A pixel with the value 0 (without its fourth byte) is transparent,
+// so pure black cannot be drawn.
 #pragma once
 
 #include "base/PictureView.h"

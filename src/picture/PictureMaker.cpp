@@ -20,7 +20,7 @@ public:
     explicit PictureMaker(uint32_t format) : m_format(format) {}
 
     Status GetBuffer(PictureSize size, PictureView& out) override {
-        if (!m_input || size != m_picture.size) {
+        if (!m_input || size != m_size) {
             const uint64_t bytes = PictureBytes(m_format, size.width, size.height);
             if (bytes == 0)
                 return Status::Failed;
@@ -28,10 +28,9 @@ public:
             if (!next.Allocate(bytes, AlignedBuffer::Use::Brief))
                 return Status::OutOfMemory;
             m_input = std::move(next);
-            m_stride = RowBytes(m_format, size.width);
-            m_picture = LayOut(m_input.Data(), m_stride, size, m_format);
+            m_size = size;
         }
-        out = m_picture;
+        out = Input();
         return Status::Ok;
     }
     bool TakesOverlay() const override { return m_format == PF_I420 || m_format == PF_BGR24_FLIP; }
@@ -40,8 +39,8 @@ public:
     void SetPrefix(uint32_t bytes) override { m_prefix = bytes; }
     const uint8_t* GetData() const override { return m_output.Data(); }
     uint32_t GetSize() const override { return static_cast<uint32_t>(m_output.Size()); }
-    uint32_t GetWidth() const override { return m_picture.size.width; }
-    uint32_t GetHeight() const override { return m_picture.size.height; }
+    uint32_t GetWidth() const override { return m_size.width; }
+    uint32_t GetHeight() const override { return m_size.height; }
     void Make() override {
         if (uint8_t* const out = Output(FixedSize()); out != nullptr)
             MakeInto(out);
@@ -59,50 +58,54 @@ protected:
         }
         return m_output.Data() + m_prefix;
     }
+    PictureView Input() const { return LayOut(m_input.Data(), RowBytes(m_format, m_size.width), m_size, m_format); }
+
     const uint32_t m_format;    // of the input in memory
     AlignedBuffer m_input;
-    PictureView m_picture;    // the input
-    uint32_t m_stride = 0;
     AlignedBuffer m_output;
+    PictureSize m_size;    // of the input
     uint32_t m_prefix = 0;
 };
 
 class CPictureMakerBMP final : public PictureMaker {
 public:
     using PictureMaker::PictureMaker;
-    uint32_t FixedSize() const override { return BmpHeaderBytes(m_format) + m_stride * m_picture.size.height; }
+    uint32_t FixedSize() const override { return BmpHeaderBytes(m_format) + ImageBytes(); }
     void MakeInto(uint8_t* to) const override {
-        const auto [width, height] = m_picture.size;
-        const uint32_t image = m_stride * height;
-        WriteBmpHeader(m_format, width, height, image, to);
+        const uint32_t image = ImageBytes();
+        WriteBmpHeader(m_format, m_size.width, m_size.height, image, to);
         std::memcpy(to + BmpHeaderBytes(m_format), m_input.Data(), image);
     }
+
+private:
+    uint32_t ImageBytes() const { return static_cast<uint32_t>(PictureBytes(m_format, m_size.width, m_size.height)); }
 };
 
 class CPictureMakerRaw final : public PictureMaker {
 public:
     using PictureMaker::PictureMaker;
     uint32_t FixedSize() const override {
-        const uint32_t pixels = m_picture.size.width * m_picture.size.height;
-        return m_picture.PlaneCount() > 1 ? pixels / 2 * 3 + pixels % 2 : pixels * m_picture.PixelBytes();
+        const uint32_t pixels = m_size.width * m_size.height;
+        return Input().PlaneCount() > 1 ? pixels / 2 * 3 + pixels % 2 : pixels * PixelBytes(m_format);
     }
     void MakeInto(uint8_t* to) const override {
         const uint8_t* const end = to + FixedSize();
-        const auto [width, height] = m_picture.size;
-        to = Pack(to, 0, size_t{width} * m_picture.PixelBytes(), height);
-        if (m_picture.TwoPlanes())
-            to = Pack(to, 1, width, height / 2);
+        const auto [width, height] = m_size;
+        const PictureView input = Input();
+        to = Pack(to, input, 0, size_t{width} * input.PixelBytes(), height);
+        if (input.TwoPlanes())
+            to = Pack(to, input, 1, width, height / 2);
         const bool vFirst = m_format == PF_YV12;
-        for (int i = 1; i < 3 && m_picture.ThreePlanes(); ++i)
-            to = Pack(to, vFirst ? 3 - i : i, width / 2, height / 2);
+        for (int i = 1; i < 3 && input.ThreePlanes(); ++i)
+            to = Pack(to, input, vFirst ? 3 - i : i, width / 2, height / 2);
         std::memset(to, 0, static_cast<size_t>(end - to));    // bytes that planes of odd sizes do not fill
     }
 
 private:
     // `rows` of `bytes` of a plane, without padding. Returns the end.
-    uint8_t* Pack(uint8_t* to, int plane, size_t bytes, uint32_t rows) const {
-        const uint8_t* from = m_picture.plane[plane];
-        const ptrdiff_t stride = m_picture.stride[plane];
+    static uint8_t* Pack(uint8_t* to, const PictureView& input, int plane, size_t bytes, uint32_t rows) {
+        const uint8_t* from = input.plane[plane];
+        const ptrdiff_t stride = input.stride[plane];
         if (stride == static_cast<ptrdiff_t>(bytes)) {
             std::memcpy(to, from, bytes * rows);
             return to + bytes * rows;
@@ -117,26 +120,27 @@ class CPictureMakerJPEG final : public PictureMaker {
 public:
     CPictureMakerJPEG() : PictureMaker(PF_I420) {}
     void NormaliseColours(const ColourSignal& from) override {
-        PictureView picture = m_picture;
+        PictureView picture = Input();
         picture.colours = from;
         kernels::ToFullRangeBt601(picture);
     }
     void SetQuality(uint32_t quality) override { m_quality = quality; }
     void Make() override {
         JpegWriter writer;
-        const uint64_t capacity = JpegPictureCapacity(m_picture.size);
-        if (!writer.Prepare(m_picture, m_quality))
+        const uint64_t capacity = JpegPictureCapacity(m_size);
+        if (!writer.Prepare(Input(), m_quality))
             return;
         if (uint8_t* const out = Output(capacity); out != nullptr)
-            m_size = m_prefix + writer.Write(out, capacity);
+            m_outputBytes = m_prefix + writer.Write(out, capacity);
     }
-    uint32_t GetSize() const override { return m_size; }
+    uint32_t GetSize() const override { return m_outputBytes; }
     uint32_t FixedSize() const override { return 0; }
     void MakeInto(uint8_t*) const override {}
 
 private:
     uint32_t m_quality = 0;
-    uint32_t m_size = 0;    // of the last output with its prefix; the prefix alone after a failure
+    uint32_t m_outputBytes =
+        0;    // bytes of the last output with its prefix; those of the prefix alone after a failure
 };
 
 enum class Kind : uint8_t { Raw, Bmp, Jpeg };

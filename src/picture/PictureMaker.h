@@ -1,12 +1,13 @@
 // Makes a block of bytes for a client from one picture: a BMP or JPEG file in memory, or pixels in rows without
-// padding. The maker first lends a buffer in its own format, and makes its output of what the caller has written there:
+// padding. The maker lends a buffer in its own format, and makes its output of the picture that the caller has written
+// there:
 //
 //     SetQuality, SetPrefix, GetBuffer, (the buffer is written), Make, then the getters;
 //
 // or, where FixedSize is not 0, MakeInto instead of Make, which saves a copy.
 //
-// The output is valid until the next Make. A maker can be reused, and keeps its buffers while the size is the same. It
-// has no lock: one thread at a time.
+// The output is valid until the next Make. A maker can be used again, and keeps its buffers while the size is the same.
+// It has no lock: one thread at a time.
 #pragma once
 
 #include <cstdint>
@@ -30,8 +31,8 @@ public:
     virtual void NormaliseColours(const ColourSignal& from) = 0;
     // Without memory the output is unchanged.
     virtual void Make() = 0;
-    // Of JPEG, as in JPEGEncOptions: 50 leaves the quantisation tables unchanged, more is coarser. The others ignore
-    // it.
+    // Of JPEG, as JPEGEncOptions::Quality: 50 leaves the quantisation tables unchanged, more is coarser. Other kinds
+    // ignore the value.
     virtual void SetQuality(uint32_t quality) = 0;
     // Number of bytes that stay 0 before the output.
     virtual void SetPrefix(uint32_t bytes) = 0;

@@ -14,7 +14,7 @@ public:
         m_result = m_maker.GetBuffer(size, view);
         return Ok(m_result) ? PictureLease(this, view) : PictureLease();
     }
-    // What the maker said to the last wish for a buffer; a failure where it gave none.
+    // The maker's status of the last Lend.
     Status Result() const { return m_result; }
 
 private:

@@ -1,5 +1,5 @@
-// Where a picture is made: a buffer of a renderer or of a picture maker. The target lends a buffer as a lease; the
-// lease commits when told so and gives up otherwise.
+// The place where a picture is made: a buffer of a renderer or of a picture maker. The target lends the buffer as a
+// lease. A lease that is destroyed without Commit gives the buffer back.
 #pragma once
 
 #include <cstdint>
@@ -34,10 +34,10 @@ private:
 class PictureTarget {
 public:
     virtual ~PictureTarget() = default;
-    // Takes a reference on a shared picture, in the place of a buffer that would be a copy of it, and commits it.
-    // False: it does not, and nothing happened.
+    // Takes a reference on a shared picture instead of lending a buffer for a copy, and commits it. False: the target
+    // does not, and nothing happened.
     virtual bool Take(const SharedPicture& /*picture*/) { return false; }
-    // The format that a buffer will have for this wish; 0 where only Lend tells.
+    // The format, as it lies in memory, of a buffer for this wish; 0 where only Lend decides.
     virtual uint32_t FormatFor(uint32_t /*preferred*/) const { return 0; }
     // An empty lease when there is no buffer.
     virtual PictureLease Lend(PictureSize size, uint32_t preferredFormat) = 0;

@@ -1,5 +1,5 @@
 // The settings of presenting: an immutable value. A setter of the manager replaces it by a changed copy; the worker and
-// the render thread use one value for the whole of a picture.
+// the render thread use one value for one picture.
 #pragma once
 
 #include <cstdint>

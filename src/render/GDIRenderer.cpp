@@ -52,7 +52,7 @@ Outcome CGDIRenderer::Present(const FinishedPicture& picture, Pass& pass) {
         if (finished == Outcome::Put)
             outcome = finished;
     }
-    pass.redrawn = true;    // what comes into view again is drawn anew
+    pass.redrawn = true;    // a window that comes into view again is drawn anew
     return outcome;
 }
 
@@ -95,7 +95,8 @@ bool CGDIRenderer::Draw(Work& work) {
     return work.settings.OverviewAside() == nullptr || DrawOverview(work);    // that window may be in view
 }
 
-// Where the picture's place has changed, what was picture may be band now, and is drawn over once, text policy or not.
+// Where the place of the picture has changed, former pixels of the picture may belong to a band. Bands are drawn once
+// then, whatever the text policy.
 void CGDIRenderer::FollowPlaces(Work& work) {
     Rect canvas = Whole(work.client);
     Rect inside = PictureRect(work.settings, work.client);
@@ -140,7 +141,7 @@ bool CGDIRenderer::DrawOverview(Work& work) {
         const WindowSink::Writing writing = work.overviewSink->Write();
         return Stretch(writing.Image(), *place, work.picture, work.picture.Bounds());
     }
-    // It goes on top of text that is not drawn yet: kept aside, cut to what can show.
+    // The overview lies over text, which is not drawn yet: it is kept aside, cut to its visible part.
     const Rect seen = place->Intersected(work.way == Way::Direct ? Whole(work.client) : m_overlay.View().Bounds());
     if (seen.Empty())
         return true;
@@ -180,7 +181,7 @@ bool CGDIRenderer::RefreshIsDue(const Work& work, int64_t wall) const {
     return TextDue(work.settings.osdPolicy, m_lastText, wall, *work.frame);
 }
 
-// Draws bands and text into the overlay when they are due; `refreshed` says whether it did. False: no memory.
+// Draws bands and text into the overlay when they are due, and sets `refreshed` then. False: no memory.
 bool CGDIRenderer::Refresh(Work& work, bool& refreshed) {
     const bool bordered = work.way == Way::Bordered;
     if (!bordered && work.settings.fullWindow)

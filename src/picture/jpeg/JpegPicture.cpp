@@ -48,7 +48,8 @@ bool JpegWriter::Prepare(const ConstPictureView& picture, uint32_t quality) {
     return m_encoder != nullptr;
 }
 
-// With the column and row that it lacks: the last one again, or no colour where there is none.
+// A chroma plane with the column and row that an odd size lacks: copies of the last ones, or no colour where there are
+// none.
 const uint8_t* JpegWriter::CompletedPlane(int index) {
     const uint8_t* const from = m_picture.plane[index];
     const auto step = static_cast<size_t>(m_picture.stride[index]);

@@ -15,9 +15,9 @@ uint64_t JpegPictureCapacity(PictureSize size);
 // One baseline file: 4:2:0, one interleaved scan, without a JFIF header.
 class JpegWriter {
 public:
-    // Takes all memory that the file costs; false where there is none. `picture`: PF_I420 with height / 2 chroma rows
-    // of width / 2 samples, whose luma rows have a multiple of 64 bytes and chroma rows half as many; what an odd size
-    // lacks is made up before the encoder sees it, so nothing outside is read. It lives until Write. `quality` as
+    // Allocates all memory that the file needs; false where there is none. `picture`: PF_I420 with height / 2 chroma
+    // rows of width / 2 samples, whose luma rows have a multiple of 64 bytes and chroma rows half as many; chroma that
+    // an odd size lacks is added in a copy, so nothing outside is read. The picture lives until Write. `quality` as
     // JPEGEncOptions has it.
     [[nodiscard]] bool Prepare(const ConstPictureView& picture, uint32_t quality);
     // Bytes written; 0 where it failed.

@@ -1,6 +1,5 @@
-// The processor's backing of the blitter: all surfaces are memory of this process, but for the composite, which is the
-// image of the window's sink itself, so that a picture is written once and shown from there. Nothing of a device has to
-// do with a monitor, so that devices differ by name only.
+// The processor's backing of the blitter: all surfaces are memory of this process. The composite is the image of the
+// window's sink itself, so that a picture is written once. Devices do not depend on their monitors.
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -24,7 +23,7 @@ std::atomic<uint64_t> conversions{0};
 
 class MemorySurface : public BlitSurface {
 public:
-    // Draws `source` into the whole of `destination`, as far as it lies on `to`.
+    // Draws `source` into `destination`, as far as that lies on `to`.
     virtual BlitResult DrawOn(const PictureView& to, const Rect& destination, const Rect& source, VideoBlit& blit) = 0;
 };
 
@@ -53,7 +52,7 @@ public:
         const size_t luma = size_t{m_pitch} * size.height;
         if (!m_memory.Allocate(luma + luma / 2))
             return false;
-        std::memset(m_memory.Data() + luma, 128, luma / 2);    // no colour, for what nobody writes
+        std::memset(m_memory.Data() + luma, 128, luma / 2);    // no colour, in samples that are never written
         m_picture = LayOut(m_memory.Data(), m_pitch, size, format);
         return true;
     }
@@ -71,7 +70,7 @@ private:
     AlignedBuffer m_memory;
 };
 
-// A decoder's picture as it lies.
+// A decoder's picture, in the decoder's memory.
 class WrappedVideo final : public MemoryVideo {
 public:
     explicit WrappedVideo(const ConstPictureView& picture) : MemoryVideo(picture) {}
@@ -80,13 +79,13 @@ public:
 class MemoryTextSystem final : public MemorySurface {
 public:
     bool Make(uint32_t width, uint32_t height) { return m_raster.Resize(width, height); }
-    // Clears; rows that nobody has drawn on stay untouched, and take no memory.
+    // Clears the rows that were drawn on; other rows are not written, so that they take no memory.
     BlitResult Fill(const Rect&, uint32_t) override {
         const PictureView& view = m_raster.View();
         for (uint32_t y = 0; y < view.size.height; ++y) {
             uint8_t* const row = view.Row(y);
             const auto* const pairs = reinterpret_cast<const uint64_t*>(row);
-            uint64_t any = 0;    // with no way out of the loop, which makes it vectors
+            uint64_t any = 0;    // without an early exit, so that the loop is vectorised
             for (ptrdiff_t i = 0; i < view.stride[0] / 8; ++i)
                 any |= pairs[i];
             if (any != 0)
@@ -137,7 +136,7 @@ public:
             if (state == WindowSink::State::Busy || state == WindowSink::State::Hidden)
                 return BlitResult::StillDrawing;
             if (target.sink->Size() != target.size)
-                return BlitResult::InvalidArgument;    // too large is another size too
+                return BlitResult::InvalidArgument;    // also where the window is too large
         }
         if (target.overview != nullptr && target.overview->Prepare() == WindowSink::State::Ready)
             m_target.overview = target.overview;
@@ -157,7 +156,7 @@ public:
         const bool aside = IsAside(to);
         WindowSink* const sink = aside ? m_target.overview : m_target.sink;
         if (sink == nullptr)
-            return BlitResult::Ok;    // a window that cannot be seen now
+            return BlitResult::Ok;    // the window is not viewable now
         const WindowSink::Writing writing = sink->Write();
         return surface.DrawOn(writing.Image(), aside ? to.Moved(-m_target.room.left, -m_target.room.top) : to, source,
                               aside ? m_overviewBlit : m_blit);
@@ -230,7 +229,7 @@ private:
 
 class MemoryBlitter final : public Blitter {
 public:
-    std::vector<Monitor> Enumerate() override { return {}; }    // each comes with the first window on it
+    std::vector<Monitor> Enumerate() override { return {}; }    // each is added with the first window on it
     Monitor Desktop() override { return {}; }
     std::optional<Monitor> FindMonitor(const WindowWatchPtr& window) override {
         return window != nullptr ? window->GetMonitor() : Monitor{};

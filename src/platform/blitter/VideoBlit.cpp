@@ -8,9 +8,9 @@ namespace corvane {
 
 namespace {
 
-// Rows of a band: with three planes of it and their source rows it stays in the second level of the cache.
+// Rows of a band. The band's planes and their source rows stay in the second-level cache.
 constexpr uint32_t kBandRows = 32;
-// From this size on what is drawn goes past the cache: it would only push out what the decoder needs.
+// From this size on pixels are stored past the cache, where they would displace the decoder's data.
 constexpr int64_t kStreamingPixels = int64_t{512} << 10;
 
 constexpr uint32_t Small(int64_t value) {
@@ -48,7 +48,7 @@ bool VideoBlit::Draw(const PictureView& to, const Rect& destination, const Const
 bool VideoBlit::EnsureBands(uint32_t width, bool planar) {
     const uint32_t step = (width + 1 + 63) & ~63u;
     if (!m_bands || m_bandStep != step) {
-        // Luma, and as much again for both kinds of chroma.
+        // Luma, and as much again for U and V.
         if (!m_bands.Allocate(size_t{2} * step * kBandRows)) {
             m_bandStep = 0;
             return false;
@@ -74,8 +74,8 @@ void VideoBlit::ShrinkBand(const ConstPictureView& shown, uint32_t row, uint32_t
         m_chroma.Rows(shown.plane[i], shown.stride[i], row / 2, (rows + 1) / 2, m_band.plane[i], m_band.stride[i]);
 }
 
-// Band by band: the rows of a band are converted while they are still near. An axis that grows is left for later, and
-// then, as for sizes that are not even or are cut, the bands come together in memory first.
+// Works in bands, whose rows are converted while they are cached. Where one axis grows, where sizes are odd, and where
+// the destination is clipped, the bands are converted into a picture in memory, which is scaled afterwards.
 bool VideoBlit::DrawShrunk(const PictureView& to, const Rect& destination, const ConstPictureView& picture,
                            const Rect& source) {
     const uint32_t width = Small(std::min(source.Width(), destination.Width()));

@@ -1,5 +1,5 @@
-// Puts a 4:2:0 picture on a raster: converted where the size stays, made smaller before it is converted where it
-// shrinks, enlarged after.
+// Draws a 4:2:0 picture on a raster. A picture that shrinks is scaled before the conversion, a picture that grows after
+// it.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 namespace corvane {
 
-// Keeps tables and bands for the next picture like the one before. One thread at a time.
+// Keeps tables and bands for the next picture of the same sizes. One thread at a time.
 class VideoBlit {
 public:
     // Scales `source`, a part of `picture` (PF_I420 or PF_NV12 of even sides), into the whole of `destination`, of

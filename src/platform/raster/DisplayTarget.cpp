@@ -18,13 +18,13 @@ Status StatusOf(cairo_status_t status) {
     return status == CAIRO_STATUS_NO_MEMORY ? Status::OutOfMemory : Status::Failed;
 }
 
-// A surface without bounds tells extents of millions.
+// A surface without bounds reports extents of millions.
 uint32_t Length(double from, double to) {
     const double length = std::round(std::abs(to - from));
     return length >= 1 && length <= limits::kMaxPictureSide ? static_cast<uint32_t>(length) : 0;
 }
 
-// The path is no part of what cairo saves.
+// Keeps the path, which cairo_save does not.
 class PathKeeper {
 public:
     explicit PathKeeper(cairo_t* context) : m_context(context), m_path(cairo_copy_path(context)) {
@@ -86,7 +86,8 @@ Status DisplayTarget::Draw(const ConstPictureView& picture, const Rect& area) co
         cairo_paint(m_context);
         cairo_restore(m_context);
     }
-    // A recording surface (vector or not) keeps a copy from here on: the pixels die with this call.
+    // After this a recording surface (vector or not) uses its own copy of the pixels, which are freed when this
+    // function returns.
     cairo_surface_finish(surface);
     cairo_surface_destroy(surface);
     if (failure::MustFail(failure::Site::PlatformCall))

@@ -1,5 +1,5 @@
-// A client's own cairo context as the place where a picture is drawn: in the client's matrix and clip, on any kind of
-// surface. What the client set on the context, its path included, is the same afterwards.
+// Draws pictures on a client's own cairo context, with the client's matrix and clip, on any kind of surface. The
+// client's settings of the context, its path included, are unchanged afterwards.
 #pragma once
 
 #include <cstdint>

@@ -13,7 +13,7 @@ namespace {
 constexpr int64_t kPixelBytes = 4;
 constexpr uint32_t kOpaque = 0xFF000000u;
 
-// As many 64 bit coordinates as there are, so that moving and scaling by them cannot overflow.
+// Larger coordinates are ignored, so that moving and scaling cannot overflow.
 constexpr int64_t kFarthest = int64_t{1} << 40;
 bool Near(const Rect& rect) {
     return std::min({rect.left, rect.top, rect.right, rect.bottom}) > -kFarthest &&
@@ -31,11 +31,11 @@ bool Raster::Reuse(uint32_t width, uint32_t height) {
     if (m_view.size == PictureSize{width, height})
         return static_cast<bool>(m_view);
     m_view = {};
-    // Rows on 64 bytes, for whole aligned vectors.
+    // Rows begin on 64 bytes, for aligned vectors.
     const uint64_t step = (uint64_t{width} * kPixelBytes + 63) & ~uint64_t{63};
     const size_t bytes = limits::FitsPicture(width, height) ? step * height : 0;
     const size_t before = m_memory.Size();
-    // In the place of memory that is too small comes an eighth more: a size that grows may go on so.
+    // Memory that replaces a smaller block has an eighth more, since a size that grows may grow again.
     if (bytes == 0 || ((before < bytes || before / 2 > bytes) &&
                        !m_memory.Allocate(bytes + (before != 0 && before < bytes ? bytes / 8 : 0)))) {
         Free();
@@ -65,7 +65,7 @@ void Fill(const PictureView& to, const Rect& rect, uint32_t color) {
 void Blit(const PictureView& to, int64_t x, int64_t y, const ConstPictureView& from, const Rect& source) {
     if (!to || !from || !Near(source) || !Near({x, y, x, y}))
         return;
-    const int64_t right = x - source.left;    // how far the pixels move
+    const int64_t right = x - source.left;    // the distance that pixels move
     const int64_t down = y - source.top;
     const Rect part = source.Intersected(from.Bounds()).Moved(right, down).Intersected(to.Bounds());
     if (part.Empty())

@@ -23,11 +23,11 @@ public:
         return *this;
     }
 
-    // Gives the raster this size; what it held is lost, all pixels are 0. False when there is no memory or the size is
-    // out of the limits, and then the raster is empty.
+    // Sets the size; all pixels become 0. False when there is no memory or the size is out of the limits; the raster is
+    // then empty.
     [[nodiscard]] bool Resize(uint32_t width, uint32_t height);
-    // The same for what is written before it is read, and changes its size often: what it holds then is not said, and
-    // memory of up to twice the need stays.
+    // Sets the size, for pictures that are written before they are read and often change their size. The contents are
+    // undefined, and up to twice the memory needed is kept.
     [[nodiscard]] bool Reuse(uint32_t width, uint32_t height);
     void Free();
 

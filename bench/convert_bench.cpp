@@ -108,7 +108,7 @@ std::vector<Conversion> RgbConversions() {
     list.push_back({"24 bit, past the cache", "ring 0.60", Rgb({3, false, 0, true}, false), peers24});
     list.push_back({"24 bit bottom-up, past the cache", "ring 0.45", Rgb({3, false, 0, true}, true), flip24});
     list.push_back({"32 bit, past the cache", "ring 0.90", Rgb({4, false, 0, true}, false), peers32});
-    // By the colours that a stream signals.
+    // By what a stream signals.
     const ColourMatrix& matrix = MatrixOf({corvane::ColourSignal::Matrix::Bt709, false});
     const auto h24 = Yuv3(libyuv::I420ToRGB24, kWidth * 3);
     const auto h32 = Yuv3(libyuv::H420ToARGB, kWidth * 4);

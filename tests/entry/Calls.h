@@ -1,4 +1,4 @@
-// Every export that has an effect, as a call of one form. A call ends with the first status that is not Ok.
+// Every export that does anything as a call of one form. A call ends with the first status that is not Ok.
 #pragma once
 
 #include <cairo.h>

@@ -38,6 +38,14 @@ UnitKind KindOf(uint32_t streamType, unsigned code) {
     }
 }
 
+// Of a sequence: in H.264 the sequence and in H.265 the video parameter set, in MPEG-4 Visual the visual object
+// sequence.
+bool IsFirstSet(uint32_t streamType, unsigned code) {
+    return streamType == CORVANE_STREAM_MPEG4  ? code == 0xB0
+           : streamType == CORVANE_STREAM_H264 ? (code & 31) == h264::kSps
+                                               : (code >> 1 & 63) == 32;
+}
+
 bool HasStartCodes(uint32_t streamType) {
     return streamType == CORVANE_STREAM_MPEG4 || streamType == CORVANE_STREAM_H264 || streamType == CORVANE_STREAM_H265;
 }
@@ -79,6 +87,7 @@ AccessUnitAssembler::Part AccessUnitAssembler::PartOf(const MediaFrameImpl& fram
         }
         part.noPicture |= kind != UnitKind::Unknown;
         part.parameterSets |= kind == UnitKind::ParameterSet;
+        part.firstSet |= IsFirstSet(streamType, *at);
         m_hasSets |= kind == UnitKind::ParameterSet;
         if (kind == UnitKind::ParameterSet && streamType == CORVANE_STREAM_H264)
             ReadParameterSet(at, end);
@@ -213,7 +222,7 @@ void AccessUnitAssembler::AddBackward(const FramePtr& frame) {
     if (EndsGop(*frame, part))
         EndGop();
     Collect(frame, part);
-    const bool selfContained = part.parameterSets || !HasStartCodes(frame->Header().streamType);
+    const bool selfContained = part.firstSet || !HasStartCodes(frame->Header().streamType);
     if (m_gop.begins && !part.noPicture && selfContained && !m_separate)
         EndGop();
 }

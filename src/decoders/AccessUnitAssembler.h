@@ -37,9 +37,9 @@ public:
     explicit AccessUnitAssembler(bool backward = false) : m_backward(backward) {}
 
     // Forward: the unit that `frame` completes. Backward: the newest unit of the GOP that `frame` completes; Next gives
-    // the others. A GOP is complete with its key frame where that brings its own parameter sets, and such frames never
-    // came by themselves; else with the first picture of the next older GOP. Raises std::bad_alloc; then the frame is
-    // lost, backward the GOP.
+    // the others. A GOP is complete with its key frame where that contains its own parameter sets, and no frame without
+    // a picture has come so far; else with the first picture of the next older GOP. Raises std::bad_alloc; then the
+    // frame is lost, backward the GOP.
     Unit Add(const FramePtr& frame);
 
     // Backward: the next older unit of the last GOP.
@@ -66,6 +66,7 @@ private:
     // What a frame contains.
     struct Part {
         bool parameterSets = false;    // in front of the picture, or by themselves
+        bool firstSet = false;         // the parameter set that stands in front of all others
         bool noPicture = false;        // false also where that is not certain
         std::optional<h264::SliceHeader> field;
         // Of a field.

@@ -61,6 +61,6 @@ private:
     uint64_t m_next = 0;
     int64_t m_fedMs = 0;
     ShownPictures m_pictures;
-    uint64_t m_handedOver = 0;    // on the render thread
+    uint64_t m_handedOver = 0;       // on the render thread
     ChannelStatistics m_atStop{};    // its counters when it was stopped
 };

@@ -24,8 +24,8 @@ public:
     virtual uint32_t Width() const = 0;         // pixels
     virtual uint32_t Height() const = 0;
     virtual double PixelAspect() const = 0;    // width of a pixel over its height
-    // What stands in front of each payload (MediaFrameHeader.headerSize): empty, or the mark of interlaced pictures, where
-    // the container knows of it. MPEG-4 and JPEG streams bring a mark of their own.
+    // What stands in front of each payload (MediaFrameHeader.headerSize): empty, or the mark of interlaced pictures,
+    // where the container knows of it. MPEG-4 and JPEG streams bring a mark of their own.
     virtual std::span<const uint8_t> FrameHeader() const = 0;
     virtual double DurationSeconds() const = 0;    // 0 when unknown
     virtual const char* CodecName() const = 0;

@@ -134,8 +134,8 @@ void Player::Wait(double seconds) {
         std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
 
-// What waits when the stream has ended comes out at its own pace, as long as that takes. The last picture of a channel may
-// never be shown, in a hidden window or on a server that stands still: it gets a second.
+// What waits when the stream has ended comes out at its own pace, as long as that takes. The last picture of a channel
+// may never be shown, in a hidden window or on a server that stands still: it gets a second.
 void Player::Drain(const std::atomic<bool>& stop) {
     constexpr double kLastPicture = 1;    // seconds
     for (const auto& feed : m_feeds)

@@ -47,7 +47,7 @@ private:
     std::unique_ptr<Reel> m_reel;
     std::unique_ptr<ContactSheet> m_sheet;
     std::unique_ptr<Wall> m_wall;    // null without a window
-    double m_pixelAspect = 1;         // width of a pixel over its height
+    double m_pixelAspect = 1;        // width of a pixel over its height
     void* m_instance = nullptr;
     std::vector<std::unique_ptr<ChannelFeed>> m_feeds;
     double m_startedAt = 0;    // moves on while paused

@@ -40,7 +40,7 @@ Status CopyLogo(const RasterView& logo, IPictureMaker& maker) {
         const uint32_t from = format == PF_BGRA32_FLIP ? logo.height - 1 - row : row;
         uint8_t* const to = buffer + size_t{stride} * row;
         std::memcpy(to, logo.data + static_cast<ptrdiff_t>(from) * logo.step, size_t{4} * logo.width);
-        for (uint32_t x = 0; format == PF_RGBA32 && x < logo.width; ++x)
+        for (size_t x = 0; format == PF_RGBA32 && x < logo.width; ++x)
             std::swap(to[4 * x], to[4 * x + 2]);
     }
     return Status::Ok;

@@ -71,13 +71,13 @@ private:
 
     mutable Mutex m_mutex;    // a leaf, held for a copy
     uint32_t m_cause GUARDED_BY(m_mutex) = CORVANE_CAUSE_NONE;
-    int64_t m_causeAt GUARDED_BY(m_mutex) = 0;    // ns
+    int64_t m_causeAt GUARDED_BY(m_mutex) = 0;                   // ns
     std::array<uint32_t, kAges> m_ages GUARDED_BY(m_mutex){};    // ms, the newest overwrites the oldest
     uint64_t m_agesNoted GUARDED_BY(m_mutex) = 0;
 };
 
-// Counts one frame or picture in its destructor: as what it was made with, as long as nobody says better. An exception on
-// the way thus counts as what it costs.
+// Counts one frame or picture in its destructor: as what it was made with, as long as nobody says better. An exception
+// on the way thus counts as what it costs.
 class CountAtEnd {
 public:
     CountAtEnd(ChannelCounters& counters, Counter counter, uint32_t cause)

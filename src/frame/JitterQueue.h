@@ -26,8 +26,8 @@ public:
     // key frame is never refused. Raises std::bad_alloc, and nothing has changed then.
     bool Push(const FramePtr& frame);
 
-    // Whether the frame pushed last took its duration over from the one before: its time did not rise, or jumped. Not for
-    // the first of its class since the queue ran empty.
+    // Whether the frame pushed last took its duration over from the one before: its time did not rise, or jumped. Not
+    // for the first of its class since the queue ran empty.
     bool StepWasMissing() const { return m_stepMissing; }
 
     // -1 nothing to give yet, `out` untouched; 0 a frame, and the queue is still above the buffer time; 1 a frame, and

@@ -59,8 +59,7 @@ public:
         std::function<void(const FinishedPicture&, Outcome)> after;
     };
     template <typename... Arguments>
-    explicit RelayingRenderer(const Hooks& hooks, Arguments&&... arguments)
-        : m_hooks(hooks), m_inner(arguments...) {}
+    explicit RelayingRenderer(const Hooks& hooks, Arguments&&... arguments) : m_hooks(hooks), m_inner(arguments...) {}
     const RendererTraits& Traits() const override { return m_inner.Traits(); }
     uint32_t FormatFor(uint32_t preferred) const override { return m_inner.FormatFor(preferred); }
     bool HasFreeBuffer() const override { return m_inner.HasFreeBuffer(); }

@@ -360,9 +360,9 @@ void World::Snapshot(void* channel, uint8_t how) {
 }
 
 void World::Display(void* channel, uint8_t how) {
-    cairo_surface_t* const surface =
-        (how & 1) != 0 ? cairo_recording_surface_create(CAIRO_CONTENT_COLOR, nullptr)
-                       : cairo_image_surface_create(CAIRO_FORMAT_ARGB32, how >> 2, how & 15);
+    cairo_surface_t* const surface = (how & 1) != 0
+                                         ? cairo_recording_surface_create(CAIRO_CONTENT_COLOR, nullptr)
+                                         : cairo_image_surface_create(CAIRO_FORMAT_ARGB32, how >> 2, how & 15);
     cairo_t* const context = cairo_create(surface);
     DisplayFrameInfo info{};
     ((how & 2) != 0 ? &Corvane_GetCurrentDisplay : &Corvane_GetZoomedDisplay)(channel, context, &info);

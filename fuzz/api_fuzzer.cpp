@@ -66,9 +66,9 @@ struct Filter final : QMRX::Filter::IFilter {
     int32_t Process(QMRX::Filter::FilterArgs* args) override;
 };
 
-// Two instances of one channel each, whose callbacks stop, delete and release channel and instance of the other. A thread
-// uses or ends a side only while it holds the claim of that side, and does nothing where another thread holds it. A real
-// client has a lock there.
+// Two instances of one channel each, whose callbacks stop, delete and release channel and instance of the other. A
+// thread uses or ends a side only while it holds the claim of that side, and does nothing where another thread holds
+// it. A real client has a lock there.
 struct Duel {
     struct Side {
         Duel* duel = nullptr;

@@ -1,6 +1,6 @@
-// Pictures of random options and requests through the JPEG encoder twice, fast and plain: the same bytes, the same failures.
-// Each memory of the client (planes, output, comment, the encoder's memory) ends or begins at a page that cannot be accessed;
-// without requests the planes have no byte more than may be read.
+// Pictures of random options and requests through the JPEG encoder twice, fast and plain: the same bytes, the same
+// failures. Each memory of the client (planes, output, comment, the encoder's memory) ends or begins at a page that
+// cannot be accessed; without requests the planes have no byte more than may be read.
 //
 // Input: 24 bytes of options; as many bytes of requests as the 16th of them says, three a request; then samples, over
 // and over.

@@ -1,4 +1,4 @@
-# How everything in the tree is compiled. corvane_options carries it; each target links it privately.
+# The options of all compilations of the tree: each target links corvane_options privately.
 if(NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
 endif()
@@ -14,7 +14,7 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 find_program(CCACHE ccache)
-if(CCACHE)    # paths below the tree count as relative: another checkout finds what this one compiled
+if(CCACHE)    # paths in the tree are relative, so that all checkouts share the cache
   set(CORVANE_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${CCACHE})
   set(CMAKE_C_COMPILER_LAUNCHER ${CORVANE_LAUNCHER})
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CORVANE_LAUNCHER})
@@ -26,12 +26,12 @@ target_compile_options(corvane_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wno-unknown-pragmas
   $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
   -fstack-protector-strong -fstack-clash-protection -fcf-protection=full
-  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/= -fmacro-prefix-map=${CORVANE_SOURCE_FROM_BUILD}=)    # no folder of the builder in what is handed out
+  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/= -fmacro-prefix-map=${CORVANE_SOURCE_FROM_BUILD}=)    # installed files name no folder of the builder
 target_link_options(corvane_options INTERFACE -Wl,-z,relro -Wl,-z,now)
 if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   target_compile_options(corvane_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety>)
 else()
-  target_compile_options(corvane_options INTERFACE -Wno-attributes -Wno-restrict -ftrivial-auto-var-init=zero)    # clang 14 refuses it
+  target_compile_options(corvane_options INTERFACE -Wno-attributes -Wno-restrict -ftrivial-auto-var-init=zero)    # clang 14 refuses the last
 endif()
 if(CORVANE_WERROR)
   target_compile_options(corvane_options INTERFACE -Werror)

@@ -15,7 +15,7 @@ built = {words[-1].split("@")[0] for words in symbols if words[-2] in "TWVBDR"} 
 versioned = all("@@CORVANE_5" in words[-1] or words[-1] == "CORVANE_5" for words in symbols if words[-2] != "A")
 imports = subprocess.run(["nm", "-D", "--undefined-only", sys.argv[1]], check=True, capture_output=True, text=True).stdout
 xlib = re.findall(r"\bX[A-Z]\w*", imports)
-# Each declaration is documented with its thread word.
+# Each declaration has its thread word in the comment.
 undocumented = [name for name in declared
                 if not re.search(r"\[(?:any\*?|writer|reader)\]\s*\*/\s*(CORVANE_API[^;]*;\s*)*CORVANE_API[^;]*\b" + name + r"\(",
                                  header)]

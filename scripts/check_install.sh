@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# check_install.sh BUILD: installs that build into a folder of its own, moves it, builds the examples against it by
-# CMake and by pkg-config, and runs them on a real key frame, those with windows on a real stream and a private X server.
+# check_install.sh BUILD: installs that build into a temporary folder, moves the folder, builds the examples with it by CMake
+# and by pkg-config, and runs them on a key frame; those with windows on a stream, on a private X server.
 set -euo pipefail
 trap 'echo "$0: line $LINENO failed" >&2' ERR
 build=$(realpath "$1")
@@ -20,13 +20,13 @@ cmake -S "$source/examples" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work
 cmake --build "$work/cmake" >/dev/null
 "$work/cmake/first" "$work/key.h264" | grep -qx 'picture 320 x 240, 307200 bytes'
 
-# What is handed out knows no folder of this machine but its own.
+# Installed files name no folder of this machine.
 ! find "$work/prefix" -type f -exec grep -lF "$source" {} + || { echo "a path of the builder is in what was installed"; exit 1; }
 
 config=$(dirname "$(find "$work/prefix" -name corvane.pc)")
 export PKG_CONFIG_PATH=$config
 options=(-std=c99 -D_DEFAULT_SOURCE -Wall -Wextra -Werror)
-# compile NAME PACKAGE...: an example as a newcomer builds it.
+# compile NAME PACKAGE...: builds an example with pkg-config alone.
 compile() {
     # shellcheck disable=SC2046
     cc "${options[@]}" "$source/examples/$1.c" -o "$work/$1" $(pkg-config --cflags --libs corvane "${@:2}")
@@ -39,7 +39,7 @@ LD_LIBRARY_PATH=$(pkg-config --variable=libdir corvane)
 export LD_LIBRARY_PATH
 "$work/first" "$work/key.h264" | grep -q '^picture 320 x 240'
 
-# Each shows the stream: a third of its picture and more is of strong colours, which no toolkit draws by itself.
+# Each example shows the stream: at least a third of its pixels have strong colours, which no toolkit draws by itself.
 export GDK_BACKEND=x11 NO_AT_BRIDGE=1 HOME="$work"
 startDisplay 800x600
 for name in xcb_window sdl_window gtk_embed; do

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Every name of the code that the documents put in backticks is there: words like CamelCase, m_member and CORVANE_NAME as
+"""Fails when a name in backticks in the documents is not in the code: words like CamelCase, m_member and CORVANE_NAME as
 words of the code without its comments, Class::Method as a member of that class, files and folders as such. In indented
 blocks, where the paths of frames and stills are listed, each Class::Method is checked.
 
@@ -12,9 +12,9 @@ import sys
 root = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).resolve().parent.parent)
 DOCUMENTS = [root / "README.md", root / "CONTRIBUTING.md", root / "bench/README.md", *sorted((root / "docs").glob("*.md"))]
 CODE = ["src", "include", "apps", "tests", "fuzz", "bench", "examples", "cmake"]
-# Made by a build or a run; the names of ctest's tests.
+# Files that a build or a run makes, and the names of ctest's tests.
 NOT_IN_TREE = re.compile(r"/|build/|out/|PREFIX/|(tree|package|play|shaken)/")
-# What the documents name of other people's code.
+# Names of other people's code.
 FOREIGN = {"Debug", "Release", "Xvfb"}
 
 # Syntax elements that decoders/H264Syntax.h does not declare, and what the standard asks of a mutex.
@@ -55,7 +55,7 @@ def has_member(qualified):
 
 
 def missing(name):
-    """Whether `name` looks like one of the code's and is not there."""
+    """Whether `name` looks like a name of the code and is not there."""
     name = re.sub(r"\(.*\)$", "", name)
     if name.startswith("."):    # an ending, or a hidden file
         return False

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# check_player.sh PROGRAM: plays real files through every option that a newcomer tries first.
+# check_player.sh PROGRAM: plays files with each of the common options.
 set -euo pipefail
 trap 'echo "$0: line $LINENO failed" >&2' ERR
 play=$(realpath "$1")
@@ -17,7 +17,7 @@ field() { sed -n "s/^ *\"$2\": \"\{0,1\}\([^\",]*\)\"\{0,1\},\{0,1\}$/\1/p" "$1"
 
 for file in h264.mp4 h265.mkv mpeg4.mp4 jpeg.avi; do
     "$play" --headless --quiet --stats stats.json --contact-sheet sheet.png "$file"
-    # Every frame is accounted for; how many a loaded machine shows is its own affair.
+    # Every frame is counted with its outcome. How many are shown depends on the load of the machine.
     shown=$(field stats.json shown)
     sum=$((shown + $(field stats.json lost) + $(field stats.json waiting_at_end)))
     [ "$(field stats.json fed)" = 25 ] && [ "$sum" = 25 ] && [ "$(field stats.json waiting_at_end)" = 0 ] && [ "$shown" -gt 0 ] || { echo "$file"; cat stats.json; exit 1; }
@@ -25,7 +25,7 @@ for file in h264.mp4 h265.mkv mpeg4.mp4 jpeg.avi; do
 done
 [ "$(field stats.json width)" = 321 ]
 
-# A clip that is shorter than the buffer is played whole; one that shows nothing ends with the cause.
+# A clip that is shorter than the buffer is played to its end; a file without a picture ends with the cause.
 ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -c:v libx264 -g 10 -bf 0 -pix_fmt yuv420p all.mp4
 "$play" --headless --quiet --buffer 60000 --stats stats.json all.mp4
 [ "$(field stats.json shown)" = 25 ] && [ "$(field stats.json last_cause)" = none ]
@@ -39,7 +39,7 @@ status=0
 [ "$(field stats.json fed)" = 50 ] && [ "$(field stats.json width)" -le 124 ]
 grep -q 'shown' status
 
-# Stills of the decoded picture, from time to time.
+# Stills of the decoded picture, at intervals.
 stills() { # FORMAT EXTENSION
     "$play" --headless --quiet --still-format "$1" --snapshot-every 0.4 h264.mp4
     [ "$(ls corvane-00?."$2" | wc -l)" = 3 ]
@@ -51,7 +51,7 @@ stills() { # FORMAT EXTENSION
 }
 stills png png && stills jpeg jpg && stills bmp bmp && stills raw yuv
 
-# Mistakes end with a sentence and a status, not with a trace.
+# Wrong arguments end with a sentence and a status.
 ! "$play" --headless missing.mp4 2>error && grep -q 'missing.mp4: No such file' error
 ! "$play" --headless sound.wav 2>error && grep -q 'no H.264, H.265, MPEG-4 or JPEG video' error
 ! "$play" --headless --wall 4 h264.mp4 2>error && grep -q 'no window' error
@@ -59,7 +59,7 @@ stills png png && stills jpeg jpg && stills bmp bmp && stills raw yuv
 ! "$play" --headless --threads many h264.mp4 2>error && grep -q 'no good value for --threads' error
 ! DISPLAY= "$play" h264.mp4 2>error && grep -q -- '--headless' error
 ! "$play" --headless --quiet --stats /nonexistent/x h264.mp4 2>error && grep -q 'cannot be written' error
-# Ctrl-C ends it with what was measured.
+# Ctrl-C ends the player with its statistics.
 "$play" --headless --quiet --stats stats.json --loop 1000 h264.mp4 & sleep 1; kill -INT $!; wait $!
 [ "$(field stats.json shown)" -gt 0 ]
 echo "the player plays, measures and complains as it should"

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""The first program in the README is the one that is built and run; every dependency that is installed stands there."""
+"""Fails when the first program in the README is not the one that is built and run, when a package that is installed has no
+reason there, and when a room has no row in the architecture."""
 import pathlib
 import re
 import sys

@@ -1,13 +1,12 @@
 #!/usr/bin/env python3
-"""Fails when a room or sub-room includes one that stands above it, when a header is included that is private to another
-folder, or a header of the system outside the folders that it is for, and when a public header includes a private one. Fails
-as well when a class or a function is too large, when a handle is cast outside one place, and when a function outside base/ is
+"""Fails when a room or sub-room includes one above it, when a header is included that is private to another folder, or a
+header of the system outside its folders, and when a public header includes a private one. Fails as well when a class or a function is too large, when a handle is cast outside one place, and when a function outside base/ is
 exempt from lock analysis."""
 import pathlib
 import re
 import sys
 
-# From the ground up, each with its sub-rooms from the ground up; "" are the files in the room itself.
+# The rooms, lowest first, each with its sub-rooms, lowest first; "" stands for the files in the room itself.
 ROOMS = {
     "base": [""],
     "kernels": [""],
@@ -22,13 +21,13 @@ ROOMS = {
     "channels": [""],
     "entry": [""],
 }
-# The headers of a folder that others may include; all of a folder that is not named here. A header whose first comment
-# says "Private to NAME/" is for the folder of that name alone, wherever it lies.
+# The headers of a folder that other folders may include; of a folder that is not named here, all. A header whose first
+# comment says "Private to NAME/" is for the folder of that name alone.
 FACES = {
     "platform/x11": ["Beam.h", "WindowGrab.h", "WindowSink.h", "WindowWatch.h"],
     "platform/blitter": ["Blitter.h"],
 }
-# Headers of the system by the start of their names, and the folders and files that they are for.
+# Headers of the system by the start of their names, and the folders and files that may include them.
 SYSTEM = {
     "xcb/": ["platform/x11/"],
     "cairo": ["platform/raster/"],
@@ -38,7 +37,7 @@ SYSTEM = {
     "libavutil/": ["decoders/FFmpegDecoder.cpp", "decoders/SampleConverter.cpp", "decoders/SampleConverter.h"],
     "libswresample/": ["decoders/SampleConverter.cpp"],
     "libswscale/": ["decoders/FFmpegDecoder.cpp", "filters/FilterResize.cpp", "filters/NearestSamples.cpp"],
-    "libav": [],    # any other of FFmpeg
+    "libav": [],    # all others of FFmpeg
     "libsw": [],
 }
 
@@ -55,7 +54,7 @@ def split(path):
 
 
 def place(path):
-    """Where a file stands: a greater place may include a lesser one. None: in no room that is listed."""
+    """The rank of a file: it may include files of its rank and below. None: its room is not listed."""
     room, sub, _ = split(path)
     if room not in ROOMS or sub not in ROOMS[room]:
         return None
@@ -110,7 +109,7 @@ for folder in ("include", "apps", "examples"):
         for quote, name in include.findall(file.read_text()):
             if name.split("/")[0] in ROOMS:
                 faults.append(f"{file.relative_to(root)}: only public headers may be included, not {name}")
-# ---- Limits of the code, and what is for one place ----
+# ---- Limits of the code, and what may stand in one place only ----
 
 MOST_FIELDS = 25            # of a class
 MOST_LINES = 60             # of a function, between its braces
@@ -127,7 +126,7 @@ def blank(found):
 
 
 def fields_of(body):
-    """How many members the text of a class between its braces declares; what stands in inner braces is left out."""
+    """The number of members in the text of a class between its braces, without the text in inner braces."""
     count = 0
     body = re.sub(r"\b(?:public|protected|private):", "", annotation.sub("", body))
     for statement in body.split(";"):
@@ -143,7 +142,7 @@ def fields_of(body):
 
 
 def check_sizes(path, code):
-    """Walks the braces of a file without its comments and literals: classes and functions, by what stands before each."""
+    """Finds classes and functions by the text before each brace, in a file without its comments and literals."""
     stack, since = [], 0    # per open brace: kind, name, place after it, text of its own level
     own = [""]
     for at, char in enumerate(code):

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Fails on code that clang-format would change, and on findings of clang-tidy in src/ (.clang-format, .clang-tidy). A file that
-# passed is not checked again until its preprocessed text changes: what passed is kept in CORVANE_TIDY_CACHE, or in build/tidy.
+# passed is not checked again until its preprocessed text changes: their hashes are kept in CORVANE_TIDY_CACHE or build/tidy.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 failed=0

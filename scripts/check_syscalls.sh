@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# check_syscalls.sh PROGRAM: the player under strace. No timed wait runs on the wall clock, and a thread that the
-# system refuses ends in a sentence or in a lost picture, never in a crash.
+# check_syscalls.sh PROGRAM: the player under strace. No timed wait uses the wall clock, and a thread that the system refuses
+# costs a sentence or a picture and is no crash.
 set -euo pipefail
 trap 'echo "$0: line $LINENO failed" >&2' ERR
 play=$(realpath "$1")
@@ -15,7 +15,7 @@ if grep 'FUTEX_CLOCK_REALTIME' waits | grep -q 'tv_sec'; then
     echo "a wait depends on the wall clock"
     exit 1
 fi
-grep -q 'tv_sec' waits # timed waits were seen at all
+grep -q 'tv_sec' waits # there were timed waits
 
 for n in 1 2 3 4 5; do
     status=0

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# check_window.sh PROGRAM HAND: the player with a window under a private X server, its keys pressed by window_hand.
+# check_window.sh PROGRAM HAND: the player with a window under a private X server; window_hand presses its keys.
 set -euo pipefail
 trap 'echo "$0: line $LINENO failed" >&2' ERR
 play=$(realpath "$1")
@@ -14,7 +14,7 @@ ffmpeg -nostdin -v error -f lavfi -i "color=red:size=320x240:rate=5,drawbox=x=80
     -c:v libx264 -preset ultrafast -g 5 -pix_fmt yuv420p long.mp4
 
 field() { sed -n "s/^ *\"$2\": \"\{0,1\}\([^\",]*\)\"\{0,1\},\{0,1\}$/\1/p" "$1"; }
-# picture FILE EXPRESSION: holds with w, h, p(x, y) -> (red, green, blue) and colours, the number of them.
+# picture FILE EXPRESSION: the expression holds. It may use w, h, p(x, y) -> (red, green, blue) and colours (their number).
 picture() {
     ffmpeg -nostdin -v error -y -i "$1" -f rawvideo -pix_fmt rgb24 "$1.rgb"
     python3 - "$1" "$2" <<'PY'
@@ -29,7 +29,7 @@ if not eval(sys.argv[2]):
     sys.exit(f"{sys.argv[1]}: not {sys.argv[2]}: {w}x{h}, {colours} colours, middle {p(w // 2, h // 2)}, corner {p(w - 3, h - 3)}")
 PY
 }
-# within COMMAND...: within 20 s.
+# within COMMAND...: the command succeeds within 20 s.
 within() {
     for _ in $(seq 100); do
         "$@" 2>/dev/null && return
@@ -41,7 +41,7 @@ shows() { grabDisplay screen.png && picture screen.png "$1"; }
 is() { [ "$("$hand" "$1" size)" = "$2" ]; }
 
 startDisplay 800x600
-# To the end in its own window, of the stream's size.
+# Plays to the end, in a window of the stream's size.
 for renderer in default plain gdi compose stretch; do
     rm -f shot.png
     "$play" --quiet --renderer $renderer --stats stats.json --screenshot shot.png short.mp4
@@ -51,17 +51,17 @@ for renderer in default plain gdi compose stretch; do
     [ "$(field stats.json window_width)" = 640 ]
 done
 
-# By hand. The picture is red with a green middle of half its size.
+# Keys and mouse. The picture is red, and its middle, of half its size, is green.
 "$play" --size 400x300 --stats stats.json long.mp4 2>status & player=$!
 said() { [ "$(tail -1 status)" = "$1" ]; }
 within shows 'red(50, 50) and green(200, 150) and p(500, 400) == (0, 0, 0)'
-"$hand" long.mp4 key:7a # z: only the green is left
+"$hand" long.mp4 key:7a # z: the green part fills the window
 within shows 'green(20, 20) and green(200, 150)'
-"$hand" long.mp4 key:6f # o: the middle is framed in the overview, which is framed
+"$hand" long.mp4 key:6f # o: an overview with a frame, and in it a frame round the middle
 within shows 'green(50, 50) and green(343, 243) and p(293, 250) == (160, 160, 160) and p(320, 250) == (255, 208, 64)'
 "$hand" long.mp4 key:7a
 within shows 'red(50, 50) and green(343, 243) and p(293, 250) == (160, 160, 160)'
-"$hand" long.mp4 key:6f drag:100,75,200,150 # into the left upper quarter of the green
+"$hand" long.mp4 key:6f drag:100,75,200,150 # to the upper left quarter of the green part
 within said "zoom 4.0"
 within shows 'green(3, 3) and green(396, 296)'
 "$hand" long.mp4 click:4@0,0 click:4@0,0 click:5@0,0 # the wheel
@@ -81,7 +81,7 @@ within shows 'p(2, 200) == (0, 0, 0) and red(60, 60) and colours > 4'
 within shows 'p(150, 100) == (0, 0, 0) and red(180, 10) and green(300, 100) and red(420, 190) and p(450, 100) == (0, 0, 0)'
 "$hand" long.mp4 key:70 # p: the picture fills the window
 within shows 'red(10, 10) and red(590, 190) and green(300, 100)'
-"$hand" long.mp4 drag:150,50,300,100 # where the picture is
+"$hand" long.mp4 drag:150,50,300,100 # within the picture
 within shows 'green(10, 10) and green(590, 190)'
 "$hand" long.mp4 key:62 key:66 # b, f
 within is long.mp4 800x600+0+0
@@ -95,7 +95,7 @@ picture corvane-001.png 'w == 600 and h == 200 and green(300, 100)'
 wait $player
 [ "$(field stats.json window_width)x$(field stats.json window_height)" = 600x200 ]
 
-# Fields that differ: lines of one field next to those of the other, until they are smoothed.
+# Two fields that differ: their lines alternate until the picture is smoothed.
 ffmpeg -nostdin -v error -f lavfi -i "color=gray:size=320x240:rate=5,geq=lum='if(mod(Y,2),220,30)':cb=128:cr=128" -t 60 \
     -flags +ildct+ilme -c:v libx264 -x264opts tff=1 -preset ultrafast -g 5 -pix_fmt yuv420p fields.mp4
 "$play" --quiet --fill --stats stats.json fields.mp4 & player=$!
@@ -107,10 +107,10 @@ within shows "$comb < 20 and p(160, 120)[0] > 60"
 wait $player
 [ "$(field stats.json smoothed)" -gt 0 ] && [ "$(field stats.json refused_smoothing)" = 0 ]
 
-# A wall: cells of the picture's shape, laid out anew with the window; one alone, and back.
+# A wall: cells have the shape of the picture and follow the size of the window; one channel alone, and back.
 "$play" --wall 3 --channels 4 --size 404x304 --stats stats.json --screenshot wall.png long.mp4 2>status & player=$!
 within shows 'red(5, 20) and green(100, 75) and green(300, 75) and green(100, 225) and p(300, 225) == (0, 0, 0)'
-within shows 'p(100, 1) == (80, 176, 255)' # the first has the keys
+within shows 'p(100, 1) == (80, 176, 255)' # keys go to the first channel
 "$hand" long.mp4 key:7a@300,75
 within shows 'p(300, 1) == (80, 176, 255) and p(100, 1) != (80, 176, 255)'
 "$hand" long.mp4 size:800x600
@@ -127,13 +127,13 @@ picture wall.png 'w == 800 and h == 600 and green(410, 20) and green(200, 450) a
 committed=$(field stats.json committed)
 [ "$(field stats.json presented)" -gt 12 ] && [ $(($(field stats.json presented) + $(field stats.json not_presented))) = "$committed" ]
 
-# Closed from outside; larger than the screen.
+# The window is closed from outside; a window is larger than the screen.
 "$play" --quiet --size 4000x1000 long.mp4 & player=$!
 within is long.mp4 800x200+0+0
 "$hand" long.mp4 close
 wait $player
 
-# In somebody else's window, until it goes.
+# In a window of another program, until that is destroyed.
 mkfifo life
 "$hand" owner new:300x200 <life >id & owner=$!
 exec 9>life
@@ -143,9 +143,9 @@ within shows 'p(5, 10) == (0, 0, 0) and red(20, 10) and green(150, 100)'
 exec 9>&-
 wait $owner
 wait $player
-[ "$(field stats.json fed)" -lt 600 ] # not to the end of the stream
+[ "$(field stats.json fed)" -lt 600 ] # fewer than the stream has
 
-# Mistakes, and a server that goes away.
+# Wrong arguments, and a server that ends.
 ! "$play" --window 1 short.mp4 2>error && grep -q 'no such window' error
 ! "$play" --contact-sheet x.png short.mp4 2>error && grep -q 'add --headless' error
 "$play" --quiet long.mp4 2>error & player=$!

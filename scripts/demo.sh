@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, makes a stream and plays it in a window, then once more into memory: leaves
-# out/screenshot.png, out/contact-sheet.png and out/summary.json. Without a display it makes a private one.
+# Installs what is missing, builds, makes a stream and plays it in a window, then again into memory. Writes out/screenshot.png,
+# out/contact-sheet.png and out/summary.json. Without a display it starts a private X server.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -1,5 +1,5 @@
-# Sourced: a private X server for tests, the demo and the benches. `startDisplay WIDTHxHEIGHT` sets DISPLAY and
-# displayProcess; `stopDisplay` ends it, and does nothing where there is none.
+# To be sourced: a private X server for tests, the demo and the benches. `startDisplay WIDTHxHEIGHT` starts one and sets
+# DISPLAY and displayProcess; `stopDisplay` ends it, and does nothing where there is none.
 displayProcess=
 
 startDisplay() {
@@ -25,7 +25,7 @@ stopDisplay() {
     displayProcess=
 }
 
-# grabDisplay FILE: what the screen shows, as a PNG file, or by the end of the name as bytes R G B (.rgb).
+# grabDisplay FILE: the pixels of the screen, as bytes R G B where the name ends in .rgb, else as a PNG file.
 grabDisplay() {
     local format=()
     [[ $1 == *.rgb ]] && format=(-f rawvideo -pix_fmt rgb24)

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds the tests of the kernels for ARM and runs them in an emulator: kernels_arm.sh [what GoogleTest takes].
+# Builds the tests of the kernels for ARM and runs them in an emulator: kernels_arm.sh [arguments of GoogleTest].
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -18,7 +18,7 @@ using QMRX::Filter::IFilter;
 
 namespace {
 
-// For exports with a second required pointer: a null one is reported before the type of the handle is checked.
+// For exports with a second required pointer. A null pointer is reported before the class of the handle is checked.
 template <typename Body>
 uint32_t OnStreamWith(void* channel, const void* required, Body&& body) noexcept {
     return required == nullptr ? Status_InvalidArgument : OnStream(channel, std::forward<Body>(body));

@@ -1,4 +1,4 @@
-// The instance: owns every channel of a client and hands its defaults to new ones.
+// The instance: owns the channels of a client and passes its defaults to new ones.
 #pragma once
 
 #include <cstdint>
@@ -46,16 +46,15 @@ public:
     // False for a wrong version word.
     static bool VersionFits(uint32_t version) { return (version & 0xFF) == 5 && ((version >> 8) & 0xFF) <= 5; }
 
-    // Raises std::bad_alloc and std::system_error; nothing is left then. Failed while DeleteAll is at work.
+    // Raises std::bad_alloc and std::system_error; nothing is left then. Failed during DeleteAll.
     Status CreateChannel(void** channel, const ChannelSettings* settings);
 
-    // Destroys `handle`, if it is known. Status::Failed from a callback of that channel.
+    // Destroys the object of `handle`, if this instance has it. Status::Failed from a callback of that channel.
     Status Delete(const void* handle);
 
-    // Destroys every object, in the order of their handles, before the instance dies: none can be made any more.
-    // Status::Failed, with nothing done, from a callback of one of them, where one of them waits (directly or through
-    // others) for the calling thread, and while another call of it is at work. Raises std::bad_alloc, with nothing
-    // done.
+    // Destroys all objects, in the order of their handles; no more can be made afterwards. Status::Failed, with nothing
+    // done, from a callback of one of them, where one of them waits (directly or through others) for the calling
+    // thread, and during another DeleteAll. Raises std::bad_alloc, with nothing done.
     Status DeleteAll();
 
 private:

@@ -7,7 +7,7 @@ namespace {
 
 using corvane::JpegEncoder;
 
-// What the encoder answers as a word; JPEGENC_FAILED for a null handle.
+// The result of `body` as a word; JPEGENC_FAILED for a null handle.
 template <typename Body>
 uint32_t OnEncoder(void* handle, Body&& body) noexcept {
     auto* const encoder = corvane::PlainObjectOf<JpegEncoder>(handle);

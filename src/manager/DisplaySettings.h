@@ -1,4 +1,4 @@
-// Rules of the display rectangles.
+// How clients change the display area.
 #pragma once
 
 #include "base/Status.h"
@@ -6,8 +6,8 @@
 
 namespace corvane {
 
-// Copies the fields that `mask` names, in the order of its bits. A null window or an empty rectangle is
-// Status::InvalidArgument; fields of lower bits are then set already.
+// Copies the fields of the bits in `mask`, lowest bit first. Status::InvalidArgument for a null window or an empty
+// rectangle; the fields of lower bits are set then.
 Status ApplyDisplayArea(DisplayArea& into, const DisplayArea& from, uint32_t mask);
 
 }    // namespace corvane

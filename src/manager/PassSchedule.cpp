@@ -5,7 +5,7 @@
 namespace corvane {
 
 void PassSchedule::OnPosted() {
-    m_redraw |= m_state != RenderState::Playing;    // the state's picture lies where margins and text go
+    m_redraw |= m_state != RenderState::Playing;    // the picture of the state covers margins and text
     m_state = RenderState::Playing;
     m_posted = true;
 }
@@ -50,7 +50,7 @@ PassSchedule::Due PassSchedule::Take(int64_t now) {
         m_tickAt = waiting ? now + kTick : kNever;
     m_tidy = m_room = false;
     if (!playing)
-        m_posted = m_again = false;    // else when the pass begins
+        m_posted = m_again = false;    // while Playing, BeginPass clears them
     return due;
 }
 

@@ -1,5 +1,5 @@
-// When the render thread has what to do: events in, what is due out. It has no lock, no clock and no thread; the
-// manager calls it under its lock.
+// The state of a render thread: events come in, and it says what is due and when. It has no lock, no clock and no
+// thread; the manager calls it under its lock.
 //
 //   state       left by                                  render thread
 //   Stopped     a picture, Stop(waiting), audio          logo, else background and text
@@ -22,54 +22,54 @@ enum class RenderState : uint32_t { Idle = 0, AudioOnly = 1, Stopped = 2, Waitin
 class PassSchedule {
 public:
     static constexpr int64_t kTick =
-        500'000'000;    // ns: the step of the waiting picture, and of looks at spare memory
+        500'000'000;    // ns between two pictures of Waiting, and between two looks at spare memory
     static constexpr int64_t kNever = INT64_MAX;
 
     // ---- Events ----
 
     void OnPosted();                    // a picture lies in the mailbox
-    void OnState(RenderState state);    // by any other way than a picture
-    void OnRedraw();                    // something about the window changed: margins and text too
-    void OnSinkReady();                 // what a sink could not take can be drawn now; margins and text need nothing
+    void OnState(RenderState state);    // any change of state but that of a picture
+    void OnRedraw();                    // the window changed: margins and text must be drawn too
+    void OnSinkReady();    // a picture that a sink was too busy for can be drawn; margins and text are as they were
     void OnSinkRoom() { m_room = true; }
-    void OnGivenUp() { m_tidy = true; }    // a renderer, or a window
+    void OnGivenUp() { m_tidy = true; }    // a renderer or a window was given up
     void OnInformation();                  // size and state must be reported
     void OnEnd() { m_end = true; }
 
     // ---- The worker ----
 
-    // Whether size and state must be reported with this frame.
+    // Whether size and state must be reported with this frame. Clears the demand.
     bool TakeUnsent();
 
     // ---- The render thread ----
 
     struct Due {
         bool end = false;
-        bool tidy = false;    // renderers and windows that were given up
-        bool room = false;    // sinks may send more
+        bool tidy = false;    // destroy renderers and sinks that were given up
+        bool room = false;    // sinks have room to send more
         bool draw = false;    // a pass, or the picture of the state
         RenderState state = RenderState::Idle;
     };
     bool IsDue(int64_t now) const;
-    int64_t WakeAt() const { return m_tickAt; }    // kNever: only an event wakes
+    int64_t WakeAt() const { return m_tickAt; }    // kNever: only an event wakes the render thread
     Due Take(int64_t now);
-    // Memory is left that goes back after a while: a look is due in a tick.
+    // `spare`: there is memory to be freed later, so a look is due in a tick.
     void SetSpare(bool spare, int64_t now);
 
-    // A pass begins, with all that has happened until now: what it is asked for. No value where it has nothing to show,
-    // since the picture that was posted is not there any more, and none is to be drawn again. `fresh`: it has a picture
-    // that no pass has shown. `always`: the next pass redraws. `reports`: what
-    // the pass presents is seen; `hasText`: there is a text callback.
+    // Begins a pass, which takes all events so far, and returns what it is asked for. No value where there is nothing
+    // to show: the picture that was posted is gone, and none is to be drawn again. `fresh`: the pass has a picture that
+    // no pass has shown. `always`: the next pass redraws. `reports`: presenting is on; `hasText`: there is a text
+    // callback.
     std::optional<PassFlags> BeginPass(bool fresh, bool always, bool reports, bool hasText);
-    // What the pass could not do counts for the next one.
+    // What the pass could not do is asked of the next one.
     void EndPass(const Pass& pass);
 
     RenderState State() const { return m_state; }
-    uint32_t TakeWaitCounter();    // from 0 to 9 and again, from 0 with each wait
+    uint32_t TakeWaitCounter();    // 0 to 9 and again, from 0 in each Waiting
 
 private:
     bool m_posted = false;
-    bool m_again = true;    // what is shown must be drawn again, or for the first time
+    bool m_again = true;    // the picture must be drawn again, or for the first time
     bool m_tidy = false;
     bool m_room = false;
     bool m_end = false;

@@ -10,10 +10,10 @@ namespace corvane {
 
 namespace {
 
-constexpr int64_t kTakenLimit = 500'000'000;    // ns: how long a picture waits until the one before is taken
+constexpr int64_t kTakenLimit = 500'000'000;    // ns that a picture waits until the last one is taken
 
-// The size that a frame is shown at: as it states it, as decoded where it states nothing; line-doubled for half-height
-// pictures of the H.263 family.
+// The size that a frame is shown at: the size that it states, else the decoded one. Half-height pictures of the H.263
+// family are shown at twice their height.
 PictureSize ShownSize(const MediaFrameImpl& frame, PictureSize decoded) {
     PictureSize size{frame.DecodedWidth(), frame.DecodedHeight()};
     if (size.Empty())
@@ -36,8 +36,8 @@ uint32_t RoundedUpToEven(uint32_t value) {
 
 }    // namespace
 
-// Lends the current renderer's buffer; a renderer that has none is replaced by the one that follows it. What was
-// committed is in `picture`.
+// Lends a buffer of the current renderer. A renderer that fails to lend is replaced by the one that follows it. A
+// commit moves the pixels into `picture`.
 class CRenderMgr::RendererTarget final : public PictureTarget {
 public:
     RendererTarget(CRenderMgr& manager, const PresentSettings& settings, FinishedPicture& picture)
@@ -56,7 +56,7 @@ public:
 
     PictureLease Lend(PictureSize size, uint32_t preferredFormat) override {
         if (!limits::FitsPicture(size.width, size.height))
-            return PictureLease();    // no renderer has such a buffer: none of them has failed
+            return PictureLease();    // too large for every renderer, so none has failed
         for (;;) {
             if (!m_seat.renderer->HasFreeBuffer() && m_manager.m_mailbox.TakeBack())
                 m_manager.m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
@@ -95,7 +95,7 @@ CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Cloc
       m_window(WindowWatch::Open(window, WindowWatch::Purpose::Draw), this) {
     {
         const WindowWatchPtr watch = m_window.Watch();
-        MutexLock lock(m_lock);    // the watch may report changes already
+        MutexLock lock(m_lock);    // the watch may already report changes
         ChangeSettings([&](PresentSettings& settings) { settings.window = watch; });
     }
     m_thread = Thread("corvane-render", owner, [this] { RenderLoop(); });
@@ -130,12 +130,12 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const SharedPicture& decode
     const PictureSize size = ShownSize(*frame, decoded.View().size);
     ReportFrame(*frame, size);
     if (wait)
-        (void)m_mailbox.AwaitTaken(kTakenLimit);    // the newest picture counts, in time or not
+        (void)m_mailbox.AwaitTaken(kTakenLimit);    // after the limit the new picture replaces the old one
     FinishedPicture picture{.frame = frame};
     {
         PresentSettingsPtr settings = Settings();
         std::optional<CallGate::Scope> call;
-        if (!settings->chain.clientFilters.empty()) {    // entered before the callbacks are read
+        if (!settings->chain.clientFilters.empty()) {    // enter the gate, then read the filters
             call.emplace(m_filterCalls);
             settings = Settings();
         }
@@ -160,7 +160,7 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const SharedPicture& decode
     SendFallbackEvent();
 }
 
-// Sets picture, frame and state in one step. The caller destroys the picture that was replaced.
+// Sets picture, frame and state in one step. `picture` becomes the one that was replaced, for the caller to destroy.
 void CRenderMgr::Post(FinishedPicture& picture, PictureSize size) {
     {
         MutexLock lock(m_lock);
@@ -170,7 +170,7 @@ void CRenderMgr::Post(FinishedPicture& picture, PictureSize size) {
         if (m_mailbox.Post(picture))
             m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
     }
-    m_due.NotifyAll();    // after the lock is dropped, so that the render thread need not wait for it
+    m_due.NotifyAll();    // without the lock, so that the render thread need not wait for the lock
 }
 
 void CRenderMgr::ReportFrame(const MediaFrameImpl& frame, PictureSize size) {
@@ -183,7 +183,7 @@ void CRenderMgr::ReportFrame(const MediaFrameImpl& frame, PictureSize size) {
         settings = m_settings;
         previous = m_frame;
         resized = m_frame != nullptr && m_frameSize != size;
-        dirty = m_schedule.TakeUnsent();    // what is set while the callback runs counts for the next frame
+        dirty = m_schedule.TakeUnsent();    // a demand that is set during the callback counts for the next frame
     }
     if (!settings->streamInfo)
         return;
@@ -201,8 +201,8 @@ PictureSize CRenderMgr::TargetSize(const PresentSettings& settings, const Render
         return {std::min(size.width, RoundedUpToEven(settings.rawMost.width)),
                 std::min(size.height, RoundedUpToEven(settings.rawMost.height))};
     }
-    // A renderer that does not scale well never gets a picture at more than twice the window's size; smaller reductions
-    // are left to it.
+    // A renderer that does not scale well gets no picture of twice the window's size or more; it makes smaller
+    // reductions itself.
     if (traits.scalesItself || settings.area.zoomEnabled != 0 || settings.angle || settings.window == nullptr)
         return size;
     const std::optional<Rect> window = settings.window->ScreenRect();
@@ -228,7 +228,7 @@ void CRenderMgr::SendDecoderKind(uint32_t kind) {
 }
 
 void CRenderMgr::InputAudio(const FramePtr& frame, bool mix, bool show) {
-    (void)mix;    // the sound output takes the frame here; without one the notice is all that a frame of sound does
+    (void)mix;    // a sound output will take the frame here; this version has none
     if (!show)
         return;
     MutexLock lock(m_lock);
@@ -255,13 +255,13 @@ void CRenderMgr::SetState(RenderState state, const FramePtr& frame) {
 void CRenderMgr::RenderLoop() {
     std::optional<Turn> turn(std::in_place);
     for (;;) {
-        turn.emplace(Await(*turn));    // the last turn is destroyed here, with no lock held
+        turn.emplace(Await(*turn));    // destroys the last turn, with no lock held
         if (turn->due.end)
             break;
         try {
             Do(*turn);
             turn->spare = m_sinks.Trim();
-        } catch (...) {    // no memory for another renderer, or a callback that threw: this present is lost
+        } catch (...) {    // no memory for another renderer, or a callback raised an exception: this pass is lost
         }
     }
     m_kept = {};
@@ -269,7 +269,7 @@ void CRenderMgr::RenderLoop() {
     m_sinks.Clear();
 }
 
-// Ends a turn and waits for the next one, which is all that the render thread needs the lock for.
+// Ends a turn and waits for the next one. Most turns of the render thread take m_lock only here.
 CRenderMgr::Turn CRenderMgr::Await(const Turn& ended) {
     FinishedPicture before;    // destroyed with no lock held
     Turn next;
@@ -289,7 +289,7 @@ CRenderMgr::Turn CRenderMgr::Await(const Turn& ended) {
     next.settings = m_settings;
     next.fresh = m_mailbox.Take(m_kept, before);
     if (next.due.end || next.due.state != RenderState::Playing) {
-        if (std::exchange(next.fresh, false))    // it is not shown
+        if (std::exchange(next.fresh, false))    // the picture is not shown
             m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
         next.frame = m_frame;
         next.logo = m_schedule.State() == RenderState::Stopped ? m_logo : nullptr;
@@ -304,7 +304,7 @@ CRenderMgr::Turn CRenderMgr::Await(const Turn& ended) {
                 Pass{.settings = *next.settings, .sinks = m_sinks, .mailbox = &m_mailbox, .flags = *flags});
     }
     next.inCalls = next.due.draw;
-    if (next.inCalls)    // entered before the callbacks are read
+    if (next.inCalls)    // enter the gate, then read the filters
         next.side = m_renderCalls.Enter();
     return next;
 }
@@ -325,7 +325,7 @@ void CRenderMgr::Do(Turn& turn) {
         DrawState(turn);
 }
 
-// Replaced renderers, and sinks of windows that were given up, are destroyed here, on the render thread.
+// Destroys the sinks of windows that were given up.
 void CRenderMgr::TidyUp(const PresentSettings& settings) {
     m_sinks.Keep({settings.window, settings.area.overviewEnabled != 0 ? settings.overviewWindow : nullptr});
 }
@@ -364,16 +364,16 @@ void CRenderMgr::PresentPass(Turn& turn) {
     Pass& pass = *turn.pass;
     const RendererSlot::Seat seat = m_slot.Current();
     if (!MatchPicture(seat.id, turn.fresh))
-        m_kept.pixels = std::monostate();    // those of another renderer
-    const int64_t begun = m_clock.Now();     // the client's callback takes the time that it takes
+        m_kept.pixels = std::monostate();    // another renderer made them
+    const int64_t begun = m_clock.Now();     // a time before the client's callback, which may take long
     const Outcome outcome = seat.renderer->Present(m_kept, pass);
     m_tally.Note(outcome, pass.settings, outcome == Outcome::HandedOver ? begun : m_clock.Now());
     if (outcome == Outcome::Failed) {
         (void)m_slot.ReplaceFailed(seat, pass.settings);
         return;
     }
-    AfterDisplay(pass);    // whether something was put or not
-    // Deliveries of raw pictures follow here.
+    AfterDisplay(pass);    // also where nothing was put
+    // Raw pictures will be delivered here.
 }
 
 // Whether this renderer may show the kept picture; counts a fresh one as taken, or as lost.

@@ -1,10 +1,10 @@
-// The window side of a channel: takes decoded pictures from the worker, carries them into the renderer's buffer, and
-// presents them on its render thread. A thin coordinator over the mailbox, the schedule, the renderer slot, the chain
-// and the settings.
+// The window side of a channel: takes decoded pictures from the worker, runs them through the chain into a buffer of
+// the renderer, and presents them on its render thread. A coordinator over mailbox, schedule, renderer slot, chain and
+// settings.
 //
 // Locks, in their order: m_windowLock, m_lock, then those of mailbox, slot and sinks. m_lock is held for a few
-// assignments, never while anything is converted, drawn or put, nor while a client is called: so a client's callback
-// may call any setter. m_windowLock makes changes of windows follow one another.
+// assignments, never during a conversion, a drawing, a put or a call of the client, so a callback may call any setter.
+// m_windowLock serialises changes of windows.
 #pragma once
 
 #include <cstdint>
@@ -31,11 +31,11 @@
 
 namespace corvane {
 
-// A window in use: the listener gets its changes as long as this object lives.
+// Reports the changes of a window to a listener as long as this object lives.
 class WindowSubscription {
 public:
     WindowSubscription() = default;
-    // A null window has no changes. May raise std::bad_alloc.
+    // `watch` may be null. May raise std::bad_alloc.
     WindowSubscription(WindowWatchPtr watch, WindowWatch::Listener* listener)
         : m_watch(std::move(watch)), m_listener(listener) {
         if (m_watch != nullptr)
@@ -64,22 +64,22 @@ public:
     // std::system_error; nothing is left then.
     CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Clock& clock = Clock::System(),
                RendererMakers makers = BuiltRenderers());
-    ~CRenderMgr();    // ends
+    ~CRenderMgr();    // calls End
     CRenderMgr(const CRenderMgr&) = delete;
     CRenderMgr& operator=(const CRenderMgr&) = delete;
-    // Joins the render thread, which destroys the renderers. Nothing is presented after it.
+    // Joins the render thread, which destroys the renderers. Nothing is presented afterwards.
     void End();
 
     // ---- From the worker ----
 
-    // Reports the frame, makes its picture for the renderer and wakes the render thread. With `wait` it waits before
-    // that until the render thread has taken the picture before, at most 500 ms; then, and without `wait`, this picture
-    // takes the place of one that was not taken. What becomes of the picture is counted.
+    // Reports the frame, makes its picture for the renderer and wakes the render thread. With `wait` it first waits, at
+    // most 500 ms, until the render thread has taken the last picture. Then, and without `wait`, this picture replaces
+    // one that was not taken. The outcome of the picture is counted.
     void PresentFrame(const FramePtr& frame, const SharedPicture& decoded, bool wait);
-    // Any thread: ends that wait.
+    // Any thread: ends the wait of PresentFrame.
     void WakeWorker() { m_mailbox.Interrupt(); }
-    // Sound enters here (`mix`: it is to be heard). With `show` and a new second of wall-clock time the state becomes
-    // AudioOnly.
+    // A frame of sound (`mix`: it is to be heard). With `show`, and in another second of wall-clock time than the last
+    // frame, the state becomes AudioOnly.
     void InputAudio(const FramePtr& frame, bool mix, bool show);
     void ShowTimeOnly(const FramePtr& frame);
     void SendDecoderKind(uint32_t kind);
@@ -90,8 +90,8 @@ public:
     void ResetToStopped();
     void RequestRedraw();
 
-    // 0 or null gives the window up. May raise std::bad_alloc, and nothing is changed then. The first form opens the
-    // watch, which connects to the window system where nothing did before; the second takes no longer than its locks.
+    // 0 or null: no window. May raise std::bad_alloc, and nothing is changed then. The first form opens the watch,
+    // which connects to the window system if the process had no connection; the second waits for nothing but locks.
     void SetWindow(uintptr_t window) { SetWindow(WindowWatch::Open(window, WindowWatch::Purpose::Draw)); }
     void SetWindow(WindowWatchPtr window);
     void SetBackground(uint32_t color) { SetField(&PresentSettings::background, color); }
@@ -105,15 +105,16 @@ public:
     DisplayArea GetDisplayArea() const;
     // The number of the monitor that shows the window; 0 without one.
     uint32_t GetAdapterIndex() const;
-    // The old logo stays where the new one cannot be loaded; a null surface is no logo.
+    // The old logo stays where the new one cannot be loaded. A null surface removes the logo.
     Status SetLogoFile(const char* path);
     Status SetLogoBitmap(struct _cairo_surface* surface);
-    // What the window shows, X bytes 0. Failed where nothing can be read. Blocks for the window system, at most a
-    // second.
+    // The pixels that the window shows, X bytes 0. Failed where none can be read. Waits for the window system, at most
+    // a second.
     Status GrabWindow(Raster& out) const;
-    // What the window shows while the channel is stopped: 0 with the logo; 1 in any other state; -1 without a logo.
+    // The logo of a stopped channel: 0, and `out` is set; 1 in any other state; -1 without a logo.
     int32_t GetLogoPicture(BitmapPtr& out) const;
-    // `client`: the inside of the window, or `otherwise` without a window. `area`: `client` less the margins.
+    // `client`: the size of the inside of the window, or `otherwise` without a window. `area`: `client` less the
+    // margins.
     struct PresentRects {
         WindowWatch::Size client;
         Rect area;
@@ -123,11 +124,11 @@ public:
     PresentSettingsPtr Settings() const;
     RenderState State() const;
     bool HasWindow() const;
-    // Of the whole channel: queue and worker count here too.
+    // The counters of the whole channel, also for its queue and its worker.
     ChannelCounters& Counters() { return m_counters; }
 
     Status InsertFilter(QMRX::Filter::IFilter* filter);
-    void RemoveFilter(QMRX::Filter::IFilter* filter);    // waits for a running call of it
+    void RemoveFilter(QMRX::Filter::IFilter* filter);    // waits for a running call of the filter
     void SetDeinterlace(bool on);
     void SetResizeType(uint32_t type);
     void SetSignalledColours(bool on) { SetField(&PresentSettings::signalledColours, on); }
@@ -167,17 +168,17 @@ private:
     void SetState(RenderState state, const FramePtr& frame) REQUIRES(m_lock);
     Status ChangeAngle(bool on, std::optional<double> angle);
 
-    // The work of the render thread between two times that it takes the lock.
+    // What the render thread does between two takings of m_lock.
     struct Turn {
         PassSchedule::Due due;
         PresentSettingsPtr settings;
-        bool inCalls = false;    // counted among the calls into the client
+        bool inCalls = false;    // the turn has entered m_renderCalls
         uint32_t side = 0;
-        bool spare = false;    // out: memory that goes back after a while
-        // Of Playing.
-        bool fresh = false;    // m_kept is a picture that no pass has shown
+        bool spare = false;    // result: a sink has memory to be freed later
+        // In state Playing.
+        bool fresh = false;    // no pass has shown m_kept
         std::optional<Pass> pass{};
-        // Of the other states.
+        // In the other states.
         FramePtr frame{};
         BitmapPtr logo{};
         uint32_t counter = 0;
@@ -204,7 +205,7 @@ private:
         ChangeSettings([&](PresentSettings& settings) { settings.*field = value; });
     }
 
-    // Constant after construction, or with locks of their own.
+    // Constant after construction, or bring their own locks.
     Clock& m_clock;
     ChannelCounters m_counters;
     CallGate m_filterCalls;
@@ -214,21 +215,21 @@ private:
     PictureRun m_run;
 
     mutable Mutex m_lock;
-    Condition m_due;    // something is due on the render thread
+    Condition m_due;    // wakes the render thread
     PresentSettingsPtr m_settings GUARDED_BY(m_lock);
     PassSchedule m_schedule GUARDED_BY(m_lock);
     GateCount m_renderCalls GUARDED_BY(m_lock);    // passes that may call the client
-    FramePtr m_frame GUARDED_BY(m_lock);           // last frame shown, or null
+    FramePtr m_frame GUARDED_BY(m_lock);           // the frame shown last, or null
     PictureSize m_frameSize GUARDED_BY(m_lock);
     BitmapPtr m_logo GUARDED_BY(m_lock);
 
     RendererSlot m_slot;
 
-    WindowSinks m_sinks;    // empty once the render thread has ended
+    WindowSinks m_sinks;    // cleared when the render thread ends
     // Only on the render thread.
     StatePicture m_statePicture;
     ShownTally m_tally{m_counters};
-    FinishedPicture m_kept;    // shown last, for redraws
+    FinishedPicture m_kept;    // the picture shown last, for redraws
 
     // The windows that m_settings names. m_windowLock is taken before m_lock, and never by the event thread.
     Mutex m_windowLock;

@@ -1,4 +1,4 @@
-// The settings side of the render manager: what clients change from any thread.
+// The setters of the render manager, for any thread.
 #include <algorithm>
 #include <utility>
 
@@ -58,7 +58,7 @@ void CRenderMgr::SetWindow(WindowWatchPtr window) {
         m_schedule.OnGivenUp();
         m_due.NotifyAll();
     }
-    m_window = std::move(next);    // which holds the one before until the end
+    m_window = std::move(next);    // `next` destroys the last one when it goes out of scope
     if (given)
         RequestRedraw();
 }
@@ -155,7 +155,7 @@ int32_t CRenderMgr::GetLogoPicture(BitmapPtr& out) const {
 
 CRenderMgr::PresentRects CRenderMgr::GetPresentRects(WindowWatch::Size otherwise) const {
     PresentSettings settings = *Settings();
-    settings.fullWindow = false;    // what is drawn elsewhere keeps the margins
+    settings.fullWindow = false;    // drawings on another target keep the margins
     WindowWatch::Size client = settings.window != nullptr ? settings.window->ClientSize() : WindowWatch::Size{};
     if (client == WindowWatch::Size{})
         client = otherwise;
@@ -189,7 +189,7 @@ void CRenderMgr::RemoveFilter(QMRX::Filter::IFilter* filter) {
     if (!removed)
         return;
     m_filterCalls.WaitForRunning();
-    if (HasWindow())    // what a window shows of the filter is painted over
+    if (HasWindow())    // so that the window shows a picture without the filter
         RequestRedraw();
 }
 
@@ -213,7 +213,7 @@ Status CRenderMgr::SetRotateOption(double angle) {
     return ChangeAngle(true, angle);
 }
 
-// Only where rotation is on, or is not, as `on` says.
+// Failed unless rotation is on (`on`), or off.
 Status CRenderMgr::ChangeAngle(bool on, std::optional<double> angle) {
     MutexLock lock(m_lock);
     if (m_settings->angle.has_value() != on)

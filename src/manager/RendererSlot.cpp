@@ -12,7 +12,7 @@ namespace corvane {
 
 namespace {
 
-// A line of the log takes nothing but the manager's address, so each has its text. Null for a pair without one.
+// The log line for a fall-back, which takes the manager's address and nothing else. Null for a pair without a line.
 const char* FailureLine(std::string_view failed, std::string_view next) {
     static constexpr struct {
         std::string_view failed, next;
@@ -47,7 +47,7 @@ RendererSlot::RendererSlot(const void* owner, const PresentSettings& settings, R
 
 RendererPtr RendererSlot::MakeDefault(const PresentSettings& settings) const {
     const auto row = std::ranges::find_if(m_makers, [&](const auto& maker) { return maker.admits(settings.flags); });
-    return row->make(settings, m_clock);    // the last row admits everything
+    return row->make(settings, m_clock);    // the last row admits all flags
 }
 
 RendererPtr RendererSlot::MakeNamed(const char* name, const PresentSettings& settings) const {
@@ -76,7 +76,7 @@ bool RendererSlot::ReplaceFailed(const Seat& failed, const PresentSettings& sett
     const RendererTraits& traits = failed.renderer->Traits();
     MutexLock lock(m_lock);
     if (m_seat.id != failed.id)
-        return true;    // somebody else put another one in
+        return true;    // another thread has replaced it
     if (traits.followsOnFailure == nullptr)
         return false;
     const bool wasDefault = *traits.followsOnFailure != *kDefaultRenderer;
@@ -100,9 +100,9 @@ bool RendererSlot::TakeFallbackEvent() {
 
 void RendererSlot::DestroyRetired() {
     while (m_anyRetired) {
-        RendererPtr dying;    // after the lock is dropped
+        RendererPtr dying;    // destroyed after the lock is dropped
         MutexLock lock(m_lock);
-        // Nobody can get another hold on a renderer that is not the current one any more.
+        // Only the current renderer gains users, so the count of a replaced one can only fall.
         const auto free = std::ranges::find(m_retired, 1, &RendererPtr::use_count);
         if (free == m_retired.end())
             return;

@@ -1,4 +1,5 @@
-// The current renderer, the rules by which one follows another, and those that wait for their end on the render thread.
+// The current renderer, the rules by which another one follows it, and replaced renderers until the render thread
+// destroys them.
 #pragma once
 
 #include <atomic>
@@ -14,8 +15,8 @@ namespace corvane {
 
 using RendererPtr = std::shared_ptr<IVideoRenderer>;
 
-// How renderers are made, by the name in their traits. The first row that a channel's flags admit is its default
-// renderer. Tests bring tables of their own.
+// How each renderer is made, by the name in its traits. The default renderer of a channel is the first row that its
+// flags admit. Tests have tables of their own.
 struct RendererMaker {
     const char* name;
     bool (*admits)(uint32_t flags);
@@ -24,7 +25,7 @@ struct RendererMaker {
 };
 using RendererMakers = std::span<const RendererMaker>;
 
-// This build's.
+// The renderers of this build.
 RendererMakers BuiltRenderers();
 
 class RendererSlot {
@@ -39,20 +40,21 @@ public:
 
     Seat Current() const;
 
-    // Puts `renderer` in; the one before dies on the render thread. May raise std::bad_alloc, nothing is changed then.
+    // Makes `renderer` the current one; the render thread destroys the last one. May raise std::bad_alloc, and nothing
+    // is changed then.
     void Replace(RendererPtr renderer);
 
-    // Replaces the renderer of `failed`, when it still is the current one, by the one that its traits name. False where
-    // they name none, or the flags forbid it: the frame is lost. True when the caller may try again.
+    // Replaces the renderer of `failed`, if it is still the current one, by the one that its traits name. True when the
+    // caller may try again. False where they name none, or the flags forbid it: the frame is lost.
     bool ReplaceFailed(const Seat& failed, const PresentSettings& settings);
 
-    // True once, after a default renderer gave way to another for the first time.
+    // True once: after a default renderer was replaced for the first time because it failed.
     bool TakeFallbackEvent();
 
-    // Destroys those that were replaced and that nobody uses any more. Render thread.
+    // Destroys replaced renderers that have no other user. Render thread.
     void DestroyRetired();
 
-    // At the end of the render loop, on its thread.
+    // Render thread, at the end of its loop.
     void DestroyAll();
 
 private:

@@ -11,7 +11,7 @@ void StatePicture::Draw(Pass& pass, const Look& look) {
         return;
     const WindowSink::State state = sink->Prepare();
     if (state != WindowSink::State::Ready && state != WindowSink::State::Hidden)
-        return;    // the watch tells when that changes
+        return;    // the watch reports when that changes
     const WindowWatch::Size size = sink->Size();
     const Rect all{0, 0, size.width, size.height};
     if (m_memory.View().size != PictureSize{size.width, size.height} && !m_memory.Resize(size.width, size.height))

@@ -47,7 +47,7 @@ void ReportMotion(const Sender& send, const MediaFrameHeader& header) {
             if (object.valid != 0 && object.id >= 1 && object.id <= kSlots)
                 entries[object.id - 1] = MotionEntry{object.level, 0, object.value};
         }
-        count = std::min(count, kSlots);    // the id comes from the camera, and the client reads as many entries
+        count = std::min(count, kSlots);    // the camera states the id, and the client reads `count` entries
     } else {
         for (uint32_t i = 0; i < 3; ++i)
             if (header.motionState[i] < 2)

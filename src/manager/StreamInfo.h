@@ -1,4 +1,4 @@
-// What is reported to the stream-info callback for each picture.
+// The reports to the stream-info callback for each picture.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 namespace corvane {
 
 // Sends the codes of one frame, in the order 10, 11, 12, 3, 6, 7, 8, on the calling thread with no lock held.
-// `previous`: the frame before it, or null. `resized`: there is a previous frame, and its picture had another size.
+// `previous`: the last frame, or null. `resized`: there is a last frame, and its picture had another size.
 // `dirty`: size and state must be reported. `shown`: the size that the picture is shown at.
 void ReportStreamInfo(const ClientCallback<CorvaneStreamInfoCallback>& callback, const MediaFrameImpl& frame,
                       const MediaFrameImpl* previous, bool resized, bool dirty, PictureSize shown);

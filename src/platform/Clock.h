@@ -1,4 +1,4 @@
-// Time for everything that waits. Tests drive a clock of their own.
+// The time that all waits go by. Tests replace it by a clock that they set.
 #pragma once
 
 #include <chrono>
@@ -18,25 +18,25 @@ public:
     // Wall clock in seconds since 1970 UTC.
     virtual int64_t Wall() const = 0;
 
-    // Waits on `condition`, which goes with the mutex held by `lock`, until it is notified, `deadline` (of Now) has
-    // passed, or for no reason. The caller loops on its predicate. False when the deadline has passed.
+    // Waits on `condition` until a notification, until `deadline` (ns of Now), or less, since a wait may end without a
+    // reason: the caller loops on its predicate. `lock` holds the mutex of the condition. False after the deadline.
     virtual bool WaitUntil(Condition& condition, MutexLock& lock, int64_t deadline) = 0;
 
-    // Waits until `deadline` and for nothing else.
+    // Sleeps until `deadline`.
     void SleepUntil(int64_t deadline);
 
     // The machine's clock.
     static Clock& System();
 };
 
-// A wait for another thread of the library, with a limit. It takes real time also where a clock is simulated: what it
-// waits for does not go by that clock.
+// A limited wait for another thread of the library. It takes real time where a test simulates the clock, too: the other
+// thread does not go by that clock.
 class ThreadWait {
 public:
     explicit ThreadWait(int64_t limitNs)
         : m_deadline(std::chrono::steady_clock::now() + std::chrono::nanoseconds(limitNs)) {}
 
-    // Waits until `condition` is notified, for no reason, or until the limit. False when that has passed.
+    // Waits on `condition` until a notification, until the limit, or less. False after the limit.
     bool On(Condition& condition, MutexLock& lock) { return condition.WaitOnce(lock, m_deadline); }
 
 private:

@@ -24,7 +24,7 @@ void* Library::FindAddress(const char* name) const noexcept {
     return m_handle == nullptr || MustFail() ? nullptr : dlsym(m_handle, name);
 }
 
-// A library that cannot be closed stays loaded, and nothing can be done about that.
+// A library that the loader cannot close stays loaded.
 void Library::Close() noexcept {
     if (m_handle != nullptr && !MustFail())
         (void)dlclose(m_handle);

@@ -16,21 +16,21 @@ public:
         return *this;
     }
 
-    // Loads `name` in place of what was open: a path with a slash, else a file where the loader looks, the folder of
-    // this library included. All its symbols must be found at once, and it lends none to others. False: there is no
-    // such file, or it cannot be loaded; then nothing is open.
+    // Closes the library that was open and loads `name`: a path with a slash, else a file in a folder of the loader,
+    // that of this library included. All symbols are resolved at once, and none is visible to other libraries. False:
+    // there is no such file, or it cannot be loaded; then nothing is open.
     [[nodiscard]] bool Open(const char* name) noexcept;
 
-    // The function or object of that name, null where there is none or nothing is open. Lasts until the library is
-    // closed. `Symbol` is its type, which nobody checks.
+    // The function or object of that name; null where there is none or nothing is open. Valid until the library is
+    // closed. `Symbol` is its type, which is not checked.
     template <typename Symbol>
     Symbol* Find(const char* name) const noexcept {
         return reinterpret_cast<Symbol*>(FindAddress(name));
     }
 
-    // Unloads it, unless somebody else has it open too.
+    // Unloads the library, unless another part of the process has it open too.
     void Close() noexcept;
-    // Leaves it loaded for good: for a library whose objects and threads may outlive us. Symbols stay valid.
+    // Leaves the library loaded for good, since its objects and threads may outlive this object. Symbols stay valid.
     void Keep() noexcept { m_handle = nullptr; }
 
 private:

@@ -16,7 +16,7 @@ bool MustFail() {
     return failure::MustFail(failure::Site::PlatformCall);
 }
 
-// Until the end of the file or of the room. A file may shrink while it is read.
+// Reads until the end of the file or of the memory. A file may shrink meanwhile.
 bool ReadAll(int file, uint8_t* to, size_t room, size_t& got) {
     for (got = 0; got < room;) {
         if (MustFail())
@@ -38,7 +38,7 @@ Status ReadWholeFile(const char* path, uint64_t maxBytes, AlignedBuffer& memory,
     bytes = {};
     if (path == nullptr)
         return Status::Failed;
-    // Without waiting: a pipe would wait for its writer.
+    // O_NONBLOCK, since the opening of a pipe would wait for its writer.
     const int file = MustFail() ? -1 : open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (file < 0)
         return Status::Failed;

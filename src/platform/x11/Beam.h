@@ -1,5 +1,5 @@
-// The beam that draws a monitor's picture, line by line, as far as it can be told: by the timings of the monitor's mode
-// and by the time at which one of its refreshes began.
+// The beam that draws the picture of a monitor line by line: computed from the timings of the monitor's mode and from
+// the time at which one refresh began.
 #pragma once
 
 #include <cstdint>
@@ -7,13 +7,13 @@
 namespace corvane {
 
 struct Beam {
-    uint32_t visible = 0;    // lines that are seen, from the top
-    uint32_t total = 0;      // and with the vertical blank that follows them
-    int64_t period = 0;      // ns of a refresh; 0: nothing is known
+    uint32_t visible = 0;    // lines with pixels, from the top
+    uint32_t total = 0;      // lines with the vertical blank that follows
+    int64_t period = 0;      // ns of a refresh; 0: the beam is unknown
     int64_t start = 0;       // monotonic ns: line 0 of some refresh
 
     static constexpr int64_t kBlank = -1;
-    // The line that is drawn at `now`, or kBlank. Only with a period; `now` may lie before `start`.
+    // The line that the beam draws at `now`, or kBlank. The period must be known; `now` may lie before `start`.
     int64_t LineAt(int64_t now) const {
         const int64_t since = (now - start) % period;
         const int64_t line = (since < 0 ? since + period : since) * total / period;
@@ -21,11 +21,11 @@ struct Beam {
     }
 };
 
-// Measures a beam by what the server tells of vertical blanks, and believes the timings of a mode only as long as both
-// agree: a server without a monitor makes up either.
+// Measures a beam by the vertical blanks that the server reports. The timings of the mode count only while both agree,
+// since a server without a monitor makes up timings, or blanks.
 class BeamMeasure {
 public:
-    // By the timings of a mode: pixel clock in Hz, pixels of a whole line, lines. Zeros are made up.
+    // Timings of a mode: pixel clock in Hz, pixels of a line with its blank, lines. Zeros count as made up.
     void SetMode(uint64_t clock, uint32_t lineTotal, uint32_t visible, uint32_t total) {
         const int64_t pixels = int64_t{lineTotal} * total;
         const int64_t period = clock > 0 ? pixels * 1'000'000'000 / static_cast<int64_t>(clock) : 0;
@@ -37,10 +37,10 @@ public:
     }
     bool Real() const { return m_told.period > 0; }
 
-    // The refresh with number `count` began at `time`, monotonic ns; seen at `now`.
+    // Refresh number `count` began at `time`, monotonic ns; the report was read at `now`.
     void Add(uint64_t count, int64_t time, int64_t now) {
         constexpr int64_t kSecond = 1'000'000'000;
-        if (!Real() || time > now + kSecond || time < now - kSecond) {    // of another clock
+        if (!Real() || time > now + kSecond || time < now - kSecond) {    // a time of another clock
             m_measured = {};
             m_count = 0;
             return;
@@ -52,15 +52,15 @@ public:
         m_count = count;
         m_time = time;
     }
-    // Nothing, with period 0, until two refreshes have agreed with the mode.
+    // Unknown (period 0) until two refreshes have agreed with the mode.
     const Beam& Measured() const { return m_measured; }
 
 private:
-    static constexpr int64_t kExactness = 200;    // parts that a period may be off by
+    static constexpr int64_t kExactness = 200;    // a period may differ by one part in so many
 
     Beam m_told;
     Beam m_measured;
-    uint64_t m_count = 0;    // of the last refresh told; 0: none
+    uint64_t m_count = 0;    // number of the refresh that was reported last; 0: none
     int64_t m_time = 0;
 };
 

@@ -1,15 +1,16 @@
 // The process's connection to the X server and its event thread "corvane-x11". Private to x11/.
 //
-// The thread opens the connection and sends every request that needs an answer. Only while it opens the connection does
-// it wait for the server (set-up, extensions). Clients' threads hand over an EventClient and poke; nothing that they
-// call here waits for the server.
+// The event thread opens the connection and sends every request that needs an answer. It waits for the server only
+// while it opens the connection (set-up, extensions). Other threads hand over an EventClient and wake the event thread
+// (Poke); they never wait for the server here.
 //
 //   phase        left when
-//   Connecting   the server has answered or refused; or Close came: the thread then ends by itself later
-//   Open         the connection is lost, or Close came
+//   Connecting   the server has answered or refused; or Close was called: the thread then ends later
+//   Open         the connection is lost, or Close was called
 //   Lost         Close
 //
-// Its parts: ServerSocket sends, EventLoop serves, Selections and MonitorList know what the server was asked for.
+// Its parts: ServerSocket sends, EventLoop serves clients, Selections counts the events that were asked for,
+// MonitorList keeps the monitors.
 #pragma once
 
 #include <xcb/xcb.h>
@@ -35,21 +36,21 @@ namespace corvane {
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
     // Starts to connect to the display that the environment names. Raises std::bad_alloc, and std::system_error where
-    // no thread or descriptor can be had.
+    // there is no thread or descriptor left.
     static std::shared_ptr<Connection> Make();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
     // ---- Any thread ----
 
-    // Ends it, when all clients have left. Waits for the event thread but never for the server.
+    // Ends the connection; all clients have left before. Waits for the event thread but never for the server.
     void Close() noexcept;
     bool Lost() const { return m_phase == Phase::Lost; }
     void Join(std::shared_ptr<EventClient> client);    // may raise std::bad_alloc
     void Poke() noexcept { m_socket.Poke(); }
     MonitorList& Monitors() { return m_monitors; }
 
-    // ---- The event thread; other threads only after they saw a client of the connection alive ----
+    // ---- The event thread; other threads once they have seen a client of the connection alive ----
 
     xcb_connection_t* Xcb() const { return m_socket.Xcb(); }
     ServerSocket& Socket() { return m_socket; }
@@ -72,13 +73,13 @@ private:
     enum class Phase { Connecting, Open, Lost };
 
     explicit Connection(std::string display);
-    // Of an abandoned one: true when it may be used like a new one.
+    // Of an abandoned connection: true when it can be used like a new one.
     bool Revive();
     bool Finished() const { return m_finished.load(std::memory_order_acquire); }
     void Run() noexcept;
     bool OpenDisplay();
     void Uncount() noexcept;
-    // What the loop asks.
+    // Called by the event loop.
     bool Ending() const { return m_ending; }
     std::vector<std::shared_ptr<EventClient>> TakeArrivals();
     std::vector<std::shared_ptr<EventClient>> TakeArrivalsAndLose() noexcept;
@@ -86,7 +87,7 @@ private:
     // Constant after construction.
     const std::string m_display;
 
-    ServerSocket m_socket;    // taken before the first client is served, freed by Close
+    ServerSocket m_socket;    // opened before the first client is served, closed by Close
     ServerInfo m_server;      // written by the event thread before the first client is served
     MonitorList m_monitors;
     Selections m_selected;    // only on the event thread
@@ -96,18 +97,18 @@ private:
     std::atomic<bool> m_finished{false};    // the thread is about to end: joining it takes no time
 
     mutable Mutex m_lock;    // a leaf
-    // Both change under m_lock, so that they do with the arrivals; who only looks needs no lock.
+    // Both change under m_lock, together with the arrivals. Reading them needs no lock.
     std::atomic<Phase> m_phase{Phase::Connecting};
     std::atomic<bool> m_ending{false};
     std::vector<std::shared_ptr<EventClient>> m_arrivals GUARDED_BY(m_lock);
 
-    // Kept by AbandonedConnections until the thread has ended, and under its lock.
+    // Guarded by the lock of AbandonedConnections, which keeps this object until the thread has ended.
     std::shared_ptr<Connection> m_nextAbandoned;
 
     Thread m_thread;    // used by the thread that makes the connection, then by Close or AbandonedConnections
 };
 
-// Closes the connection when the last that needs it is gone.
+// Closes the connection when its last user is gone.
 struct ConnectionLease {
     explicit ConnectionLease(std::shared_ptr<Connection> made) : connection(std::move(made)) {}
     ~ConnectionLease() { connection->Close(); }

@@ -35,7 +35,7 @@ template <typename Call>
 void EventLoop::Guarded(EventClient* client, Call call) noexcept {
     try {
         call();
-    } catch (const std::exception&) {    // no memory: this one is lost, the others live on
+    } catch (const std::exception&) {    // no memory: this client is lost, and no other
         if (client == nullptr)
             return;
         client->OnLost();
@@ -68,8 +68,8 @@ void EventLoop::TellOfRoom() {
             Guarded(client.get(), [&] { client->OnRoom(); });
 }
 
-// Reads once, since what comes later wakes us again; then hands out and sends until nothing is left, so that nothing
-// waits in xcb's queues while we sleep: sending may read as well, and so does the look for an answer.
+// Reads once, since later input wakes the thread again. Then delivers and sends until xcb's queues are empty: sending
+// and looking for an answer may read, too, and an event in a queue would not wake a thread that sleeps on the socket.
 void EventLoop::Drain() {
     TakeEvents(xcb_poll_for_event(m_socket.Xcb()));
     const auto takeMore = [this] { return TakeEvents(xcb_poll_for_queued_event(m_socket.Xcb())) || TakeReplies(); };
@@ -82,10 +82,10 @@ void EventLoop::Drain() {
     } while (takeMore());
 }
 
-// `first` and all that are queued after it; false when it is null.
+// Delivers `first` and all events that are queued after it; false when `first` is null.
 bool EventLoop::TakeEvents(xcb_generic_event_t* first) {
     for (ReplyPtr<xcb_generic_event_t> event{first}; event; event.reset(xcb_poll_for_queued_event(m_socket.Xcb()))) {
-        Admit();    // the event may answer what somebody sent right after joining
+        Admit();    // the event may answer a request that a client sent right after it joined
         Dispatch(*event);
     }
     return first != nullptr;
@@ -111,7 +111,7 @@ bool EventLoop::TakeReplies() {
         ReplyPtr<void> owned(reply);
         std::free(std::exchange(error, nullptr));
         if (m_socket.Broken())
-            return false;    // says nothing of the window
+            return false;    // not an event of a window
         const Asked asked = std::move(m_asked.front());
         m_asked.pop_front();
         progress = true;

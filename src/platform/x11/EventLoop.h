@@ -1,7 +1,7 @@
-// What the event thread does while the connection is open: it hands out events and answers, lets clients in and out,
-// and sends. Private to x11/.
+// The loop of the event thread while the connection is open: it delivers events and answers, admits and releases
+// clients, and sends. Private to x11/.
 //
-// The thread never waits for an answer: answers are looked up after each turn.
+// The loop never waits for an answer: it looks for answers after each turn.
 #pragma once
 
 #include <xcb/xcb.h>
@@ -24,11 +24,11 @@ public:
 
     // Serves until the connection is lost or its owner ends it.
     void Run();
-    // Nobody is served any more: all clients are lost, those that arrive meanwhile too.
+    // Serves no client any more: all are lost, also those that arrive meanwhile.
     void Lose() noexcept;
 
-    // Hands the answer to `handler`, null for an error; not at all when `client` has left or is lost meanwhile. A null
-    // client never leaves. Event thread; may raise std::bad_alloc.
+    // Calls `handler` with the answer, or with null for an error; never when `client` has left or is lost before the
+    // answer arrives. A null client never leaves. Event thread; may raise std::bad_alloc.
     template <typename Reply, typename Cookie, typename Handler>
     void Ask(Cookie cookie, std::shared_ptr<EventClient> client, Handler handler) {
         try {
@@ -62,7 +62,7 @@ private:
 
     // Only on the event thread.
     std::vector<std::shared_ptr<EventClient>> m_clients;
-    std::deque<Asked> m_asked;    // in the order of the requests, which is that of the answers
+    std::deque<Asked> m_asked;    // in the order of the requests; answers arrive in the same order
 };
 
 }    // namespace corvane

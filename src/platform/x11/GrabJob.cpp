@@ -20,7 +20,7 @@ void Add(std::vector<Rect>& rects, const Rect& rect) {
         rects.push_back(rect);
 }
 
-// What `covers` leave of `whole`, in disjoint parts.
+// The part of `whole` that `covers` leave, in disjoint rectangles.
 std::vector<Rect> Uncovered(const Rect& whole, const std::vector<Rect>& covers) {
     std::vector<Rect> left;
     Add(left, whole);
@@ -99,7 +99,7 @@ void GrabJob::Measure(Connection& connection) {
             m_size = {own->width, own->height};
             m_bound = {0, 0, own->width, own->height};
             m_parent = {-(int64_t{own->x} + own->border_width), -(int64_t{own->y} + own->border_width)};
-            if (m_above != 0)    // else it is the root
+            if (m_above != 0)    // 0: the window is the root
                 AskLevel(connection, m_window, m_above);
         });
 }
@@ -126,7 +126,7 @@ void GrabJob::OnParent(Connection& connection, xcb_window_t parent, xcb_window_t
                        const xcb_get_geometry_reply_t& geometry) {
     m_bound = m_bound.Intersected(Rect{0, 0, geometry.width, geometry.height}.Moved(m_parent.x, m_parent.y));
     if (grandparent == 0)
-        return;    // that was the root
+        return;    // the root has no siblings
     m_parent.x -= int64_t{geometry.x} + geometry.border_width;
     m_parent.y -= int64_t{geometry.y} + geometry.border_width;
     AskLevel(connection, parent, grandparent);
@@ -135,13 +135,13 @@ void GrabJob::OnParent(Connection& connection, xcb_window_t parent, xcb_window_t
 void GrabJob::AskCovers(Connection& connection, xcb_window_t child, const xcb_query_tree_reply_t& siblings) {
     const xcb_window_t* first = xcb_query_tree_children(&siblings);
     const xcb_window_t* end = first + xcb_query_tree_children_length(&siblings);
-    const xcb_window_t* own = std::find(first, end, child);    // they come bottom to top
-    m_refused |= own == end;                                   // was reparented meanwhile
+    const xcb_window_t* own = std::find(first, end, child);    // in the order from bottom to top
+    m_refused |= own == end;                                   // the window was reparented meanwhile
     for (const xcb_window_t* sibling = own; !m_refused && ++sibling != end;)
         AskCover(connection, *sibling, m_parent);
 }
 
-// A sibling that is gone when asked covers nothing.
+// A sibling that no longer exists covers nothing.
 void GrabJob::AskCover(Connection& connection, xcb_window_t sibling, Origin parent) {
     xcb_connection_t* xcb = connection.Xcb();
     AskCounted<xcb_get_window_attributes_reply_t>(

@@ -1,8 +1,8 @@
-// Finds out which parts of a window can be seen and reads them, on the event thread. Private to x11/.
+// Determines which parts of a window are visible and reads them, on the event thread. Private to x11/.
 //
-// A round: from the window up to the root, each ancestor cuts the window by its inside, and the siblings stacked above
-// cover it; then what is left is read. Windows may move meanwhile, so the round is measured once more after the
-// reading, and what was read counts only when nothing has changed.
+// A round: from the window up to the root, the inside of each ancestor clips the window, and the siblings stacked above
+// cover it; then the rest is read. Windows may move meanwhile, so the same is measured again after the reading, and the
+// pixels count only when nothing has changed.
 #pragma once
 
 #include <cstdint>
@@ -18,22 +18,22 @@ namespace corvane {
 
 class GrabJob final : public EventClient, public std::enable_shared_from_this<GrabJob> {
 public:
-    // Whole rows as the server sent them, each rounded up to 4 bytes.
+    // Whole rows as the server sent them, each padded to 4 bytes.
     struct Band {
-        Rect place;    // all rectangles: in coordinates of the window's inside
+        Rect place;    // as all rectangles here, in coordinates of the inside of the window
         ReplyPtr<xcb_get_image_reply_t> pixels;
     };
     struct Result {
-        bool read = false;    // false: the server refused, the windows did not stand still, or the connection was lost
+        bool read = false;      // false: the server refused, the windows kept moving, or the connection was lost
         bool hidden = false;    // not viewable: nothing was read, but the size is known
         WindowWatch::Size size;
         std::vector<Rect> visible;    // disjoint
-        std::vector<Band> bands;      // cover all that is visible
+        std::vector<Band> bands;      // together they cover `visible`
     };
 
     GrabJob(xcb_window_t window, PixelLayout layout) : m_window(window), m_layout(layout) {}
 
-    // Waits for the result; false when the limit of `wait` passed first. The job must be left afterwards.
+    // Waits for the result; false when the limit of `wait` passes first. Leave must follow.
     bool Wait(ThreadWait& wait, Result& result);
 
     void OnJoin(Connection& connection) override { Measure(connection); }
@@ -63,14 +63,14 @@ private:
 
     // Only on the event thread.
     uint32_t m_round = 0;
-    uint32_t m_open = 0;    // questions under way
+    uint32_t m_open = 0;    // requests without an answer so far
     bool m_refused = false;
     bool m_hidden = false;
-    bool m_reading = false;       // of the questions under way
-    bool m_coverShown = false;    // of the sibling asked for last
+    bool m_reading = false;       // they read pixels
+    bool m_coverShown = false;    // the last sibling asked for is mapped
     xcb_window_t m_above = 0;     // parent of the window whose tree was asked for last
-    Origin m_parent;              // the inside of the current level's parent
-    Rect m_bound;                 // of the window's inside, what its ancestors and the screen leave
+    Origin m_parent;              // of the inside of the parent at the current level
+    Rect m_bound;                 // the part of the window's inside that its ancestors and the screen leave
     std::vector<Rect> m_covers;
     WindowWatch::Size m_size;
     Result m_made;    // of the last reading

@@ -18,7 +18,7 @@ public:
         m_entries.push_back({listener, ++m_lastSerial});
     }
 
-    // Any thread but the one that tells. Waits for a running call of this listener.
+    // Any thread but the one that calls listeners. Waits for a running call of this listener.
     void Remove(WindowWatch::Listener* listener) {
         MutexLock lock(m_lock);
         const auto found = std::find_if(m_entries.begin(), m_entries.end(),
@@ -31,7 +31,7 @@ public:
             m_called.WaitOnce(lock);
     }
 
-    // One thread at a time. Calls without the lock; who comes meanwhile is told as well.
+    // One thread at a time. No lock is held during a call; a listener that is added meanwhile is called as well.
     void Tell(void (WindowWatch::Listener::*news)() noexcept) noexcept {
         MutexLock lock(m_lock);
         uint64_t last = 0;
@@ -60,7 +60,7 @@ private:
     Condition m_called;
     std::vector<Entry> m_entries GUARDED_BY(m_lock);    // by ascending serial
     uint64_t m_lastSerial GUARDED_BY(m_lock) = 0;
-    uint64_t m_calling GUARDED_BY(m_lock) = 0;    // 0: nobody
+    uint64_t m_calling GUARDED_BY(m_lock) = 0;    // serial of the listener that is called now; 0: none
 };
 
 }    // namespace corvane

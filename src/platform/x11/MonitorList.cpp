@@ -113,7 +113,7 @@ void MonitorList::Store(xcb_window_t root, const xcb_randr_get_monitors_reply_t&
     for (xcb_randr_monitor_info_iterator_t i = xcb_randr_get_monitors_monitors_iterator(&reply); i.rem > 0;
          xcb_randr_monitor_info_next(&i)) {
         const xcb_randr_monitor_info_t& info = *i.data;
-        // Names are unique on a screen; places and order change with every other monitor.
+        // The name is unique on a screen; the index changes whenever another monitor comes or goes.
         screen.monitors.push_back(
             {uint64_t{root} << 32 | info.name, {info.x, info.y, info.x + info.width, info.y + info.height}});
     }

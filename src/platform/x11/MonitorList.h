@@ -21,17 +21,17 @@ class MonitorList {
 public:
     // ---- Any thread ----
 
-    // The monitor of the screen `root` that shows most of `rect`, else the nearest: its place in the list, 0 where
-    // there is none; and itself, with handle 0 where there is no list.
+    // The monitor of the screen `root` that shows most of `rect`, else the nearest one: its index in the list, 0 where
+    // there is none; and the monitor, with handle 0 where there is no list.
     uint32_t IndexOf(xcb_window_t root, const Rect& rect) const;
     Monitor Of(xcb_window_t root, const Rect& rect) const;
-    // Its beam. Only once a client of the connection was seen alive. May raise std::bad_alloc.
+    // The beam of that monitor. Only once a client of the connection was seen alive. May raise std::bad_alloc.
     std::optional<Beam> BeamOf(Connection& connection, xcb_window_t root, const Rect& rect);
 
     // ---- The event thread; both may raise std::bad_alloc ----
 
     void Ask(Connection& connection);
-    // True for an event that tells of monitors, and of nothing else: the list is asked anew.
+    // True for an event about monitors; the list is then asked for again.
     bool OnEvent(Connection& connection, const xcb_generic_event_t& event);
 
 private:
@@ -44,7 +44,7 @@ private:
 
     mutable Mutex m_lock;    // a leaf
     std::vector<Screen> m_screens GUARDED_BY(m_lock);
-    std::shared_ptr<VblankWatch> m_beams GUARDED_BY(m_lock);    // from the first question for a beam on
+    std::shared_ptr<VblankWatch> m_beams GUARDED_BY(m_lock);    // null until a beam is asked for
 };
 
 }    // namespace corvane

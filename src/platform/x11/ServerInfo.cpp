@@ -14,7 +14,7 @@ namespace corvane {
 
 namespace {
 
-// Shared memory with a server beyond a network would at best fail, at worst be some other process's there.
+// With a server on another machine shared memory fails, or its id is that of an unrelated segment there.
 bool IsLocal(xcb_connection_t* xcb) {
     sockaddr_storage address{};
     socklen_t size = sizeof address;
@@ -22,8 +22,8 @@ bool IsLocal(xcb_connection_t* xcb) {
            address.ss_family == AF_UNIX;
 }
 
-// Linux calls a socket writable when at least a third of its buffer is free. The smallest request that a server must
-// take bounds it as well.
+// Linux reports a socket as writable when at least a third of its buffer is free. The largest request that the server
+// accepts is another bound.
 size_t BandBytes(xcb_connection_t* xcb) {
     constexpr size_t kMost = size_t{64} << 10;
     constexpr size_t kLeast = size_t{8} << 10;
@@ -38,8 +38,8 @@ size_t BandBytes(xcb_connection_t* xcb) {
 
 constexpr uint16_t kProbeBits = 512;
 
-// Whether the server reads from `segment` what we wrote: where it lives in another IPC world, the number of a segment
-// may be that of another one there. One row of a bitmap goes there and back.
+// Whether the server reads from `segment` what this process wrote. In another IPC namespace the same id may be that of
+// another segment. The test puts one row of a bitmap and reads it back.
 bool ReadsBack(xcb_connection_t* xcb, uint32_t segment, const uint8_t* written) {
     const xcb_pixmap_t pixmap = xcb_generate_id(xcb);
     const xcb_gcontext_t context = xcb_generate_id(xcb);
@@ -58,8 +58,8 @@ bool ReadsBack(xcb_connection_t* xcb, uint32_t segment, const uint8_t* written) 
     return same;
 }
 
-// Tries out with a little memory which kind the server can attach: it may live in another IPC or PID world, or run as
-// somebody else.
+// Tries with a little memory which kind the server can attach: it may run in another IPC or PID namespace, or as
+// another user.
 bool CanAttach(xcb_connection_t* xcb, Transport transport) {
     SharedMemory memory;
     if (!memory.Make(transport, kProbeBits / 8))
@@ -143,7 +143,7 @@ ServerInfo AskServer(xcb_connection_t* xcb) {
     AskShm(xcb, info);
     AskRandr(xcb, info);
     const xcb_query_extension_reply_t* present = xcb_get_extension_data(xcb, &xcb_present_id);
-    if (present != nullptr && present->present && IsLocal(xcb))    // whose clock is ours
+    if (present != nullptr && present->present && IsLocal(xcb))    // a local server stamps blanks with our clock
         info.presentOpcode = present->major_opcode;
     return info;
 }

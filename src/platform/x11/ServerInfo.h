@@ -1,4 +1,5 @@
-// What the server can do, asked once when the connection opens; and what its visuals look like. Private to x11/.
+// The abilities of the server, asked for once when the connection opens, and the layouts of its visuals. Private to
+// x11/.
 #pragma once
 
 #include <xcb/randr.h>
@@ -9,27 +10,27 @@
 
 namespace corvane {
 
-// How an image comes to the server, the best first.
+// How an image reaches the server, the best first.
 enum class Transport : uint32_t {
     Descriptor,    // shared memory by descriptor
     Segment,       // System V shared memory
-    Bands,         // sent
+    Bands,         // pixels in requests
 };
 
 struct ServerInfo {
-    Transport transport = Transport::Bands;    // the best that was seen to work
+    Transport transport = Transport::Bands;    // the best that was tried with success
     uint8_t shmCompletion = 0;                 // code of the event; 0: no shared memory
     uint8_t randrFirstEvent = 0;               // 0: no list of monitors
-    uint8_t presentOpcode = 0;                 // 0: nobody tells of vertical blanks
-    // Pixels that one request may carry where images are sent: as many as the socket has room for whenever it is
-    // writable at all, and no more than keeps the server from others for a moment.
+    uint8_t presentOpcode = 0;                 // 0: vertical blanks are not reported
+    // Bytes of pixels in one request, where images are sent in bands: what the socket has room for whenever it is
+    // writable, and little enough that the server serves other clients in between.
     size_t bandBytes = 0;
 };
 
-// Waits for the server's answers: event thread, while the connection opens. Selects the events of RandR.
+// Event thread, while the connection opens: waits for the server's answers. Selects the events of RandR.
 ServerInfo AskServer(xcb_connection_t* xcb);
 
-// The pixels of a visual, as far as this library can write and read them.
+// The layouts of pixels that this library can write and read.
 enum class PixelLayout : uint32_t {
     Unsupported,
     Bgrx32,    // bytes B, G, R, X: depth 24 and 32

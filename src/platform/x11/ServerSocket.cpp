@@ -49,7 +49,7 @@ void ServerSocket::AwaitRoom() noexcept {
 
 void ServerSocket::Poke() noexcept {
     const uint64_t one = 1;
-    (void)!write(m_wake, &one, sizeof one);    // fails only when the counter is full, and then it wakes as well
+    (void)!write(m_wake, &one, sizeof one);    // fails only when the counter is full, which wakes as well
 }
 
 bool ServerSocket::Sleep() {
@@ -58,10 +58,10 @@ bool ServerSocket::Sleep() {
     poll(sources, 2, -1);
     uint64_t pokes;
     if (sources[1].revents != 0)
-        (void)!read(m_wake, &pokes, sizeof pokes);    // before the looking: a poke that comes later wakes once more
+        (void)!read(m_wake, &pokes, sizeof pokes);    // before the thread looks for work: a later Poke wakes it again
     if ((sources[0].revents & room) == 0)
         return false;
-    m_awaitsRoom.store(false);    // a request from here on is answered by a later turn
+    m_awaitsRoom.store(false);    // a request after this point is for a later turn
     return true;
 }
 
@@ -69,7 +69,7 @@ bool ServerSocket::HasRoom(int64_t limit) const {
     constexpr int64_t kMillisecond = 1'000'000;
     pollfd socket{xcb_get_file_descriptor(m_xcb), POLLOUT, 0};
     const auto milliseconds = static_cast<int>((limit + kMillisecond - 1) / kMillisecond);
-    return poll(&socket, 1, milliseconds) > 0;    // an error too: sending to nobody does not block
+    return poll(&socket, 1, milliseconds) > 0;    // true for an error too: sending to a lost server never blocks
 }
 
 }    // namespace corvane

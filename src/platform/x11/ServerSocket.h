@@ -1,7 +1,8 @@
-// The socket to the X server: who may send on it and when, and what its reader sleeps on. Private to x11/.
+// The socket to the X server: the rules for sending, and what the event thread sleeps on. Private to x11/.
 //
-// A thread that sends without room waits in xcb until the server has read, and all others wait for that thread. So
-// nobody sends without a look for room, and the look and the sending are one step.
+// A thread that sends while the socket has no room waits inside xcb until the server has read, and all other threads
+// wait for that thread. So a thread sends only after it has seen room, and no other thread can take the room in
+// between.
 #pragma once
 
 #include <xcb/xcb.h>
@@ -22,7 +23,7 @@ public:
     ServerSocket(const ServerSocket&) = delete;
     ServerSocket& operator=(const ServerSocket&) = delete;
 
-    // ---- The owner: before anybody sends, and after the last who does ----
+    // ---- The owner: before the first and after the last sending ----
 
     void Take(xcb_connection_t* xcb) noexcept { m_xcb = xcb; }
     void Disconnect() noexcept;
@@ -31,19 +32,19 @@ public:
 
     xcb_connection_t* Xcb() const { return m_xcb; }
     bool Broken() const { return xcb_connection_has_error(m_xcb) != 0; }
-    // Ends all waiting on the socket; what was sent before still reaches the server.
+    // Ends all waits on the socket; what was sent before still reaches the server.
     void Shutdown() noexcept;
-    // Calls `send`, which sends at most ServerInfo::bandBytes of pixels, as soon as the socket has room for that;
-    // false, and not called, when it has none until `deadline` (ns of the system's clock): the server stands still, or
-    // is slow. A Poke is due after it: what is still buffered then the event thread sends.
+    // Calls `send`, which sends at most ServerInfo::bandBytes of pixels, as soon as the socket has room. False, without
+    // a call, when there is none before `deadline` (ns of the system's clock): the server hangs or is slow. A Poke must
+    // follow, since the event thread sends what is left in the buffer.
     template <typename Send>
     bool SendWithRoom(int64_t deadline, Send send) {
         for (;;) {
             {
-                MutexLock lock(m_roomLock);    // nobody else takes the room
+                MutexLock lock(m_roomLock);    // no other thread takes the room
                 if (HasRoom(0)) {
                     send();
-                    // The band may have taken all the room, and others have buffered requests behind it.
+                    // The band may have taken all the room, and other threads have buffered requests after it.
                     if (HasRoom(0))
                         xcb_flush(m_xcb);
                     return true;
@@ -54,28 +55,28 @@ public:
                 return false;
         }
     }
-    // Sends what is buffered, if the socket has room. Never waits: while one thread waits to send, no other can even
-    // buffer a request. False when it has none, or the connection is lost: with the next turn, for which a Poke is due,
-    // the event thread sends it as soon as there is room.
+    // Sends what is buffered if the socket has room. Never waits: while a thread waits to send, no other thread can
+    // buffer a request. False when there is no room, or the connection is lost. Then a Poke must follow, and the event
+    // thread sends as soon as there is room.
     bool Flush() noexcept;
-    // Has OnRoom of all event clients called, once, when there is room again.
+    // Requests one call of OnRoom of all event clients, when there is room again.
     void AwaitRoom() noexcept;
 
     // ---- Any thread, at any time ----
 
-    // Wakes the event thread. Also due after anything else that may have read from the socket, as a flush does: but for
-    // the flush of a request that is answered by an event, which comes after whatever was read and wakes as well.
+    // Wakes the event thread. Must also follow whatever may have read from the socket, as a flush does: events that xcb
+    // has queued do not wake the thread. Not needed after the flush of a request that an event answers.
     void Poke() noexcept;
 
     // ---- The event thread ----
 
-    // Sends what is buffered, now or, for want of room, with the next Sleep that finds some.
+    // Sends what is buffered now, or in the next Sleep that finds room.
     void FlushOrAwait() noexcept { m_unflushed = !Flush(); }
-    // Until something can be read, somebody pokes, or there is the room that somebody awaits. True in the last case.
+    // Sleeps until there is something to read, a Poke, or room that a client awaits. True for room.
     bool Sleep();
 
 private:
-    bool HasRoom(int64_t limit) const;    // waits for it, ns
+    bool HasRoom(int64_t limit) const;    // waits at most `limit` ns
 
     xcb_connection_t* m_xcb = nullptr;
     const int m_wake;    // an eventfd

@@ -35,7 +35,7 @@ bool SharedMemory::Make(Transport transport, size_t size) {
 bool SharedMemory::MakeDescriptor(size_t size) {
     m_transport = Transport::Descriptor;
     m_id = CallFails() ? -1 : memfd_create("corvane-image", MFD_CLOEXEC);
-    // Reserved at once: with a file that only has a length, a full memory would be a SIGBUS in the middle of drawing.
+    // Reserves the pages: with a file that has only a length, drawing would raise SIGBUS when memory runs out.
     if (m_id < 0 || CallFails() || posix_fallocate(m_id, 0, static_cast<off_t>(size)) != 0)
         return false;
     void* data = CallFails() ? MAP_FAILED : mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, m_id, 0);
@@ -51,7 +51,8 @@ bool SharedMemory::MakeSegment(size_t size) {
     if (id < 0)
         return false;
     void* data = CallFails() ? MAP_FAILED : shmat(id, nullptr, 0);
-    // Marked for removal at once, so that nothing stays behind whatever happens. Linux still lets the server attach it.
+    // Marked for removal at once, so that the system frees the segment in any case. Linux still lets the server attach
+    // it.
     shmctl(id, IPC_RMID, nullptr);
     if (data == MAP_FAILED)
         return false;
@@ -79,7 +80,7 @@ void SharedMemory::Trim(size_t size) noexcept {
         return;
     const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     const size_t kept = (size + limits::kPicturePadding + page - 1) / page * page;
-    // The mapping stays as long as it was, so that the server has nothing to learn; its pages go.
+    // The mapping keeps its length, so that the server need not attach again; the pages are freed.
     if (kept < m_mapped)
         (void)madvise(m_data + kept, m_mapped - kept, MADV_REMOVE);
     m_size = size;
@@ -99,8 +100,9 @@ xcb_void_cookie_t SharedMemory::Send(xcb_connection_t* xcb, uint32_t segment, bo
     const xcb_void_cookie_t cookie = checked ? xcb_shm_attach_fd_checked(xcb, segment, descriptor, 1)
                                              : xcb_shm_attach_fd(xcb, segment, descriptor, 1);
     xcb_flush(xcb);
-    // xcb closes the descriptor once it is sent, or when it knew before that the connection is lost. It forgets one on
-    // which the connection broke. Nobody sends on a broken connection: what still is our file is ours to close.
+    // xcb closes the descriptor after it has sent it, and where it knew that the connection is lost. It does not close
+    // a descriptor whose sending broke the connection. Then no later one is sent, so a number that still is our file is
+    // closed here.
     struct stat now {};
     if (xcb_connection_has_error(xcb) != 0 && fstat(descriptor, &now) == 0 && now.st_dev == sent.st_dev &&
         now.st_ino == sent.st_ino)

@@ -1,4 +1,4 @@
-// Memory that is to be shared with the server. Private to x11/.
+// Memory that the server may attach. Private to x11/.
 #pragma once
 
 #include <xcb/xcb.h>
@@ -11,7 +11,7 @@
 
 namespace corvane {
 
-// Our mapping of a piece of memory; the server's lives on as long as it is attached there. One thread at a time.
+// Our mapping of a piece of memory; that of the server lives until the server detaches it. One thread at a time.
 class SharedMemory {
 public:
     SharedMemory() = default;
@@ -22,18 +22,18 @@ public:
         return *this;
     }
 
-    // `size` zeroed bytes and some more that may be read and written behind them. False when there is none, or for a
-    // transport that shares nothing.
+    // `size` zeroed bytes, and padding after them that may be read and written. False when there is no memory, and for
+    // a transport without shared memory.
     [[nodiscard]] bool Make(Transport transport, size_t size);
     void Free() noexcept;
-    // Gives back what lies behind the first `size` bytes; the rest stays as it is, for us and for the server.
+    // Frees the pages after the first `size` bytes; those bytes stay as they are, for us and for the server.
     void Trim(size_t size) noexcept;
     uint8_t* Data() const { return m_data; }
     size_t Size() const { return m_size; }    // bytes that may be used
 
-    // Asks the server, once, to attach the memory for reading as `segment`; sends what was buffered. An error of it
-    // comes to the event loop, or, Checked, to xcb_request_check. From then on the system gives the memory back by
-    // itself, even if this process dies.
+    // Asks the server, once, to attach the memory for reading as `segment`; sends what was buffered. An error goes to
+    // the event loop, or with Checked to xcb_request_check. From this call on the system frees the memory by itself,
+    // even if the process dies.
     unsigned Attach(xcb_connection_t* xcb, uint32_t segment);
     xcb_void_cookie_t AttachChecked(xcb_connection_t* xcb, uint32_t segment);
 
@@ -53,7 +53,7 @@ private:
     uint8_t* m_data = nullptr;
     size_t m_size = 0;
     size_t m_mapped = 0;    // bytes
-    int m_id = -1;          // a descriptor until it is sent, or the id of a segment
+    int m_id = -1;          // a descriptor until it is sent, or the id of a System V segment
 };
 
 }    // namespace corvane

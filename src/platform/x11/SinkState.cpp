@@ -79,8 +79,8 @@ void SinkState::OnRoom() {
         m_watch->TellSinkRoom();
 }
 
-// A put ends with its completion, or with the error of its last part: the window was destroyed, or the memory was not
-// attached after all.
+// A put ends with its completion, or with an error of its last part: the window was destroyed, or the memory is not
+// attached.
 void SinkState::OnEvent(Connection& connection, const xcb_generic_event_t& event) {
     const uint8_t code = event.response_type & 0x7F;
     MutexLock lock(m_lock);

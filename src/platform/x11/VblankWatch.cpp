@@ -9,9 +9,9 @@ namespace {
 
 constexpr int64_t kSecond = 1'000'000'000;
 constexpr int64_t kSeldom = 30 * kSecond;
-constexpr int64_t kForgotten = 5 * kSecond;    // a measurement that is older has drifted too far
+constexpr int64_t kForgotten = 5 * kSecond;    // an older measurement may have drifted too far
 
-// The clock that servers on this machine stamp vertical blanks with.
+// The clock of the times that a server on this machine gives vertical blanks.
 int64_t Now() {
     return Clock::System().Now();
 }
@@ -70,7 +70,7 @@ void VblankWatch::OnLost() noexcept {
 
 void VblankWatch::Look(Connection& connection) {
     if (std::ranges::any_of(m_screens, [](const Screen& screen) { return screen.compositor == 0; }))
-        return;    // the answer with their names has not come yet
+        return;    // the names of the selections have not arrived yet
     {
         MutexLock lock(m_lock);
         m_wanted = false;
@@ -125,7 +125,7 @@ void VblankWatch::OnCrtc(Connection& connection, xcb_window_t root, xcb_randr_cr
         DropProbe(connection, *crtc);
     crtc->place = place;
     const auto mode = std::ranges::find_if(modes, [&](const auto& known) { return known.id == info.mode; });
-    // Other modes do not send their lines one after the other, and a rotated monitor not from its top.
+    // Interlaced and doubled modes do not send the lines in order, and a rotated monitor does not begin at the top.
     constexpr uint32_t kUnusual = XCB_RANDR_MODE_FLAG_INTERLACE | XCB_RANDR_MODE_FLAG_DOUBLE_SCAN;
     if (mode == modes.end() || (mode->mode_flags & kUnusual) != 0 || info.rotation != XCB_RANDR_ROTATION_ROTATE_0 ||
         mode->height != info.height)

@@ -1,8 +1,8 @@
 // The scan lines of the monitors. Private to x11/.
 //
-// After a question for a beam it reads the modes of all monitors (RandR) and asks the server for a vertical blank of
-// each (Present). It repeats that once a second as long as questions come, less often where no beam is known. A beam is
-// known from the second look on, and only without a compositor, since on a composited screen a put reaches the monitor
+// When a beam is asked for, the watch reads the modes of all monitors (RandR) and asks the server for a vertical blank
+// of each (Present). It repeats this look once a second while beams are asked for, less often where none is known. A
+// beam is known from the second look on. It stays unknown with a compositor, since there a put reaches the monitor
 // later.
 #pragma once
 
@@ -23,11 +23,11 @@ namespace corvane {
 
 class VblankWatch final : public EventClient, public std::enable_shared_from_this<VblankWatch> {
 public:
-    // The beam of the monitor at `place` of the screen `root`; no value while it is not known. Any thread. Where *stale
-    // comes back true the caller must poke the connection of this watch.
+    // The beam of the monitor at `place` of the screen `root`; no value while it is unknown. Any thread. Where *stale
+    // is set the caller must call Poke of the connection.
     std::optional<Beam> Of(xcb_window_t root, const Rect& place, bool* stale);
 
-    void OnModesChanged();    // the next question leads to a look
+    void OnModesChanged();    // the next call of Of causes a look
 
     void OnJoin(Connection& connection) override;
     void OnEvent(Connection& connection, const xcb_generic_event_t& event) override;
@@ -37,14 +37,14 @@ public:
 private:
     struct Screen {
         xcb_window_t root = 0;
-        xcb_atom_t compositor = 0;    // the selection that a compositor owns
-        bool composited = true;       // until the owner of the selection is known
+        xcb_atom_t compositor = 0;    // the selection that the compositor of the screen owns
+        bool composited = true;       // true until the owner of the selection is known
     };
     struct Crtc {
         xcb_randr_crtc_t id = 0;
         xcb_window_t root = 0;
         Rect place;
-        xcb_window_t probe = 0;    // never mapped; lies on the monitor, so that its vertical blanks are that monitor's
+        xcb_window_t probe = 0;    // an unmapped window on the monitor, which has the vertical blanks of the monitor
         BeamMeasure measure;
     };
     struct Told {
@@ -62,7 +62,7 @@ private:
     void DropProbe(Connection& connection, Crtc& crtc);
     void Publish();
 
-    std::atomic<bool> m_wanted{false};    // a look is due: set by a question, cleared by the event thread
+    std::atomic<bool> m_wanted{false};    // a look is due: set by Of, cleared by the event thread
 
     mutable Mutex m_lock;    // a leaf
     std::vector<Told> m_told GUARDED_BY(m_lock);

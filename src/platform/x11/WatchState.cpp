@@ -67,7 +67,7 @@ void WatchState::Die(Connection& connection) {
     if (!m_selected)
         return;
     DropChain(connection);
-    // Before anybody can see that the window is dead and open its successor under the same id.
+    // First, since a client that sees the window dead may open another one with the same id.
     connection.Selected().Forget(m_window);
     m_selected = false;
     WindowFacts dead;
@@ -92,7 +92,7 @@ void WatchState::OnEvent(Connection& connection, const xcb_generic_event_t& even
         break;
     }
     case XCB_CONFIGURE_NOTIFY:
-        // What a window manager sends by hand has root coordinates, and says nothing that a refresh does not tell.
+        // Synthetic events of a window manager have root coordinates, and bring nothing that a refresh does not.
         if ((event.response_type & 0x80) == 0)
             OnResize(reinterpret_cast<const xcb_configure_notify_event_t&>(event));
         OnStructure(connection, code, WindowOf<xcb_configure_notify_event_t>(event));
@@ -139,7 +139,7 @@ void WatchState::OnStructure(Connection& connection, uint8_t code, xcb_window_t 
     Refresh(connection);
 }
 
-// The size counts at once; the place on the screen takes a refresh.
+// The size counts at once; the place on the screen needs a refresh.
 void WatchState::OnResize(const xcb_configure_notify_event_t& event) {
     WindowFacts facts = Facts();
     if (event.window != m_window || facts.life != Life::Alive)
@@ -179,8 +179,8 @@ void WatchState::Refresh(Connection& connection) {
                                                  m_answered.root = reply->root;
                                                  m_border = reply->border_width;
                                              });
-    // Which screen the window is on comes with an answer that is still under way: every root is asked, and one of them
-    // is on the same screen.
+    // The screen of the window is in an answer that has not arrived yet. So the request goes out for every root, and
+    // one of them is on the same screen.
     for (xcb_screen_iterator_t i = xcb_setup_roots_iterator(xcb_get_setup(xcb)); i.rem > 0; xcb_screen_next(&i)) {
         const bool last = i.rem == 1;
         connection.Ask<xcb_translate_coordinates_reply_t>(
@@ -211,7 +211,7 @@ void WatchState::OnRefreshed(Connection& connection) {
     facts.life = Life::Alive;
     facts.layout = LayoutOf(connection.Xcb(), facts.depth, m_visual);
     if (m_askAgain && before.life == Life::Alive)
-        facts.size = before.size;    // an event may have told a newer one
+        facts.size = before.size;    // an event may have brought a newer one
     Publish(facts);
     if (std::exchange(m_askAgain, false))
         Refresh(connection);
@@ -232,10 +232,10 @@ void WatchState::Climb(Connection& connection, xcb_window_t from) {
             if (reply == nullptr) {
                 if (from == m_window)
                     Die(connection);
-                return;    // an ancestor that is gone took the window with it or let go of it: an event tells
+                return;    // an ancestor is gone: an event reports that the window is destroyed or reparented
             }
             if (reply->parent == XCB_NONE || reply->parent == reply->root) {
-                Refresh(connection);    // for what happened before the chain was watched
+                Refresh(connection);    // for changes before the chain was watched
                 return;
             }
             m_chain.push_back(reply->parent);

@@ -1,7 +1,8 @@
-// What a watch knows and how it learns it. Private to x11/.
+// The state of a watch, and how it is kept up to date. Private to x11/.
 //
-// A window gets no event when an ancestor moves or is unmapped, so the chain of ancestors is watched as well, up to the
-// root; any event on it leads to a refresh: attributes, geometry and place are asked anew, one set at a time.
+// A window gets no event when an ancestor moves or is unmapped, so all ancestors up to the root are watched as well.
+// Any event of this chain leads to a refresh, which asks for attributes, geometry and place again; one refresh at a
+// time.
 #pragma once
 
 #include <atomic>
@@ -38,7 +39,7 @@ public:
     WindowFacts Facts() const { return m_facts.Read(); }
     ListenerList& Listeners() { return m_listeners; }
     void WantDraw() { m_draw.store(true); }         // takes effect with the next turn
-    void TellSinkReady() { m_tellReady = true; }    // event thread: at the end of this turn
+    void TellSinkReady() { m_tellReady = true; }    // event thread; takes effect at the end of this turn
     void TellSinkRoom() { m_tellRoom = true; }
 
     void OnJoin(Connection& connection) override;
@@ -61,28 +62,28 @@ private:
 
     const xcb_window_t m_window;
     std::atomic<bool> m_draw;
-    ListenerList m_listeners;    // with a lock of its own
+    ListenerList m_listeners;    // brings its own lock
 
-    Mutex m_lock;                      // of the threads that publish; a leaf
+    Mutex m_lock;                      // taken by threads that publish; a leaf
     Published<WindowFacts> m_facts;    // written under m_lock
 
     // Only on the event thread.
     std::vector<xcb_window_t> m_chain;    // ancestors from the parent up, without the root
-    uint32_t m_walk = 0;                  // raised by each walk up the chain: answers of earlier ones do not count
-    bool m_drawing = false;               // the background was taken away
+    uint32_t m_walk = 0;       // number of the latest walk up the chain: answers of earlier walks do not count
+    bool m_drawing = false;    // the background was set to None
     bool m_tell = false;
     bool m_tellReady = false;
     bool m_tellRoom = false;
     bool m_selected = false;
-    bool m_asking = false;      // a refresh is under way
-    bool m_askAgain = false;    // and something happened meanwhile
-    WindowFacts m_answered;     // what the refresh under way has brought
+    bool m_asking = false;      // a refresh waits for answers
+    bool m_askAgain = false;    // another refresh must follow
+    WindowFacts m_answered;     // the answers of that refresh so far
     xcb_visualid_t m_visual = 0;
     uint16_t m_border = 0;
 };
 
-// The state behind a watch that Open made; null for any other. And the connection that serves it, null where there is
-// none: it lasts as long as the watch.
+// The state of a watch that Open made; null for any other. The connection that serves it, which lasts as long as the
+// watch; null where there is none.
 std::shared_ptr<WatchState> StateOf(const WindowWatchPtr& watch);
 std::shared_ptr<Connection> ConnectionOf(const WindowWatchPtr& watch);
 

@@ -13,14 +13,14 @@ namespace corvane {
 
 namespace {
 
-constexpr std::chrono::hours kLongest(1);    // so that no limit is beyond what a deadline can say
+constexpr std::chrono::hours kLongest(1);    // so that the deadline does not overflow
 
 void CopyRows(PixelLayout layout, const uint8_t* from, ptrdiff_t fromStep, const PictureView& to, const Rect& place) {
     for (int64_t y = place.top; y < place.bottom; ++y, from += fromStep)
         UnpackRow(layout, from, to.At(place.left, y), static_cast<uint32_t>(place.Width()));
 }
 
-// `out` of this size, showing `last`, black where that does not reach.
+// `out` gets this size and the pixels of `last`, black outside of it.
 Status ShowLast(const ConstPictureView& last, WindowWatch::Size size, Raster& out) {
     if (!limits::FitsPicture(size.width, size.height))
         return Status::Failed;
@@ -46,7 +46,7 @@ void ShowBand(const GrabJob::Band& band, const std::vector<Rect>& visible, Pixel
     }
 }
 
-// A watch that is new has not heard of its window yet.
+// Waits until the first answers about the window of a new watch.
 class FirstNews final : private WindowWatch::Listener {
 public:
     explicit FirstNews(WindowWatch& watch) : m_watch(watch) { m_watch.AddListener(this); }
@@ -70,7 +70,7 @@ private:
 };
 
 Status Grab(const WindowWatchPtr& watch, const ConstPictureView& last, std::chrono::milliseconds limit, Raster& out) {
-    // One limit for both: the event thread is waited for, whatever a channel's clock says.
+    // One limit for both waits, in real time: the event thread does not go by a channel's clock.
     ThreadWait wait(std::chrono::nanoseconds(std::min<std::chrono::milliseconds>(limit, kLongest)).count());
     if (watch != nullptr && watch->GetLife() == WindowWatch::Life::Unknown)
         FirstNews(*watch).Await(wait);

@@ -1,4 +1,4 @@
-// Reading back what a window shows.
+// Reads the pixels that a window shows.
 #pragma once
 
 #include <chrono>
@@ -9,11 +9,11 @@
 
 namespace corvane {
 
-// Fills `out` with the inside of the window, X bytes 0. What other windows cover, and what lies outside the screen,
-// cannot be read: there `out` shows `last` (the sink's last image; may be empty: black), as it does altogether while
-// the window is not viewable. Any client thread, no lock held; waits for the server, at most `limit`. Failed: the
-// window is not alive, its visual cannot be read, nothing can be shown (not viewable and `last` is empty), or the
-// server did not answer in time. OutOfMemory.
+// Fills `out` with the inside of the window, X bytes 0. Parts that other windows cover and parts outside the screen
+// cannot be read: they come from `last` (the last image of the sink; black where it is empty or smaller). A window that
+// is not viewable comes from `last` as a whole. Any client thread, no lock held; waits for the server, at most `limit`.
+// Failed: the window is not alive, its visual cannot be read, it is not viewable and `last` is empty, or the server did
+// not answer in time. OutOfMemory.
 Status GrabWindow(const WindowWatchPtr& watch, const ConstPictureView& last, std::chrono::milliseconds limit,
                   Raster& out);
 

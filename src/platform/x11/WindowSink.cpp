@@ -14,9 +14,9 @@ namespace corvane {
 
 namespace {
 
-// ns that all bands of one call take at most. Less than a frame, so that nothing notices it.
+// ns that all bands of one call take at most; shorter than a frame.
 constexpr int64_t kRoomLimit = 10'000'000;
-// ns for which a window must have kept its size until memory beyond its image goes back.
+// ns without a change of size after which memory beyond the image is freed.
 constexpr int64_t kSpareLimit = 1'000'000'000;
 
 class ServerSink final : public WindowSink {
@@ -33,8 +33,7 @@ public:
         m_connection->Join(m_state);
     }
 
-    // What the server keeps is given back by the event thread; a put that it still reads has its own hold on the
-    // memory.
+    // The event thread frees what the server keeps. The server has its own mapping of memory that it still reads.
     ~ServerSink() override {
         if (m_state == nullptr)
             return;
@@ -62,7 +61,7 @@ private:
     bool SendBands();
 
     bool DrawsPrivately() const { return m_transport == Transport::Bands || m_facts.layout != PixelLayout::Bgrx32; }
-    // Of the shared memory. The server wants rows of whole 32 bit units, the kernels like them on 64 bytes.
+    // Of the shared memory: the server needs rows of whole 32 bit units, and the kernels are fastest on 64 bytes.
     uint32_t RowPixels() const { return (m_imageSize.width + 31) & ~31u; }
     size_t SharedBytes() const { return size_t{RowPixels()} * BytesPerPixel(m_facts.layout) * m_imageSize.height; }
     size_t PrivateBytes() const { return size_t{4} * RowPixels() * m_imageSize.height; }
@@ -71,9 +70,9 @@ private:
     const WindowWatchPtr m_watch;
     const void* const m_owner;
     Clock& m_clock;
-    const std::shared_ptr<WatchState> m_watchState;    // null: nothing to draw on, ever
-    const std::shared_ptr<Connection> m_connection;    // lives as long as the watch
-    std::shared_ptr<SinkState> m_state;                // null where one of these is
+    const std::shared_ptr<WatchState> m_watchState;    // null: the watch has no window that can be drawn on
+    const std::shared_ptr<Connection> m_connection;    // as long as the watch lives
+    std::shared_ptr<SinkState> m_state;                // null where one of the two above is
 
     // Only on the render thread.
     WindowFacts m_facts;    // as of the last Prepare
@@ -88,13 +87,13 @@ private:
     bool m_complained = false;
     std::vector<Rect> m_parts;
     std::vector<Rect> m_unsent;    // of the last put, where the image is sent in bands
-    bool m_wanted = false;         // Prepare was refused for these
+    bool m_wanted = false;         // a Prepare was refused because of these
     std::vector<uint8_t> m_band;
 
     AlignedBuffer m_private;
     PictureView m_image;    // of m_shared or m_private; changed under m_imageLock
 
-    std::atomic<bool> m_put{false};    // this image, once
+    std::atomic<bool> m_put{false};    // this image was put
 };
 
 WindowSink::State ServerSink::Absent() {
@@ -106,7 +105,7 @@ void ServerSink::DropImage() {
     if (m_imageSize == WindowWatch::Size())
         return;
     m_state->Detach(m_connection->Xcb());
-    HideImage();    // nobody copies from what is freed
+    HideImage();    // first, so that no copy reads freed memory
     m_shared.Free();
     m_private.Free();
     m_imageSize = {};
@@ -129,7 +128,7 @@ WindowSink::State ServerSink::Prepare() {
     }
     if (!m_facts.viewable) {
         m_size = m_facts.size;
-        m_unsent.clear();    // when it comes into view, everything is put anew
+        m_unsent.clear();    // everything is put again when the window becomes viewable
         return State::Hidden;
     }
     const SinkState::Answers answers = m_state->TakeAnswers();
@@ -141,7 +140,7 @@ WindowSink::State ServerSink::Prepare() {
         m_transport = m_transport == Transport::Descriptor ? Transport::Segment : Transport::Bands;
         DropImage();
     }
-    m_wanted = !SendBands();    // of the image before, if the window has another size by now
+    m_wanted = !SendBands();    // these are of the last image, where the window has another size by now
     if (m_wanted)
         return State::Busy;
     if (!limits::FitsPicture(m_facts.size.width, m_facts.size.height)) {
@@ -156,11 +155,11 @@ WindowSink::State ServerSink::Prepare() {
     return State::Ready;
 }
 
-// In the memory of the one before, where that is large enough.
+// Makes the image in the memory of the last one, where that is large enough.
 bool ServerSink::MakeImage() {
     const WindowWatch::Size size = m_facts.size;
-    // A window that changes its size may go on so.
-    const size_t spare = m_imageSize != WindowWatch::Size() ? 8 : SIZE_MAX;    // one part in so many
+    // More than needed, since a window that is resized may grow further.
+    const size_t spare = m_imageSize != WindowWatch::Size() ? 8 : SIZE_MAX;    // one part in so many is added
     m_resizedAt = m_clock.Now();
     HideImage();
     m_imageSize = size;
@@ -227,8 +226,8 @@ bool ServerSink::Put(std::span<const Rect> parts) {
         return false;
     m_fresh = false;
     m_put = true;
-    // Bands are flushed as they are sent; one flush more could wait behind that of the event thread, which a server
-    // that stands still holds up where bands have filled the socket.
+    // Bands are flushed as they are sent. Another flush could wait for that of the event thread, which waits where
+    // bands have filled the socket and the server hangs.
     if (m_transport == Transport::Bands) {
         m_unsent = m_parts;
         (void)SendBands();
@@ -241,18 +240,18 @@ bool ServerSink::Put(std::span<const Rect> parts) {
                     static_cast<uint32_t>(part.Width()));
     }
     m_state->Put(xcb, m_facts, static_cast<uint16_t>(RowPixels()), static_cast<uint16_t>(m_imageSize.height), m_parts);
-    // The sending may have read events, but the completion of the put is not among them.
+    // The sending may have read events into xcb's queue, but not the completion of this put.
     if (!m_connection->Socket().Flush())
         m_connection->Poke();
     return true;
 }
 
-// Sends what is left of the last put, band by band. False when the server takes no more for now, or it takes long; the
-// listeners are told when to go on.
+// Sends the rest of the last put, band by band. False when the server takes no more for now, or the time is over;
+// listeners are called when there is room.
 bool ServerSink::SendBands() {
     if (m_unsent.empty())
         return true;
-    // By the system's clock: the server is waited for.
+    // By the system's clock, since the server does not go by a channel's.
     const int64_t deadline = Clock::System().Now() + kRoomLimit;
     xcb_connection_t* xcb = m_connection->Xcb();
     const uint32_t bytes = BytesPerPixel(m_facts.layout);
@@ -287,7 +286,7 @@ bool ServerSink::SendBands() {
     }
     if (!m_unsent.empty())
         m_state->AwaitRoom(*m_connection);
-    m_connection->Poke();    // the sending may have read events
+    m_connection->Poke();    // the sending may have read events into xcb's queue
     return m_unsent.empty();
 }
 

@@ -1,11 +1,12 @@
-// The way of pictures to a window: lends one image of the window's size, puts rectangles of it on the window, and keeps
-// it. One sink for each channel and window; several sinks may serve one window.
+// Shows pictures on a window: lends one image of the window's size, puts rectangles of the image on the window, and
+// keeps the image. One sink for each channel and window; several sinks may serve one window.
 //
 // The image lies in memory shared with the server (by descriptor, else by SysV segment), or is sent in bands. It is
-// busy from a put until the server has read it, or until the last band is sent. Visuals of depth 24 and 32 are written
-// directly (alpha 0xFF); for 16 and 30 the put converts. Any other visual: the sink stays absent, with one log line.
+// busy from a put until the server has read the image, or until the last band is sent. Visuals of depth 24 and 32 are
+// written directly (alpha 0xFF); for 16 and 30 the put converts. Any other visual: the sink stays absent, with one log
+// line.
 //
-// All calls come from the render thread, but Copy, which any thread may make. None waits for the server's answer. A put
+// Render thread, but for Copy, which any thread may call. No call waits for an answer of the server. A put
 // sends bands for 10 ms at most; the rest is sent by Resume, or by a later Prepare.
 #pragma once
 
@@ -23,14 +24,14 @@ namespace corvane {
 class WindowSink {
 public:
     enum class State {
-        Ready,       // draw and put
-        Busy,        // the last put goes on: skip this picture; the watch's listeners are told when to look again
+        Ready,       // the image can be drawn and put
+        Busy,        // the last put goes on: skip this picture; listeners of the watch are called when it has ended
         Hidden,      // the window is not viewable: no put
-        TooLarge,    // beyond the limits of pictures, until it is smaller
-        Absent,      // dead, unknown yet, or of a kind that cannot be drawn on
+        TooLarge,    // the window is beyond the limits of pictures
+        Absent,      // the window is dead, not known yet, or has another visual
     };
 
-    // Holds the image while it is written, against Copy. Never across a client's callback.
+    // Locks the image against Copy while it is written. Never lives across a client's callback.
     class Writing {
     public:
         const PictureView& Image() const { return m_sink.Image(); }
@@ -47,33 +48,33 @@ public:
     static std::unique_ptr<WindowSink> Make(WindowWatchPtr watch, const void* owner, Clock& clock = Clock::System());
     virtual ~WindowSink() = default;
 
-    // Gives the image the window's present size. Ready holds until the next Put. What a new image holds is not said: it
-    // may lie in the memory of the one before.
+    // Gives the image the size that the window has now. Ready is valid until the next Put. The pixels of a new image
+    // are undefined: it may lie in the memory of the last one.
     virtual State Prepare() = 0;
-    // True from the making of an image to its first Put: nothing on the window is from it yet.
+    // True from the making of an image to its first Put.
     virtual bool Fresh() const = 0;
-    // The size that Prepare settled on; 0x0 where it was not Ready or Hidden. An image exists when it was Ready.
+    // The size that the last Prepare found; 0x0 where it was not Ready or Hidden. An image exists after Ready.
     virtual WindowWatch::Size Size() const = 0;
 
     Writing Write() { return Writing(*this); }
-    // Shows these parts of the image (clipped to it) on the window. Only after Ready. False: nothing is on its way
-    // there, since the parts lie outside or the server is gone.
+    // Shows these parts of the image (clipped to it) on the window. Only after Ready. False: nothing was sent, since
+    // the parts lie outside or the server is gone.
     virtual bool Put(std::span<const Rect> parts) = 0;
-    // Sends more of the last put, when the watch's listeners were told of room. True once it is all sent, if a Prepare
-    // was refused meanwhile.
+    // Sends more of the last put, after listeners of the watch were called for room. True once all is sent, if a
+    // Prepare was refused meanwhile.
     virtual bool Resume() = 0;
 
-    // Memory beyond the image, which a window that changes its size needs again and again, goes back a second after the
-    // last change. False when none is left.
+    // Frees memory beyond the image a second after the last change of size; until then a window that is being resized
+    // uses it again. False when there is none left.
     virtual bool Trim() = 0;
 
-    // A copy of the image as it was last written; false when none was put, or no memory. Any thread.
+    // A copy of the image as it was written last; false when none was put, or there is no memory. Any thread.
     virtual bool Copy(Raster& out) = 0;
 
 protected:
     virtual const PictureView& Image() const = 0;
 
-    Mutex m_imageLock;    // the image's pixels and its being replaced, both by the render thread; a leaf
+    Mutex m_imageLock;    // guards the image: its pixels and its replacement by the render thread; a leaf
 };
 
 }    // namespace corvane

@@ -12,7 +12,7 @@ namespace {
 
 class ClientWatch;
 
-// The watches and the connection that are in use. Never destroyed: clients may let go of watches late.
+// The watches and the connection in use. Never destroyed, since clients may release watches after the end of main.
 struct Registry {
     Mutex lock;
     std::unordered_map<uintptr_t, std::weak_ptr<ClientWatch>> watches GUARDED_BY(lock);
@@ -23,8 +23,8 @@ Registry& TheRegistry() {
     return registry;
 }
 
-// What a client holds. The event thread never holds it, so that its end, which may close the connection and join that
-// thread, comes on a client's thread only.
+// The watch that clients hold. The event thread never holds one: its destructor may close the connection and join that
+// thread, so it runs on a client's thread only.
 class ClientWatch final : public WindowWatch {
 public:
     ClientWatch(uintptr_t window, Purpose purpose, std::shared_ptr<ConnectionLease> lease)
@@ -37,7 +37,7 @@ public:
             Registry& registry = TheRegistry();
             MutexLock lock(registry.lock);
             const auto found = registry.watches.find(m_window);
-            if (found != registry.watches.end() && found->second.expired())    // else it is of a later watch
+            if (found != registry.watches.end() && found->second.expired())    // else the entry is of a later watch
                 registry.watches.erase(found);
         }
         m_state->Leave();
@@ -46,7 +46,7 @@ public:
     }
 
     void Start() {
-        // Ids have 29 bits; a wider value can be no window, and must not become one by being cut.
+        // Ids have 29 bits; a wider value is no window, and must not be cut to one.
         if (m_lease == nullptr || m_window > 0x1FFFFFFF)
             m_state->OnLost();
         else
@@ -92,7 +92,7 @@ private:
     const std::shared_ptr<WatchState> m_state;
 };
 
-// The lease of the open connection, or of a new one. Null where none can be started.
+// The lease of the open connection, or of a new one. Null where no connection can be started.
 std::shared_ptr<ConnectionLease> Lease(std::weak_ptr<ConnectionLease>& current) {
     std::shared_ptr<ConnectionLease> lease = current.lock();
     if (lease != nullptr && !lease->connection->Lost())
@@ -118,7 +118,7 @@ std::shared_ptr<ConnectionLease> Lease(std::weak_ptr<ConnectionLease>& current) 
 std::shared_ptr<WindowWatch> WindowWatch::Open(uintptr_t window, Purpose purpose) {
     if (window == 0)
         return nullptr;
-    // Let go of after the lock: the end of the last holder takes it.
+    // Destroyed after the lock is dropped, since the end of the last user takes the lock.
     std::shared_ptr<ConnectionLease> lease;
     std::shared_ptr<ClientWatch> watch;
     std::shared_ptr<ClientWatch> dead;

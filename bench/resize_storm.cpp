@@ -119,7 +119,7 @@ void Run(const test::XServer& server, uint32_t flags, uint16_t width, uint16_t h
         const auto start = Clock::now();
         for (; feeds; ++fed) {
             const FramePtr frame = test::MakeFrame(CORVANE_STREAM_H264, {1}, true, fed * kPicture.count());
-            present.Measure("", [&] { manager->PresentFrame(frame, picture.frame, true); });
+            present.Measure("", [&] { manager->PresentFrame(frame, picture.Picture(), true); });
             std::this_thread::sleep_until(start + (fed + 1) * kPicture);
         }
     });

@@ -90,7 +90,7 @@ void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame) {
     if (!m_video.Decode(frame, worker.displayMode, picture))
         return;
     // The picture stays valid without the lock: only this thread decodes, and a reset joins it first.
-    m_render.PresentFrame(frame, picture.Get(), worker.over < kOverForSpeed, picture.Colours());
+    m_render.PresentFrame(frame, picture, worker.over < kOverForSpeed);
     Pace(worker, *frame);
 }
 

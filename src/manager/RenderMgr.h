@@ -17,7 +17,6 @@
 #include "base/Mutex.h"
 #include "base/Status.h"
 #include "base/Thread.h"
-#include "corvane/decoder.h"
 #include "frame/ChannelCounters.h"
 #include "frame/MediaFrameImpl.h"
 #include "manager/PassSchedule.h"
@@ -76,8 +75,7 @@ public:
     // Reports the frame, makes its picture for the renderer and wakes the render thread. With `wait` it waits before
     // that until the render thread has taken the picture before, at most 500 ms; then, and without `wait`, this picture
     // takes the place of one that was not taken. What becomes of the picture is counted.
-    // `signal`: the colours that its stream signals; they count with option 1000.
-    void PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait, const ColourSignal& signal = {});
+    void PresentFrame(const FramePtr& frame, const SharedPicture& decoded, bool wait);
     // Any thread: ends that wait.
     void WakeWorker() { m_mailbox.Interrupt(); }
     // Sound enters here (`mix`: it is to be heard). With `show` and a new second of wall-clock time the state becomes

@@ -39,7 +39,7 @@ private:
             --m_steps;
             lock.Unlock();
             if (m_video.Decode(frame, 0, picture))
-                m_render.PresentFrame(frame, picture.Get(), true);
+                m_render.PresentFrame(frame, picture, true);
             lock.Lock();
         }
     }

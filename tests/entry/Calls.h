@@ -1,4 +1,5 @@
-// Every export that does anything as a call of one form. A call ends with the first status that is not Ok.
+// Every export of corvane.h as a call of one form, with the kind of handle that it accepts. A call ends with the first
+// status that is not Ok.
 #pragma once
 
 #include <cairo.h>
@@ -11,10 +12,12 @@
 
 namespace corvane::test {
 
+enum class Accepts { Anything, Instance, Stream };
+
 struct Call {
-    const char* name;
+    const char* name;    // of the export, without its prefix
+    Accepts accepts;
     std::function<uint32_t(void* instance, void* channel)> call;
-    bool ofChannel = false;        // needs a live channel
     uint32_t onOwn = Status_Ok;    // from a callback of that channel
     uint32_t onOther = onOwn;      // from a callback of another
 };
@@ -22,7 +25,11 @@ struct Call {
 // An export with a handle and more arguments.
 template <typename Export, typename... Arguments>
 Call OnChannel(const char* name, Export function, Arguments... arguments) {
-    return {name, [=](void*, void* channel) { return function(channel, arguments...); }, true};
+    return {name, Accepts::Stream, [=](void*, void* channel) { return function(channel, arguments...); }};
+}
+// An export that looks at nothing that it is given.
+inline Call Fixed(const char* name, uint32_t (*function)(void*, ...), uint32_t status) {
+    return {name, Accepts::Anything, [=](void* instance, void*) { return function(instance); }, status};
 }
 inline uint32_t FirstFailure(std::initializer_list<uint32_t> statuses) {
     for (const uint32_t status : statuses)
@@ -31,9 +38,10 @@ inline uint32_t FirstFailure(std::initializer_list<uint32_t> statuses) {
     return Status_Ok;
 }
 
-inline uint32_t AnotherInstance(void*, void*) {
+template <typename Initial, typename... Background>
+uint32_t AnotherInstance(Initial initial, Background... background) {
     void *instance = nullptr, *channel = nullptr;
-    return FirstFailure({Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0),
+    return FirstFailure({initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0, background...),
                          Corvane_CreateChannel(instance, &channel, nullptr), Corvane_StartChannel(channel, 0),
                          Corvane_Release(&instance)});
 }
@@ -107,19 +115,33 @@ inline std::vector<Call> Calls() {
     const auto asked = [](void*, void*) { return Corvane_GetVersionInfo(version, version, version, version); };
     const auto stopped = [](void*, void* channel) { return Corvane_StopChannel(channel); };
     const auto turned = [](void*, void* channel) { return Corvane_SetRotateOption(channel, 3); };
+    const auto freed = [](void*, void*) {
+        PictureBuffer none{};
+        return Corvane_FreePicture(&none);
+    };
     const auto filtered = [](void* channel) {
         const uint32_t status = Corvane_InsertFilter(channel, &pass);
         Corvane_RemoveFilter(channel, &pass);
         return status;
     };
+    using enum Accepts;
     return {
-        {"Initial, Start and Release of another", &AnotherInstance},
-        {"Release", released, false, Status_Failed},
-        {"GetVersionInfo", asked},
-        {"CreateChannel", &AnotherChannel},
-        {"DeleteChannel", deleted, false, Status_Failed, Status_Ok},
+        {"Initial", Anything, [](void*, void*) { return AnotherInstance(&Corvane_Initial); }},
+        {"InitialEx", Anything, [](void*, void*) { return AnotherInstance(&Corvane_InitialEx, 0); }},
+        {"Release", Instance, released, Status_Failed},
+        {"GetVersionInfo", Anything, asked},
+        Fixed("SetFlags", &Corvane_SetFlags, Status_Ok),
+        Fixed("GetFlags", &Corvane_GetFlags, Status_Ok),
+        Fixed("GetCapabilities", &Corvane_GetCapabilities, Status_Ok),
+        Fixed("SetQueueEmptyNotify", &Corvane_SetQueueEmptyNotify, Status_NotSupported),
+        Fixed("RegisterVAStreamInfoCallback", &Corvane_RegisterVAStreamInfoCallback, Status_NotSupported),
+        Fixed("SetVAStreamEffectParam", &Corvane_SetVAStreamEffectParam, Status_NotSupported),
+        Fixed("GetAvgAudioVolume", &Corvane_GetAvgAudioVolume, Status_NotSupported),
+        Fixed("SetAudioSamplesPerCalc", &Corvane_SetAudioSamplesPerCalc, Status_NotSupported),
+        {"CreateChannel", Instance, &AnotherChannel},
+        {"DeleteChannel", Instance, deleted, Status_Failed, Status_Ok},
         OnChannel("StartChannel", &Corvane_StartChannel, 1),
-        {"StopChannel", stopped, true, Status_Failed, Status_Ok},
+        {"StopChannel", Stream, stopped, Status_Failed, Status_Ok},
         OnChannel("InputEncodedMediaFrame", &Flood),
         OnChannel("UpdateChannelSettings", &Corvane_UpdateChannelSettings, &update),
         OnChannel("SetChannelOption", &EveryOption),
@@ -135,10 +157,11 @@ inline std::vector<Call> Calls() {
         OnChannel("GetZoomedSnapShot", &Snapshot<&Corvane_GetZoomedSnapShot>),
         OnChannel("GetCurrentDisplay", &Display<&Corvane_GetCurrentDisplay>),
         OnChannel("GetZoomedDisplay", &Display<&Corvane_GetZoomedDisplay>),
+        {"FreePicture", Anything, freed},
         OnChannel("InsertFilter", filtered),
         OnChannel("RemoveFilter", &Corvane_RemoveFilter, &other),
         OnChannel("EnableRotateFilter", &Corvane_EnableRotateFilter, 3.0),
-        {"SetRotateOption", turned, true, Status_Failed},
+        {"SetRotateOption", Stream, turned, Status_Failed},
         OnChannel("DisableRotateFilter", &Corvane_DisableRotateFilter),
     };
 }

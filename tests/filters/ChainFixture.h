@@ -6,8 +6,11 @@
 #include <random>
 #include <vector>
 
+#include "base/PictureLayout.h"
+#include "base/SharedPicture.h"
 #include "filters/FakeTessaro.h"
 #include "filters/FilterChain.h"
+#include "filters/FilterPicture.h"
 #include "platform/Library.h"
 #include "support/GuardedBytes.h"
 #include "support/StreamMaker.h"
@@ -21,10 +24,11 @@ using QMRX::Filter::Picture;
 // A picture with memory of its own, zeros at first, laid out as the library lays out what it allocates.
 struct Image {
     Image(uint32_t imageWidth, uint32_t imageHeight, uint32_t imageFormat)
-        : width(imageWidth), height(imageHeight), format(imageFormat), stride(RowBytes(format, width)) {
+        : width(imageWidth), height(imageHeight), format(imageFormat) {
         if (!memory.Allocate(PictureBytes(format, width, height)))
             throw std::bad_alloc();
-        FillPicture(picture, memory.Data(), stride, height, format);
+        view = LayOut(memory.Data(), RowBytes(format, width), {width, height}, format);
+        picture = RecordOf(view);
     }
 
     // The samples that show, plane by plane in the order of `picture`, without the ends of rows. Planes at half size
@@ -41,8 +45,9 @@ struct Image {
         return bytes;
     }
 
-    uint32_t width, height, format, stride;
+    uint32_t width, height, format;
     AlignedBuffer memory;
+    PictureView view;
     Picture picture{};
 };
 
@@ -73,15 +78,14 @@ struct Decoded {
             memory.push_back(std::make_unique<GuardedBytes>(
                 bytes, seed % 2 == 0 ? GuardedBytes::At::End : GuardedBytes::At::Begin, aligned ? 64 : 1));
             frame.planes[i] = memory.back()->Data();
-            picture.plane[i] = frame.planes[i];
-            picture.stride[i] = static_cast<int32_t>(frame.strides[i]);
         }
-        picture.height = height;
-        picture.format = nv12 ? uint32_t{PF_NV12} : uint32_t{PF_I420};
+        view = ViewOf(frame);
+        picture = RecordOf(view);
     }
 
     std::vector<std::unique_ptr<GuardedBytes>> memory;
     DecodedFrame frame{};
+    ConstPictureView view;
     Picture picture{};
 };
 
@@ -92,11 +96,6 @@ inline FramePtr VideoFrame(bool lens = false, uint64_t firstLensValue = 1) {
     if (lens)
         frame->SetLensRecord(lensRecord);
     return frame;
-}
-
-inline int32_t RunInto(Image& to, FilterChain& chain, const ChainSettings& settings, const MediaFrameImpl& frame,
-                       const DecodedFrame& decoded) {
-    return chain.Run(settings, frame, decoded, to.memory.Data(), to.stride, to.format, to.width, to.height).status;
 }
 
 // The switches of the Tessaro.so beside this program; null when there is none.

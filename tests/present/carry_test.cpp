@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "base/PictureLayout.h"
 #include "present/PictureRun.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
@@ -16,12 +17,13 @@ using Fate = RunResult::Fate;
 class PlainTarget final : public PictureTarget {
 public:
     PlainTarget(uint32_t format, bool tells) : m_format(format), m_tells(tells) {}
-    bool Take(const DecodedFrame&) override { return takes; }
+    bool Take(const SharedPicture&) override { return takes; }
     uint32_t FormatFor(uint32_t) const override { return m_tells ? m_format : 0; }
-    PictureLease Lend(uint32_t width, uint32_t height, uint32_t) override {
-        m_memory.resize(m_format == 0 ? 0 : PictureBytes(m_format, width, height));
-        return m_format == 0 ? PictureLease()
-                             : PictureLease(this, m_memory.data(), RowBytes(m_format, width), m_format);
+    PictureLease Lend(PictureSize size, uint32_t) override {
+        m_memory.resize(m_format == 0 ? 0 : PictureBytes(m_format, size.width, size.height));
+        return m_format == 0
+                   ? PictureLease()
+                   : PictureLease(this, LayOut(m_memory.data(), RowBytes(m_format, size.width), size, m_format));
     }
 
     uint8_t At(uint32_t x, uint32_t y) const { return m_memory[size_t{y} * RowBytes(m_format, 32) + x]; }
@@ -83,8 +85,10 @@ TEST(PictureRun, SaysWhatBecameOfThePicture) {
             PlainTarget target(row.format, tells);
             target.takes = row.shared;
             PictureRun run;
+            const SharedPicture decoded = picture.Picture();
             const PictureRequest request{.frame = *frame,
-                                         .decoded = picture.frame,
+                                         .picture = decoded.View(),
+                                         .shared = &decoded,
                                          .size = {32, row.height},
                                          .angle = row.rotate ? std::optional(90.0) : std::nullopt};
             const RunResult result = run.Carry(request, settings, target);
@@ -121,8 +125,10 @@ TEST(PictureRun, StampsAreDrawnWhenTheyAreDue) {
             PictureRun run;
             PlainTarget target(format, true);
             target.takes = true;
+            const SharedPicture decoded = picture.Picture();
             const PictureRequest request{.frame = *frame,
-                                         .decoded = picture.frame,
+                                         .picture = decoded.View(),
+                                         .shared = &decoded,
                                          .size = {32, 32},
                                          .angle = turned ? std::optional(180.0) : std::nullopt,
                                          .stamps = stamps};
@@ -133,7 +139,7 @@ TEST(PictureRun, StampsAreDrawnWhenTheyAreDue) {
             const bool flipped = format == PF_BGR24_FLIP;
             const uint32_t x = turned ? 31 - 2 : 2, y = turned ? 31 - 1 : 1;
             EXPECT_EQ(target.At(flipped ? 3 * x : x, flipped ? 31 - y : y), 7);
-            EXPECT_TRUE(picture.frame.planes[0][34] == 100 && picture.references == 0);
+            EXPECT_TRUE(picture.frame.planes[0][34] == 100 && picture.references == 1);
         }
     }
 }

@@ -90,7 +90,7 @@ struct Channel {
     // A picture of one grey.
     void Push(uint8_t grey, int64_t timeMs = 40) {
         test::PlainPicture picture(kSide, kSide, grey);
-        manager.PresentFrame(FrameAt(timeMs), picture.frame, true);
+        manager.PresentFrame(FrameAt(timeMs), picture.Picture(), true);
     }
     bool GoesOn(uint8_t grey) {    // with the next picture
         const int before = presents;
@@ -133,9 +133,9 @@ template <typename Renderer>
 const typename Told<Renderer>::Hooks kTellSize{
     {}, [](const FinishedPicture& picture, Outcome) {
         if (const SharedPicture* const reference = picture.Reference())
-            madeSize = reference->Get().width * 1000 + reference->Get().height;
+            madeSize = reference->View().size.width * 1000 + reference->View().size.height;
         else if (picture.Buffer() != nullptr)
-            madeSize = picture.Buffer()->size.width * 1000 + picture.Buffer()->size.height;
+            madeSize = picture.Buffer()->view.size.width * 1000 + picture.Buffer()->view.size.height;
     }};
 const RendererMaker kTelling[] = {{"DirectDraw", [](uint32_t flags) { return (flags & kGdiFlags) == 0; },
                                    [](const PresentSettings& settings, Clock& clock) -> RendererPtr {
@@ -404,10 +404,10 @@ TEST_P(WindowLife, ItsOwnOverviewIsOneImage) {
     area.zoom = {{10, 10, 42, 74}};    // the left half
     (void)Viewable(window);
     EXPECT_EQ(channel.manager.SetDisplayArea(area, 1 | 4 | 16 | 32), Status::Ok);
-    channel.manager.PresentFrame(FrameAt(40), halves.frame, true);
+    channel.manager.PresentFrame(FrameAt(40), halves.Picture(), true);
     EXPECT_TRUE(Shows(window, Grey(200), 60) && Shows(window, Grey(50), 20));
     for (int i = 0; i < 100; ++i) {
-        channel.manager.PresentFrame(FrameAt(40 * i), halves.frame, true);
+        channel.manager.PresentFrame(FrameAt(40 * i), halves.Picture(), true);
         EXPECT_EQ(Pixel(window, 60, 40), Grey(200));
     }
 }
@@ -436,13 +436,13 @@ TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     EXPECT_EQ(Blitter::Conversions(), before);
     // Nor is it made smaller for the window: to the default renderer it stays the decoder's, seen or not.
     large.Share();
-    channel.manager.PresentFrame(FrameAt(40), large.frame, true);
+    channel.manager.PresentFrame(FrameAt(40), large.Picture(), true);
     EXPECT_EQ(large.references, GetParam() == 0 ? 1 : 0);
     EXPECT_EQ(Blitter::Conversions(), before);
     m_client.Map(window);
     EXPECT_TRUE(Shows(window, Grey(120)));
     EXPECT_EQ(Blitter::Conversions() > before, GetParam() == 0);
-    channel.manager.PresentFrame(FrameAt(80), large.frame, true);
+    channel.manager.PresentFrame(FrameAt(80), large.Picture(), true);
     EXPECT_TRUE(Eventually([&] { return large.references == (GetParam() == 0 ? 1 : 0); })) << "the last one only";
 }
 
@@ -496,7 +496,7 @@ TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
         (void)manager.SetDisplayArea(area, 16);
         madeSize = 0;
         test::PlainPicture picture(200, 152);
-        manager.PresentFrame(FrameAt(40), picture.frame, true);
+        manager.PresentFrame(FrameAt(40), picture.Picture(), true);
         const uint32_t size = GetParam() == 0 && !row.turned ? 200'152 : row.size;
         EXPECT_TRUE(Eventually([&] { return madeSize == size; }));
     }
@@ -739,7 +739,7 @@ TEST_P(WindowLife, BandsDoNotFlicker) {
             Raster shown;
             ASSERT_TRUE(Ok(manager.GrabWindow(shown)));
             const auto at = [&](int x, int y) {
-                return *reinterpret_cast<const uint32_t*>(shown.View().data + y * shown.View().step + 4 * x) & 0xFFFFFF;
+                return *reinterpret_cast<const uint32_t*>(shown.View().At(x, y)) & 0xFFFFFF;
             };
             int others = (at(0, 0) & 0xFF) != 0xFF;
             for (int y = 0; y < 120; ++y)
@@ -766,7 +766,7 @@ TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
             std::mt19937 random(1);
             const test::PlainPicture* const pictures[] = {&large, &small, &own};
             for (uint64_t i = 0; i < kPictures; ++i) {
-                manager.PresentFrame(FrameAt(static_cast<int64_t>(40 * i)), pictures[random() % 3]->frame,
+                manager.PresentFrame(FrameAt(static_cast<int64_t>(40 * i)), pictures[random() % 3]->Picture(),
                                      random() % 4 == 0);
                 if (random() % 8 == 0)
                     std::this_thread::sleep_for(std::chrono::milliseconds(random() % 4));
@@ -803,7 +803,9 @@ TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
                 [&] { EXPECT_EQ(manager.SetDisplayArea(area, 1 | 4 | 16 | 32), Status::Ok); },
                 [&] { manager.SetMargin(&Edges::top, value); },
                 [&] { manager.SetFullWindow(value % 2 != 0); },
-                [&] { manager.SetOsd(value % 2 != 0 ? text : nullptr, nullptr); },
+                [&] {
+                    manager.SetCallback(&PresentSettings::osd, {value % 2 != 0 ? text : nullptr, nullptr});
+                },
                 [&] { manager.SetPresentEnabled(value != 0); },
                 [&] { manager.SetDeinterlace(value % 2 != 0); },
                 [&] { manager.SetSignalledColours(value % 2 != 0); },
@@ -831,7 +833,7 @@ TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
             ++pictures;
             return Pixel(windows[0], 40, 40) == Grey(77);
         }));
-        manager.RegisterRawDataCallback(nothing, nullptr, PF_I420);    // the other renderer's buffers go
+        manager.SetPictureCallback({nothing, nullptr}, PF_I420);    // the other renderer's buffers go
         EXPECT_TRUE(channel.GoesOn(78));
         manager.End();
         ChannelStatistics counted{};

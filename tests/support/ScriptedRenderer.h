@@ -59,13 +59,12 @@ public:
         std::function<void(const FinishedPicture&, Outcome)> after;
     };
     template <typename... Arguments>
-    explicit RelayingRenderer(const Hooks& hooks, Arguments&&... arguments)
-        : m_hooks(hooks), m_inner(arguments...) {}
+    explicit RelayingRenderer(const Hooks& hooks, Arguments&&... arguments) : m_hooks(hooks), m_inner(arguments...) {}
     const RendererTraits& Traits() const override { return m_inner.Traits(); }
     uint32_t FormatFor(uint32_t preferred) const override { return m_inner.FormatFor(preferred); }
     bool HasFreeBuffer() const override { return m_inner.HasFreeBuffer(); }
     LentBuffer Lend(PictureSize size, uint32_t preferred) override { return m_inner.Lend(size, preferred); }
-    bool TakesReference(const DecodedFrame& picture) override { return m_inner.TakesReference(picture); }
+    bool TakesReference(const ConstPictureView& picture) override { return m_inner.TakesReference(picture); }
     Outcome Present(const FinishedPicture& picture, Pass& pass) override {
         if (m_hooks.before)
             m_hooks.before(pass.settings);

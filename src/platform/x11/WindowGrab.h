@@ -14,6 +14,7 @@ namespace corvane {
 // the window is not viewable. Any client thread, no lock held; waits for the server, at most `limit`. Failed: the
 // window is not alive, its visual cannot be read, nothing can be shown (not viewable and `last` is empty), or the
 // server did not answer in time. OutOfMemory.
-Status GrabWindow(const WindowWatchPtr& watch, const RasterView& last, std::chrono::milliseconds limit, Raster& out);
+Status GrabWindow(const WindowWatchPtr& watch, const ConstPictureView& last, std::chrono::milliseconds limit,
+                  Raster& out);
 
 }    // namespace corvane

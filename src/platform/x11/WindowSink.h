@@ -33,7 +33,7 @@ public:
     // Holds the image while it is written, against Copy. Never across a client's callback.
     class Writing {
     public:
-        const RasterView& Image() const { return m_sink.Image(); }
+        const PictureView& Image() const { return m_sink.Image(); }
 
     private:
         friend class WindowSink;
@@ -71,7 +71,7 @@ public:
     virtual bool Copy(Raster& out) = 0;
 
 protected:
-    virtual const RasterView& Image() const = 0;
+    virtual const PictureView& Image() const = 0;
 
     Mutex m_imageLock;    // the image's pixels and its being replaced, both by the render thread; a leaf
 };

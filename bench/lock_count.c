@@ -1,6 +1,6 @@
 /*
- * Preloaded under a program: counts the mutexes that libcorvane locks, by the place that locks them. LOCK_COUNT names the
- * file that is written at the end: a line for each place, its count and its offset in the library.
+ * Preloaded under a program: counts the mutexes that libcorvane locks, by the place that locks them. LOCK_COUNT names
+ * the file that is written at the end: a line for each place, its count and its offset in the library.
  */
 
 #define _GNU_SOURCE
@@ -21,10 +21,12 @@ static _Atomic uintptr_t begin, end;
 static int Find(struct dl_phdr_info* info, size_t size, void* data) {
     (void)size;
     (void)data;
-    if (!info->dlpi_name || !strstr(info->dlpi_name, "libcorvane.so")) return 0;
+    if (!info->dlpi_name || !strstr(info->dlpi_name, "libcorvane.so"))
+        return 0;
     for (int i = 0; i < info->dlpi_phnum; ++i) {
         const ElfW(Phdr)* header = &info->dlpi_phdr[i];
-        if (header->p_type != PT_LOAD || !(header->p_flags & PF_X)) continue;
+        if (header->p_type != PT_LOAD || !(header->p_flags & PF_X))
+            continue;
         atomic_store(&end, info->dlpi_addr + header->p_vaddr + header->p_memsz);
         atomic_store(&begin, info->dlpi_addr);
     }
@@ -33,7 +35,8 @@ static int Find(struct dl_phdr_info* info, size_t size, void* data) {
 
 int pthread_mutex_lock(pthread_mutex_t* mutex) {
     static int (*next)(pthread_mutex_t*);
-    if (!next) next = (int (*)(pthread_mutex_t*))dlsym(RTLD_NEXT, "pthread_mutex_lock");
+    if (!next)
+        next = (int (*)(pthread_mutex_t*))dlsym(RTLD_NEXT, "pthread_mutex_lock");
     const uintptr_t from = (uintptr_t)__builtin_return_address(0);
     const uintptr_t first = atomic_load(&begin);
     if (first && from >= first && from < atomic_load(&end)) {
@@ -55,7 +58,8 @@ __attribute__((constructor)) static void Begin(void) {
 __attribute__((destructor)) static void Write(void) {
     const char* name = getenv("LOCK_COUNT");
     FILE* file = name ? fopen(name, "w") : NULL;
-    if (!file) return;
+    if (!file)
+        return;
     for (int i = 0; i < PLACES; ++i)
         if (places[i])
             fprintf(file, "%llu %#llx\n", (unsigned long long)counts[i], (unsigned long long)(places[i] - begin));

@@ -1,6 +1,7 @@
 // A channel at 25 pictures a second in a window that changes its size all the time: how many pictures come to the
 // window, the longest gap between two of them, and the longest call of a client during that time (settings,
-// removing the after-display callback, removing the window, the end of the channel). Both renderers; nothing is decoded.
+// removing the after-display callback, removing the window, the end of the channel). Both renderers; nothing is
+// decoded.
 #include <algorithm>
 #include <atomic>
 #include <chrono>

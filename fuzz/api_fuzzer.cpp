@@ -66,9 +66,9 @@ struct Filter final : QMRX::Filter::IFilter {
     int32_t Process(QMRX::Filter::FilterArgs* args) override;
 };
 
-// Two instances of one channel each, whose callbacks stop, delete and release channel and instance of the other. A thread
-// uses or ends a side only while it holds the claim of that side, and does nothing where another thread holds it. A real
-// client has a lock there.
+// Two instances of one channel each, whose callbacks stop, delete and release channel and instance of the other. A
+// thread uses or ends a side only while it holds the claim of that side, and does nothing where another thread holds
+// it. A real client has a lock there.
 struct Duel {
     struct Side {
         Duel* duel = nullptr;
@@ -360,9 +360,9 @@ void World::Snapshot(void* channel, uint8_t how) {
 }
 
 void World::Display(void* channel, uint8_t how) {
-    cairo_surface_t* const surface =
-        (how & 1) != 0 ? cairo_recording_surface_create(CAIRO_CONTENT_COLOR, nullptr)
-                       : cairo_image_surface_create(CAIRO_FORMAT_ARGB32, how >> 2, how & 15);
+    cairo_surface_t* const surface = (how & 1) != 0
+                                         ? cairo_recording_surface_create(CAIRO_CONTENT_COLOR, nullptr)
+                                         : cairo_image_surface_create(CAIRO_FORMAT_ARGB32, how >> 2, how & 15);
     cairo_t* const context = cairo_create(surface);
     DisplayFrameInfo info{};
     ((how & 2) != 0 ? &Corvane_GetCurrentDisplay : &Corvane_GetZoomedDisplay)(channel, context, &info);

@@ -1,9 +1,9 @@
-// Pictures of random options and requests through the JPEG encoder twice, fast and plain: the same bytes, the same failures.
-// Each memory of the client (planes, output, comment, the encoder's memory) ends or begins at a page that cannot be accessed;
-// without requests the planes have no byte more than may be read.
+// Pictures of random options and requests through the JPEG encoder twice, fast and plain: the same bytes, the same
+// failures. Each memory of the client (planes, output, comment, the encoder's memory) ends or begins at a page that
+// cannot be accessed; without requests the planes have no byte more than may be read.
 //
-// Input: 24 bytes of options; as many bytes of requests as the 16th of them says, three a request; then samples, over and
-// over.
+// Input: 24 bytes of options; as many bytes of requests as the 16th of them says, three a request; then samples, over
+// and over.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -127,6 +127,7 @@ private:
             return Ok(encoder.SetOptions({code, 0, x, y, z}));
         };
         switch (bytes[0] % 16) {
+        // clang-format off
         case 0: send(JPEGENC_CONTINUE, a, b, 0); break;
         case 1: send(JPEGENC_PLANES, m_planes[0], m_planes[1], m_planes[2]); break;
         case 2: send(JPEGENC_OUTPUT, Address(output), m_room, 0); break;
@@ -153,13 +154,26 @@ private:
             o.InputWidth = width;
             o.InputHeight = height;
             break;
+            // clang-format on
         }
-        case 10: send(JPEGENC_MODE_TAG, a % 8, b, 0); break;
-        case 11: send(JPEGENC_QUANT_TABLE, a % 4, b, 0); break;
-        case 12: encoder.Quit(); break;
-        case 13: send(JPEGENC_ENCODING_SIZE, 65536 + a, b, 0); break;
-        case 14: send(JPEGENC_INPUT_SIZE, a % 2 == 0 ? 0 : UINT32_MAX, UINT32_MAX, 0); break;
-        default: send(b + 40, a, b, 0); break;
+        case 10:
+            send(JPEGENC_MODE_TAG, a % 8, b, 0);
+            break;
+        case 11:
+            send(JPEGENC_QUANT_TABLE, a % 4, b, 0);
+            break;
+        case 12:
+            encoder.Quit();
+            break;
+        case 13:
+            send(JPEGENC_ENCODING_SIZE, 65536 + a, b, 0);
+            break;
+        case 14:
+            send(JPEGENC_INPUT_SIZE, a % 2 == 0 ? 0 : UINT32_MAX, UINT32_MAX, 0);
+            break;
+        default:
+            send(b + 40, a, b, 0);
+            break;
         }
     }
 

@@ -27,6 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const uint32_t count = argument * (argument > 200 ? 16 : 1);
         const bool atEnd = (data[at] & 0x80) != 0;
         switch (data[at] % 16) {
+        // clang-format off
         case 0: PB_SetNewBuf(packer, buffer.At(count, atEnd), count); break;
         case 1: PB_SetNewBuf(packer, buffer.At(1u << argument % 13, atEnd), 1u << argument % 13); break;
         case 2: PB_SpliceBytes(packer, argument % 6, 0x01FF0003); break;
@@ -43,6 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         case 13: PB_SetBitPosition(packer, argument); break;
         case 14: PB_SetSymbol(packer, argument); break;
         default: PB_SpliceBits(packer, argument % 26, argument * 0x01010101u); break;
+            // clang-format on
         }
     }
     PB_Release(&packer);

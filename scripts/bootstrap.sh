@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages=(
     build-essential cmake ninja-build ccache pkg-config git python3 binutils
-    clang-14 clang libclang-rt-14-dev
+    clang-14 clang libclang-rt-14-dev clang-format-14 clang-tidy-14
     libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev
     libhwy-dev libcairo2-dev libxcb1-dev libxcb-shm0-dev libxcb-randr0-dev libxcb-present-dev libxcb-res0-dev
     xvfb fonts-dejavu-core libsdl2-dev libgtk-3-dev

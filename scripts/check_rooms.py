@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
 """Fails when a room or sub-room includes one that stands above it, when a header is included that is private to another
-folder, or a header of the system outside the folders that it is for, and when a public header includes a private one."""
+folder, or a header of the system outside the folders that it is for, and when a public header includes a private one. Fails
+as well when a class or a function is too large, when a handle is cast outside one place, and when a function outside base/ is
+exempt from lock analysis."""
 import pathlib
 import re
 import sys
@@ -108,5 +110,93 @@ for folder in ("include", "apps", "examples"):
         for quote, name in include.findall(file.read_text()):
             if name.split("/")[0] in ROOMS:
                 faults.append(f"{file.relative_to(root)}: only public headers may be included, not {name}")
-print("\n".join(faults) or f"{len(ROOMS)} rooms, {count} files: no upward and no private include")
+# ---- Limits of the code, and what is for one place ----
+
+MOST_FIELDS = 25            # of a class
+MOST_LINES = 60             # of a function, between its braces
+CASTS = "entry/Handle.h"    # the one place that casts a handle
+PLAIN_HANDLES = {"HandleObject", "JpegEncoder", "BitPacker"}
+
+comment_or_literal = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])+\'|^\s*#(?:[^\n]*\\\n)*[^\n]*', re.S | re.M)
+class_head = re.compile(r"\b(?:class|struct|union)\s+(?:[A-Z_]+(?:\([^)]*\))?\s+)*(\w+)\b[^;=()]*$")
+annotation = re.compile(r"\b(?:GUARDED_BY|ACQUIRE\w*|RELEASE\w*|REQUIRES\w*|EXCLUDES|TRY_ACQUIRE|alignas)\((?:[^()]|\([^()]*\))*\)")
+
+
+def blank(found):
+    return re.sub(r"[^\n]", " ", found.group())
+
+
+def fields_of(body):
+    """How many members the text of a class between its braces declares; what stands in inner braces is left out."""
+    count = 0
+    body = re.sub(r"\b(?:public|protected|private):", "", annotation.sub("", body))
+    for statement in body.split(";"):
+        statement = statement.strip()
+        while (plain := re.sub(r"<[^<>;{}]*>", "", statement)) != statement:
+            statement = plain
+        if not statement or re.match(r"(?:using|friend|typedef|static|template|enum|class|struct|union)\b", statement):
+            continue
+        declared = re.split(r"=|\{", statement)[0]
+        if "(" not in declared and "operator" not in declared and re.search(r"\w", declared):
+            count += 1 + len(re.findall(r",\s*\w+\s*(?=[,={\[]|$)", statement))
+    return count
+
+
+def check_sizes(path, code):
+    """Walks the braces of a file without its comments and literals: classes and functions, by what stands before each."""
+    stack, since = [], 0    # per open brace: kind, name, place after it, text of its own level
+    own = [""]
+    for at, char in enumerate(code):
+        if char == "{":
+            head = code[since:at]
+            outer = stack[-1][0] if stack else "namespace"
+            found = class_head.search(head)
+            if re.search(r"\bnamespace\b[^;(]*$|\bextern\s*$", head):
+                kind = "namespace"
+            elif found and not re.search(r"\benum\b", head):
+                kind = "class"
+            elif outer in ("namespace", "class") and "(" in annotation.sub("", head) and not re.search(r"=\s*$", head):
+                kind = "function"
+            else:
+                kind = "other"
+            name = found.group(1) if kind == "class" else " ".join(head.split())[:60]
+            stack.append((kind, name, at))
+            own.append("")
+            since = at + 1
+        elif char == "}" and stack:
+            kind, name, begin = stack.pop()
+            text = own.pop()
+            line = code.count("\n", 0, begin) + 1
+            if kind == "class" and (fields := fields_of(text)) > MOST_FIELDS:
+                faults.append(f"{path}:{line}: {name} has {fields} fields, more than {MOST_FIELDS}")
+            if kind == "function" and (lines := code.count("\n", begin, at)) > MOST_LINES:
+                faults.append(f"{path}:{line}: {lines} lines, more than {MOST_LINES}: {name}")
+            own[-1] += ";" if kind == "function" else "{}"
+            since = at + 1
+        else:
+            own[-1] += char
+            if char == ";":
+                since = at + 1
+
+
+codes = {}
+for file in sorted((root / "src").rglob("*.[ch]*")):
+    codes[str(file.relative_to(root / "src"))] = comment_or_literal.sub(blank, file.read_text())
+handles, bases = set(PLAIN_HANDLES), None
+while bases != handles:    # all classes that derive from them, too
+    bases = set(handles)
+    for code in codes.values():
+        for name, derived in re.findall(r"\bclass\s+(\w+)\b[^;{()]*?:\s*public\s+(\w+)", code):
+            if derived in handles:
+                handles.add(name)
+cast = re.compile(rf"(?:static|reinterpret)_cast<\s*(?:const\s+)?(?:\w+::)*({'|'.join(sorted(handles))})\b[\w\s]*\*")
+for path, code in codes.items():
+    check_sizes(path, code)
+    for number, line in enumerate(code.splitlines(), 1):
+        if "NO_THREAD_SAFETY_ANALYSIS" in line and not path.startswith("base/"):
+            faults.append(f"{path}:{number}: an exemption from lock analysis outside base/")
+        if path != CASTS and (found := cast.search(line)):
+            faults.append(f"{path}:{number}: a cast of a handle to {found.group(1)} outside {CASTS}")
+
+print("\n".join(faults) or f"{len(ROOMS)} rooms, {count} files: no upward and no private include, no limit passed")
 sys.exit(bool(faults or count == 0))

@@ -23,8 +23,8 @@ struct PacketFree {
     void operator()(AVPacket* packet) const { av_packet_free(&packet); }
 };
 
-// A frame header with one item of four bytes: the bit that says there are items, their number, then tag 229, interlaced,
-// between fillers.
+// A frame header with one item of four bytes: the bit that says there are items, their number, then tag 229,
+// interlaced, between fillers.
 constexpr uint8_t kInterlacedHeader[24] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x08, 0, 0, 0, 0, 0, 0, 1, 0, 229, 0, 0};
 
 uint32_t TypeOf(AVCodecID codec) {
@@ -96,7 +96,8 @@ public:
     }
     std::span<const uint8_t> FrameHeader() const override {
         const AVFieldOrder order = Stream()->codecpar->field_order;
-        const bool fields = order == AV_FIELD_TT || order == AV_FIELD_BB || order == AV_FIELD_TB || order == AV_FIELD_BT;
+        const bool fields =
+            order == AV_FIELD_TT || order == AV_FIELD_BB || order == AV_FIELD_TB || order == AV_FIELD_BT;
         const bool unmarked = StreamType() == CORVANE_STREAM_H264 || StreamType() == CORVANE_STREAM_H265;
         return fields && unmarked ? std::span<const uint8_t>(kInterlacedHeader) : std::span<const uint8_t>();
     }

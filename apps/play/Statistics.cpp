@@ -57,17 +57,18 @@ ChannelStatistics SumOf(const std::vector<Figures>& channels) {
     for (const Figures& channel : channels) {
         const ChannelStatistics& one = channel.counters;
         for (uint64_t ChannelStatistics::*const counter :
-             {&ChannelStatistics::framesTaken, &ChannelStatistics::framesEmptied, &ChannelStatistics::framesSkippedLate,
-              &ChannelStatistics::framesThinned, &ChannelStatistics::metadataFrames, &ChannelStatistics::soundFrames,
-              &ChannelStatistics::unitsWithoutDecoder, &ChannelStatistics::unitsAwaitingKeyFrame,
-              &ChannelStatistics::unitsFailed, &ChannelStatistics::unitsWithoutPicture,
-              &ChannelStatistics::picturesDecoded, &ChannelStatistics::picturesNotForDisplay,
-              &ChannelStatistics::picturesSmoothed, &ChannelStatistics::picturesRefusedSmoothing,
-              &ChannelStatistics::picturesLost, &ChannelStatistics::picturesReplaced,
-              &ChannelStatistics::picturesTaken, &ChannelStatistics::picturesPut,
-              &ChannelStatistics::picturesHandedOver, &ChannelStatistics::picturesNotPutBusy,
+             {&ChannelStatistics::framesTaken,           &ChannelStatistics::framesEmptied,
+              &ChannelStatistics::framesSkippedLate,     &ChannelStatistics::framesThinned,
+              &ChannelStatistics::metadataFrames,        &ChannelStatistics::soundFrames,
+              &ChannelStatistics::unitsWithoutDecoder,   &ChannelStatistics::unitsAwaitingKeyFrame,
+              &ChannelStatistics::unitsFailed,           &ChannelStatistics::unitsWithoutPicture,
+              &ChannelStatistics::picturesDecoded,       &ChannelStatistics::picturesNotForDisplay,
+              &ChannelStatistics::picturesSmoothed,      &ChannelStatistics::picturesRefusedSmoothing,
+              &ChannelStatistics::picturesLost,          &ChannelStatistics::picturesReplaced,
+              &ChannelStatistics::picturesTaken,         &ChannelStatistics::picturesPut,
+              &ChannelStatistics::picturesHandedOver,    &ChannelStatistics::picturesNotPutBusy,
               &ChannelStatistics::picturesNotPutNowhere, &ChannelStatistics::picturesNotPutOff,
-              &ChannelStatistics::queueFrames, &ChannelStatistics::queueBytes})
+              &ChannelStatistics::queueFrames,           &ChannelStatistics::queueBytes})
             sum.*counter += one.*counter;
         for (uint64_t ChannelStatistics::*const age :
              {&ChannelStatistics::ageLast, &ChannelStatistics::ageMean, &ChannelStatistics::age95})

@@ -69,9 +69,8 @@ std::unique_ptr<Wall> Wall::Open(const Options& options, uint32_t streamWidth, u
         return nullptr;
     const Window& window = *wall->m_window;
     for (uint32_t i = 0; i < options.wall; ++i)
-        wall->m_views.push_back(
-            std::make_unique<ChannelView>(window, options.wall == 1 ? window.Id() : window.MakeChild(window.Id(), 0),
-                                          options.fill));
+        wall->m_views.push_back(std::make_unique<ChannelView>(
+            window, options.wall == 1 ? window.Id() : window.MakeChild(window.Id(), 0), options.fill));
     for (const auto& view : wall->m_views)
         view->SetShape(width, height);
     wall->LayOut();

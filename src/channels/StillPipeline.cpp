@@ -37,7 +37,7 @@ Status CopyLogo(const ConstPictureView& logo, IPictureMaker& maker) {
     for (uint32_t row = 0; row < logo.size.height; ++row) {
         uint8_t* const to = picture.Row(row);
         std::memcpy(to, logo.Row(row), size_t{4} * logo.size.width);
-        for (uint32_t x = 0; picture.format == PF_RGBA32 && x < logo.size.width; ++x)
+        for (size_t x = 0; picture.format == PF_RGBA32 && x < logo.size.width; ++x)
             std::swap(to[4 * x], to[4 * x + 2]);
     }
     return Status::Ok;

@@ -30,7 +30,7 @@ void ShownTally::Note(Outcome outcome, const PresentSettings& settings, int64_t 
         return notPut(Counter::PicturesNotPutBusy, CORVANE_CAUSE_BUSY);
     case Outcome::NothingToDrawOn:
         return notPut(Counter::PicturesNotPutNowhere,
-                       settings.window == nullptr ? CORVANE_CAUSE_NO_WINDOW : CORVANE_CAUSE_HIDDEN);
+                      settings.window == nullptr ? CORVANE_CAUSE_NO_WINDOW : CORVANE_CAUSE_HIDDEN);
     case Outcome::NotDue:
         return notPut(Counter::PicturesNotPutOff, CORVANE_CAUSE_OFF);
     case Outcome::Failed:

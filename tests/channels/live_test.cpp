@@ -70,8 +70,8 @@ TEST(LiveChannel, GarbageKeyFramesForHoursUseNoMemory) {
     }
 }
 
-// One frame in ten is cut or emptied: each shown picture comes with the record of its own frame nevertheless, and pictures
-// come again with a key frame.
+// One frame in ten is cut or emptied: each shown picture comes with the record of its own frame nevertheless, and
+// pictures come again with a key frame.
 TEST(LiveChannel, DamagedFramesShiftNoPictureToAnotherFrame) {
     for (const uint32_t threads : {1u, 3u}) {
         std::vector<EncodedPicture> stream = MakeVideo({.width = 160, .height = 96, .frames = 150, .gop = 15});

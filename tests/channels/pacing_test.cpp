@@ -1,5 +1,5 @@
-// The times at which the worker of a channel decodes each frame, in simulated time: against a model of queue and pacing,
-// and for a day.
+// The times at which the worker of a channel decodes each frame, in simulated time: against a model of queue and
+// pacing, and for a day.
 #include <gtest/gtest.h>
 
 #include <deque>
@@ -262,8 +262,8 @@ TEST(Pacing, SoundIsPacedOnlyInAudioOnlyMode) {
     }
 }
 
-// When the worker is late, with the queue over its buffer time for 16 frames, a picture that was not taken is replaced. If
-// the worker waited for each, the test would not end in time.
+// When the worker is late, with the queue over its buffer time for 16 frames, a picture that was not taken is replaced.
+// If the worker waited for each, the test would not end in time.
 TEST(Pacing, ABusyManagerIsNotWaitedForWhenTheQueueIsOver) {
     constexpr int kFrames = 300;
     std::vector<Arrival> arrivals;
@@ -296,8 +296,8 @@ TEST(Pacing, ABusyManagerIsNotWaitedForWhenTheQueueIsOver) {
     EXPECT_GE(told.picturesReplaced, uint64_t{kFrames - 30});
 }
 
-// The kind of decoder is reported once a run. A stream that pauses shows its last picture once, however often the render
-// thread looks.
+// The kind of decoder is reported once a run. A stream that pauses shows its last picture once, however often the
+// render thread looks.
 TEST(Pacing, KindOnceAndNoPictureTwice) {
     std::vector<Arrival> arrivals;
     for (int i = 0; i < 100; ++i)

@@ -135,8 +135,8 @@ TEST(Pairing, EveryEncoderAndThreadCount) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-// A damaged parameter set that asks for a delay of twelve: the next key frame ends it, at the cost of the held pictures. A
-// stream that asks for it from the first has it, though its groups are shorter.
+// A damaged parameter set that asks for a delay of twelve: the next key frame ends it, at the cost of the held
+// pictures. A stream that asks for it from the first has it, though its groups are shorter.
 TEST(Pairing, ADelayThatDamageMadeEnds) {
     Stream stream = MakeVideo({.frames = 40, .gop = 10, .noVui = true});
     for (const bool always : {false, true}) {

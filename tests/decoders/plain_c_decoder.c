@@ -1,6 +1,6 @@
 /*
- * A decoder plug-in in plain C: the object and its table are laid out by hand. The picture is 16 x 8, its luma the first
- * byte of the unit and its chroma the frame type; an empty unit fails.
+ * A decoder plug-in in plain C: the object and its table are laid out by hand. The picture is 16 x 8, its luma the
+ * first byte of the unit and its chroma the frame type; an empty unit fails.
  */
 #include <stdint.h>
 #include <string.h>
@@ -29,7 +29,8 @@ typedef struct Decoder {
 EXPORTED int32_t liveDecoders;
 
 static int32_t DecodeVideo(Decoder* self, DecodedFrame* out, uint32_t* got, const EncodedUnit* in) {
-    if (in->size == 0) return -1;
+    if (in->size == 0)
+        return -1;
     memset(self->pixels, in->data[0], 16 * 8);
     memset(self->pixels + 16 * 8, (int)in->type_or_count, 16 * 4);
     *out = (DecodedFrame){{self->pixels, self->pixels + 16 * 8, NULL}, {16, 16, 0}, 16, 8, NULL, NULL, NULL, {0, 0}};
@@ -41,7 +42,9 @@ static int32_t DecodeAudio(Decoder* self, uint8_t* pcm, uint32_t* size, const En
     return self && !pcm && !size && !in ? 4 : 0;
 }
 
-static void Destroy(Decoder* self) { liveDecoders -= self != NULL; }
+static void Destroy(Decoder* self) {
+    liveDecoders -= self != NULL;
+}
 
 static int32_t ShareFrame(Decoder* self, DecodedFrame* out, int32_t version) {
     out->owner = self;

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "base/PictureLayout.h"
-#include "base/SharedPicture.h"
 #include "filters/FakeTessaro.h"
 #include "filters/FilterChain.h"
 #include "filters/FilterPicture.h"
@@ -64,28 +63,26 @@ inline TessaroImage ImageOf(const Picture& picture, uint32_t width, uint32_t hei
 // cannot be read follows their last samples (`aligned`: within 63 bytes), or with an odd seed lies in front of the
 // first.
 struct Decoded {
-    Decoded(uint32_t width, uint32_t height, bool nv12, uint32_t seed = 2, bool aligned = true) {
+    Decoded(uint32_t width, uint32_t height, bool nv12, uint32_t seed = 2, bool aligned = true)
+        : view{.size = {width, height}, .format = nv12 ? uint32_t{PF_NV12} : uint32_t{PF_I420}} {
         std::mt19937 random(seed);
-        frame.width = width;
-        frame.height = height;
-        for (int i = 0; i < (nv12 ? 2 : 3); ++i) {
+        for (int i = 0; i < view.PlaneCount(); ++i) {
             const uint32_t row = i == 0 ? width : (width + 1) / 2 * (nv12 ? 2 : 1);
             const uint32_t rows = i == 0 ? height : (height + 1) / 2;
-            frame.strides[i] = aligned ? (row + 63) / 64 * 64 + 32 : row;
-            std::vector<uint8_t> bytes(size_t{frame.strides[i]} * (rows - 1) + row);
+            const uint32_t stride = aligned ? (row + 63) / 64 * 64 + 32 : row;
+            std::vector<uint8_t> bytes(size_t{stride} * (rows - 1) + row);
             for (uint32_t at = 0; at < row * rows; ++at)
-                bytes[at / row * frame.strides[i] + at % row] = static_cast<uint8_t>(random());
+                bytes[at / row * stride + at % row] = static_cast<uint8_t>(random());
             memory.push_back(std::make_unique<GuardedBytes>(
                 bytes, seed % 2 == 0 ? GuardedBytes::At::End : GuardedBytes::At::Begin, aligned ? 64 : 1));
-            frame.planes[i] = memory.back()->Data();
+            view.plane[i] = memory.back()->Data();
+            view.stride[i] = stride;
         }
-        view = ViewOf(frame);
         picture = RecordOf(view);
     }
 
     std::vector<std::unique_ptr<GuardedBytes>> memory;
-    DecodedFrame frame{};
-    ConstPictureView view;
+    PictureView view;
     Picture picture{};
 };
 

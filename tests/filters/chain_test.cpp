@@ -185,22 +185,16 @@ TEST(FilterChain, FailingStepsAndHostilePictures) {
         EXPECT_EQ(chain.Run(settings, *frame, decoded.view, to.view).status, wanted);
         EXPECT_EQ(first.calls * 100 + second.calls * 10 + third.calls, wanted == 0 ? 111 : 110);
     }
-    PictureView room = to.view;
-    room.format = 18;    // there is none
-    EXPECT_EQ(chain.Run({}, *frame, decoded.view, room).status, -1);
-    ConstPictureView hostile = decoded.view;
-    hostile.plane[1] = nullptr;
-    EXPECT_EQ(chain.Run({}, *frame, hostile, to.view).status, -1);
-    hostile = decoded.view;
-    hostile.stride[0] = int64_t{1} << 31;    // more than a record of filter.h holds
-    EXPECT_EQ(chain.Run({}, *frame, hostile, to.view).status, -1);
-    for (const auto& [width, height] : {std::pair{0u, 24u}, {32u, 0u}, {16385u, 1u}, {16384u, 4097u}}) {
-        room = to.view;
-        hostile = decoded.view;
-        room.size = hostile.size = {width, height};
-        EXPECT_EQ(chain.Run({}, *frame, decoded.view, room).status, -1) << width << "x" << height;
-        EXPECT_EQ(chain.Run({}, *frame, hostile, to.view).status, -1) << width << "x" << height;
+    std::vector<std::pair<ConstPictureView, PictureView>> refused(3, {decoded.view, to.view});
+    refused[0].second.format = 18;    // there is none
+    refused[1].first.plane[1] = nullptr;
+    refused[2].first.stride[0] = int64_t{1} << 31;    // more than a record of filter.h holds
+    for (const PictureSize size : {PictureSize{0, 24}, {32, 0}, {16385, 1}, {16384, 4097}}) {
+        refused.emplace_back(decoded.view, to.view).first.size = size;
+        refused.emplace_back(decoded.view, to.view).second.size = size;
     }
+    for (const auto& [from, into] : refused)
+        EXPECT_EQ(chain.Run({}, *frame, from, into).status, -1) << from.size.width << " to " << into.size.width;
 }
 
 TEST(Tessaro, SizesAndFailures) {

@@ -127,7 +127,7 @@ TEST(FormatChange, EveryFormat) {
 
 int32_t Scale(FilterResize& resize, const Decoded& from, Picture& to, uint32_t width, uint32_t height) {
     resize.SetSize(width, height);
-    FilterArgs args{&from.picture, &to, from.frame.width, from.frame.height};
+    FilterArgs args{&from.picture, &to, from.view.size.width, from.view.size.height};
     return resize.Process(&args);
 }
 
@@ -193,7 +193,7 @@ TEST(FilterResize, StaysInsideThePicture) {
         const Decoded from(33, fromHeight, nv12);
         for (int i = 0; i < (nv12 ? 2 : 3); ++i)    // the samples that count; the row behind them does not
             for (uint32_t y = 0; y < (i == 0 ? fromHeight : fromHeight / 2); ++y)
-                std::memset(from.frame.planes[i] + y * from.frame.strides[i], 200, nv12 || i == 0 ? 33 + i : 17);
+                std::memset(from.view.plane[i] + y * from.view.stride[i], 200, nv12 || i == 0 ? 33 + i : 17);
         ASSERT_EQ(Scale(resize, from, to, width, height), 0);
         for (int i = 0; i < (nv12 ? 2 : 3); ++i) {
             const uint32_t columns = i == 0 ? width : width / 2 * (nv12 ? 2 : 1);

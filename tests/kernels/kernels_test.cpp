@@ -37,16 +37,25 @@ struct Sources {
           u((width + 1) / 2, (height + 1) / 2, gap, fill, seed + 1, at),
           v((width + 1) / 2, (height + 1) / 2, 2 * gap, fill, seed + 2, at),
           uv((width + 1) / 2 * 2, (height + 1) / 2, 3 * gap, fill, seed + 3, at) {}
-    PictureView View(bool planar) {
+    PictureView View(bool planar, const std::optional<ColourSignal>& colours = {}) {
         if (planar)
-            return {{y.Data(), u.Data(), v.Data()}, {y.Step(), u.Step(), v.Step()}, size, PF_I420};
-        return {{y.Data(), uv.Data()}, {y.Step(), uv.Step()}, size, PF_NV12};
+            return {{y.Data(), u.Data(), v.Data()}, {y.Step(), u.Step(), v.Step()}, size, PF_I420, colours};
+        return {{y.Data(), uv.Data()}, {y.Step(), uv.Step()}, size, PF_NV12, colours};
     }
     PictureSize size;
     SourcePlane y, u, v, uv;
 };
 
-constexpr uint8_t kFourth = 0x5A;    // of pixels with a byte to spare
+PictureView To(PoisonedPlane& plane, uint32_t width, uint32_t height, uint32_t format) {
+    return {{plane.Data()}, {plane.Step()}, {width, height}, format};
+}
+
+// To RGB of any format, with 0x5A in bytes to spare.
+int32_t ToRgb(bool plain, const ConstPictureView& from, const PictureView& to, bool streaming = false) {
+    if (PixelBytes(to.format) == 2)
+        return (plain ? &ref::YUVToRGB16 : &YUVToRGB16)(from, to);
+    return (plain ? &ref::YCbCrToRGB : &YCbCrToRGB)(from, to, {0x5A, streaming});
+}
 
 // One kernel in both forms, into one plane of `pixelBytes` a pixel.
 struct Kernel {
@@ -57,35 +66,25 @@ struct Kernel {
 std::vector<Kernel> Kernels() {
     std::vector<Kernel> kernels;
     const auto add = [&](uint32_t pixelBytes, auto run) { kernels.push_back({pixelBytes, run}); };
-    const auto to = [](PoisonedPlane& out, uint32_t w, uint32_t h, uint32_t format) {
-        return PictureView{{out.Data()}, {out.Step()}, {w, h}, format};
-    };
-    for (const bool planar : {true, false})
-        for (const bool byMatrix : {false, true}) {
-            const auto from = [=](Sources& s) {
-                PictureView view = s.View(planar);
-                if (byMatrix)
-                    view.colours = {ColourSignal::Matrix::Bt2020, false};
-                return view;
-            };
-            for (const uint32_t format : {PF_BGR24, PF_RGB24, PF_BGRA32, PF_RGBA32})
+    constexpr ColourSignal kSignal{ColourSignal::Matrix::Bt2020, false};
+    for (const bool planar : {true, false}) {
+        for (const auto& colours : {std::optional<ColourSignal>(), std::optional(kSignal)})
+            for (const uint32_t format :
+                 {PF_BGR24, PF_RGB24, PF_BGRA32, PF_RGBA32, PF_RGB555, PF_RGB565, PF_BGR555, PF_BGR565})
                 add(PixelBytes(format), [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
-                    return (plain ? &ref::YCbCrToRGB : &YCbCrToRGB)(from(s), to(out, w, h, format), {kFourth, false});
+                    PictureView to = To(out, w, h, format);
+                    if (PixelBytes(format) == 2)    // words begin at even addresses
+                        to.plane[0] -= reinterpret_cast<uintptr_t>(to.plane[0]) & 1;
+                    return ToRgb(plain, s.View(planar, colours), to);
                 });
-            for (const uint32_t format : {PF_RGB555, PF_RGB565, PF_BGR555, PF_BGR565})
-                add(2, [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
-                    PictureView view = to(out, w, h, format);
-                    view.plane[0] -= reinterpret_cast<uintptr_t>(view.plane[0]) & 1;    // words begin at even addresses
-                    return (plain ? &ref::YUVToRGB16 : &YUVToRGB16)(from(s), view);
-                });
-            for (const uint32_t format : {PF_YUY2, PF_UYVY})
-                add(2, [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
-                    const auto convert = plain               ? &ref::ToPacked
-                                         : format == PF_YUY2 ? (planar ? &PlanarToYUY2 : &NV12ToYUY2)
-                                                             : (planar ? &PlanarToUYVY : &NV12ToUYVY);
-                    return convert(from(s), to(out, w, h, format));
-                });
-        }
+        for (const uint32_t format : {PF_YUY2, PF_UYVY})
+            add(2, [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+                const auto convert = plain               ? &ref::ToPacked
+                                     : format == PF_YUY2 ? (planar ? &PlanarToYUY2 : &NV12ToYUY2)
+                                                         : (planar ? &PlanarToUYVY : &NV12ToUYVY);
+                return convert(s.View(planar), To(out, w, h, format));
+            });
+    }
     for (const uint32_t weight : {0u, 1u, 128u, 256u, 999u})
         add(1, [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
             if (!plain)
@@ -205,20 +204,13 @@ TEST_P(EachTarget, EveryTripleOfSamples) {
         for (uint32_t i = 0; i < kSide * kSide; ++i)
             y[i] = static_cast<uint8_t>(base + i % 2 + i / kSide % 2 * 2);
         for (const uint32_t format : {PF_BGR24, PF_BGRA32, PF_RGB565})
-            for (uint32_t kind = 0; kind < 7; ++kind) {
+            for (uint32_t kind = format == PF_BGR24 ? 0 : 5; kind < 7; ++kind) {
                 source.colours.reset();
                 if (kind < 6)
                     source.colours = {static_cast<ColourSignal::Matrix>(kind / 2), kind % 2 != 0};
                 const uint32_t step = kSide * PixelBytes(format);
-                const PictureView to{{got.Data()}, {step}, source.size, format};
-                const PictureView plain{{wanted.data()}, {step}, source.size, format};
-                if (format == PF_RGB565) {
-                    YUVToRGB16(source, to);
-                    ref::YUVToRGB16(source, plain);
-                } else {
-                    YCbCrToRGB(source, to, {kFourth, true});
-                    ref::YCbCrToRGB(source, plain, {kFourth, true});
-                }
+                for (uint8_t* const out : {got.Data(), wanted.data()})
+                    ToRgb(out != got.Data(), source, {{out}, {step}, source.size, format}, true);
                 ASSERT_TRUE(std::equal(got.Data(), got.Data() + kSide * step, wanted.begin())) << format << kind;
             }
     }
@@ -252,9 +244,7 @@ TEST(Colours, KeepToTheRecommendations) {
         for (const auto& [width, height] : kSizes) {
             Sources from(width, height, 0, Fill::Random, At::End, kind),
                 to(width, height, 0, Fill::Random, At::End, kind);
-            PictureView view = to.View(true);
-            view.colours = signal;
-            ToFullRangeBt601(view);
+            ToFullRangeBt601(to.View(true, signal));
             const bool grey = width < 2 || height < 2;
             for (uint32_t i = 0; i < width * height; ++i) {
                 const uint32_t x = grey ? 0 : std::min(i % width / 2, width / 2 - 1);
@@ -289,9 +279,7 @@ void CheckScaling(const Scaling& s, uint32_t bytes, bool bottomUp, Fill fill) {
     PoisonedPlane got(s.columns * 4, s.rows, 7), wanted = got;
     PoisonedPlane aligned(s.columns * 4, s.rows, -(s.columns * 4) & 63, true);    // stored past the cache
     const Rect whole = Rect{0, 0, s.toWidth, s.toHeight}.Moved(-int64_t{s.clipX}, -int64_t{s.clipY});
-    const auto to = [&](PoisonedPlane& plane) {
-        return PictureView{{plane.Data()}, {plane.Step()}, {s.columns, s.rows}, PF_BGRA32};
-    };
+    const auto to = [&](PoisonedPlane& plane) { return To(plane, s.columns, s.rows, PF_BGRA32); };
     ASSERT_TRUE(Stretch(source, to(got), whole) && Stretch(source, to(aligned), whole));
     ref::Stretch(source, to(wanted), whole);
     for (uint32_t y = 0; y < s.rows; ++y)

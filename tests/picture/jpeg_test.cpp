@@ -86,11 +86,11 @@ Encoded Encode(const JPEGEncOptions& options, uint32_t room, uint32_t frames, ui
     return run;
 }
 
-// Three pictures of the same planes, so that sorted codes come to be used, into buffers that hold all of them or are full
-// somewhere in one. The digests are of all that is written: segments and their order, tables and limits of divisors,
-// scans, codes sorted by count (where the place of equal counts is part of the format), and where a write that fails
-// leaves off. They were taken while a plain form of the Recommendation gave the same scans, a bit at a time, and another
-// encoder the same streams of six sets of options.
+// Three pictures of the same planes, so that sorted codes come to be used, into buffers that hold all of them or are
+// full somewhere in one. The digests are of all that is written: segments and their order, tables and limits of
+// divisors, scans, codes sorted by count (where the place of equal counts is part of the format), and where a write
+// that fails leaves off. They were taken while a plain form of the Recommendation gave the same scans, a bit at a time,
+// and another encoder the same streams of six sets of options.
 TEST(Jpeg, StreamsKeepTheirBytes) {
     constexpr uint64_t kDigests[] = {// of 50 turns each
                                      0x15FE552B7A0C4B40, 0x367A2E7C5377D06F, 0x3B5C292B2D54D3A6, 0x2E27F01F469B0D78,

@@ -20,10 +20,10 @@ public:
     bool Take(const SharedPicture&) override { return takes; }
     uint32_t FormatFor(uint32_t) const override { return m_tells ? m_format : 0; }
     PictureLease Lend(PictureSize size, uint32_t) override {
-        m_memory.resize(m_format == 0 ? 0 : PictureBytes(m_format, size.width, size.height));
-        return m_format == 0
-                   ? PictureLease()
-                   : PictureLease(this, LayOut(m_memory.data(), RowBytes(m_format, size.width), size, m_format));
+        if (m_format == 0)
+            return PictureLease();
+        m_memory.resize(PictureBytes(m_format, size.width, size.height));
+        return PictureLease(this, LayOut(m_memory.data(), RowBytes(m_format, size.width), size, m_format));
     }
 
     uint8_t At(uint32_t x, uint32_t y) const { return m_memory[size_t{y} * RowBytes(m_format, 32) + x]; }

@@ -48,13 +48,12 @@ void Paint(DecodedFrame& frame) {
 
 // What the stream signals; it counts where the way says so.
 constexpr ColourSignal kSignal{ColourSignal::Matrix::Bt709, false};
-bool signalled = false;
+std::optional<ColourSignal> counted;
 
 Raster AsColours(const DecodedFrame& frame) {
     Raster colours = Blank(frame.width, frame.height);
     ConstPictureView picture = ViewOf(frame);
-    if (signalled)
-        picture.colours = kSignal;
+    picture.colours = counted;
     (void)kernels::ref::YCbCrToRGB(picture, colours.View());
     return colours;
 }
@@ -208,7 +207,7 @@ TEST(WindowPictures, EveryWayWithEverySetting) {
     const uint32_t window = client.Create({.x = 30, .y = 20, .width = 220, .height = 160});
     const uint32_t second = client.Create({.x = 300, .y = 20, .width = 100, .height = 70});
     for (const Way& way : ways) {
-        signalled = way.signalled;
+        counted = way.signalled ? std::optional(kSignal) : std::nullopt;
         const Raster picture = AsColours(source.frame);
         for (const Show& show : shows) {
             SCOPED_TRACE(std::string(way.name) + ", " + show.name);

@@ -21,9 +21,9 @@ inline ChannelStatistics StatisticsOf(void* channel) {
 
 // Of a channel that is stopped, or whose worker waits for frames: all of them are accounted for.
 inline void ExpectSums(const ChannelStatistics& s) {
-    EXPECT_EQ(s.framesTaken, s.queueFrames + s.framesEmptied + s.framesSkippedLate + s.framesThinned + s.metadataFrames +
-                                 s.soundFrames + s.unitsWithoutDecoder + s.unitsAwaitingKeyFrame + s.unitsFailed +
-                                 s.unitsWithoutPicture + s.picturesDecoded);
+    EXPECT_EQ(s.framesTaken, s.queueFrames + s.framesEmptied + s.framesSkippedLate + s.framesThinned +
+                                 s.metadataFrames + s.soundFrames + s.unitsWithoutDecoder + s.unitsAwaitingKeyFrame +
+                                 s.unitsFailed + s.unitsWithoutPicture + s.picturesDecoded);
     const uint64_t waiting =
         s.picturesDecoded - s.picturesNotForDisplay - s.picturesLost - s.picturesReplaced - s.picturesTaken;
     EXPECT_LE(waiting, 1u);

@@ -1,6 +1,6 @@
 /*
- * Preloaded under a test program: sleeps at random around locks, unlocks, waits and wake-ups, so that threads meet in orders
- * that an idle machine never shows. SHAKER_SEED chooses the sequence; the kernel's scheduling adds to it.
+ * Preloaded under a test program: sleeps at random around locks, unlocks, waits and wake-ups, so that threads meet in
+ * orders that an idle machine never shows. SHAKER_SEED chooses the sequence; the kernel's scheduling adds to it.
  */
 
 #include <dlfcn.h>
@@ -23,20 +23,22 @@ static void Shake(void) {
     x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9u;
     x = (x ^ (x >> 27)) * 0x94D049BB133111EBu;
     x ^= x >> 31;
-    if ((x & 7) != 0) return;
+    if ((x & 7) != 0)
+        return;
     const struct timespec span = {0, (long)((x >> 3) % 300000)};
     nanosleep(&span, 0);
 }
 
 /* A function of the same name in front of the real one, shaken before or after it. */
-#define SHAKEN(name, parameters, arguments, before, after)                    \
-    int name parameters {                                                     \
-        static int(*next) parameters;                                         \
-        if (!next) next = (int(*) parameters)dlsym(RTLD_NEXT, #name);         \
-        before;                                                               \
-        const int result = next arguments;                                    \
-        after;                                                                \
-        return result;                                                        \
+#define SHAKEN(name, parameters, arguments, before, after)     \
+    int name parameters {                                      \
+        static int(*next) parameters;                          \
+        if (!next)                                             \
+            next = (int(*) parameters)dlsym(RTLD_NEXT, #name); \
+        before;                                                \
+        const int result = next arguments;                     \
+        after;                                                 \
+        return result;                                         \
     }
 
 #define NOTHING (void)0

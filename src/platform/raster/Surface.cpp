@@ -50,7 +50,7 @@ uint32_t PixelOf(cairo_format_t format, const uint8_t* row, uint32_t x) {
     case CAIRO_FORMAT_A8:
         return Grey(row[x]);
     case CAIRO_FORMAT_A1:    // whole words of 32 bits, from the lowest bit on
-        std::memcpy(&pixel, row + x / 32 * 4, 4);
+        std::memcpy(&pixel, row + x / 32 * size_t{4}, 4);
         return Grey((pixel >> x % 32 & 1) * 255);
     case CAIRO_FORMAT_RGB16_565:
         std::memcpy(&word, row + 2 * size_t{x}, 2);

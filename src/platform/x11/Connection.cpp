@@ -30,7 +30,7 @@ std::shared_ptr<Connection> Connection::Make() {
     std::string display = DisplayName();
     if (std::shared_ptr<Connection> reclaimed = AbandonedConnections::Instance().Reclaim(display))
         return reclaimed;
-    const std::shared_ptr<Connection> made(new Connection(std::move(display)));
+    std::shared_ptr<Connection> made(new Connection(std::move(display)));
     made->m_thread = Thread("corvane-x11", nullptr, [made] { made->Run(); });
     return made;
 }

@@ -193,8 +193,8 @@ void WatchState::Refresh(Connection& connection) {
                 if (reply->same_screen) {
                     const int64_t left = int64_t{reply->dst_x} - m_border;
                     const int64_t top = int64_t{reply->dst_y} - m_border;
-                    m_answered.outer = Rect{left, top, left + m_answered.size.width + 2 * m_border,
-                                            top + m_answered.size.height + 2 * m_border};
+                    m_answered.outer = Rect{left, top, left + m_answered.size.width + 2 * int64_t{m_border},
+                                            top + m_answered.size.height + 2 * int64_t{m_border}};
                 }
                 if (last)
                     OnRefreshed(connection);

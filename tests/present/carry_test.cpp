@@ -13,12 +13,12 @@ namespace {
 
 using Fate = RunResult::Fate;
 
-// Lends memory in one format, or nothing with format 0. It tells the format beforehand, or only with the buffer.
+// Lends memory in one format, or nothing with format 0. It states a format beforehand, or only with the buffer.
 class PlainTarget final : public PictureTarget {
 public:
-    PlainTarget(uint32_t format, bool tells) : m_format(format), m_tells(tells) {}
+    PlainTarget(uint32_t format, uint32_t stated) : m_format(format), m_stated(stated) {}
     bool Take(const SharedPicture&) override { return takes; }
-    uint32_t FormatFor(uint32_t) const override { return m_tells ? m_format : 0; }
+    uint32_t FormatFor(uint32_t) const override { return m_stated; }
     PictureLease Lend(PictureSize size, uint32_t) override {
         if (m_format == 0)
             return PictureLease();
@@ -35,7 +35,7 @@ private:
     void Finish(bool commit) override { ends += commit ? 'C' : 'B'; }
 
     const uint32_t m_format;
-    const bool m_tells;
+    const uint32_t m_stated;
     std::vector<uint8_t> m_memory;
 };
 
@@ -48,25 +48,26 @@ TEST(PictureRun, SaysWhatBecameOfThePicture) {
     const struct {
         const char* name;
         uint32_t format, height;    // of the picture lent and the picture given
-        bool interlaced, enabled, fields, rotate, refuse, shared;
+        bool interlaced, enabled, fields, rotate, refuse, shared, crop;
         Fate fate;
         Smoothing smoothing;
         const char* ends;
     } rows[] = {
-        {"copied", PF_I420, 16, 0, 1, 0, 0, 0, 0, Fate::Carried, Smoothing::None, "C"},
-        {"taken by reference", PF_I420, 16, 0, 1, 0, 0, 0, 1, Fate::Carried, Smoothing::None, ""},
-        {"smoothed", PF_BGR24, 16, 1, 1, 0, 0, 0, 1, Fate::Carried, Smoothing::Done, "C"},
-        {"option off", PF_I420, 16, 1, 0, 0, 0, 0, 0, Fate::Carried, Smoothing::None, "C"},
-        {"woven, not smoothed", PF_I420, 16, 0, 1, 1, 0, 0, 0, Fate::Carried, Smoothing::None, "C"},
-        {"too low to smooth", PF_I420, 4, 1, 1, 0, 0, 0, 0, Fate::Carried, Smoothing::Refused, "C"},
-        {"too low to smooth, woven, turned", PF_I420, 4, 1, 1, 1, 1, 0, 0, Fate::Carried, Smoothing::Refused, "C"},
-        {"smoothed, then a step fails", PF_I420, 16, 1, 1, 0, 0, 1, 0, Fate::StepFailed, Smoothing::Done, "C"},
-        {"odd height", PF_BGRA32, 15, 0, 0, 0, 0, 0, 0, Fate::StepFailed, Smoothing::None, "C"},
-        {"turned", PF_BGR24, 16, 1, 1, 0, 1, 0, 1, Fate::Carried, Smoothing::Done, "C"},
-        {"turned, a step fails", PF_I420, 16, 0, 1, 0, 1, 1, 0, Fate::StepFailed, Smoothing::None, "C"},
-        {"nothing lent", 0, 16, 1, 1, 0, 0, 0, 0, Fate::LostNoBuffer, Smoothing::None, ""},
-        {"nothing lent to turn into", 0, 16, 1, 1, 0, 1, 0, 0, Fate::LostNoBuffer, Smoothing::None, ""},
-        {"cannot be turned", PF_BGRA32, 16, 1, 1, 0, 1, 0, 0, Fate::LostNotRotatable, Smoothing::None, ""},
+        {"copied", PF_I420, 16, 0, 1, 0, 0, 0, 0, 0, Fate::Carried, Smoothing::None, "C"},
+        {"taken by reference", PF_I420, 16, 0, 1, 0, 0, 0, 1, 0, Fate::Carried, Smoothing::None, ""},
+        {"a part of it", PF_I420, 16, 0, 1, 0, 0, 0, 1, 1, Fate::Carried, Smoothing::None, "C"},
+        {"smoothed", PF_BGR24, 16, 1, 1, 0, 0, 0, 1, 0, Fate::Carried, Smoothing::Done, "C"},
+        {"option off", PF_I420, 16, 1, 0, 0, 0, 0, 0, 0, Fate::Carried, Smoothing::None, "C"},
+        {"woven, not smoothed", PF_I420, 16, 0, 1, 1, 0, 0, 0, 0, Fate::Carried, Smoothing::None, "C"},
+        {"too low to smooth", PF_I420, 4, 1, 1, 0, 0, 0, 0, 0, Fate::Carried, Smoothing::Refused, "C"},
+        {"too low to smooth, woven, turned", PF_I420, 4, 1, 1, 1, 1, 0, 0, 0, Fate::Carried, Smoothing::Refused, "C"},
+        {"smoothed, then a step fails", PF_I420, 16, 1, 1, 0, 0, 1, 0, 0, Fate::StepFailed, Smoothing::Done, "C"},
+        {"odd height", PF_BGRA32, 15, 0, 0, 0, 0, 0, 0, 0, Fate::StepFailed, Smoothing::None, "C"},
+        {"turned", PF_BGR24, 16, 1, 1, 0, 1, 0, 1, 0, Fate::Carried, Smoothing::Done, "C"},
+        {"turned, a step fails", PF_I420, 16, 0, 1, 0, 1, 1, 0, 0, Fate::StepFailed, Smoothing::None, "C"},
+        {"nothing lent", 0, 16, 1, 1, 0, 0, 0, 0, 0, Fate::LostNoBuffer, Smoothing::None, ""},
+        {"nothing lent to turn into", 0, 16, 1, 1, 0, 1, 0, 0, 0, Fate::LostNoBuffer, Smoothing::None, ""},
+        {"cannot be turned", PF_BGRA32, 16, 1, 1, 0, 1, 0, 0, 0, Fate::LostNotRotatable, Smoothing::None, ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -81,8 +82,8 @@ TEST(PictureRun, SaysWhatBecameOfThePicture) {
         PlainPicture picture(32, row.height);
         if (row.shared)
             picture.Share();
-        for (const bool tells : {true, false}) {
-            PlainTarget target(row.format, tells);
+        for (const uint32_t stated : {row.format, 0u, uint32_t{PF_RGB24}}) {
+            PlainTarget target(row.format, stated);
             target.takes = row.shared;
             PictureRun run;
             const SharedPicture decoded = picture.Picture();
@@ -90,12 +91,15 @@ TEST(PictureRun, SaysWhatBecameOfThePicture) {
                                          .picture = decoded.View(),
                                          .shared = &decoded,
                                          .size = {32, row.height},
+                                         .crop = row.crop ? std::optional(Rect{0, 0, 32, 16}) : std::nullopt,
                                          .angle = row.rotate ? std::optional(90.0) : std::nullopt};
             const RunResult result = run.Carry(request, settings, target);
             EXPECT_EQ(result.fate, row.fate);
             EXPECT_EQ(result.smoothing, row.smoothing);
             // What cannot be turned costs no buffer where that can be told.
-            EXPECT_EQ(target.ends, !tells && row.fate == Fate::LostNotRotatable ? "B" : row.ends);
+            EXPECT_EQ(target.ends, stated != row.format && row.fate == Fate::LostNotRotatable ? "B" : row.ends);
+            if (target.ends == "C" && row.fate == Fate::Carried && row.smoothing != Smoothing::Refused)
+                EXPECT_NE(target.At(16, 2), 0) << "made in the format of the buffer, whatever was stated";
             EXPECT_EQ(result.Lost(), row.fate == Fate::LostNoBuffer || row.fate == Fate::LostNotRotatable);
         }
     }
@@ -123,7 +127,7 @@ TEST(PictureRun, StampsAreDrawnWhenTheyAreDue) {
             PlainPicture picture(32, 32);
             picture.Share();
             PictureRun run;
-            PlainTarget target(format, true);
+            PlainTarget target(format, format);
             target.takes = true;
             const SharedPicture decoded = picture.Picture();
             const PictureRequest request{.frame = *frame,

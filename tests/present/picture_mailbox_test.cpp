@@ -49,6 +49,7 @@ TEST(PictureMailbox, BuffersGoRound) {
     EXPECT_FALSE(mailbox.Post(third));
     before = {};
     ASSERT_TRUE(mailbox.Take(kept, before));
+    EXPECT_EQ(buffers.Lend({16, 16}, PF_BGR24).Slot().view.format, PF_BGR24) << "of the same size, not of the format";
     EXPECT_TRUE(kept.madeFor == 3 && before.madeFor == 1 && before.Buffer() == nullptr) << "its buffer is free at once";
     EXPECT_TRUE(buffers.HasFree());
     // A picture by reference is not taken back; a newer one takes its place.

@@ -69,6 +69,7 @@ struct BasicPlaneView {
     PictureSize size;        // pixels
     uint32_t pixelBytes = 1;
 
+    // NOLINTNEXTLINE(google-explicit-constructor): as a pointer converts to one to const
     operator BasicPlaneView<const Byte>() const requires(!std::is_const_v<Byte>) {
         return {data, stride, size, pixelBytes};
     }
@@ -85,6 +86,7 @@ struct BasicPictureView {
     // What Y, U and V mean. Without a value: full-range BT.601, and the analogue matrix where 16 bit RGB is made.
     std::optional<ColourSignal> colours{};
 
+    // NOLINTNEXTLINE(google-explicit-constructor)
     operator BasicPictureView<const Byte>() const requires(!std::is_const_v<Byte>) {
         return {{plane[0], plane[1], plane[2]}, {stride[0], stride[1], stride[2]}, size, format, colours};
     }

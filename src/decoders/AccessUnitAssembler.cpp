@@ -204,7 +204,7 @@ AccessUnitAssembler::Unit AccessUnitAssembler::AddInOrder(const FramePtr& frame)
         m_lone += first ? 1 : 0;
         m_waiting.push_back({{}, false, frame});
         m_first = frame;
-        m_firstPart = std::move(part);
+        m_firstPart = part;
         return {};
     }
     Unit unit = Alone(frame);

@@ -23,7 +23,7 @@ int32_t Weave(const Picture& from, const Picture& to, uint32_t width, uint32_t h
         if (kernels::WeavePlane(source, from.stride[plane], destination, to.stride[plane], planeWidth, fieldRows) != 0)
             return -1;
         // An odd last row belongs to no field: it is copied.
-        const auto last = static_cast<ptrdiff_t>(2 * fieldRows);
+        const auto last = 2 * static_cast<ptrdiff_t>(fieldRows);
         if (rows % 2 != 0 && kernels::PlaneCopy(source + last * from.stride[plane], from.stride[plane],
                                                 destination + last * to.stride[plane], to.stride[plane], planeWidth, 1,
                                                 kernels::kCopyStreamingStores) != 0)

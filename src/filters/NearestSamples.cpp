@@ -109,7 +109,7 @@ bool NearestSamples::MakeTables() {
         return false;
     const std::span pairs(reinterpret_cast<uint32_t*>(memory.Data()), 2 * columns.chroma.size());
     for (size_t i = 0; i < pairs.size(); ++i)
-        pairs[i] = static_cast<uint32_t>(2 * columns.chroma[i / 2] + i % 2);
+        pairs[i] = static_cast<uint32_t>(size_t{2} * columns.chroma[i / 2] + i % 2);
     return m_chroma.Make(pairs, 2 * samples);
 }
 

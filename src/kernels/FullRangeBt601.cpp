@@ -44,7 +44,7 @@ void ConvertLuma(const PlaneMatrix& matrix, const int32_t* terms, uint8_t* y, ui
     const auto convert = [&](uint8_t& sample, int32_t term) {
         sample = Clamp((sample - matrix.black) * matrix.y + term);
     };
-    for (uint32_t i = 0; i < count / 2; ++i) {
+    for (size_t i = 0; i < count / 2; ++i) {
         convert(y[2 * i], terms[i]);
         convert(y[2 * i + 1], terms[i]);
     }
@@ -86,7 +86,7 @@ void ToFullRangeBt601(const PictureView& picture) {
             if (count > 0)
                 terms[count] = terms[count - 1];
             for (uint32_t line = 2 * row; line < endLine; ++line)
-                ConvertLuma(matrix, terms.data(), picture.Row(line) + 2 * first, pixels);
+                ConvertLuma(matrix, terms.data(), picture.Row(line) + size_t{2} * first, pixels);
         }
     }
 }

@@ -15,7 +15,7 @@ int32_t ToPacked(const ConstPictureView& source, const PictureView& destination)
         const uint8_t* blue = source.plane[1] + pair * source.stride[1];
         const uint8_t* red = planar ? source.plane[2] + pair * source.stride[2] : blue + 1;
         uint8_t* out = destination.Row(row);
-        for (uint32_t x = 0; x < width / 2; ++x, out += 4) {
+        for (size_t x = 0; x < width / 2; ++x, out += 4) {
             out[lumaAt] = luma[2 * x];
             out[lumaAt + 2] = luma[2 * x + 1];
             out[1 - lumaAt] = blue[x * chromaStep];

@@ -34,8 +34,9 @@ void ShrinkRows(const ShrinkSizes& sizes, const uint8_t* source, ptrdiff_t strid
             double sum = 0;
             for (uint32_t y = down.first; y <= down.last; ++y)
                 for (uint32_t at = across.first; at <= across.last; ++at)
-                    sum += down.Weight(y) * across.Weight(at) *
-                           source[static_cast<ptrdiff_t>(y) * stride + at * sizes.channels + x % sizes.channels];
+                    sum +=
+                        down.Weight(y) * across.Weight(at) *
+                        source[static_cast<ptrdiff_t>(y) * stride + size_t{at} * sizes.channels + x % sizes.channels];
             to[x] = static_cast<uint8_t>(std::clamp(sum + 0.5, 0.0, 255.0));
         }
     }

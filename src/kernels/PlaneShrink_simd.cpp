@@ -173,7 +173,7 @@ ShrinkAccess::Lane ShrinkAccess::LaneAt(const ShrinkSizes& sizes, const StretchA
     lane = std::min(lane, last);
     const StretchAxis::Span span = axis.At(static_cast<uint32_t>(lane / sizes.channels), made.weights);
     std::fill(made.weights + span.count, made.weights + StretchAxis::kMaxTaps, uint16_t{0});
-    made.first = static_cast<uint32_t>(span.first * sizes.channels + lane % sizes.channels);
+    made.first = static_cast<uint32_t>(size_t{span.first} * sizes.channels + lane % sizes.channels);
     return made;
 }
 

@@ -93,7 +93,7 @@ struct StretchPlan::Columns {
         for (size_t x = 0; x < count; x += 2) {
             const StretchAxis::Span left = At(x, weights);
             const StretchAxis::Span right = At(x + 1, weights);
-            if ((right.first + right.count - left.first) * pixelBytes > kBlock)
+            if (size_t{right.first + right.count - left.first} * pixelBytes > kBlock)
                 return false;
         }
         return true;

@@ -214,9 +214,9 @@ private:
     // `count` pixels as they are, on an even number of bytes.
     void Literal(uint32_t count) {
         const uint32_t bits = m_layout.bits;
-        for (uint32_t i = 0; i < count && i * bits / 8 < m_rest.size(); ++i)
+        for (uint32_t i = 0; i < count && size_t{i} * bits / 8 < m_rest.size(); ++i)
             Put(IndexAt(m_rest.data(), i, bits));
-        m_rest = m_rest.subspan(std::min<size_t>(m_rest.size(), (count * bits + 15) / 16 * 2));
+        m_rest = m_rest.subspan(std::min<size_t>(m_rest.size(), (size_t{count} * bits + 15) / 16 * 2));
     }
 
     void Put(uint32_t index) {

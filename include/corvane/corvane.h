@@ -802,10 +802,10 @@ CORVANE_API uint32_t Corvane_InitialEx(void** instance, CorvaneStreamInfoCallbac
 
 /*
  * Ends *instance with every channel still on it and sets *instance to null; a null *instance is no error. Handles of those
- * channels are then invalid. Status_InvalidArgument: instance is null, or *instance the handle of a channel; nothing was
- * done. Status_Failed, and nothing was done: called from a
- * callback of one of its channels, or from a callback that one of its channels waits for, as when two callbacks release
- * each other's instances; or another release of it is running. Status_OutOfMemory: nothing was done. As soon as a release
+ * channels are then invalid.
+ * Status_InvalidArgument: instance is null, or *instance the handle of a channel; nothing was done. Status_Failed, and
+ * nothing was done: called from a callback of one of its channels, or from a callback that one of its channels waits
+ * for, as when two callbacks release each other's instances; or another release of it is running. Status_OutOfMemory: nothing was done. As soon as a release
  * runs Corvane_CreateChannel is refused. Blocks as Corvane_DeleteChannel does, for each channel. [any*]
  */
 CORVANE_API uint32_t Corvane_Release(void** instance);
@@ -831,8 +831,9 @@ CORVANE_API uint32_t Corvane_SetAudioSamplesPerCalc(void* channel, ...);
  * Makes a live channel, stopped, with its render thread. `settings` may be null: no window, all defaults. The record is
  * copied. On success *channel is a handle that lives until Corvane_DeleteChannel or Corvane_Release; it is written before
  * any callback runs. On failure *channel is unchanged and no thread or memory remains.
- * Status_InvalidArgument: instance or channel is null, or instance the handle of a channel. Status_DecodeOnlyInstance. Status_OutOfMemory. Status_Failed: no
- * thread could be started, or the instance is being released. Does not block. [any]
+ * Status_InvalidArgument: instance or channel is null, or instance the handle of a channel. Status_DecodeOnlyInstance.
+ * Status_OutOfMemory. Status_Failed: no thread could be started, or the instance is being released. Does not block.
+ * [any]
  */
 CORVANE_API uint32_t Corvane_CreateChannel(void* instance, void** channel, const ChannelSettings* settings);
 
@@ -840,7 +841,8 @@ CORVANE_API uint32_t Corvane_CreateChannel(void* instance, void** channel, const
  * Stops and destroys *channel and sets *channel to null. Where *channel is no channel of this instance it is only set to
  * null.
  * Status_InvalidArgument: instance or channel is null, or instance the handle of a channel; nothing was done.
- * Status_Failed: called from a callback of this channel; nothing was done. Blocks for a running decode, at most 20 ms more, and for a client callback that is running. [any*]
+ * Status_Failed: called from a callback of this channel; nothing was done. Blocks for a running decode, at most 20 ms
+ * more, and for a client callback that is running. [any*]
  */
 CORVANE_API uint32_t Corvane_DeleteChannel(void* instance, void** channel);
 

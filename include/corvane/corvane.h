@@ -38,10 +38,11 @@
  *
  *   callback            thread          [any] exports   [any*] exports, own channel   [any*] exports, other channel
  *   stream info         worker          complete        Status_Failed                 complete
- *   client filter       worker          complete        Status_Failed                 complete
+ *   client filter       worker, render  complete        Status_Failed                 complete
  *   picture             render thread   complete        Status_Failed                 complete
  *   on-screen text      render thread   complete        Status_Failed                 complete
  *   after display       render thread   complete        Status_Failed                 complete
+ *   raw pictures        render thread   complete        Status_Failed                 complete
  *   still overlay       the caller's    complete        Status_Failed                 complete
  *
  * Corvane_InputEncodedMediaFrame on a channel that blocks when full (option 42 given as 0) does not block inside a
@@ -273,13 +274,18 @@ enum {
 /* Options of Corvane_SetChannelOption. Numbers from 1000 on are this library's own. */
 enum {
     CORVANE_OPTION_BORDER = 3,
+    CORVANE_OPTION_RAW_PREFIX = 6,
     CORVANE_OPTION_MARGIN_LEFT = 7,
     CORVANE_OPTION_MARGIN_RIGHT = 8,
     CORVANE_OPTION_MARGIN_TOP = 9,
     CORVANE_OPTION_MARGIN_BOTTOM = 10,
     CORVANE_OPTION_DISPLAY_AREA = 11,
     CORVANE_OPTION_MEDIA_MODE = 13,       /* value: of CORVANE_MEDIA_* */
+    CORVANE_OPTION_RAW_PICTURES = 14,
+    CORVANE_OPTION_RAW_FORMAT = 16,       /* value: of CORVANE_PICTURE_* */
     CORVANE_OPTION_JPEG_QUALITY = 17,
+    CORVANE_OPTION_RAW_CALLBACK = 18,
+    CORVANE_OPTION_RAW_CALLBACK_2 = 22,
     CORVANE_OPTION_LOGO_FILE = 25,
     CORVANE_OPTION_LOGO = 26,
     CORVANE_OPTION_EMPTY_QUEUE = 31,
@@ -367,6 +373,11 @@ enum {
     CORVANE_INFO_MOUNT = 11,
     CORVANE_INFO_LENS_CIRCLE = 12,
     CORVANE_INFO_DECODER = 13
+};
+
+/* Codes of the raw callback. */
+enum {
+    CORVANE_RAW_PICTURE = 1               /* the record is a RawPictureInfo */
 };
 
 /* Bits of ChannelSettings::mask. */
@@ -583,6 +594,32 @@ typedef struct PseudoFrame {
 
 /* A finished picture, on the render thread. The picture belongs to the library and is overwritten after the return. */
 typedef void (*CorvanePictureCallback)(void* context, const PseudoFrame* frame);
+
+/* A raw picture, 240 bytes. */
+typedef struct RawPictureInfo {
+    uint32_t width;            /*   0 pixels */
+    uint32_t height;           /*   4 */
+    uint32_t size;             /*   8 bytes at buffer, with the prefix */
+    uint32_t reserved12;       /*  12 */
+    const uint8_t* pixels;     /*  16 the picture in its format: buffer + prefix */
+    const uint8_t* buffer;     /*  24 starts with `prefix` bytes of 0 */
+    uint32_t prefix;           /*  32 of option 6 */
+    uint32_t reserved36;       /*  36 */
+    uint8_t header[120];       /*  40 the first 120 bytes of the frame's MediaFrameHeader; its `data` is valid too */
+    uint32_t count;            /* 160 1 in the first call for a picture, and 1 more in each repetition */
+    uint32_t format;           /* 164 of CORVANE_PICTURE_* */
+    uint32_t requestedFormat;  /* 168 in: as format; out: of the repetition */
+    uint32_t repeat;           /* 172 out: not 0: the same picture again, in requestedFormat */
+    uint8_t reserved176[64];   /* 176 */
+} RawPictureInfo;
+
+/*
+ * Options 18 and 22. `code`: CORVANE_RAW_PICTURE, with a RawPictureInfo: the picture as decoded, of its own size, after
+ * smoothing, dewarping and client filters, once for each picture that the render thread has presented. Rotation, text
+ * and window do not count. On the render thread: while the callback runs, newer pictures replace each other, on the
+ * display too, and decoding goes on. A repetition ends when the channel stops, is deleted or gets another callback.
+ */
+typedef void (*CorvaneRawCallback)(void* context, uint32_t code, void* record);
 
 /* What the after-display callback gets, 40 bytes. */
 typedef struct AfterDisplayRecord {
@@ -885,12 +922,18 @@ CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelU
 /*
  * Sets one option; a stop resets none. Options of this version (value; default):
  *   3   zero: the fixed border is not used; non-zero
+ *   6   bytes of 0 before each raw picture; 0
  *   7, 8, 9, 10   left, right, top, bottom margin in pixels; 0
  *   11  pointer to DisplayArea, `extra` of CORVANE_AREA_*; none. Status_InvalidArgument for a null pointer, a null window
  *       or an empty rectangle; fields of lower bits are then set all the same
  *   13  media mode, of CORVANE_MEDIA_*; 3
+ *   14  zero: no raw pictures; non-zero
+ *   16  format of raw pictures, of CORVANE_PICTURE_*; 0, which is none: no raw pictures
  *   17  quality of JPEG stills: 50 leaves the quantisation tables of the encoder as they are, less is finer and larger, more
  *       is coarser; 0, the finest
+ *   18  context of the raw callback, with the CorvaneRawCallback in `extra`; none. Waits for a running call of the callback
+ *       that it replaces, not from inside any callback. A JPEG picture has quality 0
+ *   22  context of a raw callback that replaces that of option 18 while it is set, with the callback in `extra`; none
  *   25  path (const char*) of a BMP or PNG file: the logo that the window shows while the channel is stopped.
  *       Status_Failed: null, or it cannot be loaded; the old logo stays. Reads the file during the call
  *   26  cairo_surface_t* of an image: the logo, copied during the call; 0: no logo. Status_Failed: not an image

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/AlignedBuffer.h"
+#include "base/Mutex.h"
 #include "base/PictureView.h"
 #include "corvane/filter.h"
 #include "frame/MediaFrameImpl.h"
@@ -21,6 +22,8 @@ struct ChainSettings {
     std::vector<QMRX::Filter::IFilter*> clientFilters;    // in order of insertion; owned by the client
     bool deinterlaceEnabled = false;
     uint32_t resizeType = 0;    // 0 nearest, 1 linear, 2 cubic, 3 Lanczos
+    // Held around each call of a client filter, and nowhere else: several runs may have the same filters. May be null.
+    Mutex* filterLock = nullptr;
 };
 
 // The outcome of the smoothing of an interlaced picture.

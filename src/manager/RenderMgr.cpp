@@ -96,7 +96,10 @@ CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Cloc
     {
         const WindowWatchPtr watch = m_window.Watch();
         MutexLock lock(m_lock);    // the watch may already report changes
-        ChangeSettings([&](PresentSettings& settings) { settings.window = watch; });
+        ChangeSettings([&](PresentSettings& settings) {
+            settings.window = watch;
+            settings.chain.filterLock = &m_filterLock;
+        });
     }
     m_thread = Thread("corvane-render", owner, [this] { RenderLoop(); });
 }
@@ -113,7 +116,7 @@ void CRenderMgr::End() {
         m_schedule.OnEnd();
         m_due.NotifyAll();
     }
-    m_mailbox.Interrupt();
+    Interrupt();
     m_thread.Join();
 }
 
@@ -150,6 +153,8 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const SharedPicture& decode
         if (carried.smoothing != Smoothing::None)
             m_counters.Add(carried.smoothing == Smoothing::Done ? Counter::PicturesSmoothed
                                                                 : Counter::PicturesRefusedSmoothing);
+        if (settings->raw.WantsPictures() && picture.Reference() == nullptr)
+            picture.decoded = decoded.Shared() ? decoded.Share() : m_copies.Copy(decoded);
         if (carried.Lost())
             return fate.Is(Counter::PicturesLost, carried.fate == RunResult::Fate::LostNotRotatable
                                                       ? CORVANE_CAUSE_NOT_ROTATABLE
@@ -362,6 +367,7 @@ void CRenderMgr::DrawState(const Turn& turn) {
 void CRenderMgr::PresentPass(Turn& turn) {
     m_statePicture.Free();
     Pass& pass = *turn.pass;
+    m_rawDue |= turn.fresh;
     const RendererSlot::Seat seat = m_slot.Current();
     if (!MatchPicture(seat.id, turn.fresh))
         m_kept.pixels = std::monostate();    // another renderer made them
@@ -373,7 +379,7 @@ void CRenderMgr::PresentPass(Turn& turn) {
         return;
     }
     AfterDisplay(pass);    // also where nothing was put
-    // Raw pictures will be delivered here.
+    DeliverRaw(pass.settings);
 }
 
 // Whether this renderer may show the kept picture; counts a fresh one as taken, or as lost.
@@ -384,6 +390,20 @@ bool CRenderMgr::MatchPicture(RendererId id, bool fresh) {
     else if (fresh)
         m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
     return shows;
+}
+
+// Once for each picture. Then the decoder gets its picture back.
+void CRenderMgr::DeliverRaw(const PresentSettings& settings) {
+    const bool due = std::exchange(m_rawDue, false);
+    if (!settings.raw.WantsPictures()) {
+        m_raw.Free();
+    } else if (due) {
+        m_raw.Deliver(m_kept, &m_mailbox, [this] {
+            MutexLock lock(m_lock);
+            return m_deliversRaw && m_schedule.State() == RenderState::Playing;
+        });
+    }
+    m_kept.decoded = SharedPicture();
 }
 
 void CRenderMgr::AfterDisplay(Pass& pass) {

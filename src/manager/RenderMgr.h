@@ -7,6 +7,7 @@
 // m_windowLock serialises changes of windows.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -25,9 +26,11 @@
 #include "manager/StatePicture.h"
 #include "manager/StreamInfo.h"
 #include "platform/Clock.h"
+#include "present/PictureCopies.h"
 #include "present/PictureMailbox.h"
 #include "present/PictureRun.h"
 #include "present/PresentSettings.h"
+#include "present/RawDelivery.h"
 
 namespace corvane {
 
@@ -76,8 +79,13 @@ public:
     // most 500 ms, until the render thread has taken the last picture. Then, and without `wait`, this picture replaces
     // one that was not taken. The outcome of the picture is counted.
     void PresentFrame(const FramePtr& frame, const SharedPicture& decoded, bool wait);
-    // Any thread: ends the wait of PresentFrame.
-    void WakeWorker() { m_mailbox.Interrupt(); }
+    // Any thread, at a stop: ends the wait of PresentFrame, and raw pictures until the next start.
+    void Interrupt() {
+        m_deliversRaw = false;
+        m_mailbox.Interrupt();
+    }
+    // Waits for the end of the client filters that run; not on a thread of the library.
+    void AwaitFilters() { m_filterCalls.WaitForRunning(); }
     // A frame of sound (`mix`: it is to be heard). With `show`, and in another second of wall-clock time than the last
     // frame, the state becomes AudioOnly.
     void InputAudio(const FramePtr& frame, bool mix, bool show);
@@ -149,6 +157,18 @@ public:
         ChangeSettings([&](PresentSettings& settings) { settings.*which = callback; });
         m_renderCalls.WaitForRunning(lock);
     }
+    // A raw callback, which counts for the next raw picture. Waits likewise.
+    void SetRawCallback(ClientCallback<CorvaneRawCallback> RawSettings::*which,
+                        ClientCallback<CorvaneRawCallback> callback) {
+        MutexLock lock(m_lock);
+        ChangeSettings([&](PresentSettings& settings) { settings.raw.*which = callback; });
+        m_renderCalls.WaitForRunning(lock);
+    }
+    template <typename T>
+    void SetRaw(T RawSettings::*field, T value) {
+        MutexLock lock(m_lock);
+        ChangeSettings([&](PresentSettings& settings) { settings.raw.*field = value; });
+    }
     // The picture callback, which lives in the off-screen renderer. `format`: a pixel format. Waits likewise.
     void SetPictureCallback(ClientCallback<CorvanePictureCallback> callback, uint32_t format);
     void SetRawDataCallbackSize(uint32_t width, uint32_t height);
@@ -190,6 +210,7 @@ private:
     void PresentPass(Turn& turn);
     bool MatchPicture(RendererId id, bool fresh);
     void AfterDisplay(Pass& pass);
+    void DeliverRaw(const PresentSettings& settings);
     void DrawState(const Turn& turn);
 
     // Replaces the settings by a changed copy.
@@ -209,10 +230,14 @@ private:
     Clock& m_clock;
     ChannelCounters m_counters;
     CallGate m_filterCalls;
+    Mutex m_filterLock;    // of ChainSettings
     PictureMailbox m_mailbox;
+
+    std::atomic<bool> m_deliversRaw{false};    // from a start to a stop
 
     // Only on the worker.
     PictureRun m_run;
+    PictureCopies m_copies;    // for raw pictures
 
     mutable Mutex m_lock;
     Condition m_due;    // wakes the render thread
@@ -229,6 +254,8 @@ private:
     // Only on the render thread.
     StatePicture m_statePicture;
     ShownTally m_tally{m_counters};
+    RawDelivery m_raw{[this] { return Settings(); }, m_filterCalls};
+    bool m_rawDue = false;     // m_kept was not delivered yet
     FinishedPicture m_kept;    // the picture shown last, for redraws
 
     // The windows that m_settings names. m_windowLock is taken before m_lock, and never by the event thread.

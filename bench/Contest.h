@@ -1,4 +1,4 @@
-// Ours beside the peers in one process: ratios, since machines are noisy.
+// Compares our code with peers in one process, as ratios, since machines are noisy.
 #pragma once
 
 #include <hwy/targets.h>
@@ -12,7 +12,7 @@
 
 namespace corvane::bench {
 
-// One job, done by us and by at least one peer on buffers that are handed in.
+// One job, done by our code and by at least one peer on the given buffers.
 template <class Buffers>
 struct Contest {
     using Run = std::function<void(const Buffers&)>;
@@ -46,7 +46,7 @@ Figures Measure(const Contest<Buffers>& contest, const std::vector<Buffers>& rin
         for (size_t i = 0; i < contestants; ++i) {
             const size_t who = (i + static_cast<size_t>(round + 3)) % contestants;
             const auto& run = who == 0 ? contest.ours : contest.peers[who - 1].second;
-            run(next());    // each is timed behind itself, so that nobody inherits the other's traces
+            run(next());    // each is timed after a run of itself, so that the caches are its own
             const double time = seconds(run, next());
             if (round >= 0)
                 times[who].push_back(time);
@@ -63,7 +63,7 @@ Figures Measure(const Contest<Buffers>& contest, const std::vector<Buffers>& rin
     return {ratios[ratios.size() / 2], best[0] / best[peer], best[0] * 1e3, contest.peers[peer - 1].first};
 }
 
-// Caps our instruction set, not the peers'. False for a name that is none.
+// Caps our instruction set, not the peers'. False for an unknown name.
 inline bool CapTargets(const std::string& name) {
     int64_t keep = HWY_SCALAR;
     if (name == "best")

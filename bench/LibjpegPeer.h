@@ -1,4 +1,4 @@
-// What a user would take instead of the library's JPEG encoder: libjpeg-turbo, over planes as they are.
+// The alternative to the library's JPEG encoder: libjpeg-turbo, on planes without conversion.
 #pragma once
 
 #include <jpeglib.h>

@@ -1,5 +1,5 @@
-// The main loop of who plays a file by hand: demuxed, paced by the decoding times, decoded with the flags that the
-// library sets.
+// The main loop of a program that plays a file without the library: demuxed, paced by the decoding times, decoded with
+// the flags that the library sets.
 #pragma once
 
 extern "C" {

@@ -1,6 +1,6 @@
-// What a user would write by hand, and nothing more: the same file, demuxed, paced and decoded as by decode_only, each
+// The least that a program without the library needs: the same file, demuxed, paced and decoded as by decode_only, each
 // picture converted by libyuv into the one image that is shared with the X server, and put. No queue, no other thread,
-// no text, nothing that is drawn again. bare_window FILE THREADS SECONDS
+// no text, no redraw. bare_window FILE THREADS SECONDS
 #include <libyuv.h>
 #include <sys/shm.h>
 #include <xcb/shm.h>

@@ -22,6 +22,7 @@ extern "C" {
 
 #include "Contest.h"
 #include "base/AlignedBuffer.h"
+#include "base/PictureLayout.h"
 #include "kernels/PackedYuv.h"
 #include "kernels/PlaneCopy.h"
 #include "kernels/SemiPlanar.h"
@@ -70,13 +71,34 @@ Run Swscale(AVPixelFormat from, AVPixelFormat to, int bytesARow, bool planes) {
     };
 }
 
-Run Rgb(RgbLayout layout, bool bottomUp) {
+using corvane::ConstPictureView;
+using corvane::PictureView;
+
+constexpr corvane::PictureSize kSize{kWidth, kHeight};
+
+// The source as three planes, or as two.
+ConstPictureView Source(const Buffers& b, uint32_t format = PF_I420) {
+    const ptrdiff_t chroma = format == PF_I420 ? kWidth / 2 : kWidth;
+    return {{b.y(), b.u(), format == PF_I420 ? b.v() : nullptr}, {kWidth, chroma, chroma}, kSize, format};
+}
+
+PictureView Packed(const Buffers& b, uint32_t format) {
+    return {{b.out}, {kWidth * ptrdiff_t{corvane::PixelBytes(format)}}, kSize, format};
+}
+
+Run Rgb(uint32_t format, bool bottomUp, bool streaming = false,
+        const std::optional<corvane::ColourSignal>& colours = {}) {
     return [=](const Buffers& b) {
-        const ptrdiff_t step = ptrdiff_t{kWidth} * layout.bytes;
-        uint8_t* first = bottomUp ? b.out + (kHeight - 1) * step : b.out;
-        YCbCrToRGB({b.y(), b.u(), b.v(), kWidth, kWidth / 2, kWidth / 2}, first, bottomUp ? -step : step, kWidth,
-                   kHeight, layout);
+        ConstPictureView source = Source(b);
+        source.colours = colours;
+        const PictureView out = Packed(b, format);
+        YCbCrToRGB(source, bottomUp ? out.Reversed() : out, {0, streaming});
     };
+}
+
+// Of the house, and of peers with the arguments of libyuv.
+Run Ours(int32_t (*function)(const ConstPictureView&, const PictureView&), uint32_t from, uint32_t to) {
+    return [=](const Buffers& b) { function(Source(b, from), Packed(b, to)); };
 }
 
 template <typename Function>
@@ -101,39 +123,33 @@ std::vector<Conversion> RgbConversions() {
     const std::vector<std::pair<const char*, Run>> peers32{{"libyuv", Yuv3(libyuv::J420ToARGB, kWidth * 4)},
                                                            {"swscale", sws32}};
     const std::vector<std::pair<const char*, Run>> flip24{{"libyuv", Yuv3(libyuv::I420ToRGB24, kWidth * 3, -kHeight)}};
-    list.push_back({"I420 to 24 bit", "ring 0.60 warm 0.40; avx2 0.80", Rgb({3, false}, false), peers24});
-    list.push_back({"I420 to 24 bit, bottom-up", "0.45", Rgb({3, false}, true), flip24});
-    list.push_back({"I420 to 32 bit", "ring 0.90 warm 0.60; avx2 1.05", Rgb({4, false}, false), peers32});
-    // For who does not read them next, as windows get theirs.
-    list.push_back({"24 bit, past the cache", "ring 0.60", Rgb({3, false, 0, true}, false), peers24});
-    list.push_back({"24 bit bottom-up, past the cache", "ring 0.45", Rgb({3, false, 0, true}, true), flip24});
-    list.push_back({"32 bit, past the cache", "ring 0.90", Rgb({4, false, 0, true}, false), peers32});
-    // By what a stream signals.
-    const ColourMatrix& matrix = MatrixOf({corvane::ColourSignal::Matrix::Bt709, false});
+    list.push_back({"I420 to 24 bit", "ring 0.60 warm 0.40; avx2 0.80", Rgb(PF_BGR24, false), peers24});
+    list.push_back({"I420 to 24 bit, bottom-up", "0.45", Rgb(PF_BGR24, true), flip24});
+    list.push_back({"I420 to 32 bit", "ring 0.90 warm 0.60; avx2 1.05", Rgb(PF_BGRA32, false), peers32});
+    // For pixels that nobody reads next, as those of windows.
+    list.push_back({"24 bit, past the cache", "ring 0.60", Rgb(PF_BGR24, false, true), peers24});
+    list.push_back({"24 bit bottom-up, past the cache", "ring 0.45", Rgb(PF_BGR24, true, true), flip24});
+    list.push_back({"32 bit, past the cache", "ring 0.90", Rgb(PF_BGRA32, false, true), peers32});
+    // By the colours that a stream signals.
+    constexpr corvane::ColourSignal kBt709{corvane::ColourSignal::Matrix::Bt709, false};
     const auto h24 = Yuv3(libyuv::I420ToRGB24, kWidth * 3);
     const auto h32 = Yuv3(libyuv::H420ToARGB, kWidth * 4);
     list.push_back(
-        {"BT.709 to 24 bit", "", Rgb({3, false, 0, false, &matrix}, false), {{"libyuv", h24}, {"swscale", sws24}}});
+        {"BT.709 to 24 bit", "", Rgb(PF_BGR24, false, false, kBt709), {{"libyuv", h24}, {"swscale", sws24}}});
     list.push_back(
-        {"BT.709 to 32 bit", "", Rgb({4, false, 0, false, &matrix}, false), {{"libyuv", h32}, {"swscale", sws32}}});
+        {"BT.709 to 32 bit", "", Rgb(PF_BGRA32, false, false, kBt709), {{"libyuv", h32}, {"swscale", sws32}}});
     list.push_back({"BT.709 to 32 bit, past the cache",
                     "",
-                    Rgb({4, false, 0, true, &matrix}, false),
+                    Rgb(PF_BGRA32, false, true, kBt709),
                     {{"libyuv", h32}, {"swscale", sws32}}});
-    list.push_back(
-        {"NV12 to 24 bit",
-         "",
-         [](const Buffers& b) {
-             YCbCrToRGB({b.y(), b.u(), nullptr, kWidth, kWidth, 0}, b.out, kWidth * 3, kWidth, kHeight, {3, false});
-         },
-         {{"libyuv", Yuv2(libyuv::NV12ToRGB24, kWidth * 3)},
-          {"swscale", Swscale(AV_PIX_FMT_NV12, AV_PIX_FMT_BGR24, kWidth * 3, false)}}});
+    list.push_back({"NV12 to 24 bit",
+                    "",
+                    [](const Buffers& b) { YCbCrToRGB(Source(b, PF_NV12), Packed(b, PF_BGR24)); },
+                    {{"libyuv", Yuv2(libyuv::NV12ToRGB24, kWidth * 3)},
+                     {"swscale", Swscale(AV_PIX_FMT_NV12, AV_PIX_FMT_BGR24, kWidth * 3, false)}}});
     list.push_back({"I420 to RGB565",
                     "0.90",
-                    [](const Buffers& b) {
-                        YUVToRGB16({b.y(), b.u(), b.v(), kWidth, kWidth / 2, kWidth / 2},
-                                   reinterpret_cast<uint16_t*>(b.out), kWidth, kWidth, kHeight, {6, true});
-                    },
+                    Ours(YUVToRGB16, PF_I420, PF_RGB565),
                     {{"libyuv", Yuv3(libyuv::I420ToRGB565, kWidth * 2)}, {"swscale", sws16}}});
     return list;
 }
@@ -142,42 +158,37 @@ std::vector<Conversion> YuvConversions() {
     std::vector<Conversion> list;
     list.push_back({"I420 to YUY2",
                     "0.90",
-                    Yuv3(PlanarToYUY2, kWidth * 2),
+                    Ours(PlanarToYUY2, PF_I420, PF_YUY2),
                     {{"libyuv", Yuv3(libyuv::I420ToYUY2, kWidth * 2)},
                      {"swscale", Swscale(AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUYV422, kWidth * 2, false)}}});
     list.push_back({"I420 to UYVY",
                     "0.90",
-                    Yuv3(PlanarToUYVY, kWidth * 2),
+                    Ours(PlanarToUYVY, PF_I420, PF_UYVY),
                     {{"libyuv", Yuv3(libyuv::I420ToUYVY, kWidth * 2)},
                      {"swscale", Swscale(AV_PIX_FMT_YUV420P, AV_PIX_FMT_UYVY422, kWidth * 2, false)}}});
     list.push_back({"NV12 to YUY2",
                     "0.90",
-                    Yuv2(NV12ToYUY2, kWidth * 2),
+                    Ours(NV12ToYUY2, PF_NV12, PF_YUY2),
                     {{"swscale", Swscale(AV_PIX_FMT_NV12, AV_PIX_FMT_YUYV422, kWidth * 2, false)}}});
     list.push_back({"I420 to NV12",
                     "0.90",
-                    [](const Buffers& b) {
-                        I420ToNV12(b.y(), kWidth, b.u(), kWidth / 2, b.v(), kWidth / 2, b.out, kWidth, b.out + kLuma,
-                                   kWidth, kWidth, kHeight);
-                    },
+                    [](const Buffers& b) { I420ToNV12(Source(b), corvane::LayOut(b.out, kWidth, kSize, PF_NV12)); },
                     {{"libyuv",
                       [](const Buffers& b) {
                           libyuv::I420ToNV12(b.y(), kWidth, b.u(), kWidth / 2, b.v(), kWidth / 2, b.out, kWidth,
                                              b.out + kLuma, kWidth, kWidth, kHeight);
                       }},
                      {"swscale", Swscale(AV_PIX_FMT_YUV420P, AV_PIX_FMT_NV12, kWidth, true)}}});
-    list.push_back({"NV12 to I420",
-                    "0.90",
-                    [](const Buffers& b) {
-                        NV12ToI420(b.y(), kWidth, b.u(), kWidth, b.out, kWidth, b.out + kLuma, kWidth / 2,
-                                   b.out + kLuma * 5 / 4, kWidth / 2, kWidth, kHeight);
-                    },
-                    {{"libyuv",
-                      [](const Buffers& b) {
-                          libyuv::NV12ToI420(b.y(), kWidth, b.u(), kWidth, b.out, kWidth, b.out + kLuma, kWidth / 2,
-                                             b.out + kLuma * 5 / 4, kWidth / 2, kWidth, kHeight);
-                      }},
-                     {"swscale", Swscale(AV_PIX_FMT_NV12, AV_PIX_FMT_YUV420P, kWidth, true)}}});
+    list.push_back(
+        {"NV12 to I420",
+         "0.90",
+         [](const Buffers& b) { NV12ToI420(Source(b, PF_NV12), corvane::LayOut(b.out, kWidth, kSize, PF_I420)); },
+         {{"libyuv",
+           [](const Buffers& b) {
+               libyuv::NV12ToI420(b.y(), kWidth, b.u(), kWidth, b.out, kWidth, b.out + kLuma, kWidth / 2,
+                                  b.out + kLuma * 5 / 4, kWidth / 2, kWidth, kHeight);
+           }},
+          {"swscale", Swscale(AV_PIX_FMT_NV12, AV_PIX_FMT_YUV420P, kWidth, true)}}});
     list.push_back(
         {"plane copy",
          "1.0",

@@ -1,5 +1,5 @@
-// What the player is measured against: the same file, demuxed, paced and decoded with the same flags and threads, and
-// nothing done with the pictures. decode_only FILE THREADS SECONDS [DECODERS]
+// The player's figures are ratios to this: the same file, demuxed, paced and decoded with the same flags and threads,
+// and the pictures dropped. decode_only FILE THREADS SECONDS [DECODERS]
 #include <sys/resource.h>
 
 #include <cstdio>

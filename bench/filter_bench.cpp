@@ -1,6 +1,6 @@
-// The chain's own filters beside what they stand for: smoothing beside a copy of the same planes, resizing beside
-// libswscale called directly, rotation by whole quarters beside libyuv, by other angles beside what libswscale takes to
-// scale to the size of the turned picture. Planar 4:2:0 pictures; "ring": more of them in turn than fit the cache;
+// The chain's own filters beside their peers: smoothing beside a copy of the same planes, resizing beside libswscale
+// called directly, rotation by whole quarters beside libyuv, by other angles beside libswscale's scaling to the size of
+// the rotated picture. Planar 4:2:0 pictures; "ring": more of them in turn than fit the cache;
 // "warm": one.
 //
 //   filter_bench [rounds] [best | avx2 | sse4 | scalar] [part of a name]
@@ -21,8 +21,9 @@ extern "C" {
 
 #include "Contest.h"
 #include "base/AlignedBuffer.h"
-#include "filters/FilterChain.h"
+#include "base/PictureLayout.h"
 #include "filters/FilterDeInterlace.h"
+#include "filters/FilterPicture.h"
 #include "filters/FilterResize.h"
 #include "filters/RotateFilter.h"
 
@@ -30,12 +31,13 @@ namespace {
 
 using corvane::AlignedBuffer;
 using corvane::bench::Figures;
+using Size = corvane::PictureSize;
 using QMRX::Filter::FilterArgs;
 using QMRX::Filter::Picture;
 
 constexpr uint32_t kMostWidth = 1920;
 constexpr uint32_t kMostHeight = 1080;
-constexpr uint32_t kMostTurned = 2240;    // a side of the box around a turned one
+constexpr uint32_t kMostTurned = 2240;    // a side of the box around a rotated one
 constexpr int kRing = 8;
 
 struct Buffers {
@@ -45,14 +47,8 @@ struct Buffers {
 
 using Job = corvane::bench::Contest<Buffers>;
 
-struct Size {
-    uint32_t width, height;
-};
-
 Picture Over(uint8_t* memory, Size size) {
-    Picture picture{};
-    corvane::FillPicture(picture, memory, corvane::RowBytes(PF_I420, size.width), size.height, PF_I420);
-    return picture;
+    return corvane::RecordOf(corvane::LayOut(memory, corvane::RowBytes(PF_I420, size.width), size, PF_I420));
 }
 
 template <class Filter>
@@ -111,22 +107,20 @@ std::function<void(const Buffers&)> Scaling(Size from, Size to, int flag) {
     };
 }
 
-// The filter turns what lies in its own buffer, so there is one for each picture of the ring.
+// The filter rotates the picture in its own buffer, so there is one filter for each picture of the ring.
 Job Turning(Size from, int angle) {
     using Filters = std::map<const uint8_t*, std::unique_ptr<corvane::RotateFilter>>;
-    Size to{};
-    corvane::RotateFilter(angle).OutputSize(from.width, from.height, &to.width, &to.height);
+    const Size to = corvane::RotateFilter(angle).OutputSize(from);
     const auto ours = [=, filters = std::make_shared<Filters>()](const Buffers& b) {
         std::unique_ptr<corvane::RotateFilter>& filter = (*filters)[b.source];
         if (filter == nullptr) {
             filter = std::make_unique<corvane::RotateFilter>(angle);
-            uint8_t* buffer = nullptr;
-            uint32_t stride = 0;
-            if (filter->Allocate(from.width, from.height, PF_I420, &buffer, &stride) < 0)
+            const corvane::PictureView lent = filter->Lend(from, PF_I420);
+            if (!lent)
                 std::abort();
-            std::memcpy(buffer, b.source, corvane::PictureBytes(PF_I420, from.width, from.height));
+            std::memcpy(lent.plane[0], b.source, corvane::PictureBytes(PF_I420, from.width, from.height));
         }
-        filter->Rotate(b.out, corvane::RowBytes(PF_I420, to.width), PF_I420, to.width, to.height);
+        filter->Rotate(corvane::LayOut(b.out, corvane::RowBytes(PF_I420, to.width), to, PF_I420));
     };
     const auto libyuv = [=](const Buffers& b) {
         const Picture source = Over(b.source, from);

@@ -1,6 +1,6 @@
-// How long a viewer waits who switches a camera on: from the input of the first key frame of a new channel (buffer 1
-// ms, one decoder thread, no B-frames) to its picture in memory or on its window, beside opening a decoder and decoding
-// the same frame alone. In turn, in one process; the channel may take 2 ms more.
+// The time until a new channel shows its first picture: from the input of the first key frame (buffer 1 ms, one decoder
+// thread, no B-frames) to the picture in memory or on the window, beside opening a decoder and decoding the same frame
+// alone. In turn, in one process; the channel may take 2 ms more.
 extern "C" {
 #include <libavcodec/avcodec.h>
 }
@@ -83,7 +83,7 @@ double ThroughChannel(void* instance, const Bytes& bytes, uint32_t window) {
     Corvane_SetBufferTime(channel, 1);
     Corvane_SetChannelOption(channel, 48, 1, 0);
     Corvane_StartChannel(channel, 1);
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));    // its threads and its way to the window are there
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));    // its threads run, and the window is known
     const MediaFrameHeader header = corvane::test::VideoHeader(CORVANE_STREAM_H264, bytes, true, 1'000'000);
     const auto start = Time::now();
     Corvane_InputEncodedMediaFrame(channel, &header);

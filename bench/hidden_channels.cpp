@@ -1,6 +1,6 @@
-// What channels cost that nobody sees: four of 1280x720 at 25 pictures/s, shown, with unmapped windows, with presenting
-// switched off, and paused (started, but nothing is fed), beside as many decoders alone, fed likewise. Processor time
-// of the process by itself.
+// The cost of channels that are not visible: four of 1280x720 at 25 pictures/s, shown, with unmapped windows, with
+// presenting switched off, and paused (started, but nothing is fed), beside as many decoders alone with the same input.
+// Processor time of the process only.
 extern "C" {
 #include <libavcodec/avcodec.h>
 }

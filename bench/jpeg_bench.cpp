@@ -1,4 +1,4 @@
-// The JPEG encoder beside libjpeg-turbo: 1920x1080, 4:2:0, one thread, whole streams out of planes, over a ring of
+// The JPEG encoder beside libjpeg-turbo: 1920x1080, 4:2:0, one thread, whole streams from planes, over a ring of
 // pictures larger than the cache. The same luma and chroma tables on both sides, so that sizes and quality are alike.
 #include <algorithm>
 #include <cmath>
@@ -106,7 +106,7 @@ std::vector<float> Areas(uint32_t colour, uint32_t seed) {
     return level;
 }
 
-// With the noise of a sensor: little in a photograph, much in a noisy one.
+// With the noise of a sensor: little in the photograph, much in the noisy picture.
 Picture Make(Kind kind, uint32_t seed) {
     std::mt19937 random(seed);
     std::normal_distribution<float> noise(0, kind == Kind::Noisy ? 6 : kind == Kind::Photograph ? 1 : 0.01f);
@@ -190,7 +190,7 @@ int main(int argc, char** argv) {
         for (size_t i = 0; i < ring.size(); ++i)    // each begins at another row
             for (auto& plane : ring[i].planes)
                 std::rotate(plane.begin(), plane.begin() + static_cast<ptrdiff_t>(plane.size() / 34 * i), plane.end());
-        for (const auto& [quality, label] : {std::pair{25u, "75"}, {10u, "90"}}) {    // what the peer calls 75 and 90
+        for (const auto& [quality, label] : {std::pair{25u, "75"}, {10u, "90"}}) {    // 75 and 90 of the peer
             bench::Contest<Picture> contest{name,
                                             "",
                                             [q = quality](const Picture& p) { Ours(p, q); },

@@ -1,6 +1,7 @@
-// What a window that changes its size all the time costs a channel at 25 pictures a second: how many pictures come to
-// the window, the longest gap between two of them, and the longest call that a client makes meanwhile (settings, taking
-// the after-display callback away, taking the window away, the end of the channel). Both renderers; nothing is decoded.
+// A channel at 25 pictures a second in a window that changes its size all the time: how many pictures come to the
+// window, the longest gap between two of them, and the longest call of a client during that time (settings,
+// removing the after-display callback, removing the window, the end of the channel). Both renderers; nothing is
+// decoded.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -33,7 +34,7 @@ double Ms(Clock::duration time) {
     return std::chrono::duration<double, std::milli>(time).count();
 }
 
-// The pictures that came to the window; each once, however often it was put.
+// The pictures that came to the window, each counted once.
 struct Puts {
     void Add(const MediaFrameImpl* frame) {
         const auto now = Clock::now();
@@ -54,7 +55,7 @@ struct Puts {
 };
 Puts* counted;
 
-// Both renderers as they are, with their passes counted.
+// Both real renderers, with their passes counted.
 template <typename Renderer>
 using Relayed = test::RelayingRenderer<Renderer>;
 template <typename Renderer>
@@ -119,7 +120,7 @@ void Run(const test::XServer& server, uint32_t flags, uint16_t width, uint16_t h
         const auto start = Clock::now();
         for (; feeds; ++fed) {
             const FramePtr frame = test::MakeFrame(CORVANE_STREAM_H264, {1}, true, fed * kPicture.count());
-            present.Measure("", [&] { manager->PresentFrame(frame, picture.frame, true); });
+            present.Measure("", [&] { manager->PresentFrame(frame, picture.Picture(), true); });
             std::this_thread::sleep_until(start + (fed + 1) * kPicture);
         }
     });

@@ -1,9 +1,9 @@
 // Stills of a channel of 1920x1080 that plays at 25 pictures/s in a window: the exported call in four formats beside
-// what a user would do with the same planes, in the same process while the same channel plays, 10 times a second each:
-// convert by the faster of libyuv and libswscale into new memory behind a header (6: BMP of 24 bits, 7: of 32 bits),
-// encode by libjpeg-turbo with the same divisors (8), copy (11). Ours also finds the picture and waits for the
-// decoder's lock. A picture is delayed when it is presented more than 20 ms later than its time and the smallest delay
-// of the run say.
+// the same work on the same planes without the library, in the same process while the same channel plays, 10 times a
+// second each: conversion by the faster of libyuv and libswscale into new memory after a header (6: BMP of 24 bits, 7:
+// of 32 bits), encoding by libjpeg-turbo with the same divisors (8), a copy (11). The exported call also finds the
+// picture and waits for the decoder's lock. A picture is delayed when it is presented more than 20 ms later than its
+// time and the smallest delay of the run imply.
 //
 // still_bench [SECONDS]: of each of the runs, which take turns twice.
 extern "C" {
@@ -38,7 +38,7 @@ using Time = std::chrono::steady_clock;
 
 constexpr int kWidth = 1920, kHeight = 1080, kStepMs = 40;
 constexpr size_t kPixels = size_t{kWidth} * kHeight, kBmpHeader = 54;
-constexpr uint32_t kQuality = 25;    // what libjpeg calls 75
+constexpr uint32_t kQuality = 25;    // 75 of libjpeg
 constexpr std::chrono::milliseconds kBetweenStills(100);
 constexpr double kLateMs = 20;
 

@@ -42,10 +42,13 @@ Scaling::Run Ours(Size from, Size to, int bytes) {
         const ptrdiff_t step = ptrdiff_t{from.width} * bytes;
         const bool bottomUp = bytes == 3;
         const auto size = [](int side) { return static_cast<uint32_t>(side); };
-        const bool done = corvane::kernels::Stretch(
-            {bottomUp ? b.source + (from.height - 1) * step : b.source, bottomUp ? -step : step, 0, 0, size(from.width),
-             size(from.height), size(bytes)},
-            {b.out, ptrdiff_t{to.width} * 4, size(to.width), size(to.height), 0, 0, size(to.width), size(to.height)});
+        const corvane::ConstPictureView source{{bottomUp ? b.source + (from.height - 1) * step : b.source},
+                                               {bottomUp ? -step : step},
+                                               {size(from.width), size(from.height)},
+                                               bytes == 3 ? PF_BGR24 : PF_BGRA32};
+        const corvane::PictureView out{
+            {b.out}, {ptrdiff_t{to.width} * 4}, {size(to.width), size(to.height)}, PF_BGRA32};
+        const bool done = corvane::kernels::Stretch(source, out, out.Bounds());
         if (!done)
             std::abort();
     };

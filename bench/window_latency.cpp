@@ -1,5 +1,5 @@
-// How long a user waits: from an exposure of a window to the picture being there again, and for the stop and the
-// deletion of one of sixteen playing channels.
+// The time from an exposure of a window to its picture, and the time of the stop and the deletion of one of sixteen
+// playing channels.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Memory with pages on both sides that cannot be touched: a client's buffer that stands exactly at one of its ends.
+// Memory between two pages that cannot be accessed: a client's buffer lies exactly at one of its ends.
 #pragma once
 
 #include <sys/mman.h>

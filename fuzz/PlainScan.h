@@ -1,6 +1,5 @@
-// The scans of a JPEG stream in their plainest form: a block after the other out of single samples, the plain kernel, a
-// call of the packer for each code and one for each value. What the encoder writes must be the same bytes, failures
-// included.
+// The scans of a JPEG stream in their plainest form: one block after the other from single samples, the plain kernel, a
+// call of the packer for each code and one for each value. The encoder must write the same bytes, also where it fails.
 #pragma once
 
 #include <algorithm>

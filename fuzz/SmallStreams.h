@@ -1,5 +1,4 @@
-// Two pictures of 32 x 32 pixels, made once with ordinary encoders: what the call fuzzer feeds when it wants to feed
-// well.
+// Two pictures of 32 x 32 pixels, made with ordinary encoders: the valid input of the call fuzzer.
 #pragma once
 
 #include <cstdint>

@@ -49,7 +49,7 @@ private:
     int m_calls = 0;
 };
 
-// One server for all runs. Where none can be started the windows are dead ones, which the library must bear as well.
+// One server for all runs. Where none can be started the ids name no windows, which the library must handle as well.
 struct Screen {
     corvane::test::XServer server;
     corvane::test::XClient client{server.Display()};
@@ -66,9 +66,9 @@ struct Filter final : QMRX::Filter::IFilter {
     int32_t Process(QMRX::Filter::FilterArgs* args) override;
 };
 
-// Two instances of one channel each, whose callbacks stop, delete and release what belongs to the other. A thread needs
-// the claim of a side to use or to end it, and does nothing where another thread holds it. A real client has a lock
-// there.
+// Two instances of one channel each, whose callbacks stop, delete and release channel and instance of the other. A
+// thread uses or ends a side only while it holds the claim of that side, and does nothing where another thread holds
+// it. A real client has a lock there.
 struct Duel {
     struct Side {
         Duel* duel = nullptr;
@@ -76,7 +76,7 @@ struct Duel {
         void *instance = nullptr, *channel = nullptr;
         std::atomic<bool> claimed{false};
     } sides[2];
-    std::atomic<uint8_t> orders{0};    // two bits a side: what its callbacks do
+    std::atomic<uint8_t> orders{0};    // two bits a side: the actions of its callbacks
 
     void Begin();
     void Act(Side& side);
@@ -189,7 +189,7 @@ void Duel::Act(Side& side) {
 }
 
 void Duel::Feed(uint8_t how) {
-    if (sides[0].duel == nullptr)    // most runs do without: threads are dear here
+    if (sides[0].duel == nullptr)    // most runs have none: threads take long here
         Begin();
     orders = how >> 4;
     for (Side& side : sides) {
@@ -319,7 +319,7 @@ void World::Window(void* channel, uint8_t how) {
     Corvane_SetChannelOption(channel, 11, reinterpret_cast<uint64_t>(&area), 63);
 }
 
-// What the owner of the windows does. Nothing waits for the server.
+// The actions of the windows' owner. None waits for the server.
 void World::Owner(uint8_t how) {
     xcb_connection_t* const xcb = TheScreen().client.Xcb();
     std::atomic<xcb_window_t>& window = windows[how % kWindows];

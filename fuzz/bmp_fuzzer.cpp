@@ -1,4 +1,4 @@
-// Decodes the input as a BMP file; what comes out is written as one and must come back the same.
+// Decodes the input as a BMP file, writes the picture as another one, and compares the picture read from that.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -10,7 +10,7 @@ namespace {
 
 using namespace corvane;
 
-// Headers may ask for a quarter of a gigabyte of black: such inputs find nothing more and take longer.
+// Headers may ask for a quarter of a gigabyte of black; such inputs take longer and find nothing more.
 bool Small(const uint8_t* data, size_t size) {
     if (size < 26)
         return true;
@@ -31,14 +31,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Raster picture;
     if (!Small(data, size) || ReadBmp({data, size}, picture) != Status::Ok)
         return 0;
-    const RasterView& view = picture.View();
-    std::vector<uint8_t> file(BmpBytes(view.width, view.height));
+    const PictureView& view = picture.View();
+    std::vector<uint8_t> file(BmpBytes(view.size.width, view.size.height));
     WriteBmp(view, file.data());
     Raster again;
     if (ReadBmp(file, again) != Status::Ok || again.View().Bounds() != view.Bounds())
         std::abort();
-    for (uint32_t y = 0; y < view.height; ++y)
-        if (std::memcmp(view.data + y * view.step, again.View().data + y * again.View().step, view.width * 4) != 0)
+    for (uint32_t y = 0; y < view.size.height; ++y)
+        if (std::memcmp(view.Row(y), again.View().Row(y), view.size.width * 4) != 0)
             std::abort();
     return 0;
 }

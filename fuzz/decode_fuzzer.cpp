@@ -3,13 +3,15 @@
 //   byte 0   bits 0-2 codec, bits 3-4 threads less one, bit 5 backward play, bit 6 all frames are key frames
 //   byte 1   bits 0-2 audio channels less one; bit 7: cut at every 64 bytes and not at stated lengths
 //
-// Then frames, each behind two bytes: 15 bits of length, and the high bit set for a key frame.
+// Then frames, each after two bytes: 15 bits of length, and the high bit set for a key frame.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <vector>
 
+#include "base/Limits.h"
+#include "decoders/AccessUnitAssembler.h"
 #include "decoders/AudioDecoderHolder.h"
 #include "decoders/VideoDecoderHolder.h"
 
@@ -27,7 +29,7 @@ void Require(bool holds) {
         std::abort();
 }
 
-// The ends of the rows of the current picture: what stands there is where a wrong size would show.
+// Reads the ends of the rows of the current picture, where a wrong size is an access out of bounds.
 void ReadPicture(const DecodedFrame& frame) {
     uint32_t sum = 0;
     for (int plane = 0; plane < 3; ++plane) {
@@ -39,6 +41,16 @@ void ReadPicture(const DecodedFrame& frame) {
     }
     volatile uint32_t sink = sum;
     static_cast<void>(sink);
+}
+
+// Units of backward play come newest first. `last` is the place of the input of the one before.
+void CheckUnits(AccessUnitAssembler& assembler, AccessUnitAssembler::Unit unit, int64_t& last) {
+    for (; unit.input != nullptr; unit = assembler.Next()) {
+        Require(unit.input->ArrivedAt() > last);
+        last = unit.input->ArrivedAt();
+        for (uint32_t i = 0; i < limits::kPicturePadding; ++i)
+            Require(unit.encoded.data[unit.encoded.size + i] == 0);
+    }
 }
 
 }    // namespace
@@ -54,6 +66,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     video.SetThreads(threads);
     video.Reset((data[0] & 0x20) != 0);
     std::vector<uint8_t> pcm(4096);
+    AccessUnitAssembler backward(true);
+    int64_t lastUnit = -1;
     for (size_t at = 2; at < size;) {
         size_t length = std::min<size_t>(64, size - at);
         bool key = at == 2;
@@ -82,6 +96,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             Require(bytes <= pcm.size());
             continue;
         }
+        frame->SetArrival(static_cast<int64_t>(at));
+        CheckUnits(backward, backward.Add(frame), lastUnit);
         uint32_t got = 0;
         const int32_t result = video.Decode(frame, &got);
         FramePtr input;
@@ -92,5 +108,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (got != 0)
             ReadPicture(video.CurrentFrame());
     }
+    CheckUnits(backward, backward.Finish(), lastUnit);
     return 0;
 }

@@ -1,6 +1,6 @@
 // Pictures of random options and requests through the JPEG encoder twice, fast and plain: the same bytes, the same
-// failures. Everything of the client's (planes, output, comment, the encoder's own memory) ends or begins where memory
-// does; without requests the planes are no larger than what may be read of them.
+// failures. Each memory of the client (planes, output, comment, the encoder's memory) ends or begins at a page that
+// cannot be accessed; without requests the planes have no byte more than may be read.
 //
 // Input: 24 bytes of options; as many bytes of requests as the 16th of them says, three a request; then samples, over
 // and over.
@@ -60,7 +60,7 @@ public:
         PlacePlanes(data + kOptions + m_requests, size - kOptions - m_requests);
     }
 
-    // What came out, failures included; nothing where the options are refused.
+    // The output, failures included; nothing where the options are refused.
     std::vector<uint8_t> Run(bool plain) {
         static const Fenced output(1 << 14), taken(1 << 14);
         m_now = m_options;
@@ -180,7 +180,7 @@ private:
     const uint8_t* m_data;
     size_t m_requests;    // bytes of them
     JPEGEncOptions m_options{};
-    JPEGEncOptions m_now{};    // what requests made of them, as far as they count here
+    JPEGEncOptions m_now{};    // the options after the requests, as far as they count here
     uint64_t m_planes[3] = {};
     uint32_t m_room = 0;
     uint32_t m_commentSize = 0;

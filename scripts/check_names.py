@@ -1,7 +1,10 @@
 #!/usr/bin/env python3
 """Fails when a name in backticks in the documents is not in the code: words like CamelCase, m_member and CORVANE_NAME as
 words of the code without its comments, Class::Method as a member of that class, files and folders as such. In indented
-blocks, where the paths of frames and stills are listed, each Class::Method is checked."""
+blocks, where the paths of frames and stills are listed, each Class::Method is checked.
+
+No variable, member or function of the C++ code is declared in snake_case, but for the syntax elements of ITU-T H.264 and
+names of public headers and of interfaces of others."""
 import pathlib
 import re
 import sys
@@ -14,12 +17,16 @@ NOT_IN_TREE = re.compile(r"/|build/|out/|PREFIX/|(tree|package|play|shaken)/")
 # Names of other people's code.
 FOREIGN = {"Debug", "Release", "Xvfb"}
 
+# Syntax elements that decoders/H264Syntax.h does not declare, and what the standard asks of a mutex.
+SNAKE = {"profile_idc", "chroma_format_idc", "slice_type", "try_lock", "try_lock_until", "lock_shared", "unlock_shared"}
+SYNTAX = root / "src/decoders/H264Syntax.h"
+
 literal_or_comment = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])+\'', re.S)
 sources = {}
 for folder in CODE:
     for file in (root / folder).rglob("*"):
         if file.suffix in (".h", ".c", ".cpp"):
-            sources[file] = literal_or_comment.sub(" ", file.read_text())
+            sources[file] = literal_or_comment.sub(lambda found: " " + "\n" * found[0].count("\n"), file.read_text())
         elif file.name == "CMakeLists.txt" or file.suffix in (".cmake", ".sh", ".py"):
             sources[file] = file.read_text()
 words = set(re.findall(r"\w+", "\n".join(sources.values())))
@@ -84,5 +91,29 @@ for document in DOCUMENTS:
             count += 1
             if missing(name):
                 faults.append(f"{document.relative_to(root)}:{number}: no {name} in the tree")
+# A type, then a name; in structured bindings several names.
+DECLARED = re.compile(r"""(?:\b(?:auto|int|bool|char|float|double|unsigned|void|\w+_t|[A-Z]\w*)|>)[\s&*]+(?:const\s+)?
+                          ([a-z]\w*_\w+)\s*(?=[=;,:){\[(])""", re.X)
+BINDINGS = re.compile(r"\bauto\s*&{0,2}\s*\[([^\]]*)\]")
+
+
+def declared(code):
+    """Each name in snake_case that `code` declares, and where; m_ and a type's _t are no part of a name."""
+    for found in DECLARED.finditer(code):
+        yield found[1], found.start(1)
+    for found in BINDINGS.finditer(code):
+        for name in re.findall(r"\w+", found[1]):
+            yield name, found.start()
+
+
+syntax = {name for name, _ in declared(sources[SYNTAX])}
+for file, code in sources.items():
+    if file.suffix not in (".h", ".cpp") or "include" in file.relative_to(root).parts:
+        continue
+    for name, at in declared(code):
+        plain = re.sub(r"^m_|_t$|^static_assert$", "", name)
+        if "_" in plain and name not in SNAKE and name not in syntax:
+            faults.append(f"{file.relative_to(root)}:{code[:at].count(chr(10)) + 1}: {name} is not in camelCase")
+
 print("\n".join(faults) or f"{count} names in documents are those of the tree")
 sys.exit(bool(faults or count == 0))

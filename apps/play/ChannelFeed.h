@@ -1,5 +1,5 @@
-// One channel of the library and the way of the stream into it, with a place of its own in the reel: all that one
-// camera is to the player. Used on the main thread; the callbacks run on the channel's threads.
+// One channel of the library, fed from its own place in the reel; the player has one for each camera. Used on the main
+// thread; the callbacks run on the channel's threads.
 #pragma once
 
 #include <atomic>
@@ -15,8 +15,9 @@
 
 class ChannelFeed {
 public:
-    // `view`: where it shows; null: into memory. `sheet`: gets its pictures in memory; may be null. Both outlive the
-    // channel. `delay`: seconds that it lags behind, so that the cameras of a wall do not beat in time.
+    // `view`: where the channel is shown; null: in memory. `sheet`: gets its pictures in memory; may be null. Both
+    // outlive the channel. `delay`: seconds by which its pictures come later, so that the cameras of a wall are not in
+    // step.
     ChannelFeed(const Options& options, Reel& reel, ChannelView* view, ContactSheet* sheet, double delay)
         : m_options(options), m_reel(reel), m_view(view), m_sheet(sheet), m_delay(delay) {}
     ~ChannelFeed() { Delete(); }
@@ -26,7 +27,7 @@ public:
     // Makes and starts the channel. `wallStart`: seconds since 1970 of the stream's first picture. False with the
     // reason in `error`.
     bool Open(void* instance, const MediaSource& source, int64_t wallStart, std::string& error);
-    // Nothing more will be fed: what waits for the buffer to fill comes out. At the stream's pace, as all that waits.
+    // No more frames follow: those that wait for the buffer to fill come out, at the stream's pace.
     void EndBuffering();
     void Stop();
     void Delete();

@@ -9,7 +9,7 @@
 namespace {
 
 constexpr uint32_t kMargin = 8;    // pixels left, right and below; the text lies above
-// Pixels of the area that stands for the whole picture while no overview is shown. Any size would do; a large one makes
+// Pixels of the area that stands for the whole picture while no overview is shown. Any size works; a large one makes
 // the selected part exact.
 constexpr int32_t kExact = 1 << 14;
 constexpr double kMiddle[] = {0.25, 0.75};

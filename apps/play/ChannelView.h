@@ -1,5 +1,5 @@
-// How one channel shows in its window: zoom, overview, margins, deinterlacing, kind of scaling. What changes something
-// tells it in a few words for the status line, empty when nothing did.
+// The view of one channel in its window: zoom, overview, margins, deinterlacing, kind of scaling. Functions that change
+// the view return a few words on the change for the status line, empty where nothing changed.
 #pragma once
 
 #include <atomic>
@@ -18,7 +18,7 @@ public:
     uint32_t Id() const { return m_id; }
     const Box& Place() const { return m_place; }
 
-    // What the channel is made with: its window and its text.
+    // Adds the window and the text callback to the settings of the channel.
     void Prepare(ChannelSettings& settings);
     void SetChannel(void* channel);
     void* Channel() const { return m_channel; }
@@ -67,5 +67,5 @@ private:
     bool m_overview = false;
     uint32_t m_scaling = 1;    // clean at every size; the nearest sample drops lines
     RubberBand m_overviewFrame{0xA0A0A0};
-    RubberBand m_partFrame{0xFFD040};    // what is zoomed into, in the overview
+    RubberBand m_partFrame{0xFFD040};    // the selected part, in the overview
 };

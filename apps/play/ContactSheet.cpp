@@ -69,7 +69,7 @@ void ContactSheet::Offer(const uint8_t* data, uint32_t width, uint32_t height, u
     if (m_cells.size() == kCells) {
         if (!m_adapts)
             return;
-        for (size_t i = 0; i < kCells / 2; ++i)    // keep every other one and go on at half the density
+        for (size_t i = 0; i < kCells / 2; ++i)    // keep every other cell and go on at half the density
             m_cells[i] = std::move(m_cells[2 * i]);
         m_cells.resize(kCells / 2);
         m_stepMs *= 2;

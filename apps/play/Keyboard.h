@@ -1,4 +1,4 @@
-// What the keys of the X server's keyboard mean. Used on the thread of its connection.
+// The symbols of the keys of the X server's keyboard. Used on the thread of its connection.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@ struct xcb_connection_t;
 
 class Keyboard {
 public:
-    // Asks the server; again when it tells that the mapping has changed.
+    // Asks the server; to be called again when the server reports a change of the mapping.
     void Read(xcb_connection_t* connection);
     // The first symbol on the key that is of Latin 1 or a function key, so that keys work under other scripts too. 0:
     // none.

@@ -42,7 +42,7 @@ uint32_t TypeOf(AVCodecID codec) {
     }
 }
 
-// The bitstream filter that brings a container's form of the codec into the plain stream form.
+// The bitstream filter that converts a container's form of the codec into the plain stream form.
 const char* FilterFor(AVCodecID codec) {
     switch (codec) {
     case AV_CODEC_ID_H264:

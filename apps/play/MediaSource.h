@@ -24,8 +24,8 @@ public:
     virtual uint32_t Width() const = 0;         // pixels
     virtual uint32_t Height() const = 0;
     virtual double PixelAspect() const = 0;    // width of a pixel over its height
-    // What stands in front of each payload (MediaFrameHeader.headerSize): empty, or the mark of interlaced pictures,
-    // where the container knows of it. MPEG-4 and JPEG streams bring a mark of their own.
+    // The bytes in front of each payload (MediaFrameHeader.headerSize): none, or the mark of interlaced pictures, where
+    // the container signals them. MPEG-4 and JPEG streams contain a mark of their own.
     virtual std::span<const uint8_t> FrameHeader() const = 0;
     virtual double DurationSeconds() const = 0;    // 0 when unknown
     virtual const char* CodecName() const = 0;
@@ -34,6 +34,6 @@ public:
 
     // The next picture, valid until the next call. False at the end.
     virtual bool Next(EncodedPicture& picture) = 0;
-    // Back to the start; times go on rising. False where the source cannot.
+    // Goes back to the start; times go on rising. False where the source cannot do it.
     virtual bool Rewind() = 0;
 };

@@ -113,6 +113,32 @@ int Mistake(std::string_view what, std::string_view where) {
     return 2;
 }
 
+// Whether `word` asks for a text, after which the program ends. Prints it.
+bool PrintsText(std::string_view word) {
+    if (word == "--help" || word == "-h") {
+        std::fputs(kHelp, stdout);
+        return true;
+    }
+    if (word != "--version")
+        return false;
+    uint8_t version[4] = {};
+    Corvane_GetVersionInfo(&version[0], &version[1], &version[2], &version[3]);
+    std::printf("corvane-play, libcorvane %d.%d.%d.%d\n", version[0], version[1], version[2], version[3]);
+    return true;
+}
+
+// The exit code for options that do not go together, else 0.
+int CheckTogether(const Options& options) {
+    if (options.input.empty())
+        return Mistake("name a file or a URL", "");
+    if (options.headless && (options.window != 0 || options.wall > 1 || !options.screenshot.empty()))
+        return Mistake("there is no window to show or to save with", "--headless");
+    if (!options.headless &&
+        (!options.contactSheet.empty() || options.kind != CORVANE_PICTURE_BGRA32 || options.bottomUp))
+        return Mistake("contact sheet and format are for pictures in memory: add", "--headless");
+    return 0;
+}
+
 }    // namespace
 
 bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
@@ -148,16 +174,8 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
     exitCode = 0;
     for (int i = 1; i < argc; ++i) {
         const std::string_view word = argv[i];
-        if (word == "--help" || word == "-h") {
-            std::fputs(kHelp, stdout);
+        if (PrintsText(word))
             return false;
-        }
-        if (word == "--version") {
-            uint8_t version[4] = {};
-            Corvane_GetVersionInfo(&version[0], &version[1], &version[2], &version[3]);
-            std::printf("corvane-play, libcorvane %d.%d.%d.%d\n", version[0], version[1], version[2], version[3]);
-            return false;
-        }
         if (word == "--headless") {
             options.headless = true;
         } else if (word == "--quiet") {
@@ -180,12 +198,6 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
         if (exitCode != 0)
             return false;
     }
-    if (options.input.empty())
-        exitCode = Mistake("name a file or a URL", "");
-    else if (options.headless && (options.window != 0 || options.wall > 1 || !options.screenshot.empty()))
-        exitCode = Mistake("there is no window to show or to save with", "--headless");
-    else if (!options.headless &&
-             (!options.contactSheet.empty() || options.kind != CORVANE_PICTURE_BGRA32 || options.bottomUp))
-        exitCode = Mistake("contact sheet and format are for pictures in memory: add", "--headless");
+    exitCode = CheckTogether(options);
     return exitCode == 0;
 }

@@ -134,8 +134,8 @@ void Player::Wait(double seconds) {
         std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
 
-// What waits when the stream has ended comes out at its own pace, as long as that takes. The last picture of a channel
-// may never be shown, in a hidden window or on a server that stands still: it gets a second.
+// Frames that wait at the end of the stream come out at the stream's pace. The last picture of a channel may never be
+// shown, in a hidden window or by a stopped server, so the player waits a second for it.
 void Player::Drain(const std::atomic<bool>& stop) {
     constexpr double kLastPicture = 1;    // seconds
     for (const auto& feed : m_feeds)
@@ -192,7 +192,7 @@ void Player::TakeScreenshot(bool atEnd) {
         m_status.Complain(error);
 }
 
-// Of the channel that a key asks for, and of the first one from time to time until one fails.
+// Saves the picture of the channel under a key press, and that of the first channel from time to time until one fails.
 void Player::SaveStills() {
     std::string error;
     if (ChannelView* const wanted = m_wall ? m_wall->TakeStillWish() : nullptr)

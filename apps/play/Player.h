@@ -22,20 +22,20 @@ public:
     // Plays to the end, or until `stop` is set. False with the reason in `error`.
     bool Run(const std::atomic<bool>& stop, std::string& error);
 
-    // Writes what the options ask for. False with the reason in `error`.
+    // Writes the files that the options ask for. False with the reason in `error`.
     bool Finish(std::string& error);
 
 private:
     bool Open(std::string& error);
     bool OpenFeeds(std::string& error);
     void Play(const std::atomic<bool>& stop);
-    // Attends to the window and to what is due by now. False when the play is to end.
+    // Handles the window's events and feeds the frames that are due. False when the play is to end.
     bool GoesOn(const std::atomic<bool>& stop);
     void Wait(double seconds);
     void Drain(const std::atomic<bool>& stop);
     void SaveStills();
     bool SaveStill(void* channel, std::string& error);
-    // By key, or when it is time for the one of the options.
+    // By key, or at the time that the options give.
     void TakeScreenshot(bool atEnd);
     void PrintStatus(bool last);
     std::vector<Figures> AllFigures() const;
@@ -55,5 +55,5 @@ private:
     Wall::State m_state = Wall::State::Playing;
     bool m_screenshotTaken = false;    // the one of the options
     double m_nextStill = 0;            // seconds of the stream
-    std::string m_mistake;             // of what the options asked for while playing
+    std::string m_mistake;             // of a file that the options ask for while playing
 };

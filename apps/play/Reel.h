@@ -1,6 +1,6 @@
 // The pictures of one source in memory, demuxed once for any number of channels that play it, each at its own place.
-// Holds what lies between the first and the last of them, so an endless stream costs no more than a short one. One
-// thread.
+// Holds the pictures from the place of the last channel to that of the first, so an endless stream takes no more memory
+// than a short one. One thread.
 #pragma once
 
 #include <cstdint>
@@ -20,10 +20,10 @@ public:
     // `turns` times through the source, and at most `seconds` of it, 0 all. The source outlives the reel.
     Reel(MediaSource& source, uint32_t turns, double seconds) : m_source(source), m_turns(turns), m_seconds(seconds) {}
 
-    // Picture `number`, from 0 on, read when nobody has asked for it before; valid until Forget passes it. Null behind
-    // the end.
+    // Picture `number`, from 0 on, read from the source at the first call for it; valid until Forget passes it. Null
+    // after the end.
     const Picture* At(uint64_t number);
-    // Nobody asks for a picture below `number` any more.
+    // Frees the pictures below `number`, which are not needed any more.
     void Forget(uint64_t number);
 
 private:

@@ -1,4 +1,4 @@
-// Owns what xcb hands out.
+// Owns memory that xcb allocated.
 #pragma once
 
 #include <cstdlib>

@@ -10,7 +10,7 @@ namespace {
 
 using Fields = std::vector<std::pair<const char*, std::string>>;
 
-// A number as JSON wants it, whatever the locale.
+// A number in the form of JSON, in every locale.
 std::string Text(double value, int digitsBehind = 3) {
     std::array<char, 64> digits;
     const auto [end, error] =

@@ -1,4 +1,4 @@
-// What was measured, as one JSON object.
+// The measurements as one JSON object.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// A frame, around what a mouse drags for one: four thin windows, since nobody but the library draws on its windows.
+// A frame, as around the rectangle that a mouse drags: four thin windows, since only the library draws on its windows.
 #pragma once
 
 #include "Window.h"

@@ -105,7 +105,7 @@ uint64_t LeftOf(const ChannelStatistics& s) {
 }
 
 uint64_t WaitingOf(const ChannelStatistics& s) {
-    // One reading can see a picture further on than the one before it did.
+    // A picture may have moved on to another counter between two readings.
     const uint64_t ended = ShownOf(s) + NotShownOf(s);
     return s.queueFrames + (CommittedOf(s) > ended ? CommittedOf(s) - ended : 0);
 }

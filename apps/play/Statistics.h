@@ -1,5 +1,5 @@
-// What is measured of one channel: the counters of the library, and what only who plays can tell of the pictures that
-// were shown.
+// The measurements of one channel: the counters of the library, and figures on shown pictures that only the player can
+// take.
 #pragma once
 
 #include <cstdint>
@@ -47,11 +47,11 @@ uint64_t ShownOf(const ChannelStatistics& counters);
 // Decoded pictures that are to be shown, and those of them that were not.
 uint64_t CommittedOf(const ChannelStatistics& counters);
 uint64_t NotShownOf(const ChannelStatistics& counters);
-// Frames that ended without a picture on the screen or in the callback, but for those that nobody wants shown.
+// Frames that ended without a picture on the screen or in the callback, but for those that are not to be shown.
 uint64_t LostOf(const ChannelStatistics& counters);
 // Taken and not accounted for: they wait in the queue, are being decoded, or may still be shown.
 uint64_t LeftOf(const ChannelStatistics& counters);
-// Taken and still on their way: in the queue, or between the decoder and what shows them.
+// Taken and still in progress: in the queue, or between decoder and window or callback.
 uint64_t WaitingOf(const ChannelStatistics& counters);
 
 // A few words on one of CORVANE_CAUSE_*.

@@ -1,5 +1,5 @@
-// One line on the terminal that is written over and over, and short notices of what has changed. Where standard error
-// is no terminal only the notices and the last line are written, each on a line of its own.
+// One line on the terminal that is rewritten all the time, and short notices of changes. Where standard error is no
+// terminal only the notices and the last line are written, each on a line of its own.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ public:
     explicit StatusLine(bool quiet);
 
     void Start(double now);
-    // Shows what has changed; stays for a while.
+    // Shows a notice of a change for a while.
     void Notice(const std::string& text);
     // Whether it is time for a line: the figures for it need not be asked for otherwise.
     bool Due(double now) const;

@@ -1,5 +1,5 @@
-// One window with the views of one or several channels, and the hand that works them: keys and the mouse act on the
-// channel under the pointer. One channel fills the window; several have windows of their own inside it, in a grid.
+// One window with the views of one or several channels, and their control: keys and the mouse act on the channel under
+// the pointer. One channel fills the window; several have windows of their own inside it, in a grid.
 #pragma once
 
 #include <memory>
@@ -25,12 +25,12 @@ public:
     size_t Count() const { return m_views.size(); }
     ChannelView& View(size_t index) { return *m_views[index]; }
 
-    // Does what has come since, and tells where that leads. Lost and Ended stay.
+    // Handles the events since the last call and returns the state that they lead to. Lost and Ended are final.
     State Attend();
-    // Sleeps until there is something to attend to, or at most `seconds`.
+    // Sleeps until there are events, or at most `seconds`.
     void Wait(double seconds) const { m_window->Wait(seconds); }
 
-    // What the hand has asked for since: each once.
+    // The requests of the user since the last call, each reported once.
     std::string TakeNotice() { return std::exchange(m_notice, {}); }
     bool TakeScreenshotWish() { return std::exchange(m_screenshotWanted, false); }
     ChannelView* TakeStillWish() { return std::exchange(m_stillWanted, nullptr); }

@@ -46,7 +46,7 @@ std::unique_ptr<Window> Window::Follow(uint32_t id, std::string& error) {
 
 Window::~Window() {
     if (m_connection != nullptr)
-        xcb_disconnect(m_connection);    // takes a window of our own along
+        xcb_disconnect(m_connection);    // destroys a window of our own
 }
 
 bool Window::Connect(std::string& error) {
@@ -236,7 +236,7 @@ void Window::ToggleFullScreen() {
 
 void Window::AskManager() {
     constexpr uint32_t kToggle = 2;
-    constexpr uint32_t kApplication = 1;    // who asks
+    constexpr uint32_t kApplication = 1;    // the source of the request
     xcb_client_message_event_t message{};
     message.response_type = XCB_CLIENT_MESSAGE;
     message.format = 32;

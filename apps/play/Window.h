@@ -1,4 +1,4 @@
-// The player's window: one that it opens, or somebody else's that it follows; and windows inside it. Its own connection
+// The player's window: its own, or that of another program, which it follows; and windows inside it. Its own connection
 // to the X server, used on one thread.
 #pragma once
 

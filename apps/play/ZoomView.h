@@ -14,10 +14,10 @@ public:
     bool Whole() const { return Factor() <= 1; }
     double Factor() const { return 1 / (m_shown.right - m_shown.left); }
 
-    // All three take places as shares of what is shown now, and tell whether anything changed.
-    // Shows what was dragged, in any direction, widened to the picture's proportions; no further than 32 times.
+    // All three take places as shares of the part that is shown, and return whether anything changed.
+    // Shows the dragged rectangle, in any direction, widened to the picture's proportions; at most 32 times enlarged.
     bool To(double x1, double y1, double x2, double y2);
-    // `factor` times as large; what lies at (x, y) stays there as far as the picture reaches.
+    // Enlarges by `factor`; the point at (x, y) stays in its place as far as the edges of the picture allow.
     bool At(double x, double y, double factor);
 
     // The view before the last To, or the whole picture.

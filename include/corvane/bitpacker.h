@@ -28,18 +28,18 @@
  *   PB_Release(&packer);
  *
  * UNITS OF OUTPUT. Bytes written since the last PB_UpdateByteCount (the commit) are the current unit, PB_GetEncBytes of
- * them; room for more is what is free less these. Committed bytes of a pool wait for the reader; a linear buffer is used
+ * them; the room left is the free bytes less these. Committed bytes of a pool wait for the reader; a linear buffer is used
  * up from front to back until PB_SetNewBuf or PB_FlushPool starts it again.
  *
  * RESULTS. 0 is success and PB_FAILED failure, unless the text says that a value is returned. A null object, a null
  * record or a null address is PB_FAILED (all ones also where 64 bits are returned), never a crash; releasing null is no
  * failure. Any other pointer that PB_Initial did not give is undefined. No call throws, aborts or prints.
  *
- * NO ROOM. A linear write that does not fit fails and writes nothing. In a pool the writer calls
- * FullCallback(FullContext) on its own thread, which waits in its own way until the reader has had a chance, and looks
- * again; the write fails when a result is not 0, when RetryLimit calls were made (the last one is not followed by another
- * look), and at once while the object is stopped or RetryLimit is 0. A bit field that fails for room has moved the
- * partial byte (PB_GetSymbol, PB_GetBitPosition) all the same: go back to a bookmark, or give the unit up.
+ * NO ROOM. A linear write that does not fit fails and writes nothing. In a pool the writer calls FullCallback(FullContext)
+ * on its own thread, which may wait until the reader has taken bytes, and tries again; the write fails when a result is not
+ * 0, after RetryLimit calls (there is no try after the last one), and at once while the object is stopped or RetryLimit is
+ * 0. A bit field that fails for room has moved the partial byte (PB_GetSymbol, PB_GetBitPosition) nevertheless: go back to
+ * a bookmark, or discard the unit.
  *
  * THREADS. An object has one writer, and in pool modes one reader beside it; a linear object has only its writer. Objects
  * share nothing. Thread words used below:
@@ -47,8 +47,8 @@
  *   [reader]  the reading thread, also while the writer writes.
  *   [any]     any thread at any time between PB_Initial and PB_Release.
  * The count of free bytes is changed by both sides, atomically and with LockCallback and UnlockCallback around each change
- * (and around the reader's place), so that a client may tie it to something of its own; null callbacks are enough for
- * the packer itself. Callbacks run on the thread of the call, with no other lock held, and may call [reader] and
+ * (and around changes of the reader's position), for clients that protect data of their own with the same lock; the packer
+ * itself needs no callbacks. Callbacks run on the thread of the call, with no other lock held, and may call [reader] and
  * [any] exports.
  *
  * LIMITS. A pool or a buffer has at most 2^31 bytes (linear: 2^32 - 1). PB_GetBytes does not compare its count with what
@@ -73,7 +73,7 @@ extern "C" {
 /* The result of a call that failed. */
 #define PB_FAILED ((uint32_t)0xFFFFFFFFu)
 
-/* Not 0: give the write up. */
+/* A result other than 0 makes the write fail. */
 typedef uint32_t (*PBFullCallback)(uint32_t context);
 typedef void (*PBLockCallback)(uint32_t context);
 
@@ -106,10 +106,10 @@ CORVANE_API uint32_t PB_Initial(void** object, const PBInitial* initial);
  * or `*object` is no failure. No thread may be inside a call with it. [writer] */
 CORVANE_API uint32_t PB_Release(void** object);
 
-/* Makes `buffer` of `size` bytes the output and starts at its front; the bookmark, a partial byte and whatever was not
- * read are gone. The buffer stays the client's and must outlive its use. PB_FAILED, with only the bookmark gone: a null
- * `buffer` with a size, and in pool modes a size that is not a power of two, 0 included. Not beside the reader.
- * [writer] */
+/* Makes `buffer` of `size` bytes the output and starts at its front; the bookmark, a partial byte and bytes that were not
+ * read are gone. The client owns the buffer and keeps it as long as it is the output. PB_FAILED, with only the bookmark
+ * gone: a null `buffer` with a size, and in pool modes a size that is not a power of two, 0 included. Not beside the
+ * reader. [writer] */
 CORVANE_API uint32_t PB_SetNewBuf(void* object, void* buffer, uint32_t size);
 
 /* Forgets all bytes of buffer or pool, the partial byte and the bookmark, and ends a stop. Not beside the reader.
@@ -151,8 +151,8 @@ CORVANE_API uint32_t PB_SpliceAlignOneBits(void* object);
  * PB_FAILED: no room, modes 5 and 6, mode 2 while stopped. [writer] */
 CORVANE_API uint32_t PB_SpliceStuffing(void* object);
 
-/* Takes back the k = PB_GetCurrAddr mod 8 bytes behind the last place divisible by 8 and returns them, the first in the
- * top byte; 0 when k is 0. For encoders that go on in words of their own. The unit's byte count falls by k modulo 2^32:
+/* Takes back the k = PB_GetCurrAddr mod 8 bytes after the last place divisible by 8 and returns them, the first in the
+ * top byte; 0 when k is 0. For encoders that continue in words of their own. The unit's byte count falls by k modulo 2^32:
  * below 0 where the bytes were committed already. [writer] */
 CORVANE_API uint64_t PB_GetUnAlignBytes(void* object);
 
@@ -177,7 +177,7 @@ CORVANE_API uint32_t PB_GotoBookmark(void* object);
  * taken, see LIMITS. PB_FAILED: linear modes, more than the pool's size, null `destination` with a count. [reader] */
 CORVANE_API uint32_t PB_GetBytes(void* object, void* destination, uint32_t count);
 
-/* Returns how many committed bytes lie in the buffer: in a pool, what can be read. [any] */
+/* Returns how many committed bytes lie in the buffer; in a pool, as many can be read. [any] */
 CORVANE_API uint32_t PB_GetFullness(void* object);
 
 /* ---- State --------------------------------------------------------------------------------------------------------- */

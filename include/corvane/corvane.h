@@ -3,7 +3,7 @@
  *
  * LIFE CYCLE. Corvane_Initial makes an instance, Corvane_CreateChannel a channel on it, Corvane_StartChannel starts the
  * channel's worker, Corvane_InputEncodedMediaFrame feeds it, Corvane_StopChannel and Corvane_DeleteChannel end it,
- * Corvane_Release ends the instance and whatever the client forgot on it. The whole loop:
+ * Corvane_Release ends the instance with all channels that are still on it. The whole loop:
  *
  *     void* instance = NULL;
  *     void* channel = NULL;
@@ -20,7 +20,7 @@
  *
  * STATUS. Every export returns one of the Status_* words below. Failure is a negative number when the word is read as
  * int32_t. No export throws or aborts. The library prints nothing; libavcodec may print a line on standard error for
- * damaged input, which no setting of a decoder silences; a host that minds calls av_log_set_level.
+ * damaged input, which no setting of a decoder silences; a host can silence it with av_log_set_level.
  *
  * HANDLES. Instances and channels are opaque pointers. A null handle is Status_InvalidArgument; a handle that was
  * deleted or never came from this library is undefined. The client must not delete a channel while another of its own
@@ -42,15 +42,15 @@
  *   picture             render thread   complete        Status_Failed                 complete
  *   on-screen text      render thread   complete        Status_Failed                 complete
  *   after display       render thread   complete        Status_Failed                 complete
- *   still overlay       who asked       complete        Status_Failed                 complete
+ *   still overlay       the caller's    complete        Status_Failed                 complete
  *
  * Corvane_InputEncodedMediaFrame on a channel that blocks when full (option 42 given as 0) does not block inside a
  * callback; it returns Status_QueueFull there. Of two channels whose callbacks stop or delete each other at the same
  * moment one is refused with Status_Failed.
- * Pointers given to a callback are valid until it returns. After Corvane_StopChannel returned no stream-info callback
- * and no filter call runs; after Corvane_DeleteChannel returned no callback at all. Registering a picture,
- * after-display or still-overlay callback, and removing a filter, waits for a running call of what goes, so that its context may be
- * freed; from inside a callback it does not wait.
+ * Pointers given to a callback are valid until it returns. After Corvane_StopChannel has returned, no stream-info
+ * callback and no filter call runs; after Corvane_DeleteChannel has returned, no callback at all. Registering a picture,
+ * after-display or still-overlay callback waits for a running call of the callback that it replaces, and removing a
+ * filter for a running call of that filter, so that the old context may be freed. Inside a callback they do not wait.
  *
  * WINDOWS. A window is an X11 window id on $DISPLAY, given as uintptr_t. The application makes, shows, moves and
  * destroys it; it may belong to another process and lie inside any toolkit's window. The library talks to the
@@ -63,12 +63,13 @@
  * margins, whatever its proportions. Visuals of depth 16, 24, 30 and 32.
  *
  * RENDERERS. The default renderer takes the decoder's planes, scales and converts them once into the window's image and
- * lays on-screen text over picture and margins: black in text is transparent, the wall clock does not bring text about
- * (bit 0 of option 45 has no effect), margins are black, the insets of an overview do not apply. Flags 0x0002, 0x0010
- * and 0x0100 choose the plain renderer, which draws text on the margins only (over the picture too with 0x0008), fills
- * them with the background, and knows the fixed border. Where the default renderer cannot go on (the server is gone, no
- * memory for its surfaces) the plain one takes its place for good, and the stream-info callback gets code 9 once for the
- * life of the channel; with flag 0x0004 it stays, and pictures are lost until it can go on, which only the statistics tell.
+ * lays on-screen text over picture and margins: black in text is transparent, a new second of the wall clock does not call
+ * the text callback (bit 0 of option 45 has no effect), margins are black, the insets of an overview do not apply. Flags
+ * 0x0002, 0x0010 and 0x0100 choose the plain renderer, which draws text on the margins only (over the picture too with
+ * 0x0008), fills them with the background, and knows the fixed border. Where the default renderer cannot go on (the server
+ * is gone, no memory for its surfaces) the plain one takes its place until the channel is deleted, and the stream-info
+ * callback gets code 9 once; with flag 0x0004 it stays, and pictures are lost until it can go on, which only the statistics
+ * report.
  *
  * NOTHING APPEARS. A call that returns Status_Ok has queued a frame; what comes of it shows later.
  * Corvane_GetChannelStatistics says what became of every frame, and `lastCause` why the last one without a picture had
@@ -95,8 +96,8 @@
  *
  * WHAT THE LIBRARY DOES TO YOUR PROCESS. Nothing beyond memory, threads and the connection to the X server: no
  * signal handler, no locale, no environment, no working directory, no descriptor left open, and no output of its
- * own. Its threads block all signals but those of their own faults. Exhausted memory
- * becomes Status_OutOfMemory where it is told, and a lost picture on the library's own threads.
+ * own. Its threads block all signals but those of their own faults. Without memory an export returns
+ * Status_OutOfMemory, and a thread of the library loses the picture at hand.
  *
  * COLOURS. By default all conversion to RGB is full-range BT.601, whatever the stream signals, so that a change of
  * renderer never changes the colours. A stream in limited range shows black as 16. (16 bits a pixel have a matrix of
@@ -139,7 +140,7 @@ extern "C" {
 #define Status_WrongChannelType ((uint32_t)0x80000001u)
 /* An allocation failed. Nothing was done; the call may be tried again. */
 #define Status_OutOfMemory ((uint32_t)0x80000002u)
-/* A required pointer is null or a value cannot stand. Mend the call. */
+/* A required pointer is null or a value is not allowed. Correct the call. */
 #define Status_InvalidArgument ((uint32_t)0x80000003u)
 /* Unknown option, unknown kind, or a function that this version does not have. */
 #define Status_NotSupported ((uint32_t)0x80000004u)
@@ -346,7 +347,7 @@ enum {
     CORVANE_START_WAITING = 1             /* the waiting state takes the place of the last picture */
 };
 
-/* Bits of option 45: what brings on-screen text about when it changes; text on a redraw comes in any case. */
+/* Bits of option 45: the changes that call the on-screen-text callback. A redraw always calls it. */
 enum {
     CORVANE_TEXT_WALL_CLOCK = 1,       /* its second; no effect with the default renderer */
     CORVANE_TEXT_FRAME = 2,            /* the second of the frame's timeSeconds */
@@ -424,8 +425,8 @@ typedef struct ObjectRecord {
  * caller may reuse everything as soon as the call returns. Fields named reserved are carried along and not read.
  *
  * A frame of video holds one picture; H.264 and H.265 in Annex B form. Parameter sets may also come in frames of their
- * own, and so may the two fields of an H.264 picture: what comes first waits for the rest. A picture goes by one record:
- * its own, not that of parameter sets in front of it; of two fields the first one's.
+ * own, and so may the two fields of an H.264 picture: the first frames wait for the last. The record of a picture is that
+ * of its own frame, not that of parameter sets in front of it; of two fields it is the record of the first.
  */
 typedef struct MediaFrameHeader {
     const uint8_t* data;          /*   0 headerSize frame header bytes, then the payload; may be null when both sizes are 0 */
@@ -557,8 +558,8 @@ typedef struct OsdInfo {
 
 /*
  * On-screen text, on the render thread: the client draws on the window, over the picture, or with the plain renderer on
- * the picture's margins. When it is called is chosen by option 45; what it draws stays until the next call. A channel
- * without a window that plays is called too, with the size of the picture, unless it has the plain renderer.
+ * the picture's margins. Option 45 chooses when the callback is called; the text stays until the next call. A playing
+ * channel without a window calls it too, with the size of the picture, unless the channel has the plain renderer.
  */
 typedef void (*CorvaneOsdCallback)(void* context, OsdInfo* info);
 
@@ -593,8 +594,8 @@ typedef struct AfterDisplayRecord {
 } AfterDisplayRecord;
 
 /*
- * After each pass of presenting that was due, on the render thread: a picture that is new, or is drawn anew, whether
- * something was put or not. Only a pass on which the renderer failed has none.
+ * Called on the render thread after each pass of presenting, of a new picture or a redraw, also where nothing was put on
+ * a window. Not called after a pass in which the renderer failed.
  */
 typedef void (*CorvaneAfterDisplayCallback)(void* context, const AfterDisplayRecord* record);
 
@@ -651,30 +652,30 @@ typedef struct QueueState {
 
 /* `lastCause` of ChannelStatistics: why a frame brought no picture. */
 enum {
-    CORVANE_CAUSE_NONE = 0,               /* every frame so far brought one, or is on its way */
+    CORVANE_CAUSE_NONE = 0,               /* every frame so far brought one, or is in progress */
     /* At the call and in the queue. */
     CORVANE_CAUSE_QUEUE_FULL = 1,
     CORVANE_CAUSE_MEDIA_MODE = 2,         /* option 13 excludes its class */
-    CORVANE_CAUSE_TIMES_DO_NOT_RISE = 3,  /* it waits in a queue that buffers, and its time did not fill the queue */
+    CORVANE_CAUSE_TIMES_DO_NOT_RISE = 3,  /* it waits in a queue that buffers, to which its time added nothing */
     CORVANE_CAUSE_EMPTIED = 4,            /* it waited when the channel was stopped, or the queue emptied by option 31 */
-    CORVANE_CAUSE_LATE = 5,               /* dropped with the queued time that decoding or presenting was behind */
+    CORVANE_CAUSE_LATE = 5,               /* dropped from the queue, since decoding or presenting was late */
     CORVANE_CAUSE_THINNED = 6,            /* left out by Corvane_SetDisplayMode */
     CORVANE_CAUSE_OUT_OF_MEMORY = 7,      /* or an exception of a client's callback on the worker */
     /* In the decoder. */
     CORVANE_CAUSE_NO_DECODER = 8,         /* none for its type or vendor, or it could not be made */
-    CORVANE_CAUSE_NO_KEY_FRAME = 9,       /* it depends on frames of which none came since start, loss or change of size */
+    CORVANE_CAUSE_NO_KEY_FRAME = 9,       /* no key frame has come since the start, a loss or a change of size */
     CORVANE_CAUSE_NO_START_CODE = 10,     /* no start code, but lengths, as in containers */
     CORVANE_CAUSE_WRONG_TYPE = 11,        /* the payload is of another type than streamType says */
     CORVANE_CAUSE_DAMAGED = 12,           /* the decoder could not read it */
     CORVANE_CAUSE_SIZE = 13,              /* it announces a picture larger than the library takes */
     CORVANE_CAUSE_DECODER_STUCK = 14,     /* the decoder stopped answering and was dropped; a key frame brings another */
     CORVANE_CAUSE_HELD_BACK = 15,         /* its picture comes with a later frame, or it is not a whole picture */
-    CORVANE_CAUSE_NO_PICTURE = 16,        /* the decoder took it and it brought nothing */
-    /* On the way to what shows it. */
+    CORVANE_CAUSE_NO_PICTURE = 16,        /* the decoder accepted it and gave no picture */
+    /* After the decoder. */
     CORVANE_CAUSE_NOT_FOR_DISPLAY = 17,   /* the stream says so */
     CORVANE_CAUSE_NO_BUFFER = 18,         /* no renderer had room for the picture, or no memory */
     CORVANE_CAUSE_NOT_ROTATABLE = 19,     /* the picture callback's format cannot be rotated */
-    CORVANE_CAUSE_REPLACED = 20,          /* a newer picture came before the render thread took it, or playing ended */
+    CORVANE_CAUSE_REPLACED = 20,          /* a newer picture, or the end of playing, came before it was shown */
     CORVANE_CAUSE_BUSY = 21,              /* the X server had not read the picture before, or the window kept changing */
     CORVANE_CAUSE_NO_WINDOW = 22,         /* there is neither a window nor a picture callback */
     CORVANE_CAUSE_HIDDEN = 23,            /* the window cannot be drawn on: not mapped, destroyed, too large, all margin */
@@ -755,7 +756,7 @@ typedef struct PictureBuffer {
     uint8_t* data;            /* 16 */
 } PictureBuffer;
 
-/* What a display call tells of its picture, 48 bytes. */
+/* What a display call reports about its picture, 48 bytes. */
 typedef struct DisplayFrameInfo {
     uint32_t clientWidth;        /*  0 out: inside of the channel's window in pixels; without one, size of the surface */
     uint32_t clientHeight;       /*  4 */
@@ -800,11 +801,12 @@ CORVANE_API uint32_t Corvane_InitialEx(void** instance, CorvaneStreamInfoCallbac
                                        uint32_t flags, uint32_t background);
 
 /*
- * Ends *instance with every channel still on it and sets *instance to null; a null *instance is fine. Handles of those
- * channels die with it. Status_InvalidArgument: instance is null. Status_Failed: called from a callback of one of its
- * channels, or from one that a channel of it is waiting for, as when two callbacks release each other's instances; or a
- * release of it is at work already; nothing was done. Status_OutOfMemory: nothing was done. From its beginning on
- * Corvane_CreateChannel is refused. Blocks as Corvane_DeleteChannel does, for each channel. [any*]
+ * Ends *instance with every channel still on it and sets *instance to null; a null *instance is no error. Handles of those
+ * channels are then invalid.
+ * Status_InvalidArgument: instance is null, or *instance the handle of a channel; nothing was done. Status_Failed, and
+ * nothing was done: called from a callback of one of its channels, or from a callback that one of its channels waits
+ * for, as when two callbacks release each other's instances; or another release of it is running. Status_OutOfMemory: nothing was done. As soon as a release
+ * runs Corvane_CreateChannel is refused. Blocks as Corvane_DeleteChannel does, for each channel. [any*]
  */
 CORVANE_API uint32_t Corvane_Release(void** instance);
 
@@ -816,7 +818,7 @@ CORVANE_API uint32_t Corvane_SetFlags(void* instance, ...);
 CORVANE_API uint32_t Corvane_GetFlags(void* instance, ...);
 CORVANE_API uint32_t Corvane_GetCapabilities(void* instance, ...);
 
-/* Functions that this version does not have: return Status_NotSupported and look at nothing. [any] */
+/* Functions that this version does not have: return Status_NotSupported and read no argument. [any] */
 CORVANE_API uint32_t Corvane_SetQueueEmptyNotify(void* channel, ...);
 CORVANE_API uint32_t Corvane_RegisterVAStreamInfoCallback(void* channel, ...);
 CORVANE_API uint32_t Corvane_SetVAStreamEffectParam(void* channel, ...);
@@ -828,22 +830,25 @@ CORVANE_API uint32_t Corvane_SetAudioSamplesPerCalc(void* channel, ...);
 /*
  * Makes a live channel, stopped, with its render thread. `settings` may be null: no window, all defaults. The record is
  * copied. On success *channel is a handle that lives until Corvane_DeleteChannel or Corvane_Release; it is written before
- * any callback runs. On failure *channel is unchanged and nothing is left behind.
- * Status_InvalidArgument: instance or channel is null. Status_DecodeOnlyInstance. Status_OutOfMemory. Status_Failed: no
- * thread could be started, or the instance is being released. Does not block. [any]
+ * any callback runs. On failure *channel is unchanged and no thread or memory remains.
+ * Status_InvalidArgument: instance or channel is null, or instance the handle of a channel. Status_DecodeOnlyInstance.
+ * Status_OutOfMemory. Status_Failed: no thread could be started, or the instance is being released. Does not block.
+ * [any]
  */
 CORVANE_API uint32_t Corvane_CreateChannel(void* instance, void** channel, const ChannelSettings* settings);
 
 /*
- * Stops and destroys *channel and sets *channel to null. A handle that this instance does not know does nothing and is
- * cleared all the same.
- * Status_InvalidArgument: instance or channel is null. Status_Failed: called from a callback of this channel; nothing
- * was done. Blocks for a running decode, at most 20 ms more, and for a client callback that is running. [any*]
+ * Stops and destroys *channel and sets *channel to null. Where *channel is no channel of this instance it is only set to
+ * null.
+ * Status_InvalidArgument: instance or channel is null, or instance the handle of a channel; nothing was done.
+ * Status_Failed: called from a callback of this channel; nothing was done. Blocks for a running decode, at most 20 ms
+ * more, and for a client callback that is running. [any*]
  */
 CORVANE_API uint32_t Corvane_DeleteChannel(void* instance, void** channel);
 
 /*
- * Starts the worker. `options`: 0, or CORVANE_START_WAITING. A started channel stays as it is but for that bit. Waits for the end of a stop in progress.
+ * Starts the worker. `options`: 0, or CORVANE_START_WAITING, which is all that happens on a channel that was started
+ * already. Waits for the end of a stop in progress.
  * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_Failed: no thread could be started; or the
  * call came from a callback while the channel is being stopped or deleted. Status_OutOfMemory. [any]
  */
@@ -919,7 +924,8 @@ CORVANE_API uint32_t Corvane_SetBufferTime(void* channel, uint32_t milliseconds)
 
 /*
  * Chooses the frames that are decoded: all (0), key frames only (1), or without some H.264 temporal layers, of which 2
- * leaves out the fewest and 8 all; see CORVANE_DISPLAY_*. 1 takes effect after one more frame, going back at the next key frame. Values above 8 do nothing.
+ * leaves out the fewest and 8 all; see CORVANE_DISPLAY_*. 1 takes effect after one more frame, its end with the next key
+ * frame. Values above 8 are ignored.
  * Status_InvalidArgument: channel is null. Status_WrongChannelType. [any]
  */
 CORVANE_API uint32_t Corvane_SetDisplayMode(void* channel, uint32_t mode);
@@ -940,10 +946,10 @@ CORVANE_API uint32_t Corvane_GetChannelStatistics(void* channel, ChannelStatisti
 /* ---- Pictures in memory -------------------------------------------------------------------------------------------- */
 
 /*
- * Hands every picture of the channel to `callback` from now on, in place of a window, for good; a null callback has
- * pictures made and dropped. `kind`: CORVANE_PICTURE_BGR24 (3), _BGRA32 (4) or _I420 (11); non-zero
- * `bottomUp` with 3 and 4: PF_BGR24_FLIP, PF_BGRA32_FLIP. A slow callback delays pictures, not decoding; what it
- * misses is lost. A row or column more than an even number stays 0, see the pixel formats.
+ * From now on, and until the channel is deleted, every picture goes to `callback` and not to a window; with a null
+ * callback pictures are made and dropped. `kind`: CORVANE_PICTURE_BGR24 (3), _BGRA32 (4) or _I420 (11); non-zero
+ * `bottomUp` with 3 and 4: PF_BGR24_FLIP, PF_BGRA32_FLIP. A slow callback delays pictures, not decoding;
+ * pictures that it misses are lost. The last row and column of odd sizes stay 0, see the pixel formats.
  * Status_InvalidArgument: channel is null. Status_NotSupported: kind (tested before the type). Status_WrongChannelType.
  * Status_OutOfMemory. Waits for a running call of the callback that it replaces, not from inside any callback. [any]
  */
@@ -958,7 +964,8 @@ CORVANE_API uint32_t Corvane_RegisterRawDataCallback(void* channel, CorvanePictu
 CORVANE_API uint32_t Corvane_SetRawDataCallbackSize(void* channel, uint32_t width, uint32_t height);
 
 /*
- * Calls `callback` after each pass of presenting. Status_InvalidArgument: channel or callback is null. Status_WrongChannelType.
+ * Calls `callback` after each pass of presenting.
+ * Status_InvalidArgument: channel or callback is null. Status_WrongChannelType.
  * Waits for a running call of the callback that it replaces, not from inside any callback. [any]
  */
 CORVANE_API uint32_t Corvane_RegisterAfterDisplayCallback(void* channel, CorvaneAfterDisplayCallback callback,
@@ -973,19 +980,19 @@ CORVANE_API uint32_t Corvane_UnregisterAfterDisplayCallback(void* channel);
  * Writes a still into *picture. `flags` is of CORVANE_STILL_*; the first of these that is set decides:
  *   ENCODED (0x2)  the encoded payload of the picture that was decoded last (of two fields the first), with the size that
  *                  its frame states
- *   FORMAT (0x4)   that picture in the still format of bits 16 to 31: CORVANE_STILL_AS(CORVANE_PICTURE_JPEG), say. Formats
- *                  of pixels have rows without padding, the bottom row last; see the table at CORVANE_PICTURE_*
+ *   FORMAT (0x4)   that picture in the still format of bits 16 to 31, as in CORVANE_STILL_AS(CORVANE_PICTURE_JPEG). Pixel
+ *                  formats have rows without padding, the bottom row last; see the table at CORVANE_PICTURE_*
  *   BMP24 (0x1)    as FORMAT with CORVANE_PICTURE_BMP_BGR24 (6)
  *   none of these  what the channel's window shows now, as a BMP file of 32 bits a pixel, bottom-up, 54 bytes of header.
  *                  Parts of the window that other windows cover, or that lie off the screen, come from what the channel
  *                  drew last
- * With CALLERS_BUFFER (0x8) picture->data is the caller's, picture->size bytes; otherwise it is cleared and allocated here, to be released by
- * Corvane_FreePicture.
+ * With CALLERS_BUFFER (0x8) picture->data is memory of the caller, picture->size bytes; otherwise the call allocates it, to
+ * be released by Corvane_FreePicture.
  * The still has the size that the frame states, else the decoded size; it runs no client filter, no rotation and no
  * smoothing. What is not written of odd sizes (see the pixel formats) is 0. Without padding, a colour row has
  * w / 2 samples, rounded down (PF_NV12: w bytes), and planes follow each other at once; what is left of w x h x 3 / 2
- * bytes, rounded up, is 0. What the still overlay (option 56) draws is laid over formats 6, 8 and 11, and over 0x1. While the channel is
- * stopped and has a logo the still is the logo, in formats of 32 bits a pixel (4, 7, 14).
+ * bytes, rounded up, is 0. The still overlay (option 56) is laid over formats 6, 8 and 11, and over 0x1. While the channel
+ * is stopped and has a logo, the still is the logo, in formats of 32 bits a pixel (4, 7, 14).
  * Status_InvalidArgument: a pointer is null, also picture->data with 0x8; unknown format. Status_WrongChannelType.
  * Status_Failed: no picture yet; stopped without a logo, or with one and another format; for the window: none, nothing to
  * be read, or no answer within a second. Status_BufferTooSmall: picture is unchanged. Status_OutOfMemory. Blocks for a
@@ -1012,7 +1019,7 @@ CORVANE_API uint32_t Corvane_GetCurrentDisplay(void* channel, struct _cairo* dev
 /* As Corvane_GetCurrentDisplay, with the selection of Corvane_GetZoomedSnapShot. [any] */
 CORVANE_API uint32_t Corvane_GetZoomedDisplay(void* channel, struct _cairo* deviceContext, DisplayFrameInfo* info);
 
-/* Frees picture->data and clears it; null data is fine. Status_InvalidArgument: picture is null. Status_Ok. [any] */
+/* Frees picture->data and sets it to null; null is no error. Status_InvalidArgument: picture is null. Status_Ok. [any] */
 CORVANE_API uint32_t Corvane_FreePicture(PictureBuffer* picture);
 
 /* ---- Filters and rotation ------------------------------------------------------------------------------------------- */

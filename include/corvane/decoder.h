@@ -15,11 +15,12 @@ namespace corvane {
 // One encoded payload, 16 bytes. The bytes at `data` start 16-byte aligned and are followed by at least 32 zero bytes;
 // they live until the call returns.
 //
-// A video unit is what the client fed, which may be damaged, empty or of another type, with two exceptions for H.264,
-// H.265 (both with start codes, Annex B) and MPEG-4 Visual. What came without a picture of its own (parameter sets,
-// supplemental information, delimiters, filler, the end of a sequence) stands in front of the next picture, up to 64
-// KiB of it. Two complementary fields of H.264 that came apart are one unit, and `type_or_count` is that of the first.
-// A field whose other half never comes is left out, until a stream proves to have single fields only.
+// A video unit is the payload of one frame of the client, which may be damaged, empty or of another type, with two
+// exceptions for H.264, H.265 (both with start codes, Annex B) and MPEG-4 Visual. Frames without a picture (parameter
+// sets, supplemental information, delimiters, filler, the end of a sequence) are put in front of the next picture, up to
+// 64 KiB of them. Two complementary fields of H.264 in two frames are one unit, whose `type_or_count` is that of the
+// first. A field whose second field does not follow is dropped; after a few of these in a row each field of the
+// stream is a unit.
 struct EncodedUnit {
     const uint8_t* data;
     uint32_t size;             // bytes
@@ -36,7 +37,7 @@ struct DecodedFrame {
     void* owner;               // filled by ShareFrame only: keeps the pixels alive
     void (*add_ref)(void*);    // takes a reference on owner
     void (*release)(void*);    // drops a reference on owner
-    uint64_t reserved[2];      // copied along, never read
+    uint64_t reserved[2];      // copied, never read
 };
 
 class DecoderContext {

@@ -1,7 +1,7 @@
 // filter.h: client filters, objects that the picture chain of a channel runs on every picture before it is shown.
 //
-// A filter is inserted with Corvane_InsertFilter and removed with Corvane_RemoveFilter; the client owns it and may
-// delete it when it was removed from every channel: Corvane_RemoveFilter waits for a running call. Filters run on the
+// A filter is inserted with Corvane_InsertFilter and removed with Corvane_RemoveFilter, which waits for a running call
+// of the filter. The client owns it, and may delete it after it was removed from every channel. Filters run on the
 // channel's worker thread, in the order of insertion, on I420 pictures of the size that the renderer asked for. C++17.
 #ifndef CORVANE_FILTER_H
 #define CORVANE_FILTER_H
@@ -41,7 +41,8 @@ public:
     virtual bool WorksInPlace() const { return false; }
 
     // Reads the whole source and writes the whole destination; both are I420 of the same size. Negative on failure: the
-    // rest of the chain is skipped and the picture shows what its buffer held. An exception counts as -1.
+    // rest of the chain is skipped, and the picture has the bytes that its buffer held before. An exception counts as
+    // -1.
     virtual int32_t Process(FilterArgs* args) = 0;
 };
 

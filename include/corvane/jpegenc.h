@@ -38,13 +38,12 @@
  * EncodingHeight rows). Missing columns of the last blocks repeat the last pixel, missing rows the last row. The first
  * chroma byte lies (InputWidth / 2) x (VertOffset / 2) + HorzOffset / 2 bytes (4:2:2: x VertOffset) from the plane's
  * start, in integer divisions: with an odd InputWidth that is a whole number of rows only for VertOffset 0 (4:2:0: or
- * 1). Values are full-range BT.601 as JPEG files have them, or whatever the client says of its files: the encoder does
- * not look.
+ * 1). Samples are written as they are; readers of JPEG files take them as full-range BT.601.
  *
- * FAILED PICTURES. When the output is full, a pool's callback gives up or JPEGEnc_Quit was called, JPEGEnc_OneFrame fails and
- * EncodedBytes is 0. Bytes of the broken picture are pending then: throw them away with JPEGENC_FLUSH, which also ends a
- * quit, or with JPEGENC_OUTPUT. JPEGENC_CONTINUE alone lets writing go on behind them, which helps only at a byte
- * boundary, since a picture does not begin inside a byte.
+ * FAILED PICTURES. When the output is full, a pool's callback gives up or JPEGEnc_Quit was called, JPEGEnc_OneFrame fails
+ * and EncodedBytes is 0. Bytes of the broken picture are pending then: throw them away with JPEGENC_FLUSH, which also ends
+ * a quit, or with JPEGENC_OUTPUT. After JPEGENC_CONTINUE alone the next picture is written after them, which works only at
+ * a byte boundary, since a picture does not begin inside a byte.
  *
  * THREADS. An encoder is used by one thread at a time; encoders share nothing. With a pool (PackerMode 2, 4, 6) one other
  * thread may drain it meanwhile. A picture can be taken only after it was committed as a whole, so a pool must hold the
@@ -154,10 +153,10 @@ CORVANE_API uint32_t JPEGEnc_QueryMemSize(const JPEGEncOptions* options);
 
 /* Makes an encoder in `Memory` (which is zeroed) or in memory of its own, and writes it to `*handle`. JPEGENC_FAILED, with
  * null in `*handle` and `Memory` as it was: wrong Version, a value beyond LIMITS, what PB_Initial refuses, no memory, or an
- * encoding range (offset and size) beyond the input, which is also told on standard error. [any] */
+ * encoding range (offset and size) beyond the input, which is also reported on standard error. [any] */
 CORVANE_API uint32_t JPEGEnc_Initial(void** handle, const JPEGEncOptions* options);
 
-/* Encodes one picture behind what the output holds already, and commits it. JPEGENC_FAILED: see FAILED PICTURES; a null plane
+/* Encodes one picture, appends it to the output, and commits it. JPEGENC_FAILED: see FAILED PICTURES; a null plane
  * that would be read; a null or too long comment. Waits only in FullCallback. [writer] */
 CORVANE_API uint32_t JPEGEnc_OneFrame(void* handle, JPEGEncFrame* frame);
 

@@ -26,7 +26,7 @@ uint8_t* Map(size_t whole) {
     void* const mapped = mmap(nullptr, room, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (mapped == MAP_FAILED)
         return nullptr;
-    // What lies around the aligned part goes back.
+    // The pages around the aligned part are released.
     auto* const start = static_cast<uint8_t*>(mapped);
     const size_t before = (kLargePage - reinterpret_cast<uintptr_t>(start) % kLargePage) % kLargePage;
     const size_t used = before + ((whole + kPage - 1) & ~(kPage - 1));

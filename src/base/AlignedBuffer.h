@@ -1,4 +1,4 @@
-// Picture memory: aligned to 64 bytes, zeroed, with spare bytes behind the end for whole-vector access.
+// Picture memory: aligned to 64 bytes, zeroed, with spare bytes after the end for whole-vector access.
 #pragma once
 
 #include <cstddef>
@@ -9,9 +9,9 @@ namespace corvane {
 
 class AlignedBuffer {
 public:
-    // What is kept, if large, has pages of its own, which go back to the system when it is freed. What lives for one
-    // call comes from the allocator, which has written pages at hand: to be given new ones takes three times as long as
-    // to convert a picture into them.
+    // Large memory that is kept has pages of its own, which return to the system when it is freed. Memory for one call
+    // comes from the allocator, whose pages were written before: new pages take three times as long as the conversion
+    // of a picture into them.
     enum class Use : uint8_t { Kept, Brief };
 
     AlignedBuffer() = default;

@@ -1,5 +1,4 @@
-// What a stream says of the colours of its pictures: which luma coefficients its Y, Cb and Cr are made with, and which
-// range they take.
+// The colours that a stream signals for its pictures: the luma coefficients of Y, Cb and Cr, and their range.
 #pragma once
 
 #include <cstdint>

@@ -15,7 +15,7 @@ JoinGuard* waits GUARDED_BY(mutex) = nullptr;
 bool JoinGuard::Reaches(const void* target, const void* waiter) noexcept NO_THREAD_SAFETY_ANALYSIS {
     for (JoinGuard* wait = waits; wait != nullptr; wait = wait->m_next)
         wait->m_reached = false;
-    JoinGuard* last = nullptr;    // waits that were reached and not followed yet, newest first
+    JoinGuard* last = nullptr;    // waits reached and not followed yet, newest first
     for (const void* owner = target; owner != waiter;) {
         for (JoinGuard* wait = waits; wait != nullptr; wait = wait->m_next) {
             if (wait->m_waiter != owner || wait->m_reached)

@@ -1,11 +1,11 @@
-// Refuses to join a thread that waits for the caller. Without it a library thread that asks for its own end, or for the
-// end of a thread that waits for it (directly or over any number of owners), would hang for ever.
+// Refuses to join a thread that waits for the caller. Without this check a library thread that asks for its own end, or
+// for the end of a thread that waits for it (directly or over any number of owners), would never return.
 #pragma once
 
 namespace corvane {
 
 // Lives as long as the wait for a channel's threads. A caller that ends several channels makes all guards first, and
-// keeps them until the last channel has ended. It can then be refused only before it has changed anything.
+// keeps them until the last channel has ended: a refusal then comes before anything has changed.
 class JoinGuard {
 public:
     // `target`: the owner of the threads that are to be joined. A thread of the client is refused only inside a

@@ -1,4 +1,4 @@
-// Every bound of the library that is not told by a format or a standard.
+// Every bound of the library that does not come from a format or a standard.
 #pragma once
 
 #include <cstdint>
@@ -20,10 +20,14 @@ constexpr bool FitsPicture(uint64_t width, uint64_t height) {
 // A picture file in bytes: the largest picture of 4 bytes a pixel and room for its headers.
 inline constexpr uint64_t kMaxPictureFileBytes = 4 * kMaxPicturePixels + (1 << 20);
 
-// Bytes behind the last row of a picture buffer that a kernel may read or write in whole vectors.
+// Bytes after the last row of a picture buffer that a kernel may read or write in whole vectors.
 inline constexpr uint32_t kPicturePadding = 64;
 
 // Frames that a decoder may hold without an answer, beyond one a thread, before it counts as stuck.
 inline constexpr uint32_t kInFlightSlack = 32;
+
+// Frames, and bytes of their blocks, that backward play keeps of a group of pictures until its key frame arrives.
+inline constexpr uint32_t kMaxGopFrames = 1024;
+inline constexpr uint64_t kMaxGopBytes = 64ull << 20;
 
 }    // namespace corvane::limits

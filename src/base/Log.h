@@ -1,4 +1,4 @@
-// Log lines go to a hook of the process, where there is one. Without it a log call costs one load.
+// Log lines go to the hook of the process, if one is set. Without it a log call costs one load.
 #pragma once
 
 #include <atomic>

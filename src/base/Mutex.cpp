@@ -2,9 +2,9 @@
 
 namespace corvane {
 
-// Fairness in two rules. A reader that arrives while a writer waits queues behind it. A writer that leaves admits all
-// readers that waited then, before the next writer gets its turn. So neither side waits for more than one turn of the
-// other.
+// Two rules make the lock fair. A reader that arrives while a writer waits gets the lock after that writer. A writer
+// that leaves admits all readers that wait at that time before the next writer. So each side waits for at most one turn
+// of the other.
 
 bool SharedMutex::try_lock() NO_THREAD_SAFETY_ANALYSIS {
     MutexLock lock(m_mutex);
@@ -21,7 +21,7 @@ bool SharedMutex::LockUntil(std::chrono::steady_clock::time_point deadline) {
     while (m_writer || m_readers != 0 || m_readersToAdmit != 0) {
         if (!inTime) {
             if (--m_waitingWriters == 0)
-                m_changed.NotifyAll();    // readers that queued behind this writer may go
+                m_changed.NotifyAll();    // readers that waited for this writer may go on
             return false;
         }
         if (deadline == std::chrono::steady_clock::time_point::max())

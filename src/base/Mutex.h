@@ -92,11 +92,11 @@ public:
 private:
     bool LockUntil(std::chrono::steady_clock::time_point deadline);
 
-    Mutex m_mutex;                                 // over the counts only, never held while somebody waits for his turn
-    Condition m_changed;                           // somebody's turn may have come
-    uint64_t m_readers GUARDED_BY(m_mutex) = 0;    // that hold the lock
+    Mutex m_mutex;          // guards the counts only, never held while a thread waits for the lock
+    Condition m_changed;    // a waiting thread may get the lock
+    uint64_t m_readers GUARDED_BY(m_mutex) = 0;    // readers that hold the lock
     uint64_t m_waitingWriters GUARDED_BY(m_mutex) = 0;
-    uint64_t m_readersToAdmit GUARDED_BY(m_mutex) = 0;    // readers that waited behind the writer that left last
+    uint64_t m_readersToAdmit GUARDED_BY(m_mutex) = 0;    // readers that waited when a writer last left
     uint64_t m_waitingReaders GUARDED_BY(m_mutex) = 0;
     bool m_writer GUARDED_BY(m_mutex) = false;
 };

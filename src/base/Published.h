@@ -1,4 +1,4 @@
-// A small value that is published by one thread at a time, and read by any thread without a lock: a reader that meets a
+// A small value that one thread at a time publishes and any thread reads without a lock. A reader that overlaps with a
 // publisher reads again.
 #pragma once
 

@@ -10,8 +10,8 @@ namespace corvane {
 struct Rect {
     int64_t left = 0;
     int64_t top = 0;
-    int64_t right = 0;     // first column behind
-    int64_t bottom = 0;    // first row behind
+    int64_t right = 0;     // first column after it
+    int64_t bottom = 0;    // first row after it
 
     int64_t Width() const { return right - left; }
     int64_t Height() const { return bottom - top; }

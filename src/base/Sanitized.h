@@ -1,5 +1,5 @@
-// Whether this build runs under a sanitizer, which sees the bounds of what an allocator gives and of what compiled code
-// touches, and nothing of mapped memory or hand-written instructions.
+// Whether this build runs under a sanitizer. A sanitizer checks memory of the allocator and accesses of compiled code,
+// not mapped memory or hand-written instructions.
 #pragma once
 
 namespace corvane {

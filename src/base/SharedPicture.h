@@ -3,12 +3,25 @@
 // decoder.
 #pragma once
 
+#include <cstdint>
 #include <utility>
 
 #include "base/ColourSignal.h"
+#include "base/PictureView.h"
 #include "corvane/decoder.h"
 
 namespace corvane {
+
+// The only place where a decoder's record becomes a view. Of its colours the record says nothing.
+inline ConstPictureView ViewOf(const DecodedFrame& picture) {
+    ConstPictureView view{.size = {picture.width, picture.height},
+                          .format = picture.strides[2] != 0 ? uint32_t{PF_I420} : uint32_t{PF_NV12}};
+    for (int i = 0; i < view.PlaneCount(); ++i) {
+        view.plane[i] = picture.planes[i];
+        view.stride[i] = static_cast<ptrdiff_t>(picture.strides[i]);
+    }
+    return view;
+}
 
 // May be destroyed on any thread, also after the decoder.
 class SharedPicture {
@@ -42,7 +55,15 @@ public:
     bool Shared() const {
         return m_picture.owner != nullptr && m_picture.add_ref != nullptr && m_picture.release != nullptr;
     }
+    // Another reference on the same picture.
+    SharedPicture Share() const { return SharedPicture(m_picture, m_colours); }
     const DecodedFrame& Get() const { return m_picture; }
+    // With the colours that the stream signals.
+    ConstPictureView View() const {
+        ConstPictureView view = ViewOf(m_picture);
+        view.colours = m_colours;
+        return view;
+    }
     const ColourSignal& Colours() const { return m_colours; }
 
 private:

@@ -26,8 +26,8 @@ constexpr bool Ok(Status status) {
     return static_cast<int32_t>(status) >= 0;
 }
 
-// Ends the calling function, which returns Status, with the status that the argument comes to, where that is a failure.
-// The argument is evaluated once.
+// Where the argument, a Status, is a failure, returns it from the calling function, which returns Status. The argument
+// is evaluated once.
 #define CORVANE_RETURN_IF_FAILED(...)                                                             \
     do {                                                                                          \
         if (const ::corvane::Status corvaneStatus = (__VA_ARGS__); !::corvane::Ok(corvaneStatus)) \

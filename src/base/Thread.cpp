@@ -21,7 +21,7 @@ Thread::Thread(const char* name, const void* owner, std::function<void()> body) 
     sigset_t before;
     sigfillset(&all);
     for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS, SIGPROF})
-        sigdelset(&all, own);    // raised by the thread itself: the host's crash handler and profiler still see them
+        sigdelset(&all, own);    // faults of the thread itself: the host's crash handler and profiler still get them
     pthread_sigmask(SIG_SETMASK, &all, &before);    // inherited by the new thread
     try {
         m_thread = std::thread([name, owner, body = std::move(body)] {

@@ -7,7 +7,7 @@ namespace corvane {
 namespace {
 
 constexpr int64_t kNsPerMs = 1'000'000;
-constexpr int64_t kBufferingTick = 500 * kNsPerMs;    // how long the worker sleeps at most while the queue fills
+constexpr int64_t kBufferingTick = 500 * kNsPerMs;    // the worker's longest sleep while the queue fills
 constexpr int64_t kSkipLateness = -499;               // ms: later than this, queued time is dropped
 constexpr uint32_t kOverForSpeed = 16;                // pops over the buffer time before the worker plays faster
 constexpr float kCatchUpRate = 1.2f;
@@ -90,7 +90,7 @@ void CChannelLive::HandleVideo(WorkerState& worker, FramePtr& frame) {
     if (!m_video.Decode(frame, worker.displayMode, picture))
         return;
     // The picture stays valid without the lock: only this thread decodes, and a reset joins it first.
-    m_render.PresentFrame(frame, picture.Get(), worker.over < kOverForSpeed, picture.Colours());
+    m_render.PresentFrame(frame, picture, worker.over < kOverForSpeed);
     Pace(worker, *frame);
 }
 

@@ -15,7 +15,7 @@ public:
     ChannelType GetChannelType() const override { return ChannelType::Live; }
 
 private:
-    // What the worker keeps between frames of one run.
+    // The worker's state between frames of one run.
     struct WorkerState {
         PaceClock clock;
         int64_t late = 0;     // ms, negative when late
@@ -24,7 +24,7 @@ private:
     };
 
     void Work() override;
-    // Refuses while it is full, or waits for space, as the channel is set.
+    // While the queue is full: refuses or waits for space, by option 42.
     Status Admit(const FramePtr& frame, MutexLock& lock) override REQUIRES(m_mutex);
     void HandleFrame(WorkerState& worker, FramePtr& frame);
     void HandleVideo(WorkerState& worker, FramePtr& frame);

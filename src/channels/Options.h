@@ -17,7 +17,7 @@ constexpr uint8_t KindBit(ChannelType type) {
 }
 inline constexpr uint8_t kStreamKinds = KindBit(ChannelType::Live) | KindBit(ChannelType::Playback);
 
-// What options act on. A kind of channel fills what it has; a row reads only what its kinds fill.
+// The objects that options act on. A kind of channel fills those that it has; a row uses only those of its kinds.
 struct OptionTargets {
     StreamChannel* stream = nullptr;
 };

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "base/PictureLayout.h"
 #include "base/Thread.h"
 #include "frame/StreamType.h"
 #include "picture/BmpFile.h"
@@ -28,19 +29,15 @@ static_assert(sizeof(DisplayFrameInfo) == 48 && offsetof(DisplayFrameInfo, flags
 
 // Copies the logo into the maker's buffer, with rows and bytes in the order of its format. Failed: a format that does
 // not have 32 bits a pixel.
-Status CopyLogo(const RasterView& logo, IPictureMaker& maker) {
-    uint8_t* buffer = nullptr;
-    uint32_t stride = 0;
-    uint32_t format = 0;
-    if (const int32_t result = maker.GetBuffer(logo.width, logo.height, &buffer, &stride, &format); result < 0)
-        return static_cast<Status>(result);
-    if (format != PF_BGRA32 && format != PF_BGRA32_FLIP && format != PF_RGBA32)
+Status CopyLogo(const ConstPictureView& logo, IPictureMaker& maker) {
+    PictureView picture;
+    CORVANE_RETURN_IF_FAILED(maker.GetBuffer(logo.size, picture));
+    if (picture.PixelBytes() != 4)
         return Status::Failed;
-    for (uint32_t row = 0; row < logo.height; ++row) {
-        const uint32_t from = format == PF_BGRA32_FLIP ? logo.height - 1 - row : row;
-        uint8_t* const to = buffer + size_t{stride} * row;
-        std::memcpy(to, logo.data + static_cast<ptrdiff_t>(from) * logo.step, size_t{4} * logo.width);
-        for (size_t x = 0; format == PF_RGBA32 && x < logo.width; ++x)
+    for (uint32_t row = 0; row < logo.size.height; ++row) {
+        uint8_t* const to = picture.Row(row);
+        std::memcpy(to, logo.Row(row), size_t{4} * logo.size.width);
+        for (size_t x = 0; picture.format == PF_RGBA32 && x < logo.size.width; ++x)
             std::swap(to[4 * x], to[4 * x + 2]);
     }
     return Status::Ok;
@@ -118,19 +115,18 @@ Status StillPipeline::Take(Still& still) {
 }
 
 Status StillPipeline::Convert(Still& still, const SharedPicture& picture) {
-    const DecodedFrame& decoded = picture.Get();
     const PresentSettingsPtr settings = m_render.Settings();
+    const ConstPictureView decoded = ViewUnder(*settings, picture);
     PictureRun run;    // of this still alone: no client filters, no rotation, no smoothing
     MakerTarget target(*still.maker);
     PictureRequest request{
         .frame = *still.frame,
-        .decoded = decoded,
+        .picture = decoded,
         .size = {still.frame->DecodedWidth(), still.frame->DecodedHeight()},
-        .crop = still.zoomed ? ZoomCrop(*settings, decoded.width, decoded.height) : std::nullopt,
-        .colours = EffectiveColours(*settings, picture.Colours()),
+        .crop = still.zoomed ? ZoomCrop(*settings, decoded.size.width, decoded.size.height) : std::nullopt,
     };
     if (request.size.Empty())
-        request.size = {decoded.width, decoded.height};
+        request.size = decoded.size;
     run.Follow(*still.frame);
     if (run.OutputSize(request.size) < 0)
         return Status::Failed;
@@ -140,32 +136,29 @@ Status StillPipeline::Convert(Still& still, const SharedPicture& picture) {
         request.size = {client.width, client.height};
     // Motion marks, once there are any, will be drawn by Display only.
     if (run.Carry(request, ChainSettings(), target).Lost())
-        return static_cast<Status>(target.Result());
-    if (request.colours)
-        still.maker->NormaliseColours(*request.colours);    // before the overlay is drawn over the picture
+        return target.Result();
+    if (decoded.colours)
+        still.maker->NormaliseColours(*decoded.colours);    // before the overlay is drawn over the picture
     return Status::Ok;
 }
 
 // Without memory for the drawing the still is made without an overlay.
 void StillPipeline::DrawOverlay(const Still& still) {
     const GatedCallback<CorvaneOsdCallback>::Use overlay(m_overlay);
-    uint8_t* buffer = nullptr;
-    uint32_t stride = 0;
-    uint32_t format = 0;
-    const uint32_t width = still.maker->GetWidth();
-    const uint32_t height = still.maker->GetHeight();
+    const PictureSize size{still.maker->GetWidth(), still.maker->GetHeight()};
+    PictureView picture;
     Raster drawing;
-    if (!overlay.Callback() || still.maker->GetBuffer(width, height, &buffer, &stride, &format) < 0 ||
-        !drawing.Resize(width, height))
+    if (!overlay.Callback() || !Ok(still.maker->GetBuffer(size, picture)) || !drawing.Resize(size.width, size.height))
         return;
     OsdRecord record(still.frame.get(), int64_t{still.frame->Header().timeSeconds}, false);
-    record.info.width = width;
-    record.info.height = height;
+    record.info.width = size.width;
+    record.info.height = size.height;
     {
         const Thread::ScopedOwner scoped(m_owner);
         record.Call(overlay.Callback(), drawing.View());
     }
-    (void)BlendOverlay(drawing.View(), buffer, stride, format);
+    if (still.maker->TakesOverlay())
+        BlendOverlay(drawing.View(), picture);
 }
 
 // ---- Delivery ----
@@ -207,11 +200,9 @@ Status StillPipeline::Display(struct _cairo* to, bool zoomed, DisplayFrameInfo& 
         out.flags |= kPlaceholderFlag;
     out.presentTime = still.frame->PresentTime();
     out.baseTime = still.frame->BaseTime();
-    const auto step = static_cast<ptrdiff_t>(RowBytes(PF_BGR24_FLIP, maker.GetWidth()));
-    const uint8_t* const bottom = maker.GetData() + kBmp24HeaderBytes;
-    const PackedPicture picture{bottom + step * (static_cast<ptrdiff_t>(maker.GetHeight()) - 1), -step,
-                                maker.GetWidth(), maker.GetHeight(), 3};
-    return target.Draw(picture, rects.area);
+    return target.Draw(LayOut(maker.GetData() + kBmp24HeaderBytes, RowBytes(PF_BGR24_FLIP, maker.GetWidth()),
+                              {maker.GetWidth(), maker.GetHeight()}, PF_BGR24_FLIP),
+                       rects.area);
 }
 
 Status StillPipeline::CopyEncodedFrame(PictureBuffer& out) {
@@ -230,11 +221,11 @@ Status StillPipeline::CopyEncodedFrame(PictureBuffer& out) {
 Status StillPipeline::GrabWindow(PictureBuffer& out) {
     Raster shown;
     CORVANE_RETURN_IF_FAILED(m_render.GrabWindow(shown));
-    const RasterView& view = shown.View();
-    CORVANE_RETURN_IF_FAILED(ReservePicture(out, BmpBytes(view.width, view.height)));
+    const PictureView& view = shown.View();
+    CORVANE_RETURN_IF_FAILED(ReservePicture(out, BmpBytes(view.size.width, view.size.height)));
     WriteBmp(view, out.data);
-    out.width = view.width;
-    out.height = view.height;
+    out.width = view.size.width;
+    out.height = view.size.height;
     return Status::Ok;
 }
 

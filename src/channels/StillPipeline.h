@@ -35,20 +35,20 @@ public:
     // Waits for the end of a running call of the callback that it replaces; not on a thread of the library.
     void SetOverlay(const ClientCallback<CorvaneOsdCallback>& callback) { m_overlay.Set(callback); }
 
-    // `format`: of CORVANE_PICTURE_*, else InvalidArgument. `zoomed`: only what the display area selects. Failed:
-    // there is no picture. May raise std::bad_alloc.
+    // `format`: of CORVANE_PICTURE_*, else InvalidArgument. `zoomed`: only the part that the display area selects.
+    // Failed: there is no picture. May raise std::bad_alloc.
     Status Snapshot(uint32_t format, bool zoomed, PictureBuffer& out);
     Status Display(struct _cairo* to, bool zoomed, DisplayFrameInfo& out);
     // The encoded payload of the current picture.
     Status CopyEncodedFrame(PictureBuffer& out);
-    // What the window shows, as a BMP file of 32 bits a pixel.
+    // The contents of the window, as a BMP file of 32 bits a pixel.
     Status GrabWindow(PictureBuffer& out);
 
 private:
     struct Still {
         PictureMakerPtr maker;
         bool zoomed = false;
-        // Of Display: a picture that is at least twice as large is made in this size. Empty for the others.
+        // For Display: a picture of at least twice this size is made in this size. Empty for the others.
         WindowWatch::Size client{};
         FramePtr frame{};    // out: the frame of the picture
     };

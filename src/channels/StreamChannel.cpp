@@ -31,7 +31,7 @@ Status StreamChannel::Start(bool clear) {
     MutexLock lock(m_mutex);
     if (m_run == Run::Stopping) {
         if (Thread::CurrentOwner() != nullptr)
-            return Status::Failed;    // the stop may be waiting for this very callback
+            return Status::Failed;    // the stop may be waiting for this callback
         while (m_run == Run::Stopping)
             m_stopped.WaitOnce(lock);
     }
@@ -160,7 +160,7 @@ void StreamChannel::CountTaken() {
 void StreamChannel::GetStatistics(ChannelStatistics& out) {
     m_counters.Fill(out);
     if (out.recordSize <= offsetof(ChannelStatistics, queueFrames))
-        return;    // nobody looks at the queue
+        return;    // no thread uses the queue
     MutexLock lock(m_mutex);
     out.queueFrames = m_queue.Count();
     out.queueBytes = m_queue.Bytes();

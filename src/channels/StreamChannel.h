@@ -1,5 +1,5 @@
-// What all channels have that carry a stream: a queue that clients push into, a worker that takes from it, a video
-// stage, a render manager and stills. A kind of channel adds what its worker does and what it admits to the queue.
+// The common part of all channels that carry a stream: a queue that clients push into, a worker that takes from it, a
+// video stage, a render manager and stills. A kind of channel adds the worker's loop and the rule of admission.
 //
 //   Stopped --Start--> Running --Stop--> Stopping --worker joined, queue empty--> Stopped
 //
@@ -63,7 +63,7 @@ protected:
 
     // The worker, from a start to the stop: it returns as soon as m_run is not Running.
     virtual void Work() = 0;
-    // Takes `frame` into the queue; `lock` is that of m_mutex, and may be let go for a wait. Anything but Status::Ok
+    // Takes `frame` into the queue; `lock` is on m_mutex, and may be dropped for a wait. Any status but Status::Ok
     // refuses the frame.
     virtual Status Admit(const FramePtr& frame, MutexLock& lock) REQUIRES(m_mutex) = 0;
 
@@ -87,7 +87,7 @@ protected:
     VideoStage m_video;
 
 private:
-    void JoinWorker();    // and empty what it worked on
+    void JoinWorker();    // and empties the queue and the decoder
     Status Accepts(uint32_t streamType);
     void CountTaken() REQUIRES(m_mutex);
 

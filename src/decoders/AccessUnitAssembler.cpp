@@ -38,6 +38,14 @@ UnitKind KindOf(uint32_t streamType, unsigned code) {
     }
 }
 
+// Of a sequence: in H.264 the sequence and in H.265 the video parameter set, in MPEG-4 Visual the visual object
+// sequence.
+bool IsFirstSet(uint32_t streamType, unsigned code) {
+    return streamType == CORVANE_STREAM_MPEG4  ? code == 0xB0
+           : streamType == CORVANE_STREAM_H264 ? (code & 31) == h264::kSps
+                                               : (code >> 1 & 63) == 32;
+}
+
 bool HasStartCodes(uint32_t streamType) {
     return streamType == CORVANE_STREAM_MPEG4 || streamType == CORVANE_STREAM_H264 || streamType == CORVANE_STREAM_H265;
 }
@@ -69,50 +77,66 @@ AccessUnitAssembler::Part AccessUnitAssembler::PartOf(const MediaFrameImpl& fram
     if (!HasStartCodes(streamType))
         return part;
     const uint8_t* const end = frame.Payload() + frame.PayloadSize();
-    for (const uint8_t* at = BehindStartCode(frame.Payload(), end); at < end; at = BehindStartCode(at, end)) {
+    for (const uint8_t* at = AfterStartCode(frame.Payload(), end); at < end; at = AfterStartCode(at, end)) {
         const UnitKind kind = KindOf(streamType, *at);
-        if (kind == UnitKind::Picture)
-            return streamType == CORVANE_STREAM_H264 && m_hasFields && m_lone < kMaxLone ? FieldOf(at, end) : Part();
+        if (kind == UnitKind::Picture) {
+            part.noPicture = false;
+            if (streamType == CORVANE_STREAM_H264 && m_hasFields && m_lone < kMaxLone)
+                ReadField(at, end, part);
+            return part;
+        }
         part.noPicture |= kind != UnitKind::Unknown;
         part.parameterSets |= kind == UnitKind::ParameterSet;
+        part.firstSet |= IsFirstSet(streamType, *at);
+        m_hasSets |= kind == UnitKind::ParameterSet;
         if (kind == UnitKind::ParameterSet && streamType == CORVANE_STREAM_H264)
             ReadParameterSet(at, end);
     }
     return part;
 }
 
-AccessUnitAssembler::Part AccessUnitAssembler::FieldOf(const uint8_t* at, const uint8_t* end) {
-    Part part;
+// Leaves `part` as it is where the picture is not a single field.
+void AccessUnitAssembler::ReadField(const uint8_t* at, const uint8_t* end, Part& part) const {
+    std::optional<h264::SliceHeader> field;
+    bool idr = false, reference = false;
     try {
-        for (; at < end; at = BehindStartCode(at, end)) {
+        for (; at < end; at = AfterStartCode(at, end)) {
             const auto type = static_cast<uint8_t>(*at & 31);
             if (type != h264::kSlice && type != h264::kIdrSlice)
                 continue;
+            const auto referenceIdc = static_cast<uint8_t>(*at >> 5 & 3);
             RbspReader reader(at + 1, static_cast<size_t>(end - at - 1));
-            const h264::SliceHeader slice = m_sets.ParseSlice(reader, type, *at >> 5 & 3);
-            if (!slice.field_pic_flag || (part.field && part.field->bottom_field_flag != slice.bottom_field_flag))
-                return {};
-            part.field = slice;
-            part.idr = type == h264::kIdrSlice;
+            const h264::SliceHeader slice = m_sets.ParseSlice(reader, type, referenceIdc);
+            if (!slice.field_pic_flag || (field && field->bottom_field_flag != slice.bottom_field_flag))
+                return;
+            field = slice;
+            idr = type == h264::kIdrSlice;
+            reference = referenceIdc != 0;
         }
     } catch (const std::exception&) {
-        return {};
+        return;
     }
-    return part;
+    part.field = field;
+    part.idr = idr;
+    part.reference = reference;
 }
 
 // Complementary fields of Recommendation H.264, 3.30: they follow each other, are of opposite parity, share a
 // frame_num, and the second is no IDR picture. Each may have a picture parameter set of its own.
+bool AccessUnitAssembler::AreOneFrame(const Part& first, const Part& second) {
+    return first.field && second.field && !second.idr && second.field->frame_num == first.field->frame_num &&
+           second.field->bottom_field_flag != first.field->bottom_field_flag;
+}
+
 bool AccessUnitAssembler::CompletesFirst(const Part& part) const {
-    return m_first != nullptr && part.field && !part.idr && part.field->frame_num == m_firstSlice.frame_num &&
-           part.field->bottom_field_flag != m_firstSlice.bottom_field_flag;
+    return m_first != nullptr && AreOneFrame(m_firstPart, part);
 }
 
 bool AccessUnitAssembler::Completes(const MediaFrameImpl& frame) {
-    return m_first != nullptr && CompletesFirst(PartOf(frame));
+    return !m_backward && m_first != nullptr && CompletesFirst(PartOf(frame));
 }
 
-// What does not fit is dropped: first frames other than parameter sets, then the oldest sets.
+// Where the bound is reached, frames other than parameter sets are dropped first, then the sets that wait.
 void AccessUnitAssembler::Keep(const MediaFrameImpl& frame, bool parameterSets) {
     const auto fits = [&] {
         size_t sum = frame.PayloadSize();
@@ -132,21 +156,40 @@ void AccessUnitAssembler::Keep(const MediaFrameImpl& frame, bool parameterSets) 
 
 // Joins the frames that wait, in their order, and `last`.
 void AccessUnitAssembler::Join(const MediaFrameImpl& last, Unit& unit) {
-    m_bytes.clear();
-    for (const Waiting& waiting : std::exchange(m_waiting, {})) {
-        if (waiting.field)
-            Append(m_bytes, *waiting.field);
+    const std::vector<Waiting> waiting = std::exchange(m_waiting, {});
+    size_t size = last.PayloadSize();
+    for (const Waiting& one : waiting)
+        size += one.field ? one.field->PayloadSize() : one.bytes.size();
+    if (m_bytes == nullptr || m_bytes.use_count() != 1)    // a unit with them is kept
+        m_bytes = std::make_shared<std::vector<uint8_t>>();
+    m_bytes->clear();
+    m_bytes->reserve(size + limits::kPicturePadding);
+    for (const Waiting& one : waiting) {
+        if (one.field)
+            Append(*m_bytes, *one.field);
         else
-            m_bytes.insert(m_bytes.end(), waiting.bytes.begin(), waiting.bytes.end());
+            m_bytes->insert(m_bytes->end(), one.bytes.begin(), one.bytes.end());
     }
-    Append(m_bytes, last);
-    unit.encoded.size = static_cast<uint32_t>(m_bytes.size());
-    m_bytes.resize(m_bytes.size() + limits::kPicturePadding);
-    unit.encoded.data = m_bytes.data();
+    Append(*m_bytes, last);
+    m_bytes->resize(size + limits::kPicturePadding);
+    unit.encoded.data = m_bytes->data();
+    unit.encoded.size = static_cast<uint32_t>(size);
+    unit.joined = m_bytes;
+}
+
+AccessUnitAssembler::Unit AccessUnitAssembler::Alone(const FramePtr& frame) {
+    return {frame, {frame->Payload(), frame->PayloadSize(), frame->Header().frameType}, nullptr};
 }
 
 AccessUnitAssembler::Unit AccessUnitAssembler::Add(const FramePtr& frame) {
-    const Part part = PartOf(*frame);
+    if (!m_backward)
+        return AddInOrder(frame);
+    AddBackward(frame);
+    return Next();
+}
+
+AccessUnitAssembler::Unit AccessUnitAssembler::AddInOrder(const FramePtr& frame) {
+    Part part = PartOf(*frame);
     if (part.noPicture) {
         Keep(*frame, part.parameterSets);
         return {};
@@ -161,14 +204,85 @@ AccessUnitAssembler::Unit AccessUnitAssembler::Add(const FramePtr& frame) {
         m_lone += first ? 1 : 0;
         m_waiting.push_back({{}, false, frame});
         m_first = frame;
-        m_firstSlice = *part.field;
+        m_firstPart = part;
         return {};
     }
-    Unit unit{completes ? first : frame, {}};
-    unit.encoded = {frame->Payload(), frame->PayloadSize(), unit.input->Header().frameType};
+    Unit unit = Alone(frame);
+    if (completes) {
+        unit.input = first;
+        unit.encoded.type_or_count = first->Header().frameType;
+    }
     if (!m_waiting.empty())
         Join(*frame, unit);
     return unit;
+}
+
+void AccessUnitAssembler::AddBackward(const FramePtr& frame) {
+    const Part part = PartOf(*frame);
+    if (EndsGop(*frame, part))
+        EndGop();
+    Collect(frame, part);
+    const bool selfContained = part.firstSet || !HasStartCodes(frame->Header().streamType);
+    if (m_gop.begins && !part.noPicture && selfContained && !m_separate)
+        EndGop();
+}
+
+// Whether `frame` has a picture of the next older GOP. An H.264 stream of which no parameter set was seen does not
+// reveal its fields, nor can it be decoded: the frames wait for parameter sets.
+bool AccessUnitAssembler::EndsGop(const MediaFrameImpl& frame, const Part& part) {
+    return m_gop.begins && !part.noPicture && (m_hasSets || frame.Header().streamType != CORVANE_STREAM_H264) &&
+           !PrecedesOldest(part);
+}
+
+// Whether the picture of `part` is the first field of the oldest picture that is kept, whose sender marks both fields
+// as key frames. A second field of a frame that is no reference may have the same frame_num as the field after it.
+bool AccessUnitAssembler::PrecedesOldest(const Part& part) {
+    if (!part.field || m_gop.oldestPicture == nullptr)
+        return false;
+    const Part oldest = PartOf(*m_gop.oldestPicture);
+    return AreOneFrame(part, oldest) && (part.reference || !oldest.reference);
+}
+
+// Dropped frames are the newest of their GOP: older ones can still be decoded when the key frame arrives.
+void AccessUnitAssembler::Collect(const FramePtr& frame, const Part& part) {
+    const uint64_t bytes = frame->MemoryBytes();
+    if (m_gop.frames.size() >= limits::kMaxGopFrames || m_gop.bytes + bytes > limits::kMaxGopBytes) {
+        m_dropped += m_gop.frames.size();
+        m_gop = {};
+    }
+    m_gop.frames.push_back(frame);
+    m_gop.bytes += bytes;
+    m_gop.begins |= frame->IsKeyFrame() && (!part.noPicture || part.parameterSets);
+    m_separate |= part.noPicture;
+    if (!part.noPicture)
+        m_gop.oldestPicture = frame;
+}
+
+void AccessUnitAssembler::EndGop() {
+    // Frames that wait since the end of another GOP were followed by no picture of it.
+    m_waiting.clear();
+    m_lone += m_first != nullptr ? 1 : 0;
+    m_first = nullptr;
+    const std::vector<FramePtr> frames = std::exchange(m_gop, {}).frames;
+    std::vector<Unit> units;
+    for (auto frame = frames.rbegin(); frame != frames.rend(); ++frame)
+        if (Unit unit = AddInOrder(*frame); unit.input != nullptr)
+            units.push_back(std::move(unit));
+    m_complete.insert(m_complete.begin(), units.begin(), units.end());
+}
+
+AccessUnitAssembler::Unit AccessUnitAssembler::Next() {
+    if (m_complete.empty())
+        return {};
+    Unit unit = std::move(m_complete.back());
+    m_complete.pop_back();
+    return unit;
+}
+
+AccessUnitAssembler::Unit AccessUnitAssembler::Finish() {
+    if (m_gop.begins)
+        EndGop();
+    return Next();
 }
 
 }    // namespace corvane

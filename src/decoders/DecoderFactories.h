@@ -1,4 +1,4 @@
-// The factories of decoder plug-ins, and the handles that keep decoders and calls into them in order.
+// The factories of decoder plug-ins, and the owners of decoders.
 #pragma once
 
 #include <cstdint>
@@ -45,7 +45,7 @@ struct DecoderDestroyer {
     CORVANE_CALLS_PLUGIN void operator()(DecoderContext* decoder) const noexcept {
         try {
             decoder->Destroy();
-        } catch (...) {    // a plug-in that breaks the rule loses only itself
+        } catch (...) {    // a plug-in that throws loses only its own object
         }
     }
 };

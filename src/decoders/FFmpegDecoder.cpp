@@ -24,11 +24,11 @@ namespace corvane {
 
 namespace {
 
-// Pictures or sound blocks that wait in a decoder. One packet of sound may hold many blocks; what a hostile packet
-// brings beyond this is thrown away.
+// Most pictures or sound blocks that wait in a decoder. One packet of sound may hold many blocks; those of a hostile
+// packet beyond this bound are dropped.
 constexpr size_t kMaxOutput = 1024;
 
-// Libavcodec asks that codecs are opened and closed one at a time.
+// Codecs are opened and closed one at a time, by a rule of this library: some codecs have process-wide tables.
 Mutex& CodecMutex() {
     static Mutex mutex;
     return mutex;
@@ -124,9 +124,9 @@ AVPixelFormat WithoutRange(AVPixelFormat format) {
     }
 }
 
-// What the samples that go out of `frame` mean. A matrix that is not one of ours counts as not signalled: pictures of
-// 720 lines and more are then BT.709. A range that is not signalled is limited, but for JPEG. What the scaler makes of
-// RGB and of grey is BT.601 in limited range.
+// The colours of the samples of `frame` after conversion. A matrix that is not one of ours counts as not signalled:
+// pictures of 720 lines and more are then BT.709. A range that is not signalled is limited, but for JPEG. The scaler
+// converts RGB and grey to BT.601 in limited range.
 ColourSignal ColoursOf(const AVFrame& frame, FFmpegCodec codec) {
     constexpr int kLinesOfBt709 = 720;
     const auto format = static_cast<AVPixelFormat>(frame.format);
@@ -162,7 +162,7 @@ uint32_t AmrBlockBytes(const EncodedUnit& unit) {
     return unit.size == 0 ? 0 : kBytes[unit.data[0] >> 3 & 15];
 }
 
-// Goes out as it is: three planes of 4:2:0, top row first.
+// Needs no conversion: three planes of 4:2:0, top row first.
 bool IsPlain(const AVFrame& frame) {
     return (frame.format == AV_PIX_FMT_YUV420P || frame.format == AV_PIX_FMT_YUVJ420P) && frame.linesize[0] > 0 &&
            frame.linesize[1] > 0 && frame.linesize[2] > 0;
@@ -235,8 +235,9 @@ void DecoderIsolated_FFmpeg::End(UnitEnd end, std::optional<uint32_t> unitsSince
     m_sinceEnded = unitsSince;
 }
 
-// After a unit. What the codec would hold beyond its delay brought nothing: the unit that left the threads last, unless
-// the delay has just grown, as it does when a picture came too late to be shown in its place: that one is lost then.
+// Called after a unit. The codec holds no more units than its delay, so one beyond it had no picture: the unit that
+// left the threads last, unless the delay has just grown, which happens when a picture came too late for its place in
+// the order; that picture is then lost.
 void DecoderIsolated_FFmpeg::CloseAccount() {
     if (m_held <= CodecDelay())
         return;
@@ -247,7 +248,7 @@ void DecoderIsolated_FFmpeg::CloseAccount() {
 }
 
 int32_t DecoderIsolated_FFmpeg::Feed(const EncodedUnit& in) {
-    // A packet without bytes would tell the codec that the stream ends.
+    // For the codec a packet without bytes means the end of the stream.
     End(UnitEnd::Nothing, 0);
     if (in.data == nullptr || in.size == 0 || in.size > INT_MAX - AV_INPUT_BUFFER_PADDING_SIZE)
         return 0;
@@ -356,7 +357,7 @@ int32_t DecoderIsolated_FFmpeg::NextPicture(DecodedFrame* out, uint32_t* got, co
         m_output.pop_front();
     m_frontIsCurrent = false;
     while (m_output.size() > limits::kInFlightSlack)
-        m_output.pop_front();    // a stream that gives two pictures a packet for ever
+        m_output.pop_front();    // a stream that always gives two pictures a packet
     if (Feed(in) < 0)
         return -1;
     const auto consumed = static_cast<int32_t>(std::min<uint32_t>(in.size, INT32_MAX));
@@ -452,14 +453,14 @@ FFmpegDecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept 
     });
 }
 
-FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sample_rate, uint32_t channels,
-                                  uint32_t bits_per_sample) noexcept {
-    if (sample_rate > INT_MAX || channels == 0 || channels > INT16_MAX)
+FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sampleRate, uint32_t channels,
+                                  uint32_t bitsPerSample) noexcept {
+    if (sampleRate > INT_MAX || channels == 0 || channels > INT16_MAX)
         return nullptr;
     return Make(codec, [&](AVCodecContext& context) {
-        context.sample_rate = static_cast<int>(sample_rate);
+        context.sample_rate = static_cast<int>(sampleRate);
         av_channel_layout_default(&context.ch_layout, static_cast<int>(channels));
-        context.bits_per_coded_sample = static_cast<int>(bits_per_sample);
+        context.bits_per_coded_sample = static_cast<int>(bitsPerSample);
         context.request_sample_fmt = AV_SAMPLE_FMT_S16;
     });
 }

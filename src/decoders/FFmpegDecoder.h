@@ -1,8 +1,6 @@
-// The software decoder: one FFmpeg codec context behind the decoder interface. The only place of the library that
-// touches libavcodec, libswscale and libswresample.
-//
-// It leaves FFmpeg's process-wide state (log level, callbacks) as the host has it and is silent by its own settings;
-// of what they cannot silence HeaderCheck.h holds back what it can, and names the rest.
+// The software decoder: one FFmpeg codec context with the decoder interface. It does not change FFmpeg's process-wide
+// state (log level, callbacks); settings of its own objects keep them from printing. Where no setting does,
+// HeaderCheck.h keeps the units from the codec that it can recognise, and names the rest.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +25,7 @@ enum class FFmpegCodec { Mjpeg, Mpeg4, H264, Hevc, AmrNb, MuLaw, ALaw };
 
 class SampleConverter;
 
-// What became of the last video unit, which the decoder interface cannot say: a damaged unit is no failure there.
+// The outcome of the last video unit, for which the decoder interface has no field: a damaged unit is no failure there.
 enum class UnitEnd {
     Taken,      // it has a picture, now or later
     Nothing,    // it had no picture
@@ -52,18 +50,16 @@ public:
     void Destroy() override { delete this; }
     int32_t ShareFrame(DecodedFrame* out, int32_t version) override;
 
-    // Of the last DecodeVideo. With frame threads the end of a unit is known, and told here, as many calls later as
-    // there are threads beside the first.
+    // Of the last DecodeVideo. With n frame threads the end of a unit is known, and reported here, n - 1 calls later.
     UnitEnd LastEnd() const { return m_end; }
-    // Which unit that was, where it brought no picture: how many went in after it. Nothing where that is not known.
+    // The unit that ended without a picture, as the number of units that went in after it. Nothing where unknown.
     std::optional<uint32_t> UnitsSinceEnded() const { return m_sinceEnded; }
-    // How many units may have gone in after that of the current picture; what went in earlier brings no picture any
-    // more.
+    // How many units may have gone in after that of the current picture; earlier units bring no picture any more.
     uint32_t Delay() const;
     // By how many pictures the delay has grown since the first came. It never falls again in H.264.
     uint32_t DelayGrowth() const;
     uint32_t Threads() const;
-    // Of the current picture: what the stream signals, and what is usual where it signals nothing.
+    // The colours of the current picture, as the stream signals them, else the usual ones.
     const ColourSignal& Colours() const { return m_colours; }
 
 private:
@@ -74,10 +70,11 @@ private:
     HeaderVerdict CheckHeaders(const EncodedUnit& in) const;
     void End(UnitEnd end, std::optional<uint32_t> unitsSince);
     void CloseAccount();
-    // Units that the codec holds when all is well: one a frame thread beside the first; and those that it reorders.
+    // Units that the codec holds in regular decoding: one for each frame thread but the first, and those that it
+    // reorders.
     uint32_t ThreadDelay() const;
     uint32_t CodecDelay() const;
-    // Appends what the unit brings to m_output. Negative when the decoder refuses to work; a damaged unit is 0.
+    // Appends the pictures of the unit to m_output. Negative when the decoder cannot go on; 0 for a damaged unit.
     int32_t Feed(const EncodedUnit& in);
     // Takes all that is ready. Stopped: an error on the way.
     Turn Receive();
@@ -103,7 +100,7 @@ private:
     bool m_frontIsCurrent = false;    // the front was handed out by the last DecodeVideo
     ColourSignal m_colours;           // of the current picture
     int64_t m_sent = 0;               // units, which counts as their time
-    int64_t m_lastTime = -1;          // of the picture received last, and where its pixels are
+    int64_t m_lastTime = -1;          // of the picture received last, with the place of its pixels
     const uint8_t* m_lastPixels = nullptr;
     uint32_t m_held = 0;                     // video units in the codec whose pictures are to come
     uint32_t m_pictureDelay = 0;             // CodecDelay when a picture last came
@@ -117,7 +114,7 @@ using FFmpegDecoderPtr = std::unique_ptr<DecoderIsolated_FFmpeg, DecoderDestroye
 // A new decoder, or null when the codec is missing, does not open, or there is no memory. `threads` is raised to 1 and
 // bounded by 32 for H.265 and 16 for the others.
 FFmpegDecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept;
-FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sample_rate, uint32_t channels,
-                                  uint32_t bits_per_sample) noexcept;
+FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sampleRate, uint32_t channels,
+                                  uint32_t bitsPerSample) noexcept;
 
 }    // namespace corvane

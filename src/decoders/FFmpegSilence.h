@@ -1,4 +1,4 @@
-// How FFmpeg objects of ours are kept from printing without touching the process-wide log level.
+// Keeps our FFmpeg objects from printing without a change of the process-wide log level.
 #pragma once
 
 namespace corvane {

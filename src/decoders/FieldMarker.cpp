@@ -14,16 +14,16 @@ uint32_t BigEndian16(const uint8_t* bytes) {
     return uint32_t{bytes[0]} << 8 | bytes[1];
 }
 
-// Each half counts on its own; letters other than the known ones leave their mark.
+// Each half counts on its own; an unknown letter does not change its mark.
 void ReadText(const uint8_t* text, FieldMarks& marks) {
     if (text[0] != 'F' || text[2] != '_' || std::memcmp(text + 5, " Mode", 5) != 0)
         return;
     if (text[1] == 'L' || text[1] == 'M')
-        marks.field_l_mode = text[1] == 'L';
+        marks.fieldLMode = text[1] == 'L';
     if (std::memcmp(text + 3, "IL", 2) == 0)
-        marks.interlaced_mode = true;
+        marks.interlacedMode = true;
     else if (std::memcmp(text + 3, "PG", 2) == 0)
-        marks.interlaced_mode = false;
+        marks.interlacedMode = false;
 }
 
 }    // namespace

@@ -1,4 +1,4 @@
-// A pool of reusable frames. Frames that are still with a renderer keep the pool alive when its decoder is gone.
+// A pool of reusable frames. Frames that a renderer still holds keep the pool alive after the end of its decoder.
 //
 // Threads: Get, AddRef and Release may be called from any thread. The lock covers a queue operation only, never the
 // making or the end of a frame.
@@ -18,7 +18,7 @@ namespace QMRX::SDK::Utility {
 template <typename T>
 class FrameQueue {
 public:
-    // The pool itself, owned by the queue's holders and by every frame that is out.
+    // The pool itself, owned by the queue's holders and by every frame in use.
     class Impl {
     public:
         Impl() = default;
@@ -62,7 +62,8 @@ public:
 
     FrameQueue() : m_impl(std::make_shared<Impl>()) {}
 
-    // A spare frame, else a new one, with one reference. Raises what making a T raises (std::bad_alloc).
+    // A spare frame, else a new one, with one reference. Raises the exceptions of the constructor of T
+    // (std::bad_alloc).
     T* Get() {
         T* frame = m_impl->Pop();
         if (frame == nullptr)
@@ -87,7 +88,7 @@ public:
 
     void AddRef() noexcept { m_references.fetch_add(1, std::memory_order_relaxed); }
 
-    // The last reference takes the frame back to its pool, or ends it when the pool has no other owner.
+    // The last reference returns the frame to its pool, or destroys it when the pool has no other owner.
     void Release() noexcept {
         if (m_references.fetch_sub(1, std::memory_order_acq_rel) != 1)
             return;

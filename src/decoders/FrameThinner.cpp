@@ -32,10 +32,10 @@ const uint8_t* FindStartCode(const uint8_t* from, const uint8_t* end) {
 bool FrameThinner::ParseUnit(const uint8_t* unit, size_t size, SliceHeader& slice) {
     if (size == 0)
         return false;
-    m_nal_ref_idc = unit[0] >> 5 & 3;
-    m_nal_unit_type = unit[0] & 31;
+    m_nalRefIdc = unit[0] >> 5 & 3;
+    m_nalUnitType = unit[0] & 31;
     RbspReader reader(unit + 1, size - 1);
-    switch (m_nal_unit_type) {
+    switch (m_nalUnitType) {
     case h264::kPrefix:
     case h264::kSliceExtension:
         reader.Bits(24);
@@ -48,7 +48,7 @@ bool FrameThinner::ParseUnit(const uint8_t* unit, size_t size, SliceHeader& slic
         return false;
     case h264::kSlice:
     case h264::kIdrSlice:
-        slice = m_sets.ParseSlice(reader, m_nal_unit_type, m_nal_ref_idc);
+        slice = m_sets.ParseSlice(reader, m_nalUnitType, m_nalRefIdc);
         return true;
     default:
         return false;
@@ -72,13 +72,13 @@ bool FrameThinner::FindSlice(const uint8_t* payload, size_t size, SliceHeader& s
 // expectedPicOrderCnt for pic_order_cnt_type 1.
 uint64_t FrameThinner::ExpectedOrder(const SequenceParameterSet& sps, uint32_t frame_num, bool reference) const {
     const uint64_t cycle = sps.offsetSums.size();
-    uint64_t abs_frame_num = cycle != 0 ? m_order.frame_num_offset + frame_num : 0;
-    if (!reference && abs_frame_num > 0)
-        --abs_frame_num;
+    uint64_t absFrameNum = cycle != 0 ? m_order.frameNumOffset + frame_num : 0;
+    if (!reference && absFrameNum > 0)
+        --absFrameNum;
     uint64_t expected = reference ? 0 : static_cast<uint64_t>(int64_t{sps.offset_for_non_ref_pic});
-    if (abs_frame_num > 0) {
-        expected += (abs_frame_num - 1) / cycle * static_cast<uint64_t>(sps.offsetSums.back());
-        expected += static_cast<uint64_t>(sps.offsetSums[(abs_frame_num - 1) % cycle]);
+    if (absFrameNum > 0) {
+        expected += (absFrameNum - 1) / cycle * static_cast<uint64_t>(sps.offsetSums.back());
+        expected += static_cast<uint64_t>(sps.offsetSums[(absFrameNum - 1) % cycle]);
     }
     return expected;
 }
@@ -93,36 +93,36 @@ void FrameThinner::CountOrder(const SequenceParameterSet& sps, const SliceHeader
         top = slice.pic_order_cnt_lsb;
         bottomDistance = slice.delta_pic_order_cnt_bottom;    // 0 for a field
     } else {
-        if (m_order.prev_frame_num > slice.frame_num)
-            m_order.frame_num_offset += sps.MaxFrameNum();
+        if (m_order.prevFrameNum > slice.frame_num)
+            m_order.frameNumOffset += sps.MaxFrameNum();
         if (sps.pic_order_cnt_type == 1) {
             top = ExpectedOrder(sps, slice.frame_num, reference);
             top += static_cast<uint64_t>(int64_t{slice.delta_pic_order_cnt[0]});
             bottomDistance = int64_t{sps.offset_for_top_to_bottom_field} + slice.delta_pic_order_cnt[1];
         } else {
-            top = 2 * (m_order.frame_num_offset + slice.frame_num) - (reference ? 0 : 1);
+            top = 2 * (m_order.frameNumOffset + slice.frame_num) - (reference ? 0 : 1);
         }
     }
     const bool bottom = slice.field_pic_flag ? slice.bottom_field_flag : bottomDistance < 0;
     m_order.order = top + (bottom ? static_cast<uint64_t>(bottomDistance) : 0);
-    m_order.prev_frame_num = slice.frame_num;
+    m_order.prevFrameNum = slice.frame_num;
     if (reference)
-        m_order.prev_ref_frame_num = slice.frame_num;
+        m_order.prevRefFrameNum = slice.frame_num;
 }
 
 // Numbers that the encoder left out count as pictures that were there.
 void FrameThinner::FillGaps(const SequenceParameterSet& sps, const SliceHeader& slice) {
     const uint32_t mask = sps.MaxFrameNum() - 1;
     const auto next = [&](uint32_t number) { return (number + 1) & mask; };
-    if (slice.frame_num == m_order.prev_ref_frame_num)
+    if (slice.frame_num == m_order.prevRefFrameNum)
         return;
     SliceHeader skipped;
-    for (uint32_t number = next(m_order.prev_ref_frame_num); number != slice.frame_num; number = next(number)) {
+    for (uint32_t number = next(m_order.prevRefFrameNum); number != slice.frame_num; number = next(number)) {
         skipped.frame_num = number;
         if (sps.pic_order_cnt_type != 0)
             CountOrder(sps, skipped, true);
-        m_order.prev_ref_frame_num = number;
-        m_order.prev_frame_num = number;
+        m_order.prevRefFrameNum = number;
+        m_order.prevFrameNum = number;
     }
 }
 
@@ -138,13 +138,13 @@ bool FrameThinner::ShouldThin(const MediaFrameHeader& frame, uint32_t level) noe
         if (!FindSlice(frame.data + frame.headerSize, frame.payloadSize, slice))
             return false;
         const SequenceParameterSet& sps = m_sets.SpsOf(slice);
-        if (m_nal_unit_type == h264::kIdrSlice) {
+        if (m_nalUnitType == h264::kIdrSlice) {
             m_order = OrderState();
-            m_order.prev_ref_frame_num = m_order.prev_frame_num = slice.frame_num;
+            m_order.prevRefFrameNum = m_order.prevFrameNum = slice.frame_num;
         } else if (sps.gaps_in_frame_num_value_allowed_flag) {
             FillGaps(sps, slice);
         }
-        CountOrder(sps, slice, m_nal_ref_idc != 0);
+        CountOrder(sps, slice, m_nalRefIdc != 0);
         if (sps.max_num_ref_frames > 3 || !sps.gaps_in_frame_num_value_allowed_flag)
             return false;
         return kThinning[sps.max_num_ref_frames][m_order.order & 7] > 7 - m_level;

@@ -1,5 +1,5 @@
-// Tells which frames of a stream with temporal layers may be dropped before decoding. Used by one worker thread for one
-// run of its channel.
+// Decides which frames of a stream with temporal layers may be dropped before decoding. Used by one worker thread for
+// one run of its channel.
 #pragma once
 
 #include <cstddef>
@@ -25,14 +25,14 @@ private:
 
     h264::ParameterSets m_sets;
     uint32_t m_level = 0;
-    uint8_t m_nal_ref_idc = 0;    // of the last NAL unit
-    uint8_t m_nal_unit_type = 0;
+    uint8_t m_nalRefIdc = 0;    // of the last NAL unit
+    uint8_t m_nalUnitType = 0;
 
     // Order count state of ITU-T H.264, 8.2.1.
     struct OrderState {
-        uint32_t prev_ref_frame_num = 0;
-        uint32_t prev_frame_num = 0;
-        uint64_t frame_num_offset = 0;
+        uint32_t prevRefFrameNum = 0;
+        uint32_t prevFrameNum = 0;
+        uint64_t frameNumOffset = 0;
         uint64_t order = 0;
     };
     OrderState m_order;

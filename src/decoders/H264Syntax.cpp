@@ -36,7 +36,7 @@ void ReadChromaFormat(RbspReader& reader, SequenceParameterSet& sps) {
     const uint32_t chroma_format_idc = Bounded(reader.Ue(), 3, "chroma_format_idc");
     if (chroma_format_idc == 3)
         sps.separate_colour_plane_flag = reader.Flag();
-    sps.chroma_array_type = sps.separate_colour_plane_flag ? 0 : chroma_format_idc;
+    sps.chromaArrayType = sps.separate_colour_plane_flag ? 0 : chroma_format_idc;
     reader.Ue();    // bit depths
     reader.Ue();
     reader.Flag();          // qpprime_y_zero_transform_bypass_flag
@@ -51,7 +51,7 @@ void ReadChromaFormat(RbspReader& reader, SequenceParameterSet& sps) {
 void ReadOrderCount(RbspReader& reader, SequenceParameterSet& sps) {
     sps.pic_order_cnt_type = Bounded(reader.Ue(), 2, "pic_order_cnt_type");
     if (sps.pic_order_cnt_type == 0) {
-        sps.log2_max_pic_order_cnt_lsb = 4 + Bounded(reader.Ue(), 12, "log2_max_pic_order_cnt_lsb_minus4");
+        sps.log2MaxPicOrderCntLsb = 4 + Bounded(reader.Ue(), 12, "log2_max_pic_order_cnt_lsb_minus4");
     } else if (sps.pic_order_cnt_type == 1) {
         sps.delta_pic_order_always_zero_flag = reader.Flag();
         sps.offset_for_non_ref_pic = reader.Se();
@@ -64,15 +64,15 @@ void ReadOrderCount(RbspReader& reader, SequenceParameterSet& sps) {
 }
 
 void SkipSliceGroups(RbspReader& reader) {
-    const uint32_t groups_minus1 = Bounded(reader.Ue(), 7, "num_slice_groups_minus1");
-    if (groups_minus1 == 0)
+    const uint32_t groupsMinus1 = Bounded(reader.Ue(), 7, "num_slice_groups_minus1");
+    if (groupsMinus1 == 0)
         return;
     const uint32_t type = Bounded(reader.Ue(), 6, "slice_group_map_type");
     if (type == 0) {
-        for (uint32_t i = 0; i <= groups_minus1; ++i)
+        for (uint32_t i = 0; i <= groupsMinus1; ++i)
             reader.Ue();
     } else if (type == 2) {
-        for (uint32_t i = 0; i < groups_minus1; ++i) {
+        for (uint32_t i = 0; i < groupsMinus1; ++i) {
             reader.Ue();
             reader.Ue();
         }
@@ -80,7 +80,7 @@ void SkipSliceGroups(RbspReader& reader) {
         reader.Flag();
         reader.Ue();
     } else if (type == 6) {
-        const auto width = static_cast<unsigned>(std::bit_width(groups_minus1));
+        const auto width = static_cast<unsigned>(std::bit_width(groupsMinus1));
         for (uint64_t left = uint64_t{reader.Ue()} + 1; left > 0; --left)
             reader.Bits(width);
     }
@@ -125,7 +125,7 @@ void ReadSliceOrderCount(RbspReader& reader, const SequenceParameterSet& sps, co
                          SliceHeader& slice) {
     const bool bothFields = pps.bottom_field_pic_order_in_frame_present_flag && !slice.field_pic_flag;
     if (sps.pic_order_cnt_type == 0) {
-        slice.pic_order_cnt_lsb = reader.Bits(sps.log2_max_pic_order_cnt_lsb);
+        slice.pic_order_cnt_lsb = reader.Bits(sps.log2MaxPicOrderCntLsb);
         if (bothFields)
             slice.delta_pic_order_cnt_bottom = reader.Se();
     } else if (sps.pic_order_cnt_type == 1 && !sps.delta_pic_order_always_zero_flag) {
@@ -142,26 +142,26 @@ void SkipReferences(RbspReader& reader, const SequenceParameterSet& sps, const P
     const bool isP = slice_type == kP || slice_type == kSp;
     if (!isB && !isP)
         return;
-    uint32_t active_minus1[2] = {pps.num_ref_idx_default_active_minus1[0], pps.num_ref_idx_default_active_minus1[1]};
+    uint32_t activeMinus1[2] = {pps.num_ref_idx_default_active_minus1[0], pps.num_ref_idx_default_active_minus1[1]};
     if (isB)
         reader.Flag();      // direct_spatial_mv_pred_flag
     if (reader.Flag()) {    // num_ref_idx_active_override_flag
-        active_minus1[0] = Bounded(reader.Ue(), 31, "num_ref_idx_l0_active_minus1");
+        activeMinus1[0] = Bounded(reader.Ue(), 31, "num_ref_idx_l0_active_minus1");
         if (isB)
-            active_minus1[1] = Bounded(reader.Ue(), 31, "num_ref_idx_l1_active_minus1");
+            activeMinus1[1] = Bounded(reader.Ue(), 31, "num_ref_idx_l1_active_minus1");
     }
     SkipListModification(reader);
     if (isB)
         SkipListModification(reader);
     if (isP ? !pps.weighted_pred_flag : pps.weighted_bipred_idc != 1)
         return;
-    const bool withChroma = sps.chroma_array_type != 0;
+    const bool withChroma = sps.chromaArrayType != 0;
     reader.Ue();    // luma_log2_weight_denom
     if (withChroma)
         reader.Ue();
-    SkipWeights(reader, withChroma, active_minus1[0] + 1);
+    SkipWeights(reader, withChroma, activeMinus1[0] + 1);
     if (isB)
-        SkipWeights(reader, withChroma, active_minus1[1] + 1);
+        SkipWeights(reader, withChroma, activeMinus1[1] + 1);
 }
 
 }    // namespace
@@ -173,7 +173,7 @@ SequenceParameterSet ReadSps(RbspReader& reader, uint32_t& seq_parameter_set_id)
     seq_parameter_set_id = Bounded(reader.Ue(), 31, "seq_parameter_set_id");
     if (HasChromaFormat(profile_idc))
         ReadChromaFormat(reader, sps);
-    sps.log2_max_frame_num = 4 + Bounded(reader.Ue(), 12, "log2_max_frame_num_minus4");
+    sps.log2MaxFrameNum = 4 + Bounded(reader.Ue(), 12, "log2_max_frame_num_minus4");
     ReadOrderCount(reader, sps);
     sps.max_num_ref_frames = reader.Ue();
     sps.gaps_in_frame_num_value_allowed_flag = reader.Flag();
@@ -228,7 +228,7 @@ SliceHeader ParameterSets::ParseSlice(RbspReader& reader, uint8_t nal_unit_type,
     const SequenceParameterSet& sps = *m_sps[pps->seq_parameter_set_id];
     if (sps.separate_colour_plane_flag)
         reader.Bits(2);
-    slice.frame_num = reader.Bits(sps.log2_max_frame_num);
+    slice.frame_num = reader.Bits(sps.log2MaxFrameNum);
     if (!sps.frame_mbs_only_flag) {
         slice.field_pic_flag = reader.Flag();
         slice.bottom_field_flag = slice.field_pic_flag && reader.Flag();

@@ -1,4 +1,4 @@
-// The few headers of ITU-T H.264, clause 7.3, that tell the place of a picture in its stream. Names are the standard's.
+// The headers of ITU-T H.264, clause 7.3, that state the place of a picture in its stream. Names are the standard's.
 #pragma once
 
 #include <array>
@@ -13,11 +13,11 @@ namespace corvane::h264 {
 enum NalUnitType : uint8_t { kSlice = 1, kIdrSlice = 5, kSps = 7, kPps = 8, kPrefix = 14, kSliceExtension = 20 };
 
 struct SequenceParameterSet {
-    uint32_t chroma_array_type = 1;    // 0 with separate planes
+    uint32_t chromaArrayType = 1;    // 0 with separate planes
     bool separate_colour_plane_flag = false;
-    uint32_t log2_max_frame_num = 4;    // 4 to 16
+    uint32_t log2MaxFrameNum = 4;       // 4 to 16
     uint32_t pic_order_cnt_type = 0;    // 0 to 2
-    uint32_t log2_max_pic_order_cnt_lsb = 4;
+    uint32_t log2MaxPicOrderCntLsb = 4;
     bool delta_pic_order_always_zero_flag = false;
     int32_t offset_for_non_ref_pic = 0;
     int32_t offset_for_top_to_bottom_field = 0;
@@ -28,7 +28,7 @@ struct SequenceParameterSet {
     uint32_t pic_height_in_map_units_minus1 = 0;
     bool frame_mbs_only_flag = true;
 
-    uint32_t MaxFrameNum() const { return 1u << log2_max_frame_num; }
+    uint32_t MaxFrameNum() const { return 1u << log2MaxFrameNum; }
 };
 
 struct PictureParameterSet {
@@ -51,10 +51,11 @@ struct SliceHeader {
 };
 
 // The functions of this file take a reader whose header bytes of the NAL unit have been read. They raise
-// QMRX::SDK::Utility::NALUParserException where the unit ends early, and another std::exception for values out of range.
+// QMRX::SDK::Utility::NALUParserException where the unit ends early, and another std::exception for values out of
+// range.
 SequenceParameterSet ReadSps(RbspReader& reader, uint32_t& seq_parameter_set_id);
 
-// The parameter sets of a stream, and the parsers that need them. No set is replaced by one that raises.
+// The parameter sets of a stream, and the parsers that need them. A set whose parsing raises replaces none.
 class ParameterSets {
 public:
     // The set that was read, which stays until another takes its place.

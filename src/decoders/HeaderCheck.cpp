@@ -14,8 +14,8 @@ namespace {
 
 static_assert(kMaxCodedPixels > limits::kMaxPicturePixels);
 
-// The bounds beyond which libavutil prints a line: its own limit of pixels, and INT32_MAX bytes for a picture of eight
-// bytes a pixel with a margin on each side.
+// Libavutil prints a line above these bounds: its own limit of pixels, and INT32_MAX bytes for a picture of eight bytes
+// a pixel with a margin on each side.
 HeaderVerdict CheckSize(uint64_t width, uint64_t height) {
     const bool valid = width > 0 && height > 0 && width <= kMaxCodedPixels && height <= kMaxCodedPixels &&
                        width * height <= kMaxCodedPixels && (width * 8 + 1024) * (height + 128) < INT32_MAX;
@@ -27,7 +27,7 @@ template <typename Check>
 HeaderVerdict CheckEach(const uint8_t* data, uint32_t size, Check check) {
     const uint8_t* const end = data + size;
     try {
-        for (const uint8_t* at = BehindStartCode(data, end); at < end; at = BehindStartCode(at, end))
+        for (const uint8_t* at = AfterStartCode(data, end); at < end; at = AfterStartCode(at, end))
             if (const HeaderVerdict verdict = check(at, static_cast<size_t>(end - at)); verdict != HeaderVerdict::Valid)
                 return verdict;
     } catch (const QMRX::SDK::Utility::NALUParserException&) {
@@ -105,14 +105,14 @@ HeaderVerdict CheckLayer(BitReader bits) {
 HeaderVerdict CheckJpegHeaders(const uint8_t* data, uint32_t size) {
     constexpr uint8_t kHuffmanTables = 0xC4, kEndOfImage = 0xD9, kQuantiserTables = 0xDB, kApplication = 0xE0,
                       kLastApplication = 0xEF, kJpegLs = 0xF7, kComment = 0xFE;
-    bool has_size = false;
+    bool hasSize = false;
     for (uint32_t at = 0; at + 1 < size;) {
         const uint8_t marker = data[at + 1];
         if (data[at] != 0xFF || marker < 0xC0 || marker == 0xFF) {
             ++at;    // coded data
             continue;
         }
-        if (has_size && marker == kEndOfImage)
+        if (hasSize && marker == kEndOfImage)
             return HeaderVerdict::Valid;        // bytes after the image are not decoded
         const uint32_t left = size - at - 2;    // after the marker
         if (marker <= 0xC3 || marker == kJpegLs) {
@@ -122,7 +122,7 @@ HeaderVerdict CheckJpegHeaders(const uint8_t* data, uint32_t size) {
                 CheckSize(uint32_t{data[at + 7]} << 8 | data[at + 8], uint32_t{data[at + 5]} << 8 | data[at + 6]);
             if (verdict != HeaderVerdict::Valid)
                 return verdict;
-            has_size = true;
+            hasSize = true;
         }
         const uint32_t length = left < 2 ? 0 : uint32_t{data[at + 2]} << 8 | data[at + 3];
         // Segments may hold anything, pictures of their own included. Of other markers, and of a quantiser table that
@@ -137,7 +137,7 @@ HeaderVerdict CheckJpegHeaders(const uint8_t* data, uint32_t size) {
 HeaderVerdict CheckMpeg4Layer(const uint8_t* data, uint32_t size) {
     constexpr uint8_t kPicture = 0xB6;    // decoding begins here, with the headers read so far
     const uint8_t* const end = data + size;
-    for (const uint8_t* at = BehindStartCode(data, end); at < end && *at != kPicture; at = BehindStartCode(at, end)) {
+    for (const uint8_t* at = AfterStartCode(data, end); at < end && *at != kPicture; at = AfterStartCode(at, end)) {
         if (*at < 0x20 || *at > 0x2F)
             continue;
         try {

@@ -31,7 +31,7 @@ bool IsH264Profile(unsigned profile_idc) {
     return std::find(std::begin(kProfiles), std::end(kProfiles), profile_idc) != std::end(kProfiles);
 }
 
-// What the bytes after the start codes of a payload would be in each format that has start codes.
+// The meaning of the bytes after the start codes of a payload in each format that has start codes.
 struct Signs {
     bool h264 = false;           // a slice, or a sequence parameter set of a known profile
     bool h265 = false;           // both a video and a sequence parameter set, or a trailing picture
@@ -45,7 +45,7 @@ Signs ReadSigns(const uint8_t* data, uint32_t size) {
     bool vps = false;
     bool sps = false;
     const uint8_t* const end = data + size;
-    for (const uint8_t* at = BehindStartCode(data, end); at < end; at = BehindStartCode(at, end)) {
+    for (const uint8_t* at = AfterStartCode(data, end); at < end; at = AfterStartCode(at, end)) {
         const unsigned first = at[0];
         const unsigned second = end - at > 1 ? at[1] : 0;
         const bool forbidden = (first & 0x80) != 0;

@@ -1,4 +1,4 @@
-// Why a payload that brought no picture could not bring one: what a client feeds by mistake.
+// Finds the mistake of a client for which a payload could not give a picture.
 #pragma once
 
 #include <cstdint>
@@ -7,8 +7,8 @@ namespace corvane {
 
 enum class PayloadFault { None, NoStartCode, WrongType };
 
-// Only what is certain; None in doubt and for an empty payload. `streamType` is that of the decoder. Reads nothing
-// outside (data, size), but all of it: for frames without a picture only.
+// Only a certain fault; None in doubt and for an empty payload. `streamType` is that of the decoder. Reads all of
+// (data, size) and nothing else, so call it for frames without a picture only.
 PayloadFault FindPayloadFault(uint32_t streamType, const uint8_t* data, uint32_t size) noexcept;
 
 }    // namespace corvane

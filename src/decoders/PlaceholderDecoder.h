@@ -1,4 +1,4 @@
-// The decoder of placeholder frames, which a stream carries where it has no picture: always the same black picture.
+// The decoder of placeholder frames, which a stream carries in place of pictures: always the same black picture.
 #pragma once
 
 #include <cstdint>

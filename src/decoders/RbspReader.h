@@ -1,4 +1,4 @@
-// Reads the syntax elements of one NAL unit, emulation prevention removed on the way.
+// Reads the syntax elements of one NAL unit and removes emulation prevention.
 #pragma once
 
 #include <cstddef>

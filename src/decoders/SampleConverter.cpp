@@ -27,7 +27,7 @@ bool SampleConverter::Prepare(const AVFrame& frame) {
     else if (av_channel_layout_copy(&layout, &frame.ch_layout) < 0)
         return false;
     if (m_resampler != nullptr && av_channel_layout_compare(&layout, &m_layout) == 0 &&
-        m_sample_format == frame.format && m_sample_rate == frame.sample_rate) {
+        m_sampleFormat == frame.format && m_sampleRate == frame.sample_rate) {
         av_channel_layout_uninit(&layout);
         return true;
     }
@@ -40,8 +40,8 @@ bool SampleConverter::Prepare(const AVFrame& frame) {
         swr_free(&m_resampler);
     av_channel_layout_uninit(&m_layout);
     m_layout = layout;
-    m_sample_format = frame.format;
-    m_sample_rate = frame.sample_rate;
+    m_sampleFormat = frame.format;
+    m_sampleRate = frame.sample_rate;
     return made;
 }
 

@@ -31,8 +31,8 @@ private:
     SwrContext* m_resampler = nullptr;
     // What m_resampler was made for.
     AVChannelLayout m_layout{};
-    int32_t m_sample_format = -1;
-    int32_t m_sample_rate = 0;    // samples per second
+    int32_t m_sampleFormat = -1;
+    int32_t m_sampleRate = 0;    // samples per second
 };
 
 }    // namespace corvane

@@ -7,8 +7,8 @@
 
 namespace corvane {
 
-// Behind the next 00 00 01 in [at, end), or `end`.
-inline const uint8_t* BehindStartCode(const uint8_t* at, const uint8_t* end) {
+// The byte after the next 00 00 01 in [at, end), or `end`.
+inline const uint8_t* AfterStartCode(const uint8_t* at, const uint8_t* end) {
     for (const uint8_t* begin = at; at < end; ++at) {
         at = static_cast<const uint8_t*>(std::memchr(at, 1, static_cast<size_t>(end - at)));
         if (at == nullptr)

@@ -15,9 +15,9 @@ namespace {
 constexpr uint32_t kKindCuvid = 1;
 constexpr uint32_t kKindDxva2 = 2;
 constexpr uint32_t kKindQuickSync = 3;
-constexpr uint32_t kMostThreads = 32;        // that any decoder makes use of
+constexpr uint32_t kMostThreads = 32;        // that any decoder uses
 constexpr uint32_t kMostReordered = 16;      // pictures that any of the standards lets a decoder hold for their order
-constexpr uint32_t kUsuallyReordered = 5;    // at most, by what encoders make
+constexpr uint32_t kUsuallyReordered = 5;    // at most, in streams of usual encoders
 
 uint32_t ThreadCount(uint32_t asked, uint32_t width, uint32_t height) {
     if (asked != 0)
@@ -70,8 +70,8 @@ void VideoDecoderHolder::SetAdapter(uint32_t adapter) {
     m_adapter = adapter;
     const DecoderFactories factories = CopySettings().factories;
     const bool dependsOnAdapter =
-        (m_active_kind == kKindCuvid && factories.GetDecoderIsolated_CUVID_MP4V_v2 != nullptr) ||
-        (m_active_kind == kKindDxva2 && factories.GetDecoderIsolated_DXVA2_v2 != nullptr);
+        (m_activeKind == kKindCuvid && factories.GetDecoderIsolated_CUVID_MP4V_v2 != nullptr) ||
+        (m_activeKind == kKindDxva2 && factories.GetDecoderIsolated_DXVA2_v2 != nullptr);
     if (dependsOnAdapter)
         Reset(m_backward);
 }
@@ -80,21 +80,21 @@ void VideoDecoderHolder::Reset(bool backward) {
     m_decoder.reset();
     m_software = nullptr;
     m_none = false;
-    m_active_kind = 0;
-    m_codec = m_vendor_tag = m_width = m_height = 0;
-    m_last_got = 0;
+    m_activeKind = 0;
+    m_codec = m_vendorTag = m_width = m_height = 0;
+    m_lastGot = 0;
     m_picture = SharedPicture();
     m_marks = FieldMarks{};
-    m_extension_seen = false;
+    m_extensionSeen = false;
     m_backward = backward;
-    m_in_flight.clear();
-    m_units = {};
+    m_inFlight.clear();
+    m_units = AccessUnitAssembler();
 }
 
 bool VideoDecoderHolder::CurrentInput(FramePtr& out) const {
-    if (CurrentFrame().planes[0] == nullptr || m_in_flight.empty())
+    if (CurrentFrame().planes[0] == nullptr || m_inFlight.empty())
         return false;
-    out = m_in_flight.front();
+    out = m_inFlight.front();
     return true;
 }
 
@@ -104,7 +104,7 @@ void VideoDecoderHolder::ChooseDecoder(const MediaFrameImpl& frame) {
     const uint32_t codec = frame.Header().streamType;
     // Damage can make a delay grow for good, to as much as 16 pictures.
     const bool late = m_software != nullptr && m_software->DelayGrowth() > kUsuallyReordered;
-    if (m_codec == codec && m_vendor_tag == frame.VendorTag() && m_width == frame.DecodedWidth() &&
+    if (m_codec == codec && m_vendorTag == frame.VendorTag() && m_width == frame.DecodedWidth() &&
         m_height == frame.DecodedHeight() && !late)
         return;
     // Parameter sets that came by themselves are for this frame.
@@ -120,11 +120,11 @@ void VideoDecoderHolder::ChooseDecoder(const MediaFrameImpl& frame) {
     if (m_none)
         return;
     // Backward play, once there is such a decoder, wraps m_decoder here and in FallBack (not for JPEG and
-    // placeholders). Until then it is fed as in forward play.
-    m_active_kind = software ? 0 : kind;
+    // placeholders). Until then m_decoder gets each frame as it comes.
+    m_activeKind = software ? 0 : kind;
     m_threads = threads;
     m_codec = codec;
-    m_vendor_tag = frame.VendorTag();
+    m_vendorTag = frame.VendorTag();
     m_width = frame.DecodedWidth();
     m_height = frame.DecodedHeight();
 }
@@ -157,13 +157,13 @@ DecoderPtr VideoDecoderHolder::MakeFromPlugin(const Settings& settings, const Me
             return CallFactory(factories.GetDecoderIsolated_Hikvision, frame.VendorBlob(), frame.VendorBlobSize());
         return nullptr;
     case CORVANE_STREAM_MPEG4:
-        *kind = settings.mpeg4_kind;
+        *kind = settings.mpeg4Kind;
         if (*kind == kKindCuvid)
             return CallEither(factories.GetDecoderIsolated_CUVID_MP4V_v2, m_adapter,
                               factories.GetDecoderIsolated_CUVID_MP4V);
         return nullptr;
     case CORVANE_STREAM_H264:
-        *kind = settings.h264_kind;
+        *kind = settings.h264Kind;
         if (*kind == kKindCuvid)
             return CallEither(factories.GetDecoderIsolated_CUVID_H264_v2, m_adapter,
                               factories.GetDecoderIsolated_CUVID_H264);
@@ -175,7 +175,7 @@ DecoderPtr VideoDecoderHolder::MakeFromPlugin(const Settings& settings, const Me
             return CallFactory(factories.GetDecoderIsolated_QuickSync);
         return nullptr;
     case CORVANE_STREAM_H265:
-        *kind = settings.hevc_kind;
+        *kind = settings.hevcKind;
         if (*kind == kKindCuvid)
             return CallEither(factories.GetDecoderIsolated_CUVID_HEVC_v2, m_adapter,
                               factories.GetDecoderIsolated_CUVID_HEVC);
@@ -191,23 +191,23 @@ DecoderPtr VideoDecoderHolder::MakeFromPlugin(const Settings& settings, const Me
 }
 
 bool VideoDecoderHolder::FallBack(const MediaFrameImpl& frame) {
-    if ((!m_backward && !frame.IsKeyFrame()) || m_active_kind == 0)
+    if ((!m_backward && !frame.IsKeyFrame()) || m_activeKind == 0)
         return false;
     const Settings settings = CopySettings();
-    if (!settings.fallback_allowed ||
+    if (!settings.fallbackAllowed ||
         (m_codec != CORVANE_STREAM_MPEG4 && m_codec != CORVANE_STREAM_H264 && m_codec != CORVANE_STREAM_H265))
         return false;
     const uint32_t threads = ThreadCount(settings.threads, m_width, m_height);
     if (!MakeSoftware(m_codec, threads))
         return false;
-    m_in_flight.clear();
-    m_last_got = 0;    // no picture of the new decoder is out: nothing to take from in_flight for the first one
+    m_inFlight.clear();
+    m_lastGot = 0;    // the new decoder has given no picture, so its first one takes nothing from m_inFlight
     m_threads = threads;
-    m_active_kind = 0;
+    m_activeKind = 0;
     return true;
 }
 
-// Negative also for an exception and for a picture that cannot be.
+// Negative also for an exception and for an impossible picture.
 int32_t VideoDecoderHolder::CallDecoder(const EncodedUnit& unit, uint32_t* got, DecodedFrame* picture) noexcept {
     try {
         const int32_t result = m_decoder->DecodeVideo(picture, got, &unit);
@@ -223,8 +223,8 @@ int32_t VideoDecoderHolder::CallDecoder(const EncodedUnit& unit, uint32_t* got, 
     }
 }
 
-// The holder's own reference on what was decoded; without one where the decoder does not share it. Plug-ins and
-// placeholders say nothing of colours: theirs count as full-range BT.601.
+// The holder's own reference on the decoded picture; none where the decoder does not share it. Plug-ins and
+// placeholders signal no colours: theirs count as full-range BT.601.
 SharedPicture VideoDecoderHolder::TakeReference(const DecodedFrame& decoded, uint32_t got) noexcept {
     constexpr uint32_t kCanBeShared = 2;    // *got of its decode
     constexpr int32_t kVersion = 2;
@@ -276,7 +276,8 @@ int32_t VideoDecoderHolder::Decode(const FramePtr& frame, uint32_t* got) {
         return -1;
     }
     int32_t result = 0;
-    const AccessUnitAssembler::Unit unit = m_units.Add(frame);
+    // A backward decoder gets each frame, and assembles the units of a GOP by itself.
+    const AccessUnitAssembler::Unit unit = m_backward ? AccessUnitAssembler::Alone(frame) : m_units.Add(frame);
     if (unit.input != nullptr)
         result = DecodeUnit(unit, got);
     else
@@ -289,30 +290,30 @@ int32_t VideoDecoderHolder::Decode(const FramePtr& frame, uint32_t* got) {
 int32_t VideoDecoderHolder::DecodeUnit(const AccessUnitAssembler::Unit& unit, uint32_t* got) {
     *got = 0;
     m_outcome = DecodeOutcome::Failed;
-    m_in_flight.push_back(unit.input);    // first, since it may raise
-    m_picture = SharedPicture();          // the last picture ends with the next call on its decoder
+    m_inFlight.push_back(unit.input);    // first, since it may raise
+    m_picture = SharedPicture();         // the last picture ends with the next call on its decoder
     DecodedFrame picture{};
     if (CallDecoder(unit.encoded, got, &picture) < 0) {
-        m_in_flight.pop_back();
+        m_inFlight.pop_back();
         *got = 0;
         return FallBack(*unit.input) ? DecodeUnit(unit, got) : -1;    // once: the fall-back is software
     }
-    if (m_last_got != 0)
-        m_in_flight.pop_front();    // it was shown, and its picture is over
+    if (m_lastGot != 0)
+        m_inFlight.pop_front();    // it was shown, and its picture is over
     if (*got != 0) {
         m_outcome = DecodeOutcome::Picture;
         m_picture = TakeReference(picture, *got);
-        while (m_software != nullptr && m_in_flight.size() > size_t{m_software->Delay()} + 1)
-            m_in_flight.pop_front();    // its picture would have come by now
-        ApplyFieldMarks(*m_in_flight.front());
-        CarryLensRecord(*m_in_flight.front());
+        while (m_software != nullptr && m_inFlight.size() > size_t{m_software->Delay()} + 1)
+            m_inFlight.pop_front();    // its picture would have come by now
+        ApplyFieldMarks(*m_inFlight.front());
+        CarryLensRecord(*m_inFlight.front());
     } else {
         m_outcome = OutcomeOfSilence();
         RemoveEnded();
     }
-    const bool stopped = *got == 0 && m_last_got != 0 && m_software == nullptr && !m_backward;
-    m_last_got = *got;
-    if (stopped || m_in_flight.size() > MostInFlight()) {
+    const bool stopped = *got == 0 && m_lastGot != 0 && m_software == nullptr && !m_backward;
+    m_lastGot = *got;
+    if (stopped || m_inFlight.size() > MostInFlight()) {
         Reset(m_backward);    // the next key frame brings a new one
         *got = 0;
         m_outcome = DecodeOutcome::Dropped;
@@ -320,11 +321,11 @@ int32_t VideoDecoderHolder::DecodeUnit(const AccessUnitAssembler::Unit& unit, ui
     return 0;
 }
 
-// Takes out the unit that the software decoder is done with without a picture.
+// Removes the unit that the software decoder has finished without a picture.
 void VideoDecoderHolder::RemoveEnded() {
     const std::optional<uint32_t> since = m_software != nullptr ? m_software->UnitsSinceEnded() : std::nullopt;
-    if (since && *since < m_in_flight.size())
-        m_in_flight.erase(m_in_flight.end() - 1 - static_cast<ptrdiff_t>(*since));
+    if (since && *since < m_inFlight.size())
+        m_inFlight.erase(m_inFlight.end() - 1 - static_cast<ptrdiff_t>(*since));
 }
 
 size_t VideoDecoderHolder::MostInFlight() const {
@@ -334,7 +335,7 @@ size_t VideoDecoderHolder::MostInFlight() const {
 // After a call that succeeded and gave no picture.
 DecodeOutcome VideoDecoderHolder::OutcomeOfSilence() const {
     if (m_software == nullptr)
-        return DecodeOutcome::HeldBack;    // a plug-in does not say more
+        return DecodeOutcome::HeldBack;    // a plug-in reports no more
     switch (m_software->LastEnd()) {
     case UnitEnd::Taken:
         return DecodeOutcome::HeldBack;
@@ -356,9 +357,9 @@ void VideoDecoderHolder::ApplyFieldMarks(MediaFrameImpl& frame) {
         ReadMpeg4Marker(frame.Payload(), frame.PayloadSize(), m_marks);
     else
         return;
-    if (m_marks.field_l_mode)
+    if (m_marks.fieldLMode)
         frame.RaiseFieldCoded();
-    if (m_marks.interlaced_mode)
+    if (m_marks.interlacedMode)
         frame.RaiseInterlaced();
 }
 
@@ -366,10 +367,10 @@ void VideoDecoderHolder::ApplyFieldMarks(MediaFrameImpl& frame) {
 void VideoDecoderHolder::CarryLensRecord(MediaFrameImpl& frame) {
     const LensRecord* record = frame.Lens();
     if (frame.IsKeyFrame()) {
-        m_extension_seen = record != nullptr;
+        m_extensionSeen = record != nullptr;
         if (record != nullptr)
             m_extension = *record;
-    } else if (m_extension_seen) {
+    } else if (m_extensionSeen) {
         frame.SetLensRecord(m_extension);
     }
 }

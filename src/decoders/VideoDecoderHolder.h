@@ -1,4 +1,4 @@
-// Picks, replaces and feeds the video decoder of one channel, and knows which input frame a picture came from.
+// Chooses, replaces and feeds the video decoder of one channel, and pairs each picture with its input frame.
 //
 // Threads: the setters may be called from any thread and never wait for a decode. Everything else is used by one thread
 // at a time, under the channel's decoder lock; CurrentFrame, ShareCurrent, CurrentInput and ActiveKind by several while
@@ -26,30 +26,30 @@ public:
     VideoDecoderHolder(const VideoDecoderHolder&) = delete;
     VideoDecoderHolder& operator=(const VideoDecoderHolder&) = delete;
 
-    // What the next decoder made will use. Kinds: 0 software, 1 CUVID, 2 DXVA2, 3 QuickSync. Threads: 0 for automatic.
-    void SetH264Kind(uint32_t kind) { Set(&Settings::h264_kind, kind); }
-    void SetMpeg4Kind(uint32_t kind) { Set(&Settings::mpeg4_kind, kind); }
-    void SetHevcKind(uint32_t kind) { Set(&Settings::hevc_kind, kind); }
+    // Settings of the next decoder. Kinds: 0 software, 1 CUVID, 2 DXVA2, 3 QuickSync. Threads: 0 for automatic.
+    void SetH264Kind(uint32_t kind) { Set(&Settings::h264Kind, kind); }
+    void SetMpeg4Kind(uint32_t kind) { Set(&Settings::mpeg4Kind, kind); }
+    void SetHevcKind(uint32_t kind) { Set(&Settings::hevcKind, kind); }
     void SetThreads(uint32_t threads) { Set(&Settings::threads, threads); }
-    void SetBackwardMemoryMode(uint32_t mode) { Set(&Settings::backward_memory_mode, mode); }
-    void SetFallbackAllowed(bool allowed) { Set(&Settings::fallback_allowed, allowed); }
+    void SetBackwardMemoryMode(uint32_t mode) { Set(&Settings::backwardMemoryMode, mode); }
+    void SetFallbackAllowed(bool allowed) { Set(&Settings::fallbackAllowed, allowed); }
     void SetFactories(const DecoderFactories& factories) { Set(&Settings::factories, factories); }
 
-    // Makes or replaces the decoder where `frame` asks for it, and decodes what AccessUnitAssembler does not keep for
-    // later. 0, with *got 0 when this call brought no picture; -1 when there is no decoder (until the next key frame,
-    // in forward play) or it failed. Raises std::bad_alloc.
+    // Makes or replaces the decoder where `frame` requires it, and decodes the unit that `frame` completes, if any. 0,
+    // with *got 0 when this call gave no picture; -1 when there is no decoder (until the next key frame, in forward
+    // play) or it failed. Raises std::bad_alloc.
     int32_t Decode(const FramePtr& frame, uint32_t* got);
 
-    // What the last Decode came to; Failed also where it raised.
+    // The outcome of the last Decode; Failed also where it raised.
     DecodeOutcome LastOutcome() const { return m_outcome; }
 
-    // Whether `frame` is the second field of a picture whose first came alone and waits. Raises std::bad_alloc.
+    // Whether `frame` is the second field of a picture whose first field waits. Raises std::bad_alloc.
     bool Completes(const MediaFrameImpl& frame) { return m_units.Completes(frame); }
 
     // Index of the display adapter that shows the window; a decoder that was made for another one is dropped.
     void SetAdapter(uint32_t adapter);
 
-    // Drops the decoder and all that is on its way through it.
+    // Drops the decoder and all units in it.
     void Reset(bool backward);
 
     // The current picture, valid until the next Decode, SetAdapter or Reset; all zero when there is none.
@@ -62,26 +62,26 @@ public:
     }
 
     // Hardware kind of the current decoder, 0 when it is software or there is none.
-    uint32_t ActiveKind() const { return m_active_kind; }
+    uint32_t ActiveKind() const { return m_activeKind; }
 
-    // Threads that the current decoder decodes on; 1 for a plug-in, which does not say; 0 when there is no decoder.
+    // Threads of the current decoder; 1 for a plug-in, which does not report them; 0 when there is no decoder.
     uint32_t ThreadsInUse() const;
 
     // The input that the current picture came from; false when there is no picture.
     bool CurrentInput(FramePtr& out) const;
 
     // Frames that went in and have not been superseded by a later picture.
-    size_t InFlight() const { return m_in_flight.size(); }
+    size_t InFlight() const { return m_inFlight.size(); }
 
 private:
     struct Settings {
         DecoderFactories factories;
-        uint32_t h264_kind = 0;
-        uint32_t mpeg4_kind = 0;
-        uint32_t hevc_kind = 0;
+        uint32_t h264Kind = 0;
+        uint32_t mpeg4Kind = 0;
+        uint32_t hevcKind = 0;
         uint32_t threads = 0;
-        uint32_t backward_memory_mode = 0;
-        bool fallback_allowed = false;
+        uint32_t backwardMemoryMode = 0;
+        bool fallbackAllowed = false;
     };
 
     template <typename T>
@@ -114,23 +114,23 @@ private:
     const DecoderIsolated_FFmpeg* m_software = nullptr;    // m_decoder, where it is one of these
     bool m_none = false;                                   // the last key frame found no decoder
     DecodeOutcome m_outcome = DecodeOutcome::NoDecoder;
-    uint32_t m_active_kind = 0;
+    uint32_t m_activeKind = 0;
     uint32_t m_threads = 1;    // of the current decoder
     uint32_t m_adapter = 0;
     bool m_backward = false;
     // Stream parameters that the current decoder was made for, all 0 when there is none.
     uint32_t m_codec = 0;
-    uint32_t m_vendor_tag = 0;
+    uint32_t m_vendorTag = 0;
     uint32_t m_width = 0;
     uint32_t m_height = 0;
-    uint32_t m_last_got = 0;    // *got of the last call that gave a picture; 0 when none has come yet
+    uint32_t m_lastGot = 0;     // *got of the last call that gave a picture; 0 when none has come yet
     SharedPicture m_picture;    // the current one, by reference where its decoder shares it
     AccessUnitAssembler m_units;
     FieldMarks m_marks;
-    bool m_extension_seen = false;
+    bool m_extensionSeen = false;
     LensRecord m_extension;    // of the latest key frame
     std::deque<FramePtr>
-        m_in_flight;    // in order of input; its front belongs to the current picture, when there is one
+        m_inFlight;    // in order of input; its front belongs to the current picture, when there is one
 };
 
 }    // namespace corvane

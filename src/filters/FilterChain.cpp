@@ -1,6 +1,11 @@
 #include "filters/FilterChain.h"
 
+#include <algorithm>
+#include <utility>
+
+#include "base/PictureLayout.h"
 #include "filters/FilterDeInterlace.h"
+#include "filters/FilterPicture.h"
 #include "filters/FilterPixelFormatChange.h"
 #include "filters/FilterResize.h"
 #include "filters/TessaroStage.h"
@@ -13,11 +18,11 @@ using QMRX::Filter::Picture;
 
 namespace {
 
-// What a step comes to, beside a negative failure.
+// The results of a step; a failure is negative.
 constexpr int32_t kGoOn = 0;
 constexpr int32_t kReachedDestination = 1;
 
-// A picture with its own memory, which it keeps as long as size and format of what it holds do not change.
+// A picture with its own memory, which is kept while size and format stay the same.
 class ScratchPicture {
 public:
     // False when there is no memory or the size is beyond the limits.
@@ -28,14 +33,14 @@ public:
             return true;
         if (!fits) {
             const uint64_t size = PictureBytes(PF_I420, width, height);
-            // One more chroma row: a kernel that completes an odd height reads the half row behind the last V row.
+            // One more chroma row: YUVToRGB16 reads the chroma of an odd last row after the last V row.
             if (size == 0 || !m_memory.Allocate(size + stride)) {
                 Free();
                 return false;
             }
             m_stride = stride;
         }
-        FillPicture(m_picture, m_memory.Data(), stride, height, format);
+        m_picture = RecordOf(LayOut(m_memory.Data(), stride, {width, height}, format));
         return true;
     }
     void Free() { m_memory.Free(); }
@@ -65,24 +70,14 @@ bool NeedsDeinterlace(const ChainSettings& settings, const MediaFrameImpl& frame
     return frame.FieldCoded() || NeedsSmoothing(settings, frame);
 }
 
-bool PictureOf(const DecodedFrame& decoded, Picture& picture) {
-    if (PictureBytes(PF_I420, decoded.width, decoded.height) == 0)
-        return false;
-    for (int i = 0; i < 3; ++i) {
-        const bool needed = i < 2 || decoded.strides[2] != 0;
-        if (decoded.strides[i] > INT32_MAX || (needed && decoded.planes[i] == nullptr))
-            return false;
-        picture.plane[i] = decoded.planes[i];
-        picture.stride[i] = static_cast<int32_t>(decoded.strides[i]);
-    }
-    picture.height = decoded.height;
-    picture.format = decoded.strides[2] != 0 ? uint32_t{PF_I420} : uint32_t{PF_NV12};
-    if (picture.format == PF_NV12)
-        picture.plane[2] = nullptr;
-    return true;
+// Whether the steps can read the picture.
+bool IsReadable(const ConstPictureView& picture) {
+    return (picture.ThreePlanes() || picture.TwoPlanes()) && picture.Complete() &&
+           PictureBytes(PF_I420, picture.size.width, picture.size.height) != 0 &&
+           std::ranges::all_of(picture.stride, [](ptrdiff_t stride) { return std::in_range<int32_t>(stride); });
 }
 
-// One picture on its way through the chain.
+// The state of one run.
 struct Passage {
     const ChainSettings& settings;
     const MediaFrameImpl& frame;
@@ -92,9 +87,9 @@ struct Passage {
     Picture destination{};    // of (targetWidth, targetHeight)
     uint32_t targetWidth = 0;
     uint32_t targetHeight = 0;
-    uint32_t dewarpedWidth = 0;    // asked once, so that a changed answer cannot upset the count of steps
+    uint32_t dewarpedWidth = 0;    // asked once, so that another answer cannot change the count of steps
     uint32_t dewarpedHeight = 0;
-    size_t steps = 0;          // still to take; the last one writes into the destination
+    size_t steps = 0;          // that are left; the last one writes into the destination
     uint32_t exchanges = 0;    // pictures written into D and E so far
     Smoothing smoothing = Smoothing::None;
 
@@ -109,7 +104,7 @@ struct Passage {
 }    // namespace
 
 struct FilterChain::Parts {
-    // Purposes of the scratch pictures. What a picture's path does not use is freed on that path.
+    // The uses of the scratch pictures. A run frees the scratch pictures that it does not use.
     enum Purpose : size_t { A_Converted, B_Deinterlaced, C_Dewarped, D_Exchange, E_Exchange, kPurposes };
 
     int32_t CountSteps(Passage& run);
@@ -124,10 +119,10 @@ struct FilterChain::Parts {
     void FreeFrom(size_t first) {
         for (size_t i = first; i < kPurposes; ++i)
             scratch[i].Free();
-        if (first < D_Exchange)    // the path ends before the resize
+        if (first < D_Exchange)    // the run does not resize
             resize.FreeScratch();
     }
-    // D and E take turns; what the turns so far did not use is freed.
+    // D and E take turns. Frees those that this run did not use.
     void FreeUnusedExchanges(const Passage& run) { FreeFrom(D_Exchange + (run.exchanges < 2 ? run.exchanges : 2)); }
     ScratchPicture& NextExchange(const Passage& run) { return scratch[D_Exchange + run.exchanges % 2]; }
 
@@ -160,7 +155,7 @@ int32_t FilterChain::Parts::CountSteps(Passage& run) {
     return kGoOn;
 }
 
-// Nothing but a resize can be done in NV12: then the picture stays as it is.
+// Only a resize can be done in NV12; for other steps the picture is converted first.
 int32_t FilterChain::Parts::ConvertInput(Passage& run) {
     const bool convertFirst =
         run.current.format == PF_NV12 && run.steps > 0 && PreferredFormat(run.settings, run.frame, false) == PF_I420;
@@ -273,8 +268,8 @@ FilterChain::FilterChain() : m_parts(std::make_unique<Parts>()) {}
 FilterChain::~FilterChain() = default;
 
 uint32_t FilterChain::PreferredFormat(const ChainSettings& settings, const MediaFrameImpl& frame,
-                                      const DecodedFrame& decoded) const {
-    return m_parts->PreferredFormat(settings, frame, decoded.strides[2] != 0);
+                                      const ConstPictureView& picture) const {
+    return m_parts->PreferredFormat(settings, frame, picture.ThreePlanes());
 }
 
 void FilterChain::UpdateDewarp(const MediaFrameImpl& frame) {
@@ -288,32 +283,31 @@ void FilterChain::UpdateDewarp(const MediaFrameImpl& frame) {
         dewarp->Update(*record);
 }
 
-int32_t FilterChain::OutputSize(uint32_t* width, uint32_t* height) {
-    return m_parts->dewarp == nullptr ? 0 : m_parts->dewarp->Query(*width, *height, width, height);
+int32_t FilterChain::OutputSize(PictureSize& size) {
+    return m_parts->dewarp == nullptr ? 0 : m_parts->dewarp->Query(size.width, size.height, &size.width, &size.height);
 }
 
-bool FilterChain::PassesThrough(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
-                                uint32_t width, uint32_t height) {
-    Picture picture{};
-    if (decoded.width != width || decoded.height != height || m_parts->dewarp != nullptr ||
-        !settings.clientFilters.empty() || NeedsDeinterlace(settings, frame) || !PictureOf(decoded, picture))
+bool FilterChain::PassesThrough(const ChainSettings& settings, const MediaFrameImpl& frame,
+                                const ConstPictureView& picture, PictureSize size) {
+    if (picture.size != size || m_parts->dewarp != nullptr || !settings.clientFilters.empty() ||
+        NeedsDeinterlace(settings, frame) || !IsReadable(picture))
         return false;
     m_parts->FreeFrom(Parts::A_Converted);
     return true;
 }
 
-ChainResult FilterChain::Run(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
-                             uint8_t* buffer, uint32_t stride, uint32_t format, uint32_t width, uint32_t height,
-                             const std::optional<ColourSignal>& colours) {
+ChainResult FilterChain::Run(const ChainSettings& settings, const MediaFrameImpl& frame, const ConstPictureView& source,
+                             const PictureView& destination) {
     Passage run{settings, frame};
-    if (!PictureOf(decoded, run.current) || PictureBytes(PF_I420, width, height) == 0)
+    if (!IsReadable(source) || PictureBytes(PF_I420, destination.size.width, destination.size.height) == 0)
         return {-1};
-    run.width = decoded.width;
-    run.height = decoded.height;
-    run.targetWidth = width;
-    run.targetHeight = height;
-    FillPicture(run.destination, buffer, stride, height, format);
-    m_parts->convert.SetColours(colours);
+    run.current = RecordOf(source);
+    run.width = source.size.width;
+    run.height = source.size.height;
+    run.destination = RecordOf(destination);
+    run.targetWidth = destination.size.width;
+    run.targetHeight = destination.size.height;
+    m_parts->convert.SetColours(source.colours);
 
     int32_t result = m_parts->CountSteps(run);
     if (result < 0)

@@ -1,21 +1,17 @@
-// The chain that carries a decoded picture into a lent buffer: weave and de-interlace, dewarp, resize, client filters,
-// format change. Its last step always writes straight into the destination.
+// The chain of steps from a decoded picture to a lent buffer: weave and de-interlace, dewarp, resize, client filters,
+// format change. The last step always writes straight into the destination.
 //
-// ChainSettings is what clients set: an immutable value behind a shared pointer, replaced under the owner's lock. A
-// FilterChain is one consumer's run with its own scratch buffers; it has no lock and is used by one thread at a time.
+// ChainSettings is a value that clients set. A FilterChain belongs to one consumer and has scratch pictures of its own.
+// It has no lock: one thread at a time.
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <vector>
 
 #include "base/AlignedBuffer.h"
-#include "base/ColourSignal.h"
 #include "base/PictureView.h"
-#include "corvane/corvane.h"
-#include "corvane/decoder.h"
 #include "corvane/filter.h"
 #include "frame/MediaFrameImpl.h"
 
@@ -27,11 +23,11 @@ struct ChainSettings {
     uint32_t resizeType = 0;    // 0 nearest, 1 linear, 2 cubic, 3 Lanczos
 };
 
-// What the smoothing of an interlaced picture came to.
+// The outcome of the smoothing of an interlaced picture.
 enum class Smoothing : uint8_t {
-    None,    // not asked for, or a step before it failed
+    None,    // not asked for, or an earlier step failed
     Done,
-    Refused,    // the picture is too small for it, or there is no memory: the run ended there
+    Refused,    // the picture is too small, or there is no memory; the run ended there
 };
 
 struct [[nodiscard]] ChainResult {
@@ -44,28 +40,27 @@ public:
     FilterChain();
     ~FilterChain();
 
-    // The format that needs the fewest steps: PF_I420 or PF_NV12.
+    // The format of a destination that needs the fewest steps: PF_I420 or PF_NV12.
     uint32_t PreferredFormat(const ChainSettings& settings, const MediaFrameImpl& frame,
-                             const DecodedFrame& decoded) const;
+                             const ConstPictureView& picture) const;
 
-    // Makes, updates or drops the dewarp stage. Before Run, for each frame.
+    // Makes, updates or drops the dewarp stage. Called before Run, for each frame.
     void UpdateDewarp(const MediaFrameImpl& frame);
 
-    // Replaces the size by that of the dewarp stage, where there is one. Negative on failure, the size then unchanged.
-    int32_t OutputSize(uint32_t* width, uint32_t* height);
+    // Replaces the size by the output size of the dewarp stage, where there is one. Negative on failure; the size is
+    // then unchanged.
+    int32_t OutputSize(PictureSize& size);
 
-    // Whether Run would only copy: a caller that can take `decoded` as it is then needs no Run. Frees the scratch
-    // memory in that case, as such a run does. Motion marks, once there are any, are no copy.
-    bool PassesThrough(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
-                       uint32_t width, uint32_t height);
+    // Whether Run would only copy, so that a caller may take a reference on the picture instead. Frees the scratch
+    // memory in that case, as Run does. Motion marks, once there are any, change a picture.
+    bool PassesThrough(const ChainSettings& settings, const MediaFrameImpl& frame, const ConstPictureView& picture,
+                       PictureSize size);
 
-    // Writes `decoded` into `buffer`, laid out as FillPicture says for (stride, height, format). On failure the buffer
-    // shows whatever it held, or a picture with its odd last row or column unwritten. `colours`: what the samples mean
-    // where the last step makes RGB of them; without a value they are full-range BT.601. No step changes what they
-    // mean.
-    ChainResult Run(const ChainSettings& settings, const MediaFrameImpl& frame, const DecodedFrame& decoded,
-                    uint8_t* buffer, uint32_t stride, uint32_t format, uint32_t width, uint32_t height,
-                    const std::optional<ColourSignal>& colours = std::nullopt);
+    // Writes `source`, which is PF_I420 or PF_NV12, into `destination`. On failure the destination keeps its contents,
+    // or has a picture whose odd last row or column is not written. The colours of the source count where the last step
+    // makes RGB; no step before it changes the meaning of samples.
+    ChainResult Run(const ChainSettings& settings, const MediaFrameImpl& frame, const ConstPictureView& source,
+                    const PictureView& destination);
 
     // Bytes of scratch memory now held.
     size_t ScratchBytes() const;
@@ -74,16 +69,5 @@ private:
     struct Parts;
     std::unique_ptr<Parts> m_parts;
 };
-
-// Lays a picture out over a block of memory. PF_YV12 becomes PF_I420 with exchanged plane pointers.
-void FillPicture(QMRX::Filter::Picture& picture, uint8_t* buffer, uint32_t stride, uint32_t height, uint32_t format);
-
-// The same as a view: with the top row first, also where `format` is one of those whose bottom row is first in memory.
-PictureView LayOut(uint8_t* buffer, uint32_t stride, PictureSize size, uint32_t format);
-
-// Row bytes and whole size of a picture that this library allocates. 0 for an unknown format or a size beyond the
-// limits.
-uint32_t RowBytes(uint32_t format, uint32_t width);
-uint64_t PictureBytes(uint32_t format, uint32_t width, uint32_t height);
 
 }    // namespace corvane

@@ -1,7 +1,7 @@
 #include "filters/FilterDeInterlace.h"
 
-#include "base/Limits.h"
-#include "corvane/corvane.h"
+#include "base/PictureLayout.h"
+#include "filters/FilterPicture.h"
 #include "kernels/Deinterlace.h"
 #include "kernels/PlaneCopy.h"
 
@@ -22,8 +22,8 @@ int32_t Weave(const Picture& from, const Picture& to, uint32_t width, uint32_t h
         uint8_t* const destination = to.plane[plane];
         if (kernels::WeavePlane(source, from.stride[plane], destination, to.stride[plane], planeWidth, fieldRows) != 0)
             return -1;
-        // Belongs to no field of its own: it stays where it is.
-        const auto last = static_cast<ptrdiff_t>(2 * fieldRows);
+        // An odd last row belongs to no field: it is copied.
+        const auto last = 2 * static_cast<ptrdiff_t>(fieldRows);
         if (rows % 2 != 0 && kernels::PlaneCopy(source + last * from.stride[plane], from.stride[plane],
                                                 destination + last * to.stride[plane], to.stride[plane], planeWidth, 1,
                                                 kernels::kCopyStreamingStores) != 0)
@@ -64,24 +64,14 @@ int32_t FilterDeInterlace::Process(FilterArgs* args) {
     if (!m_weave)
         return Smooth(*args->source, *args->destination, args->width, args->height);
 
-    const size_t stride = (size_t{args->width} + 63) & ~size_t{63};
-    if (!m_woven || m_wovenStride != stride || m_wovenHeight != args->height) {
-        using corvane::limits::kMaxPictureSide;
-        if (args->width > kMaxPictureSide || args->height > kMaxPictureSide ||
-            !m_woven.Allocate(stride * args->height * 3 / 2))
+    const uint64_t bytes = corvane::PictureBytes(PF_I420, args->width, args->height);
+    if (!m_woven || m_wovenSize != corvane::PictureSize{args->width, args->height}) {
+        if (bytes == 0 || !m_woven.Allocate(bytes))
             return static_cast<int32_t>(Status_OutOfMemory);
-        m_wovenStride = static_cast<uint32_t>(stride);
-        m_wovenHeight = args->height;
+        m_wovenSize = {args->width, args->height};
     }
-    Picture woven{};
-    const size_t lumaSize = stride * args->height;
-    woven.plane[0] = m_woven.Data();
-    woven.plane[1] = woven.plane[0] + lumaSize;
-    woven.plane[2] = woven.plane[1] + lumaSize / 4;
-    woven.stride[0] = static_cast<int32_t>(stride);
-    woven.stride[1] = woven.stride[2] = woven.stride[0] / 2;
-    woven.height = args->height;
-    woven.format = PF_I420;
+    const Picture woven = corvane::RecordOf(
+        corvane::LayOut(m_woven.Data(), corvane::RowBytes(PF_I420, args->width), m_wovenSize, PF_I420));
     const int32_t result = Weave(*args->source, woven, args->width, args->height);
     return result == 0 ? Smooth(woven, *args->destination, args->width, args->height) : result;
 }

@@ -1,14 +1,16 @@
-// Weaves a picture whose two fields lie one above the other, and smooths one whose lines come from two moments.
+// Weaves a picture whose two fields lie one above the other, and smooths a picture whose lines were captured at two
+// times.
 #pragma once
 
 #include "base/AlignedBuffer.h"
+#include "base/PictureSize.h"
 #include "corvane/filter.h"
 
 namespace QMRX::Filter {
 
 class FilterDeInterlace final : public IFilter {
 public:
-    // Setting either switch to false frees the private picture.
+    // Setting either switch to false frees the scratch picture.
     void SetWeave(bool on);
     void SetSmooth(bool on);
 
@@ -21,9 +23,8 @@ public:
 private:
     bool m_weave = false;
     bool m_smooth = false;
-    corvane::AlignedBuffer m_woven;    // I420, used when both switches are on
-    uint32_t m_wovenStride = 0;
-    uint32_t m_wovenHeight = 0;
+    corvane::AlignedBuffer m_woven;    // PF_I420, used when both switches are on
+    corvane::PictureSize m_wovenSize;
 };
 
 }    // namespace QMRX::Filter

@@ -9,7 +9,8 @@ extern "C" {
 #include <new>
 
 #include "base/FailurePoint.h"
-#include "filters/FilterChain.h"
+#include "base/PictureLayout.h"
+#include "filters/FilterPicture.h"
 #include "filters/NearestSamples.h"
 
 namespace QMRX::Filter {
@@ -44,7 +45,7 @@ private:
                                  static_cast<int>(height), format, kFlag, nullptr, nullptr, nullptr);
         if (m_context == nullptr)
             return -1;
-        // The scaler looks at four planes of each side.
+        // The scaler reads four pointers of each side.
         const Picture& from = *args.source;
         const Picture& to = *args.destination;
         const uint8_t* const source[4] = {from.plane[0], from.plane[1], from.plane[2], nullptr};
@@ -57,7 +58,7 @@ private:
     SwsContext* m_context = nullptr;
 };
 
-// By tables, and by the scaler itself where those cannot be had.
+// By tables, or by the scaler itself where there are none.
 class ResizeNearest final : public FilterResize::Impl {
 public:
     int32_t ScaleI420(const FilterArgs& args, uint32_t width, uint32_t height) override {
@@ -100,8 +101,8 @@ FilterResize::Impl* MakeImpl(uint32_t type) {
     }
 }
 
-// The scaler writes whole vectors, so rows that are not aligned would run into their neighbours; and of an odd height
-// it takes and gives (height + 1) / 2 chroma rows, where pictures of this library have height / 2.
+// Whether the scaler can use the picture. It writes whole vectors, beyond the end of rows that are not aligned; and an
+// odd height has (height + 1) / 2 chroma rows for it, but height / 2 in pictures of this library.
 bool FitsScaler(const Picture& picture, uint32_t height) {
     if (height % 2 != 0)
         return false;
@@ -113,13 +114,13 @@ bool FitsScaler(const Picture& picture, uint32_t height) {
     return true;
 }
 
-// Makes `copy` a picture of that size, its height rounded up to even.
+// Makes `copy` a picture of that size with its height rounded up to even.
 bool MakeCopy(corvane::AlignedBuffer& memory, uint32_t width, uint32_t height, uint32_t format, Picture& copy) {
     const uint32_t rows = height + height % 2;
     const uint64_t size = corvane::PictureBytes(PF_I420, width, rows);
     if (size == 0 || (memory.Size() != size && !memory.Allocate(size)))
         return false;
-    corvane::FillPicture(copy, memory.Data(), corvane::RowBytes(PF_I420, width), rows, format);
+    copy = corvane::RecordOf(corvane::LayOut(memory.Data(), corvane::RowBytes(PF_I420, width), {width, rows}, format));
     return true;
 }
 
@@ -134,7 +135,7 @@ void CopyPlanes(const Picture& from, const Picture& to, uint32_t width, uint32_t
     }
 }
 
-// The chroma row that an odd height lacks: the last one again, or no colour where there is none.
+// Adds the chroma row that an odd height lacks: a copy of the last one, or no colour where there is none.
 void RepeatLastChromaRow(const Picture& picture, uint32_t height) {
     for (int i = 1; i < 3 && picture.plane[i] != nullptr; ++i) {
         const auto size = static_cast<size_t>(picture.stride[i]);

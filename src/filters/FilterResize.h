@@ -1,4 +1,4 @@
-// Changes the size of an I420 or NV12 picture by libswscale.
+// Scales a picture in PF_I420 or PF_NV12 with libswscale.
 #pragma once
 
 #include <cstddef>
@@ -12,8 +12,8 @@ namespace QMRX::Filter {
 
 class FilterResize final : public IFilter {
 public:
-    // One kind of scaling. Holds what it made for one size between pictures: a scaler context or, for the nearest
-    // sample, the scaler's choice. Source and target format are the same.
+    // One kind of scaling. Keeps its tables between pictures of one size: a scaler context or, for the nearest sample,
+    // the scaler's choice. Source and target have the same format.
     class Impl {
     public:
         virtual ~Impl() = default;
@@ -28,15 +28,15 @@ public:
     // Target size in pixels, before each run.
     void SetSize(uint32_t width, uint32_t height);
 
-    // 0 nearest, 1 linear, 2 cubic, 3 Lanczos; other values leave the present kind, and so does a lack of memory. The
-    // same kind keeps its scaler context.
+    // 0 nearest, 1 linear, 2 cubic, 3 Lanczos; any other value, and a lack of memory, leave the kind unchanged. Setting
+    // the same kind keeps its tables.
     void SetType(uint32_t type);
     uint32_t GetType() const { return m_impl->GetType(); }
 
     // 0; -1 for another format, for a size beyond the limits, and without memory.
     int32_t Process(FilterArgs* args) override;
 
-    // Copies of pictures that the scaler cannot take as they lie (Process). None between pictures that it can.
+    // Of copies that are made where the scaler cannot read or write the pictures themselves; else 0.
     size_t ScratchBytes() const { return m_source.Size() + m_target.Size(); }
     void FreeScratch();
 

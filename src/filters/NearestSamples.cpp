@@ -8,7 +8,8 @@ extern "C" {
 #include <iterator>
 #include <memory>
 
-#include "filters/FilterChain.h"
+#include "base/PictureLayout.h"
+#include "filters/FilterPicture.h"
 
 namespace QMRX::Filter {
 
@@ -18,7 +19,7 @@ struct FreeScaler {
     void operator()(SwsContext* context) const { sws_freeContext(context); }
 };
 
-// A picture whose samples name their place along one axis, or what the scaler made of it.
+// A picture whose samples are their places along one axis, or the scaler's result of it.
 struct Ramp {
     Ramp(bool across, uint32_t along, uint32_t other) : width(across ? along : other), height(across ? other : along) {}
 
@@ -26,7 +27,8 @@ struct Ramp {
         const uint32_t rows = height + height % 2;    // for the last chroma row
         if (!memory.Allocate(corvane::PictureBytes(PF_I420, width, rows)))
             return false;
-        corvane::FillPicture(picture, memory.Data(), corvane::RowBytes(PF_I420, width), rows, PF_I420);
+        picture = corvane::RecordOf(
+            corvane::LayOut(memory.Data(), corvane::RowBytes(PF_I420, width), {width, rows}, PF_I420));
         return true;
     }
     void Fill(bool across, uint32_t shift) const {
@@ -47,9 +49,9 @@ struct Ramp {
 
 }    // namespace
 
-// Has the scaler say it: planes of the low bytes of each sample's place, and of the high ones, go through it. It works
-// on each axis by itself, so a few samples across will do; those are halved, as it takes another path where nothing
-// changes.
+// Asks the scaler by scaling two pictures whose samples are the low and the high bytes of their places. It works on
+// each axis by itself, so that a few samples on the other axis are enough. Those are halved, since the scaler takes
+// another path where an axis does not change.
 bool NearestSamples::Axis::Ask(bool across, uint32_t from, uint32_t to) {
     constexpr uint32_t kOther = 8;
     Ramp ramp(across, from, 2 * kOther), scaled(across, to, kOther);
@@ -76,7 +78,7 @@ bool NearestSamples::Axis::Ask(bool across, uint32_t from, uint32_t to) {
                 places[i] |= uint32_t{target.plane[plane][i * (across ? 1 : static_cast<size_t>(target.stride[plane]))]}
                              << shift;
     }
-    // Rows are read by these: what some version of the library might do otherwise must not lead out of them.
+    // These places address rows, so the answer of any version of the library must stay inside them.
     const auto isChoice = [](std::span<const uint32_t> places, uint32_t samples) {
         return std::ranges::is_sorted(places) && places.back() < samples;
     };
@@ -107,7 +109,7 @@ bool NearestSamples::MakeTables() {
         return false;
     const std::span pairs(reinterpret_cast<uint32_t*>(memory.Data()), 2 * columns.chroma.size());
     for (size_t i = 0; i < pairs.size(); ++i)
-        pairs[i] = static_cast<uint32_t>(2 * columns.chroma[i / 2] + i % 2);
+        pairs[i] = static_cast<uint32_t>(size_t{2} * columns.chroma[i / 2] + i % 2);
     return m_chroma.Make(pairs, 2 * samples);
 }
 

@@ -1,4 +1,4 @@
-// Scaling to the nearest sample without arithmetic: the choice that libswscale makes, as tables.
+// Scaling to the nearest sample: the choice of samples that libswscale makes, as tables.
 #pragma once
 
 #include <cstdint>
@@ -13,16 +13,16 @@ namespace QMRX::Filter {
 class NearestSamples {
 public:
     // Sizes in pixels, `format` is I420 or NV12 on both sides. The same arguments keep the tables. False without
-    // memory, for a size that libswscale refuses, and for an answer of it that is no choice; nothing may be scaled
-    // then.
+    // memory, for a size that libswscale refuses, and where its answer is no choice of samples; Scale must not be
+    // called then.
     [[nodiscard]] bool Make(uint32_t width, uint32_t height, uint32_t toWidth, uint32_t toHeight, uint32_t format);
 
-    // Byte for byte what libswscale makes with SWS_POINT. Of an odd height there are (height + 1) / 2 chroma rows on
-    // both sides. Rows are read and written as far as their samples go, wherever they lie.
+    // Writes the same bytes as libswscale with SWS_POINT. An odd height has (height + 1) / 2 chroma rows on both sides.
+    // Reads and writes no byte after the samples of a row.
     void Scale(const Picture& from, const Picture& to) const;
 
 private:
-    // For each sample along one side of the target the one of the source.
+    // For each sample along one side of the target the sample of the source.
     struct Axis {
         bool Ask(bool across, uint32_t from, uint32_t to);
         corvane::AlignedBuffer memory;

@@ -1,10 +1,11 @@
-// The rotate filter beside the chain: the chain writes into its intermediate buffer, Rotate carries that into the
-// renderer's.
+// Rotation of a finished picture. The chain writes into the filter's own buffer; Rotate writes the rotated picture into
+// the renderer's.
 #pragma once
 
 #include <cstdint>
 
 #include "base/AlignedBuffer.h"
+#include "base/PictureView.h"
 
 namespace corvane {
 
@@ -13,23 +14,22 @@ public:
     explicit RotateFilter(double angleDegrees);
     void SetAngle(double angleDegrees);
 
-    // Size of the box around a rotated picture of (width, height), each side rounded up to even.
-    void OutputSize(uint32_t width, uint32_t height, uint32_t* outWidth, uint32_t* outHeight) const;
+    // The size of the box around a rotated picture of `size`, each side rounded up to even.
+    PictureSize OutputSize(PictureSize size) const;
 
-    // Lends the intermediate buffer: formats 1, 7, 8, 14, 16. -1 for others and without memory.
-    int32_t Allocate(uint32_t width, uint32_t height, uint32_t format, uint8_t** buffer, uint32_t* stride);
+    // Lends the filter's buffer. Empty without memory, and for a format that has neither three planes nor 24 bits a
+    // pixel.
+    PictureView Lend(PictureSize size, uint32_t format);
 
-    // Rotates the intermediate picture into `destination` of at most (outWidth, outHeight). Does nothing before
-    // Allocate or with another format.
-    void Rotate(uint8_t* destination, uint32_t stride, uint32_t format, uint32_t outWidth, uint32_t outHeight);
+    // Rotates the picture in the buffer into `destination`, whose size is at most OutputSize. Does nothing before Lend,
+    // or where the destination has another format.
+    void Rotate(const PictureView& destination);
 
 private:
     double m_angle;    // degrees, negated
     AlignedBuffer m_buffer;
-    uint32_t m_stride = 0;
-    uint32_t m_width = 0;
-    uint32_t m_height = 0;
-    uint32_t m_format = 0;
+    PictureView m_picture;    // in m_buffer
+    uint32_t m_format = 0;    // the argument of Lend
 };
 
 }    // namespace corvane

@@ -2,13 +2,13 @@
 
 #include <new>
 
-#include "filters/FilterChain.h"
+#include "base/PictureLayout.h"
 #include "platform/Library.h"
 
 namespace corvane {
 
 // The library's object begins with the address of its table: C++ virtual functions in this order, without a destructor.
-// Called through plain functions, because the class is another one over there.
+// They are called as plain functions, since the library's class is another one.
 struct TessaroStage::Object {
     struct Table {
         void (*release)(Object*);
@@ -27,7 +27,7 @@ constexpr uint32_t kInterfaceVersion = 0x30303031;
 
 using InitialFunction = void(void** object, uint32_t version);
 
-// The library stays loaded for good: objects and threads of it may outlive every stage.
+// The library is never unloaded: its objects and threads may outlive every stage.
 InitialFunction* LoadLibraryOnce() {
     static InitialFunction* const initial = [] {
         Library library;

@@ -1,5 +1,5 @@
-// The dewarp stage of the chain: an object of the optional library Tessaro.so, which is looked for once per process.
-// Its absence is no error. Used by one thread at a time.
+// The dewarp stage of the chain: an object of the optional library Tessaro.so, which is loaded at most once a process.
+// Its absence is no error. One thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace corvane {
 
-// One image as the library takes it.
+// One image, in the library's own layout.
 struct TessaroImage {
     uint32_t width;    // pixels
     uint32_t height;
@@ -35,12 +35,12 @@ public:
 
     void Update(const LensRecord& record) noexcept;
 
-    // Size in pixels of what becomes of a picture of (width, height). Negative on failure, which an exception and a
-    // size beyond the limits are too; the results are then untouched.
+    // The output size in pixels for a picture of (width, height). Negative on failure, also for an exception and a size
+    // beyond the limits; the results are then unchanged.
     int32_t Query(uint32_t width, uint32_t height, uint32_t* outWidth, uint32_t* outHeight) noexcept;
 
-    // One picture of (width, height) into one of (outWidth, outHeight) of the same format, and the end of the frame.
-    // Negative on failure, which an exception is too.
+    // Dewarps one picture of (width, height) into one of (outWidth, outHeight) of the same format, and ends the frame.
+    // Negative on failure, also for an exception.
     int32_t Process(const QMRX::Filter::FilterArgs& args, uint32_t outWidth, uint32_t outHeight) noexcept;
 
 private:

@@ -1,5 +1,5 @@
-// What became of the frames of one channel: every frame that was taken is counted once where it ends, and so is every
-// picture. Any thread counts and any thread reads; a reading taken while frames are on their way is off by those.
+// Counts the frames of one channel by their outcome: every accepted frame is counted once, where it ends, and so is
+// every picture. Any thread counts and any thread reads; frames in progress are missing from a reading.
 #pragma once
 
 #include <array>
@@ -49,7 +49,7 @@ public:
     void Add(Counter counter, uint64_t count = 1) {
         m_counters[static_cast<size_t>(counter)].fetch_add(count, std::memory_order_relaxed);
     }
-    // `cause`: CORVANE_CAUSE_*, the latest of which is told. Nothing for a count of 0.
+    // `cause`: CORVANE_CAUSE_*, the latest of which is reported. A count of 0 changes nothing.
     void AddLost(Counter counter, uint32_t cause, uint64_t count = 1);
     void NoteCause(uint32_t cause);
     // 0 threads: there is no decoder.
@@ -59,7 +59,7 @@ public:
     // A picture was shown: ns from the call that took its frame until then.
     void NoteAge(int64_t ageNs);
 
-    // All but the size of the record and what is said of the queue.
+    // Fills all fields but the size of the record and those of the queue.
     void Fill(ChannelStatistics& out) const;
 
 private:
@@ -76,8 +76,8 @@ private:
     uint64_t m_agesNoted GUARDED_BY(m_mutex) = 0;
 };
 
-// Counts one frame or picture in its destructor: as what it was made with, as long as nobody says better. An exception
-// on the way thus counts as what it costs.
+// Counts one frame or picture in its destructor, by the counter of its constructor unless Is named another. An
+// exception in between thus counts as the loss that it causes.
 class CountAtEnd {
 public:
     CountAtEnd(ChannelCounters& counters, Counter counter, uint32_t cause)
@@ -95,7 +95,7 @@ public:
         m_counter = counter;
         m_cause = cause;
     }
-    void IsNothing() { Is(Counter::Count); }    // somebody else counts it
+    void IsNothing() { Is(Counter::Count); }    // counted elsewhere
 
 private:
     ChannelCounters& m_counters;

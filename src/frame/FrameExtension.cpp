@@ -25,7 +25,7 @@ struct Entry {
     uint64_t length;    // bytes
 };
 
-// A big-endian number of up to 63 bytes; what does not fit 32 bits saturates, as no area is that long.
+// A big-endian number of up to 63 bytes; a value above 32 bits saturates, as no area is that long.
 uint64_t ReadLength(BitReader& reader, unsigned bytes) {
     uint64_t value = 0;
     for (; bytes > 0; --bytes)
@@ -52,8 +52,8 @@ Entry ReadEntry(BitReader& reader) {
     return entry;
 }
 
-// Calls `read` with each tag and length, and skips what the tag's fields left over of the stated length. Fields may be
-// longer than the length that is stated.
+// Calls `read` with each tag and length, and skips the bytes of the stated length that `read` left. Fields may be
+// longer than the stated length.
 template <typename Read>
 void ForEachEntry(BitReader& reader, Read read) {
     while (reader.HasMore()) {
@@ -225,7 +225,7 @@ void ParseHeaderExtension(const MediaFrameHeader& header, FrameExtension& out) {
         throw std::runtime_error("end of stream");
 
     BitReader reader(header.data + kItemArea, areaSize);
-    for (int field = 0; field < 3; ++field) {    // optional fields that nothing here uses
+    for (int field = 0; field < 3; ++field) {    // optional fields without use here
         if (reader.Bits(1) != 0)
             reader.SkipBits(48);
     }

@@ -1,4 +1,4 @@
-// What the two tag-length-value areas of a frame carry, and the parsers that read them.
+// The contents of the two tag-length-value areas of a frame, and the parsers that read them.
 #pragma once
 
 #include <cstdint>
@@ -30,7 +30,7 @@ struct SensorLayout {
     Crop sensorCrop[4] = {};
 };
 
-// Handed to the dewarp library as it stands: the bit patterns of doubles and seven words.
+// Goes to the dewarp library unchanged: the bit patterns of doubles and seven words.
 struct LensRecord {
     uint64_t values[9 + 12 + 9 + 12 + 9 + 3] = {};
     uint32_t words[7] = {};

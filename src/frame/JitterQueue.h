@@ -1,7 +1,7 @@
-// The queue of a channel, measured in milliseconds of play. It holds back until it has once reached its buffer time,
-// then gives frames until audio and video have run out. Pure: no clock and no lock inside; the owner's lock guards it.
+// The queue of a channel, measured in milliseconds of play. It gives no frame until it has once reached its buffer
+// time, then gives frames until audio and video have run out. No clock and no lock inside; the owner's lock guards it.
 //
-// What leaves other than by Pop is handed back, so that the owner can destroy it after unlocking.
+// Entries that leave other than by Pop are returned, so that the owner can destroy them after unlocking.
 #pragma once
 
 #include <cstdint>
@@ -40,7 +40,7 @@ public:
 
     // Removes all entries; buffering begins again. Times and durations of the last frames stay.
     [[nodiscard]] Entries Clear();
-    // As new, but for the buffer time and the direction.
+    // Resets all but the buffer time and the direction.
     [[nodiscard]] Entries Reset();
     // Drops about `lateMs` of play from the front, audio with it, and on to the next key frame. Nothing happens when
     // less is queued or when no key frame is.
@@ -69,7 +69,7 @@ private:
     bool FrontIsKeyFrame() const;
 
     Entries m_entries;
-    Entries m_spare;    // emptied nodes for the next pushes: a queue in steady state does not allocate
+    Entries m_spare;    // free nodes for the next pushes: a queue in steady state does not allocate
     Line m_video;       // placeholders too
     Line m_audio;
     uint32_t m_keyFrames = 0;

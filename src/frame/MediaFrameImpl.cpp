@@ -11,7 +11,7 @@ namespace corvane {
 namespace {
 
 constexpr uint64_t kUnit = 16;        // bytes; the payload begins on one, and the block's size is counted in them
-constexpr uint64_t kZeroTail = 64;    // bytes behind the payload: the padding that libavcodec asks for
+constexpr uint64_t kZeroTail = 64;    // bytes after the payload: the padding that libavcodec requires
 constexpr uint32_t kOldRecordSize = 176;
 
 static_assert(sizeof(MediaFrameHeader) == 264 && alignof(MediaFrameHeader) == 8);
@@ -21,7 +21,7 @@ constexpr uint64_t RoundUp(uint64_t value) {
     return (value + kUnit - 1) & ~(kUnit - 1);
 }
 
-// Where everything stands in the block, in bytes from its start.
+// Offsets of the parts of the block, in bytes from its start.
 struct Layout {
     uint64_t extension;
     uint64_t payload;    // a multiple of kUnit; the header bytes end here

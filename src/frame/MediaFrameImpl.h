@@ -1,5 +1,5 @@
-// The private copy of one encoded frame, with what its extensions told. Immutable once made, but for the marks that the
-// decoding worker raises (atomics) and the lens record that it carries over before the frame is presented.
+// The private copy of one encoded frame, with the contents of its extensions. Immutable after its construction, but for
+// the marks that the decoding worker raises (atomics) and the lens record that it sets before the frame is presented.
 #pragma once
 
 #include <atomic>
@@ -15,8 +15,8 @@ namespace corvane {
 // Reference-counted block that holds the copied record and everything it points at.
 class FrameBlock;
 
-// What `references` of a copied record points at. The argument is that record; holding a reference keeps the record and
-// all it points at, longer than the frame if need be. Any thread.
+// `references` of a copied record points at this. The argument is that record; a reference keeps the record and all it
+// points at, also after the end of the frame. Any thread.
 struct FrameReferences {
     void (*add)(const MediaFrameHeader* record);
     void (*drop)(const MediaFrameHeader* record);    // frees the block with the last one
@@ -36,7 +36,7 @@ public:
     // The copied record; its pointers lead into the copy.
     const MediaFrameHeader& Header() const { return *m_header; }
 
-    // The payload, 16-byte aligned, with at least 32 (in fact 64) zero bytes behind.
+    // The payload, 16-byte aligned, followed by at least 32 (in fact 64) zero bytes.
     const uint8_t* Payload() const { return m_header->data + m_header->headerSize; }
     uint32_t PayloadSize() const { return m_header->payloadSize; }
 
@@ -68,7 +68,7 @@ public:
     const uint8_t* VendorBlob() const { return m_extension.blob.get(); }
     uint32_t VendorBlobSize() const { return m_extension.blobLength; }
 
-    // When the channel was given the frame, ns of its clock; 0 where nobody noted it. Noted before the frame is queued.
+    // When the channel got the frame, ns of its clock; 0 where it was not set. Set before the frame is queued.
     int64_t ArrivedAt() const { return m_arrivedAt; }
     void SetArrival(int64_t now) { m_arrivedAt = now; }
 
@@ -86,7 +86,7 @@ private:
 
 using FramePtr = std::shared_ptr<MediaFrameImpl>;
 
-// The time that queues and clocks go by, in milliseconds.
+// The time by which queues and clocks order and pace frames, in milliseconds.
 inline int64_t TimeMs(const MediaFrameImpl& frame) {
     return int64_t{frame.PresentTime().seconds} * 1000 + frame.PresentTime().milliseconds;
 }

@@ -1,5 +1,5 @@
 // Turns the times of frames into the moments at which they are due. The schedule is absolute: errors of single sleeps
-// do not add up. Pure: time comes in, a decision goes out; used by one worker thread.
+// do not add up. It has no clock inside: time is an argument, the decision the result. Used by one worker thread.
 #pragma once
 
 #include <cstdint>

@@ -1,10 +1,10 @@
-// Shared by the RGB kernels, once per instruction set: (65536 Y + c) >> 16 is Y + (c >> 16), so what chroma adds to R,
-// G and B is worked out once for each 2 x 2 block and kept, as max(t, 0) and max(-t, 0) in doubled bytes, in a row
-// buffer that stays in the first-level cache. A pixel then is one saturated addition and one saturated subtraction in
-// byte lanes, which clamps exactly. Terms beyond 255 are kept as 255: they clamp the same.
+// Shared by the RGB kernels, once per instruction set: (65536 Y + c) >> 16 is Y + (c >> 16), so the terms that chroma
+// adds to R, G and B are computed once for each 2 x 2 block. They are kept as max(t, 0) and max(-t, 0) in doubled
+// bytes, in a row buffer that stays in the first-level cache. A pixel then takes one saturated addition and one
+// saturated subtraction in byte lanes, which clamp exactly. Terms beyond 255 are kept as 255, which clamps the same.
 //
-// By a ColourMatrix luma has a factor too: terms are kept as words, one for the two pixels of a row that share them,
-// and a pixel is worked out in word lanes.
+// With a ColourMatrix luma has a factor too. Terms are then kept as words, one for the two pixels of a row that share
+// it, and a pixel is computed in word lanes.
 
 #include <hwy/highway.h>
 
@@ -13,8 +13,9 @@
 #include <cstdint>
 #include <cstring>
 
+#include "base/PictureView.h"
 #include "kernels/ColourMatrix.h"
-#include "kernels/Source420.h"
+#include "kernels/KernelResult.h"
 
 #ifndef CORVANE_KERNELS_CHROMA_TERMS_COMMON
 #define CORVANE_KERNELS_CHROMA_TERMS_COMMON
@@ -57,11 +58,11 @@ struct ChromaMatrix {
 
 // Pixels that one pass over a row covers: six rows of terms of this length take a quarter of the first-level cache.
 inline constexpr uint32_t kTermBlock = 2048;
-// Whole vectors are written behind the block, at most 64 bytes.
+// Whole vectors are written, up to 64 bytes beyond the block.
 inline constexpr size_t kTermStride = kTermBlock + 64;
 
 // Rows of terms in the scratch memory, one byte a pixel: for each colour the doubled bytes to add, then those to
-// subtract; by a ColourMatrix the first of them has the words, and the second is not used.
+// subtract. With a ColourMatrix the first row holds the words, and the second is not used.
 enum TermRow : size_t { kRedTerms = 0, kGreenTerms = 2, kBlueTerms = 4, kTermRows = 6 };
 
 }    // namespace corvane::kernels
@@ -142,8 +143,8 @@ HWY_INLINE void StoreTerm(hn::Vec<SignedWords> term, uint8_t* HWY_RESTRICT up) {
     hn::StoreU(hn::TableLookupBytes(hn::BitCast(bytes, negative), doubled), bytes, up + kTermStride);
 }
 
-// The arithmetic of a picture: makes a vector of terms for each colour, and with them a vector of samples. Of a matrix
-// that is known here, with whole luma:
+// The arithmetic of a picture makes a vector of terms for each colour, and a vector of samples from them. This is the
+// arithmetic of a matrix that is known when compiling, without a factor of luma.
 template <const ChromaMatrix& kMatrix>
 struct ByteArithmetic {
     HWY_INLINE void StoreTerms(WordVector u, WordVector v, uint8_t* HWY_RESTRICT terms) const {
@@ -159,7 +160,7 @@ struct ByteArithmetic {
     }
 };
 
-// Of any ColourMatrix.
+// The arithmetic of any ColourMatrix.
 class WordArithmetic {
 public:
     explicit WordArithmetic(const ColourMatrix& matrix)
@@ -179,7 +180,7 @@ public:
         Keep(hn::MulFixedPoint15(centredU, m_blueU), terms + kBlueTerms * kTermStride);
     }
 
-    // Of the pixels of even and of odd places.
+    // Of the pixels in even and in odd columns.
     struct Lumas {
         hn::Vec<SignedWords> even;
         hn::Vec<SignedWords> odd;
@@ -203,16 +204,16 @@ private:
     static HWY_INLINE Vector Centred(WordVector chroma) {
         return hn::BitCast(SignedWords(), hn::Xor(hn::ShiftLeft<8>(chroma), hn::Set(Words(), 0x8000)));
     }
-    // With the half that rounds the sum.
+    // Adds the half that rounds the sum.
     static HWY_INLINE void Keep(Vector term, uint8_t* to) {
         hn::StoreU(hn::BitCast(Bytes(), hn::Add(term, Set(32))), Bytes(), to);
     }
-    // Of Y << 7, among bits of its neighbours.
+    // `shifted` holds Y << 7 beside bits of the neighbouring samples.
     HWY_INLINE Vector Scaled(WordVector shifted) const {
         const auto luma = hn::BitCast(SignedWords(), hn::And(shifted, hn::Set(Words(), 0x7F80)));
         return hn::MulFixedPoint15(hn::Sub(luma, m_black), m_luma);
     }
-    // What the sum is cut to, 511, clamps the same.
+    // A saturated sum becomes 511, which clamps the same.
     static HWY_INLINE Vector Sample(Vector luma, Vector terms) {
         const auto sum = hn::ShiftRight<6>(hn::SaturatedAdd(luma, terms));
         return hn::Min(hn::Max(sum, hn::Zero(SignedWords())), Set(255));
@@ -235,16 +236,16 @@ HWY_INLINE void StoreTermsAt(const Arithmetic& arithmetic, const Order& order, c
     }
 }
 
-// Fetches `bytes` of a row that is written soon: cold pictures are written faster when the lines arrive during the
-// arithmetic of the rows before, and processors do not foresee rows that go upwards.
-// Into the second level: the first holds the terms.
+// Fetches `bytes` of a row that is written soon into the second-level cache; the first level holds the terms. A picture
+// that is not cached is written faster where its lines arrive during the arithmetic of the rows before, and processors
+// do not prefetch rows of falling addresses.
 HWY_INLINE void FetchAhead(const uint8_t* row, size_t bytes) {
     for (size_t at = 0; at < bytes; at += 64)
         __builtin_prefetch(row + at, 0, 2);
 }
 
 // The terms of `count` chroma samples, twice as many bytes in each row, in the order of each vector that `order` makes.
-// Meanwhile fetches `fetchStep` bytes of the row `fetch` for each vector.
+// Fetches `fetchStep` bytes of the row `fetch` for each vector.
 template <bool kFetches, class Arithmetic, class Order>
 HWY_INLINE void MakeTerms(const Arithmetic& arithmetic, const Order& order, const uint8_t* HWY_RESTRICT u,
                           const uint8_t* HWY_RESTRICT v, size_t count, uint8_t* HWY_RESTRICT terms,
@@ -276,7 +277,7 @@ HWY_INLINE void MakeTerms(const Arithmetic& arithmetic, const Order& order, cons
 
 // One row of `count` pixels through `Writer`: its `Put(blue, green, red, out)` writes a whole vector of pixels of
 // Writer::kPixelBytes bytes, its `kGroup` is what BlockOrder needs. `blue` and `red` are the rows of terms of the
-// colours that Put takes first and last. Meanwhile fetches half a row from `fetch`, for a Writer that `kFetches`.
+// colours that Put takes first and last. Fetches half a row from `fetch`, for a Writer that `kFetches`.
 template <class Arithmetic, class Writer>
 HWY_INLINE void ConvertRow(const Arithmetic& arithmetic, const Writer& writer, const BlockOrder<Writer::kGroup>& order,
                            const uint8_t* HWY_RESTRICT y, const uint8_t* HWY_RESTRICT blue,
@@ -303,33 +304,32 @@ HWY_INLINE void ConvertRow(const Arithmetic& arithmetic, const Writer& writer, c
     std::memcpy(out + x * Writer::kPixelBytes, outTail, (count - x) * Writer::kPixelBytes);
 }
 
-// All rows, with red and blue exchanged when `redFirst`, one output row at a time: two at once write slower as soon as
-// the picture is larger than the cache.
+// All rows of `to`, with red and blue exchanged when `redFirst`, one output row at a time: writing two rows at once is
+// slower where the picture is larger than the cache.
 template <class Arithmetic, class Writer>
-HWY_INLINE void ConvertPicture(const Arithmetic& arithmetic, const Writer& writer, const Source420& source,
-                               uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height, bool redFirst,
-                               uint8_t* terms) {
+HWY_INLINE void ConvertPicture(const Arithmetic& arithmetic, const Writer& writer, const ConstPictureView& source,
+                               const PictureView& to, bool redFirst, uint8_t* terms) {
     const BlockOrder<Writer::kGroup> order;
     const uint8_t* first = terms + (redFirst ? kRedTerms : kBlueTerms) * kTermStride;
     const uint8_t* last = terms + (redFirst ? kBlueTerms : kRedTerms) * kTermStride;
+    const bool planar = source.ThreePlanes();
+    const auto [width, height] = to.size;
     for (uint32_t row = 0; row < height; row += 2) {
         const auto pair = static_cast<ptrdiff_t>(row / 2);
         for (uint32_t x = 0; x < width; x += kTermBlock) {
             const uint32_t count = std::min(kTermBlock, width - x);
-            const uint8_t* u = source.u + pair * source.uStep + (source.Planar() ? x / 2 : x);
-            const uint8_t* v = source.Planar() ? source.v + pair * source.vStep + x / 2 : nullptr;
+            const uint8_t* u = source.plane[1] + pair * source.stride[1] + (planar ? x / 2 : x);
+            const uint8_t* v = planar ? source.plane[2] + pair * source.stride[2] + x / 2 : nullptr;
             // The second row is fetched during the terms, the two halves of the first of the next pair during the rows.
-            const auto rowAt = [&](uint32_t line) HWY_ATTR {
-                return destination + static_cast<ptrdiff_t>(line) * step + size_t{x} * Writer::kPixelBytes;
-            };
+            const auto rowAt = [&](uint32_t line) HWY_ATTR { return to.Row(line) + size_t{x} * Writer::kPixelBytes; };
             const size_t rowBytes = size_t{count} * Writer::kPixelBytes;
             MakeTerms<Writer::kFetches>(arithmetic, order, u, v, (count + 1) / 2, terms,
                                         rowAt(std::min(row + 1, height - 1)),
                                         hn::MaxLanes(Bytes()) * Writer::kPixelBytes);
             for (uint32_t line = row; line < std::min(row + 2, height); ++line) {
                 const uint8_t* next = rowAt(std::min(row + 2, height - 1)) + (line - row) * rowBytes / 2;
-                ConvertRow(arithmetic, writer, order, source.y + static_cast<ptrdiff_t>(line) * source.yStep + x, first,
-                           terms + kGreenTerms * kTermStride, last, count, rowAt(line), next);
+                ConvertRow(arithmetic, writer, order, source.Row(line) + x, first, terms + kGreenTerms * kTermStride,
+                           last, count, rowAt(line), next);
             }
         }
     }

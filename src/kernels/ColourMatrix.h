@@ -15,7 +15,7 @@ struct Rgb {
     uint8_t blue;
 };
 
-// With c = C - 128, by the words of a fixed-point unit: (a b + 2^14) >> 15 with one factor shifted up.
+// With c = C - 128. Products are those of a fixed-point unit: (a b + 2^14) >> 15 with one factor shifted up.
 //   luma(Y)       = ((Y - black) << 7) * luma    in 1/64
 //   term(f, c)    = (c << 8) * f                 in 1/64
 //   R, G, B       = (luma + terms + 32) >> 6, clamped to 0 to 255
@@ -39,7 +39,7 @@ private:
     static constexpr uint8_t Clamp(int32_t sum) { return static_cast<uint8_t>(std::clamp((sum + 32) >> 6, 0, 255)); }
 };
 
-// What red and blue weigh in the luma; green has the rest of 1.
+// The weights of red and blue in luma; green has the rest of 1.
 struct LumaWeights {
     double red;
     double blue;
@@ -58,7 +58,7 @@ constexpr LumaWeights WeightsOf(ColourSignal::Matrix matrix) {
     return {0.299, 0.114};
 }
 
-// The same as real numbers: R = luma (Y - black) + redV (V - 128), and so on.
+// The matrix as real numbers: R = luma (Y - black) + redV (V - 128), and so on.
 struct RealMatrix {
     double black, luma, redV, greenU, greenV, blueU;
 };
@@ -72,7 +72,7 @@ constexpr RealMatrix RealMatrixOf(const ColourSignal& signal) {
             -blueU * weights.blue / weights.Green(), -redV * weights.red / weights.Green(), blueU};
 }
 
-// To the nearest number with `unit` steps a whole.
+// Rounds to the nearest multiple of 1 / `unit`.
 constexpr int32_t Fixed(double value, int32_t unit) {
     const double scaled = value * unit;
     return static_cast<int32_t>(scaled < 0 ? scaled - 0.5 : scaled + 0.5);
@@ -92,12 +92,12 @@ inline constexpr ColourMatrix kColourMatrices[3][2] = {
     {MakeMatrix({ColourSignal::Matrix::Bt709, false}), MakeMatrix({ColourSignal::Matrix::Bt709, true})},
     {MakeMatrix({ColourSignal::Matrix::Bt2020, false}), MakeMatrix({ColourSignal::Matrix::Bt2020, true})}};
 
-// Lives for ever.
+// The reference stays valid.
 constexpr const ColourMatrix& MatrixOf(const ColourSignal& signal) {
     return kColourMatrices[static_cast<size_t>(signal.matrix)][signal.fullRange ? 1 : 0];
 }
 
-// The same; null for full-range BT.601, which YCbCrToRGB has by itself.
+// Null for full-range BT.601, which YCbCrToRGB computes without a matrix.
 constexpr const ColourMatrix* MatrixBeside(const ColourSignal& signal) {
     return signal == ColourSignal() ? nullptr : &MatrixOf(signal);
 }

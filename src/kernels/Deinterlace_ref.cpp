@@ -1,17 +1,17 @@
 #include "kernels/Deinterlace.h"
+#include "kernels/KernelResult.h"
 #include "kernels/PlaneCopy.h"
-#include "kernels/Source420.h"
 
 namespace corvane::kernels {
 
-int32_t WeavePlane(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
+int32_t WeavePlane(const uint8_t* source, ptrdiff_t sourceStride, uint8_t* destination, ptrdiff_t destinationStride,
                    uint32_t width, uint32_t fieldRows) {
     const int32_t top =
-        PlaneCopy(source, sourceStep, destination, 2 * destinationStep, width, fieldRows, kCopyStreamingStores);
+        PlaneCopy(source, sourceStride, destination, 2 * destinationStride, width, fieldRows, kCopyStreamingStores);
     if (top != kDone || width == 0 || fieldRows == 0)
         return top;
-    return PlaneCopy(source + static_cast<ptrdiff_t>(fieldRows) * sourceStep, sourceStep, destination + destinationStep,
-                     2 * destinationStep, width, fieldRows, kCopyStreamingStores);
+    return PlaneCopy(source + static_cast<ptrdiff_t>(fieldRows) * sourceStride, sourceStride,
+                     destination + destinationStride, 2 * destinationStride, width, fieldRows, kCopyStreamingStores);
 }
 
 namespace ref {

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "kernels/Source420.h"
+#include "kernels/KernelResult.h"
 #include "kernels/Vectors-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -45,8 +45,8 @@ HWY_INLINE void SmoothRow(const uint8_t* HWY_RESTRICT above, const uint8_t* HWY_
         const auto result = hn::Or(hn::ShiftRight<8>(even), hn::AndNot(lowBytes, odd));
         hn::StoreU(hn::BitCast(d, result), d, out + x);
     };
-    // A quarter, a half and a quarter, cut off once or after each halving, are the same; what the processor averages it
-    // rounds up, so all is done on complements.
+    // The weights are a quarter, a half and a quarter. Truncating once or after each halving gives the same. The
+    // processor's average rounds up, so the complements are averaged.
     const auto quartered = [&](size_t x) HWY_ATTR {
         const auto outerHalf = hn::AverageRound(hn::Not(hn::LoadU(d, above + x)), hn::Not(hn::LoadU(d, below + x)));
         hn::StoreU(hn::Not(hn::AverageRound(outerHalf, hn::Not(hn::LoadU(d, row + x)))), d, out + x);
@@ -65,12 +65,12 @@ HWY_INLINE void SmoothRow(const uint8_t* HWY_RESTRICT above, const uint8_t* HWY_
 }
 #endif
 
-void SmoothInner(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
+void SmoothInner(const uint8_t* source, ptrdiff_t sourceStride, uint8_t* destination, ptrdiff_t destinationStride,
                  uint32_t width, uint32_t height, uint32_t weight) {
     for (uint32_t row = 1; row + 1 < height; ++row) {
-        const uint8_t* at = source + static_cast<ptrdiff_t>(row) * sourceStep;
-        SmoothRow(at - sourceStep, at, at + sourceStep, destination + static_cast<ptrdiff_t>(row) * destinationStep,
-                  width, weight);
+        const uint8_t* at = source + static_cast<ptrdiff_t>(row) * sourceStride;
+        SmoothRow(at - sourceStride, at, at + sourceStride,
+                  destination + static_cast<ptrdiff_t>(row) * destinationStride, width, weight);
     }
 }
 
@@ -83,15 +83,15 @@ namespace corvane::kernels {
 
 HWY_EXPORT(SmoothInner);
 
-int32_t SmoothPlane(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
+int32_t SmoothPlane(const uint8_t* source, ptrdiff_t sourceStride, uint8_t* destination, ptrdiff_t destinationStride,
                     uint32_t width, uint32_t height, uint32_t weight) {
     if (source == nullptr || destination == nullptr || width < 1 || height < 3)
         return kRefused;
     const auto last = static_cast<ptrdiff_t>(height - 1);
     std::memcpy(destination, source, width);
     HWY_DYNAMIC_DISPATCH(SmoothInner)
-    (source, sourceStep, destination, destinationStep, width, height, std::min(weight, 256u));
-    std::memcpy(destination + last * destinationStep, source + last * sourceStep, width);
+    (source, sourceStride, destination, destinationStride, width, height, std::min(weight, 256u));
+    std::memcpy(destination + last * destinationStride, source + last * sourceStride, width);
     return kDone;
 }
 

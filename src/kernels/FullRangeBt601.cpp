@@ -39,12 +39,12 @@ uint8_t Clamp(int32_t fixed) {
     return static_cast<uint8_t>(std::clamp(fixed >> 16, 0, 255));
 }
 
-// `terms`: for each pair of pixels what chroma adds, with the half that rounds.
+// `terms`: the sum that chroma adds to each pair of pixels, with the half that rounds.
 void ConvertLuma(const PlaneMatrix& matrix, const int32_t* terms, uint8_t* y, uint32_t count) {
     const auto convert = [&](uint8_t& sample, int32_t term) {
         sample = Clamp((sample - matrix.black) * matrix.y + term);
     };
-    for (uint32_t i = 0; i < count / 2; ++i) {
+    for (size_t i = 0; i < count / 2; ++i) {
         convert(y[2 * i], terms[i]);
         convert(y[2 * i + 1], terms[i]);
     }
@@ -52,7 +52,7 @@ void ConvertLuma(const PlaneMatrix& matrix, const int32_t* terms, uint8_t* y, ui
         convert(y[count - 1], terms[count / 2]);
 }
 
-// Converts `count` samples of either kind of chroma, and keeps what they add to luma.
+// Converts `count` samples of U and of V, and keeps the terms that they add to luma.
 void ConvertChroma(const PlaneMatrix& matrix, uint8_t* u, uint8_t* v, uint32_t count, int32_t* terms) {
     constexpr int32_t kNeutral = (128 << 16) + kHalf;
     for (uint32_t i = 0; i < count; ++i) {
@@ -66,26 +66,27 @@ void ConvertChroma(const PlaneMatrix& matrix, uint8_t* u, uint8_t* v, uint32_t c
 
 }    // namespace
 
-void ToFullRangeBt601(const Planes420& planes, const ColourSignal& from) {
+void ToFullRangeBt601(const PictureView& picture) {
+    const ColourSignal from = picture.colours.value_or(ColourSignal());
     if (from == ColourSignal())
         return;
     const PlaneMatrix matrix = MakePlaneMatrix(from);
-    const uint32_t columns = planes.width / 2;
-    const uint32_t rows = planes.height / 2;
+    const uint32_t columns = picture.size.width / 2;
+    const uint32_t rows = picture.size.height / 2;
     for (uint32_t row = 0; row == 0 || row < rows; ++row) {
-        const uint32_t endLine = row + 1 < rows ? 2 * row + 2 : planes.height;
-        const auto chromaRow = static_cast<ptrdiff_t>(row) * planes.chromaStep;
+        const uint32_t endLine = row + 1 < rows ? 2 * row + 2 : picture.size.height;
+        uint8_t* const u = picture.plane[1] + static_cast<ptrdiff_t>(row) * picture.stride[1];
+        uint8_t* const v = picture.plane[2] + static_cast<ptrdiff_t>(row) * picture.stride[2];
         for (uint32_t first = 0; first == 0 || first < columns; first += kBlock) {
             const uint32_t count = rows == 0 ? 0 : std::min(kBlock, columns - first);
-            const uint32_t pixels = first + kBlock < columns ? 2 * kBlock : planes.width - 2 * first;
+            const uint32_t pixels = first + kBlock < columns ? 2 * kBlock : picture.size.width - 2 * first;
             std::array<int32_t, kBlock + 1> terms;    // and one for an odd column
             terms.fill(kHalf);
-            ConvertChroma(matrix, planes.u + chromaRow + first, planes.v + chromaRow + first, count, terms.data());
+            ConvertChroma(matrix, u + first, v + first, count, terms.data());
             if (count > 0)
                 terms[count] = terms[count - 1];
             for (uint32_t line = 2 * row; line < endLine; ++line)
-                ConvertLuma(matrix, terms.data(), planes.y + static_cast<ptrdiff_t>(line) * planes.yStep + 2 * first,
-                            pixels);
+                ConvertLuma(matrix, terms.data(), picture.Row(line) + size_t{2} * first, pixels);
         }
     }
 }

@@ -11,25 +11,22 @@ void Transform(int16_t* x, size_t stride, int32_t rounding, int shift) {
         s[i] = x[i * stride] + x[(7 - i) * stride];
         d[i] = x[i * stride] - x[(7 - i) * stride];
     }
-    const int32_t sums[8] = {(s[0] + s[3] + s[1] + s[2]) * 23170,
-                             d[0] * 32138 + d[1] * 27246 + d[2] * 18205 + d[3] * 6393,
-                             (s[0] - s[3]) * 30274 + (s[1] - s[2]) * 12540,
-                             d[0] * 27246 - d[1] * 6393 - d[2] * 32138 - d[3] * 18205,
-                             (s[0] + s[3] - s[1] - s[2]) * 23170,
-                             d[0] * 18205 - d[1] * 32138 + d[2] * 6393 + d[3] * 27246,
-                             (s[0] - s[3]) * 12540 - (s[1] - s[2]) * 30274,
-                             d[0] * 6393 - d[1] * 18205 + d[2] * 27246 - d[3] * 32138};
+    const int32_t sums[8] = {
+        (s[0] + s[3] + s[1] + s[2]) * 23170,           d[0] * 32138 + d[1] * 27246 + d[2] * 18205 + d[3] * 6393,
+        (s[0] - s[3]) * 30274 + (s[1] - s[2]) * 12540, d[0] * 27246 - d[1] * 6393 - d[2] * 32138 - d[3] * 18205,
+        (s[0] + s[3] - s[1] - s[2]) * 23170,           d[0] * 18205 - d[1] * 32138 + d[2] * 6393 + d[3] * 27246,
+        (s[0] - s[3]) * 12540 - (s[1] - s[2]) * 30274, d[0] * 6393 - d[1] * 18205 + d[2] * 27246 - d[3] * 32138};
     for (size_t i = 0; i < 8; ++i)
         x[i * stride] = static_cast<int16_t>((sums[i] + rounding) >> shift);
 }
 
 }    // namespace
 
-void QuantizeBlocks(const uint8_t* samples, ptrdiff_t step, size_t count, const uint16_t* reciprocals,
+void QuantizeBlocks(const uint8_t* samples, ptrdiff_t stride, size_t count, const uint16_t* reciprocals,
                     int16_t* coefficients, uint64_t* nonZero) {
     for (size_t block = 0; block < count; ++block, samples += 8, coefficients += 64) {
         for (ptrdiff_t i = 0; i < 64; ++i)
-            coefficients[i] = samples[i / 8 * step + i % 8];
+            coefficients[i] = samples[i / 8 * stride + i % 8];
         for (size_t row = 0; row < 8; ++row)
             Transform(coefficients + row * 8, 1, 4096, 13);
         for (size_t column = 0; column < 8; ++column)

@@ -1,6 +1,6 @@
-// A block to each 128 bits of a vector, all through: blocks that lie side by side widen into that form by themselves,
-// and every interleaving works within 128 bits. Sums of two products are one instruction on x86 (pmaddwd), so the even
-// half of the transform is folded twice.
+// Each 128 bits of a vector hold one block. Blocks that lie side by side have that form once they are widened, and
+// every interleaving works within 128 bits. Sums of two products are one instruction on x86 (pmaddwd), so the even half
+// of the transform is folded twice.
 #include "kernels/JpegBlocks.h"
 
 #undef HWY_TARGET_INCLUDE
@@ -17,9 +17,9 @@ namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
 #if CORVANE_KERNELS_PLAIN
-void QuantizeTarget(const uint8_t* samples, ptrdiff_t step, size_t count, const uint16_t* reciprocals,
+void QuantizeTarget(const uint8_t* samples, ptrdiff_t stride, size_t count, const uint16_t* reciprocals,
                     int16_t* coefficients, uint64_t* nonZero) {
-    ref::QuantizeBlocks(samples, step, count, reciprocals, coefficients, nonZero);
+    ref::QuantizeBlocks(samples, stride, count, reciprocals, coefficients, nonZero);
 }
 #else
 
@@ -28,7 +28,7 @@ constexpr size_t kBlocks = hn::MaxLanes(SignedWords()) / 8;
 
 struct Rows {
     SignedVector r[8];
-    HWY_INLINE Rows() {}    // the compiler's own is not for this instruction set
+    HWY_INLINE Rows() {}    // the implicit constructor is not compiled for this instruction set
 };
 
 // Three perfect shuffles exchange the three bits of the row with those of the column.
@@ -53,7 +53,7 @@ struct Pairs {
         : lower(hn::InterleaveLower(SignedWords(), a, b)), upper(hn::InterleaveUpper(SignedWords(), a, b)) {}
 };
 
-// Sums of products of pairs, each in one lane or in two, as the instruction set multiplies.
+// Sums of products of pairs, in one lane or in two, by the instruction set.
 struct Sum {
     SignedDwordVector first, second;
     HWY_INLINE Sum() : first(hn::Zero(SignedDwords())), second(hn::Zero(SignedDwords())) {}
@@ -106,7 +106,7 @@ HWY_INLINE void TransformRows(Rows& x) {
     x.r[7] = Odd<kShift>(d01, d23, 6393, -18205, 27246, -32138);
 }
 
-// Where the flag of each zigzag place is among those that Quantize gives: its byte of a block's 16, and its bit.
+// The place of each zigzag flag in the result of Quantize: its byte of a block's 16, and its bit.
 struct ZigzagTable {
     alignas(16) uint8_t byte[64];
     alignas(16) uint8_t bit[64];
@@ -165,13 +165,13 @@ HWY_INLINE void StoreBlocks(D d, hn::Vec<D> row, int16_t* out) {
     }
 }
 
-HWY_INLINE void QuantizeSome(const uint8_t* samples, ptrdiff_t step, const uint16_t* reciprocals, int16_t* coefficients,
-                             uint64_t* nonZero) {
+HWY_INLINE void QuantizeSome(const uint8_t* samples, ptrdiff_t stride, const uint16_t* reciprocals,
+                             int16_t* coefficients, uint64_t* nonZero) {
     const hn::Rebind<uint8_t, SignedWords> narrow;
     HWY_ALIGN static constexpr int16_t kLevel[8] = {1024};
     Rows x;
     for (size_t row = 0; row < 8; ++row)
-        x.r[row] = hn::PromoteTo(SignedWords(), hn::LoadU(narrow, samples + static_cast<ptrdiff_t>(row) * step));
+        x.r[row] = hn::PromoteTo(SignedWords(), hn::LoadU(narrow, samples + static_cast<ptrdiff_t>(row) * stride));
     Transpose(x);
     TransformRows<13>(x);
     Transpose(x);
@@ -183,10 +183,10 @@ HWY_INLINE void QuantizeSome(const uint8_t* samples, ptrdiff_t step, const uint1
     NonZeroBits(flags, nonZero);
 }
 
-void QuantizeTarget(const uint8_t* samples, ptrdiff_t step, size_t count, const uint16_t* reciprocals,
+void QuantizeTarget(const uint8_t* samples, ptrdiff_t stride, size_t count, const uint16_t* reciprocals,
                     int16_t* coefficients, uint64_t* nonZero) {
     for (; count >= kBlocks; count -= kBlocks) {
-        QuantizeSome(samples, step, reciprocals, coefficients, nonZero);
+        QuantizeSome(samples, stride, reciprocals, coefficients, nonZero);
         samples += 8 * kBlocks;
         coefficients += 64 * kBlocks;
         nonZero += kBlocks;
@@ -196,7 +196,7 @@ void QuantizeTarget(const uint8_t* samples, ptrdiff_t step, size_t count, const 
         int16_t all[64 * kBlocks];
         uint64_t bits[kBlocks];
         for (size_t row = 0; row < 8; ++row)
-            std::memcpy(rest + row * 8 * kBlocks, samples + static_cast<ptrdiff_t>(row) * step, 8 * count);
+            std::memcpy(rest + row * 8 * kBlocks, samples + static_cast<ptrdiff_t>(row) * stride, 8 * count);
         QuantizeSome(rest, 8 * kBlocks, reciprocals, all, bits);
         std::memcpy(coefficients, all, count * 64 * sizeof(int16_t));
         std::memcpy(nonZero, bits, count * sizeof(uint64_t));
@@ -213,9 +213,9 @@ namespace corvane::kernels {
 
 HWY_EXPORT(QuantizeTarget);
 
-void QuantizeBlocks(const uint8_t* samples, ptrdiff_t step, size_t count, const uint16_t* reciprocals,
+void QuantizeBlocks(const uint8_t* samples, ptrdiff_t stride, size_t count, const uint16_t* reciprocals,
                     int16_t* coefficients, uint64_t* nonZero) {
-    HWY_DYNAMIC_DISPATCH(QuantizeTarget)(samples, step, count, reciprocals, coefficients, nonZero);
+    HWY_DYNAMIC_DISPATCH(QuantizeTarget)(samples, stride, count, reciprocals, coefficients, nonZero);
 }
 
 }    // namespace corvane::kernels

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 
-#include "kernels/Source420.h"
 #include "kernels/Vectors-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -15,84 +14,79 @@ namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
 #if CORVANE_KERNELS_PLAIN
-void Pack(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-          bool lumaSecond, bool /*streaming*/) {
-    ref::ToPacked(source.y, source.yStep, source.u, source.uStep, source.v, source.vStep, destination, step, width,
-                  height, lumaSecond);
+void Pack(const ConstPictureView& source, const PictureView& even, bool /*streaming*/) {
+    ref::ToPacked(source, even);
 }
 #else
 
 // A vector of pixels at column x of one row.
 template <bool kPlanar, bool kLumaSecond, bool kStreaming>
-HWY_INLINE void Put(const BlockOrder<2>& order, const uint8_t* y, const Source420& chroma, uint8_t* out, size_t x) {
+HWY_INLINE void Put(const BlockOrder<2>& order, const uint8_t* const (&rows)[3], uint8_t* out, size_t x) {
     const Bytes d;
     const Words words;
     ByteVector pairs;
     if constexpr (kPlanar) {
         const hn::Rebind<uint8_t, Words> half;
-        const auto u = hn::PromoteTo(words, hn::LoadU(half, chroma.u + x / 2));
-        const auto v = hn::PromoteTo(words, hn::LoadU(half, chroma.v + x / 2));
+        const auto u = hn::PromoteTo(words, hn::LoadU(half, rows[1] + x / 2));
+        const auto v = hn::PromoteTo(words, hn::LoadU(half, rows[2] + x / 2));
         pairs = order(hn::BitCast(d, hn::Or(u, hn::ShiftLeft<8>(v))));
     } else {
-        pairs = order(hn::LoadU(d, chroma.u + x));
+        pairs = order(hn::LoadU(d, rows[1] + x));
     }
-    const auto luma = order(hn::LoadU(d, y + x));
+    const auto luma = order(hn::LoadU(d, rows[0] + x));
     const auto first = kLumaSecond ? pairs : luma;
     const auto second = kLumaSecond ? luma : pairs;
     Store<kStreaming>(hn::InterleaveLower(d, first, second), out + 2 * x);
     Store<kStreaming>(hn::InterleaveUpper(d, first, second), out + 2 * x + hn::MaxLanes(d));
 }
 
-// One output row at a time: two at once write slower as soon as the picture is larger than the cache.
+// One output row at a time: writing two rows at once is slower where the picture is larger than the cache.
 template <bool kPlanar, bool kLumaSecond, bool kStreaming>
-HWY_INLINE void PackRows(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width,
-                         uint32_t height) {
+HWY_INLINE void PackRows(const ConstPictureView& source, const PictureView& even) {
     constexpr size_t kStep = hn::MaxLanes(Bytes());
     const BlockOrder<2> order;
-    Source420 at = source;
-    for (uint32_t row = 0; row < height; ++row) {
+    const size_t width = even.size.width;
+    const uint8_t* rows[3] = {source.plane[0], source.plane[1], source.plane[2]};
+    uint8_t* out = even.plane[0];
+    for (uint32_t row = 0; row < even.size.height; ++row, out += even.stride[0]) {
         size_t x = 0;
         for (; x + kStep <= width; x += kStep)
-            Put<kPlanar, kLumaSecond, kStreaming>(order, at.y, at, destination, x);
-        if (x < width)    // again from the end, so that no row is finished byte by byte
-            Put<kPlanar, kLumaSecond, false>(order, at.y, at, destination, width - kStep);
-        at.y += at.yStep;
-        destination += step;
+            Put<kPlanar, kLumaSecond, kStreaming>(order, rows, out, x);
+        if (x < width)    // the last vector ends with the row, so that no row needs a loop by bytes
+            Put<kPlanar, kLumaSecond, false>(order, rows, out, width - kStep);
+        rows[0] += source.stride[0];
         if (row % 2 != 0) {
-            at.u += at.uStep;
+            rows[1] += source.stride[1];
             if (kPlanar)
-                at.v += at.vStep;
+                rows[2] += source.stride[2];
         }
     }
 }
 
 template <bool kLumaSecond, bool kStreaming>
-HWY_INLINE void PackRows(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width,
-                         uint32_t height) {
-    if (source.Planar())
-        PackRows<true, kLumaSecond, kStreaming>(source, destination, step, width, height);
+HWY_INLINE void PackRows(const ConstPictureView& source, const PictureView& even) {
+    if (source.ThreePlanes())
+        PackRows<true, kLumaSecond, kStreaming>(source, even);
     else
-        PackRows<false, kLumaSecond, kStreaming>(source, destination, step, width, height);
+        PackRows<false, kLumaSecond, kStreaming>(source, even);
 }
 
-void Pack(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-          bool lumaSecond, bool streaming) {
-    constexpr size_t kStep = hn::MaxLanes(Bytes());
-    if (width < kStep) {
-        ref::ToPacked(source.y, source.yStep, source.u, source.uStep, source.v, source.vStep, destination, step, width,
-                      height, lumaSecond);
+void Pack(const ConstPictureView& source, const PictureView& even, bool streaming) {
+    if (even.size.width < hn::MaxLanes(Bytes())) {
+        ref::ToPacked(source, even);
         return;
     }
-    if (streaming && OnVectors(destination, step)) {
+    const bool lumaSecond = even.format == PF_UYVY;
+    if (streaming && OnVectors(even.plane[0], even.stride[0])) {
         if (lumaSecond)
-            PackRows<true, true>(source, destination, step, width, height);
+            PackRows<true, true>(source, even);
         else
-            PackRows<false, true>(source, destination, step, width, height);
+            PackRows<false, true>(source, even);
         hwy::FlushStream();
     } else if (lumaSecond) {
-        PackRows<true, false>(source, destination, step, width, height);
+        PackRows<true, false>(source, even);
     } else {
-        PackRows<false, false>(source, destination, step, width, height);
+        PackRows<false, false>(source, even);
     }
 }
 #endif
@@ -108,51 +102,43 @@ HWY_EXPORT(Pack);
 
 namespace {
 
-// Pictures beyond half a mebibyte with rows on 16 byte boundaries go past the cache.
-bool WorthStreaming(const Source420& source, const uint8_t* destination, ptrdiff_t step, uint32_t height) {
-    const ptrdiff_t vStep = source.Planar() ? source.vStep : 0;
-    const auto address = [](const uint8_t* plane) { return reinterpret_cast<uintptr_t>(plane); };
-    const uintptr_t all = address(source.y) | address(source.u) | address(source.v) | address(destination) |
-                          static_cast<uintptr_t>(source.yStep | source.uStep | vStep | step);
-    return (all & 15) == 0 && (source.yStep + source.uStep + vStep + step) * ptrdiff_t{height} > 0x80000;
+// Pictures of more than half a mebibyte whose rows begin on 16 byte boundaries are stored past the cache.
+bool WorthStreaming(const ConstPictureView& source, const PictureView& to) {
+    auto all = reinterpret_cast<uintptr_t>(to.plane[0]) | static_cast<uintptr_t>(to.stride[0]);
+    ptrdiff_t strides = to.stride[0];
+    for (int i = 0; i < source.PlaneCount(); ++i) {
+        all |= reinterpret_cast<uintptr_t>(source.plane[i]) | static_cast<uintptr_t>(source.stride[i]);
+        strides += source.stride[i];
+    }
+    return (all & 15) == 0 && strides * ptrdiff_t{to.size.height} > 0x80000;
 }
 
-int32_t ToPacked(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-                 bool lumaSecond) {
-    if (source.y == nullptr || source.u == nullptr || destination == nullptr || width < 2 || height < 2)
+int32_t ToPacked(const ConstPictureView& source, uint32_t from, const PictureView& destination, uint32_t to) {
+    if (source.format != from || destination.format != to || !source.Complete() || !destination ||
+        destination.size.width < 2 || destination.size.height < 2)
         return kRefused;
-    HWY_DYNAMIC_DISPATCH(Pack)
-    (source, destination, step, width & ~1u, height & ~1u, lumaSecond,
-     WorthStreaming(source, destination, step, height));
+    PictureView even = destination;
+    even.size = {destination.size.width & ~1u, destination.size.height & ~1u};
+    HWY_DYNAMIC_DISPATCH(Pack)(source, even, WorthStreaming(source, destination));
     return kDone;
 }
 
 }    // namespace
 
-int32_t PlanarToYUY2(const uint8_t* y, ptrdiff_t yStep, const uint8_t* u, ptrdiff_t uStep, const uint8_t* v,
-                     ptrdiff_t vStep, uint8_t* destination, ptrdiff_t destinationStep, uint32_t width,
-                     uint32_t height) {
-    if (v == nullptr)
-        return kRefused;
-    return ToPacked({y, u, v, yStep, uStep, vStep}, destination, destinationStep, width, height, false);
+int32_t PlanarToYUY2(const ConstPictureView& source, const PictureView& destination) {
+    return ToPacked(source, PF_I420, destination, PF_YUY2);
 }
 
-int32_t PlanarToUYVY(const uint8_t* y, ptrdiff_t yStep, const uint8_t* u, ptrdiff_t uStep, const uint8_t* v,
-                     ptrdiff_t vStep, uint8_t* destination, ptrdiff_t destinationStep, uint32_t width,
-                     uint32_t height) {
-    if (v == nullptr)
-        return kRefused;
-    return ToPacked({y, u, v, yStep, uStep, vStep}, destination, destinationStep, width, height, true);
+int32_t PlanarToUYVY(const ConstPictureView& source, const PictureView& destination) {
+    return ToPacked(source, PF_I420, destination, PF_UYVY);
 }
 
-int32_t NV12ToYUY2(const uint8_t* y, ptrdiff_t yStep, const uint8_t* uv, ptrdiff_t uvStep, uint8_t* destination,
-                   ptrdiff_t destinationStep, uint32_t width, uint32_t height) {
-    return ToPacked({y, uv, nullptr, yStep, uvStep, 0}, destination, destinationStep, width, height, false);
+int32_t NV12ToYUY2(const ConstPictureView& source, const PictureView& destination) {
+    return ToPacked(source, PF_NV12, destination, PF_YUY2);
 }
 
-int32_t NV12ToUYVY(const uint8_t* y, ptrdiff_t yStep, const uint8_t* uv, ptrdiff_t uvStep, uint8_t* destination,
-                   ptrdiff_t destinationStep, uint32_t width, uint32_t height) {
-    return ToPacked({y, uv, nullptr, yStep, uvStep, 0}, destination, destinationStep, width, height, true);
+int32_t NV12ToUYVY(const ConstPictureView& source, const PictureView& destination) {
+    return ToPacked(source, PF_NV12, destination, PF_UYVY);
 }
 
 }    // namespace corvane::kernels

@@ -1,11 +1,11 @@
 #include <cstring>
 
+#include "kernels/KernelResult.h"
 #include "kernels/PlaneCopy.h"
-#include "kernels/Source420.h"
 
 namespace corvane::kernels::ref {
 
-int32_t PlaneCopy(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
+int32_t PlaneCopy(const uint8_t* source, ptrdiff_t sourceStride, uint8_t* destination, ptrdiff_t destinationStride,
                   uint32_t width, uint32_t height) {
     if (width == 0 || height == 0)
         return kDone;
@@ -13,7 +13,7 @@ int32_t PlaneCopy(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destinat
         return kRefused;
     for (uint32_t row = 0; row < height; ++row) {
         const auto offset = static_cast<ptrdiff_t>(row);
-        std::memcpy(destination + offset * destinationStep, source + offset * sourceStep, width);
+        std::memcpy(destination + offset * destinationStride, source + offset * sourceStride, width);
     }
     return kDone;
 }

@@ -12,7 +12,7 @@
 #include <cstring>
 
 #include "base/Sanitized.h"
-#include "kernels/Source420.h"
+#include "kernels/KernelResult.h"
 #include "kernels/Vectors-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -25,9 +25,9 @@ void CopyRun(const uint8_t* source, uint8_t* destination, size_t bytes) {
 }
 #else
 
-// Of a run larger than the second-level cache the processor's own string copy does not fetch the lines that it is about
-// to overwrite, and leaves them in the cache like any other: a fifth less time than memcpy from memory to memory, and
-// no more for who reads it next. Not every processor has a fast one.
+// For a run larger than the second-level cache the string copy of the processor takes a fifth less time than memcpy
+// from memory to memory: it does not fetch the lines that it overwrites. It leaves them in the cache, so the next
+// reader takes no longer. Not every processor has a fast string copy.
 bool CopiesStrings() {
     constexpr unsigned kErms = 1u << 9;    // of leaf 7, EBX
     unsigned a = 0, b = 0, c = 0, d = 0;
@@ -53,11 +53,11 @@ namespace corvane::kernels {
 
 HWY_EXPORT(CopyRun);
 
-int32_t PlaneCopy(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
+int32_t PlaneCopy(const uint8_t* source, ptrdiff_t sourceStride, uint8_t* destination, ptrdiff_t destinationStride,
                   uint32_t width, uint32_t height, uint32_t /*mode*/) {
-    const bool tight = sourceStep == destinationStep && sourceStep == static_cast<ptrdiff_t>(width);
+    const bool tight = sourceStride == destinationStride && sourceStride == static_cast<ptrdiff_t>(width);
     if (!tight || source == nullptr || destination == nullptr)
-        return ref::PlaneCopy(source, sourceStep, destination, destinationStep, width, height);
+        return ref::PlaneCopy(source, sourceStride, destination, destinationStride, width, height);
     HWY_DYNAMIC_DISPATCH(CopyRun)(source, destination, size_t{width} * height);
     return kDone;
 }

@@ -1,6 +1,5 @@
-// Shrinking of planes of 8 bit samples, for pictures that are shown smaller than they are: each axis by itself, a
-// sample is the mean of the source samples that it covers, those at its edges counted by the part covered (box). An
-// axis that does not change is copied.
+// Shrinking of planes of 8 bit samples. Each axis is worked by itself: a sample is the mean of the source samples that
+// it covers, where those at the edges count by the part covered (box). An axis that does not change is copied.
 #pragma once
 
 #include <cstddef>
@@ -20,25 +19,25 @@ struct ShrinkSizes {
     bool operator==(const ShrinkSizes&) const = default;
 };
 
-// Keeps the tables of one pair of sizes, so that a picture can be worked in bands and the next one like it. One thread
-// at a time.
+// Keeps the tables of one pair of sizes for all bands of a picture and for the pictures that follow. One thread at a
+// time.
 class PlaneShrink {
 public:
-    // False when there is no memory; nothing may be worked then.
+    // False when there is no memory; Rows must not be called then.
     [[nodiscard]] bool Make(const ShrinkSizes& sizes);
     void Free();
 
     // Writes destination rows [row, row + count) to `out`, within 2 levels of `ref::ShrinkRows`, and equal to it where
     // no size changes. `source` is the top left sample of the plane; rows of `out` are written in whole blocks of 64
-    // bytes. Steps are in bytes.
-    void Rows(const uint8_t* source, ptrdiff_t step, uint32_t row, uint32_t count, uint8_t* out, ptrdiff_t outStep);
+    // bytes. Strides are in bytes.
+    void Rows(const uint8_t* source, ptrdiff_t stride, uint32_t row, uint32_t count, uint8_t* out, ptrdiff_t outStride);
 
 private:
     friend class ShrinkAccess;
 
     ShrinkSizes m_sizes{};
     AlignedBuffer m_memory;
-    bool m_plain = false;      // so much smaller that nobody sees anything: speed does not matter
+    bool m_plain = false;      // by the plain form: sizes are so different that speed does not matter
     uint32_t m_taps = 0;       // of the horizontal pass; 0: it is left out
     uint32_t m_windows = 0;    // of 16 bytes, that the taps of 8 lanes lie in
     size_t m_groups = 0;       // of vectors of samples
@@ -50,8 +49,8 @@ private:
 
 namespace ref {
 // The definition, in floating point, rounded to the nearest at the end.
-void ShrinkRows(const ShrinkSizes& sizes, const uint8_t* source, ptrdiff_t step, uint32_t row, uint32_t count,
-                uint8_t* out, ptrdiff_t outStep);
+void ShrinkRows(const ShrinkSizes& sizes, const uint8_t* source, ptrdiff_t stride, uint32_t row, uint32_t count,
+                uint8_t* out, ptrdiff_t outStride);
 }    // namespace ref
 
 }    // namespace corvane::kernels

@@ -1,6 +1,6 @@
-// Vertical pass first, on the bytes as they lie, into a row that stays in the first cache; then the horizontal pass.
-// For eight lanes of a 16 byte block the taps of all lie in one window of 16 bytes where the picture shrinks to 4/7 or
-// less far, else in a few: a byte table takes the lanes' samples out of each, as far as they lie there.
+// The vertical pass comes first, on bytes, into a row that stays in the first-level cache; then the horizontal pass.
+// The taps of eight lanes lie in one window of 16 bytes where the picture shrinks to 4/7 or more, else in a few
+// windows. A byte table takes from each window the samples that lie in it.
 #include "kernels/PlaneShrink.h"
 
 #undef HWY_TARGET_INCLUDE
@@ -23,7 +23,7 @@ inline constexpr size_t kShrinkLanes = 8;    // of a block
 // Indices into windows are signed bytes.
 inline constexpr size_t kShrinkMaxSpan = 128;
 
-// What the forms by instruction set see of a PlaneShrink, and the filling of its tables.
+// Gives the forms by instruction set access to a PlaneShrink, and fills its tables.
 class ShrinkAccess {
 public:
     explicit ShrinkAccess(const PlaneShrink& shrink) : m_shrink(shrink) {}
@@ -68,14 +68,14 @@ size_t ShrinkVectorBytes() {
     return kVector;
 }
 
-// Samples at `index` of a run of windows; of each lane only one lies in any of them.
+// Samples at `index` of a run of windows. Each lane has its sample in one of them.
 template <uint32_t kWindows>
 HWY_INLINE WordVector TakeSamples(const ByteVector* windows, uint32_t count, ByteVector index) {
     const Bytes d;
     if constexpr (kWindows == 1)
         return hn::BitCast(Words(), hn::TableLookupBytesOr0(windows[0], index));
-    // An index beyond its window must have its top bit set: 16 and above get it here, those below 0 have it. Of the
-    // others x86 takes the lower four bits; elsewhere there must be no more.
+    // An index outside the window must have its top bit set. Indices from 16 on get it here; those below 0 have it. Of
+    // all others x86 takes the lower four bits; elsewhere no other bits may be set.
     const auto within = [](ByteVector at) HWY_ATTR {
         const auto marked = hn::SaturatedAdd(at, hn::Set(Bytes(), 0x70));
         return HWY_ARCH_X86 ? marked : hn::And(marked, hn::Set(Bytes(), 0x8F));
@@ -121,32 +121,32 @@ HWY_INLINE void ShrinkRow(const ShrinkAccess& plan, const uint8_t* row, uint8_t*
     }
 }
 
-// The last rows of a plane, behind which nothing may be read: what is no whole vector is weighed in a copy.
-HWY_NOINLINE void WeighLastRows(const uint8_t* source, ptrdiff_t step, uint32_t count, const uint16_t* weights,
+// For the last rows of a plane, after which nothing may be read: the rest that is no whole vector is weighed in a copy.
+HWY_NOINLINE void WeighLastRows(const uint8_t* source, ptrdiff_t stride, uint32_t count, const uint16_t* weights,
                                 uint8_t* out, size_t bytes) {
     const size_t whole = bytes / kVector * kVector;
-    WeighAnyRows(source, step, count, weights, out, whole);
+    WeighAnyRows(source, stride, count, weights, out, whole);
     uint8_t ends[StretchAxis::kMaxTaps * kVector] = {};
     for (uint32_t i = 0; i < count; ++i)
-        std::memcpy(ends + i * kVector, source + static_cast<ptrdiff_t>(i) * step + whole, bytes - whole);
+        std::memcpy(ends + i * kVector, source + static_cast<ptrdiff_t>(i) * stride + whole, bytes - whole);
     WeighAnyRows(ends, kVector, count, weights, out + whole, bytes - whole);
 }
 
-void ShrinkTarget(const PlaneShrink& shrink, const uint8_t* source, ptrdiff_t step, uint32_t row, uint32_t count,
-                  uint8_t* out, ptrdiff_t outStep) {
+void ShrinkTarget(const PlaneShrink& shrink, const uint8_t* source, ptrdiff_t stride, uint32_t row, uint32_t count,
+                  uint8_t* out, ptrdiff_t outStride) {
     const ShrinkAccess plan(shrink);
     const StretchAxis vertical(plan.Sizes().height, plan.Sizes().toHeight);
-    for (uint32_t line = 0; line < count; ++line, out += outStep) {
+    for (uint32_t line = 0; line < count; ++line, out += outStride) {
         uint16_t weights[StretchAxis::kMaxTaps];
         const StretchAxis::Span span = vertical.At(row + line, weights);
-        const uint8_t* from = source + static_cast<ptrdiff_t>(span.first) * step;
+        const uint8_t* from = source + static_cast<ptrdiff_t>(span.first) * stride;
         uint8_t* const between = plan.Taps() != 0 ? plan.Row() : out;
         if (span.count == 1)
             std::memcpy(between, from, plan.RowBytes());
         else if (span.first + span.count < plan.Sizes().height)
-            WeighAnyRows(from, step, span.count, weights, between, plan.RowBytes());
+            WeighAnyRows(from, stride, span.count, weights, between, plan.RowBytes());
         else
-            WeighLastRows(from, step, span.count, weights, between, plan.RowBytes());
+            WeighLastRows(from, stride, span.count, weights, between, plan.RowBytes());
         if (plan.Windows() == 1)
             ShrinkRow<1>(plan, between, out);
         else if (plan.Windows() == 2)
@@ -169,15 +169,15 @@ HWY_EXPORT(ShrinkTarget);
 
 ShrinkAccess::Lane ShrinkAccess::LaneAt(const ShrinkSizes& sizes, const StretchAxis& axis, size_t lane) {
     Lane made{};
-    const size_t last = size_t{sizes.toWidth} * sizes.channels - 1;    // repeated to the end of its group
+    const size_t last = size_t{sizes.toWidth} * sizes.channels - 1;    // repeated up to the end of its group
     lane = std::min(lane, last);
     const StretchAxis::Span span = axis.At(static_cast<uint32_t>(lane / sizes.channels), made.weights);
     std::fill(made.weights + span.count, made.weights + StretchAxis::kMaxTaps, uint16_t{0});
-    made.first = static_cast<uint32_t>(span.first * sizes.channels + lane % sizes.channels);
+    made.first = static_cast<uint32_t>(size_t{span.first} * sizes.channels + lane % sizes.channels);
     return made;
 }
 
-// Bytes from the first to the last that a block of eight lanes takes.
+// Bytes from the first to the last source byte of a block of eight lanes.
 size_t ShrinkAccess::LongestSpan(const ShrinkSizes& sizes, const StretchAxis& axis, size_t lanes) {
     size_t longest = 0;
     for (size_t lane = 0; lane < lanes; lane += kShrinkLanes) {
@@ -258,12 +258,12 @@ void PlaneShrink::Free() {
     m_memory.Free();
 }
 
-void PlaneShrink::Rows(const uint8_t* source, ptrdiff_t step, uint32_t row, uint32_t count, uint8_t* out,
-                       ptrdiff_t outStep) {
+void PlaneShrink::Rows(const uint8_t* source, ptrdiff_t stride, uint32_t row, uint32_t count, uint8_t* out,
+                       ptrdiff_t outStride) {
     if (m_plain)
-        ref::ShrinkRows(m_sizes, source, step, row, count, out, outStep);
+        ref::ShrinkRows(m_sizes, source, stride, row, count, out, outStride);
     else
-        HWY_DYNAMIC_DISPATCH(ShrinkTarget)(*this, source, step, row, count, out, outStep);
+        HWY_DYNAMIC_DISPATCH(ShrinkTarget)(*this, source, stride, row, count, out, outStride);
 }
 
 }    // namespace corvane::kernels

@@ -8,7 +8,6 @@
 
 #include "kernels/PlaneCopy.h"
 #include "kernels/RotationSamples.h"
-#include "kernels/Source420.h"
 #include "kernels/Transpose.h"
 
 namespace corvane::kernels {
@@ -53,16 +52,16 @@ namespace {
 
 struct Span {
     int64_t begin;
-    int64_t end;    // at most begin: empty
+    int64_t end;    // not above begin: empty
 };
 
 int64_t FloorDivide(int64_t value, int64_t divisor) {
     return value / divisor - (value % divisor != 0 && (value < 0) != (divisor < 0));
 }
 
-// The part of `span` for which low <= start + i * step <= high. What is empty stays so.
+// The part of `span` for which low <= start + i * step <= high. An empty span stays empty.
 Span Clip(Span span, int64_t start, int64_t step, int64_t low, int64_t high) {
-    if (step < 0) {    // the same from the other side
+    if (step < 0) {    // mirrored, so that steps are positive
         start = -start;
         step = -step;
         low = std::exchange(high, -low);
@@ -75,12 +74,12 @@ Span Clip(Span span, int64_t start, int64_t step, int64_t low, int64_t high) {
 }
 
 template <uint32_t kChannels>
-void RotateRows(const ConstImage& source, const MutableImage& destination, const Rotation& rotation) {
+void RotateRows(const ConstPlaneView& source, const PlaneView& destination, const Rotation& rotation) {
     const RotationSteps steps(source, rotation);
-    for (uint32_t row = 0; row < destination.height; ++row) {
-        uint8_t* out = destination.data + static_cast<ptrdiff_t>(row) * destination.step;
+    for (uint32_t row = 0; row < destination.size.height; ++row) {
+        uint8_t* out = destination.data + static_cast<ptrdiff_t>(row) * destination.stride;
         const RotationSteps::Place first = steps.RowStart(row);
-        Span all{0, destination.width};
+        Span all{0, destination.size.width};
         all = Clip(all, first.x, steps.stepX, -kRotationEdge, steps.lastX + kRotationEdge);
         all = Clip(all, first.y, steps.stepY, -kRotationEdge, steps.lastY + kRotationEdge);
         // Within the inner span all four neighbours exist.
@@ -99,8 +98,8 @@ void RotateRows(const ConstImage& source, const MutableImage& destination, const
             int64_t x = first.x + column * steps.stepX;
             int64_t y = first.y + column * steps.stepY;
             for (; column < end; ++column, x += steps.stepX, y += steps.stepY) {
-                Interpolate<kChannels>(source.data + (y >> 32) * source.step + (x >> 32) * kChannels, kChannels,
-                                       source.step, x, y, out + column * kChannels);
+                Interpolate<kChannels>(source.data + (y >> 32) * source.stride + (x >> 32) * kChannels, kChannels,
+                                       source.stride, x, y, out + column * kChannels);
             }
         };
         int64_t column = inner.begin;
@@ -120,7 +119,7 @@ void RotateRows(const ConstImage& source, const MutableImage& destination, const
     }
 }
 
-// One axis of the destination where pixels come to lie on pixels: its place i shows the place sign (i - shift) of an
+// One axis of the destination, for a rotation that puts pixels on pixels: place i shows place sign (i - shift) of an
 // axis of the source.
 struct TurnedAxis {
     TurnedAxis(double signOf, double shiftOf, uint32_t sourceSize, uint32_t size)
@@ -129,48 +128,49 @@ struct TurnedAxis {
         begin = std::max<int64_t>(first, 0);
         end = std::min<int64_t>(first + sourceSize, size);
     }
-    // The lowest place of the source that is shown, and the one that the first place shows.
+    // The lowest place of the source that is shown, and the place that the first place of the destination shows.
     int64_t Lowest() const { return sign * ((sign > 0 ? begin : end - 1) - shift); }
     int64_t First() const { return sign * (begin - shift); }
     uint32_t Size() const { return static_cast<uint32_t>(end - begin); }
 
     int64_t sign, shift;
-    int64_t begin, end;    // of the destination, where it shows anything
+    int64_t begin, end;    // the places of the destination that show the source
 };
 
-void Turn(const ConstImage& source, const MutableImage& destination, uint32_t channels, const Rotation& rotation) {
+void Turn(const ConstPlaneView& source, const PlaneView& destination, const Rotation& rotation) {
     const bool upright = rotation.sine == 0;
     const TurnedAxis columns(upright ? rotation.cosine : rotation.sine, rotation.shiftX,
-                             upright ? source.width : source.height, destination.width);
+                             upright ? source.size.width : source.size.height, destination.size.width);
     const TurnedAxis rows(upright ? rotation.cosine : -rotation.sine, rotation.shiftY,
-                          upright ? source.height : source.width, destination.height);
+                          upright ? source.size.height : source.size.width, destination.size.height);
     if (columns.begin >= columns.end || rows.begin >= rows.end)
         return;
+    const uint32_t channels = source.pixelBytes;
     const auto pixel = static_cast<ptrdiff_t>(channels);
-    const auto from = [&](int64_t x, int64_t y) { return source.data + y * source.step + x * pixel; };
-    uint8_t* const to = destination.data + rows.begin * destination.step + columns.begin * pixel;
+    const auto from = [&](int64_t x, int64_t y) { return source.data + y * source.stride + x * pixel; };
+    uint8_t* const to = destination.data + rows.begin * destination.stride + columns.begin * pixel;
     if (upright && rows.sign > 0) {
-        PlaneCopy(from(columns.First(), rows.First()), source.step, to, destination.step, columns.Size() * channels,
+        PlaneCopy(from(columns.First(), rows.First()), source.stride, to, destination.stride, columns.Size() * channels,
                   rows.Size(), 0);
     } else if (upright) {
-        Mirror(from(columns.Lowest(), rows.First()), -source.step, to, destination.step, columns.Size(), rows.Size(),
-               channels);
+        Mirror(from(columns.Lowest(), rows.First()), -source.stride, to, destination.stride, columns.Size(),
+               rows.Size(), channels);
     } else {
-        // Source rows lie along the destination's columns. Where its columns fall, rows are written upwards.
+        // Source rows become columns of the destination. Where its rows run against the source's columns, rows are
+        // written upwards.
         const bool upwards = rows.sign < 0;
-        Transpose(from(rows.Lowest(), columns.First()), columns.sign * source.step,
-                  upwards ? to + (ptrdiff_t{rows.Size()} - 1) * destination.step : to,
-                  upwards ? -destination.step : destination.step, columns.Size(), rows.Size(), channels);
+        Transpose(from(rows.Lowest(), columns.First()), columns.sign * source.stride,
+                  upwards ? to + (ptrdiff_t{rows.Size()} - 1) * destination.stride : to,
+                  upwards ? -destination.stride : destination.stride, columns.Size(), rows.Size(), channels);
     }
 }
 
 }    // namespace
 
-int32_t RotateBilinear(const ConstImage& source, const MutableImage& destination, uint32_t channels,
-                       const Rotation& rotation) {
-    return ForChannels(source, destination, channels, [&]<uint32_t kChannels>() {
+int32_t RotateBilinear(const ConstPlaneView& source, const PlaneView& destination, const Rotation& rotation) {
+    return ForChannels(source, destination, [&]<uint32_t kChannels>() {
         if (rotation.MovesOnly())
-            Turn(source, destination, kChannels, rotation);
+            Turn(source, destination, rotation);
         else
             RotateRows<kChannels>(source, destination, rotation);
     });

@@ -1,8 +1,10 @@
 // Bilinear rotation of 8 bit planes about a point.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
+
+#include "base/PictureView.h"
+#include "kernels/KernelResult.h"
 
 namespace corvane::kernels {
 
@@ -14,11 +16,11 @@ struct Rotation {
     double shiftX = 0;
     double shiftY = 0;
 
-    // Keeps the point (centerX, centerY) where it is. Whole quarter turns are exact. An angle that is not finite is
+    // Keeps the point (centerX, centerY) in place. Whole quarter turns are exact. An angle that is not finite counts as
     // 0.
     static Rotation About(double angleDegrees, double centerX, double centerY);
 
-    // Whether it is by whole quarter turns and puts pixels on pixels.
+    // Whether the rotation is by whole quarter turns and puts pixels exactly on pixels.
     bool MovesOnly() const;
 };
 
@@ -31,29 +33,14 @@ struct RotationBounds {
 };
 RotationBounds BoundsOf(const Rotation& rotation, uint32_t width, uint32_t height);
 
-// One interleaved image of `channels` bytes a pixel. Steps are in bytes.
-struct ConstImage {
-    const uint8_t* data;
-    ptrdiff_t step;
-    uint32_t width;
-    uint32_t height;
-};
-struct MutableImage {
-    uint8_t* data;
-    ptrdiff_t step;
-    uint32_t width;
-    uint32_t height;
-};
-
-// Writes each destination pixel that comes from within the source, interpolated between its four neighbours with
-// weights of 1/256 and rounded; the others keep what they hold. A rotation that only moves pixels is as fast as a copy.
-// Returns 0, or negative for a null pointer, an empty size or channels other than 1 to 4.
-int32_t RotateBilinear(const ConstImage& source, const MutableImage& destination, uint32_t channels,
-                       const Rotation& rotation);
+// Writes each destination pixel whose place lies inside the source, interpolated between its four neighbours with
+// weights of 1/256 and rounded; all other pixels keep their values. A rotation that only moves pixels is as fast as a
+// copy. kDone; kRefused for a null pointer, an empty size, and pixels that are not of the same 1 to 4 bytes on both
+// sides.
+int32_t RotateBilinear(const ConstPlaneView& source, const PlaneView& destination, const Rotation& rotation);
 
 namespace ref {
-int32_t RotateBilinear(const ConstImage& source, const MutableImage& destination, uint32_t channels,
-                       const Rotation& rotation);
+int32_t RotateBilinear(const ConstPlaneView& source, const PlaneView& destination, const Rotation& rotation);
 }
 
 }    // namespace corvane::kernels

@@ -15,9 +15,9 @@ size_t InterpolateRun(const uint8_t*, ptrdiff_t, const RotationSteps&, RotationS
     return 0;
 }
 #else
-// The two bytes of a row that a sample lies between are gathered with the two behind them. Of the four, those of the
-// row are in the lower half of a lane and those of the row below in the upper one, until the two rows are mixed.
-size_t InterpolateRun(const uint8_t* source, ptrdiff_t step, const RotationSteps& steps, RotationSteps::Place place,
+// A gather reads the two bytes of a row that a sample lies between, and the two bytes after them. The lower half of a
+// lane holds the sample's row and the upper half the row below, until the two rows are mixed.
+size_t InterpolateRun(const uint8_t* source, ptrdiff_t stride, const RotationSteps& steps, RotationSteps::Place place,
                       uint8_t* out, size_t count) {
     using Places = hn::Repartition<uint64_t, Bytes>;
     const Places places;
@@ -42,23 +42,23 @@ size_t InterpolateRun(const uint8_t* source, ptrdiff_t step, const RotationSteps
                               hn::BitCast(halves, hn::ShiftRight<24>(low)));
     };
     const auto lowByte = hn::Set(halves, 0xFF);
-    const auto rowStep = hn::Set(d, static_cast<int32_t>(step));
+    const auto rowStride = hn::Set(d, static_cast<int32_t>(stride));
     size_t done = 0;
     for (; done + kStep <= count; done += kStep) {
         const auto x = narrow(x0, x1), y = narrow(y0, y1);
         x0 = hn::Add(x0, nextX), x1 = hn::Add(x1, nextX);
         y0 = hn::Add(y0, nextY), y1 = hn::Add(y1, nextY);
         const auto at =
-            hn::Add(hn::Mul(hn::BitCast(d, hn::ShiftRight<8>(y)), rowStep), hn::BitCast(d, hn::ShiftRight<8>(x)));
+            hn::Add(hn::Mul(hn::BitCast(d, hn::ShiftRight<8>(y)), rowStride), hn::BitCast(d, hn::ShiftRight<8>(x)));
         const auto row = hn::BitCast(halves, hn::GatherOffset(d, reinterpret_cast<const int32_t*>(source), at));
         const auto below =
-            hn::BitCast(halves, hn::GatherOffset(d, reinterpret_cast<const int32_t*>(source + step), at));
+            hn::BitCast(halves, hn::GatherOffset(d, reinterpret_cast<const int32_t*>(source + stride), at));
         const auto left = hn::BitCast(words, hn::Or(hn::And(row, lowByte), hn::ShiftLeft<16>(hn::And(below, lowByte))));
         const auto right = hn::BitCast(words, hn::Or(hn::And(hn::ShiftRight<8>(row), lowByte),
                                                      hn::ShiftLeft<16>(hn::And(hn::ShiftRight<8>(below), lowByte))));
         const auto fraction = hn::And(x, lowByte);
         const auto weight = hn::BitCast(words, hn::Or(fraction, hn::ShiftLeft<16>(fraction)));
-        // At most 255 * 256, whatever wraps on the way.
+        // The result is at most 255 * 256, also where an intermediate value wraps.
         const auto mixed = hn::BitCast(halves, hn::Add(hn::ShiftLeft<8>(left), hn::Mul(hn::Sub(right, left), weight)));
         const auto upper = hn::BitCast(d, hn::And(mixed, hn::Set(halves, 0xFFFF)));
         const auto lower = hn::BitCast(d, hn::ShiftRight<16>(mixed));
@@ -79,9 +79,9 @@ namespace corvane::kernels {
 
 HWY_EXPORT(InterpolateRun);
 
-size_t InterpolateSamples(const ConstImage& source, const RotationSteps& steps, RotationSteps::Place place,
+size_t InterpolateSamples(const ConstPlaneView& source, const RotationSteps& steps, RotationSteps::Place place,
                           uint8_t* out, size_t count) {
-    return HWY_DYNAMIC_DISPATCH(InterpolateRun)(source.data, source.step, steps, place, out, count);
+    return HWY_DYNAMIC_DISPATCH(InterpolateRun)(source.data, source.stride, steps, place, out, count);
 }
 
 }    // namespace corvane::kernels

@@ -1,4 +1,4 @@
-// Picks bytes of a row by a table: scaling to the nearest sample is a choice of samples, and nothing else.
+// Picks bytes of a row by a table, which is all that scaling to the nearest sample does.
 #pragma once
 
 #include <cstddef>
@@ -9,11 +9,13 @@
 
 namespace corvane::kernels {
 
-// Of each block of 16 lanes stand one offset of its windows and, for each window, 16 indices, those of lanes that lie
-// in another with their top bit set. The last block ends with the row, so it may repeat lanes of the one before.
+// A block of 16 lanes has one offset of its windows and, for each window, 16 indices; the index of a lane whose sample
+// lies in another window has its top bit set. The last block ends with the row, so it may repeat lanes of the one
+// before.
 struct PickTables {
-    size_t count = 0;      // bytes of a picked row
-    size_t windows = 0;    // of 16 bytes, that the samples of a block lie in; 0: too far apart, or too few
+    size_t count = 0;    // bytes of a picked row
+    size_t windows =
+        0;    // windows of 16 bytes that hold the samples of a block; 0: samples are too far apart, or too few
     const uint32_t* columns = nullptr;    // `count` of them
     const uint32_t* offsets = nullptr;    // bytes from the start of the source row
     const uint8_t* lanes = nullptr;
@@ -23,11 +25,11 @@ struct PickTables {
 class SamplePick {
 public:
     // `columns`: for each byte of a picked row the byte of the source row; they rise or repeat, and the last is below
-    // `sourceBytes`. False when there is no memory; nothing may be picked then.
+    // `sourceBytes`. False when there is no memory; Row must not be called then.
     [[nodiscard]] bool Make(std::span<const uint32_t> columns, size_t sourceBytes);
 
     // out[i] = source[columns[i]]; reads and writes nothing outside the two rows. `next`, a hint: the row to be picked
-    // after this one, which is fetched meanwhile, as the processor does not guess rows that are left out.
+    // after this one, which is fetched meanwhile, since the processor does not prefetch over rows that are left out.
     void Row(const uint8_t* source, uint8_t* out, const uint8_t* next) const;
 
 private:

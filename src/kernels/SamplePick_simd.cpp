@@ -1,4 +1,5 @@
-// The samples of 16 lanes lie in a few windows of 16 bytes in a row: a byte table takes out of each what lies there.
+// The samples of 16 lanes lie in a few windows of 16 bytes in a row: a byte table takes from each window the samples
+// that lie in it.
 #include "kernels/SamplePick.h"
 
 #undef HWY_TARGET_INCLUDE

@@ -8,7 +8,6 @@
 #include <cstring>
 
 #include "kernels/PlaneCopy.h"
-#include "kernels/Source420.h"
 #include "kernels/Vectors-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -20,20 +19,20 @@ bool CopyPastCache(const uint8_t*, ptrdiff_t, uint8_t*, ptrdiff_t, uint32_t, uin
     return false;
 }
 
-void MergeRows(const uint8_t* u, ptrdiff_t uStep, const uint8_t* v, ptrdiff_t vStep, uint8_t* uv, ptrdiff_t uvStep,
-               uint32_t pairs, uint32_t rows, bool /*pastCache*/) {
-    for (; rows > 0; --rows, u += uStep, v += vStep, uv += uvStep)
+void MergeRows(const uint8_t* u, ptrdiff_t uStride, const uint8_t* v, ptrdiff_t vStride, uint8_t* uv,
+               ptrdiff_t uvStride, uint32_t pairs, uint32_t rows, bool /*pastCache*/) {
+    for (; rows > 0; --rows, u += uStride, v += vStride, uv += uvStride)
         ref::MergeRow(u, v, uv, pairs);
 }
 
-void SplitRows(const uint8_t* uv, ptrdiff_t uvStep, uint8_t* u, ptrdiff_t uStep, uint8_t* v, ptrdiff_t vStep,
+void SplitRows(const uint8_t* uv, ptrdiff_t uvStride, uint8_t* u, ptrdiff_t uStride, uint8_t* v, ptrdiff_t vStride,
                uint32_t pairs, uint32_t rows, bool /*pastCache*/) {
-    for (; rows > 0; --rows, uv += uvStep, u += uStep, v += vStep)
+    for (; rows > 0; --rows, uv += uvStride, u += uStride, v += vStride)
         ref::SplitRow(uv, u, v, pairs);
 }
 #else
 
-// One row of each work: Do a vector, Plain a row that is shorter than one.
+// The work on one row: Do works a vector, Plain a row that is shorter than a vector.
 struct Copy {
     const uint8_t* from;
     uint8_t* to;
@@ -75,8 +74,8 @@ struct Split {
     }
 };
 
-// The last vector is done once more from the row's end, so that no row needs a loop by bytes unless it is shorter than
-// a vector. What begins there is on no boundary.
+// The last vector ends with the row, so that only a row that is shorter than a vector needs a loop by bytes. That
+// vector is on no boundary.
 template <bool kStreaming, class Work>
 HWY_INLINE void DoRow(const Work& work, size_t size) {
     constexpr size_t kStep = hn::MaxLanes(Bytes());
@@ -102,25 +101,25 @@ HWY_INLINE void DoRows(uint32_t rows, size_t size, bool streams, const WorkOf& w
         hwy::FlushStream();
 }
 
-bool CopyPastCache(const uint8_t* from, ptrdiff_t fromStep, uint8_t* to, ptrdiff_t toStep, uint32_t width,
+bool CopyPastCache(const uint8_t* from, ptrdiff_t fromStride, uint8_t* to, ptrdiff_t toStride, uint32_t width,
                    uint32_t rows) {
-    if (!OnVectors(to, toStep))
+    if (!OnVectors(to, toStride))
         return false;
-    DoRows(rows, width, true, [=](ptrdiff_t row) { return Copy{from + row * fromStep, to + row * toStep}; });
+    DoRows(rows, width, true, [=](ptrdiff_t row) { return Copy{from + row * fromStride, to + row * toStride}; });
     return true;
 }
 
-void MergeRows(const uint8_t* u, ptrdiff_t uStep, const uint8_t* v, ptrdiff_t vStep, uint8_t* uv, ptrdiff_t uvStep,
-               uint32_t pairs, uint32_t rows, bool pastCache) {
-    DoRows(rows, pairs, pastCache && OnVectors(uv, uvStep), [=](ptrdiff_t row) {
-        return Merge{u + row * uStep, v + row * vStep, uv + row * uvStep};
+void MergeRows(const uint8_t* u, ptrdiff_t uStride, const uint8_t* v, ptrdiff_t vStride, uint8_t* uv,
+               ptrdiff_t uvStride, uint32_t pairs, uint32_t rows, bool pastCache) {
+    DoRows(rows, pairs, pastCache && OnVectors(uv, uvStride), [=](ptrdiff_t row) {
+        return Merge{u + row * uStride, v + row * vStride, uv + row * uvStride};
     });
 }
 
-void SplitRows(const uint8_t* uv, ptrdiff_t uvStep, uint8_t* u, ptrdiff_t uStep, uint8_t* v, ptrdiff_t vStep,
+void SplitRows(const uint8_t* uv, ptrdiff_t uvStride, uint8_t* u, ptrdiff_t uStride, uint8_t* v, ptrdiff_t vStride,
                uint32_t pairs, uint32_t rows, bool pastCache) {
-    DoRows(rows, pairs, pastCache && OnVectors(u, uStep) && OnVectors(v, vStep), [=](ptrdiff_t row) {
-        return Split{uv + row * uvStep, u + row * uStep, v + row * vStep};
+    DoRows(rows, pairs, pastCache && OnVectors(u, uStride) && OnVectors(v, vStride), [=](ptrdiff_t row) {
+        return Split{uv + row * uvStride, u + row * uStride, v + row * vStride};
     });
 }
 #endif
@@ -138,40 +137,43 @@ HWY_EXPORT(SplitRows);
 
 namespace {
 
-// From this many bytes of luma on a picture goes past the cache: from memory to memory that takes three quarters of the
-// time. Who reads it next pays what was saved, and more where all would have stayed in the cache.
+// From this many bytes of luma on a picture is stored past the cache, which takes three quarters of the time from
+// memory to memory. The next reader loses that time again, and more where the picture would have stayed in the cache.
 constexpr size_t kLargePlane = size_t{1} << 20;
 
-// Whether the chroma goes past the cache as the luma did.
-bool CopyLuma(const uint8_t* y, ptrdiff_t yStep, uint8_t* outY, ptrdiff_t outYStep, uint32_t width, uint32_t height) {
+// Returns whether luma was stored past the cache; chroma follows it.
+bool CopyLuma(const ConstPictureView& from, const PictureView& to, uint32_t width, uint32_t height) {
     if (size_t{width} * height >= kLargePlane &&
-        HWY_DYNAMIC_DISPATCH(CopyPastCache)(y, yStep, outY, outYStep, width, height))
+        HWY_DYNAMIC_DISPATCH(CopyPastCache)(from.plane[0], from.stride[0], to.plane[0], to.stride[0], width, height))
         return true;
-    PlaneCopy(y, yStep, outY, outYStep, width, height, kCopyStreamingStores | kCopyStreamingLoads);
+    PlaneCopy(from.plane[0], from.stride[0], to.plane[0], to.stride[0], width, height,
+              kCopyStreamingStores | kCopyStreamingLoads);
     return false;
 }
 
 }    // namespace
 
-int32_t I420ToNV12(const uint8_t* y, ptrdiff_t yStep, const uint8_t* u, ptrdiff_t uStep, const uint8_t* v,
-                   ptrdiff_t vStep, uint8_t* outY, ptrdiff_t outYStep, uint8_t* outUv, ptrdiff_t outUvStep,
-                   uint32_t width, uint32_t height) {
-    if (y == nullptr || u == nullptr || v == nullptr || outY == nullptr || outUv == nullptr || width < 2 || height < 2)
+int32_t I420ToNV12(const ConstPictureView& source, const PictureView& destination) {
+    const auto [width, height] = destination.size;
+    if (!source.ThreePlanes() || !destination.TwoPlanes() || !source.Complete() || !destination.Complete() ||
+        width < 2 || height < 2)
         return kRefused;
-    const bool past = CopyLuma(y, yStep, outY, outYStep, width & ~1u, height & ~1u);
-    HWY_DYNAMIC_DISPATCH(MergeRows)(u, uStep, v, vStep, outUv, outUvStep, width / 2, height / 2, past);
+    const bool past = CopyLuma(source, destination, width & ~1u, height & ~1u);
+    HWY_DYNAMIC_DISPATCH(MergeRows)
+    (source.plane[1], source.stride[1], source.plane[2], source.stride[2], destination.plane[1], destination.stride[1],
+     width / 2, height / 2, past);
     return kDone;
 }
 
-int32_t NV12ToI420(const uint8_t* y, ptrdiff_t yStep, const uint8_t* uv, ptrdiff_t uvStep, uint8_t* outY,
-                   ptrdiff_t outYStep, uint8_t* outU, ptrdiff_t outUStep, uint8_t* outV, ptrdiff_t outVStep,
-                   uint32_t width, uint32_t height) {
-    if (y == nullptr || uv == nullptr || outY == nullptr || outU == nullptr || outV == nullptr || width < 1 ||
-        height < 1)
+int32_t NV12ToI420(const ConstPictureView& source, const PictureView& destination) {
+    const auto [width, height] = destination.size;
+    if (!source.TwoPlanes() || !destination.ThreePlanes() || !source.Complete() || !destination.Complete() ||
+        destination.size.Empty())
         return kRefused;
-    const bool past = CopyLuma(y, yStep, outY, outYStep, width, height);
+    const bool past = CopyLuma(source, destination, width, height);
     HWY_DYNAMIC_DISPATCH(SplitRows)
-    (uv, uvStep, outU, outUStep, outV, outVStep, width / 2 + width % 2, height / 2, past);
+    (source.plane[1], source.stride[1], destination.plane[1], destination.stride[1], destination.plane[2],
+     destination.stride[2], width / 2 + width % 2, height / 2, past);
     return kDone;
 }
 

@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t kBlock = 16;           // bytes of a vector block, and of a window
 constexpr uint32_t kOne = 65536;        // the sum of the weights
-constexpr uint8_t kNoByte = 0x80;       // an index that gives 0
+constexpr uint8_t kNoByte = 0x80;       // the table lookup gives 0 for this index
 constexpr uint32_t kMaxPairTaps = 3;    // a constant of the kernel of pairs
 
 size_t RoundUp(size_t size) {
@@ -24,7 +24,7 @@ uint64_t StretchAxis::Taps() const {
         return 1;
     if (m_destination > m_source)
         return 2;
-    // In the worst phase a pixel begins with the last part of a source pixel.
+    // In the worst case a pixel begins with the last part of a source pixel.
     const uint64_t common = std::gcd(m_source, m_destination);
     const uint64_t parts = m_destination / common;
     return (m_source / common + 2 * (parts - 1)) / parts;
@@ -72,7 +72,7 @@ StretchAxis::Span StretchAxis::Bilinear(uint32_t pixel, uint16_t* weights) const
     return {static_cast<uint32_t>(first), 2};
 }
 
-// The destination columns that are written; those behind the last, which fill its group, repeat it.
+// The destination columns that are written. Columns after the last, which fill its group, repeat it.
 struct StretchPlan::Columns {
     StretchAxis axis;
     uint32_t clip;
@@ -93,7 +93,7 @@ struct StretchPlan::Columns {
         for (size_t x = 0; x < count; x += 2) {
             const StretchAxis::Span left = At(x, weights);
             const StretchAxis::Span right = At(x + 1, weights);
-            if ((right.first + right.count - left.first) * pixelBytes > kBlock)
+            if (size_t{right.first + right.count - left.first} * pixelBytes > kBlock)
                 return false;
         }
         return true;
@@ -148,19 +148,20 @@ void StretchPlan::FillSingles(const Columns& columns, size_t blocks, uint32_t* o
     }
 }
 
-bool StretchPlan::Make(const StretchSource& source, const StretchDestination& destination, size_t blocks) {
-    Columns columns{StretchAxis(source.width, destination.width), destination.clipX, destination.clipWidth};
-    columns.pixelBytes = source.bytesPerPixel;
+bool StretchPlan::Make(const ConstPictureView& source, const PictureView& destination, const Rect& whole,
+                       size_t blocks) {
+    Columns columns{StretchAxis(source.size.width, static_cast<uint32_t>(whole.Width())),
+                    static_cast<uint32_t>(-whole.left), destination.size.width};
+    columns.pixelBytes = source.PixelBytes();
     uint16_t weights[StretchAxis::kMaxTaps];
     columns.firstNeeded = columns.At(0, weights).first;
     const StretchAxis::Span last = columns.At(columns.count - 1, weights);
 
-    m_vertical = StretchAxis(source.height, destination.height);
-    m_pixelBytes = source.bytesPerPixel;
+    m_vertical = StretchAxis(source.size.height, static_cast<uint32_t>(whole.Height()));
+    m_pixelBytes = columns.pixelBytes;
     m_rowBytes = size_t{last.first + last.count - columns.firstNeeded} * m_pixelBytes;
-    m_step = source.step;
-    m_source = source.data + static_cast<ptrdiff_t>(source.y) * source.step +
-               (size_t{source.x} + columns.firstNeeded) * m_pixelBytes;
+    m_stride = source.stride[0];
+    m_source = source.At(columns.firstNeeded, 0);
 
     m_tables.taps = static_cast<uint32_t>(columns.axis.Taps());
     m_tables.groups = (size_t{columns.count} + 4 * blocks - 1) / (4 * blocks);
@@ -183,7 +184,7 @@ bool StretchPlan::Make(const StretchSource& source, const StretchDestination& de
     if (!m_memory.Allocate(offsetsAt + offsetCount * sizeof(uint32_t)))
         return false;
     m_scratch = m_memory.Data();
-    m_scratchStep = vectorsAt / 2;
+    m_scratchStride = vectorsAt / 2;
     auto* const offsets = reinterpret_cast<uint32_t*>(m_memory.Data() + offsetsAt);
     m_tables.offsets = offsets;
     m_tables.vectors = m_memory.Data() + vectorsAt;

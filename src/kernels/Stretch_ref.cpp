@@ -15,7 +15,7 @@ public:
         if (m_box) {
             m_from = pixel * m_scale;
             first = std::min(static_cast<uint32_t>(m_from), source - 1);
-            // Rounding in the last digit must not make a tap of its own.
+            // Rounding of the last digit must not add a tap.
             last = std::clamp(static_cast<uint32_t>(std::ceil(m_from + m_scale - 1e-6)) - 1, first, source - 1);
         } else {
             m_from = std::clamp((pixel + 0.5) * m_scale - 0.5, 0.0, source - 1.0);
@@ -42,17 +42,19 @@ private:
 
 }    // namespace
 
-void Stretch(const StretchSource& source, const StretchDestination& destination) {
-    for (uint32_t row = 0; row < destination.clipHeight; ++row) {
-        const Taps down(source.height, destination.height, destination.clipY + row);
-        uint8_t* out = destination.data + static_cast<ptrdiff_t>(row) * destination.step;
-        for (uint32_t column = 0; column < destination.clipWidth; ++column, out += 4) {
-            const Taps across(source.width, destination.width, destination.clipX + column);
+void Stretch(const ConstPictureView& source, const PictureView& destination, const Rect& whole) {
+    const auto width = static_cast<uint32_t>(whole.Width());
+    const auto height = static_cast<uint32_t>(whole.Height());
+    const uint32_t pixelBytes = source.PixelBytes();
+    for (uint32_t row = 0; row < destination.size.height; ++row) {
+        const Taps down(source.size.height, height, static_cast<uint32_t>(row - whole.top));
+        uint8_t* out = destination.Row(row);
+        for (uint32_t column = 0; column < destination.size.width; ++column, out += 4) {
+            const Taps across(source.size.width, width, static_cast<uint32_t>(column - whole.left));
             double sum[3] = {};
             for (uint32_t y = down.first; y <= down.last; ++y) {
-                const uint8_t* pixel = source.data + static_cast<ptrdiff_t>(source.y + y) * source.step +
-                                       (size_t{source.x} + across.first) * source.bytesPerPixel;
-                for (uint32_t x = across.first; x <= across.last; ++x, pixel += source.bytesPerPixel) {
+                const uint8_t* pixel = source.Row(y) + size_t{across.first} * pixelBytes;
+                for (uint32_t x = across.first; x <= across.last; ++x, pixel += pixelBytes) {
                     const double weight = across.Weight(x) * down.Weight(y);
                     for (int channel = 0; channel < 3; ++channel)
                         sum[channel] += weight * pixel[channel];

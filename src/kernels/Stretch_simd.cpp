@@ -1,6 +1,5 @@
-// Vertical pass first, on the bytes as they lie, into one or two rows that stay in the first cache; then the horizontal
-// pass, which also widens 3 bytes to 4. A pass whose axis does not change is left out. Bytes stand in the upper half of
-// 16 bit lanes, so that the upper half of a product with a 16 bit weight is the weighted value in 1/256 levels.
+// The vertical pass comes first, on bytes, into one or two rows that stay in the first-level cache; then the horizontal
+// pass, which also widens 3 bytes to 4. A pass whose axis does not change is left out.
 #include "kernels/Stretch.h"
 
 #undef HWY_TARGET_INCLUDE
@@ -20,15 +19,15 @@ namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
 #if CORVANE_KERNELS_PLAIN
-bool StretchTarget(const StretchSource& source, const StretchDestination& destination) {
-    ref::Stretch(source, destination);
+bool StretchTarget(const ConstPictureView& source, const PictureView& destination, const Rect& whole) {
+    ref::Stretch(source, destination, whole);
     return true;
 }
 #else
 
 constexpr size_t kGroup = kVector / 4;    // pixels
 
-// `Rounding` for B, G, R, X lanes; X comes out as 0xFF.
+// `Rounding` for B, G, R, X lanes, where X becomes 0xFF.
 HWY_INLINE WordVector PixelRounding(uint32_t taps) {
     const hn::Repartition<uint64_t, Bytes> d64;
     const uint64_t rounding = 128 + taps / 2;
@@ -53,7 +52,7 @@ HWY_INLINE ByteVector TapIndex(size_t tap, size_t pixelBytes) {
     return hn::LoadDup128(d, index);
 }
 
-// Where a row of destination pixels is stored, whole groups first and then the rest.
+// Stores a row of destination pixels: whole groups first, then the rest.
 template <bool kStreaming>
 class RowWriter {
 public:
@@ -79,7 +78,7 @@ private:
     size_t m_bytes;
 };
 
-// Fetches what lies `ahead` bytes on, the row that comes next: the processor does not foresee rows that run upwards.
+// Fetches the row that comes next, `ahead` bytes on: processors do not prefetch rows of falling addresses.
 template <bool kStreaming>
 HWY_INLINE void ExpandRow(const uint8_t* source, ptrdiff_t ahead, const RowWriter<kStreaming>& out, size_t groups) {
     const Bytes d;
@@ -93,7 +92,7 @@ HWY_INLINE void ExpandRow(const uint8_t* source, ptrdiff_t ahead, const RowWrite
     }
 }
 
-// Reads nothing behind the row: copies from one raster to another have no room there.
+// Reads nothing after the row: the last row of a raster has no room there.
 template <bool kStreaming>
 HWY_INLINE void CopyRow(const uint8_t* source, const RowWriter<kStreaming>& out) {
     const Bytes d;
@@ -108,7 +107,7 @@ HWY_INLINE void CopyRow(const uint8_t* source, const RowWriter<kStreaming>& out)
     }
 }
 
-// Two pixels a block out of their windows; `index` is that of the first tap.
+// Two pixels a block from their windows. `index`: of the first tap.
 template <uint32_t kTaps>
 HWY_INLINE WordVector WeighPair(WordVector rounding, ByteVector window, ByteVector index, ByteVector pixelStep,
                                 const WordVector* weights) {
@@ -164,7 +163,7 @@ HWY_INLINE WordVector AddHalves(WordVector first, WordVector second) {
                    hn::BitCast(Words(), hn::InterleaveUpper(d64, a, b)));
 }
 
-// One pixel a block, of `kChunks` windows of 4 taps (0: of as many as the tables say), in both rows.
+// One pixel a block in both rows, from `kChunks` windows of 4 taps (0: the number is in the tables).
 template <uint32_t kChunks>
 class SinglePixels {
 public:
@@ -227,14 +226,14 @@ HWY_INLINE void SingleRows(const HorizontalTables& tables, size_t pixelBytes, co
     }
 }
 
-// Two rows at a time share the tables' loads; of an odd number the last is worked twice.
+// Two rows share the loads of the tables. Of an odd number of rows the last is worked twice.
 template <bool kStreaming>
 void HorizontalRows(const StretchPlan& plan, const uint8_t* row0, const uint8_t* row1, uint8_t* out0, uint8_t* out1,
                     size_t pixels) {
     const HorizontalTables& tables = plan.Horizontal();
     const RowWriter<kStreaming> writer0(out0, pixels);
     const RowWriter<kStreaming> writer1(out1, pixels);
-    const ptrdiff_t ahead = plan.Vertical().Same() ? plan.SourceStep() : 0;
+    const ptrdiff_t ahead = plan.Vertical().Same() ? plan.SourceStride() : 0;
     switch (tables.pass) {
     case HorizontalPass::Copy:
         if (plan.PixelBytes() == 3) {
@@ -264,35 +263,33 @@ void HorizontalRows(const StretchPlan& plan, const uint8_t* row0, const uint8_t*
     }
 }
 
-bool StretchTarget(const StretchSource& source, const StretchDestination& destination) {
+bool StretchTarget(const ConstPictureView& source, const PictureView& destination, const Rect& whole) {
     StretchPlan plan;
-    if (!plan.Make(source, destination, kBlocks))
+    if (!plan.Make(source, destination, whole, kBlocks))
         return false;
-    // Pictures beyond this size go past the cache.
+    // Larger pictures are stored past the cache.
     constexpr uint64_t kStreamingBytes = uint64_t{2} << 20;
-    const uintptr_t alignment =
-        reinterpret_cast<uintptr_t>(destination.data) | static_cast<uintptr_t>(destination.step);
-    const bool streaming =
-        alignment % kVector == 0 && uint64_t{destination.clipWidth} * destination.clipHeight * 4 >= kStreamingBytes;
+    const bool streaming = OnVectors(destination.plane[0], destination.stride[0]) &&
+                           uint64_t{destination.size.width} * destination.size.height * 4 >= kStreamingBytes;
     const auto rowAt = [&](uint32_t row, size_t scratch) -> const uint8_t* {
         uint16_t weights[StretchAxis::kMaxTaps];
-        const StretchAxis::Span span = plan.Vertical().At(destination.clipY + row, weights);
+        const StretchAxis::Span span = plan.Vertical().At(static_cast<uint32_t>(row - whole.top), weights);
         if (span.count == 1)
             return plan.Row(span.first);
         uint8_t* const out = plan.Scratch(scratch);
-        WeighAnyRows(plan.Row(span.first), plan.SourceStep(), span.count, weights, out, plan.RowBytes());
+        WeighAnyRows(plan.Row(span.first), plan.SourceStride(), span.count, weights, out, plan.RowBytes());
         return out;
     };
-    for (uint32_t row = 0; row < destination.clipHeight; row += 2) {
-        const bool second = row + 1 < destination.clipHeight;
+    for (uint32_t row = 0; row < destination.size.height; row += 2) {
+        const bool second = row + 1 < destination.size.height;
         const uint8_t* const row0 = rowAt(row, 0);
         const uint8_t* const row1 = second ? rowAt(row + 1, 1) : row0;
-        uint8_t* const out0 = destination.data + static_cast<ptrdiff_t>(row) * destination.step;
-        uint8_t* const out1 = second ? out0 + destination.step : out0;
+        uint8_t* const out0 = destination.Row(row);
+        uint8_t* const out1 = second ? out0 + destination.stride[0] : out0;
         if (streaming)
-            HorizontalRows<true>(plan, row0, row1, out0, out1, destination.clipWidth);
+            HorizontalRows<true>(plan, row0, row1, out0, out1, destination.size.width);
         else
-            HorizontalRows<false>(plan, row0, row1, out0, out1, destination.clipWidth);
+            HorizontalRows<false>(plan, row0, row1, out0, out1, destination.size.width);
     }
     if (streaming)
         hwy::FlushStream();
@@ -309,17 +306,16 @@ namespace corvane::kernels {
 
 HWY_EXPORT(StretchTarget);
 
-bool Stretch(const StretchSource& source, const StretchDestination& destination) {
-    if (source.data == nullptr || destination.data == nullptr || source.width == 0 || source.height == 0 ||
-        destination.clipWidth == 0 || destination.clipHeight == 0)
+bool Stretch(const ConstPictureView& source, const PictureView& destination, const Rect& whole) {
+    if (!source || !destination || source.size.Empty() || destination.size.Empty())
         return true;
-    // Of what is so much smaller nobody sees anything: speed does not matter.
-    if (StretchAxis(source.width, destination.width).Taps() > StretchAxis::kMaxTaps ||
-        StretchAxis(source.height, destination.height).Taps() > StretchAxis::kMaxTaps) {
-        ref::Stretch(source, destination);
+    // A picture that is so much smaller has few pixels: speed does not matter.
+    if (StretchAxis(source.size.width, static_cast<uint32_t>(whole.Width())).Taps() > StretchAxis::kMaxTaps ||
+        StretchAxis(source.size.height, static_cast<uint32_t>(whole.Height())).Taps() > StretchAxis::kMaxTaps) {
+        ref::Stretch(source, destination, whole);
         return true;
     }
-    return HWY_DYNAMIC_DISPATCH(StretchTarget)(source, destination);
+    return HWY_DYNAMIC_DISPATCH(StretchTarget)(source, destination, whole);
 }
 
 }    // namespace corvane::kernels

@@ -14,26 +14,26 @@ namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
 #if CORVANE_KERNELS_PLAIN
-void TransposeSamples(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
+void TransposeSamples(const uint8_t* source, ptrdiff_t sourceStride, uint8_t* destination, ptrdiff_t destinationStride,
                       uint32_t width, uint32_t height) {
-    ref::Transpose(source, sourceStep, destination, destinationStep, width, height, 1);
+    ref::Transpose(source, sourceStride, destination, destinationStride, width, height, 1);
 }
-void MirrorSamples(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
+void MirrorSamples(const uint8_t* source, ptrdiff_t sourceStride, uint8_t* destination, ptrdiff_t destinationStride,
                    uint32_t width, uint32_t height) {
-    ref::Mirror(source, sourceStep, destination, destinationStep, width, height, 1);
+    ref::Mirror(source, sourceStride, destination, destinationStride, width, height, 1);
 }
 #else
 
 constexpr size_t kBlock = 16;
 using Block = hn::FixedTag<uint8_t, kBlock>;
 
-// 16 x 16 samples: four rounds that each interleave rows half of those left apart.
-HWY_INLINE void TransposeBlock(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination,
-                               ptrdiff_t destinationStep) {
+// 16 x 16 samples, in four rounds. Each round interleaves rows at half the distance of the round before.
+HWY_INLINE void TransposeBlock(const uint8_t* source, ptrdiff_t sourceStride, uint8_t* destination,
+                               ptrdiff_t destinationStride) {
     const Block d;
     hn::Vec<Block> a[kBlock], b[kBlock];
     for (size_t i = 0; i < kBlock; ++i)
-        a[i] = hn::LoadU(d, source + static_cast<ptrdiff_t>(i) * sourceStep);
+        a[i] = hn::LoadU(d, source + static_cast<ptrdiff_t>(i) * sourceStride);
     const auto round = [&](const hn::Vec<Block>* from, hn::Vec<Block>* to) HWY_ATTR {
         for (size_t i = 0; i < kBlock / 2; ++i) {
             to[2 * i] = hn::InterleaveLower(d, from[i], from[i + kBlock / 2]);
@@ -45,16 +45,16 @@ HWY_INLINE void TransposeBlock(const uint8_t* source, ptrdiff_t sourceStep, uint
     round(a, b);
     round(b, a);
     for (size_t i = 0; i < kBlock; ++i)
-        hn::StoreU(a[i], d, destination + static_cast<ptrdiff_t>(i) * destinationStep);
+        hn::StoreU(a[i], d, destination + static_cast<ptrdiff_t>(i) * destinationStride);
 }
 
-// Four blocks side by side fill whole cache lines of the destination. The last blocks of rows and columns begin early
-// enough to be whole, so that some samples are written twice.
-void TransposeSamples(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
+// Four blocks side by side fill whole cache lines of the destination. The last block of a row or column begins so early
+// that it is whole; some samples are then written twice.
+void TransposeSamples(const uint8_t* source, ptrdiff_t sourceStride, uint8_t* destination, ptrdiff_t destinationStride,
                       uint32_t width, uint32_t height) {
     constexpr uint32_t kSide = kBlock, kLine = 64;
     if (width < kSide || height < kSide) {
-        ref::Transpose(source, sourceStep, destination, destinationStep, width, height, 1);
+        ref::Transpose(source, sourceStride, destination, destinationStride, width, height, 1);
         return;
     }
     for (uint32_t line = 0; line < width; line += kLine)
@@ -62,13 +62,13 @@ void TransposeSamples(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* dest
             const auto row = static_cast<ptrdiff_t>(std::min(y, height - kSide));
             for (uint32_t x = line; x < std::min(line + kLine, width); x += kSide) {
                 const auto column = static_cast<ptrdiff_t>(std::min(x, width - kSide));
-                TransposeBlock(source + column * sourceStep + row, sourceStep,
-                               destination + row * destinationStep + column, destinationStep);
+                TransposeBlock(source + column * sourceStride + row, sourceStride,
+                               destination + row * destinationStride + column, destinationStride);
             }
         }
 }
 
-void MirrorSamples(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
+void MirrorSamples(const uint8_t* source, ptrdiff_t sourceStride, uint8_t* destination, ptrdiff_t destinationStride,
                    uint32_t width, uint32_t height) {
     const Bytes d;
     const hn::Repartition<uint64_t, Bytes> eights;
@@ -76,10 +76,10 @@ void MirrorSamples(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destina
     const auto order = hn::LoadDup128(d, kOrder);
     constexpr size_t kStep = hn::MaxLanes(d);
     if (width < kStep) {
-        ref::Mirror(source, sourceStep, destination, destinationStep, width, height, 1);
+        ref::Mirror(source, sourceStride, destination, destinationStride, width, height, 1);
         return;
     }
-    for (; height > 0; --height, source += sourceStep, destination += destinationStep) {
+    for (; height > 0; --height, source += sourceStride, destination += destinationStride) {
         const auto put = [&](size_t x) HWY_ATTR {
             const auto turned = hn::TableLookupBytes(hn::LoadU(d, source + (width - kStep - x)), order);
             hn::StoreU(hn::BitCast(d, hn::Reverse(eights, hn::BitCast(eights, turned))), d, destination + x);
@@ -105,30 +105,31 @@ HWY_EXPORT(MirrorSamples);
 
 namespace {
 
-// Pixels of several bytes in tiles, so that the lines of the source are still cached when their next pixel is due.
+// Pixels of several bytes are worked in tiles, so that the lines of the source are still cached when their next pixel
+// is read.
 constexpr uint32_t kTile = 32;
 
 }    // namespace
 
-void Transpose(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
+void Transpose(const uint8_t* source, ptrdiff_t sourceStride, uint8_t* destination, ptrdiff_t destinationStride,
                uint32_t width, uint32_t height, uint32_t channels) {
     if (channels == 1) {
-        HWY_DYNAMIC_DISPATCH(TransposeSamples)(source, sourceStep, destination, destinationStep, width, height);
+        HWY_DYNAMIC_DISPATCH(TransposeSamples)(source, sourceStride, destination, destinationStride, width, height);
         return;
     }
     for (uint32_t y = 0; y < height; y += kTile)
         for (uint32_t x = 0; x < width; x += kTile)
-            ref::Transpose(source + static_cast<ptrdiff_t>(x) * sourceStep + size_t{y} * channels, sourceStep,
-                           destination + static_cast<ptrdiff_t>(y) * destinationStep + size_t{x} * channels,
-                           destinationStep, std::min(kTile, width - x), std::min(kTile, height - y), channels);
+            ref::Transpose(source + static_cast<ptrdiff_t>(x) * sourceStride + size_t{y} * channels, sourceStride,
+                           destination + static_cast<ptrdiff_t>(y) * destinationStride + size_t{x} * channels,
+                           destinationStride, std::min(kTile, width - x), std::min(kTile, height - y), channels);
 }
 
-void Mirror(const uint8_t* source, ptrdiff_t sourceStep, uint8_t* destination, ptrdiff_t destinationStep,
+void Mirror(const uint8_t* source, ptrdiff_t sourceStride, uint8_t* destination, ptrdiff_t destinationStride,
             uint32_t width, uint32_t height, uint32_t channels) {
     if (channels == 1)
-        HWY_DYNAMIC_DISPATCH(MirrorSamples)(source, sourceStep, destination, destinationStep, width, height);
+        HWY_DYNAMIC_DISPATCH(MirrorSamples)(source, sourceStride, destination, destinationStride, width, height);
     else
-        ref::Mirror(source, sourceStep, destination, destinationStep, width, height, channels);
+        ref::Mirror(source, sourceStride, destination, destinationStride, width, height, channels);
 }
 
 }    // namespace corvane::kernels

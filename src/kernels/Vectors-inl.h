@@ -13,7 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// The emulated instruction sets have nothing to win: the plain forms serve there.
+// Emulated instruction sets gain nothing from vectors: they use the plain forms.
 #undef CORVANE_KERNELS_PLAIN
 #if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
 #define CORVANE_KERNELS_PLAIN 1
@@ -33,12 +33,13 @@ using SignedDwords = hn::Repartition<int32_t, Bytes>;
 using ByteVector = hn::Vec<Bytes>;
 using WordVector = hn::Vec<Words>;
 
-// Whether all rows of a plane begin where a whole vector can go past the cache.
-inline bool OnVectors(const uint8_t* plane, ptrdiff_t step) {
-    return ((reinterpret_cast<uintptr_t>(plane) | static_cast<uintptr_t>(step)) & (hn::MaxLanes(Bytes()) - 1)) == 0;
+// Whether all rows of a plane begin on a vector's boundary, as stores past the cache need it.
+inline bool OnVectors(const uint8_t* plane, ptrdiff_t stride) {
+    return ((reinterpret_cast<uintptr_t>(plane) | static_cast<uintptr_t>(stride)) & (hn::MaxLanes(Bytes()) - 1)) == 0;
 }
 
-// Past the cache when `kStreaming`; `out` is on a vector's boundary then, and hwy::FlushStream() follows the last.
+// Stores past the cache when `kStreaming`; `out` is on a vector's boundary then, and hwy::FlushStream() follows the
+// last store.
 template <bool kStreaming>
 HWY_INLINE void Store(ByteVector bytes, uint8_t* out) {
     if constexpr (kStreaming)
@@ -47,8 +48,9 @@ HWY_INLINE void Store(ByteVector bytes, uint8_t* out) {
         hn::StoreU(bytes, Bytes(), out);
 }
 
-// Puts groups of `kGroup` double words so that the in-block interleaving that follows leaves whole output vectors in
-// order: block L, group k of the result is group k * blocks + L of the input. Does nothing on 128-bit vectors.
+// Reorders groups of `kGroup` double words, so that the interleaving within blocks that follows gives whole output
+// vectors in order: block L, group k of the result is group k * blocks + L of the input. Does nothing on 128-bit
+// vectors.
 template <size_t kGroup>
 class BlockOrder {
 public:

@@ -18,39 +18,39 @@ Rgb FullRangeBt601(int32_t y, int32_t u, int32_t v) {
 
 // `toRgb(y, u, v)` is the arithmetic of a pixel.
 template <typename ToRgb>
-void Convert(const Source420& source, uint8_t* destination, ptrdiff_t destinationStep, uint32_t width, uint32_t height,
-             RgbLayout layout, ToRgb toRgb) {
+void Convert(const ConstPictureView& source, const PictureView& destination, uint8_t fourth, ToRgb toRgb) {
+    const RgbLayout layout = RgbLayout::Of(destination.format);
     const uint32_t redAt = layout.redFirst ? 0 : 2;
-    for (uint32_t row = 0; row < (height & ~1u); ++row) {
-        const uint8_t* y = source.y + static_cast<ptrdiff_t>(row) * source.yStep;
-        const uint8_t* u = source.u + static_cast<ptrdiff_t>(row / 2) * source.uStep;
-        const uint8_t* v = source.Planar() ? source.v + static_cast<ptrdiff_t>(row / 2) * source.vStep : u + 1;
-        const size_t chromaStep = source.Planar() ? 1 : 2;
-        uint8_t* pixel = destination + static_cast<ptrdiff_t>(row) * destinationStep;
-        for (uint32_t x = 0; x < (width & ~1u); ++x, pixel += layout.bytes) {
+    const bool planar = source.ThreePlanes();
+    const size_t chromaStep = planar ? 1 : 2;
+    for (uint32_t row = 0; row < (destination.size.height & ~1u); ++row) {
+        const auto pair = static_cast<ptrdiff_t>(row / 2);
+        const uint8_t* y = source.Row(row);
+        const uint8_t* u = source.plane[1] + pair * source.stride[1];
+        const uint8_t* v = planar ? source.plane[2] + pair * source.stride[2] : u + 1;
+        uint8_t* pixel = destination.Row(row);
+        for (uint32_t x = 0; x < (destination.size.width & ~1u); ++x, pixel += layout.pixelBytes) {
             const Rgb rgb = toRgb(y[x], u[x / 2 * chromaStep], v[x / 2 * chromaStep]);
             pixel[redAt] = rgb.red;
             pixel[1] = rgb.green;
             pixel[2 - redAt] = rgb.blue;
-            if (layout.bytes == 4)
-                pixel[3] = layout.fourth;
+            if (layout.pixelBytes == 4)
+                pixel[3] = fourth;
         }
     }
 }
 
 }    // namespace
 
-int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t destinationStep, uint32_t width,
-                   uint32_t height, RgbLayout layout) {
-    if (source.y == nullptr || source.u == nullptr || destination == nullptr || width < 2 || height < 2 ||
-        (layout.bytes != 3 && layout.bytes != 4))
+int32_t YCbCrToRGB(const ConstPictureView& source, const PictureView& destination, RgbStores stores) {
+    if (!TakesRgb(source, destination))
         return kRefused;
-    if (layout.matrix == nullptr)
-        Convert(source, destination, destinationStep, width, height, layout, FullRangeBt601);
+    if (const ColourMatrix* const matrix = RgbMatrixOf(source))
+        Convert(source, destination, stores.fourth,
+                [m = *matrix](int32_t y, int32_t u, int32_t v) { return m.ToRgb(y, u, v); });
     else
-        Convert(source, destination, destinationStep, width, height, layout,
-                [matrix = *layout.matrix](int32_t y, int32_t u, int32_t v) { return matrix.ToRgb(y, u, v); });
-    return ((width | height) & 1) != 0 ? kOddPartUnwritten : kDone;
+        Convert(source, destination, stores.fourth, FullRangeBt601);
+    return ((destination.size.width | destination.size.height) & 1) != 0 ? kOddPartUnwritten : kDone;
 }
 
 }    // namespace corvane::kernels::ref

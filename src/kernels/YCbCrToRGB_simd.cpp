@@ -23,9 +23,9 @@ namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
 #if CORVANE_KERNELS_PLAIN
-int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-                   RgbLayout layout, uint8_t* /*terms*/) {
-    return ref::YCbCrToRGB(source, destination, step, width, height, layout);
+int32_t ConvertRgb(const ConstPictureView& source, const PictureView& destination, RgbStores stores,
+                   uint8_t* /*terms*/) {
+    return ref::YCbCrToRGB(source, destination, stores);
 }
 #else
 
@@ -53,7 +53,8 @@ class Rgb32Writer {
 public:
     static constexpr size_t kPixelBytes = 4;
     static constexpr size_t kGroup = 1;
-    static constexpr bool kFetches = !kStreaming && hn::MaxLanes(Bytes()) < 64;    // whole lines need none
+    static constexpr bool kFetches =
+        !kStreaming && hn::MaxLanes(Bytes()) < 64;    // stores of whole lines need no fetch
 
     explicit Rgb32Writer(uint8_t fourth) : m_fourth(hn::Set(Bytes(), fourth)) {}
     HWY_INLINE void Put(ByteVector blue, ByteVector green, ByteVector red, uint8_t* out) const {
@@ -74,36 +75,32 @@ private:
     ByteVector m_fourth;
 };
 
-// A function for each arithmetic, so that none takes registers of the other.
+// One function for each arithmetic, so that neither takes registers of the other.
 template <class Arithmetic>
-HWY_NOINLINE void ConvertBy(const Arithmetic arithmetic, const Source420& source, uint8_t* destination, ptrdiff_t step,
-                            uint32_t width, uint32_t height, RgbLayout layout, uint8_t* terms) {
-    const bool streaming = layout.streaming && OnVectors(destination, step);
-    if (layout.bytes == 3 && streaming)
-        ConvertPicture(arithmetic, Rgb24Writer<true>(), source, destination, step, width, height, layout.redFirst,
-                       terms);
-    else if (layout.bytes == 3)
-        ConvertPicture(arithmetic, Rgb24Writer<false>(), source, destination, step, width, height, layout.redFirst,
-                       terms);
+HWY_NOINLINE void ConvertBy(const Arithmetic arithmetic, const ConstPictureView& source, const PictureView& even,
+                            RgbStores stores, uint8_t* terms) {
+    const RgbLayout layout = RgbLayout::Of(even.format);
+    const bool streaming = stores.streaming && OnVectors(even.plane[0], even.stride[0]);
+    if (layout.pixelBytes == 3 && streaming)
+        ConvertPicture(arithmetic, Rgb24Writer<true>(), source, even, layout.redFirst, terms);
+    else if (layout.pixelBytes == 3)
+        ConvertPicture(arithmetic, Rgb24Writer<false>(), source, even, layout.redFirst, terms);
     else if (streaming)
-        ConvertPicture(arithmetic, Rgb32Writer<true>(layout.fourth), source, destination, step, width, height,
-                       layout.redFirst, terms);
+        ConvertPicture(arithmetic, Rgb32Writer<true>(stores.fourth), source, even, layout.redFirst, terms);
     else
-        ConvertPicture(arithmetic, Rgb32Writer<false>(layout.fourth), source, destination, step, width, height,
-                       layout.redFirst, terms);
+        ConvertPicture(arithmetic, Rgb32Writer<false>(stores.fourth), source, even, layout.redFirst, terms);
     if (streaming)
         hwy::FlushStream();
 }
 
-int32_t ConvertRgb(const Source420& source, uint8_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-                   RgbLayout layout, uint8_t* terms) {
-    const uint32_t evenWidth = width & ~1u;
-    const uint32_t evenHeight = height & ~1u;
-    if (layout.matrix == nullptr)
-        ConvertBy(ByteArithmetic<kFullRangeMatrix>(), source, destination, step, evenWidth, evenHeight, layout, terms);
+int32_t ConvertRgb(const ConstPictureView& source, const PictureView& destination, RgbStores stores, uint8_t* terms) {
+    PictureView even = destination;
+    even.size = {destination.size.width & ~1u, destination.size.height & ~1u};
+    if (const ColourMatrix* const matrix = RgbMatrixOf(source))
+        ConvertBy(WordArithmetic(*matrix), source, even, stores, terms);
     else
-        ConvertBy(WordArithmetic(*layout.matrix), source, destination, step, evenWidth, evenHeight, layout, terms);
-    return ((width | height) & 1) != 0 ? kOddPartUnwritten : kDone;
+        ConvertBy(ByteArithmetic<kFullRangeMatrix>(), source, even, stores, terms);
+    return even.size == destination.size ? kDone : kOddPartUnwritten;
 }
 #endif
 
@@ -116,15 +113,13 @@ namespace corvane::kernels {
 
 HWY_EXPORT(ConvertRgb);
 
-int32_t YCbCrToRGB(const Source420& source, uint8_t* destination, ptrdiff_t destinationStep, uint32_t width,
-                   uint32_t height, RgbLayout layout) {
-    if (source.y == nullptr || source.u == nullptr || destination == nullptr || width < 2 || height < 2 ||
-        (layout.bytes != 3 && layout.bytes != 4))
+int32_t YCbCrToRGB(const ConstPictureView& source, const PictureView& destination, RgbStores stores) {
+    if (!TakesRgb(source, destination))
         return kRefused;
     AlignedBuffer memory;
     if (!memory.Allocate(kTermRows * kTermStride))
-        return ref::YCbCrToRGB(source, destination, destinationStep, width, height, layout);
-    return HWY_DYNAMIC_DISPATCH(ConvertRgb)(source, destination, destinationStep, width, height, layout, memory.Data());
+        return ref::YCbCrToRGB(source, destination, stores);
+    return HWY_DYNAMIC_DISPATCH(ConvertRgb)(source, destination, stores, memory.Data());
 }
 
 }    // namespace corvane::kernels

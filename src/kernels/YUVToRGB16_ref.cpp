@@ -20,16 +20,18 @@ Rgb Analogue(int32_t y, int32_t u, int32_t v) {
 
 // `toRgb(y, u, v)` is the arithmetic of a pixel.
 template <typename ToRgb>
-void Convert(const Source420& source, uint16_t* destination, ptrdiff_t destinationStep, uint32_t width, uint32_t height,
-             Rgb16Layout layout, ToRgb toRgb) {
+void Convert(const ConstPictureView& source, const PictureView& destination, ToRgb toRgb) {
+    const Rgb16Layout layout = Rgb16Layout::Of(destination.format);
     const uint32_t topShift = 5 + layout.greenBits;
-    for (uint32_t row = 0; row < height; ++row) {
-        const uint8_t* y = source.y + static_cast<ptrdiff_t>(row) * source.yStep;
-        const uint8_t* u = source.u + static_cast<ptrdiff_t>(row / 2) * source.uStep;
-        const uint8_t* v = source.Planar() ? source.v + static_cast<ptrdiff_t>(row / 2) * source.vStep : u + 1;
-        const size_t chromaStep = source.Planar() ? 1 : 2;
-        uint16_t* out = destination + static_cast<ptrdiff_t>(row) * destinationStep;
-        for (uint32_t x = 0; x < width; ++x) {
+    const bool planar = source.ThreePlanes();
+    const size_t chromaStep = planar ? 1 : 2;
+    for (uint32_t row = 0; row < destination.size.height; ++row) {
+        const auto pair = static_cast<ptrdiff_t>(row / 2);
+        const uint8_t* y = source.Row(row);
+        const uint8_t* u = source.plane[1] + pair * source.stride[1];
+        const uint8_t* v = planar ? source.plane[2] + pair * source.stride[2] : u + 1;
+        auto* const out = reinterpret_cast<uint16_t*>(destination.Row(row));
+        for (uint32_t x = 0; x < destination.size.width; ++x) {
             const Rgb rgb = toRgb(y[x], u[x / 2 * chromaStep], v[x / 2 * chromaStep]);
             const uint32_t high = layout.redHigh ? rgb.red : rgb.blue;
             const uint32_t low = layout.redHigh ? rgb.blue : rgb.red;
@@ -41,16 +43,14 @@ void Convert(const Source420& source, uint16_t* destination, ptrdiff_t destinati
 
 }    // namespace
 
-int32_t YUVToRGB16(const Source420& source, uint16_t* destination, ptrdiff_t destinationStep, uint32_t width,
-                   uint32_t height, Rgb16Layout layout) {
-    if (source.y == nullptr || source.u == nullptr || destination == nullptr || width < 1 || height < 1 ||
-        (layout.greenBits != 5 && layout.greenBits != 6))
+int32_t YUVToRGB16(const ConstPictureView& source, const PictureView& destination) {
+    if (!TakesRgb16(source, destination))
         return kRefused;
-    if (layout.matrix == nullptr)
-        Convert(source, destination, destinationStep, width, height, layout, Analogue);
+    if (source.colours)
+        Convert(source, destination,
+                [m = MatrixOf(*source.colours)](int32_t y, int32_t u, int32_t v) { return m.ToRgb(y, u, v); });
     else
-        Convert(source, destination, destinationStep, width, height, layout,
-                [matrix = *layout.matrix](int32_t y, int32_t u, int32_t v) { return matrix.ToRgb(y, u, v); });
+        Convert(source, destination, Analogue);
     return kDone;
 }
 

@@ -24,20 +24,19 @@ namespace corvane::kernels {
 namespace HWY_NAMESPACE {
 
 #if CORVANE_KERNELS_PLAIN
-int32_t ConvertRgb16(const Source420& source, uint16_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-                     Rgb16Layout layout, uint8_t* /*terms*/) {
-    return ref::YUVToRGB16(source, destination, step, width, height, layout);
+int32_t ConvertRgb16(const ConstPictureView& source, const PictureView& destination, uint8_t* /*terms*/) {
+    return ref::YUVToRGB16(source, destination);
 }
 #else
 
-// What stands at bit 0 arrives as blue.
+// `blue` is the colour at bit 0.
 template <int kGreenBits>
 struct Rgb16Writer {
     static constexpr size_t kPixelBytes = 2;
     static constexpr size_t kGroup = 2;
     static constexpr bool kFetches = true;
 
-    // Shifts and masks of bytes, made of word shifts; `kMask` removes what came from the neighbour.
+    // Shifts of bytes, made of word shifts; `kMask` removes the bits of the neighbouring byte.
     template <int kShift, uint8_t kMask>
     static HWY_INLINE ByteVector Right(ByteVector v) {
         return hn::And(hn::BitCast(Bytes(), hn::ShiftRight<kShift>(hn::BitCast(Words(), v))), hn::Set(Bytes(), kMask));
@@ -62,23 +61,22 @@ struct Rgb16Writer {
     }
 };
 
-// A function for each arithmetic, so that none takes registers of the other.
+// One function for each arithmetic, so that neither takes registers of the other.
 template <class Arithmetic>
-HWY_NOINLINE void ConvertBy(const Arithmetic arithmetic, const Source420& source, uint16_t* destination, ptrdiff_t step,
-                            uint32_t width, uint32_t height, Rgb16Layout layout, uint8_t* terms) {
-    auto* bytes = reinterpret_cast<uint8_t*>(destination);
+HWY_NOINLINE void ConvertBy(const Arithmetic arithmetic, const ConstPictureView& source, const PictureView& to,
+                            uint8_t* terms) {
+    const Rgb16Layout layout = Rgb16Layout::Of(to.format);
     if (layout.greenBits == 6)
-        ConvertPicture(arithmetic, Rgb16Writer<6>(), source, bytes, 2 * step, width, height, !layout.redHigh, terms);
+        ConvertPicture(arithmetic, Rgb16Writer<6>(), source, to, !layout.redHigh, terms);
     else
-        ConvertPicture(arithmetic, Rgb16Writer<5>(), source, bytes, 2 * step, width, height, !layout.redHigh, terms);
+        ConvertPicture(arithmetic, Rgb16Writer<5>(), source, to, !layout.redHigh, terms);
 }
 
-int32_t ConvertRgb16(const Source420& source, uint16_t* destination, ptrdiff_t step, uint32_t width, uint32_t height,
-                     Rgb16Layout layout, uint8_t* terms) {
-    if (layout.matrix == nullptr)
-        ConvertBy(ByteArithmetic<kAnalogueMatrix>(), source, destination, step, width, height, layout, terms);
+int32_t ConvertRgb16(const ConstPictureView& source, const PictureView& destination, uint8_t* terms) {
+    if (source.colours)
+        ConvertBy(WordArithmetic(MatrixOf(*source.colours)), source, destination, terms);
     else
-        ConvertBy(WordArithmetic(*layout.matrix), source, destination, step, width, height, layout, terms);
+        ConvertBy(ByteArithmetic<kAnalogueMatrix>(), source, destination, terms);
     return kDone;
 }
 #endif
@@ -92,16 +90,13 @@ namespace corvane::kernels {
 
 HWY_EXPORT(ConvertRgb16);
 
-int32_t YUVToRGB16(const Source420& source, uint16_t* destination, ptrdiff_t destinationStep, uint32_t width,
-                   uint32_t height, Rgb16Layout layout) {
-    if (source.y == nullptr || source.u == nullptr || destination == nullptr || width < 1 || height < 1 ||
-        (layout.greenBits != 5 && layout.greenBits != 6))
+int32_t YUVToRGB16(const ConstPictureView& source, const PictureView& destination) {
+    if (!TakesRgb16(source, destination))
         return kRefused;
     AlignedBuffer memory;
     if (!memory.Allocate(kTermRows * kTermStride))
-        return ref::YUVToRGB16(source, destination, destinationStep, width, height, layout);
-    return HWY_DYNAMIC_DISPATCH(ConvertRgb16)(source, destination, destinationStep, width, height, layout,
-                                              memory.Data());
+        return ref::YUVToRGB16(source, destination);
+    return HWY_DYNAMIC_DISPATCH(ConvertRgb16)(source, destination, memory.Data());
 }
 
 }    // namespace corvane::kernels

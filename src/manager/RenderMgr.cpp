@@ -14,10 +14,10 @@ constexpr int64_t kTakenLimit = 500'000'000;    // ns that a picture waits until
 
 // The size that a frame is shown at: the size that it states, else the decoded one. Half-height pictures of the H.263
 // family are shown at twice their height.
-PictureSize ShownSize(const MediaFrameImpl& frame, const DecodedFrame& decoded) {
+PictureSize ShownSize(const MediaFrameImpl& frame, PictureSize decoded) {
     PictureSize size{frame.DecodedWidth(), frame.DecodedHeight()};
-    if (size.width == 0 || size.height == 0)
-        size = {decoded.width, decoded.height};
+    if (size.Empty())
+        size = decoded;
     if (frame.Header().streamType == CORVANE_STREAM_H263 && size.width >= 361 &&
         (size.height == 240 || size.height == 288))
         size.height *= 2;
@@ -46,23 +46,23 @@ public:
     const RendererTraits& Traits() const { return m_seat.renderer->Traits(); }
     uint32_t FormatFor(uint32_t preferred) const override { return m_seat.renderer->FormatFor(preferred); }
 
-    bool Take(const DecodedFrame& decoded) override {
-        if (!Traits().takesReferences || !m_seat.renderer->TakesReference(decoded))
+    bool Take(const SharedPicture& decoded) override {
+        if (!Traits().takesReferences || !m_seat.renderer->TakesReference(decoded.View()))
             return false;
-        m_picture.pixels.emplace<SharedPicture>(decoded);
+        m_picture.pixels = decoded.Share();
         m_picture.madeFor = m_seat.id;
         return true;
     }
 
-    PictureLease Lend(uint32_t width, uint32_t height, uint32_t preferredFormat) override {
-        if (!limits::FitsPicture(width, height))
+    PictureLease Lend(PictureSize size, uint32_t preferredFormat) override {
+        if (!limits::FitsPicture(size.width, size.height))
             return PictureLease();    // too large for every renderer, so none has failed
         for (;;) {
             if (!m_seat.renderer->HasFreeBuffer() && m_manager.m_mailbox.TakeBack())
                 m_manager.m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
-            m_lent = m_seat.renderer->Lend({width, height}, preferredFormat);
+            m_lent = m_seat.renderer->Lend(size, preferredFormat);
             if (m_lent)
-                return PictureLease(this, m_lent.Slot().data, m_lent.Slot().stride, m_lent.Slot().format);
+                return PictureLease(this, m_lent.Slot().view);
             if (!m_manager.m_slot.ReplaceFailed(m_seat, m_settings))
                 return PictureLease();
             m_seat = m_manager.m_slot.Current();
@@ -124,11 +124,10 @@ PresentSettingsPtr CRenderMgr::Settings() const {
 
 // ---- The worker's side ----
 
-void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait,
-                              const ColourSignal& signal) {
+void CRenderMgr::PresentFrame(const FramePtr& frame, const SharedPicture& decoded, bool wait) {
     CountAtEnd fate(m_counters, Counter::PicturesLost, CORVANE_CAUSE_OUT_OF_MEMORY);
     m_run.Follow(*frame);
-    const PictureSize size = ShownSize(*frame, decoded);
+    const PictureSize size = ShownSize(*frame, decoded.View().size);
     ReportFrame(*frame, size);
     if (wait)
         (void)m_mailbox.AwaitTaken(kTakenLimit);    // after the limit the new picture replaces the old one
@@ -142,11 +141,11 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const DecodedFrame& decoded
         }
         RendererTarget target(*this, *settings, picture);
         const PictureRequest request{.frame = *frame,
-                                     .decoded = decoded,
+                                     .picture = ViewUnder(*settings, decoded),
+                                     .shared = &decoded,
                                      .size = TargetSize(*settings, target.Traits(), size),
-                                     .angle = settings->angle,
-                                     .colours = EffectiveColours(*settings, signal)};
-        picture.colours = request.colours.value_or(ColourSignal());
+                                     .angle = settings->angle};
+        picture.colours = request.picture.colours;
         const RunResult carried = m_run.Carry(request, settings->chain, target);
         if (carried.smoothing != Smoothing::None)
             m_counters.Add(carried.smoothing == Smoothing::Done ? Counter::PicturesSmoothed

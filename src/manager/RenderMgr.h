@@ -17,7 +17,6 @@
 #include "base/Mutex.h"
 #include "base/Status.h"
 #include "base/Thread.h"
-#include "corvane/decoder.h"
 #include "frame/ChannelCounters.h"
 #include "frame/MediaFrameImpl.h"
 #include "manager/PassSchedule.h"
@@ -75,9 +74,8 @@ public:
 
     // Reports the frame, makes its picture for the renderer and wakes the render thread. With `wait` it first waits, at
     // most 500 ms, until the render thread has taken the last picture. Then, and without `wait`, this picture replaces
-    // one that was not taken. The outcome of the picture is counted. `signal`: the colours that its stream signals;
-    // they count with option 1000.
-    void PresentFrame(const FramePtr& frame, const DecodedFrame& decoded, bool wait, const ColourSignal& signal = {});
+    // one that was not taken. The outcome of the picture is counted.
+    void PresentFrame(const FramePtr& frame, const SharedPicture& decoded, bool wait);
     // Any thread: ends the wait of PresentFrame.
     void WakeWorker() { m_mailbox.Interrupt(); }
     // A frame of sound (`mix`: it is to be heard). With `show`, and in another second of wall-clock time than the last

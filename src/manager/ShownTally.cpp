@@ -14,7 +14,7 @@ void ShownTally::Begin(int64_t arrivedAt) {
 void ShownTally::Note(Outcome outcome, const PresentSettings& settings, int64_t now) {
     if (!m_open)
         return;
-    const auto not_put = [&](Counter counter, uint32_t cause) {
+    const auto notPut = [&](Counter counter, uint32_t cause) {
         m_otherwise = counter;
         m_counters.NoteCause(cause);
     };
@@ -27,14 +27,14 @@ void ShownTally::Note(Outcome outcome, const PresentSettings& settings, int64_t 
             m_counters.NoteAge(now - m_arrivedAt);
         return;
     case Outcome::Busy:
-        return not_put(Counter::PicturesNotPutBusy, CORVANE_CAUSE_BUSY);
+        return notPut(Counter::PicturesNotPutBusy, CORVANE_CAUSE_BUSY);
     case Outcome::NothingToDrawOn:
-        return not_put(Counter::PicturesNotPutNowhere,
-                       settings.window == nullptr ? CORVANE_CAUSE_NO_WINDOW : CORVANE_CAUSE_HIDDEN);
+        return notPut(Counter::PicturesNotPutNowhere,
+                      settings.window == nullptr ? CORVANE_CAUSE_NO_WINDOW : CORVANE_CAUSE_HIDDEN);
     case Outcome::NotDue:
-        return not_put(Counter::PicturesNotPutOff, CORVANE_CAUSE_OFF);
+        return notPut(Counter::PicturesNotPutOff, CORVANE_CAUSE_OFF);
     case Outcome::Failed:
-        return not_put(Counter::PicturesNotPutNowhere, CORVANE_CAUSE_RENDERER_FAILED);
+        return notPut(Counter::PicturesNotPutNowhere, CORVANE_CAUSE_RENDERER_FAILED);
     }
 }
 

@@ -14,11 +14,10 @@ void StatePicture::Draw(Pass& pass, const Look& look) {
         return;    // the watch reports when that changes
     const WindowWatch::Size size = sink->Size();
     const Rect all{0, 0, size.width, size.height};
-    if ((m_memory.View().width != size.width || m_memory.View().height != size.height) &&
-        !m_memory.Resize(size.width, size.height))
+    if (m_memory.View().size != PictureSize{size.width, size.height} && !m_memory.Resize(size.width, size.height))
         return;
     if (look.logo != nullptr) {
-        if (!Stretch(m_memory.View(), all, AsPicture(look.logo->View()), look.logo->View().Bounds()))
+        if (!Stretch(m_memory.View(), all, look.logo->View(), look.logo->View().Bounds()))
             return;
     } else {
         Fill(m_memory.View(), all, settings.background);

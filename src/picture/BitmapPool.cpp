@@ -16,28 +16,28 @@ namespace {
 
 constexpr uint32_t kColors = 0xFFFFFFu;
 
-const uint32_t* RowOf(const RasterView& picture, uint32_t y) {
-    return reinterpret_cast<const uint32_t*>(picture.data + static_cast<ptrdiff_t>(y) * picture.step);
+const uint32_t* RowOf(const ConstPictureView& picture, uint32_t y) {
+    return reinterpret_cast<const uint32_t*>(picture.Row(y));
 }
 
-uint64_t HashOf(const RasterView& picture) {
-    uint64_t hash = uint64_t{picture.width} << 32 | picture.height;
-    for (uint32_t y = 0; y < picture.height; ++y) {
+uint64_t HashOf(const ConstPictureView& picture) {
+    uint64_t hash = uint64_t{picture.size.width} << 32 | picture.size.height;
+    for (uint32_t y = 0; y < picture.size.height; ++y) {
         const uint32_t* const row = RowOf(picture, y);
-        for (uint32_t x = 0; x < picture.width; ++x)
+        for (uint32_t x = 0; x < picture.size.width; ++x)
             hash = (hash ^ (row[x] & kColors)) * 0x9E3779B97F4A7C15u;
     }
     return hash;
 }
 
-bool Equal(const RasterView& a, const RasterView& b) {
-    if (a.width != b.width || a.height != b.height)
+bool Equal(const ConstPictureView& a, const ConstPictureView& b) {
+    if (a.size != b.size)
         return false;
-    for (uint32_t y = 0; y < a.height; ++y) {
+    for (uint32_t y = 0; y < a.size.height; ++y) {
         const uint32_t* const first = RowOf(a, y);
         const uint32_t* const second = RowOf(b, y);
         uint32_t difference = 0;
-        for (uint32_t x = 0; x < a.width; ++x)
+        for (uint32_t x = 0; x < a.size.width; ++x)
             difference |= first[x] ^ second[x];
         if ((difference & kColors) != 0)
             return false;
@@ -45,7 +45,7 @@ bool Equal(const RasterView& a, const RasterView& b) {
     return true;
 }
 
-// Holds no picture itself: the users do.
+// The pool holds weak references; its users own the pictures.
 class Pool {
 public:
     static Pool& Instance() {

@@ -1,4 +1,4 @@
-// One process-wide set of pictures with use counts, so that many channels with the same logo share one.
+// The set of logo pictures of the process, so that channels with equal logos share one.
 #pragma once
 
 #include <cstddef>
@@ -11,13 +11,13 @@ struct _cairo_surface;
 
 namespace corvane {
 
-// A picture that nobody changes any more; the last holder's release frees it.
+// A picture that is not changed any more; the last holder frees it.
 using BitmapPtr = std::shared_ptr<const Raster>;
 
 class BitmapPool {
 public:
-    // The pool's own copy of an equal picture (size and all B, G, R bytes), else `picture` itself from now on. May
-    // raise std::bad_alloc. Any thread.
+    // Returns a picture of the pool that is equal (size and all B, G, R bytes), or adds `picture`. May raise
+    // std::bad_alloc. Any thread.
     static BitmapPtr Add(Raster picture);
     // Pictures alive now.
     static size_t Count();

@@ -16,12 +16,12 @@ constexpr uint32_t kOldHeaderBytes = 12;
 constexpr uint32_t kInfoHeaderBytes = 40;
 constexpr uint32_t kBmpHeaderBytes = kFileHeaderBytes + kInfoHeaderBytes;
 constexpr uint32_t kMaskBytes = 16;
-constexpr uint32_t kMaskHeaderBytes = 52;    // from here on masks stand in the header itself
-constexpr uint32_t kOs2HeaderBytes = 64;     // which has other things there
+constexpr uint32_t kMaskHeaderBytes = 52;    // from this size on the masks are in the header itself
+constexpr uint32_t kOs2HeaderBytes = 64;     // which has other fields in their place
 
 enum Compression : uint32_t { kPlain = 0, kRle8 = 1, kRle4 = 2, kBitFields = 3, kAlphaBitFields = 6 };
 
-// Little-endian reads; what lies behind the end is 0.
+// Little-endian reads; bytes after the end are 0.
 class Bytes {
 public:
     explicit Bytes(std::span<const uint8_t> bytes) : m_bytes(bytes) {}
@@ -38,7 +38,7 @@ private:
     std::span<const uint8_t> m_bytes;
 };
 
-// A contiguous field of a pixel, brought to 8 bits.
+// A contiguous field of a pixel, scaled to 8 bits.
 class Field {
 public:
     Field() = default;
@@ -65,9 +65,9 @@ struct Layout {
     uint32_t palette[256] = {};    // 0x00RRGGBB, black where the file has none
     std::span<const uint8_t> pixels;
 
-    uint32_t* Row(const RasterView& to, uint64_t row) const {
+    uint32_t* Row(const PictureView& to, uint64_t row) const {
         const uint64_t y = topDown ? row : height - 1 - row;
-        return reinterpret_cast<uint32_t*>(to.data + static_cast<ptrdiff_t>(y) * to.step);
+        return reinterpret_cast<uint32_t*>(to.Row(static_cast<int64_t>(y)));
     }
 };
 
@@ -88,7 +88,7 @@ bool Readable(const Layout& layout, uint32_t headerBytes) {
     }
 }
 
-// Sizes and kind. False where the file is none that can be read.
+// Sizes and kind. False where the file cannot be read.
 bool ReadSizes(const Bytes& file, uint32_t headerBytes, Layout& layout) {
     int64_t width;
     int64_t height;
@@ -137,21 +137,21 @@ void ReadTables(const Bytes& file, uint32_t headerBytes, Layout& layout) {
     const uint32_t stated = old ? 0 : file.Read(46, 4);
     const uint64_t entries = stated == 0 ? most : stated;
     uint64_t pixelsAt = file.Read(10, 4);
-    if (pixelsAt < at)    // not told
+    if (pixelsAt < at)    // not stated
         pixelsAt = at + entries * entryBytes;
     for (uint64_t i = 0; i < std::min<uint64_t>(entries, most) && at + entryBytes <= pixelsAt; ++i, at += entryBytes)
         layout.palette[i] = file.Read(at, 3);
     layout.pixels = file.From(pixelsAt);
 }
 
-// A pixel of 1, 4 or 8 bits out of a row.
+// Pixel `x` of a row of 1, 4 or 8 bits a pixel.
 uint32_t IndexAt(const uint8_t* row, uint32_t x, uint32_t bits) {
     const uint32_t bit = x * bits;
     return row[bit / 8] >> (8 - bits - bit % 8) & ((1u << bits) - 1);
 }
 
-// Rows of whole double words; of what the file does not reach the rest stays black.
-void ReadRows(const Layout& layout, const RasterView& to) {
+// Rows of whole double words. Pixels that the file does not reach stay black.
+void ReadRows(const Layout& layout, const PictureView& to) {
     const uint64_t rowBytes = (uint64_t{layout.width} * layout.bits + 31) / 32 * 4;
     for (uint64_t row = 0; row < layout.height && row * rowBytes < layout.pixels.size(); ++row) {
         const std::span<const uint8_t> bytes = layout.pixels.subspan(row * rowBytes);
@@ -169,10 +169,10 @@ void ReadRows(const Layout& layout, const RasterView& to) {
     }
 }
 
-// Runs of 4 or 8 bit pixels. Pixels that no run reaches stay black, those outside the picture are dropped.
+// Runs of 4 or 8 bit pixels. Pixels that no run reaches stay black; pixels outside the picture are dropped.
 class RunReader {
 public:
-    RunReader(const Layout& layout, const RasterView& to) : m_layout(layout), m_to(to), m_rest(layout.pixels) {}
+    RunReader(const Layout& layout, const PictureView& to) : m_layout(layout), m_to(to), m_rest(layout.pixels) {}
 
     void Read() {
         while (m_y < m_layout.height && m_rest.size() >= 2) {
@@ -214,9 +214,9 @@ private:
     // `count` pixels as they are, on an even number of bytes.
     void Literal(uint32_t count) {
         const uint32_t bits = m_layout.bits;
-        for (uint32_t i = 0; i < count && i * bits / 8 < m_rest.size(); ++i)
+        for (uint32_t i = 0; i < count && size_t{i} * bits / 8 < m_rest.size(); ++i)
             Put(IndexAt(m_rest.data(), i, bits));
-        m_rest = m_rest.subspan(std::min<size_t>(m_rest.size(), (count * bits + 15) / 16 * 2));
+        m_rest = m_rest.subspan(std::min<size_t>(m_rest.size(), (size_t{count} * bits + 15) / 16 * 2));
     }
 
     void Put(uint32_t index) {
@@ -226,7 +226,7 @@ private:
     }
 
     const Layout& m_layout;
-    const RasterView& m_to;
+    const PictureView& m_to;
     std::span<const uint8_t> m_rest;
     uint64_t m_x = 0;
     uint64_t m_y = 0;    // rows of the file
@@ -287,12 +287,13 @@ void WriteBmpHeader(uint32_t format, uint32_t width, uint32_t height, uint32_t i
     }
 }
 
-void WriteBmp(const RasterView& picture, uint8_t* out) {
-    WriteBmpHeader(PF_BGRA32_FLIP, picture.width, picture.height, picture.width * picture.height * 4, out);
+void WriteBmp(const ConstPictureView& picture, uint8_t* out) {
+    const auto [width, height] = picture.size;
+    WriteBmpHeader(PF_BGRA32_FLIP, width, height, width * height * 4, out);
     out += kBmpHeaderBytes;
-    for (uint32_t row = 0; row < picture.height; ++row) {
-        const uint8_t* from = picture.data + static_cast<ptrdiff_t>(picture.height - 1 - row) * picture.step;
-        for (uint32_t x = 0; x < picture.width; ++x, from += 4, out += 4) {
+    for (uint32_t row = 0; row < height; ++row) {
+        const uint8_t* from = picture.Row(height - 1 - row);
+        for (uint32_t x = 0; x < width; ++x, from += 4, out += 4) {
             uint32_t pixel;
             std::memcpy(&pixel, from, 4);
             pixel &= 0xFFFFFFu;

@@ -2,8 +2,6 @@
 
 #include <cstring>
 
-#include "corvane/filter.h"
-#include "filters/FilterChain.h"
 #include "kernels/RgbToYCbCr.h"
 
 namespace corvane {
@@ -18,11 +16,11 @@ uint32_t PixelAt(const uint8_t* row, uint32_t x) {
     return pixel & kColorBits;
 }
 
-void BlendBottomUp24(const RasterView& drawing, uint8_t* data, uint32_t stride) {
-    for (uint32_t y = 0; y < drawing.height; ++y) {
-        const uint8_t* const from = drawing.data + static_cast<ptrdiff_t>(y) * drawing.step;
-        uint8_t* const to = data + size_t{stride} * (drawing.height - 1 - y);
-        for (uint32_t x = 0; x < drawing.width; ++x) {
+void BlendBgr24(const ConstPictureView& drawing, const PictureView& picture) {
+    for (uint32_t y = 0; y < drawing.size.height; ++y) {
+        const uint8_t* const from = drawing.Row(y);
+        uint8_t* const to = picture.Row(y);
+        for (uint32_t x = 0; x < drawing.size.width; ++x) {
             if (PixelAt(from, x) != 0)
                 std::memcpy(to + 3 * size_t{x}, from + 4 * size_t{x}, 3);
         }
@@ -51,19 +49,19 @@ void BlendBlock(const uint32_t (&pixels)[4], uint8_t* const (&luma)[4], uint8_t*
     *v = static_cast<uint8_t>(cr >> 2);
 }
 
-void BlendI420(const RasterView& drawing, const QMRX::Filter::Picture& to) {
-    for (uint32_t y = 0; y + 1 < drawing.height; y += 2) {
-        const uint8_t* const from = drawing.data + static_cast<ptrdiff_t>(y) * drawing.step;
-        const uint8_t* const below = from + drawing.step;
-        uint8_t* const luma = to.plane[0] + static_cast<ptrdiff_t>(y) * to.stride[0];
-        uint8_t* const u = to.plane[1] + static_cast<ptrdiff_t>(y / 2) * to.stride[1];
-        uint8_t* const v = to.plane[2] + static_cast<ptrdiff_t>(y / 2) * to.stride[2];
-        for (uint32_t x = 0; x + 1 < drawing.width; x += 2) {
+void BlendI420(const ConstPictureView& drawing, const PictureView& picture) {
+    for (uint32_t y = 0; y + 1 < drawing.size.height; y += 2) {
+        const uint8_t* const from = drawing.Row(y);
+        const uint8_t* const below = drawing.Row(y + 1);
+        uint8_t* const luma = picture.Row(y);
+        uint8_t* const u = picture.plane[1] + static_cast<ptrdiff_t>(y / 2) * picture.stride[1];
+        uint8_t* const v = picture.plane[2] + static_cast<ptrdiff_t>(y / 2) * picture.stride[2];
+        for (uint32_t x = 0; x + 1 < drawing.size.width; x += 2) {
             const uint32_t pixels[4] = {PixelAt(from, x), PixelAt(from, x + 1), PixelAt(below, x),
                                         PixelAt(below, x + 1)};
             if ((pixels[0] | pixels[1] | pixels[2] | pixels[3]) == 0)
                 continue;
-            uint8_t* const lower = luma + to.stride[0];
+            uint8_t* const lower = luma + picture.stride[0];
             BlendBlock(pixels, {luma + x, luma + x + 1, lower + x, lower + x + 1}, u + x / 2, v + x / 2);
         }
     }
@@ -71,20 +69,11 @@ void BlendI420(const RasterView& drawing, const QMRX::Filter::Picture& to) {
 
 }    // namespace
 
-bool BlendOverlay(const RasterView& drawing, uint8_t* data, uint32_t stride, uint32_t format) {
-    switch (format) {
-    case PF_BGR24_FLIP:
-        BlendBottomUp24(drawing, data, stride);
-        return true;
-    case PF_I420: {
-        QMRX::Filter::Picture picture{};
-        FillPicture(picture, data, stride, drawing.height, format);
+void BlendOverlay(const ConstPictureView& drawing, const PictureView& picture) {
+    if (picture.ThreePlanes())
         BlendI420(drawing, picture);
-        return true;
-    }
-    default:
-        return false;
-    }
+    else
+        BlendBgr24(drawing, picture);
 }
 
 }    // namespace corvane

@@ -5,9 +5,7 @@
 #include <utility>
 
 #include "base/AlignedBuffer.h"
-#include "base/Status.h"
-#include "corvane/corvane.h"
-#include "filters/FilterChain.h"
+#include "base/PictureLayout.h"
 #include "kernels/FullRangeBt601.h"
 #include "picture/BmpFile.h"
 #include "picture/jpeg/JpegPicture.h"
@@ -21,31 +19,28 @@ class PictureMaker : public IPictureMaker {
 public:
     explicit PictureMaker(uint32_t format) : m_format(format) {}
 
-    int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride, uint32_t* format) override {
-        if (!m_input || width != m_width || height != m_height) {
-            const uint64_t bytes = PictureBytes(m_format, width, height);
+    Status GetBuffer(PictureSize size, PictureView& out) override {
+        if (!m_input || size != m_size) {
+            const uint64_t bytes = PictureBytes(m_format, size.width, size.height);
             if (bytes == 0)
-                return -1;
+                return Status::Failed;
             AlignedBuffer next;
             if (!next.Allocate(bytes, AlignedBuffer::Use::Brief))
-                return static_cast<int32_t>(Status::OutOfMemory);
+                return Status::OutOfMemory;
             m_input = std::move(next);
-            m_stride = RowBytes(m_format, width);
-            m_width = width;
-            m_height = height;
+            m_size = size;
         }
-        *buffer = m_input.Data();
-        *stride = m_stride;
-        *format = m_format;
-        return 0;
+        out = Input();
+        return Status::Ok;
     }
+    bool TakesOverlay() const override { return m_format == PF_I420 || m_format == PF_BGR24_FLIP; }
     void NormaliseColours(const ColourSignal&) override {}
     void SetQuality(uint32_t) override {}
     void SetPrefix(uint32_t bytes) override { m_prefix = bytes; }
     const uint8_t* GetData() const override { return m_output.Data(); }
     uint32_t GetSize() const override { return static_cast<uint32_t>(m_output.Size()); }
-    uint32_t GetWidth() const override { return m_width; }
-    uint32_t GetHeight() const override { return m_height; }
+    uint32_t GetWidth() const override { return m_size.width; }
+    uint32_t GetHeight() const override { return m_size.height; }
     void Make() override {
         if (uint8_t* const out = Output(FixedSize()); out != nullptr)
             MakeInto(out);
@@ -63,68 +58,59 @@ protected:
         }
         return m_output.Data() + m_prefix;
     }
-    const uint32_t m_format;
+    PictureView Input() const { return LayOut(m_input.Data(), RowBytes(m_format, m_size.width), m_size, m_format); }
+
+    const uint32_t m_format;    // of the input in memory
     AlignedBuffer m_input;
     AlignedBuffer m_output;
-    uint32_t m_stride = 0;
-    uint32_t m_width = 0;
-    uint32_t m_height = 0;
+    PictureSize m_size;    // of the input
     uint32_t m_prefix = 0;
 };
 
 class CPictureMakerBMP final : public PictureMaker {
 public:
     using PictureMaker::PictureMaker;
-    uint32_t FixedSize() const override { return BmpHeaderBytes(m_format) + m_stride * m_height; }
+    uint32_t FixedSize() const override { return BmpHeaderBytes(m_format) + ImageBytes(); }
     void MakeInto(uint8_t* to) const override {
-        const uint32_t image = m_stride * m_height;
-        WriteBmpHeader(m_format, m_width, m_height, image, to);
+        const uint32_t image = ImageBytes();
+        WriteBmpHeader(m_format, m_size.width, m_size.height, image, to);
         std::memcpy(to + BmpHeaderBytes(m_format), m_input.Data(), image);
     }
+
+private:
+    uint32_t ImageBytes() const { return static_cast<uint32_t>(PictureBytes(m_format, m_size.width, m_size.height)); }
 };
 
 class CPictureMakerRaw final : public PictureMaker {
 public:
     using PictureMaker::PictureMaker;
     uint32_t FixedSize() const override {
-        const uint32_t pixels = m_width * m_height;
-        return Planar() ? pixels / 2 * 3 + pixels % 2 : pixels * PixelBytes();
+        const uint32_t pixels = m_size.width * m_size.height;
+        return Input().PlaneCount() > 1 ? pixels / 2 * 3 + pixels % 2 : pixels * PixelBytes(m_format);
     }
     void MakeInto(uint8_t* to) const override {
         const uint8_t* const end = to + FixedSize();
-        const uint8_t* const chroma = m_input.Data() + size_t{m_stride} * m_height;
-        if (m_format == PF_NV12) {
-            to = Pack(to, m_input.Data(), m_stride, m_width, m_height * 3 / 2);
-        } else if (Planar()) {    // the order of the planes is that of the buffer
-            to = Pack(to, m_input.Data(), m_stride, m_width, m_height);
-            to = Pack(to, chroma, m_stride / 2, m_width / 2, m_height / 2);
-            to = Pack(to, chroma + size_t{m_stride} * m_height / 4, m_stride / 2, m_width / 2, m_height / 2);
-        } else {
-            to = Pack(to, m_input.Data(), m_stride, size_t{m_width} * PixelBytes(), m_height);
-        }
+        const auto [width, height] = m_size;
+        const PictureView input = Input();
+        to = Pack(to, input, 0, size_t{width} * input.PixelBytes(), height);
+        if (input.TwoPlanes())
+            to = Pack(to, input, 1, width, height / 2);
+        const bool vFirst = m_format == PF_YV12;
+        for (int i = 1; i < 3 && input.ThreePlanes(); ++i)
+            to = Pack(to, input, vFirst ? 3 - i : i, width / 2, height / 2);
         std::memset(to, 0, static_cast<size_t>(end - to));    // bytes that planes of odd sizes do not fill
     }
 
 private:
-    bool Planar() const { return m_format == PF_I420 || m_format == PF_YV12 || m_format == PF_NV12; }
-    uint32_t PixelBytes() const {
-        switch (m_format) {
-        case PF_BGR24:
-        case PF_RGB24:
-            return 3;
-        case PF_BGRA32:
-        case PF_RGBA32:
-            return 4;
-        default:
-            return 2;
-        }
-    }
-    static uint8_t* Pack(uint8_t* to, const uint8_t* from, size_t step, size_t bytes, uint32_t rows) {
-        if (step == bytes) {
+    // `rows` of `bytes` of a plane, without padding. Returns the end.
+    static uint8_t* Pack(uint8_t* to, const PictureView& input, int plane, size_t bytes, uint32_t rows) {
+        const uint8_t* from = input.plane[plane];
+        const ptrdiff_t stride = input.stride[plane];
+        if (stride == static_cast<ptrdiff_t>(bytes)) {
             std::memcpy(to, from, bytes * rows);
             return to + bytes * rows;
         }
-        for (; rows > 0; --rows, to += bytes, from += step)
+        for (; rows > 0; --rows, to += bytes, from += stride)
             std::memcpy(to, from, bytes);
         return to;
     }
@@ -134,26 +120,27 @@ class CPictureMakerJPEG final : public PictureMaker {
 public:
     CPictureMakerJPEG() : PictureMaker(PF_I420) {}
     void NormaliseColours(const ColourSignal& from) override {
-        const PictureView view = LayOut(m_input.Data(), m_stride, {m_width, m_height}, m_format);
-        kernels::ToFullRangeBt601(
-            {view.plane[0], view.plane[1], view.plane[2], view.stride[0], view.stride[1], m_width, m_height}, from);
+        PictureView picture = Input();
+        picture.colours = from;
+        kernels::ToFullRangeBt601(picture);
     }
     void SetQuality(uint32_t quality) override { m_quality = quality; }
     void Make() override {
         JpegWriter writer;
-        const uint64_t capacity = JpegPictureCapacity(m_width, m_height);
-        if (!writer.Prepare({m_input.Data(), m_stride, m_width, m_height}, m_quality))
+        const uint64_t capacity = JpegPictureCapacity(m_size);
+        if (!writer.Prepare(Input(), m_quality))
             return;
         if (uint8_t* const out = Output(capacity); out != nullptr)
-            m_size = m_prefix + writer.Write(out, capacity);
+            m_outputBytes = m_prefix + writer.Write(out, capacity);
     }
-    uint32_t GetSize() const override { return m_size; }
+    uint32_t GetSize() const override { return m_outputBytes; }
     uint32_t FixedSize() const override { return 0; }
     void MakeInto(uint8_t*) const override {}
 
 private:
     uint32_t m_quality = 0;
-    uint32_t m_size = 0;    // of the last output with its prefix; the prefix alone after a failure
+    uint32_t m_outputBytes =
+        0;    // bytes of the last output with its prefix; those of the prefix alone after a failure
 };
 
 enum class Kind : uint8_t { Raw, Bmp, Jpeg };

@@ -1,18 +1,20 @@
 // Makes a block of bytes for a client from one picture: a BMP or JPEG file in memory, or pixels in rows without
-// padding. The maker first lends a buffer in its own format, and makes its output of what the caller has written there:
+// padding. The maker lends a buffer in its own format, and makes its output of the picture that the caller has written
+// there:
 //
 //     SetQuality, SetPrefix, GetBuffer, (the buffer is written), Make, then the getters;
 //
 // or, where FixedSize is not 0, MakeInto instead of Make, which saves a copy.
 //
-// The output is valid until the next Make. A maker can be reused, and keeps its buffers while the size is the same. It
-// has no lock: one thread at a time.
+// The output is valid until the next Make. A maker can be used again, and keeps its buffers while the size is the same.
+// It has no lock: one thread at a time.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 
-#include "base/ColourSignal.h"
+#include "base/PictureView.h"
+#include "base/Status.h"
 
 namespace corvane {
 
@@ -20,17 +22,17 @@ class IPictureMaker {
 public:
     virtual ~IPictureMaker() = default;
 
-    // Lends the input: `*stride` bytes a row of `*format` (PF_*). 0; -1 for a size out of the limits;
-    // Status::OutOfMemory as a number. The buffer is zeroed when it is made anew.
-    virtual int32_t GetBuffer(uint32_t width, uint32_t height, uint8_t** buffer, uint32_t* stride,
-                              uint32_t* format) = 0;
-    // The samples in the buffer have the matrix and range of `from`. A kind whose output is full-range BT.601 converts
-    // them; the others leave them unchanged.
+    // Lends the input, zeroed when it is made anew. Failed for a size out of the limits; OutOfMemory.
+    virtual Status GetBuffer(PictureSize size, PictureView& out) = 0;
+    // Whether a client's drawing is laid over the input: where it is PF_I420 or PF_BGR24_FLIP in memory.
+    virtual bool TakesOverlay() const = 0;
+    // The samples in the buffer have these colours. A kind whose output is full-range BT.601 converts them; the others
+    // leave them unchanged.
     virtual void NormaliseColours(const ColourSignal& from) = 0;
     // Without memory the output is unchanged.
     virtual void Make() = 0;
-    // Of JPEG, as in JPEGEncOptions: 50 leaves the quantisation tables unchanged, more is coarser. The others ignore
-    // it.
+    // Of JPEG, as JPEGEncOptions::Quality: 50 leaves the quantisation tables unchanged, more is coarser. Other kinds
+    // ignore the value.
     virtual void SetQuality(uint32_t quality) = 0;
     // Number of bytes that stay 0 before the output.
     virtual void SetPrefix(uint32_t bytes) = 0;

@@ -1,26 +1,26 @@
-// A picture that is ready to be shown, and the record of its way from the worker to the render thread.
+// A picture that is ready to be shown: the value that goes from the worker to the render thread.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <variant>
 
-#include "base/ColourSignal.h"
-#include "base/PictureSize.h"
+#include "base/PictureView.h"
 #include "base/SharedPicture.h"
 #include "frame/MediaFrameImpl.h"
 #include "present/LentBuffer.h"
 
 namespace corvane {
 
-// Of a renderer, in one manager, never used again for another; 0: of none.
+// Identifies a renderer of one manager, and is never used for another renderer; 0: none.
 using RendererId = uint64_t;
 
 struct FinishedPicture {
-    FramePtr frame;            // null: there is no picture
-    RendererId madeFor = 0;    // only this renderer may show `pixels`
-    ColourSignal colours{};    // by which the renderer makes RGB of pixels that are YUV
-    // A decoder's picture by reference, which nobody writes into; or a buffer of the renderer; or none, where the
-    // renderer that had them is gone.
+    FramePtr frame;                           // null: there is no picture
+    RendererId madeFor = 0;                   // only this renderer may show `pixels`
+    std::optional<ColourSignal> colours{};    // of the pixels, as PictureView has it
+    // A decoder's picture by reference, which is never written; or a buffer of the renderer; or no pixels, where that
+    // renderer was replaced.
     std::variant<std::monostate, SharedPicture, LentBuffer> pixels{};
 
     const SharedPicture* Reference() const { return std::get_if<SharedPicture>(&pixels); }

@@ -18,8 +18,8 @@ std::optional<Rect> Place(uint32_t isWindow, const DisplayPlace& place, const Wi
 }
 
 struct ZoomPlaces {
-    Rect whole;    // what stands for the whole picture
-    Rect part;     // what is selected
+    Rect whole;    // the place of the whole picture
+    Rect part;     // the selected place
 };
 
 std::optional<ZoomPlaces> PlacesOf(const PresentSettings& settings) {
@@ -31,7 +31,7 @@ std::optional<ZoomPlaces> PlacesOf(const PresentSettings& settings) {
     return ZoomPlaces{Inset(*overview, area.overviewMargin), Inset(*zoom, area.zoomMargin)};
 }
 
-// An edge `offset` pixels into a selection area of `extent`, as an even pixel of a picture of `length`.
+// The even pixel of a picture of `length` for an edge that lies `offset` pixels inside an area of `extent`.
 int64_t EvenPixel(int64_t offset, int64_t extent, int64_t length) {
     return (offset * length / extent + 1) & ~int64_t{1};
 }
@@ -71,8 +71,8 @@ std::optional<Rect> ZoomSource(const PresentSettings& settings, uint32_t sourceW
         return std::nullopt;
     const auto axis = [](int64_t offset, int64_t size, int64_t extent, int64_t length) {
         const int64_t begin = offset * length / extent;
-        // A selection of less than a pixel shows that pixel, as an empty part would leave the window as it is; and an
-        // odd last one, which is not shown, together with the one in front of it.
+        // A selection of less than a pixel shows that pixel, since an empty part would leave the window unchanged. An
+        // odd last pixel, which is not shown, is shown by the pixel before it.
         return std::pair{std::min(begin, std::max<int64_t>(length & ~int64_t{1}, 1) - 1),
                          begin + std::max<int64_t>(size * length / extent, 1)};
     };

@@ -1,4 +1,4 @@
-// Where things go: margins and borders around a picture, the zoomed part, the overview. Used by every renderer.
+// The places of margins and borders around a picture, of the zoomed part and of the overview. Used by all renderers.
 #pragma once
 
 #include <array>
@@ -22,7 +22,7 @@ using Bands = std::array<Rect, 4>;
 Bands BandRects(const PresentSettings& settings, bool bordered, int64_t width, int64_t height);
 
 // The part of a source of this size that the client selected on the screen, at least one pixel; none where the
-// selection does not meet the overview area, or one of them is a window that has no place.
+// selection lies outside the overview area, or where either is a window without a place on the screen.
 std::optional<Rect> ZoomSource(const PresentSettings& settings, uint32_t sourceWidth, uint32_t sourceHeight);
 
 // The part of a decoded picture of this size that a still of the selection shows, in even pixels, at least 2x2, inside
@@ -30,8 +30,8 @@ std::optional<Rect> ZoomSource(const PresentSettings& settings, uint32_t sourceW
 // less than 2x2.
 std::optional<Rect> ZoomCrop(const PresentSettings& settings, uint32_t width, uint32_t height);
 
-// Where the whole picture is drawn small: in the overview window's coordinates when that is a window of `overviewSize`,
-// else in the main window's. None where there is no place.
+// The place of the overview: in coordinates of the overview window, of `overviewSize`, where there is one, else of the
+// main window. None where there is no place.
 std::optional<Rect> OverviewRect(const PresentSettings& settings, WindowWatch::Size overviewSize);
 
 }    // namespace corvane

@@ -10,24 +10,21 @@
 #include <utility>
 
 #include "base/AlignedBuffer.h"
-#include "base/PictureSize.h"
+#include "base/PictureView.h"
 
 namespace corvane {
 
-// One of the two. A renderer derives from it what lies under the pixels. `lent` is all that two threads share: the
-// holder of a LentBuffer owns everything else until it clears `lent`.
+// One of the two. A renderer derives the owner of the pixels from it. Two threads share `lent` only: the holder of a
+// LentBuffer owns everything else until it clears `lent`.
 struct BufferSlot {
     virtual ~BufferSlot() = default;
 
-    uint8_t* data = nullptr;
-    uint32_t stride = 0;    // bytes
-    uint32_t format = 0;    // PF_*
-    PictureSize size;
+    PictureView view;
     std::atomic<bool> lent{false};
 };
 
-// Owns a slot from the lending until it is dropped, on any thread; the slot is then free to be lent again. It keeps the
-// memory alive, not the renderer.
+// Owns a slot until the object is destroyed, on any thread; the slot can then be lent again. It keeps the memory alive,
+// not the renderer.
 class LentBuffer {
 public:
     LentBuffer() = default;
@@ -53,14 +50,14 @@ private:
     std::shared_ptr<BufferSlot> m_slot;
 };
 
-// The two buffers of a renderer. Worker only, but for the LentBuffers.
+// The two buffers of a renderer. Only on the worker, but for the LentBuffers.
 template <typename Slot>
 class BufferPair {
 public:
     bool HasFree() const {
         return std::any_of(m_slots.begin(), m_slots.end(), [](const auto& slot) { return IsFree(slot); });
     }
-    // One that is free, made where there was none so far; null where both are lent. May raise std::bad_alloc.
+    // A free slot, made on first use; null where both are lent. May raise std::bad_alloc.
     std::shared_ptr<Slot> Free() {
         for (std::shared_ptr<Slot>& slot : m_slots) {
             if (!IsFree(slot))
@@ -84,13 +81,14 @@ private:
 class MemoryBuffers {
 public:
     bool HasFree() const { return m_pair.HasFree(); }
-    // In rows as RowBytes has them. Empty where there is no memory, for a format without such a layout (PF_NV12 among
-    // them) and where both buffers are lent.
+    // Rows have RowBytes bytes. Empty where there is no memory, where both buffers are lent, for an unknown format, and
+    // for PF_NV12.
     LentBuffer Lend(PictureSize size, uint32_t format);
 
 private:
     struct MemorySlot : BufferSlot {
         AlignedBuffer memory;
+        uint32_t format = 0;    // the argument of Lend
     };
     BufferPair<MemorySlot> m_pair;
 };

@@ -30,22 +30,22 @@ OsdRecord::OsdRecord(const MediaFrameImpl* frame, int64_t seconds, bool local) {
     info.daylight = static_cast<uint16_t>(header.daylight);
 }
 
-void OsdRecord::Call(const ClientCallback<CorvaneOsdCallback>& callback, const RasterView& raster) {
+void OsdRecord::Call(const ClientCallback<CorvaneOsdCallback>& callback, const PictureView& picture) {
     if (!callback)
         return;
-    const DrawContext drawing(raster, info.width, info.height);
+    const DrawContext drawing(picture, info.width, info.height);
     if (drawing.Get() == nullptr)
         return;
     info.deviceContext = drawing.Get();
     callback(&info);
 }
 
-void OsdRecord::CallIn(Pass& pass, const RasterView& raster) {
+void OsdRecord::CallIn(Pass& pass, const PictureView& picture) {
     if (pass.flags.textFresh)
         info.flags |= CORVANE_OSD_FRESH;
     pass.textTold = true;
     const PictureMailbox::ClientCall call(pass.mailbox);
-    Call(pass.settings.osd, raster);
+    Call(pass.settings.osd, picture);
 }
 
 }    // namespace corvane

@@ -25,7 +25,7 @@ struct TextTimes {
 // caller handles CORVANE_TEXT_ALWAYS.
 bool TextDue(uint32_t policy, const TextTimes& last, int64_t wall, const MediaFrameImpl& frame);
 
-// The record together with the broken-down time that it points at; therefore it cannot be copied.
+// The record together with the broken-down time that it points at, for which reason it cannot be copied.
 class OsdRecord {
 public:
     // `frame` may be null. `seconds`: since 1970; broken down in local time or in UTC.
@@ -33,11 +33,11 @@ public:
     OsdRecord(const OsdRecord&) = delete;
     OsdRecord& operator=(const OsdRecord&) = delete;
 
-    // Calls `callback`, where there is one, with a new context on `raster` that is clipped to the width and height of
+    // Calls `callback`, where there is one, with a new context on `picture` that is clipped to the width and height of
     // the record. No lock may be held.
-    void Call(const ClientCallback<CorvaneOsdCallback>& callback, const RasterView& raster);
-    // The same with the text callback of a pass. CORVANE_OSD_FRESH is set where the pass asks for it.
-    void CallIn(Pass& pass, const RasterView& raster);
+    void Call(const ClientCallback<CorvaneOsdCallback>& callback, const PictureView& picture);
+    // Calls the text callback of a pass. CORVANE_OSD_FRESH is set where the pass asks for it.
+    void CallIn(Pass& pass, const PictureView& picture);
 
     OsdInfo info{};
 

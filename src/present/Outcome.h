@@ -1,4 +1,4 @@
-// What one pass of presenting came to.
+// The outcome of one pass.
 #pragma once
 
 #include <cstdint>
@@ -6,8 +6,8 @@
 namespace corvane {
 
 enum class Outcome : uint32_t {
-    Failed,             // the renderer cannot go on: the manager changes it
-    Put,                // a picture went on a window, the channel's own or that of its overview
+    Failed,             // the renderer cannot go on: the manager replaces it
+    Put,                // a picture was put on a window, the channel's own or that of its overview
     HandedOver,         // off-screen: a callback got the picture
     Busy,               // nothing shown now: the server has not read the last put, or the window changed too fast
     NothingToDrawOn,    // no window, or one that is destroyed, unmapped, beyond limits or all margin

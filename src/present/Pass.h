@@ -1,4 +1,4 @@
-// One pass of the render thread: what it works with, what it is asked for, and what it has done of that.
+// One pass of the render thread: its inputs, its flags, and the flags that it served.
 #pragma once
 
 #include "present/PictureMailbox.h"
@@ -7,21 +7,21 @@
 
 namespace corvane {
 
-// What a pass is asked for once. What it could not do counts for the next pass.
+// Requests for one pass. A request that the pass could not serve counts for the next pass.
 struct PassFlags {
     bool redraw = false;       // margins and text are drawn even if nothing changed
-    bool fresh = false;        // size and state must be reported: a picture callback is told
-    bool textFresh = false;    // the next text is told the same
+    bool fresh = false;        // a picture callback reports fresh size and state
+    bool textFresh = false;    // the next text callback reports the same
 };
 
 struct Pass {
     const PresentSettings& settings;
     WindowSinks& sinks;
-    PictureMailbox* mailbox = nullptr;    // whose worker waits for no pass that is inside a client's call
+    PictureMailbox* mailbox = nullptr;    // its worker does not wait while the pass is inside a client's call
     PassFlags flags{};
 
     // Set by the renderer.
-    bool redrawn = false;    // margins and text are as they should be
+    bool redrawn = false;    // margins and text were drawn
     bool textTold = false;
 };
 

@@ -1,8 +1,8 @@
-// The one place where pictures pass from the worker to the render thread. It holds one picture; posting never waits,
-// and a newer picture takes the place of one that nobody took.
+// The place where pictures pass from the worker to the render thread. It holds one picture. Posting never waits; a
+// newer picture replaces one that was not taken.
 //
-// Before it makes a picture the worker may wait until the one before was taken. Nobody waits while the render thread is
-// inside a client's call, which takes as long as the client likes, nor after Interrupt, until the next Post.
+// Before the worker makes a picture it may wait until the picture before was taken. It does not wait while the render
+// thread is inside a client's call, which may take any time, nor between Interrupt and the next Post.
 #pragma once
 
 #include <atomic>
@@ -19,11 +19,11 @@ class PictureMailbox {
 public:
     // ---- The worker ----
 
-    // Waits until the mailbox is empty, at most `limit` ns. False where a picture still lies here.
+    // Waits until the mailbox is empty, at most `limit` ns. False where it still holds a picture.
     bool AwaitTaken(int64_t limit);
 
-    // Exchanges what lies here for `picture`. True when it took the place of a picture that nobody took; the caller
-    // destroys that, with no lock held.
+    // Exchanges the contents for `picture`. True where that replaced a picture that was not taken; the caller destroys
+    // it, with no lock held.
     [[nodiscard]] bool Post(FinishedPicture& picture);
 
     // Takes out a picture that holds a lent buffer, where there is one: its renderer needs it.
@@ -32,11 +32,11 @@ public:
     // ---- The render thread ----
 
     // Moves the picture into `kept`; false where there is none, and `kept` is unchanged then. A buffer that `kept` held
-    // is free before the mailbox is empty, so that a worker that finds no picture to take back finds a free buffer.
-    // What else was in `kept` is in `before`.
+    // is free before the mailbox is empty, so that a worker that finds no picture to take back finds a free buffer. The
+    // rest of `kept` is in `before`.
     [[nodiscard]] bool Take(FinishedPicture& kept, FinishedPicture& before);
 
-    // Around each call into the client.
+    // Lives during each call into the client.
     class ClientCall {
     public:
         explicit ClientCall(PictureMailbox* mailbox) : m_mailbox(mailbox) { Set(true); }
@@ -49,12 +49,12 @@ public:
             if (m_mailbox != nullptr)
                 m_mailbox->SetInClientCall(inside);
         }
-        PictureMailbox* const m_mailbox;    // null: nobody waits
+        PictureMailbox* const m_mailbox;    // null: no worker waits
     };
 
     // ---- Any thread ----
 
-    // Ends a wait in AwaitTaken, and lets nobody wait before the next Post.
+    // Ends a wait in AwaitTaken, and prevents waits until the next Post.
     void Interrupt();
 
 private:
@@ -66,7 +66,8 @@ private:
     FinishedPicture m_picture GUARDED_BY(m_mutex);
     bool m_full GUARDED_BY(m_mutex) = false;
     bool m_interrupted GUARDED_BY(m_mutex) = false;
-    // Both sequentially consistent: who begins a call sees the worker that waits, or that worker sees the call.
+    // Both are sequentially consistent: either the thread that begins a call sees the waiting worker, or the worker
+    // sees the call.
     std::atomic<bool> m_inClientCall{false};
     std::atomic<bool> m_awaited{false};    // the worker is in AwaitTaken
 };

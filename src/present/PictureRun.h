@@ -1,5 +1,5 @@
-// The one way from a decoded picture to a finished one: crop, chain, stamps, rotation, target. Each consumer (a
-// renderer, a still, a delivery of raw pictures, a decoder channel) has a run of its own, with its own scratch memory.
+// The path from a decoded picture to a finished picture: crop, chain, stamps, rotation, target. Each consumer (a
+// renderer, a still, a raw delivery, a decoder channel) has its own run, with its own scratch memory.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,6 @@
 #include <optional>
 #include <span>
 
-#include "base/PictureSize.h"
 #include "base/PictureView.h"
 #include "base/Rectangle.h"
 #include "filters/FilterChain.h"
@@ -16,7 +15,7 @@
 
 namespace corvane {
 
-// What is drawn over a finished picture, before it is rotated. A stamp that is due keeps a picture from passing by
+// A drawing over a finished picture, before the rotation. A stamp that is due keeps a picture from passing by
 // reference, since nothing may be drawn into a decoder's picture.
 class IStamp {
 public:
@@ -28,16 +27,15 @@ public:
 
 struct PictureRequest {
     const MediaFrameImpl& frame;
-    const DecodedFrame& decoded;      // by reference where it has an owner
-    PictureSize size;                 // of the picture to make, before it is rotated
-    std::optional<Rect> crop{};       // the part of `decoded` that is used: even edges, inside it
-    std::optional<double> angle{};    // degrees; without a value nothing is rotated
-    // What the samples mean where RGB is made of them; without a value as FilterChain::Run has it.
-    std::optional<ColourSignal> colours{};
+    ConstPictureView picture;                 // its colours are those that count
+    const SharedPicture* shared = nullptr;    // the same picture, where it may go by reference
+    PictureSize size;                         // of the picture to make, before it is rotated
+    std::optional<Rect> crop{};               // the part of the picture that is used: even edges, inside it
+    std::optional<double> angle{};            // degrees; without a value nothing is rotated
     std::span<IStamp* const> stamps{};
 };
 
-// What became of one picture.
+// The result for one picture.
 struct [[nodiscard]] RunResult {
     enum class Fate : uint8_t {
         Carried,             // committed or taken; with `smoothing` Refused the chain ended at the smoothing
@@ -54,16 +52,16 @@ struct [[nodiscard]] RunResult {
 
 class PictureRun {
 public:
-    // Makes, updates or drops the dewarp stage. Before the other calls, for each frame.
+    // Makes, updates or drops the dewarp stage. Called before the other functions, for each frame.
     void Follow(const MediaFrameImpl& frame) { m_chain.UpdateDewarp(frame); }
 
-    // Replaces the size by that of the dewarp stage, where there is one. Negative on failure, the size then unchanged.
-    int32_t OutputSize(PictureSize& size) { return m_chain.OutputSize(&size.width, &size.height); }
+    // See FilterChain::OutputSize.
+    int32_t OutputSize(PictureSize& size) { return m_chain.OutputSize(size); }
     // The box around a picture of this size that is rotated by `angle`.
     PictureSize RotatedSize(PictureSize size, const std::optional<double>& angle);
 
-    // Makes the picture in a buffer of `target`. A shared picture that no step, stamp or rotation changes goes by
-    // reference where the target takes it. A step of the chain that fails loses nothing but its own work.
+    // Makes the picture in a buffer of `target`. A shared picture that no crop, step, stamp or rotation changes goes by
+    // reference where the target takes it. A failing step of the chain costs only its own work.
     RunResult Carry(const PictureRequest& request, const ChainSettings& settings, PictureTarget& target);
 
 private:

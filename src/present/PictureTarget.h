@@ -1,11 +1,12 @@
-// Where a picture is made: a buffer of a renderer or of a picture maker. The target lends a buffer as a lease; the
-// lease commits when told so and gives up otherwise.
+// The place where a picture is made: a buffer of a renderer or of a picture maker. The target lends the buffer as a
+// lease. A lease that is destroyed without Commit gives the buffer back.
 #pragma once
 
 #include <cstdint>
 #include <utility>
 
-#include "corvane/decoder.h"
+#include "base/PictureView.h"
+#include "base/SharedPicture.h"
 
 namespace corvane {
 
@@ -14,23 +15,16 @@ class PictureTarget;
 class PictureLease {
 public:
     PictureLease() = default;
-    PictureLease(PictureTarget* target, uint8_t* lentData, uint32_t lentStride, uint32_t lentFormat)
-        : data(lentData), stride(lentStride), format(lentFormat), m_target(target) {}
+    PictureLease(PictureTarget* target, const PictureView& lent) : view(lent), m_target(target) {}
     PictureLease(PictureLease&& other) noexcept
-        : data(other.data),
-          stride(other.stride),
-          format(other.format),
-          m_target(std::exchange(other.m_target, nullptr)),
-          m_commit(other.m_commit) {}
+        : view(other.view), m_target(std::exchange(other.m_target, nullptr)), m_commit(other.m_commit) {}
     PictureLease& operator=(PictureLease&&) = delete;
     ~PictureLease();
 
     explicit operator bool() const { return m_target != nullptr; }
     void Commit() { m_commit = true; }
 
-    uint8_t* data = nullptr;
-    uint32_t stride = 0;    // bytes
-    uint32_t format = 0;    // PF_*
+    PictureView view;
 
 private:
     PictureTarget* m_target = nullptr;
@@ -40,13 +34,13 @@ private:
 class PictureTarget {
 public:
     virtual ~PictureTarget() = default;
-    // Takes a shared picture as it is, in the place of a buffer that would be a copy of it, and commits it. False: it
+    // Takes a reference on a shared picture instead of lending a buffer for a copy, and commits it. False: the target
     // does not, and nothing happened.
-    virtual bool Take(const DecodedFrame& /*picture*/) { return false; }
-    // The format that a buffer will have for this wish; 0 where only Lend tells.
+    virtual bool Take(const SharedPicture& /*picture*/) { return false; }
+    // The format, as it lies in memory, of a buffer for this wish; 0 where only Lend decides.
     virtual uint32_t FormatFor(uint32_t /*preferred*/) const { return 0; }
     // An empty lease when there is no buffer.
-    virtual PictureLease Lend(uint32_t width, uint32_t height, uint32_t preferredFormat) = 0;
+    virtual PictureLease Lend(PictureSize size, uint32_t preferredFormat) = 0;
 
 private:
     friend class PictureLease;

@@ -1,5 +1,5 @@
 // The settings of presenting: an immutable value. A setter of the manager replaces it by a changed copy; the worker and
-// the render thread use one value for the whole of a picture.
+// the render thread use one value for one picture.
 #pragma once
 
 #include <cstdint>
@@ -7,8 +7,8 @@
 #include <optional>
 
 #include "base/ClientCallback.h"
-#include "base/ColourSignal.h"
-#include "base/PictureSize.h"
+#include "base/PictureView.h"
+#include "base/SharedPicture.h"
 #include "corvane/corvane.h"
 #include "filters/FilterChain.h"
 #include "platform/x11/WindowWatch.h"
@@ -60,9 +60,12 @@ struct PresentSettings {
 };
 using PresentSettingsPtr = std::shared_ptr<const PresentSettings>;
 
-// The matrix and range for RGB of a stream that signals `signal`; no value: the default, full-range BT.601.
-inline std::optional<ColourSignal> EffectiveColours(const PresentSettings& settings, const ColourSignal& signal) {
-    return settings.signalledColours ? std::optional(signal) : std::nullopt;
+// A decoder's picture with the colours that count: those that its stream signals with option 1000, else none.
+inline ConstPictureView ViewUnder(const PresentSettings& settings, const SharedPicture& picture) {
+    ConstPictureView view = picture.View();
+    if (!settings.signalledColours)
+        view.colours.reset();
+    return view;
 }
 
 }    // namespace corvane

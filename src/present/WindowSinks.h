@@ -1,5 +1,5 @@
-// The ways to the windows of one channel, one for each window that it draws on, whatever renderer draws. A way lives
-// until the channel gives its window up, and dies on the render thread.
+// The sinks of the windows of one channel, one for each window, used by all of its renderers. A sink lives until the
+// channel gives the window up, and is destroyed on the render thread.
 #pragma once
 
 #include <initializer_list>
@@ -25,7 +25,7 @@ public:
     void Keep(std::initializer_list<WindowWatchPtr> windows);
     // Ends all of them.
     void Clear() noexcept;
-    // See WindowSink::Resume and WindowSink::Trim; of any.
+    // WindowSink::Resume and WindowSink::Trim of all sinks; true where one returns true.
     bool Resume();
     bool Trim();
 
@@ -35,18 +35,18 @@ public:
     Raster LastImage(const WindowWatchPtr& window) const;
 
 private:
-    struct Way {
+    struct Entry {
         WindowWatchPtr window;
         std::shared_ptr<WindowSink> sink;
     };
-    using Ways = std::vector<Way>;
+    using Entries = std::vector<Entry>;
     void Publish();
 
     const void* const m_owner;
     Clock& m_clock;
-    Ways m_ways;                                                    // only on the render thread
-    mutable Mutex m_mutex;                                          // taken last
-    std::shared_ptr<const Ways> m_published GUARDED_BY(m_mutex);    // a copy of m_ways, for grabs
+    Entries m_entries;                                                 // only on the render thread
+    mutable Mutex m_mutex;                                             // no other lock is taken inside
+    std::shared_ptr<const Entries> m_published GUARDED_BY(m_mutex);    // a copy of m_entries, for grabs
 };
 
 }    // namespace corvane

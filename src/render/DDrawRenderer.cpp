@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "base/Limits.h"
-#include "filters/FilterChain.h"
+#include "base/PictureLayout.h"
 #include "present/Layout.h"
 #include "present/WindowSinks.h"
 
@@ -15,7 +15,7 @@ constexpr Rect Whole(WindowWatch::Size size) {
     return {0, 0, size.width, size.height};
 }
 
-// What `inner` leaves of `outer`: top, bottom, left, right. Any of them may be empty.
+// The parts of `outer` around `inner`: top, bottom, left, right. Any of them may be empty.
 std::array<Rect, 4> Around(const Rect& outer, const Rect& inner) {
     const Rect in = inner.Intersected(outer);
     if (in.Empty())
@@ -24,7 +24,7 @@ std::array<Rect, 4> Around(const Rect& outer, const Rect& inner) {
             Rect{outer.left, in.top, in.left, in.bottom}, Rect{in.right, in.top, outer.right, in.bottom}};
 }
 
-// No device, or no surfaces to compose on: neither can be mended by another picture.
+// There is no device, or no surface to compose on: another picture would not help.
 constexpr BlitResult kNoView = BlitResult::Failed;
 
 }    // namespace
@@ -67,8 +67,8 @@ uint32_t CDDrawRenderer::FormatFor(uint32_t preferred) const {
     return preferred == PF_NV12 && m_nv12Allowed ? uint32_t{PF_NV12} : uint32_t{PF_YV12};
 }
 
-// Gives the slot a locked surface, its own where that serves. A slot keeps one of this era even where the device is
-// gone.
+// Gives the slot a locked surface: its own one where that has this era and size, even where the device is gone; else a
+// new one.
 bool CDDrawRenderer::FitSlot(VideoSlot& slot, const Stage& stage, PictureSize size, uint32_t fourCC) {
     if (slot.surface != nullptr && slot.era == stage.era && slot.surface->Is(size.width, size.height, fourCC) &&
         (slot.surface->Locked() || slot.surface->Lock()))
@@ -91,22 +91,20 @@ LentBuffer CDDrawRenderer::Lend(PictureSize size, uint32_t preferredFormat) {
         fits = m_nv12Allowed = FitSlot(*slot, stage, size, kFourCCNV12);
     if (!fits && !FitSlot(*slot, stage, size, kFourCCYV12))
         return {};
-    slot->data = slot->surface->Data();
-    slot->stride = slot->surface->Pitch();
-    slot->format = slot->surface->FourCC() == kFourCCNV12 ? uint32_t{PF_NV12} : uint32_t{PF_YV12};
-    slot->size = size;
+    slot->view = LayOut(slot->surface->Data(), slot->surface->Pitch(), size,
+                        slot->surface->FourCC() == kFourCCNV12 ? PF_NV12 : PF_YV12);
     return LentBuffer(slot);
 }
 
-bool CDDrawRenderer::TakesReference(const DecodedFrame& picture) {
+bool CDDrawRenderer::TakesReference(const ConstPictureView& picture) {
     const Stage stage = WorkersStage();
-    return stage.view != nullptr && (picture.strides[2] != 0 || m_nv12Allowed) && stage.view->Device().WrapsVideo();
+    return stage.view != nullptr && (picture.ThreePlanes() || m_nv12Allowed) && stage.view->Device().WrapsVideo();
 }
 
 // ---- A pass: no lock is held. The picture is composed, text comes over it, and both are copied to the screen ----
 
-// Makes a new view where the window is another one, or on another monitor. Surfaces that were made before the monitor
-// was known are kept; a move to another monitor gives up all of them.
+// Makes a new view for another window or another monitor. Surfaces from before the monitor was known stay in use; a
+// move to another monitor begins a new era.
 bool CDDrawRenderer::FollowWindow(const WindowWatchPtr& window) {
     const std::shared_ptr<MonitorView> before = m_stage.view;
     const std::optional<Monitor> monitor = m_blitter.FindMonitor(window);
@@ -157,7 +155,7 @@ Outcome CDDrawRenderer::Present(const FinishedPicture& picture, Pass& pass) {
         return Outcome::Failed;
     if (work.scope == Scope::Draw)
         LayText(work);
-    pass.redrawn = true;    // text that comes into view again is drawn from what is kept
+    pass.redrawn = true;    // text that comes into view again is drawn from the kept surface
     return work.scope == Scope::TextOnly ? Outcome::NothingToDrawOn : Show(work);
 }
 
@@ -186,7 +184,7 @@ CDDrawRenderer::Scope CDDrawRenderer::Begin(Work& work) {
     return work.settings.OverviewAside() != nullptr ? Scope::Aside : Scope::TextOnly;
 }
 
-// Draw: the composite is ready, where it will be drawn on at all.
+// Draw: the composite is ready, where something will be drawn on it.
 CDDrawRenderer::Scope CDDrawRenderer::BeginComposite(Work& work, bool viewable) {
     const PresentSettings& settings = work.settings;
     const WindowWatchPtr& window = settings.window;
@@ -194,13 +192,13 @@ CDDrawRenderer::Scope CDDrawRenderer::BeginComposite(Work& work, bool viewable) 
     target.sink = work.pass.sinks.Of(window);
     const bool aside = settings.OverviewAside() != nullptr;
     target.overview = work.pass.sinks.Of(settings.OverviewAside());
-    // The window may get another size at any moment: once more, and if it still does, with the next pass.
+    // The window may change its size at any time: try once more, and leave a second change to the next pass.
     for (int attempt = 0; attempt < 2; ++attempt) {
         target.size = work.client = window->ClientSize();
         const Rect spare = SurfaceSet::SpareRect(settings, work.client);
         if (!limits::FitsPicture(static_cast<uint64_t>(spare.right), static_cast<uint64_t>(spare.bottom))) {
             m_set.reset();
-            return Scope::Nothing;    // no surfaces are as large, with room for the overview: the device has not failed
+            return Scope::Nothing;    // too large for any device: no failure of this one
         }
         if (!EnsureSet(settings, work.client))
             return Scope::Failed;
@@ -216,31 +214,30 @@ CDDrawRenderer::Scope CDDrawRenderer::BeginComposite(Work& work, bool viewable) 
     return window->GetLife() == WindowWatch::Life::Dead && !window->ServerLost() ? Scope::Nothing : Scope::Failed;
 }
 
-// The surface of the picture, where it has pixels that still can be shown: of this era, or a decoder's. What is
-// returned keeps the latter.
+// Finds the surface of the picture, where its pixels can still be shown: pixels of this era, or a decoder's. The result
+// owns the surface around a decoder's picture.
 std::unique_ptr<BlitSurface> CDDrawRenderer::FindVideo(Work& work) {
     std::unique_ptr<BlitSurface> wrapped;
     if (const SharedPicture* const reference = work.finished.Reference()) {
-        const DecodedFrame& frame = reference->Get();
-        wrapped = m_stage.view->Device().WrapVideo(frame);
+        const ConstPictureView picture = reference->View();
+        wrapped = m_stage.view->Device().WrapVideo(picture);
         work.video = wrapped.get();
         if (work.video != nullptr)
-            work.picture = {frame.width, frame.height};
+            work.picture = {picture.size.width, picture.size.height};
     } else if (const BufferSlot* const buffer = work.finished.Buffer()) {
         const auto& slot = static_cast<const VideoSlot&>(*buffer);
         if (slot.era != m_stage.era)
             return wrapped;
         slot.surface->Unlock();
         work.video = &slot.surface->Surface();
-        work.picture = {buffer->size.width, buffer->size.height};
+        work.picture = {buffer->view.size.width, buffer->view.size.height};
     }
     if (work.video != nullptr)
         work.video->SetColours(work.finished.colours);
     return wrapped;
 }
 
-// What the blits come to does not count: a surface that is lost is restored by its lock, and what could not be drawn
-// is drawn with the next picture.
+// Results of blits are ignored: the lock of a lost surface restores it, and the next picture is drawn again.
 void CDDrawRenderer::Compose(Work& work) {
     if (work.video == nullptr) {
         if (work.scope == Scope::Draw)
@@ -268,7 +265,7 @@ void CDDrawRenderer::ComposePicture(Work& work) {
         (void)composite.Blit(destination, *work.video, source);
 }
 
-// Text, which comes later, is kept off its place.
+// LayText leaves out the place of the overview.
 void CDDrawRenderer::ComposeOverview(Work& work) {
     const PresentSettings& settings = work.settings;
     const DisplayArea& area = settings.area;
@@ -310,8 +307,8 @@ Outcome CDDrawRenderer::Show(Work& work) {
     return work.picture == WindowWatch::Size() ? Outcome::NotDue : outcome;
 }
 
-// Drops the surfaces of the pass that failed: the next picture starts afresh. With the screen lost the device goes too,
-// and the failure is the manager's.
+// Drops the surfaces of the failed pass; the next picture gets new ones. Where the screen is lost the device is dropped
+// too, and the renderer has failed.
 Outcome CDDrawRenderer::Fail(BlitResult result) {
     m_set.reset();
     const bool lost = result == BlitResult::SurfaceLost;

@@ -1,6 +1,6 @@
 // The default renderer: lends the worker a video surface of the display adapter, lets the adapter scale and convert it
 // into a composite, lays text and overview over it, and copies the composite to the screen while the beam is elsewhere.
-// The adapter stands behind platform/blitter/Blitter.h.
+// The adapter is a Blitter (platform/blitter/Blitter.h).
 //
 //   scope     the window                                     what happens                               outcome
 //   Nothing   unknown yet; or presenting is off              nothing                                    NothingToDrawOn
@@ -11,12 +11,12 @@
 //   Draw      can be drawn on                                composed, and copied to the screen       Put
 //   Failed    no device, no surfaces, or the server is gone  see below                                  Failed
 //
-// A pass that fails drops its surfaces; the next picture starts afresh. Where nothing can start afresh (the screen is
-// lost, or there is no device) the failure is the manager's, which puts the plain renderer in this one's place.
+// A pass that fails drops its surfaces; the next picture gets new ones. Where the screen is lost or there is no device,
+// the pass ends as Failed, and the manager replaces this renderer by the plain one.
 //
-// The window's overview may be a window of its own: it is drawn in the composite's room beside the picture. Zoomed or
-// not, an overview shows the whole picture, over text; overviewMargin does not apply. Margins around the picture are
-// black. Text lies over the picture, black in it is transparent.
+// An overview in a window of its own is drawn in the composite's room beside the picture. An overview always shows the
+// whole picture, and lies over text; overviewMargin does not apply. Margins around the picture are black. Text lies
+// over the picture, black in it is transparent.
 #pragma once
 
 #include <memory>
@@ -31,24 +31,24 @@ namespace corvane {
 
 class CDDrawRenderer final : public IVideoRenderer {
 public:
-    // Looks for the device of the settings' window; where there is none Lend fails. Blitter and clock outlive the
-    // renderer. May raise std::bad_alloc.
+    // Finds the device of the settings' window; Lend fails where there is none. Blitter and clock outlive the renderer.
+    // May raise std::bad_alloc.
     explicit CDDrawRenderer(const PresentSettings& settings, Blitter& blitter = Blitter::Processor(),
                             Clock& clock = Clock::System());
     ~CDDrawRenderer() override;
 
     const RendererTraits& Traits() const override;
-    // NV12 as long as the device has such surfaces, YV12 for everything else.
+    // PF_NV12 while the device has such surfaces, else PF_YV12.
     uint32_t FormatFor(uint32_t preferred) const override;
     bool HasFreeBuffer() const override { return m_buffers.HasFree(); }
     LentBuffer Lend(PictureSize size, uint32_t preferredFormat) override;
-    bool TakesReference(const DecodedFrame& picture) override;
+    bool TakesReference(const ConstPictureView& picture) override;
     Outcome Present(const FinishedPicture& picture, Pass& pass) override;
 
 private:
     enum class Scope { Nothing, TextOnly, Aside, Busy, Draw, Failed };
 
-    // What new surfaces are made on. With a new era all surfaces of before are given up.
+    // The view that new surfaces are made for. Surfaces of an older era are not used any more.
     struct Stage {
         std::shared_ptr<MonitorView> view;    // null: there is no device
         uint64_t era = 0;
@@ -57,7 +57,7 @@ private:
         std::unique_ptr<VideoSurface> surface;
         uint64_t era = 0;
     };
-    // What lives as long as one pass.
+    // The state of one pass.
     struct Work {
         Pass& pass;
         const PresentSettings& settings;
@@ -101,7 +101,7 @@ private:
 
     // Only on the render thread, from one pass to the next.
     std::unique_ptr<SurfaceSet> m_set;
-    bool m_textKnown = false;    // m_lastText is that of the text in m_set
+    bool m_textKnown = false;    // m_lastText belongs to the text in m_set
     TextTimes m_lastText;
 };
 

@@ -14,10 +14,6 @@ constexpr Rect Whole(WindowWatch::Size size) {
     return {0, 0, size.width, size.height};
 }
 
-constexpr Rect Whole(const PackedPicture& picture) {
-    return {0, 0, picture.width, picture.height};
-}
-
 }    // namespace
 
 const RendererTraits& CGDIRenderer::Traits() const {
@@ -33,12 +29,10 @@ Outcome CGDIRenderer::Present(const FinishedPicture& picture, Pass& pass) {
     const BufferSlot* const buffer = picture.Buffer();
     if (!pass.settings.presentEnabled || buffer == nullptr)
         return Outcome::NotDue;
-    const auto step = static_cast<ptrdiff_t>(buffer->stride);
-    const PictureSize size = buffer->size;
     Work work{.pass = pass,
               .settings = pass.settings,
               .frame = picture.frame,
-              .picture = {buffer->data + step * (size.height - 1), -step, size.width, size.height, 3},
+              .picture = buffer->view,
               .force = pass.flags.redraw};
     Begin(work);
     if (work.scope == Scope::Nothing)
@@ -58,7 +52,7 @@ Outcome CGDIRenderer::Present(const FinishedPicture& picture, Pass& pass) {
         if (finished == Outcome::Put)
             outcome = finished;
     }
-    pass.redrawn = true;    // what comes into view again is drawn anew
+    pass.redrawn = true;    // a window that comes into view again is drawn anew
     return outcome;
 }
 
@@ -101,12 +95,13 @@ bool CGDIRenderer::Draw(Work& work) {
     return work.settings.OverviewAside() == nullptr || DrawOverview(work);    // that window may be in view
 }
 
-// Where the picture's place has changed, what was picture may be band now, and is drawn over once, text policy or not.
+// Where the place of the picture has changed, former pixels of the picture may belong to a band. Bands are drawn once
+// then, whatever the text policy.
 void CGDIRenderer::FollowPlaces(Work& work) {
     Rect canvas = Whole(work.client);
     Rect inside = PictureRect(work.settings, work.client);
     if (work.way == Way::Bordered) {
-        inside = Whole(work.picture).Moved(work.settings.border.left, work.settings.border.top);
+        inside = work.picture.Bounds().Moved(work.settings.border.left, work.settings.border.top);
         canvas = {0, 0, inside.right + work.settings.border.right, inside.bottom + work.settings.border.bottom};
     }
     work.force |= canvas != m_canvas || inside != m_inside;
@@ -116,12 +111,12 @@ void CGDIRenderer::FollowPlaces(Work& work) {
 
 bool CGDIRenderer::DrawPicture(const Work& work) {
     const PresentSettings& settings = work.settings;
-    const Rect all = Whole(work.picture);
+    const Rect all = work.picture.Bounds();
     if (work.way == Way::Bordered)
         return Stretch(m_overlay.View(), all.Moved(settings.border.left, settings.border.top), work.picture, all);
     Rect source = all;
     if (settings.area.zoomEnabled != 0)
-        source = ZoomSource(settings, work.picture.width, work.picture.height).value_or(all);
+        source = ZoomSource(settings, work.picture.size.width, work.picture.size.height).value_or(all);
     const Rect destination = PictureRect(settings, work.client);
     if (work.way == Way::Compose)
         return Stretch(m_overlay.View(), destination, work.picture, source);
@@ -144,16 +139,16 @@ bool CGDIRenderer::DrawOverview(Work& work) {
     if (aside) {
         work.overview = *place;
         const WindowSink::Writing writing = work.overviewSink->Write();
-        return Stretch(writing.Image(), *place, work.picture, Whole(work.picture));
+        return Stretch(writing.Image(), *place, work.picture, work.picture.Bounds());
     }
-    // It goes on top of text that is not drawn yet: kept aside, cut to what can show.
+    // The overview lies over text, which is not drawn yet: it is kept aside, cut to its visible part.
     const Rect seen = place->Intersected(work.way == Way::Direct ? Whole(work.client) : m_overlay.View().Bounds());
     if (seen.Empty())
         return true;
     if (!m_overview.Reuse(static_cast<uint32_t>(seen.Width()), static_cast<uint32_t>(seen.Height())))
         return false;
     work.overview = seen;
-    return Stretch(m_overview.View(), place->Moved(-seen.left, -seen.top), work.picture, Whole(work.picture));
+    return Stretch(m_overview.View(), place->Moved(-seen.left, -seen.top), work.picture, work.picture.Bounds());
 }
 
 // ---- Margins and text ----
@@ -161,13 +156,13 @@ bool CGDIRenderer::DrawOverview(Work& work) {
 // False where there is no memory. A new overlay has neither bands nor text.
 bool CGDIRenderer::EnsureOverlay(Work& work) {
     const Edges& border = work.settings.border;
-    int64_t width = std::max<int64_t>(int64_t{work.picture.width} + kBorderRoom, work.client.width);
-    int64_t height = std::max<int64_t>(int64_t{work.picture.height} + kBorderRoom, work.client.height);
+    int64_t width = std::max<int64_t>(int64_t{work.picture.size.width} + kBorderRoom, work.client.width);
+    int64_t height = std::max<int64_t>(int64_t{work.picture.size.height} + kBorderRoom, work.client.height);
     if (UsesBorder(work.settings)) {
-        width = std::max(width, int64_t{work.picture.width} + border.left + border.right);
-        height = std::max(height, int64_t{work.picture.height} + border.top + border.bottom);
+        width = std::max(width, int64_t{work.picture.size.width} + border.left + border.right);
+        height = std::max(height, int64_t{work.picture.size.height} + border.top + border.bottom);
     }
-    if (m_overlay.View().width == width && m_overlay.View().height == height)
+    if (m_overlay.View().size.width == width && m_overlay.View().size.height == height)
         return true;
     m_lastText = {};
     work.force = true;
@@ -186,12 +181,12 @@ bool CGDIRenderer::RefreshIsDue(const Work& work, int64_t wall) const {
     return TextDue(work.settings.osdPolicy, m_lastText, wall, *work.frame);
 }
 
-// Draws bands and text into the overlay when they are due; `refreshed` says whether it did. False: no memory.
+// Draws bands and text into the overlay when they are due, and sets `refreshed` then. False: no memory.
 bool CGDIRenderer::Refresh(Work& work, bool& refreshed) {
     const bool bordered = work.way == Way::Bordered;
     if (!bordered && work.settings.fullWindow)
         return true;
-    const Bands bands = bordered ? BandRects(work.settings, true, work.picture.width, work.picture.height)
+    const Bands bands = bordered ? BandRects(work.settings, true, work.picture.size.width, work.picture.size.height)
                                  : BandRects(work.settings, false, work.client.width, work.client.height);
     if (!work.settings.osd && std::ranges::all_of(bands, &Rect::Empty))
         return true;
@@ -216,8 +211,8 @@ bool CGDIRenderer::Refresh(Work& work, bool& refreshed) {
 void CGDIRenderer::CallText(Work& work) {
     OsdRecord record(work.frame.get(), int64_t{work.frame->Header().timeSeconds}, false);
     if (work.way == Way::Bordered) {
-        record.info.width = work.picture.width + work.settings.border.left + work.settings.border.right;
-        record.info.height = work.picture.height + work.settings.border.top + work.settings.border.bottom;
+        record.info.width = work.picture.size.width + work.settings.border.left + work.settings.border.right;
+        record.info.height = work.picture.size.height + work.settings.border.top + work.settings.border.bottom;
         record.info.flags = CORVANE_OSD_BORDER;
     } else {
         record.info.width = work.client.width;
@@ -240,9 +235,9 @@ Outcome CGDIRenderer::Finish(const Work& work, bool refreshed) {
             Blit(writing.Image(), 0, 0, m_overlay.View(), client);
         } else {
             const Edges& border = work.settings.border;
-            const Rect source{0, 0, int64_t{work.picture.width} + border.left + border.right,
-                              int64_t{work.picture.height} + border.top + border.bottom};
-            if (!Stretch(writing.Image(), client, AsPicture(m_overlay.View()), source))
+            const Rect source{0, 0, int64_t{work.picture.size.width} + border.left + border.right,
+                              int64_t{work.picture.size.height} + border.top + border.bottom};
+            if (!Stretch(writing.Image(), client, m_overlay.View(), source))
                 return Outcome::Failed;
         }
     }

@@ -1,13 +1,13 @@
 // The plain window renderer, and the last of the fall-back chain: scales the finished picture into the window's image
-// and puts it on the window. It keeps no window of its own; every pass takes it from the present settings.
+// and puts it on the window. It keeps no window; each pass takes the window of its settings.
 //
 //   way        picture goes to                 margins and text                       then
 //   direct     the window's image              overlay, only the bands are copied     puts picture, bands, overview
 //   compose    overlay                         overlay, over the picture              overlay copied to the window
 //   bordered   overlay, at its native size     overlay, around the picture            overlay scaled to the window
 //
-// The overlay is a picture in memory, made when one of these needs it. In the direct way the moving picture never
-// touches the bands and text never the picture, so nothing flickers.
+// The overlay is a picture in memory, made when it is needed. With Direct the picture is never drawn over the bands,
+// nor text over the picture, so nothing flickers.
 #pragma once
 
 #include "platform/Clock.h"
@@ -23,7 +23,7 @@ public:
     explicit CGDIRenderer(Clock& clock = Clock::System()) : m_clock(clock) {}
 
     const RendererTraits& Traits() const override;
-    // Whatever format is asked for, it takes 24 bit bottom-up.
+    // Always 24 bits, bottom-up.
     uint32_t FormatFor(uint32_t) const override { return PF_BGR24_FLIP; }
     bool HasFreeBuffer() const override { return m_buffers.HasFree(); }
     LentBuffer Lend(PictureSize size, uint32_t) override { return m_buffers.Lend(size, PF_BGR24_FLIP); }
@@ -31,19 +31,19 @@ public:
 
 private:
     enum class Way { Direct, Compose, Bordered };
-    // What a pass may do, as it found the window.
+    // The work that the state of the window allows a pass.
     enum class Scope {
         Nothing,     // no window, or none that can be drawn on
         TextOnly,    // the window is not viewable
         Busy,        // the server still reads the last picture; a new pass follows when it is done
         Draw
     };
-    // What lives as long as one pass.
+    // The state of one pass.
     struct Work {
         Pass& pass;
         const PresentSettings& settings;
         const FramePtr& frame;
-        PackedPicture picture;
+        ConstPictureView picture;
         Scope scope = Scope::Nothing;
         Way way = Way::Direct;
         bool force = false;    // bands and text must be drawn
@@ -69,7 +69,7 @@ private:
     MemoryBuffers m_buffers;    // worker
 
     // Only on the render thread, from one pass to the next.
-    Rect m_canvas;    // with bands and text, as of the last pass that drew: of the window, or of the overlay
+    Rect m_canvas;    // the area with bands and text of the last pass that drew, on the window or on the overlay
     Rect m_inside;    // the picture's place on it
     Raster m_overlay;
     Raster m_overview;    // the whole picture, small, until it is laid over the rest

@@ -1,6 +1,5 @@
 // A window on a monitor: the device that serves it, and the copy of a composed picture to the screen, timed against the
-// beam. Owned by a renderer; made and used on its render thread, but for the device, which also the worker asks for
-// surfaces.
+// beam. Owned by a renderer; made and used on its render thread. The worker, too, asks the device for surfaces.
 #pragma once
 
 #include <memory>
@@ -12,19 +11,18 @@ namespace corvane {
 
 class MonitorView {
 public:
-    // Keeps the devices open for its life. Null where the window's monitor cannot be told or has no device. A null
-    // window is served by the device of the desktop. `clock` outlives the view. May raise std::bad_alloc.
+    // Keeps the devices open while it lives. Null where the window's monitor is unknown or has no device. A null window
+    // uses the device of the desktop. `clock` outlives the view. May raise std::bad_alloc.
     static std::shared_ptr<MonitorView> Make(Blitter& blitter, const WindowWatchPtr& window, Clock& clock);
 
     const WindowWatchPtr& Window() const { return m_window; }
     const Monitor& On() const { return m_monitor; }
     BlitDevice& Device() const { return *m_device; }
 
-    // Waits until the beam is off the window, at most for a few pictures' time, and shows (0, 0) .. size of `from`
-    // there. `outer` is the window on its screen. StillDrawing: the device is
-    // busy, and the picture is skipped.
+    // Waits until the beam is outside the window, at most TearWait::kLongest, and shows (0, 0) .. size of `from` there.
+    // `outer`: the place of the window on the screen. StillDrawing: the device is busy, and the picture is skipped.
     BlitResult Show(BlitComposite& from, const Rect& outer, WindowWatch::Size size);
-    // The same at once, for another window on the same device: `destination` in coordinates of the monitor.
+    // Shows a part at once, on any window of the same device. `destination`: in coordinates of the monitor.
     BlitResult CopyToScreen(const WindowWatch& window, const Rect& destination, BlitComposite& from,
                             const Rect& source);
 

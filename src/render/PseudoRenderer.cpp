@@ -2,7 +2,7 @@
 
 #include <time.h>
 
-#include "filters/FilterChain.h"
+#include "base/PictureLayout.h"
 
 namespace corvane {
 
@@ -46,9 +46,9 @@ Outcome CPseudoRenderer::Present(const FinishedPicture& picture, Pass& pass) {
     struct tm time {};
     PseudoFrame record = Describe(picture.frame.get(), pass.flags.fresh ? kFreshInfo : 0, &time);
     if (const BufferSlot* const buffer = picture.Buffer()) {
-        record.width = buffer->size.width;
-        record.height = buffer->size.height;
-        record.data = buffer->data;
+        record.width = buffer->view.size.width;
+        record.height = buffer->view.size.height;
+        record.data = buffer->view.Memory();
         record.size = static_cast<uint32_t>(PictureBytes(m_format, record.width, record.height));
     }
     const PictureMailbox::ClientCall call(pass.mailbox);

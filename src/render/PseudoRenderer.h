@@ -1,4 +1,4 @@
-// The off-screen renderer: hands every finished picture to a client callback.
+// The off-screen renderer: passes every finished picture to a client's callback.
 #pragma once
 
 #include "present/IVideoRenderer.h"
@@ -7,7 +7,7 @@ namespace corvane {
 
 class CPseudoRenderer final : public IVideoRenderer {
 public:
-    // `format`: 1, 7, 8, 9 or 17 by way of the export; any format with planes or rows of our own layout works.
+    // `format`: PF_*, but not PF_NV12; the export allows 1, 7, 8, 9 and 17.
     CPseudoRenderer(const ClientCallback<CorvanePictureCallback>& callback, uint32_t format)
         : m_callback(callback), m_format(format) {}
 
@@ -15,7 +15,7 @@ public:
     uint32_t FormatFor(uint32_t) const override { return m_format; }
     bool HasFreeBuffer() const override { return m_buffers.HasFree(); }
     LentBuffer Lend(PictureSize size, uint32_t) override { return m_buffers.Lend(size, m_format); }
-    // The pixels are the client's while its call runs.
+    // The client may use the pixels until its call returns.
     Outcome Present(const FinishedPicture& picture, Pass& pass) override;
     void NotifyAudioOnly(const MediaFrameImpl* frame, Pass& pass) override;
 

@@ -1,4 +1,5 @@
-// What a picture is composed on: the composite, and text that is laid over it. Only on the render thread.
+// The surfaces that a picture is composed on: the composite, and the text that is laid over it. Only on the render
+// thread.
 #pragma once
 
 #include <memory>
@@ -10,18 +11,18 @@ namespace corvane {
 
 class SurfaceSet {
 public:
-    // Beside the picture, of a window of `size`, there is room for an overview that is a window of its own: to the
-    // right, or below an upright window. Without one it is the window's own rectangle.
+    // The room for an overview in a window of its own, beside the picture of a window of `size`: to the right, or below
+    // an upright window. Without such an overview it is the window's own rectangle.
     static Rect SpareRect(const PresentSettings& settings, WindowWatch::Size size);
 
     // Null where the device has no such surfaces. May raise std::bad_alloc.
     static std::unique_ptr<SurfaceSet> Make(std::shared_ptr<MonitorView> view, WindowWatch::Size size,
                                             const Rect& spare);
 
-    // Gives it another size; text is lost. False where the composite cannot take it: nothing is changed then.
+    // Changes the size; text is lost. False where the composite cannot take the size; nothing is changed then.
     bool Resize(WindowWatch::Size size, const Rect& spare);
 
-    // Whether it serves a window of that size; of the spare rectangle only the far corner counts.
+    // Whether the set fits a window of that size. Of the spare rectangle only the far corner counts.
     bool Fits(WindowWatch::Size size, const Rect& spare) const {
         return m_size == size && m_spare.right == spare.right && m_spare.bottom == spare.bottom;
     }
@@ -29,7 +30,7 @@ public:
     const Rect& Spare() const { return m_spare; }
     BlitComposite& Composite() const { return *m_composite; }
 
-    // Text surfaces exist while somebody draws text. False where the device has none.
+    // Text surfaces exist while a client draws text. False where the device has none.
     bool EnsureText();
     void FreeText();
     BlitSurface* TextSystem() const { return m_textSystem.get(); }    // null: there is none
@@ -44,7 +45,7 @@ private:
     Rect m_spare;
     std::unique_ptr<BlitComposite> m_composite;
     std::unique_ptr<BlitSurface> m_textSystem;    // as large as the window: the client draws here
-    std::unique_ptr<BlitSurface> m_text;          // a row taller: what was drawn last, keyed by black
+    std::unique_ptr<BlitSurface> m_text;          // one row higher: the last drawing, keyed by black
 };
 
 }    // namespace corvane

@@ -1,8 +1,8 @@
-// When to copy a picture to the screen so that the beam does not pass through the window meanwhile: lines and time in,
-// decisions out. One object for one copy.
+// Decides when to copy a picture to the screen, so that the beam does not cross the window during the copy. Lines and
+// times come in, decisions go out. One object for each copy.
 //
-// The zone to keep out of begins a little above the window and ends a little above its bottom: the copy overtakes the
-// beam. "A little" grows with the window's area, as the time of a copy does.
+// The beam must be outside a zone from a few lines above the window to a few lines above its bottom, since the copy
+// overtakes the beam. These few lines grow with the window's area, as the time of a copy does.
 #pragma once
 
 #include <cstdint>
@@ -19,26 +19,25 @@ public:
         Sleep,    // a millisecond, then ask for the line: the beam is a tenth of the screen away or more
         Spin,     // ask for the line at once
     };
-    // A beam that does not come (a screen that sleeps) is waited for no longer than this, in ns.
+    // The longest wait in ns, for a beam that does not move (a screen that sleeps).
     static constexpr int64_t kLongest = 100'000'000;
 
-    // `window` in coordinates of its monitor of `height` lines. `blankHit`: how often, from 0 to 1, a copy begun in
-    // vertical blank has ended clear of the window; from 0.5 on a blank is a good moment.
+    // `window` in coordinates of its monitor of `height` lines. `blankHit`: the share, from 0 to 1, of copies begun in
+    // vertical blank that ended before the beam reached the window; from 0.5 on copies begin in blank.
     TearWait(const Rect& window, int64_t height, float blankHit);
 
     // What to do after a look at the beam at `now`, monotonic ns.
     Step Next(BlitResult result, uint32_t line, int64_t now);
-    // After the copy and another look: the new average. It moves by a hundredth of what this copy told, if it began in
-    // blank.
+    // After the copy and another look at the beam: the new average. A copy that began in blank counts a hundredth.
     float Judged(BlitResult result, uint32_t line) const;
 
 private:
     const int64_t m_height;
     const float m_blankHit;
     int64_t m_low;     // the first line of the zone
-    int64_t m_high;    // the first line behind it
+    int64_t m_high;    // the first line after the zone
     int64_t m_previous;
-    int64_t m_deadline = 0;    // 0: not asked yet
+    int64_t m_deadline = 0;    // 0: Next was not called yet
     bool m_startedInBlank = false;
 };
 

@@ -16,7 +16,7 @@ std::unique_ptr<VideoSurface> VideoSurface::Make(std::shared_ptr<MonitorView> vi
 bool VideoSurface::Lock() {
     Unlock();
     BlitResult result = m_surface->Lock(true, &m_data, &m_pitch);
-    if (result == BlitResult::InvalidArgument) {    // the device knows no such lock
+    if (result == BlitResult::InvalidArgument) {    // the device has no such lock
         result = m_surface->Lock(false, &m_data, &m_pitch);
     } else if (result == BlitResult::SurfaceLost) {
         (void)m_surface->Restore();

@@ -1,5 +1,5 @@
-// The surface that a worker writes its pictures into: locked while it is written, not locked while it is shown. Used by
-// the thread that owns the buffer at that time.
+// A surface that the worker writes pictures into: locked while it is written, unlocked while it is shown. Used by the
+// thread that owns the buffer at that time.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +25,7 @@ public:
     uint32_t Height() const { return m_height; }
     uint32_t FourCC() const { return m_fourCC; }
 
-    bool Lock();    // restores a lost surface; false where that fails too
+    bool Lock();    // restores a lost surface; false on failure
     void Unlock();
     bool Locked() const { return m_locked; }
     uint8_t* Data() const { return m_data; }      // while locked

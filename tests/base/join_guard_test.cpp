@@ -45,13 +45,13 @@ TEST(JoinGuard, RefusesWhatWouldCloseACircleAndNothingElse) {
             EXPECT_TRUE(allowed[i]) << row.name << " " << i;
         EXPECT_EQ(allowed.back(), row.allowed) << row.name;
     }
-    // Many waits are no circle, in a chain or side by side.
+    // Many waits in a chain or side by side are no circle.
     std::vector<std::pair<int, int>> many;
     for (int i = 1; i < 300; ++i)
         many.emplace_back(i, i + 1);
     for (int i = 400; i < 600; ++i)
         many.emplace_back(1, i);
-    for (int i = 0; i < 60; i += 3)    // a ladder: 2^20 ways through it
+    for (int i = 0; i < 60; i += 3)    // a ladder: 2^20 paths through it
         for (const auto& [from, to] : {std::pair(i, i + 1), {i, i + 2}, {i + 1, i + 3}, {i + 2, i + 3}})
             for (int twice = 0; twice < 2; ++twice)
                 many.emplace_back(800 + from, 800 + to);

@@ -13,12 +13,12 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// A writer gets its turn against four readers that never pause, and a reader against four such writers; nobody sees
-// what a writer does.
+// A writer gets the lock against four readers that never pause, and a reader against four such writers; no thread sees
+// half of a writer's change.
 TEST(SharedMutex, StarvesNobodyAndExcludesWriters) {
     for (const bool busyWriters : {false, true}) {
         SharedMutex mutex;
-        int64_t value = 0;    // plain on purpose: a hole in the lock is an odd value and a race report
+        int64_t value = 0;    // not atomic: a fault of the lock gives an odd value and a report of a race
         std::atomic<bool> done{false};
         std::atomic<int> running{0};
         const auto turn = [&](bool write) {
@@ -43,7 +43,7 @@ TEST(SharedMutex, StarvesNobodyAndExcludesWriters) {
                 while (!done)
                     turn(busyWriters);
             });
-        while (running < 10)    // all are at it
+        while (running < 10)    // all threads work
             std::this_thread::yield();
         for (int i = 0; i < 50; ++i)    // hangs here when one side starves the other
             turn(!busyWriters);
@@ -60,7 +60,7 @@ TEST(SharedMutex, TimedWriterGivesUpAndLetsQueuedReadersGo) {
     EXPECT_FALSE(static_cast<bool>(TryExclusiveLock(mutex, std::chrono::nanoseconds(0))));
     std::thread writer([&] { EXPECT_FALSE(static_cast<bool>(TryExclusiveLock(mutex, milliseconds(50)))); });
     std::this_thread::sleep_for(milliseconds(10));
-    std::thread reader([&] { SharedLock lock(mutex); });    // queues behind the writer, or comes before it
+    std::thread reader([&] { SharedLock lock(mutex); });    // gets the lock before or after the writer
     writer.join();
     reader.join();
     mutex.unlock_shared();

@@ -1,4 +1,4 @@
-// What a kind of channel needs beside the family, and what the family gives it.
+// The least that a kind of channel adds to the family, and the services of the family.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -14,7 +14,7 @@
 namespace corvane {
 namespace {
 
-// Shows one frame for each step that it is told, and refuses what is no key frame.
+// Shows one frame for each step, and refuses all but key frames.
 class SteppingChannel final : public StreamChannel {
 public:
     SteppingChannel() : StreamChannel(0, 0, Clock::System(), BuiltRenderers()) {}
@@ -39,7 +39,7 @@ private:
             --m_steps;
             lock.Unlock();
             if (m_video.Decode(frame, 0, picture))
-                m_render.PresentFrame(frame, picture.Get(), true);
+                m_render.PresentFrame(frame, picture, true);
             lock.Lock();
         }
     }
@@ -85,7 +85,7 @@ TEST(StreamChannel, AKindBringsItsWorkerAndWhatItAdmits) {
     EXPECT_EQ(shown, 3);
 }
 
-// Each number of the table is known to its kinds only, and no other number to anybody.
+// Each number of the table is accepted by its kinds only, and no other number by any.
 TEST(Options, EachNumberIsKnownToItsKinds) {
     SteppingChannel channel;
     OptionTargets targets{.stream = &channel};

@@ -20,7 +20,7 @@ using test::Eventually;
 using test::MakeVideo;
 using test::VideoSpec;
 
-constexpr int64_t kStep = 5;    // ms between frames: the tests run through the real clock
+constexpr int64_t kStep = 5;    // ms between frames: the tests use the real clock
 
 uint32_t FeedOne(Client& client, const EncodedPicture& picture, int64_t timeMs, uint32_t type = CORVANE_STREAM_H264) {
     return client.Feed(type, picture.bytes, picture.key, timeMs);
@@ -33,12 +33,12 @@ uint64_t ResidentBytes() {
     return resident * 4096;
 }
 
-// Garbage that claims to be key frames, as many as in eleven hours: no more memory than after the first hour, and good
-// pictures are shown again, if as late as a garbage parameter set may ask for. The time stands still, so that there is
-// no pause behind what is a picture of the garbage.
+// Garbage marked as key frames, as many as in eleven hours: no more memory than after the first hour, and good pictures
+// are shown again, with the delay that a garbage parameter set may ask for. All frames have one time, so that no pause
+// follows a picture of the garbage.
 TEST(LiveChannel, GarbageKeyFramesForHoursUseNoMemory) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__clang__)
-    constexpr int kFrames = 2'000;    // a build for finding faults is no place for long runs, and keeps freed memory
+    constexpr int kFrames = 2'000;    // a sanitizer is slow, and keeps freed memory
     constexpr bool kMeasured = false;
 #else
     constexpr int kFrames = 100'000;
@@ -70,8 +70,8 @@ TEST(LiveChannel, GarbageKeyFramesForHoursUseNoMemory) {
     }
 }
 
-// One frame in ten is cut or emptied: what is shown comes with the record of its own frame all the same,
-// and a key frame brings the stream back.
+// One frame in ten is cut or emptied: each shown picture comes with the record of its own frame nevertheless, and
+// pictures come again with a key frame.
 TEST(LiveChannel, DamagedFramesShiftNoPictureToAnotherFrame) {
     for (const uint32_t threads : {1u, 3u}) {
         std::vector<EncodedPicture> stream = MakeVideo({.width = 160, .height = 96, .frames = 150, .gop = 15});
@@ -151,7 +151,7 @@ TEST(LiveChannel, QueueHoldsBackUntilItsBufferTimeAndRefusesAboveIt) {
         const std::vector<Client::Shown> shown = client.Take();
         return !shown.empty() && shown.back().seconds == 10;
     }));
-    // A producer that blocks comes back when blocking ends, and when the channel stops, which does not wait for the
+    // A blocked producer returns when blocking ends, and when the channel stops, which does not wait for the
     // pacing sleep.
     for (const bool stops : {false, true}) {
         ASSERT_EQ(Corvane_SetChannelOption(client.channel, 42, 0, 0), Status_Ok);
@@ -206,7 +206,7 @@ TEST(LiveChannel, MediaModeAndStreamTypesDecideWhatIsTaken) {
                 << type << " in mode " << mode;
     }
     EXPECT_EQ(test::StatisticsOf(client.channel).framesRefusedMode, 3u) << "unknown types are not counted";
-    // Damage that the copy finds loses that frame only.
+    // Damage found by the copy loses that frame only.
     MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, bytes, true, 0);
     const uint8_t packet[] = {0, 0, 0, 0, 96, 12, 1};
     header.extension = packet;

@@ -1,5 +1,5 @@
-// When the worker of a channel decodes which frame, in simulated time: against a model of queue and pacing, and for a
-// day.
+// The times at which the worker of a channel decodes each frame, in simulated time: against a model of queue and
+// pacing, and for a day.
 #include <gtest/gtest.h>
 
 #include <deque>
@@ -124,9 +124,9 @@ TEST(Pacing, EveryFrameIsDecodedWhenTheRulesSay) {
     int64_t skipped = 0, refused = 0, fast = 0;
     for (uint32_t seed = 0; seed < 60; ++seed) {
         std::mt19937 random(seed);
-        const auto one_in = [&](uint32_t count) { return random() % count == 0; };
-        const auto cost = [&] {    // half of them where what is late begins to be dropped
-            return static_cast<int64_t>(one_in(2) ? 537 + random() % 5 : random() % 2000) * kNsPerMs;
+        const auto oneIn = [&](uint32_t count) { return random() % count == 0; };
+        const auto cost = [&] {    // half of them near the bound where late frames are dropped
+            return static_cast<int64_t>(oneIn(2) ? 537 + random() % 5 : random() % 2000) * kNsPerMs;
         };
         const uint32_t trouble = seed % 4 == 0 ? 1'000'000 : 12;    // a quarter is as a good camera sends it
         const uint32_t bufferMs = std::array{1u, 40u, 300u, 1000u}[seed / 4 % 4];
@@ -134,17 +134,14 @@ TEST(Pacing, EveryFrameIsDecodedWhenTheRulesSay) {
         int64_t stamp = 1000, arrival = 0;
         for (int i = 0; i < 400; ++i) {
             const int64_t steps[] = {0, 1, -700, 10'999, 11'000, 40'000, -stamp, 250};
-            stamp += one_in(trouble) ? steps[random() % 8] : 40;
+            stamp += oneIn(trouble) ? steps[random() % 8] : 40;
             stamp = std::max<int64_t>(stamp, 0);
-            arrival += one_in(trouble) ? static_cast<int64_t>(random() % 1500)
-                       : one_in(3)     ? 0
-                       : seed % 3 == 1 ? 45
-                                       : 58;
+            arrival += oneIn(trouble) ? static_cast<int64_t>(random() % 1500) : oneIn(3) ? 0 : seed % 3 == 1 ? 45 : 58;
             arrivals.push_back({.atNs = arrival * kNsPerMs + static_cast<int64_t>(random() % kNsPerMs),
                                 .stampMs = stamp,
-                                .key = one_in(10) || i % 200 == 0,
-                                .hidden = one_in(20),
-                                .decodingNs = one_in(trouble * 2) ? cost() : 0});
+                                .key = oneIn(10) || i % 200 == 0,
+                                .hidden = oneIn(20),
+                                .decodingNs = oneIn(trouble * 2) ? cost() : 0});
             if (i > 0)
                 arrivals.back().atNs = std::max(arrivals.back().atNs, arrivals[static_cast<size_t>(i) - 1].atNs);
         }
@@ -171,7 +168,7 @@ TEST(Pacing, EveryFrameIsDecodedWhenTheRulesSay) {
 }
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__clang__)
-constexpr int64_t kHours = 1;    // a build for finding faults is no place for long runs
+constexpr int64_t kHours = 1;    // a sanitizer is slow
 #else
 constexpr int64_t kHours = 24;
 #endif
@@ -179,7 +176,7 @@ constexpr int64_t kStepMs = 500;    // by the camera's clock; a key frame every 
 constexpr int64_t kPictures = kHours * 3'600'000 / kStepMs;
 constexpr int64_t kJitterMs = 15;
 
-// A camera whose clock is not ours. Pictures come in order, each up to 15 ms late. A thousandth too fast the queue
+// A camera with a clock of its own. Pictures come in order, each up to 15 ms late. A thousandth too fast the queue
 // grows until the worker catches up, where it holds enough that no late picture lets it run out; as much too slow it
 // runs out and fills again. No picture is lost, or late for more than what a queue holds that has been over its buffer
 // time for 16 pictures. A restart at noon costs what waits and what comes before the next key frame, and changes
@@ -199,7 +196,7 @@ TEST(ClockDrift, QueueAndAgeStayBoundedForADay) {
             arrivals.push_back({.atNs = arrival, .stampMs = number * kStepMs, .key = number % 10 == 0});
         }
         test::SimulatedChannel simulation(arrivals);
-        int64_t decoded = 0, oldest = 0, bunched = 0, before = 0;    // bunched: right behind the one before
+        int64_t decoded = 0, oldest = 0, bunched = 0, before = 0;    // bunched: directly after the one before
         simulation.onDecoded = [&](int64_t number, int64_t now) {
             ++decoded;
             oldest = std::max(oldest, now - arrivals[static_cast<size_t>(number)].atNs);
@@ -245,7 +242,7 @@ TEST(Pacing, DisplayModesThinTemporalLayers) {
     }
 }
 
-// Sound alone is paced by the worker; beside video it goes through at once.
+// The worker paces sound alone; beside video it passes sound on at once.
 TEST(Pacing, SoundIsPacedOnlyInAudioOnlyMode) {
     for (const uint32_t mode : {2u, 3u}) {
         std::vector<Arrival> arrivals;
@@ -265,8 +262,8 @@ TEST(Pacing, SoundIsPacedOnlyInAudioOnlyMode) {
     }
 }
 
-// Behind time, with the queue over its buffer time for 16 frames, a picture that nobody has taken is replaced. Were
-// each waited for, the test would not end in time.
+// When the worker is late, with the queue over its buffer time for 16 frames, a picture that was not taken is replaced.
+// If the worker waited for each, the test would not end in time.
 TEST(Pacing, ABusyManagerIsNotWaitedForWhenTheQueueIsOver) {
     constexpr int kFrames = 300;
     std::vector<Arrival> arrivals;
@@ -299,8 +296,8 @@ TEST(Pacing, ABusyManagerIsNotWaitedForWhenTheQueueIsOver) {
     EXPECT_GE(told.picturesReplaced, uint64_t{kFrames - 30});
 }
 
-// The kind of decoder is told once a run. A stream that pauses shows its last picture once, however often the render
-// thread looks.
+// The kind of decoder is reported once a run. A stream that pauses shows its last picture once, however often the
+// render thread looks.
 TEST(Pacing, KindOnceAndNoPictureTwice) {
     std::vector<Arrival> arrivals;
     for (int i = 0; i < 100; ++i)

@@ -1,4 +1,4 @@
-// What a client is told of frames that bring no picture.
+// The counters and causes of frames that bring no picture.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,7 +21,7 @@ using test::Eventually;
 using test::StatisticsOf;
 using Field = uint64_t ChannelStatistics::*;
 
-// Each frame of each mistake is taken with Status_Ok; its counter and its cause say what is wrong.
+// Each frame of each mistake is taken with Status_Ok; its counter and its cause name the mistake.
 TEST(Statistics, EachMistakeHasItsCounterAndItsCause) {
     const std::vector<uint8_t> picture = test::MakeVideo({.frames = 1})[0].bytes;
     const Field failed = &ChannelStatistics::unitsFailed;
@@ -123,7 +123,7 @@ TEST(Statistics, PicturesEndWhereTheyCouldBeShown) {
     }
 }
 
-// No more is written than the client's record holds, and its size says how much.
+// Only as much is written as the client's record holds, and its size is the number of bytes.
 TEST(Statistics, RecordSizeBoundsWhatIsWritten) {
     Client client;
     for (const uint32_t size : {0u, 3u, 4u, 12u, 31u, 296u, 4000u}) {

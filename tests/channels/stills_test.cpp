@@ -28,31 +28,28 @@ struct OnePicture {
         stream = test::MakeVideo({.streamType = type, .width = width, .height = height, .frames = 1, .signal = signal});
         bare = test::BareDecode(type, stream);
         planes = test::To420(*bare[0]);
+        decoded = {.size = {static_cast<uint32_t>(width), static_cast<uint32_t>(height)}, .format = PF_I420};
         for (int i = 0; i < 3; ++i) {
-            decoded.planes[i] = planes->data[i];
-            decoded.strides[i] = static_cast<uint32_t>(planes->linesize[i]);
+            decoded.plane[i] = planes->data[i];
+            decoded.stride[i] = planes->linesize[i];
         }
-        decoded.width = static_cast<uint32_t>(width);
-        decoded.height = static_cast<uint32_t>(height);
         client.Start();
         EXPECT_EQ(client.Feed(type, stream[0].bytes, true, 7000, statedWidth, statedHeight), Status_Ok);
         EXPECT_TRUE(Eventually([&] { return !client.Take().empty(); }));
     }
 
     // The finished picture that the chain and the maker give for `source`.
-    PictureMakerPtr Wanted(const DecodedFrame& source, uint32_t format, uint32_t width, uint32_t height,
+    PictureMakerPtr Wanted(ConstPictureView source, uint32_t format, uint32_t width, uint32_t height,
                            uint32_t quality = 0) const {
         const PictureMakerPtr maker = MakePicture(format);
         maker->SetQuality(quality);
         const FramePtr frame = test::MakeFrame(CORVANE_STREAM_JPEG, stream[0].bytes, true, 7000);
-        uint8_t* buffer = nullptr;
-        uint32_t stride = 0, pixels = 0;
-        EXPECT_EQ(maker->GetBuffer(width, height, &buffer, &stride, &pixels), 0);
-        (void)FilterChain().Run({}, *frame, source, buffer, stride, pixels, width, height, colours);
-        const PictureView view = LayOut(buffer, stride, {width, height}, pixels);
-        if (colours && format == 8)    // the samples of a JPEG file
-            kernels::ToFullRangeBt601(
-                {view.plane[0], view.plane[1], view.plane[2], view.stride[0], view.stride[1], width, height}, *colours);
+        PictureView view;
+        EXPECT_EQ(maker->GetBuffer({width, height}, view), Status::Ok);
+        source.colours = view.colours = colours;
+        (void)FilterChain().Run({}, *frame, source, view);
+        if (format == 8)    // the samples of a JPEG file
+            kernels::ToFullRangeBt601(view);
         maker->Make();
         return maker;
     }
@@ -61,7 +58,7 @@ struct OnePicture {
     std::vector<test::EncodedPicture> stream;
     std::vector<test::BarePicture> bare;
     test::BarePicture planes;
-    DecodedFrame decoded{};
+    ConstPictureView decoded;
     std::optional<ColourSignal> colours;
 };
 
@@ -89,8 +86,8 @@ TEST(Stills, EachFormat) {
     for (const auto& [width, height, statedWidth, statedHeight] :
          {std::tuple(160, 96, 0u, 0u), {151, 99, 0u, 0u}, {160, 96, 320u, 200u}}) {
         const OnePicture one(width, height, statedWidth, statedHeight);
-        const uint32_t outWidth = statedWidth != 0 ? statedWidth : one.decoded.width;
-        const uint32_t outHeight = statedHeight != 0 ? statedHeight : one.decoded.height;
+        const uint32_t outWidth = statedWidth != 0 ? statedWidth : one.decoded.size.width;
+        const uint32_t outHeight = statedHeight != 0 ? statedHeight : one.decoded.size.height;
         for (uint32_t format = 1; format <= 18; ++format) {
             SCOPED_TRACE(testing::Message() << outWidth << "x" << outHeight << " format " << format);
             ExpectStill(one, &Corvane_GetCurrentSnapShot, kNumbered | format << 16,
@@ -147,14 +144,7 @@ TEST(Stills, ZoomedOnesShowTheSelection) {
         DisplayArea area{0, 0, {{100, 100, 180, 148}}, {}, 0, 0, {}, {}, row.enabled, 0};
         std::ranges::copy(row.zoom, area.zoom.rectangle);
         ASSERT_EQ(Corvane_SetChannelOption(one.client.channel, 11, reinterpret_cast<uint64_t>(&area), 31), Status_Ok);
-        DecodedFrame part = one.decoded;
-        part.width = static_cast<uint32_t>(row.crop[2] - row.crop[0]);
-        part.height = static_cast<uint32_t>(row.crop[3] - row.crop[1]);
-        for (int plane = 0; plane < 3; ++plane) {
-            const uint32_t half = plane == 0 ? 1 : 2;
-            part.planes[plane] += row.crop[1] / static_cast<int>(half) * static_cast<int>(part.strides[plane]) +
-                                  row.crop[0] / static_cast<int>(half);
-        }
+        const ConstPictureView part = one.decoded.Part({row.crop[0], row.crop[1], row.crop[2], row.crop[3]});
         ExpectStill(one, &Corvane_GetZoomedSnapShot, kNumbered | 11 << 16, *one.Wanted(part, 11, 160, 96));
         ExpectStill(one, &Corvane_GetCurrentSnapShot, kNumbered | 11 << 16, *one.Wanted(one.decoded, 11, 160, 96));
         ExpectStill(one, &Corvane_GetZoomedSnapShot, kNumbered | 8 << 16, *one.Wanted(part, 8, 160, 96, 90));
@@ -294,9 +284,9 @@ TEST(Stills, LogoOfAStoppedChannel) {
     EXPECT_EQ(Corvane_GetCurrentSnapShot(client.channel, &picture, kNumbered | 7 << 16), Status_Failed) << "waiting";
 }
 
-// What no stream of a live channel brings: pictures of two planes, and placeholders.
+// Pictures that no stream of a live channel brings: of two planes, and placeholders.
 TEST(Stills, PairsAndPlaceholders) {
-    uint8_t pixels[16 * 12];    // each tells its place; colour in pairs
+    uint8_t pixels[16 * 12];    // the value is the place; colour in pairs
     std::iota(std::begin(pixels), std::end(pixels), uint8_t{0});
     test::ScriptedDecoder::picture = [&](const EncodedUnit&) {
         return DecodedFrame{{pixels, pixels + 16 * 8, nullptr}, {16, 16, 0}, 16, 8, nullptr, nullptr, nullptr, {}};
@@ -368,7 +358,7 @@ TEST(Stills, BesideTheStream) {
         Corvane_SetChannelOption(client.channel, 56, 0, 0);
         Corvane_SetChannelOption(client.channel, value % 2 == 0 ? 17 : 57, value % 4, 0);
         ++value;
-        const std::vector<int> stamps = client.Stamps();    // a worker that comes late drops others
+        const std::vector<int> stamps = client.Stamps();    // a late worker drops others
         return taken > 30 && !stamps.empty() && stamps.back() == 59;
     }));
     EXPECT_TRUE(std::ranges::is_sorted(client.Stamps()));

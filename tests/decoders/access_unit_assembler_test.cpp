@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "base/Limits.h"
+#include "decoders/StartCode.h"
 #include "decoders/VideoDecoderHolder.h"
 #include "support/FieldStream.h"
 #include "support/StreamMaker.h"
@@ -78,76 +80,165 @@ TEST(AccessUnitAssembler, FieldsBecomePictures) {
         }
 }
 
-// Letters are frames: P a picture; S parameter sets, s large ones; E to H what holds no picture, L a large one, X one
-// that is too large to be kept; U what is not known. The units that come of them, each in brackets.
-TEST(AccessUnitAssembler, WhatHoldsNoPictureWaits) {
+// A word is a frame, after k a key frame. With `codes`, the bytes after the start codes of P, S, E, F, G, H: P a
+// picture, S parameter sets, E to H frames without a picture, s and L large ones, X one that is too large to be kept, U
+// an unknown type. Without: S parameter sets, E supplemental data, and slices after s with parameter sets in front, by
+// letter and frame_num: t and b top and bottom fields, m and n the same of no reference, T and B with another parameter
+// set, I and J in IDR pictures; f frames.
+Bytes BytesOf(const std::string& word, const std::string& codes) {
+    const auto isOf = [](char letter, const char* letters) { return std::strchr(letters, letter) != nullptr; };
+    const char last = word.back();
+    if (!codes.empty() || isOf(last, "E")) {
+        const size_t index = std::string("PSEFGHsLX").find(last);
+        const char code = last == 'U' ? '\x7E' : codes.empty() ? '\6' : codes[index < 6 ? index : index == 6 ? 1 : 2];
+        Bytes bytes{0, 0, 1, static_cast<uint8_t>(code), 0xFF, static_cast<uint8_t>(last)};
+        bytes.resize(isOf(last, "sL") ? 40000 : last == 'X' ? 70000 : bytes.size(), 0x55);
+        return bytes;
+    }
+    if (last == 'S')
+        return FieldParameterSets();
+    const char letter = word[word.size() - 2];
+    const bool idr = isOf(letter, "IJ"), field = letter != 'f', reference = !isOf(letter, "mn");
+    BitWriter w;
+    w.Ue(0).Ue(7).Ue(isOf(letter, "TB")).U(4, static_cast<uint64_t>(last - '0')).U(1, field);
+    w.U(field ? 1 : 0, isOf(letter, "bBJn")).U(idr ? 1 : 0, 1).U(!reference ? 0 : idr ? 2 : 1, 0).Se(0);
+    return (isOf('s', word.c_str()) ? FieldParameterSets() : Bytes()) +
+           w.Unit({static_cast<uint8_t>(idr         ? 0x65
+                                        : reference ? 0x61
+                                                    : 0x01)});
+}
+
+// The inputs and bytes of the units of frames, both in decoding order. All units are kept until the last has come,
+// since none may be overwritten. `counts` gets the number of units of each call of backward play, Finish last.
+std::vector<std::pair<FramePtr, Bytes>> UnitsOf(std::vector<FramePtr> frames, bool backward, std::string& counts,
+                                                uint64_t dropped = 0) {
+    AccessUnitAssembler assembler(backward);
+    std::vector<AccessUnitAssembler::Unit> units;
+    const auto take = [&](AccessUnitAssembler::Unit unit) {
+        const size_t before = units.size();
+        for (; unit.input != nullptr; unit = assembler.Next())
+            units.push_back(unit);
+        counts += std::to_string(units.size() - before);
+    };
+    if (backward)
+        std::ranges::reverse(frames);
+    for (const FramePtr& frame : frames) {
+        const bool completes = assembler.Completes(*frame);
+        take(assembler.Add(frame));
+        EXPECT_EQ(completes, !backward && counts.back() == '1' && units.back().input != frame);
+    }
+    take(assembler.Finish());
+    EXPECT_EQ(assembler.Dropped(), dropped);
+    std::vector<std::pair<FramePtr, Bytes>> result;
+    for (const AccessUnitAssembler::Unit& unit : units) {
+        const uint8_t* const end = unit.encoded.data + unit.encoded.size;
+        EXPECT_EQ(std::count(end, end + limits::kPicturePadding, 0), limits::kPicturePadding);
+        EXPECT_EQ(unit.encoded.data == unit.input->Payload(), unit.joined == nullptr) << "one frame is not copied";
+        EXPECT_EQ(unit.encoded.type_or_count, unit.input->Header().frameType);
+        result.insert(backward ? result.begin() : result.end(), {unit.input, {unit.encoded.data, end}});
+    }
+    return result;
+}
+
+TEST(AccessUnitAssembler, BothDirectionsGiveTheSameUnits) {
     const struct {
-        uint32_t streamType;
-        std::string codes;    // behind the start codes of P, S, E, F, G, H
-        const char *frames, *units;
+        const char *frames, *units, *counts;    // units null: the directions differ; counts null: not asked
+        std::string codes = {};
+        uint32_t streamType = CORVANE_STREAM_H264;
     } rows[] = {
-        {CORVANE_STREAM_H264, "\x41\x67\x06\x09\x0C\x0A", "EPFSPGHPP", "[EP][FSP][GHP][P]"},
-        {CORVANE_STREAM_H264, "\x65\x68\x0B\x6E\x0F\x0D", "EFPGHPS", "[EFP][GHP]"},
-        {CORVANE_STREAM_H265, "\x02\x40\x46\x48\x4A\x4C", "SEFGHPP", "[SEFGHP][P]"},
-        {CORVANE_STREAM_H265, "\x2A\x44\x4E\x50\x46\x48", "SEFGHPUP", "[SEFGHP][U][P]"},
-        {CORVANE_STREAM_MPEG4, "\xB6\x20\xB0\xB2\xB3\xB5", "SEFGHPUP", "[SEFGHP][U][P]"},
-        {CORVANE_STREAM_H264, "\x41\x67\x06", "SLELEPsELsSPsLEPSEXP", "[SLEP][sSP][sEP][SEP]"},
+        {"E kP F S P G H P P", "E kP | F S P | G H P | P", nullptr, "\x41\x67\x06\x09\x0C\x0A"},
+        {"E F kP G H P S", "E F kP | G H P", nullptr, "\x65\x68\x0B\x6E\x0F\x0D"},
+        {"S E F G H kP P", "S E F G H kP | P", nullptr, "\x02\x40\x46\x48\x4A\x4C", CORVANE_STREAM_H265},
+        {"S E F G H kP U P", "S E F G H kP | U | P", nullptr, "\x2A\x44\x4E\x50\x46\x48", CORVANE_STREAM_H265},
+        {"S E F G H kP U P", "S E F G H kP | U | P", nullptr, "\xB6\x20\xB0\xB2\xB3\xB5", CORVANE_STREAM_MPEG4},
+        {"S L E L E kP s E L s S P s L E P S E X P", "S L E kP | s S P | s E P | S E P", nullptr, "\x41\x67\x06"},
+        {"kP P kP", "kP | P | kP", "1020", "\x41", CORVANE_STREAM_H263},
+        {"kP P kP P", "kP | P | kP | P", "00202", "\x02", CORVANE_STREAM_H265},    // no parameter sets at all
+        {"S kb3 t3", "S kb3 t3", nullptr},
+        {"S kt0 J0", "", nullptr},
+        {"S kt3 t3", "", nullptr},
+        {"S kt3 b4", "", nullptr},
+        {"S kt3 B3", "S kt3 B3", nullptr},
+        {"S kt3 f3 b3", "S f3", nullptr},
+        {"S kt3 b3 b3", "S kt3 b3", nullptr},
+        {"ksI0 b0 t1 b1 ksI0 b0 t1 b1", "ksI0 b0 | t1 b1 | ksI0 b0 | t1 b1", "000200020"},
+        {"S kI0 b0 t1 b1 S kI0 b0", "S kI0 b0 | t1 b1 | S kI0 b0", "000100002"},
+        {"kS E kI0 b0 E t1 b1 kS kI0 b0", "kS E kI0 b0 | E t1 b1 | kS kI0 b0", "00010000002"},
+        {"kS I0 b0 t1 b1 kS I0 b0", "kS I0 b0 | t1 b1 | kS I0 b0", "000100002"},
+        {"S kI0 E kb0 t1 b1 S kI0 kb0", "S kI0 E kb0 | t1 b1 | S kI0 kb0", "0001000002"},
+        {"ksI0 kb0 t1 b1 ksI0 kb0", "ksI0 kb0 | t1 b1 | ksI0 kb0", "0100020"},
+        {"ksI0 b0 m1 n1 kt1 b1 ksI0 b0", "ksI0 b0 | m1 n1 | kt1 b1 | ksI0 b0", "010010020"},
+        {"S kI0 b0 t1 b1 kI0 b0 t1 b1", "S kI0 b0 | t1 b1 | kI0 b0 | t1 b1", "0000000004"},
+        {"ksI0 E b0 t1 E S b1", "ksI0 E b0 | t1 E S b1", "00000002"},
+        {"ksI0 b0 t1 t2 b2 ksI0 b0", "ksI0 b0 | t2 b2 | ksI0 b0", "01000020"},
+        {"E ksI0 b0 E t1 b1 E ksI0 b0 E t1 b1", "E ksI0 b0 | E t1 b1 | E ksI0 b0 | E t1 b1", "0000002000002"},
+        {"ksI0 b0 b1 ksI0 b0 t1", "ksI0 b0 | ksI0 b0", "0010010"},
+        {"ksf0 kf1 ksf0", "ksf0 | kf1 | ksf0", "1020"},
+        {"ksf0 f1 kE f2", "ksf0 | f1 | kE f2", "00003"},
+        {"f1 f2", nullptr, "000"},                          // without a key frame
+        {"ksI0 ksI0 ksI0 ksI0 ksI0", nullptr, "001110"},    // single fields
+        {"ksf0 E ksf0", nullptr, "1001"},                   // E comes after its unit was complete
     };
     for (const auto& row : rows) {
-        const auto bytesOf = [&](char letter) {
-            const size_t index = std::string("PSEFGH").find(letter == 's'                    ? 'S'
-                                                            : letter == 'L' || letter == 'X' ? 'E'
-                                                                                             : letter);
-            const uint8_t code = index == std::string::npos ? 0x7E : static_cast<uint8_t>(row.codes[index]);
-            Bytes bytes{0, 0, 1, code, 0xFF, static_cast<uint8_t>(letter)};
-            bytes.resize(letter == 's' || letter == 'L' ? 40000 : letter == 'X' ? 70000 : bytes.size(), 0x55);
-            return bytes;
-        };
-        AccessUnitAssembler assembler;
-        std::string units;
-        for (const char* at = row.frames; *at != '\0'; ++at) {
-            const FramePtr frame = MakeFrame(row.streamType, bytesOf(*at), false, 0);
-            const AccessUnitAssembler::Unit unit = assembler.Add(frame);
-            if (unit.input == nullptr)
-                continue;
-            EXPECT_EQ(unit.input, frame);
-            units += '[';
-            for (uint32_t i = 0; i + 5 < unit.encoded.size;) {
-                units += static_cast<char>(unit.encoded.data[i + 5]);
-                i += static_cast<uint32_t>(bytesOf(units.back()).size());
-            }
-            units += ']';
-            for (uint32_t i = 0; i < limits::kPicturePadding; ++i)
-                EXPECT_EQ(unit.encoded.data[unit.encoded.size + i], 0);
-        }
-        EXPECT_EQ(units, row.units) << row.frames;
+        SCOPED_TRACE(row.frames);
+        std::vector<FramePtr> frames;
+        std::istringstream given(row.frames);
+        for (std::string word; given >> word;)
+            frames.push_back(MakeFrame(row.streamType, BytesOf(word, row.codes), word.front() == 'k', 0));
+        std::string calls, counts;
+        const auto forward = UnitsOf(frames, false, calls), backward = UnitsOf(frames, true, counts);
+        EXPECT_TRUE(row.counts == nullptr || counts == row.counts) << counts;
+        if (row.units == nullptr)
+            continue;
+        EXPECT_EQ(backward, forward);
+        std::vector<Bytes> wanted(*row.units != '\0');
+        std::istringstream units(row.units);
+        for (std::string word; units >> word;)
+            word == "|" ? wanted.emplace_back() : wanted.back() = wanted.back() + BytesOf(word, row.codes);
+        EXPECT_TRUE(std::ranges::equal(forward, wanted, {}, &std::pair<FramePtr, Bytes>::second));
     }
 }
 
-// Letters and frame numbers are units: t and b top and bottom fields, T and B with another parameter set, I and J in
-// IDR pictures; f a frame. Of how many each unit of the result is.
-TEST(AccessUnitAssembler, WhichFieldsBelongTogether) {
-    const char* const rows[][2] = {{"t3b3", "2"}, {"b3t3", "2"}, {"I0b0", "2"},   {"t0J0", ""},   {"t3t3", ""},
-                                   {"t3b4", ""},  {"t3B3", "2"}, {"t3f3b3", "1"}, {"t3b3b3", "2"}};
-    for (const auto& [fields, wanted] : rows) {
-        AccessUnitAssembler assembler;
-        assembler.Add(MakeFrame(CORVANE_STREAM_H264, FieldParameterSets(), true, 0));
-        size_t setBytes = FieldParameterSets().size();
-        std::string units;
-        for (const char* at = fields; *at != '\0'; at += 2) {
-            const bool idr = std::strchr("IJ", *at) != nullptr, field = *at != 'f';
-            BitWriter w;
-            w.Ue(0).Ue(7).Ue(std::strchr("TB", *at) != nullptr).U(4, static_cast<uint64_t>(at[1] - '0')).U(1, field);
-            w.U(field ? 1 : 0, std::strchr("bBJ", *at) != nullptr).U(idr ? 1 : 0, 1).U(idr ? 2 : 1, 0).Se(0);
-            const Bytes bytes = w.Unit({static_cast<uint8_t>(idr ? 0x65 : 0x61)});
-            const FramePtr frame = MakeFrame(CORVANE_STREAM_H264, bytes, false, 0);
-            const bool completes = assembler.Completes(*frame);
-            const AccessUnitAssembler::Unit unit = assembler.Add(frame);
-            EXPECT_EQ(completes, unit.input != nullptr && unit.input != frame) << fields;
-            if (unit.input != nullptr)
-                units += static_cast<char>('0' + (unit.encoded.size - std::exchange(setBytes, 0)) / bytes.size());
+// Streams of real encoders, with the first unit of each key frame in a frame of its own: the units are the packets.
+TEST(AccessUnitAssembler, BothDirectionsRestoreRealPackets) {
+    for (const VideoSpec& spec : {VideoSpec{.interlaced = true}, VideoSpec{.streamType = kH265, .bFrames = 2},
+                                  VideoSpec{.streamType = kMpeg4, .interlaced = true}, VideoSpec{.openGop = true}}) {
+        std::vector<FramePtr> frames;
+        std::vector<Bytes> packets;
+        for (const EncodedPicture& packet : MakeVideo(spec)) {
+            const uint8_t* at = packet.bytes.data();
+            const uint8_t* const end = at + packet.bytes.size();
+            if (packet.key) {
+                const uint8_t* const second = AfterStartCode(AfterStartCode(at, end), end) - 3;
+                frames.push_back(MakeFrame(spec.streamType, {at, second}, true, 0));
+                at = second;
+            }
+            frames.push_back(MakeFrame(spec.streamType, {at, end}, packet.key, 0));
+            packets.push_back(packet.bytes);
         }
-        EXPECT_EQ(units, wanted) << fields;
+        std::string counts;
+        for (const bool backward : {false, true})
+            EXPECT_TRUE(
+                std::ranges::equal(UnitsOf(frames, backward, counts), packets, {}, &std::pair<FramePtr, Bytes>::second))
+                << spec.streamType << backward;
+    }
+}
+
+// Without a key frame the newest frames are dropped; older ones can still be decoded when it comes.
+TEST(AccessUnitAssembler, BackwardKeepsNoMoreThanItsBounds) {
+    const struct {
+        size_t frames, size, kept;
+    } rows[] = {{limits::kMaxGopFrames - 1, 20, limits::kMaxGopFrames - 1},
+                {limits::kMaxGopFrames, 20, 0},
+                {3, limits::kMaxGopBytes / 4, 3},
+                {4, limits::kMaxGopBytes / 4, 1}};
+    for (const auto& [count, size, kept] : rows) {
+        Bytes bytes = BytesOf("f1", "");
+        bytes.resize(size, 0x55);
+        std::vector<FramePtr> frames(count + 1, MakeFrame(CORVANE_STREAM_H264, bytes, false, 0));
+        frames[0] = MakeFrame(CORVANE_STREAM_H264, BytesOf("sf1", ""), true, 0);
+        std::string counts;
+        EXPECT_EQ(UnitsOf(frames, true, counts, count - kept).size(), kept + 1);
     }
 }
 

@@ -9,7 +9,7 @@ namespace corvane::test {
 namespace {
 
 // All through one holder, so that the decoder is replaced in between. Samples of the laws as their Recommendation
-// lists them; what does not fit or is no sound loses only itself.
+// lists them; a frame that does not fit or is no sound loses only itself.
 TEST(AudioHolder, LawsBlocksAndShortBuffers) {
     const Bytes mu = {0xFF, 0x00, 0x80, 0xA0}, a = {0xD5, 0x55, 0x2A, 0xAA};
     const std::vector<int16_t> muSamples = {0, -32124, 32124, 7932}, aSamples = {8, -8, -32256, 32256};

@@ -1,4 +1,4 @@
-// What each mistake of a sender is told to be.
+// The outcome that is reported for each mistake of a sender.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,7 +21,7 @@ std::vector<Bytes> Encode(uint32_t type, int width = 320) {
     return frames;
 }
 
-// The one NAL unit of a frame, behind its length.
+// The one NAL unit of a frame, after its length.
 Bytes LengthPrefixed(const Bytes& frame, unsigned width) {
     Bytes out;
     for (unsigned i = width; i-- > 0;)

@@ -59,7 +59,7 @@ bool Ask(FrameThinner& thinner, const Bytes& payload, bool key, uint32_t level, 
 
 constexpr int kOrderOfDropping[] = {7, 3, 5, 1, 6, 2, 4};    // level n drops the first n of these
 
-// The low three bits of the order count of each frame, told by the lowest level that drops it.
+// The low three bits of the order count of each frame, found by the lowest level that drops it.
 TEST(FrameThinner, OrderCounts) {
     const struct {
         const char* name;

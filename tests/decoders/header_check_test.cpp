@@ -1,4 +1,4 @@
-// What units are left out before libavcodec sees them. Every payload ends at a page that cannot be read.
+// The units that are kept from libavcodec. Every payload ends at a page that cannot be read.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -1,5 +1,5 @@
-// Every picture that libavcodec gives comes out, to the bit, and in step with the inputs: whatever the encoder's
-// settings, and whatever is lost on the way.
+// Every picture of libavcodec comes out, equal to the bit, with its own input: with all settings of encoders, and with
+// lost and damaged units.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,7 +17,7 @@ namespace {
 
 using Stream = std::vector<EncodedPicture>;
 
-enum Flags : unsigned { kBehind = 1, kDamaged = 2 };    // behind a stream of the usual size; with damage too
+enum Flags : unsigned { kBehind = 1, kDamaged = 2 };    // after a stream of the usual size; with damage too
 struct Row {
     const char* name;
     unsigned flags;
@@ -135,8 +135,8 @@ TEST(Pairing, EveryEncoderAndThreadCount) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-// A damaged parameter set that asks for a delay of twelve: the next key frame ends it, at the cost of what is held. A
-// stream that asks for it from the first has it, though its groups are shorter.
+// A damaged parameter set that asks for a delay of twelve: the next key frame ends it, at the cost of the held
+// pictures. A stream that asks for it from the first has it, though its groups are shorter.
 TEST(Pairing, ADelayThatDamageMadeEnds) {
     Stream stream = MakeVideo({.frames = 40, .gop = 10, .noVui = true});
     for (const bool always : {false, true}) {
@@ -188,7 +188,7 @@ TEST(Pairing, OneUnitInTenDamaged) {
             EXPECT_LE(result.mispaired, row.spec.noVui ? 1u : 0u);
             EXPECT_GT(result.pictures, stream.size() - 60);
             EXPECT_LT(result.pictures, stream.size() - 5);
-            // What damage leaves of a picture may differ with threads, and in JPEG.
+            // Damaged pictures may differ with threads, and in JPEG.
             EXPECT_GE(result.same, type == kJpeg || threads > 1 ? result.pictures / 2 : result.pictures);
             EXPECT_LT(result.heldBack, threads + 8) << "those without a picture are told as such";
         }

@@ -11,20 +11,21 @@
 #include "decoders/FieldMarker.h"
 #include "decoders/VideoDecoderHolder.h"
 #include "platform/Library.h"
+#include "support/FieldStream.h"
 #include "support/GuardedBytes.h"
 #include "support/StreamMaker.h"
 
 namespace corvane::test {
 namespace {
 
-// What factories and decoders do; one test at a time.
+// The behaviour of factories and decoders; one test at a time.
 enum class Fault { None, Throws, Fails, BadPicture, ShareThrows };    // the rows of a bad picture overlap
 struct Script {
     Fault fault = Fault::None;
     int made = 0;
     uint32_t silentFrom = UINT32_MAX;    // unit from which no picture comes
     uint32_t got = 1;
-    int32_t share = -1;    // what ShareFrame answers
+    int32_t share = -1;    // result of ShareFrame
     bool wholeShare = true;
     int references = 0;
 };
@@ -109,6 +110,9 @@ TEST_F(VideoHolder, ReplacesOnKeyFramesOnly) {
         FramePtr current;
         ASSERT_TRUE(m_holder->CurrentInput(current));
         EXPECT_EQ(current, row.frame);
+        // In backward play a frame without a picture reaches the decoder too, which assembles units by itself.
+        ASSERT_EQ(Decode(MakeFrame(8, FieldParameterSets(), false, 0, 640, 481)), 0);
+        EXPECT_EQ(m_got != 0, row.backward);
         m_holder->Reset(false);
         EXPECT_FALSE(m_holder->CurrentInput(current));
     }
@@ -169,7 +173,7 @@ TEST_F(VideoHolder, SharesWhatItsDecoderShares) {
     EXPECT_EQ(own->ShareFrame(&none, 2), -1);
 }
 
-// What encoders signal, and what counts where they do not; grey and RGB are as the scaler makes them.
+// The colours that encoders signal, and the defaults where they do not; grey and RGB are as the scaler makes them.
 TEST_F(VideoHolder, PicturesCarryTheColoursOfTheirStream) {
     using Matrix = ColourSignal::Matrix;
     const std::pair<VideoSpec, ColourSignal> rows[] = {
@@ -220,7 +224,8 @@ TEST_F(VideoHolder, DropsADecoderThatStopsAnswering) {
     }
 }
 
-// Its sequence lets it hold pictures for their order, so that silence is no answer; what follows is of no known type.
+// The sequence lets it hold pictures for their order, so that no picture is no failure; the units after are of no known
+// type.
 TEST_F(VideoHolder, DropsASoftwareDecoderThatNeverAnswers) {
     const auto stream = MakeVideo({.streamType = CORVANE_STREAM_H265, .frames = 5, .bFrames = 2});
     for (const uint32_t threads : {1u, 4u}) {
@@ -266,17 +271,17 @@ TEST(FieldMarker, FindsTheText) {
         {soi + App2("FL_IL mode") + fill, "--"},
         {soi + App2("FL_IL Mode and more") + fill, "11"},
         {soi + App2("FL_IL Mod") + fill, "--"},
-        {soi + both.substr(0, both.size() - 1), "--"},    // 13 bytes behind it
+        {soi + both.substr(0, both.size() - 1), "--"},    // 13 bytes after it
         {soi + App2("FL_IL Mode") + App2("FM_PG Mode") + fill, "00"},
-        {soi + "\xFF\xDB\0\4ab"s + both, "--"},    // behind a table
-        {soi + "\xFF\xEF\0\2"s + both, "11"},      // behind a length of 2
+        {soi + "\xFF\xDB\0\4ab"s + both, "--"},    // after a table
+        {soi + "\xFF\xEF\0\2"s + both, "11"},      // after a length of 2
         {soi + "\xFF\xE0\xFF\xFF"s + both, "--"},
         {"\xFF\xD9"s + both, "--"},
         {soi + "\xFF\xE3\0\14FL_IL Mode"s + fill, "--"},    // another segment
         {start + user + "FL_IL Mode", "11"},
         {start + "x" + user + "FL_IL Mod", "--"},
         {start + "xyz\0"s + user + "FM_PG Mode" + fill, "00"},
-        {start + "\0\0\1\xB5"s + user + "FL_IL Mode", "--"},    // behind the visual object
+        {start + "\0\0\1\xB5"s + user + "FL_IL Mode", "--"},    // after the visual object
         {start + user + "something else" + user + "FL_IL Mode", "--"},
         {"\0\0\1\xB6\xF5"s + user + "FL_IL Mode", "--"},
     };
@@ -290,8 +295,8 @@ TEST(FieldMarker, FindsTheText) {
                 if (size < row.payload.size())
                     continue;
                 const auto wanted = [&](char mark) { return mark == '-' ? before : mark == '1'; };
-                EXPECT_EQ(marks.field_l_mode, wanted(row.marks[0])) << &row - rows;
-                EXPECT_EQ(marks.interlaced_mode, wanted(row.marks[1])) << &row - rows;
+                EXPECT_EQ(marks.fieldLMode, wanted(row.marks[0])) << &row - rows;
+                EXPECT_EQ(marks.interlacedMode, wanted(row.marks[1])) << &row - rows;
             }
 }
 
@@ -327,7 +332,7 @@ TEST_F(VideoHolder, CarriesTheLensRecordOfTheLatestKeyFrame) {
     }
 }
 
-// In C, really loaded.
+// In C, loaded from a file.
 TEST(Plugin, PlainCObjectDecodesBehindTheHolder) {
     Library library;
     ASSERT_TRUE(library.Open(PLAIN_C_DECODER));

@@ -1,4 +1,4 @@
-// Every pair of callback and export: it completes with its status, or is refused at once; nothing hangs.
+// Every pair of callback and export: the call completes with its status, or is refused at once; none hangs.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -85,7 +85,7 @@ void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
     });
     EXPECT_TRUE(finished);
     if (!finished)
-        std::abort();    // a hang: what follows would hang as well
+        std::abort();    // a hang: the next test would hang as well
     EXPECT_EQ(trial.status, trial.onOther ? trial.call.onOther : trial.call.onOwn);
     // The channel goes on: it takes a frame, and ends.
     EXPECT_NE(feed(own), Status_Failed);
@@ -109,7 +109,7 @@ TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
             }
 }
 
-// Two callbacks, each of which ends what the other belongs to: one is refused, nobody hangs.
+// Two callbacks, each of which ends the channel or instance of the other: one is refused, none hangs.
 TEST(Callbacks, CallbacksThatEndEachOther) {
     struct Side {
         void *instance = nullptr, *channel = nullptr;
@@ -176,7 +176,7 @@ TEST(Callbacks, CallbacksThatEndEachOther) {
             ASSERT_EQ(Corvane_InputEncodedMediaFrame(channel, &header), Status_Ok);
         if (!Eventually([&] { return sides[0].status != 0xDEAD && sides[1].status != 0xDEAD; })) {
             ADD_FAILURE() << "a hang";
-            std::abort();    // what follows would hang as well
+            std::abort();    // the next test would hang as well
         }
         EXPECT_NE(sides[0].status == Status_Failed, sides[1].status == Status_Failed);
         EXPECT_NE(sides[0].status == Status_Ok, sides[1].status == Status_Ok);
@@ -243,7 +243,7 @@ TEST(Callbacks, ReleaseBesideCreationAndStills) {
 std::atomic<int> infos[2], texts[2];    // of the instance, of the channel
 std::atomic<void*> contexts[2];         // that the channel's last got
 
-// What an instance gives its channels where they bring nothing of their own.
+// Callbacks and contexts of an instance, for channels without their own.
 TEST(Callbacks, OfAnInstanceAndOfAChannel) {
     test::XServer server;
     test::XClient client(server.Display());

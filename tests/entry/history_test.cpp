@@ -22,7 +22,7 @@ struct Registration {
 
     void Call(int64_t number) {
         ++calls;
-        std::this_thread::sleep_for(std::chrono::microseconds(200));    // time for a setter that does not wait
+        std::this_thread::sleep_for(std::chrono::microseconds(200));    // the thread that ends it waits meanwhile
         faults += ended ? 1 : 0;
         faults += number >= 0 && last.exchange(number) >= number ? 1 : 0;
     }

@@ -1,4 +1,4 @@
-// What the library does to its host: nothing.
+// The library changes nothing in its host's process.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <locale.h>

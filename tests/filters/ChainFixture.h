@@ -6,8 +6,10 @@
 #include <random>
 #include <vector>
 
+#include "base/PictureLayout.h"
 #include "filters/FakeTessaro.h"
 #include "filters/FilterChain.h"
+#include "filters/FilterPicture.h"
 #include "platform/Library.h"
 #include "support/GuardedBytes.h"
 #include "support/StreamMaker.h"
@@ -20,11 +22,12 @@ using QMRX::Filter::Picture;
 
 // A picture with memory of its own, zeros at first, laid out as the library lays out what it allocates.
 struct Image {
-    Image(uint32_t imageWidth, uint32_t imageHeight, uint32_t image_format)
-        : width(imageWidth), height(imageHeight), format(image_format), stride(RowBytes(format, width)) {
+    Image(uint32_t imageWidth, uint32_t imageHeight, uint32_t imageFormat)
+        : width(imageWidth), height(imageHeight), format(imageFormat) {
         if (!memory.Allocate(PictureBytes(format, width, height)))
             throw std::bad_alloc();
-        FillPicture(picture, memory.Data(), stride, height, format);
+        view = LayOut(memory.Data(), RowBytes(format, width), {width, height}, format);
+        picture = RecordOf(view);
     }
 
     // The samples that show, plane by plane in the order of `picture`, without the ends of rows. Planes at half size
@@ -41,8 +44,9 @@ struct Image {
         return bytes;
     }
 
-    uint32_t width, height, format, stride;
+    uint32_t width, height, format;
     AlignedBuffer memory;
+    PictureView view;
     Picture picture{};
 };
 
@@ -59,51 +63,43 @@ inline TessaroImage ImageOf(const Picture& picture, uint32_t width, uint32_t hei
 // cannot be read follows their last samples (`aligned`: within 63 bytes), or with an odd seed lies in front of the
 // first.
 struct Decoded {
-    Decoded(uint32_t width, uint32_t height, bool nv12, uint32_t seed = 2, bool aligned = true) {
+    Decoded(uint32_t width, uint32_t height, bool nv12, uint32_t seed = 2, bool aligned = true)
+        : view{.size = {width, height}, .format = nv12 ? uint32_t{PF_NV12} : uint32_t{PF_I420}} {
         std::mt19937 random(seed);
-        frame.width = width;
-        frame.height = height;
-        for (int i = 0; i < (nv12 ? 2 : 3); ++i) {
+        for (int i = 0; i < view.PlaneCount(); ++i) {
             const uint32_t row = i == 0 ? width : (width + 1) / 2 * (nv12 ? 2 : 1);
             const uint32_t rows = i == 0 ? height : (height + 1) / 2;
-            frame.strides[i] = aligned ? (row + 63) / 64 * 64 + 32 : row;
-            std::vector<uint8_t> bytes(size_t{frame.strides[i]} * (rows - 1) + row);
+            const uint32_t stride = aligned ? (row + 63) / 64 * 64 + 32 : row;
+            std::vector<uint8_t> bytes(size_t{stride} * (rows - 1) + row);
             for (uint32_t at = 0; at < row * rows; ++at)
-                bytes[at / row * frame.strides[i] + at % row] = static_cast<uint8_t>(random());
+                bytes[at / row * stride + at % row] = static_cast<uint8_t>(random());
             memory.push_back(std::make_unique<GuardedBytes>(
                 bytes, seed % 2 == 0 ? GuardedBytes::At::End : GuardedBytes::At::Begin, aligned ? 64 : 1));
-            frame.planes[i] = memory.back()->Data();
-            picture.plane[i] = frame.planes[i];
-            picture.stride[i] = static_cast<int32_t>(frame.strides[i]);
+            view.plane[i] = memory.back()->Data();
+            view.stride[i] = stride;
         }
-        picture.height = height;
-        picture.format = nv12 ? uint32_t{PF_NV12} : uint32_t{PF_I420};
+        picture = RecordOf(view);
     }
 
     std::vector<std::unique_ptr<GuardedBytes>> memory;
-    DecodedFrame frame{};
+    PictureView view;
     Picture picture{};
 };
 
-inline FramePtr VideoFrame(bool lens = false, uint64_t first_lens_value = 1) {
+inline FramePtr VideoFrame(bool lens = false, uint64_t firstLensValue = 1) {
     const FramePtr frame = MakeFrame(CORVANE_STREAM_H264, {}, true, 0);
-    LensRecord lens_record;
-    lens_record.values[0] = first_lens_value;
+    LensRecord lensRecord;
+    lensRecord.values[0] = firstLensValue;
     if (lens)
-        frame->SetLensRecord(lens_record);
+        frame->SetLensRecord(lensRecord);
     return frame;
-}
-
-inline int32_t RunInto(Image& to, FilterChain& chain, const ChainSettings& settings, const MediaFrameImpl& frame,
-                       const DecodedFrame& decoded) {
-    return chain.Run(settings, frame, decoded, to.memory.Data(), to.stride, to.format, to.width, to.height).status;
 }
 
 // The switches of the Tessaro.so beside this program; null when there is none.
 inline TessaroControl* Tessaro() {
     static Library library;
     [[maybe_unused]] static const bool open = library.Open("Tessaro.so");
-    return library.Find<TessaroControl>("tessaro_control");
+    return library.Find<TessaroControl>("tessaroControl");
 }
 
 }    // namespace corvane::test

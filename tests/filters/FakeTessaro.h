@@ -24,10 +24,10 @@ inline void FakeDewarp(const TessaroImage& input, const TessaroImage& output, ui
     for (int plane = 0; plane < 3; ++plane) {
         const uint32_t shift = plane == 0 ? 0 : 1;
         for (uint32_t y = 0; y < output.height >> shift; ++y) {
-            const uint32_t from_y = y * (input.height >> shift) / (output.height >> shift);
+            const uint32_t fromY = y * (input.height >> shift) / (output.height >> shift);
             for (uint32_t x = 0; x < output.width >> shift; ++x) {
-                const uint32_t from_x = x * (input.width >> shift) / (output.width >> shift);
-                const uint8_t sample = input.plane[plane][from_y * input.stride[plane] + from_x];
+                const uint32_t fromX = x * (input.width >> shift) / (output.width >> shift);
+                const uint8_t sample = input.plane[plane][fromY * input.stride[plane] + fromX];
                 output.plane[plane][y * output.stride[plane] + x] = static_cast<uint8_t>(sample + addend);
             }
         }

@@ -126,16 +126,16 @@ void CheckCase(const Case& c, FilterChain& chain, uint32_t seed) {
     FilterChain fresh;
     fresh.UpdateDewarp(*frame);
     chain.UpdateDewarp(*frame);
-    ASSERT_EQ(chain.PreferredFormat(settings, *frame, decoded.frame),
+    ASSERT_EQ(chain.PreferredFormat(settings, *frame, decoded.view),
               c.nv12 && !c.OnlyI420() ? uint32_t{PF_NV12} : uint32_t{PF_I420});
-    ASSERT_EQ(RunInto(again, fresh, settings, *frame, decoded.frame), result);
-    ASSERT_EQ(RunInto(to, chain, settings, *frame, decoded.frame), result);
+    ASSERT_EQ(fresh.Run(settings, *frame, decoded.view, again.view).status, result);
+    ASSERT_EQ(chain.Run(settings, *frame, decoded.view, to.view).status, result);
     ASSERT_TRUE(to.Visible() == wanted && again.Visible() == wanted);
     ASSERT_EQ(chain.ScratchBytes(), fresh.ScratchBytes());
     ASSERT_TRUE(c.format != PF_YV12 || to.picture.plane[2] < to.picture.plane[1]) << "V comes first in memory";
     const bool passes = !c.Deinterlaces() && !c.dewarp && !c.Resizes() && c.filters == 0;
     ASSERT_TRUE(!passes || chain.ScratchBytes() == 0) << "a copy needs none";
-    ASSERT_EQ(chain.PassesThrough(settings, *frame, decoded.frame, c.targetWidth, c.targetHeight), passes);
+    ASSERT_EQ(chain.PassesThrough(settings, *frame, decoded.view, {c.targetWidth, c.targetHeight}), passes);
 }
 
 // Each path, and then one of odd sizes: what stays unwritten of those, and the result that says so, are as in the plain
@@ -182,20 +182,19 @@ TEST(FilterChain, FailingStepsAndHostilePictures) {
         first.calls = second.calls = third.calls = 0;
         second.throws = throws;
         second.result = result;
-        EXPECT_EQ(RunInto(to, chain, settings, *frame, decoded.frame), wanted);
+        EXPECT_EQ(chain.Run(settings, *frame, decoded.view, to.view).status, wanted);
         EXPECT_EQ(first.calls * 100 + second.calls * 10 + third.calls, wanted == 0 ? 111 : 110);
     }
-    EXPECT_EQ(chain.Run({}, *frame, decoded.frame, to.memory.Data(), to.stride, 18, 32, 24).status, -1);    // no format
-    DecodedFrame hostile = decoded.frame;
-    hostile.planes[1] = nullptr;
-    EXPECT_EQ(RunInto(to, chain, {}, *frame, hostile), -1);
-    for (const auto& [width, height] : {std::pair{0u, 24u}, {32u, 0u}, {16385u, 1u}, {16384u, 4097u}}) {
-        EXPECT_EQ(chain.Run({}, *frame, decoded.frame, to.memory.Data(), to.stride, PF_I420, width, height).status, -1);
-        hostile = decoded.frame;
-        hostile.width = width;
-        hostile.height = height;
-        EXPECT_EQ(RunInto(to, chain, {}, *frame, hostile), -1) << width << "x" << height;
+    std::vector<std::pair<ConstPictureView, PictureView>> refused(3, {decoded.view, to.view});
+    refused[0].second.format = 18;    // there is none
+    refused[1].first.plane[1] = nullptr;
+    refused[2].first.stride[0] = int64_t{1} << 31;    // more than a record of filter.h holds
+    for (const PictureSize size : {PictureSize{0, 24}, {32, 0}, {16385, 1}, {16384, 4097}}) {
+        refused.emplace_back(decoded.view, to.view).first.size = size;
+        refused.emplace_back(decoded.view, to.view).second.size = size;
     }
+    for (const auto& [from, into] : refused)
+        EXPECT_EQ(chain.Run({}, *frame, from, into).status, -1) << from.size.width << " to " << into.size.width;
 }
 
 TEST(Tessaro, SizesAndFailures) {
@@ -221,11 +220,11 @@ TEST(Tessaro, SizesAndFailures) {
     };
     for (const auto& row : rows) {
         control = row.does;
-        uint32_t width = 64, height = 48;
-        EXPECT_EQ(chain.OutputSize(&width, &height), row.sizeResult) << row.name;
-        EXPECT_EQ(std::pair(width, height), row.sizeResult == 0 ? std::pair(32u, 20u) : std::pair(64u, 48u));
-        Image to(width, height, PF_YV12);
-        EXPECT_EQ(RunInto(to, chain, {}, *VideoFrame(), Decoded(64, 48, false).frame), row.runResult) << row.name;
+        PictureSize size{64, 48};
+        EXPECT_EQ(chain.OutputSize(size), row.sizeResult) << row.name;
+        EXPECT_EQ(size, row.sizeResult == 0 ? (PictureSize{32, 20}) : (PictureSize{64, 48}));
+        const Image to(size.width, size.height, PF_YV12);
+        EXPECT_EQ(chain.Run({}, *VideoFrame(), Decoded(64, 48, false).view, to.view).status, row.runResult) << row.name;
         EXPECT_EQ(control.framesEnded, row.framesEnded) << row.name;
     }
     control = TessaroControl();

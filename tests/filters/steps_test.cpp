@@ -127,7 +127,7 @@ TEST(FormatChange, EveryFormat) {
 
 int32_t Scale(FilterResize& resize, const Decoded& from, Picture& to, uint32_t width, uint32_t height) {
     resize.SetSize(width, height);
-    FilterArgs args{&from.picture, &to, from.frame.width, from.frame.height};
+    FilterArgs args{&from.picture, &to, from.view.size.width, from.view.size.height};
     return resize.Process(&args);
 }
 
@@ -186,15 +186,14 @@ TEST(FilterResize, StaysInsideThePicture) {
         const uint32_t fromHeight = run / 8 % 2 == 0 ? 21 : 1;
         const Bytes zeros(size_t{row} * height + row * (height / 2), 0);
         const GuardedBytes guarded(zeros.data(), zeros.size());
-        Picture to;
-        FillPicture(to, guarded.Data(), row, height, nv12 ? PF_NV12 : PF_I420);
+        Picture to = RecordOf(LayOut(guarded.Data(), row, {width, height}, nv12 ? PF_NV12 : PF_I420));
         to.plane[2] = nv12 ? nullptr : to.plane[1] + size_t{row / 2} * (height / 2);
         FilterResize resize;
         resize.SetType(run / 2 % 4);
         const Decoded from(33, fromHeight, nv12);
         for (int i = 0; i < (nv12 ? 2 : 3); ++i)    // the samples that count; the row behind them does not
             for (uint32_t y = 0; y < (i == 0 ? fromHeight : fromHeight / 2); ++y)
-                std::memset(from.frame.planes[i] + y * from.frame.strides[i], 200, nv12 || i == 0 ? 33 + i : 17);
+                std::memset(from.view.plane[i] + y * from.view.stride[i], 200, nv12 || i == 0 ? 33 + i : 17);
         ASSERT_EQ(Scale(resize, from, to, width, height), 0);
         for (int i = 0; i < (nv12 ? 2 : 3); ++i) {
             const uint32_t columns = i == 0 ? width : width / 2 * (nv12 ? 2 : 1);
@@ -212,10 +211,10 @@ TEST(Rotate, OutputSize) {
         {-450, 1920, 1080, 1080, 1920}, {180, 101, 51, 102, 52}, {45, 100, 100, 142, 142},
         {30, 200, 100, 222, 186},       {45, 1, 1, 2, 2},        {10, 1u << 31, 480, 0, 0}};
     for (const auto& [angle, width, height, outWidth, outHeight] : rows) {
-        uint32_t w = 7, h = 7;
-        RotateFilter(angle).OutputSize(static_cast<uint32_t>(width), static_cast<uint32_t>(height), &w, &h);
-        EXPECT_EQ(std::pair(w, h), std::pair(static_cast<uint32_t>(outWidth), static_cast<uint32_t>(outHeight)))
-            << angle;
+        const auto size = [](double w, double h) {
+            return PictureSize{static_cast<uint32_t>(w), static_cast<uint32_t>(h)};
+        };
+        EXPECT_EQ(RotateFilter(angle).OutputSize(size(width, height)), size(outWidth, outHeight)) << angle;
     }
 }
 
@@ -228,26 +227,28 @@ TEST(Rotate, EveryPixelComesFromItsPlace) {
         const bool planar = format == PF_YV12, whole = std::fmod(angle, 90) == 0;
         RotateFilter filter(33);
         filter.SetAngle(angle);
-        uint8_t* buffer = nullptr;
-        uint32_t step = 0, outWidth = 0, outHeight = 0;
-        ASSERT_EQ(filter.Allocate(width, height, format, &buffer, &step), 0);
-        filter.OutputSize(width, height, &outWidth, &outHeight);
-        const uint32_t outStep = RowBytes(format, outWidth), bytes = planar ? 1 : 3;
+        const PictureView lent = filter.Lend({width, height}, format);
+        ASSERT_TRUE(lent);
+        const auto [outWidth, outHeight] = filter.OutputSize({width, height});
+        const uint32_t bytes = planar ? 1 : 3;
         const GuardedBytes out(std::vector<uint8_t>(PictureBytes(format, outWidth, outHeight), 77));
-        Picture from, to;
-        FillPicture(from, buffer, step, height, format);
-        FillPicture(to, out.Data(), outStep, outHeight, format);
+        PictureView room = LayOut(out.Data(), RowBytes(format, outWidth), {outWidth, outHeight}, format);
+        const bool flipped = format == PF_BGR24_FLIP;
+        const Picture from = RecordOf(flipped ? lent.Reversed() : lent);    // as rows lie
+        const Picture to = RecordOf(flipped ? room.Reversed() : room);
         for (int plane = 0; plane < (planar ? 3 : 1); ++plane)
             for (int at = 0, row = from.stride[plane]; at < static_cast<int>(height) / (plane > 0 ? 2 : 1) * row;
                  ++at) {
                 const int i = at % row, unit = static_cast<int>(bytes), slope = i / unit + i % unit * 10 + at / row * 2;
                 from.plane[plane][at] = static_cast<uint8_t>((whole ? at * 7 + at / 251 : slope) + 20 * plane);
             }
-        filter.Rotate(out.Data(), outStep, PF_BGR24, outWidth, outHeight);    // another format: nothing
+        PictureView other = room;
+        other.format = planar ? PF_NV12 : PF_BGRA32;
+        filter.Rotate(other);    // nothing
         EXPECT_EQ(out.Data()[0], 77);
-        filter.Rotate(out.Data(), outStep, format, outWidth, outHeight);
-        ASSERT_EQ(filter.Allocate(width, height, format, &buffer, &step), 0);    // the same keeps its picture
-        const double turn = (format == PF_BGR24_FLIP ? -angle : angle) * std::numbers::pi / 180;    // as rows lie
+        filter.Rotate(room);
+        ASSERT_EQ(filter.Lend({width, height}, format).plane[0], lent.plane[0]);    // the same keeps its picture
+        const double turn = (flipped ? -angle : angle) * std::numbers::pi / 180;    // as rows lie
         const double s = std::sin(turn), c = std::cos(turn);
         for (int plane = 0; plane < (planar ? 3 : 1); ++plane) {
             const uint32_t half = plane > 0 ? 2 : 1, row = outWidth / half * bytes;
@@ -278,12 +279,9 @@ TEST(Rotate, EveryPixelComesFromItsPlace) {
 
 TEST(Rotate, Refusals) {
     RotateFilter filter(33);
-    uint8_t* buffer = nullptr;
-    uint32_t stride = 0;
     for (const uint32_t format : {0u, 3u, 9u, 15u, 17u, uint32_t{PF_NV12}})
-        EXPECT_EQ(filter.Allocate(64, 48, format, &buffer, &stride), -1) << format;
-    EXPECT_EQ(filter.Allocate(0, 48, PF_I420, &buffer, &stride), -1);
-    EXPECT_EQ(filter.Allocate(16384, 4097, PF_I420, &buffer, &stride), -1);
+        EXPECT_FALSE(filter.Lend({64, 48}, format)) << format;
+    EXPECT_FALSE(filter.Lend({0, 48}, PF_I420) || filter.Lend({16384, 4097}, PF_I420));
 }
 
 }    // namespace

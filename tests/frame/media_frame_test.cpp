@@ -37,7 +37,7 @@ std::vector<Bytes> Heads() {
     return heads;
 }
 
-// Up to three entries, one in four with another number of bytes behind it than it says.
+// Up to three entries, one in four followed by another number of bytes than it states.
 Bytes RandomEntries(std::mt19937& random, const std::vector<Bytes>& heads, size_t first) {
     Bytes entries;
     for (size_t left = 1 + random() % 3, at = first; left > 0; --left, at = random() % heads.size()) {
@@ -81,14 +81,14 @@ void NoteFields(Digest& digest, const FrameExtension& e) {
     digest.NoteEach(std::span(e.blob.get(), e.blobLength));
 }
 
-// What comes of areas that end in front of a page that cannot be read, of streams of all types: the fields, or that
-// they end too early. The digests were taken while scripts that were worked out by hand gave what they had to.
+// Areas that end in front of a page that cannot be read, of streams of all types: their fields, or that they end too
+// early. The digests were taken while scripts worked out by hand gave the required results.
 TEST(FrameExtension, AnswersStayTheSame) {
     constexpr uint64_t kDigests[] = {// of three first entries each
                                      0xD7E4C764C14DF1D2, 0x887651F186050E69, 0xA6A55C22274ADCC8, 0xB6A3055348896DF8,
                                      0x9BDF18802024AD56, 0x3E1874E48286836C, 0x6EC408E4EF658DF9, 0x0A524F9C398D192B,
                                      0x398A6DAC1BEB78AF, 0x0BE3B3E505FC2F4B, 0x907A2DD0CB13EA77};
-    // Three presence bits, each with 48 set bits behind it when it is set, and five set bits: none is an entry's.
+    // Three presence bits, each followed by 48 set bits when it is set, and five set bits: none is an entry's.
     const Bytes optional[] = {{0x1F}, Bytes{0x7F} + Bytes(5, 0xFF) + Bytes{0xDF}, Bytes(19, 0xFF)};
     const std::vector<Bytes> heads = Heads();
     Digest digest;
@@ -168,11 +168,11 @@ TEST(MediaFrame, BlockHoldsACopyOfEverything) {
         }
 }
 
-// Only as much of the caller's record is read as it says; the rest counts as zero.
+// Only the stated size of the caller's record is read; the rest counts as zero.
 TEST(MediaFrame, RecordSizes) {
     const struct {
         uint32_t stated, readable;
-        bool extension, stream_time, objects;
+        bool extension, streamTime, objects;
     } rows[] = {{0, 176, true, false, false},   {176, 176, true, false, false}, {132, 136, true, false, false},
                 {16, 136, false, false, false}, {256, 256, true, true, false},  {UINT32_MAX, 264, true, true, true}};
     const uint8_t extension[] = {0, 0, 0, 0, 107, 4, 1, 2, 3, 4};
@@ -189,7 +189,7 @@ TEST(MediaFrame, RecordSizes) {
         const MediaFrameImpl frame(*reinterpret_cast<const MediaFrameHeader*>(guarded.Data()));
         EXPECT_EQ(frame.Header().recordSize, 264u);
         EXPECT_EQ(frame.DecodedWidth(), row.extension ? 0x102u : 0u) << row.stated;
-        EXPECT_EQ(TimeMs(frame), row.stream_time ? 7000 : 0) << row.stated;
+        EXPECT_EQ(TimeMs(frame), row.streamTime ? 7000 : 0) << row.stated;
         EXPECT_EQ(frame.Header().objects != nullptr, row.objects) << row.stated;
     }
 }

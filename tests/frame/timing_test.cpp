@@ -24,7 +24,7 @@ FramePtr Frame(char letter, int64_t timeMs) {
     return MakeFrame(type, {}, letter != 'v' && letter != 'm', timeMs);    // audio says that it is a key frame as well
 }
 
-// One word of a script, and what came of it. Letters of frames (K key video, v video, p key placeholder, a audio, m
+// One word of a script, and its result. Letters of frames (K key video, v video, p key placeholder, a audio, m
 // metadata, u unknown) push one of that time.
 int64_t Do(JitterQueue& queue, char letter, int64_t number) {
     const std::map<char, std::function<int64_t()>> calls = {
@@ -83,7 +83,7 @@ TEST(JitterQueue, Scripts) {
     EXPECT_TRUE(queue.Push(Frame('m', 0)));
 }
 
-// Frames that come in at the given times of the stream and of the clock, and what each is told.
+// Frames at the given times of the stream and of the clock, and the result for each.
 TEST(PaceClock, Rules) {
     struct Step {
         int64_t tMs, nowUs, toldMs;

@@ -32,18 +32,30 @@ using At = test::GuardedBytes::At;
 
 struct Sources {
     Sources(uint32_t width, uint32_t height, uint32_t gap, Fill fill, At at, uint32_t seed)
-        : y(width, height, gap, fill, seed, at),
+        : size{width, height},
+          y(width, height, gap, fill, seed, at),
           u((width + 1) / 2, (height + 1) / 2, gap, fill, seed + 1, at),
           v((width + 1) / 2, (height + 1) / 2, 2 * gap, fill, seed + 2, at),
           uv((width + 1) / 2 * 2, (height + 1) / 2, 3 * gap, fill, seed + 3, at) {}
-    Source420 In(bool planar) {
-        return planar ? Source420{y.Data(), u.Data(), v.Data(), y.Step(), u.Step(), v.Step()}
-                      : Source420{y.Data(), uv.Data(), nullptr, y.Step(), uv.Step(), 0};
+    PictureView View(bool planar, const std::optional<ColourSignal>& colours = {}) {
+        if (planar)
+            return {{y.Data(), u.Data(), v.Data()}, {y.Step(), u.Step(), v.Step()}, size, PF_I420, colours};
+        return {{y.Data(), uv.Data()}, {y.Step(), uv.Step()}, size, PF_NV12, colours};
     }
+    PictureSize size;
     SourcePlane y, u, v, uv;
 };
 
-constexpr uint8_t kFourth = 0x5A;    // of pixels with a byte to spare
+PictureView To(PoisonedPlane& plane, uint32_t width, uint32_t height, uint32_t format) {
+    return {{plane.Data()}, {plane.Step()}, {width, height}, format};
+}
+
+// To RGB of any format, with 0x5A in bytes to spare.
+int32_t ToRgb(bool plain, const ConstPictureView& from, const PictureView& to, bool streaming = false) {
+    if (PixelBytes(to.format) == 2)
+        return (plain ? &ref::YUVToRGB16 : &YUVToRGB16)(from, to);
+    return (plain ? &ref::YCbCrToRGB : &YCbCrToRGB)(from, to, {0x5A, streaming});
+}
 
 // One kernel in both forms, into one plane of `pixelBytes` a pixel.
 struct Kernel {
@@ -52,36 +64,27 @@ struct Kernel {
 };
 
 std::vector<Kernel> Kernels() {
-    static constexpr const ColourMatrix* kMatrix = &MatrixOf({ColourSignal::Matrix::Bt2020, false});
     std::vector<Kernel> kernels;
     const auto add = [&](uint32_t pixelBytes, auto run) { kernels.push_back({pixelBytes, run}); };
-    for (const bool planar : {true, false})
-        for (const bool flag : {false, true}) {
-            for (const uint32_t bytes : {3u, 4u, 3u | 8u, 4u | 8u})    // 8: by a matrix
-                add(bytes & 7, [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
-                    const auto convert = plain ? &ref::YCbCrToRGB : &YCbCrToRGB;
-                    return convert(s.In(planar), out.Data(), out.Step(), w, h,
-                                   {bytes & 7, flag, kFourth, false, (bytes & 8) != 0 ? kMatrix : nullptr});
+    constexpr ColourSignal kSignal{ColourSignal::Matrix::Bt2020, false};
+    for (const bool planar : {true, false}) {
+        for (const auto& colours : {std::optional<ColourSignal>(), std::optional(kSignal)})
+            for (const uint32_t format :
+                 {PF_BGR24, PF_RGB24, PF_BGRA32, PF_RGBA32, PF_RGB555, PF_RGB565, PF_BGR555, PF_BGR565})
+                add(PixelBytes(format), [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+                    PictureView to = To(out, w, h, format);
+                    if (PixelBytes(format) == 2)    // words begin at even addresses
+                        to.plane[0] -= reinterpret_cast<uintptr_t>(to.plane[0]) & 1;
+                    return ToRgb(plain, s.View(planar, colours), to);
                 });
-            // Words begin at even addresses; the step is in words.
-            for (const uint32_t green : {5u, 6u, 5u | 8u, 6u | 8u})
-                add(2, [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
-                    const auto convert = plain ? &ref::YUVToRGB16 : &YUVToRGB16;
-                    const uintptr_t odd = reinterpret_cast<uintptr_t>(out.Data()) & 1;
-                    auto* const words = reinterpret_cast<uint16_t*>(out.Data() - odd);
-                    return convert(s.In(planar), words, out.Step() / 2, w, h,
-                                   {green & 7, flag, (green & 8) != 0 ? kMatrix : nullptr});
-                });
-            add(2, [=](bool plain, Sources& sources, PoisonedPlane& out, uint32_t w, uint32_t h) {
-                const Source420 s = sources.In(planar);
-                if (!plain && !planar)
-                    return (flag ? NV12ToUYVY : NV12ToYUY2)(s.y, s.yStep, s.u, s.uStep, out.Data(), out.Step(), w, h);
-                if (plain)
-                    return ref::ToPacked(s.y, s.yStep, s.u, s.uStep, s.v, s.vStep, out.Data(), out.Step(), w, h, flag);
-                const auto convert = flag ? PlanarToUYVY : PlanarToYUY2;
-                return convert(s.y, s.yStep, s.u, s.uStep, s.v, s.vStep, out.Data(), out.Step(), w, h);
+        for (const uint32_t format : {PF_YUY2, PF_UYVY})
+            add(2, [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
+                const auto convert = plain               ? &ref::ToPacked
+                                     : format == PF_YUY2 ? (planar ? &PlanarToYUY2 : &NV12ToYUY2)
+                                                         : (planar ? &PlanarToUYVY : &NV12ToUYVY);
+                return convert(s.View(planar), To(out, w, h, format));
             });
-        }
+    }
     for (const uint32_t weight : {0u, 1u, 128u, 256u, 999u})
         add(1, [=](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
             if (!plain)
@@ -101,16 +104,16 @@ std::vector<Kernel> Kernels() {
     add(4, [](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
         uint8_t *const u = out.Data() + 2 * w, *const v = u + w;
         if (!plain)
-            return NV12ToI420(s.y.Data(), s.y.Step(), s.uv.Data(), s.uv.Step(), out.Data(), out.Step(), u,
-                              2 * out.Step(), v, out.Step(), w, h);
+            return NV12ToI420(s.View(false),
+                              {{out.Data(), u, v}, {out.Step(), 2 * out.Step(), out.Step()}, {w, h}, PF_I420});
         for (uint32_t y = 0; y < h / 2; ++y)
             ref::SplitRow(s.uv.Row(y), out.Row(2 * y) + 2 * w, out.Row(y) + 3 * w, (w + 1) / 2);
         return ref::PlaneCopy(s.y.Data(), s.y.Step(), out.Data(), out.Step(), w, h);
     });
     add(4, [](bool plain, Sources& s, PoisonedPlane& out, uint32_t w, uint32_t h) {
         if (!plain)
-            return I420ToNV12(s.y.Data(), s.y.Step(), s.u.Data(), s.u.Step(), s.v.Data(), s.v.Step(), out.Data(),
-                              out.Step(), out.Data() + 2 * w, 2 * out.Step(), w, h);
+            return I420ToNV12(s.View(true),
+                              {{out.Data(), out.Data() + 2 * w}, {out.Step(), 2 * out.Step()}, {w, h}, PF_NV12});
         ref::PlaneCopy(s.y.Data(), s.y.Step(), out.Data(), out.Step(), w & ~1u, h & ~1u);
         for (uint32_t y = 0; y < h / 2; ++y)
             ref::MergeRow(s.u.Row(y), s.v.Row(y), out.Row(2 * y) + 2 * w, w / 2);
@@ -193,24 +196,23 @@ TEST_P(EachTarget, EveryTripleOfSamples) {
         u[i] = static_cast<uint8_t>(i);
         v[i] = static_cast<uint8_t>(i >> 8);
     }
-    const Source420 source{y.data(), u.data(), v.data(), kSide, 256, 256};
+    PictureView source{{y.data(), u.data(), v.data()}, {kSide, 256, 256}, {kSide, kSide}, PF_I420};
     std::vector<uint8_t> wanted(kSide * kSide * 4);
     AlignedBuffer got;    // stores past the cache need whole vectors
     ASSERT_TRUE(got.Allocate(wanted.size()));
     for (uint32_t base = 0; base < 256; base += 4) {
         for (uint32_t i = 0; i < kSide * kSide; ++i)
             y[i] = static_cast<uint8_t>(base + i % 2 + i / kSide % 2 * 2);
-        for (uint32_t kind = 0; kind < 8; ++kind) {
-            const ColourMatrix* const matrix = kind < 6 ? &kColourMatrices[kind / 2][kind % 2] : nullptr;
-            const RgbLayout layout{kind == 7 ? 4u : 3u, false, kFourth, true, matrix};
-            const uint32_t step = kSide * layout.bytes;
-            YCbCrToRGB(source, got.Data(), step, kSide, kSide, layout);
-            ref::YCbCrToRGB(source, wanted.data(), step, kSide, kSide, layout);
-            ASSERT_TRUE(std::equal(got.Data(), got.Data() + kSide * step, wanted.begin())) << kind;
-        }
-        YUVToRGB16(source, reinterpret_cast<uint16_t*>(got.Data()), kSide, kSide, kSide, {});
-        ref::YUVToRGB16(source, reinterpret_cast<uint16_t*>(wanted.data()), kSide, kSide, kSide, {});
-        ASSERT_TRUE(std::equal(got.Data(), got.Data() + kSide * kSide * 2, wanted.begin()));
+        for (const uint32_t format : {PF_BGR24, PF_BGRA32, PF_RGB565})
+            for (uint32_t kind = format == PF_BGR24 ? 0 : 5; kind < 7; ++kind) {
+                source.colours.reset();
+                if (kind < 6)
+                    source.colours = {static_cast<ColourSignal::Matrix>(kind / 2), kind % 2 != 0};
+                const uint32_t step = kSide * PixelBytes(format);
+                for (uint8_t* const out : {got.Data(), wanted.data()})
+                    ToRgb(out != got.Data(), source, {{out}, {step}, source.size, format}, true);
+                ASSERT_TRUE(std::equal(got.Data(), got.Data() + kSide * step, wanted.begin())) << format << kind;
+            }
     }
 }
 
@@ -242,7 +244,7 @@ TEST(Colours, KeepToTheRecommendations) {
         for (const auto& [width, height] : kSizes) {
             Sources from(width, height, 0, Fill::Random, At::End, kind),
                 to(width, height, 0, Fill::Random, At::End, kind);
-            ToFullRangeBt601({to.y.Data(), to.u.Data(), to.v.Data(), to.y.Step(), to.u.Step(), width, height}, signal);
+            ToFullRangeBt601(to.View(true, signal));
             const bool grey = width < 2 || height < 2;
             for (uint32_t i = 0; i < width * height; ++i) {
                 const uint32_t x = grey ? 0 : std::min(i % width / 2, width / 2 - 1);
@@ -270,15 +272,16 @@ void CheckScaling(const Scaling& s, uint32_t bytes, bool bottomUp, Fill fill) {
     const SourcePlane pixels(step, s.height, 0, fill, s.width + s.toWidth * 3 + bytes, bottomUp ? At::Begin : At::End,
                              bytes == 4 && same ? 0 : 64);
     const uint8_t* const top = bottomUp ? pixels.Row(s.height - 1) : pixels.Data();
-    const StretchSource source{top, bottomUp ? -ptrdiff_t{step} : ptrdiff_t{step}, left, 0, s.width, s.height, bytes};
+    const ConstPictureView source{{top + left * bytes},
+                                  {bottomUp ? -ptrdiff_t{step} : ptrdiff_t{step}},
+                                  {s.width, s.height},
+                                  bytes == 3 ? PF_BGR24 : PF_BGRA32};
     PoisonedPlane got(s.columns * 4, s.rows, 7), wanted = got;
     PoisonedPlane aligned(s.columns * 4, s.rows, -(s.columns * 4) & 63, true);    // stored past the cache
-    const auto to = [&](PoisonedPlane& plane) {
-        return StretchDestination{plane.Data(), plane.Step(), s.toWidth, s.toHeight,
-                                  s.clipX,      s.clipY,      s.columns, s.rows};
-    };
-    ASSERT_TRUE(Stretch(source, to(got)) && Stretch(source, to(aligned)));
-    ref::Stretch(source, to(wanted));
+    const Rect whole = Rect{0, 0, s.toWidth, s.toHeight}.Moved(-int64_t{s.clipX}, -int64_t{s.clipY});
+    const auto to = [&](PoisonedPlane& plane) { return To(plane, s.columns, s.rows, PF_BGRA32); };
+    ASSERT_TRUE(Stretch(source, to(got), whole) && Stretch(source, to(aligned), whole));
+    ref::Stretch(source, to(wanted), whole);
     for (uint32_t y = 0; y < s.rows; ++y)
         for (uint32_t x = 0; x < s.columns * 4; ++x) {
             ASSERT_LE(std::abs(got.At(x, y) - wanted.At(x, y)), x % 4 == 3 || same ? 0 : 2) << x << ", " << y;
@@ -361,12 +364,12 @@ TEST_P(EachTarget, RotationsEqualThePlainForm) {
         const SourcePlane source(width * channels, height, upTo(2), turn % 3 == 0 ? Fill::Extremes : Fill::Random, turn,
                                  upTo(1) == 0 ? At::End : At::Begin);
         PoisonedPlane got(outWidth * channels, outHeight, upTo(3)), wanted = got;
-        const ConstImage from{source.Data(), source.Step(), width, height};
+        const ConstPlaneView from{source.Data(), source.Step(), {width, height}, channels};
         const auto to = [&](PoisonedPlane& plane) {
-            return MutableImage{plane.Data(), plane.Step(), outWidth, outHeight};
+            return PlaneView{plane.Data(), plane.Step(), {outWidth, outHeight}, channels};
         };
-        ASSERT_EQ(RotateBilinear(from, to(got), channels, rotation), kDone);
-        ASSERT_EQ(ref::RotateBilinear(from, to(wanted), channels, rotation), kDone);
+        ASSERT_EQ(RotateBilinear(from, to(got), rotation), kDone);
+        ASSERT_EQ(ref::RotateBilinear(from, to(wanted), rotation), kDone);
         ASSERT_TRUE(got.Equals(wanted)) << turn << ": " << angle << " of " << width << "x" << height << " by "
                                         << channels << " to " << outWidth << "x" << outHeight;
     }
@@ -391,8 +394,10 @@ TEST(Stretch, DefinitionByHand) {
         const std::vector<uint8_t> source = pixels(row.from, 77);
         const auto from = static_cast<uint32_t>(row.from.size()), to = static_cast<uint32_t>(row.to.size());
         std::vector<uint8_t> across(4 * to), down(across), shrunk(across);
-        ref::Stretch({source.data(), 4, 0, 0, 1, from, 4}, {down.data(), 4, 1, to, 0, 0, 1, to});
-        ref::Stretch({source.data(), 4, 0, 0, from, 1, 4}, {across.data(), 4, to, 1, 0, 0, to, 1});
+        ref::Stretch({{source.data()}, {4}, {1, from}, PF_BGRA32}, {{down.data()}, {4}, {1, to}, PF_BGRA32},
+                     {0, 0, 1, to});
+        ref::Stretch({{source.data()}, {4}, {from, 1}, PF_BGRA32}, {{across.data()}, {4}, {to, 1}, PF_BGRA32},
+                     {0, 0, to, 1});
         EXPECT_EQ(across, pixels(row.to, 255)) << from << " to " << to;
         EXPECT_EQ(down, across) << from << " to " << to;
         ref::ShrinkRows({from, 1, to, 1, 4}, source.data(), 0, 0, 1, shrunk.data(), 0);

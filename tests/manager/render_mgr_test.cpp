@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/Log.h"
+#include "base/PictureLayout.h"
 #include "manager/RenderMgr.h"
 #include "support/Latch.h"
 #include "support/PlainPicture.h"
@@ -25,7 +26,7 @@ FramePtr Frame(int64_t timeMs, uint32_t width = 0, uint32_t height = 0, uint32_t
 // A manager without a window, a picture to show, and what its callbacks were told.
 struct RenderMgr : testing::Test {
     RenderMgr() { manager.SetCallback(&PresentSettings::afterDisplay, {&AfterDisplay, this}); }
-    void Present(const FramePtr& frame) { manager.PresentFrame(frame, picture.frame, true); }
+    void Present(const FramePtr& frame) { manager.PresentFrame(frame, picture.Picture(), true); }
 
     // Keeps what the off-screen callback is given: all records, and the pixels of the last.
     void KeepPictures(uint32_t format) {
@@ -120,10 +121,10 @@ TEST_F(RenderMgr, FallBackTable) {
                 {[](void*, uint32_t code, uint64_t a, uint64_t) { fallbackCodes += code == 9 && a == 2 ? 1 : 0; },
                  nullptr});
             // No renderer has such a size, so none of them is asked, and none fails.
-            scripted.PresentFrame(Frame(0, 60000, 60000), picture.frame, true);
+            scripted.PresentFrame(Frame(0, 60000, 60000), picture.Picture(), true);
             EXPECT_EQ(first.buffers, 0);
             for (int i = 0; i < 3; ++i) {    // the first is lost where nothing replaces what failed
-                scripted.PresentFrame(Frame(40 * i), picture.frame, true);
+                scripted.PresentFrame(Frame(40 * i), picture.Picture(), true);
                 const int least = i + (row.presentFails || row.replaced ? 1 : 0);
                 ASSERT_TRUE(Eventually([&] { return first.presents + second.presents >= least; }));
                 ASSERT_TRUE(Eventually([&] { return logLines == (row.replaced ? 1 : 0); }));
@@ -169,7 +170,7 @@ TEST_F(RenderMgr, TargetSizes) {
     KeepPictures(PF_BGRA32);
     for (const auto& row : rows) {
         manager.SetRawDataCallbackSize(row.capWidth, row.capHeight);
-        manager.PresentFrame(Frame(0, row.statedWidth, row.statedHeight, row.type), decoded.frame, true);
+        manager.PresentFrame(Frame(0, row.statedWidth, row.statedHeight, row.type), decoded.Picture(), true);
         const PseudoFrame frame = Await(static_cast<size_t>(&row - rows) + 1);
         EXPECT_EQ(frame.width * 1000 + frame.height, row.width * 1000 + row.height) << row.name;
         EXPECT_EQ(frame.size, 4 * row.width * row.height) << row.name;
@@ -227,7 +228,7 @@ TEST_F(RenderMgr, ASlowCallbackLosesPicturesAndNothingElse) {
     KeepPictures(PF_BGRA32);
     for (int i = 1; i <= 9; ++i) {
         PlainPicture next(64, 48, static_cast<uint8_t>(i));
-        manager.PresentFrame(Frame(i), next.frame, i == 1);    // never blocks, never finds the manager busy
+        manager.PresentFrame(Frame(i), next.Picture(), i == 1);    // never blocks, never finds the manager busy
         ASSERT_TRUE(entered.Wait());
     }
     go.Open();
@@ -291,12 +292,11 @@ TEST_F(RenderMgr, RotationTakesTheBoxAndLosesWhatItCannotTurn) {
     Present(Frame(40));
     EXPECT_EQ(Await(1).milliseconds, 40u);
     // What cannot be turned leaves the last picture, be it of another size or of that of the box.
-    uint32_t width = 0, height = 0;
-    RotateFilter(90).OutputSize(64, 48, &width, &height);
-    PlainPicture box(width, height, 99);
+    const PictureSize turnedSize = RotateFilter(90).OutputSize({64, 48});
+    PlainPicture box(turnedSize.width, turnedSize.height, 99);
     size_t records = 1;
     for (const PlainPicture* const last : {&picture, &box}) {
-        manager.PresentFrame(Frame(60), last->frame, true);
+        manager.PresentFrame(Frame(60), last->Picture(), true);
         (void)Await(++records);
         EXPECT_EQ(manager.EnableRotateFilter(90), Status::Ok);
         Present(Frame(80));

@@ -26,10 +26,10 @@ TEST(BitmapPool, SharesEqualPictures) {
     ASSERT_EQ(BitmapPool::Count(), 0u);
     BitmapPtr first = BitmapPool::Add(Picture(4, 3, 0x112233));
     Raster otherX = Picture(4, 3, 0x112233);
-    otherX.View().data[3] = 0;
+    otherX.View().plane[0][3] = 0;
     EXPECT_EQ(BitmapPool::Add(std::move(otherX)), first);
     Raster lastPixel = Picture(4, 3, 0x112233);
-    lastPixel.View().data[2 * lastPixel.View().step + 13] ^= 1;
+    lastPixel.View().plane[0][2 * lastPixel.View().stride[0] + 13] ^= 1;
     const BitmapPtr second = BitmapPool::Add(std::move(lastPixel));
     const BitmapPtr turned = BitmapPool::Add(Picture(3, 4, 0x112233));
     EXPECT_NE(second, first);
@@ -39,7 +39,7 @@ TEST(BitmapPool, SharesEqualPictures) {
     EXPECT_EQ(BitmapPool::Count(), 2u);
     const BitmapPtr again = BitmapPool::Add(Picture(4, 3, 0x112233));
     EXPECT_EQ(BitmapPool::Count(), 3u);
-    EXPECT_EQ(again->View().data[0], 0x11);
+    EXPECT_EQ(again->View().plane[0][0], 0x11);
 }
 
 TEST(BitmapPool, TwoThreadsAddAndRelease) {
@@ -47,7 +47,7 @@ TEST(BitmapPool, TwoThreadsAddAndRelease) {
         for (uint32_t i = 0; i < 2000; ++i) {
             const BitmapPtr one = BitmapPool::Add(Picture(2, 2, i % 3));
             const BitmapPtr other = BitmapPool::Add(Picture(2, 2, i % 3));
-            if (one != other || one->View().data[2] != i % 3)
+            if (one != other || one->View().plane[0][2] != i % 3)
                 ADD_FAILURE() << i;
         }
     };
@@ -63,7 +63,7 @@ TEST(BitmapPool, FilesAndSurfacesOfEqualPixelsAreOne) {
     const std::string bmp = folder / "a.picture", png = folder / "b.picture", pipe = folder / "pipe";
     Raster picture = Picture(6, 5, 0x405060);    // 0x00BBGGRR
     Fill(picture.View(), {0, 0, 6, 1}, 0x0000FF);
-    picture.View().data[3] = 0xFF;
+    picture.View().plane[0][3] = 0xFF;
     std::string bytes(BmpBytes(6, 5), 0);
     WriteBmp(picture.View(), reinterpret_cast<uint8_t*>(bytes.data()));
     EXPECT_EQ(bytes[54 + 4 * 6 * 4 + 3], 0) << "the byte that is not used";

@@ -75,11 +75,10 @@ TEST(Bmp, AnswersStayTheSame) {
             const test::GuardedBytes file(bytes);
             Raster out;
             digest.Note(static_cast<uint32_t>(ReadBmp({file.Data(), bytes.size()}, out)));
-            const RasterView& view = out.View();
-            digest.Note(uint64_t{view.width} << 32 | view.height);
-            for (uint32_t y = 0; y < view.height; ++y)
-                digest.NoteEach(std::span(
-                    reinterpret_cast<const uint32_t*>(view.data + static_cast<ptrdiff_t>(y) * view.step), view.width));
+            const PictureView& view = out.View();
+            digest.Note(uint64_t{view.size.width} << 32 | view.size.height);
+            for (uint32_t y = 0; y < view.size.height; ++y)
+                digest.NoteEach(std::span(reinterpret_cast<const uint32_t*>(view.Row(y)), view.size.width));
         }
         EXPECT_EQ(digest.value, kind.digest) << kind.bits << " bits, compression " << kind.compression;
     }

@@ -1,18 +1,28 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <span>
 #include <vector>
 
-#include "corvane/corvane.h"
-#include "filters/FilterChain.h"
+#include "base/PictureLayout.h"
 #include "picture/OverlayBlend.h"
 #include "picture/PictureMaker.h"
+#include "platform/raster/Raster.h"
 #include "support/Digest.h"
 #include "support/GuardedBytes.h"
 
 namespace corvane {
 namespace {
+
+// The format of the memory that a view lies in.
+uint32_t InMemory(const PictureView& view) {
+    if (view.ThreePlanes())
+        return view.plane[1] < view.plane[2] ? PF_I420 : PF_YV12;
+    if (view.stride[0] < 0)
+        return view.format == PF_BGR24 ? PF_BGR24_FLIP : PF_BGRA32_FLIP;
+    return view.format;
+}
 
 // What each public format lends, and what it gives out of it behind a prefix: raw pixels without the padding, files of
 // bitmaps, a JPEG picture; of odd sizes too. The digests were taken while each raw format equalled a plain form, the
@@ -33,24 +43,25 @@ TEST(PictureMaker, OutputsStayTheSame) {
             const PictureMakerPtr maker = MakePicture(number);
             ASSERT_NE(maker, nullptr);
             EXPECT_EQ(maker->GetData(), nullptr);
-            uint8_t *lent = nullptr, *again = nullptr;
-            uint32_t stride = 0, format = 0;
-            ASSERT_EQ(maker->GetBuffer(width, height, &lent, &stride, &format), 0);
-            digest.Note(format, stride);
+            PictureView lent, again;
+            ASSERT_EQ(maker->GetBuffer({width, height}, lent), Status::Ok);
+            const uint32_t format = InMemory(lent);
+            digest.Note(format, static_cast<uint32_t>(std::abs(lent.stride[0])));
+            EXPECT_EQ(maker->TakesOverlay(), format == PF_I420 || format == PF_BGR24_FLIP);
             for (size_t i = 0; i < PictureBytes(format, width, height); ++i)
-                lent[i] = static_cast<uint8_t>(i * 7 + i / 251 + 1);    // padding included
+                lent.Memory()[i] = static_cast<uint8_t>(i * 7 + i / 251 + 1);    // padding included
             maker->SetQuality(60);
             maker->SetPrefix(3);
             maker->Make();
             digest.NoteEach(std::span(maker->GetData(), maker->GetSize()));
             // Asked again it lends the same memory and gives the same out, and a size that is refused changes nothing.
             const uint8_t* const output = maker->GetData();
-            EXPECT_EQ(maker->GetBuffer(width, height, &again, &stride, &format), 0);
-            EXPECT_EQ(again, lent);
+            EXPECT_EQ(maker->GetBuffer({width, height}, again), Status::Ok);
+            EXPECT_EQ(again.plane[0], lent.plane[0]);
             maker->Make();
             EXPECT_EQ(maker->GetData(), output);
             for (const auto& [badWidth, badHeight] : {std::pair{16385u, 1u}, {0u, 16u}})
-                EXPECT_EQ(maker->GetBuffer(badWidth, badHeight, &again, &stride, &format), -1);
+                EXPECT_EQ(maker->GetBuffer({badWidth, badHeight}, again), Status::Failed);
             EXPECT_TRUE(maker->GetWidth() == width && maker->GetHeight() == height);
         }
         EXPECT_EQ(digest.value, kDigests[number - 1]) << number;
@@ -60,9 +71,7 @@ TEST(PictureMaker, OutputsStayTheSame) {
 TEST(OverlayBlend, DrawnPixelsReplace) {
     Raster drawing;
     ASSERT_TRUE(drawing.Resize(5, 3));    // odd: the last row and column of PF_I420 are not touched
-    const auto draw = [&](uint32_t x, uint32_t y, uint32_t pixel) {
-        std::memcpy(drawing.View().data + static_cast<ptrdiff_t>(y) * drawing.View().step + 4 * x, &pixel, 4);
-    };
+    const auto draw = [&](uint32_t x, uint32_t y, uint32_t pixel) { std::memcpy(drawing.View().At(x, y), &pixel, 4); };
     draw(0, 0, 0xFFFF0000);    // red
     draw(1, 0, 0xFF000000);    // black with cairo's alpha: nothing drawn
     draw(3, 1, 0xFF00FF00);    // green
@@ -81,7 +90,7 @@ TEST(OverlayBlend, DrawnPixelsReplace) {
     put(3, 2, {255, 255, 255});
     const auto blended = [&](const std::vector<uint8_t>& picture, uint32_t stride, uint32_t format) {
         const test::GuardedBytes memory(picture);
-        EXPECT_EQ(BlendOverlay(drawing.View(), memory.Data(), stride, format), format != PF_YV12);
+        BlendOverlay(drawing.View(), LayOut(memory.Data(), stride, {5, 3}, format));
         return std::vector<uint8_t>(memory.Data(), memory.Data() + picture.size());
     };
     EXPECT_EQ(blended(bgr, 16, PF_BGR24_FLIP), wanted);
@@ -97,7 +106,6 @@ TEST(OverlayBlend, DrawnPixelsReplace) {
     wanted[u + 1] = (44 + 3 * 103) / 4;
     wanted[v + 1] = (21 + 3 * 60) / 4;
     EXPECT_EQ(blended(planes, 64, PF_I420), wanted);
-    EXPECT_EQ(blended(planes, 64, PF_YV12), planes);
 }
 
 }    // namespace

@@ -14,8 +14,8 @@
 namespace corvane {
 namespace {
 
-uint32_t& Pixel(const RasterView& raster, int64_t x, int64_t y) {
-    return reinterpret_cast<uint32_t*>(raster.data + static_cast<ptrdiff_t>(y) * raster.step)[x];
+uint32_t& Pixel(const PictureView& raster, int64_t x, int64_t y) {
+    return reinterpret_cast<uint32_t*>(raster.Row(y))[x];
 }
 
 // The pixels from (x, y) on, as B, G, R, X words.
@@ -36,7 +36,7 @@ TEST(Raster, Sizes) {
     for (const auto& [width, height] : kTooMuch) {
         EXPECT_TRUE(raster.Resize(kSide, 2));
         EXPECT_FALSE(raster.Resize(width, height)) << width << " x " << height;
-        EXPECT_TRUE(!raster && raster.View().width == 0);
+        EXPECT_TRUE(!raster && raster.View().size.Empty());
     }
     ASSERT_TRUE(raster.Resize(3, 3));
     const Raster moved = std::move(raster);
@@ -59,8 +59,7 @@ TEST(Raster, FillBlitAndStretchClip) {
         if (near) {
             Blit(copied.View(), where.left, where.top, source.View(), {2, 3, 2 + where.Width(), 3 + where.Height()});
             // To the same size: a scaling whose pixels are known.
-            EXPECT_TRUE(
-                Stretch(scaled.View(), where, AsPicture(source.View()), {2, 3, 2 + where.Width(), 3 + where.Height()}));
+            EXPECT_TRUE(Stretch(scaled.View(), where, source.View(), {2, 3, 2 + where.Width(), 3 + where.Height()}));
         }
         for (int64_t y = 0; y < 7; ++y) {
             for (int64_t x = 0; x < 9; ++x) {
@@ -81,7 +80,7 @@ TEST(Raster, FillBlitAndStretchClip) {
 TEST(Raster, StretchOfAnEnormousDestination) {
     std::vector<uint8_t> pixels{10, 20, 30, 200, 210, 220};
     pixels.resize(6 + 64);
-    const PackedPicture two{pixels.data() + 3, -3, 1, 2, 3};
+    const ConstPictureView two{{pixels.data() + 3}, {-3}, {1, 2}, PF_BGR24};
     Raster raster = Numbered(8, 8);
     EXPECT_TRUE(Stretch(raster.View(), {-2000000000, -2000000000, 2000000000, 2000000000}, two, {0, 0, 1, 2}));
     EXPECT_EQ(Pixel(raster.View(), 3, 0), 0xFF7D7369u);    // the middle of both
@@ -90,9 +89,9 @@ TEST(Raster, StretchOfAnEnormousDestination) {
     const Raster before = Numbered(8, 8);
     Raster untouched = Numbered(8, 8);
     EXPECT_TRUE(Stretch(untouched.View(), {0, 0, 8, 8}, two, {3, 3, 5, 5}));
-    EXPECT_TRUE(Stretch(untouched.View(), {0, 0, 8, 8}, PackedPicture(), {0, 0, 5, 5}));
+    EXPECT_TRUE(Stretch(untouched.View(), {0, 0, 8, 8}, ConstPictureView(), {0, 0, 5, 5}));
     EXPECT_TRUE(Stretch(untouched.View(), {-kFar, 0, kFar, 8}, two, {0, 0, 1, 2}));
-    EXPECT_EQ(std::memcmp(untouched.View().data, before.View().data, 8 * 64), 0);
+    EXPECT_EQ(std::memcmp(untouched.View().plane[0], before.View().plane[0], 8 * 64), 0);
 }
 
 // What a client draws is in the raster when the context ends, also when it brings the context into an error; what it

@@ -15,7 +15,7 @@ constexpr uint32_t kCover = 0xFF0000;
 
 uint32_t At(const Raster& raster, int64_t x, int64_t y) {
     uint32_t pixel;
-    std::memcpy(&pixel, raster.View().data + y * raster.View().step + 4 * x, 4);
+    std::memcpy(&pixel, raster.View().At(x, y), 4);
     return pixel;
 }
 
@@ -73,7 +73,7 @@ TEST_F(WindowGrabs, ShowsTheWindowWhereItCanBeSeenAndTheLastPictureElsewhere) {
         const WindowWatchPtr watch = OpenAlive(scene.window);
         row.happens(scene);
         Raster out;
-        const Status status = GrabWindow(watch, row.hasLast ? last.View() : RasterView(), kHang, out);
+        const Status status = GrabWindow(watch, row.hasLast ? last.View() : PictureView(), kHang, out);
         std::string corners;
         for (int i = 0; Ok(status) && i < 4; ++i) {
             const uint32_t pixel = At(out, i % 2 * 99, i / 2 * 79);

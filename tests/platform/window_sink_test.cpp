@@ -58,11 +58,11 @@ protected:
     // A picture that no two places or runs share; kept to compare with.
     void Draw(uint32_t seed) {
         const auto writing = m_sink->Write();
-        const RasterView& image = writing.Image();
-        m_pixels.resize(size_t{image.width} * image.height);
+        const PictureView& image = writing.Image();
+        m_pixels.resize(size_t{image.size.width} * image.size.height);
         std::ranges::generate(m_pixels, [random = std::minstd_rand(seed)]() mutable { return random() | 0xFF000000u; });
-        for (uint32_t y = 0; y < image.height; ++y)
-            std::memcpy(image.data + y * image.step, &m_pixels[size_t{y} * image.width], size_t{4} * image.width);
+        for (uint32_t y = 0; y < image.size.height; ++y)
+            std::memcpy(image.Row(y), &m_pixels[size_t{y} * image.size.width], size_t{4} * image.size.width);
     }
     std::vector<uint32_t> Expected(const Rect& rect) const {
         std::vector<uint32_t> expected;
@@ -127,7 +127,7 @@ TEST_P(SinkConformance, PixelsPutArePixelsReadAtAnySize) {
         PutShows({{-5, -5, 1 << 20, 1 << 20}, {900, 900, 910, 910}}, {all});
         EXPECT_FALSE(m_sink->Fresh());
         ASSERT_TRUE(m_sink->Copy(copy));
-        EXPECT_EQ(std::memcmp(copy.View().data, m_pixels.data(), size_t{row.width} * 4), 0);
+        EXPECT_EQ(std::memcmp(copy.View().plane[0], m_pixels.data(), size_t{row.width} * 4), 0);
         const std::vector<uint32_t> before = Expected(all);
         if (row.width < 33)
             continue;

@@ -1,5 +1,5 @@
 /*
- * A hand at a window, for the tests of programs with windows: window_hand TITLE WORD...
+ * Acts as the user of a window, for the tests of programs with windows: window_hand TITLE WORD...
  * Waits for a top-level window of that title (at most 20 s), then does each word:
  *   id              prints its id
  *   size            prints its size and place: WxH+X+Y

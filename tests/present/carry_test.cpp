@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "base/PictureLayout.h"
 #include "present/PictureRun.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
@@ -12,16 +13,17 @@ namespace {
 
 using Fate = RunResult::Fate;
 
-// Lends memory in one format, or nothing with format 0. It tells the format beforehand, or only with the buffer.
+// Lends memory in one format, or nothing with format 0. It states a format beforehand, or only with the buffer.
 class PlainTarget final : public PictureTarget {
 public:
-    PlainTarget(uint32_t format, bool tells) : m_format(format), m_tells(tells) {}
-    bool Take(const DecodedFrame&) override { return takes; }
-    uint32_t FormatFor(uint32_t) const override { return m_tells ? m_format : 0; }
-    PictureLease Lend(uint32_t width, uint32_t height, uint32_t) override {
-        m_memory.resize(m_format == 0 ? 0 : PictureBytes(m_format, width, height));
-        return m_format == 0 ? PictureLease()
-                             : PictureLease(this, m_memory.data(), RowBytes(m_format, width), m_format);
+    PlainTarget(uint32_t format, uint32_t stated) : m_format(format), m_stated(stated) {}
+    bool Take(const SharedPicture&) override { return takes; }
+    uint32_t FormatFor(uint32_t) const override { return m_stated; }
+    PictureLease Lend(PictureSize size, uint32_t) override {
+        if (m_format == 0)
+            return PictureLease();
+        m_memory.resize(PictureBytes(m_format, size.width, size.height));
+        return PictureLease(this, LayOut(m_memory.data(), RowBytes(m_format, size.width), size, m_format));
     }
 
     uint8_t At(uint32_t x, uint32_t y) const { return m_memory[size_t{y} * RowBytes(m_format, 32) + x]; }
@@ -33,7 +35,7 @@ private:
     void Finish(bool commit) override { ends += commit ? 'C' : 'B'; }
 
     const uint32_t m_format;
-    const bool m_tells;
+    const uint32_t m_stated;
     std::vector<uint8_t> m_memory;
 };
 
@@ -46,25 +48,26 @@ TEST(PictureRun, SaysWhatBecameOfThePicture) {
     const struct {
         const char* name;
         uint32_t format, height;    // of the picture lent and the picture given
-        bool interlaced, enabled, fields, rotate, refuse, shared;
+        bool interlaced, enabled, fields, rotate, refuse, shared, crop;
         Fate fate;
         Smoothing smoothing;
         const char* ends;
     } rows[] = {
-        {"copied", PF_I420, 16, 0, 1, 0, 0, 0, 0, Fate::Carried, Smoothing::None, "C"},
-        {"taken by reference", PF_I420, 16, 0, 1, 0, 0, 0, 1, Fate::Carried, Smoothing::None, ""},
-        {"smoothed", PF_BGR24, 16, 1, 1, 0, 0, 0, 1, Fate::Carried, Smoothing::Done, "C"},
-        {"option off", PF_I420, 16, 1, 0, 0, 0, 0, 0, Fate::Carried, Smoothing::None, "C"},
-        {"woven, not smoothed", PF_I420, 16, 0, 1, 1, 0, 0, 0, Fate::Carried, Smoothing::None, "C"},
-        {"too low to smooth", PF_I420, 4, 1, 1, 0, 0, 0, 0, Fate::Carried, Smoothing::Refused, "C"},
-        {"too low to smooth, woven, turned", PF_I420, 4, 1, 1, 1, 1, 0, 0, Fate::Carried, Smoothing::Refused, "C"},
-        {"smoothed, then a step fails", PF_I420, 16, 1, 1, 0, 0, 1, 0, Fate::StepFailed, Smoothing::Done, "C"},
-        {"odd height", PF_BGRA32, 15, 0, 0, 0, 0, 0, 0, Fate::StepFailed, Smoothing::None, "C"},
-        {"turned", PF_BGR24, 16, 1, 1, 0, 1, 0, 1, Fate::Carried, Smoothing::Done, "C"},
-        {"turned, a step fails", PF_I420, 16, 0, 1, 0, 1, 1, 0, Fate::StepFailed, Smoothing::None, "C"},
-        {"nothing lent", 0, 16, 1, 1, 0, 0, 0, 0, Fate::LostNoBuffer, Smoothing::None, ""},
-        {"nothing lent to turn into", 0, 16, 1, 1, 0, 1, 0, 0, Fate::LostNoBuffer, Smoothing::None, ""},
-        {"cannot be turned", PF_BGRA32, 16, 1, 1, 0, 1, 0, 0, Fate::LostNotRotatable, Smoothing::None, ""},
+        {"copied", PF_I420, 16, 0, 1, 0, 0, 0, 0, 0, Fate::Carried, Smoothing::None, "C"},
+        {"taken by reference", PF_I420, 16, 0, 1, 0, 0, 0, 1, 0, Fate::Carried, Smoothing::None, ""},
+        {"a part of it", PF_I420, 16, 0, 1, 0, 0, 0, 1, 1, Fate::Carried, Smoothing::None, "C"},
+        {"smoothed", PF_BGR24, 16, 1, 1, 0, 0, 0, 1, 0, Fate::Carried, Smoothing::Done, "C"},
+        {"option off", PF_I420, 16, 1, 0, 0, 0, 0, 0, 0, Fate::Carried, Smoothing::None, "C"},
+        {"woven, not smoothed", PF_I420, 16, 0, 1, 1, 0, 0, 0, 0, Fate::Carried, Smoothing::None, "C"},
+        {"too low to smooth", PF_I420, 4, 1, 1, 0, 0, 0, 0, 0, Fate::Carried, Smoothing::Refused, "C"},
+        {"too low to smooth, woven, turned", PF_I420, 4, 1, 1, 1, 1, 0, 0, 0, Fate::Carried, Smoothing::Refused, "C"},
+        {"smoothed, then a step fails", PF_I420, 16, 1, 1, 0, 0, 1, 0, 0, Fate::StepFailed, Smoothing::Done, "C"},
+        {"odd height", PF_BGRA32, 15, 0, 0, 0, 0, 0, 0, 0, Fate::StepFailed, Smoothing::None, "C"},
+        {"turned", PF_BGR24, 16, 1, 1, 0, 1, 0, 1, 0, Fate::Carried, Smoothing::Done, "C"},
+        {"turned, a step fails", PF_I420, 16, 0, 1, 0, 1, 1, 0, 0, Fate::StepFailed, Smoothing::None, "C"},
+        {"nothing lent", 0, 16, 1, 1, 0, 0, 0, 0, 0, Fate::LostNoBuffer, Smoothing::None, ""},
+        {"nothing lent to turn into", 0, 16, 1, 1, 0, 1, 0, 0, 0, Fate::LostNoBuffer, Smoothing::None, ""},
+        {"cannot be turned", PF_BGRA32, 16, 1, 1, 0, 1, 0, 0, 0, Fate::LostNotRotatable, Smoothing::None, ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -79,19 +82,24 @@ TEST(PictureRun, SaysWhatBecameOfThePicture) {
         PlainPicture picture(32, row.height);
         if (row.shared)
             picture.Share();
-        for (const bool tells : {true, false}) {
-            PlainTarget target(row.format, tells);
+        for (const uint32_t stated : {row.format, 0u, uint32_t{PF_RGB24}}) {
+            PlainTarget target(row.format, stated);
             target.takes = row.shared;
             PictureRun run;
+            const SharedPicture decoded = picture.Picture();
             const PictureRequest request{.frame = *frame,
-                                         .decoded = picture.frame,
+                                         .picture = decoded.View(),
+                                         .shared = &decoded,
                                          .size = {32, row.height},
+                                         .crop = row.crop ? std::optional(Rect{0, 0, 32, 16}) : std::nullopt,
                                          .angle = row.rotate ? std::optional(90.0) : std::nullopt};
             const RunResult result = run.Carry(request, settings, target);
             EXPECT_EQ(result.fate, row.fate);
             EXPECT_EQ(result.smoothing, row.smoothing);
             // What cannot be turned costs no buffer where that can be told.
-            EXPECT_EQ(target.ends, !tells && row.fate == Fate::LostNotRotatable ? "B" : row.ends);
+            EXPECT_EQ(target.ends, stated != row.format && row.fate == Fate::LostNotRotatable ? "B" : row.ends);
+            if (target.ends == "C" && row.fate == Fate::Carried && row.smoothing != Smoothing::Refused)
+                EXPECT_NE(target.At(16, 2), 0) << "made in the format of the buffer, whatever was stated";
             EXPECT_EQ(result.Lost(), row.fate == Fate::LostNoBuffer || row.fate == Fate::LostNotRotatable);
         }
     }
@@ -119,10 +127,12 @@ TEST(PictureRun, StampsAreDrawnWhenTheyAreDue) {
             PlainPicture picture(32, 32);
             picture.Share();
             PictureRun run;
-            PlainTarget target(format, true);
+            PlainTarget target(format, format);
             target.takes = true;
+            const SharedPicture decoded = picture.Picture();
             const PictureRequest request{.frame = *frame,
-                                         .decoded = picture.frame,
+                                         .picture = decoded.View(),
+                                         .shared = &decoded,
                                          .size = {32, 32},
                                          .angle = turned ? std::optional(180.0) : std::nullopt,
                                          .stamps = stamps};
@@ -133,7 +143,7 @@ TEST(PictureRun, StampsAreDrawnWhenTheyAreDue) {
             const bool flipped = format == PF_BGR24_FLIP;
             const uint32_t x = turned ? 31 - 2 : 2, y = turned ? 31 - 1 : 1;
             EXPECT_EQ(target.At(flipped ? 3 * x : x, flipped ? 31 - y : y), 7);
-            EXPECT_TRUE(picture.frame.planes[0][34] == 100 && picture.references == 0);
+            EXPECT_TRUE(picture.frame.planes[0][34] == 100 && picture.references == 1);
         }
     }
 }

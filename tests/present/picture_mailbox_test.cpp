@@ -30,13 +30,13 @@ TEST(PictureMailbox, BuffersGoRound) {
     EXPECT_FALSE(mailbox.Take(kept, before));
     EXPECT_FALSE(mailbox.TakeBack());
     FinishedPicture first = Picture(1, lend(16));
-    const uint8_t* const firstData = first.Buffer()->data;
+    const uint8_t* const firstData = first.Buffer()->view.plane[0];
     EXPECT_FALSE(mailbox.Post(first));
     EXPECT_EQ(first.frame, nullptr);
     ASSERT_TRUE(mailbox.Take(kept, before));
-    EXPECT_TRUE(kept.madeFor == 1 && kept.Buffer()->data == firstData && buffers.HasFree());
+    EXPECT_TRUE(kept.madeFor == 1 && kept.Buffer()->view.plane[0] == firstData && buffers.HasFree());
     FinishedPicture second = Picture(2, lend(32));
-    const uint8_t* const secondData = second.Buffer()->data;
+    const uint8_t* const secondData = second.Buffer()->view.plane[0];
     EXPECT_NE(secondData, firstData);
     EXPECT_FALSE(mailbox.Post(second));
     EXPECT_FALSE(buffers.HasFree());
@@ -45,17 +45,18 @@ TEST(PictureMailbox, BuffersGoRound) {
     EXPECT_FALSE(mailbox.TakeBack());
     EXPECT_FALSE(mailbox.Take(kept, before));
     FinishedPicture third = Picture(3, lend(32));
-    EXPECT_EQ(third.Buffer()->data, secondData) << "the same memory for the same size";
+    EXPECT_EQ(third.Buffer()->view.plane[0], secondData) << "the same memory for the same size";
     EXPECT_FALSE(mailbox.Post(third));
     before = {};
     ASSERT_TRUE(mailbox.Take(kept, before));
+    EXPECT_EQ(buffers.Lend({16, 16}, PF_BGR24).Slot().view.format, PF_BGR24) << "of the same size, not of the format";
     EXPECT_TRUE(kept.madeFor == 3 && before.madeFor == 1 && before.Buffer() == nullptr) << "its buffer is free at once";
     EXPECT_TRUE(buffers.HasFree());
     // A picture by reference is not taken back; a newer one takes its place.
     test::PlainPicture decoded(16, 16);
     decoded.Share();
     FinishedPicture shared = Picture(4), newer = Picture(5);
-    shared.pixels.emplace<SharedPicture>(decoded.frame);
+    shared.pixels.emplace<SharedPicture>(decoded.Picture());
     EXPECT_FALSE(mailbox.Post(shared));
     EXPECT_FALSE(mailbox.TakeBack());
     EXPECT_TRUE(mailbox.Post(newer));

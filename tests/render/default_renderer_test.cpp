@@ -59,8 +59,8 @@ public:
     ~ScriptedSurface() override { --m_script.alive[m_name]; }
     BlitResult Lock(bool keepSystemFree, uint8_t** data, uint32_t* pitch) override {
         (void)Note(keepSystemFree ? "lock" : "lock plainly");
-        *data = m_raster.View().data;
-        *pitch = static_cast<uint32_t>(m_raster.View().step);
+        *data = m_raster.View().plane[0];
+        *pitch = static_cast<uint32_t>(m_raster.View().stride[0]);
         return m_script.Take("lock");
     }
     BlitResult Unlock() override { return Note("unlock"); }
@@ -68,7 +68,7 @@ public:
     BlitResult Blit(const Rect& to, BlitSurface& from, const Rect& source) override {
         return Note("blit " + static_cast<ScriptedSurface&>(from).m_name + " " + Text(source) + " to " + Text(to));
     }
-    RasterView Drawing() override { return m_raster.View(); }
+    PictureView Drawing() override { return m_raster.View(); }
     BlitResult Begin(const BlitTarget&) override { return m_script.Take("begin"); }
 
 private:
@@ -87,7 +87,7 @@ public:
         return Make(name);
     }
     bool WrapsVideo() const override { return m_script.wraps; }
-    std::unique_ptr<BlitSurface> WrapVideo(const DecodedFrame&) override {
+    std::unique_ptr<BlitSurface> WrapVideo(const ConstPictureView&) override {
         return m_script.wraps ? Make("wrap") : nullptr;
     }
     std::unique_ptr<BlitComposite> CreateComposite(uint32_t, uint32_t) override { return Make("composite"); }
@@ -277,7 +277,7 @@ TEST(DefaultRenderer, BuffersAndPicturesOfTheWorker) {
         return [=](Stage& s) { return s.Lend(wish, width); };
     };
     const auto take = [](const test::PlainPicture& picture) -> Call {
-        return [&](Stage& s) { return s.Take(*s.renderer, picture.frame); };
+        return [&](Stage& s) { return s.Take(*s.renderer, picture.Picture()); };
     };
     const auto pass = [](Outcome outcome) -> Call { return [=](Stage& s) { return s.Pass() == outcome; }; };
     const struct {
@@ -288,20 +288,20 @@ TEST(DefaultRenderer, BuffersAndPicturesOfTheWorker) {
         uint32_t format = 0;    // of the buffer that is shown from here on; 0: there is none
         bool asks = false;      // the device for a surface
     } rows[] = {
-        {"no memory of others", [](Stage&) {}, take(first), false, PF_YV12},
+        {"no memory of others", [](Stage&) {}, take(first), false, PF_I420},
         {"by reference", [](Stage& s) { s.blitter.wraps = true; }, take(first), true},
         {"shown", [](Stage&) {}, pass(Outcome::Put), true},
         {"by reference, chroma in pairs", [](Stage&) {}, take(pairs), true},
         {"a buffer of its own again", [](Stage&) {}, lend(PF_NV12), true, PF_NV12, true},
-        {"others get planes", [](Stage&) {}, lend(PF_BGRA32), true, PF_YV12},
-        {"the free one is of pairs", [](Stage&) {}, lend(PF_I420), true, PF_YV12, true},
-        {"the same", [](Stage&) {}, lend(PF_I420), true, PF_YV12},
-        {"another width", [](Stage&) {}, lend(PF_I420, 66), true, PF_YV12, true},
-        {"refused", [](Stage& s) { s.blitter.refused = {"NV12"}; }, lend(PF_NV12), true, PF_YV12, true},
-        {"refused for good", [](Stage& s) { s.blitter.refused = {}; }, lend(PF_NV12, 66), true, PF_YV12},
-        {"not by reference either", [](Stage&) {}, take(pairs), false, PF_YV12},
-        {"cannot be locked", Fails({{"lock", {BlitResult::Failed}}}), lend(PF_I420, 70), false, PF_YV12, true},
-        {"none at all", [](Stage& s) { s.blitter.refused = {"YV12"}; }, lend(PF_I420), false, PF_YV12, true},
+        {"others get planes", [](Stage&) {}, lend(PF_BGRA32), true, PF_I420},
+        {"the free one is of pairs", [](Stage&) {}, lend(PF_I420), true, PF_I420, true},
+        {"the same", [](Stage&) {}, lend(PF_I420), true, PF_I420},
+        {"another width", [](Stage&) {}, lend(PF_I420, 66), true, PF_I420, true},
+        {"refused", [](Stage& s) { s.blitter.refused = {"NV12"}; }, lend(PF_NV12), true, PF_I420, true},
+        {"refused for good", [](Stage& s) { s.blitter.refused = {}; }, lend(PF_NV12, 66), true, PF_I420},
+        {"not by reference either", [](Stage&) {}, take(pairs), false, PF_I420},
+        {"cannot be locked", Fails({{"lock", {BlitResult::Failed}}}), lend(PF_I420, 70), false, PF_I420, true},
+        {"none at all", [](Stage& s) { s.blitter.refused = {"YV12"}; }, lend(PF_I420), false, PF_I420, true},
         {"by reference all the same", [](Stage&) {}, take(first), true},
         {"on another device too", [](Stage& s) { s.blitter.current->handle = 9; }, pass(Outcome::Put), true},
         {"with the screen lost", Fails({{"copy", {SurfaceLost}}}), pass(Outcome::Failed), true},
@@ -316,7 +316,7 @@ TEST(DefaultRenderer, BuffersAndPicturesOfTheWorker) {
         row.happens(stage);
         EXPECT_EQ(row.call(stage), row.succeeds);
         const BufferSlot* const buffer = stage.shown.Buffer();
-        EXPECT_EQ(buffer != nullptr ? buffer->format : 0, row.format);
+        EXPECT_EQ(buffer != nullptr ? buffer->view.format : 0, row.format);
         EXPECT_EQ(first.references + pairs.references, buffer == nullptr ? 1 : 0);
         EXPECT_EQ(std::ranges::any_of(log, [](auto& line) { return line.starts_with("ask"); }), row.asks);
         if (row.name == std::string("shown"))

@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <numeric>
+#include <random>
 #include <thread>
 
 #include "base/Log.h"
@@ -25,6 +26,7 @@
 #include "render/DDrawRenderer.h"
 #include "render/GDIRenderer.h"
 #include "render/PseudoRenderer.h"
+#include "support/Client.h"
 #include "support/Latch.h"
 #include "support/Mappings.h"
 #include "support/PlainPicture.h"
@@ -88,7 +90,7 @@ struct Channel {
     // A picture of one grey.
     void Push(uint8_t grey, int64_t timeMs = 40) {
         test::PlainPicture picture(kSide, kSide, grey);
-        manager.PresentFrame(FrameAt(timeMs), picture.frame, true);
+        manager.PresentFrame(FrameAt(timeMs), picture.Picture(), true);
     }
     bool GoesOn(uint8_t grey) {    // with the next picture
         const int before = presents;
@@ -131,9 +133,9 @@ template <typename Renderer>
 const typename Told<Renderer>::Hooks kTellSize{
     {}, [](const FinishedPicture& picture, Outcome) {
         if (const SharedPicture* const reference = picture.Reference())
-            madeSize = reference->Get().width * 1000 + reference->Get().height;
+            madeSize = reference->View().size.width * 1000 + reference->View().size.height;
         else if (picture.Buffer() != nullptr)
-            madeSize = picture.Buffer()->size.width * 1000 + picture.Buffer()->size.height;
+            madeSize = picture.Buffer()->view.size.width * 1000 + picture.Buffer()->view.size.height;
     }};
 const RendererMaker kTelling[] = {{"DirectDraw", [](uint32_t flags) { return (flags & kGdiFlags) == 0; },
                                    [](const PresentSettings& settings, Clock& clock) -> RendererPtr {
@@ -402,10 +404,10 @@ TEST_P(WindowLife, ItsOwnOverviewIsOneImage) {
     area.zoom = {{10, 10, 42, 74}};    // the left half
     (void)Viewable(window);
     EXPECT_EQ(channel.manager.SetDisplayArea(area, 1 | 4 | 16 | 32), Status::Ok);
-    channel.manager.PresentFrame(FrameAt(40), halves.frame, true);
+    channel.manager.PresentFrame(FrameAt(40), halves.Picture(), true);
     EXPECT_TRUE(Shows(window, Grey(200), 60) && Shows(window, Grey(50), 20));
     for (int i = 0; i < 100; ++i) {
-        channel.manager.PresentFrame(FrameAt(40 * i), halves.frame, true);
+        channel.manager.PresentFrame(FrameAt(40 * i), halves.Picture(), true);
         EXPECT_EQ(Pixel(window, 60, 40), Grey(200));
     }
 }
@@ -434,13 +436,13 @@ TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     EXPECT_EQ(Blitter::Conversions(), before);
     // Nor is it made smaller for the window: to the default renderer it stays the decoder's, seen or not.
     large.Share();
-    channel.manager.PresentFrame(FrameAt(40), large.frame, true);
+    channel.manager.PresentFrame(FrameAt(40), large.Picture(), true);
     EXPECT_EQ(large.references, GetParam() == 0 ? 1 : 0);
     EXPECT_EQ(Blitter::Conversions(), before);
     m_client.Map(window);
     EXPECT_TRUE(Shows(window, Grey(120)));
     EXPECT_EQ(Blitter::Conversions() > before, GetParam() == 0);
-    channel.manager.PresentFrame(FrameAt(80), large.frame, true);
+    channel.manager.PresentFrame(FrameAt(80), large.Picture(), true);
     EXPECT_TRUE(Eventually([&] { return large.references == (GetParam() == 0 ? 1 : 0); })) << "the last one only";
 }
 
@@ -494,7 +496,7 @@ TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
         (void)manager.SetDisplayArea(area, 16);
         madeSize = 0;
         test::PlainPicture picture(200, 152);
-        manager.PresentFrame(FrameAt(40), picture.frame, true);
+        manager.PresentFrame(FrameAt(40), picture.Picture(), true);
         const uint32_t size = GetParam() == 0 && !row.turned ? 200'152 : row.size;
         EXPECT_TRUE(Eventually([&] { return madeSize == size; }));
     }
@@ -737,7 +739,7 @@ TEST_P(WindowLife, BandsDoNotFlicker) {
             Raster shown;
             ASSERT_TRUE(Ok(manager.GrabWindow(shown)));
             const auto at = [&](int x, int y) {
-                return *reinterpret_cast<const uint32_t*>(shown.View().data + y * shown.View().step + 4 * x) & 0xFFFFFF;
+                return *reinterpret_cast<const uint32_t*>(shown.View().At(x, y)) & 0xFFFFFF;
             };
             int others = (at(0, 0) & 0xFF) != 0xFF;
             for (int y = 0; y < 120; ++y)
@@ -746,6 +748,102 @@ TEST_P(WindowLife, BandsDoNotFlicker) {
             EXPECT_EQ(others, 0);
         }
     }
+}
+
+// Redraws, windows, settings and callbacks change at random while pictures replace each other in the mailbox. Every
+// picture is counted, nothing stays lent, and what comes after is shown as the last settings say.
+TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
+    const xcb_window_t windows[] = {Window(), Window(100), 0};
+    test::PlainPicture large(120, 90, 100), small(40, 30, 120), own(kSide, kSide, 140);    // they outlive references
+    large.Share();
+    small.Share();
+    constexpr uint64_t kPictures = 1500;
+    {
+        Channel channel(windows[0], GetParam());
+        CRenderMgr& manager = channel.manager;
+        std::atomic<bool> done{false};
+        std::thread worker([&] {
+            std::mt19937 random(1);
+            const test::PlainPicture* const pictures[] = {&large, &small, &own};
+            for (uint64_t i = 0; i < kPictures; ++i) {
+                manager.PresentFrame(FrameAt(static_cast<int64_t>(40 * i)), pictures[random() % 3]->Picture(),
+                                     random() % 4 == 0);
+                if (random() % 8 == 0)
+                    std::this_thread::sleep_for(std::chrono::milliseconds(random() % 4));
+            }
+            done = true;
+        });
+        std::thread host([&] {
+            std::mt19937 random(2);
+            test::XClient client(m_server.Display());
+            while (!done) {
+                const xcb_window_t window = windows[random() % 2];
+                const auto side = static_cast<uint16_t>(1 + random() % 150);
+                const std::function<void()> changes[] = {
+                    [&] { client.Resize(window, side, kSide); }, [&] { client.Expose(window); },
+                    [&] { client.Move(window, static_cast<int16_t>(side), 0); },
+                    [&] { random() % 2 == 0 ? client.Unmap(window) : client.Map(window); }};
+                changes[random() % std::size(changes)]();
+            }
+        });
+        std::mt19937 random(3);
+        const CorvaneOsdCallback text = [](void*, OsdInfo*) {};
+        const CorvanePictureCallback nothing = [](void*, const PseudoFrame*) {};
+        while (!done) {
+            const auto value = static_cast<uint32_t>(random() % 8);
+            DisplayArea area{};
+            area.overviewIsWindow = 1;
+            area.overviewEnabled = area.zoomEnabled = value % 2;
+            area.overview.window = windows[value / 4];
+            area.zoom = {{0, 0, 20, 20}};
+            Raster grabbed;
+            const std::function<void()> changes[] = {
+                [&] { manager.SetWindow(windows[value % 3]); },
+                [&] { manager.RequestRedraw(); },
+                [&] { EXPECT_EQ(manager.SetDisplayArea(area, 1 | 4 | 16 | 32), Status::Ok); },
+                [&] { manager.SetMargin(&Edges::top, value); },
+                [&] { manager.SetFullWindow(value % 2 != 0); },
+                [&] {
+                    manager.SetCallback(&PresentSettings::osd, {value % 2 != 0 ? text : nullptr, nullptr});
+                },
+                [&] { manager.SetPresentEnabled(value != 0); },
+                [&] { manager.SetDeinterlace(value % 2 != 0); },
+                [&] { manager.SetSignalledColours(value % 2 != 0); },
+                [&] { value % 2 != 0 ? (void)manager.EnableRotateFilter(30) : manager.DisableRotateFilter(); },
+                [&] { value == 0 ? manager.Stop(true) : manager.ShowTimeOnly(FrameAt(40)); },
+                [&] { (void)manager.GrabWindow(grabbed); },
+            };
+            changes[random() % std::size(changes)]();
+        }
+        worker.join();
+        host.join();
+        manager.DisableRotateFilter();
+        manager.SetPresentEnabled(true);
+        manager.SetMargin(&Edges::top, 0);
+        EXPECT_EQ(manager.SetDisplayArea(DisplayArea{}, CORVANE_AREA_ZOOM_ENABLED | CORVANE_AREA_OVERVIEW_ENABLED),
+                  Status::Ok);
+        m_client.Map(windows[0]);
+        m_client.Resize(windows[0], kSide, kSide);
+        m_client.Move(windows[0], 10, 10);
+        m_client.Unmap(windows[1]);
+        manager.SetWindow(windows[0]);
+        uint64_t pictures = kPictures;
+        EXPECT_TRUE(Eventually([&] {    // another monitor may have cost a picture
+            channel.Push(77, 1'000'000);
+            ++pictures;
+            return Pixel(windows[0], 40, 40) == Grey(77);
+        }));
+        manager.SetPictureCallback({nothing, nullptr}, PF_I420);    // the other renderer's buffers go
+        EXPECT_TRUE(channel.GoesOn(78));
+        manager.End();
+        ChannelStatistics counted{};
+        counted.recordSize = sizeof counted;
+        manager.Counters().Fill(counted);
+        counted.framesTaken = counted.picturesDecoded = pictures + 1;    // the manager counts neither
+        test::ExpectSums(counted);
+        EXPECT_GT(std::min(counted.picturesReplaced, counted.picturesPut), 0u);
+    }
+    EXPECT_EQ(large.references + small.references, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Renderers, WindowLife, testing::Values(0u, uint32_t{CORVANE_FLAG_GDI}),

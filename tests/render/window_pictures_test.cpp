@@ -32,7 +32,7 @@ Raster Blank(uint32_t width, uint32_t height, uint32_t colour = 0) {
     return raster;
 }
 void Lay(const Raster& on, const Rect& to, const Raster& from, const std::optional<Rect>& part = {}) {
-    EXPECT_TRUE(Stretch(on.View(), to, AsPicture(from.View()), part.value_or(from.View().Bounds())));
+    EXPECT_TRUE(Stretch(on.View(), to, from.View(), part.value_or(from.View().Bounds())));
 }
 
 // A picture without two equal quarters: slopes in all three planes.
@@ -48,14 +48,13 @@ void Paint(DecodedFrame& frame) {
 
 // What the stream signals; it counts where the way says so.
 constexpr ColourSignal kSignal{ColourSignal::Matrix::Bt709, false};
-const kernels::ColourMatrix* matrix = nullptr;
+std::optional<ColourSignal> counted;
 
 Raster AsColours(const DecodedFrame& frame) {
     Raster colours = Blank(frame.width, frame.height);
-    const kernels::Source420 planes{frame.planes[0],  frame.planes[1],  frame.planes[2],
-                                    frame.strides[0], frame.strides[1], frame.strides[2]};
-    (void)kernels::ref::YCbCrToRGB(planes, colours.View().data, colours.View().step, frame.width, frame.height,
-                                   {.bytes = 4, .matrix = matrix});
+    ConstPictureView picture = ViewOf(frame);
+    picture.colours = counted;
+    (void)kernels::ref::YCbCrToRGB(picture, colours.View());
     return colours;
 }
 
@@ -73,12 +72,13 @@ Raster AsShrunkColours(const DecodedFrame& frame, uint32_t width, uint32_t heigh
 
 // The greatest difference of a colour; the fourth byte does not count. 255 for other sizes.
 int Difference(const Raster& expected, const std::vector<uint32_t>& shown) {
-    const auto& [data, step, width, height] = expected.View();
+    const PictureView& view = expected.View();
+    const auto [width, height] = view.size;
     int most = shown.size() == size_t{width} * height ? 0 : 255;
     for (size_t at = 0; most < 255 && at < shown.size(); ++at)
         for (uint32_t i = 0; i < 3; ++i)
-            most = std::max(most, std::abs(data[at / width * static_cast<size_t>(step) + at % width * 4 + i] -
-                                           static_cast<int>(shown[at] >> 8 * i & 255)));
+            most = std::max(most,
+                            std::abs(view.At(at % width, at / width)[i] - static_cast<int>(shown[at] >> 8 * i & 255)));
     return most;
 }
 
@@ -130,11 +130,11 @@ constexpr DisplayPlace kOverviewPlace{{130, 25, 230, 85}};
 
 // The window's picture by the rules, for both ways of text.
 Raster Expected(const Way& way, const Show& show, const Raster& picture, const Raster& overview) {
-    const auto bands = [&way](const RasterView& on, const Rect& inner, bool textEverywhere) {
-        const Rect all[4] = {{0, 0, on.width, inner.top},
-                             {0, inner.bottom, on.width, on.height},
+    const auto bands = [&way](const PictureView& on, const Rect& inner, bool textEverywhere) {
+        const Rect all[4] = {{0, 0, on.size.width, inner.top},
+                             {0, inner.bottom, on.size.width, on.size.height},
                              {0, inner.top, inner.left, inner.bottom},
-                             {inner.right, inner.top, on.width, inner.bottom}};
+                             {inner.right, inner.top, on.size.width, inner.bottom}};
         for (const Rect& band : all)
             Fill(on, band, way.MarginColour());
         for (const auto& [place, colour] : kText)
@@ -207,7 +207,7 @@ TEST(WindowPictures, EveryWayWithEverySetting) {
     const uint32_t window = client.Create({.x = 30, .y = 20, .width = 220, .height = 160});
     const uint32_t second = client.Create({.x = 300, .y = 20, .width = 100, .height = 70});
     for (const Way& way : ways) {
-        matrix = way.signalled ? &kernels::MatrixOf(kSignal) : nullptr;
+        counted = way.signalled ? std::optional(kSignal) : std::nullopt;
         const Raster picture = AsColours(source.frame);
         for (const Show& show : shows) {
             SCOPED_TRACE(std::string(way.name) + ", " + show.name);
@@ -236,7 +236,7 @@ TEST(WindowPictures, EveryWayWithEverySetting) {
             source.Share();
             if (!way.shared)
                 source.frame.owner = nullptr;
-            manager.PresentFrame(frame, source.frame, true, kSignal);
+            manager.PresentFrame(frame, source.Picture(kSignal), true);
             EXPECT_EQ(source.references, way.shared ? 1 : 0);
             const auto small = [&](uint32_t width, uint32_t height) {
                 return way.Default() ? AsShrunkColours(source.frame, width, height) : AsColours(source.frame);
@@ -245,7 +245,7 @@ TEST(WindowPictures, EveryWayWithEverySetting) {
             expectShown(window, expected, way.Bordered() ? 4 : 2);
             if (show.overview && !way.Bordered()) {    // put with each picture, also where it lies on a margin
                 client.Fill(window, kOverview.Moved(-kWindow.left, -kWindow.top), 0x00808080);
-                manager.PresentFrame(frame, source.frame, true, kSignal);
+                manager.PresentFrame(frame, source.Picture(kSignal), true);
                 expectShown(window, expected, 2);
             }
             if (show.overviewWindow) {

@@ -1,4 +1,4 @@
-// Libavcodec alone, with the same settings as the library's decoder: what pictures are compared with.
+// Libavcodec alone, with the same settings as the library's decoder: the reference for pictures.
 #pragma once
 
 #include <algorithm>

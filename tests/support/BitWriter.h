@@ -31,7 +31,7 @@ public:
 
     BitWriter& Align() { return U((8 - m_bits.size() % 8) % 8, 0); }
 
-    // The unit behind a start code and its header, with a stop bit and emulation prevention.
+    // The unit after a start code and its header, with a stop bit and emulation prevention.
     Bytes Unit(const Bytes& header) {
         U(1, 1).Align();
         Bytes unit = Bytes{0, 0, 0, 1} + header;

@@ -1,4 +1,4 @@
-// A client of the exports, as small as a test wants it: one instance, one channel, what its callbacks saw.
+// A small client of the exports: one instance, one channel, and the records of its callbacks.
 #pragma once
 
 #include <gtest/gtest.h>

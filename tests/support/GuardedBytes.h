@@ -1,4 +1,4 @@
-// Bytes between two pages that cannot be touched: any access in front of the first or behind the last ends the test,
+// Bytes between two pages that cannot be touched: any access before the first or after the last ends the test,
 // without a sanitizer as with one.
 #pragma once
 

@@ -1,4 +1,4 @@
-// Waiting in tests: for a condition that another thread brings about, never for a span of time.
+// Waiting in tests: for a condition that another thread makes true, never for a span of time.
 #pragma once
 
 #include <chrono>

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "corvane/decoder.h"
+#include "base/SharedPicture.h"
 
 namespace corvane::test {
 
@@ -30,6 +30,9 @@ public:
         frame.add_ref = [](void* self) { ++static_cast<PlainPicture*>(self)->references; };
         frame.release = [](void* self) { --static_cast<PlainPicture*>(self)->references; };
     }
+
+    // With a reference of its own where it is shared.
+    SharedPicture Picture(const ColourSignal& colours = {}) const { return SharedPicture(frame, colours); }
 
     DecodedFrame frame{};
     std::atomic<int> references{0};

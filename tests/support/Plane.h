@@ -17,7 +17,7 @@ enum class Fill { Random, Extremes, Slopes };
 
 class SourcePlane {
 public:
-    // `padding`: bytes behind the last sample that may be read.
+    // `padding`: bytes after the last sample that may be read.
     SourcePlane(uint32_t rowBytes, uint32_t rows, uint32_t gap, Fill fill, uint32_t seed,
                 GuardedBytes::At at = GuardedBytes::At::End, uint32_t padding = 0)
         : m_step(rowBytes + gap),

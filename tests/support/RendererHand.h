@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdlib>
 #include <utility>
 
 #include "present/IVideoRenderer.h"
@@ -10,25 +11,26 @@
 namespace corvane::test {
 
 struct RendererHand {
-    // Lends a buffer, which is what the next pass shows. False where there is none.
+    // Lends a buffer, which the next pass shows. False where there is none.
     bool Lend(IVideoRenderer& renderer, uint32_t width, uint32_t height, uint32_t wish = PF_I420) {
         LentBuffer lent = renderer.Lend({width, height}, wish);
         if (!lent)
             return false;
-        EXPECT_EQ(lent.Slot().format, renderer.FormatFor(wish));
+        EXPECT_EQ(lent.Slot().view.format, PixelFormat(renderer.FormatFor(wish)));
         shown.pixels = std::move(lent);
         return true;
     }
     // With one value in all of its bytes.
     void Fill(IVideoRenderer& renderer, uint32_t side, uint8_t value) {
         ASSERT_TRUE(Lend(renderer, side, side));
-        std::fill_n(shown.Buffer()->data, size_t{shown.Buffer()->stride} * side, value);
+        const PictureView& view = shown.Buffer()->view;
+        std::fill_n(view.Memory(), static_cast<size_t>(std::abs(view.stride[0])) * side, value);
     }
     // The same of a decoder's picture.
-    bool Take(IVideoRenderer& renderer, const DecodedFrame& picture) {
-        if (!renderer.Traits().takesReferences || !renderer.TakesReference(picture))
+    bool Take(IVideoRenderer& renderer, SharedPicture picture) {
+        if (!renderer.Traits().takesReferences || !renderer.TakesReference(picture.View()))
             return false;
-        shown.pixels.emplace<SharedPicture>(picture);
+        shown.pixels = std::move(picture);
         return true;
     }
     // What a pass could not do of `flags` is asked for again.

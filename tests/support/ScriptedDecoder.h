@@ -1,4 +1,4 @@
-// A decoder as a plug-in brings it, whose pictures the test makes; one test at a time.
+// A decoder of a plug-in, whose pictures the test makes; one test at a time.
 #pragma once
 
 #include <functional>

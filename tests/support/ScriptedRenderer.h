@@ -10,7 +10,7 @@
 
 namespace corvane::test {
 
-// What happens to the renderers of one script, and what they do.
+// The record of the renderers of one script, and their behaviour.
 struct RendererScript {
     RendererTraits traits{.name = "DirectDraw",
                           .needsWindow = true,
@@ -64,7 +64,7 @@ public:
     uint32_t FormatFor(uint32_t preferred) const override { return m_inner.FormatFor(preferred); }
     bool HasFreeBuffer() const override { return m_inner.HasFreeBuffer(); }
     LentBuffer Lend(PictureSize size, uint32_t preferred) override { return m_inner.Lend(size, preferred); }
-    bool TakesReference(const DecodedFrame& picture) override { return m_inner.TakesReference(picture); }
+    bool TakesReference(const ConstPictureView& picture) override { return m_inner.TakesReference(picture); }
     Outcome Present(const FinishedPicture& picture, Pass& pass) override {
         if (m_hooks.before)
             m_hooks.before(pass.settings);

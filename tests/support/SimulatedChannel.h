@@ -1,5 +1,5 @@
 // A live channel in simulated time: the real worker, which decodes frames that carry nothing but their number, on a
-// clock that moves only while the worker waits or decodes. What arrives meanwhile is fed at its time.
+// clock that moves only while the worker waits or decodes. Frames that arrive meanwhile are fed at their times.
 #pragma once
 
 #include <pthread.h>
@@ -25,7 +25,7 @@ struct Arrival {
     bool key = true, hidden = false;    // hidden: not for display
     uint32_t type = CORVANE_STREAM_H264;
     int64_t decodingNs = 0;
-    std::vector<uint8_t> payload{};    // behind the number
+    std::vector<uint8_t> payload{};    // after the number
 };
 
 class SimulatedChannel final : public Clock {
@@ -36,7 +36,7 @@ public:
         channel.SetFactories({.GetDecoderIsolated_QuickSync = &ScriptedDecoder::Make});
         (void)channel.SetOption(46, kKind, 0);
     }
-    // Plays what arrives up to `end`: until all of it has gone through, or the rest waits for ever. Then it stops.
+    // Plays the frames that arrive up to `end`, until all are decoded or the rest waits for more. Then it stops.
     void Play(size_t end) {
         m_end = end;
         m_idle = 0;
@@ -64,7 +64,7 @@ public:
         if (onWait)
             onWait();
         const bool sent = SendUntil(deadline, 1);
-        if (!sent && (m_sent < m_end || !channel.IsBuffering()))    // time stands still where nothing more comes
+        if (!sent && (m_sent < m_end || !channel.IsBuffering()))    // the clock stops where no more frames come
             m_now = std::max<int64_t>(m_now, deadline);
         if (m_sent == m_end) {
             ++m_idle;
@@ -95,7 +95,7 @@ private:
         return {{m_pixels, m_pixels, nullptr}, {16, 16, 0}, 16, 2, nullptr, nullptr, nullptr, {}};
     }
 
-    // Feeds what arrives by `deadline`, at most `most` frames. False when there was none.
+    // Feeds the frames that arrive by `deadline`, at most `most`. False when there was none.
     bool SendUntil(int64_t deadline, size_t most) {
         size_t count = 0;
         for (; count < most && m_sent < m_end && m_arrivals[m_sent].atNs <= deadline; ++count) {

@@ -14,7 +14,7 @@ extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
-// What the sanitizers ask of the program.
+// Suppressions that the sanitizers ask the program for.
 extern "C" {
 __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
 __attribute__((visibility("default"))) const char* __tsan_default_suppressions();
@@ -24,7 +24,7 @@ const char* __lsan_default_suppressions() {
     return "leak:libx265\n";
 }
 
-// FFmpeg is not instrumented: what its decoding threads write is handed over by atomics that the checker cannot see.
+// FFmpeg is not instrumented: its decoding threads publish their writes by atomics that the sanitizer cannot see.
 const char* __tsan_default_suppressions() {
     return "called_from_lib:libavcodec.so\ncalled_from_lib:libavutil.so\n";
 }

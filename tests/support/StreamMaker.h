@@ -1,5 +1,5 @@
-// Real encoded streams, made at test time. Every picture carries its number in its luma, so that a test can tell which
-// input a picture on the way out belongs to. Nothing is printed; failure raises std::runtime_error.
+// Real encoded streams, made at test time. Every picture carries its number in its luma, so that a test can find the
+// input of a decoded picture. Nothing is printed; failure raises std::runtime_error.
 #pragma once
 
 #include <cstdint>
@@ -31,7 +31,7 @@ struct VideoSpec {
     int bitDepth = 8;                        // 8 or 10; 10 for H.264 and H.265 only
     std::string options = {};                // more for x264 or x265, as "name=value:name=value"
     std::string signal = {};                 // more for libavcodec, as ",colorspace=bt709,color_range=pc"
-    bool noVui = false;      // H.264: as most cameras, which do not tell how many pictures change their order
+    bool noVui = false;      // H.264: as most cameras, which do not signal how many pictures change their order
     bool packed = false;     // MPEG-4: a B picture comes with the picture before it, one that is not coded in its place
     bool openGop = false;    // H.264 and H.265: key frames are where the encoder puts them
     bool interlaced = false;    // H.264 and MPEG-4: both fields of a frame in one packet

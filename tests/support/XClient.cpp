@@ -181,7 +181,7 @@ void XClient::SetMonitors(const std::vector<Rect>& monitors) {
         const xcb_protocol_request_t protocol{1, &xcb_randr_id, XCB_RANDR_SET_MONITOR, 1};
         xcb_send_request(m_xcb, 0, parts + 2, &protocol);
     }
-    // Xvfb tells nobody of new monitors, but of another primary output.
+    // Xvfb reports no new monitors, but another primary output.
     for (const xcb_randr_output_t primary : {xcb_randr_output_t{0}, output})
         xcb_randr_set_output_primary(m_xcb, Root(), primary);
     Sync();

@@ -1,4 +1,4 @@
-// A client of the X server as a host of the library is one: makes windows, paints and reads them.
+// A client of the X server, in the place of the library's host: makes windows, paints and reads them.
 #pragma once
 
 #include <xcb/xcb.h>

@@ -25,7 +25,7 @@ XServer::XServer(const Options& options) {
 }
 
 XServer::~XServer() {
-    if (m_process > 0) {    // it tidies up by itself when it is asked to end
+    if (m_process > 0) {    // the server cleans up when it is asked to end
         kill(m_process, SIGCONT);
         // Again and again: a signal between the server's look at its flags and its wait for clients is forgotten.
         if (Eventually([this] {

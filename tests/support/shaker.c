@@ -1,6 +1,6 @@
 /*
  * Preloaded under a test program: sleeps at random around locks, unlocks, waits and wake-ups, so that threads meet in
- * orders that an idle machine never shows. SHAKER_SEED chooses the sequence; the kernel still has its say.
+ * orders that an idle machine never shows. SHAKER_SEED chooses the sequence; the kernel's scheduling adds to it.
  */
 
 #include <dlfcn.h>

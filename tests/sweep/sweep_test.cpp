@@ -56,7 +56,7 @@ void* OrThrow(void* memory) {
 
 }    // namespace
 
-// The other forms of the standard library come down to these.
+// The other forms of the standard library call these.
 void* operator new(std::size_t size) {
     return OrThrow(Allocate(size, 0));
 }
@@ -240,7 +240,7 @@ TEST(Sweep, TheNthFailureIsAStatusAndLeavesNothingBehind) {
                 }
                 EXPECT_GT(n, what == What::Allocation ? 20u : 2u) << "the sweep found nothing to fail";
             }
-#if !defined(CORVANE_SANITIZED)    // the sanitizer's allocator maps as it likes
+#if !defined(CORVANE_SANITIZED)    // the sanitizer's allocator has mappings of its own
         EXPECT_EQ(Maps(), maps);
 #endif
     }

@@ -1,8 +1,9 @@
-// Baseline JPEG streams out of planar pictures. What options, requests and failures mean stands in corvane/jpegenc.h; here
-// the same operations on an object. For the picture makers and for the exports.
+// Baseline JPEG streams out of planar pictures. What options, requests and failures mean stands in corvane/jpegenc.h;
+// here the same operations on an object. For the picture makers and for the exports.
 //
 // Memory: one block of kBlockBytes that may begin on any address, with the packer behind it when the client gave the
-// memory. OneFrame needs some 20 KB of stack. Threads: one encodes; with a pool one more may take, look and quit meanwhile.
+// memory. OneFrame needs some 20 KB of stack. Threads: one encodes; with a pool one more may take, look and quit
+// meanwhile.
 #pragma once
 
 #include <cstdint>
@@ -75,7 +76,7 @@ private:
     bool Is422() const noexcept { return m_subsampling == 2; }
 
     BitPacker* m_packer;
-    void* m_ownBlock;    // null in the client's memory
+    void* m_ownBlock;                   // null in the client's memory
     const uint8_t* m_givenPlanes[3];    // null until given
     const uint8_t* m_planes[3];         // first byte to encode, by what held when they or the offsets were given
     const uint8_t* m_comment;

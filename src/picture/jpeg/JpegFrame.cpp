@@ -119,8 +119,9 @@ Status JpegEncoder::WriteHuffmanTables() noexcept {
     Segment segment(*m_packer);
     segment.Word(0xFFC4).Word(sets == 2 ? 0x01A2 : 0x00D2);
     for (uint32_t set = 0; set < sets; ++set)
-        segment.Byte(set).Bytes(m_huffman[set].DcBits().data(), 16).Bytes(m_huffman[set].DcList().data(),
-                                                                        jpeg::kDcSymbols);
+        segment.Byte(set)
+            .Bytes(m_huffman[set].DcBits().data(), 16)
+            .Bytes(m_huffman[set].DcList().data(), jpeg::kDcSymbols);
     for (uint32_t set = 0; set < sets; ++set)
         segment.Byte(0x10 + set)
             .Bytes(m_huffman[set].AcBits().data(), 16)

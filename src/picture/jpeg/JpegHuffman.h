@@ -1,4 +1,5 @@
-// The Huffman side of an encoder: which symbol has which code now, how often each came, and codes made ready for writing.
+// The Huffman side of an encoder: which symbol has which code now, how often each came, and codes made ready for
+// writing.
 #pragma once
 
 #include <cstdint>
@@ -32,8 +33,8 @@ public:
     void CountAc(uint32_t run, uint32_t category) { ++m_acCounts[run * 10 + category]; }
     void CountEndOfBlock() { ++m_acCounts[0]; }
     void CountSixteenZeros() { ++m_acCounts[kAcSymbols - 1]; }
-    // Gives the shortest codes to what was counted most. The sort is not stable and part of the format of the stream: the
-    // same counts must always give the same lists.
+    // Gives the shortest codes to what was counted most. The sort is not stable and part of the format of the stream:
+    // the same counts must always give the same lists.
     void SortByCounts();
 
 private:

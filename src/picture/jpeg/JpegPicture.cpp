@@ -14,12 +14,12 @@ constexpr uint32_t RoundedUpTo16(uint32_t value) {
     return (value + 15) & ~15u;
 }
 
-JPEGEncOptions OptionsFor(const JpegPicture& picture, uint32_t quality) {
+JPEGEncOptions OptionsFor(const ConstPictureView& picture, uint32_t quality) {
     JPEGEncOptions options{};
     options.Version = JPEGENC_VERSION;
-    options.EncodingWidth = picture.width;
-    options.EncodingHeight = options.InputHeight = RoundedUpTo16(picture.height);
-    options.InputWidth = picture.stride;
+    options.EncodingWidth = picture.size.width;
+    options.EncodingHeight = options.InputHeight = RoundedUpTo16(picture.size.height);
+    options.InputWidth = static_cast<uint32_t>(picture.stride[0]);
     options.Quality = std::min(quality, kCoarsestQuality);
     options.Interleaved = 1;
     options.Colour = 1;
@@ -34,26 +34,29 @@ uint64_t Address(const void* pointer) {
 
 }    // namespace
 
-uint64_t JpegPictureCapacity(uint32_t width, uint32_t height) {
-    return kHeaderRoom + uint64_t{4} * RoundedUpTo16(width) * RoundedUpTo16(height);
+uint64_t JpegPictureCapacity(PictureSize size) {
+    return kHeaderRoom + uint64_t{4} * RoundedUpTo16(size.width) * RoundedUpTo16(size.height);
 }
 
-bool JpegWriter::Prepare(const JpegPicture& picture, uint32_t quality) {
+bool JpegWriter::Prepare(const ConstPictureView& picture, uint32_t quality) {
     m_picture = picture;
-    if ((picture.width % 2 != 0 || picture.height % 2 != 0) &&
-        !m_completed.Allocate(size_t{picture.stride} * ((picture.height + 1) / 2)))
+    const auto [width, height] = picture.size;
+    if ((width % 2 != 0 || height % 2 != 0) &&
+        !m_completed.Allocate(static_cast<size_t>(picture.stride[0]) * ((height + 1) / 2)))
         return false;
     m_encoder = JpegEncoder::Create(OptionsFor(picture, quality));
     return m_encoder != nullptr;
 }
 
-// With the column and row that it lacks: the last one again, or no colour where there is none.
-const uint8_t* JpegWriter::CompletedPlane(uint32_t index, const uint8_t* from) {
-    const size_t step = m_picture.stride / 2;
-    const size_t lines = (m_picture.height + 1) / 2;
-    const size_t columns = m_picture.width / 2;
-    const size_t rows = m_picture.height / 2;
-    uint8_t* const plane = m_completed.Data() + step * lines * index;
+// A chroma plane with the column and row that an odd size lacks: copies of the last ones, or no colour where there are
+// none.
+const uint8_t* JpegWriter::CompletedPlane(int index) {
+    const uint8_t* const from = m_picture.plane[index];
+    const auto step = static_cast<size_t>(m_picture.stride[index]);
+    const size_t lines = (m_picture.size.height + 1) / 2;
+    const size_t columns = m_picture.size.width / 2;
+    const size_t rows = m_picture.size.height / 2;
+    uint8_t* const plane = m_completed.Data() + (index == 1 ? 0 : step * lines);
     if (columns == 0 || rows == 0) {
         std::memset(plane, 128, step * lines);
         return plane;
@@ -68,16 +71,11 @@ const uint8_t* JpegWriter::CompletedPlane(uint32_t index, const uint8_t* from) {
 }
 
 uint32_t JpegWriter::Write(uint8_t* out, uint64_t capacity) {
-    const size_t luma = size_t{m_picture.stride} * m_picture.height;
-    const uint8_t* u = m_picture.data + luma;
-    const uint8_t* v = u + luma / 4;
-    if (m_completed) {
-        u = CompletedPlane(0, u);
-        v = CompletedPlane(1, v);
-    }
+    const uint8_t* const u = m_completed ? CompletedPlane(1) : m_picture.plane[1];
+    const uint8_t* const v = m_completed ? CompletedPlane(2) : m_picture.plane[2];
     const JPEGEncRequest requests[] = {{JPEGENC_OUTPUT, 0, Address(out), capacity, 0},
-                                       {JPEGENC_PLANES, 0, Address(m_picture.data), Address(u), Address(v)},
-                                       {JPEGENC_ENCODING_SIZE, 0, m_picture.width, m_picture.height, 0}};
+                                       {JPEGENC_PLANES, 0, Address(m_picture.plane[0]), Address(u), Address(v)},
+                                       {JPEGENC_ENCODING_SIZE, 0, m_picture.size.width, m_picture.size.height, 0}};
     for (const JPEGEncRequest& request : requests)
         if (!Ok(m_encoder->SetOptions(request)))
             return 0;

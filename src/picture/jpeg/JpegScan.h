@@ -10,8 +10,8 @@
 
 namespace corvane::jpeg {
 
-// A component of a scan and the pixels of it that may be read: `width` x `height` from `samples`, rows `step` bytes apart.
-// Blocks that reach beyond them repeat the last column and row; blocks wholly beyond are zero.
+// A component of a scan and the pixels of it that may be read: `width` x `height` from `samples`, rows `step` bytes
+// apart. Blocks that reach beyond them repeat the last column and row; blocks wholly beyond are zero.
 struct ScanComponent {
     const uint8_t* samples;
     size_t step;
@@ -30,8 +30,8 @@ struct Scan {
     uint32_t restartInterval;    // MCUs; 0 for none
 };
 
-// Writes the entropy-coded part of a scan and its restart markers, from a byte boundary on. Needs some 8 KB of stack. On
-// failure the packer stands where its first refused write left it, and what was counted is of no use.
+// Writes the entropy-coded part of a scan and its restart markers, from a byte boundary on. Needs some 8 KB of stack.
+// On failure the packer stands where its first refused write left it, and what was counted is of no use.
 Status WriteScan(BitPacker& packer, Scan& scan);
 
 }    // namespace corvane::jpeg

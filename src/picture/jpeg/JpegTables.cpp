@@ -2,9 +2,8 @@
 
 namespace corvane::jpeg {
 
-constexpr DcTable kDcTables[2] = {
-    {{0, 1, 5, 1, 1, 1, 1, 1, 1}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}},
-    {{0, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}}};
+constexpr DcTable kDcTables[2] = {{{0, 1, 5, 1, 1, 1, 1, 1, 1}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}},
+                                  {{0, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}}};
 
 // clang-format off
 constexpr AcTable kAcTables[2] = {

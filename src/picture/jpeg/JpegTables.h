@@ -14,8 +14,8 @@ inline constexpr uint32_t kAcSymbols = 162;
 inline constexpr uint32_t kAcSymbolRange = 252;
 inline constexpr uint8_t kSixteenZeros = 0xF0;
 
-// A Huffman table: how many codes there are of each length from 1 to 16, and the code and its length by rank, which is the
-// place of a symbol in the table's list.
+// A Huffman table: how many codes there are of each length from 1 to 16, and the code and its length by rank, which is
+// the place of a symbol in the table's list.
 template <uint32_t kCount>
 struct HuffmanTable {
     std::array<uint8_t, 16> bits;

@@ -1,4 +1,4 @@
-// The devices of a blitter, one for each monitor, as long as anybody uses them.
+// The devices of a blitter, one for each monitor, while there are users.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,5 @@
-// The processor's backing of the blitter: all surfaces are memory of this process, but for the composite, which is the
-// image of the window's sink itself, so that a picture is written once and shown from there. Nothing of a device has to
-// do with a monitor, so that devices differ by name only.
+// The processor's backing of the blitter: all surfaces are memory of this process. The composite is the image of the
+// window's sink itself, so that a picture is written once. Devices do not depend on their monitors.
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -8,6 +7,7 @@
 
 #include "base/AlignedBuffer.h"
 #include "base/Limits.h"
+#include "base/PictureLayout.h"
 #include "platform/blitter/Blitter.h"
 #include "platform/blitter/TextSpans.h"
 #include "platform/blitter/VideoBlit.h"
@@ -23,38 +23,37 @@ std::atomic<uint64_t> conversions{0};
 
 class MemorySurface : public BlitSurface {
 public:
-    // Draws `source` into the whole of `destination`, as far as it lies on `to`.
-    virtual BlitResult DrawOn(const RasterView& to, const Rect& destination, const Rect& source, VideoBlit& blit) = 0;
+    // Draws `source` into `destination`, as far as that lies on `to`.
+    virtual BlitResult DrawOn(const PictureView& to, const Rect& destination, const Rect& source, VideoBlit& blit) = 0;
 };
 
 class MemoryVideo : public MemorySurface {
 public:
-    BlitResult DrawOn(const RasterView& to, const Rect& destination, const Rect& source, VideoBlit& blit) final {
+    BlitResult DrawOn(const PictureView& to, const Rect& destination, const Rect& source, VideoBlit& blit) final {
         conversions.fetch_add(1, std::memory_order_relaxed);
-        VideoPicture picture = Picture();
-        picture.matrix = kernels::MatrixBeside(m_colours);
-        return blit.Draw(to, destination, picture, source) ? BlitResult::Ok : BlitResult::Failed;
+        // An odd last column or row has no colour.
+        const PictureSize size = m_picture.size;
+        const ConstPictureView even = m_picture.Part({0, 0, size.width & ~1u, size.height & ~1u});
+        return blit.Draw(to, destination, even, source) ? BlitResult::Ok : BlitResult::Failed;
     }
-    void SetColours(const ColourSignal& colours) final { m_colours = colours; }
+    void SetColours(const std::optional<ColourSignal>& colours) final { m_picture.colours = colours; }
 
-private:
-    virtual VideoPicture Picture() const = 0;
+protected:
+    MemoryVideo() = default;
+    explicit MemoryVideo(const ConstPictureView& picture) : m_picture(picture) {}
 
-    ColourSignal m_colours;
+    ConstPictureView m_picture;
 };
 
 class OwnVideo final : public MemoryVideo {
 public:
-    OwnVideo(uint32_t width, uint32_t height, bool planar)
-        : m_width(width),
-          m_height(height),
-          m_pitch((width + kPitchAlignment - 1) & ~(kPitchAlignment - 1)),
-          m_planar(planar) {}
-    bool Make() {
-        const size_t luma = size_t{m_pitch} * m_height;
+    bool Make(PictureSize size, uint32_t format) {
+        m_pitch = (size.width + kPitchAlignment - 1) & ~(kPitchAlignment - 1);
+        const size_t luma = size_t{m_pitch} * size.height;
         if (!m_memory.Allocate(luma + luma / 2))
             return false;
-        std::memset(m_memory.Data() + luma, 128, luma / 2);    // no colour, for what nobody writes
+        std::memset(m_memory.Data() + luma, 128, luma / 2);    // no colour, in samples that are never written
+        m_picture = LayOut(m_memory.Data(), m_pitch, size, format);
         return true;
     }
 
@@ -67,63 +66,35 @@ public:
     BlitResult Restore() override { return BlitResult::Ok; }
 
 private:
-    VideoPicture Picture() const override {
-        const auto step = static_cast<ptrdiff_t>(m_pitch);
-        const size_t luma = size_t{m_pitch} * m_height;
-        const uint8_t* const first = m_memory.Data() + luma;
-        VideoPicture picture{{m_memory.Data(), first, nullptr, step, step, step}, m_width & ~1u, m_height & ~1u};
-        if (m_planar) {
-            picture.planes.u = first + luma / 4;
-            picture.planes.v = first;
-            picture.planes.uStep = picture.planes.vStep = step / 2;
-        }
-        return picture;
-    }
-
-    const uint32_t m_width;
-    const uint32_t m_height;
-    const uint32_t m_pitch;
-    const bool m_planar;    // Y, V, U; else Y and U V pairs
+    uint32_t m_pitch = 0;
     AlignedBuffer m_memory;
 };
 
-// A decoder's picture as it lies.
+// A decoder's picture, in the decoder's memory.
 class WrappedVideo final : public MemoryVideo {
 public:
-    explicit WrappedVideo(const DecodedFrame& picture) : m_picture(picture) {}
-
-private:
-    VideoPicture Picture() const override {
-        const DecodedFrame& frame = m_picture;
-        const bool planar = frame.strides[2] != 0;
-        return {{frame.planes[0], frame.planes[1], planar ? frame.planes[2] : nullptr, ptrdiff_t{frame.strides[0]},
-                 ptrdiff_t{frame.strides[1]}, ptrdiff_t{frame.strides[2]}},
-                frame.width & ~1u,
-                frame.height & ~1u};
-    }
-
-    const DecodedFrame m_picture;
+    explicit WrappedVideo(const ConstPictureView& picture) : MemoryVideo(picture) {}
 };
 
 class MemoryTextSystem final : public MemorySurface {
 public:
     bool Make(uint32_t width, uint32_t height) { return m_raster.Resize(width, height); }
-    // Clears; rows that nobody has drawn on stay untouched, and take no memory.
+    // Clears the rows that were drawn on; other rows are not written, so that they take no memory.
     BlitResult Fill(const Rect&, uint32_t) override {
-        const RasterView& view = m_raster.View();
-        for (uint32_t y = 0; y < view.height; ++y) {
-            uint8_t* const row = view.data + static_cast<ptrdiff_t>(y) * view.step;
+        const PictureView& view = m_raster.View();
+        for (uint32_t y = 0; y < view.size.height; ++y) {
+            uint8_t* const row = view.Row(y);
             const auto* const pairs = reinterpret_cast<const uint64_t*>(row);
-            uint64_t any = 0;    // with no way out of the loop, which makes it vectors
-            for (ptrdiff_t i = 0; i < view.step / 8; ++i)
+            uint64_t any = 0;    // without an early exit, so that the loop is vectorised
+            for (ptrdiff_t i = 0; i < view.stride[0] / 8; ++i)
                 any |= pairs[i];
             if (any != 0)
-                std::memset(row, 0, static_cast<size_t>(view.step));
+                std::memset(row, 0, static_cast<size_t>(view.stride[0]));
         }
         return BlitResult::Ok;
     }
-    RasterView Drawing() override { return m_raster.View(); }
-    BlitResult DrawOn(const RasterView& to, const Rect& destination, const Rect& source, VideoBlit&) override {
+    PictureView Drawing() override { return m_raster.View(); }
+    BlitResult DrawOn(const PictureView& to, const Rect& destination, const Rect& source, VideoBlit&) override {
         corvane::Blit(to, destination.left, destination.top, m_raster.View(), source);
         return BlitResult::Ok;
     }
@@ -142,7 +113,7 @@ public:
         m_spans.Take(from.Drawing());
         return BlitResult::Ok;
     }
-    BlitResult DrawOn(const RasterView& to, const Rect& destination, const Rect& source, VideoBlit&) override {
+    BlitResult DrawOn(const PictureView& to, const Rect& destination, const Rect& source, VideoBlit&) override {
         m_spans.Lay(to, source, destination.left, destination.top);
         return BlitResult::Ok;
     }
@@ -165,7 +136,7 @@ public:
             if (state == WindowSink::State::Busy || state == WindowSink::State::Hidden)
                 return BlitResult::StillDrawing;
             if (target.sink->Size() != target.size)
-                return BlitResult::InvalidArgument;    // too large is another size too
+                return BlitResult::InvalidArgument;    // also where the window is too large
         }
         if (target.overview != nullptr && target.overview->Prepare() == WindowSink::State::Ready)
             m_target.overview = target.overview;
@@ -185,7 +156,7 @@ public:
         const bool aside = IsAside(to);
         WindowSink* const sink = aside ? m_target.overview : m_target.sink;
         if (sink == nullptr)
-            return BlitResult::Ok;    // a window that cannot be seen now
+            return BlitResult::Ok;    // the window is not viewable now
         const WindowSink::Writing writing = sink->Write();
         return surface.DrawOn(writing.Image(), aside ? to.Moved(-m_target.room.left, -m_target.room.top) : to, source,
                               aside ? m_overviewBlit : m_blit);
@@ -213,11 +184,12 @@ public:
     std::unique_ptr<BlitSurface> CreateVideo(uint32_t width, uint32_t height, uint32_t fourCC) override {
         if (!limits::FitsPicture(width, height) || (fourCC != kFourCCNV12 && fourCC != kFourCCYV12))
             return nullptr;
-        auto made = std::make_unique<OwnVideo>(width, height, fourCC == kFourCCYV12);
-        return made->Make() ? std::move(made) : nullptr;
+        auto made = std::make_unique<OwnVideo>();
+        const uint32_t format = fourCC == kFourCCNV12 ? uint32_t{PF_NV12} : uint32_t{PF_YV12};
+        return made->Make({width, height}, format) ? std::move(made) : nullptr;
     }
     bool WrapsVideo() const override { return true; }
-    std::unique_ptr<BlitSurface> WrapVideo(const DecodedFrame& picture) override {
+    std::unique_ptr<BlitSurface> WrapVideo(const ConstPictureView& picture) override {
         return std::make_unique<WrappedVideo>(picture);
     }
     std::unique_ptr<BlitComposite> CreateComposite(uint32_t width, uint32_t height) override {
@@ -257,7 +229,7 @@ private:
 
 class MemoryBlitter final : public Blitter {
 public:
-    std::vector<Monitor> Enumerate() override { return {}; }    // each comes with the first window on it
+    std::vector<Monitor> Enumerate() override { return {}; }    // each is added with the first window on it
     Monitor Desktop() override { return {}; }
     std::optional<Monitor> FindMonitor(const WindowWatchPtr& window) override {
         return window != nullptr ? window->GetMonitor() : Monitor{};

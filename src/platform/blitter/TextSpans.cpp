@@ -24,13 +24,13 @@ void TextSpans::Clear() {
     m_pixels.clear();
 }
 
-void TextSpans::Take(const RasterView& drawn) {
+void TextSpans::Take(const ConstPictureView& drawn) {
     Clear();
     try {
-        for (uint32_t y = 0; y < drawn.height; ++y) {
-            const auto* row = reinterpret_cast<const uint32_t*>(drawn.data + static_cast<ptrdiff_t>(y) * drawn.step);
-            const uint32_t* const end = row + drawn.width;
-            if (!AnyColor(row, drawn.width))
+        for (uint32_t y = 0; y < drawn.size.height; ++y) {
+            const auto* row = reinterpret_cast<const uint32_t*>(drawn.Row(y));
+            const uint32_t* const end = row + drawn.size.width;
+            if (!AnyColor(row, drawn.size.width))
                 continue;
             const auto isText = [](uint32_t pixel) { return (pixel & kColors) != 0; };
             for (const uint32_t* at = std::find_if(row, end, isText); at != end;) {
@@ -47,7 +47,7 @@ void TextSpans::Take(const RasterView& drawn) {
     }
 }
 
-void TextSpans::Lay(const RasterView& to, const Rect& source, int64_t x, int64_t y) const {
+void TextSpans::Lay(const PictureView& to, const Rect& source, int64_t x, int64_t y) const {
     const Rect part = source.Intersected(to.Bounds().Moved(source.left - x, source.top - y));
     if (!to || part.Empty())
         return;
@@ -57,10 +57,9 @@ void TextSpans::Lay(const RasterView& to, const Rect& source, int64_t x, int64_t
         const int64_t left = std::max<int64_t>(span->left, part.left);
         const int64_t right = std::min<int64_t>(span->right, part.right);
         if (left < right)
-            std::memcpy(
-                to.data + static_cast<ptrdiff_t>(span->y - source.top + y) * to.step + 4 * (left - source.left + x),
-                &m_pixels[span->pixels + static_cast<size_t>(left - span->left)],
-                static_cast<size_t>(right - left) * 4);
+            std::memcpy(to.At(left - source.left + x, span->y - source.top + y),
+                        &m_pixels[span->pixels + static_cast<size_t>(left - span->left)],
+                        static_cast<size_t>(right - left) * 4);
     }
 }
 

@@ -1,5 +1,5 @@
-// Text as it was drawn last: for each row the runs of pixels that are not black. Black, value 0, is where the picture
-// shows; the byte that cairo uses beside the colours does not count.
+// The last drawn text: the runs of pixels in each row that are not black. Black, value 0 without the fourth byte, is
+// transparent.
 #pragma once
 
 #include <cstdint>
@@ -11,11 +11,11 @@ namespace corvane {
 
 class TextSpans {
 public:
-    // Copies what `drawn` holds; may raise std::bad_alloc, and is empty then.
-    void Take(const RasterView& drawn);
+    // Copies the text on `drawn`. May raise std::bad_alloc; there is no text then.
+    void Take(const ConstPictureView& drawn);
     void Clear();
-    // Lays the pixels of `source` on `to`, moved by (x, y); X becomes 0xFF.
-    void Lay(const RasterView& to, const Rect& source, int64_t x, int64_t y) const;
+    // Lays the text inside `source` on `to`, with the corner of `source` at (x, y). The fourth byte becomes 0xFF.
+    void Lay(const PictureView& to, const Rect& source, int64_t x, int64_t y) const;
     bool Empty() const { return m_spans.empty(); }
 
 private:

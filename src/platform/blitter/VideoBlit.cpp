@@ -8,52 +8,36 @@ namespace corvane {
 
 namespace {
 
-// Rows of a band: with three planes of it and their source rows it stays in the second level of the cache.
+// Rows of a band. The band's planes and their source rows stay in the second-level cache.
 constexpr uint32_t kBandRows = 32;
-// From this size on what is drawn goes past the cache: it would only push out what the decoder needs.
+// From this size on pixels are stored past the cache, where they would displace the decoder's data.
 constexpr int64_t kStreamingPixels = int64_t{512} << 10;
 
 constexpr uint32_t Small(int64_t value) {
     return static_cast<uint32_t>(value);
 }
 
-uint8_t* PixelAt(const RasterView& raster, int64_t x, int64_t y) {
-    return raster.data + static_cast<ptrdiff_t>(y) * raster.step + 4 * x;
-}
-
 bool IsEven(const Rect& rect) {
     return ((rect.left | rect.top | rect.right | rect.bottom) & 1) == 0;
 }
 
-// The planes from an even pixel on.
-kernels::Source420 PlanesAt(const kernels::Source420& planes, int64_t x, int64_t y) {
-    kernels::Source420 at = planes;
-    at.y += static_cast<ptrdiff_t>(y) * at.yStep + x;
-    at.u += static_cast<ptrdiff_t>(y / 2) * at.uStep + (at.Planar() ? x / 2 : x);
-    if (at.Planar())
-        at.v += static_cast<ptrdiff_t>(y / 2) * at.vStep + x / 2;
-    return at;
-}
-
-// `part` is even, as is its size.
-void Convert(const RasterView& to, int64_t x, int64_t y, const kernels::Source420& planes, uint32_t width,
-             uint32_t height, const kernels::ColourMatrix* matrix, bool streaming) {
-    kernels::YCbCrToRGB(planes, PixelAt(to, x, y), to.step, width, height,
-                        {.bytes = 4, .fourth = 0xFF, .streaming = streaming, .matrix = matrix});
+// All sides are even.
+void Convert(const PictureView& to, const ConstPictureView& picture, bool streaming) {
+    kernels::YCbCrToRGB(picture, to, {.fourth = 0xFF, .streaming = streaming});
 }
 
 }    // namespace
 
-bool VideoBlit::Draw(const RasterView& to, const Rect& destination, const VideoPicture& picture, const Rect& source) {
-    const Rect shown = source.Intersected({0, 0, picture.width, picture.height});
+bool VideoBlit::Draw(const PictureView& to, const Rect& destination, const ConstPictureView& picture,
+                     const Rect& source) {
+    const Rect shown = source.Intersected(picture.Bounds());
     const Rect part = destination.Intersected(to.Bounds());
     if (!to || shown.Empty() || part.Empty() || destination.Width() > INT32_MAX || destination.Height() > INT32_MAX)
         return true;
     const bool same = shown.Width() == destination.Width() && shown.Height() == destination.Height();
     if (same && IsEven(shown) && IsEven(part.Moved(-destination.left, -destination.top))) {
         const Rect from = part.Moved(shown.left - destination.left, shown.top - destination.top);
-        Convert(to, part.left, part.top, PlanesAt(picture.planes, from.left, from.top), Small(part.Width()),
-                Small(part.Height()), picture.matrix, part.Width() * part.Height() >= kStreamingPixels);
+        Convert(to.Part(part), picture.Part(from), part.Width() * part.Height() >= kStreamingPixels);
         return true;
     }
     const bool shrinks = shown.Width() > destination.Width() || shown.Height() > destination.Height();
@@ -64,17 +48,19 @@ bool VideoBlit::Draw(const RasterView& to, const Rect& destination, const VideoP
 bool VideoBlit::EnsureBands(uint32_t width, bool planar) {
     const uint32_t step = (width + 1 + 63) & ~63u;
     if (!m_bands || m_bandStep != step) {
-        // Luma, and as much again for both kinds of chroma.
+        // Luma, and as much again for U and V.
         if (!m_bands.Allocate(size_t{2} * step * kBandRows)) {
             m_bandStep = 0;
             return false;
         }
         m_bandStep = step;
     }
-    const auto rowStep = static_cast<ptrdiff_t>(step);
-    m_band = {m_bands.Data(), m_bands.Data() + rowStep * kBandRows, nullptr, rowStep, rowStep, rowStep};
-    if (planar)
-        m_band.v = m_band.u + rowStep * (kBandRows / 2);
+    const auto stride = static_cast<ptrdiff_t>(step);
+    uint8_t* const chroma = m_bands.Data() + stride * kBandRows;
+    m_band = {.plane = {m_bands.Data(), chroma, planar ? chroma + stride * (kBandRows / 2) : nullptr},
+              .stride = {stride, stride, stride},
+              .size = {(width + 1) & ~1u, kBandRows},
+              .format = planar ? uint32_t{PF_I420} : uint32_t{PF_NV12}};
     return true;
 }
 
@@ -82,24 +68,19 @@ bool VideoBlit::EnsureWhole(uint32_t width, uint32_t height) {
     return m_whole.Reuse(width, height);
 }
 
-bool VideoBlit::ShrinkBand(const kernels::Source420& planes, uint32_t row, uint32_t rows) {
-    const auto step = static_cast<ptrdiff_t>(m_bandStep);
-    m_luma.Rows(planes.y, planes.yStep, row, rows, m_bands.Data(), step);
-    const uint32_t chromaRows = (rows + 1) / 2;
-    uint8_t* const u = m_bands.Data() + step * kBandRows;
-    m_chroma.Rows(planes.u, planes.uStep, row / 2, chromaRows, u, step);
-    if (planes.Planar())
-        m_chroma.Rows(planes.v, planes.vStep, row / 2, chromaRows, u + step * (kBandRows / 2), step);
-    return true;
+void VideoBlit::ShrinkBand(const ConstPictureView& shown, uint32_t row, uint32_t rows) {
+    m_luma.Rows(shown.plane[0], shown.stride[0], row, rows, m_band.plane[0], m_band.stride[0]);
+    for (int i = 1; i < shown.PlaneCount(); ++i)
+        m_chroma.Rows(shown.plane[i], shown.stride[i], row / 2, (rows + 1) / 2, m_band.plane[i], m_band.stride[i]);
 }
 
-// Band by band: the rows of a band are converted while they are still near. An axis that grows is left for later, and
-// then, as for sizes that are not even or are cut, the bands come together in memory first.
-bool VideoBlit::DrawShrunk(const RasterView& to, const Rect& destination, const VideoPicture& picture,
+// Works in bands, whose rows are converted while they are cached. Where one axis grows, where sizes are odd, and where
+// the destination is clipped, the bands are converted into a picture in memory, which is scaled afterwards.
+bool VideoBlit::DrawShrunk(const PictureView& to, const Rect& destination, const ConstPictureView& picture,
                            const Rect& source) {
     const uint32_t width = Small(std::min(source.Width(), destination.Width()));
     const uint32_t height = Small(std::min(source.Height(), destination.Height()));
-    const bool planar = picture.planes.Planar();
+    const bool planar = picture.ThreePlanes();
     const Rect part = destination.Intersected(to.Bounds());
     const bool direct = part == destination && ((width | height) & 1) == 0 && width == destination.Width() &&
                         height == destination.Height();
@@ -112,20 +93,20 @@ bool VideoBlit::DrawShrunk(const RasterView& to, const Rect& destination, const 
         m_whole.Free();
     else if (!EnsureWhole((width + 1) & ~1u, (height + 1) & ~1u))
         return false;
-    const kernels::Source420 planes = PlanesAt(picture.planes, source.left, source.top);
-    const RasterView& target = direct ? to : m_whole.View();
-    const int64_t left = direct ? part.left : 0;
-    const int64_t top = direct ? part.top : 0;
+    const ConstPictureView shown = picture.Part(source);
+    m_band.colours = picture.colours;
+    const PictureView target = direct ? to.Part(part) : m_whole.View();
     const bool streaming = direct && part.Width() * part.Height() >= kStreamingPixels;
     for (uint32_t row = 0; row < height; row += kBandRows) {
         const uint32_t rows = std::min(kBandRows, height - row);
-        ShrinkBand(planes, row, rows);
-        Convert(target, left, top + row, m_band, (width + 1) & ~1u, (rows + 1) & ~1u, picture.matrix, streaming);
+        ShrinkBand(shown, row, rows);
+        const Rect band{0, 0, m_band.size.width, (rows + 1) & ~1u};
+        Convert(target.Part(band.Moved(0, row)), m_band.Part(band), streaming);
     }
-    return direct || Stretch(to, destination, AsPicture(m_whole.View()), {0, 0, width, height});
+    return direct || Stretch(to, destination, m_whole.View(), {0, 0, width, height});
 }
 
-bool VideoBlit::DrawConverted(const RasterView& to, const Rect& destination, const VideoPicture& picture,
+bool VideoBlit::DrawConverted(const PictureView& to, const Rect& destination, const ConstPictureView& picture,
                               const Rect& source) {
     const Rect even{source.left & ~int64_t{1}, source.top & ~int64_t{1}, (source.right + 1) & ~int64_t{1},
                     (source.bottom + 1) & ~int64_t{1}};
@@ -134,13 +115,12 @@ bool VideoBlit::DrawConverted(const RasterView& to, const Rect& destination, con
     m_luma.Free();
     m_chroma.Free();
     m_bands.Free();
-    Convert(m_whole.View(), 0, 0, PlanesAt(picture.planes, even.left, even.top), Small(even.Width()),
-            Small(even.Height()), picture.matrix, false);
-    return Stretch(to, destination, AsPicture(m_whole.View()), source.Moved(-even.left, -even.top));
+    Convert(m_whole.View(), picture.Part(even), false);
+    return Stretch(to, destination, m_whole.View(), source.Moved(-even.left, -even.top));
 }
 
 size_t VideoBlit::Bytes() const {
-    return m_bands.Size() + m_whole.View().height * static_cast<size_t>(m_whole.View().step);
+    return m_bands.Size() + m_whole.View().size.height * static_cast<size_t>(m_whole.View().stride[0]);
 }
 
 }    // namespace corvane

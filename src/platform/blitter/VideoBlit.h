@@ -1,37 +1,31 @@
-// Puts a 4:2:0 picture on a raster: converted where the size stays, made smaller before it is converted where it
-// shrinks, enlarged after.
+// Draws a 4:2:0 picture on a raster. A picture that shrinks is scaled before the conversion, a picture that grows after
+// it.
 #pragma once
 
 #include <cstdint>
 
-#include "kernels/ColourMatrix.h"
 #include "kernels/PlaneShrink.h"
-#include "kernels/Source420.h"
 #include "platform/raster/Raster.h"
 
 namespace corvane {
 
-struct VideoPicture {
-    kernels::Source420 planes;
-    uint32_t width = 0;    // both even: the pixels that have chroma
-    uint32_t height = 0;
-    const kernels::ColourMatrix* matrix = nullptr;    // as RgbLayout has it
-};
-
-// Keeps tables and bands for the next picture like the one before. One thread at a time.
+// Keeps tables and bands for the next picture of the same sizes. One thread at a time.
 class VideoBlit {
 public:
-    // Scales `source`, a part of `picture`, into the whole of `destination`, of which only what lies on `to` is
-    // written. False when there is no memory; nothing, or a part from the top, is drawn then.
-    [[nodiscard]] bool Draw(const RasterView& to, const Rect& destination, const VideoPicture& picture,
+    // Scales `source`, a part of `picture` (PF_I420 or PF_NV12 of even sides), into the whole of `destination`, of
+    // which only what lies on `to` is written. False when there is no memory; nothing, or a part from the top, is drawn
+    // then.
+    [[nodiscard]] bool Draw(const PictureView& to, const Rect& destination, const ConstPictureView& picture,
                             const Rect& source);
     // Bytes of memory kept.
     size_t Bytes() const;
 
 private:
-    bool DrawShrunk(const RasterView& to, const Rect& destination, const VideoPicture& picture, const Rect& source);
-    bool DrawConverted(const RasterView& to, const Rect& destination, const VideoPicture& picture, const Rect& source);
-    bool ShrinkBand(const kernels::Source420& planes, uint32_t row, uint32_t rows);
+    bool DrawShrunk(const PictureView& to, const Rect& destination, const ConstPictureView& picture,
+                    const Rect& source);
+    bool DrawConverted(const PictureView& to, const Rect& destination, const ConstPictureView& picture,
+                       const Rect& source);
+    void ShrinkBand(const ConstPictureView& shown, uint32_t row, uint32_t rows);
     bool EnsureBands(uint32_t width, bool planar);
     bool EnsureWhole(uint32_t width, uint32_t height);
 
@@ -39,7 +33,7 @@ private:
     kernels::PlaneShrink m_chroma;
     AlignedBuffer m_bands;    // of the shrunk planes, a few rows each
     uint32_t m_bandStep = 0;
-    kernels::Source420 m_band;
+    PictureView m_band;
     Raster m_whole;    // converted, before it is enlarged or cut
 };
 

@@ -18,13 +18,13 @@ Status StatusOf(cairo_status_t status) {
     return status == CAIRO_STATUS_NO_MEMORY ? Status::OutOfMemory : Status::Failed;
 }
 
-// A surface without bounds tells extents of millions.
+// A surface without bounds reports extents of millions.
 uint32_t Length(double from, double to) {
     const double length = std::round(std::abs(to - from));
     return length >= 1 && length <= limits::kMaxPictureSide ? static_cast<uint32_t>(length) : 0;
 }
 
-// The path is no part of what cairo saves.
+// Keeps the path, which cairo_save does not.
 class PathKeeper {
 public:
     explicit PathKeeper(cairo_t* context) : m_context(context), m_path(cairo_copy_path(context)) {
@@ -58,18 +58,18 @@ DisplayTarget::Size DisplayTarget::OwnSize() const {
     return {Length(left, right), Length(top, bottom)};
 }
 
-Status DisplayTarget::Draw(const PackedPicture& picture, const Rect& area) const {
+Status DisplayTarget::Draw(const ConstPictureView& picture, const Rect& area) const {
     CORVANE_RETURN_IF_FAILED(StatusOf(cairo_status(m_context)));
     if (area.Empty())
         return Status::Ok;
     Raster copy;    // in 32 bits, the first row on top
-    if (!copy.Resize(picture.width, picture.height) ||
+    if (!copy.Resize(picture.size.width, picture.size.height) ||
         !Stretch(copy.View(), copy.View().Bounds(), picture, copy.View().Bounds()))
         return Status::OutOfMemory;
-    const RasterView& view = copy.View();
+    const PictureView& view = copy.View();
     cairo_surface_t* const surface =
-        cairo_image_surface_create_for_data(view.data, CAIRO_FORMAT_RGB24, static_cast<int>(view.width),
-                                            static_cast<int>(view.height), static_cast<int>(view.step));
+        cairo_image_surface_create_for_data(view.plane[0], CAIRO_FORMAT_RGB24, static_cast<int>(view.size.width),
+                                            static_cast<int>(view.size.height), static_cast<int>(view.stride[0]));
     {
         const PathKeeper path(m_context);
         cairo_save(m_context);
@@ -77,8 +77,8 @@ Status DisplayTarget::Draw(const PackedPicture& picture, const Rect& area) const
                         static_cast<double>(area.Width()), static_cast<double>(area.Height()));
         cairo_clip(m_context);
         cairo_translate(m_context, static_cast<double>(area.left), static_cast<double>(area.top));
-        cairo_scale(m_context, static_cast<double>(area.Width()) / view.width,
-                    static_cast<double>(area.Height()) / view.height);
+        cairo_scale(m_context, static_cast<double>(area.Width()) / view.size.width,
+                    static_cast<double>(area.Height()) / view.size.height);
         cairo_set_source_surface(m_context, surface, 0, 0);
         cairo_pattern_set_extend(cairo_get_source(m_context), CAIRO_EXTEND_PAD);
         cairo_pattern_set_filter(cairo_get_source(m_context), CAIRO_FILTER_GOOD);
@@ -86,7 +86,8 @@ Status DisplayTarget::Draw(const PackedPicture& picture, const Rect& area) const
         cairo_paint(m_context);
         cairo_restore(m_context);
     }
-    // A recording surface (vector or not) keeps a copy from here on: the pixels die with this call.
+    // After this a recording surface (vector or not) uses its own copy of the pixels, which are freed when this
+    // function returns.
     cairo_surface_finish(surface);
     cairo_surface_destroy(surface);
     if (failure::MustFail(failure::Site::PlatformCall))

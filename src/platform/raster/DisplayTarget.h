@@ -1,5 +1,5 @@
-// A client's own cairo context as the place where a picture is drawn: in the client's matrix and clip, on any kind of
-// surface. What the client set on the context, its path included, is the same afterwards.
+// Draws pictures on a client's own cairo context, with the client's matrix and clip, on any kind of surface. The
+// client's settings of the context, its path included, are unchanged afterwards.
 #pragma once
 
 #include <cstdint>
@@ -23,9 +23,9 @@ public:
     };
     Size OwnSize() const;
 
-    // Scales the picture into `area`, in the client's units. An empty area draws nothing. Failed: the context is in
-    // error, before or by the drawing. OutOfMemory.
-    Status Draw(const PackedPicture& picture, const Rect& area) const;
+    // Scales the picture (as Stretch takes it) into `area`, in the client's units. An empty area draws nothing. Failed:
+    // the context is in error, before or by the drawing. OutOfMemory.
+    Status Draw(const ConstPictureView& picture, const Rect& area) const;
 
 private:
     struct _cairo* const m_context;

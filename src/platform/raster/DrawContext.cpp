@@ -16,12 +16,13 @@ bool MustFail() {
 
 }    // namespace
 
-DrawContext::DrawContext(const RasterView& raster, uint32_t width, uint32_t height) {
-    if (!raster || raster.step > std::numeric_limits<int>::max())
+DrawContext::DrawContext(const PictureView& picture, uint32_t width, uint32_t height) {
+    if (!picture || picture.stride[0] > std::numeric_limits<int>::max())
         return;
-    // What cairo cannot make it makes as an object in error, which the calls that follow take and pass on.
-    m_surface = cairo_image_surface_create_for_data(raster.data, CAIRO_FORMAT_RGB24, static_cast<int>(raster.width),
-                                                    static_cast<int>(raster.height), static_cast<int>(raster.step));
+    // Where cairo fails it returns an object in error, which later calls accept.
+    m_surface =
+        cairo_image_surface_create_for_data(picture.plane[0], CAIRO_FORMAT_RGB24, static_cast<int>(picture.size.width),
+                                            static_cast<int>(picture.size.height), static_cast<int>(picture.stride[0]));
     m_context = cairo_create(m_surface);
     cairo_rectangle(m_context, 0, 0, width, height);
     cairo_clip(m_context);
@@ -32,7 +33,7 @@ DrawContext::DrawContext(const RasterView& raster, uint32_t width, uint32_t heig
 }
 
 DrawContext::~DrawContext() {
-    // Finishing flushes, and takes the pixels away from whatever references are left.
+    // Finishing flushes, and detaches the pixels from references that are left.
     cairo_surface_finish(m_surface);
     cairo_surface_destroy(m_surface);
     cairo_destroy(m_context);

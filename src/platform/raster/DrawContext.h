@@ -1,4 +1,4 @@
-// What a client draws with: a fresh cairo context on a raster, clipped, that lives for one callback.
+// A new, clipped cairo context on a picture, which a client draws with during one callback.
 #pragma once
 
 #include <cstdint>
@@ -13,8 +13,8 @@ namespace corvane {
 class DrawContext {
 public:
     // Clips to (0, 0) .. (width, height). Where cairo cannot make the context, Get is null: the text is skipped.
-    DrawContext(const RasterView& raster, uint32_t width, uint32_t height);
-    // Flushes what was drawn. A client that kept a reference draws into nothing from here on.
+    DrawContext(const PictureView& picture, uint32_t width, uint32_t height);
+    // Flushes the drawing. A reference that a client has kept draws into nothing afterwards.
     ~DrawContext();
     DrawContext(const DrawContext&) = delete;
     DrawContext& operator=(const DrawContext&) = delete;
@@ -24,7 +24,7 @@ public:
     }
 
 private:
-    struct _cairo_surface* m_surface = nullptr;    // a context in error no longer tells its own
+    struct _cairo_surface* m_surface = nullptr;    // kept here, since a context in error does not return it
     struct _cairo* m_context = nullptr;
 };
 

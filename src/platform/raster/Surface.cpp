@@ -24,7 +24,7 @@ Status StatusOf(cairo_status_t status) {
     return status == CAIRO_STATUS_NO_MEMORY ? Status::OutOfMemory : Status::Failed;
 }
 
-// A finished surface still tells where its pixels were; only a context on it learns that it is finished.
+// A finished surface still returns the address of its pixels; only a context on it reports that it is finished.
 Status CheckAlive(cairo_surface_t* surface) {
     cairo_t* const probe = cairo_create(surface);
     const Status status = StatusOf(cairo_status(probe));
@@ -32,7 +32,7 @@ Status CheckAlive(cairo_surface_t* surface) {
     return status;
 }
 
-// A field of `bits` bits from bit `shift` on, brought to 8 bits.
+// A field of `bits` bits from bit `shift` on, scaled to 8 bits.
 uint32_t Field(uint32_t pixel, uint32_t shift, uint32_t bits) {
     const uint32_t most = (1u << bits) - 1;
     return ((pixel >> shift & most) * 255 + most / 2) / most;
@@ -42,8 +42,7 @@ uint32_t Grey(uint32_t level) {
     return level * 0x010101u;
 }
 
-// Pixel `x` of a row as 0x00RRGGBB. Colours with alpha are multiplied by it already, which is what black below makes
-// of them.
+// Pixel `x` of a row as 0x00RRGGBB. Colours with alpha are premultiplied, which is their value over black.
 uint32_t PixelOf(cairo_format_t format, const uint8_t* row, uint32_t x) {
     uint32_t pixel = 0;
     uint16_t word = 0;
@@ -79,7 +78,7 @@ bool Known(cairo_format_t format) {
     }
 }
 
-// The size in the first chunk of a PNG file, before anybody makes room for it.
+// Checks the size in the first chunk of a PNG file before memory is allocated for it.
 bool PngFits(std::span<const uint8_t> file) {
     constexpr uint8_t kStart[16] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n', 0, 0, 0, 13, 'I', 'H', 'D', 'R'};
     if (file.size() < 24 || !std::equal(kStart, kStart + 16, file.data()))
@@ -117,11 +116,11 @@ Status CopySurface(cairo_surface_t* surface, Raster& out) {
     Raster copy;
     if (!copy.Resize(static_cast<uint32_t>(width), static_cast<uint32_t>(height)))
         return Status::OutOfMemory;
-    const RasterView& to = copy.View();
-    for (uint32_t y = 0; y < to.height; ++y) {
+    const PictureView& to = copy.View();
+    for (uint32_t y = 0; y < to.size.height; ++y) {
         const uint8_t* const row = data + static_cast<ptrdiff_t>(y) * step;
-        auto* const pixels = reinterpret_cast<uint32_t*>(to.data + static_cast<ptrdiff_t>(y) * to.step);
-        for (uint32_t x = 0; x < to.width; ++x)
+        auto* const pixels = reinterpret_cast<uint32_t*>(to.Row(y));
+        for (uint32_t x = 0; x < to.size.width; ++x)
             pixels[x] = PixelOf(format, row, x);
     }
     out = std::move(copy);

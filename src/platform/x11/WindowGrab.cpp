@@ -15,24 +15,24 @@ namespace {
 
 constexpr std::chrono::hours kLongest(1);    // so that the deadline does not overflow
 
-void CopyRows(PixelLayout layout, const uint8_t* from, ptrdiff_t fromStep, const RasterView& to, const Rect& place) {
+void CopyRows(PixelLayout layout, const uint8_t* from, ptrdiff_t fromStep, const PictureView& to, const Rect& place) {
     for (int64_t y = place.top; y < place.bottom; ++y, from += fromStep)
-        UnpackRow(layout, from, to.data + y * to.step + 4 * place.left, static_cast<uint32_t>(place.Width()));
+        UnpackRow(layout, from, to.At(place.left, y), static_cast<uint32_t>(place.Width()));
 }
 
 // `out` gets this size and the pixels of `last`, black outside of it.
-Status ShowLast(const RasterView& last, WindowWatch::Size size, Raster& out) {
+Status ShowLast(const ConstPictureView& last, WindowWatch::Size size, Raster& out) {
     if (!limits::FitsPicture(size.width, size.height))
         return Status::Failed;
     if (!out.Resize(size.width, size.height))
         return Status::OutOfMemory;
     const Rect both = last.Bounds().Intersected(out.View().Bounds());
     if (last && !both.Empty())
-        CopyRows(PixelLayout::Bgrx32, last.data, last.step, out.View(), both);
+        CopyRows(PixelLayout::Bgrx32, last.plane[0], last.stride[0], out.View(), both);
     return Status::Ok;
 }
 
-void ShowBand(const GrabJob::Band& band, const std::vector<Rect>& visible, PixelLayout layout, const RasterView& out) {
+void ShowBand(const GrabJob::Band& band, const std::vector<Rect>& visible, PixelLayout layout, const PictureView& out) {
     const uint32_t bytes = BytesPerPixel(layout);
     const ptrdiff_t step = (band.place.Width() * bytes + 3) & ~int64_t{3};
     const uint8_t* pixels = xcb_get_image_data(band.pixels.get());
@@ -69,7 +69,7 @@ private:
     Condition m_changed;
 };
 
-Status Grab(const WindowWatchPtr& watch, const RasterView& last, std::chrono::milliseconds limit, Raster& out) {
+Status Grab(const WindowWatchPtr& watch, const ConstPictureView& last, std::chrono::milliseconds limit, Raster& out) {
     // One limit for both waits, in real time: the event thread does not go by a channel's clock.
     ThreadWait wait(std::chrono::nanoseconds(std::min<std::chrono::milliseconds>(limit, kLongest)).count());
     if (watch != nullptr && watch->GetLife() == WindowWatch::Life::Unknown)
@@ -98,7 +98,8 @@ Status Grab(const WindowWatchPtr& watch, const RasterView& last, std::chrono::mi
 
 }    // namespace
 
-Status GrabWindow(const WindowWatchPtr& watch, const RasterView& last, std::chrono::milliseconds limit, Raster& out) {
+Status GrabWindow(const WindowWatchPtr& watch, const ConstPictureView& last, std::chrono::milliseconds limit,
+                  Raster& out) {
     try {
         return Grab(watch, last, limit, out);
     } catch (const std::bad_alloc&) {

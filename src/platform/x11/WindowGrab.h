@@ -14,6 +14,7 @@ namespace corvane {
 // is not viewable comes from `last` as a whole. Any client thread, no lock held; waits for the server, at most `limit`.
 // Failed: the window is not alive, its visual cannot be read, it is not viewable and `last` is empty, or the server did
 // not answer in time. OutOfMemory.
-Status GrabWindow(const WindowWatchPtr& watch, const RasterView& last, std::chrono::milliseconds limit, Raster& out);
+Status GrabWindow(const WindowWatchPtr& watch, const ConstPictureView& last, std::chrono::milliseconds limit,
+                  Raster& out);
 
 }    // namespace corvane

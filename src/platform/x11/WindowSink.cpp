@@ -50,7 +50,7 @@ public:
     bool Copy(Raster& out) override;
 
 protected:
-    const RasterView& Image() const override { return m_image; }
+    const PictureView& Image() const override { return m_image; }
 
 private:
     State Absent();
@@ -91,7 +91,7 @@ private:
     std::vector<uint8_t> m_band;
 
     AlignedBuffer m_private;
-    RasterView m_image;    // of m_shared or m_private; changed under m_imageLock
+    PictureView m_image;    // of m_shared or m_private; changed under m_imageLock
 
     std::atomic<bool> m_put{false};    // this image was put
 };
@@ -170,8 +170,10 @@ bool ServerSink::MakeImage() {
     if (DrawsPrivately() && m_private.Size() < drawn && !m_private.Allocate(drawn + drawn / spare))
         return false;
     MutexLock lock(m_imageLock);
-    m_image = {DrawsPrivately() ? m_private.Data() : m_shared.Data(), ptrdiff_t{4} * RowPixels(), size.width,
-               size.height};
+    m_image = {.plane = {DrawsPrivately() ? m_private.Data() : m_shared.Data()},
+               .stride = {ptrdiff_t{4} * RowPixels()},
+               .size = {size.width, size.height},
+               .format = PF_BGRA32};
     m_fresh = true;
     return true;
 }
@@ -205,7 +207,7 @@ bool ServerSink::Trim() {
         MutexLock lock(m_imageLock);
         std::memcpy(smaller.Data(), m_private.Data(), PrivateBytes());
         m_private = std::move(smaller);
-        m_image.data = m_private.Data();
+        m_image.plane[0] = m_private.Data();
     }
     return false;
 }
@@ -234,8 +236,8 @@ bool ServerSink::Put(std::span<const Rect> parts) {
     const uint32_t bytes = BytesPerPixel(m_facts.layout);
     for (const Rect& part : m_parts) {
         for (int64_t y = part.top; DrawsPrivately() && y < part.bottom; ++y)
-            PackRow(m_facts.layout, m_image.data + y * m_image.step + 4 * part.left,
-                    m_shared.Data() + (y * RowPixels() + part.left) * bytes, static_cast<uint32_t>(part.Width()));
+            PackRow(m_facts.layout, m_image.At(part.left, y), m_shared.Data() + (y * RowPixels() + part.left) * bytes,
+                    static_cast<uint32_t>(part.Width()));
     }
     m_state->Put(xcb, m_facts, static_cast<uint16_t>(RowPixels()), static_cast<uint16_t>(m_imageSize.height), m_parts);
     // The sending may have read events into xcb's queue, but not the completion of this put.
@@ -269,7 +271,7 @@ bool ServerSink::SendBands() {
         const Rect band{part.left, part.top, part.right, std::min(part.top + rows, part.bottom)};
         m_band.resize(std::max(m_band.size(), rowBytes * static_cast<size_t>(band.Height())));
         for (int64_t y = band.top; y < band.bottom; ++y)
-            PackRow(m_facts.layout, m_image.data + y * m_image.step + 4 * band.left,
+            PackRow(m_facts.layout, m_image.At(band.left, y),
                     m_band.data() + rowBytes * static_cast<size_t>(y - band.top), static_cast<uint32_t>(band.Width()));
         sent = m_connection->Socket().SendWithRoom(deadline, [&] {
             xcb_put_image(xcb, XCB_IMAGE_FORMAT_Z_PIXMAP, m_watchState->Window(), m_state->Context(xcb),
@@ -290,11 +292,11 @@ bool ServerSink::SendBands() {
 
 bool ServerSink::Copy(Raster& out) {
     MutexLock lock(m_imageLock);
-    if (!m_put || !out.Resize(m_image.width, m_image.height))
+    if (!m_put || !out.Resize(m_image.size.width, m_image.size.height))
         return false;
-    const RasterView& to = out.View();
-    for (uint32_t y = 0; y < m_image.height; ++y)
-        std::memcpy(to.data + y * to.step, m_image.data + y * m_image.step, size_t{4} * m_image.width);
+    const PictureView& to = out.View();
+    for (uint32_t y = 0; y < m_image.size.height; ++y)
+        std::memcpy(to.Row(y), m_image.Row(y), size_t{4} * m_image.size.width);
     return true;
 }
 

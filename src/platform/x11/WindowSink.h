@@ -34,7 +34,7 @@ public:
     // Locks the image against Copy while it is written. Never lives across a client's callback.
     class Writing {
     public:
-        const RasterView& Image() const { return m_sink.Image(); }
+        const PictureView& Image() const { return m_sink.Image(); }
 
     private:
         friend class WindowSink;
@@ -72,7 +72,7 @@ public:
     virtual bool Copy(Raster& out) = 0;
 
 protected:
-    virtual const RasterView& Image() const = 0;
+    virtual const PictureView& Image() const = 0;
 
     Mutex m_imageLock;    // guards the image: its pixels and its replacement by the render thread; a leaf
 };

@@ -31,14 +31,14 @@ Status SetRender(Targets& targets, uint64_t value, uint64_t) {
 
 template <uint32_t RawSettings::*Field>
 Status SetRaw(Targets& targets, uint64_t value, uint64_t) {
-    targets.stream->Render().SetRaw(Field, static_cast<uint32_t>(value));
+    targets.stream->Render().Raw().Set(Field, static_cast<uint32_t>(value));
     return Status::Ok;
 }
 
 // Here the context comes first.
 template <ClientCallback<CorvaneRawCallback> RawSettings::*Which>
 Status SetRawCallback(Targets& targets, uint64_t value, uint64_t extra) {
-    targets.stream->Render().SetRawCallback(
+    targets.stream->Render().Raw().SetCallback(
         Which, {reinterpret_cast<CorvaneRawCallback>(extra), reinterpret_cast<void*>(value)});
     return Status::Ok;
 }
@@ -71,7 +71,7 @@ constexpr OptionRow kRows[] = {
      "media mode"},
     {CORVANE_OPTION_RAW_PICTURES, kStreamKinds,
      [](Targets& targets, uint64_t value, uint64_t) {
-         targets.stream->Render().SetRaw(&RawSettings::pictures, value != 0);
+         targets.stream->Render().Raw().Set(&RawSettings::pictures, value != 0);
          return Status::Ok;
      },
      "zero: no raw pictures"},

@@ -81,7 +81,7 @@ void StreamChannel::JoinWorker() {
     }
     m_render.Interrupt();
     worker.Join();
-    m_render.AwaitFilters();    // of a raw picture on the render thread
+    m_render.AwaitCalls();    // of a raw picture on the render thread
     m_video.Reset(false);
     JitterQueue::Entries removed;    // freed outside the lock
     MutexLock lock(m_mutex);

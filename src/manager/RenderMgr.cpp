@@ -153,7 +153,7 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const SharedPicture& decode
         if (carried.smoothing != Smoothing::None)
             m_counters.Add(carried.smoothing == Smoothing::Done ? Counter::PicturesSmoothed
                                                                 : Counter::PicturesRefusedSmoothing);
-        if (settings->raw.WantsPictures() && picture.Reference() == nullptr)
+        if (m_rawClient.WantsPictures() && picture.Reference() == nullptr)
             picture.decoded = decoded.Shared() ? decoded.Share() : m_copies.Copy(decoded);
         if (carried.Lost())
             return fate.Is(Counter::PicturesLost, carried.fate == RunResult::Fate::LostNotRotatable
@@ -253,6 +253,19 @@ void CRenderMgr::SetState(RenderState state, const FramePtr& frame) {
     m_schedule.OnState(state);
     m_mailbox.Interrupt();
     m_due.NotifyAll();
+    ++m_interruptions;
+}
+
+void CRenderMgr::Interrupt() {
+    m_deliversRaw = false;
+    ++m_interruptions;
+    m_mailbox.Interrupt();
+    m_rawClient.Wake();
+}
+
+void CRenderMgr::AwaitCalls() {
+    m_filterCalls.WaitForRunning();
+    m_rawClient.AwaitCall();
 }
 
 // ---- The render thread ----
@@ -384,7 +397,7 @@ void CRenderMgr::PresentPass(Turn& turn) {
         return;
     }
     AfterDisplay(pass);    // also where nothing was put
-    DeliverRaw(pass.settings);
+    DeliverRaw();
 }
 
 // Whether this renderer may show the kept picture; counts a fresh one as taken, or as lost.
@@ -398,15 +411,15 @@ bool CRenderMgr::MatchPicture(RendererId id, bool fresh) {
 }
 
 // Once for each picture. Then the decoder gets its picture back.
-void CRenderMgr::DeliverRaw(const PresentSettings& settings) {
+void CRenderMgr::DeliverRaw() {
     const bool due = std::exchange(m_rawDue, false);
-    if (!settings.raw.WantsPictures()) {
-        m_raw.Free();
+    if (!m_rawClient.WantsPictures()) {
+        m_rawDelivery.Free();
     } else if (due) {
-        m_raw.Deliver(m_kept, &m_mailbox, [this] {
-            MutexLock lock(m_lock);
-            return m_deliversRaw && m_schedule.State() == RenderState::Playing;
-        });
+        const uint32_t interruptions = m_interruptions;
+        m_rawDelivery.Deliver(
+            m_kept, &m_mailbox, [this] { return Settings(); },
+            [this, interruptions] { return m_deliversRaw && m_interruptions == interruptions; });
     }
     m_kept.decoded = SharedPicture();
 }

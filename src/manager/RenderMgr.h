@@ -30,6 +30,7 @@
 #include "present/PictureMailbox.h"
 #include "present/PictureRun.h"
 #include "present/PresentSettings.h"
+#include "present/RawClient.h"
 #include "present/RawDelivery.h"
 
 namespace corvane {
@@ -79,13 +80,10 @@ public:
     // most 500 ms, until the render thread has taken the last picture. Then, and without `wait`, this picture replaces
     // one that was not taken. The outcome of the picture is counted.
     void PresentFrame(const FramePtr& frame, const SharedPicture& decoded, bool wait);
-    // Any thread, at a stop: ends the wait of PresentFrame, and raw pictures until the next start.
-    void Interrupt() {
-        m_deliversRaw = false;
-        m_mailbox.Interrupt();
-    }
-    // Waits for the end of the client filters that run; not on a thread of the library.
-    void AwaitFilters() { m_filterCalls.WaitForRunning(); }
+    // Any thread, at a stop: ends the wait of PresentFrame, and raw data until the next Stop, which a start calls.
+    void Interrupt();
+    // After Interrupt: waits for the client filters and the raw callback that run; not on a thread of the library.
+    void AwaitCalls();
     // A frame of sound (`mix`: it is to be heard). With `show`, and in another second of wall-clock time than the last
     // frame, the state becomes AudioOnly.
     void InputAudio(const FramePtr& frame, bool mix, bool show);
@@ -134,6 +132,7 @@ public:
     bool HasWindow() const;
     // The counters of the whole channel, also for its queue and its worker.
     ChannelCounters& Counters() { return m_counters; }
+    RawClient& Raw() { return m_rawClient; }
 
     Status InsertFilter(QMRX::Filter::IFilter* filter);
     void RemoveFilter(QMRX::Filter::IFilter* filter);    // waits for a running call of the filter
@@ -156,18 +155,6 @@ public:
         MutexLock lock(m_lock);
         ChangeSettings([&](PresentSettings& settings) { settings.*which = callback; });
         m_renderCalls.WaitForRunning(lock);
-    }
-    // A raw callback, which counts for the next raw picture. Waits likewise.
-    void SetRawCallback(ClientCallback<CorvaneRawCallback> RawSettings::*which,
-                        ClientCallback<CorvaneRawCallback> callback) {
-        MutexLock lock(m_lock);
-        ChangeSettings([&](PresentSettings& settings) { settings.raw.*which = callback; });
-        m_renderCalls.WaitForRunning(lock);
-    }
-    template <typename T>
-    void SetRaw(T RawSettings::*field, T value) {
-        MutexLock lock(m_lock);
-        ChangeSettings([&](PresentSettings& settings) { settings.raw.*field = value; });
     }
     // The picture callback, which lives in the off-screen renderer. `format`: a pixel format. Waits likewise.
     void SetPictureCallback(ClientCallback<CorvanePictureCallback> callback, uint32_t format);
@@ -210,7 +197,7 @@ private:
     void PresentPass(Turn& turn);
     bool MatchPicture(RendererId id, bool fresh);
     void AfterDisplay(Pass& pass);
-    void DeliverRaw(const PresentSettings& settings);
+    void DeliverRaw();
     void DrawState(const Turn& turn);
 
     // Replaces the settings by a changed copy.
@@ -233,7 +220,9 @@ private:
     Mutex m_filterLock;    // of ChainSettings
     PictureMailbox m_mailbox;
 
-    std::atomic<bool> m_deliversRaw{false};    // from a start to a stop
+    RawClient m_rawClient;
+    std::atomic<bool> m_deliversRaw{false};       // from a start to a stop
+    std::atomic<uint32_t> m_interruptions{0};     // a repetition of a raw picture ends with the next one
 
     // Only on the worker.
     PictureRun m_run;
@@ -254,7 +243,7 @@ private:
     // Only on the render thread.
     StatePicture m_statePicture;
     ShownTally m_tally{m_counters};
-    RawDelivery m_raw{[this] { return Settings(); }, m_filterCalls};
+    RawDelivery m_rawDelivery{m_rawClient, m_filterCalls};
     bool m_rawDue = false;     // m_kept was not delivered yet
     FinishedPicture m_kept;    // the picture shown last, for redraws
 

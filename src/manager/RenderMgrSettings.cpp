@@ -18,6 +18,7 @@ constexpr std::chrono::milliseconds kGrabLimit(1000);
 
 void CRenderMgr::Stop(bool waiting) {
     MutexLock lock(m_lock);
+    m_deliversRaw = true;
     m_schedule.OnInformation();
     if (waiting && m_schedule.State() != RenderState::Waiting)
         SetState(RenderState::Waiting, nullptr);

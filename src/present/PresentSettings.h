@@ -25,18 +25,6 @@ struct Edges {
     uint32_t bottom = 0;
 };
 
-// Raw pictures, see CorvaneRawCallback.
-struct RawSettings {
-    ClientCallback<CorvaneRawCallback> first;     // option 18
-    ClientCallback<CorvaneRawCallback> second;    // option 22, which is called in the place of the first
-    bool pictures = true;
-    uint32_t format = 0;    // CORVANE_PICTURE_*; 0: none
-    uint32_t prefix = 0;    // bytes
-
-    const ClientCallback<CorvaneRawCallback>& Callback() const { return second ? second : first; }
-    bool WantsPictures() const { return pictures && static_cast<bool>(Callback()); }
-};
-
 struct PresentSettings {
     WindowWatchPtr window;    // null where the client gave none
     uint32_t flags = 0;
@@ -66,7 +54,6 @@ struct PresentSettings {
     }
 
     ChainSettings chain;
-    RawSettings raw;
     std::optional<double> angle;      // degrees; set while rotation is on
     PictureSize rawMost;              // cap on pictures for the callback; no cap where either side is 0
     bool signalledColours = false;    // option 1000; false: all samples count as full-range BT.601

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstring>
-#include <utility>
 
 #include "present/MakerTarget.h"
 
@@ -18,43 +17,42 @@ void RawDelivery::Free() {
 }
 
 void RawDelivery::Deliver(const FinishedPicture& picture, PictureMailbox* mailbox,
-                          const std::function<bool()>& goesOn) {
+                          const std::function<PresentSettingsPtr()>& current, const std::function<bool()>& goesOn) {
     if (picture.Decoded() == nullptr)
         return;
-    PresentSettingsPtr settings = m_settings();
-    const ClientCallback<CorvaneRawCallback> callback = settings->raw.Callback();
-    uint32_t format = settings->raw.format;
-    uint32_t count = 0;
-    for (bool repeat = true; repeat; settings = m_settings()) {
-        // A client that registers another callback waits for this delivery.
-        if (settings->raw.Callback() != callback || !settings->raw.WantsPictures() ||
-            !Make(picture, format, goesOn))
-            return;
-        RawPictureInfo info{};
+    RawSettings wanted = m_client.Settings();
+    const ClientCallback<CorvaneRawCallback> callback = wanted.Callback();
+    RawPictureInfo info{};
+    info.requestedFormat = wanted.format;
+    do {
+        {
+            const CallGate::Scope filters(m_filterCalls);    // enter the gate, then look at the stop and the filters
+            if (!goesOn() || !Make(picture, *current(), info.requestedFormat, wanted.prefix))
+                return;
+        }
         info.width = m_maker->GetWidth();
         info.height = m_maker->GetHeight();
         info.size = m_maker->GetSize();
-        info.prefix = settings->raw.prefix;
         info.buffer = m_maker->GetData();
-        info.pixels = info.buffer + info.prefix;
+        info.pixels = info.buffer + wanted.prefix;
+        info.prefix = wanted.prefix;
         std::memcpy(info.header, &picture.frame->Header(), sizeof info.header);
-        info.count = ++count;
-        info.format = info.requestedFormat = format;
-        {
-            const PictureMailbox::ClientCall call(mailbox);
-            callback(uint32_t{CORVANE_RAW_PICTURE}, &info);
-        }
-        repeat = info.repeat != 0;
-        format = info.requestedFormat;
-    }
+        ++info.count;
+        info.format = info.requestedFormat;
+        info.repeat = 0;
+        const PictureMailbox::ClientCall call(mailbox);
+        const RawClient::Turn turn(m_client, goesOn);
+        wanted = m_client.Settings();
+        // A client that registers another callback does not get the rest of this delivery.
+        if (!turn || !wanted.WantsPictures() || wanted.Callback() != callback)
+            return;
+        callback(uint32_t{CORVANE_RAW_PICTURE}, &info);
+    } while (info.repeat != 0);
 }
 
 // A step of the chain that fails costs only its own work.
-bool RawDelivery::Make(const FinishedPicture& picture, uint32_t format, const std::function<bool()>& goesOn) {
-    const CallGate::Scope call(m_filterCalls);    // enter the gate, then look whether the channel stops, and for filters
-    if (!goesOn())
-        return false;
-    const PresentSettingsPtr settings = m_settings();
+bool RawDelivery::Make(const FinishedPicture& picture, const PresentSettings& settings, uint32_t format,
+                       uint32_t prefix) {
     if (m_maker == nullptr || m_format != format) {
         m_maker = MakePicture(format);
         m_format = format;
@@ -64,11 +62,11 @@ bool RawDelivery::Make(const FinishedPicture& picture, uint32_t format, const st
     if (m_run == nullptr)
         m_run = std::make_unique<PictureRun>();
     m_maker->SetQuality(0);
-    m_maker->SetPrefix(settings->raw.prefix);
+    m_maker->SetPrefix(prefix);
     m_run->Follow(*picture.frame);
-    const ConstPictureView decoded = ViewUnder(*settings, *picture.Decoded());
+    const ConstPictureView decoded = ViewUnder(settings, *picture.Decoded());
     MakerTarget target(*m_maker);
-    if (m_run->Carry({.frame = *picture.frame, .picture = decoded, .size = decoded.size}, settings->chain, target)
+    if (m_run->Carry({.frame = *picture.frame, .picture = decoded, .size = decoded.size}, settings.chain, target)
             .Lost())
         return false;
     if (decoded.colours)

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 
 #include "base/CallGate.h"
 #include "picture/PictureMaker.h"
@@ -11,26 +12,28 @@
 #include "present/PictureMailbox.h"
 #include "present/PictureRun.h"
 #include "present/PresentSettings.h"
+#include "present/RawClient.h"
 
 namespace corvane {
 
 // Render thread only.
 class RawDelivery {
 public:
-    // `settings`: the current settings, for each repetition anew. `filterCalls`: entered while client filters may run.
-    RawDelivery(std::function<PresentSettingsPtr()> settings, CallGate& filterCalls)
-        : m_settings(std::move(settings)), m_filterCalls(filterCalls) {}
+    // `filterCalls`: entered while client filters may run.
+    RawDelivery(RawClient& client, CallGate& filterCalls) : m_client(client), m_filterCalls(filterCalls) {}
 
-    // Calls the raw callback with the decoded picture, where there are both, and again while the client asks for it and
-    // `goesOn` holds. Nothing is delivered without a maker of the format or memory.
-    void Deliver(const FinishedPicture& picture, PictureMailbox* mailbox, const std::function<bool()>& goesOn);
+    // Calls the raw callback with the decoded picture, where one is held, and again while the client asks for it and
+    // `goesOn` holds. Nothing is delivered without a maker of the format, or without memory. `current`: the settings,
+    // asked for each repetition.
+    void Deliver(const FinishedPicture& picture, PictureMailbox* mailbox,
+                 const std::function<PresentSettingsPtr()>& current, const std::function<bool()>& goesOn);
     // Frees the maker and the scratch memory of the run.
     void Free();
 
 private:
-    bool Make(const FinishedPicture& picture, uint32_t format, const std::function<bool()>& goesOn);
+    bool Make(const FinishedPicture& picture, const PresentSettings& settings, uint32_t format, uint32_t prefix);
 
-    const std::function<PresentSettingsPtr()> m_settings;
+    RawClient& m_client;
     CallGate& m_filterCalls;
     std::unique_ptr<PictureRun> m_run;
     PictureMakerPtr m_maker;

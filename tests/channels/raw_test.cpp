@@ -17,6 +17,7 @@ using Bytes = std::vector<uint8_t>;
 
 struct Raw : testing::Test {
     Raw() { client.Start(); }
+    void TearDown() override { released = INT32_MAX; }    // also where an assertion failed
     void Set(int32_t id, uint64_t value, uint64_t extra = 0) {
         EXPECT_EQ(Corvane_SetChannelOption(client.channel, id, value, extra), Status_Ok);
     }
@@ -28,17 +29,20 @@ struct Raw : testing::Test {
             raw.last = info;
             raw.bytes.assign(info.buffer, info.buffer + info.size);
             EXPECT_EQ(info.pixels, info.buffer + info.prefix);
-            EXPECT_EQ(std::memcmp(info.header, &raw.sent, sizeof info.header) == 0, false) << "a header of its own";
+            MediaFrameHeader header{};
+            std::memcpy(&header, info.header, sizeof info.header);
+            EXPECT_TRUE(std::equal(raw.jpeg.begin(), raw.jpeg.end(), header.data + header.headerSize));
+            raw.time = int64_t{header.timeSeconds} * 1000 + header.timeMilliseconds;
             raw.answer(info);
             ++raw.calls;
         };
         Set(id, reinterpret_cast<uint64_t>(context), context != nullptr ? reinterpret_cast<uint64_t>(call) : 0);
     }
     void Feed() {
-        time += 40;
-        sent = VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, time);
-        EXPECT_EQ(Corvane_InputEncodedMediaFrame(client.channel, &sent), Status_Ok);
+        const MediaFrameHeader header = VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, fed += 40);
+        EXPECT_EQ(Corvane_InputEncodedMediaFrame(client.channel, &header), Status_Ok);
     }
+    uint64_t Decoded() const { return StatisticsOf(client.channel).picturesDecoded; }
     // The bytes of a still; empty where there is none.
     Bytes Still(uint32_t format) {
         PictureBuffer still{};
@@ -49,12 +53,12 @@ struct Raw : testing::Test {
     }
 
     const Bytes jpeg = MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 98, .height = 34, .frames = 1})[0].bytes;
-    int64_t time = 1000;
-    MediaFrameHeader sent{};
+    int64_t fed = 100000;    // time of the newest picture, ms
+    std::atomic<int64_t> time{0};    // of the picture that was delivered last
     std::function<void(RawPictureInfo&)> answer = [](RawPictureInfo&) {};
     RawPictureInfo last{};
     Bytes bytes;
-    std::atomic<int> calls{0};
+    std::atomic<int> calls{0}, released{0};
     Client client;
 };
 
@@ -79,7 +83,7 @@ TEST_F(Raw, EachFormatIsTheStillOfThePicture) {
         }
     for (const auto& [id, off, on] : {std::array<int32_t, 3>{CORVANE_OPTION_RAW_PICTURES, 0, 1},
                                       {CORVANE_OPTION_RAW_FORMAT, 19, 1},
-                                      {CORVANE_OPTION_RAW_PREFIX, INT32_MIN, 0}}) {
+                                      {CORVANE_OPTION_RAW_PREFIX, -99, 0}}) {
         SCOPED_TRACE(id);
         const int before = calls;
         Set(id, static_cast<uint32_t>(off));
@@ -112,6 +116,42 @@ TEST_F(Raw, RepetitionsChangeTheFormatAndTheSecondCallbackComesFirst) {
         EXPECT_EQ(delivered[i], Still(formats[i])) << formats[i];
 }
 
+// A client that takes its time loses pictures, and nothing else does. Who registers another callback waits for it.
+TEST_F(Raw, ASlowClientGetsTheNewestPictureAndRegistrationsWait) {
+    released = 0;
+    answer = [&](RawPictureInfo&) {
+        while (calls >= released)
+            std::this_thread::yield();
+    };
+    Set(CORVANE_OPTION_RAW_FORMAT, CORVANE_PICTURE_I420);
+    Register(CORVANE_OPTION_RAW_CALLBACK, this);
+    Feed();
+    ASSERT_TRUE(Eventually([&] { return time == fed; }));
+    for (int i = 0; i < 5; ++i)
+        Feed();
+    ASSERT_TRUE(Eventually([&] { return Decoded() == 6; })) << "decoding waits for the client";
+    EXPECT_FALSE(Still(CORVANE_PICTURE_I420).empty());
+    released = 1;
+    ASSERT_TRUE(Eventually([&] { return time == fed; }));
+    EXPECT_EQ(calls, 1) << "an older picture was delivered";
+    std::atomic<bool> replaced{false};
+    std::thread setter([&] {
+        Register(CORVANE_OPTION_RAW_CALLBACK_2, nullptr);    // one that was not set waits as well
+        Register(CORVANE_OPTION_RAW_CALLBACK, nullptr);
+        replaced = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    EXPECT_FALSE(replaced);
+    released = 2;
+    setter.join();
+    Feed();
+    ASSERT_TRUE(Eventually([&] { return Decoded() == 7; }));
+    Register(CORVANE_OPTION_RAW_CALLBACK, this);
+    released = 100;
+    Feed();
+    ASSERT_TRUE(Eventually([&] { return calls == 3 && time == fed; }));
+}
+
 // An endless repetition ends when the channel stops, gets another callback, or is deleted; each waits for the call that
 // runs. Client filters run on both threads, one at a time.
 TEST_F(Raw, ADeliveryEndsAfterTheRunningCall) {
@@ -135,7 +175,12 @@ TEST_F(Raw, ADeliveryEndsAfterTheRunningCall) {
     };
     Set(CORVANE_OPTION_RAW_FORMAT, CORVANE_PICTURE_I420);
     const std::function<void()> ends[] = {
-        [&] { Register(CORVANE_OPTION_RAW_CALLBACK, nullptr); },
+        [&] {
+            Register(CORVANE_OPTION_RAW_CALLBACK_2, this);
+            EXPECT_TRUE(Eventually([&, before = calls.load()] { return calls > before + 1; })) << "still the first";
+            Register(CORVANE_OPTION_RAW_CALLBACK, nullptr);
+            Register(CORVANE_OPTION_RAW_CALLBACK_2, nullptr);
+        },
         [&] { EXPECT_EQ(Corvane_StopChannel(client.channel), Status_Ok); },
         [&] { EXPECT_EQ(Corvane_DeleteChannel(client.instance, &client.channel), Status_Ok); },
     };
@@ -149,13 +194,12 @@ TEST_F(Raw, ADeliveryEndsAfterTheRunningCall) {
         const int filtered = filter.calls;
         ASSERT_TRUE(Eventually([&] { return filter.calls > filtered + 2; }));
         end();
-        if (&end != &ends[1])
-            EXPECT_FALSE(inside);
-        Eventually([&] { return !inside; });
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        const int after = calls;
+        EXPECT_FALSE(inside);
+        const int after = calls, filteredAfter = filter.calls;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         EXPECT_EQ(calls, after);
+        if (&end != &ends[0])    // there the worker goes on
+            EXPECT_EQ(filter.calls, filteredAfter);
     }
     EXPECT_EQ(filter.faults, 0);
 }

@@ -75,6 +75,12 @@ constexpr OptionRow kRows[] = {
          return Status::Ok;
      },
      "zero: no raw pictures"},
+    {CORVANE_OPTION_RAW_SOUND, kStreamKinds,
+     [](Targets& targets, uint64_t value, uint64_t) {
+         targets.stream->Render().Raw().Set(&RawSettings::sound, value != 0);
+         return Status::Ok;
+     },
+     "zero: no raw sound"},
     {CORVANE_OPTION_RAW_FORMAT, kStreamKinds, SetRaw<&RawSettings::format>, "format of raw pictures"},
     {CORVANE_OPTION_JPEG_QUALITY, kStreamKinds,
      [](Targets& targets, uint64_t value, uint64_t) {

@@ -98,7 +98,7 @@ CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Cloc
         MutexLock lock(m_lock);    // the watch may already report changes
         ChangeSettings([&](PresentSettings& settings) {
             settings.window = watch;
-            settings.chain.filterLock = &m_filterLock;
+            settings.chain.filterLock = &m_filters.lock;
         });
     }
     m_thread = Thread("corvane-render", owner, [this] { RenderLoop(); });
@@ -139,7 +139,7 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const SharedPicture& decode
         PresentSettingsPtr settings = Settings();
         std::optional<CallGate::Scope> call;
         if (!settings->chain.clientFilters.empty()) {    // enter the gate, then read the filters
-            call.emplace(m_filterCalls);
+            call.emplace(m_filters.gate);
             settings = Settings();
         }
         RendererTarget target(*this, *settings, picture);
@@ -153,8 +153,8 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const SharedPicture& decode
         if (carried.smoothing != Smoothing::None)
             m_counters.Add(carried.smoothing == Smoothing::Done ? Counter::PicturesSmoothed
                                                                 : Counter::PicturesRefusedSmoothing);
-        if (m_rawClient.WantsPictures() && picture.Reference() == nullptr)
-            picture.decoded = decoded.Shared() ? decoded.Share() : m_copies.Copy(decoded);
+        if (picture.Reference() == nullptr)
+            picture.decoded = m_raw.Keep(decoded);
         if (carried.Lost())
             return fate.Is(Counter::PicturesLost, carried.fate == RunResult::Fate::LostNotRotatable
                                                       ? CORVANE_CAUSE_NOT_ROTATABLE
@@ -253,19 +253,17 @@ void CRenderMgr::SetState(RenderState state, const FramePtr& frame) {
     m_schedule.OnState(state);
     m_mailbox.Interrupt();
     m_due.NotifyAll();
-    ++m_interruptions;
+    m_raw.Cut();
 }
 
 void CRenderMgr::Interrupt() {
-    m_deliversRaw = false;
-    ++m_interruptions;
+    m_raw.End();
     m_mailbox.Interrupt();
-    m_rawClient.Wake();
 }
 
 void CRenderMgr::AwaitCalls() {
-    m_filterCalls.WaitForRunning();
-    m_rawClient.AwaitCall();
+    m_filters.gate.WaitForRunning();
+    m_raw.AwaitCall();
 }
 
 // ---- The render thread ----
@@ -385,7 +383,8 @@ void CRenderMgr::DrawState(const Turn& turn) {
 void CRenderMgr::PresentPass(Turn& turn) {
     m_statePicture.Free();
     Pass& pass = *turn.pass;
-    m_rawDue |= turn.fresh;
+    if (turn.fresh)
+        m_raw.OnFresh();
     const RendererSlot::Seat seat = m_slot.Current();
     if (!MatchPicture(seat.id, turn.fresh))
         m_kept.pixels = std::monostate();    // another renderer made them
@@ -397,7 +396,8 @@ void CRenderMgr::PresentPass(Turn& turn) {
         return;
     }
     AfterDisplay(pass);    // also where nothing was put
-    DeliverRaw();
+    m_raw.Deliver(m_kept, &m_mailbox, [this] { return Settings(); });
+    m_kept.decoded = SharedPicture();    // the decoder gets its picture back
 }
 
 // Whether this renderer may show the kept picture; counts a fresh one as taken, or as lost.
@@ -408,20 +408,6 @@ bool CRenderMgr::MatchPicture(RendererId id, bool fresh) {
     else if (fresh)
         m_counters.AddLost(Counter::PicturesReplaced, CORVANE_CAUSE_REPLACED);
     return shows;
-}
-
-// Once for each picture. Then the decoder gets its picture back.
-void CRenderMgr::DeliverRaw() {
-    const bool due = std::exchange(m_rawDue, false);
-    if (!m_rawClient.WantsPictures()) {
-        m_rawDelivery.Free();
-    } else if (due) {
-        const uint32_t interruptions = m_interruptions;
-        m_rawDelivery.Deliver(
-            m_kept, &m_mailbox, [this] { return Settings(); },
-            [this, interruptions] { return m_deliversRaw && m_interruptions == interruptions; });
-    }
-    m_kept.decoded = SharedPicture();
 }
 
 void CRenderMgr::AfterDisplay(Pass& pass) {

@@ -7,7 +7,6 @@
 // m_windowLock serialises changes of windows.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -26,11 +25,9 @@
 #include "manager/StatePicture.h"
 #include "manager/StreamInfo.h"
 #include "platform/Clock.h"
-#include "present/PictureCopies.h"
 #include "present/PictureMailbox.h"
 #include "present/PictureRun.h"
 #include "present/PresentSettings.h"
-#include "present/RawClient.h"
 #include "present/RawDelivery.h"
 
 namespace corvane {
@@ -132,7 +129,7 @@ public:
     bool HasWindow() const;
     // The counters of the whole channel, also for its queue and its worker.
     ChannelCounters& Counters() { return m_counters; }
-    RawClient& Raw() { return m_rawClient; }
+    RawClient& Raw() { return m_raw.Client(); }
 
     Status InsertFilter(QMRX::Filter::IFilter* filter);
     void RemoveFilter(QMRX::Filter::IFilter* filter);    // waits for a running call of the filter
@@ -197,7 +194,6 @@ private:
     void PresentPass(Turn& turn);
     bool MatchPicture(RendererId id, bool fresh);
     void AfterDisplay(Pass& pass);
-    void DeliverRaw();
     void DrawState(const Turn& turn);
 
     // Replaces the settings by a changed copy.
@@ -216,17 +212,13 @@ private:
     // Constant after construction, or bring their own locks.
     Clock& m_clock;
     ChannelCounters m_counters;
-    CallGate m_filterCalls;
-    Mutex m_filterLock;    // of ChainSettings
+    ClientFilterCalls m_filters;
     PictureMailbox m_mailbox;
 
-    RawClient m_rawClient;
-    std::atomic<bool> m_deliversRaw{false};       // from a start to a stop
-    std::atomic<uint32_t> m_interruptions{0};     // a repetition of a raw picture ends with the next one
+    RawDelivery m_raw{m_filters};
 
     // Only on the worker.
     PictureRun m_run;
-    PictureCopies m_copies;    // for raw pictures
 
     mutable Mutex m_lock;
     Condition m_due;    // wakes the render thread
@@ -243,8 +235,6 @@ private:
     // Only on the render thread.
     StatePicture m_statePicture;
     ShownTally m_tally{m_counters};
-    RawDelivery m_rawDelivery{m_rawClient, m_filterCalls};
-    bool m_rawDue = false;     // m_kept was not delivered yet
     FinishedPicture m_kept;    // the picture shown last, for redraws
 
     // The windows that m_settings names. m_windowLock is taken before m_lock, and never by the event thread.

@@ -6,6 +6,7 @@ namespace corvane {
 
 void RawClient::Changed() {
     m_wantsPictures = m_settings.WantsPictures();
+    m_wantsSound = m_settings.WantsSound();
     ++m_wakes;
     m_changed.NotifyAll();
 }

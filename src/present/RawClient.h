@@ -1,8 +1,8 @@
 // Raw data: what the client wants, and the turnstile that the calls of its raw callbacks pass, one at a time.
 //
-// Pictures come from the render thread, sound from the thread of the sound device. No lock is held while a callback runs.
-// A thread that waits for its turn gives up when its reason to call ends: it is asked again after each change of the
-// settings and after each Wake.
+// Pictures come from the render thread, sound from the thread of the sound device. No lock is held while a callback
+// runs. A thread that waits for its turn gives up when its reason to call ends: it is asked again after each change of
+// the settings and after each Wake.
 #pragma once
 
 #include <atomic>
@@ -21,11 +21,13 @@ struct RawSettings {
     ClientCallback<CorvaneRawCallback> first;     // option 18
     ClientCallback<CorvaneRawCallback> second;    // option 22, which is called in the place of the first
     bool pictures = true;
+    bool sound = true;
     uint32_t format = 0;    // CORVANE_PICTURE_*; 0: none
     uint32_t prefix = 0;    // bytes
 
     const ClientCallback<CorvaneRawCallback>& Callback() const { return second ? second : first; }
     bool WantsPictures() const { return pictures && static_cast<bool>(Callback()); }
+    bool WantsSound() const { return sound && static_cast<bool>(Callback()); }
 };
 
 class RawClient {
@@ -49,6 +51,7 @@ public:
         return m_settings;
     }
     bool WantsPictures() const { return m_wantsPictures; }
+    bool WantsSound() const { return m_wantsSound; }
     // The threads that wait for their turn look again whether they shall go on.
     void Wake();
     // Waits for the end of a running call, not on a thread of the library.
@@ -82,10 +85,11 @@ private:
     mutable Mutex m_mutex;
     Condition m_changed;
     RawSettings m_settings GUARDED_BY(m_mutex);
-    bool m_inside GUARDED_BY(m_mutex) = false;        // a call runs
-    uint64_t m_calls GUARDED_BY(m_mutex) = 0;         // that have ended
-    uint64_t m_wakes GUARDED_BY(m_mutex) = 0;         // reasons to ask a waiting thread again
-    std::atomic<bool> m_wantsPictures{false};         // of m_settings
+    bool m_inside GUARDED_BY(m_mutex) = false;    // a call runs
+    uint64_t m_calls GUARDED_BY(m_mutex) = 0;     // that have ended
+    uint64_t m_wakes GUARDED_BY(m_mutex) = 0;     // reasons to ask a waiting thread again
+    std::atomic<bool> m_wantsPictures{false};     // of m_settings
+    std::atomic<bool> m_wantsSound{false};        // likewise
 };
 
 }    // namespace corvane

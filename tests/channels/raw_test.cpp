@@ -53,7 +53,7 @@ struct Raw : testing::Test {
     }
 
     const Bytes jpeg = MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 98, .height = 34, .frames = 1})[0].bytes;
-    int64_t fed = 100000;    // time of the newest picture, ms
+    int64_t fed = 100000;            // time of the newest picture, ms
     std::atomic<int64_t> time{0};    // of the picture that was delivered last
     std::function<void(RawPictureInfo&)> answer = [](RawPictureInfo&) {};
     RawPictureInfo last{};

@@ -102,9 +102,8 @@ TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
     test::XServer server;
     test::XClient client(server.Display());
     const uintptr_t window = client.Create();
-    for (const Where where :
-         {Where::StreamInfo, Where::Filter, Where::Picture, Where::AfterDisplay, Where::Text, Where::Overlay,
-          Where::Raw})
+    for (const Where where : {Where::StreamInfo, Where::Filter, Where::Picture, Where::AfterDisplay, Where::Text,
+                              Where::Overlay, Where::Raw})
         for (const Call& call : test::Calls())
             for (const bool onOther : {false, true}) {
                 SCOPED_TRACE(testing::Message() << call.name << " from callback " << static_cast<int>(where)

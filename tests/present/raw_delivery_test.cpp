@@ -1,15 +1,17 @@
-// The turnstile of the raw callbacks.
-#include "present/RawClient.h"
-
+// The turnstile of the raw callbacks, and raw sound.
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
+#include <functional>
 #include <optional>
 #include <thread>
 #include <vector>
 
 #include "base/Thread.h"
+#include "present/RawDelivery.h"
 #include "support/Latch.h"
+#include "support/StreamMaker.h"
 
 namespace corvane {
 namespace {
@@ -39,6 +41,59 @@ TEST(RawClient, OneAtATimeAndSettersWaitForTheRunningCallOnly) {
     for (std::thread& caller : callers)
         caller.join();
     EXPECT_EQ(faults, 0);
+}
+
+TEST(RawDelivery, SoundOfAFrame) {
+    const std::vector<uint8_t> payload(80, 0xD5), samples(320, 7);
+    MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_ALAW, payload, true, 12'345);
+    header.headerSize = 3, header.payloadSize = 77;
+    const MediaFrameImpl frame(header);
+    struct Heard {
+        const std::vector<uint8_t>& samples;
+        int calls = 0;
+        static void Call(void* context, uint32_t code, void* record) {
+            auto& heard = *static_cast<Heard*>(context);
+            const auto& info = *static_cast<RawAudioInfo*>(record);
+            MediaFrameHeader header{};
+            std::memcpy(&header, info.header, sizeof info.header);
+            EXPECT_TRUE(code == CORVANE_RAW_SOUND && info.duration == 9 && info.size == 320 &&
+                        info.samples == heard.samples.data() && info.timeSeconds == 12 && info.timeMilliseconds == 345);
+            EXPECT_TRUE(header.payloadSize == 77 && header.data[3] == 0xD5);
+            ++heard.calls;
+        }
+    } heard{samples};
+    ClientFilterCalls filters;
+    RawDelivery raw(filters);
+    RawClient& client = raw.Client();
+    const struct {
+        const char* what;
+        std::function<void()> change;
+        bool goesOn;
+        int calls;
+    } rows[] = {
+        {"no callback", [] {}, true, 0},
+        {"the first",
+         [&] {
+             client.SetCallback(&RawSettings::first, {Heard::Call, &heard});
+         },
+         true, 1},
+        {"closing", [] {}, false, 0},
+        {"off", [&] { client.Set(&RawSettings::sound, false); }, true, 0},
+        {"pictures off, sound on",
+         [&] { client.Set(&RawSettings::sound, true), client.Set(&RawSettings::pictures, false); }, true, 1},
+        {"the second comes first",
+         [&] {
+             client.SetCallback(&RawSettings::first, {[](void*, uint32_t, void*) { FAIL(); }, nullptr});
+             client.SetCallback(&RawSettings::second, {Heard::Call, &heard});
+         },
+         true, 1},
+    };
+    for (const auto& row : rows) {
+        row.change();
+        heard.calls = 0;
+        raw.DeliverSound(frame, samples.data(), 320, [&] { return row.goesOn; });
+        EXPECT_EQ(heard.calls, row.calls) << row.what;
+    }
 }
 
 TEST(RawClient, AThreadThatWaitsGivesUpWhenItsReasonEnds) {

@@ -13,6 +13,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "audio/AudioOut.h"
 #include "base/CallGate.h"
 #include "base/Mutex.h"
 #include "base/Status.h"
@@ -63,11 +64,11 @@ public:
     // Starts the render thread, which works for `owner` (the channel's handle). Raises std::bad_alloc and
     // std::system_error; nothing is left then.
     CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Clock& clock = Clock::System(),
-               RendererMakers makers = BuiltRenderers());
+               RendererMakers makers = BuiltRenderers(), SoundSystem& sound = SoundSystem::Sdl());
     ~CRenderMgr();    // calls End
     CRenderMgr(const CRenderMgr&) = delete;
     CRenderMgr& operator=(const CRenderMgr&) = delete;
-    // Joins the render thread, which destroys the renderers. Nothing is presented afterwards.
+    // Ends sound, and joins the render thread, which destroys the renderers. Nothing is presented afterwards.
     void End();
 
     // ---- From the worker ----
@@ -78,9 +79,9 @@ public:
     void PresentFrame(const FramePtr& frame, const SharedPicture& decoded, bool wait);
     // Any thread: ends the wait of PresentFrame.
     void WakeWorker() { m_mailbox.Interrupt(); }
-    // A frame of sound (`mix`: it is to be heard). With `show`, and in another second of wall-clock time than the last
-    // frame, the state becomes AudioOnly.
-    void InputAudio(const FramePtr& frame, bool mix, bool show);
+    // A frame of sound, which is played; `dropWhenFull` as AudioOut::Enqueue has it. With `show`, and in another second
+    // of wall-clock time than the last frame, the state becomes AudioOnly.
+    void InputAudio(const FramePtr& frame, bool dropWhenFull, bool show);
     void ShowTimeOnly(const FramePtr& frame);
     void SendDecoderKind(uint32_t kind);
 
@@ -124,6 +125,7 @@ public:
     PresentSettingsPtr Settings() const;
     RenderState State() const;
     bool HasWindow() const;
+    AudioOut& Sound() { return m_audio; }
     // The counters of the whole channel, also for its queue and its worker.
     ChannelCounters& Counters() { return m_counters; }
 
@@ -208,6 +210,7 @@ private:
     // Constant after construction, or bring their own locks.
     Clock& m_clock;
     ChannelCounters m_counters;
+    AudioOut m_audio;
     CallGate m_filterCalls;
     PictureMailbox m_mailbox;
 

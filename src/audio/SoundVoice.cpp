@@ -190,7 +190,7 @@ void SoundVoice::Deliver(const MediaFrameImpl& frame, bool decoded) noexcept {
         m_shared->hookThread = std::this_thread::get_id();
     }
     try {
-        m_shared->hook(frame, reinterpret_cast<const uint8_t*>(m_samples.get()), m_length);
+        m_shared->hook(frame, reinterpret_cast<const uint8_t*>(m_samples.get()), m_length, [this] { return !m_ended; });
     } catch (...) {    // of a client's callback
     }
     MutexLock lock(m_shared->lock);

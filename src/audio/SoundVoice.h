@@ -1,6 +1,6 @@
-// What one opening of a device plays for a channel: the rings, the decoder and the samples of the frame at hand. Another
-// format is another voice. A voice lives until its device is really closed, which may be long after the end of its
-// channel; of the channel it uses only what SoundShared has, and that only until its End.
+// What one opening of a device plays for a channel: the rings, the decoder and the samples of the frame at hand.
+// Another format is another voice. A voice lives until its device is really closed, which may be long after the end of
+// its channel; of the channel it uses only what SoundShared has, and that only until its End.
 #pragma once
 
 #include <atomic>
@@ -22,8 +22,9 @@ namespace corvane {
 // What a channel's AudioOut and its voices have in common. `lock` is held for moments.
 struct SoundShared {
     // Called on the device's thread after each decoded frame, with no lock held: `bytes` of `samples`, as decoded,
-    // before the volume counts.
-    using Hook = std::function<void(const MediaFrameImpl& frame, const uint8_t* samples, uint32_t bytes)>;
+    // before the volume counts. `goesOn` says whether the sound still plays: a hook that waits gives up otherwise.
+    using Hook = std::function<void(const MediaFrameImpl& frame, const uint8_t* samples, uint32_t bytes,
+                                    const std::function<bool()>& goesOn)>;
     static constexpr uint32_t kMaxVolume = 5000;
 
     SoundShared(Hook toCall, ChannelCounters& toCount) : hook(std::move(toCall)), counters(toCount) {}

@@ -22,7 +22,7 @@ void StreamChannel::Apply(const ChannelSettings& settings) {
     if (has(CORVANE_SETTINGS_PRESENT))
         m_render.SetPresentEnabled(settings.presentEnabled != 0);
     if (has(CORVANE_SETTINGS_AUDIO))
-        m_render.Sound().Enable(settings.audioEnabled != 0);
+        m_render.EnableSound(settings.audioEnabled != 0);
     if (settings.hasBorder != 0)
         m_render.SetBorder(Edges{settings.border[0], settings.border[2], settings.border[1], settings.border[3]});
 }
@@ -34,7 +34,7 @@ Status StreamChannel::Update(const ChannelUpdate& update) {
     if (has(CORVANE_UPDATE_PRESENT))
         m_render.SetPresentEnabled(update.presentEnabled != 0);
     if (has(CORVANE_UPDATE_AUDIO))
-        m_render.Sound().Enable(update.audioEnabled != 0);
+        m_render.EnableSound(update.audioEnabled != 0);
     if (has(CORVANE_UPDATE_VOLUME))
         m_render.Sound().SetVolume(static_cast<int32_t>(update.volume));
     if (has(CORVANE_UPDATE_MEDIA_MODE))

@@ -29,6 +29,7 @@
 #include "present/PictureMailbox.h"
 #include "present/PictureRun.h"
 #include "present/PresentSettings.h"
+#include "present/RawDelivery.h"
 
 namespace corvane {
 
@@ -77,8 +78,10 @@ public:
     // most 500 ms, until the render thread has taken the last picture. Then, and without `wait`, this picture replaces
     // one that was not taken. The outcome of the picture is counted.
     void PresentFrame(const FramePtr& frame, const SharedPicture& decoded, bool wait);
-    // Any thread: ends the wait of PresentFrame.
-    void WakeWorker() { m_mailbox.Interrupt(); }
+    // Any thread, at a stop: ends the wait of PresentFrame, and raw data until the next Stop, which a start calls.
+    void Interrupt();
+    // After Interrupt: waits for the client filters and the raw callback that run; not on a thread of the library.
+    void AwaitCalls();
     // A frame of sound, which is played; `dropWhenFull` as AudioOut::Enqueue has it. With `show`, and in another second
     // of wall-clock time than the last frame, the state becomes AudioOnly.
     void InputAudio(const FramePtr& frame, bool dropWhenFull, bool show);
@@ -126,8 +129,11 @@ public:
     RenderState State() const;
     bool HasWindow() const;
     AudioOut& Sound() { return m_audio; }
+    // Off: silent at once, and raw sound gives up its turn.
+    void EnableSound(bool on);
     // The counters of the whole channel, also for its queue and its worker.
     ChannelCounters& Counters() { return m_counters; }
+    RawClient& Raw() { return m_raw.Client(); }
 
     Status InsertFilter(QMRX::Filter::IFilter* filter);
     void RemoveFilter(QMRX::Filter::IFilter* filter);    // waits for a running call of the filter
@@ -210,9 +216,11 @@ private:
     // Constant after construction, or bring their own locks.
     Clock& m_clock;
     ChannelCounters m_counters;
-    AudioOut m_audio;
-    CallGate m_filterCalls;
+    ClientFilterCalls m_filters;
     PictureMailbox m_mailbox;
+
+    RawDelivery m_raw{m_filters};
+    AudioOut m_audio;    // calls m_raw
 
     // Only on the worker.
     PictureRun m_run;

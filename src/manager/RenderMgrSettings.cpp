@@ -18,6 +18,7 @@ constexpr std::chrono::milliseconds kGrabLimit(1000);
 
 void CRenderMgr::Stop(bool waiting) {
     MutexLock lock(m_lock);
+    m_raw.Begin();
     m_schedule.OnInformation();
     if (waiting && m_schedule.State() != RenderState::Waiting)
         SetState(RenderState::Waiting, nullptr);
@@ -61,6 +62,11 @@ void CRenderMgr::SetWindow(WindowWatchPtr window) {
     m_window = std::move(next);    // `next` destroys the last one when it goes out of scope
     if (given)
         RequestRedraw();
+}
+
+void CRenderMgr::EnableSound(bool on) {
+    m_audio.Enable(on);
+    m_raw.Client().Wake();
 }
 
 void CRenderMgr::SetMargin(uint32_t Edges::*edge, uint32_t pixels) {
@@ -188,7 +194,7 @@ void CRenderMgr::RemoveFilter(QMRX::Filter::IFilter* filter) {
     }
     if (!removed)
         return;
-    m_filterCalls.WaitForRunning();
+    m_filters.gate.WaitForRunning();
     if (HasWindow())    // so that the window shows a picture without the filter
         RequestRedraw();
 }

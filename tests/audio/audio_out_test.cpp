@@ -61,7 +61,8 @@ struct World {
     std::unique_ptr<AudioOut> Make() {
         return std::make_unique<AudioOut>(
             counters, clock,
-            [this](const MediaFrameImpl&, const uint8_t*, uint32_t bytes) {
+            [this](const MediaFrameImpl&, const uint8_t*, uint32_t bytes, const std::function<bool()>& goesOn) {
+                EXPECT_TRUE(goesOn());
                 EXPECT_GT(bytes, 0u);
                 ++hooks;
                 onHook();

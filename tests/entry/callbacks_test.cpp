@@ -1,12 +1,8 @@
 // Every pair of callback and export: the call completes with its status, or is refused at once; none hangs.
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <thread>
-#include <vector>
 
 #include "entry/Calls.h"
 #include "support/Client.h"
+#include "support/Testing.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
 

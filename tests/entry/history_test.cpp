@@ -1,15 +1,11 @@
 // A client whose threads start, stop, feed, register and delete at random, and whose callbacks write a history: nothing
 // comes after the call that ended it returned, numbers rise, each picture comes at most once.
-#include <gtest/gtest.h>
 
-#include <atomic>
 #include <deque>
-#include <random>
-#include <thread>
-#include <vector>
 
 #include "corvane/filter.h"
 #include "support/Client.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

@@ -1,8 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "manager/PassSchedule.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

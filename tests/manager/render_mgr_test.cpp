@@ -1,20 +1,10 @@
-#include <gtest/gtest.h>
-
-#include <array>
-#include <atomic>
-#include <functional>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "base/Log.h"
 #include "base/PictureLayout.h"
 #include "manager/RenderMgr.h"
-#include "support/Latch.h"
 #include "support/PlainPicture.h"
 #include "support/ScriptedRenderer.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

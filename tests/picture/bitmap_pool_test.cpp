@@ -1,16 +1,15 @@
 #include <cairo.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
 #include "base/FailurePoint.h"
 #include "picture/BitmapPool.h"
 #include "picture/BmpFile.h"
 #include "platform/raster/DrawContext.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

@@ -1,10 +1,6 @@
-#include <chrono>
-#include <cstring>
-#include <functional>
-#include <string>
-
 #include "platform/WatchFixture.h"
 #include "platform/x11/WindowGrab.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

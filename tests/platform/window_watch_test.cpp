@@ -1,15 +1,8 @@
-#include <algorithm>
-#include <array>
-#include <chrono>
-#include <memory>
-#include <optional>
-#include <thread>
-#include <vector>
-
 #include "base/FailurePoint.h"
 #include "platform/WatchFixture.h"
 #include "platform/x11/WatchState.h"
 #include "support/Mappings.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

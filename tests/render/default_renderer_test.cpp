@@ -1,16 +1,14 @@
 // The default renderer on a scripted adapter: what it asks for, in which order, and what it makes of each failure.
-#include <gtest/gtest.h>
 
-#include <functional>
 #include <map>
 #include <set>
-#include <string>
 
 #include "present/ScriptedWatch.h"
 #include "render/DDrawRenderer.h"
 #include "support/PlainPicture.h"
 #include "support/RendererHand.h"
 #include "support/SteppedClock.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

@@ -1,14 +1,9 @@
 // A small client of the exports: one instance, one channel, and the records of its callbacks.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <mutex>
-#include <vector>
-
 #include "corvane/corvane.h"
-#include "support/Latch.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 

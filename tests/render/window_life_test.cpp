@@ -454,13 +454,11 @@ TEST_P(WindowLife, MemoryGoesBack) {
 
 // The plain renderer never converts a picture at more than twice the window's size; the default one gets all of it.
 TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
-    struct Sized final : QMRX::Filter::IFilter {
-        PictureSize size;
-        int32_t Process(QMRX::Filter::FilterArgs* args) override {
-            size = {args->width, args->height};
-            return 0;
-        }
-    } filter;
+    PictureSize seen;
+    test::CallingFilter filter([&](QMRX::Filter::FilterArgs* args) {
+        seen = {args->width, args->height};
+        return 0;
+    });
     constexpr PictureSize kAll{200, 152};
     const struct {
         uint16_t width, height;
@@ -480,7 +478,7 @@ TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
         (void)channel.manager.SetDisplayArea(area, CORVANE_AREA_ZOOM_ENABLED);
         const test::PlainPicture picture(kAll.width, kAll.height);
         channel.manager.PresentFrame(FrameAt(40), picture.Picture(), true);
-        EXPECT_EQ(filter.size, GetParam() == 0 ? kAll : row.size) << &row - rows;
+        EXPECT_EQ(seen, GetParam() == 0 ? kAll : row.size) << &row - rows;
     }
 }
 

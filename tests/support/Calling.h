@@ -1,9 +1,11 @@
-// Callbacks of a client, with a closure for their context.
+// Callbacks and filters of a client that call a closure.
 #pragma once
 
 #include <functional>
+#include <utility>
 
 #include "base/ClientCallback.h"
+#include "corvane/filter.h"
 
 namespace corvane::test {
 
@@ -15,5 +17,15 @@ ClientCallback<void (*)(void*, Arguments...)> Calling(std::function<void(Argumen
             },
             &closure};
 }
+
+class CallingFilter final : public QMRX::Filter::IFilter {
+public:
+    using Closure = std::function<int32_t(QMRX::Filter::FilterArgs*)>;
+    explicit CallingFilter(Closure closure) : m_closure(std::move(closure)) {}
+    int32_t Process(QMRX::Filter::FilterArgs* args) override { return m_closure(args); }
+
+private:
+    const Closure m_closure;
+};
 
 }    // namespace corvane::test

@@ -34,7 +34,6 @@ struct RenderMgr : testing::Test {
     std::vector<PseudoFrame> pictures;
     std::vector<uint8_t> pixels;
     std::function<void(const PseudoFrame&)> atPicture = [](const PseudoFrame&) {};
-    std::function<void()> atShown = [] {};
     std::atomic<int> shown{0}, texts{0}, freshTexts{0};
     AfterDisplayRecord lastShown{};
     std::function<void(const PseudoFrame*)> onPicture = [this](const PseudoFrame* frame) {
@@ -44,7 +43,6 @@ struct RenderMgr : testing::Test {
         pixels.assign(frame->data, frame->data + frame->size);
     };
     std::function<void(const AfterDisplayRecord*)> onShown = [this](const AfterDisplayRecord* record) {
-        atShown();
         lastShown = *record;
         ++shown;
     };
@@ -312,21 +310,6 @@ TEST_F(RenderMgr, DisplayAreaFieldsFollowTheMask) {
     area.overview.rectangle[3] = 0;    // empty
     EXPECT_EQ(manager.SetDisplayArea(area, 1), Status::InvalidArgument);
     EXPECT_EQ(told(), (std::array<int64_t, 4>{10, 10, 1, 4}));
-}
-
-// What a client takes away may be freed when the call returns: a call into it that runs is waited for.
-TEST_F(RenderMgr, TakingAwayWaitsForTheRunningCall) {
-    Gate entered;
-    atShown = [&] {
-        entered.Open();
-        std::this_thread::sleep_for(std::chrono::milliseconds(40));
-    };
-    Present(Frame(40));
-    ASSERT_TRUE(entered.Wait());
-    manager.RequestRedraw();    // the next pass is due when the call ends: it must not call again
-    manager.SetCallback(&PresentSettings::afterDisplay, {});
-    manager.End();
-    EXPECT_EQ(shown, 1);
 }
 
 // The picture from before a waiting state is not shown again, also where the render thread, which is inside a call, saw

@@ -4,6 +4,7 @@
 
 #include <ctime>
 #include <future>
+#include <list>
 
 #include "base/Log.h"
 #include "base/Sanitized.h"
@@ -171,6 +172,10 @@ TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
     const bool isPlain = GetParam() != 0;
     uint32_t side = 32;    // of the picture
     const WindowWatchPtr watch = info.window;
+    const auto widen = [&] {
+        m_client.Resize(window, 70, 64);
+        EXPECT_TRUE(Eventually([&] { return watch->ClientSize().width == 70; }));
+    };
     const struct {
         const char* name;
         std::function<void()> change;
@@ -181,18 +186,12 @@ TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
         {"no time", [&] { passes.shown.frame = FrameAt(0); }, 2, false, 0, 1},
         {"a second", [&] { passes.shown.frame = FrameAt(5000); }, 2, false, 1, 1},
         {"another second", [&] { passes.shown.frame = FrameAt(6000); }, 2, false, 1, 1},
-        {"another second, which does not count", [&] { passes.shown.frame = FrameAt(7000), info.osdPolicy = 1; }, 2,
-         false, 0, 0},
+        {"one that does not count", [&] { passes.shown.frame = FrameAt(7000), info.osdPolicy = 1; }, 2, false, 0, 0},
         {"a margin", [&] { info.margin.left = 10; }, 5, true, 1, 0},
         {"a wider margin", [&] { info.margin.left = 20; }, 15, true, 1, 0},
         {"full window", [&] { info.fullWindow = true; }, 15, false, 0, 0},
         {"full window off", [&] { info.fullWindow = false; }, 15, true, 1, 1},
-        {"a larger window",
-         [&] {
-             m_client.Resize(window, 70, 64);
-             EXPECT_TRUE(Eventually([&] { return watch->ClientSize().width == 70; }));
-         },
-         15, true, 1, 1},
+        {"a larger window", widen, 15, true, 1, 1},
         {"a border", [&] { info.border.left = 4, info.hasBorder = true; }, 3, true, 1, 0},
         {"another border", [&] { info.border = {.left = 32}; }, 24, isPlain, 1, 0},
         {"a smaller picture within it",
@@ -359,43 +358,37 @@ TEST_P(WindowLife, WhatHappensToAWindow) {
     EXPECT_EQ(channel.replaced, 0);
 }
 
-// A window that is its own overview is one image, drawn and put once: nobody sees the zoomed part without the whole.
-TEST_P(WindowLife, ItsOwnOverviewIsOneImage) {
-    const xcb_window_t window = Window();
-    test::PlainPicture halves(kSide, kSide, 50);
-    for (int i = 0; i < kSide * kSide; ++i)
-        halves.frame.planes[0][i] = i % kSide < kSide / 2 ? 50 : 200;
-    Channel channel(window, GetParam());
-    DisplayArea area = OverviewIn(window);
-    area.zoomEnabled = 1;
-    area.zoom = {{10, 10, 42, 74}};    // the left half
-    (void)Viewable(window);
-    EXPECT_EQ(channel.manager.SetDisplayArea(area, 1 | 4 | 16 | 32), Status::Ok);
-    channel.manager.PresentFrame(FrameAt(40), halves.Picture(), true);
-    EXPECT_TRUE(Shows(window, Grey(200), 60) && Shows(window, Grey(50), 20));
-    for (int i = 0; i < 100; ++i) {
-        channel.manager.PresentFrame(FrameAt(40 * i), halves.Picture(), true);
-        EXPECT_EQ(Pixel(window, 60, 40), Grey(200));
+// A window that is its own overview is one image, drawn and put once: nobody sees the zoomed part without the whole. An
+// odd last column has no colour: the default renderer leaves it out. The plain renderer gets it unwritten.
+TEST_P(WindowLife, ItsOwnOverviewAndAnOddLastColumn) {
+    for (const bool overview : {true, false}) {
+        const xcb_window_t window = Window();
+        const uint32_t width = overview ? kSide : kSide + 1, bright = overview ? kSide / 2 : kSide;
+        test::PlainPicture picture(width, kSide, 50);
+        for (uint32_t i = 0; i < width * kSide; ++i)
+            picture.frame.planes[0][i] = i % width < bright ? 50 : 200;
+        Channel channel(window, GetParam());
+        DisplayArea area = OverviewIn(window);
+        area.zoomEnabled = 1;
+        area.zoom = {{10, 10, 42, 74}};    // the left half
+        (void)Viewable(window);
+        EXPECT_EQ(channel.manager.SetDisplayArea(area, overview ? 1 | 4 | 16 | 32 : 0), Status::Ok);
+        channel.manager.PresentFrame(FrameAt(40), picture.Picture(), true);
+        EXPECT_TRUE(Shows(window, Grey(50), 20));
+        EXPECT_TRUE(overview ? Shows(window, Grey(200), 60) : GetParam() != 0 || Shows(window, Grey(50), kSide - 1));
+        for (int i = 0; overview && i < 100; ++i) {
+            channel.manager.PresentFrame(FrameAt(40 * i), picture.Picture(), true);
+            EXPECT_EQ(Pixel(window, 60, 40), Grey(200));
+        }
     }
-}
-
-// An odd last column has no colour: the default renderer leaves it out. The plain renderer gets it unwritten.
-TEST_P(WindowLife, AnOddLastColumnIsNotShown) {
-    const xcb_window_t window = Window();
-    test::PlainPicture odd(kSide + 1, kSide, 50);
-    for (int y = 0; y < kSide; ++y)
-        odd.frame.planes[0][y * (kSide + 1) + kSide] = 255;
-    Channel channel(window, GetParam());
-    (void)Viewable(window);
-    channel.manager.PresentFrame(FrameAt(40), odd.Picture(), true);
-    EXPECT_TRUE(Shows(window, Grey(50), 40) && (GetParam() != 0 || Shows(window, Grey(50), kSide - 1)));
 }
 
 // What nobody sees is neither converted nor put; neither is a picture that stays.
 TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     const xcb_window_t window = Window();
-    const WindowWatchPtr watch = WindowWatch::Open(window, WindowWatch::Purpose::Draw);    // the manager's too
-    test::PlainPicture large(400, 300, 120);    // outlives its last reference
+    const WindowWatchPtr watch = Viewable(window);
+    test::PlainPicture large(400, 300, 120);     // outlives its last reference
+    const int kept = GetParam() == 0 ? 1 : 0;    // by reference
     Channel channel(window, GetParam());
     channel.Push(100);
     ASSERT_TRUE(Shows(window, Grey(100)));
@@ -416,13 +409,13 @@ TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     // Nor is it made smaller for the window: to the default renderer it stays the decoder's, seen or not.
     large.Share();
     channel.manager.PresentFrame(FrameAt(40), large.Picture(), true);
-    EXPECT_EQ(large.references, GetParam() == 0 ? 1 : 0);
+    EXPECT_EQ(large.references, kept);
     EXPECT_EQ(Blitter::Conversions(), before);
     m_client.Map(window);
     EXPECT_TRUE(Shows(window, Grey(120)));
-    EXPECT_EQ(Blitter::Conversions() > before, GetParam() == 0);
+    EXPECT_EQ(Blitter::Conversions() > before, kept != 0);
     channel.manager.PresentFrame(FrameAt(80), large.Picture(), true);
-    EXPECT_TRUE(Eventually([&] { return large.references == (GetParam() == 0 ? 1 : 0); })) << "the last one only";
+    EXPECT_TRUE(Eventually([&] { return large.references == kept; })) << "the last one only";
 }
 
 // What a window that has become smaller needs no more goes back without pictures, in any state; so does the picture of
@@ -437,10 +430,7 @@ TEST_P(WindowLife, MemoryGoesBack) {
         m_client.Raise(window);
         EXPECT_TRUE(Shows(window, kBluePixel, 599, 399));
     }
-    const auto allocated = [] {
-        const struct mallinfo2 counts = mallinfo2();
-        return counts.uordblks + counts.hblkhd;
-    };
+    const auto allocated = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
     const size_t before = allocated();
     playing.Push(100);
     EXPECT_TRUE(Shows(windows[1], Grey(100), 599, 399));
@@ -483,15 +473,13 @@ TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
 }
 
 TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
-    std::vector<std::unique_ptr<Channel>> channels;
+    std::list<Channel> channels;
     const auto sum = [&](std::atomic<int> Channel::*count) {
         return std::accumulate(channels.begin(), channels.end(), 0,
-                               [&](int before, const auto& channel) { return before + *channel.*count; });
+                               [&](int before, const Channel& channel) { return before + channel.*count; });
     };
-    for (int i = 0; i < 4; ++i) {
-        channels.push_back(std::make_unique<Channel>(Window(), GetParam()));
-        EXPECT_TRUE(channels.back()->GoesOn(100));
-    }
+    for (int i = 0; i < 4; ++i)
+        EXPECT_TRUE(channels.emplace_back(Window(), GetParam()).GoesOn(100));
     static std::atomic<int> lines;
     lines = 0;
     log::hook = [](int, const char*, int, const char*, const void*) { ++lines; };
@@ -499,17 +487,17 @@ TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
     const int before = sum(&Channel::presents);
     const std::clock_t used = std::clock();
     for (int i = 0; i < 50; ++i)
-        for (const auto& channel : channels)
-            channel->Push(static_cast<uint8_t>(i), 40 * i);
+        for (Channel& channel : channels)
+            channel.Push(static_cast<uint8_t>(i), 40 * i);
     EXPECT_TRUE(Eventually([&] { return sum(&Channel::presents) >= before + 100; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_LT(std::clock() - used, CLOCKS_PER_SEC / 4) << "nobody spins";
     EXPECT_TRUE(Eventually([&] {    // told with a picture, and known a moment after the death
-        for (const auto& channel : channels)
-            channel->Push(100);
+        for (Channel& channel : channels)
+            channel.Push(100);
         return sum(&Channel::replaced) == (GetParam() == 0 ? 4 : 0);
     })) << "the plain one, once a channel";
-    channels.front()->manager.SetWindow(4711);
+    channels.front().manager.SetWindow(4711);
     channels.clear();
     log::hook = nullptr;
     EXPECT_LE(lines, 4) << "one a channel at most";
@@ -573,14 +561,14 @@ TEST_P(WindowLife, ServerStandsStill) {
         manager.SetOsdPolicy(2);    // by the frame's second
         channel->Push(100, 1000);
         ASSERT_TRUE(shows(100));
-        for (int before = -1; before != static_cast<int>(text.calls);
-             std::this_thread::sleep_for(std::chrono::milliseconds(50)))
-            before = static_cast<int>(text.calls);    // until what has happened to the window is told
+        const auto pause = [](int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); };
+        for (uint32_t before = 0; before != text.calls; pause(50))
+            before = text.calls;    // until what has happened to the window is told
         const auto inTime = [&](const std::function<void()>& calls) {
             server.Stop();
             const auto done = std::async(std::launch::async, calls);
             const bool back = done.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));    // the last pass has given up
+            pause(100);    // the last pass has given up
             server.Continue();
             return back;
         };
@@ -735,14 +723,12 @@ TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
             }
         });
         std::mt19937 random(3);
-        const CorvaneOsdCallback text = [](void*, OsdInfo*) {};
-        const CorvanePictureCallback nothing = [](void*, const PseudoFrame*) {};
+        TextCall text = [](OsdInfo*) {};
+        std::function<void(const PseudoFrame*)> nothing = [](const PseudoFrame*) {};
         while (!done) {
             const auto value = static_cast<uint32_t>(random() % 8);
-            DisplayArea area{};
-            area.overviewIsWindow = 1;
+            DisplayArea area = OverviewIn(windows[value / 4]);
             area.overviewEnabled = area.zoomEnabled = value % 2;
-            area.overview.window = windows[value / 4];
             area.zoom = {{0, 0, 20, 20}};
             Raster grabbed;
             const std::function<void()> changes[] = {
@@ -751,9 +737,7 @@ TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
                 [&] { EXPECT_EQ(manager.SetDisplayArea(area, 1 | 4 | 16 | 32), Status::Ok); },
                 [&] { manager.SetMargin(&Edges::top, value); },
                 [&] { manager.SetFullWindow(value % 2 != 0); },
-                [&] {
-                    manager.SetCallback(&PresentSettings::osd, {value % 2 != 0 ? text : nullptr, nullptr});
-                },
+                [&] { value % 2 != 0 ? channel.SetText(text) : manager.SetCallback(&PresentSettings::osd, {}); },
                 [&] { manager.SetPresentEnabled(value != 0); },
                 [&] { manager.SetDeinterlace(value % 2 != 0); },
                 [&] { manager.SetSignalledColours(value % 2 != 0); },
@@ -768,8 +752,7 @@ TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
         manager.DisableRotateFilter();
         manager.SetPresentEnabled(true);
         manager.SetMargin(&Edges::top, 0);
-        EXPECT_EQ(manager.SetDisplayArea(DisplayArea{}, CORVANE_AREA_ZOOM_ENABLED | CORVANE_AREA_OVERVIEW_ENABLED),
-                  Status::Ok);
+        EXPECT_EQ(manager.SetDisplayArea(DisplayArea{}, 16 | 32), Status::Ok);
         m_client.Map(windows[0]);
         m_client.Resize(windows[0], kSide, kSide);
         m_client.Move(windows[0], 10, 10);
@@ -781,7 +764,7 @@ TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
             ++pictures;
             return Pixel(windows[0], 40, 40) == Grey(77);
         }));
-        manager.SetPictureCallback({nothing, nullptr}, PF_I420);    // the other renderer's buffers go
+        manager.SetPictureCallback(test::Calling(nothing), PF_I420);    // the other renderer's buffers go
         EXPECT_TRUE(channel.GoesOn(78));
         manager.End();
         ChannelStatistics counted{};

@@ -164,7 +164,11 @@ TEST_F(RenderMgr, RecordsOfAPicture) {
     MediaFrameHeader header = VideoHeader(CORVANE_STREAM_H264, {}, true, 1'234'567);
     header.timeSeconds = 86400 + 3661;    // 1970-01-02 01:01:01
     header.timeZoneSeconds = 3600;
-    Present(std::make_shared<MediaFrameImpl>(header));
+    for (const bool on : {false, true}) {    // while nothing is presented, the information stays fresh
+        manager.SetPresentEnabled(on);
+        Present(std::make_shared<MediaFrameImpl>(header));
+        ASSERT_TRUE(Eventually([&] { return shown == on + 1; }));
+    }
     const PseudoFrame frame = Await(1);
     EXPECT_EQ(frame.flags, 0x20u);
     EXPECT_EQ(frame.seconds * 1000 + frame.milliseconds, 1'234'567u);
@@ -177,7 +181,7 @@ TEST_F(RenderMgr, RecordsOfAPicture) {
     Present(std::make_shared<MediaFrameImpl>(header));
     const PseudoFrame next = Await(2);
     EXPECT_TRUE(next.flags == 0 && next.seconds == 9 && next.timeZone == 7);
-    ASSERT_TRUE(Eventually([&] { return shown == 2; }));
+    ASSERT_TRUE(Eventually([&] { return shown == 3; }));
     EXPECT_EQ(lastShown.presentTime.seconds * 1000 + lastShown.presentTime.milliseconds, 1'234'567u);
     EXPECT_EQ(lastShown.baseTime.seconds, 9u);
     // Sound in the place of pictures: a notice without a picture, once a second of the frames.

@@ -11,6 +11,7 @@
 #include "base/Thread.h"
 #include "present/RawDelivery.h"
 #include "support/Latch.h"
+#include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
 
 namespace corvane {
@@ -94,6 +95,32 @@ TEST(RawDelivery, SoundOfAFrame) {
         raw.DeliverSound(frame, samples.data(), 320, [&] { return row.goesOn; });
         EXPECT_EQ(heard.calls, row.calls) << row.what;
     }
+}
+
+// A decoder that does not share its pictures overwrites them.
+TEST(RawDelivery, KeepsAReferenceOrACopy) {
+    ClientFilterCalls filters;
+    RawDelivery raw(filters);
+    test::PlainPicture source(17, 13, 10, 20, 30);
+    EXPECT_FALSE(raw.Keep(source.Picture()).View()) << "nobody wants it";
+    raw.Client().SetCallback(&RawSettings::first, {[](void*, uint32_t, void*) {}, nullptr});
+    SharedPicture earlier;
+    for (const bool twoPlanes : {false, true}) {
+        if (twoPlanes)    // the chroma of 9 x 7 as 4 pairs a row
+            source.frame.planes[2] = nullptr, source.frame.strides[2] = 0;
+        const SharedPicture copy = raw.Keep(source.Picture());
+        ASSERT_EQ(copy.View().PlaneCount(), twoPlanes ? 2 : 3);
+        EXPECT_NE(copy.Get().planes[0], earlier.Get().planes[0]);
+        for (int i = 0; i < copy.View().PlaneCount(); ++i) {
+            EXPECT_NE(copy.Get().planes[i], source.frame.planes[i]);
+            const size_t bytes = size_t{copy.Get().strides[i]} * (i == 0 ? 13 : 7);
+            EXPECT_EQ(std::memcmp(copy.Get().planes[i], source.frame.planes[i], bytes), 0) << i;
+        }
+        earlier = copy.Share();
+    }
+    source.Share();
+    EXPECT_EQ(raw.Keep(source.Picture()).Get().planes[0], source.frame.planes[0]);
+    EXPECT_EQ(source.references, 0);
 }
 
 TEST(RawClient, AThreadThatWaitsGivesUpWhenItsReasonEnds) {

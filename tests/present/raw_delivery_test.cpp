@@ -97,6 +97,34 @@ TEST(RawDelivery, SoundOfAFrame) {
     }
 }
 
+// A picture is delivered once, however often it is drawn, and as a JPEG picture of the colours that every reader
+// assumes.
+TEST(RawDelivery, OncePerPictureInTheColoursOfItsFormat) {
+    ClientFilterCalls filters;
+    RawDelivery raw(filters);
+    std::vector<std::vector<uint8_t>> delivered;
+    raw.Client().SetCallback(&RawSettings::first, {[](void* context, uint32_t, void* record) {
+                                                       const auto& info = *static_cast<RawPictureInfo*>(record);
+                                                       static_cast<decltype(delivered)*>(context)->emplace_back(
+                                                           info.buffer, info.buffer + info.size);
+                                                   },
+                                                   &delivered});
+    raw.Client().Set(&RawSettings::format, CORVANE_PICTURE_JPEG);
+    raw.Begin();
+    const test::PlainPicture source(32, 32, 100, 90, 170);
+    FinishedPicture picture{.frame = std::make_shared<MediaFrameImpl>(MediaFrameHeader{})};
+    PresentSettings settings;
+    for (const bool signalled : {false, true}) {
+        settings.signalledColours = signalled;
+        picture.decoded = source.Picture({.matrix = ColourSignal::Matrix::Bt709, .fullRange = false});
+        raw.OnFresh();
+        for (int draw = 0; draw < 3; ++draw)
+            raw.Deliver(picture, nullptr, [&] { return std::make_shared<const PresentSettings>(settings); });
+    }
+    ASSERT_EQ(delivered.size(), 2u);
+    EXPECT_NE(delivered[0], delivered[1]);
+}
+
 // A decoder that does not share its pictures overwrites them.
 TEST(RawDelivery, KeepsAReferenceOrACopy) {
     ClientFilterCalls filters;
@@ -118,6 +146,10 @@ TEST(RawDelivery, KeepsAReferenceOrACopy) {
         }
         earlier = copy.Share();
     }
+    earlier = SharedPicture();
+    const test::PlainPicture larger(64, 64, 11);    // in the memory of a smaller one
+    const SharedPicture copy = raw.Keep(larger.Picture());
+    EXPECT_EQ(std::memcmp(copy.Get().planes[0], larger.frame.planes[0], 64 * 64), 0);
     source.Share();
     EXPECT_EQ(raw.Keep(source.Picture()).Get().planes[0], source.frame.planes[0]);
     EXPECT_EQ(source.references, 0);

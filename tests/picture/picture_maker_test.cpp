@@ -58,6 +58,20 @@ TEST(PictureMaker, OutputsStayTheSame) {
                 EXPECT_EQ(maker->GetBuffer({badWidth, badHeight}, again), Status::Failed);
             EXPECT_TRUE(maker->GetWidth() == width && maker->GetHeight() == height);
         }
+        // Both ways to make an output give the same, also where the buffer is a part of it.
+        const PictureMakerPtr maker = MakePicture(number, AlignedBuffer::Use::Kept);
+        for (const auto& [width, height] : {std::pair(128u, 6u), {64u, 31u}}) {
+            PictureView lent;
+            ASSERT_EQ(maker->GetBuffer({width, height}, lent), Status::Ok);
+            EXPECT_EQ(maker->GetData(), nullptr) << "not made yet";
+            for (size_t i = 0; i < PictureBytes(InMemory(lent), width, height); ++i)
+                lent.Memory()[i] = static_cast<uint8_t>(i * 11 + i / 253);
+            EXPECT_EQ(maker->Make(), Status::Ok);
+            std::vector<uint8_t> made(maker->GetData(), maker->GetData() + maker->GetSize()), written(made);
+            if (maker->FixedSize() != 0)
+                maker->MakeInto(written.data());
+            EXPECT_TRUE(made == written) << number << " " << height;
+        }
         EXPECT_EQ(digest.value, kDigests[number - 1]) << number;
     }
 }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -46,6 +47,7 @@ public:
         std::vector<int16_t> samples(2 * payload.size());
         auto size = static_cast<uint32_t>(2 * samples.size());
         EXPECT_EQ(m_decoder.Decode(reinterpret_cast<uint8_t*>(samples.data()), &size, frame), 0);
+        m_raw.assign(reinterpret_cast<uint8_t*>(samples.data()), reinterpret_cast<uint8_t*>(samples.data()) + size);
         Bytes scaled;
         for (uint32_t i = 0; i < size / 2; ++i) {
             const auto sample = static_cast<uint16_t>(samples[i] * mix / 128);
@@ -62,6 +64,20 @@ public:
         update.audioEnabled = enabled;
         EXPECT_EQ(Corvane_UpdateChannelSettings(channel, &update), Status_Ok);
     }
+    // Counts the raw callbacks, which come before the volume counts.
+    void RegisterRaw() {
+        const CorvaneRawCallback raw = [](void* context, uint32_t code, void* record) {
+            auto& self = *static_cast<Heard*>(context);
+            const auto& info = *static_cast<RawAudioInfo*>(record);
+            EXPECT_TRUE(code == CORVANE_RAW_SOUND && info.duration == 20 &&
+                        info.timeMilliseconds == self.m_timeMs % 1000);
+            EXPECT_TRUE(std::equal(self.m_raw.begin(), self.m_raw.end(), info.samples, info.samples + info.size));
+            ++self.rawCalls;
+        };
+        EXPECT_EQ(Corvane_SetChannelOption(channel, CORVANE_OPTION_RAW_CALLBACK, reinterpret_cast<uint64_t>(this),
+                                           reinterpret_cast<uint64_t>(raw)),
+                  Status_Ok);
+    }
     // The next opening writes this channel's file anew.
     void Opens() {
         setenv("SDL_DISKAUDIOFILE", m_file.c_str(), 1);
@@ -75,6 +91,7 @@ public:
     }
 
     void* channel = nullptr;
+    std::atomic<int> rawCalls{0};
 
 private:
     std::string Fault(size_t priming) const {
@@ -103,6 +120,7 @@ private:
     void* m_instance = nullptr;
     AudioDecoderHolder m_decoder;
     std::vector<Bytes> m_wanted;
+    Bytes m_raw;    // samples of the frame that was fed last
     uint64_t m_fed = 0;
     int64_t m_timeMs = 0;
     uint32_t m_seed = 1;
@@ -160,6 +178,21 @@ TEST(Heard, SilenceThenEverySampleAtItsVolumeAfterEachOpening) {
         one.Check(row.priming);
     }
     EXPECT_EQ(StatisticsOf(one.channel).soundHeard, StatisticsOf(one.channel).soundFrames);
+    one.RegisterRaw();
+    one.Update(CORVANE_UPDATE_VOLUME, 100, 0);
+    int wanted = 0;
+    for (const bool on : {true, false, true}) {
+        EXPECT_EQ(Corvane_StopChannel(one.channel), Status_Ok);    // no call is under way now
+        EXPECT_EQ(Corvane_SetChannelOption(one.channel, CORVANE_OPTION_RAW_SOUND, on, 0), Status_Ok);
+        EXPECT_EQ(Corvane_StartChannel(one.channel, 0), Status_Ok);
+        for (int i = 0; i < 3; ++i) {
+            one.Feed(8000, 1, 2);
+            wanted += on;
+            EXPECT_TRUE(Eventually([&] { return one.rawCalls >= wanted; }));
+        }
+    }
+    EXPECT_EQ(Corvane_StopChannel(one.channel), Status_Ok);
+    EXPECT_EQ(one.rawCalls, 6);
 }
 
 }    // namespace

@@ -39,6 +39,17 @@ status=0
 [ "$(field stats.json fed)" = 50 ] && [ "$(field stats.json width)" -le 124 ]
 grep -q 'shown' status
 
+# Sound: by SDL's disk driver, at half the volume, and none when muted. Frames of sound are counted with their outcome.
+ffmpeg -nostdin -v error -i h264.mp4 -f lavfi -i sine=sample_rate=8000 -shortest -c:v copy -c:a pcm_alaw heard.mkv
+export SDL_AUDIODRIVER=disk SDL_DISKAUDIOFILE=$work/heard.pcm
+"$play" --headless --quiet --mute --stats stats.json heard.mkv
+[ "$(field stats.json sound_heard)" = 0 ] && [ "$(field stats.json sound_not_played)" -gt 0 ] && ! [ -e heard.pcm ]
+"$play" --headless --quiet --volume 50 --stats stats.json heard.mkv 2>/dev/null
+[ "$(field stats.json sound_heard)" -gt 0 ] && [ "$(field stats.json sound_heard)" = "$(field stats.json sound_taken)" ]
+peak=$(od -An -v -td2 heard.pcm | tr -s ' ' '\n' | sort -n | tail -1)
+[ "$peak" -gt 1900 ] && [ "$peak" -lt 2100 ] || { echo "peak $peak"; exit 1; }
+unset SDL_AUDIODRIVER SDL_DISKAUDIOFILE
+
 # Stills of the decoded picture, at intervals.
 stills() { # FORMAT EXTENSION
     "$play" --headless --quiet --still-format "$1" --snapshot-every 0.4 h264.mp4
@@ -56,6 +67,7 @@ stills png png && stills jpeg jpg && stills bmp bmp && stills raw yuv
 ! "$play" --headless sound.wav 2>error && grep -q 'no H.264, H.265, MPEG-4 or JPEG video' error
 ! "$play" --headless --wall 4 h264.mp4 2>error && grep -q 'no window' error
 ! "$play" --headless --still-format gif h264.mp4 2>error && grep -q 'no good value for --still-format' error
+! "$play" --headless --volume 101 h264.mp4 2>error && grep -q 'no good value for --volume' error
 ! "$play" --headless --threads many h264.mp4 2>error && grep -q 'no good value for --threads' error
 ! DISPLAY= "$play" h264.mp4 2>error && grep -q -- '--headless' error
 ! "$play" --headless --quiet --stats /nonexistent/x h264.mp4 2>error && grep -q 'cannot be written' error

@@ -29,6 +29,9 @@ bool ChannelFeed::Open(void* instance, const MediaSource& source, int64_t wallSt
     settings.mask = CORVANE_SETTINGS_STREAM_INFO | CORVANE_SETTINGS_STREAM_INFO_CONTEXT;
     settings.streamInfo = &ChannelFeed::OnStreamInfo;
     settings.streamInfoContext = this;
+    settings.mask |= CORVANE_SETTINGS_VOLUME | CORVANE_SETTINGS_AUDIO;
+    settings.volume = m_options.volume * 50;
+    settings.audioEnabled = m_heard && !m_options.mute ? 1 : 0;
     if (m_view != nullptr)
         m_view->Prepare(settings);
     if (Corvane_CreateChannel(instance, &m_channel, &settings) != Status_Ok) {
@@ -146,13 +149,17 @@ void ChannelFeed::Input(const Reel::Picture& picture) {
     MediaFrameHeader header{};
     header.recordSize = sizeof(header);
     header.data = picture.bytes.data();
-    header.headerSize = m_headerSize;
-    header.payloadSize = static_cast<uint32_t>(picture.bytes.size()) - m_headerSize;
-    header.streamType = m_streamType;
+    header.headerSize = picture.soundType != 0 ? 0 : m_headerSize;
+    header.payloadSize = static_cast<uint32_t>(picture.bytes.size()) - header.headerSize;
+    header.streamType = picture.soundType != 0 ? picture.soundType : m_streamType;
+    header.audioSampleRate = picture.rate;
+    header.audioChannels = picture.channels;
+    header.audioBlockCount = picture.soundType != 0 ? 1 : 0;
     header.frameType = picture.key ? 0 : 1;
     header.streamSeconds = static_cast<uint32_t>(picture.timeMs / 1000);
     header.timeMilliseconds = static_cast<uint32_t>(picture.timeMs % 1000);
     header.timeSeconds = static_cast<uint32_t>(m_wallStart + picture.timeMs / 1000);
     Corvane_InputEncodedMediaFrame(m_channel, &header);    // the library counts refused frames
-    m_fedMs = picture.timeMs;
+    if (picture.soundType == 0)
+        m_fedMs = picture.timeMs;
 }

@@ -20,13 +20,14 @@ public:
     // pictures and sound; both may be null. All outlive the channel. `delay`: seconds by which its pictures come later,
     // so that the cameras of a wall are not in step.
     ChannelFeed(const Options& options, Reel& reel, ChannelView* view, ContactSheet* sheet, RawFiles* raw,
-                bool printsInfo, double delay)
+                bool printsInfo, bool heard, double delay)
         : m_options(options),
           m_reel(reel),
           m_view(view),
           m_sheet(sheet),
           m_raw(raw),
           m_printsInfo(printsInfo),
+          m_heard(heard),
           m_delay(delay) {}
     ~ChannelFeed() { Delete(); }
     ChannelFeed(const ChannelFeed&) = delete;
@@ -63,6 +64,7 @@ private:
     ContactSheet* const m_sheet;    // on the render thread until the channel is gone
     RawFiles* const m_raw;
     const bool m_printsInfo;
+    const bool m_heard;    // its sound plays, unless options or a key switch it off
     const double m_delay;
     void* m_instance = nullptr;
     void* m_channel = nullptr;

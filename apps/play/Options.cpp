@@ -174,6 +174,7 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
          },
          2},
         {"--raw-sound", [&](auto text) { return !(options.rawSoundFile = text).empty(); }},
+        {"--volume", [&](auto text) { return Number(text, options.volume, 0u, 100u); }},
         {"--screenshot", [&](auto text) { return Screenshot(text, options); }},
         {"--still-format", [&](auto text) { return Still(text, options); }},
         {"--snapshot-every", [&](auto text) { return Number(text, options.snapshotEvery, 0.001, 1e9); }},
@@ -199,6 +200,8 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
             options.headless = true;
         } else if (word == "--quiet") {
             options.quiet = true;
+        } else if (word == "--mute") {
+            options.mute = true;
         } else if (word == "--fill") {
             options.fill = true;
         } else if (word == "--info") {

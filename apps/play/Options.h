@@ -38,7 +38,9 @@ struct Options {
     bool headless = false;
     bool fill = false;    // pictures fill the window and lose their proportions
     bool quiet = false;
-    bool info = false;    // the codes of the stream-info callback are printed
+    bool mute = false;
+    uint32_t volume = 100;    // percent
+    bool info = false;        // the codes of the stream-info callback are printed
 };
 
 // False: the program ends with `exitCode`, after it printed the help or reported a mistake.

@@ -59,7 +59,7 @@ bool Player::OpenFeeds(std::string& error) {
         const double delay = m_options.wall > 1 ? kPictureStep * i / count : 0;
         m_feeds.push_back(std::make_unique<ChannelFeed>(m_options, *m_reel, view, i == 0 ? m_sheet.get() : nullptr,
                                                         i == 0 ? m_raw.get() : nullptr, i == 0 && m_options.info,
-                                                        delay));
+                                                        i == 0, delay));
         if (!m_feeds.back()->Open(m_instance, *m_source, wallStart, error))
             return false;
     }
@@ -151,7 +151,7 @@ void Player::Drain(const std::atomic<bool>& stop) {
         for (const auto& feed : m_feeds) {
             const ChannelStatistics counters = feed->Now().counters;
             const uint64_t left = LeftOf(counters);
-            done = done && left == 0;
+            done = done && left == 0 && SoundLeftOf(counters) == 0;
             onlyLast = onlyLast && left <= 1 && counters.queueFrames == 0;
         }
         const double now = MonotonicSeconds();

@@ -42,6 +42,8 @@ AVCodecID IdOf(FFmpegCodec codec) {
     switch (codec) {
     case FFmpegCodec::Mjpeg:
         return AV_CODEC_ID_MJPEG;
+    case FFmpegCodec::H263:
+        return AV_CODEC_ID_H263;
     case FFmpegCodec::Mpeg4:
         return AV_CODEC_ID_MPEG4;
     case FFmpegCodec::H264:
@@ -54,6 +56,10 @@ AVCodecID IdOf(FFmpegCodec codec) {
         return AV_CODEC_ID_PCM_MULAW;
     case FFmpegCodec::ALaw:
         return AV_CODEC_ID_PCM_ALAW;
+    case FFmpegCodec::G729:
+        return AV_CODEC_ID_G729;
+    case FFmpegCodec::Aac:
+        return AV_CODEC_ID_AAC;
     }
     return AV_CODEC_ID_NONE;
 }
@@ -63,6 +69,8 @@ uint32_t StreamTypeOf(FFmpegCodec codec) {
     switch (codec) {
     case FFmpegCodec::Mjpeg:
         return CORVANE_STREAM_JPEG;
+    case FFmpegCodec::H263:
+        return CORVANE_STREAM_H263;
     case FFmpegCodec::Mpeg4:
         return CORVANE_STREAM_MPEG4;
     case FFmpegCodec::H264:
@@ -79,7 +87,7 @@ void FreeContext(AVCodecContext* context) {
     avcodec_free_context(&context);
 }
 
-// Opens the context that `setUp` fills and wraps it.
+// Opens the context that `setUp` fills, unless that returns false, and wraps it.
 template <typename SetUp>
 FFmpegDecoderPtr Make(FFmpegCodec codec, SetUp setUp) noexcept {
     const AVCodec* found = avcodec_find_decoder(IdOf(codec));
@@ -89,9 +97,8 @@ FFmpegDecoderPtr Make(FFmpegCodec codec, SetUp setUp) noexcept {
     if (context == nullptr)
         return nullptr;
     context->log_level_offset = kLogSilence;
-    setUp(*context);
-    bool opened = false;
-    {
+    bool opened = setUp(*context);
+    if (opened) {
         MutexLock lock(CodecMutex());
         opened = !MustFail() && avcodec_open2(context, found, nullptr) >= 0;
     }
@@ -180,7 +187,10 @@ DecoderIsolated_FFmpeg::Frame::~Frame() {
 }
 
 DecoderIsolated_FFmpeg::DecoderIsolated_FFmpeg(AVCodecContext* context, FFmpegCodec codec)
-    : m_codec(codec), m_isVideo(StreamTypeOf(codec) != 0) {
+    : m_codec(codec),
+      m_isVideo(StreamTypeOf(codec) != 0),
+      m_sampleRate(context->sample_rate),
+      m_channels(context->ch_layout.nb_channels) {
     if (!m_isVideo)
         m_samples = std::make_unique<SampleConverter>();
     m_packet = MustFail() ? nullptr : av_packet_alloc();
@@ -199,6 +209,8 @@ HeaderVerdict DecoderIsolated_FFmpeg::CheckHeaders(const EncodedUnit& in) const 
     switch (m_codec) {
     case FFmpegCodec::Mjpeg:
         return CheckJpegHeaders(in.data, in.size);
+    case FFmpegCodec::H263:
+        return CheckH263Picture(in.data, in.size);
     case FFmpegCodec::Mpeg4:
         return m_context->coded_width > 0 ? HeaderVerdict::Valid : CheckMpeg4Layer(in.data, in.size);
     case FFmpegCodec::H264:
@@ -361,8 +373,8 @@ int32_t DecoderIsolated_FFmpeg::NextPicture(DecodedFrame* out, uint32_t* got, co
     if (Feed(in) < 0)
         return -1;
     const auto consumed = static_cast<int32_t>(std::min<uint32_t>(in.size, INT32_MAX));
-    if (m_output.empty())
-        return consumed;
+    if (m_output.empty())    // a damaged unit is a failure for H.263 alone
+        return m_codec == FFmpegCodec::H263 && m_end != UnitEnd::Nothing ? -1 : consumed;
     const ColourSignal colours = ColoursOf(*m_output.front()->av, m_codec);
     if (!IsPlain(*m_output.front()->av) && !ConvertFront()) {
         m_output.pop_front();
@@ -399,7 +411,8 @@ int32_t DecoderIsolated_FFmpeg::WriteSamples(uint8_t* pcm, uint32_t capacity, ui
         const FrameRef frame = std::move(m_output.front());
         m_output.pop_front();
         const int64_t bytes = SampleConverter::OutputBytes(*frame->av);
-        if (bytes < 0 || bytes > capacity - *written || m_samples->Convert(*frame->av, pcm + *written) < 0)
+        const bool fits = frame->av->sample_rate == m_sampleRate && frame->av->ch_layout.nb_channels == m_channels;
+        if (!fits || bytes < 0 || bytes > capacity - *written || m_samples->Convert(*frame->av, pcm + *written) < 0)
             return -1;
         *written += static_cast<uint32_t>(bytes);
     }
@@ -450,11 +463,12 @@ FFmpegDecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept 
         context.skip_loop_filter = AVDISCARD_NONREF;
         context.thread_count = static_cast<int>(std::clamp<uint32_t>(threads, 1, most));
         context.max_pixels = kMaxCodedPixels;
+        return true;
     });
 }
 
-FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sampleRate, uint32_t channels,
-                                  uint32_t bitsPerSample) noexcept {
+FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sampleRate, uint32_t channels, uint32_t bitsPerSample,
+                                  std::span<const uint8_t> configuration) noexcept {
     if (sampleRate > INT_MAX || channels == 0 || channels > INT16_MAX)
         return nullptr;
     return Make(codec, [&](AVCodecContext& context) {
@@ -462,6 +476,15 @@ FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sampleRate, uint32
         av_channel_layout_default(&context.ch_layout, static_cast<int>(channels));
         context.bits_per_coded_sample = static_cast<int>(bitsPerSample);
         context.request_sample_fmt = AV_SAMPLE_FMT_S16;
+        if (configuration.empty())
+            return true;
+        context.extradata = static_cast<uint8_t*>(
+            MustFail() ? nullptr : av_mallocz(configuration.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+        if (context.extradata == nullptr)
+            return false;
+        std::copy(configuration.begin(), configuration.end(), context.extradata);
+        context.extradata_size = static_cast<int>(configuration.size());
+        return true;
     });
 }
 

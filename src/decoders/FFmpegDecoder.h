@@ -7,6 +7,7 @@
 #include <deque>
 #include <memory>
 #include <optional>
+#include <span>
 
 #include "base/ColourSignal.h"
 #include "corvane/decoder.h"
@@ -21,7 +22,7 @@ struct SwsContext;
 
 namespace corvane {
 
-enum class FFmpegCodec { Mjpeg, Mpeg4, H264, Hevc, AmrNb, MuLaw, ALaw };
+enum class FFmpegCodec { Mjpeg, H263, Mpeg4, H264, Hevc, AmrNb, MuLaw, ALaw, G729, Aac };
 
 class SampleConverter;
 
@@ -88,6 +89,8 @@ private:
     // Constant after construction.
     const FFmpegCodec m_codec;
     const bool m_isVideo;
+    const int m_sampleRate;    // of sound; a block at another rate, or with other channels, is a failure
+    const int m_channels;
     AVCodecContext* m_context = nullptr;
     AVPacket* m_packet = nullptr;
 
@@ -114,7 +117,8 @@ using FFmpegDecoderPtr = std::unique_ptr<DecoderIsolated_FFmpeg, DecoderDestroye
 // A new decoder, or null when the codec is missing, does not open, or there is no memory. `threads` is raised to 1 and
 // bounded by 32 for H.265 and 16 for the others.
 FFmpegDecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept;
-FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sampleRate, uint32_t channels,
-                                  uint32_t bitsPerSample) noexcept;
+// `configuration` is what comes with the stream outside its packets, none for most codecs.
+FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sampleRate, uint32_t channels, uint32_t bitsPerSample,
+                                  std::span<const uint8_t> configuration = {}) noexcept;
 
 }    // namespace corvane

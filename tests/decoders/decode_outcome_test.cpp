@@ -81,7 +81,7 @@ TEST(DecodeOutcome, SaysWhatWasWrong) {
         {"garbage behind a header", kH264, {h264[0], Garbage({0, 0, 0, 1, 0x41}, 500)}, {Picture, Failed}},
         {"nothing in it", kH264, {h264[0], {}, h264[1]}, {Picture, NoPicture, Picture}},
         {"a delimiter by itself", kH264, {h264[0], {0, 0, 0, 1, 9}, h264[1]}, {Picture, HeldBack, Picture}},
-        {"vendor's own", CORVANE_STREAM_H263, h264, {NoDecoder, NoDecoder}},
+        {"H.264 as H.263", kH263, h264, {Failed, Failed}},
     };
     for (const auto& row : rows) {
         VideoDecoderHolder holder;

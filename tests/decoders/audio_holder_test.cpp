@@ -1,8 +1,16 @@
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
+#include "decoders/AacDecoder.h"
 #include "decoders/AudioDecoderHolder.h"
+#include "decoders/G7221Decoder.h"
+#include "decoders/G726Decoder.h"
+#include "decoders/G729Decoder.h"
+#include "support/G7221Encoder.h"
+#include "support/GuardedBytes.h"
+#include "support/SoundMaker.h"
 #include "support/StreamMaker.h"
 
 namespace corvane::test {
@@ -51,6 +59,101 @@ TEST(AudioHolder, LawsBlocksAndShortBuffers) {
         EXPECT_EQ(pcm, row.samples) << &row - rows;
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+// Frames that are refused, each between two good ones of its type, and frames of which a part is dropped.
+TEST(AudioHolder, ImpossibleFramesLoseThemselvesOnly) {
+    const Samples tone = Sweep(16000, 0.5, 300, 900);
+    const auto g7221 = EncodeG7221(tone, 60);
+    const auto g729 = EncodeG729(tone);
+    const auto aac = EncodeAac(tone, 16000, 1);
+    const uint32_t kG7221 = CORVANE_STREAM_G7221, kG729 = CORVANE_STREAM_G729A, kAac = CORVANE_STREAM_AAC,
+                   kG726 = CORVANE_STREAM_G726;
+    constexpr uint32_t kAll = 576'000;    // the capacity that the sound device gives
+    const Bytes two729 = g729[3] + g729[4];
+    const struct {
+        const char* name;
+        uint32_t type;
+        Bytes bytes;
+        uint32_t blocks, capacity;
+        int32_t samples;    // -1: refused
+        uint32_t rate = 16000, bitRate = 16000;
+        uint8_t channels = 1;
+    } rows[] = {
+        {"no count", kG7221, g7221[3], 0, kAll, -1},
+        {"count above the size", kG7221, g7221[3], 61, kAll, -1},
+        {"largest count", kG7221, g7221[3], UINT32_MAX, kAll, -1},
+        {"a block a byte", kG7221, g7221[3], 60, kAll, -1},
+        {"a byte short", kG7221, Bytes(59, 1), 1, kAll, -1},
+        {"a byte too many", kG7221, Bytes(61, 1), 1, kAll, -1},
+        {"16 kbit/s", kG7221, Bytes(40, 1), 1, kAll, -1},
+        {"nothing", kG7221, {}, 1, kAll, -1},
+        {"no room", kG7221, g7221[3] + g7221[4], 2, 1279, -1},
+        {"just room, and a byte that is dropped", kG7221, g7221[3] + g7221[4] + Bytes{1}, 2, 1280, 640},
+        {"no count", kG729, g729[3], 0, kAll, -1},
+        {"count above the size", kG729, g729[3], 11, kAll, -1},
+        {"no room", kG729, two729, 2, 319, -1},
+        {"just room, and bytes that are dropped", kG729, two729 + Bytes(9, 1), 2, 320, 160},
+        {"a count that differs", kG729, two729, 7, kAll, 160},
+        {"too few bytes", kG729, Bytes(9, 1), 1, kAll, 0},
+        {"nothing", kG729, {}, 1, kAll, -1},
+        {"no count", kAac, aac[3], 0, kAll, -1},
+        {"a block a byte", kAac, aac[3], static_cast<uint32_t>(aac[3].size()), kAll, -1},
+        {"no room", kAac, aac[3], 1, 2047, -1},
+        {"just room", kAac, aac[3], 1, 2048, 1024},
+        {"no rate of the standard", kAac, aac[3], 1, kAll, -1, 16001, 0, 1},
+        {"seven channels", kAac, aac[3], 1, kAll, -1, 16000, 0, 7},
+        {"no channel", kAac, aac[3], 1, kAll, -1, 16000, 0, 0},
+        {"1 MiB", kG726, Bytes(1 << 20, 7), 1, kAll, -1},
+        {"a byte beyond the capacity", kG726, Bytes(72'001, 7), 1, kAll, -1},
+        {"to the last byte", kG726, Bytes(72'000, 7), 1, kAll, 288'000},
+        {"nothing", kG726, {}, 0, kAll, 0},
+        {"another bit rate", kG726, {1}, 1, kAll, -1, 8000, 16001, 1},
+        {"bit rate 0", kG726, {1}, 1, kAll, -1, 8000, 0, 1},
+        {"48 kbit/s", kG726, {1}, 1, kAll, -1, 8000, 48000, 1},
+    };
+    testing::internal::CaptureStderr();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.name) + ' ' + std::to_string(row.type));
+        AudioDecoderHolder holder;
+        const auto decode = [&](MediaFrameHeader header, uint32_t capacity, uint32_t bitRate) {
+            header.detail.audio.audioBitRate = bitRate;
+            const Bytes fill(capacity, 0xC9);
+            const GuardedBytes pcm(fill);
+            const GuardedBytes payload(header.data, header.payloadSize);
+            header.data = payload.Data();
+            uint32_t size = capacity;
+            const int32_t result = holder.Decode(pcm.Data(), &size, MediaFrameImpl(header));
+            EXPECT_TRUE(result == 0 || (result < 0 && size == capacity));
+            return result == 0 ? static_cast<int32_t>(size / 2) : -1;
+        };
+        const Bytes& good = row.type == kG7221  ? g7221[2]
+                            : row.type == kG729 ? g729[2]
+                            : row.type == kAac  ? aac[2]
+                                                : g729[0];
+        const int32_t wanted = row.type == kG7221 ? 320 : row.type == kG729 ? 80 : row.type == kAac ? 1024 : 40;
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(decode(SoundHeader(row.type, good, 16000), kAll, 16000), wanted);
+            if (i == 0)
+                EXPECT_EQ(decode(SoundHeader(row.type, row.bytes, row.rate, row.channels, row.blocks), row.capacity,
+                                 row.bitRate),
+                          row.samples);
+        }
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+// The other calls of the decoder interface.
+TEST(AudioHolder, SoundDecodersHaveNoPictures) {
+    DecoderPtr decoders[] = {MakeG7221Decoder(), MakeG729Decoder(), MakeAacDecoder(8000, 1),
+                             MakeG726Decoder(16000, G726Packing::LeastSignificantFirst)};
+    for (const DecoderPtr& decoder : decoders) {
+        DecodedFrame out{};
+        uint32_t got = 0;
+        const EncodedUnit unit{nullptr, 0, 0};
+        EXPECT_EQ(decoder->DecodeVideo(&out, &got, &unit), -1);
+        EXPECT_EQ(decoder->ShareFrame(&out, 2), static_cast<int32_t>(0x80000004));
+    }
 }
 
 }    // namespace

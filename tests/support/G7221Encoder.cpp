@@ -102,7 +102,8 @@ Vector PowersOf(const std::vector<double>& coefficients) {
 }
 
 void PutRegion(BitWriter& w, int category, double deviation, const double* coefficients) {
-    const auto [levels, dimension, expected] = kCategory[category];
+    const int levels = kCategory[category].levels;
+    const size_t dimension = kCategory[category].dimension;
     for (size_t at = 0; at < 20; at += dimension) {
         Vector magnitudes;
         for (size_t i = 0; i < dimension; ++i) {
@@ -112,7 +113,7 @@ void PutRegion(BitWriter& w, int category, double deviation, const double* coeff
         const auto symbol = [&] {
             unsigned number = 0;
             for (const int magnitude : magnitudes)
-                number = number * levels + static_cast<unsigned>(magnitude);
+                number = number * static_cast<unsigned>(levels) + static_cast<unsigned>(magnitude);
             return number;
         };
         while (VectorBook(category).count(symbol()) == 0)

@@ -16,32 +16,20 @@ namespace corvane {
 
 using g7221::kCategories;
 using g7221::kCategory;
+using g7221::kMagnitudes;
+using g7221::kNoise;
+using g7221::kNoise5;
+using g7221::kNoise6;
+using g7221::kNoise7;
 using g7221::kRegions;
 
 namespace {
 
-constexpr int kNoise = kCategories - 1;    // the category of regions without coded coefficients
-constexpr int kControls = 16;              // ways to divide the bits among the regions
-constexpr int kPowerOffset = 7;            // of the first region's power in the stream
+constexpr int kControls = 16;      // ways to divide the bits among the regions
+constexpr int kPowerOffset = 7;    // of the first region's power in the stream
 // Bounds of a power that an encoder may send.
 constexpr int kLeastPower = -8 - kPowerOffset;
 constexpr int kMostPower = 31 - kPowerOffset;
-
-// Magnitudes by category and level, in deviations of the region.
-constexpr float kMagnitudes[kNoise][14] = {
-    {0, 0.392f, 0.761f, 1.120f, 1.477f, 1.832f, 2.183f, 2.541f, 2.893f, 3.245f, 3.598f, 3.942f, 4.288f, 4.724f},
-    {0, 0.544f, 1.060f, 1.563f, 2.068f, 2.571f, 3.072f, 3.562f, 4.070f, 4.620f},
-    {0, 0.746f, 1.464f, 2.180f, 2.882f, 3.584f, 4.316f},
-    {0, 1.006f, 2.000f, 2.993f, 3.985f},
-    {0, 1.321f, 2.703f, 3.983f},
-    {0, 1.657f, 3.491f},
-    {0, 1.964f},
-};
-// Noise in the place of coefficients of level 0, in deviations, by the number of those that are not 0; the last value
-// holds for more.
-constexpr float kNoise5[] = {0.70711f, 0.6179f, 0.5005f, 0.3220f, 0.17678f};
-constexpr float kNoise6[] = {0.70711f, 0.5686f, 0.3563f, 0.25f};
-constexpr float kNoise7 = 0.70711f;
 
 // A code as a tree: the node that a bit leads to, or a symbol, as 0 or its negative.
 template <size_t N>

@@ -24,6 +24,23 @@ struct Category {
 };
 inline constexpr Category kCategory[kCategories] = {{14, 2, 52}, {10, 2, 47}, {7, 2, 43}, {5, 4, 37},
                                                     {4, 4, 29},  {3, 5, 22},  {2, 5, 16}, {1, 20, 0}};
+inline constexpr int kNoise = kCategories - 1;
+
+// Magnitudes by category and level, in deviations of the region.
+inline constexpr float kMagnitudes[kNoise][14] = {
+    {0, 0.392f, 0.761f, 1.120f, 1.477f, 1.832f, 2.183f, 2.541f, 2.893f, 3.245f, 3.598f, 3.942f, 4.288f, 4.724f},
+    {0, 0.544f, 1.060f, 1.563f, 2.068f, 2.571f, 3.072f, 3.562f, 4.070f, 4.620f},
+    {0, 0.746f, 1.464f, 2.180f, 2.882f, 3.584f, 4.316f},
+    {0, 1.006f, 2.000f, 2.993f, 3.985f},
+    {0, 1.321f, 2.703f, 3.983f},
+    {0, 1.657f, 3.491f},
+    {0, 1.964f},
+};
+// Noise in the place of coefficients of level 0, in deviations, by the number of those that are not 0; the last value
+// holds for more.
+inline constexpr float kNoise5[] = {0.70711f, 0.6179f, 0.5005f, 0.3220f, 0.17678f};
+inline constexpr float kNoise6[] = {0.70711f, 0.5686f, 0.3563f, 0.25f};
+inline constexpr float kNoise7 = 0.70711f;
 
 // The difference of the power of regions 1 to 13 from the region before, plus 12, in steps of 3 dB.
 inline constexpr size_t kDifferences = 24;

@@ -106,6 +106,8 @@ TEST(AudioHolder, ImpossibleFramesLoseThemselvesOnly) {
         {"no channel", kAac, aac[3], 1, kAll, -1, 16000, 0, 0},
         {"1 MiB", kG726, Bytes(1 << 20, 7), 1, kAll, -1},
         {"a byte beyond the capacity", kG726, Bytes(72'001, 7), 1, kAll, -1},
+        {"no room", kG726, g729[0], 1, 79, -1},
+        {"just room", kG726, g729[0], 1, 80, 40},
         {"to the last byte", kG726, Bytes(72'000, 7), 1, kAll, 288'000},
         {"nothing", kG726, {}, 0, kAll, 0},
         {"another bit rate", kG726, {1}, 1, kAll, -1, 8000, 16001, 1},

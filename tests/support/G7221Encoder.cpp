@@ -101,9 +101,11 @@ Vector PowersOf(const std::vector<double>& coefficients) {
     return powers;
 }
 
-void PutRegion(BitWriter& w, int category, double deviation, const double* coefficients) {
+// Writes a region and returns what it decodes to.
+std::vector<double> PutRegion(BitWriter& w, int category, double deviation, const double* coefficients) {
     const int levels = kCategory[category].levels;
     const size_t dimension = kCategory[category].dimension;
+    std::vector<double> decoded(20);
     for (size_t at = 0; at < 20; at += dimension) {
         Vector magnitudes;
         for (size_t i = 0; i < dimension; ++i) {
@@ -120,35 +122,89 @@ void PutRegion(BitWriter& w, int category, double deviation, const double* coeff
             --*std::max_element(magnitudes.begin(), magnitudes.end());
         const Word word = VectorBook(category).at(symbol());
         w.U(word.length, word.bits);
-        for (size_t i = 0; i < dimension; ++i)
+        for (size_t i = 0; i < dimension; ++i) {
+            const bool positive = coefficients[at + i] > 0;
             if (magnitudes[i] != 0)
-                w.U(1, coefficients[at + i] > 0 ? 1 : 0);
+                w.U(1, positive ? 1 : 0);
+            decoded[at + i] = deviation * (positive ? 1 : -1) *
+                              static_cast<double>(g7221::kMagnitudes[category][static_cast<size_t>(magnitudes[i])]);
+        }
     }
+    return decoded;
 }
 
-Bytes EncodeBlock(const std::vector<double>& coefficients, size_t blockBytes) {
-    const Vector powers = PowersOf(coefficients);
-    BitWriter head;
-    head.U(5, static_cast<unsigned>(powers[0] + 7));
+// The noise of the decoder that has read all blocks so far.
+class Noise {
+public:
+    void Fill(std::vector<double>& region, int category, double deviation) {
+        size_t weight = 0;
+        for (const double value : region)
+            if (value != 0)
+                weight += category == 5 && std::abs(value) > 2 * deviation ? 4 : 1;
+        const double share = category == 7   ? g7221::kNoise7
+                             : category == 6 ? g7221::kNoise6[std::min<size_t>(weight, 3)]
+                                             : g7221::kNoise5[std::min<size_t>(weight, 4)];
+        for (size_t half = 0; half < 2; ++half) {
+            const unsigned next = (m_words[m_words.size() - 1] + m_words[m_words.size() - 4]) & 0xFFFF;
+            m_words.push_back(next >= 0x8000 ? (next + 1) & 0xFFFF : next);
+            int filled = 0;
+            for (size_t i = 10 * half; i < 10 * half + 10; ++i)
+                if (region[i] == 0)
+                    region[i] = deviation * share * ((m_words.back() >> filled++ & 1) != 0 ? 1 : -1);
+        }
+    }
+
+private:
+    std::vector<unsigned> m_words = {1, 1, 1, 1};
+};
+
+BitWriter PutPowers(const Vector& powers) {
+    BitWriter w;
+    w.U(5, static_cast<unsigned>(powers[0] + 7));
     for (size_t i = 1; i < kRegions; ++i) {
         const Word word = MakeBook(g7221::kDifference[i - 1]).at(static_cast<unsigned>(powers[i] - powers[i - 1] + 12));
-        head.U(word.length, word.bits);
+        w.U(word.length, word.bits);
     }
-    const size_t bits = blockBytes * 8;
-    const std::vector<Vector> ways = Divisions(powers, static_cast<int>(bits - head.Count() - 4));
+    return w;
+}
+
+Bytes Fill(BitWriter& w, size_t bytes) {
+    while (w.Count() < bytes * 8)
+        w.U(1, 1);
+    Bytes block = w.Packed();
+    block.resize(bytes);    // the last way to divide the bits may be too long
+    return block;
+}
+
+void EncodeBlock(const std::vector<double>& coefficients, size_t bytes, Noise& noise, G7221Stream& out) {
+    const Vector powers = PowersOf(coefficients);
+    const BitWriter head = PutPowers(powers);
+    const std::vector<Vector> ways = Divisions(powers, static_cast<int>(bytes * 8 - head.Count() - 4));
     for (size_t control = 0;; ++control) {
         BitWriter w = head;
         w.U(4, control);
-        for (size_t region = 0; region < kRegions; ++region)
-            if (ways[control][region] < kHighest)
-                PutRegion(w, ways[control][region], std::exp2(powers[region] / 2.0), &coefficients[region * 20]);
-        if (w.Count() > bits && control < 15)
+        std::vector<std::vector<double>> regions;
+        Vector categories = ways[control];
+        for (size_t i = 0; i < kRegions; ++i) {
+            regions.emplace_back(20);
+            if (categories[i] < kHighest)
+                regions[i] = PutRegion(w, categories[i], std::exp2(powers[i] / 2.0), &coefficients[i * 20]);
+            if (w.Count() > bytes * 8) {    // it and what follows will be noise
+                regions[i].assign(20, 0);
+                categories[i] = kHighest;
+            }
+        }
+        if (w.Count() > bytes * 8 && control < 15)
             continue;
-        while (w.Count() < bits)
-            w.U(1, 1);
-        Bytes block = w.Packed();
-        block.resize(blockBytes);    // the last way may be too long
-        return block;
+        out.blocks.push_back(Fill(w, bytes));
+        out.coefficients.emplace_back();
+        for (size_t i = 0; i < kRegions; ++i) {
+            if (categories[i] >= 5)
+                noise.Fill(regions[i], categories[i], std::exp2(powers[i] / 2.0));
+            for (const double value : regions[i])
+                out.coefficients.back().push_back(value * std::exp2(4.5));
+        }
+        return;
     }
 }
 
@@ -176,17 +232,24 @@ std::vector<double> LappedTransform(const int16_t* samples, bool sine) {
     return out;
 }
 
-std::vector<Bytes> EncodeG7221(const Samples& samples, size_t blockBytes) {
+G7221Stream ModelG7221(const Samples& samples, size_t blockBytes) {
     Samples padded(320);
     padded.insert(padded.end(), samples.begin(), samples.end());
-    std::vector<Bytes> blocks;
+    Noise noise;
+    G7221Stream stream;
     for (size_t at = 0; at + 640 <= padded.size(); at += 320) {
         std::vector<double> coefficients = LappedTransform(padded.data() + at);
         for (double& value : coefficients)
             value /= std::exp2(4.5);
-        blocks.push_back(EncodeBlock(coefficients, blockBytes));
+        EncodeBlock(coefficients, blockBytes, noise, stream);
     }
-    return blocks;
+    return stream;
+}
+
+Bytes G7221Ones(const std::vector<int>& powers, unsigned control) {
+    BitWriter w = PutPowers(powers);
+    w.U(4, control);
+    return Fill(w, 40);
 }
 
 }    // namespace corvane::test

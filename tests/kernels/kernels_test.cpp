@@ -242,17 +242,19 @@ TEST(Colours, KeepToTheRecommendations) {
             ASSERT_TRUE(good) << i;
         }
         for (const auto& [width, height] : kSizes) {
-            Sources from(width, height, 0, Fill::Random, At::End, kind),
-                to(width, height, 0, Fill::Random, At::End, kind);
+            Sources from(width, height, 1, Fill::Random, At::End, kind),
+                to(width, height, 1, Fill::Random, At::End, kind);
             ToFullRangeBt601(to.View(true, signal));
             const bool grey = width < 2 || height < 2;
             for (uint32_t i = 0; i < width * height; ++i) {
                 const uint32_t x = grey ? 0 : std::min(i % width / 2, width / 2 - 1);
                 const uint32_t y = grey ? 0 : std::min(i / width / 2, height / 2 - 1);
                 const auto [red, green, blue, one] =
-                    ExactRgb(signal, from.y.Data()[i], grey ? 128 : from.u.Row(y)[x], grey ? 128 : from.v.Row(y)[x]);
+                    ExactRgb(signal, from.y.Row(i / width)[i % width], grey ? 128 : from.u.Row(y)[x],
+                             grey ? 128 : from.v.Row(y)[x]);
                 const int64_t luma = 299 * red + 587 * green + 114 * blue;
-                ASSERT_TRUE(IsNear(to.y.Data()[i], luma, 1000 * one)) << width << "x" << height << ": " << i;
+                ASSERT_TRUE(IsNear(to.y.Row(i / width)[i % width], luma, 1000 * one))
+                    << width << "x" << height << ": " << i;
                 ASSERT_TRUE(grey || IsNear(to.u.Row(y)[x], 1000 * blue - luma + 128 * 1772 * one, 1772 * one));
                 ASSERT_TRUE(grey || IsNear(to.v.Row(y)[x], 1000 * red - luma + 128 * 1402 * one, 1402 * one));
             }

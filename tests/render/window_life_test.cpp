@@ -412,6 +412,18 @@ TEST_P(WindowLife, ItsOwnOverviewIsOneImage) {
     }
 }
 
+// An odd last column has no colour: the default renderer leaves it out. The plain renderer gets it unwritten.
+TEST_P(WindowLife, AnOddLastColumnIsNotShown) {
+    const xcb_window_t window = Window();
+    test::PlainPicture odd(kSide + 1, kSide, 50);
+    for (int y = 0; y < kSide; ++y)
+        odd.frame.planes[0][y * (kSide + 1) + kSide] = 255;
+    Channel channel(window, GetParam());
+    (void)Viewable(window);
+    channel.manager.PresentFrame(FrameAt(40), odd.Picture(), true);
+    EXPECT_TRUE(Shows(window, Grey(50), 40) && (GetParam() != 0 || Shows(window, Grey(50), kSide - 1)));
+}
+
 // What nobody sees is neither converted nor put; neither is a picture that stays.
 TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     const xcb_window_t window = Window();

@@ -53,13 +53,17 @@ G726Kernel::Float G726Kernel::ToFloat(int32_t magnitude, bool negative) {
     return {exponent, magnitude == 0 ? 32 : (magnitude << 6) >> exponent, negative};
 }
 
-// FMULT.
+// FMULT. Eight of these are most of the work of a sample.
 int32_t G726Kernel::Multiply(int32_t coefficient, const Float& value) {
-    const Float factor = ToFloat((coefficient < 0 ? -(coefficient >> 2) : coefficient >> 2) & 8191, coefficient < 0);
-    const int32_t exponent = factor.exponent + value.exponent;
-    const int32_t mantissa = (factor.mantissa * value.mantissa + 48) >> 4 << 7;
+    const bool coefficientNegative = coefficient < 0;
+    const int32_t shifted = coefficient >> 2;
+    const int32_t size = (coefficientNegative ? -shifted : shifted) & 8191;
+    const int32_t length = BitLength(size);
+    const int32_t factor = size == 0 ? 32 : (size << 6) >> length;
+    const int32_t exponent = length + value.exponent;
+    const int32_t mantissa = (factor * value.mantissa + 48) >> 4 << 7;
     const int32_t magnitude = exponent <= 26 ? mantissa >> (26 - exponent) : (mantissa << (exponent - 26)) & 0x7FFF;
-    return factor.negative != value.negative ? -magnitude : magnitude;
+    return coefficientNegative != value.negative ? -magnitude : magnitude;
 }
 
 // LIMA, MIX: the scale factor (y), 9 bits of fraction.

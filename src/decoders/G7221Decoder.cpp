@@ -18,7 +18,7 @@ int32_t DecoderContext_Nerilo_G7221::DecodeAudio(uint8_t* pcm, uint32_t* size, c
     for (uint32_t i = 0; i < in->type_or_count; ++i) {
         if (*size - written < sizeof samples)
             return -1;
-        m_kernel->Decode(in->data + i * bytes, bytes, samples);
+        m_kernel->Decode(in->data + size_t{i} * bytes, bytes, samples);
         std::memcpy(pcm + written, samples, sizeof samples);
         written += sizeof samples;
     }

@@ -114,7 +114,7 @@ CategoryNumbers Categorise(const Powers& powers, int available, int control) {
         most += ExpectedBits(category);
     int least = most;
     // Regions to make coarser, one for each step of the control; the search fills them from the middle to both ends.
-    std::array<int, 2 * kControls> order{};
+    std::array<int, size_t{2} * kControls> order{};
     size_t begin = kControls;
     size_t end = kControls;
     for (int i = 1; i < kControls; ++i) {

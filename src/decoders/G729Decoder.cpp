@@ -20,7 +20,7 @@ int32_t DecoderIsolated_Nerilo_G729A::DecodeAudio(uint8_t* pcm, uint32_t* size, 
     for (uint32_t at = 0; in->size - at >= kBlockBytes; at += kBlockBytes) {
         const EncodedUnit block{in->data + at, kBlockBytes, 1};
         uint32_t bytes = *size - written;
-        if (bytes < kSampleBytes || m_decoder->DecodeAudio(pcm + written, &bytes, &block) < 0 || bytes != kSampleBytes)
+        if (bytes < kSampleBytes || m_decoder->DecodeAudio(pcm + written, &bytes, &block) < 0 || bytes == 0)
             return -1;
         written += bytes;
     }

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "base/FailurePoint.h"
 #include "decoders/AacDecoder.h"
 #include "decoders/AudioDecoderHolder.h"
 #include "decoders/G7221Decoder.h"
@@ -143,6 +144,34 @@ TEST(AudioHolder, ImpossibleFramesLoseThemselvesOnly) {
         }
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+// The n-th platform call fails, n rising until a frame gets through; the next frame finds a decoder.
+TEST(AudioHolder, FailuresLoseOneFrame) {
+    const Samples tone = Sweep(16000, 0.5, 300, 900);
+    const struct {
+        uint32_t type;
+        Bytes bytes;
+        uint64_t calls;    // at least
+    } rows[] = {{CORVANE_STREAM_G7221, EncodeG7221(tone, 80)[3], 1},
+                {CORVANE_STREAM_G729A, EncodeG729(tone)[3], 5},
+                {CORVANE_STREAM_AAC, EncodeAac(tone, 16000, 1)[3], 6}};
+    for (const auto& row : rows) {
+        bool passed = false;
+        uint64_t n = 0;
+        while (!passed && ++n < 100) {
+            AudioDecoderHolder holder;
+            Bytes pcm(4096);
+            const MediaFrameImpl frame(SoundHeader(row.type, row.bytes, 16000));
+            uint32_t size = 4096;
+            failure::Arm(static_cast<uint32_t>(failure::Site::PlatformCall), n, false);
+            passed = holder.Decode(pcm.data(), &size, frame) == 0 && failure::Hits() < n;
+            failure::Disarm();
+            size = 4096;
+            EXPECT_EQ(holder.Decode(pcm.data(), &size, frame), 0) << row.type << ' ' << n;
+        }
+        EXPECT_GT(n, row.calls) << row.type;
+    }
 }
 
 // The other calls of the decoder interface.

@@ -15,6 +15,7 @@ void PassSchedule::OnState(RenderState state) {
         m_waitCounter = 0;
     m_state = state;
     m_again = true;
+    m_forget = true;
 }
 
 void PassSchedule::OnRedraw() {
@@ -44,11 +45,11 @@ PassSchedule::Due PassSchedule::Take(int64_t now) {
     const bool waiting = m_state == RenderState::Waiting;
     const bool playing = m_state == RenderState::Playing;
     const bool draw = m_posted || m_again;
-    Due due{.end = m_end, .tidy = m_tidy, .room = m_room, .draw = draw, .state = m_state};
+    Due due{.end = m_end, .tidy = m_tidy, .room = m_room, .draw = draw, .forget = m_forget, .state = m_state};
     due.draw |= !playing && (m_tidy || (tick && waiting));
     if (draw || m_tidy || tick)
         m_tickAt = waiting ? now + kTick : kNever;
-    m_tidy = m_room = false;
+    m_tidy = m_room = m_forget = false;
     if (!playing)
         m_posted = m_again = false;    // while Playing, BeginPass clears them
     return due;
@@ -59,9 +60,10 @@ void PassSchedule::SetSpare(bool spare, int64_t now) {
         m_tickAt = now + kTick;
 }
 
-std::optional<PassFlags> PassSchedule::BeginPass(bool fresh, bool always, bool reports, bool hasText) {
+std::optional<PassFlags> PassSchedule::BeginPass(bool fresh, bool kept, bool always, bool reports, bool hasText) {
     m_posted = false;
-    if (!std::exchange(m_again, false) && !fresh)
+    const bool again = std::exchange(m_again, false);
+    if (!fresh && !(again && kept))
         return std::nullopt;
     PassFlags flags{.redraw = std::exchange(m_redraw, always), .fresh = m_information, .textFresh = false};
     if (!m_unsent && reports)

@@ -45,9 +45,10 @@ public:
 
     struct Due {
         bool end = false;
-        bool tidy = false;    // destroy renderers and sinks that were given up
-        bool room = false;    // sinks have room to send more
-        bool draw = false;    // a pass, or the picture of the state
+        bool tidy = false;      // destroy renderers and sinks that were given up
+        bool room = false;      // sinks have room to send more
+        bool draw = false;      // a pass, or the picture of the state
+        bool forget = false;    // the state changed since the last turn: a picture from before is not drawn again
         RenderState state = RenderState::Idle;
     };
     bool IsDue(int64_t now) const;
@@ -57,10 +58,10 @@ public:
     void SetSpare(bool spare, int64_t now);
 
     // Begins a pass, which takes all events so far, and returns what it is asked for. No value where there is nothing
-    // to show: the picture that was posted is gone, and none is to be drawn again. `fresh`: the pass has a picture that
-    // no pass has shown. `always`: the next pass redraws. `reports`: presenting is on; `hasText`: there is a text
-    // callback.
-    std::optional<PassFlags> BeginPass(bool fresh, bool always, bool reports, bool hasText);
+    // to show, and then its requests count for the next pass. `fresh`: the pass has a picture that no pass has shown.
+    // `kept`: it has a picture, fresh or not. `always`: the next pass redraws. `reports`: presenting is on; `hasText`:
+    // there is a text callback.
+    std::optional<PassFlags> BeginPass(bool fresh, bool kept, bool always, bool reports, bool hasText);
     // What the pass could not do is asked of the next one.
     void EndPass(const Pass& pass);
 
@@ -70,6 +71,7 @@ public:
 private:
     bool m_posted = false;
     bool m_again = true;    // the picture must be drawn again, or for the first time
+    bool m_forget = false;
     bool m_tidy = false;
     bool m_room = false;
     bool m_end = false;

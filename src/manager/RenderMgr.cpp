@@ -271,7 +271,7 @@ void CRenderMgr::RenderLoop() {
 
 // Ends a turn and waits for the next one. Most turns of the render thread take m_lock only here.
 CRenderMgr::Turn CRenderMgr::Await(const Turn& ended) {
-    FinishedPicture before;    // destroyed with no lock held
+    FinishedPicture before, forgotten;    // destroyed with no lock held
     Turn next;
     MutexLock lock(m_lock);
     if (ended.pass)
@@ -287,6 +287,11 @@ CRenderMgr::Turn CRenderMgr::Await(const Turn& ended) {
     }
     next.due = m_schedule.Take(now);
     next.settings = m_settings;
+    if (next.due.forget) {
+        forgotten = std::exchange(m_kept, FinishedPicture());
+        if (auto* const lent = std::get_if<LentBuffer>(&forgotten.pixels))
+            lent->GiveBack();    // the worker counts on it, as in PictureMailbox::Take
+    }
     next.fresh = m_mailbox.Take(m_kept, before);
     if (next.due.end || next.due.state != RenderState::Playing) {
         if (std::exchange(next.fresh, false))    // the picture is not shown
@@ -296,10 +301,10 @@ CRenderMgr::Turn CRenderMgr::Await(const Turn& ended) {
         next.counter = next.due.draw && next.due.state == RenderState::Waiting ? m_schedule.TakeWaitCounter() : 0;
     } else if (next.due.draw) {
         const std::optional<PassFlags> flags =
-            m_schedule.BeginPass(next.fresh, m_settings->osdPolicy == CORVANE_TEXT_ALWAYS, m_settings->presentEnabled,
-                                 static_cast<bool>(m_settings->osd));
-        next.due.draw = flags && m_kept.frame != nullptr;
-        if (next.due.draw)
+            m_schedule.BeginPass(next.fresh, m_kept.frame != nullptr, m_settings->osdPolicy == CORVANE_TEXT_ALWAYS,
+                                 m_settings->presentEnabled, static_cast<bool>(m_settings->osd));
+        next.due.draw = flags.has_value();
+        if (flags)
             next.pass.emplace(
                 Pass{.settings = *next.settings, .sinks = m_sinks, .mailbox = &m_mailbox, .flags = *flags});
     }

@@ -45,6 +45,7 @@ TEST(History, NothingComesLateTwiceOrOutOfOrder) {
         test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
     std::mt19937 random(20);
     int pictures = 0;
+    int displayed = 0;
     for (int life = 0; life < 6; ++life) {
         void* instance = nullptr;
         ASSERT_EQ(Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
@@ -73,13 +74,17 @@ TEST(History, NothingComesLateTwiceOrOutOfOrder) {
             });
 
         std::deque<Registration> shown;
+        std::deque<Registration> after;
         std::deque<CountingFilter> filters;
         const CorvanePictureCallback onPicture = [](void* context, const PseudoFrame* frame) {
             if (frame->data != nullptr)
                 static_cast<Registration*>(context)->Call(NumberOf(*frame->header));
         };
-        for (int step = 0; step < 60; ++step) {
-            switch (random() % 5) {
+        const CorvaneAfterDisplayCallback onDisplay = [](void* context, const AfterDisplayRecord*) {
+            static_cast<Registration*>(context)->Call(-1);
+        };
+        for (int step = 0; step < 80; ++step) {
+            switch (random() % 7) {
             case 0:
                 info.ended = false;
                 ASSERT_EQ(Corvane_StartChannel(channel, random() % 2), Status_Ok);
@@ -94,6 +99,16 @@ TEST(History, NothingComesLateTwiceOrOutOfOrder) {
                     shown[shown.size() - 2].ended = true;
                 break;
             case 3:
+                ASSERT_EQ(Corvane_RegisterAfterDisplayCallback(channel, onDisplay, &after.emplace_back()), Status_Ok);
+                if (after.size() > 1)
+                    after[after.size() - 2].ended = true;
+                break;
+            case 4:
+                ASSERT_EQ(Corvane_UnregisterAfterDisplayCallback(channel), Status_Ok);
+                if (!after.empty())
+                    after.back().ended = true;
+                break;
+            case 5:
                 ASSERT_EQ(Corvane_InsertFilter(channel, &filters.emplace_back()), Status_Ok);
                 break;
             default:
@@ -111,19 +126,25 @@ TEST(History, NothingComesLateTwiceOrOutOfOrder) {
         test::ExpectSums(test::StatisticsOf(channel));
         ASSERT_EQ(life % 2 == 0 ? Corvane_DeleteChannel(instance, &channel) : Corvane_Release(&instance), Status_Ok);
         info.ended = true;
-        for (Registration& registration : shown)
-            registration.ended = true;
+        for (std::deque<Registration>* const all : {&shown, &after})
+            for (Registration& registration : *all)
+                registration.ended = true;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
         EXPECT_EQ(info.faults, 0);
         for (Registration& registration : shown) {
             EXPECT_EQ(registration.faults, 0);
             pictures += registration.calls;
         }
+        for (Registration& registration : after) {
+            EXPECT_EQ(registration.faults, 0);
+            displayed += registration.calls;
+        }
         for (CountingFilter& filter : filters)
             EXPECT_EQ(filter.registration.faults, 0);
         ASSERT_EQ(Corvane_Release(&instance), Status_Ok);
     }
     EXPECT_GT(pictures, 0);
+    EXPECT_GT(displayed, 0);
 }
 
 }    // namespace

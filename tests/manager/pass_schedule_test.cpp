@@ -57,7 +57,7 @@ TEST(PassSchedule, WhatIsDueAfterEachEvent) {
         if (row.due != nullptr)
             EXPECT_EQ(Text(schedule.Take(now)), row.due);
         if (schedule.State() == Playing)
-            (void)schedule.BeginPass(false, false, true, true);
+            (void)schedule.BeginPass(false, true, false, true, true);
         EXPECT_EQ(schedule.WakeAt(), row.sleep == PassSchedule::kNever ? row.sleep : now + row.sleep);
     }
     PassSchedule counted;
@@ -107,7 +107,7 @@ TEST(PassSchedule, FlagsCountUntilTheyAreDone) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         row.event(schedule);
-        const auto begun = schedule.BeginPass(true, row.always, row.reports, row.hasText);
+        const auto begun = schedule.BeginPass(true, true, row.always, row.reports, row.hasText);
         ASSERT_TRUE(begun);
         Pass pass{.settings = settings, .sinks = sinks, .mailbox = nullptr, .flags = *begun};
         EXPECT_EQ(pass.flags.redraw, row.redraw);
@@ -121,10 +121,10 @@ TEST(PassSchedule, FlagsCountUntilTheyAreDone) {
     // A picture that was posted and taken back is no reason to draw the one before again.
     schedule.OnPosted();
     EXPECT_TRUE(schedule.Take(0).draw);
-    EXPECT_FALSE(schedule.BeginPass(false, false, true, true));
+    EXPECT_FALSE(schedule.BeginPass(false, true, false, true, true));
     schedule.OnPosted();
     schedule.OnSinkReady();
-    EXPECT_TRUE(schedule.BeginPass(false, false, true, true));
+    EXPECT_TRUE(schedule.BeginPass(false, true, false, true, true));
     EXPECT_FALSE(schedule.IsDue(0));
 }
 

@@ -349,5 +349,34 @@ TEST_F(RenderMgr, TakingAwayWaitsForTheRunningCall) {
     EXPECT_EQ(shown, 1);
 }
 
+// The picture from before a waiting state is not shown again, also where the render thread, which is inside a call, saw
+// nothing of that state, and the next picture was taken back.
+TEST_F(RenderMgr, APictureFromBeforeAWaitingStateDoesNotComeBack) {
+    Gate inCall, go;
+    atPicture = [&, first = true](const PseudoFrame&) mutable {
+        if (std::exchange(first, false)) {
+            inCall.Open();
+            go.Wait();
+        }
+    };
+    KeepPictures(PF_I420);
+    Present(Frame(40));
+    ASSERT_TRUE(inCall.Wait());
+    manager.Stop(true);
+    manager.PresentFrame(Frame(80), picture.Picture(), false);
+    struct Held final : QMRX::Filter::IFilter {    // runs after the buffer of the second picture was taken back
+        Gate* go = nullptr;
+        int32_t Process(QMRX::Filter::FilterArgs*) override {
+            go->Open();
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            return 0;
+        }
+    } held;
+    held.go = &go;
+    EXPECT_EQ(manager.InsertFilter(&held), Status::Ok);
+    manager.PresentFrame(Frame(120), picture.Picture(), false);
+    EXPECT_EQ(Await(2).header->timeMilliseconds, 120u);
+}
+
 }    // namespace
 }    // namespace corvane::test

@@ -1,4 +1,4 @@
-// Renderers for tests: one that does as it is told, and one that stands in front of another.
+// Renderers for tests: a scripted one, and one that relays to another renderer.
 #pragma once
 
 #include <atomic>

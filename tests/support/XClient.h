@@ -1,4 +1,4 @@
-// A client of the X server, in the place of the library's host: makes windows, paints and reads them.
+// A client of the X server that plays the host of the library: it makes, paints and reads windows.
 #pragma once
 
 #include <xcb/xcb.h>

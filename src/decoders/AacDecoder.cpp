@@ -6,7 +6,6 @@
 #include <new>
 #include <optional>
 
-#include "base/Status.h"
 #include "frame/BitReader.h"
 
 namespace corvane {
@@ -79,38 +78,32 @@ std::optional<AdtsHeader> ReadAdts(const uint8_t* data, uint32_t size, uint32_t 
 
 }    // namespace
 
-bool DecoderIsolated_Nerilo_AAC::Prepare() {
-    if (m_decoder != nullptr)
-        return true;
-    const std::optional<uint32_t> rate = IndexOf(kRates, m_sampleRate);
-    const std::optional<uint32_t> layout = IndexOf(kLayouts, m_channels);
-    if (rate && layout)
-        m_decoder = MakeAudioDecoder(FFmpegCodec::Aac, m_sampleRate, m_channels, 0, Configuration(*rate, *layout + 1));
-    return m_decoder != nullptr;
-}
-
 // Decodes what should be `frames` blocks of samples.
 int32_t DecoderIsolated_Nerilo_AAC::DecodeBlock(const EncodedUnit& block, uint32_t frames, uint8_t* pcm,
                                                 uint32_t capacity, uint32_t* written) {
     uint32_t bytes = capacity - *written;
-    if (bytes / (2 * kSamplesPerBlock * m_channels) < frames || !Prepare())
+    if (bytes / (2 * kSamplesPerBlock * m_channels) < frames ||
+        m_decoder->DecodeAudio(pcm + *written, &bytes, &block) < 0 || bytes == 0)
         return -1;
-    if (m_decoder->DecodeAudio(pcm + *written, &bytes, &block) < 0 || bytes == 0) {
-        m_decoder.reset();
-        return -1;
-    }
     *written += bytes;
     return 0;
 }
 
-// Of a block with ADTS headers libavcodec gets what is between them, with the configuration of the other blocks.
-int32_t DecoderIsolated_Nerilo_AAC::DecodeAdts(const EncodedUnit& block, uint8_t* pcm, uint32_t capacity,
+// The blocks of a payload with ADTS headers, which state their sizes, so that these may differ. libavcodec gets what is
+// between the headers, with the configuration of the other blocks. What has no header is dropped, up to the place where
+// a block begins in a payload of equal blocks.
+int32_t DecoderIsolated_Nerilo_AAC::DecodeAdts(const EncodedUnit& unit, uint8_t* pcm, uint32_t capacity,
                                                uint32_t* written) {
-    for (uint32_t at = 0; HasAdtsSync(block.data + at, block.size - at);) {
-        const std::optional<AdtsHeader> header = ReadAdts(block.data + at, block.size - at, m_sampleRate, m_channels);
+    const uint32_t blockBytes = BlockBytes(unit);
+    for (uint32_t at = 0; at < unit.size;) {
+        if (!HasAdtsSync(unit.data + at, unit.size - at)) {
+            at += blockBytes - at % blockBytes;
+            continue;
+        }
+        const std::optional<AdtsHeader> header = ReadAdts(unit.data + at, unit.size - at, m_sampleRate, m_channels);
         if (!header)
             return -1;
-        const EncodedUnit raw{block.data + at + header->headerBytes, header->frameBytes - header->headerBytes, 1};
+        const EncodedUnit raw{unit.data + at + header->headerBytes, header->frameBytes - header->headerBytes, 1};
         if (DecodeBlock(raw, header->blocks, pcm, capacity, written) < 0)
             return -1;
         at += header->frameBytes;
@@ -119,28 +112,31 @@ int32_t DecoderIsolated_Nerilo_AAC::DecodeAdts(const EncodedUnit& block, uint8_t
 }
 
 int32_t DecoderIsolated_Nerilo_AAC::DecodeAudio(uint8_t* pcm, uint32_t* size, const EncodedUnit* in) {
-    if (in->type_or_count == 0 || in->type_or_count > in->size)
+    EncodedUnit block{in->data, BlockBytes(*in), 1};
+    if (block.size == 0)
         return -1;
-    EncodedUnit block{in->data, in->size / in->type_or_count, 1};
     uint32_t written = 0;
-    for (uint32_t i = 0; i < in->type_or_count; ++i, block.data += block.size) {
-        const int32_t result = HasAdtsSync(block.data, block.size) ? DecodeAdts(block, pcm, *size, &written)
-                                                                   : DecodeBlock(block, 1, pcm, *size, &written);
-        if (result < 0)
-            return result;
-    }
-    *size = written;
-    return 0;
-}
-
-int32_t DecoderIsolated_Nerilo_AAC::ShareFrame(DecodedFrame*, int32_t) {
-    return static_cast<int32_t>(Status::NotSupported);
+    int32_t result = 0;
+    if (HasAdtsSync(in->data, in->size))
+        result = DecodeAdts(*in, pcm, *size, &written);
+    else
+        for (uint32_t i = 0; i < in->type_or_count && result == 0; ++i, block.data += block.size)
+            result = DecodeBlock(block, 1, pcm, *size, &written);
+    if (result == 0)
+        *size = written;
+    return result;
 }
 
 DecoderPtr MakeAacDecoder(uint32_t sampleRate, uint32_t channels) noexcept {
-    auto* const decoder = new (std::nothrow) DecoderIsolated_Nerilo_AAC(sampleRate, channels);
-    DecoderPtr owned(decoder);
-    return decoder != nullptr && decoder->Prepare() ? std::move(owned) : nullptr;
+    const std::optional<uint32_t> rate = IndexOf(kRates, sampleRate);
+    const std::optional<uint32_t> layout = IndexOf(kLayouts, channels);
+    if (!rate || !layout)
+        return nullptr;
+    FFmpegDecoderPtr decoder =
+        MakeAudioDecoder(FFmpegCodec::Aac, sampleRate, channels, 0, Configuration(*rate, *layout + 1));
+    return DecoderPtr(decoder == nullptr ? nullptr
+                                         : new (std::nothrow)
+                                               DecoderIsolated_Nerilo_AAC(std::move(decoder), sampleRate, channels));
 }
 
 }    // namespace corvane

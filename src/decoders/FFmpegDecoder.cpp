@@ -268,6 +268,8 @@ int32_t DecoderIsolated_FFmpeg::Feed(const EncodedUnit& in) {
         End(verdict == HeaderVerdict::Size ? UnitEnd::Size : UnitEnd::Refused, 0);
         return 0;
     }
+    if (m_restore && !RestoreConfiguration())
+        return -1;
     End(UnitEnd::Taken, std::nullopt);
     for (int attempt = 0; attempt < 2; ++attempt) {
         // The packet has no owner for its bytes, so libavcodec copies them: with frame threads it keeps them longer
@@ -278,6 +280,7 @@ int32_t DecoderIsolated_FFmpeg::Feed(const EncodedUnit& in) {
         const int sent = MustFail() ? AVERROR(EINVAL) : avcodec_send_packet(m_context, m_packet);
         m_packet->data = nullptr;
         m_packet->size = 0;
+        av_packet_free_side_data(m_packet);
         if (sent < 0 && sent != AVERROR(EAGAIN)) {
             End(UnitEnd::Refused, ThreadDelay());
             return 0;
@@ -366,10 +369,10 @@ bool DecoderIsolated_FFmpeg::ConvertFront() {
 int32_t DecoderIsolated_FFmpeg::NextPicture(DecodedFrame* out, uint32_t* got, const EncodedUnit& in) {
     *got = 0;
     if (m_frontIsCurrent)
-        m_output.pop_front();
+        m_output.erase(m_output.begin());
     m_frontIsCurrent = false;
     while (m_output.size() > limits::kInFlightSlack)
-        m_output.pop_front();    // a stream that always gives two pictures a packet
+        m_output.erase(m_output.begin());    // a stream that always gives two pictures a packet
     if (Feed(in) < 0)
         return -1;
     const auto consumed = static_cast<int32_t>(std::min<uint32_t>(in.size, INT32_MAX));
@@ -377,7 +380,7 @@ int32_t DecoderIsolated_FFmpeg::NextPicture(DecodedFrame* out, uint32_t* got, co
         return m_codec == FFmpegCodec::H263 && m_end != UnitEnd::Nothing ? -1 : consumed;
     const ColourSignal colours = ColoursOf(*m_output.front()->av, m_codec);
     if (!IsPlain(*m_output.front()->av) && !ConvertFront()) {
-        m_output.pop_front();
+        m_output.erase(m_output.begin());
         return -1;
     }
     const AVFrame& frame = *m_output.front()->av;
@@ -406,40 +409,56 @@ int32_t DecoderIsolated_FFmpeg::DecodeVideo(DecodedFrame* out, uint32_t* got, co
     }
 }
 
-int32_t DecoderIsolated_FFmpeg::WriteSamples(uint8_t* pcm, uint32_t capacity, uint32_t* written) {
-    while (!m_output.empty()) {
-        const FrameRef frame = std::move(m_output.front());
-        m_output.pop_front();
+bool DecoderIsolated_FFmpeg::RestoreConfiguration() {
+    const auto size = static_cast<size_t>(m_context->extradata_size);
+    uint8_t* const copy = MustFail() ? nullptr : av_packet_new_side_data(m_packet, AV_PKT_DATA_NEW_EXTRADATA, size);
+    if (copy == nullptr)
+        return false;
+    std::copy_n(m_context->extradata, size, copy);
+    return true;
+}
+
+bool DecoderIsolated_FFmpeg::WriteSamples(uint8_t* pcm, uint32_t capacity, uint32_t* written) {
+    for (const FrameRef& frame : m_output) {
         const int64_t bytes = SampleConverter::OutputBytes(*frame->av);
         const bool fits = frame->av->sample_rate == m_sampleRate && frame->av->ch_layout.nb_channels == m_channels;
         if (!fits || bytes < 0 || bytes > capacity - *written || m_samples->Convert(*frame->av, pcm + *written) < 0)
-            return -1;
+            return false;
         *written += static_cast<uint32_t>(bytes);
     }
-    return 0;
+    return true;
+}
+
+bool DecoderIsolated_FFmpeg::DecodeBlocks(const EncodedUnit& in, uint8_t* pcm, uint32_t capacity, uint32_t* written) {
+    EncodedUnit block = in;
+    for (uint32_t at = 0; at < in.size || at == 0; at += block.size) {
+        block.data = in.data + at;
+        block.size = in.size - at;
+        if (m_codec == FFmpegCodec::AmrNb)
+            block.size = std::min(block.size, AmrBlockBytes(block));
+        const bool good = Feed(block) >= 0 && WriteSamples(pcm, capacity, written);
+        m_output.clear();
+        if (!good || block.size == 0)
+            return good;
+    }
+    return true;
 }
 
 int32_t DecoderIsolated_FFmpeg::DecodeAudio(uint8_t* pcm, uint32_t* size, const EncodedUnit* in) {
     if (m_isVideo)
         return static_cast<int32_t>(Status::NotSupported);
+    uint32_t written = 0;
+    bool decoded = false;
     try {
-        uint32_t written = 0;
-        EncodedUnit block = *in;
-        for (uint32_t at = 0; at < in->size || at == 0; at += block.size) {
-            block.data = in->data + at;
-            block.size = in->size - at;
-            if (m_codec == FFmpegCodec::AmrNb)
-                block.size = std::min(block.size, AmrBlockBytes(block));
-            if (Feed(block) < 0 || WriteSamples(pcm, *size, &written) < 0)
-                return -1;
-            if (block.size == 0)
-                break;
-        }
-        *size = written;
-        return 0;
+        decoded = DecodeBlocks(*in, pcm, *size, &written);
     } catch (...) {
-        return -1;
+        m_output.clear();
     }
+    m_restore = (!decoded || written == 0 || m_end == UnitEnd::Refused) && m_context->extradata_size > 0;
+    if (!decoded)
+        return -1;
+    *size = written;
+    return 0;
 }
 
 int32_t DecoderIsolated_FFmpeg::ShareFrame(DecodedFrame* out, int32_t version) {

@@ -3,15 +3,13 @@
 #include <cstring>
 #include <new>
 
-#include "base/Status.h"
-
 namespace corvane {
 
 int32_t DecoderContext_Nerilo_G7221::DecodeAudio(uint8_t* pcm, uint32_t* size, const EncodedUnit* in) {
     constexpr uint32_t kBytesAt24k = 60;
     constexpr uint32_t kBytesAt32k = 80;
     int16_t samples[G7221Kernel::kSamples];
-    const uint32_t bytes = in->type_or_count == 0 ? 0 : in->size / in->type_or_count;
+    const uint32_t bytes = BlockBytes(*in);
     if (bytes != kBytesAt24k && bytes != kBytesAt32k)
         return -1;
     uint32_t written = 0;
@@ -24,10 +22,6 @@ int32_t DecoderContext_Nerilo_G7221::DecodeAudio(uint8_t* pcm, uint32_t* size, c
     }
     *size = written;
     return 0;
-}
-
-int32_t DecoderContext_Nerilo_G7221::ShareFrame(DecodedFrame*, int32_t) {
-    return static_cast<int32_t>(Status::NotSupported);
 }
 
 DecoderPtr MakeG7221Decoder() noexcept {

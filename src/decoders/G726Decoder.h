@@ -3,9 +3,9 @@
 
 #include <cstdint>
 
-#include "corvane/decoder.h"
 #include "decoders/DecoderFactories.h"
 #include "decoders/G726Kernel.h"
+#include "decoders/SoundDecoder.h"
 
 namespace corvane {
 
@@ -16,20 +16,17 @@ enum class G726Packing {
 };
 
 // The stream is one of samples: codes go across bytes and across units, and a unit has no blocks.
-class DecoderContext_SDK_G726 final : public DecoderContext {
+class DecoderContext_SDK_G726 final : public SoundDecoder {
 public:
     // 2, 3, 4 or 5 bits a code.
     DecoderContext_SDK_G726(unsigned bits, G726Packing packing) : m_bits(bits), m_packing(packing), m_kernel(bits) {}
 
-    int32_t DecodeVideo(DecodedFrame*, uint32_t*, const EncodedUnit*) override { return -1; }
     // -1, and the unit is lost, when its samples do not fit.
     int32_t DecodeAudio(uint8_t* pcm, uint32_t* size, const EncodedUnit* in) override;
-    void Destroy() override { delete this; }
-    int32_t ShareFrame(DecodedFrame* out, int32_t version) override;
 
 private:
-    ~DecoderContext_SDK_G726() = default;
     unsigned NextCode(const uint8_t** next);
+    void Skip(const EncodedUnit& unit);
 
     const unsigned m_bits;
     const G726Packing m_packing;

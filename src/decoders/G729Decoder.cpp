@@ -3,8 +3,6 @@
 #include <new>
 #include <utility>
 
-#include "base/Status.h"
-
 namespace corvane {
 
 namespace {
@@ -14,7 +12,7 @@ constexpr uint32_t kSampleRate = 8000;
 }    // namespace
 
 int32_t DecoderIsolated_Nerilo_G729A::DecodeAudio(uint8_t* pcm, uint32_t* size, const EncodedUnit* in) {
-    if (in->type_or_count == 0 || in->type_or_count > in->size)
+    if (BlockBytes(*in) == 0)
         return -1;
     uint32_t written = 0;
     for (uint32_t at = 0; in->size - at >= kBlockBytes; at += kBlockBytes) {
@@ -26,10 +24,6 @@ int32_t DecoderIsolated_Nerilo_G729A::DecodeAudio(uint8_t* pcm, uint32_t* size, 
     }
     *size = written;
     return 0;
-}
-
-int32_t DecoderIsolated_Nerilo_G729A::ShareFrame(DecodedFrame*, int32_t) {
-    return static_cast<int32_t>(Status::NotSupported);
 }
 
 DecoderPtr MakeG729Decoder() noexcept {

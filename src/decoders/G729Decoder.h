@@ -5,25 +5,20 @@
 #include <cstdint>
 #include <utility>
 
-#include "corvane/decoder.h"
 #include "decoders/DecoderFactories.h"
 #include "decoders/FFmpegDecoder.h"
+#include "decoders/SoundDecoder.h"
 
 namespace corvane {
 
 // A block has 10 bytes and is 80 samples at 8000 Hz, one channel. Fewer bytes at the end are dropped.
-class DecoderIsolated_Nerilo_G729A final : public DecoderContext {
+class DecoderIsolated_Nerilo_G729A final : public SoundDecoder {
 public:
     explicit DecoderIsolated_Nerilo_G729A(FFmpegDecoderPtr decoder) : m_decoder(std::move(decoder)) {}
 
-    int32_t DecodeVideo(DecodedFrame*, uint32_t*, const EncodedUnit*) override { return -1; }
     int32_t DecodeAudio(uint8_t* pcm, uint32_t* size, const EncodedUnit* in) override;
-    void Destroy() override { delete this; }
-    int32_t ShareFrame(DecodedFrame* out, int32_t version) override;
 
 private:
-    ~DecoderIsolated_Nerilo_G729A() = default;
-
     const FFmpegDecoderPtr m_decoder;
 };
 

@@ -119,10 +119,11 @@
  *   G7221    60 bytes (24 kbit/s) or 80 (32 kbit/s), no other           320 a block, 16000 Hz, one channel
  *   G729A    at least 1; the payload is cut at every 10 bytes, fewer    80 a block, 8000 Hz, one channel; decoded as the
  *            at the end are dropped                                     main body of G.729, 17 to 29 dB from Annex A
- *   AAC      at least 1; low complexity, raw or with ADTS headers, at   1024 of each channel a block
- *            one of the 13 rates of the standard and 1 to 6 or 8
- *            channels, which the record must state; of a stream with
- *            spectral band replication the core, at the core's rate
+ *   AAC      at least 1; low complexity, raw or with ADTS headers       1024 of each channel a block
+ *            (blocks with headers may differ in size), at one of the
+ *            13 rates of the standard and 1 to 6 or 8 channels, which
+ *            the record must state; of a stream with spectral band
+ *            replication the core, at the core's rate
  *   AMR      not counted; narrow band, each with its header byte        160 a block, 8000 Hz, one channel
  *   MULAW,   not counted                                                one a byte
  *   ALAW

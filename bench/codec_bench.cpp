@@ -5,13 +5,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "Contest.h"
 #include "decoders/AacDecoder.h"
 #include "decoders/G7221Decoder.h"
 #include "decoders/G726Decoder.h"
-#include "support/G7221Encoder.h"
 #include "support/SoundMaker.h"
 
 namespace {
@@ -58,7 +58,7 @@ int main(int argc, char** argv) {
                                                         g726_decode(peer, reinterpret_cast<int16_t*>(pcm.data()),
                                                                     bytes.data(), static_cast<int>(bytes.size()));
                                                     }}}};
-        const auto ring = Seconds(test::PackG726(test::EncodeG726(speech, bits), bits, true), rate / 8);
+        const auto ring = Seconds(test::EncodeG726(speech, bits, true), rate / 8);
         const auto figures = bench::Measure(contest, ring, rounds);
         std::printf("%2u kbit/s                      |  %5.2f  %5.2f   %6.0f | 1.00\n", rate / 1000,
                     figures.medianRatio, figures.minimumRatio, figures.oursMs * 1e3);
@@ -67,7 +67,7 @@ int main(int argc, char** argv) {
 
     // 16 blocks of 20 ms and 5 of 64 ms are the same time.
     const test::Samples wide = test::Speech(16000);
-    const std::vector<test::Bytes> raw = test::EncodeAac(wide, 16000, 1);
+    const std::vector<test::Bytes> raw = test::MakeAac(wide, 16000).blocks;
     std::printf("a block of G.722.1 / of AAC    | median minima  ours us\n");
     for (const size_t bytes : {60, 80}) {
         const DecoderPtr ours = MakeG7221Decoder();
@@ -80,7 +80,8 @@ int main(int argc, char** argv) {
                                                         for (int i = 0; i < 16; ++i)
                                                             Decode(*peer, raw[next++ % raw.size()], 1);
                                                     }}}};
-        const auto figures = bench::Measure(contest, Seconds(Join(test::EncodeG7221(wide, bytes)), bytes * 16), rounds);
+        const auto figures = bench::Measure(
+            contest, Seconds(Join(test::G7221Vectors("speech" + std::to_string(bytes)).blocks), bytes * 16), rounds);
         std::printf("%2zu bytes                       |  %5.2f  %5.2f   %6.1f\n", bytes, figures.medianRatio,
                     figures.minimumRatio, figures.oursMs * 1e3 / 16);
     }

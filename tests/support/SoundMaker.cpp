@@ -14,12 +14,12 @@ extern "C" {
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <numbers>
 #include <span>
 #include <stdexcept>
 #include <string>
-
-#include "support/BareDecoder.h"
 
 namespace corvane::test {
 
@@ -118,26 +118,16 @@ Samples BareG726(const Bytes& bytes, int bits, bool mostFirst) {
     return out;
 }
 
-std::vector<Samples> BareSiren(const std::vector<Bytes>& blocks) {
-    const ContextPtr context(avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_SIREN)));
-    context->log_level_offset = 128;
-    context->sample_rate = 16000;
-    avcodec_open2(context.get(), nullptr, nullptr);
-    const PacketPtr packet(av_packet_alloc());
-    const BarePicture frame(av_frame_alloc());
-    std::vector<Samples> out;
-    for (const Bytes& block : blocks) {
-        av_new_packet(packet.get(), static_cast<int>(block.size()));
-        std::copy(block.begin(), block.end(), packet->data);
-        const bool taken = avcodec_send_packet(context.get(), packet.get()) >= 0;
-        out.emplace_back();
-        if (taken && avcodec_receive_frame(context.get(), frame.get()) >= 0)
-            for (size_t i = 0; i < 320; ++i)
-                out.back().push_back(
-                    static_cast<int16_t>(std::lrint(reinterpret_cast<float*>(frame->data[0])[i] * 32768)));
-        av_packet_unref(packet.get());
-    }
-    return out;
+SoundStream G7221Vectors(const std::string& name) {
+    const auto read = [&](const char* end) {
+        std::ifstream file(CORVANE_TESTS "/decoders/g7221/" + name + end, std::ios::binary);
+        return Bytes(std::istreambuf_iterator<char>(file), {});
+    };
+    SoundStream stream{{}, ToSamples(read(".samples"))};
+    const Bytes all = read(".blocks");
+    for (auto at = all.begin(); at < all.end(); at += name.ends_with("60") ? 60 : 80)
+        stream.blocks.emplace_back(at, at + (name.ends_with("60") ? 60 : 80));
+    return stream;
 }
 
 double SignalToNoise(const Samples& wanted, const Samples& got) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "support/StreamMaker.h"
@@ -30,22 +31,9 @@ SoundStream MakeG729(const Samples& samples);
 Bytes EncodeG726(const Samples& samples, int bits, bool mostFirst);
 Samples BareG726(const Bytes& bytes, int bits, bool mostFirst);
 
-// Blocks of Recommendation G.722.1, by an encoder that is coded apart from the decoder: it shares only the printed code
-// words and magnitudes with it. One block of 40, 60 or 80 bytes for each 320 samples; the first transforms 320 zeros
-// and the first samples.
-struct G7221Stream {
-    std::vector<Bytes> blocks;
-    // What each decodes to, at the scale of LappedTransform.
-    std::vector<std::vector<double>> coefficients;
-};
-G7221Stream MakeG7221(const Samples& samples, size_t blockBytes);
-// A block of 60 bytes that states these powers and this way to divide the bits, with ones to its last byte.
-Bytes G7221Ones(const std::vector<int>& powers, unsigned control, uint8_t last = 0xFF);
-// The modulated lapped transform of 640 samples, by its formula: 320 coefficients. `sine`: in the place of its cosine.
-std::vector<double> LappedTransform(const int16_t* samples, bool sine = false);
-// What libavcodec's decoder of the sister codec makes of blocks of 40 bytes, block by block; nothing of one that it
-// refuses.
-std::vector<Samples> BareSiren(const std::vector<Bytes>& blocks);
+// Blocks of 60 or 80 bytes, from the vectors that tools/g7221_vectors.cpp made: speech60, speech80, loud60, loud80,
+// sine60, and edges60, which has no samples.
+SoundStream G7221Vectors(const std::string& name);
 
 // Ratio of the power of `wanted` to that of the difference, in dB.
 double SignalToNoise(const Samples& wanted, const Samples& got);

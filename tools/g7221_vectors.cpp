@@ -1,18 +1,32 @@
+// g7221_vectors FOLDER: writes the vectors that the decoder of G.722.1 is tested with.
+//
+// An encoder of Recommendation G.722.1 makes blocks, and a model of the decoder makes the samples, both in double
+// precision and by the formulas. They are coded apart from the decoder: they share only the printed code words,
+// magnitudes and expected bits with it (G7221Tables.h). Before anything is written, these are compared with the copy of
+// libavcodec's decoder of the sister codec at 16 kbit/s.
+//
+// NAME.blocks has the blocks, NAME.samples what they decode to, signed 16 bits. edges60.blocks has six blocks of 60
+// bytes: two with the highest and the lowest powers, and four that are damaged.
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdio>
+#include <fstream>
 #include <numbers>
 #include <numeric>
+#include <random>
 #include <span>
 
 #include "decoders/G7221Tables.h"
+#include "support/BareDecoder.h"
 #include "support/SoundMaker.h"
 
-namespace corvane::test {
+using namespace corvane;
+using namespace corvane::test;
 
 namespace {
 
-using namespace g7221;
+using namespace corvane::g7221;
 using Ints = std::vector<int>;
 using Doubles = std::vector<double>;
 using Words = std::array<unsigned, 4>;    // the last random words, oldest first
@@ -129,37 +143,53 @@ void AddNoise(Doubles& region, int category, double deviation, Words& words) {
     }
 }
 
-}    // namespace
-
-Bytes G7221Ones(const Ints& powers, unsigned control, uint8_t last) {
-    Bytes block = Fill(PutPowers(powers).U(4, control), 60);
-    block.back() = last;
-    return block;
-}
-
-Doubles LappedTransform(const int16_t* samples, bool sine) {
+// The modulated lapped transform: 640 samples to 320 coefficients and, transposed, back. `sine`: in the place of its
+// cosine.
+double Transform(int n, int k, bool sine = false) {
     static const Doubles cosines = [] {    // of a turn in 2560 steps
         Doubles values;
         for (int i = 0; i < 2560; ++i)
             values.push_back(std::cos(std::numbers::pi / 1280 * i));
         return values;
     }();
+    const int phase = (2 * n - 319) * (2 * k + 1) - (sine ? 640 : 0);
+    return std::sqrt(2 / 320.) * cosines[static_cast<size_t>(std::abs(2 * n + 1 - 640))] *
+           cosines[static_cast<size_t>(std::abs(phase) % 2560)];
+}
+
+Doubles Coefficients(const int16_t* samples, bool sine = false) {
     Doubles out(320);
-    for (int i = 0; i < 320 * 640; ++i) {
-        const int n = i % 640, k = i / 640, phase = (2 * n - 319) * (2 * k + 1) - (sine ? 640 : 0);
-        const double window = std::sqrt(2 / 320.) * cosines[static_cast<size_t>(std::abs(2 * n + 1 - 640))];
-        out[static_cast<size_t>(k)] += samples[n] * window * cosines[static_cast<size_t>(std::abs(phase) % 2560)];
-    }
+    for (int i = 0; i < 320 * 640; ++i)
+        out[static_cast<size_t>(i / 640)] += samples[i % 640] * Transform(i % 640, i / 640, sine);
     return out;
 }
 
-G7221Stream MakeG7221(const Samples& samples, size_t blockBytes) {
+// What the blocks of these coefficients decode to, a block later than they were coded.
+Samples Synthesise(const std::vector<Doubles>& coefficients) {
+    Doubles sums((coefficients.size() + 1) * 320);
+    for (size_t block = 0; block < coefficients.size(); ++block)
+        for (int i = 0; i < 280 * 640; ++i)
+            sums[block * 320 + static_cast<size_t>(i % 640)] +=
+                coefficients[block][static_cast<size_t>(i / 640)] * Transform(i % 640, i / 640);
+    Samples out;
+    for (size_t i = 0; i < coefficients.size() * 320; ++i)
+        out.push_back(static_cast<int16_t>(std::lrint(std::clamp(sums[i], -32768., 32767.))));
+    return out;
+}
+
+struct Stream {
+    std::vector<Bytes> blocks;
+    std::vector<Doubles> coefficients;    // that each decodes to
+};
+
+// One block for each 320 samples; the first transforms 320 zeros and the first samples.
+Stream Encode(const Samples& samples, size_t blockBytes) {
     Samples padded(320);
     padded.insert(padded.end(), samples.begin(), samples.end());
     Words words = {1, 1, 1, 1};
-    G7221Stream stream;
+    Stream stream;
     for (size_t at = 0; at + 640 <= padded.size(); at += 320) {
-        const Doubles coefficients = LappedTransform(&padded[at]);
+        const Doubles coefficients = Coefficients(&padded[at]);
         const Ints powers = PowersOf(coefficients);
         const BitWriter head = PutPowers(powers);
         const auto ways = Divisions(powers, static_cast<int>(blockBytes * 8 - head.Count() - 4));
@@ -191,4 +221,99 @@ G7221Stream MakeG7221(const Samples& samples, size_t blockBytes) {
     return stream;
 }
 
-}    // namespace corvane::test
+// A block of 60 bytes that states these powers and this way to divide the bits, with ones to its last byte.
+Bytes Ones(Ints powers, size_t at, int power, unsigned control, uint8_t last = 0xFF) {
+    powers[0] = std::max(powers[0], -6);
+    powers[at] = power;
+    Bytes block = Fill(PutPowers(powers).U(4, control), 60);
+    block.back() = last;
+    return block;
+}
+
+// Whether the sister decodes the coded coefficients of blocks of 40 bytes to those of the model. It synthesises with
+// sines, its noise is weaker and has other signs, and it refuses blocks that run out of bits.
+bool SisterAgrees(const Stream& stream) {
+    constexpr double kScale = -1.78885;    // sqrt(3.2), between its output and ours
+    const ContextPtr context(avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_SIREN)));
+    context->sample_rate = 16000;
+    context->log_level_offset = 128;
+    avcodec_open2(context.get(), nullptr, nullptr);
+    const PacketPtr packet(av_packet_alloc());
+    const BarePicture frame(av_frame_alloc());
+    Samples sister(320);
+    size_t inRow = 0, coded = 0, wrong = 0;
+    for (size_t at = 0; at < stream.blocks.size(); ++at) {
+        av_new_packet(packet.get(), 40);
+        std::copy(stream.blocks[at].begin(), stream.blocks[at].end(), packet->data);
+        inRow = avcodec_send_packet(context.get(), packet.get()) >= 0 ? inRow + 1 : 0;
+        av_packet_unref(packet.get());
+        if (inRow > 0)
+            avcodec_receive_frame(context.get(), frame.get());
+        for (size_t i = 0; i < 320; ++i)
+            sister.push_back(
+                inRow == 0 ? int16_t{0}
+                           : static_cast<int16_t>(std::lrint(reinterpret_cast<float*>(frame->data[0])[i] * 32768)));
+        if (inRow < 3)
+            continue;
+        const Doubles theirs = Coefficients(&sister.end()[-640], true);
+        const Doubles& own = stream.coefficients[at - 1];
+        for (size_t i = 0; i < own.size(); ++i) {
+            const double value = theirs[i] * kScale;
+            const bool isCoded = std::abs(value) > 40 && std::abs(value) > std::abs(own[i]) / 3;
+            coded += isCoded ? 1 : 0;
+            wrong += isCoded && std::abs(own[i] - value) > 4 ? 1 : 0;
+        }
+    }
+    std::printf("%zu of %zu coded coefficients are not those of the sister\n", wrong, coded);
+    return coded > 5000 && wrong == 0;
+}
+
+void Write(const std::string& path, const void* data, size_t bytes) {
+    std::ofstream(path, std::ios::binary).write(static_cast<const char*>(data), static_cast<std::streamsize>(bytes));
+}
+
+Bytes Join(const std::vector<Bytes>& blocks) {
+    Bytes all;
+    for (const Bytes& block : blocks)
+        all = all + block;
+    return all;
+}
+
+}    // namespace
+
+int main(int argc, char** argv) {
+    const std::string folder = argc > 1 ? argv[1] : ".";
+    const Samples speech = Speech(16000);
+    if (!SisterAgrees(Encode(speech, 40)))
+        return 1;
+    constexpr size_t kLength = 48 * 320;
+    const Samples begin(speech.begin() + 5000, speech.begin() + 5000 + kLength);
+    Samples loud = Sweep(16000, kLength / 16000., 100, 6900);    // with noise under it, so that blocks run out of bits
+    std::mt19937 random(3);
+    for (int16_t& sample : loud)
+        sample = static_cast<int16_t>(sample / 8 + static_cast<int>(random() % 4000));
+    const struct {
+        const char* name;
+        Samples samples;
+        size_t bytes;
+    } rows[] = {{"speech60", begin, 60},
+                {"speech80", begin, 80},
+                {"loud60", loud, 60},
+                {"loud80", loud, 80},
+                {"sine60", Sweep(16000, kLength / 16000., 1234, 1234), 60}};
+    for (const auto& row : rows) {
+        const Stream stream = Encode(row.samples, row.bytes);
+        const Samples decoded = Synthesise(stream.coefficients);
+        const Bytes blocks = Join(stream.blocks);
+        Write(folder + '/' + row.name + ".blocks", blocks.data(), blocks.size());
+        Write(folder + '/' + row.name + ".samples", decoded.data(), decoded.size() * 2);
+        std::printf("%s: %.1f dB\n", row.name, SignalToNoise(row.samples, {decoded.begin() + 320, decoded.end()}));
+    }
+    const Ints highest(14, 24), lowest(14, -15), middle(14, 13);
+    Bytes runsOut = Ones(middle, 1, 13, 0);
+    std::fill(runsOut.begin() + 12, runsOut.end(), uint8_t{0});
+    const Bytes edges = Join({Ones(highest, 1, 24, 15), Ones(lowest, 13, -15, 15), Ones(highest, 1, 25, 15),
+                              Ones(lowest, 13, -16, 15), runsOut, Ones(lowest, 1, -15, 0, 0xFE)});
+    Write(folder + "/edges60.blocks", edges.data(), edges.size());
+    return 0;
+}

@@ -40,8 +40,7 @@ Samples DecodeBlocks(uint32_t type, const std::vector<Bytes>& blocks, int rate, 
         uint32_t count = 0;
         for (const auto wanted = 1 + at % most; count < wanted && at < blocks.size(); ++count)
             bytes = bytes + blocks[at++];
-        Decode(holder, SoundHeader(type, bytes, static_cast<uint32_t>(rate), static_cast<uint32_t>(channels), count),
-               out);
+        Decode(holder, SoundHeader(type, bytes, rate, channels, count), out);
     }
     return out;
 }
@@ -62,7 +61,8 @@ TEST(AudioHolder, FramesThatAreRefusedLoseThemselvesOnly) {
         Bytes bytes;
         uint32_t capacity;
         int32_t result;
-        uint32_t blocks = 1, rate = 16000, channels = 1, bitRate = 16000;
+        uint32_t blocks = 1;
+        int rate = 16000, channels = 1, bitRate = 16000;
         Samples samples = {};
     } rows[] = {
         {"mu-law", kMuLaw, mu, 8, 4, 1, 8000, 1, 0, muSamples},
@@ -74,14 +74,11 @@ TEST(AudioHolder, FramesThatAreRefusedLoseThemselvesOnly) {
         {"AMR", kAmr, amr, 640, 320},
         {"no room", kAmr, amr, 400, -1},
         {"no header", kAmr, Bytes(300, 0xFF), 640, 0},
-        {"mu-law again", kMuLaw, mu, 8, 4, 1, 8000, 1, 0, muSamples},
         {"no count", kG7221, g7221, kAll, -1, 0},
-        {"largest count", kG7221, g7221, kAll, -1, UINT32_MAX},
         {"16 kbit/s", kG7221, Bytes(40, 1), kAll, -1},
         {"no room", kG7221, g7221 + g7221, 1279, -1, 2},
         {"just room, and a byte that is dropped", kG7221, g7221 + g7221 + Bytes{1}, 1280, 640, 2},
         {"no count", kG729, g729, kAll, -1, 0},
-        {"count above the size", kG729, g729, kAll, -1, 11},
         {"no room", kG729, g729 + g729, 319, -1, 2},
         {"just room, and bytes that are dropped", kG729, g729 + g729 + Bytes(9, 1), 320, 160, 7},
         {"no count", kAac, aac, kAll, -1, 0},
@@ -90,7 +87,6 @@ TEST(AudioHolder, FramesThatAreRefusedLoseThemselvesOnly) {
         {"no room for two channels", kAac, aacTwo, 4095, -1, 1, 16000, 2},
         {"no rate of the standard", kAac, aac, kAll, -1, 1, 16001},
         {"seven channels", kAac, aac, kAll, -1, 1, 16000, 7},
-        {"no channel", kAac, aac, kAll, -1, 1, 16000, 0},
         {"a byte beyond the capacity", kG726, Bytes(72'001, 7), kAll, -1},
         {"just room", kG726, Bytes(72'000, 7), kAll, 288'000},
         {"another bit rate", kG726, {1}, kAll, -1, 1, 8000, 1, 16001},
@@ -101,7 +97,7 @@ TEST(AudioHolder, FramesThatAreRefusedLoseThemselvesOnly) {
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.name) + ' ' + std::to_string(row.type));
         MediaFrameHeader header = SoundHeader(row.type, row.bytes, row.rate, row.channels, row.blocks);
-        header.detail.audio.audioBitRate = row.bitRate;
+        header.detail.audio.audioBitRate = static_cast<uint32_t>(row.bitRate);
         Samples got;
         EXPECT_EQ(Decode(holder, header, got, row.capacity), row.result);
         EXPECT_TRUE(row.samples.empty() || got == row.samples);
@@ -156,7 +152,7 @@ TEST(AudioHolder, G726IsExactInAllRatesAndPackings) {
 }
 
 // Codes 2 5 6 1 4 5 6 2 of three bits, a byte at a time. The second byte, with the end of the third code to the begin
-// of the sixth, is lost, and the others sound as if there had been no others.
+// of the sixth, is lost, and the others sound as if they had come alone.
 TEST(AudioHolder, CodesOfG726StayInPlaceAfterALostFrame) {
     EXPECT_EQ(DecodeG726({0b010'101'11, 0b0'001'100'1, 0b01'110'010}, 3, true, 1),
               DecodeG726({0b010'101'10, 0b1'110'010'0}, 3, true));
@@ -187,13 +183,15 @@ TEST(AudioHolder, AacIsThatOfItsLibrary) {
     const std::pair<int, int> rows[] = {{16000, 1}, {8000, 2}, {44100, 2}, {48000, 6}};
     for (const auto& [rate, channels] : rows) {
         const SoundStream stream = MakeAac(Sweep(rate, 1, 100, 3000), rate, channels);
-        std::vector<Bytes> plain, sums, replication;
+        std::vector<Bytes> plain, padded, sums, replication;
         for (const Bytes& block : stream.blocks) {
             plain.push_back(AdtsFrame(block, rate, channels));
+            padded.emplace_back(plain.back()).resize(4000);
             sums.push_back(AdtsFrame(block, rate, channels, true));
             replication.push_back(WithReplication(block));
         }
-        for (const auto& [blocks, most] : {std::pair(stream.blocks, 1u), {plain, 3u}, {sums, 5u}, {replication, 1u}})
+        for (const auto& [blocks, most] :
+             {std::pair(stream.blocks, 1u), {plain, 3u}, {padded, 2u}, {sums, 5u}, {replication, 1u}})
             EXPECT_EQ(DecodeBlocks(kAac, blocks, rate, channels, most), stream.decoded) << rate;
     }
 }
@@ -244,13 +242,13 @@ TEST(AudioHolder, G7221KnowsDamagedBlocks) {
         repeated[20] = repeated[19];
         const Samples got = DecodeBlocks(kG7221, blocks, 16000, 1, 1),
                       twice = DecodeBlocks(kG7221, repeated, 16000, 1, 1);
-        const auto part = [](const Samples& of, size_t at, size_t end) {
-            return Samples(of.data() + at * 320, of.data() + end * 320);
+        const auto ratio = [&](const Samples& wanted, size_t at, size_t end) {
+            return SignalToNoise({&wanted[at * 320], &wanted[end * 320]}, {&got[at * 320], &got[end * 320]});
         };
         const bool damaged = i > 1;
-        EXPECT_EQ(part(got, 22, 24) == Samples(640), damaged) << i;
-        EXPECT_EQ(SignalToNoise(part(twice, 20, 21), part(got, 20, 21)) > 10, damaged) << i;
-        EXPECT_TRUE(!damaged || SignalToNoise(part(speech.decoded, 25, 48), part(got, 25, 48)) > 10) << i;
+        EXPECT_EQ(std::count(&got[22 * 320], &got[24 * 320], 0) == 640, damaged) << i;
+        EXPECT_EQ(ratio(twice, 20, 21) > 10, damaged) << i;
+        EXPECT_TRUE(!damaged || ratio(speech.decoded, 25, 47) > 10) << i;
     }
 }
 

@@ -83,7 +83,6 @@ TEST(HeaderCheck, HoldsBackImpossibleSizesOnly) {
         {"H.263, four times CIF", kH263, H263(4), Valid},
         {"H.263, sixteen times CIF", kH263, H263(5), Size},
         {"H.263, no format", kH263, H263(0), Damaged},
-        {"H.263, a reserved format", kH263, H263(7), Damaged},
         {"H.263, ends early", kH263, {0, 0, 0x80, 2}, Damaged},
         {"H.263, none", kH263, Bytes(100, 0xA5), Damaged},
         {"MPEG-4", kMpeg4, Layer(8191, 8191) + picture, Valid},

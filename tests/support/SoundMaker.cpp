@@ -16,7 +16,6 @@ extern "C" {
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <numbers>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -52,21 +51,16 @@ Samples ToSamples(const Bytes& bytes) {
 }    // namespace
 
 Samples Speech(int rate) {
-    const std::string text =
-        "The gate opens at half past seven. A red car waits in front of it, and leaves for the north.";
-    return ToSamples(
-        Run("espeak-ng --stdin --stdout | ffmpeg -v error -i - -f s16le -ar " + std::to_string(rate) + " -", text));
+    const std::string text = "The gate opens at half past seven. A red car waits in front, and leaves for the north.";
+    const std::string voice = "espeak-ng --stdin --stdout | ffmpeg -v error -i - -f s16le -ar ";
+    return ToSamples(Run(voice + std::to_string(rate) + " -", text));
 }
 
 Samples Sweep(int rate, double seconds, double from, double to) {
-    Samples out(static_cast<size_t>(rate * seconds));
-    double phase = 0;
-    for (size_t i = 0; i < out.size(); ++i) {
-        out[i] = static_cast<int16_t>(std::lrint(8192 * std::sin(phase)));
-        phase +=
-            2 * std::numbers::pi * std::lerp(from, to, static_cast<double>(i) / static_cast<double>(out.size())) / rate;
-    }
-    return out;
+    const std::string steps = '(' + std::to_string(from) + "+t*" + std::to_string((to - from) / seconds / 2) + ')';
+    const std::string sine = "'aevalsrc=sin(2*PI*t*" + steps + ")/4:s=" + std::to_string(rate);
+    return ToSamples(
+        Run("ffmpeg -v error -f lavfi -i " + sine + ":d=" + std::to_string(seconds) + "' -f s16le -", steps));
 }
 
 SoundStream MakeAac(const Samples& mono, int rate, int channels) {
@@ -139,11 +133,10 @@ double SignalToNoise(const Samples& wanted, const Samples& got) {
     return 10 * std::log10(signal / noise);
 }
 
-MediaFrameHeader SoundHeader(uint32_t streamType, const Bytes& bytes, uint32_t rate, uint32_t channels,
-                             uint32_t blocks) {
+MediaFrameHeader SoundHeader(uint32_t streamType, const Bytes& bytes, int rate, int channels, uint32_t blocks) {
     MediaFrameHeader header = VideoHeader(streamType, bytes, true, 0);
     header.audioBlockCount = blocks;
-    header.audioSampleRate = rate;
+    header.audioSampleRate = static_cast<uint32_t>(rate);
     header.audioChannels = static_cast<uint8_t>(channels);
     return header;
 }

@@ -39,7 +39,6 @@ SoundStream G7221Vectors(const std::string& name);
 double SignalToNoise(const Samples& wanted, const Samples& got);
 
 // A record over `bytes`, as VideoHeader.
-MediaFrameHeader SoundHeader(uint32_t streamType, const Bytes& bytes, uint32_t rate, uint32_t channels = 1,
-                             uint32_t blocks = 1);
+MediaFrameHeader SoundHeader(uint32_t streamType, const Bytes& bytes, int rate, int channels = 1, uint32_t blocks = 1);
 
 }    // namespace corvane::test

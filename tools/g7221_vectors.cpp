@@ -106,7 +106,8 @@ Bytes Fill(BitWriter w, size_t bytes) {
 // Writes a region, and returns what it decodes to before noise comes.
 Doubles PutRegion(BitWriter& w, int category, double deviation, const double* coefficients) {
     constexpr double kSteps[] = {0.3536, 0.5, 0.7071, 1, 1.4142, 2, 2};    // between magnitudes, in deviations
-    const auto [levels, dimension, expected] = kCategory[category];
+    const int levels = kCategory[category].levels;
+    const size_t dimension = kCategory[category].dimension;
     Doubles decoded;
     for (const double* at = coefficients; at < coefficients + 20; at += dimension) {
         Ints magnitudes;

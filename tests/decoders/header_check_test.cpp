@@ -77,6 +77,7 @@ TEST(HeaderCheck, HoldsBackImpossibleSizesOnly) {
         {"JPEG, header ends early", kJpeg, start + Bytes{0xFF, 0xC0, 0, 17, 8, 0, 16, 0}, Damaged},
         {"JPEG, in a table", kJpeg, start + Bytes{0xFF, 0xDB, 0, 67, 0} + JpegFrame(0, 0) + Bytes(45, 9) + end, Valid},
         {"H.263", kH263, H263(6, 704, 576), Valid},
+        {"H.263, the least", kH263, H263(6, 4, 4), Valid},
         {"H.263, too wide, behind a byte", kH263, Bytes{9} + H263(6, 708, 576), Size},
         {"H.263, too high", kH263, H263(6, 704, 580), Size},
         {"H.263, no height", kH263, H263(6, 704, 0), Size},

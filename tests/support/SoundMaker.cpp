@@ -13,7 +13,6 @@ extern "C" {
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <span>
@@ -43,9 +42,8 @@ Bytes Run(const std::string& command, const Input& input) {
 }
 
 Samples ToSamples(const Bytes& bytes) {
-    Samples samples(bytes.size() / 2);
-    std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
-    return samples;
+    const auto* const samples = reinterpret_cast<const int16_t*>(bytes.data());
+    return {samples, samples + bytes.size() / 2};
 }
 
 }    // namespace

@@ -134,6 +134,15 @@ void OnPicture(void* context, const PseudoFrame* frame) {
     Inside(context);
 }
 
+void OnRaw(void* context, uint32_t, void* record) {
+    auto& info = *static_cast<RawPictureInfo*>(record);    // there is no sound
+    info.repeat = info.count < info.header[28] % 4u;       // by the time of the frame
+    info.requestedFormat = info.format + 5;
+    static std::atomic<uint8_t> sink;
+    sink = info.buffer[info.size - 1];
+    Inside(context);
+}
+
 void OnText(void* context, OsdInfo* info) {
     auto* const cairo = info->deviceContext;
     cairo_rectangle(cairo, 0, 0, info->width, info->height / 2.0);
@@ -290,6 +299,9 @@ void World::Option(void* channel, uint8_t how) {
     else if (id == 56)
         Corvane_SetChannelOption(channel, id, (how & 0x40) != 0 ? reinterpret_cast<uint64_t>(&OnText) : 0,
                                  reinterpret_cast<uint64_t>(this));
+    else if (id == 18 || id == 22)
+        Corvane_SetChannelOption(channel, id, reinterpret_cast<uint64_t>(this),
+                                 (how & 0x80) != 0 ? 0 : reinterpret_cast<uint64_t>(&OnRaw));
     else if (id != 42 && id != 48)    // blocking input would wait for the clock; many threads only cost time
         Corvane_SetChannelOption(channel, id, how, how);
     ChannelUpdate update{};

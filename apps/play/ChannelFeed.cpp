@@ -1,12 +1,22 @@
 #include "ChannelFeed.h"
 
 #include <cstddef>
+#include <cstdio>
 #include <limits>
+#include <string>
 
 namespace {
 
 int64_t StreamMs(const MediaFrameHeader& header) {
     return int64_t{header.streamSeconds} * 1000 + header.timeMilliseconds;
+}
+
+// Prints what a stream-info callback got, addresses as a dash.
+void PrintInfo(uint32_t code, uint64_t a, uint64_t b) {
+    const bool aIsAddress = code == CORVANE_INFO_MOTION;
+    const bool bIsAddress = code == CORVANE_INFO_FRAME || (code == CORVANE_INFO_LENS_CIRCLE && a != 0);
+    std::printf("info %u %s %s\n", code, aIsAddress ? "-" : std::to_string(a).c_str(),
+                bIsAddress ? "-" : std::to_string(b).c_str());
 }
 
 }    // namespace
@@ -32,6 +42,8 @@ bool ChannelFeed::Open(void* instance, const MediaSource& source, int64_t wallSt
     Corvane_SetDisplayMode(m_channel, m_options.displayMode);
     if (m_options.rotate != 0)
         Corvane_EnableRotateFilter(m_channel, m_options.rotate);
+    if (m_raw != nullptr)
+        m_raw->Attach(m_channel);
     error = "a channel cannot be started";
     const uint32_t waiting =
         m_options.logo.empty() ? CORVANE_START_WAITING : 0;    // 0: the logo stays until the first picture
@@ -83,11 +95,12 @@ void ChannelFeed::Delete() {
         Corvane_DeleteChannel(m_instance, &m_channel);
 }
 
-// ---- Callbacks
-// -------------------------------------------------------------------------------------------------------
+// ---- Callbacks -----------------------------------------------------------------------------------------------------
 
 void ChannelFeed::OnStreamInfo(void* context, uint32_t code, uint64_t a, uint64_t b) {
     auto* const self = static_cast<ChannelFeed*>(context);
+    if (self->m_printsInfo)
+        PrintInfo(code, a, b);
     if (code == CORVANE_INFO_SIZE && self->m_view != nullptr)
         self->m_pictures.Size(static_cast<uint32_t>(a), static_cast<uint32_t>(b));
 }
@@ -116,8 +129,7 @@ void ChannelFeed::OnPicture(void* context, const PseudoFrame* frame) {
                              self->m_handedOver, streamMs);
 }
 
-// ---- Input
-// ------------------------------------------------------------------------------------------------------
+// ---- Input ---------------------------------------------------------------------------------------------------------
 
 double ChannelFeed::NextAt() const {
     const Reel::Picture* const next = m_reel.At(m_next);

@@ -19,6 +19,11 @@ usage: corvane-play [options] FILE|URL
   --contact-sheet FILE    write a PNG of pictures spread over the stream, each with its number and time (with --headless)
   --format NAME           picture format: bgra (default), bgr, i420, bgra-flip, bgr-flip (with --headless)
 
+  --raw FORMAT FILE       append every picture of the first channel, as decoded, to FILE: i420, yv12, nv12, yuy2, uyvy, bgr,
+                          bgra, rgb, rgba, bgr555, bgr565, rgb555, rgb565, or files bmp, bgra-bmp, rgb555-bmp, rgb565-bmp, jpeg
+  --raw-sound FILE        write the sound of the first channel, as decoded and played, as WAV
+  --info                  print what the stream-info callback of the first channel gets: code, a, b
+
   --still-format NAME     png (default), jpeg, bmp or raw (planes Y, U, V without gaps)
   --snapshot-every S      save a still of the first channel every S seconds of stream
 

@@ -38,19 +38,22 @@
  *
  *   callback            thread          [any] exports   [any*] exports, own channel   [any*] exports, other channel
  *   stream info         worker          complete        Status_Failed                 complete
- *   client filter       worker          complete        Status_Failed                 complete
+ *   client filter       worker, render  complete        Status_Failed                 complete
  *   picture             render thread   complete        Status_Failed                 complete
  *   on-screen text      render thread   complete        Status_Failed                 complete
  *   after display       render thread   complete        Status_Failed                 complete
+ *   raw pictures        render thread   complete        Status_Failed                 complete
+ *   raw sound           sound device's  complete        Status_Failed                 complete
  *   still overlay       the caller's    complete        Status_Failed                 complete
  *
  * Corvane_InputEncodedMediaFrame on a channel that blocks when full (option 42 given as 0) does not block inside a
  * callback; it returns Status_QueueFull there. Of two channels whose callbacks stop or delete each other at the same
  * moment one is refused with Status_Failed.
  * Pointers given to a callback are valid until it returns. After Corvane_StopChannel has returned, no stream-info
- * callback and no filter call runs; after Corvane_DeleteChannel has returned, no callback at all. Registering a picture,
- * after-display or still-overlay callback waits for a running call of the callback that it replaces, and removing a
- * filter for a running call of that filter, so that the old context may be freed. Inside a callback they do not wait.
+ * callback, no filter call and no raw callback runs; after Corvane_DeleteChannel has returned, no callback at all.
+ * Registering a picture, after-display, still-overlay or raw callback waits for a running call of the callback that it
+ * replaces, and removing a filter for a running call of that filter, so that the old context may be freed. Inside a
+ * callback they do not wait.
  *
  * WINDOWS. A window is an X11 window id on $DISPLAY, given as uintptr_t. The application makes, shows, moves and
  * destroys it; it may belong to another process and lie inside any toolkit's window. The library talks to the
@@ -207,7 +210,7 @@ enum {
  * Still formats: CORVANE_STILL_AS of the snapshots. Three of them are also the kinds of Corvane_RegisterRawDataCallback.
  * How the numbers of one format correspond; a BMP file has its bottom row first:
  *
- *   pixel format             still, rows without padding      still, BMP file                  kind of the raw callback
+ *   pixel format             still, rows without padding      still, BMP file                  kind of the picture callback
  *   PF_I420             1    CORVANE_PICTURE_I420     11                                       11
  *   PF_YUY2             3    CORVANE_PICTURE_YUY2      1
  *   PF_UYVY             4    CORVANE_PICTURE_UYVY     17
@@ -227,15 +230,15 @@ enum {
 enum {
     CORVANE_PICTURE_YUY2 = 1,
     CORVANE_PICTURE_RGB565 = 2,
-    CORVANE_PICTURE_BGR24 = 3,            /* also a kind of the raw callback */
-    CORVANE_PICTURE_BGRA32 = 4,           /* also a kind of the raw callback */
+    CORVANE_PICTURE_BGR24 = 3,            /* also a kind of the picture callback */
+    CORVANE_PICTURE_BGRA32 = 4,           /* also a kind of the picture callback */
     CORVANE_PICTURE_BMP_RGB565 = 5,
     CORVANE_PICTURE_BMP_BGR24 = 6,
     CORVANE_PICTURE_BMP_BGRA32 = 7,
     CORVANE_PICTURE_JPEG = 8,             /* a JPEG file, quality by option 17 */
     CORVANE_PICTURE_RGB555 = 9,
     CORVANE_PICTURE_BMP_RGB555 = 10,
-    CORVANE_PICTURE_I420 = 11,            /* also a kind of the raw callback */
+    CORVANE_PICTURE_I420 = 11,            /* also a kind of the picture callback */
     CORVANE_PICTURE_BGR565 = 12,
     CORVANE_PICTURE_RGB24 = 13,
     CORVANE_PICTURE_RGBA32 = 14,
@@ -290,13 +293,19 @@ enum {
 /* Options of Corvane_SetChannelOption. Numbers from 1000 on are this library's own. */
 enum {
     CORVANE_OPTION_BORDER = 3,
+    CORVANE_OPTION_RAW_PREFIX = 6,
     CORVANE_OPTION_MARGIN_LEFT = 7,
     CORVANE_OPTION_MARGIN_RIGHT = 8,
     CORVANE_OPTION_MARGIN_TOP = 9,
     CORVANE_OPTION_MARGIN_BOTTOM = 10,
     CORVANE_OPTION_DISPLAY_AREA = 11,
     CORVANE_OPTION_MEDIA_MODE = 13,       /* value: of CORVANE_MEDIA_* */
+    CORVANE_OPTION_RAW_PICTURES = 14,
+    CORVANE_OPTION_RAW_SOUND = 15,
+    CORVANE_OPTION_RAW_FORMAT = 16,       /* value: of CORVANE_PICTURE_* */
     CORVANE_OPTION_JPEG_QUALITY = 17,
+    CORVANE_OPTION_RAW_CALLBACK = 18,
+    CORVANE_OPTION_RAW_CALLBACK_2 = 22,
     CORVANE_OPTION_LOGO_FILE = 25,
     CORVANE_OPTION_LOGO = 26,
     CORVANE_OPTION_EMPTY_QUEUE = 31,
@@ -384,6 +393,12 @@ enum {
     CORVANE_INFO_MOUNT = 11,
     CORVANE_INFO_LENS_CIRCLE = 12,
     CORVANE_INFO_DECODER = 13
+};
+
+/* Codes of the raw callback. */
+enum {
+    CORVANE_RAW_PICTURE = 1,              /* the record is a RawPictureInfo */
+    CORVANE_RAW_SOUND = 2                 /* the record is a RawAudioInfo */
 };
 
 /* Bits of ChannelSettings::mask. */
@@ -600,6 +615,49 @@ typedef struct PseudoFrame {
 
 /* A finished picture, on the render thread. The picture belongs to the library and is overwritten after the return. */
 typedef void (*CorvanePictureCallback)(void* context, const PseudoFrame* frame);
+
+/* A raw picture, 240 bytes. */
+typedef struct RawPictureInfo {
+    uint32_t width;            /*   0 pixels */
+    uint32_t height;           /*   4 */
+    uint32_t size;             /*   8 bytes at buffer, with the prefix */
+    uint32_t reserved12;       /*  12 */
+    const uint8_t* pixels;     /*  16 the picture in its format: buffer + prefix */
+    const uint8_t* buffer;     /*  24 starts with `prefix` bytes of 0 */
+    uint32_t prefix;           /*  32 of option 6 */
+    uint32_t reserved36;       /*  36 */
+    uint8_t header[120];       /*  40 the first 120 bytes of the frame's MediaFrameHeader; its `data` is valid too */
+    uint32_t count;            /* 160 1 in the first call for a picture, and 1 more in each repetition */
+    uint32_t format;           /* 164 of CORVANE_PICTURE_* */
+    uint32_t requestedFormat;  /* 168 in: as format; out: of the repetition */
+    uint32_t repeat;           /* 172 out: not 0: the same picture again, in requestedFormat */
+    uint8_t reserved176[64];   /* 176 */
+} RawPictureInfo;
+
+/* Raw sound, 240 bytes. */
+typedef struct RawAudioInfo {
+    uint32_t duration;         /*   0 of the frame, milliseconds; 0: not known */
+    uint32_t size;             /*   4 bytes at samples */
+    const uint8_t* samples;    /*   8 signed, 16 bits, little-endian, channels interleaved; full volume */
+    uint32_t timeSeconds;      /*  16 of the frame */
+    uint32_t timeMilliseconds; /*  20 */
+    uint8_t header[120];       /*  24 the first 120 bytes of the frame's MediaFrameHeader; its `data` is valid too */
+    uint8_t reserved144[96];   /* 144 */
+} RawAudioInfo;
+
+/*
+ * Options 18 and 22. Pointers in a record are valid until the callback returns.
+ * CORVANE_RAW_PICTURE, with a RawPictureInfo: the picture as decoded, of its own size, after smoothing, dewarping and
+ * client filters, once for each picture that the render thread has presented. Rotation, text and window do not count. On
+ * the render thread: while the callback runs, newer pictures replace each other, on the display too, and decoding goes on.
+ * While a client asks for repetitions the display stands, and calls that wait for the render thread's callbacks wait.
+ * Repetitions end when the channel stops, is deleted or gets another raw callback.
+ * CORVANE_RAW_SOUND, with a RawAudioInfo: the samples of each frame before they are played, on the thread of the channel's
+ * sound device. There is none where no sound is played.
+ * The two never run at the same time for one channel; a callback that takes long makes the other one wait, and sound
+ * stutters. After Corvane_StopChannel has returned neither runs.
+ */
+typedef void (*CorvaneRawCallback)(void* context, uint32_t code, void* record);
 
 /* What the after-display callback gets, 40 bytes. */
 typedef struct AfterDisplayRecord {
@@ -902,12 +960,19 @@ CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelU
 /*
  * Sets one option; a stop resets none. Options of this version (value; default):
  *   3   zero: the fixed border is not used; non-zero
+ *   6   bytes of 0 before each raw picture; 0
  *   7, 8, 9, 10   left, right, top, bottom margin in pixels; 0
  *   11  pointer to DisplayArea, `extra` of CORVANE_AREA_*; none. Status_InvalidArgument for a null pointer, a null window
  *       or an empty rectangle; fields of lower bits are then set all the same
  *   13  media mode, of CORVANE_MEDIA_*; 3
+ *   14  zero: no raw pictures; non-zero
+ *   15  zero: no raw sound; non-zero
+ *   16  format of raw pictures, of CORVANE_PICTURE_*; 0, which is none: no raw pictures
  *   17  quality of JPEG stills: 50 leaves the quantisation tables of the encoder as they are, less is finer and larger, more
  *       is coarser; 0, the finest
+ *   18  context of the raw callback, with the CorvaneRawCallback in `extra`; none. Waits for a running call of the callback
+ *       that it replaces, not from inside any callback. A JPEG picture has quality 0
+ *   22  context of a raw callback that replaces that of option 18 while it is set, with the callback in `extra`; none
  *   25  path (const char*) of a BMP or PNG file: the logo that the window shows while the channel is stopped.
  *       Status_Failed: null, or it cannot be loaded; the old logo stays. Reads the file during the call
  *   26  cairo_surface_t* of an image: the logo, copied during the call; 0: no logo. Status_Failed: not an image

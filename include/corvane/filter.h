@@ -1,8 +1,10 @@
 // filter.h: client filters, objects that the picture chain of a channel runs on every picture before it is shown.
 //
 // A filter is inserted with Corvane_InsertFilter and removed with Corvane_RemoveFilter, which waits for a running call
-// of the filter. The client owns it, and may delete it after it was removed from every channel. Filters run on the
-// channel's worker thread, in the order of insertion, on I420 pictures of the size that the renderer asked for. C++17.
+// of the filter. The client owns it, and may delete it after it was removed from every channel. Filters run in
+// the order of insertion: on the channel's worker thread, on I420 pictures of the size that the renderer asked for; while a
+// raw callback is set also on its render thread, on pictures of the decoded size. No filter of a channel runs on both
+// threads at once. C++17.
 #ifndef CORVANE_FILTER_H
 #define CORVANE_FILTER_H
 

@@ -19,6 +19,7 @@ struct ClientCallback {
     void* context = nullptr;
 
     explicit operator bool() const { return function != nullptr; }
+    bool operator==(const ClientCallback&) const = default;
     // Not of a null function. No lock may be held.
     template <typename... Arguments>
     void operator()(Arguments... arguments) const {

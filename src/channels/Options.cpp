@@ -29,6 +29,20 @@ Status SetRender(Targets& targets, uint64_t value, uint64_t) {
     return Status::Ok;
 }
 
+template <uint32_t RawSettings::*Field>
+Status SetRaw(Targets& targets, uint64_t value, uint64_t) {
+    targets.stream->Render().Raw().Set(Field, static_cast<uint32_t>(value));
+    return Status::Ok;
+}
+
+// Here the context comes first.
+template <ClientCallback<CorvaneRawCallback> RawSettings::*Which>
+Status SetRawCallback(Targets& targets, uint64_t value, uint64_t extra) {
+    targets.stream->Render().Raw().SetCallback(
+        Which, {reinterpret_cast<CorvaneRawCallback>(extra), reinterpret_cast<void*>(value)});
+    return Status::Ok;
+}
+
 Status SetDisplayArea(Targets& targets, uint64_t value, uint64_t extra) {
     if (value == 0)
         return Status::InvalidArgument;
@@ -43,6 +57,7 @@ constexpr OptionRow kRows[] = {
          return Status::Ok;
      },
      "zero: the fixed border is not used"},
+    {CORVANE_OPTION_RAW_PREFIX, kStreamKinds, SetRaw<&RawSettings::prefix>, "bytes of 0 before each raw picture"},
     {CORVANE_OPTION_MARGIN_LEFT, kStreamKinds, SetMargin<&Edges::left>, "left, right, top, bottom margin"},
     {CORVANE_OPTION_MARGIN_RIGHT, kStreamKinds, SetMargin<&Edges::right>, "left, right, top, bottom margin"},
     {CORVANE_OPTION_MARGIN_TOP, kStreamKinds, SetMargin<&Edges::top>, "left, right, top, bottom margin"},
@@ -54,12 +69,27 @@ constexpr OptionRow kRows[] = {
          return Status::Ok;
      },
      "media mode"},
+    {CORVANE_OPTION_RAW_PICTURES, kStreamKinds,
+     [](Targets& targets, uint64_t value, uint64_t) {
+         targets.stream->Render().Raw().Set(&RawSettings::pictures, value != 0);
+         return Status::Ok;
+     },
+     "zero: no raw pictures"},
+    {CORVANE_OPTION_RAW_SOUND, kStreamKinds,
+     [](Targets& targets, uint64_t value, uint64_t) {
+         targets.stream->Render().Raw().Set(&RawSettings::sound, value != 0);
+         return Status::Ok;
+     },
+     "zero: no raw sound"},
+    {CORVANE_OPTION_RAW_FORMAT, kStreamKinds, SetRaw<&RawSettings::format>, "format of raw pictures"},
     {CORVANE_OPTION_JPEG_QUALITY, kStreamKinds,
      [](Targets& targets, uint64_t value, uint64_t) {
          targets.stream->Stills().SetQuality(static_cast<uint32_t>(value));
          return Status::Ok;
      },
      "quality of JPEG stills"},
+    {CORVANE_OPTION_RAW_CALLBACK, kStreamKinds, SetRawCallback<&RawSettings::first>, "context of the raw callback"},
+    {CORVANE_OPTION_RAW_CALLBACK_2, kStreamKinds, SetRawCallback<&RawSettings::second>, "context of a raw callback"},
     {CORVANE_OPTION_LOGO_FILE, kStreamKinds,
      [](Targets& targets, uint64_t value, uint64_t) {
          return value != 0 ? targets.stream->Render().SetLogoFile(reinterpret_cast<const char*>(value))

@@ -54,9 +54,7 @@ FramePtr LogoFrame() {
 }
 
 Status Finish(IPictureMaker& maker) {
-    maker.Make();
-    if (maker.GetData() == nullptr)
-        return Status::OutOfMemory;
+    CORVANE_RETURN_IF_FAILED(maker.Make());
     return maker.GetSize() != 0 ? Status::Ok : Status::Failed;
 }
 

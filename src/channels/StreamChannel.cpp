@@ -79,8 +79,9 @@ void StreamChannel::JoinWorker() {
         m_paceStop = true;
         m_paceWake.NotifyAll();
     }
-    m_render.WakeWorker();
+    m_render.Interrupt();
     worker.Join();
+    m_render.AwaitCalls();    // of a raw picture on the render thread
     m_video.Reset(false);
     JitterQueue::Entries removed;    // freed outside the lock
     MutexLock lock(m_mutex);

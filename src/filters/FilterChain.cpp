@@ -1,6 +1,7 @@
 #include "filters/FilterChain.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "base/PictureLayout.h"
@@ -54,8 +55,11 @@ private:
 };
 
 // An exception of a client's filter counts as -1.
-int32_t RunClientFilter(IFilter& filter, FilterArgs& args) noexcept {
+int32_t RunClientFilter(IFilter& filter, Mutex* lock, FilterArgs& args) noexcept {
     try {
+        std::optional<MutexLock> alone;
+        if (lock != nullptr)
+            alone.emplace(*lock);
         return filter.Process(&args);
     } catch (...) {
         return -1;
@@ -247,7 +251,7 @@ int32_t FilterChain::Parts::ClientFilters(Passage& run) {
             return -1;
         Picture& to = last ? run.destination : NextExchange(run).Get();
         FilterArgs args = run.Args(to);
-        if (RunClientFilter(*filter, args) < 0)
+        if (RunClientFilter(*filter, run.settings.filterLock, args) < 0)
             return -1;
         run.Advance(to);
         ++run.exchanges;

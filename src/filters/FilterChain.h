@@ -11,16 +11,25 @@
 #include <vector>
 
 #include "base/AlignedBuffer.h"
+#include "base/CallGate.h"
+#include "base/Mutex.h"
 #include "base/PictureView.h"
 #include "corvane/filter.h"
 #include "frame/MediaFrameImpl.h"
 
 namespace corvane {
 
+// The calls of the client filters of one channel, which more than one run makes.
+struct ClientFilterCalls {
+    CallGate gate;    // entered before a run reads the filters; who removes one waits on it
+    Mutex lock;       // held around each call and nothing else, so that a filter is not called twice at once
+};
+
 struct ChainSettings {
     std::vector<QMRX::Filter::IFilter*> clientFilters;    // in order of insertion; owned by the client
     bool deinterlaceEnabled = false;
-    uint32_t resizeType = 0;    // 0 nearest, 1 linear, 2 cubic, 3 Lanczos
+    uint32_t resizeType = 0;        // 0 nearest, 1 linear, 2 cubic, 3 Lanczos
+    Mutex* filterLock = nullptr;    // of ClientFilterCalls; null where only one run calls the filters
 };
 
 // The outcome of the smoothing of an interlaced picture.

@@ -96,7 +96,10 @@ CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Cloc
     {
         const WindowWatchPtr watch = m_window.Watch();
         MutexLock lock(m_lock);    // the watch may already report changes
-        ChangeSettings([&](PresentSettings& settings) { settings.window = watch; });
+        ChangeSettings([&](PresentSettings& settings) {
+            settings.window = watch;
+            settings.chain.filterLock = &m_filters.lock;
+        });
     }
     m_thread = Thread("corvane-render", owner, [this] { RenderLoop(); });
 }
@@ -113,7 +116,7 @@ void CRenderMgr::End() {
         m_schedule.OnEnd();
         m_due.NotifyAll();
     }
-    m_mailbox.Interrupt();
+    Interrupt();
     m_thread.Join();
 }
 
@@ -136,7 +139,7 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const SharedPicture& decode
         PresentSettingsPtr settings = Settings();
         std::optional<CallGate::Scope> call;
         if (!settings->chain.clientFilters.empty()) {    // enter the gate, then read the filters
-            call.emplace(m_filterCalls);
+            call.emplace(m_filters.gate);
             settings = Settings();
         }
         RendererTarget target(*this, *settings, picture);
@@ -150,6 +153,8 @@ void CRenderMgr::PresentFrame(const FramePtr& frame, const SharedPicture& decode
         if (carried.smoothing != Smoothing::None)
             m_counters.Add(carried.smoothing == Smoothing::Done ? Counter::PicturesSmoothed
                                                                 : Counter::PicturesRefusedSmoothing);
+        if (picture.Reference() == nullptr)
+            picture.decoded = m_raw.Keep(decoded);
         if (carried.Lost())
             return fate.Is(Counter::PicturesLost, carried.fate == RunResult::Fate::LostNotRotatable
                                                       ? CORVANE_CAUSE_NOT_ROTATABLE
@@ -248,6 +253,17 @@ void CRenderMgr::SetState(RenderState state, const FramePtr& frame) {
     m_schedule.OnState(state);
     m_mailbox.Interrupt();
     m_due.NotifyAll();
+    m_raw.Cut();
+}
+
+void CRenderMgr::Interrupt() {
+    m_raw.End();
+    m_mailbox.Interrupt();
+}
+
+void CRenderMgr::AwaitCalls() {
+    m_filters.gate.WaitForRunning();
+    m_raw.AwaitCall();
 }
 
 // ---- The render thread ----
@@ -367,6 +383,8 @@ void CRenderMgr::DrawState(const Turn& turn) {
 void CRenderMgr::PresentPass(Turn& turn) {
     m_statePicture.Free();
     Pass& pass = *turn.pass;
+    if (turn.fresh)
+        m_raw.OnFresh();
     const RendererSlot::Seat seat = m_slot.Current();
     if (!MatchPicture(seat.id, turn.fresh))
         m_kept.pixels = std::monostate();    // another renderer made them
@@ -378,7 +396,8 @@ void CRenderMgr::PresentPass(Turn& turn) {
         return;
     }
     AfterDisplay(pass);    // also where nothing was put
-    // Raw pictures will be delivered here.
+    m_raw.Deliver(m_kept, &m_mailbox, [this] { return Settings(); });
+    m_kept.decoded = SharedPicture();    // the decoder gets its picture back
 }
 
 // Whether this renderer may show the kept picture; counts a fresh one as taken, or as lost.

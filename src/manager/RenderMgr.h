@@ -28,6 +28,7 @@
 #include "present/PictureMailbox.h"
 #include "present/PictureRun.h"
 #include "present/PresentSettings.h"
+#include "present/RawDelivery.h"
 
 namespace corvane {
 
@@ -76,8 +77,10 @@ public:
     // most 500 ms, until the render thread has taken the last picture. Then, and without `wait`, this picture replaces
     // one that was not taken. The outcome of the picture is counted.
     void PresentFrame(const FramePtr& frame, const SharedPicture& decoded, bool wait);
-    // Any thread: ends the wait of PresentFrame.
-    void WakeWorker() { m_mailbox.Interrupt(); }
+    // Any thread, at a stop: ends the wait of PresentFrame, and raw data until the next Stop, which a start calls.
+    void Interrupt();
+    // After Interrupt: waits for the client filters and the raw callback that run; not on a thread of the library.
+    void AwaitCalls();
     // A frame of sound (`mix`: it is to be heard). With `show`, and in another second of wall-clock time than the last
     // frame, the state becomes AudioOnly.
     void InputAudio(const FramePtr& frame, bool mix, bool show);
@@ -126,6 +129,7 @@ public:
     bool HasWindow() const;
     // The counters of the whole channel, also for its queue and its worker.
     ChannelCounters& Counters() { return m_counters; }
+    RawClient& Raw() { return m_raw.Client(); }
 
     Status InsertFilter(QMRX::Filter::IFilter* filter);
     void RemoveFilter(QMRX::Filter::IFilter* filter);    // waits for a running call of the filter
@@ -208,8 +212,10 @@ private:
     // Constant after construction, or bring their own locks.
     Clock& m_clock;
     ChannelCounters m_counters;
-    CallGate m_filterCalls;
+    ClientFilterCalls m_filters;
     PictureMailbox m_mailbox;
+
+    RawDelivery m_raw{m_filters};
 
     // Only on the worker.
     PictureRun m_run;

@@ -18,6 +18,7 @@ constexpr std::chrono::milliseconds kGrabLimit(1000);
 
 void CRenderMgr::Stop(bool waiting) {
     MutexLock lock(m_lock);
+    m_raw.Begin();
     m_schedule.OnInformation();
     if (waiting && m_schedule.State() != RenderState::Waiting)
         SetState(RenderState::Waiting, nullptr);
@@ -188,7 +189,7 @@ void CRenderMgr::RemoveFilter(QMRX::Filter::IFilter* filter) {
     }
     if (!removed)
         return;
-    m_filterCalls.WaitForRunning();
+    m_filters.gate.WaitForRunning();
     if (HasWindow())    // so that the window shows a picture without the filter
         RequestRedraw();
 }

@@ -41,9 +41,12 @@ public:
     uint32_t GetSize() const override { return static_cast<uint32_t>(m_output.Size()); }
     uint32_t GetWidth() const override { return m_size.width; }
     uint32_t GetHeight() const override { return m_size.height; }
-    void Make() override {
-        if (uint8_t* const out = Output(FixedSize()); out != nullptr)
-            MakeInto(out);
+    Status Make() override {
+        uint8_t* const out = Output(FixedSize());
+        if (out == nullptr)
+            return Status::OutOfMemory;
+        MakeInto(out);
+        return Status::Ok;
     }
 
 protected:
@@ -125,13 +128,14 @@ public:
         kernels::ToFullRangeBt601(picture);
     }
     void SetQuality(uint32_t quality) override { m_quality = quality; }
-    void Make() override {
+    Status Make() override {
         JpegWriter writer;
         const uint64_t capacity = JpegPictureCapacity(m_size);
-        if (!writer.Prepare(Input(), m_quality))
-            return;
-        if (uint8_t* const out = Output(capacity); out != nullptr)
-            m_outputBytes = m_prefix + writer.Write(out, capacity);
+        uint8_t* const out = writer.Prepare(Input(), m_quality) ? Output(capacity) : nullptr;
+        if (out == nullptr)
+            return Status::OutOfMemory;
+        m_outputBytes = m_prefix + writer.Write(out, capacity);
+        return Status::Ok;
     }
     uint32_t GetSize() const override { return m_outputBytes; }
     uint32_t FixedSize() const override { return 0; }

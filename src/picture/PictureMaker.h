@@ -29,8 +29,8 @@ public:
     // The samples in the buffer have these colours. A kind whose output is full-range BT.601 converts them; the others
     // leave them unchanged.
     virtual void NormaliseColours(const ColourSignal& from) = 0;
-    // Without memory the output is unchanged.
-    virtual void Make() = 0;
+    // OutOfMemory: the output is unchanged.
+    [[nodiscard]] virtual Status Make() = 0;
     // Of JPEG, as JPEGEncOptions::Quality: 50 leaves the quantisation tables unchanged, more is coarser. Other kinds
     // ignore the value.
     virtual void SetQuality(uint32_t quality) = 0;

@@ -22,8 +22,15 @@ struct FinishedPicture {
     // A decoder's picture by reference, which is never written; or a buffer of the renderer; or no pixels, where that
     // renderer was replaced.
     std::variant<std::monostate, SharedPicture, LentBuffer> pixels{};
+    // The decoder's picture beside a lent buffer, while a client wants raw pictures; else empty.
+    SharedPicture decoded{};
 
     const SharedPicture* Reference() const { return std::get_if<SharedPicture>(&pixels); }
+    // The decoder's picture, where one is held; else null.
+    const SharedPicture* Decoded() const {
+        const SharedPicture* const picture = Reference() != nullptr ? Reference() : &decoded;
+        return picture->View() ? picture : nullptr;
+    }
     const BufferSlot* Buffer() const {
         const auto* const lent = std::get_if<LentBuffer>(&pixels);
         return lent != nullptr && *lent ? &lent->Slot() : nullptr;

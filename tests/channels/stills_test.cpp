@@ -50,7 +50,7 @@ struct OnePicture {
         (void)FilterChain().Run({}, *frame, source, view);
         if (format == 8)    // the samples of a JPEG file
             kernels::ToFullRangeBt601(view);
-        maker->Make();
+        EXPECT_EQ(maker->Make(), Status::Ok);
         return maker;
     }
 

@@ -68,7 +68,7 @@ inline uint32_t Flood(void* channel) {
 inline uint32_t EveryOption(void* channel) {
     DisplayArea area{};
     uint32_t status = Corvane_SetChannelOption(channel, 11, reinterpret_cast<uint64_t>(&area), 32);
-    for (const int32_t id : {3, 7, 8, 9, 10, 13, 17, 26, 31, 35, 45, 46, 47, 48, 52, 53, 55, 57})
+    for (const int32_t id : {3, 6, 7, 8, 9, 10, 13, 14, 15, 16, 17, 18, 22, 26, 31, 35, 45, 46, 47, 48, 52, 53, 55, 57})
         status = FirstFailure({status, Corvane_SetChannelOption(channel, id, id == 13 ? 3 : 0, 0)});
     return status;
 }

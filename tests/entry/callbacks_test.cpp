@@ -16,7 +16,7 @@ namespace {
 using test::Call;
 using test::Eventually;
 
-enum class Where { StreamInfo, Filter, Picture, AfterDisplay, Text, Overlay };
+enum class Where { StreamInfo, Filter, Picture, AfterDisplay, Text, Overlay, Raw };
 
 std::vector<uint8_t> OneJpeg() {
     return test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
@@ -72,6 +72,10 @@ void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
         own, [](void* context, const AfterDisplayRecord*) { Trial::At(context, Where::AfterDisplay); }, &trial);
     const CorvaneOsdCallback overlay = [](void* context, OsdInfo*) { Trial::At(context, Where::Overlay); };
     Corvane_SetChannelOption(own, 56, reinterpret_cast<uint64_t>(overlay), reinterpret_cast<uint64_t>(&trial));
+    const CorvaneRawCallback raw = [](void* context, uint32_t, void*) { Trial::At(context, Where::Raw); };
+    if (trial.where == Where::Raw)    // while it is set, client filters run on both threads
+        Corvane_SetChannelOption(own, 18, reinterpret_cast<uint64_t>(&trial), reinterpret_cast<uint64_t>(raw));
+    Corvane_SetChannelOption(own, 16, CORVANE_PICTURE_I420, 0);
     Corvane_InsertFilter(own, &trial);
     Corvane_StartChannel(own, 0);
     const bool finished = Eventually([&] {
@@ -98,8 +102,8 @@ TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
     test::XServer server;
     test::XClient client(server.Display());
     const uintptr_t window = client.Create();
-    for (const Where where :
-         {Where::StreamInfo, Where::Filter, Where::Picture, Where::AfterDisplay, Where::Text, Where::Overlay})
+    for (const Where where : {Where::StreamInfo, Where::Filter, Where::Picture, Where::AfterDisplay, Where::Text,
+                              Where::Overlay, Where::Raw})
         for (const Call& call : test::Calls())
             for (const bool onOther : {false, true}) {
                 SCOPED_TRACE(testing::Message() << call.name << " from callback " << static_cast<int>(where)

@@ -28,4 +28,7 @@ static_assert(sizeof(DisplayArea) == 88 && offsetof(DisplayArea, overview) == 8 
               offsetof(DisplayArea, zoomEnabled) == 80);
 static_assert(sizeof(PseudoFrame) == 64 && offsetof(PseudoFrame, width) == 32 && offsetof(PseudoFrame, data) == 40 &&
               offsetof(PseudoFrame, header) == 56);
+static_assert(sizeof(RawPictureInfo) == 240 && offsetof(RawPictureInfo, pixels) == 16 &&
+              offsetof(RawPictureInfo, header) == 40 && offsetof(RawPictureInfo, count) == 160 &&
+              offsetof(RawPictureInfo, repeat) == 172);
 static_assert(sizeof(AfterDisplayRecord) == 40 && offsetof(AfterDisplayRecord, presentTime) == 16);

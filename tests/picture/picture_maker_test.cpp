@@ -52,13 +52,13 @@ TEST(PictureMaker, OutputsStayTheSame) {
                 lent.Memory()[i] = static_cast<uint8_t>(i * 7 + i / 251 + 1);    // padding included
             maker->SetQuality(60);
             maker->SetPrefix(3);
-            maker->Make();
+            EXPECT_EQ(maker->Make(), Status::Ok);
             digest.NoteEach(std::span(maker->GetData(), maker->GetSize()));
             // Asked again it lends the same memory and gives the same out, and a size that is refused changes nothing.
             const uint8_t* const output = maker->GetData();
             EXPECT_EQ(maker->GetBuffer({width, height}, again), Status::Ok);
             EXPECT_EQ(again.plane[0], lent.plane[0]);
-            maker->Make();
+            EXPECT_EQ(maker->Make(), Status::Ok);
             EXPECT_EQ(maker->GetData(), output);
             for (const auto& [badWidth, badHeight] : {std::pair{16385u, 1u}, {0u, 16u}})
                 EXPECT_EQ(maker->GetBuffer({badWidth, badHeight}, again), Status::Failed);

@@ -1,0 +1,135 @@
+// The turnstile of the raw callbacks, and raw sound.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "base/Thread.h"
+#include "present/RawDelivery.h"
+#include "support/Latch.h"
+#include "support/StreamMaker.h"
+
+namespace corvane {
+namespace {
+
+TEST(RawClient, OneAtATimeAndSettersWaitForTheRunningCallOnly) {
+    RawClient client;
+    std::atomic<int> inside{0}, faults{0}, turns{0};
+    std::atomic<bool> ended{false};
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 2; ++i)
+        callers.emplace_back([&] {
+            for (;;) {
+                const RawClient::Turn turn(client, [&] { return !ended; });
+                if (!turn)
+                    return;
+                faults += ++inside != 1;
+                std::this_thread::yield();
+                --inside;
+                ++turns;
+            }
+        });
+    for (int i = 0; i < 200; ++i)    // beside calls without an end
+        client.SetCallback(&RawSettings::first, {});
+    EXPECT_TRUE(test::Eventually([&] { return turns > 100; }));
+    ended = true;
+    client.Wake();
+    for (std::thread& caller : callers)
+        caller.join();
+    EXPECT_EQ(faults, 0);
+}
+
+TEST(RawDelivery, SoundOfAFrame) {
+    const std::vector<uint8_t> payload(80, 0xD5), samples(320, 7);
+    MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_ALAW, payload, true, 12'345);
+    header.headerSize = 3, header.payloadSize = 77;
+    const MediaFrameImpl frame(header);
+    struct Heard {
+        const std::vector<uint8_t>& samples;
+        int calls = 0;
+        static void Call(void* context, uint32_t code, void* record) {
+            auto& heard = *static_cast<Heard*>(context);
+            const auto& info = *static_cast<RawAudioInfo*>(record);
+            MediaFrameHeader header{};
+            std::memcpy(&header, info.header, sizeof info.header);
+            EXPECT_TRUE(code == CORVANE_RAW_SOUND && info.duration == 9 && info.size == 320 &&
+                        info.samples == heard.samples.data() && info.timeSeconds == 12 && info.timeMilliseconds == 345);
+            EXPECT_TRUE(header.payloadSize == 77 && header.data[3] == 0xD5);
+            ++heard.calls;
+        }
+    } heard{samples};
+    ClientFilterCalls filters;
+    RawDelivery raw(filters);
+    RawClient& client = raw.Client();
+    const struct {
+        const char* what;
+        std::function<void()> change;
+        bool goesOn;
+        int calls;
+    } rows[] = {
+        {"no callback", [] {}, true, 0},
+        {"the first",
+         [&] {
+             client.SetCallback(&RawSettings::first, {Heard::Call, &heard});
+         },
+         true, 1},
+        {"closing", [] {}, false, 0},
+        {"off", [&] { client.Set(&RawSettings::sound, false); }, true, 0},
+        {"pictures off, sound on",
+         [&] { client.Set(&RawSettings::sound, true), client.Set(&RawSettings::pictures, false); }, true, 1},
+        {"the second comes first",
+         [&] {
+             client.SetCallback(&RawSettings::first, {[](void*, uint32_t, void*) { FAIL(); }, nullptr});
+             client.SetCallback(&RawSettings::second, {Heard::Call, &heard});
+         },
+         true, 1},
+    };
+    for (const auto& row : rows) {
+        row.change();
+        heard.calls = 0;
+        raw.DeliverSound(frame, samples.data(), 320, [&] { return row.goesOn; });
+        EXPECT_EQ(heard.calls, row.calls) << row.what;
+    }
+}
+
+TEST(RawClient, AThreadThatWaitsGivesUpWhenItsReasonEnds) {
+    RawClient client;
+    std::atomic<bool> wanted{true};
+    const auto lookAtSettings = [&] { return client.WantsPictures(); };
+    const CorvaneRawCallback call = [](void*, uint32_t, void*) {};
+    client.SetCallback(&RawSettings::second, {call, nullptr});
+    const struct {
+        std::function<bool()> goesOn;
+        std::function<void()> end;
+    } rows[] = {
+        {[&] { return wanted.load(); }, [&] { wanted = false, client.Wake(); }},
+        {lookAtSettings, [&] { client.Set(&RawSettings::pictures, false); }},
+        {[&] { return static_cast<bool>(client.Settings().Callback()); },
+         [&] {
+             const Thread::ScopedOwner inCallback(&client);    // the setter does not wait there
+             client.SetCallback(&RawSettings::second, {});
+         }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        std::optional<RawClient::Turn> running(std::in_place, client, [] { return true; });
+        std::atomic<int> asked{0}, result{-1};
+        std::thread waiting([&] {
+            const RawClient::Turn turn(client, [&] { return ++asked, row.goesOn(); });
+            result = static_cast<bool>(turn);
+        });
+        EXPECT_TRUE(test::Eventually([&] { return asked == 1; }));
+        row.end();
+        EXPECT_TRUE(test::Eventually([&] { return result == 0; }));
+        running.reset();    // also ends a thread that does not give up
+        waiting.join();
+        EXPECT_EQ(result, 0);
+    }
+}
+
+}    // namespace
+}    // namespace corvane

@@ -86,6 +86,7 @@ TEST(AudioHolder, FramesThatAreRefusedLoseThemselvesOnly) {
         {"no count", kAac, aac, kAll, -1, 0},
         {"no room", kAac, aac, 2047, -1},
         {"just room", kAac, aac, 2048, 1024},
+        {"a second block of ones", kAac, aac + Bytes(aac.size(), 0xFF), kAll, -1, 2},
         {"no room for two channels", kAac, aacTwo, 4095, -1, 1, 16000, 2},
         {"no rate of the standard", kAac, aac, kAll, -1, 1, 16001},
         {"seven channels", kAac, aac, kAll, -1, 1, 16000, 7},
@@ -153,12 +154,12 @@ TEST(AudioHolder, G726IsExactInAllRatesAndPackings) {
     }
 }
 
-// Codes 2 5 6 1 4 5 6 2 of three bits, a byte at a time. The second byte, with the end of the third code to the begin
+// Codes 2 5 2 1 4 5 6 2 of three bits, a byte at a time. The second byte, with the end of the third code to the begin
 // of the sixth, is lost, and the others sound as if they had come alone.
 TEST(AudioHolder, CodesOfG726StayInPlaceAfterALostFrame) {
-    EXPECT_EQ(DecodeG726({0b010'101'11, 0b0'001'100'1, 0b01'110'010}, 3, true, 1),
+    EXPECT_EQ(DecodeG726({0b010'101'01, 0b0'001'100'1, 0b01'110'010}, 3, true, 1),
               DecodeG726({0b010'101'10, 0b1'110'010'0}, 3, true));
-    EXPECT_EQ(DecodeG726({0b10'101'010, 0b1'100'001'1, 0b010'110'10}, 3, false, 1),
+    EXPECT_EQ(DecodeG726({0b10'101'010, 0b1'100'001'0, 0b010'110'10}, 3, false, 1),
               DecodeG726({0b01'101'010, 0b0'010'110'1}, 3, false));
 }
 

@@ -130,13 +130,13 @@ TEST(Statistics, PicturesEndWhereTheyCouldBeShown) {
 // Only as much is written as the client's record holds, and its size is the number of bytes.
 TEST(Statistics, RecordSizeBoundsWhatIsWritten) {
     Client client;
-    for (const uint32_t size : {0u, 3u, 4u, 12u, 31u, 296u, 4000u}) {
+    for (const uint32_t size : {0u, 3u, 4u, 12u, 31u, 296u, 328u, 4000u}) {
         std::vector<uint8_t> bytes(5000, 0xA5);
         std::memcpy(bytes.data(), &size, sizeof size);
         auto* const record = reinterpret_cast<ChannelStatistics*>(bytes.data());
         EXPECT_EQ(Corvane_GetChannelStatistics(client.channel, record), size < 4 ? Status_InvalidArgument : Status_Ok);
-        EXPECT_EQ(record->recordSize, std::min(size, 296u));
-        const size_t written = size < 4 ? 4 : std::min(size, 296u);
+        EXPECT_EQ(record->recordSize, std::min(size, 328u));
+        const size_t written = size < 4 ? 4 : std::min(size, 328u);
         EXPECT_EQ(std::count(bytes.begin() + static_cast<ptrdiff_t>(written), bytes.end(), 0xA5),
                   static_cast<ptrdiff_t>(5000 - written))
             << size;

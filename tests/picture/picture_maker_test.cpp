@@ -34,15 +34,17 @@ TEST(PictureMaker, OutputsStayTheSame) {
                                      0xADE686462204A4E9, 0x1417EC2275394E06, 0x9922C2E26E186D82, 0x053C9EDDA74FFD49,
                                      0x8B51D61913B3A5CE, 0xCDF4AA155699C896, 0x7D4FCC9CA2428887, 0x7562FFFDA7F0B6B2,
                                      0xFD16BE56A179E635, 0xE98FD3158ABD2E34};
-    EXPECT_EQ(MakePicture(0), nullptr);
-    EXPECT_EQ(MakePicture(19), nullptr);
+    EXPECT_EQ(MakePicture(0, AlignedBuffer::Use::Brief), nullptr);
+    EXPECT_EQ(MakePicture(19, AlignedBuffer::Use::Brief), nullptr);
     for (uint32_t number = 1; number <= 18; ++number) {
         test::Digest digest;
         for (const auto& [width, height] : {std::pair(1u, 1u), {2u, 1u}, {5u, 7u}, {66u, 16u}, {33u, 3u}, {65u, 31u}}) {
             SCOPED_TRACE(testing::Message() << number << " " << width << "x" << height);
-            const PictureMakerPtr maker = MakePicture(number);
+            const PictureMakerPtr maker = MakePicture(number, AlignedBuffer::Use::Brief);
             ASSERT_NE(maker, nullptr);
             EXPECT_EQ(maker->GetData(), nullptr);
+            maker->SetQuality(60);
+            maker->SetPrefix(3);
             PictureView lent, again;
             ASSERT_EQ(maker->GetBuffer({width, height}, lent), Status::Ok);
             const uint32_t format = InMemory(lent);
@@ -50,8 +52,6 @@ TEST(PictureMaker, OutputsStayTheSame) {
             EXPECT_EQ(maker->TakesOverlay(), format == PF_I420 || format == PF_BGR24_FLIP);
             for (size_t i = 0; i < PictureBytes(format, width, height); ++i)
                 lent.Memory()[i] = static_cast<uint8_t>(i * 7 + i / 251 + 1);    // padding included
-            maker->SetQuality(60);
-            maker->SetPrefix(3);
             EXPECT_EQ(maker->Make(), Status::Ok);
             digest.NoteEach(std::span(maker->GetData(), maker->GetSize()));
             // Asked again it lends the same memory and gives the same out, and a size that is refused changes nothing.

@@ -181,6 +181,7 @@ Samples Synthesise(const std::vector<Doubles>& coefficients) {
 struct Stream {
     std::vector<Bytes> blocks;
     std::vector<Doubles> coefficients;    // that each decodes to
+    Bytes runsOut;                        // a block that is damaged: it spends more bits than it may
 };
 
 // One block for each 320 samples; the first transforms 320 zeros and the first samples.
@@ -212,8 +213,10 @@ Stream Encode(const Samples& samples, size_t blockBytes) {
                     AddNoise(region, category, deviation, next);
                 decoded.insert(decoded.end(), region.begin(), region.end());
             }
-            if (w.Count() > blockBytes * 8 && control < 15)
+            if (w.Count() > blockBytes * 8 && control < 15) {
+                stream.runsOut = Fill(w, blockBytes);
                 continue;
+            }
             words = next;
             stream.blocks.push_back(Fill(w, blockBytes));
             stream.coefficients.push_back(decoded);
@@ -310,9 +313,8 @@ int main(int argc, char** argv) {
         Write(folder + '/' + row.name + ".samples", decoded.data(), decoded.size() * 2);
         std::printf("%s: %.1f dB\n", row.name, SignalToNoise(row.samples, {decoded.begin() + 320, decoded.end()}));
     }
-    const Ints highest(14, 24), lowest(14, -15), middle(14, 13);
-    Bytes runsOut = Ones(middle, 1, 13, 0);
-    std::fill(runsOut.begin() + 12, runsOut.end(), uint8_t{0});
+    const Ints highest(14, 24), lowest(14, -15);
+    const Bytes runsOut = Encode(loud, 60).runsOut;
     const Bytes edges = Join({Ones(highest, 1, 24, 15), Ones(lowest, 13, -15, 15), Ones(highest, 1, 25, 15),
                               Ones(lowest, 13, -16, 15), runsOut, Ones(lowest, 1, -15, 0, 0xFE)});
     Write(folder + "/edges60.blocks", edges.data(), edges.size());

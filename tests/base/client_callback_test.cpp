@@ -1,14 +1,6 @@
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <chrono>
-#include <memory>
-#include <optional>
-#include <thread>
-
 #include "base/ClientCallback.h"
 #include "base/Thread.h"
-#include "support/Latch.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

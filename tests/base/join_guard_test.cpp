@@ -1,12 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <list>
-#include <memory>
-#include <vector>
 
 #include "base/JoinGuard.h"
 #include "base/Thread.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

@@ -1,12 +1,7 @@
 #include "base/Mutex.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <thread>
-#include <vector>
-
 #include "base/Published.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

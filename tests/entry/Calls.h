@@ -4,11 +4,9 @@
 
 #include <cairo.h>
 
-#include <functional>
-#include <vector>
-
 #include "corvane/corvane.h"
 #include "corvane/filter.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 

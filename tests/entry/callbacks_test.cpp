@@ -1,12 +1,8 @@
 // Every pair of callback and export: the call completes with its status, or is refused at once; none hangs.
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <thread>
-#include <vector>
 
 #include "entry/Calls.h"
 #include "support/Client.h"
+#include "support/Testing.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
 
@@ -16,64 +12,67 @@ namespace {
 using test::Call;
 using test::Eventually;
 
-enum class Where { StreamInfo, Filter, Picture, AfterDisplay, Text, Overlay, Raw };
-
-std::vector<uint8_t> OneJpeg() {
-    return test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
-}
+enum class Where { StreamInfo, Filter, Picture, AfterDisplay, Text, Overlay, Raw, RawSound };
 
 // Runs one call once, inside the callback that it is put into.
 struct Trial final : QMRX::Filter::IFilter {
     Trial(const Call& callToRun, Where place, bool otherChannel)
         : call(callToRun), where(place), onOther(otherChannel) {}
 
-    static void At(void* context, Where here) {
+    // As a callback of any kind.
+    template <Where kHere, typename... Arguments>
+    static void At(void* context, Arguments...) {
         auto& trial = *static_cast<Trial*>(context);
-        if (here != trial.where || trial.runs.fetch_add(1) != 0)
+        if (kHere != trial.where || trial.runs.fetch_add(1) != 0)
             return;
         trial.status = trial.call.call(trial.instance, trial.onOther ? trial.other : trial.own);
         trial.done = true;
     }
-    int32_t Process(QMRX::Filter::FilterArgs*) override { return At(this, Where::Filter), 0; }
+    int32_t Process(QMRX::Filter::FilterArgs*) override { return At<Where::Filter>(this), 0; }
 
     const Call& call;
     const Where where;
     const bool onOther;
-    void *instance = nullptr, *own = nullptr, *other = nullptr;
+    void *instance = test::NewInstance(), *own = nullptr, *other = test::NewChannel(instance);
     std::atomic<int> runs{0};
     std::atomic<uint32_t> status{0xDEAD};
     std::atomic<bool> done{false};
 };
 
 void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
-    ASSERT_EQ(Corvane_Initial(&trial.instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
     ChannelSettings settings{};
     settings.mask = 0x000F;
-    settings.osd = [](void* context, OsdInfo*) { Trial::At(context, Where::Text); };
-    settings.osdContext = &trial;
+    settings.osd = &Trial::At<Where::Text>;
+    settings.streamInfo = &Trial::At<Where::StreamInfo>;
+    settings.osdContext = settings.streamInfoContext = &trial;
     settings.window = window;
-    settings.streamInfo = [](void* context, uint32_t, uint64_t, uint64_t) { Trial::At(context, Where::StreamInfo); };
-    settings.streamInfoContext = &trial;
-    ASSERT_EQ(Corvane_CreateChannel(trial.instance, &trial.other, nullptr), Status_Ok);
     Corvane_StartChannel(trial.other, 0);
-    int64_t time = 1000;    // text is for frames with a wall-clock time
+    int64_t time = 1000;                        // text is for frames with a wall-clock time
+    const std::vector<uint8_t> silence(441);    // 10 ms; of all rates this one opens and closes fastest
     const auto feed = [&](void* channel) {
+        if (trial.where == Where::RawSound && channel == trial.own && time % 32 == 8) {
+            // No faster than it plays, since a full ring is lost; and one channel, since the driver has one device.
+            MediaFrameHeader sound = test::VideoHeader(CORVANE_STREAM_MULAW, silence, true, time);
+            sound.audioSampleRate = 44100;
+            sound.audioChannels = 1;
+            (void)Corvane_InputEncodedMediaFrame(channel, &sound);
+        }
         const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, time += 2);
         return Corvane_InputEncodedMediaFrame(channel, &header);
     };
     feed(trial.other);
     // Last: its text may come at once, and end the other channel.
-    ASSERT_EQ(Corvane_CreateChannel(trial.instance, &trial.own, &settings), Status_Ok);
-    void* const own = trial.own;
+    void* const own = trial.own = test::NewChannel(trial.instance, &settings);
     if (trial.where == Where::Picture)
-        Corvane_RegisterRawDataCallback(
-            own, [](void* context, const PseudoFrame*) { Trial::At(context, Where::Picture); }, &trial, 4, 0);
-    Corvane_RegisterAfterDisplayCallback(
-        own, [](void* context, const AfterDisplayRecord*) { Trial::At(context, Where::AfterDisplay); }, &trial);
-    const CorvaneOsdCallback overlay = [](void* context, OsdInfo*) { Trial::At(context, Where::Overlay); };
+        Corvane_RegisterRawDataCallback(own, &Trial::At<Where::Picture>, &trial, 4, 0);
+    Corvane_RegisterAfterDisplayCallback(own, &Trial::At<Where::AfterDisplay>, &trial);
+    const CorvaneOsdCallback overlay = &Trial::At<Where::Overlay>;
     Corvane_SetChannelOption(own, 56, reinterpret_cast<uint64_t>(overlay), reinterpret_cast<uint64_t>(&trial));
-    const CorvaneRawCallback raw = [](void* context, uint32_t, void*) { Trial::At(context, Where::Raw); };
-    if (trial.where == Where::Raw)    // while it is set, client filters run on both threads
+    const CorvaneRawCallback raw = [](void* context, uint32_t code, void* record) {
+        (code == CORVANE_RAW_SOUND ? &Trial::At<Where::RawSound, uint32_t, void*>
+                                   : &Trial::At<Where::Raw, uint32_t, void*>)(context, code, record);
+    };
+    if (trial.where == Where::Raw || trial.where == Where::RawSound)    // client filters then run on both threads
         Corvane_SetChannelOption(own, 18, reinterpret_cast<uint64_t>(&trial), reinterpret_cast<uint64_t>(raw));
     Corvane_SetChannelOption(own, 16, CORVANE_PICTURE_I420, 0);
     Corvane_InsertFilter(own, &trial);
@@ -98,12 +97,13 @@ void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
 }
 
 TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
-    const std::vector<uint8_t> jpeg = OneJpeg();
+    const std::vector<uint8_t> jpeg = test::OneJpeg();
+    setenv("SDL_AUDIODRIVER", "dummy", 1);
     test::XServer server;
     test::XClient client(server.Display());
     const uintptr_t window = client.Create();
     for (const Where where : {Where::StreamInfo, Where::Filter, Where::Picture, Where::AfterDisplay, Where::Text,
-                              Where::Overlay, Where::Raw})
+                              Where::Overlay, Where::Raw, Where::RawSound})
         for (const Call& call : test::Calls())
             for (const bool onOther : {false, true}) {
                 SCOPED_TRACE(testing::Message() << call.name << " from callback " << static_cast<int>(where)
@@ -113,26 +113,31 @@ TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
             }
 }
 
+// One of two callbacks that meet.
+struct Side {
+    void *instance = nullptr, *channel = nullptr;
+    Side* other = nullptr;
+    enum class Ends { Stops, Deletes, Releases } ends{};
+    std::atomic<int>* meeting = nullptr;
+    std::atomic<uint32_t> status{0xDEAD};
+
+    template <typename... Arguments>
+    static void Act(void* context, Arguments...) {
+        auto& side = *static_cast<Side*>(context);
+        if (side.status != 0xDEAD)
+            return;
+        ++*side.meeting;
+        while (*side.meeting < 2)    // both at once
+            std::this_thread::yield();
+        Side& other = *side.other;
+        side.status = side.ends == Ends::Stops     ? Corvane_StopChannel(other.channel)
+                      : side.ends == Ends::Deletes ? Corvane_DeleteChannel(other.instance, &other.channel)
+                                                   : Corvane_Release(&other.instance);
+    }
+};
+
 // Two callbacks, each of which ends the channel or instance of the other: one is refused, none hangs.
 TEST(Callbacks, CallbacksThatEndEachOther) {
-    struct Side {
-        void *instance = nullptr, *channel = nullptr;
-        Side* other = nullptr;
-        enum class Ends { Stops, Deletes, Releases } ends{};
-        std::atomic<int>* meeting = nullptr;
-        std::atomic<uint32_t> status{0xDEAD};
-
-        void Act() {
-            if (status != 0xDEAD)
-                return;
-            ++*meeting;
-            while (*meeting < 2)    // both at once
-                std::this_thread::yield();
-            status = ends == Ends::Stops     ? Corvane_StopChannel(other->channel)
-                     : ends == Ends::Deletes ? Corvane_DeleteChannel(other->instance, &other->channel)
-                                             : Corvane_Release(&other->instance);
-        }
-    };
     using enum Side::Ends;
     const struct {
         Side::Ends ends[2];
@@ -140,7 +145,7 @@ TEST(Callbacks, CallbacksThatEndEachOther) {
     } rows[] = {{{Stops, Stops}, true, {false, false}},      {{Deletes, Deletes}, true, {true, true}},
                 {{Releases, Releases}, false, {true, true}}, {{Releases, Deletes}, false, {true, true}},
                 {{Releases, Stops}, false, {false, false}},  {{Releases, Releases}, false, {false, true}}};
-    const std::vector<uint8_t> jpeg = OneJpeg();
+    const std::vector<uint8_t> jpeg = test::OneJpeg();
     for (int round = 0; round < 60; ++round) {
         const auto& row = rows[round % 6];
         SCOPED_TRACE(testing::Message() << "row " << round % 6);
@@ -148,26 +153,16 @@ TEST(Callbacks, CallbacksThatEndEachOther) {
         std::atomic<int> meeting{0};
         for (int i = 0; i < 2; ++i) {
             Side& side = sides[i];
-            if (i == 1 && row.oneInstance)
-                side.instance = sides[0].instance;
-            else
-                ASSERT_EQ(Corvane_Initial(&side.instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
+            side.instance = i == 1 && row.oneInstance ? sides[0].instance : test::NewInstance();
             ChannelSettings settings{};
             settings.mask = 0x0005;
             settings.streamInfoContext = &side;
-            settings.streamInfo = [](void* context, uint32_t, uint64_t, uint64_t) {
-                static_cast<Side*>(context)->Act();
-            };
-            for (int beside = 0; beside < 6; ++beside) {    // a release has more to end, which takes its time
-                void* channel = nullptr;
-                ASSERT_EQ(Corvane_CreateChannel(side.instance, &channel, nullptr), Status_Ok);
-            }
-            ASSERT_EQ(Corvane_CreateChannel(side.instance, &side.channel, row.onRenderThread[i] ? nullptr : &settings),
-                      Status_Ok);
+            settings.streamInfo = &Side::Act;
+            for (int beside = 0; beside < 6; ++beside)    // a release has more to end, which takes its time
+                (void)test::NewChannel(side.instance);
+            side.channel = test::NewChannel(side.instance, row.onRenderThread[i] ? nullptr : &settings);
             if (row.onRenderThread[i])
-                Corvane_RegisterRawDataCallback(
-                    side.channel, [](void* context, const PseudoFrame*) { static_cast<Side*>(context)->Act(); }, &side,
-                    4, 0);
+                Corvane_RegisterRawDataCallback(side.channel, &Side::Act, &side, 4, 0);
             side.other = &sides[1 - i];
             side.ends = row.ends[i];
             side.meeting = &meeting;
@@ -195,20 +190,18 @@ TEST(Callbacks, CallbacksThatEndEachOther) {
 TEST(Callbacks, ReleaseBesideCreationAndStills) {
     static constexpr int kMost = 3000;
     struct Shared {
-        void *instance = nullptr, *channel = nullptr;
+        void *instance = test::NewInstance(), *channel = test::NewChannel(instance);
         uintptr_t window = 0;
         std::atomic<int> calls{0};
         std::atomic<bool> releasing{false};
     };
-    const std::vector<uint8_t> jpeg = OneJpeg();
+    const std::vector<uint8_t> jpeg = test::OneJpeg();
     const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, 0);
     test::XServer server;
     test::XClient client(server.Display());
     for (int round = 0; round < 150; ++round) {
         Shared shared;
         shared.window = client.Create();
-        ASSERT_EQ(Corvane_Initial(&shared.instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
-        ASSERT_EQ(Corvane_CreateChannel(shared.instance, &shared.channel, nullptr), Status_Ok);
         if (round % 2 == 0)
             Corvane_RegisterAfterDisplayCallback(
                 shared.channel,
@@ -256,7 +249,7 @@ TEST(Callbacks, OfAnInstanceAndOfAChannel) {
                   &instance, [](void*, uint32_t, uint64_t, uint64_t) { ++infos[0]; },
                   [](void*, OsdInfo*) { ++texts[0]; }, 0, 0, 0, CORVANE_VERSION, 0, 0x00C08040),
               Status_Ok);
-    const std::vector<uint8_t> jpeg = OneJpeg();
+    const std::vector<uint8_t> jpeg = test::OneJpeg();
     for (const uint32_t mask : {0u, 3u, 3u | 4u, 3u | 8u}) {
         const bool own = mask != 0;
         const xcb_window_t window = client.Create();
@@ -267,8 +260,7 @@ TEST(Callbacks, OfAnInstanceAndOfAChannel) {
         settings.osdContext = &texts;
         settings.streamInfo = [](void* context, uint32_t, uint64_t, uint64_t) { contexts[0] = context, ++infos[1]; };
         settings.osd = [](void* context, OsdInfo*) { contexts[1] = context, ++texts[1]; };
-        void* channel = nullptr;
-        ASSERT_EQ(Corvane_CreateChannel(instance, &channel, &settings), Status_Ok);
+        void* channel = test::NewChannel(instance, &settings);
         EXPECT_TRUE(Eventually([&] { return (client.Read(window, {9, 9, 10, 10})[0] & 0xFFFFFF) == 0x4080C0; }));
         const int before[] = {infos[own], texts[own]};
         const int others[] = {infos[!own], texts[!own]};

@@ -1,16 +1,13 @@
-#include <gtest/gtest.h>
-
 #include <fstream>
-#include <functional>
 #include <limits>
 #include <set>
-#include <string>
 
 #include "channels/IChannel.h"
 #include "corvane/bitpacker.h"
 #include "corvane/jpegenc.h"
 #include "entry/Calls.h"
 #include "support/Client.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

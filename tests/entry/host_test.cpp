@@ -1,15 +1,14 @@
 // The library changes nothing in its host's process.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <locale.h>
 #include <signal.h>
 
-#include <array>
 #include <filesystem>
 #include <fstream>
 #include <set>
 
 #include "support/Client.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

@@ -1,11 +1,6 @@
 // Pictures and frames for the tests of the chain and its steps.
 #pragma once
 
-#include <cstdint>
-#include <memory>
-#include <random>
-#include <vector>
-
 #include "base/PictureLayout.h"
 #include "filters/FakeTessaro.h"
 #include "filters/FilterChain.h"
@@ -13,6 +8,7 @@
 #include "platform/Library.h"
 #include "support/GuardedBytes.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 

@@ -1,18 +1,10 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
 #include <deque>
-#include <numeric>
-#include <random>
-#include <stdexcept>
-#include <utility>
-#include <vector>
 
 #include "filters/ChainFixture.h"
 #include "filters/FilterDeInterlace.h"
 #include "filters/FilterPixelFormatChange.h"
 #include "filters/FilterResize.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

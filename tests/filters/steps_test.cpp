@@ -1,13 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstring>
 #include <numbers>
-#include <random>
-#include <utility>
-#include <vector>
 
 #include "base/FailurePoint.h"
 #include "filters/ChainFixture.h"
@@ -16,6 +8,7 @@
 #include "filters/FilterResize.h"
 #include "filters/RotateFilter.h"
 #include "support/GuardedBytes.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

@@ -1,19 +1,11 @@
-#include <gtest/gtest.h>
-
-#include <numeric>
-#include <random>
-#include <span>
 #include <sstream>
-#include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "base/Limits.h"
 #include "frame/MediaFrameImpl.h"
 #include "support/Digest.h"
 #include "support/GuardedBytes.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

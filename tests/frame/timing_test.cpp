@@ -1,16 +1,11 @@
-#include <gtest/gtest.h>
-
 #include <cmath>
-#include <cstdlib>
-#include <functional>
 #include <map>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "frame/JitterQueue.h"
 #include "frame/PaceClock.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

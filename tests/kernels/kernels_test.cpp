@@ -1,12 +1,5 @@
-#include <gtest/gtest.h>
 #include <hwy/highway.h>
 #include <hwy/targets.h>
-
-#include <algorithm>
-#include <array>
-#include <functional>
-#include <random>
-#include <vector>
 
 #include "base/AlignedBuffer.h"
 #include "kernels/Deinterlace.h"
@@ -21,6 +14,7 @@
 #include "kernels/YCbCrToRGB.h"
 #include "kernels/YUVToRGB16.h"
 #include "support/Plane.h"
+#include "support/Testing.h"
 
 namespace corvane::kernels {
 namespace {

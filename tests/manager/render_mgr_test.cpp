@@ -1,20 +1,11 @@
-#include <gtest/gtest.h>
-
-#include <array>
-#include <atomic>
-#include <functional>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "base/Log.h"
 #include "base/PictureLayout.h"
 #include "manager/RenderMgr.h"
-#include "support/Latch.h"
+#include "support/Calling.h"
 #include "support/PlainPicture.h"
 #include "support/ScriptedRenderer.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {
@@ -25,21 +16,11 @@ FramePtr Frame(int64_t timeMs, uint32_t width = 0, uint32_t height = 0, uint32_t
 
 // A manager without a window, a picture to show, and what its callbacks were told.
 struct RenderMgr : testing::Test {
-    RenderMgr() { manager.SetCallback(&PresentSettings::afterDisplay, {&AfterDisplay, this}); }
+    RenderMgr() { manager.SetCallback(&PresentSettings::afterDisplay, Calling(onShown)); }
     void Present(const FramePtr& frame) { manager.PresentFrame(frame, picture.Picture(), true); }
 
     // Keeps what the off-screen callback is given: all records, and the pixels of the last.
-    void KeepPictures(uint32_t format) {
-        manager.SetPictureCallback({[](void* context, const PseudoFrame* frame) {
-                                        auto& own = *static_cast<RenderMgr*>(context);
-                                        own.atPicture(*frame);
-                                        const std::lock_guard lock(own.mutex);
-                                        own.pictures.push_back(*frame);
-                                        own.pixels.assign(frame->data, frame->data + frame->size);
-                                    },
-                                    this},
-                                   format);
-    }
+    void KeepPictures(uint32_t format) { manager.SetPictureCallback(Calling(onPicture), format); }
     // The last record, once there are so many.
     PseudoFrame Await(size_t number) {
         EXPECT_TRUE(Eventually([&] {
@@ -49,40 +30,39 @@ struct RenderMgr : testing::Test {
         const std::lock_guard lock(mutex);
         return pictures.empty() ? PseudoFrame() : pictures.back();
     }
-    static void AfterDisplay(void* context, const AfterDisplayRecord* record) {
-        auto& own = *static_cast<RenderMgr*>(context);
-        own.atShown();
-        own.lastShown = *record;
-        ++own.shown;
-    }
-    static void Text(void* context, OsdInfo* info) {
-        auto& own = *static_cast<RenderMgr*>(context);
-        own.freshTexts += (info->flags & CORVANE_OSD_FRESH) != 0 ? 1 : 0;
-        ++own.texts;
-    }
-
     std::mutex mutex;
     std::vector<PseudoFrame> pictures;
     std::vector<uint8_t> pixels;
     std::function<void(const PseudoFrame&)> atPicture = [](const PseudoFrame&) {};
-    std::function<void()> atShown = [] {};
     std::atomic<int> shown{0}, texts{0}, freshTexts{0};
     AfterDisplayRecord lastShown{};
+    std::function<void(const PseudoFrame*)> onPicture = [this](const PseudoFrame* frame) {
+        atPicture(*frame);
+        const std::lock_guard lock(mutex);
+        pictures.push_back(*frame);
+        pixels.assign(frame->data, frame->data + frame->size);
+    };
+    std::function<void(const AfterDisplayRecord*)> onShown = [this](const AfterDisplayRecord* record) {
+        lastShown = *record;
+        ++shown;
+    };
+    std::function<void(OsdInfo*)> onText = [this](OsdInfo* info) {
+        freshTexts += (info->flags & CORVANE_OSD_FRESH) != 0 ? 1 : 0;
+        ++texts;
+    };
     PlainPicture picture{64, 48, 200};
     CRenderMgr manager{this, 0, 0};
 };
 
-using test::RendererScript;
-
 RendererScript* scripts[2];    // of the default renderer and of the plain one
 template <int Which>
 RendererPtr MakeScripted(const PresentSettings&, Clock&) {
-    return std::make_shared<test::ScriptedRenderer>(*scripts[Which]);
+    return std::make_shared<ScriptedRenderer>(*scripts[Which]);
 }
 constexpr auto kAny = [](uint32_t) { return true; };
 const RendererMaker kScripted[] = {{"DirectDraw", kAny, &MakeScripted<0>}, {"GDI", kAny, &MakeScripted<1>}};
 
-std::atomic<int> fallbackCodes, logLines;
+std::atomic<int> logLines;
 
 TEST_F(RenderMgr, FallBackTable) {
     const struct {
@@ -101,25 +81,24 @@ TEST_F(RenderMgr, FallBackTable) {
         if (level == 3)    // no other one is expected
             logLines += std::string(format) == "[%p] DirectDraw renderer failed, reset to GDI renderer" ? 1 : 100;
     };
+    std::atomic<int> fallbackCodes{0};
+    std::function<void(uint32_t, uint64_t, uint64_t)> onInfo = [&](uint32_t code, uint64_t a, uint64_t) {
+        fallbackCodes += code == CORVANE_INFO_FALLBACK && a == 2 ? 1 : 0;
+    };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         RendererScript first, second;
         first.traits.followsOnFailure = row.follows;
         first.refuseBuffers = !row.presentFails;
         first.failPresents = row.presentFails;
-        second.traits = {.name = "GDI",
-                         .needsWindow = true,
-                         .takesReferences = false,
-                         .scalesItself = false,
-                         .followsOnFailure = nullptr};
+        second.traits.name = "GDI";
+        second.traits.followsOnFailure = nullptr;
         scripts[0] = &first;
         scripts[1] = &second;
         logLines = fallbackCodes = 0;
         {
             CRenderMgr scripted(&first, 0, row.flags, Clock::System(), kScripted);
-            scripted.SetStreamInfo(
-                {[](void*, uint32_t code, uint64_t a, uint64_t) { fallbackCodes += code == 9 && a == 2 ? 1 : 0; },
-                 nullptr});
+            scripted.SetStreamInfo(Calling(onInfo));
             // No renderer has such a size, so none of them is asked, and none fails.
             scripted.PresentFrame(Frame(0, 60000, 60000), picture.Picture(), true);
             EXPECT_EQ(first.buffers, 0);
@@ -185,7 +164,11 @@ TEST_F(RenderMgr, RecordsOfAPicture) {
     MediaFrameHeader header = VideoHeader(CORVANE_STREAM_H264, {}, true, 1'234'567);
     header.timeSeconds = 86400 + 3661;    // 1970-01-02 01:01:01
     header.timeZoneSeconds = 3600;
-    Present(std::make_shared<MediaFrameImpl>(header));
+    for (const bool on : {false, true}) {    // while nothing is presented, the information stays fresh
+        manager.SetPresentEnabled(on);
+        Present(std::make_shared<MediaFrameImpl>(header));
+        ASSERT_TRUE(Eventually([&] { return shown == on + 1; }));
+    }
     const PseudoFrame frame = Await(1);
     EXPECT_EQ(frame.flags, 0x20u);
     EXPECT_EQ(frame.seconds * 1000 + frame.milliseconds, 1'234'567u);
@@ -198,7 +181,7 @@ TEST_F(RenderMgr, RecordsOfAPicture) {
     Present(std::make_shared<MediaFrameImpl>(header));
     const PseudoFrame next = Await(2);
     EXPECT_TRUE(next.flags == 0 && next.seconds == 9 && next.timeZone == 7);
-    ASSERT_TRUE(Eventually([&] { return shown == 2; }));
+    ASSERT_TRUE(Eventually([&] { return shown == 3; }));
     EXPECT_EQ(lastShown.presentTime.seconds * 1000 + lastShown.presentTime.milliseconds, 1'234'567u);
     EXPECT_EQ(lastShown.baseTime.seconds, 9u);
     // Sound in the place of pictures: a notice without a picture, once a second of the frames.
@@ -240,7 +223,10 @@ TEST_F(RenderMgr, ASlowCallbackLosesPicturesAndNothingElse) {
 // and once; without a text callback nothing is kept for it. A redraw is one text, and so are pictures after another
 // state.
 TEST_F(RenderMgr, TextFollowsPolicyRedrawsAndFreshInformation) {
-    manager.SetCallback(&PresentSettings::osd, {&Text, this});
+    const auto setText = [&](bool on) {
+        manager.SetCallback(&PresentSettings::osd, on ? Calling(onText) : ClientCallback<CorvaneOsdCallback>());
+    };
+    setText(true);
     manager.SetOsdPolicy(2);    // by the frame's second
     const auto presented = [&](const std::function<void()>& call) {
         const int before = shown;
@@ -259,12 +245,8 @@ TEST_F(RenderMgr, TextFollowsPolicyRedrawsAndFreshInformation) {
         {1080, nothing, 0},
         {2000, nothing, 1, 1},
         {3000, nothing, 1},
-        {3040, [&] { manager.Stop(false), manager.SetCallback(&PresentSettings::osd, {}); }, 0},
-        {3080,
-         [&] {
-             manager.SetCallback(&PresentSettings::osd, {&Text, this});
-         },
-         1},
+        {3040, [&] { manager.Stop(false), setText(false); }, 0},
+        {3080, [&] { setText(true); }, 1},
         {3120, [&] { EXPECT_TRUE(presented([&] { manager.RequestRedraw(); })); }, 1},
         {3160, [&] { manager.ResetToStopped(); }, 1},
         {3200, [&] { manager.SetOsdPolicy(CORVANE_TEXT_ALWAYS); }, 0},
@@ -334,21 +316,6 @@ TEST_F(RenderMgr, DisplayAreaFieldsFollowTheMask) {
     EXPECT_EQ(told(), (std::array<int64_t, 4>{10, 10, 1, 4}));
 }
 
-// What a client takes away may be freed when the call returns: a call into it that runs is waited for.
-TEST_F(RenderMgr, TakingAwayWaitsForTheRunningCall) {
-    Gate entered;
-    atShown = [&] {
-        entered.Open();
-        std::this_thread::sleep_for(std::chrono::milliseconds(40));
-    };
-    Present(Frame(40));
-    ASSERT_TRUE(entered.Wait());
-    manager.RequestRedraw();    // the next pass is due when the call ends: it must not call again
-    manager.SetCallback(&PresentSettings::afterDisplay, {});
-    manager.End();
-    EXPECT_EQ(shown, 1);
-}
-
 // The picture from before a waiting state is not shown again, also where the render thread, which is inside a call, saw
 // nothing of that state, and the next picture was taken back.
 TEST_F(RenderMgr, APictureFromBeforeAWaitingStateDoesNotComeBack) {
@@ -364,15 +331,11 @@ TEST_F(RenderMgr, APictureFromBeforeAWaitingStateDoesNotComeBack) {
     ASSERT_TRUE(inCall.Wait());
     manager.Stop(true);
     manager.PresentFrame(Frame(80), picture.Picture(), false);
-    struct Held final : QMRX::Filter::IFilter {    // runs after the buffer of the second picture was taken back
-        Gate* go = nullptr;
-        int32_t Process(QMRX::Filter::FilterArgs*) override {
-            go->Open();
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            return 0;
-        }
-    } held;
-    held.go = &go;
+    CallingFilter held([&](QMRX::Filter::FilterArgs*) {    // after the buffer of the second picture was taken back
+        go.Open();
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        return 0;
+    });
     EXPECT_EQ(manager.InsertFilter(&held), Status::Ok);
     manager.PresentFrame(Frame(120), picture.Picture(), false);
     EXPECT_EQ(Await(2).header->timeMilliseconds, 120u);

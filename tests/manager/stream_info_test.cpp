@@ -1,12 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <optional>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "manager/StreamInfo.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

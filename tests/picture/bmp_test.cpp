@@ -1,13 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <random>
-#include <span>
-#include <vector>
-
 #include "picture/BmpFile.h"
 #include "support/Digest.h"
 #include "support/GuardedBytes.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

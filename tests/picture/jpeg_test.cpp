@@ -1,18 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <numeric>
-#include <random>
-#include <span>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
 #include "picture/jpeg/JpegEncoder.h"
 #include "support/Digest.h"
 #include "support/GuardedBytes.h"
 #include "support/Plane.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

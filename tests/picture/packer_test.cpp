@@ -1,13 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <random>
-#include <span>
-#include <vector>
-
 #include "corvane/bitpacker.h"
 #include "support/Digest.h"
 #include "support/GuardedBytes.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

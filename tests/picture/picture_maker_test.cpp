@@ -1,16 +1,10 @@
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <cstring>
-#include <span>
-#include <vector>
-
 #include "base/PictureLayout.h"
 #include "picture/OverlayBlend.h"
 #include "picture/PictureMaker.h"
 #include "platform/raster/Raster.h"
 #include "support/Digest.h"
 #include "support/GuardedBytes.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

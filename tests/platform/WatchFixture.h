@@ -1,15 +1,8 @@
 // What the tests of watches, sinks and grabs share: a server with a client, watches of its windows, and their news.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cstdint>
-#include <functional>
-#include <utility>
-
 #include "platform/x11/WindowWatch.h"
-#include "support/Latch.h"
+#include "support/Testing.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
 

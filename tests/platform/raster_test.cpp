@@ -1,15 +1,11 @@
 #include "platform/raster/Raster.h"
 
 #include <cairo.h>
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <utility>
-#include <vector>
 
 #include "base/Limits.h"
 #include "platform/raster/DrawContext.h"
 #include "platform/raster/Surface.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

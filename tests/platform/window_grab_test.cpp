@@ -1,10 +1,6 @@
-#include <chrono>
-#include <cstring>
-#include <functional>
-#include <string>
-
 #include "platform/WatchFixture.h"
 #include "platform/x11/WindowGrab.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {
@@ -28,6 +24,10 @@ struct Scene {
 using WindowGrabs = OnServer;
 
 TEST_F(WindowGrabs, ShowsTheWindowWhereItCanBeSeenAndTheLastPictureElsewhere) {
+    const auto covered = [](XClient::Options options) {
+        options.background = kCover;
+        return [=](const Scene& s) { s.client.Create(options); };
+    };
     const struct {
         const char* name;
         std::function<void(const Scene&)> happens;
@@ -35,17 +35,14 @@ TEST_F(WindowGrabs, ShowsTheWindowWhereItCanBeSeenAndTheLastPictureElsewhere) {
         bool hasLast = true;
     } rows[] = {
         {"uncovered", [](const Scene&) {}, "SSSS"},
-        {"a child shows", [](const Scene& s) { s.client.Create({.parent = s.window, .background = kCover}); }, "CCCC"},
-        {"right half covered by a sibling of the parent",
-         [](const Scene& s) { s.client.Create({.x = 160, .y = 0, .width = 400, .height = 400, .background = kCover}); },
-         "SLSL"},
+        {"a child shows", [](auto& s) { s.client.Create({.parent = s.window, .background = kCover}); }, "CCCC"},
+        {"right half covered by a sibling of the parent", covered({.x = 160, .width = 400, .height = 400}), "SLSL"},
         {"bottom covered by a sibling's border",
-         [](const Scene& s) {
+         [](auto& s) {
              s.client.Create({.parent = s.parent, .x = -10, .y = 60, .width = 210, .height = 1, .border = 20});
          },
          "SSLL"},
-        {"left half covered, without a last picture",
-         [](const Scene& s) { s.client.Create({.width = 160, .height = 400, .background = kCover}); }, "-S-S", false},
+        {"left half covered, without a last picture", covered({.width = 160, .height = 400}), "-S-S", false},
         {"above, but unmapped, or for input only, or below",
          [](const Scene& s) {
              s.client.Create({.width = 400, .height = 400, .background = kCover});
@@ -55,12 +52,12 @@ TEST_F(WindowGrabs, ShowsTheWindowWhereItCanBeSeenAndTheLastPictureElsewhere) {
              s.client.Fill(s.window, {0, 0, 100, 80}, kShown);
          },
          "SSSS"},
-        {"left and top off the screen", [](const Scene& s) { s.client.Move(s.parent, -50, -50); }, "LLLS"},
-        {"cut by the parent", [](const Scene& s) { s.client.Resize(s.parent, 60, 200); }, "SLSL"},
-        {"wholly off the screen", [](const Scene& s) { s.client.Move(s.parent, 900, 900); }, "LLLL"},
-        {"unmapped", [](const Scene& s) { s.client.Unmap(s.parent); }, "LLLL"},
-        {"unmapped, no last picture", [](const Scene& s) { s.client.Unmap(s.parent); }, "", false},
-        {"dead", [](const Scene& s) { s.client.Destroy(s.parent); }, ""},
+        {"left and top off the screen", [](auto& s) { s.client.Move(s.parent, -50, -50); }, "LLLS"},
+        {"cut by the parent", [](auto& s) { s.client.Resize(s.parent, 60, 200); }, "SLSL"},
+        {"wholly off the screen", [](auto& s) { s.client.Move(s.parent, 900, 900); }, "LLLL"},
+        {"unmapped", [](auto& s) { s.client.Unmap(s.parent); }, "LLLL"},
+        {"unmapped, no last picture", [](auto& s) { s.client.Unmap(s.parent); }, "", false},
+        {"dead", [](auto& s) { s.client.Destroy(s.parent); }, ""},
     };
     Raster last;
     ASSERT_TRUE(last.Resize(120, 90));

@@ -1,21 +1,13 @@
 #include <sched.h>
 #include <signal.h>
 
-#include <algorithm>
-#include <array>
-#include <cstring>
-#include <memory>
-#include <random>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "base/FailurePoint.h"
 #include "base/Log.h"
 #include "platform/WatchFixture.h"
 #include "platform/x11/WindowSink.h"
 #include "support/Mappings.h"
 #include "support/SteppedClock.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

@@ -1,15 +1,8 @@
-#include <algorithm>
-#include <array>
-#include <chrono>
-#include <memory>
-#include <optional>
-#include <thread>
-#include <vector>
-
 #include "base/FailurePoint.h"
 #include "platform/WatchFixture.h"
 #include "platform/x11/WatchState.h"
 #include "support/Mappings.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {
@@ -30,10 +23,6 @@ struct Family {
 };
 
 TEST_F(WindowWatches, Happenings) {
-    const auto reparented = [](const Family& f) {
-        f.client.Reparent(f.parent, 0, 0, 0);
-        f.client.Move(f.parent, 7, 9);
-    };
     const auto adopted = [](const Family& f) {
         const xcb_window_t other = f.client.Create({.x = 5, .y = 5, .width = 200, .height = 200});
         f.client.Reparent(f.window, other, 1, 1);
@@ -48,13 +37,18 @@ TEST_F(WindowWatches, Happenings) {
         Size inside;
         bool viewable;
     } rows[] = {
-        {"resized", [](const Family& f) { f.client.Resize(f.window, 60, 50); }, 140, 110, {60, 50}, true},
-        {"parent moved", [](const Family& f) { f.client.Move(f.parent, 31, 42); }, 141, 112, {100, 80}, true},
-        {"grandparent moved", [](const Family& f) { f.client.Move(f.grandparent, 0, 0); }, 40, 60, {100, 80}, true},
-        {"grandparent unmapped", [](const Family& f) { f.client.Unmap(f.grandparent); }, 140, 110, {100, 80}, false},
-        {"parent reparented, then moved", reparented, 17, 29, {100, 80}, true},
+        {"resized", [](auto& f) { f.client.Resize(f.window, 60, 50); }, 140, 110, {60, 50}, true},
+        {"parent moved", [](auto& f) { f.client.Move(f.parent, 31, 42); }, 141, 112, {100, 80}, true},
+        {"grandparent moved", [](auto& f) { f.client.Move(f.grandparent, 0, 0); }, 40, 60, {100, 80}, true},
+        {"grandparent unmapped", [](auto& f) { f.client.Unmap(f.grandparent); }, 140, 110, {100, 80}, false},
+        {"parent reparented, moved",
+         [](auto& f) { f.client.Reparent(f.parent, 0, 0, 0), f.client.Move(f.parent, 7, 9); },
+         17,
+         29,
+         {100, 80},
+         true},
         {"reparented, the new parent unmapped and moved", adopted, 51, 61, {100, 80}, false},
-        {"grandparent destroyed", [](const Family& f) { f.client.Destroy(f.grandparent); }, -1, -1, {}, false},
+        {"grandparent destroyed", [](auto& f) { f.client.Destroy(f.grandparent); }, -1, -1, {}, false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -138,21 +132,19 @@ TEST(WindowWatch, WhatIsNoWindowIsDead) {
 
     XServer server;
     XClient client(server.Display());
-    const xcb_window_t window = client.Create();
+    const xcb_window_t window = client.Create(), gone = client.Create(), next = client.Create();
+    client.Destroy(gone);
     for (uint64_t n = 1; n <= 3; ++n) {    // the eventfd, the thread, the connecting
         failure::Arm(~0u, n, true);
         EXPECT_TRUE(dies(window)) << n;
         failure::Disarm();
     }
-    const xcb_window_t gone = client.Create();
-    client.Destroy(gone);
     const WindowWatchPtr alive = OpenAlive(window);
     for (const uintptr_t id : {uintptr_t{gone}, uintptr_t{12345678}, uintptr_t{1} << 40 | window, ~uintptr_t{0}})
         EXPECT_TRUE(dies(id)) << id;
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 
     // A dead watch is never shared, even while somebody holds it.
-    const xcb_window_t next = client.Create();
     const WindowWatchPtr first = OpenAlive(next);
     client.Destroy(next);
     ASSERT_TRUE(Eventually([&] { return first->GetLife() == Life::Dead; }));
@@ -209,13 +201,12 @@ TEST_F(WindowWatches, ListenersComeAndGoUnderFire) {
         threads.emplace_back([&](const std::stop_token& stop) {
             while (!stop.stop_requested()) {
                 std::atomic<bool> added{true};
-                {
-                    const Hearing hearing(watch, [&] {
-                        std::this_thread::yield();
-                        EXPECT_TRUE(added);
-                    });
+                auto hearing = std::make_unique<Hearing>(watch, [&] {
                     std::this_thread::yield();
-                }
+                    EXPECT_TRUE(added);
+                });
+                std::this_thread::yield();
+                hearing = nullptr;
                 added = false;
                 std::this_thread::yield();
             }
@@ -239,18 +230,18 @@ TEST(Beam, IsBelievedWhereModeAndRefreshesAgree) {
     constexpr int64_t kStart = 7'000'000'000'000, kSecond = 1'000'000'000;
     const struct {
         const char* name;
-        uint64_t clock;    // Hz, of 2200 x 1125
-        uint64_t count;    // of the second refresh, a second after the first
-        int64_t late;      // ns
-        bool told;
-    } rows[] = {{"agree", 148'500'000, 60, 0, true},
-                {"the monitor's own clock", 148'500'000, 60, 4'000'000, true},
-                {"another rate", 185'625'000, 60, 0, false},
-                {"a little off", 148'500'000, 60, 6'000'000, false},
-                {"made up", 0, 60, 0, false},
-                {"refreshes do not go on", 148'500'000, 0, 0, false},
-                {"refreshes go back", 148'500'000, static_cast<uint64_t>(-60), 0, false},
-                {"another clock", 148'500'000, 60, 2 * kSecond, false}};
+        uint64_t clock = 148'500'000;    // Hz, of 2200 x 1125
+        uint64_t count = 60;             // of the second refresh, a second after the first
+        int64_t late = 0;                // ns
+        bool told = false;
+    } rows[] = {{.name = "agree", .told = true},
+                {.name = "the monitor's own clock", .late = 4'000'000, .told = true},
+                {.name = "another rate", .clock = 185'625'000},
+                {.name = "a little off", .late = 6'000'000},
+                {.name = "made up", .clock = 0},
+                {.name = "refreshes do not go on", .count = 0},
+                {.name = "refreshes go back", .count = static_cast<uint64_t>(-60)},
+                {.name = "another clock", .late = 2 * kSecond}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         BeamMeasure measure;
@@ -389,10 +380,10 @@ TEST_F(EventThread, AnOldAnswerIsNoNews) {
 TEST_F(EventThread, BeamOfAServer) {
     const auto told = [&] { return watch->GetBeam().has_value(); };
     const auto staysUntold = [&] {
+        bool seen = false;
         for (int i = 0; i < 25; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(100)))
-            if (told())
-                return false;
-        return true;
+            seen |= told();
+        return !seen;
     };
     EXPECT_TRUE(staysUntold()) << "its own mode has no timings";
     ASSERT_TRUE(client.SetMode(60 * 1000 * 600, 1000, 600));

@@ -1,9 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "render/TearWait.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

@@ -1,21 +1,10 @@
 // A manager on real windows: pictures of states, and what happens to windows meanwhile.
 #include <cairo.h>
-#include <gtest/gtest.h>
 #include <malloc.h>
 
-#include <algorithm>
-#include <array>
-#include <atomic>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
-#include <functional>
 #include <future>
-#include <memory>
-#include <mutex>
-#include <numeric>
-#include <random>
-#include <thread>
+#include <list>
 
 #include "base/Log.h"
 #include "base/Sanitized.h"
@@ -26,14 +15,15 @@
 #include "render/DDrawRenderer.h"
 #include "render/GDIRenderer.h"
 #include "render/PseudoRenderer.h"
+#include "support/Calling.h"
 #include "support/Client.h"
-#include "support/Latch.h"
 #include "support/Mappings.h"
 #include "support/PlainPicture.h"
 #include "support/RendererHand.h"
 #include "support/ScriptedRenderer.h"
 #include "support/SteppedClock.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
 
@@ -49,43 +39,31 @@ FramePtr FrameAt(int64_t timeMs) {
     return test::MakeFrame(CORVANE_STREAM_JPEG, {1}, true, timeMs);
 }
 
+using TextCall = std::function<void(OsdInfo*)>;
+
 // Remembers the last text call, and marks the pixel (1, 1) with the flags of each.
 struct Text {
-    std::atomic<uint32_t> calls{0}, size{0}, seconds{0}, clock{0}, flags{0};
-
-    static void Draw(void* context, OsdInfo* info) {
-        auto& self = *static_cast<Text*>(context);
+    std::atomic<uint32_t> calls{0}, size{0}, seconds{0}, clock{0}, counter{0}, flags{0};
+    TextCall call = [this](OsdInfo* info) {
         cairo_set_source_rgb(info->deviceContext, info->flags / 255.0, 0, 1);
         cairo_rectangle(info->deviceContext, 1, 1, 1, 1);
         cairo_fill(info->deviceContext);
-        self.size = info->width * 1000 + info->height;
-        self.seconds = info->timeSeconds;
-        self.clock = static_cast<uint32_t>(info->time->tm_hour * 100 + info->time->tm_min);
-        self.flags = info->flags;    // last: what is waited for
-        ++self.calls;
-    }
-};
-
-struct Ticks final : test::SteppedClock {
-    bool WaitUntil(Condition& condition, MutexLock& lock, int64_t deadline) override {
-        EXPECT_EQ(deadline - now, 500'000'000);
-        return SteppedClock::WaitUntil(condition, lock, deadline);
-    }
+        size = info->width * 1000 + info->height;
+        seconds = info->timeSeconds;
+        clock = static_cast<uint32_t>(info->time->tm_hour * 100 + info->time->tm_min);
+        counter = info->counter;
+        flags = info->flags;    // last: what is waited for
+        ++calls;
+    };
 };
 
 constexpr uint16_t kSide = 64;    // of windows and pictures
 
 // A manager, and what its callbacks have counted.
 struct Channel {
-    Channel(xcb_window_t window, uint32_t flags, RendererMakers makers = BuiltRenderers())
-        : manager(this, window, flags, Clock::System(), makers) {
-        manager.SetCallback(
-            &PresentSettings::afterDisplay,
-            {[](void* self, const AfterDisplayRecord*) { ++static_cast<Channel*>(self)->presents; }, this});
-        manager.SetStreamInfo({[](void* self, uint32_t code, uint64_t, uint64_t) {
-                                   static_cast<Channel*>(self)->replaced += code == 9 ? 1 : 0;
-                               },
-                               this});
+    Channel(xcb_window_t window, uint32_t flags) : manager(this, window, flags) {
+        manager.SetCallback(&PresentSettings::afterDisplay, test::Calling(onDisplay));
+        manager.SetStreamInfo(test::Calling(onInfo));
     }
     // A picture of one grey.
     void Push(uint8_t grey, int64_t timeMs = 40) {
@@ -98,9 +76,24 @@ struct Channel {
         return Eventually([&] { return presents > before; });
     }
 
+    // Calls the client with each text, after the ones that are told now.
+    void SetText(TextCall& call) { manager.SetCallback(&PresentSettings::osd, test::Calling(call)); }
+
     std::atomic<int> presents{0}, replaced{0};
+    std::function<void(const AfterDisplayRecord*)> onDisplay = [this](const AfterDisplayRecord*) { ++presents; };
+    std::function<void(uint32_t, uint64_t, uint64_t)> onInfo = [this](uint32_t code, uint64_t, uint64_t) {
+        replaced += code == CORVANE_INFO_FALLBACK ? 1 : 0;
+    };
     CRenderMgr manager;
 };
+
+// An overview in a window, with the mask that sets it.
+DisplayArea OverviewIn(xcb_window_t window) {
+    DisplayArea area{};
+    area.overviewIsWindow = area.overviewEnabled = 1;
+    area.overview.window = window;
+    return area;
+}
 
 WindowWatchPtr Viewable(xcb_window_t window) {
     WindowWatchPtr watch = WindowWatch::Open(window, WindowWatch::Purpose::Draw);
@@ -121,31 +114,9 @@ struct Passes : test::RendererHand {
         return Eventually([&] { return Pass(*renderer) == outcome; });
     }
 
-    Ticks clock;
+    test::SteppedClock clock;
     std::unique_ptr<IVideoRenderer> renderer;
 };
-
-// Both renderers as they are, which tell the size of each picture: width x 1000 + height.
-std::atomic<uint32_t> madeSize{0};
-template <typename Renderer>
-using Told = test::RelayingRenderer<Renderer>;
-template <typename Renderer>
-const typename Told<Renderer>::Hooks kTellSize{
-    {}, [](const FinishedPicture& picture, Outcome) {
-        if (const SharedPicture* const reference = picture.Reference())
-            madeSize = reference->View().size.width * 1000 + reference->View().size.height;
-        else if (picture.Buffer() != nullptr)
-            madeSize = picture.Buffer()->view.size.width * 1000 + picture.Buffer()->view.size.height;
-    }};
-const RendererMaker kTelling[] = {{"DirectDraw", [](uint32_t flags) { return (flags & kGdiFlags) == 0; },
-                                   [](const PresentSettings& settings, Clock& clock) -> RendererPtr {
-                                       return std::make_shared<Told<CDDrawRenderer>>(
-                                           kTellSize<CDDrawRenderer>, settings, Blitter::Processor(), clock);
-                                   }},
-                                  {"GDI", [](uint32_t) { return true; },
-                                   [](const PresentSettings&, Clock& clock) -> RendererPtr {
-                                       return std::make_shared<Told<CGDIRenderer>>(kTellSize<CGDIRenderer>, clock);
-                                   }}};
 
 // With the flags of the default and of the plain renderer.
 class WindowLife : public testing::TestWithParam<uint32_t> {
@@ -193,14 +164,18 @@ TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
     info.area.overviewIsWindow = 1;
     EXPECT_EQ(passes.Pass(*passes.renderer), NotDue) << "no picture yet";
     std::vector<OsdInfo> texts;
+    TextCall keep = [&](OsdInfo* text) { texts.push_back(*text); };
     info.background = kBlue;
     info.osdPolicy = 2 | 1;    // the wall clock stands still, and does not count to the default renderer
-    info.osd = {[](void* calls, OsdInfo* text) { static_cast<std::vector<OsdInfo>*>(calls)->push_back(*text); },
-                &texts};
+    info.osd = test::Calling(keep);
     passes.flags.textFresh = true;
     const bool isPlain = GetParam() != 0;
     uint32_t side = 32;    // of the picture
     const WindowWatchPtr watch = info.window;
+    const auto widen = [&] {
+        m_client.Resize(window, 70, 64);
+        EXPECT_TRUE(Eventually([&] { return watch->ClientSize().width == 70; }));
+    };
     const struct {
         const char* name;
         std::function<void()> change;
@@ -211,18 +186,12 @@ TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
         {"no time", [&] { passes.shown.frame = FrameAt(0); }, 2, false, 0, 1},
         {"a second", [&] { passes.shown.frame = FrameAt(5000); }, 2, false, 1, 1},
         {"another second", [&] { passes.shown.frame = FrameAt(6000); }, 2, false, 1, 1},
-        {"another second, which does not count", [&] { passes.shown.frame = FrameAt(7000), info.osdPolicy = 1; }, 2,
-         false, 0, 0},
+        {"one that does not count", [&] { passes.shown.frame = FrameAt(7000), info.osdPolicy = 1; }, 2, false, 0, 0},
         {"a margin", [&] { info.margin.left = 10; }, 5, true, 1, 0},
         {"a wider margin", [&] { info.margin.left = 20; }, 15, true, 1, 0},
         {"full window", [&] { info.fullWindow = true; }, 15, false, 0, 0},
         {"full window off", [&] { info.fullWindow = false; }, 15, true, 1, 1},
-        {"a larger window",
-         [&] {
-             m_client.Resize(window, 70, 64);
-             EXPECT_TRUE(Eventually([&] { return watch->ClientSize().width == 70; }));
-         },
-         15, true, 1, 1},
+        {"a larger window", widen, 15, true, 1, 1},
         {"a border", [&] { info.border.left = 4, info.hasBorder = true; }, 3, true, 1, 0},
         {"another border", [&] { info.border = {.left = 32}; }, 24, isPlain, 1, 0},
         {"a smaller picture within it",
@@ -278,7 +247,7 @@ TEST_P(WindowLife, States) {
     Channel channel(window, GetParam());
     CRenderMgr& manager = channel.manager;
     manager.SetBackground(kBlue);
-    manager.SetCallback(&PresentSettings::osd, {&Text::Draw, &text});
+    channel.SetText(text.call);
     manager.RequestRedraw();
     const auto frame = FrameAt(90'061'007);
     const struct {
@@ -303,6 +272,7 @@ TEST_P(WindowLife, States) {
         if (row.seconds == 90'061)
             EXPECT_EQ(text.clock, 101u);
     }
+    EXPECT_TRUE(Eventually([&] { return text.counter == 2; })) << "the steps of a wait";
     channel.Push(90);
     EXPECT_TRUE(Shows(window, Grey(90)));
 
@@ -328,10 +298,7 @@ TEST_P(WindowLife, WhatHappensToAWindow) {
     Channel channel(window, GetParam());
     CRenderMgr& manager = channel.manager;
     manager.SetMargin(&Edges::top, 10);
-    DisplayArea area{};
-    area.overviewIsWindow = area.overviewEnabled = 1;
-    area.overview.window = second;
-    EXPECT_EQ(manager.SetDisplayArea(area, 33), Status::Ok);
+    EXPECT_EQ(manager.SetDisplayArea(OverviewIn(second), 1 | 32), Status::Ok);
     channel.Push(100);
     EXPECT_TRUE(Shows(window, Grey(100)) && Shows(second, Grey(100)));
 
@@ -391,44 +358,37 @@ TEST_P(WindowLife, WhatHappensToAWindow) {
     EXPECT_EQ(channel.replaced, 0);
 }
 
-// A window that is its own overview is one image, drawn and put once: nobody sees the zoomed part without the whole.
-TEST_P(WindowLife, ItsOwnOverviewIsOneImage) {
-    const xcb_window_t window = Window();
-    test::PlainPicture halves(kSide, kSide, 50);
-    for (int i = 0; i < kSide * kSide; ++i)
-        halves.frame.planes[0][i] = i % kSide < kSide / 2 ? 50 : 200;
-    Channel channel(window, GetParam());
-    DisplayArea area{};
-    area.overviewIsWindow = area.overviewEnabled = area.zoomEnabled = 1;
-    area.overview.window = window;
-    area.zoom = {{10, 10, 42, 74}};    // the left half
-    (void)Viewable(window);
-    EXPECT_EQ(channel.manager.SetDisplayArea(area, 1 | 4 | 16 | 32), Status::Ok);
-    channel.manager.PresentFrame(FrameAt(40), halves.Picture(), true);
-    EXPECT_TRUE(Shows(window, Grey(200), 60) && Shows(window, Grey(50), 20));
-    for (int i = 0; i < 100; ++i) {
-        channel.manager.PresentFrame(FrameAt(40 * i), halves.Picture(), true);
-        EXPECT_EQ(Pixel(window, 60, 40), Grey(200));
+// A window that is its own overview is one image, drawn and put once: nobody sees the zoomed part without the whole. An
+// odd last column has no colour: the default renderer leaves it out. The plain renderer gets it unwritten.
+TEST_P(WindowLife, ItsOwnOverviewAndAnOddLastColumn) {
+    for (const bool overview : {true, false}) {
+        const xcb_window_t window = Window();
+        const uint32_t width = overview ? kSide : kSide + 1, bright = overview ? kSide / 2 : kSide;
+        test::PlainPicture picture(width, kSide, 50);
+        for (uint32_t i = 0; i < width * kSide; ++i)
+            picture.frame.planes[0][i] = i % width < bright ? 50 : 200;
+        Channel channel(window, GetParam());
+        DisplayArea area = OverviewIn(window);
+        area.zoomEnabled = 1;
+        area.zoom = {{10, 10, 42, 74}};    // the left half
+        (void)Viewable(window);
+        EXPECT_EQ(channel.manager.SetDisplayArea(area, overview ? 1 | 4 | 16 | 32 : 0), Status::Ok);
+        channel.manager.PresentFrame(FrameAt(40), picture.Picture(), true);
+        EXPECT_TRUE(Shows(window, Grey(50), 20));
+        EXPECT_TRUE(overview ? Shows(window, Grey(200), 60) : GetParam() != 0 || Shows(window, Grey(50), kSide - 1));
+        for (int i = 0; overview && i < 100; ++i) {
+            channel.manager.PresentFrame(FrameAt(40 * i), picture.Picture(), true);
+            EXPECT_EQ(Pixel(window, 60, 40), Grey(200));
+        }
     }
-}
-
-// An odd last column has no colour: the default renderer leaves it out. The plain renderer gets it unwritten.
-TEST_P(WindowLife, AnOddLastColumnIsNotShown) {
-    const xcb_window_t window = Window();
-    test::PlainPicture odd(kSide + 1, kSide, 50);
-    for (int y = 0; y < kSide; ++y)
-        odd.frame.planes[0][y * (kSide + 1) + kSide] = 255;
-    Channel channel(window, GetParam());
-    (void)Viewable(window);
-    channel.manager.PresentFrame(FrameAt(40), odd.Picture(), true);
-    EXPECT_TRUE(Shows(window, Grey(50), 40) && (GetParam() != 0 || Shows(window, Grey(50), kSide - 1)));
 }
 
 // What nobody sees is neither converted nor put; neither is a picture that stays.
 TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     const xcb_window_t window = Window();
-    const WindowWatchPtr watch = WindowWatch::Open(window, WindowWatch::Purpose::Draw);    // the manager's too
-    test::PlainPicture large(400, 300, 120);    // outlives its last reference
+    const WindowWatchPtr watch = Viewable(window);
+    test::PlainPicture large(400, 300, 120);     // outlives its last reference
+    const int kept = GetParam() == 0 ? 1 : 0;    // by reference
     Channel channel(window, GetParam());
     channel.Push(100);
     ASSERT_TRUE(Shows(window, Grey(100)));
@@ -449,13 +409,13 @@ TEST_P(WindowLife, HiddenAndPausedChannelsConvertNothing) {
     // Nor is it made smaller for the window: to the default renderer it stays the decoder's, seen or not.
     large.Share();
     channel.manager.PresentFrame(FrameAt(40), large.Picture(), true);
-    EXPECT_EQ(large.references, GetParam() == 0 ? 1 : 0);
+    EXPECT_EQ(large.references, kept);
     EXPECT_EQ(Blitter::Conversions(), before);
     m_client.Map(window);
     EXPECT_TRUE(Shows(window, Grey(120)));
-    EXPECT_EQ(Blitter::Conversions() > before, GetParam() == 0);
+    EXPECT_EQ(Blitter::Conversions() > before, kept != 0);
     channel.manager.PresentFrame(FrameAt(80), large.Picture(), true);
-    EXPECT_TRUE(Eventually([&] { return large.references == (GetParam() == 0 ? 1 : 0); })) << "the last one only";
+    EXPECT_TRUE(Eventually([&] { return large.references == kept; })) << "the last one only";
 }
 
 // What a window that has become smaller needs no more goes back without pictures, in any state; so does the picture of
@@ -470,10 +430,7 @@ TEST_P(WindowLife, MemoryGoesBack) {
         m_client.Raise(window);
         EXPECT_TRUE(Shows(window, kBluePixel, 599, 399));
     }
-    const auto allocated = [] {
-        const struct mallinfo2 counts = mallinfo2();
-        return counts.uordblks + counts.hblkhd;
-    };
+    const auto allocated = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
     const size_t before = allocated();
     playing.Push(100);
     EXPECT_TRUE(Shows(windows[1], Grey(100), 599, 399));
@@ -487,43 +444,42 @@ TEST_P(WindowLife, MemoryGoesBack) {
 
 // The plain renderer never converts a picture at more than twice the window's size; the default one gets all of it.
 TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
-    constexpr uint32_t kTurned = 152'200;    // all of it
+    PictureSize seen;
+    test::CallingFilter filter([&](QMRX::Filter::FilterArgs* args) {
+        seen = {args->width, args->height};
+        return 0;
+    });
+    constexpr PictureSize kAll{200, 152};
     const struct {
         uint16_t width, height;
         bool turned, zoomed;
-        uint32_t size;    // of the plain one's target for 200 x 152
-    } rows[] = {
-        {99, 75, false, false, 100'076}, {101, 75, false, false, 200'152}, {100, 77, false, false, 200'152},
-        {1, 1, false, false, 200'152},   {60, 41, true, false, kTurned},   {60, 41, false, true, 200'152},
-    };
+        PictureSize size;    // of the plain one's target for all of it
+    } rows[] = {{99, 75, false, false, {100, 76}}, {101, 75, false, false, kAll}, {100, 77, false, false, kAll},
+                {1, 1, false, false, kAll},        {60, 41, true, false, kAll},   {60, 41, false, true, kAll}};
     for (const auto& row : rows) {
-        SCOPED_TRACE(&row - rows);
         const xcb_window_t window = m_client.Create({.width = row.width, .height = row.height});
         const WindowWatchPtr watch = Viewable(window);
-        CRenderMgr manager(this, window, GetParam(), Clock::System(), kTelling);
+        Channel channel(window, GetParam());
+        EXPECT_EQ(channel.manager.InsertFilter(&filter), Status::Ok);
         if (row.turned)
-            (void)manager.EnableRotateFilter(90);
+            (void)channel.manager.EnableRotateFilter(90);
         DisplayArea area{};
         area.zoomEnabled = row.zoomed;
-        (void)manager.SetDisplayArea(area, 16);
-        madeSize = 0;
-        test::PlainPicture picture(200, 152);
-        manager.PresentFrame(FrameAt(40), picture.Picture(), true);
-        const uint32_t size = GetParam() == 0 && !row.turned ? 200'152 : row.size;
-        EXPECT_TRUE(Eventually([&] { return madeSize == size; }));
+        (void)channel.manager.SetDisplayArea(area, CORVANE_AREA_ZOOM_ENABLED);
+        const test::PlainPicture picture(kAll.width, kAll.height);
+        channel.manager.PresentFrame(FrameAt(40), picture.Picture(), true);
+        EXPECT_EQ(seen, GetParam() == 0 ? kAll : row.size) << &row - rows;
     }
 }
 
 TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
-    std::vector<std::unique_ptr<Channel>> channels;
+    std::list<Channel> channels;
     const auto sum = [&](std::atomic<int> Channel::*count) {
         return std::accumulate(channels.begin(), channels.end(), 0,
-                               [&](int before, const auto& channel) { return before + *channel.*count; });
+                               [&](int before, const Channel& channel) { return before + channel.*count; });
     };
-    for (int i = 0; i < 4; ++i) {
-        channels.push_back(std::make_unique<Channel>(Window(), GetParam()));
-        EXPECT_TRUE(channels.back()->GoesOn(100));
-    }
+    for (int i = 0; i < 4; ++i)
+        EXPECT_TRUE(channels.emplace_back(Window(), GetParam()).GoesOn(100));
     static std::atomic<int> lines;
     lines = 0;
     log::hook = [](int, const char*, int, const char*, const void*) { ++lines; };
@@ -531,17 +487,17 @@ TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
     const int before = sum(&Channel::presents);
     const std::clock_t used = std::clock();
     for (int i = 0; i < 50; ++i)
-        for (const auto& channel : channels)
-            channel->Push(static_cast<uint8_t>(i), 40 * i);
+        for (Channel& channel : channels)
+            channel.Push(static_cast<uint8_t>(i), 40 * i);
     EXPECT_TRUE(Eventually([&] { return sum(&Channel::presents) >= before + 100; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_LT(std::clock() - used, CLOCKS_PER_SEC / 4) << "nobody spins";
     EXPECT_TRUE(Eventually([&] {    // told with a picture, and known a moment after the death
-        for (const auto& channel : channels)
-            channel->Push(100);
+        for (Channel& channel : channels)
+            channel.Push(100);
         return sum(&Channel::replaced) == (GetParam() == 0 ? 4 : 0);
     })) << "the plain one, once a channel";
-    channels.front()->manager.SetWindow(4711);
+    channels.front().manager.SetWindow(4711);
     channels.clear();
     log::hook = nullptr;
     EXPECT_LE(lines, 4) << "one a channel at most";
@@ -551,44 +507,36 @@ TEST_P(WindowLife, ServerGoneUnderPlayingChannels) {
 // the test feeds. Each picture is shown, and at the end the window shows the newest at its newest size.
 TEST_P(WindowLife, NewsBetweenTwoStepsOfAPass) {
     constexpr int kAlways = 1 << 20;
-    struct Disturbance {
-        test::XClient hand;    // of the render thread
-        xcb_window_t window;
-        WindowWatchPtr watch;
-        CRenderMgr* manager;
-        std::atomic<int> left{0};
-        uint16_t side = kSide;
-    } news{.hand = test::XClient(m_server.Display()), .window = Window(), .watch = nullptr, .manager = nullptr};
-    news.watch = Viewable(news.window);
-    Channel channel(news.window, GetParam());
-    news.manager = &channel.manager;
+    const xcb_window_t window = Window();
+    const WindowWatchPtr watch = Viewable(window);
+    test::XClient hand(m_server.Display());    // of the render thread
+    std::atomic<int> left{0};
+    uint16_t side = kSide;
+    Channel channel(window, GetParam());
+    TextCall disturb = [&](OsdInfo*) {
+        if (left-- <= 0)
+            return;
+        side = static_cast<uint16_t>(side == 90 ? 70 : side + 1);
+        hand.Resize(window, side, side);
+        EXPECT_TRUE(Eventually([&] { return watch->ClientSize() == WindowWatch::Size{side, side}; }));
+        channel.manager.RequestRedraw();    // which the watch does a moment later
+    };
     channel.manager.SetOsdPolicy(CORVANE_TEXT_ALWAYS);
     channel.manager.SetMargin(&Edges::top, 1);    // where the plain renderer's text goes
-    channel.manager.SetCallback(
-        &PresentSettings::osd,
-        {[](void* context, OsdInfo*) {
-             auto& own = *static_cast<Disturbance*>(context);
-             if (own.left-- <= 0)
-                 return;
-             own.side = static_cast<uint16_t>(own.side == 90 ? 70 : own.side + 1);
-             own.hand.Resize(own.window, own.side, own.side);
-             EXPECT_TRUE(Eventually([&] { return own.watch->ClientSize() == WindowWatch::Size{own.side, own.side}; }));
-             own.manager->RequestRedraw();    // which the watch does a moment later
-         },
-         &news});
+    channel.SetText(disturb);
     channel.Push(90, 1000);
-    ASSERT_TRUE(Shows(news.window, Grey(90)));
+    ASSERT_TRUE(Shows(window, Grey(90)));
     for (const int times : {1, 2, 3, kAlways}) {
         SCOPED_TRACE(times);
-        news.left = times;
+        left = times;
         for (uint8_t grey = 100; grey < 110; ++grey) {
             channel.Push(grey, 1000);
-            EXPECT_TRUE(Shows(news.window, Grey(grey)));
+            EXPECT_TRUE(Shows(window, Grey(grey)));
         }
-        news.left = 0;
+        left = 0;
         EXPECT_TRUE(Eventually([&] {
-            const int last = static_cast<int>(news.watch->ClientSize().width) - 1;
-            return Pixel(news.window, last, last) == Grey(109);
+            const int last = static_cast<int>(watch->ClientSize().width) - 1;
+            return Pixel(window, last, last) == Grey(109);
         }));
     }
     channel.manager.End();
@@ -609,18 +557,18 @@ TEST_P(WindowLife, ServerStandsStill) {
         Text text;
         auto channel = std::make_unique<Channel>(window, GetParam());
         CRenderMgr& manager = channel->manager;
-        manager.SetCallback(&PresentSettings::osd, {&Text::Draw, &text});
+        channel->SetText(text.call);
         manager.SetOsdPolicy(2);    // by the frame's second
         channel->Push(100, 1000);
         ASSERT_TRUE(shows(100));
-        for (int before = -1; before != static_cast<int>(text.calls);
-             std::this_thread::sleep_for(std::chrono::milliseconds(50)))
-            before = static_cast<int>(text.calls);    // until what has happened to the window is told
+        const auto pause = [](int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); };
+        for (uint32_t before = 0; before != text.calls; pause(50))
+            before = text.calls;    // until what has happened to the window is told
         const auto inTime = [&](const std::function<void()>& calls) {
             server.Stop();
             const auto done = std::async(std::launch::async, calls);
             const bool back = done.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));    // the last pass has given up
+            pause(100);    // the last pass has given up
             server.Continue();
             return back;
         };
@@ -703,44 +651,20 @@ TEST_P(WindowLife, CyclesLeaveNothingInProcessAndServer) {
     }
 }
 
-// Twice a second from 0 to 9 and again, and from 0 with each new wait. The window is unmapped: it is never busy, so
-// that no step goes unseen.
-TEST_P(WindowLife, CounterOfAWait) {
-    Ticks clock;
-    std::atomic<uint32_t> seen{1};    // of this wait; 0 with any other text
-    CRenderMgr manager(this, m_client.Create({.mapped = false}), GetParam(), clock);
-    manager.SetCallback(&PresentSettings::osd, {[](void* own, OsdInfo* info) {
-                                                    auto& steps = *static_cast<std::atomic<uint32_t>*>(own);
-                                                    const bool waits = (info->flags & CORVANE_OSD_WAITING) != 0;
-                                                    if (waits)
-                                                        EXPECT_EQ(info->counter, steps % 10);
-                                                    steps = waits ? steps + 1 : 0;
-                                                },
-                                                &seen});
-    for (const uint32_t length : {25u, 3u}) {
-        manager.ResetToStopped();
-        ASSERT_TRUE(Eventually([&] { return seen == 0; }));    // what waited has ended
-        manager.Stop(true);
-        EXPECT_TRUE(Eventually([&] { return seen >= length; }));
-    }
-}
-
 // Text is drawn once a second; between two refreshes nothing may touch it, whatever the picture does.
 TEST_P(WindowLife, BandsDoNotFlicker) {
-    std::atomic<uint32_t> texts{0};
+    uint32_t texts = 0;
+    TextCall paint = [&](OsdInfo* info) {
+        ++texts;
+        cairo_set_source_rgb(info->deviceContext, texts * 37 % 256 / 255.0, texts * 91 % 256 / 255.0,
+                             (info->flags & CORVANE_OSD_STOPPED) == 0);    // blue: a picture was put
+        cairo_paint(info->deviceContext);
+    };
     for (const uint32_t flags : {0u, uint32_t{CORVANE_FLAG_GDI_COMPOSE}}) {
         const xcb_window_t window = m_client.Create({.x = 10, .y = 10, .width = 160, .height = 120});
         Channel channel(window, GetParam() | flags);
         CRenderMgr& manager = channel.manager;
-        manager.SetCallback(&PresentSettings::osd,
-                            {[](void* count, OsdInfo* info) {
-                                 const uint32_t call = ++*static_cast<std::atomic<uint32_t>*>(count);
-                                 cairo_set_source_rgb(
-                                     info->deviceContext, call * 37 % 256 / 255.0, call * 91 % 256 / 255.0,
-                                     (info->flags & CORVANE_OSD_STOPPED) == 0);    // blue: a picture was put
-                                 cairo_paint(info->deviceContext);
-                             },
-                             &texts});
+        channel.SetText(paint);
         manager.SetMargin(&Edges::top, 20);
         manager.SetMargin(&Edges::left, 15);
         channel.Push(1, 1000);
@@ -799,14 +723,12 @@ TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
             }
         });
         std::mt19937 random(3);
-        const CorvaneOsdCallback text = [](void*, OsdInfo*) {};
-        const CorvanePictureCallback nothing = [](void*, const PseudoFrame*) {};
+        TextCall text = [](OsdInfo*) {};
+        std::function<void(const PseudoFrame*)> nothing = [](const PseudoFrame*) {};
         while (!done) {
             const auto value = static_cast<uint32_t>(random() % 8);
-            DisplayArea area{};
-            area.overviewIsWindow = 1;
+            DisplayArea area = OverviewIn(windows[value / 4]);
             area.overviewEnabled = area.zoomEnabled = value % 2;
-            area.overview.window = windows[value / 4];
             area.zoom = {{0, 0, 20, 20}};
             Raster grabbed;
             const std::function<void()> changes[] = {
@@ -815,9 +737,7 @@ TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
                 [&] { EXPECT_EQ(manager.SetDisplayArea(area, 1 | 4 | 16 | 32), Status::Ok); },
                 [&] { manager.SetMargin(&Edges::top, value); },
                 [&] { manager.SetFullWindow(value % 2 != 0); },
-                [&] {
-                    manager.SetCallback(&PresentSettings::osd, {value % 2 != 0 ? text : nullptr, nullptr});
-                },
+                [&] { value % 2 != 0 ? channel.SetText(text) : manager.SetCallback(&PresentSettings::osd, {}); },
                 [&] { manager.SetPresentEnabled(value != 0); },
                 [&] { manager.SetDeinterlace(value % 2 != 0); },
                 [&] { manager.SetSignalledColours(value % 2 != 0); },
@@ -832,8 +752,7 @@ TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
         manager.DisableRotateFilter();
         manager.SetPresentEnabled(true);
         manager.SetMargin(&Edges::top, 0);
-        EXPECT_EQ(manager.SetDisplayArea(DisplayArea{}, CORVANE_AREA_ZOOM_ENABLED | CORVANE_AREA_OVERVIEW_ENABLED),
-                  Status::Ok);
+        EXPECT_EQ(manager.SetDisplayArea(DisplayArea{}, 16 | 32), Status::Ok);
         m_client.Map(windows[0]);
         m_client.Resize(windows[0], kSide, kSide);
         m_client.Move(windows[0], 10, 10);
@@ -845,7 +764,7 @@ TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
             ++pictures;
             return Pixel(windows[0], 40, 40) == Grey(77);
         }));
-        manager.SetPictureCallback({nothing, nullptr}, PF_I420);    // the other renderer's buffers go
+        manager.SetPictureCallback(test::Calling(nothing), PF_I420);    // the other renderer's buffers go
         EXPECT_TRUE(channel.GoesOn(78));
         manager.End();
         ChannelStatistics counted{};

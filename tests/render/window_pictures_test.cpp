@@ -1,18 +1,13 @@
 // What stands on a real window, pixel by pixel: every way of the renderers with every kind of display setting.
 #include <cairo.h>
-#include <gtest/gtest.h>
-
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "kernels/PlaneShrink.h"
 #include "kernels/YCbCrToRGB.h"
 #include "manager/RenderMgr.h"
 #include "platform/raster/Raster.h"
-#include "support/Latch.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
 

@@ -1,14 +1,9 @@
 // A small client of the exports: one instance, one channel, and the records of its callbacks.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <mutex>
-#include <vector>
-
 #include "corvane/corvane.h"
-#include "support/Latch.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 
@@ -32,6 +27,21 @@ inline void ExpectSums(const ChannelStatistics& s) {
     EXPECT_LE(open, 1u);
 }
 
+inline void* NewInstance() {
+    void* instance = nullptr;
+    EXPECT_EQ(Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
+    return instance;
+}
+inline void* NewChannel(void* instance, const ChannelSettings* settings = nullptr) {
+    void* channel = nullptr;
+    EXPECT_EQ(Corvane_CreateChannel(instance, &channel, settings), Status_Ok);
+    return channel;
+}
+
+inline std::vector<uint8_t> OneJpeg() {
+    return MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
+}
+
 class Client {
 public:
     struct Shown {
@@ -42,8 +52,6 @@ public:
 
     // `kind` as of Corvane_RegisterRawDataCallback. Pixels are kept with `keepPixels` only.
     explicit Client(uint32_t kind = 11, bool keepPixels = false) : m_kind(kind), m_keepPixels(keepPixels) {
-        EXPECT_EQ(Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
-        EXPECT_EQ(Corvane_CreateChannel(instance, &channel, nullptr), Status_Ok);
         EXPECT_EQ(Corvane_RegisterRawDataCallback(channel, &Client::OnPicture, this, kind, 0), Status_Ok);
     }
     ~Client() { EXPECT_EQ(Corvane_Release(&instance), Status_Ok); }
@@ -74,8 +82,8 @@ public:
         });
     }
 
-    void* instance = nullptr;
-    void* channel = nullptr;
+    void* instance = NewInstance();
+    void* channel = NewChannel(instance);
 
     static void OnPicture(void* context, const PseudoFrame* frame) {
         auto& self = *static_cast<Client*>(context);

@@ -2,14 +2,8 @@
 // first. Destinations stand in poison on all sides, and comparing them compares the poison.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdint>
-#include <random>
-#include <vector>
-
 #include "support/GuardedBytes.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 

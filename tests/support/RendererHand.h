@@ -1,12 +1,9 @@
 // Drives a renderer by hand, as the worker and the render thread do.
 #pragma once
 
-#include <algorithm>
-#include <cstdlib>
-#include <utility>
-
 #include "present/IVideoRenderer.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <memory>
 #include <mutex>
@@ -24,6 +25,7 @@ public:
     std::atomic<Gate*> holdsClosing{nullptr};
     std::atomic<int> openings{0}, openNow{0}, opensNow{0}, mostAtOnce{0};
 
+    ScriptedSound() { m_devices.reserve(16); }    // so that no opening allocates but for its device
     ~ScriptedSound() override { EXPECT_EQ(openNow, 0); }
 
     std::unique_ptr<SoundDevice> Open(const SoundFormat& format, SoundSource& source) override {
@@ -52,14 +54,15 @@ private:
     struct Device final : SoundDevice {
         Device(ScriptedSound& owner, const SoundFormat& wanted, SoundSource& from)
             : format(wanted), system(owner), source(from) {
+            if (system.clocked)
+                thread = std::thread([this] {
+                    std::array<uint8_t, 256> samples;
+                    for (; !ends; std::this_thread::yield())
+                        source.Fill(samples.data(), samples.size());
+                });
             const std::lock_guard lock(system.m_mutex);
             system.m_devices.push_back(this);
             system.mostAtOnce = std::max<int>(system.mostAtOnce, ++system.openNow);
-            if (system.clocked)
-                thread = std::thread([this] {
-                    for (std::vector<uint8_t> samples(256); !ends; std::this_thread::yield())
-                        Take(samples);
-                });
         }
         ~Device() override {
             if (Gate* const gate = system.holdsClosing)

@@ -4,19 +4,10 @@
 
 #include <pthread.h>
 
-#include <algorithm>
-#include <atomic>
-#include <cstring>
-#include <functional>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
 #include "channels/ChannelLive.h"
-#include "support/Latch.h"
 #include "support/ScriptedDecoder.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 

@@ -11,11 +11,14 @@ ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -c:v lib
 ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -c:v libx265 -x265-params log-level=none h265.mkv
 ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -c:v mpeg4 mpeg4.mp4
 ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -vf scale=321:241 -c:v mjpeg jpeg.avi
+for container in 3gp avi mkv; do
+    ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=352x288:rate=25 -t 1 -c:v h263 h263.$container
+done
 ffmpeg -nostdin -v error -f lavfi -i sine -t 1 sound.wav
 
 field() { sed -n "s/^ *\"$2\": \"\{0,1\}\([^\",]*\)\"\{0,1\},\{0,1\}$/\1/p" "$1"; }
 
-for file in h264.mp4 h265.mkv mpeg4.mp4 jpeg.avi; do
+for file in h264.mp4 h265.mkv mpeg4.mp4 h263.3gp h263.avi h263.mkv jpeg.avi; do
     "$play" --headless --quiet --stats stats.json --contact-sheet sheet.png "$file"
     # Every frame is counted with its outcome. How many are shown depends on the load of the machine.
     shown=$(field stats.json shown)
@@ -64,7 +67,7 @@ stills png png && stills jpeg jpg && stills bmp bmp && stills raw yuv
 
 # Wrong arguments end with a sentence and a status.
 ! "$play" --headless missing.mp4 2>error && grep -q 'missing.mp4: No such file' error
-! "$play" --headless sound.wav 2>error && grep -q 'no H.264, H.265, MPEG-4 or JPEG video' error
+! "$play" --headless sound.wav 2>error && grep -q 'no H.264, H.265, MPEG-4, H.263 or JPEG video' error
 ! "$play" --headless --wall 4 h264.mp4 2>error && grep -q 'no window' error
 ! "$play" --headless --still-format gif h264.mp4 2>error && grep -q 'no good value for --still-format' error
 ! "$play" --headless --volume 101 h264.mp4 2>error && grep -q 'no good value for --volume' error

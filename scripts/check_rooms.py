@@ -37,7 +37,7 @@ SYSTEM = {
     "hwy/": ["kernels/"],
     "SDL": ["platform/sound/"],
     "libavcodec/": ["decoders/FFmpegDecoder.cpp"],
-    "libavutil/": ["decoders/FFmpegDecoder.cpp", "decoders/SampleConverter.cpp", "decoders/SampleConverter.h"],
+    "libavutil/": ["decoders/FFmpegDecoder.cpp", "decoders/G7221Kernel.cpp", "decoders/SampleConverter.cpp", "decoders/SampleConverter.h"],
     "libswresample/": ["decoders/SampleConverter.cpp"],
     "libswscale/": ["decoders/FFmpegDecoder.cpp", "filters/FilterResize.cpp", "filters/NearestSamples.cpp"],
     "libav": [],    # all others of FFmpeg

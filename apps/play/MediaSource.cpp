@@ -31,6 +31,9 @@ uint32_t TypeOf(AVCodecID codec) {
     switch (codec) {
     case AV_CODEC_ID_MJPEG:
         return CORVANE_STREAM_JPEG;
+    case AV_CODEC_ID_H263:
+    case AV_CODEC_ID_H263P:
+        return CORVANE_STREAM_H263;
     case AV_CODEC_ID_MPEG4:
         return CORVANE_STREAM_MPEG4;
     case AV_CODEC_ID_H264:
@@ -90,7 +93,7 @@ public:
         }
         m_index = av_find_best_stream(opened, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
         if (m_index < 0 || TypeOf(Stream()->codecpar->codec_id) == 0) {
-            error = url + ": no H.264, H.265, MPEG-4 or JPEG video in it";
+            error = url + ": no H.264, H.265, MPEG-4, H.263 or JPEG video in it";
             return false;
         }
         m_sound = av_find_best_stream(opened, AVMEDIA_TYPE_AUDIO, -1, m_index, nullptr, 0);

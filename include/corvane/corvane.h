@@ -135,6 +135,23 @@
  * JPEG still is made full-range BT.601, as the JFIF standard has it. Two exceptions: H.265 of grey alone (4:0:0) in limited
  * range shows black as 16, and a still overlay is drawn into a still of PF_I420 in full-range BT.601.
  *
+ * SOUND CODECS. A frame has `audioBlockCount` coded blocks of one size; what is left of a payload that is no multiple of
+ * the count is dropped. A frame that breaks its row is lost, and no other.
+ *   type     blocks                                                     samples
+ *   G7221    60 bytes (24 kbit/s) or 80 (32 kbit/s), no other           320 a block, 16000 Hz, one channel
+ *   G729A    at least 1; the payload is cut at every 10 bytes, fewer    80 a block, 8000 Hz, one channel; decoded as the
+ *            at the end are dropped                                     main body of G.729, 17 to 29 dB from Annex A
+ *   AAC      at least 1; low complexity, raw or with ADTS headers       1024 of each channel a block
+ *            (blocks with headers may differ in size), at one of the
+ *            13 rates of the standard and 1 to 6 or 8 channels, which
+ *            the record must state; of a stream with spectral band
+ *            replication the core, at the core's rate
+ *   AMR      not counted; narrow band, each with its header byte        160 a block, 8000 Hz, one channel
+ *   MULAW,   not counted                                                one a byte
+ *   ALAW
+ *   G726     not counted; codes go on across frames; `audioBitRate` is  one a code, 8000 Hz, one channel
+ *            16000, 24000, 32000 or 40000
+ *
  * Strict C99, C++ through extern "C". All records are little-endian with the natural alignment of a 64-bit build.
  */
 #ifndef CORVANE_CORVANE_H
@@ -264,12 +281,12 @@ enum {
 /* `streamType` of MediaFrameHeader. */
 enum {
     CORVANE_STREAM_JPEG = 1,
-    CORVANE_STREAM_H263 = 2,             /* vendor's H.263 family; this version has no decoder for it */
+    CORVANE_STREAM_H263 = 2,             /* H.263 up to 704x576; with the vendor tags DAHU and HIKV their own streams */
     CORVANE_STREAM_MPEG4 = 4,
     CORVANE_STREAM_H264 = 8,
     CORVANE_STREAM_H265 = 16,
     CORVANE_STREAM_PLACEHOLDER = 255,
-    CORVANE_STREAM_G7221 = 256,
+    CORVANE_STREAM_G7221 = 256,          /* sound: see SOUND CODECS */
     CORVANE_STREAM_G729A = 512,
     CORVANE_STREAM_AAC = 1024,
     CORVANE_STREAM_AMR = 4096,

@@ -49,8 +49,12 @@ TEST(Statistics, EachMistakeHasItsCounterAndItsCause) {
         ASSERT_EQ(Corvane_SetBufferTime(client.channel, row.bufferMs), Status_Ok);
         client.Start();
         EXPECT_EQ(StatisticsOf(client.channel).lastCause, uint32_t{CORVANE_CAUSE_NONE});
-        for (int64_t i = 0; i < 8; ++i)
-            ASSERT_EQ(client.Feed(row.type, row.payload, row.key, waits ? 0 : 5 * i), Status_Ok);
+        for (int64_t i = 0; i < 8; ++i) {
+            MediaFrameHeader header = test::VideoHeader(row.type, row.payload, row.key, waits ? 0 : 5 * i);
+            header.extension = test::kOtherVendor;
+            header.extensionSize = row.type == CORVANE_STREAM_H263 ? sizeof test::kOtherVendor : 0;
+            ASSERT_EQ(Corvane_InputEncodedMediaFrame(client.channel, &header), Status_Ok);
+        }
         const uint64_t expected = waits ? 7 : 8;    // the first has no step to make
         EXPECT_TRUE(Eventually([&] { return StatisticsOf(client.channel).*row.counter >= expected; }));
         const ChannelStatistics told = StatisticsOf(client.channel);

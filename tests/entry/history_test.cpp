@@ -53,8 +53,7 @@ TEST(History, NothingComesLateTwiceOrOutOfOrder) {
                 while (!done) {
                     static std::mutex order;    // the times that reach the queue rise
                     const std::lock_guard lock(order);
-                    const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, ++time);
-                    Corvane_InputEncodedMediaFrame(channel, &header);
+                    test::Feed(channel, jpeg, ++time);
                 }
             });
 

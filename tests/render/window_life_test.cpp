@@ -87,12 +87,8 @@ struct Channel {
     CRenderMgr manager;
 };
 
-// An overview in a window, with the mask that sets it.
 DisplayArea OverviewIn(xcb_window_t window) {
-    DisplayArea area{};
-    area.overviewIsWindow = area.overviewEnabled = 1;
-    area.overview.window = window;
-    return area;
+    return {.overviewIsWindow = 1, .overview = {.window = window}, .overviewEnabled = 1};
 }
 
 WindowWatchPtr Viewable(xcb_window_t window) {
@@ -463,9 +459,7 @@ TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
         EXPECT_EQ(channel.manager.InsertFilter(&filter), Status::Ok);
         if (row.turned)
             (void)channel.manager.EnableRotateFilter(90);
-        DisplayArea area{};
-        area.zoomEnabled = row.zoomed;
-        (void)channel.manager.SetDisplayArea(area, CORVANE_AREA_ZOOM_ENABLED);
+        (void)channel.manager.SetDisplayArea({.zoomEnabled = row.zoomed}, CORVANE_AREA_ZOOM_ENABLED);
         const test::PlainPicture picture(kAll.width, kAll.height);
         channel.manager.PresentFrame(FrameAt(40), picture.Picture(), true);
         EXPECT_EQ(seen, GetParam() == 0 ? kAll : row.size) << &row - rows;
@@ -767,8 +761,7 @@ TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
         manager.SetPictureCallback(test::Calling(nothing), PF_I420);    // the other renderer's buffers go
         EXPECT_TRUE(channel.GoesOn(78));
         manager.End();
-        ChannelStatistics counted{};
-        counted.recordSize = sizeof counted;
+        ChannelStatistics counted{.recordSize = sizeof counted};
         manager.Counters().Fill(counted);
         counted.framesTaken = counted.picturesDecoded = pictures + 1;    // the manager counts neither
         test::ExpectSums(counted);

@@ -8,8 +8,7 @@
 namespace corvane::test {
 
 inline ChannelStatistics StatisticsOf(void* channel) {
-    ChannelStatistics statistics{};
-    statistics.recordSize = sizeof statistics;
+    ChannelStatistics statistics{.recordSize = sizeof statistics};
     EXPECT_EQ(Corvane_GetChannelStatistics(channel, &statistics), Status_Ok);
     return statistics;
 }
@@ -40,6 +39,13 @@ inline void* NewChannel(void* instance, const ChannelSettings* settings = nullpt
 
 inline std::vector<uint8_t> OneJpeg() {
     return MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
+}
+
+// A key frame.
+inline uint32_t Feed(void* channel, const std::vector<uint8_t>& bytes, int64_t timeMs,
+                     uint32_t type = CORVANE_STREAM_JPEG) {
+    const MediaFrameHeader header = VideoHeader(type, bytes, true, timeMs);
+    return Corvane_InputEncodedMediaFrame(channel, &header);
 }
 
 class Client {

@@ -4,6 +4,7 @@ pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavcodec libavutil libswscal
 pkg_check_modules(HWY REQUIRED IMPORTED_TARGET libhwy)
 pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-shm xcb-randr xcb-present)
 pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo)
+pkg_check_modules(SDL2 REQUIRED IMPORTED_TARGET sdl2)
 if(CORVANE_BUILD_PLAYER)
   pkg_check_modules(AVFORMAT REQUIRED IMPORTED_TARGET libavformat)
 endif()

@@ -9,6 +9,7 @@ packages=(
     libhwy-dev libcairo2-dev libxcb1-dev libxcb-shm0-dev libxcb-randr0-dev libxcb-present-dev libxcb-res0-dev
     xvfb fonts-dejavu-core libsdl2-dev libgtk-3-dev
     libgtest-dev libyuv-dev libjpeg62-turbo-dev ffmpeg
+    libspandsp-dev libbcg729-dev espeak-ng
     googletest g++-aarch64-linux-gnu qemu-user
     locales strace util-linux
 )

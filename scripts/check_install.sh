@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # check_install.sh BUILD: installs that build into a temporary folder, moves the folder, builds the examples with it by CMake
-# and by pkg-config, and runs them on a key frame; those with windows on a stream, on a private X server.
+# and by pkg-config, and runs them on a key frame; one on sound, those with windows on a stream, on a private X server.
 set -euo pipefail
 trap 'echo "$0: line $LINENO failed" >&2' ERR
 build=$(realpath "$1")
@@ -32,12 +32,20 @@ compile() {
     cc "${options[@]}" "$source/examples/$1.c" -o "$work/$1" $(pkg-config --cflags --libs corvane "${@:2}")
 }
 compile first
+compile sound_to_wav
 compile xcb_window xcb
 compile sdl_window sdl2
 compile gtk_embed gtk+-3.0
 LD_LIBRARY_PATH=$(pkg-config --variable=libdir corvane)
 export LD_LIBRARY_PATH
 "$work/first" "$work/key.h264" | grep -q '^picture 320 x 240'
+
+# What the example of raw sound writes is what another decoder gives.
+ffmpeg -nostdin -v error -f lavfi -i sine=440 -t 1 -ar 8000 -ac 1 -f alaw "$work/sine.alaw"
+ffmpeg -nostdin -v error -f alaw -ar 8000 -ac 1 -i "$work/sine.alaw" -f s16le "$work/sine.pcm"
+SDL_AUDIODRIVER=dummy "$work/sound_to_wav" "$work/sine.alaw" "$work/sine.wav" >/dev/null
+tail -c +45 "$work/sine.wav" | cmp - "$work/sine.pcm"
+[ "$(ffprobe -v error -show_entries stream=sample_rate,channels,duration_ts -of csv=p=0 "$work/sine.wav")" = 8000,1,8000 ]
 
 # Each example shows the stream: at least a third of its pixels have strong colours, which no toolkit draws by itself.
 export GDK_BACKEND=x11 NO_AT_BRIDGE=1 HOME="$work"

@@ -11,11 +11,14 @@ ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -c:v lib
 ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -c:v libx265 -x265-params log-level=none h265.mkv
 ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -c:v mpeg4 mpeg4.mp4
 ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -vf scale=321:241 -c:v mjpeg jpeg.avi
+for container in 3gp avi mkv; do
+    ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=352x288:rate=25 -t 1 -c:v h263 h263.$container
+done
 ffmpeg -nostdin -v error -f lavfi -i sine -t 1 sound.wav
 
 field() { sed -n "s/^ *\"$2\": \"\{0,1\}\([^\",]*\)\"\{0,1\},\{0,1\}$/\1/p" "$1"; }
 
-for file in h264.mp4 h265.mkv mpeg4.mp4 jpeg.avi; do
+for file in h264.mp4 h265.mkv mpeg4.mp4 h263.3gp h263.avi h263.mkv jpeg.avi; do
     "$play" --headless --quiet --stats stats.json --contact-sheet sheet.png "$file"
     # Every frame is counted with its outcome. How many are shown depends on the load of the machine.
     shown=$(field stats.json shown)
@@ -33,11 +36,23 @@ ffmpeg -nostdin -v error -i all.mp4 -c copy -bsf:v noise=drop=key dependent.mp4
 status=0
 "$play" --headless --quiet --stats stats.json dependent.mp4 2>error || status=$?
 [ "$status" = 1 ] && grep -q 'nothing was shown: no key frame' error
-"$play" --version | grep -q '^corvane-play, libcorvane 5\.5\.' && "$play" -h | grep -q '^usage:'
+"$play" --version >version && grep -q '^corvane-play, libcorvane 5\.5\.' version
+"$play" -h >help && grep -q '^usage:' help    # not through a pipe, which grep would close too early
 
 "$play" --headless --stats stats.json --channels 3 --format bgr --rotate 90 --size 160x120 --loop 2 --threads 1 h264.mp4 2>status
 [ "$(field stats.json fed)" = 50 ] && [ "$(field stats.json width)" -le 124 ]
 grep -q 'shown' status
+
+# Sound: by SDL's disk driver, at half the volume, and none when muted. Frames of sound are counted with their outcome.
+ffmpeg -nostdin -v error -i h264.mp4 -f lavfi -i sine=sample_rate=8000 -shortest -c:v copy -c:a pcm_alaw heard.mkv
+export SDL_AUDIODRIVER=disk SDL_DISKAUDIOFILE=$work/heard.pcm
+"$play" --headless --quiet --mute --stats stats.json heard.mkv
+[ "$(field stats.json sound_heard)" = 0 ] && [ "$(field stats.json sound_not_played)" -gt 0 ] && ! [ -e heard.pcm ]
+"$play" --headless --quiet --volume 50 --stats stats.json heard.mkv 2>/dev/null
+[ "$(field stats.json sound_heard)" -gt 0 ] && [ "$(field stats.json sound_heard)" = "$(field stats.json sound_taken)" ]
+peak=$(od -An -v -td2 heard.pcm | tr -s ' ' '\n' | sort -n | tail -1)
+[ "$peak" -gt 1900 ] && [ "$peak" -lt 2100 ] || { echo "peak $peak"; exit 1; }
+unset SDL_AUDIODRIVER SDL_DISKAUDIOFILE
 
 # Stills of the decoded picture, at intervals.
 stills() { # FORMAT EXTENSION
@@ -53,9 +68,10 @@ stills png png && stills jpeg jpg && stills bmp bmp && stills raw yuv
 
 # Wrong arguments end with a sentence and a status.
 ! "$play" --headless missing.mp4 2>error && grep -q 'missing.mp4: No such file' error
-! "$play" --headless sound.wav 2>error && grep -q 'no H.264, H.265, MPEG-4 or JPEG video' error
+! "$play" --headless sound.wav 2>error && grep -q 'no H.264, H.265, MPEG-4, H.263 or JPEG video' error
 ! "$play" --headless --wall 4 h264.mp4 2>error && grep -q 'no window' error
 ! "$play" --headless --still-format gif h264.mp4 2>error && grep -q 'no good value for --still-format' error
+! "$play" --headless --volume 101 h264.mp4 2>error && grep -q 'no good value for --volume' error
 ! "$play" --headless --threads many h264.mp4 2>error && grep -q 'no good value for --threads' error
 ! DISPLAY= "$play" h264.mp4 2>error && grep -q -- '--headless' error
 ! "$play" --headless --quiet --stats /nonexistent/x h264.mp4 2>error && grep -q 'cannot be written' error

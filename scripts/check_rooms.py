@@ -10,9 +10,10 @@ import sys
 ROOMS = {
     "base": [""],
     "kernels": [""],
-    "platform": ["", "raster", "x11", "blitter"],
+    "platform": ["", "raster", "x11", "blitter", "sound"],
     "frame": [""],
     "decoders": [""],
+    "audio": [""],
     "filters": [""],
     "picture": ["jpeg", ""],
     "present": [""],
@@ -26,6 +27,7 @@ ROOMS = {
 FACES = {
     "platform/x11": ["Beam.h", "WindowGrab.h", "WindowSink.h", "WindowWatch.h"],
     "platform/blitter": ["Blitter.h"],
+    "platform/sound": ["SoundDevice.h"],
 }
 # Headers of the system by the start of their names, and the folders and files that may include them.
 SYSTEM = {
@@ -33,8 +35,9 @@ SYSTEM = {
     "cairo": ["platform/raster/"],
     "dlfcn.h": ["platform/Library.cpp"],
     "hwy/": ["kernels/"],
+    "SDL": ["platform/sound/"],
     "libavcodec/": ["decoders/FFmpegDecoder.cpp"],
-    "libavutil/": ["decoders/FFmpegDecoder.cpp", "decoders/SampleConverter.cpp", "decoders/SampleConverter.h"],
+    "libavutil/": ["decoders/FFmpegDecoder.cpp", "decoders/G7221Kernel.cpp", "decoders/SampleConverter.cpp", "decoders/SampleConverter.h"],
     "libswresample/": ["decoders/SampleConverter.cpp"],
     "libswscale/": ["decoders/FFmpegDecoder.cpp", "filters/FilterResize.cpp", "filters/NearestSamples.cpp"],
     "libav": [],    # all others of FFmpeg

@@ -1,12 +1,22 @@
 #include "ChannelFeed.h"
 
 #include <cstddef>
+#include <cstdio>
 #include <limits>
+#include <string>
 
 namespace {
 
 int64_t StreamMs(const MediaFrameHeader& header) {
     return int64_t{header.streamSeconds} * 1000 + header.timeMilliseconds;
+}
+
+// Prints what a stream-info callback got, addresses as a dash.
+void PrintInfo(uint32_t code, uint64_t a, uint64_t b) {
+    const bool aIsAddress = code == CORVANE_INFO_MOTION;
+    const bool bIsAddress = code == CORVANE_INFO_FRAME || (code == CORVANE_INFO_LENS_CIRCLE && a != 0);
+    std::printf("info %u %s %s\n", code, aIsAddress ? "-" : std::to_string(a).c_str(),
+                bIsAddress ? "-" : std::to_string(b).c_str());
 }
 
 }    // namespace
@@ -19,6 +29,9 @@ bool ChannelFeed::Open(void* instance, const MediaSource& source, int64_t wallSt
     settings.mask = CORVANE_SETTINGS_STREAM_INFO | CORVANE_SETTINGS_STREAM_INFO_CONTEXT;
     settings.streamInfo = &ChannelFeed::OnStreamInfo;
     settings.streamInfoContext = this;
+    settings.mask |= CORVANE_SETTINGS_VOLUME | CORVANE_SETTINGS_AUDIO;
+    settings.volume = m_options.volume * 50;
+    settings.audioEnabled = m_heard && !m_options.mute ? 1 : 0;
     if (m_view != nullptr)
         m_view->Prepare(settings);
     if (Corvane_CreateChannel(instance, &m_channel, &settings) != Status_Ok) {
@@ -32,6 +45,8 @@ bool ChannelFeed::Open(void* instance, const MediaSource& source, int64_t wallSt
     Corvane_SetDisplayMode(m_channel, m_options.displayMode);
     if (m_options.rotate != 0)
         Corvane_EnableRotateFilter(m_channel, m_options.rotate);
+    if (m_raw != nullptr)
+        m_raw->Attach(m_channel);
     error = "a channel cannot be started";
     const uint32_t waiting =
         m_options.logo.empty() ? CORVANE_START_WAITING : 0;    // 0: the logo stays until the first picture
@@ -83,11 +98,12 @@ void ChannelFeed::Delete() {
         Corvane_DeleteChannel(m_instance, &m_channel);
 }
 
-// ---- Callbacks
-// -------------------------------------------------------------------------------------------------------
+// ---- Callbacks -----------------------------------------------------------------------------------------------------
 
 void ChannelFeed::OnStreamInfo(void* context, uint32_t code, uint64_t a, uint64_t b) {
     auto* const self = static_cast<ChannelFeed*>(context);
+    if (self->m_printsInfo)
+        PrintInfo(code, a, b);
     if (code == CORVANE_INFO_SIZE && self->m_view != nullptr)
         self->m_pictures.Size(static_cast<uint32_t>(a), static_cast<uint32_t>(b));
 }
@@ -116,8 +132,7 @@ void ChannelFeed::OnPicture(void* context, const PseudoFrame* frame) {
                              self->m_handedOver, streamMs);
 }
 
-// ---- Input
-// ------------------------------------------------------------------------------------------------------
+// ---- Input ---------------------------------------------------------------------------------------------------------
 
 double ChannelFeed::NextAt() const {
     const Reel::Picture* const next = m_reel.At(m_next);
@@ -134,13 +149,17 @@ void ChannelFeed::Input(const Reel::Picture& picture) {
     MediaFrameHeader header{};
     header.recordSize = sizeof(header);
     header.data = picture.bytes.data();
-    header.headerSize = m_headerSize;
-    header.payloadSize = static_cast<uint32_t>(picture.bytes.size()) - m_headerSize;
-    header.streamType = m_streamType;
+    header.headerSize = picture.soundType != 0 ? 0 : m_headerSize;
+    header.payloadSize = static_cast<uint32_t>(picture.bytes.size()) - header.headerSize;
+    header.streamType = picture.soundType != 0 ? picture.soundType : m_streamType;
+    header.audioSampleRate = picture.rate;
+    header.audioChannels = picture.channels;
+    header.audioBlockCount = picture.soundType != 0 ? 1 : 0;
     header.frameType = picture.key ? 0 : 1;
     header.streamSeconds = static_cast<uint32_t>(picture.timeMs / 1000);
     header.timeMilliseconds = static_cast<uint32_t>(picture.timeMs % 1000);
     header.timeSeconds = static_cast<uint32_t>(m_wallStart + picture.timeMs / 1000);
     Corvane_InputEncodedMediaFrame(m_channel, &header);    // the library counts refused frames
-    m_fedMs = picture.timeMs;
+    if (picture.soundType == 0)
+        m_fedMs = picture.timeMs;
 }

@@ -10,16 +10,25 @@
 #include "ContactSheet.h"
 #include "MediaSource.h"
 #include "Options.h"
+#include "RawFiles.h"
 #include "Reel.h"
 #include "Statistics.h"
 
 class ChannelFeed {
 public:
-    // `view`: where the channel is shown; null: in memory. `sheet`: gets its pictures in memory; may be null. Both
-    // outlive the channel. `delay`: seconds by which its pictures come later, so that the cameras of a wall are not in
-    // step.
-    ChannelFeed(const Options& options, Reel& reel, ChannelView* view, ContactSheet* sheet, double delay)
-        : m_options(options), m_reel(reel), m_view(view), m_sheet(sheet), m_delay(delay) {}
+    // `view`: where the channel is shown; null: in memory. `sheet`: gets its pictures in memory; `raw`: gets raw
+    // pictures and sound; both may be null. All outlive the channel. `delay`: seconds by which its pictures come later,
+    // so that the cameras of a wall are not in step.
+    ChannelFeed(const Options& options, Reel& reel, ChannelView* view, ContactSheet* sheet, RawFiles* raw,
+                bool printsInfo, bool heard, double delay)
+        : m_options(options),
+          m_reel(reel),
+          m_view(view),
+          m_sheet(sheet),
+          m_raw(raw),
+          m_printsInfo(printsInfo),
+          m_heard(heard),
+          m_delay(delay) {}
     ~ChannelFeed() { Delete(); }
     ChannelFeed(const ChannelFeed&) = delete;
     ChannelFeed& operator=(const ChannelFeed&) = delete;
@@ -53,6 +62,9 @@ private:
     Reel& m_reel;
     ChannelView* const m_view;
     ContactSheet* const m_sheet;    // on the render thread until the channel is gone
+    RawFiles* const m_raw;
+    const bool m_printsInfo;
+    const bool m_heard;    // its sound plays, unless options or a key switch it off
     const double m_delay;
     void* m_instance = nullptr;
     void* m_channel = nullptr;

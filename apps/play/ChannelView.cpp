@@ -37,6 +37,8 @@ void PartOf(const int32_t area[4], const ZoomView::Part& part, int32_t out[4]) {
 }    // namespace
 
 void ChannelView::Prepare(ChannelSettings& settings) {
+    m_heard = settings.audioEnabled != 0;
+    m_volume = static_cast<int>(settings.volume / 50);
     settings.mask |= CORVANE_SETTINGS_TEXT | CORVANE_SETTINGS_TEXT_CONTEXT;
     settings.window = m_id;
     settings.osd = &ChannelView::OnOsd;
@@ -209,6 +211,26 @@ std::string ChannelView::ToggleDeinterlace() {
     m_deinterlace = !m_deinterlace;
     Corvane_SetChannelOption(m_channel, CORVANE_OPTION_SMOOTHING, m_deinterlace ? 1 : 0, 0);
     return m_deinterlace ? "deinterlacing on" : "deinterlacing off";
+}
+
+std::string ChannelView::ToggleSound() {
+    m_heard = !m_heard;
+    return SendSound();
+}
+
+std::string ChannelView::ChangeVolume(int percent) {
+    m_volume = std::clamp(m_volume + percent, 0, 100);
+    m_heard = true;
+    return SendSound();
+}
+
+std::string ChannelView::SendSound() {
+    ChannelUpdate update{};
+    update.mask = CORVANE_UPDATE_AUDIO | CORVANE_UPDATE_VOLUME;
+    update.audioEnabled = m_heard ? 1 : 0;
+    update.volume = static_cast<uint32_t>(m_volume) * 50;
+    Corvane_UpdateChannelSettings(m_channel, &update);
+    return m_heard ? "volume " + std::to_string(m_volume) : "sound off";
 }
 
 std::string ChannelView::NextScaling() {

@@ -43,12 +43,17 @@ public:
     std::string ToggleFill();
     std::string ToggleDeinterlace();
     std::string NextScaling();
+    std::string ToggleSound();
+    std::string Louder() { return ChangeVolume(10); }
+    std::string Softer() { return ChangeVolume(-10); }
 
 private:
     static void OnOsd(void* context, OsdInfo* info);    // on the render thread
     double ShareX(int32_t x) const;
     double ShareY(int32_t y) const;
     std::string Zoomed(bool changed);
+    std::string ChangeVolume(int percent);
+    std::string SendSound();
     void SendArea();
     void SendMargins();
     void ShowFrames(const Box& overview);
@@ -65,6 +70,8 @@ private:
     std::atomic<bool> m_margins{false};
     bool m_deinterlace = false;
     bool m_overview = false;
+    bool m_heard = true;
+    int m_volume = 100;        // percent
     uint32_t m_scaling = 1;    // clean at every size; the nearest sample drops lines
     RubberBand m_overviewFrame{0xA0A0A0};
     RubberBand m_partFrame{0xFFD040};    // the selected part, in the overview

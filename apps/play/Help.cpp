@@ -19,6 +19,14 @@ usage: corvane-play [options] FILE|URL
   --contact-sheet FILE    write a PNG of pictures spread over the stream, each with its number and time (with --headless)
   --format NAME           picture format: bgra (default), bgr, i420, bgra-flip, bgr-flip (with --headless)
 
+  --raw FORMAT FILE       append every picture of the first channel, as decoded, to FILE: i420, yv12, nv12, yuy2, uyvy, bgr,
+                          bgra, rgb, rgba, bgr555, bgr565, rgb555, rgb565, or files bmp, bgra-bmp, rgb555-bmp, rgb565-bmp, jpeg
+  --raw-sound FILE        write the sound of the first channel, as decoded and played, as WAV
+  --info                  print what the stream-info callback of the first channel gets: code, a, b
+
+  --mute                  no sound until the key 0; of a wall the first channel is heard, if nothing else is said
+  --volume N              0 to 100; 100 is the level of the stream
+
   --still-format NAME     png (default), jpeg, bmp or raw (planes Y, U, V without gaps)
   --snapshot-every S      save a still of the first channel every S seconds of stream
 
@@ -42,6 +50,8 @@ Keys, for the channel under the pointer:
   p        pictures keep their proportions, or fill their place
   d        deinterlace pictures that are marked interlaced
   k        next kind of scaling: nearest pixel, bilinear, bicubic, Lanczos
+  0        sound off or on
+  +, -     louder, softer
   Return   show this channel of a wall alone, and back
 A frame marks the channel of a wall that the keys act on, another the overview and what is zoomed into.
 For the window:
@@ -54,7 +64,7 @@ Mouse: drag a rectangle to zoom into it, wheel to zoom at the pointer, right but
 picture.
 
 The status line shows stream time, pictures a second, frames and bytes that wait, pictures shown and lost, the age of the
-shown picture since its frame was fed, processor use, and what a key has changed. With several channels it shows their sums,
+shown picture since its frame was fed, processor use, sound (on, off, none), and what a key has changed. With several channels it shows their sums,
 and the greatest age. Ctrl-C ends the program with what was measured so far.
 
 The end of the file is the end of buffering: what waits is played. Where nothing was shown the program says why, and ends
@@ -62,5 +72,5 @@ with 1.
 
 --stats: "committed" are pictures that were decoded and are to be shown, "presented" those that were put on the window or
 handed over, "not_presented" those that never were, over all channels; "lost" are frames that ended without a picture, with
-the last cause in words.
+the last cause in words; of sound "taken" are the frames that left the queue, each of which was heard or lost.
 )";

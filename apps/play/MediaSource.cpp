@@ -31,12 +31,31 @@ uint32_t TypeOf(AVCodecID codec) {
     switch (codec) {
     case AV_CODEC_ID_MJPEG:
         return CORVANE_STREAM_JPEG;
+    case AV_CODEC_ID_H263:
+    case AV_CODEC_ID_H263P:
+        return CORVANE_STREAM_H263;
     case AV_CODEC_ID_MPEG4:
         return CORVANE_STREAM_MPEG4;
     case AV_CODEC_ID_H264:
         return CORVANE_STREAM_H264;
     case AV_CODEC_ID_HEVC:
         return CORVANE_STREAM_H265;
+    default:
+        return 0;
+    }
+}
+
+// 0: sound that the player does not feed.
+uint32_t SoundTypeOf(AVCodecID codec) {
+    switch (codec) {
+    case AV_CODEC_ID_PCM_MULAW:
+        return CORVANE_STREAM_MULAW;
+    case AV_CODEC_ID_PCM_ALAW:
+        return CORVANE_STREAM_ALAW;
+    case AV_CODEC_ID_AMR_NB:
+        return CORVANE_STREAM_AMR;
+    case AV_CODEC_ID_AAC:
+        return CORVANE_STREAM_AAC;
     default:
         return 0;
     }
@@ -74,9 +93,12 @@ public:
         }
         m_index = av_find_best_stream(opened, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
         if (m_index < 0 || TypeOf(Stream()->codecpar->codec_id) == 0) {
-            error = url + ": no H.264, H.265, MPEG-4 or JPEG video in it";
+            error = url + ": no H.264, H.265, MPEG-4, H.263 or JPEG video in it";
             return false;
         }
+        m_sound = av_find_best_stream(opened, AVMEDIA_TYPE_AUDIO, -1, m_index, nullptr, 0);
+        if (m_sound >= 0 && SoundTypeOf(opened->streams[m_sound]->codecpar->codec_id) == 0)
+            m_sound = -1;
         m_packet.reset(av_packet_alloc());
         if (!m_packet || !MakeFilter()) {
             error = url + ": its stream cannot be brought into plain form";
@@ -114,20 +136,31 @@ public:
     bool Next(EncodedPicture& picture) override {
         for (;;) {
             av_packet_unref(m_packet.get());
-            const int received = m_filter ? av_bsf_receive_packet(m_filter.get(), m_packet.get()) : ReadPacket();
+            const int received = m_filter ? av_bsf_receive_packet(m_filter.get(), m_packet.get()) : AVERROR(EAGAIN);
             if (received == 0)
                 break;
-            if (received != AVERROR(EAGAIN) || !m_filter || m_ended)
+            if (received != AVERROR(EAGAIN) || m_ended)
                 return false;
             if (ReadPacket() < 0) {
                 m_ended = true;
-                av_bsf_send_packet(m_filter.get(), nullptr);
-            } else if (av_bsf_send_packet(m_filter.get(), m_packet.get()) < 0) {
-                continue;    // one damaged packet
+                if (m_filter)
+                    av_bsf_send_packet(m_filter.get(), nullptr);
+            } else if (m_packet->stream_index == m_sound) {
+                if (Sound(picture))
+                    return true;
+            } else if (!m_filter) {
+                break;
+            } else {
+                av_bsf_send_packet(m_filter.get(), m_packet.get());    // one that is damaged is left out
             }
         }
-        picture = {m_packet->data, static_cast<uint32_t>(m_packet->size), (m_packet->flags & AV_PKT_FLAG_KEY) != 0,
-                   Time()};
+        picture = {m_packet->data,
+                   static_cast<uint32_t>(m_packet->size),
+                   (m_packet->flags & AV_PKT_FLAG_KEY) != 0,
+                   Time(),
+                   0,
+                   0,
+                   0};
         return true;
     }
 
@@ -162,10 +195,27 @@ private:
     int ReadPacket() {
         for (;;) {
             const int code = av_read_frame(m_format.get(), m_packet.get());
-            if (code < 0 || m_packet->stream_index == m_index)
+            if (code < 0 || m_packet->stream_index == m_index || m_packet->stream_index == m_sound)
                 return code;
             av_packet_unref(m_packet.get());
         }
+    }
+
+    // False for sound before the first picture, which gives the time that all begins at.
+    bool Sound(EncodedPicture& frame) {
+        if (m_first == AV_NOPTS_VALUE || m_packet->pts == AV_NOPTS_VALUE)
+            return false;
+        const AVStream& stream = *m_format->streams[m_sound];
+        const int64_t ms = m_offset + av_rescale_q(m_packet->pts, stream.time_base, AVRational{1, 1000}) - m_first;
+        m_lastSound = std::max(ms, m_lastSound + 1);
+        frame = {m_packet->data,
+                 static_cast<uint32_t>(m_packet->size),
+                 true,
+                 m_lastSound,
+                 SoundTypeOf(stream.codecpar->codec_id),
+                 static_cast<uint32_t>(stream.codecpar->sample_rate),
+                 static_cast<uint8_t>(stream.codecpar->ch_layout.nb_channels)};
+        return true;
     }
 
     // Decoding time where there is one, else one step after the picture before; never falling.
@@ -188,10 +238,12 @@ private:
     std::unique_ptr<AVBSFContext, FilterFree> m_filter;
     std::unique_ptr<AVPacket, PacketFree> m_packet;
     int m_index = -1;
+    int m_sound = -1;    // of the sound that goes with it; -1: none
     int64_t m_stepMs = 40;
     int64_t m_first = AV_NOPTS_VALUE;    // ms of the first picture of this turn
     int64_t m_offset = 0;                // ms that this turn begins at
     int64_t m_last = -1;
+    int64_t m_lastSound = -1;
     bool m_ended = false;
 };
 

@@ -1,5 +1,5 @@
-// Reads one video stream of a file or URL as whole encoded pictures: start codes in front of units, parameter sets
-// joined to their picture, decoding-order times that rise.
+// Reads one video stream of a file or URL as whole encoded pictures, and its sound: start codes in front of units,
+// parameter sets joined to their picture, decoding-order times that rise.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,11 @@ struct EncodedPicture {
     const uint8_t* data;
     uint32_t size;    // bytes
     bool key;
-    int64_t timeMs;    // rises, from 0
+    int64_t timeMs;    // rises, from 0; of sound by itself
+    // Of a frame of sound; 0 of a picture.
+    uint32_t soundType;    // CORVANE_STREAM_*
+    uint32_t rate;         // samples per second
+    uint8_t channels;
 };
 
 class MediaSource {
@@ -32,7 +36,7 @@ public:
     virtual int64_t WallStartSeconds()
         const = 0;    // of the first picture, since 1970 UTC; 0 when the stream does not say
 
-    // The next picture, valid until the next call. False at the end.
+    // The next picture or frame of sound, valid until the next call. False at the end.
     virtual bool Next(EncodedPicture& picture) = 0;
     // Goes back to the start; times go on rising. False where the source cannot do it.
     virtual bool Rewind() = 0;

@@ -78,6 +78,18 @@ bool Still(std::string_view text, Options& options) {
     return false;
 }
 
+// The first of two words.
+bool RawFormat(std::string_view text, Options& options) {
+    // At the place of each CORVANE_PICTURE_*.
+    static constexpr std::string_view names[] = {
+        "",           "yuy2", "rgb565", "bgr", "bgra", "rgb565-bmp", "bmp",  "bgra-bmp", "jpeg", "rgb555",
+        "rgb555-bmp", "i420", "bgr565", "rgb", "rgba", "bgr555",     "yv12", "uyvy",     "nv12"};
+    for (uint32_t format = 1; format < std::size(names); ++format)
+        if (names[format] == text)
+            options.rawFormat = format;
+    return options.rawFormat != 0;
+}
+
 // Decimal, or hexadecimal after 0x, as the tools of X11 print window ids.
 bool WindowId(std::string_view text, Options& options) {
     if (!text.starts_with("0x"))
@@ -144,7 +156,8 @@ int CheckTogether(const Options& options) {
 bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
     const struct {
         std::string_view name;
-        std::function<bool(std::string_view)> take;
+        std::function<bool(std::string_view)> take;    // called for each word that belongs to the option
+        int words = 1;
     } valued[] = {
         {"--contact-sheet", [&](auto text) { return !(options.contactSheet = text).empty(); }},
         {"--stats", [&](auto text) { return !(options.statsFile = text).empty(); }},
@@ -155,6 +168,13 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
         {"--background", [&](auto text) { return Background(text, options); }},
         {"--colours", [&](auto text) { return Colours(text, options); }},
         {"--logo", [&](auto text) { return !(options.logo = text).empty(); }},
+        {"--raw",
+         [&](auto text) {
+             return options.rawFormat == 0 ? RawFormat(text, options) : !(options.rawFile = text).empty();
+         },
+         2},
+        {"--raw-sound", [&](auto text) { return !(options.rawSoundFile = text).empty(); }},
+        {"--volume", [&](auto text) { return Number(text, options.volume, 0u, 100u); }},
         {"--screenshot", [&](auto text) { return Screenshot(text, options); }},
         {"--still-format", [&](auto text) { return Still(text, options); }},
         {"--snapshot-every", [&](auto text) { return Number(text, options.snapshotEvery, 0.001, 1e9); }},
@@ -180,16 +200,22 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
             options.headless = true;
         } else if (word == "--quiet") {
             options.quiet = true;
+        } else if (word == "--mute") {
+            options.mute = true;
         } else if (word == "--fill") {
             options.fill = true;
+        } else if (word == "--info") {
+            options.info = true;
         } else if (word.size() > 1 && word.front() == '-') {
             const auto* option = std::begin(valued);
             while (option != std::end(valued) && option->name != word)
                 ++option;
             if (option == std::end(valued))
                 exitCode = Mistake("unknown option", word);
-            else if (++i >= argc || !option->take(argv[i]))
-                exitCode = Mistake("no good value for", word);
+            else
+                for (int left = option->words; left > 0 && exitCode == 0; --left)
+                    if (++i >= argc || !option->take(argv[i]))
+                        exitCode = Mistake("no good value for", word);
         } else if (options.input.empty()) {
             options.input = word;
         } else {

@@ -12,10 +12,13 @@ struct Options {
     std::string statsFile;                     // JSON, empty: none
     std::string contactSheet;                  // PNG, empty: none
     std::string screenshot;                    // PNG, empty: none but by key
+    std::string rawFile;                       // pictures as the raw callback gets them, empty: none
+    std::string rawSoundFile;                  // WAV, empty: none
     std::string logo;                          // picture file, empty: none
     uint32_t kind = CORVANE_PICTURE_BGRA32;    // of the picture callback
     bool bottomUp = false;
-    uint32_t width = 0;    // of the window, or the cap on pictures in memory; 0: as the stream
+    uint32_t rawFormat = 0;    // CORVANE_PICTURE_* of rawFile
+    uint32_t width = 0;        // of the window, or the cap on pictures in memory; 0: as the stream
     uint32_t height = 0;
     uint32_t window = 0;        // id of a window of another program; 0: the player makes one
     uint32_t flags = 0;         // CORVANE_FLAG_* of the instance
@@ -35,6 +38,9 @@ struct Options {
     bool headless = false;
     bool fill = false;    // pictures fill the window and lose their proportions
     bool quiet = false;
+    bool mute = false;
+    uint32_t volume = 100;    // percent
+    bool info = false;        // the codes of the stream-info callback are printed
 };
 
 // False: the program ends with `exitCode`, after it printed the help or reported a mistake.

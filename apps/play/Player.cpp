@@ -34,6 +34,9 @@ bool Player::Open(std::string& error) {
             span = span > 0 ? std::min(span, m_options.seconds) : m_options.seconds;
         m_sheet = std::make_unique<ContactSheet>(static_cast<int64_t>(span * 1000));
     }
+    m_raw = RawFiles::Open(m_options, error);
+    if (!error.empty())
+        return false;
     if (!m_options.headless) {
         m_wall = Wall::Open(m_options, m_source->Width(), m_source->Height(), m_pixelAspect, error);
         if (!m_wall)
@@ -54,8 +57,9 @@ bool Player::OpenFeeds(std::string& error) {
     for (uint32_t i = 0; i < count; ++i) {
         ChannelView* const view = m_wall && i < m_wall->Count() ? &m_wall->View(i) : nullptr;
         const double delay = m_options.wall > 1 ? kPictureStep * i / count : 0;
-        m_feeds.push_back(
-            std::make_unique<ChannelFeed>(m_options, *m_reel, view, i == 0 ? m_sheet.get() : nullptr, delay));
+        m_feeds.push_back(std::make_unique<ChannelFeed>(m_options, *m_reel, view, i == 0 ? m_sheet.get() : nullptr,
+                                                        i == 0 ? m_raw.get() : nullptr, i == 0 && m_options.info,
+                                                        i == 0, delay));
         if (!m_feeds.back()->Open(m_instance, *m_source, wallStart, error))
             return false;
     }
@@ -147,7 +151,7 @@ void Player::Drain(const std::atomic<bool>& stop) {
         for (const auto& feed : m_feeds) {
             const ChannelStatistics counters = feed->Now().counters;
             const uint64_t left = LeftOf(counters);
-            done = done && left == 0;
+            done = done && left == 0 && SoundLeftOf(counters) == 0;
             onlyLast = onlyLast && left <= 1 && counters.queueFrames == 0;
         }
         const double now = MonotonicSeconds();
@@ -222,6 +226,8 @@ bool Player::Finish(std::string& error) {
         error = m_options.contactSheet + ": cannot be written";
         return false;
     }
+    if (m_raw && !m_raw->Close(error))
+        return false;
     error = m_mistake;
     return WriteStatistics(error) && error.empty();
 }

@@ -10,6 +10,7 @@
 #include "ContactSheet.h"
 #include "MediaSource.h"
 #include "Options.h"
+#include "RawFiles.h"
 #include "Reel.h"
 #include "StatusLine.h"
 #include "Wall.h"
@@ -46,8 +47,9 @@ private:
     std::unique_ptr<MediaSource> m_source;
     std::unique_ptr<Reel> m_reel;
     std::unique_ptr<ContactSheet> m_sheet;
-    std::unique_ptr<Wall> m_wall;    // null without a window
-    double m_pixelAspect = 1;        // width of a pixel over its height
+    std::unique_ptr<RawFiles> m_raw;    // of the first channel; null: none are written
+    std::unique_ptr<Wall> m_wall;       // null without a window
+    double m_pixelAspect = 1;           // width of a pixel over its height
     void* m_instance = nullptr;
     std::vector<std::unique_ptr<ChannelFeed>> m_feeds;
     double m_startedAt = 0;    // moves on while paused

@@ -22,8 +22,11 @@ bool Reel::Read() {
     if (m_ended)
         return false;
     const std::span<const uint8_t> header = m_source.FrameHeader();
-    std::vector<uint8_t> bytes(header.begin(), header.end());
+    std::vector<uint8_t> bytes;
+    if (picture.soundType == 0)
+        bytes.assign(header.begin(), header.end());
     bytes.insert(bytes.end(), picture.data, picture.data + picture.size);
-    m_pictures.push_back({std::move(bytes), picture.key, picture.timeMs});
+    m_pictures.push_back(
+        {std::move(bytes), picture.key, picture.timeMs, picture.soundType, picture.rate, picture.channels});
     return true;
 }

@@ -1,6 +1,6 @@
-// The pictures of one source in memory, demuxed once for any number of channels that play it, each at its own place.
-// Holds the pictures from the place of the last channel to that of the first, so an endless stream takes no more memory
-// than a short one. One thread.
+// The pictures and the sound of one source in memory, demuxed once for any number of channels that play it, each at its
+// own place. Holds the pictures from the place of the last channel to that of the first, so an endless stream takes no
+// more memory than a short one. One thread.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,9 @@ public:
     struct Picture {
         std::vector<uint8_t> bytes;    // the frame header of the source, then the payload
         bool key;
-        int64_t timeMs;    // rises from 0, over all turns
+        int64_t timeMs;              // rises from 0, over all turns; of sound by itself
+        uint32_t soundType, rate;    // as EncodedPicture has them
+        uint8_t channels;
     };
 
     // `turns` times through the source, and at most `seconds` of it, 0 all. The source outlives the reel.

@@ -103,6 +103,11 @@ std::string MakeReport(const ReportFacts& facts, const std::vector<Figures>& cha
         {"not_presented_share", Text(NotPresentedShare(all), 6)},
         {"smoothed", Text(all.picturesSmoothed)},
         {"refused_smoothing", Text(all.picturesRefusedSmoothing)},
+        {"sound_taken", Text(all.soundFrames)},
+        {"sound_heard", Text(all.soundHeard)},
+        {"sound_lost_ring", Text(all.soundLostRing)},
+        {"sound_lost_decoder", Text(all.soundLostDecoder)},
+        {"sound_not_played", Text(all.soundNotPlayed)},
         {"processor_seconds", Text(ProcessorSeconds())},
         {"resident_mb_peak", Text(static_cast<double>(usage.ru_maxrss) / 1024)},
     };

@@ -56,19 +56,34 @@ ChannelStatistics SumOf(const std::vector<Figures>& channels) {
     ChannelStatistics sum{};
     for (const Figures& channel : channels) {
         const ChannelStatistics& one = channel.counters;
-        for (uint64_t ChannelStatistics::*const counter :
-             {&ChannelStatistics::framesTaken,           &ChannelStatistics::framesEmptied,
-              &ChannelStatistics::framesSkippedLate,     &ChannelStatistics::framesThinned,
-              &ChannelStatistics::metadataFrames,        &ChannelStatistics::soundFrames,
-              &ChannelStatistics::unitsWithoutDecoder,   &ChannelStatistics::unitsAwaitingKeyFrame,
-              &ChannelStatistics::unitsFailed,           &ChannelStatistics::unitsWithoutPicture,
-              &ChannelStatistics::picturesDecoded,       &ChannelStatistics::picturesNotForDisplay,
-              &ChannelStatistics::picturesSmoothed,      &ChannelStatistics::picturesRefusedSmoothing,
-              &ChannelStatistics::picturesLost,          &ChannelStatistics::picturesReplaced,
-              &ChannelStatistics::picturesTaken,         &ChannelStatistics::picturesPut,
-              &ChannelStatistics::picturesHandedOver,    &ChannelStatistics::picturesNotPutBusy,
-              &ChannelStatistics::picturesNotPutNowhere, &ChannelStatistics::picturesNotPutOff,
-              &ChannelStatistics::queueFrames,           &ChannelStatistics::queueBytes})
+        for (uint64_t ChannelStatistics::*const counter : {&ChannelStatistics::framesTaken,
+                                                           &ChannelStatistics::framesEmptied,
+                                                           &ChannelStatistics::framesSkippedLate,
+                                                           &ChannelStatistics::framesThinned,
+                                                           &ChannelStatistics::metadataFrames,
+                                                           &ChannelStatistics::soundFrames,
+                                                           &ChannelStatistics::unitsWithoutDecoder,
+                                                           &ChannelStatistics::unitsAwaitingKeyFrame,
+                                                           &ChannelStatistics::unitsFailed,
+                                                           &ChannelStatistics::unitsWithoutPicture,
+                                                           &ChannelStatistics::picturesDecoded,
+                                                           &ChannelStatistics::picturesNotForDisplay,
+                                                           &ChannelStatistics::picturesSmoothed,
+                                                           &ChannelStatistics::picturesRefusedSmoothing,
+                                                           &ChannelStatistics::picturesLost,
+                                                           &ChannelStatistics::picturesReplaced,
+                                                           &ChannelStatistics::picturesTaken,
+                                                           &ChannelStatistics::picturesPut,
+                                                           &ChannelStatistics::picturesHandedOver,
+                                                           &ChannelStatistics::picturesNotPutBusy,
+                                                           &ChannelStatistics::picturesNotPutNowhere,
+                                                           &ChannelStatistics::picturesNotPutOff,
+                                                           &ChannelStatistics::queueFrames,
+                                                           &ChannelStatistics::queueBytes,
+                                                           &ChannelStatistics::soundHeard,
+                                                           &ChannelStatistics::soundLostRing,
+                                                           &ChannelStatistics::soundLostDecoder,
+                                                           &ChannelStatistics::soundNotPlayed})
             sum.*counter += one.*counter;
         for (uint64_t ChannelStatistics::*const age :
              {&ChannelStatistics::ageLast, &ChannelStatistics::ageMean, &ChannelStatistics::age95})
@@ -100,8 +115,13 @@ uint64_t LostOf(const ChannelStatistics& s) {
 }
 
 uint64_t LeftOf(const ChannelStatistics& s) {
-    const uint64_t ended = LostOf(s) + ShownOf(s) + s.framesThinned + s.picturesNotForDisplay;
+    const uint64_t ended = LostOf(s) + ShownOf(s) + s.framesThinned + s.picturesNotForDisplay + s.soundFrames;
     return s.framesTaken > ended ? s.framesTaken - ended : 0;
+}
+
+uint64_t SoundLeftOf(const ChannelStatistics& s) {
+    const uint64_t ended = s.soundHeard + s.soundLostRing + s.soundLostDecoder + s.soundNotPlayed;
+    return s.soundFrames > ended ? s.soundFrames - ended : 0;
 }
 
 uint64_t WaitingOf(const ChannelStatistics& s) {

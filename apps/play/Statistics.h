@@ -51,6 +51,8 @@ uint64_t NotShownOf(const ChannelStatistics& counters);
 uint64_t LostOf(const ChannelStatistics& counters);
 // Taken and not accounted for: they wait in the queue, are being decoded, or may still be shown.
 uint64_t LeftOf(const ChannelStatistics& counters);
+// Frames of sound that wait for the device.
+uint64_t SoundLeftOf(const ChannelStatistics& counters);
 // Taken and still in progress: in the queue, or between decoder and window or callback.
 uint64_t WaitingOf(const ChannelStatistics& counters);
 

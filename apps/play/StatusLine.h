@@ -34,4 +34,5 @@ private:
     double m_at = 0;
     double m_processor = 0;
     uint64_t m_shown = 0;
+    uint64_t m_heard = 0;
 };

@@ -165,9 +165,16 @@ void Wall::Press(uint32_t key, size_t index) {
     static constexpr struct {
         uint32_t key;
         std::string (ChannelView::*does)();
-    } kSwitches[] = {{'m', &ChannelView::ToggleMargins},     {'z', &ChannelView::ToggleMiddle},
-                     {'o', &ChannelView::ToggleOverview},    {'b', &ChannelView::ZoomBack},
-                     {'d', &ChannelView::ToggleDeinterlace}, {'k', &ChannelView::NextScaling},
+    } kSwitches[] = {{'m', &ChannelView::ToggleMargins},
+                     {'z', &ChannelView::ToggleMiddle},
+                     {'o', &ChannelView::ToggleOverview},
+                     {'b', &ChannelView::ZoomBack},
+                     {'d', &ChannelView::ToggleDeinterlace},
+                     {'k', &ChannelView::NextScaling},
+                     {'0', &ChannelView::ToggleSound},
+                     {'+', &ChannelView::Louder},
+                     {'=', &ChannelView::Louder},    // the key of + without shift
+                     {'-', &ChannelView::Softer},
                      {'p', &ChannelView::ToggleFill}};
     for (const auto& entry : kSwitches)
         if (entry.key == key) {

@@ -74,6 +74,24 @@
  * callback gets code 9 once; with flag 0x0004 it stays, and pictures are lost until it can go on, which only the statistics
  * report.
  *
+ * SOUND. Each channel plays its sound on a device of its own, through SDL's audio subsystem and so through whichever sound
+ * server the machine has. Its first frame of sound opens the device, since only a frame says the format: 1 to 8 channels,
+ * 1,000 to 192,000 samples per second. Frames of any other format are not played. Another format in mid-stream, a stop and
+ * audioEnabled 0 silence the channel at once and drop what waits; the next frame opens a device again. Each opening begins with
+ * silence: twice the least power of two of samples that lasts 46 ms, so 128 ms at 8,000 per second, 171 ms at 48,000.
+ *   Sound takes its turn in the queue with the pictures, and their times hold it back with them; in the media mode of sound
+ * alone (2) its own times do. From there the device plays it at its own rate: nothing is resampled to keep step. Up to 43
+ * frames wait for the device; a 44th is lost, and a ring that is full when the device takes it is lost as a whole, so that
+ * sound is never late by more. Where nothing waits there is silence, in blocks of 1024 bytes. Volume is 0, which is
+ * silent, to 5000, the stream's own level, in 128 steps; channels that play together are mixed by the sound server.
+ *   Devices open and close on a thread of the library: no call waits for a sound server. While one opens, frames wait, and
+ * those more than 150 ms older than the newest are lost. SDL gives a process 15 devices; a sixteenth channel is heard as soon
+ * as another ends. A device that could not be opened is tried again by the first frame after 1 s, then 2, 4 and up to 32 s;
+ * at once after another device was closed, a start, audioEnabled, or in another format. Without a sound card all else goes
+ * on. `soundHeard`, `soundLostRing`, `soundLostDecoder` and `soundNotPlayed` of the statistics say what became of each frame.
+ *   A host may use SDL too, before, after or beside a channel with sound, but must not leave it as a whole (SDL_Quit) while a
+ * channel plays: that closes the devices of both. SDL's own environment variables count, as SDL_AUDIODRIVER.
+ *
  * NOTHING APPEARS. A call that returns Status_Ok has queued a frame; what comes of it shows later.
  * Corvane_GetChannelStatistics says what became of every frame, and `lastCause` why the last one without a picture had
  * none; what libavcodec may print says less. The usual mistakes:
@@ -97,7 +115,8 @@
  * TIMES. Times must rise from frame to frame of a class (video, sound). A step below 1 ms, or of 11 s and more, counts
  * as long as the step before it.
  *
- * WHAT THE LIBRARY DOES TO YOUR PROCESS. Nothing beyond memory, threads and the connection to the X server: no
+ * WHAT THE LIBRARY DOES TO YOUR PROCESS. Nothing beyond memory, threads, the connection to the X server, and SDL's audio
+ * subsystem from the first frame of sound on, with the hint that leaves signals to the host: no
  * signal handler, no locale, no environment, no working directory, no descriptor left open, and no output of its
  * own. Its threads block all signals but those of their own faults. Without memory an export returns
  * Status_OutOfMemory, and a thread of the library loses the picture at hand.
@@ -115,6 +134,23 @@
  * as full-range BT.601. Planar and packed YUV formats, and pictures that client filters get, keep the stream's samples; a
  * JPEG still is made full-range BT.601, as the JFIF standard has it. Two exceptions: H.265 of grey alone (4:0:0) in limited
  * range shows black as 16, and a still overlay is drawn into a still of PF_I420 in full-range BT.601.
+ *
+ * SOUND CODECS. A frame has `audioBlockCount` coded blocks of one size; what is left of a payload that is no multiple of
+ * the count is dropped. A frame that breaks its row is lost, and no other.
+ *   type     blocks                                                     samples
+ *   G7221    60 bytes (24 kbit/s) or 80 (32 kbit/s), no other           320 a block, 16000 Hz, one channel
+ *   G729A    at least 1; the payload is cut at every 10 bytes, fewer    80 a block, 8000 Hz, one channel; decoded as the
+ *            at the end are dropped                                     main body of G.729, 17 to 29 dB from Annex A
+ *   AAC      at least 1; low complexity, raw or with ADTS headers       1024 of each channel a block
+ *            (blocks with headers may differ in size), at one of the
+ *            13 rates of the standard and 1 to 6 or 8 channels, which
+ *            the record must state; of a stream with spectral band
+ *            replication the core, at the core's rate
+ *   AMR      not counted; narrow band, each with its header byte        160 a block, 8000 Hz, one channel
+ *   MULAW,   not counted                                                one a byte
+ *   ALAW
+ *   G726     not counted; codes go on across frames; `audioBitRate` is  one a code, 8000 Hz, one channel
+ *            16000, 24000, 32000 or 40000
  *
  * Strict C99, C++ through extern "C". All records are little-endian with the natural alignment of a 64-bit build.
  */
@@ -245,12 +281,12 @@ enum {
 /* `streamType` of MediaFrameHeader. */
 enum {
     CORVANE_STREAM_JPEG = 1,
-    CORVANE_STREAM_H263 = 2,             /* vendor's H.263 family; this version has no decoder for it */
+    CORVANE_STREAM_H263 = 2,             /* H.263 up to 704x576; with the vendor tags DAHU and HIKV their own streams */
     CORVANE_STREAM_MPEG4 = 4,
     CORVANE_STREAM_H264 = 8,
     CORVANE_STREAM_H265 = 16,
     CORVANE_STREAM_PLACEHOLDER = 255,
-    CORVANE_STREAM_G7221 = 256,
+    CORVANE_STREAM_G7221 = 256,          /* sound: see SOUND CODECS */
     CORVANE_STREAM_G729A = 512,
     CORVANE_STREAM_AAC = 1024,
     CORVANE_STREAM_AMR = 4096,
@@ -667,7 +703,7 @@ typedef struct ChannelSettings {
     CorvaneOsdCallback osd;               /*  16 0x0002; else the instance's */
     void* streamInfoContext;              /*  24 0x0004 */
     void* osdContext;                     /*  32 0x0008 */
-    uint32_t volume;                      /*  40 0x0010 0 to 5000 */
+    uint32_t volume;                      /*  40 0x0010 0 to 5000, default 5000; beyond, as a signed number, the nearest */
     uint32_t marginLeft;                  /*  44 0x0020 pixels around the picture in its window */
     uint32_t marginRight;                 /*  48 0x0040 */
     uint32_t marginTop;                   /*  52 0x0080 */
@@ -678,7 +714,7 @@ typedef struct ChannelSettings {
     uintptr_t window;                     /*  80 X11 window, or 0: all but the window works */
     uint32_t reserved88;                  /*  88 */
     uint32_t presentEnabled;              /*  92 0x2000 zero: pictures are decoded and not presented */
-    uint32_t audioEnabled;                /*  96 0x4000 */
+    uint32_t audioEnabled;                /*  96 0x4000 zero: no sound; default non-zero */
     uint32_t motionEnabled;               /* 100 0x0400 not read in this version, as the two colours */
     uint32_t alertColor;                  /* 104 0x1000 */
     uint32_t motionColor;                 /* 108 0x0800 */
@@ -691,12 +727,12 @@ typedef struct ChannelSettings {
 typedef struct ChannelUpdate {
     uint32_t mask;            /*  0 of CORVANE_UPDATE_*; 0x0400 drops the picture, 0x1000 gives the window up */
     uint32_t presentEnabled;  /*  4 0x0001 */
-    uint32_t audioEnabled;    /*  8 0x0002 kept for sound, which this version does not have */
+    uint32_t audioEnabled;    /*  8 0x0002 zero: silent at once, and the sound device closes */
     uint32_t motionEnabled;   /* 12 0x0004 not read in this version, as the two colours */
     uint32_t fullWindow;      /* 16 0x2000 margins and text are ignored */
     uint32_t alertColor;      /* 20 0x0010 */
     uint32_t motionColor;     /* 24 0x0008 */
-    uint32_t volume;          /* 28 0x0020 0 to 5000, kept for sound */
+    uint32_t volume;          /* 28 0x0020 0 to 5000; beyond, as a signed number, the nearest of them */
     uint32_t mediaMode;       /* 32 0x0040 of CORVANE_MEDIA_* */
     uint32_t reserved36;      /* 36 */
     uintptr_t window;         /* 40 0x0800 must not be 0 */
@@ -742,7 +778,7 @@ enum {
 };
 
 /*
- * What became of the frames of a channel since it was created, 296 bytes; later versions append. Counters never fall.
+ * What became of the frames of a channel since it was created, 328 bytes; later versions append. Counters never fall.
  *
  * They add up. Every frame that was taken ends once:
  *   framesTaken = queueFrames + framesEmptied + framesSkippedLate + framesThinned + metadataFrames + soundFrames
@@ -751,7 +787,9 @@ enum {
  *   picturesDecoded = picturesNotForDisplay + picturesLost + picturesReplaced + picturesTaken
  * but for one that waits for the render thread, and
  *   picturesTaken = picturesPut + picturesHandedOver + picturesNotPutBusy + picturesNotPutNowhere + picturesNotPutOff
- * but for the latest, as long as it may still be put. A picture counts as put however often it is drawn anew.
+ * but for the latest, as long as it may still be put. A picture counts as put however often it is drawn anew. Of sound
+ *   soundFrames = soundHeard + soundLostRing + soundLostDecoder + soundNotPlayed
+ * but for the frames that wait for the sound device.
  */
 typedef struct ChannelStatistics {
     uint32_t recordSize;               /*   0 in: bytes of the client's record, of which no more are written; at least 4.
@@ -769,7 +807,7 @@ typedef struct ChannelStatistics {
     uint64_t framesSkippedLate;        /*  64 of all classes */
     uint64_t framesThinned;            /*  72 left out by Corvane_SetDisplayMode */
     uint64_t metadataFrames;           /*  80 left the queue; this version reads none */
-    uint64_t soundFrames;              /*  88 left the queue; this version plays none */
+    uint64_t soundFrames;              /*  88 left the queue */
     /* Frames of video in the decoder. */
     uint64_t unitsWithoutDecoder;      /*  96 */
     uint64_t unitsAwaitingKeyFrame;    /* 104 */
@@ -797,6 +835,12 @@ typedef struct ChannelStatistics {
     uint64_t ageMean;                  /* 256 of the last 256 pictures shown, or as many as there were */
     uint64_t age95;                    /* 264 which 95 of 100 of those do not exceed */
     uint64_t reserved[3];              /* 272 written as 0 */
+    /* Frames of sound. */
+    uint64_t soundHeard;               /* 296 decoded and played, at whatever volume */
+    uint64_t soundLostRing;            /* 304 43 frames waited already: they come faster than the device plays */
+    uint64_t soundLostDecoder;         /* 312 no decoder for them, or not decodable: 1024 bytes of silence for each */
+    uint64_t soundNotPlayed;           /* 320 no device (none, all 15 in use, not yet open, a format beyond its bounds),
+                                              sound is off, not for display, or the channel stopped first */
 } ChannelStatistics;
 
 /* A rectangle (left, top, right, bottom, screen pixels) or a window. */
@@ -843,8 +887,9 @@ typedef struct DisplayArea {
 
 /*
  * Makes an instance. `streamInfo` and `osd` are the defaults of its channels, may be null. `audioWindow` and
- * `audioFocusMode` are kept for sound. `reserved` is ignored. `version` is CORVANE_VERSION of the client's build: the
- * low byte must be 5, the next at most 5. `flags` is of CORVANE_FLAG_*.
+ * `audioFocusMode` are kept and change nothing: no sound system here knows a focus window. `reserved` is
+ * ignored. `version` is CORVANE_VERSION of the client's build: the low byte must be 5, the next at most 5. `flags` is of
+ * CORVANE_FLAG_*.
  * On success *instance belongs to the caller, to be ended by Corvane_Release. On failure *instance is unchanged.
  * Status_InvalidArgument: instance is null, or flags has both 0x0002 and 0x0004. Status_VersionMismatch (tested
  * before the flags). Status_OutOfMemory. Does not block. [any]
@@ -913,7 +958,7 @@ CORVANE_API uint32_t Corvane_DeleteChannel(void* instance, void** channel);
 CORVANE_API uint32_t Corvane_StartChannel(void* channel, uint32_t options);
 
 /*
- * Stops the worker, empties the queue and drops the decoder; the last picture stays. A producer that waits for space
+ * Stops the worker, ends sound, empties the queue and drops the decoder; the last picture stays. A producer that waits for space
  * returns Status_ChannelNotStarted. A stopped channel stays stopped.
  * Status_InvalidArgument: channel is null. Status_WrongChannelType. Status_Failed: called from a callback of this
  * channel; nothing was done. Blocks as Corvane_DeleteChannel. [any*]
@@ -921,8 +966,8 @@ CORVANE_API uint32_t Corvane_StartChannel(void* channel, uint32_t options);
 CORVANE_API uint32_t Corvane_StopChannel(void* channel);
 
 /*
- * Queues one encoded frame. The record and its buffers are copied once and may be reused at once. Sound and metadata
- * take their turn in the queue; this version neither plays nor parses them.
+ * Queues one encoded frame. The record and its buffers are copied once and may be reused at once. Metadata takes its
+ * turn in the queue; this version does not parse it.
  * Status_InvalidArgument: a pointer is null, or `data` is null with a size. Status_WrongChannelType.
  * Status_UnsupportedMedia: streamType is unknown, or excluded by the media mode. Status_OutOfMemory: no memory, or a
  * frame above 256 MiB. Status_Failed: an extension of the frame is damaged. Status_ChannelNotStarted.

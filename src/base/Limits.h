@@ -20,6 +20,18 @@ constexpr bool FitsPicture(uint64_t width, uint64_t height) {
 // A picture file in bytes: the largest picture of 4 bytes a pixel and room for its headers.
 inline constexpr uint64_t kMaxPictureFileBytes = 4 * kMaxPicturePixels + (1 << 20);
 
+// What a sound device is opened with: samples per second, channels. SDL never answers to some other values, and claims
+// to play others.
+constexpr bool FitsSound(uint64_t rate, uint64_t channels) {
+    return rate >= 1000 && rate <= 192'000 && channels >= 1 && channels <= 8;
+}
+
+// Samples that one frame of sound is decoded to, in bytes: 3 s of 48,000 Hz in two channels.
+inline constexpr uint32_t kSoundBytes = 576'000;
+
+// Frames of sound that may wait where none is dropped: the doubling of the ring ends here.
+inline constexpr uint32_t kMaxSoundFrames = 43 << 6;
+
 // Bytes after the last row of a picture buffer that a kernel may read or write in whole vectors.
 inline constexpr uint32_t kPicturePadding = 64;
 

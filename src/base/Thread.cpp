@@ -60,4 +60,12 @@ Thread::ScopedOwner::~ScopedOwner() {
     innermost = m_outer;
 }
 
+Thread::Acting::Acting(const void* owner) noexcept : m_before(currentOwner) {
+    currentOwner = owner;
+}
+
+Thread::Acting::~Acting() {
+    currentOwner = m_before;
+}
+
 }    // namespace corvane

@@ -41,6 +41,19 @@ public:
         const ScopedOwner* const m_outer;
     };
 
+    // Lives around a callback on a thread that is not the library's and works for a channel all the same, like that of
+    // a sound device: until its end the thread counts as one of `owner`'s.
+    class Acting {
+    public:
+        explicit Acting(const void* owner) noexcept;
+        ~Acting();
+        Acting(const Acting&) = delete;
+        Acting& operator=(const Acting&) = delete;
+
+    private:
+        const void* const m_before;
+    };
+
 private:
     std::thread m_thread;
 };

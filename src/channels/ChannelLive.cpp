@@ -14,8 +14,8 @@ constexpr float kCatchUpRate = 1.2f;
 
 }    // namespace
 
-CChannelLive::CChannelLive(uintptr_t window, uint32_t flags, Clock& clock, RendererMakers makers)
-    : StreamChannel(window, flags, clock, makers) {}
+CChannelLive::CChannelLive(uintptr_t window, uint32_t flags, Clock& clock, RendererMakers makers, SoundSystem& sound)
+    : StreamChannel(window, flags, clock, makers, sound) {}
 
 Status CChannelLive::Admit(const FramePtr& frame, MutexLock& lock) {
     for (;;) {
@@ -73,7 +73,9 @@ void CChannelLive::HandleFrame(WorkerState& worker, FramePtr& frame) {
         break;
     case StreamClass::Audio:
         m_counters.Add(Counter::SoundFrames);
-        if (!frame->NotForDisplay())
+        if (frame->NotForDisplay())
+            m_counters.Add(Counter::SoundNotPlayed);
+        else
             HandleAudio(worker, frame);
         break;
     case StreamClass::Metadata:    // its parser takes the frame here

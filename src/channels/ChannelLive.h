@@ -11,7 +11,7 @@ class CChannelLive final : public StreamChannel {
 public:
     // Starts the render thread. Raises std::bad_alloc and std::system_error; nothing is left then.
     CChannelLive(uintptr_t window, uint32_t flags, Clock& clock = Clock::System(),
-                 RendererMakers makers = BuiltRenderers());
+                 RendererMakers makers = BuiltRenderers(), SoundSystem& sound = SoundSystem::Sdl());
     ChannelType GetChannelType() const override { return ChannelType::Live; }
 
 private:

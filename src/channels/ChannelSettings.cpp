@@ -4,18 +4,10 @@
 
 namespace corvane {
 
-namespace {
-
-constexpr uint32_t kMaxVolume = 5000;
-
-}    // namespace
-
 void StreamChannel::Apply(const ChannelSettings& settings) {
     const auto has = [&](uint32_t bit) { return (settings.mask & bit) != 0; };
-    if (has(CORVANE_SETTINGS_VOLUME)) {
-        MutexLock lock(m_settingsMutex);
-        m_volume = settings.volume < kMaxVolume ? settings.volume : kMaxVolume;
-    }
+    if (has(CORVANE_SETTINGS_VOLUME))
+        m_render.Sound().SetVolume(static_cast<int32_t>(settings.volume));
     if (has(CORVANE_SETTINGS_MARGIN_LEFT))
         m_render.SetMargin(&Edges::left, settings.marginLeft);
     if (has(CORVANE_SETTINGS_MARGIN_RIGHT))
@@ -29,10 +21,8 @@ void StreamChannel::Apply(const ChannelSettings& settings) {
             settings.logo));    // Failed, for no image: the channel has no logo
     if (has(CORVANE_SETTINGS_PRESENT))
         m_render.SetPresentEnabled(settings.presentEnabled != 0);
-    if (has(CORVANE_SETTINGS_AUDIO)) {
-        MutexLock lock(m_settingsMutex);
-        m_audioEnabled = settings.audioEnabled != 0;
-    }
+    if (has(CORVANE_SETTINGS_AUDIO))
+        m_render.EnableSound(settings.audioEnabled != 0);
     if (settings.hasBorder != 0)
         m_render.SetBorder(Edges{settings.border[0], settings.border[2], settings.border[1], settings.border[3]});
 }
@@ -43,15 +33,12 @@ Status StreamChannel::Update(const ChannelUpdate& update) {
         return Status::InvalidArgument;
     if (has(CORVANE_UPDATE_PRESENT))
         m_render.SetPresentEnabled(update.presentEnabled != 0);
-    {
-        MutexLock lock(m_settingsMutex);
-        if (has(CORVANE_UPDATE_AUDIO))
-            m_audioEnabled = update.audioEnabled != 0;
-        if (has(CORVANE_UPDATE_VOLUME))
-            m_volume = update.volume < kMaxVolume ? update.volume : kMaxVolume;
-        if (has(CORVANE_UPDATE_MEDIA_MODE))
-            m_mediaMode = update.mediaMode;
-    }
+    if (has(CORVANE_UPDATE_AUDIO))
+        m_render.EnableSound(update.audioEnabled != 0);
+    if (has(CORVANE_UPDATE_VOLUME))
+        m_render.Sound().SetVolume(static_cast<int32_t>(update.volume));
+    if (has(CORVANE_UPDATE_MEDIA_MODE))
+        m_mediaMode = update.mediaMode;
     if (has(CORVANE_UPDATE_DROP_PICTURE))
         m_render.ResetToStopped();
     if (has(CORVANE_UPDATE_WINDOW))

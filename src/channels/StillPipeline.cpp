@@ -162,7 +162,7 @@ void StillPipeline::DrawOverlay(const Still& still) {
 // ---- Delivery ----
 
 Status StillPipeline::Snapshot(uint32_t format, bool zoomed, PictureBuffer& out) {
-    Still still{MakePicture(format), zoomed};
+    Still still{MakePicture(format, AlignedBuffer::Use::Brief), zoomed};
     if (still.maker == nullptr)
         return Status::InvalidArgument;
     CORVANE_RETURN_IF_FAILED(Take(still));
@@ -184,7 +184,7 @@ Status StillPipeline::Display(struct _cairo* to, bool zoomed, DisplayFrameInfo& 
     const DisplayTarget target(to);
     const DisplayTarget::Size own = target.OwnSize();
     CRenderMgr::PresentRects rects = m_render.GetPresentRects({own.width, own.height});
-    Still still{MakePicture(CORVANE_PICTURE_BMP_BGR24), zoomed, rects.client};
+    Still still{MakePicture(CORVANE_PICTURE_BMP_BGR24, AlignedBuffer::Use::Brief), zoomed, rects.client};
     CORVANE_RETURN_IF_FAILED(Take(still));
     CORVANE_RETURN_IF_FAILED(Finish(*still.maker));
     const IPictureMaker& maker = *still.maker;

@@ -11,9 +11,9 @@
 
 namespace corvane {
 
-StreamChannel::StreamChannel(uintptr_t window, uint32_t flags, Clock& clock, RendererMakers makers)
+StreamChannel::StreamChannel(uintptr_t window, uint32_t flags, Clock& clock, RendererMakers makers, SoundSystem& sound)
     : m_clock(clock),
-      m_render(Handle(), window, flags, clock, makers),
+      m_render(Handle(), window, flags, clock, makers, sound),
       m_video(m_render, (flags & CORVANE_FLAG_DECODER_FALLBACK) != 0) {}
 
 void StreamChannel::End() {
@@ -83,6 +83,7 @@ void StreamChannel::JoinWorker() {
     worker.Join();
     m_render.AwaitCalls();    // of a raw picture on the render thread
     m_video.Reset(false);
+    m_render.Sound().Flush();
     JitterQueue::Entries removed;    // freed outside the lock
     MutexLock lock(m_mutex);
     removed = m_queue.Reset();

@@ -59,7 +59,8 @@ protected:
     enum class Run { Stopped, Running, Stopping };
 
     // Starts the render thread. Raises std::bad_alloc and std::system_error; nothing is left then.
-    StreamChannel(uintptr_t window, uint32_t flags, Clock& clock, RendererMakers makers);
+    StreamChannel(uintptr_t window, uint32_t flags, Clock& clock, RendererMakers makers,
+                  SoundSystem& sound = SoundSystem::Sdl());
 
     // The worker, from a start to the stop: it returns as soon as m_run is not Running.
     virtual void Work() = 0;
@@ -87,7 +88,7 @@ protected:
     VideoStage m_video;
 
 private:
-    void JoinWorker();    // and empties the queue and the decoder
+    void JoinWorker();    // and empties the queue and the decoder, and ends sound
     Status Accepts(uint32_t streamType);
     void CountTaken() REQUIRES(m_mutex);
 
@@ -103,8 +104,6 @@ private:
     Mutex m_settingsMutex;
     std::atomic<uint32_t> m_mediaMode{CORVANE_MEDIA_BOTH};
     bool m_blockWhenFull GUARDED_BY(m_settingsMutex) = false;
-    bool m_audioEnabled GUARDED_BY(m_settingsMutex) = true;    // kept for the sound output, as the volume
-    uint32_t m_volume GUARDED_BY(m_settingsMutex) = 0;
 
     StillPipeline m_stills{Handle(), m_video, m_render};
 };

@@ -42,6 +42,8 @@ AVCodecID IdOf(FFmpegCodec codec) {
     switch (codec) {
     case FFmpegCodec::Mjpeg:
         return AV_CODEC_ID_MJPEG;
+    case FFmpegCodec::H263:
+        return AV_CODEC_ID_H263;
     case FFmpegCodec::Mpeg4:
         return AV_CODEC_ID_MPEG4;
     case FFmpegCodec::H264:
@@ -54,6 +56,10 @@ AVCodecID IdOf(FFmpegCodec codec) {
         return AV_CODEC_ID_PCM_MULAW;
     case FFmpegCodec::ALaw:
         return AV_CODEC_ID_PCM_ALAW;
+    case FFmpegCodec::G729:
+        return AV_CODEC_ID_G729;
+    case FFmpegCodec::Aac:
+        return AV_CODEC_ID_AAC;
     }
     return AV_CODEC_ID_NONE;
 }
@@ -63,6 +69,8 @@ uint32_t StreamTypeOf(FFmpegCodec codec) {
     switch (codec) {
     case FFmpegCodec::Mjpeg:
         return CORVANE_STREAM_JPEG;
+    case FFmpegCodec::H263:
+        return CORVANE_STREAM_H263;
     case FFmpegCodec::Mpeg4:
         return CORVANE_STREAM_MPEG4;
     case FFmpegCodec::H264:
@@ -79,7 +87,7 @@ void FreeContext(AVCodecContext* context) {
     avcodec_free_context(&context);
 }
 
-// Opens the context that `setUp` fills and wraps it.
+// Opens the context that `setUp` fills, unless that returns false, and wraps it.
 template <typename SetUp>
 FFmpegDecoderPtr Make(FFmpegCodec codec, SetUp setUp) noexcept {
     const AVCodec* found = avcodec_find_decoder(IdOf(codec));
@@ -89,9 +97,8 @@ FFmpegDecoderPtr Make(FFmpegCodec codec, SetUp setUp) noexcept {
     if (context == nullptr)
         return nullptr;
     context->log_level_offset = kLogSilence;
-    setUp(*context);
-    bool opened = false;
-    {
+    bool opened = setUp(*context);
+    if (opened) {
         MutexLock lock(CodecMutex());
         opened = !MustFail() && avcodec_open2(context, found, nullptr) >= 0;
     }
@@ -180,7 +187,10 @@ DecoderIsolated_FFmpeg::Frame::~Frame() {
 }
 
 DecoderIsolated_FFmpeg::DecoderIsolated_FFmpeg(AVCodecContext* context, FFmpegCodec codec)
-    : m_codec(codec), m_isVideo(StreamTypeOf(codec) != 0) {
+    : m_codec(codec),
+      m_isVideo(StreamTypeOf(codec) != 0),
+      m_sampleRate(context->sample_rate),
+      m_channels(context->ch_layout.nb_channels) {
     if (!m_isVideo)
         m_samples = std::make_unique<SampleConverter>();
     m_packet = MustFail() ? nullptr : av_packet_alloc();
@@ -199,6 +209,8 @@ HeaderVerdict DecoderIsolated_FFmpeg::CheckHeaders(const EncodedUnit& in) const 
     switch (m_codec) {
     case FFmpegCodec::Mjpeg:
         return CheckJpegHeaders(in.data, in.size);
+    case FFmpegCodec::H263:
+        return CheckH263Picture(in.data, in.size);
     case FFmpegCodec::Mpeg4:
         return m_context->coded_width > 0 ? HeaderVerdict::Valid : CheckMpeg4Layer(in.data, in.size);
     case FFmpegCodec::H264:
@@ -256,6 +268,8 @@ int32_t DecoderIsolated_FFmpeg::Feed(const EncodedUnit& in) {
         End(verdict == HeaderVerdict::Size ? UnitEnd::Size : UnitEnd::Refused, 0);
         return 0;
     }
+    if (m_restore && !RestoreConfiguration())
+        return -1;
     End(UnitEnd::Taken, std::nullopt);
     for (int attempt = 0; attempt < 2; ++attempt) {
         // The packet has no owner for its bytes, so libavcodec copies them: with frame threads it keeps them longer
@@ -266,6 +280,7 @@ int32_t DecoderIsolated_FFmpeg::Feed(const EncodedUnit& in) {
         const int sent = MustFail() ? AVERROR(EINVAL) : avcodec_send_packet(m_context, m_packet);
         m_packet->data = nullptr;
         m_packet->size = 0;
+        av_packet_free_side_data(m_packet);
         if (sent < 0 && sent != AVERROR(EAGAIN)) {
             End(UnitEnd::Refused, ThreadDelay());
             return 0;
@@ -354,18 +369,18 @@ bool DecoderIsolated_FFmpeg::ConvertFront() {
 int32_t DecoderIsolated_FFmpeg::NextPicture(DecodedFrame* out, uint32_t* got, const EncodedUnit& in) {
     *got = 0;
     if (m_frontIsCurrent)
-        m_output.pop_front();
+        m_output.erase(m_output.begin());
     m_frontIsCurrent = false;
     while (m_output.size() > limits::kInFlightSlack)
-        m_output.pop_front();    // a stream that always gives two pictures a packet
+        m_output.erase(m_output.begin());    // a stream that always gives two pictures a packet
     if (Feed(in) < 0)
         return -1;
     const auto consumed = static_cast<int32_t>(std::min<uint32_t>(in.size, INT32_MAX));
-    if (m_output.empty())
-        return consumed;
+    if (m_output.empty())    // a damaged unit is a failure for H.263 alone
+        return m_codec == FFmpegCodec::H263 && m_end != UnitEnd::Nothing ? -1 : consumed;
     const ColourSignal colours = ColoursOf(*m_output.front()->av, m_codec);
     if (!IsPlain(*m_output.front()->av) && !ConvertFront()) {
-        m_output.pop_front();
+        m_output.erase(m_output.begin());
         return -1;
     }
     const AVFrame& frame = *m_output.front()->av;
@@ -394,39 +409,56 @@ int32_t DecoderIsolated_FFmpeg::DecodeVideo(DecodedFrame* out, uint32_t* got, co
     }
 }
 
-int32_t DecoderIsolated_FFmpeg::WriteSamples(uint8_t* pcm, uint32_t capacity, uint32_t* written) {
-    while (!m_output.empty()) {
-        const FrameRef frame = std::move(m_output.front());
-        m_output.pop_front();
+bool DecoderIsolated_FFmpeg::RestoreConfiguration() {
+    const auto size = static_cast<size_t>(m_context->extradata_size);
+    uint8_t* const copy = MustFail() ? nullptr : av_packet_new_side_data(m_packet, AV_PKT_DATA_NEW_EXTRADATA, size);
+    if (copy == nullptr)
+        return false;
+    std::copy_n(m_context->extradata, size, copy);
+    return true;
+}
+
+bool DecoderIsolated_FFmpeg::WriteSamples(uint8_t* pcm, uint32_t capacity, uint32_t* written) {
+    for (const FrameRef& frame : m_output) {
         const int64_t bytes = SampleConverter::OutputBytes(*frame->av);
-        if (bytes < 0 || bytes > capacity - *written || m_samples->Convert(*frame->av, pcm + *written) < 0)
-            return -1;
+        const bool fits = frame->av->sample_rate == m_sampleRate && frame->av->ch_layout.nb_channels == m_channels;
+        if (!fits || bytes < 0 || bytes > capacity - *written || m_samples->Convert(*frame->av, pcm + *written) < 0)
+            return false;
         *written += static_cast<uint32_t>(bytes);
     }
-    return 0;
+    return true;
+}
+
+bool DecoderIsolated_FFmpeg::DecodeBlocks(const EncodedUnit& in, uint8_t* pcm, uint32_t capacity, uint32_t* written) {
+    EncodedUnit block = in;
+    for (uint32_t at = 0; at < in.size || at == 0; at += block.size) {
+        block.data = in.data + at;
+        block.size = in.size - at;
+        if (m_codec == FFmpegCodec::AmrNb)
+            block.size = std::min(block.size, AmrBlockBytes(block));
+        const bool good = Feed(block) >= 0 && WriteSamples(pcm, capacity, written);
+        m_output.clear();
+        if (!good || block.size == 0)
+            return good;
+    }
+    return true;
 }
 
 int32_t DecoderIsolated_FFmpeg::DecodeAudio(uint8_t* pcm, uint32_t* size, const EncodedUnit* in) {
     if (m_isVideo)
         return static_cast<int32_t>(Status::NotSupported);
+    uint32_t written = 0;
+    bool decoded = false;
     try {
-        uint32_t written = 0;
-        EncodedUnit block = *in;
-        for (uint32_t at = 0; at < in->size || at == 0; at += block.size) {
-            block.data = in->data + at;
-            block.size = in->size - at;
-            if (m_codec == FFmpegCodec::AmrNb)
-                block.size = std::min(block.size, AmrBlockBytes(block));
-            if (Feed(block) < 0 || WriteSamples(pcm, *size, &written) < 0)
-                return -1;
-            if (block.size == 0)
-                break;
-        }
-        *size = written;
-        return 0;
+        decoded = DecodeBlocks(*in, pcm, *size, &written);
     } catch (...) {
-        return -1;
+        m_output.clear();
     }
+    m_restore = (!decoded || written == 0 || m_end == UnitEnd::Refused) && m_context->extradata_size > 0;
+    if (!decoded)
+        return -1;
+    *size = written;
+    return 0;
 }
 
 int32_t DecoderIsolated_FFmpeg::ShareFrame(DecodedFrame* out, int32_t version) {
@@ -450,11 +482,12 @@ FFmpegDecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept 
         context.skip_loop_filter = AVDISCARD_NONREF;
         context.thread_count = static_cast<int>(std::clamp<uint32_t>(threads, 1, most));
         context.max_pixels = kMaxCodedPixels;
+        return true;
     });
 }
 
-FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sampleRate, uint32_t channels,
-                                  uint32_t bitsPerSample) noexcept {
+FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sampleRate, uint32_t channels, uint32_t bitsPerSample,
+                                  std::span<const uint8_t> configuration) noexcept {
     if (sampleRate > INT_MAX || channels == 0 || channels > INT16_MAX)
         return nullptr;
     return Make(codec, [&](AVCodecContext& context) {
@@ -462,6 +495,15 @@ FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sampleRate, uint32
         av_channel_layout_default(&context.ch_layout, static_cast<int>(channels));
         context.bits_per_coded_sample = static_cast<int>(bitsPerSample);
         context.request_sample_fmt = AV_SAMPLE_FMT_S16;
+        if (configuration.empty())
+            return true;
+        context.extradata = static_cast<uint8_t*>(
+            MustFail() ? nullptr : av_mallocz(configuration.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+        if (context.extradata == nullptr)
+            return false;
+        std::copy(configuration.begin(), configuration.end(), context.extradata);
+        context.extradata_size = static_cast<int>(configuration.size());
+        return true;
     });
 }
 

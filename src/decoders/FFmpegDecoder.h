@@ -4,9 +4,10 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <optional>
+#include <span>
+#include <vector>
 
 #include "base/ColourSignal.h"
 #include "corvane/decoder.h"
@@ -21,7 +22,7 @@ struct SwsContext;
 
 namespace corvane {
 
-enum class FFmpegCodec { Mjpeg, Mpeg4, H264, Hevc, AmrNb, MuLaw, ALaw };
+enum class FFmpegCodec { Mjpeg, H263, Mpeg4, H264, Hevc, AmrNb, MuLaw, ALaw, G729, Aac };
 
 class SampleConverter;
 
@@ -83,11 +84,16 @@ private:
     // Replaces the front of m_output by a three-plane 4:2:0 picture.
     bool ConvertFront();
     int32_t NextPicture(DecodedFrame* out, uint32_t* got, const EncodedUnit& in);
-    int32_t WriteSamples(uint8_t* pcm, uint32_t capacity, uint32_t* written);
+    // The next packet brings the configuration again. False without memory.
+    bool RestoreConfiguration();
+    bool DecodeBlocks(const EncodedUnit& in, uint8_t* pcm, uint32_t capacity, uint32_t* written);
+    bool WriteSamples(uint8_t* pcm, uint32_t capacity, uint32_t* written);
 
     // Constant after construction.
     const FFmpegCodec m_codec;
     const bool m_isVideo;
+    const int m_sampleRate;    // of sound; a block at another rate, or with other channels, is a failure
+    const int m_channels;
     AVCodecContext* m_context = nullptr;
     AVPacket* m_packet = nullptr;
 
@@ -96,11 +102,12 @@ private:
     QMRX::SDK::Utility::FrameQueue<Frame> m_converted;    // 4:2:0 copies of other formats
     SwsContext* m_scaler = nullptr;
     std::unique_ptr<SampleConverter> m_samples;
-    std::deque<FrameRef> m_output;    // received and not yet superseded, oldest first
-    bool m_frontIsCurrent = false;    // the front was handed out by the last DecodeVideo
-    ColourSignal m_colours;           // of the current picture
-    int64_t m_sent = 0;               // units, which counts as their time
-    int64_t m_lastTime = -1;          // of the picture received last, with the place of its pixels
+    std::vector<FrameRef> m_output;    // received and not yet superseded, oldest first; few, as a rule
+    bool m_restore = false;            // the last call for sound failed: its block may have changed the configuration
+    bool m_frontIsCurrent = false;     // the front was handed out by the last DecodeVideo
+    ColourSignal m_colours;            // of the current picture
+    int64_t m_sent = 0;                // units, which counts as their time
+    int64_t m_lastTime = -1;           // of the picture received last, with the place of its pixels
     const uint8_t* m_lastPixels = nullptr;
     uint32_t m_held = 0;                     // video units in the codec whose pictures are to come
     uint32_t m_pictureDelay = 0;             // CodecDelay when a picture last came
@@ -114,7 +121,8 @@ using FFmpegDecoderPtr = std::unique_ptr<DecoderIsolated_FFmpeg, DecoderDestroye
 // A new decoder, or null when the codec is missing, does not open, or there is no memory. `threads` is raised to 1 and
 // bounded by 32 for H.265 and 16 for the others.
 FFmpegDecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept;
-FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sampleRate, uint32_t channels,
-                                  uint32_t bitsPerSample) noexcept;
+// `configuration` is what comes with the stream outside its packets, none for most codecs.
+FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sampleRate, uint32_t channels, uint32_t bitsPerSample,
+                                  std::span<const uint8_t> configuration = {}) noexcept;
 
 }    // namespace corvane

@@ -7,9 +7,9 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "base/Mutex.h"
 
@@ -35,7 +35,7 @@ public:
             if (m_spares.empty())
                 return nullptr;
             T* spare = m_spares.front();
-            m_spares.pop_front();
+            m_spares.erase(m_spares.begin());    // of a few
             return spare;
         }
 
@@ -57,7 +57,7 @@ public:
 
     private:
         corvane::Mutex m_mutex;
-        std::deque<T*> m_spares GUARDED_BY(m_mutex);
+        std::vector<T*> m_spares GUARDED_BY(m_mutex);    // a deque allocates as frames go through it
     };
 
     FrameQueue() : m_impl(std::make_shared<Impl>()) {}

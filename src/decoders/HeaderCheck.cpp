@@ -100,7 +100,53 @@ HeaderVerdict CheckLayer(BitReader bits) {
     return CheckSize(width, bits.Bits(13));
 }
 
+// Recommendation H.263, 5.1, after the picture start code, as far as the size. Valid for a picture with the size of the
+// one before, and where libavcodec stops reading.
+HeaderVerdict CheckPicture(BitReader bits) {
+    constexpr uint32_t kSizes[6][2] = {{}, {128, 96}, {176, 144}, {352, 288}, {704, 576}, {1408, 1152}};
+    constexpr uint64_t kCustom = 6;
+    constexpr uint64_t kExtended = 7;
+    bits.SkipBits(8 + 2 + 3);    // temporal reference, marker and identification, three flags
+    uint64_t format = bits.Bits(3);
+    uint64_t width = 0;
+    uint64_t height = 0;
+    if (format >= kCustom) {    // libavcodec reads the reserved value as the extended form
+        if (bits.Bits(3) != 1)
+            return HeaderVerdict::Valid;
+        format = bits.Bits(3);
+        bits.SkipBits(15 + 9 + 1);    // the rest of the optional and mandatory parts of the type, multipoint
+    }
+    if (format == 0 || format == kExtended)
+        return HeaderVerdict::Damaged;
+    if (format == kCustom) {
+        bits.SkipBits(4);    // pixel aspect ratio
+        width = (bits.Bits(9) + 1) * 4;
+        bits.SkipBits(1);
+        height = bits.Bits(9) * 4;
+    } else {
+        width = kSizes[format][0];
+        height = kSizes[format][1];
+    }
+    return width > 0 && height > 0 && width <= kMostH263Width && height <= kMostH263Height ? HeaderVerdict::Valid
+                                                                                           : HeaderVerdict::Size;
+}
+
 }    // namespace
+
+HeaderVerdict CheckH263Picture(const uint8_t* data, uint32_t size) {
+    for (uint32_t at = 0; at + 3 <= size; ++at) {
+        if (data[at] != 0 || data[at + 1] != 0 || (data[at + 2] & 0xFC) != 0x80)
+            continue;
+        try {
+            BitReader bits{data + at, size - at};
+            bits.SkipBits(22);
+            return CheckPicture(bits);
+        } catch (const std::runtime_error&) {
+            break;
+        }
+    }
+    return HeaderVerdict::Damaged;
+}
 
 HeaderVerdict CheckJpegHeaders(const uint8_t* data, uint32_t size) {
     constexpr uint8_t kHuffmanTables = 0xC4, kEndOfImage = 0xD9, kQuantiserTables = 0xDB, kApplication = 0xE0,

@@ -28,6 +28,10 @@ enum class HeaderVerdict {
 // JPEG: every frame header up to the end of the image.
 HeaderVerdict CheckJpegHeaders(const uint8_t* data, uint32_t size);
 
+// H.263: the header of the first picture. A size above kMostH263Width x kMostH263Height is out of bounds here.
+inline constexpr uint32_t kMostH263Width = 704, kMostH263Height = 576;
+HeaderVerdict CheckH263Picture(const uint8_t* data, uint32_t size);
+
 // MPEG-4 Visual: the first video object layer, the only one of a unit that libavcodec reads. It must be there.
 HeaderVerdict CheckMpeg4Layer(const uint8_t* data, uint32_t size);
 

@@ -27,10 +27,12 @@ uint32_t ThreadCount(uint32_t asked, uint32_t width, uint32_t height) {
     return width >= 1280 || height >= 800 ? 2 : 1;
 }
 
-FFmpegDecoderPtr MakeFFmpeg(uint32_t codec, uint32_t threads) {
+FFmpegDecoderPtr MakeFFmpeg(uint32_t codec, uint32_t vendorTag, uint32_t threads) {
     switch (codec) {
     case CORVANE_STREAM_JPEG:
         return MakeVideoDecoder(FFmpegCodec::Mjpeg, 0);
+    case CORVANE_STREAM_H263:    // the streams of other vendors are not the Recommendation's
+        return vendorTag == FourCharacters("QMRX") ? MakeVideoDecoder(FFmpegCodec::H263, 0) : nullptr;
     case CORVANE_STREAM_MPEG4:
         return MakeVideoDecoder(FFmpegCodec::Mpeg4, 0);
     case CORVANE_STREAM_H264:
@@ -116,7 +118,7 @@ void VideoDecoderHolder::ChooseDecoder(const MediaFrameImpl& frame) {
     uint32_t kind = 0;
     m_decoder = MakeFromPlugin(settings, frame, &kind);
     const bool software = m_decoder == nullptr;
-    m_none = software && !MakeSoftware(codec, threads);
+    m_none = software && !MakeSoftware(codec, frame.VendorTag(), threads);
     if (m_none)
         return;
     // Backward play, once there is such a decoder, wraps m_decoder here and in FallBack (not for JPEG and
@@ -129,9 +131,9 @@ void VideoDecoderHolder::ChooseDecoder(const MediaFrameImpl& frame) {
     m_height = frame.DecodedHeight();
 }
 
-// Replaces the decoder; false, with the old one kept, when there is none for `codec`.
-bool VideoDecoderHolder::MakeSoftware(uint32_t codec, uint32_t threads) {
-    FFmpegDecoderPtr ffmpeg = MakeFFmpeg(codec, threads);
+// Replaces the decoder; false, with the old one kept, when there is none for `codec` of that vendor.
+bool VideoDecoderHolder::MakeSoftware(uint32_t codec, uint32_t vendorTag, uint32_t threads) {
+    FFmpegDecoderPtr ffmpeg = MakeFFmpeg(codec, vendorTag, threads);
     const DecoderIsolated_FFmpeg* const software = ffmpeg.get();
     DecoderPtr decoder = std::move(ffmpeg);
     if (codec == CORVANE_STREAM_PLACEHOLDER)
@@ -198,7 +200,7 @@ bool VideoDecoderHolder::FallBack(const MediaFrameImpl& frame) {
         (m_codec != CORVANE_STREAM_MPEG4 && m_codec != CORVANE_STREAM_H264 && m_codec != CORVANE_STREAM_H265))
         return false;
     const uint32_t threads = ThreadCount(settings.threads, m_width, m_height);
-    if (!MakeSoftware(m_codec, threads))
+    if (!MakeSoftware(m_codec, m_vendorTag, threads))
         return false;
     m_inFlight.clear();
     m_lastGot = 0;    // the new decoder has given no picture, so its first one takes nothing from m_inFlight
@@ -296,6 +298,8 @@ int32_t VideoDecoderHolder::DecodeUnit(const AccessUnitAssembler::Unit& unit, ui
     if (CallDecoder(unit.encoded, got, &picture) < 0) {
         m_inFlight.pop_back();
         *got = 0;
+        if (m_software != nullptr && m_software->LastEnd() == UnitEnd::Size)
+            m_outcome = DecodeOutcome::Size;
         return FallBack(*unit.input) ? DecodeUnit(unit, got) : -1;    // once: the fall-back is software
     }
     if (m_lastGot != 0)

@@ -91,7 +91,7 @@ private:
     }
     Settings CopySettings() const EXCLUDES(m_settingsMutex);
     void ChooseDecoder(const MediaFrameImpl& frame);
-    bool MakeSoftware(uint32_t codec, uint32_t threads);
+    bool MakeSoftware(uint32_t codec, uint32_t vendorTag, uint32_t threads);
     DecoderPtr MakeFromPlugin(const Settings& settings, const MediaFrameImpl& frame, uint32_t* kind) const;
     bool FallBack(const MediaFrameImpl& frame);
     DecodeOutcome WithoutDecoder(const MediaFrameImpl& frame) const;

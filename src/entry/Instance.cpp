@@ -21,6 +21,7 @@ Status CCorvane_Option::CreateChannel(void** channel, const ChannelSettings* set
     object->Render().SetCallback(&PresentSettings::osd, {pick(CORVANE_SETTINGS_TEXT, chosen.osd, m_defaults.osd),
                                                          pick(CORVANE_SETTINGS_TEXT_CONTEXT, chosen.osdContext, none)});
     object->Render().SetBackground(m_defaults.background);
+    object->Render().Sound().SetFocus(m_defaults.audioWindow, m_defaults.audioFocusMode);
     object->Apply(chosen);
     WindowWatchPtr window = WindowWatch::Open(chosen.window, WindowWatch::Purpose::Draw);
     std::unique_ptr<Deleter> owner =

@@ -11,11 +11,13 @@ namespace {
 
 constexpr int64_t kNsPerMs = 1'000'000;
 
-// The counters stand side by side in the record.
+// The counters stand side by side in the record, from framesTaken and from soundHeard on.
+constexpr size_t kFirstOfSound = static_cast<size_t>(Counter::SoundHeard);
+constexpr size_t kCounters = static_cast<size_t>(Counter::Count);
 static_assert(offsetof(ChannelStatistics, framesTaken) == 24);
-static_assert(offsetof(ChannelStatistics, queueFrames) == 24 + 8 * static_cast<size_t>(Counter::Count));
-static_assert(offsetof(ChannelStatistics, reserved) + 24 == sizeof(ChannelStatistics));
-static_assert(sizeof(ChannelStatistics) == 296);
+static_assert(offsetof(ChannelStatistics, queueFrames) == 24 + 8 * kFirstOfSound);
+static_assert(offsetof(ChannelStatistics, soundHeard) + 8 * (kCounters - kFirstOfSound) == sizeof(ChannelStatistics));
+static_assert(sizeof(ChannelStatistics) == 328);
 
 }    // namespace
 
@@ -40,11 +42,13 @@ void ChannelCounters::NoteAge(int64_t ageNs) {
 }
 
 void ChannelCounters::Fill(ChannelStatistics& out) const {
-    std::array<uint64_t, static_cast<size_t>(Counter::Count)> counters;
+    std::array<uint64_t, kCounters> counters;
     for (size_t i = 0; i < counters.size(); ++i)
         counters[i] = m_counters[i].load(std::memory_order_relaxed);
-    std::memcpy(reinterpret_cast<uint8_t*>(&out) + offsetof(ChannelStatistics, framesTaken), counters.data(),
-                sizeof counters);
+    auto* const record = reinterpret_cast<uint8_t*>(&out);
+    std::memcpy(record + offsetof(ChannelStatistics, framesTaken), counters.data(), 8 * kFirstOfSound);
+    std::memcpy(record + offsetof(ChannelStatistics, soundHeard), &counters[kFirstOfSound],
+                8 * (kCounters - kFirstOfSound));
     const uint64_t decoder = m_decoder.load(std::memory_order_relaxed);
     out.decoderKind = static_cast<uint32_t>(decoder >> 32);
     out.decoderThreads = static_cast<uint32_t>(decoder);

@@ -12,7 +12,7 @@
 
 namespace corvane {
 
-// The 64 bit counters of ChannelStatistics, in the order of that record.
+// The 64 bit counters of ChannelStatistics, in the order of that record, where they stand in two places.
 enum class Counter : uint8_t {
     FramesTaken,
     FramesRefusedFull,
@@ -39,6 +39,11 @@ enum class Counter : uint8_t {
     PicturesNotPutBusy,
     PicturesNotPutNowhere,
     PicturesNotPutOff,
+    // At the end of the record.
+    SoundHeard,
+    SoundLostRing,
+    SoundLostDecoder,
+    SoundNotPlayed,
     Count
 };
 

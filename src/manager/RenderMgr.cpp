@@ -85,9 +85,18 @@ private:
     LentBuffer m_lent;
 };
 
-CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Clock& clock, RendererMakers makers)
+CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Clock& clock, RendererMakers makers,
+                       SoundSystem& sound)
     : m_clock(clock),
       m_counters(clock),
+      m_audio(
+          m_counters, clock,
+          [this, owner](const MediaFrameImpl& frame, const uint8_t* samples, uint32_t bytes,
+                        const std::function<bool()>& goesOn) {
+              const Thread::Acting acting(owner);
+              m_raw.DeliverSound(frame, samples, bytes, goesOn);
+          },
+          sound),
       m_settings(std::make_shared<const PresentSettings>(WithFlags(flags))),
       m_slot(this, *m_settings, makers, clock),
       m_sinks(this, clock),
@@ -109,6 +118,7 @@ CRenderMgr::~CRenderMgr() {
 }
 
 void CRenderMgr::End() {
+    m_audio.Flush();
     if (!m_thread.Running())
         return;
     {
@@ -232,8 +242,8 @@ void CRenderMgr::SendDecoderKind(uint32_t kind) {
         settings->streamInfo(CORVANE_INFO_DECODER, kind, 0);
 }
 
-void CRenderMgr::InputAudio(const FramePtr& frame, bool mix, bool show) {
-    (void)mix;    // a sound output will take the frame here; this version has none
+void CRenderMgr::InputAudio(const FramePtr& frame, bool dropWhenFull, bool show) {
+    m_audio.Enqueue(frame, dropWhenFull);
     if (!show)
         return;
     MutexLock lock(m_lock);

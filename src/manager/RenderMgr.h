@@ -13,6 +13,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "audio/AudioOut.h"
 #include "base/CallGate.h"
 #include "base/Mutex.h"
 #include "base/Status.h"
@@ -64,11 +65,11 @@ public:
     // Starts the render thread, which works for `owner` (the channel's handle). Raises std::bad_alloc and
     // std::system_error; nothing is left then.
     CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Clock& clock = Clock::System(),
-               RendererMakers makers = BuiltRenderers());
+               RendererMakers makers = BuiltRenderers(), SoundSystem& sound = SoundSystem::Sdl());
     ~CRenderMgr();    // calls End
     CRenderMgr(const CRenderMgr&) = delete;
     CRenderMgr& operator=(const CRenderMgr&) = delete;
-    // Joins the render thread, which destroys the renderers. Nothing is presented afterwards.
+    // Ends sound, and joins the render thread, which destroys the renderers. Nothing is presented afterwards.
     void End();
 
     // ---- From the worker ----
@@ -81,9 +82,9 @@ public:
     void Interrupt();
     // After Interrupt: waits for the client filters and the raw callback that run; not on a thread of the library.
     void AwaitCalls();
-    // A frame of sound (`mix`: it is to be heard). With `show`, and in another second of wall-clock time than the last
-    // frame, the state becomes AudioOnly.
-    void InputAudio(const FramePtr& frame, bool mix, bool show);
+    // A frame of sound, which is played; `dropWhenFull` as AudioOut::Enqueue has it. With `show`, and in another second
+    // of wall-clock time than the last frame, the state becomes AudioOnly.
+    void InputAudio(const FramePtr& frame, bool dropWhenFull, bool show);
     void ShowTimeOnly(const FramePtr& frame);
     void SendDecoderKind(uint32_t kind);
 
@@ -127,6 +128,9 @@ public:
     PresentSettingsPtr Settings() const;
     RenderState State() const;
     bool HasWindow() const;
+    AudioOut& Sound() { return m_audio; }
+    // Off: silent at once, and raw sound gives up its turn.
+    void EnableSound(bool on);
     // The counters of the whole channel, also for its queue and its worker.
     ChannelCounters& Counters() { return m_counters; }
     RawClient& Raw() { return m_raw.Client(); }
@@ -216,6 +220,7 @@ private:
     PictureMailbox m_mailbox;
 
     RawDelivery m_raw{m_filters};
+    AudioOut m_audio;    // calls m_raw
 
     // Only on the worker.
     PictureRun m_run;

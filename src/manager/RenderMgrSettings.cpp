@@ -64,6 +64,11 @@ void CRenderMgr::SetWindow(WindowWatchPtr window) {
         RequestRedraw();
 }
 
+void CRenderMgr::EnableSound(bool on) {
+    m_audio.Enable(on);
+    m_raw.Client().Wake();
+}
+
 void CRenderMgr::SetMargin(uint32_t Edges::*edge, uint32_t pixels) {
     MutexLock lock(m_lock);
     ChangeSettings([&](PresentSettings& settings) { settings.margin.*edge = pixels; });

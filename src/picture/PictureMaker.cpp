@@ -14,21 +14,32 @@ namespace corvane {
 
 namespace {
 
-// The base of all makers: the lent buffer and the output.
+bool IsPlanar(uint32_t format) {
+    return format == PF_I420 || format == PF_YV12 || format == PF_NV12;
+}
+
+// The base of all makers: the lent buffer and the output. Where the pixels of the output lie as those of the buffer do,
+// the buffer is a part of the output; its first byte is aligned, so that of the output need not be.
 class PictureMaker : public IPictureMaker {
 public:
-    explicit PictureMaker(uint32_t format) : m_format(format) {}
+    PictureMaker(uint32_t format, AlignedBuffer::Use use) : m_format(format), m_use(use) {}
 
     Status GetBuffer(PictureSize size, PictureView& out) override {
-        if (!m_input || size != m_size) {
-            const uint64_t bytes = PictureBytes(m_format, size.width, size.height);
-            if (bytes == 0)
-                return Status::Failed;
+        const uint64_t bytes = PictureBytes(m_format, size.width, size.height);
+        if (bytes == 0)
+            return Status::Failed;
+        if (!m_input || size != m_size || m_prefix != m_nextPrefix) {
+            const uint64_t lead = IsInPlace(size) ? uint64_t{m_nextPrefix} + HeaderBytes() : 0;
+            const uint64_t start = (lead + kAlignment - 1) / kAlignment * kAlignment;
             AlignedBuffer next;
-            if (!next.Allocate(bytes, AlignedBuffer::Use::Brief))
+            if (lead + bytes > UINT32_MAX || !next.Allocate(start + bytes, m_use))
                 return Status::OutOfMemory;
             m_input = std::move(next);
+            m_output.Free();
+            m_start = start;
+            m_prefix = m_nextPrefix;
             m_size = size;
+            m_made = false;
         }
         out = Input();
         return Status::Ok;
@@ -36,23 +47,38 @@ public:
     bool TakesOverlay() const override { return m_format == PF_I420 || m_format == PF_BGR24_FLIP; }
     void NormaliseColours(const ColourSignal&) override {}
     void SetQuality(uint32_t) override {}
-    void SetPrefix(uint32_t bytes) override { m_prefix = bytes; }
-    const uint8_t* GetData() const override { return m_output.Data(); }
-    uint32_t GetSize() const override { return static_cast<uint32_t>(m_output.Size()); }
+    void SetPrefix(uint32_t bytes) override { m_nextPrefix = bytes; }
+    const uint8_t* GetData() const override {
+        return m_made && IsInPlace(m_size) ? m_input.Data() + m_start - HeaderBytes() - m_prefix : m_output.Data();
+    }
+    uint32_t GetSize() const override {
+        return m_made && IsInPlace(m_size) ? m_prefix + FixedSize() : static_cast<uint32_t>(m_output.Size());
+    }
     uint32_t GetWidth() const override { return m_size.width; }
     uint32_t GetHeight() const override { return m_size.height; }
     Status Make() override {
-        uint8_t* const out = Output(FixedSize());
-        if (out == nullptr)
+        if (IsInPlace(m_size)) {
+            WriteHeader(m_input.Data() + m_start - HeaderBytes());
+        } else if (uint8_t* const out = Output(FixedSize()); out != nullptr) {
+            MakeInto(out);
+        } else {
             return Status::OutOfMemory;
-        MakeInto(out);
+        }
+        m_made = true;
         return Status::Ok;
     }
 
 protected:
+    static constexpr uint64_t kAlignment = 64;
+
+    // Whether the output, after its header, is the picture as it lies in the buffer.
+    virtual bool IsInPlace(PictureSize size) const = 0;
+    virtual uint32_t HeaderBytes() const { return 0; }
+    virtual void WriteHeader(uint8_t*) const {}
+
     // Memory for an output of `size` bytes after the prefix. Null without memory; the old output is then unchanged.
     uint8_t* Output(uint64_t size) {
-        const uint64_t whole = m_prefix + size;
+        const uint64_t whole = uint64_t{m_prefix} + size;
         if (!m_output || m_output.Size() != whole) {
             AlignedBuffer next;
             if (whole > UINT32_MAX || !next.Allocate(whole))
@@ -61,36 +87,43 @@ protected:
         }
         return m_output.Data() + m_prefix;
     }
-    PictureView Input() const { return LayOut(m_input.Data(), RowBytes(m_format, m_size.width), m_size, m_format); }
+    PictureView Input() const {
+        return LayOut(m_input.Data() + m_start, RowBytes(m_format, m_size.width), m_size, m_format);
+    }
+    uint32_t InputBytes() const { return static_cast<uint32_t>(PictureBytes(m_format, m_size.width, m_size.height)); }
 
     const uint32_t m_format;    // of the input in memory
+    const AlignedBuffer::Use m_use;
     AlignedBuffer m_input;
-    AlignedBuffer m_output;
-    PictureSize m_size;    // of the input
-    uint32_t m_prefix = 0;
+    AlignedBuffer m_output;    // not used in place
+    uint64_t m_start = 0;      // of the picture in m_input
+    PictureSize m_size;        // of the input
+    uint32_t m_prefix = 0;     // of the last GetBuffer
+    uint32_t m_nextPrefix = 0;
+    bool m_made = false;
 };
 
 class CPictureMakerBMP final : public PictureMaker {
 public:
     using PictureMaker::PictureMaker;
-    uint32_t FixedSize() const override { return BmpHeaderBytes(m_format) + ImageBytes(); }
+    uint32_t FixedSize() const override { return HeaderBytes() + InputBytes(); }
     void MakeInto(uint8_t* to) const override {
-        const uint32_t image = ImageBytes();
-        WriteBmpHeader(m_format, m_size.width, m_size.height, image, to);
-        std::memcpy(to + BmpHeaderBytes(m_format), m_input.Data(), image);
+        WriteHeader(to);
+        std::memcpy(to + HeaderBytes(), m_input.Data() + m_start, InputBytes());
     }
 
 private:
-    uint32_t ImageBytes() const { return static_cast<uint32_t>(PictureBytes(m_format, m_size.width, m_size.height)); }
+    bool IsInPlace(PictureSize) const override { return true; }
+    uint32_t HeaderBytes() const override { return BmpHeaderBytes(m_format); }
+    void WriteHeader(uint8_t* to) const override {
+        WriteBmpHeader(m_format, m_size.width, m_size.height, InputBytes(), to);
+    }
 };
 
 class CPictureMakerRaw final : public PictureMaker {
 public:
     using PictureMaker::PictureMaker;
-    uint32_t FixedSize() const override {
-        const uint32_t pixels = m_size.width * m_size.height;
-        return Input().PlaneCount() > 1 ? pixels / 2 * 3 + pixels % 2 : pixels * PixelBytes(m_format);
-    }
+    uint32_t FixedSize() const override { return PackedBytes(m_size); }
     void MakeInto(uint8_t* to) const override {
         const uint8_t* const end = to + FixedSize();
         const auto [width, height] = m_size;
@@ -105,6 +138,15 @@ public:
     }
 
 private:
+    // Rows without padding, and planes of even sizes, have the same bytes in the buffer.
+    bool IsInPlace(PictureSize size) const override {
+        return PackedBytes(size) == PictureBytes(m_format, size.width, size.height) &&
+               (!IsPlanar(m_format) || (size.width % 2 == 0 && size.height % 2 == 0));
+    }
+    uint32_t PackedBytes(PictureSize size) const {
+        const uint32_t pixels = size.width * size.height;
+        return IsPlanar(m_format) ? pixels / 2 * 3 + pixels % 2 : pixels * PixelBytes(m_format);
+    }
     // `rows` of `bytes` of a plane, without padding. Returns the end.
     static uint8_t* Pack(uint8_t* to, const PictureView& input, int plane, size_t bytes, uint32_t rows) {
         const uint8_t* from = input.plane[plane];
@@ -121,7 +163,7 @@ private:
 
 class CPictureMakerJPEG final : public PictureMaker {
 public:
-    CPictureMakerJPEG() : PictureMaker(PF_I420) {}
+    explicit CPictureMakerJPEG(AlignedBuffer::Use use) : PictureMaker(PF_I420, use) {}
     void NormaliseColours(const ColourSignal& from) override {
         PictureView picture = Input();
         picture.colours = from;
@@ -142,6 +184,8 @@ public:
     void MakeInto(uint8_t*) const override {}
 
 private:
+    bool IsInPlace(PictureSize) const override { return false; }
+
     uint32_t m_quality = 0;
     uint32_t m_outputBytes =
         0;    // bytes of the last output with its prefix; those of the prefix alone after a failure
@@ -176,19 +220,19 @@ constexpr StillFormat kStillFormats[] = {
 
 }    // namespace
 
-PictureMakerPtr MakePicture(uint32_t number) {
+PictureMakerPtr MakePicture(uint32_t number, AlignedBuffer::Use use) {
     const auto* const wanted = std::ranges::find(kStillFormats, number, &StillFormat::number);
     if (wanted == std::ranges::end(kStillFormats))
         return nullptr;
     switch (wanted->kind) {
     case Kind::Raw:
-        return std::make_shared<CPictureMakerRaw>(wanted->input);
+        return std::make_shared<CPictureMakerRaw>(wanted->input, use);
     case Kind::Bmp:
-        return std::make_shared<CPictureMakerBMP>(wanted->input);
+        return std::make_shared<CPictureMakerBMP>(wanted->input, use);
     case Kind::Jpeg:
         break;
     }
-    return std::make_shared<CPictureMakerJPEG>();
+    return std::make_shared<CPictureMakerJPEG>(use);
 }
 
 }    // namespace corvane

@@ -6,13 +6,14 @@
 //
 // or, where FixedSize is not 0, MakeInto instead of Make, which saves a copy.
 //
-// The output is valid until the next Make. A maker can be used again, and keeps its buffers while the size is the same.
-// It has no lock: one thread at a time.
+// The output is valid until the next GetBuffer: where both have the same pixels in memory the output is the buffer. A
+// maker can be used again, and keeps its buffers while the size is the same. It has no lock: one thread at a time.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 
+#include "base/AlignedBuffer.h"
 #include "base/PictureView.h"
 #include "base/Status.h"
 
@@ -34,7 +35,7 @@ public:
     // Of JPEG, as JPEGEncOptions::Quality: 50 leaves the quantisation tables unchanged, more is coarser. Other kinds
     // ignore the value.
     virtual void SetQuality(uint32_t quality) = 0;
-    // Number of bytes that stay 0 before the output.
+    // Number of bytes that stay 0 before the output, from the next GetBuffer on.
     virtual void SetPrefix(uint32_t bytes) = 0;
     // The output with its prefix; null and 0 before the first Make.
     virtual const uint8_t* GetData() const = 0;
@@ -51,7 +52,8 @@ public:
 
 using PictureMakerPtr = std::shared_ptr<IPictureMaker>;
 
-// The maker of a still format, of CORVANE_PICTURE_*; null for any other number. May raise std::bad_alloc.
-PictureMakerPtr MakePicture(uint32_t number);
+// The maker of a still format, of CORVANE_PICTURE_*; null for any other number. `use`: of its buffer. May raise
+// std::bad_alloc.
+PictureMakerPtr MakePicture(uint32_t number, AlignedBuffer::Use use);
 
 }    // namespace corvane

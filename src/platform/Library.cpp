@@ -20,6 +20,12 @@ bool Library::Open(const char* name) noexcept {
     return m_handle != nullptr;
 }
 
+bool Library::OpenLoaded(const char* name) noexcept {
+    Close();
+    m_handle = MustFail() ? nullptr : dlopen(name, RTLD_NOW | RTLD_LOCAL | RTLD_NOLOAD);
+    return m_handle != nullptr;
+}
+
 void* Library::FindAddress(const char* name) const noexcept {
     return m_handle == nullptr || MustFail() ? nullptr : dlsym(m_handle, name);
 }

@@ -20,6 +20,8 @@ public:
     // that of this library included. All symbols are resolved at once, and none is visible to other libraries. False:
     // there is no such file, or it cannot be loaded; then nothing is open.
     [[nodiscard]] bool Open(const char* name) noexcept;
+    // The same for a library that another part of the process has loaded; false where none has.
+    [[nodiscard]] bool OpenLoaded(const char* name) noexcept;
 
     // The function or object of that name; null where there is none or nothing is open. Valid until the library is
     // closed. `Symbol` is its type, which is not checked.

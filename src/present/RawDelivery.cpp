@@ -73,7 +73,7 @@ void RawDelivery::Deliver(const FinishedPicture& picture, PictureMailbox* mailbo
 bool RawDelivery::Make(const FinishedPicture& picture, const PresentSettings& settings, uint32_t format,
                        uint32_t prefix) {
     if (m_maker == nullptr || m_format != format) {
-        m_maker = MakePicture(format);
+        m_maker = MakePicture(format, AlignedBuffer::Use::Kept);
         m_format = format;
     }
     if (m_maker == nullptr)

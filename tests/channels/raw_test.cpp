@@ -52,7 +52,7 @@ struct Raw : testing::Test {
         return result;
     }
 
-    const Bytes jpeg = MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 98, .height = 34, .frames = 1})[0].bytes;
+    const Bytes jpeg = MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 128, .height = 34, .frames = 1})[0].bytes;
     int64_t fed = 100000;            // time of the newest picture, ms
     std::atomic<int64_t> time{0};    // of the picture that was delivered last
     std::function<void(RawPictureInfo&)> answer = [](RawPictureInfo&) {};
@@ -78,7 +78,7 @@ TEST_F(Raw, EachFormatIsTheStillOfThePicture) {
             ASSERT_FALSE(wanted.empty());
             wanted.insert(wanted.begin(), prefix, 0);
             EXPECT_EQ(bytes, wanted);
-            EXPECT_TRUE(last.width == 98 && last.height == 34 && last.prefix == prefix && last.count == 1 &&
+            EXPECT_TRUE(last.width == 128 && last.height == 34 && last.prefix == prefix && last.count == 1 &&
                         last.format == format && last.requestedFormat == format);
         }
     for (const auto& [id, off, on] : {std::array<int32_t, 3>{CORVANE_OPTION_RAW_PICTURES, 0, 1},
@@ -101,8 +101,10 @@ TEST_F(Raw, RepetitionsChangeTheFormatAndTheSecondCallbackComesFirst) {
     std::vector<Bytes> delivered;
     answer = [&](RawPictureInfo& info) {
         EXPECT_TRUE(info.format == formats[delivered.size()] && info.count == delivered.size() + 1);
+        EXPECT_EQ(info.repeat, 0u);
         delivered.push_back(bytes);
-        info.repeat = delivered.size() < std::size(formats);
+        if (delivered.size() < std::size(formats))
+            info.repeat = 1;
         info.requestedFormat = formats[delivered.size() % std::size(formats)];
     };
     Raw* const self = this;
@@ -176,8 +178,12 @@ TEST_F(Raw, ADeliveryEndsAfterTheRunningCall) {
     Set(CORVANE_OPTION_RAW_FORMAT, CORVANE_PICTURE_I420);
     const std::function<void()> ends[] = {
         [&] {
-            Register(CORVANE_OPTION_RAW_CALLBACK_2, this);
-            EXPECT_TRUE(Eventually([&, before = calls.load()] { return calls > before + 1; })) << "still the first";
+            const CorvaneRawCallback other = [](void*, uint32_t, void*) {};
+            Set(CORVANE_OPTION_RAW_CALLBACK_2, 0, reinterpret_cast<uint64_t>(other));
+            EXPECT_FALSE(inside);
+            const int before = calls;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            EXPECT_EQ(calls, before) << "the rest of a delivery goes to no other callback";
             Register(CORVANE_OPTION_RAW_CALLBACK, nullptr);
             Register(CORVANE_OPTION_RAW_CALLBACK_2, nullptr);
         },
@@ -202,6 +208,38 @@ TEST_F(Raw, ADeliveryEndsAfterTheRunningCall) {
             EXPECT_EQ(filter.calls, filteredAfter);
     }
     EXPECT_EQ(filter.faults, 0);
+}
+
+// Who removes a filter, or stops the channel, waits for a call of it on either thread.
+TEST_F(Raw, AFilterIsWaitedForOnTheRenderThreadToo) {
+    struct Filter final : QMRX::Filter::IFilter {
+        std::atomic<int> calls{0}, released{0};
+        int32_t Process(QMRX::Filter::FilterArgs*) override {
+            if (++calls == 2)    // of the raw picture
+                while (released < 1)
+                    std::this_thread::yield();
+            return 0;
+        }
+    };
+    for (const bool stops : {false, true}) {
+        Filter filter;
+        Set(CORVANE_OPTION_RAW_FORMAT, CORVANE_PICTURE_I420);
+        Register(CORVANE_OPTION_RAW_CALLBACK, this);
+        EXPECT_EQ(Corvane_InsertFilter(client.channel, &filter), Status_Ok);
+        Feed();
+        ASSERT_TRUE(Eventually([&] { return filter.calls == 2; }));
+        std::atomic<bool> returned{false};
+        std::thread ender([&] {
+            EXPECT_EQ(stops ? Corvane_StopChannel(client.channel) : Corvane_RemoveFilter(client.channel, &filter),
+                      Status_Ok);
+            returned = true;
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        EXPECT_FALSE(returned);
+        filter.released = 1;
+        ender.join();
+        EXPECT_EQ(Corvane_RemoveFilter(client.channel, &filter), Status_Ok);
+    }
 }
 
 }    // namespace

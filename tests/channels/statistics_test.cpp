@@ -49,8 +49,12 @@ TEST(Statistics, EachMistakeHasItsCounterAndItsCause) {
         ASSERT_EQ(Corvane_SetBufferTime(client.channel, row.bufferMs), Status_Ok);
         client.Start();
         EXPECT_EQ(StatisticsOf(client.channel).lastCause, uint32_t{CORVANE_CAUSE_NONE});
-        for (int64_t i = 0; i < 8; ++i)
-            ASSERT_EQ(client.Feed(row.type, row.payload, row.key, waits ? 0 : 5 * i), Status_Ok);
+        for (int64_t i = 0; i < 8; ++i) {
+            MediaFrameHeader header = test::VideoHeader(row.type, row.payload, row.key, waits ? 0 : 5 * i);
+            header.extension = test::kOtherVendor;
+            header.extensionSize = row.type == CORVANE_STREAM_H263 ? sizeof test::kOtherVendor : 0;
+            ASSERT_EQ(Corvane_InputEncodedMediaFrame(client.channel, &header), Status_Ok);
+        }
         const uint64_t expected = waits ? 7 : 8;    // the first has no step to make
         EXPECT_TRUE(Eventually([&] { return StatisticsOf(client.channel).*row.counter >= expected; }));
         const ChannelStatistics told = StatisticsOf(client.channel);
@@ -126,13 +130,13 @@ TEST(Statistics, PicturesEndWhereTheyCouldBeShown) {
 // Only as much is written as the client's record holds, and its size is the number of bytes.
 TEST(Statistics, RecordSizeBoundsWhatIsWritten) {
     Client client;
-    for (const uint32_t size : {0u, 3u, 4u, 12u, 31u, 296u, 4000u}) {
+    for (const uint32_t size : {0u, 3u, 4u, 12u, 31u, 296u, 328u, 4000u}) {
         std::vector<uint8_t> bytes(5000, 0xA5);
         std::memcpy(bytes.data(), &size, sizeof size);
         auto* const record = reinterpret_cast<ChannelStatistics*>(bytes.data());
         EXPECT_EQ(Corvane_GetChannelStatistics(client.channel, record), size < 4 ? Status_InvalidArgument : Status_Ok);
-        EXPECT_EQ(record->recordSize, std::min(size, 296u));
-        const size_t written = size < 4 ? 4 : std::min(size, 296u);
+        EXPECT_EQ(record->recordSize, std::min(size, 328u));
+        const size_t written = size < 4 ? 4 : std::min(size, 328u);
         EXPECT_EQ(std::count(bytes.begin() + static_cast<ptrdiff_t>(written), bytes.end(), 0xA5),
                   static_cast<ptrdiff_t>(5000 - written))
             << size;

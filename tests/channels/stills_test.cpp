@@ -41,7 +41,7 @@ struct OnePicture {
     // The finished picture that the chain and the maker give for `source`.
     PictureMakerPtr Wanted(ConstPictureView source, uint32_t format, uint32_t width, uint32_t height,
                            uint32_t quality = 0) const {
-        const PictureMakerPtr maker = MakePicture(format);
+        const PictureMakerPtr maker = MakePicture(format, AlignedBuffer::Use::Brief);
         maker->SetQuality(quality);
         const FramePtr frame = test::MakeFrame(CORVANE_STREAM_JPEG, stream[0].bytes, true, 7000);
         PictureView view;

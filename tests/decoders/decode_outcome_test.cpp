@@ -42,7 +42,8 @@ Bytes Garbage(Bytes begin, size_t size) {
 
 TEST(DecodeOutcome, SaysWhatWasWrong) {
     using enum DecodeOutcome;
-    const std::vector<Bytes> jpeg = Encode(kJpeg), mpeg4 = Encode(kMpeg4), h264 = Encode(kH264), h265 = Encode(kH265);
+    const std::vector<Bytes> jpeg = Encode(kJpeg), mpeg4 = Encode(kMpeg4), h264 = Encode(kH264), h265 = Encode(kH265),
+                             h263 = Encode(kH263);
     const Bytes sets = Sets(h264[0]), idr(h264[0].begin() + std::ssize(sets), h264[0].end());
     const std::vector late = {HeldBack, HeldBack, HeldBack, Picture, Picture};
     const struct {
@@ -81,7 +82,9 @@ TEST(DecodeOutcome, SaysWhatWasWrong) {
         {"garbage behind a header", kH264, {h264[0], Garbage({0, 0, 0, 1, 0x41}, 500)}, {Picture, Failed}},
         {"nothing in it", kH264, {h264[0], {}, h264[1]}, {Picture, NoPicture, Picture}},
         {"a delimiter by itself", kH264, {h264[0], {0, 0, 0, 1, 9}, h264[1]}, {Picture, HeldBack, Picture}},
-        {"vendor's own", CORVANE_STREAM_H263, h264, {NoDecoder, NoDecoder}},
+        {"H.264 as H.263", kH263, {h263[0], h264[0], h263[1]}, {Picture, Failed, Picture}},
+        {"wide H.263", kH263, {h263[0], Encode(kH263, 708)[0], h263[1]}, {Picture, Size, Picture}},
+        {"nothing in it, H.263", kH263, {h263[0], {}, h263[1]}, {Picture, NoPicture, Picture}},
     };
     for (const auto& row : rows) {
         VideoDecoderHolder holder;
@@ -91,7 +94,9 @@ TEST(DecodeOutcome, SaysWhatWasWrong) {
         for (size_t i = 0; i < row.frames.size(); ++i) {
             uint32_t got = 0;
             const uint32_t side = i > 0 ? row.width : 0;
-            holder.Decode(MakeFrame(row.type, row.frames[i], i < row.keys, 0, side, side), &got);
+            const FramePtr frame = MakeFrame(row.type, row.frames[i], i < row.keys, 0, side, side);
+            const bool fails = holder.Decode(frame, &got) < 0;
+            EXPECT_TRUE(row.type != kH263 || fails == (row.wanted[i] == Failed || row.wanted[i] == Size)) << row.name;
             EXPECT_EQ(static_cast<int>(holder.LastOutcome()), static_cast<int>(row.wanted[i])) << row.name << ' ' << i;
             EXPECT_EQ(got != 0, row.wanted[i] == Picture) << row.name << ' ' << i;
             EXPECT_EQ(holder.ThreadsInUse(), decoder ? row.threads : 0) << row.name;

@@ -51,6 +51,15 @@ Bytes H265(uint32_t width, uint32_t height) {
     return w.Unit({0x42, 1});
 }
 
+// A picture header, with one of the usual sizes or, as format 6, another.
+Bytes H263(unsigned format, uint32_t width = 4, uint32_t height = 0) {
+    BitWriter w;
+    w.U(22, 32).U(8, 0).U(5, 0b10000).U(3, format < 6 ? format : 7);
+    if (format >= 6)
+        w.U(3, 1).U(3, format).U(15, 0b1000).U(9, 1).U(1, 0).U(4, 1).U(9, width / 4 - 1).U(1, 1).U(9, height / 4);
+    return w.U(64, 0x123456789).Packed();
+}
+
 TEST(HeaderCheck, HoldsBackImpossibleSizesOnly) {
     using enum HeaderVerdict;
     const Bytes start = {0xFF, 0xD8}, end = {0xFF, 0xD9}, picture = {0, 0, 1, 0xB6, 0x10, 0x60, 0x6D, 0x82, 0xE3};
@@ -67,6 +76,16 @@ TEST(HeaderCheck, HoldsBackImpossibleSizesOnly) {
         {"JPEG, behind the end", kJpeg, start + JpegFrame(16, 16) + end + JpegFrame(0, 0), Valid},
         {"JPEG, header ends early", kJpeg, start + Bytes{0xFF, 0xC0, 0, 17, 8, 0, 16, 0}, Damaged},
         {"JPEG, in a table", kJpeg, start + Bytes{0xFF, 0xDB, 0, 67, 0} + JpegFrame(0, 0) + Bytes(45, 9) + end, Valid},
+        {"H.263", kH263, H263(6, 704, 576), Valid},
+        {"H.263, the least", kH263, H263(6, 4, 4), Valid},
+        {"H.263, too wide, behind a byte", kH263, Bytes{9} + H263(6, 708, 576), Size},
+        {"H.263, too high", kH263, H263(6, 704, 580), Size},
+        {"H.263, no height", kH263, H263(6, 704, 0), Size},
+        {"H.263, four times CIF", kH263, H263(4), Valid},
+        {"H.263, sixteen times CIF", kH263, H263(5), Size},
+        {"H.263, no format", kH263, H263(0), Damaged},
+        {"H.263, ends early", kH263, {0, 0, 0x80, 2}, Damaged},
+        {"H.263, none", kH263, Bytes(100, 0xA5), Damaged},
         {"MPEG-4", kMpeg4, Layer(8191, 8191) + picture, Valid},
         {"MPEG-4, no width", kMpeg4, Layer(0, 8) + picture, Size},
         {"MPEG-4, none", kMpeg4, picture, Damaged},
@@ -93,6 +112,7 @@ TEST(HeaderCheck, HoldsBackImpossibleSizesOnly) {
     for (const Row& row : rows) {
         const GuardedBytes guarded(row.bytes.data(), row.bytes.size());
         const auto check = row.type == kJpeg    ? CheckJpegHeaders
+                           : row.type == kH263  ? CheckH263Picture
                            : row.type == kMpeg4 ? CheckMpeg4Layer
                            : row.type == kH264  ? CheckH264Sequences
                                                 : CheckHevcSequences;

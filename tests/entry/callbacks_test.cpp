@@ -12,7 +12,7 @@ namespace {
 using test::Call;
 using test::Eventually;
 
-enum class Where { StreamInfo, Filter, Picture, AfterDisplay, Text, Overlay, Raw };
+enum class Where { StreamInfo, Filter, Picture, AfterDisplay, Text, Overlay, Raw, RawSound };
 
 // Runs one call once, inside the callback that it is put into.
 struct Trial final : QMRX::Filter::IFilter {
@@ -47,8 +47,18 @@ void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
                                    .osdContext = &trial,
                                    .window = window};
     Corvane_StartChannel(trial.other, 0);
-    int64_t time = 1000;    // text is for frames with a wall-clock time
-    const auto feed = [&](void* channel) { return test::Feed(channel, jpeg, time += 2); };
+    int64_t time = 1000;                        // text is for frames with a wall-clock time
+    const std::vector<uint8_t> silence(441);    // 10 ms; of all rates this one opens and closes fastest
+    const auto feed = [&](void* channel) {
+        if (trial.where == Where::RawSound && channel == trial.own && time % 32 == 8) {
+            // No faster than it plays, since a full ring is lost; and one channel, since the driver has one device.
+            MediaFrameHeader sound = test::VideoHeader(CORVANE_STREAM_MULAW, silence, true, time);
+            sound.audioSampleRate = 44100;
+            sound.audioChannels = 1;
+            (void)Corvane_InputEncodedMediaFrame(channel, &sound);
+        }
+        return test::Feed(channel, jpeg, time += 2);
+    };
     feed(trial.other);
     // Last: its text may come at once, and end the other channel.
     void* const own = trial.own = test::NewChannel(trial.instance, &settings);
@@ -57,8 +67,11 @@ void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
     Corvane_RegisterAfterDisplayCallback(own, &Trial::At<Where::AfterDisplay>, &trial);
     const CorvaneOsdCallback overlay = &Trial::At<Where::Overlay>;
     Corvane_SetChannelOption(own, 56, reinterpret_cast<uint64_t>(overlay), reinterpret_cast<uint64_t>(&trial));
-    const CorvaneRawCallback raw = &Trial::At<Where::Raw>;
-    if (trial.where == Where::Raw)    // while it is set, client filters run on both threads
+    const CorvaneRawCallback raw = [](void* context, uint32_t code, void* record) {
+        (code == CORVANE_RAW_SOUND ? &Trial::At<Where::RawSound, uint32_t, void*>
+                                   : &Trial::At<Where::Raw, uint32_t, void*>)(context, code, record);
+    };
+    if (trial.where == Where::Raw || trial.where == Where::RawSound)    // client filters then run on both threads
         Corvane_SetChannelOption(own, 18, reinterpret_cast<uint64_t>(&trial), reinterpret_cast<uint64_t>(raw));
     Corvane_SetChannelOption(own, 16, CORVANE_PICTURE_I420, 0);
     Corvane_InsertFilter(own, &trial);
@@ -84,11 +97,12 @@ void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
 
 TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
     const std::vector<uint8_t> jpeg = test::OneJpeg();
+    setenv("SDL_AUDIODRIVER", "dummy", 1);
     test::XServer server;
     test::XClient client(server.Display());
     const uintptr_t window = client.Create();
     for (const Where where : {Where::StreamInfo, Where::Filter, Where::Picture, Where::AfterDisplay, Where::Text,
-                              Where::Overlay, Where::Raw})
+                              Where::Overlay, Where::Raw, Where::RawSound})
         for (const Call& call : test::Calls())
             for (const bool onOther : {false, true}) {
                 SCOPED_TRACE(testing::Message() << call.name << " from callback " << static_cast<int>(where)

@@ -19,10 +19,10 @@ static_assert(sizeof(ChannelSettings) == 136 && offsetof(ChannelSettings, volume
               offsetof(ChannelSettings, presentEnabled) == 92 && offsetof(ChannelSettings, border) == 116);
 static_assert(sizeof(ChannelUpdate) == 48 && offsetof(ChannelUpdate, fullWindow) == 16 &&
               offsetof(ChannelUpdate, window) == 40);
-static_assert(sizeof(ChannelStatistics) == 296 && offsetof(ChannelStatistics, lastCauseAgo) == 16 &&
+static_assert(sizeof(ChannelStatistics) == 328 && offsetof(ChannelStatistics, lastCauseAgo) == 16 &&
               offsetof(ChannelStatistics, unitsWithoutDecoder) == 96 &&
               offsetof(ChannelStatistics, picturesPut) == 184 && offsetof(ChannelStatistics, queueFrames) == 224 &&
-              offsetof(ChannelStatistics, age95) == 264);
+              offsetof(ChannelStatistics, age95) == 264 && offsetof(ChannelStatistics, soundHeard) == 296);
 static_assert(sizeof(QueueState) == 16 && offsetof(QueueState, state) == 12);
 static_assert(sizeof(DisplayArea) == 88 && offsetof(DisplayArea, overview) == 8 && offsetof(DisplayArea, zoom) == 48 &&
               offsetof(DisplayArea, zoomEnabled) == 80);

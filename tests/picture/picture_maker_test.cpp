@@ -28,15 +28,17 @@ TEST(PictureMaker, OutputsStayTheSame) {
                                      0xADE686462204A4E9, 0x1417EC2275394E06, 0x9922C2E26E186D82, 0x053C9EDDA74FFD49,
                                      0x8B51D61913B3A5CE, 0xCDF4AA155699C896, 0x7D4FCC9CA2428887, 0x7562FFFDA7F0B6B2,
                                      0xFD16BE56A179E635, 0xE98FD3158ABD2E34};
-    EXPECT_EQ(MakePicture(0), nullptr);
-    EXPECT_EQ(MakePicture(19), nullptr);
+    EXPECT_EQ(MakePicture(0, AlignedBuffer::Use::Brief), nullptr);
+    EXPECT_EQ(MakePicture(19, AlignedBuffer::Use::Brief), nullptr);
     for (uint32_t number = 1; number <= 18; ++number) {
         test::Digest digest;
         for (const auto& [width, height] : {std::pair(1u, 1u), {2u, 1u}, {5u, 7u}, {66u, 16u}, {33u, 3u}, {65u, 31u}}) {
             SCOPED_TRACE(testing::Message() << number << " " << width << "x" << height);
-            const PictureMakerPtr maker = MakePicture(number);
+            const PictureMakerPtr maker = MakePicture(number, AlignedBuffer::Use::Brief);
             ASSERT_NE(maker, nullptr);
             EXPECT_EQ(maker->GetData(), nullptr);
+            maker->SetQuality(60);
+            maker->SetPrefix(3);
             PictureView lent, again;
             ASSERT_EQ(maker->GetBuffer({width, height}, lent), Status::Ok);
             const uint32_t format = InMemory(lent);
@@ -44,8 +46,6 @@ TEST(PictureMaker, OutputsStayTheSame) {
             EXPECT_EQ(maker->TakesOverlay(), format == PF_I420 || format == PF_BGR24_FLIP);
             for (size_t i = 0; i < PictureBytes(format, width, height); ++i)
                 lent.Memory()[i] = static_cast<uint8_t>(i * 7 + i / 251 + 1);    // padding included
-            maker->SetQuality(60);
-            maker->SetPrefix(3);
             EXPECT_EQ(maker->Make(), Status::Ok);
             digest.NoteEach(std::span(maker->GetData(), maker->GetSize()));
             // Asked again it lends the same memory and gives the same out, and a size that is refused changes nothing.
@@ -57,6 +57,20 @@ TEST(PictureMaker, OutputsStayTheSame) {
             for (const auto& [badWidth, badHeight] : {std::pair{16385u, 1u}, {0u, 16u}})
                 EXPECT_EQ(maker->GetBuffer({badWidth, badHeight}, again), Status::Failed);
             EXPECT_TRUE(maker->GetWidth() == width && maker->GetHeight() == height);
+        }
+        // Both ways to make an output give the same, also where the buffer is a part of it.
+        const PictureMakerPtr maker = MakePicture(number, AlignedBuffer::Use::Kept);
+        for (const auto& [width, height] : {std::pair(128u, 6u), {64u, 31u}}) {
+            PictureView lent;
+            ASSERT_EQ(maker->GetBuffer({width, height}, lent), Status::Ok);
+            EXPECT_EQ(maker->GetData(), nullptr) << "not made yet";
+            for (size_t i = 0; i < PictureBytes(InMemory(lent), width, height); ++i)
+                lent.Memory()[i] = static_cast<uint8_t>(i * 11 + i / 253);
+            EXPECT_EQ(maker->Make(), Status::Ok);
+            std::vector<uint8_t> made(maker->GetData(), maker->GetData() + maker->GetSize()), written(made);
+            if (maker->FixedSize() != 0)
+                maker->MakeInto(written.data());
+            EXPECT_TRUE(made == written) << number << " " << height;
         }
         EXPECT_EQ(digest.value, kDigests[number - 1]) << number;
     }

@@ -11,6 +11,7 @@
 #include "base/Thread.h"
 #include "present/RawDelivery.h"
 #include "support/Latch.h"
+#include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
 
 namespace corvane {
@@ -94,6 +95,64 @@ TEST(RawDelivery, SoundOfAFrame) {
         raw.DeliverSound(frame, samples.data(), 320, [&] { return row.goesOn; });
         EXPECT_EQ(heard.calls, row.calls) << row.what;
     }
+}
+
+// A picture is delivered once, however often it is drawn, and as a JPEG picture of the colours that every reader
+// assumes.
+TEST(RawDelivery, OncePerPictureInTheColoursOfItsFormat) {
+    ClientFilterCalls filters;
+    RawDelivery raw(filters);
+    std::vector<std::vector<uint8_t>> delivered;
+    raw.Client().SetCallback(&RawSettings::first, {[](void* context, uint32_t, void* record) {
+                                                       const auto& info = *static_cast<RawPictureInfo*>(record);
+                                                       static_cast<decltype(delivered)*>(context)->emplace_back(
+                                                           info.buffer, info.buffer + info.size);
+                                                   },
+                                                   &delivered});
+    raw.Client().Set(&RawSettings::format, CORVANE_PICTURE_JPEG);
+    raw.Begin();
+    const test::PlainPicture source(32, 32, 100, 90, 170);
+    FinishedPicture picture{.frame = std::make_shared<MediaFrameImpl>(MediaFrameHeader{})};
+    PresentSettings settings;
+    for (const bool signalled : {false, true}) {
+        settings.signalledColours = signalled;
+        picture.decoded = source.Picture({.matrix = ColourSignal::Matrix::Bt709, .fullRange = false});
+        raw.OnFresh();
+        for (int draw = 0; draw < 3; ++draw)
+            raw.Deliver(picture, nullptr, [&] { return std::make_shared<const PresentSettings>(settings); });
+    }
+    ASSERT_EQ(delivered.size(), 2u);
+    EXPECT_NE(delivered[0], delivered[1]);
+}
+
+// A decoder that does not share its pictures overwrites them.
+TEST(RawDelivery, KeepsAReferenceOrACopy) {
+    ClientFilterCalls filters;
+    RawDelivery raw(filters);
+    test::PlainPicture source(17, 13, 10, 20, 30);
+    EXPECT_FALSE(raw.Keep(source.Picture()).View()) << "nobody wants it";
+    raw.Client().SetCallback(&RawSettings::first, {[](void*, uint32_t, void*) {}, nullptr});
+    SharedPicture earlier;
+    for (const bool twoPlanes : {false, true}) {
+        if (twoPlanes)    // the chroma of 9 x 7 as 4 pairs a row
+            source.frame.planes[2] = nullptr, source.frame.strides[2] = 0;
+        const SharedPicture copy = raw.Keep(source.Picture());
+        ASSERT_EQ(copy.View().PlaneCount(), twoPlanes ? 2 : 3);
+        EXPECT_NE(copy.Get().planes[0], earlier.Get().planes[0]);
+        for (int i = 0; i < copy.View().PlaneCount(); ++i) {
+            EXPECT_NE(copy.Get().planes[i], source.frame.planes[i]);
+            const size_t bytes = size_t{copy.Get().strides[i]} * (i == 0 ? 13 : 7);
+            EXPECT_EQ(std::memcmp(copy.Get().planes[i], source.frame.planes[i], bytes), 0) << i;
+        }
+        earlier = copy.Share();
+    }
+    earlier = SharedPicture();
+    const test::PlainPicture larger(64, 64, 11);    // in the memory of a smaller one
+    const SharedPicture copy = raw.Keep(larger.Picture());
+    EXPECT_EQ(std::memcmp(copy.Get().planes[0], larger.frame.planes[0], 64 * 64), 0);
+    source.Share();
+    EXPECT_EQ(raw.Keep(source.Picture()).Get().planes[0], source.frame.planes[0]);
+    EXPECT_EQ(source.references, 0);
 }
 
 TEST(RawClient, AThreadThatWaitsGivesUpWhenItsReasonEnds) {

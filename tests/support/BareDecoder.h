@@ -28,6 +28,7 @@ using PacketPtr = std::unique_ptr<AVPacket, Freer>;
 
 inline AVCodecID CodecId(uint32_t streamType) {
     return streamType == CORVANE_STREAM_JPEG    ? AV_CODEC_ID_MJPEG
+           : streamType == CORVANE_STREAM_H263  ? AV_CODEC_ID_H263
            : streamType == CORVANE_STREAM_MPEG4 ? AV_CODEC_ID_MPEG4
            : streamType == CORVANE_STREAM_H264  ? AV_CODEC_ID_H264
                                                 : AV_CODEC_ID_HEVC;

@@ -31,6 +31,16 @@ public:
 
     BitWriter& Align() { return U((8 - m_bits.size() % 8) % 8, 0); }
 
+    size_t Count() const { return m_bits.size(); }
+
+    // The bits in bytes, zeros to the end of the last.
+    Bytes Packed() const {
+        Bytes bytes((m_bits.size() + 7) / 8);
+        for (size_t at = 0; at < m_bits.size(); ++at)
+            bytes[at / 8] |= static_cast<uint8_t>(m_bits[at] ? 0x80 >> at % 8 : 0);
+        return bytes;
+    }
+
     // The unit after a start code and its header, with a stop bit and emulation prevention.
     Bytes Unit(const Bytes& header) {
         U(1, 1).Align();

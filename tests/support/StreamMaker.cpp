@@ -95,7 +95,9 @@ std::string OptionsOf(const VideoSpec& spec) {
 }
 
 ContextPtr OpenVideo(const VideoSpec& spec) {
-    const AVCodec* const codec = avcodec_find_encoder(CodecId(spec.streamType));
+    const bool plain263 = spec.width % 176 == 0 && spec.width / 176 * 144 == spec.height;
+    const AVCodec* const codec = avcodec_find_encoder(
+        spec.streamType == CORVANE_STREAM_H263 && !plain263 ? AV_CODEC_ID_H263P : CodecId(spec.streamType));
     Require(codec != nullptr, "encoder missing");
     ContextPtr context(avcodec_alloc_context3(codec));
     context->log_level_offset = 128;    // silent

@@ -14,14 +14,15 @@
 
 namespace corvane::test {
 
-inline constexpr uint32_t kJpeg = CORVANE_STREAM_JPEG, kMpeg4 = CORVANE_STREAM_MPEG4, kH264 = CORVANE_STREAM_H264,
-                          kH265 = CORVANE_STREAM_H265;
+inline constexpr uint32_t kJpeg = CORVANE_STREAM_JPEG, kH263 = CORVANE_STREAM_H263, kMpeg4 = CORVANE_STREAM_MPEG4,
+                          kH264 = CORVANE_STREAM_H264, kH265 = CORVANE_STREAM_H265;
 
 enum class Sampling { Yuv420, Yuv422, Yuv444, Gray };
 
 struct VideoSpec {
-    uint32_t streamType = CORVANE_STREAM_H264;    // JPEG, MPEG4, H264 or H265
-    int width = 320;                              // pixels, at least kStampWidth; odd only for JPEG and MPEG-4
+    uint32_t streamType = CORVANE_STREAM_H264;    // JPEG, H263, MPEG4, H264 or H265
+    int width = 320;                              // pixels, at least kStampWidth; odd only for JPEG and MPEG-4,
+                                                  // times of 4 for H.263
     int height = 240;                             // at least kStampHeight
     int frames = 10;
     int gop = 5;                             // pictures from key frame to key frame
@@ -56,6 +57,9 @@ inline const Bytes kNotCoded = {0, 0, 1, 0xB6, 0x51, 0x4F};
 
 // An extension: the picture is not for display.
 inline constexpr uint8_t kNotForDisplay[] = {0, 0, 0, 0, 104, 1, 1};
+
+// Another: the vendor tag DAHU.
+inline constexpr uint8_t kOtherVendor[] = {0, 0, 0, 0, 105, 4, 'D', 'A', 'H', 'U'};
 
 // Sixteen bits of number and four of check, in blocks of 8 x 8 pixels in the upper left corner.
 inline constexpr int kStampBlock = 8;

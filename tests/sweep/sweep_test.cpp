@@ -12,10 +12,12 @@
 #include <new>
 
 #include "base/FailurePoint.h"
+#include "channels/ChannelLive.h"
 #include "corvane/filter.h"
 #include "platform/x11/AbandonedConnections.h"
 #include "support/Client.h"
 #include "support/Mappings.h"
+#include "support/ScriptedSound.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
 
@@ -244,6 +246,62 @@ TEST(Sweep, TheNthFailureIsAStatusAndLeavesNothingBehind) {
         EXPECT_EQ(Maps(), maps);
 #endif
     }
+}
+
+// Sound in two formats, through all but the device itself. False where it was not heard.
+bool LiveWithSound(test::ScriptedSound& sound, const std::vector<uint8_t>& payload) {
+    ChannelStatistics told{};
+    told.recordSize = sizeof told;
+    try {
+        CChannelLive channel(0, 0, Clock::System(), BuiltRenderers(), sound);
+        try {
+            (void)channel.Start(false);
+            for (const uint32_t rate : {8000u, 16000u}) {
+                MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_MULAW, payload, true, rate);
+                header.audioSampleRate = rate;
+                header.audioChannels = 1;
+                (void)channel.Input(header);
+                const uint64_t heard = told.soundHeard;
+                for (int i = 0; i < (Failed() ? 20 : 20'000) && told.soundHeard == heard; ++i) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                    channel.GetStatistics(told);
+                }
+            }
+        } catch (const std::bad_alloc&) {
+        }
+        channel.End();
+    } catch (const std::bad_alloc&) {
+    } catch (const std::system_error&) {
+    }
+    return told.soundHeard == 2;
+}
+
+TEST(Sweep, TheNthFailureOfALifeWithSound) {
+    const std::vector<uint8_t> payload(160);
+    test::ScriptedSound sound;
+    sound.clocked = true;
+    const size_t threads = test::Entries("/proc/self/task");
+    const auto ended = [&] {    // the thread that opens and closes has gone
+        return test::Eventually([&] { return test::Entries("/proc/self/task") == threads; });
+    };
+    for (int i = 0; i < 1000; ++i)
+        ASSERT_TRUE(LiveWithSound(sound, payload) && ended());
+    for (const What what : {What::Allocation, What::Thread})
+        for (const bool forGood : {false, true}) {
+            bool reached = true;
+            uint64_t n = 1;
+            for (; reached; ++n) {
+                SCOPED_TRACE(testing::Message() << static_cast<int>(what) << " " << forGood << " " << n);
+                ASSERT_LT(n, 5000u) << "the path never succeeds";
+                const auto before = Held();
+                Arm(what, n, forGood);
+                const bool heard = LiveWithSound(sound, payload);
+                reached = Disarm();
+                EXPECT_TRUE(ended() && test::Eventually([&] { return Held() == before; }));
+                EXPECT_TRUE(reached || heard);
+            }
+            EXPECT_GT(n, what == What::Allocation ? 20u : 3u) << "the sweep found nothing to fail";
+        }
 }
 
 }    // namespace

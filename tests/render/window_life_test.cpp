@@ -14,7 +14,6 @@
 #include "platform/x11/AbandonedConnections.h"
 #include "render/DDrawRenderer.h"
 #include "render/GDIRenderer.h"
-#include "render/PseudoRenderer.h"
 #include "support/Calling.h"
 #include "support/Client.h"
 #include "support/Mappings.h"
@@ -137,20 +136,6 @@ protected:
     test::XServer m_server;
     test::XClient m_client{m_server.Display()};
 };
-
-// What a pass comes to where there is no window.
-TEST(OffScreen, OutcomeOfAPass) {
-    using enum Outcome;
-    int calls = 0;
-    const CorvanePictureCallback count = [](void* own, const PseudoFrame*) { ++*static_cast<int*>(own); };
-    CPseudoRenderer offScreen({count, &calls}, PF_I420), toNobody({}, PF_I420);
-    test::RendererHand hand;
-    EXPECT_TRUE(hand.Pass(offScreen) == NotDue && calls == 1) << "no picture yet";
-    hand.Fill(offScreen, kSide, 0x64);
-    EXPECT_TRUE(hand.Pass(offScreen) == HandedOver && calls == 2 && hand.Pass(toNobody) == NotDue);
-    hand.settings.presentEnabled = false;
-    EXPECT_TRUE(hand.Pass(offScreen) == NotDue && calls == 2);
-}
 
 // Text is drawn when its time has changed, when its place has, and when a redraw is asked for; the plain renderer draws
 // it with the bands around the picture, whose place counts too, whatever the policy says of times. Each row follows the

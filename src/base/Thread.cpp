@@ -60,11 +60,11 @@ Thread::ScopedOwner::~ScopedOwner() {
     innermost = m_outer;
 }
 
-Thread::Acting::Acting(const void* owner) noexcept : m_before(currentOwner) {
+Thread::AdoptedThread::AdoptedThread(const void* owner) noexcept : m_before(currentOwner) {
     currentOwner = owner;
 }
 
-Thread::Acting::~Acting() {
+Thread::AdoptedThread::~AdoptedThread() {
     currentOwner = m_before;
 }
 

@@ -41,14 +41,14 @@ public:
         const ScopedOwner* const m_outer;
     };
 
-    // Lives around a callback on a thread that is not the library's and works for a channel all the same, like that of
-    // a sound device: until its end the thread counts as one of `owner`'s.
-    class Acting {
+    // Lives around a callback on a thread that another library made, like that of a sound device, and that works for a
+    // channel all the same: until its end the thread counts as one of `owner`'s.
+    class AdoptedThread {
     public:
-        explicit Acting(const void* owner) noexcept;
-        ~Acting();
-        Acting(const Acting&) = delete;
-        Acting& operator=(const Acting&) = delete;
+        explicit AdoptedThread(const void* owner) noexcept;
+        ~AdoptedThread();
+        AdoptedThread(const AdoptedThread&) = delete;
+        AdoptedThread& operator=(const AdoptedThread&) = delete;
 
     private:
         const void* const m_before;

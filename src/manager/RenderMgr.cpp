@@ -93,7 +93,7 @@ CRenderMgr::CRenderMgr(const void* owner, uintptr_t window, uint32_t flags, Cloc
           m_counters, clock,
           [this, owner](const MediaFrameImpl& frame, const uint8_t* samples, uint32_t bytes,
                         const std::function<bool()>& goesOn) {
-              const Thread::Acting acting(owner);
+              const Thread::AdoptedThread acting(owner);
               m_raw.DeliverSound(frame, samples, bytes, goesOn);
           },
           sound),

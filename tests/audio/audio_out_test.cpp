@@ -1,48 +1,30 @@
 // The sound of one channel over a scripted device: which frames are played, to the byte, and what becomes of the
 // others.
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <numeric>
-#include <thread>
-
 #include "audio/AudioOut.h"
 #include "support/ScriptedSound.h"
+#include "support/SoundMaker.h"
 #include "support/SteppedClock.h"
-#include "support/StreamMaker.h"
 
 namespace corvane {
 namespace {
 
-using test::Eventually;
-using Bytes = std::vector<uint8_t>;
+using test::Bytes, test::Eventually, test::operator+;
 constexpr int64_t kSecond = 1'000'000'000;
-constexpr uint32_t kVideo = CORVANE_STREAM_H264;    // no decoder of sound
+constexpr SoundFormat kPlain{8000, 1};
 
-// 20 ms of G.711 that depend on `timeMs`, in one channel of 8000 Hz unless `format` says otherwise.
-FramePtr Frame(int64_t timeMs, SoundFormat format = {8000, 1}, uint32_t type = CORVANE_STREAM_MULAW) {
-    Bytes payload(size_t{format.rate} / 50 * format.channels);
+// 20 ms of sound, or less, that depend on `timeMs`.
+FramePtr Frame(int64_t timeMs, SoundFormat format = kPlain, uint32_t type = CORVANE_STREAM_MULAW) {
+    Bytes payload(std::min<size_t>(format.rate / 50 * format.channels, 30'720));
     std::iota(payload.begin(), payload.end(), static_cast<uint8_t>(timeMs / 20 * 31));
-    MediaFrameHeader header = test::VideoHeader(type, payload, true, timeMs);
-    header.audioSampleRate = format.rate;
-    header.audioChannels = static_cast<uint8_t>(format.channels);
-    header.audioBlockCount = 1;
-    return std::make_shared<MediaFrameImpl>(header);
+    return std::make_shared<MediaFrameImpl>(
+        test::SoundHeader(type, payload, static_cast<int>(format.rate), static_cast<int>(format.channels), 1, timeMs));
 }
 
-// The samples of frames as their decoder gives them, at `mix` of 128.
 Bytes Decoded(const std::vector<FramePtr>& frames, int mix = 128) {
     AudioDecoderHolder decoder;
     Bytes all;
-    for (const FramePtr& frame : frames) {
-        std::vector<int16_t> samples(100'000);
-        auto size = static_cast<uint32_t>(2 * samples.size());
-        EXPECT_EQ(decoder.Decode(reinterpret_cast<uint8_t*>(samples.data()), &size, *frame), 0);
-        for (uint32_t i = 0; i < size / 2; ++i) {
-            const auto scaled = static_cast<uint16_t>(samples[i] * mix / 128);
-            all.insert(all.end(), {static_cast<uint8_t>(scaled & 0xFF), static_cast<uint8_t>(scaled >> 8)});
-        }
-    }
+    for (const FramePtr& frame : frames)
+        all = all + test::Played(decoder, *frame, mix);
     return all;
 }
 
@@ -59,27 +41,29 @@ struct World {
         EXPECT_TRUE(DeviceKeeper::Process().WaitIdle(60 * kSecond));
     }
     std::unique_ptr<AudioOut> Make() {
-        return std::make_unique<AudioOut>(
-            counters, clock,
-            [this](const MediaFrameImpl&, const uint8_t*, uint32_t bytes, const std::function<bool()>& goesOn) {
-                EXPECT_TRUE(goesOn());
-                EXPECT_GT(bytes, 0u);
-                ++hooks;
-                onHook();
-            },
-            sound);
+        const auto hook = [this](const MediaFrameImpl&, const uint8_t*, uint32_t bytes, const auto& goesOn) {
+            EXPECT_TRUE(goesOn() && bytes > 0);
+            ++hooks;
+            onHook();
+        };
+        return std::make_unique<AudioOut>(counters, clock, hook, sound);
     }
     // Frames of the same time, so that none is too old.
     void Enqueue(int count, bool dropWhenFull = true, const FramePtr& frame = Frame(0)) {
         for (int i = 0; i < count; ++i)
             out->Enqueue(frame, dropWhenFull);
     }
-    // The first frame opens the device, and `priming` bytes of silence are played.
-    void Open(size_t priming = 2048, SoundFormat format = {8000, 1}) {
-        out->Enqueue(Frame(0, format), true);
-        ASSERT_TRUE(Eventually([&] { return sound.Format() == format; }));
+    // The frame opens a device, which plays silence first.
+    void Open(size_t priming = 2048, SoundFormat format = kPlain) {
+        const int before = sound.openings;
+        Enqueue(1, true, Frame(0, format));
+        ASSERT_TRUE(Eventually([&] { return sound.openings > before && sound.Format() == format; }));
         EXPECT_EQ(sound.Take(priming), Bytes(priming, 0));
-        EXPECT_EQ(sound.Take(Decoded({Frame(0, format)}).size()), Decoded({Frame(0, format)}));
+        Hear(Frame(0, format));
+    }
+    void Hear(const FramePtr& frame) {
+        const Bytes wanted = Decoded({frame});
+        EXPECT_EQ(sound.Take(wanted.size()), wanted);
     }
     ChannelStatistics Told() const {
         ChannelStatistics told{};
@@ -93,20 +77,17 @@ TEST(AudioOut, RingsAreExchangedWholeAndAFullBatchIsLost) {
         int first, second;    // frames before two exchanges
         bool drop;
         uint64_t heard, lost;
-    } rows[] = {{42, 42, true, 84, 0},   {43, 1, true, 1, 43},    {44, 42, true, 42, 44},
-                {42, 43, true, 42, 43},  {44, 1, false, 45, 0},   {86, 1, false, 1, 86},
-                {85, 86, false, 85, 86}, {44, 85, false, 129, 0}, {87, 171, false, 258, 0}};
+    } rows[] = {{42, 42, true, 84, 0}, {43, 1, true, 1, 43},    {44, 42, true, 42, 44},  {42, 43, true, 42, 43},
+                {44, 1, false, 45, 0}, {85, 86, false, 85, 86}, {44, 85, false, 129, 0}, {87, 171, false, 258, 0}};
     for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.first << " " << row.second << " " << row.drop);
         World world;
         world.Open();
         for (const int count : {row.first, row.second}) {
             world.Enqueue(count, row.drop);
             (void)world.sound.Take(320 * static_cast<size_t>(count) + 1024);
         }
-        EXPECT_EQ(world.Told().soundHeard, row.heard + 1);
-        EXPECT_EQ(world.Told().soundLostRing, row.lost);
-        EXPECT_EQ(world.hooks, row.heard + 1);
+        EXPECT_TRUE(world.Told().soundHeard == row.heard + 1 && world.hooks == row.heard + 1) << row.first;
+        EXPECT_EQ(world.Told().soundLostRing, row.lost) << row.first;
     }
     World world;    // where nobody takes samples, rings end somewhere
     world.Open();
@@ -114,144 +95,89 @@ TEST(AudioOut, RingsAreExchangedWholeAndAFullBatchIsLost) {
     EXPECT_EQ(world.Told().soundLostRing, 10'000u - (43 << 6));
 }
 
-TEST(AudioOut, PlaysSilenceThenTheDecodersSamplesAtTheVolume) {
+// Another format, a flush, and off and on: what waits is lost, and the next frame opens a device anew. What cannot be
+// played costs itself alone.
+TEST(AudioOut, EachOpeningPlaysSilenceThenTheDecodersSamples) {
+    World world;
+    const std::function<void()> flush = [&] { world.out->Flush(); }, none = [] {}, offAndOn = [&] {
+        world.out->Enable(false);
+        world.Enqueue(5);
+        world.out->Enable(true);
+    };
     const struct {
         SoundFormat format;
         size_t priming;
-    } formats[] = {{{8000, 1}, 2048},    {{16000, 1}, 4096}, {{44100, 2}, 16'384},
-                   {{48000, 2}, 32'768}, {{1000, 1}, 256},   {{192'000, 8}, 524'288}};
-    for (const auto& row : formats) {
-        World world;
+        uint64_t lost;
+        const std::function<void()>& act;
+    } rows[] = {{kPlain, 2048, 0, none},        {{16000, 1}, 4096, 7, none},       {{44100, 2}, 16'384, 14, none},
+                {{48000, 2}, 32'768, 21, none}, {{192'000, 8}, 524'288, 28, none}, {{1000, 1}, 256, 35, none},
+                {{1000, 1}, 256, 42, flush},    {{1000, 2}, 512, 49, none},        {{1000, 2}, 512, 61, offAndOn}};
+    for (const auto& row : rows) {
+        row.act();
         world.Open(row.priming, row.format);
+        EXPECT_EQ(world.Told().soundNotPlayed, row.lost);
         EXPECT_EQ(world.sound.Take(1023), Bytes(1023, 0));    // no frame: silence in blocks of 1024 bytes
-        world.out->Enqueue(Frame(20, row.format), true);
+        world.Enqueue(1, true, Frame(20, row.format));
         EXPECT_EQ(world.sound.Take(1), Bytes(1, 0));
-        const Bytes want = Decoded({Frame(20, row.format)});
-        EXPECT_EQ(world.sound.Take(want.size()), want);
+        world.Hear(Frame(20, row.format));
+        world.Enqueue(7, true, Frame(0, row.format));
     }
-    const std::pair<uint32_t, int> volumes[] = {{5000, 128}, {4999, 127}, {40, 1},          {39, 0},
-                                                {0, 0},      {7000, 128}, {0xFFFFFFFFu, 0}, {2500, 64}};
-    World world;
-    world.Open();
-    for (const auto& [volume, mix] : volumes) {
-        world.out->SetVolume(static_cast<int32_t>(volume));
-        world.out->Enqueue(Frame(20), true);
-        const Bytes want = Decoded({Frame(20)}, mix);
-        EXPECT_EQ(world.sound.Take(want.size()), want) << volume;
-    }
+    EXPECT_EQ(world.sound.mostAtOnce, 1);
+    (void)world.sound.Take(7 * 80);
+
+    world.Enqueue(1, true, Frame(0, {1000, 2}, CORVANE_STREAM_H264));    // no decoder of sound
+    for (const SoundFormat format : {SoundFormat{0, 1}, {999, 1}, {192'001, 1}, {~0u, 1}, {8000, 0}, {8000, 9}})
+        world.Enqueue(1, true, Frame(0, format));
+    EXPECT_EQ(world.sound.Take(1024), Bytes(1024, 0));
+    EXPECT_TRUE(world.hooks == 25 && world.Told().soundLostDecoder == 1 && world.Told().soundHeard == 25);
+    EXPECT_TRUE(world.Told().soundNotPlayed == 67 && world.sound.openings == std::ssize(rows));
+
+    world.out->SetFocus(1, 3);
     world.out->SetVolume(4000);    // in pieces of any length, and in one that is larger than all that is there
     std::vector<FramePtr> frames;
-    for (int i = 0; i < 30; ++i) {
-        frames.push_back(Frame(20 * i));
-        world.out->Enqueue(frames.back(), true);
-    }
-    const Bytes want = Decoded(frames, 102);
-    Bytes got;
-    for (size_t count = 1; got.size() + count < want.size(); count = count * 3 % 1021) {
-        const Bytes piece = world.sound.Take(count);
-        got.insert(got.end(), piece.begin(), piece.end());
-    }
-    const Bytes rest = world.sound.Take(65'536);
-    got.insert(got.end(), rest.begin(), rest.end());
-    got.resize(want.size());
-    EXPECT_EQ(got, want);
-}
-
-TEST(AudioOut, WhatCannotBePlayedCostsItselfAlone) {
-    World world;
-    world.Open();
-    world.out->Enqueue(Frame(0, {8000, 1}, kVideo), true);
-    world.out->Enqueue(Frame(20), true);
-    EXPECT_EQ(world.sound.Take(1024), Bytes(1024, 0));
-    EXPECT_EQ(world.sound.Take(320), Decoded({Frame(20)}));
-    EXPECT_TRUE(world.hooks == 2 && world.Told().soundLostDecoder == 1 && world.Told().soundHeard == 2);
-    MediaFrameHeader header = Frame(0)->Header();
-    uint64_t refused = 0;
-    for (const auto& [rate, channels] : std::initializer_list<std::pair<uint32_t, uint8_t>>{
-             {0, 1}, {1, 1}, {999, 1}, {192'001, 1}, {0xFFFFFFFFu, 1}, {8000, 0}, {8000, 9}, {8000, 255}}) {
-        header.audioSampleRate = rate;
-        header.audioChannels = channels;
-        world.out->Enqueue(std::make_shared<MediaFrameImpl>(header), true);
-        EXPECT_EQ(world.Told().soundNotPlayed, ++refused) << rate << " " << int{channels};
-    }
-    world.out->Enqueue(Frame(40), true);    // the device is as it was
-    EXPECT_EQ(world.sound.Take(320), Decoded({Frame(40)}));
-    EXPECT_EQ(world.sound.openings, 1);
-}
-
-// What waits when the device goes is lost; the next frame opens another, which begins with its silence.
-TEST(AudioOut, AnotherFormatFlushAndEnableCloseAndTheNextFrameOpens) {
-    World world;
-    world.Open();
-    world.out->SetFocus(1, 3);
-    const std::function<void()> acts[] = {[&] {
-                                              world.Open(4096, {16000, 1});
-                                          },
-                                          [&] {
-                                              world.Open(4096, {8000, 2});
-                                          },
-                                          [&] { world.out->Flush(); },
-                                          [&] {
-                                              world.out->Enable(false);
-                                              world.Enqueue(5);
-                                              world.out->Enable(true);
-                                          }};
-    uint64_t lost = 0;
-    int openings = 1;
-    for (const auto& act : acts) {
-        world.Enqueue(7);    // in 8000, 1
-        act();
-        EXPECT_TRUE(
-            Eventually([&] { return world.sound.Format() == SoundFormat{} || world.sound.openings > openings; }));
-        world.Open();
-        lost += 7 + (&act == &acts[3] ? 5 : 0);
-        EXPECT_EQ(world.Told().soundNotPlayed, lost);
-        openings = world.sound.openings;
-    }
-    EXPECT_EQ(openings, 7);
-    EXPECT_EQ(world.sound.mostAtOnce, 1);
+    for (int i = 0; i < 30; ++i)
+        world.out->Enqueue(frames.emplace_back(Frame(20 * i, {1000, 2})), true);
+    Bytes want = Decoded(frames, 102), got;
+    for (size_t count = 1; got.size() + count < want.size(); count = count * 3 % 1021)
+        got = got + world.sound.Take(count);
+    const size_t rest = want.size() - got.size();
+    EXPECT_EQ(got + world.sound.Take(65'536), want + Bytes(65'536 - rest, 0));
 }
 
 TEST(AudioOut, AnOpeningThatFailedIsTriedAgainAfterAPauseThatDoublesOrAfterAnEvent) {
-    World other;
+    World other, world;
     other.Open();
-    World world;
     world.sound.fails = true;
     uint64_t frames = 0;
-    const auto enqueue = [&](const SoundFormat& format) {
-        world.out->Enqueue(Frame(0, format), true);
+    const auto lost = [&](const SoundFormat& format) {
+        world.Enqueue(1, true, Frame(0, format));
         return world.Told().soundNotPlayed == ++frames;    // none waits for an answer
     };
     const auto tries = [&] {
         const int before = world.sound.openings;
-        EXPECT_TRUE(Eventually([&] { return enqueue({8000, 1}) && enqueue({8000, 1}); }));
+        EXPECT_TRUE(Eventually([&] { return lost(kPlain) && lost(kPlain); }));
         return world.sound.openings - before;
     };
     EXPECT_EQ(tries(), 1);
-    for (const int64_t pause : {1, 2, 4, 8, 16, 32, 32}) {
-        world.clock.now += pause * kSecond - 1;
-        EXPECT_EQ(tries(), 0) << pause;
-        world.clock.now += 1;
-        EXPECT_EQ(tries(), 1) << pause;
-    }
-    const std::function<void()> events[] = {
-        [&] { world.out->Flush(); }, [&] { world.out->Enable(true); },
-        [&] {
-            EXPECT_TRUE(Eventually([&] { return enqueue({16000, 1}); }));
-        },
-        [&] {
-            other.out->Flush();
-            EXPECT_TRUE(Eventually([&] { return DeviceKeeper::Process().Closed() > 0 && other.sound.openNow == 0; }));
-            EXPECT_TRUE(DeviceKeeper::Process().WaitIdle(60 * kSecond));
-        }};
+    for (const int64_t pause : {1, 2, 4, 8, 16, 32, 32})
+        for (const int64_t ns : {pause * kSecond - 1, int64_t{1}}) {
+            world.clock.now += ns;
+            EXPECT_EQ(tries(), ns == 1) << pause;
+        }
+    const std::function<void()> events[] = {[&] { world.out->Flush(); }, [&] { world.out->Enable(true); },
+                                            [&] {
+                                                EXPECT_TRUE(Eventually([&] { return lost({16000, 1}); }));
+                                            },
+                                            [&] {
+                                                other.out->Flush();
+                                                EXPECT_TRUE(DeviceKeeper::Process().WaitIdle(60 * kSecond));
+                                            }};
     for (const auto& event : events) {
         event();
-        EXPECT_EQ(tries(), 1) << &event - events;
-        EXPECT_EQ(tries(), 0);
-        world.clock.now += kSecond;    // the pause is the first again
-        EXPECT_EQ(tries(), 1);
-        world.clock.now += kSecond;
-        EXPECT_EQ(tries(), 0);
+        for (const int wanted : {1, 0, 1, 0}) {    // the pause is the first again
+            EXPECT_EQ(tries(), wanted) << &event - events;
+            world.clock.now += wanted == 0 ? kSecond : 0;
+        }
     }
     world.sound.fails = false;
     world.clock.now += 32 * kSecond;
@@ -261,21 +187,17 @@ TEST(AudioOut, AnOpeningThatFailedIsTriedAgainAfterAPauseThatDoublesOrAfterAnEve
 // A sound server that does not answer: nobody waits for it, and what is left outlives the channel.
 TEST(AudioOut, NobodyWaitsForOpeningAndClosing) {
     for (const bool ends : {false, true}) {
-        test::Gate answers;
+        test::Gate answers, closes;
         World world;
         world.sound.holdsOpening = &answers;
-        world.out->Enqueue(Frame(0), true);
+        world.Enqueue(1);
         ASSERT_TRUE(Eventually([&] { return world.sound.opensNow == 1; }));
-        for (int i = 0; i < 10; ++i)    // one opening waits at most, the newest
-            world.out->Enqueue(Frame(0, {9000 + 10 * static_cast<uint32_t>(i), 1}), true);
+        for (uint32_t i = 0; i < 10; ++i)    // one opening waits at most, the newest
+            world.Enqueue(1, true, Frame(0, {9000 + i, 1}));
         std::vector<FramePtr> frames;
-        for (int i = 0; i < 100; ++i) {    // only the last 150 ms are kept
-            frames.push_back(Frame(20 * i));
-            world.out->Enqueue(frames.back(), true);
-        }
+        for (int i = 0; i < 100; ++i)    // only the last 150 ms are kept
+            world.out->Enqueue(frames.emplace_back(Frame(20 * i)), true);
         EXPECT_EQ(world.Told().soundNotPlayed, 103u);
-        world.out->SetVolume(100);
-        world.out->SetVolume(5000);
         if (ends)
             world.out = world.Make();
         answers.Open();
@@ -284,21 +206,17 @@ TEST(AudioOut, NobodyWaitsForOpeningAndClosing) {
             EXPECT_TRUE(world.sound.openings == 1 && world.Told().soundNotPlayed == 111 && world.hooks == 0);
             continue;
         }
-        ASSERT_TRUE(Eventually([&] {
-            return world.sound.Format() == SoundFormat{8000, 1} && world.sound.openings == 2;
-        }));
+        ASSERT_TRUE(Eventually([&] { return world.sound.Format() == kPlain && world.sound.openings == 2; }));
         EXPECT_EQ(world.sound.Take(2048), Bytes(2048, 0));
         EXPECT_EQ(world.sound.Take(8 * 320), Decoded({frames.end() - 8, frames.end()}));
 
-        test::Gate closes;
         world.sound.holdsClosing = &closes;
         world.Enqueue(3);
         world.out->Flush();
         EXPECT_EQ(world.sound.Take(100'000), Bytes(100'000, 0));    // silent, and nothing is decoded
-        world.out->Enqueue(Frame(0), true);
-        EXPECT_EQ(world.sound.openings, 2);
+        world.Enqueue(1);
         world.out = world.Make();
-        EXPECT_EQ(world.hooks, 8u);
+        EXPECT_TRUE(world.hooks == 8 && world.sound.openings == 2);
         closes.Open();
     }
 }
@@ -306,13 +224,11 @@ TEST(AudioOut, NobodyWaitsForOpeningAndClosing) {
 TEST(AudioOut, AFlushWaitsForTheHookAndNotInsideIt) {
     World world;
     world.Open();
-    test::Gate entered;
-    test::Gate leaves;
+    test::Gate entered, leaves;
     std::atomic<bool> left{false};
     world.onHook = [&] {
         entered.Open();
-        (void)leaves.Wait();
-        left = true;
+        left = leaves.Wait();
     };
     world.Enqueue(1);
     std::thread device([&] { (void)world.sound.Take(320); });
@@ -350,8 +266,8 @@ TEST(AudioOut, EveryFrameIsCountedOnceWhileAllIsTornDown) {
     for (int life = 0; life < 40; ++life) {
         std::atomic<bool> ends{false};
         std::thread client([&] {
-            for (uint32_t i = 0; !ends; ++i) {
-                world.out->SetVolume(static_cast<int32_t>(i % 6000));
+            for (int32_t i = 0; !ends; ++i) {
+                world.out->SetVolume(i % 6000);
                 world.out->Enable(i % 16 != 0);
                 if (i % 128 == 0)
                     world.out->Flush();
@@ -359,15 +275,14 @@ TEST(AudioOut, EveryFrameIsCountedOnceWhileAllIsTornDown) {
             }
         });
         for (int i = 0; i < 200; ++i, ++frames)
-            world.out->Enqueue(Frame(20 * i, {i % 50 == 0 ? 16000u : 8000u, 1}), i % 2 == 0);
+            world.Enqueue(1, i % 2 == 0, Frame(20 * i, {i % 50 == 0 ? 16000u : 8000u, 1}));
         ends = true;
         client.join();
         world.out = world.Make();
     }
     const ChannelStatistics told = world.Told();
     EXPECT_EQ(told.soundHeard + told.soundLostRing + told.soundLostDecoder + told.soundNotPlayed, frames);
-    EXPECT_EQ(told.soundHeard, world.hooks);
-    EXPECT_EQ(world.sound.mostAtOnce <= 2, true);
+    EXPECT_TRUE(told.soundHeard == world.hooks && world.sound.mostAtOnce <= 2);
 }
 
 }    // namespace

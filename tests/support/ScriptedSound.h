@@ -2,27 +2,15 @@
 // samples from them by hand; a clocked one has a thread that takes them.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <atomic>
-#include <memory>
-#include <mutex>
-#include <thread>
-#include <vector>
-
 #include "platform/sound/SoundDevice.h"
-#include "support/Latch.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 
 class ScriptedSound final : public SoundSystem {
 public:
-    std::atomic<bool> fails{false};
-    std::atomic<bool> clocked{false};            // of devices that are opened from here on
-    std::atomic<Gate*> holdsOpening{nullptr};    // each opening waits at it
-    std::atomic<Gate*> holdsClosing{nullptr};
+    std::atomic<bool> fails{false}, clocked{false};                     // of openings from here on
+    std::atomic<Gate*> holdsOpening{nullptr}, holdsClosing{nullptr};    // each waits at it
     std::atomic<int> openings{0}, openNow{0}, opensNow{0}, mostAtOnce{0};
 
     ScriptedSound() { m_devices.reserve(16); }    // so that no opening allocates but for its device
@@ -31,18 +19,16 @@ public:
     std::unique_ptr<SoundDevice> Open(const SoundFormat& format, SoundSource& source) override {
         ++openings;
         ++opensNow;
-        if (Gate* const gate = holdsOpening)
-            (void)gate->Wait();
+        Hold(holdsOpening);
         --opensNow;
         return fails ? nullptr : std::make_unique<Device>(*this, format, source);
     }
-
     // The next `bytes` of the device that was opened last; empty where none is open.
     std::vector<uint8_t> Take(size_t bytes) {
         const std::lock_guard lock(m_mutex);
         std::vector<uint8_t> samples(m_devices.empty() ? 0 : bytes, 0xA5);
         if (!m_devices.empty())
-            m_devices.back()->Take(samples);
+            m_devices.back()->source.Fill(samples.data(), bytes);
         return samples;
     }
     SoundFormat Format() {
@@ -51,13 +37,14 @@ public:
     }
 
 private:
+    static void Hold(Gate* gate) { (void)(gate != nullptr && gate->Wait()); }
+
     struct Device final : SoundDevice {
         Device(ScriptedSound& owner, const SoundFormat& wanted, SoundSource& from)
             : format(wanted), system(owner), source(from) {
             if (system.clocked)
                 thread = std::thread([this] {
-                    std::array<uint8_t, 256> samples;
-                    for (; !ends; std::this_thread::yield())
+                    for (std::array<uint8_t, 256> samples; !ends; std::this_thread::yield())
                         source.Fill(samples.data(), samples.size());
                 });
             const std::lock_guard lock(system.m_mutex);
@@ -65,8 +52,7 @@ private:
             system.mostAtOnce = std::max<int>(system.mostAtOnce, ++system.openNow);
         }
         ~Device() override {
-            if (Gate* const gate = system.holdsClosing)
-                (void)gate->Wait();
+            Hold(system.holdsClosing);
             ends = true;
             if (thread.joinable())
                 thread.join();
@@ -74,7 +60,6 @@ private:
             std::erase(system.m_devices, this);
             --system.openNow;
         }
-        void Take(std::vector<uint8_t>& samples) { source.Fill(samples.data(), samples.size()); }
 
         const SoundFormat format;
         ScriptedSound& system;

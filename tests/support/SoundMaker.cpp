@@ -131,12 +131,22 @@ double SignalToNoise(const Samples& wanted, const Samples& got) {
     return 10 * std::log10(signal / noise);
 }
 
-MediaFrameHeader SoundHeader(uint32_t streamType, const Bytes& bytes, int rate, int channels, uint32_t blocks) {
-    MediaFrameHeader header = VideoHeader(streamType, bytes, true, 0);
+MediaFrameHeader SoundHeader(uint32_t streamType, const Bytes& bytes, int rate, int channels, uint32_t blocks,
+                             int64_t timeMs) {
+    MediaFrameHeader header = VideoHeader(streamType, bytes, true, timeMs);
     header.audioBlockCount = blocks;
     header.audioSampleRate = static_cast<uint32_t>(rate);
     header.audioChannels = static_cast<uint8_t>(channels);
     return header;
+}
+
+Bytes Played(AudioDecoderHolder& decoder, const MediaFrameImpl& frame, int mix) {
+    Bytes bytes(576'000);
+    auto size = static_cast<uint32_t>(bytes.size());
+    bytes.resize(decoder.Decode(bytes.data(), &size, frame) == 0 ? size : 0);
+    for (int16_t& sample : std::span(reinterpret_cast<int16_t*>(bytes.data()), bytes.size() / 2))
+        sample = static_cast<int16_t>(sample * mix / 128);
+    return bytes;
 }
 
 }    // namespace corvane::test

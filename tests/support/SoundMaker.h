@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "decoders/AudioDecoderHolder.h"
 #include "support/StreamMaker.h"
 
 namespace corvane::test {
@@ -39,6 +40,9 @@ SoundStream G7221Vectors(const std::string& name);
 double SignalToNoise(const Samples& wanted, const Samples& got);
 
 // A record over `bytes`, as VideoHeader.
-MediaFrameHeader SoundHeader(uint32_t streamType, const Bytes& bytes, int rate, int channels = 1, uint32_t blocks = 1);
+MediaFrameHeader SoundHeader(uint32_t streamType, const Bytes& bytes, int rate, int channels = 1, uint32_t blocks = 1,
+                             int64_t timeMs = 0);
+// What a device plays of the frame with a volume of `mix` / 128.
+Bytes Played(AudioDecoderHolder& decoder, const MediaFrameImpl& frame, int mix = 128);
 
 }    // namespace corvane::test

@@ -46,10 +46,12 @@ void* realloc(void* block, size_t size) {
 void* memalign(size_t alignment, size_t size) {
     return Count(), __libc_memalign(alignment, size);
 }
-void* aligned_alloc(size_t alignment, size_t size) {
+void* Aligned(size_t alignment, size_t size) __asm__("aligned_alloc");
+void* Aligned(size_t alignment, size_t size) {
     return memalign(alignment, size);
 }
-int posix_memalign(void** block, size_t alignment, size_t size) {
+int PosixAligned(void** block, size_t alignment, size_t size) __asm__("posix_memalign");
+int PosixAligned(void** block, size_t alignment, size_t size) {
     *block = memalign(alignment, size);
     return *block != nullptr ? 0 : 12;
 }

@@ -36,7 +36,8 @@ ffmpeg -nostdin -v error -i all.mp4 -c copy -bsf:v noise=drop=key dependent.mp4
 status=0
 "$play" --headless --quiet --stats stats.json dependent.mp4 2>error || status=$?
 [ "$status" = 1 ] && grep -q 'nothing was shown: no key frame' error
-"$play" --version | grep -q '^corvane-play, libcorvane 5\.5\.' && "$play" -h | grep -q '^usage:'
+"$play" --version >version && grep -q '^corvane-play, libcorvane 5\.5\.' version
+"$play" -h >help && grep -q '^usage:' help    # not through a pipe, which grep would close too early
 
 "$play" --headless --stats stats.json --channels 3 --format bgr --rotate 90 --size 160x120 --loop 2 --threads 1 h264.mp4 2>status
 [ "$(field stats.json fed)" = 50 ] && [ "$(field stats.json width)" -le 124 ]

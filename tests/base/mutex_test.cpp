@@ -32,7 +32,7 @@ TEST(SharedMutex, StarvesNobodyAndExcludesWriters) {
                 hold();
             }
         };
-        std::vector<std::thread> busy;
+        std::vector<std::jthread> busy;
         for (int i = 0; i < 4; ++i)
             busy.emplace_back([&] {
                 while (!done)
@@ -43,8 +43,7 @@ TEST(SharedMutex, StarvesNobodyAndExcludesWriters) {
         for (int i = 0; i < 50; ++i)    // hangs here when one side starves the other
             turn(!busyWriters);
         done = true;
-        for (std::thread& thread : busy)
-            thread.join();
+        busy.clear();
         EXPECT_EQ(value, 2 * (busyWriters ? running - 50 : 50));
     }
 }
@@ -53,9 +52,9 @@ TEST(SharedMutex, TimedWriterGivesUpAndLetsQueuedReadersGo) {
     SharedMutex mutex;
     mutex.lock_shared();
     EXPECT_FALSE(static_cast<bool>(TryExclusiveLock(mutex, std::chrono::nanoseconds(0))));
-    std::thread writer([&] { EXPECT_FALSE(static_cast<bool>(TryExclusiveLock(mutex, milliseconds(50)))); });
+    std::jthread writer([&] { EXPECT_FALSE(static_cast<bool>(TryExclusiveLock(mutex, milliseconds(50)))); });
     std::this_thread::sleep_for(milliseconds(10));
-    std::thread reader([&] { SharedLock lock(mutex); });    // gets the lock before or after the writer
+    std::jthread reader([&] { SharedLock lock(mutex); });    // gets the lock before or after the writer
     writer.join();
     reader.join();
     mutex.unlock_shared();
@@ -73,7 +72,7 @@ TEST(Published, ValuesAreReadWhole) {
     };
     Published<Value> published;
     std::atomic<bool> done{false};
-    std::vector<std::thread> readers;
+    std::vector<std::jthread> readers;
     for (int i = 0; i < 3; ++i)
         readers.emplace_back([&] {
             for (uint64_t last = 0; !done;) {
@@ -88,8 +87,6 @@ TEST(Published, ValuesAreReadWhole) {
     for (uint64_t n = 1; n < 200'000; ++n)
         published.Publish({n, static_cast<uint8_t>(n % 2), {n, n, n, n, n}});
     done = true;
-    for (std::thread& reader : readers)
-        reader.join();
 }
 
 }    // namespace

@@ -1,14 +1,13 @@
 // The times at which the worker of a channel decodes each frame, in simulated time: against a model of queue and
 // pacing, and for a day.
-#include <gtest/gtest.h>
 
 #include <deque>
-#include <random>
 
 #include "support/BitWriter.h"
 #include "support/Client.h"
 #include "support/ScriptedRenderer.h"
 #include "support/SimulatedChannel.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

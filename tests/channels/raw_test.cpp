@@ -1,14 +1,8 @@
 // Raw pictures: what the callback gets, beside the still of the same picture, and when a delivery ends.
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cstring>
-#include <functional>
-#include <thread>
-#include <vector>
 
 #include "corvane/filter.h"
 #include "support/Client.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

@@ -1,14 +1,10 @@
 // The counters and causes of frames that bring no picture.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <vector>
 
 #include "frame/ChannelCounters.h"
 #include "manager/ShownTally.h"
 #include "support/Client.h"
 #include "support/SteppedClock.h"
+#include "support/Testing.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
 

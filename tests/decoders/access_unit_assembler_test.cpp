@@ -1,18 +1,11 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <functional>
 #include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "base/Limits.h"
 #include "decoders/StartCode.h"
 #include "decoders/VideoDecoderHolder.h"
 #include "support/FieldStream.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

@@ -1,18 +1,10 @@
 // The sound codecs at the holder, against decoders of other hands.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <functional>
-#include <random>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "base/FailurePoint.h"
 #include "decoders/AudioDecoderHolder.h"
 #include "support/GuardedBytes.h"
 #include "support/SoundMaker.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

@@ -1,14 +1,9 @@
 // The outcome that is reported for each mistake of a sender.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <random>
-#include <string>
-#include <vector>
 
 #include "decoders/VideoDecoderHolder.h"
 #include "support/BitWriter.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

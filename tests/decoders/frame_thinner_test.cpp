@@ -1,11 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <array>
-#include <vector>
-
 #include "decoders/FrameThinner.h"
 #include "support/GuardedBytes.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

@@ -1,13 +1,10 @@
 // The units that are kept from libavcodec. Every payload ends at a page that cannot be read.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 #include "decoders/HeaderCheck.h"
 #include "support/BareDecoder.h"
 #include "support/BitWriter.h"
 #include "support/GuardedBytes.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

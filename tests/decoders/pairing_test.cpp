@@ -1,16 +1,9 @@
 // Every picture of libavcodec comes out, equal to the bit, with its own input: with all settings of encoders, and with
 // lost and damaged units.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <memory>
-#include <random>
-#include <thread>
-#include <vector>
 
 #include "decoders/VideoDecoderHolder.h"
 #include "support/BareDecoder.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

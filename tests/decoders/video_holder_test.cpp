@@ -1,12 +1,6 @@
 // Choice, replacement, fall-back and pairing, with scripted decoders and with real streams.
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstring>
-#include <memory>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "decoders/FieldMarker.h"
 #include "decoders/VideoDecoderHolder.h"
@@ -14,6 +8,7 @@
 #include "support/FieldStream.h"
 #include "support/GuardedBytes.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

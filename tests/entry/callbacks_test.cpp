@@ -40,12 +40,12 @@ struct Trial final : QMRX::Filter::IFilter {
 };
 
 void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
-    ChannelSettings settings{};
-    settings.mask = 0x000F;
-    settings.osd = &Trial::At<Where::Text>;
-    settings.streamInfo = &Trial::At<Where::StreamInfo>;
-    settings.osdContext = settings.streamInfoContext = &trial;
-    settings.window = window;
+    const ChannelSettings settings{.mask = 0x000F,
+                                   .streamInfo = &Trial::At<Where::StreamInfo>,
+                                   .osd = &Trial::At<Where::Text>,
+                                   .streamInfoContext = &trial,
+                                   .osdContext = &trial,
+                                   .window = window};
     Corvane_StartChannel(trial.other, 0);
     int64_t time = 1000;                        // text is for frames with a wall-clock time
     const std::vector<uint8_t> silence(441);    // 10 ms; of all rates this one opens and closes fastest
@@ -57,8 +57,7 @@ void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
             sound.audioChannels = 1;
             (void)Corvane_InputEncodedMediaFrame(channel, &sound);
         }
-        const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, time += 2);
-        return Corvane_InputEncodedMediaFrame(channel, &header);
+        return test::Feed(channel, jpeg, time += 2);
     };
     feed(trial.other);
     // Last: its text may come at once, and end the other channel.
@@ -162,10 +161,7 @@ TEST(Callbacks, CallbacksThatEndEachOther) {
         for (int i = 0; i < 2; ++i) {
             Side& side = sides[i];
             side.instance = i == 1 && row.oneInstance ? sides[0].instance : test::NewInstance();
-            ChannelSettings settings{};
-            settings.mask = 0x0005;
-            settings.streamInfoContext = &side;
-            settings.streamInfo = &Side::Act;
+            const ChannelSettings settings{.mask = 0x0005, .streamInfo = &Side::Act, .streamInfoContext = &side};
             for (int beside = 0; beside < 6; ++beside)    // a release has more to end, which takes its time
                 (void)test::NewChannel(side.instance);
             side.channel = test::NewChannel(side.instance, row.from[i] != Worker ? nullptr : &settings);
@@ -179,7 +175,6 @@ TEST(Callbacks, CallbacksThatEndEachOther) {
             side.ends = row.ends[i];
             side.meeting = &meeting;
         }
-        const MediaFrameHeader picture = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, 0);
         MediaFrameHeader sound = test::VideoHeader(CORVANE_STREAM_MULAW, silence, true, 0);
         sound.audioSampleRate = 44100;
         sound.audioChannels = 1;
@@ -187,7 +182,9 @@ TEST(Callbacks, CallbacksThatEndEachOther) {
         for (void* const channel : channels)
             Corvane_StartChannel(channel, 0);
         for (int i = 0; i < 2; ++i)
-            ASSERT_EQ(Corvane_InputEncodedMediaFrame(channels[i], row.from[i] == Sound ? &sound : &picture), Status_Ok);
+            ASSERT_EQ(row.from[i] == Sound ? Corvane_InputEncodedMediaFrame(channels[i], &sound)
+                                           : test::Feed(channels[i], jpeg, 0),
+                      Status_Ok);
         if (!Eventually([&] { return sides[0].status != 0xDEAD && sides[1].status != 0xDEAD; })) {
             ADD_FAILURE() << "a hang";
             std::abort();    // the next test would hang as well
@@ -211,7 +208,6 @@ TEST(Callbacks, ReleaseBesideCreationAndStills) {
         std::atomic<bool> releasing{false};
     };
     const std::vector<uint8_t> jpeg = test::OneJpeg();
-    const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, 0);
     test::XServer server;
     test::XClient client(server.Display());
     for (int round = 0; round < 150; ++round) {
@@ -222,8 +218,7 @@ TEST(Callbacks, ReleaseBesideCreationAndStills) {
                 shared.channel,
                 [](void* context, const AfterDisplayRecord*) {
                     auto& all = *static_cast<Shared*>(context);
-                    ChannelSettings settings{};
-                    settings.window = all.window;
+                    const ChannelSettings settings{.window = all.window};
                     void* made = nullptr;
                     while (all.calls < kMost && Corvane_CreateChannel(all.instance, &made, &settings) == Status_Ok)
                         ++all.calls;
@@ -243,7 +238,7 @@ TEST(Callbacks, ReleaseBesideCreationAndStills) {
                 },
                 &shared, 4, 0);
         ASSERT_EQ(Corvane_StartChannel(shared.channel, 0), Status_Ok);
-        ASSERT_EQ(Corvane_InputEncodedMediaFrame(shared.channel, &header), Status_Ok);
+        ASSERT_EQ(test::Feed(shared.channel, jpeg, 0), Status_Ok);
         ASSERT_TRUE(Eventually([&] { return shared.calls > round % 20; }));
         shared.releasing = true;
         EXPECT_EQ(Corvane_Release(&shared.instance), Status_Ok);
@@ -268,20 +263,19 @@ TEST(Callbacks, OfAnInstanceAndOfAChannel) {
     for (const uint32_t mask : {0u, 3u, 3u | 4u, 3u | 8u}) {
         const bool own = mask != 0;
         const xcb_window_t window = client.Create();
-        ChannelSettings settings{};
-        settings.window = window;
-        settings.mask = mask;
-        settings.streamInfoContext = &infos;
-        settings.osdContext = &texts;
-        settings.streamInfo = [](void* context, uint32_t, uint64_t, uint64_t) { contexts[0] = context, ++infos[1]; };
-        settings.osd = [](void* context, OsdInfo*) { contexts[1] = context, ++texts[1]; };
+        const ChannelSettings settings{
+            .mask = mask,
+            .streamInfo = [](void* context, uint32_t, uint64_t, uint64_t) { contexts[0] = context, ++infos[1]; },
+            .osd = [](void* context, OsdInfo*) { contexts[1] = context, ++texts[1]; },
+            .streamInfoContext = &infos,
+            .osdContext = &texts,
+            .window = window};
         void* channel = test::NewChannel(instance, &settings);
         EXPECT_TRUE(Eventually([&] { return (client.Read(window, {9, 9, 10, 10})[0] & 0xFFFFFF) == 0x4080C0; }));
         const int before[] = {infos[own], texts[own]};
         const int others[] = {infos[!own], texts[!own]};
         ASSERT_EQ(Corvane_StartChannel(channel, 0), Status_Ok);
-        const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, 1000);
-        EXPECT_EQ(Corvane_InputEncodedMediaFrame(channel, &header), Status_Ok);
+        EXPECT_EQ(test::Feed(channel, jpeg, 1000), Status_Ok);
         EXPECT_TRUE(Eventually([&] { return infos[own] > before[0] && texts[own] > before[1]; })) << mask;
         EXPECT_EQ(Corvane_DeleteChannel(instance, &channel), Status_Ok);
         EXPECT_TRUE(contexts[0] == ((mask & 4) != 0 ? &infos : nullptr) &&

@@ -206,10 +206,7 @@ TEST(Exports, Updates) {
                 {0x0040, 2, Status_Ok, Status_UnsupportedMedia},
                 {0x0041, 3, Status_Ok, Status_Ok}};
     for (size_t i = 0; i < 3; ++i) {
-        ChannelUpdate update{};
-        update.mask = rows[i].mask;
-        update.mediaMode = rows[i].mode;
-        update.presentEnabled = i == 2;
+        const ChannelUpdate update{.mask = rows[i].mask, .presentEnabled = i == 2, .mediaMode = rows[i].mode};
         EXPECT_EQ(Corvane_UpdateChannelSettings(client.channel, &update), rows[i].status);
         ASSERT_EQ(client.Feed(CORVANE_STREAM_JPEG, pictures[i].bytes, true, int64_t(40 * i)), rows[i].fed);
         ASSERT_TRUE(rows[i].fed != Status_Ok || client.WaitForStamp(int(i)));

@@ -47,14 +47,13 @@ TEST(History, NothingComesLateTwiceOrOutOfOrder) {
 
         std::atomic<bool> done{false};
         std::atomic<int64_t> time{0};
-        std::vector<std::thread> feeders;
+        std::vector<std::jthread> feeders;
         for (int i = 0; i < 2; ++i)
             feeders.emplace_back([&] {
                 while (!done) {
                     static std::mutex order;    // the times that reach the queue rise
                     const std::lock_guard lock(order);
-                    const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, ++time);
-                    Corvane_InputEncodedMediaFrame(channel, &header);
+                    test::Feed(channel, jpeg, ++time);
                 }
             });
 
@@ -100,8 +99,7 @@ TEST(History, NothingComesLateTwiceOrOutOfOrder) {
             std::this_thread::sleep_for(std::chrono::milliseconds(random() % 4));
         }
         done = true;
-        for (std::thread& feeder : feeders)
-            feeder.join();
+        feeders.clear();
         ASSERT_EQ(Corvane_StopChannel(channel), Status_Ok);
         test::ExpectSums(test::StatisticsOf(channel));
         ASSERT_EQ(life % 2 == 0 ? Corvane_DeleteChannel(instance, &channel) : Corvane_Release(&instance), Status_Ok);

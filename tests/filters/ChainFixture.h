@@ -18,8 +18,7 @@ using QMRX::Filter::Picture;
 
 // A picture with memory of its own, zeros at first, laid out as the library lays out what it allocates.
 struct Image {
-    Image(uint32_t imageWidth, uint32_t imageHeight, uint32_t imageFormat)
-        : width(imageWidth), height(imageHeight), format(imageFormat) {
+    Image(uint32_t width, uint32_t height, uint32_t format) {
         if (!memory.Allocate(PictureBytes(format, width, height)))
             throw std::bad_alloc();
         view = LayOut(memory.Data(), RowBytes(format, width), {width, height}, format);
@@ -30,17 +29,17 @@ struct Image {
     // have height / 2 rows and width / 2 samples.
     std::vector<uint8_t> Visible() const {
         std::vector<uint8_t> bytes;
+        const auto [width, height] = view.size;
         for (int i = 0; i < 3 && picture.plane[i] != nullptr; ++i) {
-            const uint32_t half = width / 2 * (format == PF_NV12 ? 2 : 1);
+            const uint32_t half = width / 2 * (picture.format == PF_NV12 ? 2 : 1);
             for (uint32_t y = 0; y < (i == 0 ? height : height / 2); ++y) {
                 const uint8_t* row = picture.plane[i] + ptrdiff_t{picture.stride[i]} * y;
-                bytes.insert(bytes.end(), row, row + (i == 0 ? width * RowBytes(format, 64) / 64 : half));
+                bytes.insert(bytes.end(), row, row + (i == 0 ? width * RowBytes(picture.format, 64) / 64 : half));
             }
         }
         return bytes;
     }
 
-    uint32_t width, height, format;
     AlignedBuffer memory;
     PictureView view;
     Picture picture{};

@@ -10,32 +10,28 @@ namespace corvane::test {
 namespace {
 
 // Adds a number to each sample of an I420 picture.
-class AddFilter final : public IFilter {
-public:
-    explicit AddFilter(uint8_t addend) : m_addend(addend) {}
-
+struct AddFilter final : IFilter {
+    explicit AddFilter(uint8_t number) : addend(number) {}
     int32_t Process(FilterArgs* args) override {
         ++calls;
         if (throws)
             throw std::runtime_error("client");
-        if (args->source->format != PF_I420 || args->destination->format != PF_I420 ||
-            args->source->plane[0] == args->destination->plane[0])
+        const Picture &from = *args->source, &to = *args->destination;
+        if (from.format != PF_I420 || to.format != PF_I420 || from.plane[0] == to.plane[0])
             return -3;
-        FakeDewarp(ImageOf(*args->source, args->width, args->height),
-                   ImageOf(*args->destination, args->width, args->height), m_addend);
+        FakeDewarp(ImageOf(from, args->width, args->height), ImageOf(to, args->width, args->height), addend);
         return result;
     }
 
+    const uint8_t addend;
     int calls = 0;
     int32_t result = 0;
     bool throws = false;
-
-private:
-    uint8_t m_addend;
 };
 
+// Sizes whose scratch pictures add up to different sums.
 struct Case {
-    uint32_t width = 64, height = 48, targetWidth = 64, targetHeight = 48, dewarpedWidth = 64, dewarpedHeight = 48;
+    uint32_t width = 64, height = 48, targetWidth = 64, targetHeight = 48, dewarpedWidth = 192, dewarpedHeight = 40;
     uint32_t format = PF_I420;
     bool nv12 = false, fieldCoded = false, interlaced = false, deinterlace = false, dewarp = false;
     size_t filters = 0;    // the kind of scaling as well
@@ -57,8 +53,7 @@ struct Case {
 };
 
 // The chain in its plain form: each step into a new picture, a format change at the end in any case.
-std::vector<uint8_t> PlainForm(const Case& c, const Decoded& decoded, std::vector<AddFilter>& filters,
-                               int32_t& result) {
+std::vector<uint8_t> PlainForm(const Case& c, const Decoded& decoded, std::span<AddFilter> filters, int32_t& result) {
     std::deque<Image> images;
     Picture current = decoded.picture;
     uint32_t width = c.width, height = c.height;
@@ -79,8 +74,7 @@ std::vector<uint8_t> PlainForm(const Case& c, const Decoded& decoded, std::vecto
     if (c.Deinterlaces())
         step([&](FilterArgs* args) { return deinterlace.Process(args); }, width, height, PF_I420);
     const auto dewarp = [&](FilterArgs* args) {
-        FakeDewarp(ImageOf(*args->source, args->width, args->height),
-                   ImageOf(*args->destination, c.dewarpedWidth, c.dewarpedHeight));
+        FakeDewarp(ImageOf(current, width, height), ImageOf(*args->destination, c.dewarpedWidth, c.dewarpedHeight));
         return 0;
     };
     if (c.dewarp)
@@ -108,7 +102,7 @@ void CheckCase(const Case& c, FilterChain& chain, uint32_t seed) {
     Tessaro()->outHeight = c.dewarpedHeight;
     const Decoded decoded(c.width, c.height, c.nv12, seed);
     const FramePtr frame = c.Frame();
-    std::vector<AddFilter> filters{AddFilter(1), AddFilter(10), AddFilter(100)};
+    AddFilter filters[] = {AddFilter(1), AddFilter(10), AddFilter(100)};
     ChainSettings settings{{}, c.deinterlace, static_cast<uint32_t>(c.filters)};
     for (size_t i = 0; i < c.filters; ++i)
         settings.clientFilters.push_back(&filters[i]);
@@ -142,16 +136,8 @@ TEST(FilterChain, EveryRoadOfTheTableOfSteps) {
     FilterChain chain;
     for (const uint32_t run : runs) {
         const auto flag = [&](uint32_t bit) { return (run >> bit & 1) != 0; };
-        // Sizes whose scratch pictures add up to different sums.
-        Case c{.dewarpedWidth = 192,
-               .dewarpedHeight = 40,
-               .format = kFormats[run >> 8],
-               .nv12 = flag(4),
-               .fieldCoded = flag(0),
-               .interlaced = flag(1),
-               .deinterlace = flag(2),
-               .dewarp = flag(3),
-               .filters = run >> 6 & 3};
+        Case c{.format = kFormats[run >> 8], .nv12 = flag(4), .filters = run >> 6 & 3};
+        c.fieldCoded = flag(0), c.interlaced = flag(1), c.deinterlace = flag(2), c.dewarp = flag(3);
         const bool back = c.dewarp && run % 3 == 0;    // to the size of the decoder's picture
         c.targetWidth = flag(5) ? (back ? c.width : 320) : c.dewarp ? c.dewarpedWidth : c.width;
         c.targetHeight = flag(5) ? (back ? c.height : 36) : c.dewarp ? c.dewarpedHeight : c.height;

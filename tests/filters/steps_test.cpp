@@ -199,16 +199,16 @@ TEST(FilterResize, StaysInsideThePicture) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(Rotate, OutputSize) {
-    const std::array<double, 5> rows[] = {
-        {-450, 1920, 1080, 1080, 1920}, {180, 101, 51, 102, 52}, {45, 100, 100, 142, 142},
-        {30, 200, 100, 222, 186},       {45, 1, 1, 2, 2},        {10, 1u << 31, 480, 0, 0}};
-    for (const auto& [angle, width, height, outWidth, outHeight] : rows) {
-        const auto size = [](double w, double h) {
-            return PictureSize{static_cast<uint32_t>(w), static_cast<uint32_t>(h)};
-        };
-        EXPECT_EQ(RotateFilter(angle).OutputSize(size(width, height)), size(outWidth, outHeight)) << angle;
-    }
+TEST(Rotate, OutputSizeAndRefusals) {
+    const std::tuple<double, PictureSize, PictureSize> rows[] = {
+        {-450, {1920, 1080}, {1080, 1920}}, {180, {101, 51}, {102, 52}}, {45, {100, 100}, {142, 142}},
+        {30, {200, 100}, {222, 186}},       {45, {1, 1}, {2, 2}},        {10, {1u << 31, 480}, {0, 0}}};
+    for (const auto& [angle, size, out] : rows)
+        EXPECT_EQ(RotateFilter(angle).OutputSize(size), out) << angle;
+    RotateFilter filter(33);
+    for (const uint32_t format : {0u, 3u, 9u, 15u, 17u, uint32_t{PF_NV12}})
+        EXPECT_FALSE(filter.Lend({64, 48}, format)) << format;
+    EXPECT_FALSE(filter.Lend({0, 48}, PF_I420) || filter.Lend({16384, 4097}, PF_I420));
 }
 
 // A positive angle turns clockwise, also where the rows stand bottom-up. Whole quarters only move pixels; else bilinear
@@ -268,13 +268,6 @@ TEST(Rotate, EveryPixelComesFromItsPlace) {
         for (const double angle : {90.0, 180.0, 270.0, -170.0, -45.0, 10.0, 60.0, 117.3})
             for (const uint32_t format : {PF_YV12, PF_RGB24, PF_BGR24_FLIP})
                 ASSERT_NO_FATAL_FAILURE(check(width, height, angle, format));
-}
-
-TEST(Rotate, Refusals) {
-    RotateFilter filter(33);
-    for (const uint32_t format : {0u, 3u, 9u, 15u, 17u, uint32_t{PF_NV12}})
-        EXPECT_FALSE(filter.Lend({64, 48}, format)) << format;
-    EXPECT_FALSE(filter.Lend({0, 48}, PF_I420) || filter.Lend({16384, 4097}, PF_I420));
 }
 
 }    // namespace

@@ -68,51 +68,30 @@ TEST(PassSchedule, WhatIsDueAfterEachEvent) {
     EXPECT_EQ(counted.TakeWaitCounter(), 1u) << "the same wait";
 }
 
-// What a pass is asked for, and what is left of it when it could not do so. Letters: what it is like (A text is asked
-// for always, P it presents, C there is a text callback), what it is asked for and what it does (R a redraw, F fresh
-// information, T the text that tells it).
+// What a pass is asked for until it could do so. The tests of the manager see what the flags come to.
 TEST(PassSchedule, FlagsCountUntilTheyAreDone) {
     WindowSinks sinks(nullptr, Clock::System());
     const PresentSettings settings;
     PassSchedule schedule;
-    const struct {
-        const char* name;
-        void (*event)(PassSchedule&, int64_t);
-        std::string like, asked, does;
-    } rows[] = {
-        {"the first picture", posted, "PC", "R", "R"},
-        {"the next", posted, "PC", "", "R"},
-        {"a redraw, while the sink is busy", redraw, "PC", "R", ""},
-        {"so once more", nothing, "PC", "R", "R"},
-        {"text with every pass, from the next one on", nothing, "APC", "", "R"},
-        {"which is this", nothing, "APC", "R", "R"},
-        {"and the last one", nothing, "PC", "R", "R"},
-        {"not any more", nothing, "PC", "", "R"},
-        {"information that is not told yet", [](PassSchedule& s, int64_t) { s.OnInformation(); }, "PC", "F", "RT"},
-        {"and not yet", nothing, "PC", "F", "R"},
-        {"told, but nothing is presented",
-         [](PassSchedule& s, int64_t) { EXPECT_TRUE(s.TakeUnsent() && !s.TakeUnsent()); }, "C", "F", "R"},
-        {"presented, without a text", nothing, "PC", "FT", "R"},
-        {"a later text", nothing, "PC", "T", "RT"},
-        {"is the only one", nothing, "PC", "", "RT"},
-        {"without a text callback nothing is kept",
-         [](PassSchedule& s, int64_t) { s.OnInformation(), (void)s.TakeUnsent(); }, "P", "F", "R"},
-        {"for one that comes later", nothing, "PC", "", "RT"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        row.event(schedule, 0);
-        const auto is = [](const std::string& letters, char letter) { return letters.find(letter) != letters.npos; };
-        const auto begun = schedule.BeginPass(true, true, is(row.like, 'A'), is(row.like, 'P'), is(row.like, 'C'));
-        ASSERT_TRUE(begun);
-        EXPECT_EQ(std::string(begun->redraw, 'R') + std::string(begun->fresh, 'F') + std::string(begun->textFresh, 'T'),
-                  row.asked);
-        Pass pass{.settings = settings, .sinks = sinks, .mailbox = nullptr, .flags = *begun};
-        pass.redrawn = is(row.does, 'R');
-        pass.textTold = is(row.does, 'T');
-        EXPECT_FALSE(schedule.IsDue(0)) << "what happened before the pass began is not drawn twice";
+    const auto flagsOf = [&](bool redrawn) {
+        Pass pass{.settings = settings,
+                  .sinks = sinks,
+                  .mailbox = nullptr,
+                  .flags = schedule.BeginPass(true, true, false, true, true).value()};
+        pass.redrawn = redrawn;
         schedule.EndPass(pass);
-    }
+        return pass.flags;
+    };
+    schedule.OnPosted();
+    EXPECT_TRUE(flagsOf(false).redraw) << "the first picture";
+    EXPECT_TRUE(flagsOf(true).redraw) << "the sink was busy";
+    EXPECT_FALSE(flagsOf(true).redraw);
+    schedule.OnInformation();
+    for (int i = 0; i < 2; ++i)
+        EXPECT_TRUE(flagsOf(true).fresh) << "the stream's codes have not told it";
+    EXPECT_TRUE(schedule.TakeUnsent() && !schedule.TakeUnsent());
+    EXPECT_TRUE(flagsOf(true).fresh);
+    EXPECT_FALSE(flagsOf(true).fresh);
     // A picture that was posted and taken back is no reason to draw the one before again.
     schedule.OnPosted();
     EXPECT_TRUE(schedule.Take(0).draw);

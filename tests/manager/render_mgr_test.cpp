@@ -298,11 +298,11 @@ TEST_F(RenderMgr, RotationTakesTheBoxAndLosesWhatItCannotTurn) {
 }
 
 TEST_F(RenderMgr, DisplayAreaFieldsFollowTheMask) {
-    DisplayArea area{};
-    area.overview.rectangle[2] = area.overview.rectangle[3] = 10;
-    area.zoomIsWindow = 1;    // a null window
-    area.zoomEnabled = area.overviewEnabled = 1;
-    area.zoomMargin[0] = 4;
+    DisplayArea area{.overview = {{0, 0, 10, 10}},
+                     .zoomIsWindow = 1,    // a null window
+                     .zoomMargin = {4},
+                     .zoomEnabled = 1,
+                     .overviewEnabled = 1};
     const auto told = [&] {
         const DisplayArea now = manager.GetDisplayArea();
         return std::array<int64_t, 4>{now.overview.rectangle[2], now.overview.rectangle[3], now.zoomEnabled,

@@ -87,14 +87,10 @@ TEST(StreamInfo, MotionWindowsAndObjectRecords) {
     EXPECT_EQ(log, "12:0 6/3 [0]10=70 [1]11=71 7:0 ");
 
     // Slots out of range are passed over, and the count never leads outside the array.
-    ObjectRecord objects[4] = {};
-    const uint32_t ids[] = {16, 2, 0, 4'000'000'000};
-    for (uint32_t i = 0; i < 4; ++i) {
-        objects[i].id = ids[i];
-        objects[i].valid = i != 1;
-        objects[i].value = 5 + i;
-        objects[i].level = static_cast<uint8_t>(6 + i);
-    }
+    const ObjectRecord objects[] = {{.id = 16, .valid = 1, .value = 5, .level = 6},
+                                    {.id = 2, .valid = 0, .value = 6, .level = 7},
+                                    {.id = 0, .valid = 1, .value = 7, .level = 8},
+                                    {.id = 4'000'000'000, .valid = 1, .value = 8, .level = 9}};
     header.objects = objects;
     header.objectCount = 4;
     header.reservedTail = UINT32_MAX;    // the low half says nothing

@@ -30,21 +30,19 @@ struct Source {
 };
 
 JPEGEncOptions Options(uint32_t width, uint32_t height, uint32_t padding, const Source& source) {
-    JPEGEncOptions o{};
-    o.Version = JPEGENC_VERSION;
-    o.EncodingWidth = width;
-    o.EncodingHeight = height;
-    o.InputWidth = width + padding;
-    o.InputHeight = height;
-    o.Quality = 50;
-    o.Interleaved = 1;
-    o.Colour = 1;
-    o.Subsampling = 1;
-    o.PackerMode = 1;
-    o.PlaneY = source.y.Data();
-    o.PlaneU = source.u.Data();
-    o.PlaneV = source.v.Data();
-    return o;
+    return {.Version = JPEGENC_VERSION,
+            .EncodingWidth = width,
+            .EncodingHeight = height,
+            .InputWidth = width + padding,
+            .InputHeight = height,
+            .Quality = 50,
+            .Interleaved = 1,
+            .Colour = 1,
+            .Subsampling = 1,
+            .PackerMode = 1,
+            .PlaneY = source.y.Data(),
+            .PlaneU = source.u.Data(),
+            .PlaneV = source.v.Data()};
 }
 
 // `frames` pictures behind each other into a buffer of `room` bytes that ends in front of a guard page; what the buffer
@@ -168,14 +166,9 @@ TEST(Jpeg, Requests) {
          {{21, 0, 51, 36, 0}, {2, 0, address(small.PlaneY, 3), address(small.PlaneU), address(small.PlaneV, 1)}},
          [](JPEGEncOptions& o) { begin(o, 10 * 51 + 6 + 3, 5 * 25 + 3, 5 * 25 + 3 + 1), o.InputWidth = 51; }},
         {"input within the picture", {{21, 0, 40, 24, 0}, {21, 0, 64, 40, 0}, {21, 1, 39, 40, 0}, {21, 1, 64, 23, 0}}},
-        {"input within the offset",
-         {{14, 0, 1, 1, 0},
-          {21, 0, 6, 40, 0},
-          {21, 1, 5, 40, 0},
-          {21, 0, 64, 10, 0},
-          {21, 1, 64, 9, 0},
-          {21, 0, 64, 40, 0},
-          sizeAgain}},
+        {"input within the offset across",
+         {{14, 0, 1, 1, 0}, {21, 0, 6, 40, 0}, {21, 1, 5, 40, 0}, {21, 0, 64, 40, 0}, sizeAgain}},
+        {"and down", {{14, 0, 1, 1, 0}, {21, 0, 64, 10, 0}, {21, 1, 64, 9, 0}, {21, 0, 64, 40, 0}, sizeAgain}},
         {"2^32 bytes", {{21, 1, 65536, 65536, 0}, {30, 1, 0, 1 << 26, 0}}},
         {"other limits", {{36, 1, 5, 0, 0}, {7, 1, 35495598, 0, 0}, {14, 1, 40, 65536, 0}, {14, 1, 65536, 24, 0}}},
         {"unknown codes", {{0, 1, 1, 1, 1}, {6, 1, 1, 1, 1}, {40, 1, 1, 1, 1}}},

@@ -79,23 +79,21 @@ TEST(PictureMaker, OutputsStayTheSame) {
 TEST(OverlayBlend, DrawnPixelsReplace) {
     Raster drawing;
     ASSERT_TRUE(drawing.Resize(5, 3));    // odd: the last row and column of PF_I420 are not touched
-    const auto draw = [&](uint32_t x, uint32_t y, uint32_t pixel) { std::memcpy(drawing.View().At(x, y), &pixel, 4); };
-    draw(0, 0, 0xFFFF0000);    // red
-    draw(1, 0, 0xFF000000);    // black with cairo's alpha: nothing drawn
-    draw(3, 1, 0xFF00FF00);    // green
-    draw(2, 1, 0xFF000001);    // drawn, but too dark for the luma
-    draw(4, 1, 0xFFFFFFFF);    // in the column and the row that odd sizes lose
-    draw(3, 2, 0xFFFFFFFF);
-
     std::vector<uint8_t> bgr(16 * 3, 9), wanted = bgr;
-    const auto put = [&](size_t x, size_t y, std::vector<uint8_t> color) {
-        std::ranges::copy(color, wanted.begin() + static_cast<ptrdiff_t>((2 - y) * 16 + 3 * x));
-    };
-    put(0, 0, {0, 0, 255});
-    put(3, 1, {0, 255, 0});
-    put(2, 1, {1, 0, 0});
-    put(4, 1, {255, 255, 255});
-    put(3, 2, {255, 255, 255});
+    const struct {
+        uint32_t x, y, pixel;
+        bool drawn = true;
+    } dots[] = {{0, 0, 0xFFFF0000},           // red
+                {1, 0, 0xFF000000, false},    // black with cairo's alpha
+                {3, 1, 0xFF00FF00},           // green
+                {2, 1, 0xFF000001},           // too dark for the luma
+                {4, 1, 0xFFFFFFFF},           // in the column and the row that odd sizes lose
+                {3, 2, 0xFFFFFFFF}};
+    for (const auto& dot : dots) {
+        std::memcpy(drawing.View().At(dot.x, dot.y), &dot.pixel, 4);
+        if (dot.drawn)
+            std::memcpy(&wanted[(2 - dot.y) * 16 + 3 * dot.x], &dot.pixel, 3);
+    }
     const auto blended = [&](const std::vector<uint8_t>& picture, uint32_t stride, uint32_t format) {
         const test::GuardedBytes memory(picture);
         BlendOverlay(drawing.View(), LayOut(memory.Data(), stride, {5, 3}, format));

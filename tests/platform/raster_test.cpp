@@ -26,10 +26,8 @@ Raster Numbered(uint32_t width, uint32_t height) {
 
 TEST(Raster, Sizes) {
     constexpr uint32_t kSide = limits::kMaxPictureSide;
-    constexpr std::pair<uint32_t, uint32_t> kTooMuch[] = {
-        {0, 5}, {5, 0}, {kSide + 1, 1}, {1, UINT32_MAX}, {kSide, kSide}};
     Raster raster;
-    for (const auto& [width, height] : kTooMuch) {
+    for (const auto& [width, height] : {std::pair{0u, 5u}, {5, 0}, {kSide + 1, 1}, {1, UINT32_MAX}, {kSide, kSide}}) {
         EXPECT_TRUE(raster.Resize(kSide, 2));
         EXPECT_FALSE(raster.Resize(width, height)) << width << " x " << height;
         EXPECT_TRUE(!raster && raster.View().size.Empty());
@@ -48,25 +46,25 @@ TEST(Raster, FillBlitAndStretchClip) {
                          {8, 6, 9, 7}, {-kFar, -kFar, 3, 2}, {3, 3, kFar, kFar}};
     const Raster source = Numbered(40, 40);
     for (const Rect& where : rows) {
-        const std::string name = std::to_string(where.left) + ", " + std::to_string(where.top);
+        SCOPED_TRACE(testing::Message() << where.left << ", " << where.top);
         const bool near = where.Intersected({-100, -100, 100, 100}) == where;
         Raster filled = Numbered(9, 7), copied = Numbered(9, 7), scaled = Numbered(9, 7);
         Fill(filled.View(), where, 0x563412);
         if (near) {
-            Blit(copied.View(), where.left, where.top, source.View(), {2, 3, 2 + where.Width(), 3 + where.Height()});
-            // To the same size: a scaling whose pixels are known.
-            EXPECT_TRUE(Stretch(scaled.View(), where, source.View(), {2, 3, 2 + where.Width(), 3 + where.Height()}));
+            const Rect part{2, 3, 2 + where.Width(), 3 + where.Height()};
+            Blit(copied.View(), where.left, where.top, source.View(), part);
+            EXPECT_TRUE(Stretch(scaled.View(), where, source.View(), part)) << "to the same size: its pixels are known";
         }
         for (int64_t y = 0; y < 7; ++y) {
             for (int64_t x = 0; x < 9; ++x) {
                 const bool inside = x >= where.left && x < where.right && y >= where.top && y < where.bottom;
                 const uint32_t before = static_cast<uint32_t>(0x010000 * y + 0x000100 * x + 7);
-                EXPECT_EQ(Pixel(filled.View(), x, y), inside ? 0xFF123456u : before) << name << ": " << x << ", " << y;
+                EXPECT_EQ(Pixel(filled.View(), x, y), inside ? 0xFF123456u : before) << x << ", " << y;
                 const uint32_t moved = before + 0x010000 * static_cast<uint32_t>(3 - where.top) +
                                        0x000100 * static_cast<uint32_t>(2 - where.left);
                 const uint32_t wanted = inside && near ? 0xFF000000u | moved : before;
-                EXPECT_EQ(Pixel(copied.View(), x, y), wanted) << name << ": " << x << ", " << y;
-                EXPECT_EQ(Pixel(scaled.View(), x, y), wanted) << name << ": " << x << ", " << y;
+                EXPECT_EQ(Pixel(copied.View(), x, y), wanted) << x << ", " << y;
+                EXPECT_EQ(Pixel(scaled.View(), x, y), wanted) << x << ", " << y;
             }
         }
     }
@@ -118,7 +116,7 @@ TEST(DrawContext, ClipsFlushesAndLetsGo) {
     }
 }
 
-TEST(CopySurface, EachFormat) {
+TEST(CopySurface, EachFormatAndWhatIsNoPicture) {
     const struct {
         cairo_format_t format;
         std::vector<uint32_t> words;    // a row of 2 pixels
@@ -142,9 +140,7 @@ TEST(CopySurface, EachFormat) {
         EXPECT_EQ(Pixel(out.View(), 1, 1), row.second) << row.format;
         EXPECT_EQ(Pixel(out.View(), 1, 2), 0u) << row.format;
     }
-}
-
-TEST(CopySurface, WhatIsNoPicture) {
+    // What is no picture leaves the raster as it was.
     cairo_surface_t* const finished = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 4, 4);
     cairo_surface_finish(finished);
     Raster out = Numbered(2, 2);
@@ -155,7 +151,7 @@ TEST(CopySurface, WhatIsNoPicture) {
         EXPECT_EQ(CopySurface(made, out), Status::Failed);
         cairo_surface_destroy(made);
     }
-    EXPECT_EQ(Pixel(out.View(), 1, 1), 0x010107u);    // what was there stays
+    EXPECT_EQ(Pixel(out.View(), 1, 1), 0x010107u);
 }
 
 }    // namespace

@@ -272,7 +272,7 @@ TEST_F(WindowSinks, FailingCallsAreGotAround) {
     const xcb_window_t window = client.Create();
     const WindowWatchPtr watch = OpenAlive(window, Purpose::Draw);
     const size_t descriptors = Entries("/proc/self/fd");
-    for (const bool forGood : {false, true}) {
+    for (const bool forGood : {false, true})
         for (uint64_t n = 1; n <= 3; ++n) {
             const auto sink = WindowSink::Make(watch, nullptr);
             failure::Arm(static_cast<uint32_t>(failure::Site::PlatformCall), n, forGood);
@@ -282,7 +282,6 @@ TEST_F(WindowSinks, FailingCallsAreGotAround) {
             PutGrey(*sink, grey);
             EXPECT_TRUE(Eventually([&] { return Shows(client, window, grey); }));
         }
-    }
     EXPECT_EQ(Entries("/proc/self/fd"), descriptors);
 }
 
@@ -297,10 +296,8 @@ TEST_F(WindowSinks, InAnIpcWorldOfItsOwn) {
         SCOPED_TRACE(&row - rows);
         const xcb_window_t window = client.Create();
         WindowWatchPtr watch;
-        const auto open = [&] {
-            failure::Arm(static_cast<uint32_t>(failure::Site::PlatformCall), 3, false);
-            if (!row.noDescriptors)
-                failure::Disarm();
+        const auto open = [&, fails = row.noDescriptors ? 3 : 0] {
+            failure::Arm(static_cast<uint32_t>(failure::Site::PlatformCall), fails, false);
             watch = OpenAlive(window, Purpose::Draw);
             failure::Disarm();
         };

@@ -1,12 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "base/PictureLayout.h"
 #include "present/PictureRun.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane::test {
 namespace {

@@ -1,10 +1,9 @@
 #include "present/Layout.h"
 
-#include <gtest/gtest.h>
-
 #include "present/OnScreenText.h"
 #include "present/ScriptedWatch.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

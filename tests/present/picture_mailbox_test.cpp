@@ -1,12 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <thread>
-
 #include "present/PictureMailbox.h"
-#include "support/Latch.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

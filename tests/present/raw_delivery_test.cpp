@@ -1,18 +1,10 @@
 // The turnstile of the raw callbacks, and raw sound.
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cstring>
-#include <functional>
-#include <optional>
-#include <thread>
-#include <vector>
 
 #include "base/Thread.h"
 #include "present/RawDelivery.h"
-#include "support/Latch.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
+#include "support/Testing.h"
 
 namespace corvane {
 namespace {

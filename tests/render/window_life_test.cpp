@@ -14,7 +14,6 @@
 #include "platform/x11/AbandonedConnections.h"
 #include "render/DDrawRenderer.h"
 #include "render/GDIRenderer.h"
-#include "render/PseudoRenderer.h"
 #include "support/Calling.h"
 #include "support/Client.h"
 #include "support/Mappings.h"
@@ -76,7 +75,7 @@ struct Channel {
         return Eventually([&] { return presents > before; });
     }
 
-    // Calls the client with each text, after the ones that are told now.
+    // `call` must outlive the channel.
     void SetText(TextCall& call) { manager.SetCallback(&PresentSettings::osd, test::Calling(call)); }
 
     std::atomic<int> presents{0}, replaced{0};
@@ -87,12 +86,8 @@ struct Channel {
     CRenderMgr manager;
 };
 
-// An overview in a window, with the mask that sets it.
 DisplayArea OverviewIn(xcb_window_t window) {
-    DisplayArea area{};
-    area.overviewIsWindow = area.overviewEnabled = 1;
-    area.overview.window = window;
-    return area;
+    return {.overviewIsWindow = 1, .overview = {.window = window}, .overviewEnabled = 1};
 }
 
 WindowWatchPtr Viewable(xcb_window_t window) {
@@ -129,6 +124,11 @@ protected:
         return Eventually([&] { return Pixel(window, x, y) == pixel; });
     }
     static uint32_t Grey(uint8_t level) { return level * 0x010101u; }
+    void Resize(const WindowWatchPtr& watch, uint32_t width, uint32_t height) {    // until the watch says so
+        m_client.Resize(static_cast<xcb_window_t>(watch->Window()), static_cast<uint16_t>(width),
+                        static_cast<uint16_t>(height));
+        EXPECT_TRUE(Eventually([&] { return watch->ClientSize() == WindowWatch::Size{width, height}; }));
+    }
     xcb_window_t Window(int16_t x = 10, xcb_window_t parent = 0) {
         return m_client.Create({.parent = parent, .x = x, .y = 10, .width = kSide, .height = kSide});
     }
@@ -136,20 +136,6 @@ protected:
     test::XServer m_server;
     test::XClient m_client{m_server.Display()};
 };
-
-// What a pass comes to where there is no window.
-TEST(OffScreen, OutcomeOfAPass) {
-    using enum Outcome;
-    int calls = 0;
-    const CorvanePictureCallback count = [](void* own, const PseudoFrame*) { ++*static_cast<int*>(own); };
-    CPseudoRenderer offScreen({count, &calls}, PF_I420), toNobody({}, PF_I420);
-    test::RendererHand hand;
-    EXPECT_TRUE(hand.Pass(offScreen) == NotDue && calls == 1) << "no picture yet";
-    hand.Fill(offScreen, kSide, 0x64);
-    EXPECT_TRUE(hand.Pass(offScreen) == HandedOver && calls == 2 && hand.Pass(toNobody) == NotDue);
-    hand.settings.presentEnabled = false;
-    EXPECT_TRUE(hand.Pass(offScreen) == NotDue && calls == 2);
-}
 
 // Text is drawn when its time has changed, when its place has, and when a redraw is asked for; the plain renderer draws
 // it with the bands around the picture, whose place counts too, whatever the policy says of times. Each row follows the
@@ -172,10 +158,6 @@ TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
     const bool isPlain = GetParam() != 0;
     uint32_t side = 32;    // of the picture
     const WindowWatchPtr watch = info.window;
-    const auto widen = [&] {
-        m_client.Resize(window, 70, 64);
-        EXPECT_TRUE(Eventually([&] { return watch->ClientSize().width == 70; }));
-    };
     const struct {
         const char* name;
         std::function<void()> change;
@@ -191,7 +173,7 @@ TEST_P(WindowLife, OutcomesTextAndBandsFollowTimesAndPlaces) {
         {"a wider margin", [&] { info.margin.left = 20; }, 15, true, 1, 0},
         {"full window", [&] { info.fullWindow = true; }, 15, false, 0, 0},
         {"full window off", [&] { info.fullWindow = false; }, 15, true, 1, 1},
-        {"a larger window", widen, 15, true, 1, 1},
+        {"a larger window", [&] { Resize(watch, 70, 64); }, 15, true, 1, 1},
         {"a border", [&] { info.border.left = 4, info.hasBorder = true; }, 3, true, 1, 0},
         {"another border", [&] { info.border = {.left = 32}; }, 24, isPlain, 1, 0},
         {"a smaller picture within it",
@@ -315,9 +297,8 @@ TEST_P(WindowLife, WhatHappensToAWindow) {
     EXPECT_TRUE(Shows(window, Grey(100)) && Shows(window, 0, 40, 5));
     // Beyond the limits of pictures, by itself and with the default renderer's room for the overview below it.
     const WindowWatchPtr watch = Viewable(window);
-    for (const WindowWatch::Size size : {WindowWatch::Size{200, 20000}, {200, 16200}}) {
-        m_client.Resize(window, static_cast<uint16_t>(size.width), static_cast<uint16_t>(size.height));
-        EXPECT_TRUE(Eventually([&] { return watch->ClientSize() == size; }));
+    for (const uint32_t height : {20000u, 16200u}) {
+        Resize(watch, 200, height);
         EXPECT_TRUE(channel.GoesOn(102) && channel.GoesOn(103));
     }
     m_client.Resize(window, 60, 170);
@@ -463,9 +444,7 @@ TEST_P(WindowLife, TargetSizeFollowsTheWindow) {
         EXPECT_EQ(channel.manager.InsertFilter(&filter), Status::Ok);
         if (row.turned)
             (void)channel.manager.EnableRotateFilter(90);
-        DisplayArea area{};
-        area.zoomEnabled = row.zoomed;
-        (void)channel.manager.SetDisplayArea(area, CORVANE_AREA_ZOOM_ENABLED);
+        (void)channel.manager.SetDisplayArea({.zoomEnabled = row.zoomed}, CORVANE_AREA_ZOOM_ENABLED);
         const test::PlainPicture picture(kAll.width, kAll.height);
         channel.manager.PresentFrame(FrameAt(40), picture.Picture(), true);
         EXPECT_EQ(seen, GetParam() == 0 ? kAll : row.size) << &row - rows;
@@ -767,8 +746,7 @@ TEST_P(WindowLife, ChangesAtRandomBesidePicturesThatReplaceEachOther) {
         manager.SetPictureCallback(test::Calling(nothing), PF_I420);    // the other renderer's buffers go
         EXPECT_TRUE(channel.GoesOn(78));
         manager.End();
-        ChannelStatistics counted{};
-        counted.recordSize = sizeof counted;
+        ChannelStatistics counted{.recordSize = sizeof counted};
         manager.Counters().Fill(counted);
         counted.framesTaken = counted.picturesDecoded = pictures + 1;    // the manager counts neither
         test::ExpectSums(counted);

@@ -8,8 +8,7 @@
 namespace corvane::test {
 
 inline ChannelStatistics StatisticsOf(void* channel) {
-    ChannelStatistics statistics{};
-    statistics.recordSize = sizeof statistics;
+    ChannelStatistics statistics{.recordSize = sizeof statistics};
     EXPECT_EQ(Corvane_GetChannelStatistics(channel, &statistics), Status_Ok);
     return statistics;
 }
@@ -42,6 +41,14 @@ inline std::vector<uint8_t> OneJpeg() {
     return MakeVideo({.streamType = CORVANE_STREAM_JPEG, .width = 80, .height = 32, .frames = 1})[0].bytes;
 }
 
+inline uint32_t FeedHeader(void* channel, const MediaFrameHeader& header) {
+    return Corvane_InputEncodedMediaFrame(channel, &header);
+}
+// A key frame.
+inline uint32_t Feed(void* channel, const std::vector<uint8_t>& bytes, int64_t timeMs, uint32_t type = kJpeg) {
+    return FeedHeader(channel, VideoHeader(type, bytes, true, timeMs));
+}
+
 class Client {
 public:
     struct Shown {
@@ -51,17 +58,24 @@ public:
     };
 
     // `kind` as of Corvane_RegisterRawDataCallback. Pixels are kept with `keepPixels` only.
-    explicit Client(uint32_t kind = 11, bool keepPixels = false) : m_kind(kind), m_keepPixels(keepPixels) {
-        EXPECT_EQ(Corvane_RegisterRawDataCallback(channel, &Client::OnPicture, this, kind, 0), Status_Ok);
+    explicit Client(uint32_t kind = 11, bool keepPixels = false, uint32_t bottomUp = 0)
+        : m_kind(kind), m_keepPixels(keepPixels) {
+        EXPECT_EQ(Corvane_RegisterRawDataCallback(channel, &Client::OnPicture, this, kind, bottomUp), Status_Ok);
     }
     ~Client() { EXPECT_EQ(Corvane_Release(&instance), Status_Ok); }
 
     void Start() { EXPECT_EQ(Corvane_StartChannel(channel, 0), Status_Ok); }
+    void Set(int32_t option, uint64_t value, uint64_t extra = 0) {
+        EXPECT_EQ(Corvane_SetChannelOption(channel, option, value, extra), Status_Ok);
+    }
 
     uint32_t Feed(uint32_t type, const std::vector<uint8_t>& bytes, bool key, int64_t timeMs, uint32_t width = 0,
                   uint32_t height = 0) {
-        const MediaFrameHeader header = VideoHeader(type, bytes, key, timeMs, width, height);
-        return Corvane_InputEncodedMediaFrame(channel, &header);
+        return FeedHeader(channel, VideoHeader(type, bytes, key, timeMs, width, height));
+    }
+    // Of H.264.
+    uint32_t Feed(const EncodedPicture& picture, int64_t timeMs, bool hidden = false) {
+        return FeedHeader(channel, Hidden(VideoHeader(kH264, picture.bytes, picture.key, timeMs), hidden));
     }
 
     std::vector<int> Stamps() {
@@ -74,6 +88,12 @@ public:
     std::vector<Shown> Take() {
         const std::lock_guard lock(m_mutex);
         return std::exchange(m_shown, {});
+    }
+    // The first of those that come, or came since the last call.
+    Shown Next() {
+        std::vector<Shown> shown;
+        EXPECT_TRUE(Eventually([&] { return !(shown = Take()).empty(); }));
+        return shown.empty() ? Shown{} : shown[0];
     }
     bool WaitForStamp(int stamp) {
         return Eventually([&] {

@@ -96,11 +96,9 @@ private:
             for (int i = 0; i < kDigits; ++i)
                 payload.push_back(static_cast<uint8_t>(m_sent >> (7 * i) | 0x80));
             payload.insert(payload.end(), arrival.payload.begin(), arrival.payload.end());
-            MediaFrameHeader header = VideoHeader(arrival.type, payload, arrival.key, arrival.stampMs);
-            header.extension = kNotForDisplay;
-            header.extensionSize = arrival.hidden ? sizeof kNotForDisplay : 0;
             ++m_sent;
-            refused += Ok(channel.Input(header)) ? 0 : 1;
+            refused += !Ok(channel.Input(
+                Hidden(VideoHeader(arrival.type, payload, arrival.key, arrival.stampMs), arrival.hidden)));
         }
         return count > 0;
     }

@@ -58,6 +58,13 @@ inline const Bytes kNotCoded = {0, 0, 1, 0xB6, 0x51, 0x4F};
 // An extension: the picture is not for display.
 inline constexpr uint8_t kNotForDisplay[] = {0, 0, 0, 0, 104, 1, 1};
 
+// `header` with that extension, where it is to be hidden.
+inline MediaFrameHeader Hidden(MediaFrameHeader header, bool hidden = true) {
+    header.extension = kNotForDisplay;
+    header.extensionSize = hidden ? sizeof kNotForDisplay : 0;
+    return header;
+}
+
 // Another: the vendor tag DAHU.
 inline constexpr uint8_t kOtherVendor[] = {0, 0, 0, 0, 105, 4, 'D', 'A', 'H', 'U'};
 

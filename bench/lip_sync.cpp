@@ -46,10 +46,12 @@ void* realloc(void* block, size_t size) {
 void* memalign(size_t alignment, size_t size) {
     return Count(), __libc_memalign(alignment, size);
 }
-void* aligned_alloc(size_t alignment, size_t size) {
+void* Aligned(size_t alignment, size_t size) __asm__("aligned_alloc");
+void* Aligned(size_t alignment, size_t size) {
     return memalign(alignment, size);
 }
-int posix_memalign(void** block, size_t alignment, size_t size) {
+int PosixAligned(void** block, size_t alignment, size_t size) __asm__("posix_memalign");
+int PosixAligned(void** block, size_t alignment, size_t size) {
     *block = memalign(alignment, size);
     return *block != nullptr ? 0 : 12;
 }
@@ -142,7 +144,7 @@ public:
         if (m_channel.Start(false) != Status::Ok)
             std::abort();
     }
-    ~Channel() { m_channel.End(); }
+    void End() { m_channel.End(); }
     void Feed(const MediaFrameHeader& header) {
         if (const Status status = m_channel.Input(header); status != Status::Ok)
             std::printf("buffer %u ms: a frame was refused with status %u\n", buffer, static_cast<uint32_t>(status));
@@ -247,5 +249,8 @@ int main(int argc, char** argv) {
     }
     for (const auto& channel : channels)
         channel->Tell(static_cast<double>(byHand) / 100);
-    return 0;
+    for (const auto& channel : channels)
+        channel->End();
+    // The devices, which write into the logs, close later than their channels end.
+    return DeviceKeeper::Process().WaitIdle(10'000'000'000) ? 0 : 1;
 }

@@ -138,16 +138,24 @@ struct Side {
 // Two callbacks, each of which ends the channel or instance of the other: one is refused, none hangs.
 TEST(Callbacks, CallbacksThatEndEachOther) {
     using enum Side::Ends;
+    enum class From { Worker, Render, Sound };
+    using enum From;
     const struct {
         Side::Ends ends[2];
-        bool oneInstance, onRenderThread[2];
-    } rows[] = {{{Stops, Stops}, true, {false, false}},      {{Deletes, Deletes}, true, {true, true}},
-                {{Releases, Releases}, false, {true, true}}, {{Releases, Deletes}, false, {true, true}},
-                {{Releases, Stops}, false, {false, false}},  {{Releases, Releases}, false, {false, true}}};
-    const std::vector<uint8_t> jpeg = test::OneJpeg();
-    for (int round = 0; round < 60; ++round) {
-        const auto& row = rows[round % 6];
-        SCOPED_TRACE(testing::Message() << "row " << round % 6);
+        bool oneInstance;
+        From from[2];
+    } rows[] = {{{Stops, Stops}, true, {Worker, Worker}},        {{Deletes, Deletes}, true, {Render, Render}},
+                {{Releases, Releases}, false, {Render, Render}}, {{Releases, Deletes}, false, {Render, Render}},
+                {{Releases, Stops}, false, {Worker, Worker}},    {{Releases, Releases}, false, {Worker, Render}},
+                {{Stops, Stops}, true, {Sound, Sound}},          {{Deletes, Stops}, true, {Sound, Worker}},
+                {{Releases, Releases}, false, {Sound, Sound}},   {{Deletes, Deletes}, true, {Sound, Render}}};
+    setenv("SDL_AUDIODRIVER", "disk", 1);    // as many devices as there are channels
+    setenv("SDL_DISKAUDIOFILE", "/dev/null", 1);
+    setenv("SDL_DISKAUDIODELAY", "1", 1);
+    const std::vector<uint8_t> jpeg = test::OneJpeg(), silence(441);
+    for (int round = 0; round < 80; ++round) {
+        const auto& row = rows[round % 10];
+        SCOPED_TRACE(testing::Message() << "row " << round % 10);
         Side sides[2];
         std::atomic<int> meeting{0};
         for (int i = 0; i < 2; ++i) {
@@ -156,18 +164,27 @@ TEST(Callbacks, CallbacksThatEndEachOther) {
             const ChannelSettings settings{.mask = 0x0005, .streamInfo = &Side::Act, .streamInfoContext = &side};
             for (int beside = 0; beside < 6; ++beside)    // a release has more to end, which takes its time
                 (void)test::NewChannel(side.instance);
-            side.channel = test::NewChannel(side.instance, row.onRenderThread[i] ? nullptr : &settings);
-            if (row.onRenderThread[i])
+            side.channel = test::NewChannel(side.instance, row.from[i] != Worker ? nullptr : &settings);
+            if (row.from[i] == Render)
                 Corvane_RegisterRawDataCallback(side.channel, &Side::Act, &side, 4, 0);
+            const CorvaneRawCallback raw = &Side::Act;
+            if (row.from[i] == Sound)
+                Corvane_SetChannelOption(side.channel, 18, reinterpret_cast<uint64_t>(&side),
+                                         reinterpret_cast<uint64_t>(raw));
             side.other = &sides[1 - i];
             side.ends = row.ends[i];
             side.meeting = &meeting;
         }
+        MediaFrameHeader sound = test::VideoHeader(CORVANE_STREAM_MULAW, silence, true, 0);
+        sound.audioSampleRate = 44100;
+        sound.audioChannels = 1;
         void* const channels[] = {sides[0].channel, sides[1].channel};
         for (void* const channel : channels)
             Corvane_StartChannel(channel, 0);
-        for (void* const channel : channels)
-            ASSERT_EQ(test::Feed(channel, jpeg, 0), Status_Ok);
+        for (int i = 0; i < 2; ++i)
+            ASSERT_EQ(row.from[i] == Sound ? Corvane_InputEncodedMediaFrame(channels[i], &sound)
+                                           : test::Feed(channels[i], jpeg, 0),
+                      Status_Ok);
         if (!Eventually([&] { return sides[0].status != 0xDEAD && sides[1].status != 0xDEAD; })) {
             ADD_FAILURE() << "a hang";
             std::abort();    // the next test would hang as well

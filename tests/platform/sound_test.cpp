@@ -60,10 +60,10 @@ TEST(SoundDevice, EverySystemFillsWhatItOpensAndNothingAfterItWasClosed) {
         }
         const std::string text = testing::internal::GetCapturedStderr();
         EXPECT_EQ(row.driver == "disk" ? "" : text, "");    // that driver has two lines of its own
-        SDL_QuitSubSystem(SDL_INIT_AUDIO);                  // as a host may; the next opening brings it up again
+        sigaction(SIGINT, nullptr, &after);
+        EXPECT_EQ(before.sa_handler, after.sa_handler);    // a host with sound keeps Ctrl-C
+        SDL_QuitSubSystem(SDL_INIT_AUDIO);                 // as a host may; the next opening brings it up again
     }
-    sigaction(SIGINT, nullptr, &after);
-    EXPECT_EQ(before.sa_handler, after.sa_handler);    // a host with sound keeps Ctrl-C
 }
 
 // SDL gives a process 15 devices; without a sound card it settles for ALSA, whose complaints do not reach the terminal.

@@ -9,6 +9,7 @@ seconds=${2:-0}
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset"
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:allocator_may_return_null=1
+export LSAN_OPTIONS=suppressions=$PWD/scripts/lsan.supp:print_suppressions=0
 export UBSAN_OPTIONS=print_stacktrace=1
 export TSAN_OPTIONS=halt_on_error=1:suppressions=$PWD/scripts/tsan.supp:second_deadlock_stack=1
 setarch -R ctest --test-dir "build/$preset" --output-on-failure -j2

@@ -52,8 +52,7 @@ public:
             return false;    // the render thread sees many of its ticks
         }
         lock.Unlock();
-        if (onWait)
-            onWait();
+        onWait();
         const bool sent = SendUntil(deadline, 1);
         if (!sent && (m_sent < m_end || !channel.IsBuffering()))    // the clock stops where no more frames come
             m_now = std::max<int64_t>(m_now, deadline);
@@ -67,8 +66,8 @@ public:
 
     static constexpr uint32_t kKind = 3;
     // On the worker: the number of each decoded frame and when its decoding began.
-    std::function<void(int64_t number, int64_t ns)> onDecoded;
-    std::function<void()> onWait;
+    std::function<void(int64_t number, int64_t ns)> onDecoded = [](int64_t, int64_t) {};
+    std::function<void()> onWait = [] {};
     std::atomic<int64_t> refused{0};
 
 private:
@@ -92,10 +91,10 @@ private:
         for (; count < most && m_sent < m_end && m_arrivals[m_sent].atNs <= deadline; ++count) {
             const Arrival& arrival = m_arrivals[m_sent];
             m_now = std::max<int64_t>(m_now, arrival.atNs);
-            std::vector<uint8_t> payload;
+            Bytes number(kDigits);
             for (int i = 0; i < kDigits; ++i)
-                payload.push_back(static_cast<uint8_t>(m_sent >> (7 * i) | 0x80));
-            payload.insert(payload.end(), arrival.payload.begin(), arrival.payload.end());
+                number[i] = static_cast<uint8_t>(m_sent >> (7 * i) | 0x80);
+            const Bytes payload = number + arrival.payload;
             ++m_sent;
             refused += !Ok(channel.Input(
                 Hidden(VideoHeader(arrival.type, payload, arrival.key, arrival.stampMs), arrival.hidden)));

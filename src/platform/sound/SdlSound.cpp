@@ -28,6 +28,16 @@ void SilenceAlsa() {
     silent = true;
 }
 
+// SDL keeps an error text for each thread, and forgets it with threads that are not its own: called on each thread that
+// opens or closes, which then frees the text when it ends.
+void FreeErrorsAtThreadEnd() {
+    struct Errors {
+        ~Errors() { SDL_TLSCleanup(); }
+    };
+    static thread_local const Errors errors;
+    (void)errors;
+}
+
 class SdlSystem final : public SoundSystem {
 public:
     ~SdlSystem() override;    // at the end of the process
@@ -74,6 +84,7 @@ public:
     ~Device() override {
         if (m_id == 0)
             return;
+        FreeErrorsAtThreadEnd();
         MutexLock lock(m_system.m_sdl);
         SDL_PauseAudioDevice(m_id, 1);
         SDL_CloseAudioDevice(m_id);
@@ -91,6 +102,7 @@ public:
             static_cast<Device*>(device)->m_source.Fill(stream, bytes > 0 ? static_cast<size_t>(bytes) : 0);
         };
         request.userdata = this;
+        FreeErrorsAtThreadEnd();
         MutexLock lock(m_system.m_sdl);
         if (!m_system.BringUp() || failure::MustFail(failure::Site::PlatformCall))
             return false;

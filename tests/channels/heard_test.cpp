@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <map>
 
 #include "channels/ChannelLive.h"
 #include "support/Client.h"
@@ -26,8 +27,9 @@ struct Heard {
             auto& self = *static_cast<Heard*>(context);
             const auto& info = *static_cast<RawAudioInfo*>(record);
             EXPECT_EQ(code, uint32_t{CORVANE_RAW_SOUND});
-            EXPECT_EQ(info.timeSeconds * int64_t{1000} + info.timeMilliseconds, self.m_timeMs);
-            EXPECT_TRUE(std::equal(self.m_raw.begin(), self.m_raw.end(), info.samples, info.samples + info.size));
+            const std::lock_guard lock(self.m_mutex);
+            const Bytes& decoded = self.m_decoded[info.timeSeconds * int64_t{1000} + info.timeMilliseconds];
+            EXPECT_TRUE(std::equal(decoded.begin(), decoded.end(), info.samples, info.samples + info.size));
             ++self.rawCalls;
         };
         Set(CORVANE_OPTION_RAW_CALLBACK, reinterpret_cast<uint64_t>(this), reinterpret_cast<uint64_t>(raw));
@@ -50,10 +52,14 @@ struct Heard {
     void Feed(uint32_t type, const Bytes& payload, int rate, int channels, int mix) {
         MediaFrameHeader header = SoundHeader(type, payload, rate, channels, 1, m_timeMs += 20);
         header.detail.audio.audioBitRate = 32000;
-        m_raw = Played(m_decoder, MediaFrameImpl(header));
-        m_wanted.push_back(m_raw);
-        for (int16_t& sample : std::span(reinterpret_cast<int16_t*>(m_wanted.back().data()), m_raw.size() / 2))
+        Bytes heard = Played(m_decoder, MediaFrameImpl(header));
+        {
+            const std::lock_guard lock(m_mutex);
+            m_decoded[m_timeMs] = heard;
+        }
+        for (int16_t& sample : std::span(reinterpret_cast<int16_t*>(heard.data()), heard.size() / 2))
             sample = static_cast<int16_t>(sample * mix / 128);
+        m_wanted.push_back(heard);
         const ChannelStatistics before = StatisticsOf(channel);
         EXPECT_EQ(FeedHeader(channel, header), Status_Ok);
         EXPECT_TRUE(Eventually([&] { return StatisticsOf(channel).soundHeard > before.soundHeard; }));
@@ -102,8 +108,9 @@ private:
     void* m_instance = NewInstance();
     AudioDecoderHolder m_decoder;
     std::vector<Bytes> m_wanted;
-    Bytes m_raw;             // samples of the frame that was fed last
-    int64_t m_timeMs = 0;    // of it
+    int64_t m_timeMs = 0;    // of the frame that was fed last
+    std::mutex m_mutex;
+    std::map<int64_t, Bytes> m_decoded;    // by the time of the frame
     std::independent_bits_engine<std::minstd_rand, 8, unsigned> m_noise;
 
 public:

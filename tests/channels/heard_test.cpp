@@ -193,15 +193,14 @@ TEST(Heard, EachCodecAsItsDecoderGivesIt) {
 
 // Stop and delete return while a sound server still hangs.
 TEST(Heard, NoEndOfAChannelWaitsForASoundServer) {
-    for (std::atomic<Gate*> ScriptedSound::*const hangs :
-         {&ScriptedSound::holdsOpening, &ScriptedSound::holdsClosing}) {
+    const Bytes payload(160);
+    for (const auto hangs : {&ScriptedSound::holdsOpening, &ScriptedSound::holdsClosing}) {
         ScriptedSound sound;
         Gate answers;
         sound.*hangs = &answers;
         {
             CChannelLive channel(0, 0, Clock::System(), BuiltRenderers(), sound);
             EXPECT_EQ(channel.Start(false), Status::Ok);
-            const Bytes payload(160);
             EXPECT_EQ(channel.Input(SoundHeader(CORVANE_STREAM_MULAW, payload, 8000)), Status::Ok);
             ASSERT_TRUE(Eventually([&] { return sound.opensNow + sound.openNow == 1; }));
             EXPECT_EQ(channel.Stop(), Status::Ok);
@@ -209,7 +208,7 @@ TEST(Heard, NoEndOfAChannelWaitsForASoundServer) {
         }
         EXPECT_EQ(sound.opensNow + sound.openNow, 1);
         answers.Open();
-        EXPECT_TRUE(DeviceKeeper::Process().WaitIdle(60'000'000'000));
+        EXPECT_TRUE(DeviceKeeper::Process().WaitIdle(60'000'000'000) && sound.openings == 1);
     }
 }
 

@@ -95,6 +95,20 @@ picture corvane-001.png 'w == 600 and h == 200 and green(300, 100)'
 wait $player
 [ "$(field stats.json window_width)x$(field stats.json window_height)" = 600x200 ]
 
+# Sound: what is heard is counted, and not played while it is off.
+ffmpeg -nostdin -v error -f lavfi -i "color=red:size=320x240:rate=5" -f lavfi -i sine -t 60 -c:v libx264 -preset ultrafast -g 5 \
+    -pix_fmt yuv420p -c:a aac sound.mp4
+SDL_AUDIODRIVER=dummy "$play" --mute --stats stats.json sound.mp4 2>status & player=$!
+within shows 'red(50, 50)'
+for step in "30 volume 100" "2d volume 90" "2d volume 80" "2b volume 90" "30 sound off"; do # 0 - - + 0
+    "$hand" sound.mp4 "key:${step%% *}"
+    within said "${step#* }"
+    sleep 0.5
+done
+"$hand" sound.mp4 key:71
+wait $player
+[ "$(field stats.json sound_heard)" -gt 0 ] && [ "$(field stats.json sound_not_played)" -gt 0 ]
+
 # Two fields that differ: their lines alternate until the picture is smoothed.
 ffmpeg -nostdin -v error -f lavfi -i "color=gray:size=320x240:rate=5,geq=lum='if(mod(Y,2),220,30)':cb=128:cr=128" -t 60 \
     -flags +ildct+ilme -c:v libx264 -x264opts tff=1 -preset ultrafast -g 5 -pix_fmt yuv420p fields.mp4

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <map>
 
 #include "channels/ChannelLive.h"
 #include "support/Client.h"
@@ -22,6 +23,16 @@ struct Heard {
             static_cast<Heard*>(self)->toldSecond = frame->timeSeconds;
         };
         EXPECT_EQ(Corvane_RegisterRawDataCallback(channel, picture, this, 11, 0), Status_Ok);
+        const CorvaneRawCallback raw = [](void* context, uint32_t code, void* record) {
+            auto& self = *static_cast<Heard*>(context);
+            const auto& info = *static_cast<RawAudioInfo*>(record);
+            EXPECT_EQ(code, uint32_t{CORVANE_RAW_SOUND});
+            const std::lock_guard lock(self.m_mutex);
+            const Bytes& decoded = self.m_decoded[info.timeSeconds * int64_t{1000} + info.timeMilliseconds];
+            EXPECT_TRUE(std::equal(decoded.begin(), decoded.end(), info.samples, info.samples + info.size));
+            ++self.rawCalls;
+        };
+        Set(CORVANE_OPTION_RAW_CALLBACK, reinterpret_cast<uint64_t>(this), reinterpret_cast<uint64_t>(raw));
         EXPECT_EQ(Corvane_StartChannel(channel, 0), Status_Ok);
     }
     ~Heard() {
@@ -30,10 +41,6 @@ struct Heard {
     }
     void Set(int32_t option, uint64_t value, uint64_t extra = 0) {
         EXPECT_EQ(Corvane_SetChannelOption(channel, option, value, extra), Status_Ok);
-    }
-    void Restart() {
-        EXPECT_EQ(Corvane_StopChannel(channel), Status_Ok);
-        EXPECT_EQ(Corvane_StartChannel(channel, 0), Status_Ok);
     }
     void Update(uint32_t mask, uint32_t value) {
         ChannelUpdate update{};
@@ -45,32 +52,26 @@ struct Heard {
     void Feed(uint32_t type, const Bytes& payload, int rate, int channels, int mix) {
         MediaFrameHeader header = SoundHeader(type, payload, rate, channels, 1, m_timeMs += 20);
         header.detail.audio.audioBitRate = 32000;
-        EXPECT_EQ(Corvane_InputEncodedMediaFrame(channel, &header), Status_Ok);
-        m_raw = Played(m_decoder, MediaFrameImpl(header));
-        m_wanted.push_back(m_raw);
-        for (int16_t& sample : std::span(reinterpret_cast<int16_t*>(m_wanted.back().data()), m_raw.size() / 2))
-            sample = static_cast<int16_t>(sample * mix / 128);
-        ++m_fed;
-        EXPECT_TRUE(Eventually([&] { return StatisticsOf(channel).soundHeard == m_fed; }));
-    }
-    void FeedNoise(int count, int rate, int channels, int mix) {
-        for (int i = 0; i < count; ++i) {
-            Bytes payload(static_cast<size_t>(rate / 50 * channels));
-            std::generate(payload.begin(), payload.end(), std::ref(m_noise));
-            Feed(CORVANE_STREAM_ALAW, payload, rate, channels, mix);
+        Bytes heard = Played(m_decoder, MediaFrameImpl(header));
+        {
+            const std::lock_guard lock(m_mutex);
+            m_decoded[m_timeMs] = heard;
         }
+        for (int16_t& sample : std::span(reinterpret_cast<int16_t*>(heard.data()), heard.size() / 2))
+            sample = static_cast<int16_t>(sample * mix / 128);
+        m_wanted.push_back(heard);
+        const ChannelStatistics before = StatisticsOf(channel);
+        EXPECT_EQ(FeedHeader(channel, header), Status_Ok);
+        EXPECT_TRUE(Eventually([&] { return StatisticsOf(channel).soundHeard > before.soundHeard; }));
     }
-    // Counts the raw callbacks, which come before the volume counts.
-    void RegisterRaw() {
-        const CorvaneRawCallback raw = [](void* context, uint32_t code, void* record) {
-            auto& self = *static_cast<Heard*>(context);
-            const auto& info = *static_cast<RawAudioInfo*>(record);
-            EXPECT_TRUE(code == CORVANE_RAW_SOUND && info.duration == 20);
-            EXPECT_EQ(info.timeMilliseconds, self.m_timeMs % 1000);
-            EXPECT_TRUE(std::equal(self.m_raw.begin(), self.m_raw.end(), info.samples, info.samples + info.size));
-            ++self.rawCalls;
-        };
-        Set(CORVANE_OPTION_RAW_CALLBACK, reinterpret_cast<uint64_t>(this), reinterpret_cast<uint64_t>(raw));
+    void FeedNoise(int count, int rate, int mix) {
+        for (int i = 0; i < count; ++i)
+            Feed(CORVANE_STREAM_ALAW, Noise(static_cast<size_t>(rate / 50)), rate, 1, mix);
+    }
+    Bytes Noise(size_t size) {
+        Bytes bytes(size);
+        std::generate(bytes.begin(), bytes.end(), std::ref(m_noise));
+        return bytes;
     }
     // The next opening writes this channel's file anew.
     void Opens() {
@@ -78,21 +79,19 @@ struct Heard {
         m_wanted.clear();
     }
     // Waits until all frames are in the file: after `priming` bytes of silence, and with nothing between them but
-    // silence in blocks of 1024 bytes.
+    // silence in blocks of 1024 bytes. SDL may play whole buffers of silence before the first callback.
     void Check(size_t priming) const {
         std::string fault;
         EXPECT_TRUE(Eventually([&] { return (fault = Fault(priming)).empty(); })) << fault;
     }
 
 private:
-    std::string Fault(size_t priming) const {
+    std::string Fault(size_t at) const {
         std::ifstream in(m_file, std::ios::binary);
         const Bytes bytes{std::istreambuf_iterator<char>(in), {}};
-        const auto isAt = [&](size_t at, const Bytes& what) {
-            return bytes.size() - at >= what.size() && std::equal(what.begin(), what.end(), &bytes[at]);
+        const auto isAt = [&](size_t from, const Bytes& what) {
+            return bytes.size() - from >= what.size() && std::equal(what.begin(), what.end(), &bytes[from]);
         };
-        // SDL may play whole buffers of silence before the first callback.
-        size_t at = priming;
         if (bytes.size() < at || !isAt(0, Bytes(at)))
             return "no silence at the beginning";
         for (const Bytes& frame : m_wanted) {
@@ -109,9 +108,9 @@ private:
     void* m_instance = NewInstance();
     AudioDecoderHolder m_decoder;
     std::vector<Bytes> m_wanted;
-    Bytes m_raw;    // samples of the frame that was fed last
-    uint64_t m_fed = 0;
-    int64_t m_timeMs = 0;
+    int64_t m_timeMs = 0;    // of the frame that was fed last
+    std::mutex m_mutex;
+    std::map<int64_t, Bytes> m_decoded;    // by the time of the frame
     std::independent_bits_engine<std::minstd_rand, 8, unsigned> m_noise;
 
 public:
@@ -127,47 +126,38 @@ TEST(Heard, SilenceThenEverySampleAtItsVolumeAfterEachOpening) {
                                                 {0, 0},      {7000, 128}, {~0u, 0}, {5000, 128}};
     for (const auto& [volume, mix] : volumes) {
         one.Update(CORVANE_UPDATE_VOLUME, volume);
-        one.FeedNoise(3, 8000, 1, mix);
+        one.FeedNoise(3, 8000, mix);
         one.Check(2048);
     }
     two.Opens();    // beside the first, at its own volume
     two.Update(CORVANE_UPDATE_VOLUME, 1250);
-    for (int i = 0; i < 5; ++i) {
-        two.FeedNoise(1, 16000, 1, 32);
-        one.FeedNoise(1, 8000, 1, 128);
+    for (int i = 0; i < 50; ++i) {
+        two.FeedNoise(1, 16000, 32);
+        one.FeedNoise(1, 8000, 128);
     }
     one.Check(2048);
     two.Check(4096);
-    const std::function<void()> none = [] {}, restart = [&] { one.Restart(); }, offAndOn = [&] {
+    EXPECT_TRUE(Eventually([&] { return one.toldSecond == 1; })) << "of the second that it plays";
+
+    const int raw = one.rawCalls;
+    for (const int added : {3, 0, 3}) {    // a restart, with raw sound on and off; then off and on
+        const int before = one.rawCalls;
+        EXPECT_EQ(Corvane_StopChannel(one.channel), Status_Ok);
+        one.Set(CORVANE_OPTION_RAW_SOUND, added != 0 ? 1 : 0);
+        EXPECT_EQ(Corvane_StartChannel(one.channel, 0), Status_Ok);
+        one.Opens();
+        one.FeedNoise(3, 8000, 128);
+        one.Check(2048);
+        EXPECT_TRUE(Eventually([&] { return one.rawCalls == before + added; }));
         one.Update(CORVANE_UPDATE_AUDIO, 0);
         one.Update(CORVANE_UPDATE_AUDIO, 1);
-    };
-    const struct {
-        const std::function<void()>& act;
-        int rate, channels;
-        size_t priming;
-    } rows[] = {{none, 16000, 1, 4096}, {none, 8000, 1, 2048},    {none, 8000, 2, 4096},
-                {none, 8000, 1, 2048},  {restart, 8000, 1, 2048}, {offAndOn, 8000, 1, 2048}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(&row - rows);
-        row.act();
         one.Opens();
-        one.FeedNoise(5, row.rate, row.channels, 128);
-        one.Check(row.priming);
-    }
-    EXPECT_TRUE(Eventually([&] { return one.toldSecond == 1; })) << "of the second that it plays";
-    EXPECT_EQ(StatisticsOf(one.channel).soundHeard, StatisticsOf(one.channel).soundFrames);
-
-    one.RegisterRaw();
-    one.Update(CORVANE_UPDATE_VOLUME, 100);
-    for (const int wanted : {3, 3, 6}) {    // on, off, on
-        one.Set(CORVANE_OPTION_RAW_SOUND, wanted != one.rawCalls);
-        one.Restart();    // no call is under way now
-        one.FeedNoise(3, 8000, 1, 2);
-        EXPECT_TRUE(Eventually([&] { return one.rawCalls >= wanted; }));
+        one.FeedNoise(1, 8000, 128);
+        one.Check(2048);
     }
     EXPECT_EQ(Corvane_StopChannel(one.channel), Status_Ok);
-    EXPECT_EQ(one.rawCalls, 6);
+    EXPECT_EQ(one.rawCalls, raw + 8);
+    EXPECT_EQ(StatisticsOf(one.channel).soundHeard, StatisticsOf(one.channel).soundFrames);
 }
 
 TEST(Heard, EachCodecAsItsDecoderGivesIt) {
@@ -180,22 +170,24 @@ TEST(Heard, EachCodecAsItsDecoderGivesIt) {
     }
     std::vector<Bytes> g726;
     const Bytes bytes = EncodeG726(sound, 4, false);
-    for (size_t at = 0; at + 80 <= bytes.size(); at += 80)
-        g726.emplace_back(bytes.begin() + static_cast<ptrdiff_t>(at), bytes.begin() + static_cast<ptrdiff_t>(at) + 80);
+    for (auto at = bytes.begin(); bytes.end() - at >= 80; at += 80)
+        g726.emplace_back(at, at + 80);
     const struct {
         uint32_t type;
         std::vector<Bytes> blocks;
-        int rate;
-    } rows[] = {{CORVANE_STREAM_AAC, MakeAac(wide, 16000).blocks, 16000},
-                {CORVANE_STREAM_G726, g726, 8000},
-                {CORVANE_STREAM_G7221, G7221Vectors("speech60").blocks, 16000},
-                {CORVANE_STREAM_G729A, MakeG729(sound).blocks, 8000}};
+        int rate, channels;
+        size_t priming;
+    } rows[] = {{CORVANE_STREAM_AAC, MakeAac(wide, 16000).blocks, 16000, 1, 4096},
+                {CORVANE_STREAM_G726, g726, 8000, 1, 2048},
+                {CORVANE_STREAM_MULAW, {heard.Noise(320), heard.Noise(320)}, 8000, 2, 4096},
+                {CORVANE_STREAM_G7221, G7221Vectors("speech60").blocks, 16000, 1, 4096},
+                {CORVANE_STREAM_G729A, MakeG729(sound).blocks, 8000, 1, 2048}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.type);
         heard.Opens();
         for (const Bytes& block : row.blocks)
-            heard.Feed(row.type, block, row.rate, 1, 128);
-        heard.Check(row.rate == 8000 ? 2048 : 4096);
+            heard.Feed(row.type, block, row.rate, row.channels, 128);
+        heard.Check(row.priming);
     }
 }
 

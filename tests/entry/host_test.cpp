@@ -1,4 +1,5 @@
 // The library changes nothing in its host's process.
+#include <SDL.h>
 #include <fcntl.h>
 #include <locale.h>
 #include <signal.h>
@@ -78,6 +79,36 @@ TEST(Host, IsLeftAsItWasFound) {
     EXPECT_EQ(blocked.size(), 2u);
     for (const uint64_t mask : blocked)
         EXPECT_NE(mask & (1ull << (SIGINT - 1)), 0u);
+}
+
+// SDL is the host's too: from before the library plays, while it does, or not at all. Who leaves it leaves his own
+// part.
+TEST(Host, SharesSdl) {
+    setenv("SDL_VIDEODRIVER", "dummy", 1);
+    setenv("SDL_AUDIODRIVER", "disk", 1);
+    setenv("SDL_DISKAUDIOFILE", "/dev/null", 1);
+    constexpr Uint32 kParts = SDL_INIT_VIDEO | SDL_INIT_AUDIO;
+    enum class Host { Before, While, Never };
+    for (const Host host : {Host::Before, Host::While, Host::Never}) {
+        SCOPED_TRACE(static_cast<int>(host));
+        if (host == Host::Before)
+            EXPECT_EQ(SDL_Init(kParts), 0);
+        test::Client client;
+        client.Start();
+        const std::vector<uint8_t> payload(160);
+        for (const uint64_t heard : {1u, 2u, 3u}) {
+            MediaFrameHeader header =
+                test::VideoHeader(CORVANE_STREAM_MULAW, payload, true, static_cast<int64_t>(heard) * 20);
+            header.audioSampleRate = 8000;
+            header.audioChannels = 1;
+            EXPECT_EQ(test::FeedHeader(client.channel, header), Status_Ok);
+            EXPECT_TRUE(test::Eventually([&] { return test::StatisticsOf(client.channel).soundHeard == heard; }));
+            if (heard == 1 && host == Host::While)
+                EXPECT_EQ(SDL_Init(kParts), 0);
+            if (heard == 2 && host != Host::Never)
+                SDL_QuitSubSystem(kParts);
+        }
+    }
 }
 
 }    // namespace

@@ -183,28 +183,20 @@ TEST_F(VideoHolder, DropsADecoderThatStopsAnswering) {
         EXPECT_EQ(m_holder->ActiveKind(), backward ? 3u : 0u);
         EXPECT_EQ(Decode(Fake(8, false)), backward ? 0 : -1);
     }
-    // One that never answers is bounded: one frame a thread and some.
-    Renew(3);
-    Plugin::picture = [](const EncodedUnit&) { return DecodedFrame{}; };
-    m_holder->SetThreads(4);
-    for (size_t units = 1; units < 80; ++units) {
-        EXPECT_EQ(Decode(Fake(8, true)), 0);
-        EXPECT_EQ(m_holder->InFlight(), units % 37);
-    }
 }
 
-// The sequence lets it hold pictures for their order, so that no picture is no failure; the units after are of no known
-// type.
-TEST_F(VideoHolder, DropsASoftwareDecoderThatNeverAnswers) {
-    const auto stream = MakeVideo({.streamType = CORVANE_STREAM_H265, .frames = 5, .bFrames = 2});
-    for (const uint32_t threads : {1u, 4u}) {
-        Renew(0);
+// Units are bounded by threads, and by pictures that a software decoder may hold for their order: the sequence lets it
+// hold some, so that no picture is no failure. The units after it are of no known type.
+TEST_F(VideoHolder, DropsADecoderThatNeverAnswers) {
+    const auto stream = MakeVideo({.streamType = kH265, .frames = 5, .bFrames = 2});
+    for (const auto& [kind, threads, most] : {std::tuple(3u, 4u, 36u), {0u, 1u, 49u}, {0u, 4u, 52u}}) {
+        Renew(kind);
+        Plugin::picture = [](const EncodedUnit&) { return DecodedFrame{}; };
         m_holder->SetThreads(threads);
-        Decode(MakeFrame(16, stream[0].bytes, true, 0));
-        for (uint32_t units = 2; units <= threads + 49; ++units) {
-            Decode(MakeFrame(16, {0, 0, 1, 0x7E, 1, 2}, false, 0));
-            EXPECT_EQ(m_holder->LastOutcome() == DecodeOutcome::Dropped, units == threads + 49);
-            EXPECT_EQ(m_holder->InFlight(), units % (threads + 49));
+        for (uint32_t units = 1; units <= most + 1; ++units) {
+            Decode(MakeFrame(16, units == 1 ? stream[0].bytes : Bytes{0, 0, 1, 0x7E, 1, 2}, units == 1, 0));
+            EXPECT_EQ(m_holder->LastOutcome() == DecodeOutcome::Dropped, units > most);
+            EXPECT_EQ(m_holder->InFlight(), units % (most + 1));
         }
     }
 }

@@ -20,7 +20,8 @@ using Field = uint64_t ChannelStatistics::*;
 // Each frame of each mistake is taken with Status_Ok; its counter and its cause name the mistake.
 TEST(Statistics, EachMistakeHasItsCounterAndItsCause) {
     const std::vector<uint8_t> picture = test::MakeVideo({.frames = 1})[0].bytes;
-    const Field failed = &ChannelStatistics::unitsFailed;
+    using All = ChannelStatistics;
+    const Field failed = &All::unitsFailed;
     const struct {
         const char* name;
         uint32_t type, cause;
@@ -32,11 +33,9 @@ TEST(Statistics, EachMistakeHasItsCounterAndItsCause) {
         {"lengths", CORVANE_STREAM_H264, CORVANE_CAUSE_NO_START_CODE, failed, {0, 0, 0, 5, 0x65, 1, 2, 3, 4}},
         {"H.264 as JPEG", CORVANE_STREAM_JPEG, CORVANE_CAUSE_WRONG_TYPE, failed, picture},
         {"garbage", CORVANE_STREAM_H264, CORVANE_CAUSE_DAMAGED, failed, {1, 7, 99, 3, 250, 17, 201, 44, 8, 70}},
-        {"no key frame", CORVANE_STREAM_H264, CORVANE_CAUSE_NO_KEY_FRAME, &ChannelStatistics::unitsAwaitingKeyFrame,
-         picture, false},
-        {"no decoder", CORVANE_STREAM_H263, CORVANE_CAUSE_NO_DECODER, &ChannelStatistics::unitsWithoutDecoder, picture},
-        {"times that stand still", CORVANE_STREAM_H264, CORVANE_CAUSE_TIMES_DO_NOT_RISE,
-         &ChannelStatistics::framesWithoutStep, picture, true, 500},
+        {"no key frame", test::kH264, CORVANE_CAUSE_NO_KEY_FRAME, &All::unitsAwaitingKeyFrame, picture, false},
+        {"no decoder", test::kH263, CORVANE_CAUSE_NO_DECODER, &All::unitsWithoutDecoder, picture},
+        {"same time", test::kH264, CORVANE_CAUSE_TIMES_DO_NOT_RISE, &All::framesWithoutStep, picture, true, 500},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -48,15 +47,13 @@ TEST(Statistics, EachMistakeHasItsCounterAndItsCause) {
         for (int64_t i = 0; i < 8; ++i) {
             MediaFrameHeader header = test::VideoHeader(row.type, row.payload, row.key, waits ? 0 : 5 * i);
             header.extension = test::kOtherVendor;
-            header.extensionSize = row.type == CORVANE_STREAM_H263 ? sizeof test::kOtherVendor : 0;
-            ASSERT_EQ(Corvane_InputEncodedMediaFrame(client.channel, &header), Status_Ok);
+            header.extensionSize = row.type == test::kH263 ? sizeof test::kOtherVendor : 0;
+            ASSERT_EQ(test::FeedHeader(client.channel, header), Status_Ok);
         }
         const uint64_t expected = waits ? 7 : 8;    // the first has no step to make
         EXPECT_TRUE(Eventually([&] { return StatisticsOf(client.channel).*row.counter >= expected; }));
         const ChannelStatistics told = StatisticsOf(client.channel);
-        EXPECT_EQ(told.*row.counter, expected);
-        EXPECT_EQ(told.lastCause, row.cause);
-        EXPECT_LT(told.lastCauseAgo, 60'000u);
+        EXPECT_TRUE(told.*row.counter == expected && told.lastCause == row.cause && told.lastCauseAgo < 60'000);
         EXPECT_TRUE(told.framesTaken == 8 && told.picturesDecoded == 0);
         EXPECT_TRUE(told.queueFrames == told.queueMilliseconds && told.queueFrames == (waits ? 8 : 0));
         EXPECT_EQ(told.queueBytes > 1000, waits);
@@ -66,7 +63,7 @@ TEST(Statistics, EachMistakeHasItsCounterAndItsCause) {
 
 // Neither window nor callback; presenting off; a window that is hidden, and one that is shown.
 TEST(Statistics, PicturesEndWhereTheyCouldBeShown) {
-    const std::vector<uint8_t> jpeg = test::MakeVideo({.streamType = CORVANE_STREAM_JPEG, .frames = 1})[0].bytes;
+    const std::vector<uint8_t> jpeg = test::OneJpeg();
     test::XServer server;
     test::XClient display(server.Display());
     enum Shows { Nothing, Off, Hidden, Window, Callback, RefusedRotation };
@@ -89,29 +86,22 @@ TEST(Statistics, PicturesEndWhereTheyCouldBeShown) {
         void* channel = client.channel;
         const xcb_window_t window = display.Create();
         if (shows < Callback) {
-            ChannelSettings settings{};
-            settings.mask = shows == Off ? 0x2000 : 0;
-            settings.window = shows == Nothing ? 0 : window;
             if (shows == Hidden)
                 xcb_unmap_window(display.Xcb(), window);
             display.Sync();
-            ASSERT_EQ(Corvane_CreateChannel(client.instance, &channel, &settings), Status_Ok);
+            const ChannelSettings settings{.mask = shows == Off ? 0x2000u : 0, .window = shows == Nothing ? 0 : window};
+            channel = test::NewChannel(client.instance, &settings);
         } else if (shows == RefusedRotation) {
             ASSERT_EQ(Corvane_EnableRotateFilter(channel, 30), Status_Ok);
         }
         ASSERT_EQ(Corvane_StartChannel(channel, 0), Status_Ok);
         uint64_t fed = 0;
-        const auto feed = [&] {    // the first is not for display
-            MediaFrameHeader header =
-                test::VideoHeader(CORVANE_STREAM_JPEG, jpeg, true, static_cast<int64_t>(++fed * 5));
-            header.extension = test::kNotForDisplay;
-            header.extensionSize = fed == 1 ? sizeof test::kNotForDisplay : 0;
-            EXPECT_EQ(Corvane_InputEncodedMediaFrame(channel, &header), Status_Ok);
-        };
-        ASSERT_TRUE(Eventually([&] {    // a window comes into view when the server says so
-            feed();
-            return StatisticsOf(channel).*row.counter >= 5;
-        }));
+        ASSERT_TRUE(
+            Eventually([&] {    // a window comes into view when the server says so; the first is not for display
+                const auto header = test::VideoHeader(test::kJpeg, jpeg, true, static_cast<int64_t>(++fed * 5));
+                EXPECT_EQ(test::FeedHeader(channel, test::Hidden(header, fed == 1)), Status_Ok);
+                return StatisticsOf(channel).*row.counter >= 5;
+            }));
         const bool shown = row.cause == CORVANE_CAUSE_NONE;
         EXPECT_TRUE(shown || Eventually([&] { return StatisticsOf(channel).lastCause == row.cause; }));
         ASSERT_EQ(Corvane_StopChannel(channel), Status_Ok);
@@ -150,48 +140,46 @@ TEST(Statistics, AgesOfTheLast256AndTheCauseWithItsTime) {
     };
     for (int64_t age = 1; age <= 100; ++age)
         counters.NoteAge(age * 1'000'000 + 999'999);
-    EXPECT_EQ(told().ageLast, 100u);
-    EXPECT_EQ(told().ageMean, 50u);
-    EXPECT_EQ(told().age95, 95u);
+    EXPECT_TRUE(told().ageLast == 100 && told().ageMean == 50 && told().age95 == 95);
     for (int64_t i = 0; i < 256; ++i)    // the old ones have gone
         counters.NoteAge(i < 244 ? 7'000'000 : 900'000'000);
-    EXPECT_EQ(told().age95, 7u);    // 12 of 256 are above: fewer than one in twenty
-    EXPECT_EQ(told().ageLast, 900u);
+    EXPECT_TRUE(told().ageLast == 900 && told().age95 == 7) << "12 of 256 are above: fewer than one in twenty";
     counters.NoteAge(900'000'000);    // in the place of a 7
     EXPECT_EQ(told().age95, 900u);
     counters.NoteAge(-5);
     EXPECT_EQ(told().ageLast, 0u);
 
     clock.now = 5'000'000'000;
-    EXPECT_EQ(told().lastCauseAgo, 0u);
     counters.AddLost(Counter::FramesEmptied, CORVANE_CAUSE_EMPTIED, 0);
-    EXPECT_EQ(told().lastCause, uint32_t{CORVANE_CAUSE_NONE});
+    EXPECT_TRUE(told().lastCauseAgo == 0 && told().lastCause == CORVANE_CAUSE_NONE);
     counters.AddLost(Counter::FramesEmptied, CORVANE_CAUSE_EMPTIED, 3);
     clock.now += 250'000'000;
     counters.Add(Counter::PicturesDecoded);
-    EXPECT_EQ(told().lastCause, uint32_t{CORVANE_CAUSE_EMPTIED});
-    EXPECT_EQ(told().lastCauseAgo, 250u);
-    EXPECT_EQ(told().framesEmptied, 3u);
-    EXPECT_EQ(told().picturesDecoded, 1u);
+    EXPECT_TRUE(told().lastCause == CORVANE_CAUSE_EMPTIED && told().lastCauseAgo == 250);
+    EXPECT_TRUE(told().framesEmptied == 3 && told().picturesDecoded == 1);
 }
 
 // One letter a call: B begins a picture; the outcomes are p put, h handed over, b busy, n nothing to draw on, o off,
 // f failed.
 TEST(Statistics, APictureIsPutOnceAndNotPutOnlyWhenTheNextOneComes) {
-    const struct {
-        const char* calls;
-        uint64_t taken, put, handed, busy, nowhere, off;
-    } rows[] = {
-        {"p", 0, 0, 0, 0, 0, 0},       {"Bp", 1, 1, 0, 0, 0, 0},     {"Bppp", 1, 1, 0, 0, 0, 0},
-        {"Bbp", 1, 1, 0, 0, 0, 0},     {"Bb", 1, 0, 0, 0, 0, 0},     {"BbBp", 2, 1, 0, 1, 0, 0},
-        {"BbnBo", 2, 0, 0, 0, 1, 0},   {"BoBhBp", 3, 1, 1, 0, 0, 1}, {"BfBfB", 3, 0, 0, 0, 2, 0},
-        {"BpbBhnB", 3, 1, 1, 0, 0, 0},
+    using Counts = std::array<uint64_t, 6>;    // taken, put, handed over, busy, nowhere, off
+    const std::pair<const char*, Counts> rows[] = {
+        {"p", {}},
+        {"Bp", {1, 1}},
+        {"Bppp", {1, 1}},
+        {"Bbp", {1, 1}},
+        {"Bb", {1}},
+        {"BbBp", {2, 1, 0, 1}},
+        {"BbnBo", {2, 0, 0, 0, 1}},
+        {"BoBhBp", {3, 1, 1, 0, 0, 1}},
+        {"BfBfB", {3, 0, 0, 0, 2}},
+        {"BpbBhnB", {3, 1, 1}},
     };
-    for (const auto& row : rows) {
+    for (const auto& [calls, wanted] : rows) {
         test::SteppedClock clock;
         ChannelCounters counters(clock);
         ShownTally tally(counters);
-        for (const char* call = row.calls; *call != 0; ++call) {
+        for (const char* call = calls; *call != 0; ++call) {
             constexpr const char* kOutcomes = "fphbno";
             if (*call == 'B')
                 tally.Begin(1);
@@ -201,11 +189,11 @@ TEST(Statistics, APictureIsPutOnceAndNotPutOnlyWhenTheNextOneComes) {
         }
         ChannelStatistics out{};
         counters.Fill(out);
-        EXPECT_TRUE(out.picturesTaken == row.taken && out.picturesPut == row.put &&
-                    out.picturesHandedOver == row.handed && out.picturesNotPutBusy == row.busy &&
-                    out.picturesNotPutNowhere == row.nowhere && out.picturesNotPutOff == row.off)
-            << row.calls;
-        EXPECT_EQ(out.ageLast, row.put + row.handed != 0 ? 2u : 0u) << row.calls;
+        EXPECT_EQ((Counts{out.picturesTaken, out.picturesPut, out.picturesHandedOver, out.picturesNotPutBusy,
+                          out.picturesNotPutNowhere, out.picturesNotPutOff}),
+                  wanted)
+            << calls;
+        EXPECT_EQ(out.ageLast, wanted[1] + wanted[2] != 0 ? 2u : 0u) << calls;
     }
 }
 

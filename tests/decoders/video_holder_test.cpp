@@ -7,56 +7,14 @@
 #include "platform/Library.h"
 #include "support/FieldStream.h"
 #include "support/GuardedBytes.h"
+#include "support/ScriptedDecoder.h"
 #include "support/StreamMaker.h"
 #include "support/Testing.h"
 
 namespace corvane::test {
 namespace {
 
-// The behaviour of factories and decoders; one test at a time.
-enum class Fault { None, Throws, Fails, BadPicture, ShareThrows };    // the rows of a bad picture overlap
-struct Script {
-    Fault fault = Fault::None;
-    int made = 0;
-    uint32_t silentFrom = UINT32_MAX;    // unit from which no picture comes
-    uint32_t got = 1;
-    int32_t share = -1;    // result of ShareFrame
-    bool wholeShare = true;
-    int references = 0;
-};
-Script script;
-
-class FakeDecoder final : public DecoderContext {
-public:
-    int32_t DecodeVideo(DecodedFrame* out, uint32_t* got, const EncodedUnit*) override {
-        if (script.fault == Fault::Throws)
-            throw std::runtime_error("decoder");
-        const uint32_t stride = script.fault == Fault::BadPicture ? 15 : 16;
-        *got = m_units++ < script.silentFrom ? script.got : 0;
-        *out = DecodedFrame{{m_pixels, m_pixels, nullptr}, {stride, 16, 0}, 16, 2, nullptr, nullptr, nullptr, {}};
-        return script.fault == Fault::Fails ? -1 : 0;
-    }
-    int32_t DecodeAudio(uint8_t*, uint32_t*, const EncodedUnit*) override { return -1; }
-    void Destroy() override { delete this; }
-    int32_t ShareFrame(DecodedFrame* out, int32_t version) override {
-        if (script.fault == Fault::ShareThrows || version != 2)
-            throw std::runtime_error("share");
-        const auto release = [](void*) { --script.references; };
-        *out = DecodedFrame{{}, {1, 1, 1}, 1, 1, this, [](void*) { ++script.references; }, nullptr, {}};
-        out->release = script.wholeShare ? +release : nullptr;
-        script.references += script.share >= 0 ? 1 : 0;
-        return script.share;
-    }
-
-private:
-    uint32_t m_units = 0;
-    uint8_t m_pixels[48] = {};
-};
-
-DecoderContext* MakeFake() {
-    ++script.made;
-    return new FakeDecoder();
-}
+using Plugin = ScriptedDecoder;
 
 FramePtr Fake(uint32_t streamType, bool key, uint32_t width = 640, uint32_t height = 480) {
     return MakeFrame(streamType, {42, 2, 3}, key, 0, width, height);
@@ -64,14 +22,12 @@ FramePtr Fake(uint32_t streamType, bool key, uint32_t width = 640, uint32_t heig
 
 class VideoHolder : public testing::Test {
 protected:
-    VideoHolder() {
-        script = Script{};
-        Renew(3);
-    }
+    VideoHolder() { Renew(3); }
     void Renew(uint32_t kind) {
+        Plugin::Begin();
         m_holder = std::make_unique<VideoDecoderHolder>();
         m_holder->SetFactories(
-            {.GetDecoderIsolated_QuickSync = MakeFake, .GetDecoderIsolated_QuickSync_HEVC = MakeFake});
+            {.GetDecoderIsolated_QuickSync = Plugin::Make, .GetDecoderIsolated_QuickSync_HEVC = Plugin::Make});
         m_holder->SetH264Kind(kind);
         m_holder->SetHevcKind(kind);
     }
@@ -99,9 +55,9 @@ TEST_F(VideoHolder, ReplacesOnKeyFramesOnly) {
         m_holder->Reset(row.backward);
         EXPECT_EQ(Decode(Fake(8, false)), row.backward ? 0 : -1);    // nothing before the first key frame
         ASSERT_EQ(Decode(Fake(8, true)), 0);
-        script.made = 0;
+        Plugin::made = 0;
         ASSERT_EQ(Decode(row.frame), 0);
-        EXPECT_EQ(script.made, row.replaced ? 1 : 0);
+        EXPECT_EQ(Plugin::made, row.replaced ? 1 : 0);
         FramePtr current;
         ASSERT_TRUE(m_holder->CurrentInput(current));
         EXPECT_EQ(current, row.frame);
@@ -115,24 +71,33 @@ TEST_F(VideoHolder, ReplacesOnKeyFramesOnly) {
 
 TEST_F(VideoHolder, FallsBackToSoftware) {
     const std::vector<EncodedPicture> stream = MakeVideo({.frames = 6});
-    for (int mask = 8; mask < 32; ++mask) {
-        const auto fault = static_cast<Fault>(mask / 8);    // but for the first
+    const std::function<void()> faults[] = {
+        [] { Plugin::picture = [](const EncodedUnit&) -> DecodedFrame { throw std::runtime_error("decoder"); }; },
+        [] { Plugin::result = -1; },
+        [] {    // rows that overlap
+            Plugin::picture = [good = Plugin::picture](const EncodedUnit& unit) {
+                DecodedFrame picture = good(unit);
+                picture.strides[0] = 15;
+                return picture;
+            };
+        },
+    };
+    for (int mask = 0; mask < 24; ++mask) {
         const bool allowed = (mask & 1) != 0, onKey = (mask & 2) != 0, backward = (mask & 4) != 0;
         SCOPED_TRACE(mask);
-        script = {};
         Renew(3);
         m_holder->SetFallbackAllowed(allowed);
         m_holder->Reset(backward);
         ASSERT_EQ(Decode(stream[0], 320, 240), 0);    // pictures are out when the failure comes
         ASSERT_EQ(m_got, 1u);
-        script.fault = fault;
+        faults[mask / 8]();
         const bool fallsBack = allowed && (onKey || backward);
         EXPECT_EQ(Decode(stream[onKey ? 5 : 1], 320, 240), fallsBack ? 0 : -1);
         EXPECT_EQ(m_holder->ActiveKind(), fallsBack ? 0u : 3u);
-        EXPECT_EQ(m_holder->InFlight(),
-                  fallsBack && m_got == 0 ? 0u : 1u);    // refused, as before, or the frame itself
+        // Refused, as before, or the frame itself. A dependent frame alone is no picture of the new decoder, in which
+        // it would be the first.
+        EXPECT_EQ(m_holder->InFlight(), fallsBack && m_got == 0 ? 0u : 1u);
         FramePtr current;
-        // A dependent frame alone is no picture of the new decoder, in which it would be the first.
         EXPECT_EQ(m_holder->CurrentInput(current), fallsBack && m_got != 0);
         if (fallsBack && onKey)
             EXPECT_EQ(ReadStamp(m_holder->CurrentFrame().planes[0], m_holder->CurrentFrame().strides[0]), 5);
@@ -146,22 +111,29 @@ TEST_F(VideoHolder, SharesWhatItsDecoderShares) {
         bool whole, throws, shared;
     } rows[] = {{2, 0, true, false, true},   {2, 7, true, false, true},   {1, 0, true, false, false},
                 {2, -1, true, false, false}, {2, 0, false, false, false}, {2, 0, true, true, false}};
+    static int references;
     for (const auto& row : rows) {
-        script = {.got = row.got, .share = row.answer, .wholeShare = row.whole};
-        script.fault = row.throws ? Fault::ShareThrows : Fault::None;
+        references = 0;
+        Plugin::got = row.got;
+        Plugin::share = [&](DecodedFrame& out, int32_t version) {
+            if (row.throws || version != 2)
+                throw std::runtime_error("share");
+            const auto release = [](void*) { --references; };
+            out = {{}, {1, 1, 1}, 1, 1, &references, [](void*) { ++references; }, row.whole ? +release : nullptr, {}};
+            references += row.answer >= 0 ? 1 : 0;
+            return row.answer;
+        };
         ASSERT_EQ(Decode(Fake(CORVANE_STREAM_H264, true)), 0);
-        EXPECT_EQ(script.references, row.shared || !row.whole ? 1 : 0) << "once a decode";
+        EXPECT_EQ(references, row.shared || !row.whole ? 1 : 0) << "once a decode";
         SharedPicture picture = m_holder->ShareCurrent();
-        EXPECT_EQ(picture.Shared(), row.shared);
-        EXPECT_EQ(picture.Get().owner != nullptr, row.shared);
+        EXPECT_TRUE(picture.Shared() == row.shared && (picture.Get().owner != nullptr) == row.shared);
         EXPECT_EQ(picture.Get().planes[0], m_holder->CurrentFrame().planes[0]);
         EXPECT_EQ(picture.Get().width, 16u) << "only the reference is taken from the answer";
         m_holder->Reset(false);
-        EXPECT_EQ(script.references, row.shared || !row.whole ? 1 : 0) << "that of the picture";
+        EXPECT_EQ(references, row.shared || !row.whole ? 1 : 0) << "that of the picture";
         picture = SharedPicture();
-        EXPECT_EQ(script.references, row.shared || row.whole ? 0 : 1);
+        EXPECT_EQ(references, row.shared || row.whole ? 0 : 1);
     }
-    script.fault = Fault::None;
     const DecoderPtr own = MakeVideoDecoder(FFmpegCodec::H264, 1);
     DecodedFrame none{};
     EXPECT_EQ(static_cast<uint32_t>(own->ShareFrame(&none, 1)), 0x80000005u);
@@ -198,10 +170,12 @@ TEST_F(VideoHolder, PicturesCarryTheColoursOfTheirStream) {
 
 TEST_F(VideoHolder, DropsADecoderThatStopsAnswering) {
     for (const bool backward : {false, true}) {
-        script.silentFrom = 3;
+        Renew(3);
         m_holder->Reset(backward);
-        for (int i = 0; i < 4; ++i)
+        for (int i = 0; i < 3; ++i)
             EXPECT_EQ(Decode(Fake(8, i == 0)), 0);
+        Plugin::picture = [](const EncodedUnit&) { return DecodedFrame{}; };
+        EXPECT_EQ(Decode(Fake(8, false)), 0);
         EXPECT_EQ(m_got, 0u);
         EXPECT_EQ(m_holder->LastOutcome(), backward ? DecodeOutcome::HeldBack : DecodeOutcome::Dropped);
         EXPECT_EQ(m_holder->ThreadsInUse(), backward ? 1u : 0u);
@@ -209,30 +183,21 @@ TEST_F(VideoHolder, DropsADecoderThatStopsAnswering) {
         EXPECT_EQ(m_holder->ActiveKind(), backward ? 3u : 0u);
         EXPECT_EQ(Decode(Fake(8, false)), backward ? 0 : -1);
     }
-    // One that never answers is bounded: one frame a thread and some.
-    script.silentFrom = 0;
-    Renew(3);
-    m_holder->SetThreads(4);
-    for (size_t units = 1; units < 80; ++units) {
-        EXPECT_EQ(Decode(Fake(8, true)), 0);
-        EXPECT_EQ(m_holder->InFlight(), units % 37);
-    }
 }
 
-// The sequence lets it hold pictures for their order, so that no picture is no failure; the units after are of no known
-// type.
-TEST_F(VideoHolder, DropsASoftwareDecoderThatNeverAnswers) {
-    const auto stream = MakeVideo({.streamType = CORVANE_STREAM_H265, .frames = 5, .bFrames = 2});
-    for (const uint32_t threads : {1u, 4u}) {
-        Renew(0);
+// Units are bounded by threads, and by pictures that a software decoder may hold for their order: the sequence lets it
+// hold some, so that no picture is no failure. The units after it are of no known type.
+TEST_F(VideoHolder, DropsADecoderThatNeverAnswers) {
+    const auto stream = MakeVideo({.streamType = kH265, .frames = 5, .bFrames = 2});
+    for (const auto& [kind, threads, most] : {std::tuple(3u, 4u, 36u), {0u, 1u, 49u}, {0u, 4u, 52u}}) {
+        Renew(kind);
+        Plugin::picture = [](const EncodedUnit&) { return DecodedFrame{}; };
         m_holder->SetThreads(threads);
-        Decode(MakeFrame(16, stream[0].bytes, true, 0));
-        for (uint32_t units = 1; units < threads + 48; ++units) {
-            Decode(MakeFrame(16, {0, 0, 1, 0x7E, 1, 2}, false, 0));
-            EXPECT_EQ(m_holder->InFlight(), units + 1);
+        for (uint32_t units = 1; units <= most + 1; ++units) {
+            Decode(MakeFrame(16, units == 1 ? stream[0].bytes : Bytes{0, 0, 1, 0x7E, 1, 2}, units == 1, 0));
+            EXPECT_EQ(m_holder->LastOutcome() == DecodeOutcome::Dropped, units > most);
+            EXPECT_EQ(m_holder->InFlight(), units % (most + 1));
         }
-        Decode(MakeFrame(16, {0, 0, 1, 0x7E, 1, 2}, false, 0));
-        EXPECT_EQ(m_holder->LastOutcome(), DecodeOutcome::Dropped);
     }
 }
 
@@ -305,7 +270,7 @@ TEST_F(VideoHolder, MarksStayUntilTheStreamSaysOtherwise) {
     Renew(0);
     for (const auto& step : steps) {
         Bytes bytes = MakeVideo({.streamType = step.streamType, .frames = 1})[0].bytes;
-        const std::string head = step.streamType == 1 ? std::string("\xFF\xE2\0\14", 4) : std::string("\0\0\1\xB2", 4);
+        const std::string head = step.streamType == 1 ? "\xFF\xE2\0\14"s : "\0\0\1\xB2"s;
         const std::string segment = step.text[0] == '\0' ? "" : head + step.text;
         bytes.insert(bytes.begin() + (step.streamType == 1 ? 2 : 5), segment.begin(), segment.end());
         const FramePtr frame = MakeFrame(step.streamType, bytes, true, 0);

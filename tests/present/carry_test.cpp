@@ -1,5 +1,6 @@
 #include "base/PictureLayout.h"
 #include "present/PictureRun.h"
+#include "support/Calling.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
 #include "support/Testing.h"
@@ -35,12 +36,8 @@ private:
     std::vector<uint8_t> m_memory;
 };
 
-class Refusing final : public QMRX::Filter::IFilter {
-    int32_t Process(QMRX::Filter::FilterArgs*) override { return -1; }
-};
-
 TEST(PictureRun, SaysWhatBecameOfThePicture) {
-    Refusing refusing;
+    CallingFilter refusing([](auto*) { return -1; });
     const struct {
         const char* name;
         uint32_t format, height;    // of the picture lent and the picture given
@@ -78,20 +75,18 @@ TEST(PictureRun, SaysWhatBecameOfThePicture) {
         PlainPicture picture(32, row.height);
         if (row.shared)
             picture.Share();
+        const SharedPicture decoded = picture.Picture();
+        PictureRequest request{
+            .frame = *frame, .picture = decoded.View(), .shared = &decoded, .size = {32, row.height}};
+        if (row.crop)
+            request.crop = Rect{0, 0, 32, 16};
+        if (row.rotate)
+            request.angle = 90;
         for (const uint32_t stated : {row.format, 0u, uint32_t{PF_RGB24}}) {
             PlainTarget target(row.format, stated);
             target.takes = row.shared;
-            PictureRun run;
-            const SharedPicture decoded = picture.Picture();
-            const PictureRequest request{.frame = *frame,
-                                         .picture = decoded.View(),
-                                         .shared = &decoded,
-                                         .size = {32, row.height},
-                                         .crop = row.crop ? std::optional(Rect{0, 0, 32, 16}) : std::nullopt,
-                                         .angle = row.rotate ? std::optional(90.0) : std::nullopt};
-            const RunResult result = run.Carry(request, settings, target);
-            EXPECT_EQ(result.fate, row.fate);
-            EXPECT_EQ(result.smoothing, row.smoothing);
+            const RunResult result = PictureRun().Carry(request, settings, target);
+            EXPECT_TRUE(result.fate == row.fate && result.smoothing == row.smoothing);
             // What cannot be turned costs no buffer where that can be told.
             EXPECT_EQ(target.ends, stated != row.format && row.fate == Fate::LostNotRotatable ? "B" : row.ends);
             if (target.ends == "C" && row.fate == Fate::Carried && row.smoothing != Smoothing::Refused)
@@ -126,12 +121,10 @@ TEST(PictureRun, StampsAreDrawnWhenTheyAreDue) {
             PlainTarget target(format, format);
             target.takes = true;
             const SharedPicture decoded = picture.Picture();
-            const PictureRequest request{.frame = *frame,
-                                         .picture = decoded.View(),
-                                         .shared = &decoded,
-                                         .size = {32, 32},
-                                         .angle = turned ? std::optional(180.0) : std::nullopt,
-                                         .stamps = stamps};
+            PictureRequest request{
+                .frame = *frame, .picture = decoded.View(), .shared = &decoded, .size = {32, 32}, .stamps = stamps};
+            if (turned)
+                request.angle = 180;
             EXPECT_EQ(run.Carry(request, ChainSettings(), target).fate, Fate::Carried);
             EXPECT_EQ(target.ends, turned ? "C" : "") << "not due: by reference, where nothing is turned";
             EXPECT_EQ(run.Carry(request, ChainSettings(), target).fate, Fate::Carried);

@@ -9,11 +9,9 @@ namespace {
 constexpr int64_t kMs = 1'000'000;
 constexpr int64_t kLong = 3'600'000 * kMs;    // a wait that nothing ends is seen by the test's own limit
 
-FinishedPicture Picture(RendererId madeFor, LentBuffer buffer = {}) {
-    FinishedPicture picture{.frame = test::MakeFrame(CORVANE_STREAM_H264, {1}, true, 40), .madeFor = madeFor};
-    if (buffer)
-        picture.pixels = std::move(buffer);
-    return picture;
+FinishedPicture Picture(RendererId madeFor, decltype(FinishedPicture::pixels) pixels = {}) {
+    return {
+        .frame = test::MakeFrame(CORVANE_STREAM_H264, {1}, true, 40), .madeFor = madeFor, .pixels = std::move(pixels)};
 }
 
 // Two buffers are enough: one is shown, one waits, and who needs another takes the one that waits.
@@ -50,8 +48,7 @@ TEST(PictureMailbox, BuffersGoRound) {
     // A picture by reference is not taken back; a newer one takes its place.
     test::PlainPicture decoded(16, 16);
     decoded.Share();
-    FinishedPicture shared = Picture(4), newer = Picture(5);
-    shared.pixels.emplace<SharedPicture>(decoded.Picture());
+    FinishedPicture shared = Picture(4, decoded.Picture()), newer = Picture(5);
     EXPECT_FALSE(mailbox.Post(shared));
     EXPECT_FALSE(mailbox.TakeBack());
     EXPECT_TRUE(mailbox.Post(newer));

@@ -2,6 +2,7 @@
 
 #include "base/Thread.h"
 #include "present/RawDelivery.h"
+#include "support/Calling.h"
 #include "support/PlainPicture.h"
 #include "support/StreamMaker.h"
 #include "support/Testing.h"
@@ -9,23 +10,24 @@
 namespace corvane {
 namespace {
 
+using RawCall = std::function<void(uint32_t, void*)>;
+
 TEST(RawClient, OneAtATimeAndSettersWaitForTheRunningCallOnly) {
     RawClient client;
     std::atomic<int> inside{0}, faults{0}, turns{0};
     std::atomic<bool> ended{false};
-    std::vector<std::thread> callers;
-    for (int i = 0; i < 2; ++i)
-        callers.emplace_back([&] {
-            for (;;) {
-                const RawClient::Turn turn(client, [&] { return !ended; });
-                if (!turn)
-                    return;
-                faults += ++inside != 1;
-                std::this_thread::yield();
-                --inside;
-                ++turns;
-            }
-        });
+    const auto call = [&] {
+        for (;;) {
+            const RawClient::Turn turn(client, [&] { return !ended; });
+            if (!turn)
+                return;
+            faults += ++inside != 1;
+            std::this_thread::yield();
+            --inside;
+            ++turns;
+        }
+    };
+    std::thread callers[] = {std::thread(call), std::thread(call)};
     for (int i = 0; i < 200; ++i)    // beside calls without an end
         client.SetCallback(&RawSettings::first, {});
     EXPECT_TRUE(test::Eventually([&] { return turns > 100; }));
@@ -41,20 +43,17 @@ TEST(RawDelivery, SoundOfAFrame) {
     MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_ALAW, payload, true, 12'345);
     header.headerSize = 3, header.payloadSize = 77;
     const MediaFrameImpl frame(header);
-    struct Heard {
-        const std::vector<uint8_t>& samples;
-        int calls = 0;
-        static void Call(void* context, uint32_t code, void* record) {
-            auto& heard = *static_cast<Heard*>(context);
-            const auto& info = *static_cast<RawAudioInfo*>(record);
-            MediaFrameHeader header{};
-            std::memcpy(&header, info.header, sizeof info.header);
-            EXPECT_TRUE(code == CORVANE_RAW_SOUND && info.duration == 9 && info.size == 320 &&
-                        info.samples == heard.samples.data() && info.timeSeconds == 12 && info.timeMilliseconds == 345);
-            EXPECT_TRUE(header.payloadSize == 77 && header.data[3] == 0xD5);
-            ++heard.calls;
-        }
-    } heard{samples};
+    int heard = 0;
+    RawCall call = [&](uint32_t code, void* record) {
+        const auto& info = *static_cast<RawAudioInfo*>(record);
+        MediaFrameHeader told{};
+        std::memcpy(&told, info.header, sizeof info.header);
+        EXPECT_TRUE(code == CORVANE_RAW_SOUND && info.duration == 9 && info.size == 320 &&
+                    info.samples == samples.data() && info.timeSeconds == 12 && info.timeMilliseconds == 345);
+        EXPECT_TRUE(told.payloadSize == 77 && told.data[3] == 0xD5);
+        ++heard;
+    };
+    RawCall never = [](uint32_t, void*) { ADD_FAILURE(); };
     ClientFilterCalls filters;
     RawDelivery raw(filters);
     RawClient& client = raw.Client();
@@ -65,27 +64,23 @@ TEST(RawDelivery, SoundOfAFrame) {
         int calls;
     } rows[] = {
         {"no callback", [] {}, true, 0},
-        {"the first",
-         [&] {
-             client.SetCallback(&RawSettings::first, {Heard::Call, &heard});
-         },
-         true, 1},
+        {"the first", [&] { client.SetCallback(&RawSettings::first, test::Calling(call)); }, true, 1},
         {"closing", [] {}, false, 0},
         {"off", [&] { client.Set(&RawSettings::sound, false); }, true, 0},
         {"pictures off, sound on",
          [&] { client.Set(&RawSettings::sound, true), client.Set(&RawSettings::pictures, false); }, true, 1},
         {"the second comes first",
          [&] {
-             client.SetCallback(&RawSettings::first, {[](void*, uint32_t, void*) { FAIL(); }, nullptr});
-             client.SetCallback(&RawSettings::second, {Heard::Call, &heard});
+             client.SetCallback(&RawSettings::first, test::Calling(never));
+             client.SetCallback(&RawSettings::second, test::Calling(call));
          },
          true, 1},
     };
     for (const auto& row : rows) {
         row.change();
-        heard.calls = 0;
+        heard = 0;
         raw.DeliverSound(frame, samples.data(), 320, [&] { return row.goesOn; });
-        EXPECT_EQ(heard.calls, row.calls) << row.what;
+        EXPECT_EQ(heard, row.calls) << row.what;
     }
 }
 
@@ -95,12 +90,11 @@ TEST(RawDelivery, OncePerPictureInTheColoursOfItsFormat) {
     ClientFilterCalls filters;
     RawDelivery raw(filters);
     std::vector<std::vector<uint8_t>> delivered;
-    raw.Client().SetCallback(&RawSettings::first, {[](void* context, uint32_t, void* record) {
-                                                       const auto& info = *static_cast<RawPictureInfo*>(record);
-                                                       static_cast<decltype(delivered)*>(context)->emplace_back(
-                                                           info.buffer, info.buffer + info.size);
-                                                   },
-                                                   &delivered});
+    RawCall call = [&](uint32_t, void* record) {
+        const auto& info = *static_cast<RawPictureInfo*>(record);
+        delivered.emplace_back(info.buffer, info.buffer + info.size);
+    };
+    raw.Client().SetCallback(&RawSettings::first, test::Calling(call));
     raw.Client().Set(&RawSettings::format, CORVANE_PICTURE_JPEG);
     raw.Begin();
     const test::PlainPicture source(32, 32, 100, 90, 170);
@@ -150,15 +144,13 @@ TEST(RawDelivery, KeepsAReferenceOrACopy) {
 TEST(RawClient, AThreadThatWaitsGivesUpWhenItsReasonEnds) {
     RawClient client;
     std::atomic<bool> wanted{true};
-    const auto lookAtSettings = [&] { return client.WantsPictures(); };
-    const CorvaneRawCallback call = [](void*, uint32_t, void*) {};
-    client.SetCallback(&RawSettings::second, {call, nullptr});
+    client.SetCallback(&RawSettings::second, {[](void*, uint32_t, void*) {}, nullptr});
     const struct {
         std::function<bool()> goesOn;
         std::function<void()> end;
     } rows[] = {
         {[&] { return wanted.load(); }, [&] { wanted = false, client.Wake(); }},
-        {lookAtSettings, [&] { client.Set(&RawSettings::pictures, false); }},
+        {[&] { return client.WantsPictures(); }, [&] { client.Set(&RawSettings::pictures, false); }},
         {[&] { return static_cast<bool>(client.Settings().Callback()); },
          [&] {
              const Thread::ScopedOwner inCallback(&client);    // the setter does not wait there
@@ -169,10 +161,8 @@ TEST(RawClient, AThreadThatWaitsGivesUpWhenItsReasonEnds) {
         SCOPED_TRACE(&row - rows);
         std::optional<RawClient::Turn> running(std::in_place, client, [] { return true; });
         std::atomic<int> asked{0}, result{-1};
-        std::thread waiting([&] {
-            const RawClient::Turn turn(client, [&] { return ++asked, row.goesOn(); });
-            result = static_cast<bool>(turn);
-        });
+        std::thread waiting(
+            [&] { result = static_cast<bool>(RawClient::Turn(client, [&] { return ++asked, row.goesOn(); })); });
         EXPECT_TRUE(test::Eventually([&] { return asked == 1; }));
         row.end();
         EXPECT_TRUE(test::Eventually([&] { return result == 0; }));

@@ -2,6 +2,7 @@
 
 #include "entry/Calls.h"
 #include "support/Client.h"
+#include "support/SoundMaker.h"
 #include "support/Testing.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
@@ -52,10 +53,7 @@ void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
     const auto feed = [&](void* channel) {
         if (trial.where == Where::RawSound && channel == trial.own && time % 32 == 8) {
             // No faster than it plays, since a full ring is lost; and one channel, since the driver has one device.
-            MediaFrameHeader sound = test::VideoHeader(CORVANE_STREAM_MULAW, silence, true, time);
-            sound.audioSampleRate = 44100;
-            sound.audioChannels = 1;
-            (void)Corvane_InputEncodedMediaFrame(channel, &sound);
+            (void)test::FeedHeader(channel, test::SoundHeader(CORVANE_STREAM_MULAW, silence, 44100, 1, 1, time));
         }
         return test::Feed(channel, jpeg, time += 2);
     };
@@ -175,15 +173,12 @@ TEST(Callbacks, CallbacksThatEndEachOther) {
             side.ends = row.ends[i];
             side.meeting = &meeting;
         }
-        MediaFrameHeader sound = test::VideoHeader(CORVANE_STREAM_MULAW, silence, true, 0);
-        sound.audioSampleRate = 44100;
-        sound.audioChannels = 1;
+        const MediaFrameHeader sound = test::SoundHeader(CORVANE_STREAM_MULAW, silence, 44100);
         void* const channels[] = {sides[0].channel, sides[1].channel};
         for (void* const channel : channels)
             Corvane_StartChannel(channel, 0);
         for (int i = 0; i < 2; ++i)
-            ASSERT_EQ(row.from[i] == Sound ? Corvane_InputEncodedMediaFrame(channels[i], &sound)
-                                           : test::Feed(channels[i], jpeg, 0),
+            ASSERT_EQ(row.from[i] == Sound ? test::FeedHeader(channels[i], sound) : test::Feed(channels[i], jpeg, 0),
                       Status_Ok);
         if (!Eventually([&] { return sides[0].status != 0xDEAD && sides[1].status != 0xDEAD; })) {
             ADD_FAILURE() << "a hang";

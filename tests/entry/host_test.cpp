@@ -9,6 +9,7 @@
 #include <set>
 
 #include "support/Client.h"
+#include "support/SoundMaker.h"
 #include "support/Testing.h"
 
 namespace corvane {
@@ -97,11 +98,8 @@ TEST(Host, SharesSdl) {
         client.Start();
         const std::vector<uint8_t> payload(160);
         for (const uint64_t heard : {1u, 2u, 3u}) {
-            MediaFrameHeader header =
-                test::VideoHeader(CORVANE_STREAM_MULAW, payload, true, static_cast<int64_t>(heard) * 20);
-            header.audioSampleRate = 8000;
-            header.audioChannels = 1;
-            EXPECT_EQ(test::FeedHeader(client.channel, header), Status_Ok);
+            EXPECT_EQ(test::FeedHeader(client.channel, test::SoundHeader(CORVANE_STREAM_MULAW, payload, 8000)),
+                      Status_Ok);
             EXPECT_TRUE(test::Eventually([&] { return test::StatisticsOf(client.channel).soundHeard == heard; }));
             if (heard == 1 && host == Host::While)
                 EXPECT_EQ(SDL_Init(kParts), 0);

@@ -18,6 +18,7 @@
 #include "support/Client.h"
 #include "support/Mappings.h"
 #include "support/ScriptedSound.h"
+#include "support/SoundMaker.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
 
@@ -257,10 +258,7 @@ bool LiveWithSound(test::ScriptedSound& sound, const std::vector<uint8_t>& paylo
         try {
             (void)channel.Start(false);
             for (const uint32_t rate : {8000u, 16000u}) {
-                MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_MULAW, payload, true, rate);
-                header.audioSampleRate = rate;
-                header.audioChannels = 1;
-                (void)channel.Input(header);
+                (void)channel.Input(test::SoundHeader(CORVANE_STREAM_MULAW, payload, static_cast<int>(rate)));
                 const uint64_t heard = told.soundHeard;
                 for (int i = 0; i < (Failed() ? 20 : 20'000) && told.soundHeard == heard; ++i) {
                     std::this_thread::sleep_for(std::chrono::milliseconds(1));

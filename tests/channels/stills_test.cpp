@@ -85,11 +85,11 @@ TEST(Stills, EachFormat) {
     for (const auto& [width, height, statedWidth, statedHeight] :
          {std::tuple(160, 96, 0u, 0u), {151, 99, 0u, 0u}, {160, 96, 320u, 200u}}) {
         OnePicture one(width, height, statedWidth, statedHeight);
+        const PictureSize size = statedWidth != 0 ? PictureSize{statedWidth, statedHeight} : one.decoded.size;
         const auto expect = [&](uint32_t flags, uint32_t format, uint32_t quality = 0) {
-            SCOPED_TRACE(testing::Message() << one.decoded.size.width << " pixels, format " << format);
-            const auto [right, bottom] = statedWidth != 0 ? PictureSize{statedWidth, statedHeight} : one.decoded.size;
+            SCOPED_TRACE(testing::Message() << size.width << " pixels, format " << format);
             ExpectStill(one, &Corvane_GetCurrentSnapShot, flags,
-                        *one.Wanted(one.decoded, format, right, bottom, quality));
+                        *one.Wanted(one.decoded, format, size.width, size.height, quality));
         };
         for (uint32_t format = 1; format <= 18; ++format)
             expect(kNumbered | format << 16, format);

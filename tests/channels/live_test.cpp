@@ -17,7 +17,6 @@ using test::Client;
 using test::EncodedPicture;
 using test::Eventually;
 using test::MakeVideo;
-using test::VideoSpec;
 
 constexpr int64_t kStep = 5;    // ms between frames: the tests use the real clock
 

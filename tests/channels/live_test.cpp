@@ -17,7 +17,6 @@ using test::Client;
 using test::EncodedPicture;
 using test::Eventually;
 using test::MakeVideo;
-using test::VideoSpec;
 
 constexpr int64_t kStep = 5;    // ms between frames: the tests use the real clock
 
@@ -73,35 +72,6 @@ TEST(LiveChannel, DamagedFramesShiftNoPictureToAnotherFrame) {
                     static_cast<uint32_t>(shown.stamp) == shown.milliseconds)
             << shown.stamp << " with the record of " << shown.milliseconds;
     test::ExpectSums(test::StatisticsOf(client.channel));
-}
-
-TEST(LiveChannel, SizeChangesAtAKeyFrameAndInMidStream) {
-    const struct {
-        uint32_t type;
-        bool stated, markedKey;    // the record states the size; the first picture of the other size is so marked
-    } rows[] = {{test::kH264, false, true}, {test::kJpeg, false, false}, {test::kH264, true, false}};
-    for (const auto& [type, stated, markedKey] : rows) {
-        SCOPED_TRACE(type + stated);
-        Client client;
-        client.Start();
-        for (const uint32_t width : {160u, 352u}) {
-            const bool first = width == 160;
-            const uint32_t height = width - 40;
-            auto stream = MakeVideo({.streamType = type,
-                                     .width = static_cast<int>(width),
-                                     .height = static_cast<int>(height),
-                                     .frames = 5,
-                                     .firstNumber = first ? 0 : 5});
-            stream[0].key = first || markedKey;
-            for (const EncodedPicture& picture : stream)
-                ASSERT_EQ(client.Feed(type, picture.bytes, picture.key, kStep * picture.number, stated ? width : 0,
-                                      stated ? height : 0),
-                          Status_Ok);
-            ASSERT_TRUE(client.WaitForStamp(stream[4].number));
-            const Client::Shown shown = client.Take().back();
-            EXPECT_TRUE(shown.width == width && shown.height == height);
-        }
-    }
 }
 
 TEST(LiveChannel, QueueHoldsBackUntilItsBufferTimeAndRefusesAboveIt) {

@@ -2,11 +2,10 @@
 
 #include "frame/ChannelCounters.h"
 #include "manager/ShownTally.h"
+#include "present/ScriptedWatch.h"
 #include "support/Client.h"
 #include "support/SteppedClock.h"
 #include "support/Testing.h"
-#include "support/XClient.h"
-#include "support/XServer.h"
 
 namespace corvane {
 namespace {
@@ -61,55 +60,43 @@ TEST(Statistics, EachMistakeHasItsCounterAndItsCause) {
     }
 }
 
-// Neither window nor callback; presenting off; a window that is hidden, and one that is shown.
+// Neither window nor callback; presenting off; a callback; a picture that cannot be rotated.
 TEST(Statistics, PicturesEndWhereTheyCouldBeShown) {
     const std::vector<uint8_t> jpeg = test::OneJpeg();
-    test::XServer server;
-    test::XClient display(server.Display());
-    enum Shows { Nothing, Off, Hidden, Window, Callback, RefusedRotation };
     const struct {
-        Shows shows;
-        Field counter;
         uint32_t cause;
-    } rows[] = {
-        {Nothing, &ChannelStatistics::picturesNotPutNowhere, CORVANE_CAUSE_NO_WINDOW},
-        {Off, &ChannelStatistics::picturesNotPutOff, CORVANE_CAUSE_OFF},
-        {Hidden, &ChannelStatistics::picturesNotPutNowhere, CORVANE_CAUSE_HIDDEN},
-        {Window, &ChannelStatistics::picturesPut, CORVANE_CAUSE_NONE},
-        {Callback, &ChannelStatistics::picturesHandedOver, CORVANE_CAUSE_NONE},
-        {RefusedRotation, &ChannelStatistics::picturesLost, CORVANE_CAUSE_NOT_ROTATABLE},
-    };
-    for (const auto& row : rows) {
-        const Shows shows = row.shows;
-        SCOPED_TRACE(shows);
-        Client client(shows == RefusedRotation ? 4 : 11);
-        void* channel = client.channel;
-        const xcb_window_t window = display.Create();
-        if (shows < Callback) {
-            if (shows == Hidden)
-                xcb_unmap_window(display.Xcb(), window);
-            display.Sync();
-            const ChannelSettings settings{.mask = shows == Off ? 0x2000u : 0, .window = shows == Nothing ? 0 : window};
-            channel = test::NewChannel(client.instance, &settings);
-        } else if (shows == RefusedRotation) {
+        Field counter;
+        uint32_t kind = 0, mask = 0;    // of the callback, of the settings
+    } rows[] = {{CORVANE_CAUSE_NO_WINDOW, &ChannelStatistics::picturesNotPutNowhere},
+                {CORVANE_CAUSE_OFF, &ChannelStatistics::picturesNotPutOff, 0, 0x2000},
+                {CORVANE_CAUSE_NONE, &ChannelStatistics::picturesHandedOver, 11},
+                {CORVANE_CAUSE_NOT_ROTATABLE, &ChannelStatistics::picturesLost, 4}};
+    for (const auto& [cause, counter, kind, mask] : rows) {
+        SCOPED_TRACE(cause);
+        void* instance = test::NewInstance();
+        const ChannelSettings settings{.mask = mask};
+        void* const channel = test::NewChannel(instance, &settings);
+        const CorvanePictureCallback shown = [](void*, const PseudoFrame*) {};
+        if (kind != 0)
+            ASSERT_EQ(Corvane_RegisterRawDataCallback(channel, shown, nullptr, kind, 0), Status_Ok);
+        if (cause == CORVANE_CAUSE_NOT_ROTATABLE)
             ASSERT_EQ(Corvane_EnableRotateFilter(channel, 30), Status_Ok);
-        }
         ASSERT_EQ(Corvane_StartChannel(channel, 0), Status_Ok);
         uint64_t fed = 0;
-        ASSERT_TRUE(
-            Eventually([&] {    // a window comes into view when the server says so; the first is not for display
-                const auto header = test::VideoHeader(test::kJpeg, jpeg, true, static_cast<int64_t>(++fed * 5));
-                EXPECT_EQ(test::FeedHeader(channel, test::Hidden(header, fed == 1)), Status_Ok);
-                return StatisticsOf(channel).*row.counter >= 5;
-            }));
-        const bool shown = row.cause == CORVANE_CAUSE_NONE;
-        EXPECT_TRUE(shown || Eventually([&] { return StatisticsOf(channel).lastCause == row.cause; }));
+        ChannelStatistics told{};
+        while (told.*counter < 5 && fed < 10'000) {    // the first is not for display
+            const auto header = test::VideoHeader(test::kJpeg, jpeg, true, static_cast<int64_t>(++fed * 5));
+            EXPECT_EQ(test::FeedHeader(channel, test::Hidden(header, fed == 1)), Status_Ok);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            told = StatisticsOf(channel);
+        }
         ASSERT_EQ(Corvane_StopChannel(channel), Status_Ok);
-        const ChannelStatistics told = StatisticsOf(channel);
+        told = StatisticsOf(channel);
         test::ExpectSums(told);
         EXPECT_TRUE(told.framesTaken == fed && told.picturesNotForDisplay == 1 && told.decoderThreads == 0);
-        EXPECT_EQ(told.picturesPut + told.picturesHandedOver >= 5, shown);
-        display.Destroy(window);
+        EXPECT_TRUE(told.*counter >= 5 && (told.picturesHandedOver != 0) == (cause == CORVANE_CAUSE_NONE));
+        EXPECT_TRUE(cause == CORVANE_CAUSE_NONE || told.lastCause == cause) << told.lastCause;
+        EXPECT_EQ(Corvane_Release(&instance), Status_Ok);
     }
 }
 
@@ -160,32 +147,36 @@ TEST(Statistics, AgesOfTheLast256AndTheCauseWithItsTime) {
 }
 
 // One letter a call: B begins a picture; the outcomes are p put, h handed over, b busy, n nothing to draw on, o off,
-// f failed.
+// f failed; after W a window is there.
 TEST(Statistics, APictureIsPutOnceAndNotPutOnlyWhenTheNextOneComes) {
     using Counts = std::array<uint64_t, 6>;    // taken, put, handed over, busy, nowhere, off
-    const std::pair<const char*, Counts> rows[] = {
-        {"p", {}},
-        {"Bp", {1, 1}},
-        {"Bppp", {1, 1}},
-        {"Bbp", {1, 1}},
-        {"Bb", {1}},
-        {"BbBp", {2, 1, 0, 1}},
-        {"BbnBo", {2, 0, 0, 0, 1}},
-        {"BoBhBp", {3, 1, 1, 0, 0, 1}},
-        {"BfBfB", {3, 0, 0, 0, 2}},
-        {"BpbBhnB", {3, 1, 1}},
+    const std::tuple<const char*, Counts, uint32_t> rows[] = {
+        {"p", {}, CORVANE_CAUSE_NONE},
+        {"Bp", {1, 1}, CORVANE_CAUSE_NONE},
+        {"Bppp", {1, 1}, CORVANE_CAUSE_NONE},
+        {"Bbp", {1, 1}, CORVANE_CAUSE_BUSY},
+        {"Bb", {1}, CORVANE_CAUSE_BUSY},
+        {"BbBp", {2, 1, 0, 1}, CORVANE_CAUSE_BUSY},
+        {"BbnBo", {2, 0, 0, 0, 1}, CORVANE_CAUSE_OFF},
+        {"BoBhBp", {3, 1, 1, 0, 0, 1}, CORVANE_CAUSE_OFF},
+        {"BfBfB", {3, 0, 0, 0, 2}, CORVANE_CAUSE_RENDERER_FAILED},
+        {"BpbBhnB", {3, 1, 1}, CORVANE_CAUSE_NONE},
+        {"BbnB", {2, 0, 0, 0, 1}, CORVANE_CAUSE_NO_WINDOW},
+        {"WBbnB", {2, 0, 0, 0, 1}, CORVANE_CAUSE_HIDDEN},
     };
-    for (const auto& [calls, wanted] : rows) {
+    for (const auto& [calls, wanted, cause] : rows) {
+        PresentSettings settings;
         test::SteppedClock clock;
         ChannelCounters counters(clock);
         ShownTally tally(counters);
         for (const char* call = calls; *call != 0; ++call) {
             constexpr const char* kOutcomes = "fphbno";
-            if (*call == 'B')
+            if (*call == 'W')
+                settings.window = std::make_shared<test::ScriptedWatch>(std::nullopt);
+            else if (*call == 'B')
                 tally.Begin(1);
             else
-                tally.Note(static_cast<Outcome>(std::strchr(kOutcomes, *call) - kOutcomes), PresentSettings{},
-                           2'000'001);
+                tally.Note(static_cast<Outcome>(std::strchr(kOutcomes, *call) - kOutcomes), settings, 2'000'001);
         }
         ChannelStatistics out{};
         counters.Fill(out);
@@ -193,6 +184,7 @@ TEST(Statistics, APictureIsPutOnceAndNotPutOnlyWhenTheNextOneComes) {
                           out.picturesNotPutNowhere, out.picturesNotPutOff}),
                   wanted)
             << calls;
+        EXPECT_EQ(out.lastCause, cause) << calls;
         EXPECT_EQ(out.ageLast, wanted[1] + wanted[2] != 0 ? 2u : 0u) << calls;
     }
 }

@@ -87,7 +87,7 @@ TEST(Stills, EachFormat) {
         OnePicture one(width, height, statedWidth, statedHeight);
         const PictureSize size = statedWidth != 0 ? PictureSize{statedWidth, statedHeight} : one.decoded.size;
         const auto expect = [&](uint32_t flags, uint32_t format, uint32_t quality = 0) {
-            SCOPED_TRACE(testing::Message() << one.decoded.size.width << " pixels, format " << format);
+            SCOPED_TRACE(testing::Message() << size.width << " pixels, format " << format);
             ExpectStill(one, &Corvane_GetCurrentSnapShot, flags,
                         *one.Wanted(one.decoded, format, size.width, size.height, quality));
         };

@@ -71,8 +71,8 @@ TEST(PictureMailbox, TheWorkerWaitsUntilSomethingEndsIt) {
         int64_t limit;
         bool taken;
     } rows[] = {
-        {"taken", [&] { (void)mailbox.Take(kept, before); }, kLong, true},
         {"interrupted", [&] { mailbox.Interrupt(); }, kLong, false},
+        {"taken", [&] { (void)mailbox.Take(kept, before); }, kLong, true},
         {"inside a client's call",
          [&] {
              const PictureMailbox::ClientCall call(&mailbox);

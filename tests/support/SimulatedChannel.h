@@ -104,7 +104,7 @@ private:
 
     const std::vector<Arrival> m_arrivals;
     uint8_t m_pixels[48] = {};
-    std::atomic<int64_t> m_now{0};
+    std::atomic<int64_t> m_now{m_arrivals[0].atNs};
     std::atomic<size_t> m_sent{0}, m_end{0};
     std::atomic<int> m_idle{0};    // waits since all had arrived and the last was decoded
 

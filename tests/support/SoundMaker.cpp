@@ -92,9 +92,12 @@ SoundStream MakeG729(const Samples& samples) {
     return stream;
 }
 
+static g726_state_t* NewG726(int bits, bool mostFirst) {
+    return g726_init(nullptr, bits * 8000, G726_ENCODING_LINEAR, mostFirst ? G726_PACKING_LEFT : G726_PACKING_RIGHT);
+}
+
 Bytes EncodeG726(const Samples& samples, int bits, bool mostFirst) {
-    auto* const encoder =
-        g726_init(nullptr, bits * 8000, G726_ENCODING_LINEAR, mostFirst ? G726_PACKING_LEFT : G726_PACKING_RIGHT);
+    g726_state_t* const encoder = NewG726(bits, mostFirst);
     Bytes out(samples.size());
     out.resize(static_cast<size_t>(g726_encode(encoder, out.data(), samples.data(), static_cast<int>(samples.size()))));
     g726_free(encoder);
@@ -102,8 +105,7 @@ Bytes EncodeG726(const Samples& samples, int bits, bool mostFirst) {
 }
 
 Samples BareG726(const Bytes& bytes, int bits, bool mostFirst) {
-    auto* const decoder =
-        g726_init(nullptr, bits * 8000, G726_ENCODING_LINEAR, mostFirst ? G726_PACKING_LEFT : G726_PACKING_RIGHT);
+    g726_state_t* const decoder = NewG726(bits, mostFirst);
     Samples out(bytes.size() * 4);
     out.resize(static_cast<size_t>(g726_decode(decoder, out.data(), bytes.data(), static_cast<int>(bytes.size()))));
     g726_free(decoder);

@@ -16,16 +16,13 @@ extern "C" {
 
 // Suppressions that the sanitizers ask the program for.
 extern "C" {
-__attribute__((visibility("default"))) const char* __lsan_default_suppressions();
-__attribute__((visibility("default"))) const char* __tsan_default_suppressions();
-
 // Debian's x265 keeps copies of its parameters for ever.
-const char* __lsan_default_suppressions() {
+__attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
     return "leak:libx265\n";
 }
 
 // FFmpeg is not instrumented: its decoding threads publish their writes by atomics that the sanitizer cannot see.
-const char* __tsan_default_suppressions() {
+__attribute__((visibility("default"))) const char* __tsan_default_suppressions() {
     return "called_from_lib:libavcodec.so\ncalled_from_lib:libavutil.so\n";
 }
 }

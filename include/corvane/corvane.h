@@ -909,7 +909,8 @@ CORVANE_API uint32_t Corvane_InitialEx(void** instance, CorvaneStreamInfoCallbac
  * Status_InvalidArgument: instance is null, or *instance the handle of a channel; nothing was done. Status_Failed, and
  * nothing was done: called from a callback of one of its channels, or from a callback that one of its channels waits
  * for, as when two callbacks release each other's instances; or another release of it is running. Status_OutOfMemory: nothing was done. As soon as a release
- * runs Corvane_CreateChannel is refused. Blocks as Corvane_DeleteChannel does, for each channel. [any*]
+ * runs Corvane_CreateChannel is refused. Blocks as Corvane_DeleteChannel does, for each channel; outside callbacks also until
+ * sound devices are closed (SDL takes about 150 ms for one), at most 400 ms: after it the host may call SDL_Quit. [any*]
  */
 CORVANE_API uint32_t Corvane_Release(void** instance);
 

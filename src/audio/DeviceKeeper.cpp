@@ -68,6 +68,15 @@ bool DeviceKeeper::WaitIdle(int64_t limitNs) {
     return true;
 }
 
+bool DeviceKeeper::WaitSettled(int64_t limitNs) {
+    ThreadWait wait(limitNs);
+    MutexLock lock(m_lock);
+    while (m_first != nullptr)
+        if (!wait.On(m_idle, lock))
+            return m_first == nullptr;
+    return true;
+}
+
 void DeviceKeeper::Run() {
     for (;;) {
         Task task;
@@ -92,6 +101,8 @@ bool DeviceKeeper::Next(Task& task) {
     std::shared_ptr<SoundPlace> done;    // destroyed after the lock is dropped
     MutexLock lock(m_lock);
     for (;;) {
+        if (m_first == nullptr)
+            m_idle.NotifyAll();
         while (m_first == nullptr && m_devices > 0)
             m_wanted.WaitOnce(lock);
         if (m_first == nullptr) {

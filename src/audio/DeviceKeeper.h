@@ -37,6 +37,8 @@ public:
     uint64_t Closed();
     // Until all is closed that is to be closed, and no device is open; at most `limitNs`. False after that.
     bool WaitIdle(int64_t limitNs);
+    // Until nothing is to be opened or closed; at most `limitNs`. False after that.
+    bool WaitSettled(int64_t limitNs);
 
 private:
     // One opening or closing, done without the lock.

@@ -1,13 +1,23 @@
 // Exports of the instance and the version.
 #include <memory>
 
+#include "audio/DeviceKeeper.h"
+#include "base/Thread.h"
 #include "corvane/corvane.h"
 #include "entry/Guard.h"
 
 using corvane::CCorvane_Option;
+using corvane::DeviceKeeper;
 using corvane::Guard;
 using corvane::OnInstance;
 using corvane::Status;
+using corvane::Thread;
+
+namespace {
+
+constexpr int64_t kDevicesLimit = 400'000'000;    // ns that a release waits for sound devices that are being closed
+
+}    // namespace
 
 extern "C" {
 
@@ -42,6 +52,9 @@ uint32_t Corvane_Release(void** instance) {
         CORVANE_RETURN_IF_FAILED(own.DeleteAll());
         delete &own;
         *instance = nullptr;
+        // A host that leaves SDL next would wait for ever for a device that is being closed meanwhile.
+        if (Thread::CurrentOwner() == nullptr)
+            (void)DeviceKeeper::Process().WaitSettled(kDevicesLimit);
         return Status::Ok;
     });
 }

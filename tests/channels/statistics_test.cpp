@@ -84,7 +84,9 @@ TEST(Statistics, PicturesEndWhereTheyCouldBeShown) {
         ASSERT_EQ(Corvane_StartChannel(channel, 0), Status_Ok);
         uint64_t fed = 0;
         ChannelStatistics told{};
-        while (told.*counter < 5 && fed < 10'000) {    // the first is not for display
+        const bool handedOver = cause == CORVANE_CAUSE_NONE;
+        // The first is not for display. A stop has a cause of its own.
+        while ((told.*counter < 5 || (!handedOver && told.lastCause != cause)) && fed < 10'000) {
             const auto header = test::VideoHeader(test::kJpeg, jpeg, true, static_cast<int64_t>(++fed * 5));
             EXPECT_EQ(test::FeedHeader(channel, test::Hidden(header, fed == 1)), Status_Ok);
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -94,8 +96,7 @@ TEST(Statistics, PicturesEndWhereTheyCouldBeShown) {
         told = StatisticsOf(channel);
         test::ExpectSums(told);
         EXPECT_TRUE(told.framesTaken == fed && told.picturesNotForDisplay == 1 && told.decoderThreads == 0);
-        EXPECT_TRUE(told.*counter >= 5 && (told.picturesHandedOver != 0) == (cause == CORVANE_CAUSE_NONE));
-        EXPECT_TRUE(cause == CORVANE_CAUSE_NONE || told.lastCause == cause) << told.lastCause;
+        EXPECT_TRUE(fed < 10'000 && (told.picturesHandedOver != 0) == handedOver);
         EXPECT_EQ(Corvane_Release(&instance), Status_Ok);
     }
 }

@@ -144,8 +144,8 @@ void AddNoise(Doubles& region, int category, double deviation, Words& words) {
     }
 }
 
-// The modulated lapped transform: 640 samples to 320 coefficients and, transposed, back. `sine`: in the place of its
-// cosine.
+// The modulated lapped transform: 640 samples to 320 coefficients and, transposed, back. `sine`: with the sine
+// instead of the cosine.
 double Transform(int n, int k, bool sine = false) {
     static const Doubles cosines = [] {    // of a turn in 2560 steps
         Doubles values;

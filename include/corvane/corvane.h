@@ -660,7 +660,7 @@ typedef struct RawAudioInfo {
     const uint8_t* samples;    /*   8 signed, 16 bits, little-endian, channels interleaved; full volume */
     uint32_t timeSeconds;      /*  16 of the frame */
     uint32_t timeMilliseconds; /*  20 */
-    uint8_t header[120];       /*  24 the first 120 bytes of the frame's MediaFrameHeader; its `data` is valid too */
+    uint8_t header[120];       /*  24 the first 120 bytes of the frame's MediaFrameHeader: rate, channels; its `data` is valid too */
     uint8_t reserved144[96];   /* 144 */
 } RawAudioInfo;
 

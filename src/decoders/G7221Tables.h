@@ -36,8 +36,8 @@ inline constexpr float kMagnitudes[kNoise][14] = {
     {0, 1.657f, 3.491f},
     {0, 1.964f},
 };
-// Noise in the place of coefficients of level 0, in deviations, by the number of those that are not 0; the last value
-// holds for more.
+// Coefficients of level 0 become noise of this size, in deviations. The index is the number of coefficients of the
+// region that are not 0; the last value holds for all larger numbers.
 inline constexpr float kNoise5[] = {0.70711f, 0.6179f, 0.5005f, 0.3220f, 0.17678f};
 inline constexpr float kNoise6[] = {0.70711f, 0.5686f, 0.3563f, 0.25f};
 inline constexpr float kNoise7 = 0.70711f;

@@ -19,7 +19,7 @@ namespace corvane {
 
 struct RawSettings {
     ClientCallback<CorvaneRawCallback> first;     // option 18
-    ClientCallback<CorvaneRawCallback> second;    // option 22, which is called in the place of the first
+    ClientCallback<CorvaneRawCallback> second;    // option 22: while it is set, the first is not called
     bool pictures = true;
     bool sound = true;
     uint32_t format = 0;    // CORVANE_PICTURE_*; 0: none

@@ -542,7 +542,7 @@ TEST_P(WindowLife, ServerStandsStill) {
         ASSERT_TRUE(shows(100));
         const auto pause = [](int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); };
         for (uint32_t before = 0; before != text.calls; pause(50))
-            before = text.calls;    // until what has happened to the window is told
+            before = text.calls;    // until no more text comes
         const auto inTime = [&](const std::function<void()>& calls) {
             server.Stop();
             const auto done = std::async(std::launch::async, calls);

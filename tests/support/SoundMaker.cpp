@@ -5,7 +5,7 @@ extern "C" {
 #include <bcg729/encoder.h>
 }
 #include <spandsp.h>
-#undef lrint    // functions in the place of the standard's
+#undef lrint    // a header of spandsp defines macros for functions of the standard
 #undef lrintf
 #include <sys/mman.h>
 #include <unistd.h>

@@ -738,6 +738,45 @@ typedef struct ChannelUpdate {
     uintptr_t window;         /* 40 0x0800 must not be 0 */
 } ChannelUpdate;
 
+/* How a decoder channel is created, 24 bytes. */
+typedef struct DecoderChannelSettings {
+    CorvaneRawCallback callback;   /*  0 for Corvane_InputToBeDecodedMediaFrame; may be null */
+    void* context;                 /*  8 */
+    uint32_t format;               /* 16 of pictures, of CORVANE_PICTURE_* */
+    uint32_t quality;              /* 20 of JPEG pictures, as option 17 */
+} DecoderChannelSettings;
+
+/* A picture that was decoded into memory of the caller, 160 bytes. */
+typedef struct DecodedVideoInfo {
+    uint32_t width;            /*   0 out: pixels */
+    uint32_t height;           /*   4 out */
+    uint32_t capacity;         /*   8 in: bytes at buffer */
+    uint32_t reserved12;       /*  12 */
+    uint8_t* pixels;           /*  16 out: the picture in its format: buffer + prefix */
+    uint8_t* buffer;           /*  24 in: gets `prefix` bytes of 0 and the picture */
+    uint32_t prefix;           /*  32 out: bytes before pixels */
+    uint32_t reserved36;       /*  36 */
+    uint8_t header[112];       /*  40 out: the first 112 bytes of the MediaFrameHeader of the frame that the picture is of */
+    uint64_t headerTail;       /* 152 out: the next 8 bytes of it */
+} DecodedVideoInfo;
+
+/* Sound that was decoded into memory of the caller, 144 bytes. */
+typedef struct DecodedAudioInfo {
+    uint32_t duration;         /*   0 out: of the frame, milliseconds; 0: not known */
+    uint32_t capacity;         /*   4 in: bytes at pcm */
+    uint8_t* pcm;              /*   8 in: gets the samples: signed, 16 bits, little-endian, channels interleaved */
+    uint32_t timeSeconds;      /*  16 out: of the frame */
+    uint32_t timeMilliseconds; /*  20 out */
+    uint8_t header[112];       /*  24 out: the first 112 bytes of the frame's MediaFrameHeader */
+    uint64_t headerTail;       /* 136 out: the next 8 bytes of it */
+} DecodedAudioInfo;
+
+/* Pixels, 8 bytes. */
+typedef struct DecodedPictureSize {
+    uint32_t width;
+    uint32_t height;
+} DecodedPictureSize;
+
 /* State of a channel's queue, 16 bytes. */
 typedef struct QueueState {
     uint32_t reserved[3];

@@ -40,6 +40,16 @@ struct DecoderFactories {
     Plain GetDecoderIsolated_QuickSync_HEVC = nullptr;
 };
 
+// What a channel without a window has: the same without the forms that are told the display adapter.
+inline DecoderFactories WithoutAdapters(DecoderFactories factories) {
+    factories.GetDecoderIsolated_CUVID_MP4V_v2 = nullptr;
+    factories.GetDecoderIsolated_CUVID_H264_v2 = nullptr;
+    factories.GetDecoderIsolated_CUVID_HEVC_v2 = nullptr;
+    factories.GetDecoderIsolated_DXVA2_v2 = nullptr;
+    factories.GetDecoderIsolated_DXVA2_HEVC_v2 = nullptr;
+    return factories;
+}
+
 // A decoder ends by its own Destroy: it may come from another allocator.
 struct DecoderDestroyer {
     CORVANE_CALLS_PLUGIN void operator()(DecoderContext* decoder) const noexcept {

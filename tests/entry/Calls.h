@@ -119,6 +119,7 @@ inline std::vector<Call> Calls() {
         {"Initial", Anything, [](void*, void*) { return AnotherInstance(&Corvane_Initial); }},
         {"InitialEx", Anything, [](void*, void*) { return AnotherInstance(&Corvane_InitialEx, 0); }},
         {"Release", Instance, released, Status_Failed},
+        {"LoadDecoders", Instance, [](void* instance, void*) { return Corvane_LoadDecoders(instance, "/no/folder"); }},
         {"GetVersionInfo", Anything,
          [](auto...) { return Corvane_GetVersionInfo(version, version, version, version); }},
         Fixed("SetFlags", &Corvane_SetFlags, Status_Ok),

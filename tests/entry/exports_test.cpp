@@ -158,6 +158,7 @@ TEST(Exports, WrongArguments) {
     const uint32_t invalid[] = {
         Corvane_Initial(nullptr, nullptr, nullptr, 0, 0, 0, 0, 0),
         Corvane_Release(nullptr),
+        Corvane_LoadDecoders(client.instance, nullptr),
         Corvane_InputEncodedMediaFrame(channel, nullptr),
         Corvane_UpdateChannelSettings(channel, nullptr),
         Corvane_GetRemainingQueueElementCount(channel, nullptr),

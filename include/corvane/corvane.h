@@ -48,7 +48,10 @@
  *   raw sound           sound device's  complete        Status_Failed                 complete
  *   still overlay       the caller's    complete        Status_Failed                 complete
  *   decoded data        the caller's    complete        Status_Failed                 complete
+ *   code of a plug-in   any             complete        Status_Failed                 Status_Failed
  *
+ * In the code of a plug-in (while it is loaded or unloaded, in a factory, in a call on a decoder) a still of a decoded
+ * picture and a display are Status_Failed too, of every channel.
  * Corvane_InputEncodedMediaFrame on a channel that blocks when full (option 42 given as 0) does not block inside a
  * callback; it returns Status_QueueFull there. Of two channels whose callbacks stop or delete each other at the same
  * moment one is refused with Status_Failed.
@@ -974,6 +977,17 @@ CORVANE_API uint32_t Corvane_InitialEx(void** instance, CorvaneStreamInfoCallbac
  * sound devices are closed (SDL takes about 150 ms for one), at most 400 ms: after it the host may call SDL_Quit. [any*]
  */
 CORVANE_API uint32_t Corvane_Release(void** instance);
+
+/*
+ * Loads the decoder plug-ins of `directory`: see PLUG-INS. Channels that are made later can use them. The name is taken as
+ * it is: a relative one counts from the working directory of the process; an empty one leaves the search to the loader;
+ * the loader replaces $ORIGIN, which is the folder of this library, $LIB and $PLATFORM in it. What is found is not
+ * reported: option 46, 52 or 53 and code 13 of the stream-info callback say whether a channel has a decoder of that kind.
+ * Status_InvalidArgument: a pointer is null, or instance the handle of a channel. Status_OutOfMemory: nothing was done.
+ * Otherwise Status_Ok, also where nothing was found. In the code of a plug-in nothing is done. Blocks while libraries
+ * start, and for a load in another thread. [any]
+ */
+CORVANE_API uint32_t Corvane_LoadDecoders(void* instance, const char* directory);
 
 /* Writes the version of the library; no pointer may be null. Status_Ok. [any] */
 CORVANE_API uint32_t Corvane_GetVersionInfo(uint8_t* major, uint8_t* minor, uint8_t* build, uint8_t* revision);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/Thread.h"
 #include "corvane/decoder.h"
 
 // On every function that calls a decoder which may come from a plug-in: an object laid out in C has no C++ type
@@ -53,6 +54,7 @@ inline DecoderFactories WithoutAdapters(DecoderFactories factories) {
 // A decoder ends by its own Destroy: it may come from another allocator.
 struct DecoderDestroyer {
     CORVANE_CALLS_PLUGIN void operator()(DecoderContext* decoder) const noexcept {
+        const Thread::ScopedOwner scope(Thread::PluginCode());
         try {
             decoder->Destroy();
         } catch (...) {    // a plug-in that throws loses only its own object
@@ -66,6 +68,7 @@ template <typename Factory, typename... Arguments>
 DecoderPtr CallFactory(Factory factory, Arguments... arguments) noexcept {
     if (factory == nullptr)
         return nullptr;
+    const Thread::ScopedOwner scope(Thread::PluginCode());
     try {
         return DecoderPtr(factory(arguments...));
     } catch (...) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/JoinGuard.h"
+#include "base/Thread.h"
 #include "channels/ChannelDecoder.h"
 
 namespace corvane {
@@ -74,7 +75,16 @@ Status CCorvane_Option::Delete(const void* handle) {
     return Status::Ok;
 }
 
+void CCorvane_Option::LoadDecoders(const char* directory) {
+    m_plugins.Load(directory, [this](const DecoderFactories& found) {
+        MutexLock lock(m_lock);
+        m_factories = found;
+    });
+}
+
 Status CCorvane_Option::DeleteAll() {
+    if (Thread::InPlugin())
+        return Status::Failed;
     std::list<JoinGuard> guards;    // of all objects; they live until the last object has ended
     std::map<const void*, std::unique_ptr<Deleter>> dying;
     {
@@ -89,6 +99,7 @@ Status CCorvane_Option::DeleteAll() {
     }
     while (!dying.empty())
         dying.erase(dying.begin());
+    m_plugins.Close();    // after the decoders
     return Status::Ok;
 }
 

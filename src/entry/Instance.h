@@ -11,6 +11,7 @@
 #include "channels/ChannelLive.h"
 #include "corvane/corvane.h"
 #include "decoders/DecoderFactories.h"
+#include "entry/DecoderPlugins.h"
 
 namespace corvane {
 
@@ -58,13 +59,19 @@ public:
     // where it is not to be closed now.
     Status Delete(const void* handle);
 
-    // Destroys all objects, in the order of their handles; no more can be made afterwards. Status::Failed, with nothing
-    // done, from a callback of one of them, where one of them waits (directly or through others) for the calling
-    // thread, and during another DeleteAll. Raises std::bad_alloc, with nothing done.
+    // Loads the decoder plug-ins of `directory`, for channels that are made later. Nothing is done in the code of a
+    // plug-in. Raises std::bad_alloc with nothing done.
+    void LoadDecoders(const char* directory);
+
+    // Destroys all objects, in the order of their handles, then unloads the plug-ins; no more can be made afterwards.
+    // Status::Failed, with nothing done, from a callback of one of them, in the code of a plug-in, where one of them
+    // waits (directly or through others) for the calling thread, and during another DeleteAll. Raises std::bad_alloc,
+    // with nothing done.
     Status DeleteAll();
 
 private:
     const Defaults m_defaults;
+    DecoderPlugins m_plugins;    // brings its own lock
 
     Mutex m_lock;
     std::map<const void*, std::unique_ptr<Deleter>> m_objects GUARDED_BY(m_lock);

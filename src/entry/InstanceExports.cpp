@@ -59,6 +59,15 @@ uint32_t Corvane_Release(void** instance) {
     });
 }
 
+uint32_t Corvane_LoadDecoders(void* instance, const char* directory) {
+    if (directory == nullptr)
+        return Status_InvalidArgument;
+    return OnInstance(instance, [&](CCorvane_Option& own) {
+        own.LoadDecoders(directory);
+        return Status::Ok;
+    });
+}
+
 uint32_t Corvane_GetVersionInfo(uint8_t* major, uint8_t* minor, uint8_t* build, uint8_t* revision) {
     *major = 5;
     *minor = 5;

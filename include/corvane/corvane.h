@@ -165,8 +165,8 @@
  *                Corvane_GetDecodedVideoFrame makes it, in any format, as often as it is asked
  *   push         Corvane_InputToBeDecodedMediaFrame hands the result to the callback of DecoderChannelSettings or option 18
  * The frames are those of a live channel; times do not count. Decoding starts with a key frame. A decoder that holds pictures
- * back, for their order or for its threads, gives none for its first frames and one for each that follows, with the record
- * of the frame that it belongs to; what it still holds when the channel is deleted is lost. Set *size to 0 before a call, and
+ * back, for their order or for its threads, gives none for its first frames and one for each that follows: the n-th
+ * picture has the record of the n-th frame. What it still holds when the channel is deleted is lost. Set *size to 0 before a call, and
  * it tells whether there was a picture. Options 6, 14 to 18, 22, 35, 46 to 48, 52, 53, 57 and 1000 count, and client filters
  * and Corvane_GetChannelStatistics work: a picture that was given out counts in picturesHandedOver, one that the next frame
  * overtakes in picturesReplaced, sound that was decoded in soundHeard.

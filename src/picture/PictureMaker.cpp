@@ -69,7 +69,8 @@ public:
     }
     uint64_t MostBytes(PictureSize size) const override { return FixedSize(size); }
     PictureView Over(PictureSize size, uint8_t* to) const override {
-        if (!IsInPlace(size) || PictureBytes(m_format, size.width, size.height) == 0)
+        const uint32_t row = IsPlanar(m_format) ? size.width : size.width * PixelBytes(m_format);
+        if (!IsInPlace(size) || RowBytes(m_format, size.width) != row)    // nobody would write the padding
             return {};
         std::memset(to, 0, m_nextPrefix);
         WriteHeader(size, to + m_nextPrefix);

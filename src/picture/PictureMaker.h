@@ -52,9 +52,9 @@ public:
     virtual uint64_t MostBytes(PictureSize size) const = 0;
     // Writes the output without its prefix to `to`: FixedSize bytes.
     virtual void MakeInto(uint8_t* to) const = 0;
-    // Where the output of this size is pixels after a header: writes prefix and header to `to`, FixedSize bytes and the
-    // prefix, and gives the view of the pixels there, for the caller to write. Else an empty view, and nothing is
-    // written.
+    // Where the output of this size is pixels after a header, in rows without padding: writes prefix and header to
+    // `to`, FixedSize bytes and the prefix, and gives the view of the pixels there, for the caller to write. Else an
+    // empty view, and nothing is written.
     virtual PictureView Over(PictureSize size, uint8_t* to) const = 0;
 };
 

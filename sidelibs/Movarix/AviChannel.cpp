@@ -227,7 +227,8 @@ void AviChannel::OnDecoded(void* context, uint32_t code, void* record) {
 }
 
 uint32_t AviChannel::AddDecoded(const RawPictureInfo& picture) {
-    return m_pictureCompressor->Add(picture, TimeMs(HeaderOf(picture.header)), m_recording->WantsKey(),
+    const int64_t timeMs = TimeMs(HeaderOf(picture.header));
+    return m_pictureCompressor->Add(picture, timeMs, m_recording->WantsKey(timeMs),
                                     [&](const Picture& encoded) { return m_recording->Add(encoded); });
 }
 
@@ -294,8 +295,11 @@ uint32_t AviChannel::SetOption(uint32_t id, uint32_t value) {
         return Status_NotSupported;
     const std::lock_guard lock(m_mutex);
     (id == MOVARIX_OPTION_PICTURES ? m_pictures : m_sound) = value != 0;
-    if (m_recording != nullptr)
+    if (m_recording != nullptr) {
         m_recording->ExpectPictures(m_pictures);
+        if (!m_sound)
+            m_recording->ForgetSound();
+    }
     return Status_Ok;
 }
 

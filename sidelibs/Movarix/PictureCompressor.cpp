@@ -217,6 +217,7 @@ uint32_t PictureCompressor::Add(const RawPictureInfo& picture, int64_t timeMs, b
         status = Open(width, height, timeMs - m_firstMs);
         if (!Failed(status))
             status = Encode(*first, m_firstMs, true, sink);
+        wantsKey = false;    // it was one
     }
     return Failed(status) ? status : Encode(*frame, timeMs, wantsKey, sink);
 }

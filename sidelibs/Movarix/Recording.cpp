@@ -52,16 +52,16 @@ uint32_t Recording::Open() {
     return m_status;
 }
 
-const PictureFormat* Recording::HeldFormat() const {
+const Picture* Recording::FirstHeld() const {
     for (const Held& held : m_held)
         if (held.picture)
-            return &held.picture->format;
+            return &*held.picture;
     return nullptr;
 }
 
 void Recording::Hold(const Picture& picture) {
     Held held;
-    held.bytes = Copied(HeldFormat() == nullptr ? picture.sets : View{}, picture.bytes);
+    held.bytes = Copied(FirstHeld() == nullptr ? picture.sets : View{}, picture.bytes);
     held.picture = picture;
     m_heldBytes += held.bytes.size();
     m_held.push_back(std::move(held));
@@ -78,12 +78,10 @@ void Recording::Hold(const Sound& sound) {
 bool Recording::IsHoldOver() const {
     if (m_held.empty())
         return false;
-    if (HeldFormat() == nullptr || m_heldBytes >= kMaxHeldBytes || m_held.size() >= kMaxHeld)
-        return true;
-    const auto first =
-        std::find_if(m_held.begin(), m_held.end(), [](const Held& held) { return held.picture.has_value(); });
-    const Held& last = m_held.back();
-    return last.picture && last.picture->timeMs - first->picture->timeMs >= kHoldMs;
+    const Picture* const first = FirstHeld();
+    const std::optional<Picture>& last = m_held.back().picture;
+    return first == nullptr || m_heldBytes >= kMaxHeldBytes || m_held.size() >= kMaxHeld ||
+           (last && last->timeMs - first->timeMs >= kHoldMs);
 }
 
 uint32_t Recording::Add(const Picture& picture) {
@@ -91,14 +89,15 @@ uint32_t Recording::Add(const Picture& picture) {
         return m_status;
     if (picture.format.width == 0 || picture.format.height == 0)
         return picture.begins ? Status_InvalidArgument : Status_Ok;
-    const PictureFormat* const format = m_file != nullptr ? (m_picture ? &*m_picture : nullptr) : HeldFormat();
+    const Picture* const held = FirstHeld();
+    const PictureFormat* const format = m_picture ? &*m_picture : held != nullptr ? &held->format : nullptr;
     const bool changes = format == nullptr || picture.format != *format;
-    const bool next = changes || (m_file != nullptr && (IsFull() || m_soundWaits || m_clock.IsTooSlow()));
-    if (picture.begins && next) {
-        if (format != nullptr || m_file != nullptr) {
-            WriteHeld();
-            EndFile();
-        }
+    const bool full = m_file != nullptr
+                          ? IsFull() || m_soundWaits || m_clock.IsTooSlow()
+                          : held != nullptr && IsFull(m_heldBytes, static_cast<double>(picture.timeMs - held->timeMs));
+    if (picture.begins && (changes || full)) {
+        WriteHeld();
+        EndFile();
     } else if (changes) {
         return m_status;    // no key frame has come since the change, or the start
     }
@@ -117,6 +116,7 @@ uint32_t Recording::Add(const Picture& picture) {
 uint32_t Recording::Add(const Sound& sound) {
     if (Failed(m_status))
         return m_status;
+    m_lastSound = sound.format;
     if (m_file == nullptr && m_held.empty() && m_expectsPictures)
         return m_status;
     if (m_file != nullptr && (m_sound != sound.format || (!m_picture && IsFull()))) {
@@ -155,6 +155,8 @@ void Recording::WriteHeld() {
             m_sound = m_sound ? m_sound : held.sound.format;
         }
     }
+    if (!m_sound)
+        m_sound = m_lastSound;    // it comes again
     if (!m_next.IsOpen() && !OpenNext())
         return;
     m_origin = m_picture ? times.front() : heldBack.front().sound.timeMs;
@@ -221,13 +223,23 @@ void Recording::Written() {
         m_file.reset();
 }
 
-bool Recording::IsFull() const {
-    if (m_file == nullptr)
-        return false;
+bool Recording::IsFull(uint64_t bytes, double ms) const {
     constexpr double kSlackMs = 0.5;
-    const double end = m_picture ? m_clock.EndMs() : m_soundClock ? m_soundClock->EndMs() : 0;
-    return (m_settings.maxBytes != 0 && m_file->FileBytes() >= m_settings.maxBytes) ||
-           (m_settings.maxSeconds != 0 && end + kSlackMs >= 1000.0 * m_settings.maxSeconds);
+    return (m_settings.maxBytes != 0 && bytes >= m_settings.maxBytes) ||
+           (m_settings.maxSeconds != 0 && ms + kSlackMs >= 1000.0 * m_settings.maxSeconds);
+}
+
+bool Recording::IsFull() const {
+    return m_file != nullptr && IsFull(m_file->FileBytes(), m_picture      ? m_clock.EndMs()
+                                                            : m_soundClock ? m_soundClock->EndMs()
+                                                                           : 0);
+}
+
+bool Recording::WantsKey(int64_t timeMs) const {
+    if (m_file != nullptr)
+        return !m_picture || IsFull();
+    const Picture* const held = FirstHeld();
+    return held == nullptr || IsFull(m_heldBytes, static_cast<double>(timeMs - held->timeMs));
 }
 
 void Recording::EndFile() {
@@ -237,6 +249,7 @@ void Recording::EndFile() {
     m_bytes = m_file->FileBytes();
     m_status = m_file->Status();
     m_file.reset();
+    m_picture.reset();
     m_soundWaits = false;
 }
 

@@ -35,11 +35,13 @@ public:
 
     // While `expected` sound waits for the first picture of a file; else it begins files.
     void ExpectPictures(bool expected) { m_expectsPictures = expected; }
+    // No more sound is to come: later files have no stream for it.
+    void ForgetSound() { m_lastSound.reset(); }
     uint32_t Add(const Picture& picture);
     uint32_t Add(const Sound& sound);
 
-    // Whether the next picture should be a key frame, where an encoder can choose.
-    bool WantsKey() const { return m_file == nullptr ? m_held.empty() : m_picture && IsFull(); }
+    // Whether a picture of this time should be a key frame, where an encoder can choose.
+    bool WantsKey(int64_t timeMs) const;
 
     // Writes what is held back, and the index.
     uint32_t Finish();
@@ -67,12 +69,15 @@ private:
     void Written();
     void EndFile();
     bool IsFull() const;
-    const PictureFormat* HeldFormat() const;
+    bool IsFull(uint64_t bytes, double ms) const;
+    const Picture* FirstHeld() const;
 
     const RecordingSettings m_settings;
     uint32_t m_status = Status_Ok;
     uint64_t m_bytes = 0;
     bool m_expectsPictures = true;
+
+    std::optional<SoundFormat> m_lastSound;    // of the last sound that came
 
     uint32_t m_number = 0;    // of the last file that was made
     OutputFile m_next;        // made, without a header

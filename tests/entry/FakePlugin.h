@@ -6,6 +6,7 @@
 #include <string>
 
 #include "corvane/decoder.h"
+#include "corvane/pellwick.h"
 
 namespace corvane::test {
 
@@ -18,6 +19,7 @@ struct FakeHost {
     // A picture of 64 x 32 that can be shared is made already; the result is that of the decoder.
     std::function<int32_t(const EncodedUnit&, DecodedFrame&, uint32_t* got)> onDecode;
     std::function<int32_t()> onShare;
+    std::function<LogTraceObject*()> onLog;    // a plug-in is a log library too
 
     static constexpr const char* kVariable = "CORVANE_FAKE_HOST";
     void Announce() const { setenv(kVariable, std::to_string(reinterpret_cast<uintptr_t>(this)).c_str(), 1); }

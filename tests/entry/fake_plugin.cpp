@@ -115,6 +115,9 @@ FACTORIES
 extern "C" __attribute__((visibility("default"))) int InUse() {
     return decoders + references;
 }
+extern "C" __attribute__((visibility("default"))) void LogTrace_GetGlobalObject(uint64_t, LogTraceObject** object) {
+    *object = Host().onLog ? Host().onLog() : nullptr;
+}
 #ifdef UNRESOLVED
 extern "C" int aFunctionOfNobody();
 int (*volatile unresolved)() = &aFunctionOfNobody;

@@ -5,6 +5,7 @@
 
 #include "base/JoinGuard.h"
 #include "base/Thread.h"
+#include "channels/ChannelDecoder.h"
 
 namespace corvane {
 
@@ -46,6 +47,19 @@ Status CCorvane_Option::CreateChannel(void** channel, const ChannelSettings* set
     return Status::Ok;
 }
 
+Status CCorvane_Option::CreateDecoderChannel(void** channel, const DecoderChannelSettings& settings) {
+    auto made = std::make_unique<CChannelDecoder>(settings, (m_defaults.flags & CORVANE_FLAG_DECODER_FALLBACK) != 0);
+    CChannelDecoder* const object = made.get();
+    std::unique_ptr<Deleter> owner = std::make_unique<DeleterImpl<CChannelDecoder>>(std::move(made));
+    MutexLock lock(m_lock);
+    if (m_releasing)
+        return Status::Failed;
+    object->SetFactories(WithoutAdapters(m_factories));
+    m_objects.emplace(object->Handle(), std::move(owner));
+    *channel = object->Handle();
+    return Status::Ok;
+}
+
 Status CCorvane_Option::Delete(const void* handle) {
     const JoinGuard end(handle);
     if (!end.Allowed())
@@ -53,6 +67,8 @@ Status CCorvane_Option::Delete(const void* handle) {
     std::unique_ptr<Deleter> dying;    // destroyed after the lock is dropped
     MutexLock lock(m_lock);
     if (const auto found = m_objects.find(handle); found != m_objects.end()) {
+        if (!found->second->Close())
+            return Status::Failed;
         dying = std::move(found->second);
         m_objects.erase(found);
     }

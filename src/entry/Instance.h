@@ -21,6 +21,8 @@ public:
     class Deleter {
     public:
         virtual ~Deleter() = default;
+        // IChannel::Close of the object.
+        virtual bool Close() = 0;
     };
 
     template <typename T>
@@ -28,6 +30,7 @@ public:
     public:
         explicit DeleterImpl(std::unique_ptr<T> object) : m_object(std::move(object)) {}
         ~DeleterImpl() override { m_object->End(); }
+        bool Close() override { return m_object->Close(); }
 
     private:
         std::unique_ptr<T> m_object;
@@ -50,7 +53,10 @@ public:
     // Raises std::bad_alloc and std::system_error; nothing is left then. Failed during DeleteAll.
     Status CreateChannel(void** channel, const ChannelSettings* settings);
 
-    // Destroys the object of `handle`, if this instance has it. Status::Failed from a callback of that channel.
+    Status CreateDecoderChannel(void** channel, const DecoderChannelSettings& settings);
+
+    // Destroys the object of `handle`, if this instance has it. Status::Failed from a callback of that channel, and
+    // where it is not to be closed now.
     Status Delete(const void* handle);
 
     // Loads the decoder plug-ins of `directory`, for channels that are made later. Nothing is done in the code of a

@@ -188,6 +188,23 @@
  * on a key frame gives way to software, without it pictures are lost until it goes on. The libraries stay loaded
  * until Corvane_Release has ended the channels (that of Dahua until the process ends). docs/plugins.md is for who writes one.
  *
+ * RECORDING. An AVI channel writes AVI files, through a side library that is loaded by name, Movarix.so, in the first
+ * Corvane_Initial of the process. Where it is missing, or lacks a function, the calls of this chapter return
+ * Status_WrongChannelType and nothing else changes. The side library decides about files and compressors: most calls pass
+ * their values on unread and return its status. movarix.h has the values that the Movarix.so of this package takes, and what a
+ * Movarix.so of somebody else must have. To record what a camera sends:
+ *
+ *     MovarixStart start = {.recordSize = sizeof start, .path = "camera.avi"};
+ *     Corvane_CreateAVIChannel(instance, &avi);
+ *     Corvane_StartAVIChannel(avi, (uintptr_t)&start);
+ *     ... Corvane_InputAVIMedia(avi, (uintptr_t)&header) for each frame, beside whatever else is done with it ...
+ *     Corvane_StopAVIChannel(avi);
+ *     Corvane_DeleteAVIChannel(instance, &avi);
+ *
+ * A live AVI channel (Corvane_CreateLiveAVIChannel) differs in how the side library takes times that jump. An exception of the
+ * side library becomes Status_Failed. A call that it makes to the client's side, with the channel's calls on its stack, counts
+ * as a callback of the AVI channel.
+ *
  * LOG. When this library is loaded it looks for Pellwick.so, in its own folder, LD_LIBRARY_PATH and the system's folders, and
  * sends its few log lines there: when a renderer failed and was replaced, and when a window cannot be drawn on. The one of
  * this package appends them to the file that the environment variable PELLWICK_FILE names when the process starts, with time
@@ -1083,7 +1100,8 @@ CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelU
 
 /*
  * Sets one option; a stop resets none. A decoder channel has those that DECODER CHANNELS names, with 16, 17 and 18 from its
- * settings at first. Options of this version (value; default):
+ * settings at first. On an AVI channel id, value and extra, each cut to 32 bits, go to the side library (movarix.h), whose
+ * status is returned. Options of this version (value; default):
  *   3   zero: the fixed border is not used; non-zero
  *   6   bytes of 0 before each raw picture; 0
  *   7, 8, 9, 10   left, right, top, bottom margin in pixels; 0
@@ -1338,6 +1356,70 @@ CORVANE_API uint32_t Corvane_InputToBeDecodedMediaFrame(void* channel, const Med
  * Status_InvalidArgument: channel is null, or width or height is 0. Status_WrongChannelType. [any]
  */
 CORVANE_API uint32_t Corvane_SetDecodeSize(void* channel, uint32_t width, uint32_t height);
+
+/* ---- Recording ------------------------------------------------------------------------------------------------------- */
+
+/*
+ * Make an AVI channel, stopped. On success *channel is a handle that lives until Corvane_DeleteAVIChannel or Corvane_Release.
+ * On failure *channel is unchanged.
+ * Status_InvalidArgument: a pointer is null, or instance the handle of a channel. Status_WrongChannelType: there is no side
+ * library. Status_OutOfMemory. Status_Failed: the instance is being released. Else the side library's status. [any]
+ */
+CORVANE_API uint32_t Corvane_CreateAVIChannel(void* instance, void** channel);
+CORVANE_API uint32_t Corvane_CreateLiveAVIChannel(void* instance, void** channel);
+
+/*
+ * Deletes *channel, which stops it first, and sets *channel to null. Where *channel is no AVI channel of this instance it is
+ * only set to null.
+ * Status_InvalidArgument: a pointer is null, or instance the handle of a channel. Status_WrongChannelType: there is no side
+ * library. Status_Failed: called inside a call of the side library on this channel, or from a callback of a decoder channel of
+ * the instance, which the side library may be waiting for; nothing was done. Blocks as long as the side library does. [any*]
+ */
+CORVANE_API uint32_t Corvane_DeleteAVIChannel(void* instance, void** channel);
+
+/*
+ * Begin and end a file. `value`: what the side library takes; of this package a const MovarixStart*.
+ * Status_InvalidArgument: channel is null. Status_WrongChannelType. Else the side library's status. [any]
+ */
+CORVANE_API uint32_t Corvane_StartAVIChannel(void* channel, uint64_t value);
+CORVANE_API uint32_t Corvane_StopAVIChannel(void* channel);
+
+/*
+ * Hand over one frame: encoded (of this package a const MediaFrameHeader*) or decoded (of `kind`, of MOVARIX_DECODED_*).
+ * Statuses as Corvane_StartAVIChannel. [any]
+ */
+CORVANE_API uint32_t Corvane_InputAVIMedia(void* channel, uint64_t value);
+CORVANE_API uint32_t Corvane_InputDecodedAVIMedia(void* channel, uint32_t kind, uint64_t value);
+
+/*
+ * Bytes written to the current file so far. `value`: of this package a uint64_t* that gets them. Status_Failed also where the
+ * side library is too old to tell. Statuses as Corvane_StartAVIChannel. [any]
+ */
+CORVANE_API uint32_t Corvane_GetCurrentAVIFileSize(void* channel, uint64_t value);
+
+/*
+ * What frames are compressed to, for channels of the instance that are made later. Of this package Choose takes the type, the
+ * bit rate and the key interval, and Set and Get a MovarixCompressor*.
+ * Status_InvalidArgument: instance is null, or the handle of a channel. Status_WrongChannelType: there is no side library. Else
+ * the side library's status. [any]
+ */
+CORVANE_API uint32_t Corvane_ChooseVideoCompressor(void* instance, uint64_t a, uint64_t b, uint64_t c);
+CORVANE_API uint32_t Corvane_ChooseAudioCompressor(void* instance, uint64_t a, uint64_t b, uint64_t c);
+CORVANE_API uint32_t Corvane_SetVideoCompressorParam(void* instance, uint64_t value);
+CORVANE_API uint32_t Corvane_GetVideoCompressorParam(void* instance, uint64_t value);
+CORVANE_API uint32_t Corvane_SetAudioCompressorParam(void* instance, uint64_t value);
+CORVANE_API uint32_t Corvane_GetAudioCompressorParam(void* instance, uint64_t value);
+
+/*
+ * The same for one channel.
+ * Statuses as Corvane_StartAVIChannel. [any]
+ */
+CORVANE_API uint32_t Corvane_ChooseChannelVideoCompressor(void* channel, uint64_t a, uint64_t b, uint64_t c);
+CORVANE_API uint32_t Corvane_ChooseChannelAudioCompressor(void* channel, uint64_t a, uint64_t b, uint64_t c);
+CORVANE_API uint32_t Corvane_SetChannelVideoCompressorParam(void* channel, uint64_t value);
+CORVANE_API uint32_t Corvane_GetChannelVideoCompressorParam(void* channel, uint64_t value);
+CORVANE_API uint32_t Corvane_SetChannelAudioCompressorParam(void* channel, uint64_t value);
+CORVANE_API uint32_t Corvane_GetChannelAudioCompressorParam(void* channel, uint64_t value);
 
 #ifdef __cplusplus
 }

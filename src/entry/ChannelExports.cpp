@@ -7,6 +7,7 @@
 #include "corvane/corvane.h"
 #include "entry/Guard.h"
 
+using corvane::CAVIChannel;
 using corvane::CChannelDecoder;
 using corvane::CCorvane_Option;
 using corvane::CRenderMgr;

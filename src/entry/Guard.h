@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/Status.h"
+#include "channels/AVIChannel.h"
 #include "channels/ChannelDecoder.h"
 #include "channels/StreamChannel.h"
 #include "entry/Handle.h"

@@ -32,7 +32,9 @@ uint32_t Corvane_InitialEx(void** instance, CorvaneStreamInfoCallback streamInfo
         if ((flags & CORVANE_FLAG_GDI) != 0 && (flags & CORVANE_FLAG_NO_FALLBACK) != 0)
             return Status::InvalidArgument;
         const CCorvane_Option::Defaults defaults{streamInfo, osd, audioWindow, audioFocusMode, flags, background};
-        *instance = std::make_unique<CCorvane_Option>(defaults).release()->Handle();
+        auto made = std::make_unique<CCorvane_Option>(defaults);
+        made->OpenAvi();
+        *instance = made.release()->Handle();
         return Status::Ok;
     });
 }

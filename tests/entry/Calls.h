@@ -12,7 +12,14 @@
 namespace corvane::test {
 
 // Kinds of handles that an export accepts, as bits; kAnything looks at none.
-enum Accepts : uint32_t { kAnything = 0, kInstance = 1, kStream = 2, kDecoder = 4, kChannels = kStream | kDecoder };
+enum Accepts : uint32_t {
+    kAnything = 0,
+    kInstance = 1,
+    kStream = 2,
+    kDecoder = 4,
+    kAvi = 8,
+    kChannels = kStream | kDecoder | kAvi
+};
 
 struct Call {
     const char* name;    // of the export, without its prefix
@@ -32,7 +39,7 @@ Call OnChannel(const char* name, Export function, Arguments... arguments) {
 template <typename... Arguments>
 Call OnEither(Arguments... arguments) {
     Call call = OnChannel(arguments...);
-    call.accepts = kChannels;
+    call.accepts = kStream | kDecoder;
     return call;
 }
 // One that takes decoder channels alone.
@@ -53,6 +60,28 @@ inline uint32_t FirstFailure(std::initializer_list<uint32_t> statuses) {
         if (status != Status_Ok)
             return status;
     return Status_Ok;
+}
+
+// One that takes every channel.
+template <typename... Arguments>
+Call OnAny(Arguments... arguments) {
+    Call call = OnChannel(arguments...);
+    call.accepts = kChannels;
+    return call;
+}
+// One that takes AVI channels alone.
+template <typename... Arguments>
+Call OnAvi(Arguments... arguments) {
+    Call call = OnChannel(arguments...);
+    call.accepts = kAvi;
+    call.onOwn = call.onOther = call.onDecoder = Status_WrongChannelType;
+    return call;
+}
+// One that needs a side library, which the tests of all calls do not have.
+template <typename Export, typename... Arguments>
+Call OnModule(const char* name, Export function, Arguments... arguments) {
+    return {name, kInstance, [=](void* instance, void*) { return function(instance, arguments...); },
+            Status_WrongChannelType};
 }
 
 template <typename Initial, typename... Background>
@@ -140,6 +169,7 @@ inline std::vector<Call> Calls() {
     static DecodedAudioInfo samples{.capacity = sizeof bytes, .pcm = bytes};
     static DecodedPictureSize pictureSize;
     static uint32_t size;
+    static void* made;
     const CorvanePictureCallback onPicture = [](void*, const PseudoFrame*) {};
     const CorvaneAfterDisplayCallback onDisplay = [](void*, const AfterDisplayRecord*) {};
     const auto deleted = [](void* instance, void* channel) { return Corvane_DeleteChannel(instance, &channel); };
@@ -177,7 +207,7 @@ inline std::vector<Call> Calls() {
         {"StopChannel", kStream, [](void*, void* c) { return Corvane_StopChannel(c); }, Status_Failed, Status_Ok},
         OnChannel("InputEncodedMediaFrame", &Flood),
         OnChannel("UpdateChannelSettings", &Corvane_UpdateChannelSettings, &update),
-        OnEither("SetChannelOption", &EveryOption),
+        OnAny("SetChannelOption", &EveryOption),
         OnChannel("SetBufferTime", &Corvane_SetBufferTime, 1),
         OnChannel("SetDisplayMode", &Corvane_SetDisplayMode, 0),
         OnChannel("GetRemainingQueueElementCount", &Corvane_GetRemainingQueueElementCount, &state),
@@ -204,6 +234,26 @@ inline std::vector<Call> Calls() {
         OnDecoder(Status_Failed, "GetDecodedVideoFrame", &Corvane_GetDecodedVideoFrame, 0, &picture, 11, 0, &size),
         OnDecoder(Status_Failed, "InputToBeDecodedMediaFrame", &Corvane_InputToBeDecodedMediaFrame, &video),
         OnDecoder(Status_Ok, "SetDecodeSize", &Corvane_SetDecodeSize, 32, 32),
+        OnModule("CreateAVIChannel", &Corvane_CreateAVIChannel, &made),
+        OnModule("CreateLiveAVIChannel", &Corvane_CreateLiveAVIChannel, &made),
+        OnModule("DeleteAVIChannel", &Corvane_DeleteAVIChannel, &made),
+        OnAvi("StartAVIChannel", &Corvane_StartAVIChannel, 0),
+        OnAvi("StopAVIChannel", &Corvane_StopAVIChannel),
+        OnAvi("InputAVIMedia", &Corvane_InputAVIMedia, 0),
+        OnAvi("InputDecodedAVIMedia", &Corvane_InputDecodedAVIMedia, 1, 0),
+        OnAvi("GetCurrentAVIFileSize", &Corvane_GetCurrentAVIFileSize, 0),
+        OnModule("ChooseVideoCompressor", &Corvane_ChooseVideoCompressor, 0, 0, 0),
+        OnModule("ChooseAudioCompressor", &Corvane_ChooseAudioCompressor, 0, 0, 0),
+        OnModule("SetVideoCompressorParam", &Corvane_SetVideoCompressorParam, 0),
+        OnModule("GetVideoCompressorParam", &Corvane_GetVideoCompressorParam, 0),
+        OnModule("SetAudioCompressorParam", &Corvane_SetAudioCompressorParam, 0),
+        OnModule("GetAudioCompressorParam", &Corvane_GetAudioCompressorParam, 0),
+        OnAvi("ChooseChannelVideoCompressor", &Corvane_ChooseChannelVideoCompressor, 0, 0, 0),
+        OnAvi("ChooseChannelAudioCompressor", &Corvane_ChooseChannelAudioCompressor, 0, 0, 0),
+        OnAvi("SetChannelVideoCompressorParam", &Corvane_SetChannelVideoCompressorParam, 0),
+        OnAvi("GetChannelVideoCompressorParam", &Corvane_GetChannelVideoCompressorParam, 0),
+        OnAvi("SetChannelAudioCompressorParam", &Corvane_SetChannelAudioCompressorParam, 0),
+        OnAvi("GetChannelAudioCompressorParam", &Corvane_GetChannelAudioCompressorParam, 0),
     };
 }
 

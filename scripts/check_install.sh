@@ -40,6 +40,23 @@ LD_LIBRARY_PATH=$(pkg-config --variable=libdir corvane)
 export LD_LIBRARY_PATH
 "$work/first" "$work/key.h264" | grep -q '^picture 320 x 240'
 
+# The example of a plug-in, built by CMake and by hand, is loaded by the installed library, and unloaded with the instance.
+mkdir "$work/plugins"
+# shellcheck disable=SC2046
+cc "${options[@]}" -shared -fPIC "$source/examples/decoder_plugin.c" -o "$work/plugins/DecoderIsolated_QuickSync.so" \
+    $(pkg-config --cflags --libs libavcodec libavutil)
+for folder in "$work/plugins" "$work/cmake"; do
+    python3 - "$folder" <<'PY'
+import ctypes, sys
+library = ctypes.CDLL("libcorvane.so.5")
+instance = ctypes.c_void_p()
+mapped = lambda: open("/proc/self/maps").read().count(sys.argv[1] + "/DecoderIsolated_QuickSync.so") > 0
+assert library.Corvane_Initial(ctypes.byref(instance), None, None, None, 0, 0, 0x0505, 0) == 0
+assert library.Corvane_LoadDecoders(instance, sys.argv[1].encode()) == 0 and mapped()
+assert library.Corvane_Release(ctypes.byref(instance)) == 0 and not mapped()
+PY
+done
+
 # What the example of raw sound writes is what another decoder gives.
 ffmpeg -nostdin -v error -f lavfi -i sine=440 -t 1 -ar 8000 -ac 1 -f alaw "$work/sine.alaw"
 ffmpeg -nostdin -v error -f alaw -ar 8000 -ac 1 -i "$work/sine.alaw" -f s16le "$work/sine.pcm"

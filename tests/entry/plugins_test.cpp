@@ -398,6 +398,26 @@ TEST(Plugins, Faults) {
     }
 }
 
+// The example for who writes a plug-in: its pictures, by reference, and its end.
+TEST(Plugins, TheExampleDecodes) {
+    const auto stream = MakeVideo({.frames = 10});
+    EXPECT_EQ(InChild([&] {
+                  std::string text;
+                  {
+                      Player player("example");
+                      Corvane_SetChannelOption(player.channel, 46, 3, 0);
+                      Corvane_StartChannel(player.channel, 0);
+                      for (int i = 0; i < 10; ++i)
+                          player.Feed(VideoHeader(kH264, stream[static_cast<size_t>(i)].bytes,
+                                                  stream[static_cast<size_t>(i)].key, 40 * i));
+                      text = player.kinds.Take();
+                      EXPECT_TRUE(Eventually([&] { return (text += player.shown.Take()).size() >= 11; }));
+                  }
+                  return text + (MappedBytes("example/DecoderIsolated", false) == 0 ? "" : " mapped");
+              }),
+              "30123456789");
+}
+
 // Code of a plug-in that calls every export, on its own channel and on another instance's: what would wait is refused.
 TEST(Plugins, EveryExportInTheCodeOfAPlugin) {
     enum class Code { Start, End, Make, Decode, Destroy };

@@ -107,7 +107,7 @@ for file in sorted((root / "src").rglob("*")):
 for name in [f"{folder}/{face}" for folder, faces in FACES.items() for face in faces] + sum(SYSTEM.values(), []):
     if not (root / "src" / name).exists():
         faults.append(f"{name}: stands in a list of {pathlib.Path(__file__).name}, and is not there")
-for folder in ("include", "apps", "examples"):
+for folder in ("include", "apps", "examples", "sidelibs"):
     for file in sorted((root / folder).rglob("*.[ch]*")):
         for quote, name in include.findall(file.read_text()):
             if name.split("/")[0] in ROOMS:

@@ -7,7 +7,7 @@ failed=0
 
 # The comments of include/ hold tables, which clang-format would break up.
 git ls-files -z 'src/*.h' 'src/*.cpp' 'apps/*.h' 'apps/*.cpp' 'tests/*.h' 'tests/*.c' 'tests/*.cpp' 'bench/*.h' 'bench/*.c' \
-    'bench/*.cpp' 'fuzz/*.h' 'fuzz/*.cpp' 'tools/*.cpp' | xargs -0 clang-format-14 --dry-run -Werror || failed=1
+    'bench/*.cpp' 'fuzz/*.h' 'fuzz/*.cpp' 'tools/*.cpp' 'sidelibs/*.h' 'sidelibs/*.cpp' | xargs -0 clang-format-14 --dry-run -Werror || failed=1
 
 cmake -S . -B build/tidy -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCORVANE_BUILD_TESTS=OFF \
     -DCORVANE_BUILD_FUZZ=OFF -DCORVANE_BUILD_BENCH=OFF -DCORVANE_BUILD_PLAYER=OFF >/dev/null

@@ -31,21 +31,27 @@
  *   [any*]    any client thread and callbacks of other channels; from inside a callback or filter of the same channel
  *             (for Corvane_Release: of any channel of that instance) the call returns Status_Failed at once and does
  *             nothing.
- * Each channel has one worker thread while it is started, and one render thread from creation to deletion.
+ * Each live channel has one worker thread while it is started, and one render thread from creation to deletion. A decoder
+ * channel has no thread.
  *
  * CALLBACKS. No lock of the library is held while a callback runs, so every pair of callback and export either
  * completes or returns Status_Failed at once; none hangs:
  *
  *   callback            thread          [any] exports   [any*] exports, own channel   [any*] exports, other channel
  *   stream info         worker          complete        Status_Failed                 complete
- *   client filter       worker, render  complete        Status_Failed                 complete
+ *   client filter       worker, render; complete        Status_Failed                 complete
+ *                       the caller's
  *   picture             render thread   complete        Status_Failed                 complete
  *   on-screen text      render thread   complete        Status_Failed                 complete
  *   after display       render thread   complete        Status_Failed                 complete
  *   raw pictures        render thread   complete        Status_Failed                 complete
  *   raw sound           sound device's  complete        Status_Failed                 complete
  *   still overlay       the caller's    complete        Status_Failed                 complete
+ *   decoded data        the caller's    complete        Status_Failed                 complete
+ *   code of a plug-in   any             complete        Status_Failed                 Status_Failed
  *
+ * In the code of a plug-in (while it is loaded or unloaded, in a factory, in a call on a decoder) a still of a decoded
+ * picture and a display are Status_Failed too, of every channel.
  * Corvane_InputEncodedMediaFrame on a channel that blocks when full (option 42 given as 0) does not block inside a
  * callback; it returns Status_QueueFull there. Of two channels whose callbacks stop or delete each other at the same
  * moment one is refused with Status_Failed.
@@ -151,6 +157,39 @@
  *   ALAW
  *   G726     not counted; codes go on across frames; `audioBitRate` is  one a code, 8000 Hz, one channel
  *            16000, 24000, 32000 or 40000
+ *
+ * DECODER CHANNELS. A decoder channel (Corvane_CreateDecoderChannel, also on an instance of flag 0x0001) decodes on the thread
+ * of its caller and gives the result back: no queue, no window, no clock, no thread. One frame in, one result out:
+ *   pull         Corvane_DecodeVideo and Corvane_DecodeAudio fill memory of the caller
+ *   split pull   Corvane_DecodeVideoDecodeOnly decodes and tells how many bytes the picture takes;
+ *                Corvane_GetDecodedVideoFrame makes it, in any format, as often as it is asked
+ *   push         Corvane_InputToBeDecodedMediaFrame hands the result to the callback of DecoderChannelSettings or option 18
+ * The frames are those of a live channel; times do not count. Decoding starts with a key frame. A decoder that holds pictures
+ * back, for their order or for its threads, gives none for its first frames and one for each that follows: the n-th
+ * picture has the record of the n-th frame. What it still holds when the channel is deleted is lost. Set *size to 0 before a call, and
+ * it tells whether there was a picture. Options 6, 14 to 18, 22, 35, 46 to 48, 52, 53, 57 and 1000 count, and client filters
+ * and Corvane_GetChannelStatistics work: a picture that was given out counts in picturesHandedOver, one that the next frame
+ * overtakes in picturesReplaced, sound that was decoded in soundHeard.
+ *   One call at a time: a call on a decoder channel that is inside another one, on another thread or from its own callback
+ * or filter, returns Status_Failed and does nothing, and so do both deletes. Options, filters and the decode size may be
+ * changed at any time, and count from the next output on. Different channels are independent.
+ *
+ * RECORDING. An AVI channel writes AVI files, through a side library that is loaded by name, Movarix.so, in the first
+ * Corvane_Initial of the process. Where it is missing, or lacks a function, the calls of this chapter return
+ * Status_WrongChannelType and nothing else changes. The side library decides about files and compressors: most calls pass
+ * their values on unread and return its status. movarix.h has the values that the Movarix.so of this package takes, and what a
+ * Movarix.so of somebody else must have. To record what a camera sends:
+ *
+ *     MovarixStart start = {.recordSize = sizeof start, .path = "camera.avi"};
+ *     Corvane_CreateAVIChannel(instance, &avi);
+ *     Corvane_StartAVIChannel(avi, (uintptr_t)&start);
+ *     ... Corvane_InputAVIMedia(avi, (uintptr_t)&header) for each frame, beside whatever else is done with it ...
+ *     Corvane_StopAVIChannel(avi);
+ *     Corvane_DeleteAVIChannel(instance, &avi);
+ *
+ * A live AVI channel (Corvane_CreateLiveAVIChannel) differs in how the side library takes times that jump. An exception of the
+ * side library becomes Status_Failed. A call that it makes to the client's side, with the channel's calls on its stack, counts
+ * as a callback of the AVI channel.
  *
  * Strict C99, C++ through extern "C". All records are little-endian with the natural alignment of a 64-bit build.
  */
@@ -675,6 +714,9 @@ typedef struct RawAudioInfo {
  * sound device. There is none where no sound is played.
  * The two never run at the same time for one channel; a callback that takes long makes the other one wait, and sound
  * stutters. After Corvane_StopChannel has returned neither runs.
+ * A decoder channel calls it inside Corvane_InputToBeDecodedMediaFrame with the same records: the picture in the format of
+ * option 16 and the size of Corvane_SetDecodeSize, or the samples. An exception of it becomes Status_Failed. Only a callback of
+ * option 22 may ask for repetitions there.
  */
 typedef void (*CorvaneRawCallback)(void* context, uint32_t code, void* record);
 
@@ -861,7 +903,7 @@ typedef struct ChannelStatistics {
     uint64_t picturesReplaced;         /* 168 before the render thread took them */
     uint64_t picturesTaken;            /* 176 by the render thread */
     uint64_t picturesPut;              /* 184 on a window */
-    uint64_t picturesHandedOver;       /* 192 to the picture callback */
+    uint64_t picturesHandedOver;       /* 192 to the picture callback; to the client of a decoder channel */
     uint64_t picturesNotPutBusy;       /* 200 the X server was not ready until the next picture came */
     uint64_t picturesNotPutNowhere;    /* 208 no window, or none that can be drawn on */
     uint64_t picturesNotPutOff;        /* 216 presenting is off */
@@ -875,7 +917,7 @@ typedef struct ChannelStatistics {
     uint64_t age95;                    /* 264 which 95 of 100 of those do not exceed */
     uint64_t reserved[3];              /* 272 written as 0 */
     /* Frames of sound. */
-    uint64_t soundHeard;               /* 296 decoded and played, at whatever volume */
+    uint64_t soundHeard;               /* 296 decoded and played, at whatever volume; decoder channel: decoded */
     uint64_t soundLostRing;            /* 304 43 frames waited already: they come faster than the device plays */
     uint64_t soundLostDecoder;         /* 312 no decoder for them, or not decodable: 1024 bytes of silence for each */
     uint64_t soundNotPlayed;           /* 320 no device (none, all 15 in use, not yet open, a format beyond its bounds),
@@ -953,6 +995,17 @@ CORVANE_API uint32_t Corvane_InitialEx(void** instance, CorvaneStreamInfoCallbac
  */
 CORVANE_API uint32_t Corvane_Release(void** instance);
 
+/*
+ * Loads the decoder plug-ins of `directory`: see PLUG-INS. Channels that are made later can use them. The name is taken as
+ * it is: a relative one counts from the working directory of the process; an empty one leaves the search to the loader;
+ * the loader replaces $ORIGIN, which is the folder of this library, $LIB and $PLATFORM in it. What is found is not
+ * reported: option 46, 52 or 53 and code 13 of the stream-info callback say whether a channel has a decoder of that kind.
+ * Status_InvalidArgument: a pointer is null, or instance the handle of a channel. Status_OutOfMemory: nothing was done.
+ * Otherwise Status_Ok, also where nothing was found. In the code of a plug-in nothing is done. Blocks while libraries
+ * start, and for a load in another thread. [any]
+ */
+CORVANE_API uint32_t Corvane_LoadDecoders(void* instance, const char* directory);
+
 /* Writes the version of the library; no pointer may be null. Status_Ok. [any] */
 CORVANE_API uint32_t Corvane_GetVersionInfo(uint8_t* major, uint8_t* minor, uint8_t* build, uint8_t* revision);
 
@@ -1026,7 +1079,9 @@ CORVANE_API uint32_t Corvane_InputEncodedMediaFrame(void* channel, const MediaFr
 CORVANE_API uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelUpdate* update);
 
 /*
- * Sets one option; a stop resets none. Options of this version (value; default):
+ * Sets one option; a stop resets none. A decoder channel has those that DECODER CHANNELS names, with 16, 17 and 18 from its
+ * settings at first. On an AVI channel id, value and extra, each cut to 32 bits, go to the side library (movarix.h), whose
+ * status is returned. Options of this version (value; default):
  *   3   zero: the fixed border is not used; non-zero
  *   6   bytes of 0 before each raw picture; 0
  *   7, 8, 9, 10   left, right, top, bottom margin in pixels; 0
@@ -1203,6 +1258,148 @@ CORVANE_API uint32_t Corvane_SetRotateOption(void* channel, double angle);
 
 /* Ends rotation; off already is no error. Status_InvalidArgument: channel is null. Status_WrongChannelType. [any] */
 CORVANE_API uint32_t Corvane_DisableRotateFilter(void* channel);
+
+/* ---- Decoder channels ------------------------------------------------------------------------------------------------ */
+
+/*
+ * Makes a decoder channel. `settings` is copied. On success *channel is a handle that lives until
+ * Corvane_DeleteDecoderChannel or Corvane_Release. On failure *channel is unchanged and no memory remains.
+ * Status_InvalidArgument: a pointer is null, or instance the handle of a channel. Status_OutOfMemory. Status_Failed: the
+ * instance is being released. Does not block. [any]
+ */
+CORVANE_API uint32_t Corvane_CreateDecoderChannel(void* instance, void** channel, const DecoderChannelSettings* settings);
+
+/*
+ * Destroys *channel and sets *channel to null; either delete takes any kind of channel. Where *channel is no channel of this
+ * instance it is only set to null.
+ * Status_InvalidArgument: instance or channel is null, or instance the handle of a channel; nothing was done.
+ * Status_Failed: a call on it runs, on any thread; nothing was done. [any*]
+ */
+CORVANE_API uint32_t Corvane_DeleteDecoderChannel(void* instance, void** channel);
+
+/*
+ * Decodes one frame of video and writes its picture, in the format of option 16, to info->buffer, of info->capacity bytes;
+ * *size gets the bytes written, with the prefix of option 6. Where this frame brings no picture, and with option 14 off, it
+ * returns Status_Ok, and *info and *size are unchanged.
+ * Status_InvalidArgument: a pointer is null, also info->buffer with a capacity. Status_WrongChannelType.
+ * Status_UnsupportedMedia: no frame of video; placeholders are none here. Status_OutOfMemory. Status_UnknownPictureFormat.
+ * Status_BufferTooSmall: nothing was written, and Corvane_GetDecodedVideoFrame still gives the picture. Status_Failed: the
+ * frame cannot be read, it could not be decoded, no key frame has come, there is no decoder for it; the decode size is beyond
+ * 16384 pixels a side or 2^26 in all; a picture of odd width or height was asked for in 24 or 32 bits a pixel, which this call,
+ * unlike a still, does not give; a call on the channel runs. After each of them the channel goes on. What info->buffer holds
+ * after Status_Failed is undefined. Blocks for the decoding. [any*]
+ */
+CORVANE_API uint32_t Corvane_DecodeVideo(void* channel, const MediaFrameHeader* frame, DecodedVideoInfo* info,
+                                         uint32_t* size);
+
+/*
+ * Decodes one frame of sound and writes its samples to info->pcm, of info->capacity bytes; *size gets the bytes written.
+ * With option 15 off it returns Status_Ok and changes nothing. 576,000 bytes hold any frame.
+ * Status_InvalidArgument: a pointer is null, also info->pcm with a capacity. Status_WrongChannelType.
+ * Status_UnsupportedMedia: no frame of sound. Status_OutOfMemory. Status_BufferTooSmall: nothing was written, and these samples
+ * are lost. Status_Failed: the frame cannot be read, there is no decoder for it, it could not be decoded, or a call on the
+ * channel runs. [any*]
+ */
+CORVANE_API uint32_t Corvane_DecodeAudio(void* channel, const MediaFrameHeader* frame, DecodedAudioInfo* info,
+                                         uint32_t* size);
+
+/*
+ * Decodes one frame of video, and makes no picture yet. Where the frame brings one, *picture gets its size and *size the
+ * bytes that it takes in the format of option 16, without a prefix: a buffer of *size and the prefix is always enough. Of a
+ * JPEG it is a bound. Where it brings none, *picture and *size are unchanged.
+ * Statuses as Corvane_DecodeVideo, but for those of the buffer and of the picture's format. [any*]
+ */
+CORVANE_API uint32_t Corvane_DecodeVideoDecodeOnly(void* channel, const MediaFrameHeader* frame,
+                                                   DecodedPictureSize* picture, uint32_t* size);
+
+/*
+ * Writes the picture of the last decode to info->buffer, as Corvane_DecodeVideo does, but in `format`, of
+ * CORVANE_PICTURE_*, after `prefix` bytes of 0; as often as it is called. Without a picture, and before the first decode,
+ * it returns Status_Ok and changes nothing. `reserved` is ignored.
+ * Statuses as Corvane_DecodeVideo, but for those of the frame. [any*]
+ */
+CORVANE_API uint32_t Corvane_GetDecodedVideoFrame(void* channel, uint32_t reserved, DecodedVideoInfo* info,
+                                                  uint32_t format, uint32_t prefix, uint32_t* size);
+
+/*
+ * Decodes one frame of video or sound and calls the raw callback with the result, before it returns: that of option 22 where
+ * it is set, also for sound, else that of the settings or option 18. The callback of option 22 gets the same picture again,
+ * in requestedFormat, as long as it sets `repeat`.
+ * Status_InvalidArgument: a pointer is null. Otherwise statuses as Corvane_DecodeVideo, but for those of the buffer;
+ * Status_Failed also where the callback raised an exception. [any*]
+ */
+CORVANE_API uint32_t Corvane_InputToBeDecodedMediaFrame(void* channel, const MediaFrameHeader* frame);
+
+/*
+ * From now on pictures are scaled (option 57) to this size, each side rounded up to even. There is no way back to the size
+ * of the stream. A size beyond the limits is refused by the calls that decode.
+ * Status_InvalidArgument: channel is null, or width or height is 0. Status_WrongChannelType. [any]
+ */
+CORVANE_API uint32_t Corvane_SetDecodeSize(void* channel, uint32_t width, uint32_t height);
+
+/* ---- Recording ------------------------------------------------------------------------------------------------------- */
+
+/*
+ * Make an AVI channel, stopped. On success *channel is a handle that lives until Corvane_DeleteAVIChannel or Corvane_Release.
+ * On failure *channel is unchanged.
+ * Status_InvalidArgument: a pointer is null, or instance the handle of a channel. Status_WrongChannelType: there is no side
+ * library. Status_OutOfMemory. Status_Failed: the instance is being released. Else the side library's status. [any]
+ */
+CORVANE_API uint32_t Corvane_CreateAVIChannel(void* instance, void** channel);
+CORVANE_API uint32_t Corvane_CreateLiveAVIChannel(void* instance, void** channel);
+
+/*
+ * Deletes *channel, which stops it first, and sets *channel to null. Where *channel is no AVI channel of this instance it is
+ * only set to null.
+ * Status_InvalidArgument: a pointer is null, or instance the handle of a channel. Status_WrongChannelType: there is no side
+ * library. Status_Failed: called inside a call of the side library on this channel, or from a callback of a decoder channel of
+ * the instance, which the side library may be waiting for; nothing was done. Blocks as long as the side library does. [any*]
+ */
+CORVANE_API uint32_t Corvane_DeleteAVIChannel(void* instance, void** channel);
+
+/*
+ * Begin and end a file. `value`: what the side library takes; of this package a const MovarixStart*.
+ * Status_InvalidArgument: channel is null. Status_WrongChannelType. Else the side library's status. [any]
+ */
+CORVANE_API uint32_t Corvane_StartAVIChannel(void* channel, uint64_t value);
+CORVANE_API uint32_t Corvane_StopAVIChannel(void* channel);
+
+/*
+ * Hand over one frame: encoded (of this package a const MediaFrameHeader*) or decoded (of `kind`, of MOVARIX_DECODED_*).
+ * Statuses as Corvane_StartAVIChannel. [any]
+ */
+CORVANE_API uint32_t Corvane_InputAVIMedia(void* channel, uint64_t value);
+CORVANE_API uint32_t Corvane_InputDecodedAVIMedia(void* channel, uint32_t kind, uint64_t value);
+
+/*
+ * Bytes written to the current file so far. `value`: of this package a uint64_t* that gets them. Status_Failed also where the
+ * side library is too old to tell. Statuses as Corvane_StartAVIChannel. [any]
+ */
+CORVANE_API uint32_t Corvane_GetCurrentAVIFileSize(void* channel, uint64_t value);
+
+/*
+ * What frames are compressed to, for channels of the instance that are made later. Of this package Choose takes the type, the
+ * bit rate and the key interval, and Set and Get a MovarixCompressor*.
+ * Status_InvalidArgument: instance is null, or the handle of a channel. Status_WrongChannelType: there is no side library. Else
+ * the side library's status. [any]
+ */
+CORVANE_API uint32_t Corvane_ChooseVideoCompressor(void* instance, uint64_t a, uint64_t b, uint64_t c);
+CORVANE_API uint32_t Corvane_ChooseAudioCompressor(void* instance, uint64_t a, uint64_t b, uint64_t c);
+CORVANE_API uint32_t Corvane_SetVideoCompressorParam(void* instance, uint64_t value);
+CORVANE_API uint32_t Corvane_GetVideoCompressorParam(void* instance, uint64_t value);
+CORVANE_API uint32_t Corvane_SetAudioCompressorParam(void* instance, uint64_t value);
+CORVANE_API uint32_t Corvane_GetAudioCompressorParam(void* instance, uint64_t value);
+
+/*
+ * The same for one channel.
+ * Statuses as Corvane_StartAVIChannel. [any]
+ */
+CORVANE_API uint32_t Corvane_ChooseChannelVideoCompressor(void* channel, uint64_t a, uint64_t b, uint64_t c);
+CORVANE_API uint32_t Corvane_ChooseChannelAudioCompressor(void* channel, uint64_t a, uint64_t b, uint64_t c);
+CORVANE_API uint32_t Corvane_SetChannelVideoCompressorParam(void* channel, uint64_t value);
+CORVANE_API uint32_t Corvane_GetChannelVideoCompressorParam(void* channel, uint64_t value);
+CORVANE_API uint32_t Corvane_SetChannelAudioCompressorParam(void* channel, uint64_t value);
+CORVANE_API uint32_t Corvane_GetChannelAudioCompressorParam(void* channel, uint64_t value);
 
 #ifdef __cplusplus
 }

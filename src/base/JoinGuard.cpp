@@ -33,7 +33,7 @@ bool JoinGuard::Reaches(const void* target, const void* waiter) noexcept NO_THRE
 }
 
 JoinGuard::JoinGuard(const void* target) noexcept : m_waiter(Thread::ThreadOwner()), m_target(target) {
-    if (Thread::WorksFor(target)) {
+    if (Thread::WorksFor(target) || Thread::InPlugin()) {
         m_allowed = false;
         return;
     }

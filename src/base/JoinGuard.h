@@ -9,7 +9,7 @@ namespace corvane {
 class JoinGuard {
 public:
     // `target`: the owner of the threads that are to be joined. A thread of the client is refused only inside a
-    // callback of `target`.
+    // callback of `target` and in the code of a plug-in, where every thread is refused.
     explicit JoinGuard(const void* target) noexcept;
     ~JoinGuard();
     JoinGuard(const JoinGuard&) = delete;

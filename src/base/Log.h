@@ -5,7 +5,8 @@
 
 namespace corvane::log {
 
-// `format` has exactly one %p, for `object`. May be called from any thread, under any lock: it must not call back.
+// `file` names the place in the code as logs know it, without an ending; `format` has exactly one %p, for `object`. Any
+// thread, with no lock of the library held: the logger is somebody else's.
 using Hook = void (*)(int level, const char* file, int line, const char* format, const void* object);
 
 inline std::atomic<Hook> hook{nullptr};

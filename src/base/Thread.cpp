@@ -52,6 +52,11 @@ bool Thread::WorksFor(const void* owner) noexcept {
     return owner != nullptr && currentOwner == owner;
 }
 
+const void* Thread::PluginCode() noexcept {
+    static constexpr char kOwner = 0;
+    return &kOwner;
+}
+
 Thread::ScopedOwner::ScopedOwner(const void* owner) noexcept : m_owner(owner), m_outer(innermost) {
     innermost = this;
 }

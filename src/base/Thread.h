@@ -26,6 +26,10 @@ public:
     static const void* ThreadOwner() noexcept;
     // Whether the calling thread is inside a callback of `owner`.
     static bool WorksFor(const void* owner) noexcept;
+    // The owner of a ScopedOwner around a call into the code of a plug-in. Locks may be held there that a wait or a
+    // still would need: the decoder's, and the loader's while a library starts or ends.
+    static const void* PluginCode() noexcept;
+    static bool InPlugin() noexcept { return WorksFor(PluginCode()); }
 
     // Lives around a callback that runs on the caller's thread: until its end the thread works for `owner` too.
     class ScopedOwner {

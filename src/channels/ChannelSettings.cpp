@@ -51,7 +51,7 @@ Status StreamChannel::Update(const ChannelUpdate& update) {
 }
 
 Status StreamChannel::SetOption(int32_t id, uint64_t value, uint64_t extra) {
-    OptionTargets targets{.stream = this};
+    OptionTargets targets{.stream = this, .raw = &m_render.Raw(), .video = &m_video.Settings()};
     return ApplyOption(GetChannelType(), targets, id, value, extra);
 }
 

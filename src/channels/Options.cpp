@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "channels/ChannelDecoder.h"
 #include "channels/StreamChannel.h"
 #include "corvane/corvane.h"
 
@@ -11,6 +12,16 @@ namespace {
 
 using Targets = OptionTargets;
 
+// Calls `set` with what makes the pictures of the channel.
+template <typename Set>
+Status OnPictures(Targets& targets, Set set) {
+    if (targets.stream != nullptr)
+        set(targets.stream->Render());
+    else
+        set(*targets.decoder);
+    return Status::Ok;
+}
+
 template <uint32_t Edges::*Edge>
 Status SetMargin(Targets& targets, uint64_t value, uint64_t) {
     targets.stream->Render().SetMargin(Edge, static_cast<uint32_t>(value));
@@ -19,7 +30,7 @@ Status SetMargin(Targets& targets, uint64_t value, uint64_t) {
 
 template <void (VideoDecoderHolder::*Setter)(uint32_t)>
 Status SetDecoder(Targets& targets, uint64_t value, uint64_t) {
-    (targets.stream->Video().Settings().*Setter)(static_cast<uint32_t>(value));
+    (targets.video->*Setter)(static_cast<uint32_t>(value));
     return Status::Ok;
 }
 
@@ -31,15 +42,14 @@ Status SetRender(Targets& targets, uint64_t value, uint64_t) {
 
 template <uint32_t RawSettings::*Field>
 Status SetRaw(Targets& targets, uint64_t value, uint64_t) {
-    targets.stream->Render().Raw().Set(Field, static_cast<uint32_t>(value));
+    targets.raw->Set(Field, static_cast<uint32_t>(value));
     return Status::Ok;
 }
 
 // Here the context comes first.
 template <ClientCallback<CorvaneRawCallback> RawSettings::*Which>
 Status SetRawCallback(Targets& targets, uint64_t value, uint64_t extra) {
-    targets.stream->Render().Raw().SetCallback(
-        Which, {reinterpret_cast<CorvaneRawCallback>(extra), reinterpret_cast<void*>(value)});
+    targets.raw->SetCallback(Which, {reinterpret_cast<CorvaneRawCallback>(extra), reinterpret_cast<void*>(value)});
     return Status::Ok;
 }
 
@@ -57,7 +67,7 @@ constexpr OptionRow kRows[] = {
          return Status::Ok;
      },
      "zero: the fixed border is not used"},
-    {CORVANE_OPTION_RAW_PREFIX, kStreamKinds, SetRaw<&RawSettings::prefix>, "bytes of 0 before each raw picture"},
+    {CORVANE_OPTION_RAW_PREFIX, kDecodingKinds, SetRaw<&RawSettings::prefix>, "bytes of 0 before each raw picture"},
     {CORVANE_OPTION_MARGIN_LEFT, kStreamKinds, SetMargin<&Edges::left>, "left, right, top, bottom margin"},
     {CORVANE_OPTION_MARGIN_RIGHT, kStreamKinds, SetMargin<&Edges::right>, "left, right, top, bottom margin"},
     {CORVANE_OPTION_MARGIN_TOP, kStreamKinds, SetMargin<&Edges::top>, "left, right, top, bottom margin"},
@@ -69,27 +79,31 @@ constexpr OptionRow kRows[] = {
          return Status::Ok;
      },
      "media mode"},
-    {CORVANE_OPTION_RAW_PICTURES, kStreamKinds,
+    {CORVANE_OPTION_RAW_PICTURES, kDecodingKinds,
      [](Targets& targets, uint64_t value, uint64_t) {
-         targets.stream->Render().Raw().Set(&RawSettings::pictures, value != 0);
+         targets.raw->Set(&RawSettings::pictures, value != 0);
          return Status::Ok;
      },
      "zero: no raw pictures"},
-    {CORVANE_OPTION_RAW_SOUND, kStreamKinds,
+    {CORVANE_OPTION_RAW_SOUND, kDecodingKinds,
      [](Targets& targets, uint64_t value, uint64_t) {
-         targets.stream->Render().Raw().Set(&RawSettings::sound, value != 0);
+         targets.raw->Set(&RawSettings::sound, value != 0);
          return Status::Ok;
      },
      "zero: no raw sound"},
-    {CORVANE_OPTION_RAW_FORMAT, kStreamKinds, SetRaw<&RawSettings::format>, "format of raw pictures"},
-    {CORVANE_OPTION_JPEG_QUALITY, kStreamKinds,
+    {CORVANE_OPTION_RAW_FORMAT, kDecodingKinds, SetRaw<&RawSettings::format>, "format of raw pictures"},
+    {CORVANE_OPTION_JPEG_QUALITY, kDecodingKinds,
      [](Targets& targets, uint64_t value, uint64_t) {
-         targets.stream->Stills().SetQuality(static_cast<uint32_t>(value));
+         const auto quality = static_cast<uint32_t>(value);
+         if (targets.stream != nullptr)
+             targets.stream->Stills().SetQuality(quality);
+         else
+             targets.decoder->SetQuality(quality);
          return Status::Ok;
      },
      "quality of JPEG stills"},
-    {CORVANE_OPTION_RAW_CALLBACK, kStreamKinds, SetRawCallback<&RawSettings::first>, "context of the raw callback"},
-    {CORVANE_OPTION_RAW_CALLBACK_2, kStreamKinds, SetRawCallback<&RawSettings::second>, "context of a raw callback"},
+    {CORVANE_OPTION_RAW_CALLBACK, kDecodingKinds, SetRawCallback<&RawSettings::first>, "context of the raw callback"},
+    {CORVANE_OPTION_RAW_CALLBACK_2, kDecodingKinds, SetRawCallback<&RawSettings::second>, "context of a raw callback"},
     {CORVANE_OPTION_LOGO_FILE, kStreamKinds,
      [](Targets& targets, uint64_t value, uint64_t) {
          return value != 0 ? targets.stream->Render().SetLogoFile(reinterpret_cast<const char*>(value))
@@ -107,10 +121,9 @@ constexpr OptionRow kRows[] = {
          return Status::Ok;
      },
      "empties the queue"},
-    {CORVANE_OPTION_SMOOTHING, kStreamKinds,
+    {CORVANE_OPTION_SMOOTHING, kDecodingKinds,
      [](Targets& targets, uint64_t value, uint64_t) {
-         targets.stream->Render().SetDeinterlace(value != 0);
-         return Status::Ok;
+         return OnPictures(targets, [&](auto& pictures) { pictures.SetDeinterlace(value != 0); });
      },
      "non-zero: pictures marked interlaced are smoothed"},
     {CORVANE_OPTION_FULL_QUEUE, kStreamKinds,
@@ -121,12 +134,12 @@ constexpr OptionRow kRows[] = {
      "zero: a full queue blocks"},
     {CORVANE_OPTION_TEXT_POLICY, kStreamKinds, SetRender<&CRenderMgr::SetOsdPolicy>,
      "when on-screen text is refreshed"},
-    {CORVANE_OPTION_H264_DECODER, kStreamKinds, SetDecoder<&VideoDecoderHolder::SetH264Kind>, "hardware kind"},
-    {CORVANE_OPTION_NO_EFFECT, kStreamKinds, [](Targets&, uint64_t, uint64_t) { return Status::Ok; },
+    {CORVANE_OPTION_H264_DECODER, kDecodingKinds, SetDecoder<&VideoDecoderHolder::SetH264Kind>, "hardware kind"},
+    {CORVANE_OPTION_NO_EFFECT, kDecodingKinds, [](Targets&, uint64_t, uint64_t) { return Status::Ok; },
      "accepted, no effect"},
-    {CORVANE_OPTION_DECODER_THREADS, kStreamKinds, SetDecoder<&VideoDecoderHolder::SetThreads>, "decoding threads"},
-    {CORVANE_OPTION_MPEG4_DECODER, kStreamKinds, SetDecoder<&VideoDecoderHolder::SetMpeg4Kind>, "hardware kind"},
-    {CORVANE_OPTION_H265_DECODER, kStreamKinds, SetDecoder<&VideoDecoderHolder::SetHevcKind>, "hardware kind"},
+    {CORVANE_OPTION_DECODER_THREADS, kDecodingKinds, SetDecoder<&VideoDecoderHolder::SetThreads>, "decoding threads"},
+    {CORVANE_OPTION_MPEG4_DECODER, kDecodingKinds, SetDecoder<&VideoDecoderHolder::SetMpeg4Kind>, "hardware kind"},
+    {CORVANE_OPTION_H265_DECODER, kDecodingKinds, SetDecoder<&VideoDecoderHolder::SetHevcKind>, "hardware kind"},
     {CORVANE_OPTION_BACKWARD_MEMORY, kStreamKinds, SetDecoder<&VideoDecoderHolder::SetBackwardMemoryMode>,
      "memory mode of backward play"},
     {CORVANE_OPTION_STILL_OVERLAY, kStreamKinds,
@@ -136,13 +149,17 @@ constexpr OptionRow kRows[] = {
          return Status::Ok;
      },
      "still overlay, a CorvaneOsdCallback"},
-    {CORVANE_OPTION_RESIZE_KIND, kStreamKinds, SetRender<&CRenderMgr::SetResizeType>, "resize kind"},
-    {CORVANE_OPTION_COLOURS, kStreamKinds,
+    {CORVANE_OPTION_RESIZE_KIND, kDecodingKinds,
+     [](Targets& targets, uint64_t value, uint64_t) {
+         return OnPictures(targets, [&](auto& pictures) { pictures.SetResizeType(static_cast<uint32_t>(value)); });
+     },
+     "resize kind"},
+    {CORVANE_OPTION_COLOURS, kDecodingKinds,
      [](Targets& targets, uint64_t value, uint64_t) {
          if (value > CORVANE_COLOURS_SIGNALLED)
              return Status::InvalidArgument;
-         targets.stream->Render().SetSignalledColours(value == CORVANE_COLOURS_SIGNALLED);
-         return Status::Ok;
+         return OnPictures(targets,
+                           [&](auto& pictures) { pictures.SetSignalledColours(value == CORVANE_COLOURS_SIGNALLED); });
      },
      "by which colours RGB is made"},
 };

@@ -9,17 +9,25 @@
 
 namespace corvane {
 
+class CChannelDecoder;
+class RawClient;
 class StreamChannel;
+class VideoDecoderHolder;
 
 // Bits of the kinds that know an option: of ChannelType.
 constexpr uint8_t KindBit(ChannelType type) {
     return static_cast<uint8_t>(1u << static_cast<uint32_t>(type));
 }
 inline constexpr uint8_t kStreamKinds = KindBit(ChannelType::Live) | KindBit(ChannelType::Playback);
+inline constexpr uint8_t kDecodingKinds = kStreamKinds | KindBit(ChannelType::Decoder);
 
 // The objects that options act on. A kind of channel fills those that it has; a row uses only those of its kinds.
 struct OptionTargets {
     StreamChannel* stream = nullptr;
+    CChannelDecoder* decoder = nullptr;    // this or `stream`
+    // Of both.
+    RawClient* raw = nullptr;
+    VideoDecoderHolder* video = nullptr;
 };
 
 struct OptionRow {

@@ -167,13 +167,13 @@ Status StillPipeline::Snapshot(uint32_t format, bool zoomed, PictureBuffer& out)
         return Status::InvalidArgument;
     CORVANE_RETURN_IF_FAILED(Take(still));
     IPictureMaker& maker = *still.maker;
-    const bool straight = maker.FixedSize() != 0;
-    if (!straight)
+    const uint32_t fixed = maker.FixedSize({maker.GetWidth(), maker.GetHeight()});
+    if (fixed == 0)
         CORVANE_RETURN_IF_FAILED(Finish(maker));
-    CORVANE_RETURN_IF_FAILED(ReservePicture(out, straight ? maker.FixedSize() : maker.GetSize()));
+    CORVANE_RETURN_IF_FAILED(ReservePicture(out, fixed != 0 ? fixed : maker.GetSize()));
     out.width = maker.GetWidth();
     out.height = maker.GetHeight();
-    if (straight)
+    if (fixed != 0)
         maker.MakeInto(out.data);
     else
         std::memcpy(out.data, maker.GetData(), maker.GetSize());

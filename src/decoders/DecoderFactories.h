@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/Thread.h"
 #include "corvane/decoder.h"
 
 // On every function that calls a decoder which may come from a plug-in: an object laid out in C has no C++ type
@@ -40,9 +41,20 @@ struct DecoderFactories {
     Plain GetDecoderIsolated_QuickSync_HEVC = nullptr;
 };
 
+// What a channel without a window has: the same without the forms that are told the display adapter.
+inline DecoderFactories WithoutAdapters(DecoderFactories factories) {
+    factories.GetDecoderIsolated_CUVID_MP4V_v2 = nullptr;
+    factories.GetDecoderIsolated_CUVID_H264_v2 = nullptr;
+    factories.GetDecoderIsolated_CUVID_HEVC_v2 = nullptr;
+    factories.GetDecoderIsolated_DXVA2_v2 = nullptr;
+    factories.GetDecoderIsolated_DXVA2_HEVC_v2 = nullptr;
+    return factories;
+}
+
 // A decoder ends by its own Destroy: it may come from another allocator.
 struct DecoderDestroyer {
     CORVANE_CALLS_PLUGIN void operator()(DecoderContext* decoder) const noexcept {
+        const Thread::ScopedOwner scope(Thread::PluginCode());
         try {
             decoder->Destroy();
         } catch (...) {    // a plug-in that throws loses only its own object
@@ -56,6 +68,7 @@ template <typename Factory, typename... Arguments>
 DecoderPtr CallFactory(Factory factory, Arguments... arguments) noexcept {
     if (factory == nullptr)
         return nullptr;
+    const Thread::ScopedOwner scope(Thread::PluginCode());
     try {
         return DecoderPtr(factory(arguments...));
     } catch (...) {

@@ -211,6 +211,7 @@ bool VideoDecoderHolder::FallBack(const MediaFrameImpl& frame) {
 
 // Negative also for an exception and for an impossible picture.
 int32_t VideoDecoderHolder::CallDecoder(const EncodedUnit& unit, uint32_t* got, DecodedFrame* picture) noexcept {
+    const Thread::ScopedOwner scope(Thread::PluginCode());    // also of our own decoders, which call no exports
     try {
         const int32_t result = m_decoder->DecodeVideo(picture, got, &unit);
         if (result < 0 || *got == 0)
@@ -233,6 +234,7 @@ SharedPicture VideoDecoderHolder::TakeReference(const DecodedFrame& decoded, uin
     DecodedFrame told{};
     DecodedFrame picture = decoded;
     picture.owner = nullptr;
+    const Thread::ScopedOwner scope(Thread::PluginCode());
     try {
         if (got == kCanBeShared && m_decoder->ShareFrame(&told, kVersion) >= 0) {
             picture.owner = told.owner;

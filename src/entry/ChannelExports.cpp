@@ -7,7 +7,12 @@
 #include "corvane/corvane.h"
 #include "entry/Guard.h"
 
+using corvane::CAVIChannel;
+using corvane::CChannelDecoder;
 using corvane::CCorvane_Option;
+using corvane::CRenderMgr;
+using corvane::OnChannel;
+using corvane::OnChannelWith;
 using corvane::OnInstance;
 using corvane::OnStream;
 using corvane::PlainObjectOf;
@@ -18,10 +23,17 @@ using QMRX::Filter::IFilter;
 
 namespace {
 
-// For exports with a second required pointer. A null pointer is reported before the class of the handle is checked.
 template <typename Body>
 uint32_t OnStreamWith(void* channel, const void* required, Body&& body) noexcept {
-    return required == nullptr ? Status_InvalidArgument : OnStream(channel, std::forward<Body>(body));
+    return OnChannelWith<StreamChannel>(channel, required, std::forward<Body>(body));
+}
+
+// What makes the pictures of a channel.
+CRenderMgr& PicturesOf(StreamChannel& channel) {
+    return channel.Render();
+}
+CChannelDecoder& PicturesOf(CChannelDecoder& channel) {
+    return channel;
 }
 
 uint32_t TakeSnapshot(void* channel, PictureBuffer* picture, uint32_t flags, bool zoomed) noexcept {
@@ -72,13 +84,7 @@ uint32_t Corvane_CreateChannel(void* instance, void** channel, const ChannelSett
 }
 
 uint32_t Corvane_DeleteChannel(void* instance, void** channel) {
-    if (channel == nullptr)
-        return Status_InvalidArgument;
-    return OnInstance(instance, [&](CCorvane_Option& own) {
-        CORVANE_RETURN_IF_FAILED(own.Delete(*channel));
-        *channel = nullptr;
-        return Status::Ok;
-    });
+    return corvane::DeleteFrom(instance, channel);
 }
 
 uint32_t Corvane_StartChannel(void* channel, uint32_t options) {
@@ -99,7 +105,8 @@ uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelUpdate* updat
 }
 
 uint32_t Corvane_SetChannelOption(void* channel, int32_t id, uint64_t value, uint64_t extra) {
-    return OnStream(channel, [&](StreamChannel& stream) { return stream.SetOption(id, value, extra); });
+    return OnChannel<StreamChannel, CChannelDecoder>(channel,
+                                                     [&](auto& target) { return target.SetOption(id, value, extra); });
 }
 
 uint32_t Corvane_SetBufferTime(void* channel, uint32_t milliseconds) {
@@ -118,13 +125,13 @@ uint32_t Corvane_GetRemainingQueueElementCount(void* channel, QueueState* state)
 }
 
 uint32_t Corvane_GetChannelStatistics(void* channel, ChannelStatistics* statistics) {
-    return OnStreamWith(channel, statistics, [&](StreamChannel& stream) {
+    return OnChannelWith<StreamChannel, CChannelDecoder>(channel, statistics, [&](auto& target) {
         const uint32_t room = statistics->recordSize;
         if (room < sizeof room)
             return Status::InvalidArgument;
         ChannelStatistics whole{};
         whole.recordSize = std::min<uint32_t>(room, sizeof whole);
-        stream.GetStatistics(whole);
+        target.GetStatistics(whole);
         std::memcpy(statistics, &whole, whole.recordSize);
         return Status::Ok;
     });
@@ -183,14 +190,13 @@ uint32_t Corvane_FreePicture(PictureBuffer* picture) {
 }
 
 uint32_t Corvane_InsertFilter(void* channel, void* filter) {
-    return OnStreamWith(channel, filter, [&](StreamChannel& stream) {
-        return stream.Render().InsertFilter(PlainObjectOf<IFilter>(filter));
-    });
+    return OnChannelWith<StreamChannel, CChannelDecoder>(
+        channel, filter, [&](auto& target) { return PicturesOf(target).InsertFilter(PlainObjectOf<IFilter>(filter)); });
 }
 
 uint32_t Corvane_RemoveFilter(void* channel, void* filter) {
-    return OnStreamWith(channel, filter,
-                        [&](StreamChannel& stream) { stream.Render().RemoveFilter(PlainObjectOf<IFilter>(filter)); });
+    return OnChannelWith<StreamChannel, CChannelDecoder>(
+        channel, filter, [&](auto& target) { PicturesOf(target).RemoveFilter(PlainObjectOf<IFilter>(filter)); });
 }
 
 uint32_t Corvane_EnableRotateFilter(void* channel, double angle) {

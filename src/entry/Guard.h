@@ -7,6 +7,8 @@
 #include <utility>
 
 #include "base/Status.h"
+#include "channels/AVIChannel.h"
+#include "channels/ChannelDecoder.h"
 #include "channels/StreamChannel.h"
 #include "entry/Handle.h"
 #include "entry/Instance.h"
@@ -32,6 +34,17 @@ uint32_t OnInstance(void* handle, Body&& body) noexcept {
     return Guard([&] {
         auto* const instance = ObjectOf<CCorvane_Option>(handle);
         return instance == nullptr ? Status::InvalidArgument : body(*instance);
+    });
+}
+
+// Deletes any kind of channel.
+inline uint32_t DeleteFrom(void* instance, void** channel) noexcept {
+    if (channel == nullptr)
+        return static_cast<uint32_t>(Status::InvalidArgument);
+    return OnInstance(instance, [&](CCorvane_Option& own) {
+        CORVANE_RETURN_IF_FAILED(own.Delete(*channel));
+        *channel = nullptr;
+        return Status::Ok;
     });
 }
 
@@ -63,6 +76,13 @@ uint32_t OnChannel(void* handle, Body&& body) noexcept {
 template <typename Body>
 uint32_t OnStream(void* channel, Body&& body) noexcept {
     return OnChannel<StreamChannel>(channel, std::forward<Body>(body));
+}
+
+// For exports with a second required pointer. A null pointer is reported before the class of the handle is checked.
+template <typename... Classes, typename Body>
+uint32_t OnChannelWith(void* channel, const void* required, Body&& body) noexcept {
+    return required == nullptr ? static_cast<uint32_t>(Status::InvalidArgument)
+                               : OnChannel<Classes...>(channel, std::forward<Body>(body));
 }
 
 }    // namespace corvane

@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "base/JoinGuard.h"
+#include "base/Thread.h"
+#include "channels/ChannelDecoder.h"
 
 namespace corvane {
 
@@ -45,6 +47,19 @@ Status CCorvane_Option::CreateChannel(void** channel, const ChannelSettings* set
     return Status::Ok;
 }
 
+Status CCorvane_Option::CreateDecoderChannel(void** channel, const DecoderChannelSettings& settings) {
+    auto made = std::make_unique<CChannelDecoder>(settings, (m_defaults.flags & CORVANE_FLAG_DECODER_FALLBACK) != 0);
+    CChannelDecoder* const object = made.get();
+    std::unique_ptr<Deleter> owner = std::make_unique<DeleterImpl<CChannelDecoder>>(std::move(made));
+    MutexLock lock(m_lock);
+    if (m_releasing)
+        return Status::Failed;
+    object->SetFactories(WithoutAdapters(m_factories));
+    m_objects.emplace(object->Handle(), std::move(owner));
+    *channel = object->Handle();
+    return Status::Ok;
+}
+
 Status CCorvane_Option::Delete(const void* handle) {
     const JoinGuard end(handle);
     if (!end.Allowed())
@@ -52,15 +67,49 @@ Status CCorvane_Option::Delete(const void* handle) {
     std::unique_ptr<Deleter> dying;    // destroyed after the lock is dropped
     MutexLock lock(m_lock);
     if (const auto found = m_objects.find(handle); found != m_objects.end()) {
+        if (!found->second->Channel().Close())
+            return Status::Failed;
         dying = std::move(found->second);
         m_objects.erase(found);
     }
     return Status::Ok;
 }
 
+void CCorvane_Option::OpenAvi() {
+    std::shared_ptr<AviModule> module = AviModule::Make(Handle());
+    MutexLock lock(m_lock);
+    m_avi = std::move(module);
+}
+
+std::shared_ptr<AviModule> CCorvane_Option::Avi() {
+    MutexLock lock(m_lock);
+    return m_avi;
+}
+
+Status CCorvane_Option::DeleteAvi(const void* handle) {
+    std::shared_ptr<AviModule> module;
+    {
+        MutexLock lock(m_lock);
+        for (const auto& [object, owner] : m_objects)
+            if (owner->Channel().GetChannelType() == ChannelType::Decoder && Thread::WorksFor(object))
+                return Status::Failed;
+        module = m_avi;
+    }
+    return module != nullptr ? module->Delete(handle) : Status::WrongChannelType;
+}
+
+void CCorvane_Option::LoadDecoders(const char* directory) {
+    m_plugins.Load(directory, [this](const DecoderFactories& found) {
+        MutexLock lock(m_lock);
+        m_factories = found;
+    });
+}
+
 Status CCorvane_Option::DeleteAll() {
+    if (Thread::InPlugin() || Thread::WorksFor(Handle()))    // the latter: the side library's start
+        return Status::Failed;
     std::list<JoinGuard> guards;    // of all objects; they live until the last object has ended
-    std::map<const void*, std::unique_ptr<Deleter>> dying;
+    std::shared_ptr<AviModule> module;
     {
         MutexLock lock(m_lock);
         if (m_releasing)
@@ -68,11 +117,21 @@ Status CCorvane_Option::DeleteAll() {
         for (const auto& [handle, owner] : m_objects)
             if (!guards.emplace_back(handle).Allowed())
                 return Status::Failed;
+        if (m_avi != nullptr && !m_avi->Guard(guards))
+            return Status::Failed;
         m_releasing = true;
+        module = m_avi;
+    }
+    if (module != nullptr)
+        module->Release();    // it may delete decoder channels of its own
+    std::map<const void*, std::unique_ptr<Deleter>> dying;
+    {
+        MutexLock lock(m_lock);
         dying.swap(m_objects);
     }
     while (!dying.empty())
         dying.erase(dying.begin());
+    m_plugins.Close();    // after the decoders
     return Status::Ok;
 }
 

@@ -32,7 +32,9 @@ uint32_t Corvane_InitialEx(void** instance, CorvaneStreamInfoCallback streamInfo
         if ((flags & CORVANE_FLAG_GDI) != 0 && (flags & CORVANE_FLAG_NO_FALLBACK) != 0)
             return Status::InvalidArgument;
         const CCorvane_Option::Defaults defaults{streamInfo, osd, audioWindow, audioFocusMode, flags, background};
-        *instance = std::make_unique<CCorvane_Option>(defaults).release()->Handle();
+        auto made = std::make_unique<CCorvane_Option>(defaults);
+        made->OpenAvi();
+        *instance = made.release()->Handle();
         return Status::Ok;
     });
 }
@@ -55,6 +57,15 @@ uint32_t Corvane_Release(void** instance) {
         // A host that leaves SDL next would wait for ever for a device that is being closed meanwhile.
         if (Thread::CurrentOwner() == nullptr)
             (void)DeviceKeeper::Process().WaitSettled(kDevicesLimit);
+        return Status::Ok;
+    });
+}
+
+uint32_t Corvane_LoadDecoders(void* instance, const char* directory) {
+    if (directory == nullptr)
+        return Status_InvalidArgument;
+    return OnInstance(instance, [&](CCorvane_Option& own) {
+        own.LoadDecoders(directory);
         return Status::Ok;
     });
 }

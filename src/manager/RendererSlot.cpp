@@ -74,22 +74,26 @@ void RendererSlot::Replace(RendererPtr renderer) {
 
 bool RendererSlot::ReplaceFailed(const Seat& failed, const PresentSettings& settings) {
     const RendererTraits& traits = failed.renderer->Traits();
-    MutexLock lock(m_lock);
-    if (m_seat.id != failed.id)
-        return true;    // another thread has replaced it
-    if (traits.followsOnFailure == nullptr)
-        return false;
-    const bool wasDefault = *traits.followsOnFailure != *kDefaultRenderer;
-    if (wasDefault && (settings.flags & CORVANE_FLAG_NO_FALLBACK) != 0)
-        return false;
-    RendererPtr next = wasDefault ? MakeNamed(traits.followsOnFailure, settings) : MakeDefault(settings);
-    if (next == nullptr)
-        return false;
-    if (const char* const line = FailureLine(traits.name, next->Traits().name))
-        log::Line(3, __FILE__, __LINE__, line, m_owner);
-    ReplaceLocked(std::move(next));
-    if (wasDefault && m_fallbackEvent == 0)
-        m_fallbackEvent = 1;
+    const char* line;
+    {
+        MutexLock lock(m_lock);
+        if (m_seat.id != failed.id)
+            return true;    // another thread has replaced it
+        if (traits.followsOnFailure == nullptr)
+            return false;
+        const bool wasDefault = *traits.followsOnFailure != *kDefaultRenderer;
+        if (wasDefault && (settings.flags & CORVANE_FLAG_NO_FALLBACK) != 0)
+            return false;
+        RendererPtr next = wasDefault ? MakeNamed(traits.followsOnFailure, settings) : MakeDefault(settings);
+        if (next == nullptr)
+            return false;
+        line = FailureLine(traits.name, next->Traits().name);
+        ReplaceLocked(std::move(next));
+        if (wasDefault && m_fallbackEvent == 0)
+            m_fallbackEvent = 1;
+    }
+    if (line != nullptr)
+        log::Line(3, "src/RenderMgr", __LINE__, line, m_owner);
     return true;
 }
 

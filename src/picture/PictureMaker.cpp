@@ -52,20 +52,29 @@ public:
         return m_made && IsInPlace(m_size) ? m_input.Data() + m_start - HeaderBytes() - m_prefix : m_output.Data();
     }
     uint32_t GetSize() const override {
-        return m_made && IsInPlace(m_size) ? m_prefix + FixedSize() : static_cast<uint32_t>(m_output.Size());
+        return m_made && IsInPlace(m_size) ? m_prefix + FixedSize(m_size) : static_cast<uint32_t>(m_output.Size());
     }
     uint32_t GetWidth() const override { return m_size.width; }
     uint32_t GetHeight() const override { return m_size.height; }
     Status Make() override {
         if (IsInPlace(m_size)) {
-            WriteHeader(m_input.Data() + m_start - HeaderBytes());
-        } else if (uint8_t* const out = Output(FixedSize()); out != nullptr) {
+            WriteHeader(m_size, m_input.Data() + m_start - HeaderBytes());
+        } else if (uint8_t* const out = Output(FixedSize(m_size)); out != nullptr) {
             MakeInto(out);
         } else {
             return Status::OutOfMemory;
         }
         m_made = true;
         return Status::Ok;
+    }
+    uint64_t MostBytes(PictureSize size) const override { return FixedSize(size); }
+    PictureView Over(PictureSize size, uint8_t* to) const override {
+        const uint32_t row = IsPlanar(m_format) ? size.width : size.width * PixelBytes(m_format);
+        if (!IsInPlace(size) || RowBytes(m_format, size.width) != row)    // nobody would write the padding
+            return {};
+        std::memset(to, 0, m_nextPrefix);
+        WriteHeader(size, to + m_nextPrefix);
+        return LayOut(to + m_nextPrefix + HeaderBytes(), RowBytes(m_format, size.width), size, m_format);
     }
 
 protected:
@@ -74,7 +83,7 @@ protected:
     // Whether the output, after its header, is the picture as it lies in the buffer.
     virtual bool IsInPlace(PictureSize size) const = 0;
     virtual uint32_t HeaderBytes() const { return 0; }
-    virtual void WriteHeader(uint8_t*) const {}
+    virtual void WriteHeader(PictureSize, uint8_t*) const {}
 
     // Memory for an output of `size` bytes after the prefix. Null without memory; the old output is then unchanged.
     uint8_t* Output(uint64_t size) {
@@ -90,7 +99,9 @@ protected:
     PictureView Input() const {
         return LayOut(m_input.Data() + m_start, RowBytes(m_format, m_size.width), m_size, m_format);
     }
-    uint32_t InputBytes() const { return static_cast<uint32_t>(PictureBytes(m_format, m_size.width, m_size.height)); }
+    uint32_t InputBytes(PictureSize size) const {
+        return static_cast<uint32_t>(PictureBytes(m_format, size.width, size.height));
+    }
 
     const uint32_t m_format;    // of the input in memory
     const AlignedBuffer::Use m_use;
@@ -106,26 +117,29 @@ protected:
 class CPictureMakerBMP final : public PictureMaker {
 public:
     using PictureMaker::PictureMaker;
-    uint32_t FixedSize() const override { return HeaderBytes() + InputBytes(); }
+    uint32_t FixedSize(PictureSize size) const override { return HeaderBytes() + InputBytes(size); }
     void MakeInto(uint8_t* to) const override {
-        WriteHeader(to);
-        std::memcpy(to + HeaderBytes(), m_input.Data() + m_start, InputBytes());
+        WriteHeader(m_size, to);
+        std::memcpy(to + HeaderBytes(), m_input.Data() + m_start, InputBytes(m_size));
     }
 
 private:
     bool IsInPlace(PictureSize) const override { return true; }
     uint32_t HeaderBytes() const override { return BmpHeaderBytes(m_format); }
-    void WriteHeader(uint8_t* to) const override {
-        WriteBmpHeader(m_format, m_size.width, m_size.height, InputBytes(), to);
+    void WriteHeader(PictureSize size, uint8_t* to) const override {
+        WriteBmpHeader(m_format, size.width, size.height, InputBytes(size), to);
     }
 };
 
 class CPictureMakerRaw final : public PictureMaker {
 public:
     using PictureMaker::PictureMaker;
-    uint32_t FixedSize() const override { return PackedBytes(m_size); }
+    uint32_t FixedSize(PictureSize size) const override {
+        const uint32_t pixels = size.width * size.height;
+        return IsPlanar(m_format) ? pixels / 2 * 3 + pixels % 2 : pixels * PixelBytes(m_format);
+    }
     void MakeInto(uint8_t* to) const override {
-        const uint8_t* const end = to + FixedSize();
+        const uint8_t* const end = to + FixedSize(m_size);
         const auto [width, height] = m_size;
         const PictureView input = Input();
         to = Pack(to, input, 0, size_t{width} * input.PixelBytes(), height);
@@ -140,12 +154,8 @@ public:
 private:
     // Rows without padding, and planes of even sizes, have the same bytes in the buffer.
     bool IsInPlace(PictureSize size) const override {
-        return PackedBytes(size) == PictureBytes(m_format, size.width, size.height) &&
+        return FixedSize(size) == PictureBytes(m_format, size.width, size.height) &&
                (!IsPlanar(m_format) || (size.width % 2 == 0 && size.height % 2 == 0));
-    }
-    uint32_t PackedBytes(PictureSize size) const {
-        const uint32_t pixels = size.width * size.height;
-        return IsPlanar(m_format) ? pixels / 2 * 3 + pixels % 2 : pixels * PixelBytes(m_format);
     }
     // `rows` of `bytes` of a plane, without padding. Returns the end.
     static uint8_t* Pack(uint8_t* to, const PictureView& input, int plane, size_t bytes, uint32_t rows) {
@@ -180,7 +190,8 @@ public:
         return Status::Ok;
     }
     uint32_t GetSize() const override { return m_outputBytes; }
-    uint32_t FixedSize() const override { return 0; }
+    uint32_t FixedSize(PictureSize) const override { return 0; }
+    uint64_t MostBytes(PictureSize size) const override { return JpegPictureMost(size); }
     void MakeInto(uint8_t*) const override {}
 
 private:

@@ -4,7 +4,8 @@
 //
 //     SetQuality, SetPrefix, GetBuffer, (the buffer is written), Make, then the getters;
 //
-// or, where FixedSize is not 0, MakeInto instead of Make, which saves a copy.
+// or, where FixedSize is not 0, MakeInto instead of Make, which saves a copy;
+// or, where Over gives a view, nothing but SetPrefix and Over: the picture is written into the caller's memory.
 //
 // The output is valid until the next GetBuffer: where both have the same pixels in memory the output is the buffer. A
 // maker can be used again, and keeps its buffers while the size is the same. It has no lock: one thread at a time.
@@ -44,10 +45,17 @@ public:
     virtual uint32_t GetWidth() const = 0;
     virtual uint32_t GetHeight() const = 0;
 
-    // Bytes of the output without its prefix, where they follow from the size of the picture; else 0.
-    virtual uint32_t FixedSize() const = 0;
-    // Writes FixedSize() bytes to `to`.
+    // Bytes of the output without its prefix, where they follow from the size of the picture; else 0. `size` is within
+    // the limits.
+    virtual uint32_t FixedSize(PictureSize size) const = 0;
+    // The same, or what the output of any picture of this size has at most.
+    virtual uint64_t MostBytes(PictureSize size) const = 0;
+    // Writes the output without its prefix to `to`: FixedSize bytes.
     virtual void MakeInto(uint8_t* to) const = 0;
+    // Where the output of this size is pixels after a header, in rows without padding: writes prefix and header to
+    // `to`, FixedSize bytes and the prefix, and gives the view of the pixels there, for the caller to write. Else an
+    // empty view, and nothing is written.
+    virtual PictureView Over(PictureSize size, uint8_t* to) const = 0;
 };
 
 using PictureMakerPtr = std::shared_ptr<IPictureMaker>;

@@ -30,6 +30,9 @@ public:
         return reinterpret_cast<Symbol*>(FindAddress(name));
     }
 
+    // Whether both have the same library open.
+    bool operator==(const Library& other) const noexcept { return m_handle == other.m_handle; }
+
     // Unloads the library, unless another part of the process has it open too.
     void Close() noexcept;
     // Leaves the library loaded for good, since its objects and threads may outlive this object. Symbols stay valid.

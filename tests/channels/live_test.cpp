@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "base/Sanitized.h"
+#include "channels/ChannelDecoder.h"
 #include "channels/ChannelLive.h"
 #include "channels/Options.h"
 #include "support/Client.h"
@@ -244,8 +245,13 @@ TEST(ChannelSettings, SidesGoWhereTheyAreNamed) {
 // Each number of the table is accepted by its kinds only, and no other number by any.
 TEST(Options, EachNumberIsKnownToItsKinds) {
     CChannelLive channel(0, 0);
-    OptionTargets targets{.stream = &channel};
-    const auto apply = [&](ChannelType type, int32_t id) { return ApplyOption(type, targets, id, 0, 0); };
+    CChannelDecoder decoder({}, false);
+    const auto apply = [&](ChannelType type, int32_t id) {
+        if (type == ChannelType::Decoder)
+            return decoder.SetOption(id, 0, 0);
+        OptionTargets targets{.stream = &channel, .raw = &channel.Render().Raw(), .video = &channel.Video().Settings()};
+        return ApplyOption(type, targets, id, 0, 0);
+    };
     const auto row = [](int32_t id) {
         const auto table = OptionTable();
         const auto found = std::ranges::find(table, id, &OptionRow::id);
@@ -260,7 +266,7 @@ TEST(Options, EachNumberIsKnownToItsKinds) {
             const bool known = row(id) != nullptr && (row(id)->kinds & KindBit(type)) != 0;
             EXPECT_EQ(apply(type, id) != Status::NotSupported, known) << id;
         }
-    EXPECT_EQ(row(CORVANE_OPTION_COLOURS)->kinds, kStreamKinds);
+    EXPECT_EQ(row(CORVANE_OPTION_COLOURS)->kinds, kDecodingKinds);
     EXPECT_TRUE(std::ranges::is_sorted(OptionTable(), std::ranges::less_equal(), &OptionRow::id));
 }
 

@@ -6,34 +6,82 @@
 
 #include "corvane/corvane.h"
 #include "corvane/filter.h"
+#include "support/Client.h"
 #include "support/Testing.h"
 
 namespace corvane::test {
 
-enum class Accepts { Anything, Instance, Stream };
+// Kinds of handles that an export accepts, as bits; kAnything looks at none.
+enum Accepts : uint32_t {
+    kAnything = 0,
+    kInstance = 1,
+    kStream = 2,
+    kDecoder = 4,
+    kAvi = 8,
+    kChannels = kStream | kDecoder | kAvi
+};
 
 struct Call {
     const char* name;    // of the export, without its prefix
-    Accepts accepts;
+    uint32_t accepts;
     std::function<uint32_t(void* instance, void* channel)> call;
     uint32_t onOwn = Status_Ok;    // from a callback of that channel
     uint32_t onOther = onOwn;      // from a callback of another
+    uint32_t onDecoder = onOwn;    // from a callback of that channel, of decoded data
 };
 
 // An export with a handle and more arguments.
 template <typename Export, typename... Arguments>
 Call OnChannel(const char* name, Export function, Arguments... arguments) {
-    return {name, Accepts::Stream, [=](void*, void* channel) { return function(channel, arguments...); }};
+    return {name, kStream, [=](void*, void* channel) { return function(channel, arguments...); }};
+}
+// One that takes decoder channels too.
+template <typename... Arguments>
+Call OnEither(Arguments... arguments) {
+    Call call = OnChannel(arguments...);
+    call.accepts = kStream | kDecoder;
+    return call;
+}
+// One that takes decoder channels alone.
+template <typename... Arguments>
+Call OnDecoder(uint32_t inside, Arguments... arguments) {
+    Call call = OnChannel(arguments...);
+    call.accepts = kDecoder;
+    call.onOwn = call.onOther = Status_WrongChannelType;
+    call.onDecoder = inside;
+    return call;
 }
 // An export that looks at nothing that it is given.
 inline Call Fixed(const char* name, uint32_t (*function)(void*, ...), uint32_t status) {
-    return {name, Accepts::Anything, [=](void* instance, void*) { return function(instance); }, status};
+    return {name, kAnything, [=](void* instance, void*) { return function(instance); }, status};
 }
 inline uint32_t FirstFailure(std::initializer_list<uint32_t> statuses) {
     for (const uint32_t status : statuses)
         if (status != Status_Ok)
             return status;
     return Status_Ok;
+}
+
+// One that takes every channel.
+template <typename... Arguments>
+Call OnAny(Arguments... arguments) {
+    Call call = OnChannel(arguments...);
+    call.accepts = kChannels;
+    return call;
+}
+// One that takes AVI channels alone.
+template <typename... Arguments>
+Call OnAvi(Arguments... arguments) {
+    Call call = OnChannel(arguments...);
+    call.accepts = kAvi;
+    call.onOwn = call.onOther = call.onDecoder = Status_WrongChannelType;
+    return call;
+}
+// One that needs a side library, which the tests of all calls do not have.
+template <typename Export, typename... Arguments>
+Call OnModule(const char* name, Export function, Arguments... arguments) {
+    return {name, kInstance, [=](void* instance, void*) { return function(instance, arguments...); },
+            Status_WrongChannelType};
 }
 
 template <typename Initial, typename... Background>
@@ -47,6 +95,12 @@ uint32_t AnotherInstance(Initial initial, Background... background) {
 inline uint32_t AnotherChannel(void* instance, void*) {
     void* made = nullptr;
     return Corvane_CreateChannel(instance, &made, nullptr);
+}
+
+inline uint32_t AnotherDecoder(void* instance, void*) {
+    void* made = nullptr;
+    const DecoderChannelSettings settings{.format = CORVANE_PICTURE_I420};
+    return Corvane_CreateDecoderChannel(instance, &made, &settings);
 }
 
 // Feeds more than a queue takes, also where a full queue blocks.
@@ -64,6 +118,8 @@ inline uint32_t Flood(void* channel) {
 inline uint32_t EveryOption(void* channel) {
     DisplayArea area{};
     uint32_t status = Corvane_SetChannelOption(channel, 11, reinterpret_cast<uint64_t>(&area), 32);
+    if (status == Status_NotSupported)    // a decoder channel
+        return Corvane_SetChannelOption(channel, 16, CORVANE_PICTURE_I420, 0);
     for (const int32_t id : {3, 6, 7, 8, 9, 10, 13, 14, 15, 16, 17, 18, 22, 26, 31, 35, 45, 46, 47, 48, 52, 53, 55, 57})
         status = FirstFailure({status, Corvane_SetChannelOption(channel, id, id == 13 ? 3 : 0, 0)});
     return status;
@@ -100,10 +156,26 @@ inline std::vector<Call> Calls() {
     static QueueState state;
     static ChannelStatistics statistics{.recordSize = sizeof statistics};
     static ChannelUpdate update{.mask = 0x3FFF & ~0x0041u, .window = 1};
-    static uint8_t version[4];
+    static uint8_t version[4], bytes[24'576];
+    static const Bytes jpeg = OneJpeg();
+    static const MediaFrameHeader video = VideoHeader(kJpeg, jpeg, true, 0);
+    static const MediaFrameHeader sound{.data = bytes,
+                                        .payloadSize = 160,
+                                        .streamType = CORVANE_STREAM_MULAW,
+                                        .audioSampleRate = 8000,
+                                        .audioChannels = 1,
+                                        .recordSize = sizeof sound};
+    static DecodedVideoInfo picture{.capacity = sizeof bytes, .buffer = bytes};
+    static DecodedAudioInfo samples{.capacity = sizeof bytes, .pcm = bytes};
+    static DecodedPictureSize pictureSize;
+    static uint32_t size;
+    static void* made;
     const CorvanePictureCallback onPicture = [](void*, const PseudoFrame*) {};
     const CorvaneAfterDisplayCallback onDisplay = [](void*, const AfterDisplayRecord*) {};
     const auto deleted = [](void* instance, void* channel) { return Corvane_DeleteChannel(instance, &channel); };
+    const auto decoderDeleted = [](void* instance, void* channel) {
+        return Corvane_DeleteDecoderChannel(instance, &channel);
+    };
     const auto released = [](void* instance, void*) { return Corvane_Release(&instance); };
     const auto freed = [](void*, void*) {
         PictureBuffer none{};
@@ -114,12 +186,12 @@ inline std::vector<Call> Calls() {
         Corvane_RemoveFilter(channel, &pass);
         return status;
     };
-    using enum Accepts;
     return {
-        {"Initial", Anything, [](void*, void*) { return AnotherInstance(&Corvane_Initial); }},
-        {"InitialEx", Anything, [](void*, void*) { return AnotherInstance(&Corvane_InitialEx, 0); }},
-        {"Release", Instance, released, Status_Failed},
-        {"GetVersionInfo", Anything,
+        {"Initial", kAnything, [](void*, void*) { return AnotherInstance(&Corvane_Initial); }},
+        {"InitialEx", kAnything, [](void*, void*) { return AnotherInstance(&Corvane_InitialEx, 0); }},
+        {"Release", kInstance, released, Status_Failed},
+        {"LoadDecoders", kInstance, [](void* instance, void*) { return Corvane_LoadDecoders(instance, "/no/folder"); }},
+        {"GetVersionInfo", kAnything,
          [](auto...) { return Corvane_GetVersionInfo(version, version, version, version); }},
         Fixed("SetFlags", &Corvane_SetFlags, Status_Ok),
         Fixed("GetFlags", &Corvane_GetFlags, Status_Ok),
@@ -129,17 +201,17 @@ inline std::vector<Call> Calls() {
         Fixed("SetVAStreamEffectParam", &Corvane_SetVAStreamEffectParam, Status_NotSupported),
         Fixed("GetAvgAudioVolume", &Corvane_GetAvgAudioVolume, Status_NotSupported),
         Fixed("SetAudioSamplesPerCalc", &Corvane_SetAudioSamplesPerCalc, Status_NotSupported),
-        {"CreateChannel", Instance, &AnotherChannel},
-        {"DeleteChannel", Instance, deleted, Status_Failed, Status_Ok},
+        {"CreateChannel", kInstance, &AnotherChannel},
+        {"DeleteChannel", kInstance, deleted, Status_Failed, Status_Ok},
         OnChannel("StartChannel", &Corvane_StartChannel, 1),
-        {"StopChannel", Stream, [](void*, void* c) { return Corvane_StopChannel(c); }, Status_Failed, Status_Ok},
+        {"StopChannel", kStream, [](void*, void* c) { return Corvane_StopChannel(c); }, Status_Failed, Status_Ok},
         OnChannel("InputEncodedMediaFrame", &Flood),
         OnChannel("UpdateChannelSettings", &Corvane_UpdateChannelSettings, &update),
-        OnChannel("SetChannelOption", &EveryOption),
+        OnAny("SetChannelOption", &EveryOption),
         OnChannel("SetBufferTime", &Corvane_SetBufferTime, 1),
         OnChannel("SetDisplayMode", &Corvane_SetDisplayMode, 0),
         OnChannel("GetRemainingQueueElementCount", &Corvane_GetRemainingQueueElementCount, &state),
-        OnChannel("GetChannelStatistics", &Corvane_GetChannelStatistics, &statistics),
+        OnEither("GetChannelStatistics", &Corvane_GetChannelStatistics, &statistics),
         OnChannel("RegisterRawDataCallback", &Corvane_RegisterRawDataCallback, onPicture, nullptr, 4, 0),
         OnChannel("SetRawDataCallbackSize", &Corvane_SetRawDataCallbackSize, 64, 64),
         OnChannel("RegisterAfterDisplayCallback", &Corvane_RegisterAfterDisplayCallback, onDisplay, nullptr),
@@ -148,12 +220,40 @@ inline std::vector<Call> Calls() {
         OnChannel("GetZoomedSnapShot", &Snapshot<&Corvane_GetZoomedSnapShot>),
         OnChannel("GetCurrentDisplay", &Display<&Corvane_GetCurrentDisplay>),
         OnChannel("GetZoomedDisplay", &Display<&Corvane_GetZoomedDisplay>),
-        {"FreePicture", Anything, freed},
-        OnChannel("InsertFilter", filtered),
-        OnChannel("RemoveFilter", &Corvane_RemoveFilter, &other),
+        {"FreePicture", kAnything, freed},
+        OnEither("InsertFilter", filtered),
+        OnEither("RemoveFilter", &Corvane_RemoveFilter, &other),
         OnChannel("EnableRotateFilter", &Corvane_EnableRotateFilter, 3.0),
-        {"SetRotateOption", Stream, [](void*, void* c) { return Corvane_SetRotateOption(c, 3); }, Status_Failed},
+        {"SetRotateOption", kStream, [](void*, void* c) { return Corvane_SetRotateOption(c, 3); }, Status_Failed},
         OnChannel("DisableRotateFilter", &Corvane_DisableRotateFilter),
+        {"CreateDecoderChannel", kInstance, &AnotherDecoder},
+        {"DeleteDecoderChannel", kInstance, decoderDeleted, Status_Failed, Status_Ok},
+        OnDecoder(Status_Failed, "DecodeVideo", &Corvane_DecodeVideo, &video, &picture, &size),
+        OnDecoder(Status_Failed, "DecodeAudio", &Corvane_DecodeAudio, &sound, &samples, &size),
+        OnDecoder(Status_Failed, "DecodeVideoDecodeOnly", &Corvane_DecodeVideoDecodeOnly, &video, &pictureSize, &size),
+        OnDecoder(Status_Failed, "GetDecodedVideoFrame", &Corvane_GetDecodedVideoFrame, 0, &picture, 11, 0, &size),
+        OnDecoder(Status_Failed, "InputToBeDecodedMediaFrame", &Corvane_InputToBeDecodedMediaFrame, &video),
+        OnDecoder(Status_Ok, "SetDecodeSize", &Corvane_SetDecodeSize, 32, 32),
+        OnModule("CreateAVIChannel", &Corvane_CreateAVIChannel, &made),
+        OnModule("CreateLiveAVIChannel", &Corvane_CreateLiveAVIChannel, &made),
+        OnModule("DeleteAVIChannel", &Corvane_DeleteAVIChannel, &made),
+        OnAvi("StartAVIChannel", &Corvane_StartAVIChannel, 0),
+        OnAvi("StopAVIChannel", &Corvane_StopAVIChannel),
+        OnAvi("InputAVIMedia", &Corvane_InputAVIMedia, 0),
+        OnAvi("InputDecodedAVIMedia", &Corvane_InputDecodedAVIMedia, 1, 0),
+        OnAvi("GetCurrentAVIFileSize", &Corvane_GetCurrentAVIFileSize, 0),
+        OnModule("ChooseVideoCompressor", &Corvane_ChooseVideoCompressor, 0, 0, 0),
+        OnModule("ChooseAudioCompressor", &Corvane_ChooseAudioCompressor, 0, 0, 0),
+        OnModule("SetVideoCompressorParam", &Corvane_SetVideoCompressorParam, 0),
+        OnModule("GetVideoCompressorParam", &Corvane_GetVideoCompressorParam, 0),
+        OnModule("SetAudioCompressorParam", &Corvane_SetAudioCompressorParam, 0),
+        OnModule("GetAudioCompressorParam", &Corvane_GetAudioCompressorParam, 0),
+        OnAvi("ChooseChannelVideoCompressor", &Corvane_ChooseChannelVideoCompressor, 0, 0, 0),
+        OnAvi("ChooseChannelAudioCompressor", &Corvane_ChooseChannelAudioCompressor, 0, 0, 0),
+        OnAvi("SetChannelVideoCompressorParam", &Corvane_SetChannelVideoCompressorParam, 0),
+        OnAvi("GetChannelVideoCompressorParam", &Corvane_GetChannelVideoCompressorParam, 0),
+        OnAvi("SetChannelAudioCompressorParam", &Corvane_SetChannelAudioCompressorParam, 0),
+        OnAvi("GetChannelAudioCompressorParam", &Corvane_GetChannelAudioCompressorParam, 0),
     };
 }
 

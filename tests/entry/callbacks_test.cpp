@@ -13,7 +13,7 @@ namespace {
 using test::Call;
 using test::Eventually;
 
-enum class Where { StreamInfo, Filter, Picture, AfterDisplay, Text, Overlay, Raw, RawSound };
+enum class Where { StreamInfo, Filter, Picture, AfterDisplay, Text, Overlay, Raw, RawSound, Decoded };
 
 // Runs one call once, inside the callback that it is put into.
 struct Trial final : QMRX::Filter::IFilter {
@@ -39,6 +39,22 @@ struct Trial final : QMRX::Filter::IFilter {
     std::atomic<uint32_t> status{0xDEAD};
     std::atomic<bool> done{false};
 };
+
+// From the callback of a decoder channel.
+void RunDecoder(Trial& trial, const std::vector<uint8_t>& jpeg) {
+    const DecoderChannelSettings settings{
+        .callback = &Trial::At<Where::Decoded, uint32_t, void*>, .context = &trial, .format = CORVANE_PICTURE_I420};
+    Corvane_StartChannel(trial.other, 0);
+    EXPECT_EQ(Corvane_CreateDecoderChannel(trial.instance, &trial.own, &settings), Status_Ok);
+    const MediaFrameHeader frame = test::VideoHeader(test::kJpeg, jpeg, true, 0);
+    EXPECT_EQ(Corvane_InputToBeDecodedMediaFrame(trial.own, &frame), Status_Ok);
+    const uint32_t channels = trial.call.accepts & test::kChannels;
+    EXPECT_EQ(trial.status, trial.onOther                                       ? trial.call.onOther
+                            : channels != 0 && (channels & test::kDecoder) == 0 ? Status_WrongChannelType
+                                                                                : trial.call.onDecoder);
+    EXPECT_EQ(Corvane_InputToBeDecodedMediaFrame(trial.own, &frame), Status_Ok);
+    EXPECT_EQ(Corvane_Release(&trial.instance), Status_Ok);
+}
 
 void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
     const ChannelSettings settings{.mask = 0x000F,
@@ -107,13 +123,16 @@ TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
     test::XClient client(server.Display());
     const uintptr_t window = client.Create();
     for (const Where where : {Where::StreamInfo, Where::Filter, Where::Picture, Where::AfterDisplay, Where::Text,
-                              Where::Overlay, Where::Raw, Where::RawSound})
+                              Where::Overlay, Where::Raw, Where::RawSound, Where::Decoded})
         for (const Call& call : test::Calls())
             for (const bool onOther : {false, true}) {
                 SCOPED_TRACE(testing::Message() << call.name << " from callback " << static_cast<int>(where)
                                                 << (onOther ? " on another channel" : ""));
                 Trial trial(call, where, onOther);
-                RunPair(trial, jpeg, where == Where::Text ? window : 0);
+                if (where == Where::Decoded)
+                    RunDecoder(trial, jpeg);
+                else
+                    RunPair(trial, jpeg, where == Where::Text ? window : 0);
             }
 }
 

@@ -62,15 +62,29 @@ TEST(PictureMaker, OutputsStayTheSame) {
         const PictureMakerPtr maker = MakePicture(number, AlignedBuffer::Use::Kept);
         for (const auto& [width, height] : {std::pair(128u, 6u), {64u, 31u}}) {
             PictureView lent;
+            maker->SetPrefix(0);
             ASSERT_EQ(maker->GetBuffer({width, height}, lent), Status::Ok);
             EXPECT_EQ(maker->GetData(), nullptr) << "not made yet";
             for (size_t i = 0; i < PictureBytes(InMemory(lent), width, height); ++i)
                 lent.Memory()[i] = static_cast<uint8_t>(i * 11 + i / 253);
             EXPECT_EQ(maker->Make(), Status::Ok);
             std::vector<uint8_t> made(maker->GetData(), maker->GetData() + maker->GetSize()), written(made);
-            if (maker->FixedSize() != 0)
+            const PictureSize size{width, height};
+            EXPECT_EQ(maker->FixedSize(size), number == CORVANE_PICTURE_JPEG ? 0 : made.size());
+            EXPECT_LE(made.size(), maker->MostBytes(size));
+            if (maker->FixedSize(size) != 0)
                 maker->MakeInto(written.data());
             EXPECT_TRUE(made == written) << number << " " << height;
+            // The third way: the picture is written where the output is.
+            std::vector<uint8_t> over(3 + made.size(), 0xEE);
+            maker->SetPrefix(3);
+            const PictureView view = maker->Over(size, over.data());
+            EXPECT_TRUE(view || number == CORVANE_PICTURE_JPEG || height % 2 != 0) << number;
+            if (!view)
+                continue;
+            std::memcpy(view.Memory(), lent.Memory(), PictureBytes(InMemory(lent), width, height));
+            made.insert(made.begin(), 3, 0);
+            EXPECT_TRUE(made == over) << number << " " << height;
         }
         EXPECT_EQ(digest.value, kDigests[number - 1]) << number;
     }

@@ -12,6 +12,9 @@ namespace corvane {
 // Bytes that any picture of this size fits into, headers included.
 uint64_t JpegPictureCapacity(PictureSize size);
 
+// Bytes that the file of a picture of this size has at most, whatever its samples and quality.
+uint64_t JpegPictureMost(PictureSize size);
+
 // One baseline file: 4:2:0, one interleaved scan, without a JFIF header.
 class JpegWriter {
 public:

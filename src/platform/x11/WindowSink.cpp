@@ -123,7 +123,7 @@ WindowSink::State ServerSink::Prepare() {
         return Absent();
     if (m_facts.layout == PixelLayout::Unsupported) {
         if (!std::exchange(m_complained, true))
-            log::Line(3, __FILE__, __LINE__, "[%p] window visual not supported", m_owner);
+            log::Line(3, "src/WindowSink", __LINE__, "[%p] window visual not supported", m_owner);
         return Absent();
     }
     if (!m_facts.viewable) {

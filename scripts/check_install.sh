@@ -83,6 +83,18 @@ print(sum(max(p) - min(p) > 100 for p in zip(pixels[0::3], pixels[1::3], pixels[
     [ "$shown" -gt 100000 ] || { echo "$name shows no picture: $shown coloured pixels"; cat "$work/$name.log"; exit 1; }
     kill "$example" && wait "$example" || true
 done
+
+# The host and the library both use SDL: the host ends cleanly, and its sound was heard.
+ffmpeg -nostdin -v error -y -f lavfi -i testsrc2=size=320x240:rate=25 -t 2 -c:v libx264 -bf 0 -g 25 -aud 1 -pix_fmt yuv420p \
+    -f h264 "$work/short.h264"
+SDL_AUDIODRIVER=disk SDL_DISKAUDIOFILE=$work/heard.pcm timeout 60 "$work/sdl_window" "$work/short.h264" "$work/sine.alaw" \
+    >"$work/sdl_window.log" 2>&1 || { echo "sdl_window with sound: status $?"; cat "$work/sdl_window.log"; exit 1; }
+python3 - "$work/heard.pcm" "$work/sine.pcm" <<'EOF'
+import sys
+heard, sent = (open(name, "rb").read() for name in sys.argv[1:])
+# Any frame will do: on a busy machine those that came before the device was open may be late.
+assert any(sent[at:at + 640] in heard for at in range(0, len(sent), 640)), len(heard)
+EOF
 stopDisplay
 
 "$work/prefix/bin/corvane-play" --help >/dev/null

@@ -146,20 +146,25 @@ void ChannelFeed::Feed(double elapsed) {
 }
 
 void ChannelFeed::Input(const Reel::Picture& picture) {
+    const SoundFormat& sound = picture.sound;
     MediaFrameHeader header{};
     header.recordSize = sizeof(header);
     header.data = picture.bytes.data();
-    header.headerSize = picture.soundType != 0 ? 0 : m_headerSize;
+    header.headerSize = sound.type != 0 ? 0 : m_headerSize;
     header.payloadSize = static_cast<uint32_t>(picture.bytes.size()) - header.headerSize;
-    header.streamType = picture.soundType != 0 ? picture.soundType : m_streamType;
-    header.audioSampleRate = picture.rate;
-    header.audioChannels = picture.channels;
-    header.audioBlockCount = picture.soundType != 0 ? 1 : 0;
+    header.streamType = sound.type != 0 ? sound.type : m_streamType;
+    if (sound.type != 0) {
+        header.audioSampleRate = sound.rate;
+        header.audioChannels = sound.channels;
+        header.audioBlockCount = 1;
+        header.detail.audio.audioBitRate = sound.bitRate;
+        header.detail.audio.audioPacking = sound.mostSignificantFirst ? 1 : 0;
+    }
     header.frameType = picture.key ? 0 : 1;
     header.streamSeconds = static_cast<uint32_t>(picture.timeMs / 1000);
     header.timeMilliseconds = static_cast<uint32_t>(picture.timeMs % 1000);
     header.timeSeconds = static_cast<uint32_t>(m_wallStart + picture.timeMs / 1000);
     Corvane_InputEncodedMediaFrame(m_channel, &header);    // the library counts refused frames
-    if (picture.soundType == 0)
+    if (sound.type == 0)
         m_fedMs = picture.timeMs;
 }

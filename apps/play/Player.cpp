@@ -26,6 +26,10 @@ bool Player::Open(std::string& error) {
     m_source = MediaSource::Open(m_options.input, error);
     if (!m_source)
         return false;
+    if (const std::string codec = m_source->SilentCodecName(); !codec.empty()) {
+        m_status.Complain("the sound is " + codec + ", which is not decoded here: the file plays without sound");
+        m_status.SetSilentCodec(codec);
+    }
     m_pixelAspect = m_options.rotate == 0 ? m_source->PixelAspect() : 1;    // of a picture that is turned there is none
     m_reel = std::make_unique<Reel>(*m_source, m_options.loops, m_options.seconds);
     if (!m_options.contactSheet.empty()) {
@@ -235,7 +239,7 @@ bool Player::Finish(std::string& error) {
 bool Player::WriteStatistics(std::string& error) const {
     if (m_options.statsFile.empty())
         return true;
-    ReportFacts facts{m_options.input, m_source->CodecName()};
+    ReportFacts facts{m_options.input, m_source->CodecName(), m_source->SilentCodecName()};
     if (m_wall) {
         facts.windowWidth = m_wall->TheWindow().Width();
         facts.windowHeight = m_wall->TheWindow().Height();

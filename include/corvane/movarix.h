@@ -23,6 +23,9 @@ extern "C" {
 
 /* ---- Records of the Movarix.so of this package ---------------------------------------------------------------------- */
 
+/* A file could not be made or written: the errno of the system is in the low 16 bits. */
+#define MOVARIX_SYSTEM_ERROR(number) ((uint32_t)0x80070000u | (uint32_t)(number))
+
 /* `flags` of MovarixStart. */
 enum {
     MOVARIX_START_REPLACE = 1             /* a file that is there is replaced */

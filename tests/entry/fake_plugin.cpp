@@ -60,10 +60,10 @@ public:
     }
     int32_t DecodeAudio(uint8_t*, uint32_t*, const EncodedUnit*) override { return static_cast<int32_t>(0x80000004); }
     void Destroy() override {
-        if (Host().onDestroy)
-            Host().onDestroy();
         this->~FakeDecoder();
         std::free(this);
+        if (Host().onDestroy)
+            Host().onDestroy();
     }
     int32_t ShareFrame(DecodedFrame* out, int32_t) override {
         if (const int32_t refused = Host().onShare ? Host().onShare() : 0; refused < 0)

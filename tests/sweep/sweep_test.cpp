@@ -331,7 +331,7 @@ TEST(Sweep, TheNthFailureOfALifeWithPlugins) {
     const std::vector<uint8_t> payload(64);    // only the plug-in makes a picture of it
     const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, payload, true, 1);
     auto held = Held();
-    size_t maps = 0;
+    [[maybe_unused]] size_t maps = 0;
     for (int i = 0; i < 1000; ++i) {
         Life life;
         ASSERT_TRUE(LiveWithPlugins(header, life) && life.AllWell());

@@ -1,4 +1,10 @@
-/* Plays an H.264 Annex B file in a window of SDL 2. Space pauses, f is full screen, q or closing the window quits. */
+/*
+ * Plays an H.264 Annex B file in a window of SDL 2, and with it a file of sound (A-law, 8000 Hz, one channel, no header):
+ *
+ *     sdl_window stream.h264 [speech.alaw]
+ *
+ * Space pauses, f is full screen, q or closing the window quits.
+ */
 #include <SDL.h>
 #include <SDL_syswm.h>
 
@@ -42,13 +48,28 @@ static uintptr_t windowId(SDL_Window* window)
     return info.info.x11.window;
 }
 
+/* Feeds the sound that goes with a picture, of the same time and length. */
+static void feedSound(void* channel, AnnexB* sound, const MediaFrameHeader* picture)
+{
+    const size_t left = sound->size - sound->at;
+    MediaFrameHeader frame = *picture;
+    frame.data = sound->data + sound->at;
+    frame.payloadSize = left < 320 ? (uint32_t)left : 320; /* 40 ms */
+    frame.streamType = CORVANE_STREAM_ALAW;
+    frame.audioSampleRate = 8000;
+    frame.audioChannels = 1;
+    frame.audioBlockCount = 1;
+    sound->at += frame.payloadSize;
+    if (left > 0) Corvane_InputEncodedMediaFrame(channel, &frame);
+}
+
 int main(int argc, char** argv)
 {
-    AnnexB file;
+    AnnexB file, sound = {0};
     MediaFrameHeader frame;
     void *instance = NULL, *channel = NULL;
     Play play = {0};
-    if (argc < 2 || !annexbOpen(&file, argv[1])) return 2;
+    if (argc < 2 || !annexbOpen(&file, argv[1]) || (argc > 2 && !annexbOpen(&sound, argv[2]))) return 2;
     SDL_SetHint(SDL_HINT_VIDEODRIVER, "x11");
     if (SDL_Init(SDL_INIT_VIDEO) != 0) {
         fprintf(stderr, "%s\n", SDL_GetError());
@@ -67,8 +88,10 @@ int main(int argc, char** argv)
     Uint32 due = SDL_GetTicks();
     int more = annexbNext(&file, &frame);
     while (more && !play.ended) {
-        if (!play.paused && Corvane_InputEncodedMediaFrame(channel, &frame) != Status_QueueFull)
+        if (!play.paused && Corvane_InputEncodedMediaFrame(channel, &frame) != Status_QueueFull) {
+            feedSound(channel, &sound, &frame);
             more = annexbNext(&file, &frame);
+        }
         attend(&play, due += 40);
     }
 
@@ -76,5 +99,6 @@ int main(int argc, char** argv)
     SDL_DestroyWindow(play.window);
     SDL_Quit();
     free(file.data);
+    free(sound.data);
     return 0;
 }

@@ -52,7 +52,46 @@ export SDL_AUDIODRIVER=disk SDL_DISKAUDIOFILE=$work/heard.pcm
 [ "$(field stats.json sound_heard)" -gt 0 ] && [ "$(field stats.json sound_heard)" = "$(field stats.json sound_taken)" ]
 peak=$(od -An -v -td2 heard.pcm | tr -s ' ' '\n' | sort -n | tail -1)
 [ "$peak" -gt 1900 ] && [ "$peak" -lt 2100 ] || { echo "peak $peak"; exit 1; }
+# G.726 as the program ffmpeg decodes it, but for its roundings; AVI has it with wrong times. Sound that is not decoded is named, unless another is there.
+for container in mkv avi; do
+    for rate in 16 32; do
+        ffmpeg -nostdin -v error -y -i h264.mp4 -f lavfi -i sine=sample_rate=8000 -shortest -c:v copy -c:a g726 -b:a ${rate}k g726.$container
+        "$play" --headless --quiet --raw-sound g726.wav --stats stats.json g726.$container 2>error
+        [ "$(field stats.json sound_heard)" -gt 0 ] && [ "$(field stats.json sound_heard)" = "$(field stats.json sound_taken)" ]
+        ffmpeg -nostdin -v error -y -i g726.$container -f s16le g726.pcm
+        python3 - g726.wav g726.pcm <<'EOF'
+import array, sys
+ours, theirs = (array.array("h", open(name, "rb").read()[skip:]) for name, skip in zip(sys.argv[1:], (44, 0)))
+power = sum(s * s for s in theirs)
+assert len(ours) > 7000 and power > 100 * sum((a - b) ** 2 for a, b in zip(ours, theirs)), (len(ours), len(theirs))
+EOF
+    done
+done
+ffmpeg -nostdin -v error -y -i h264.mp4 -f lavfi -i sine -shortest -c:v copy -c:a mp2 mp2.mkv
+"$play" --headless --stats stats.json mp2.mkv 2>error
+[ "$(grep -c 'the sound is mp2, which is not decoded' error)" = 1 ] && [ "$(field stats.json sound_not_decoded)" = mp2 ]
+grep -q 'sound none (mp2 is not decoded)' error && [ "$(field stats.json sound_taken)" = 0 ] && [ "$(field stats.json shown)" -gt 0 ]
+ffmpeg -nostdin -v error -y -i mp2.mkv -f lavfi -i sine=sample_rate=8000 -shortest -map 0 -map 1:a -c copy -c:a:1 pcm_alaw two.mkv
+"$play" --headless --stats stats.json two.mkv 2>error
+! grep 'not decoded' error && [ "$(field stats.json sound_heard)" -gt 0 ]
 unset SDL_AUDIODRIVER SDL_DISKAUDIOFILE
+
+# Recorded while it plays, as it is or compressed anew; decoded without a channel that presents: every picture and all
+# the sound, equal to the program ffmpeg's.
+ffmpeg -nostdin -v error -y -i all.mp4 -f lavfi -i sine=sample_rate=8000 -shortest -c:v copy -c:a pcm_alaw both.mkv
+packets() { ffprobe -v error -count_packets -show_entries stream=codec_name,nb_read_packets -of csv=p=0 "$1" | tr '\n' ' '; }
+SDL_AUDIODRIVER=dummy "$play" --headless --quiet --record live.avi --stats stats.json both.mkv
+[ "$(packets live.avi)" = "$(packets both.mkv)" ] || { packets live.avi; packets both.mkv; exit 1; }
+"$play" --decode-only --quiet --raw i420 decoded.i420 --raw-sound decoded.wav --contact-sheet decoded.png \
+    --record again.avi --compress mpeg4 --stats stats.json both.mkv
+[ "$(field stats.json shown)" = 25 ] && [ "$(field stats.json lost)" = 0 ] && [[ "$(packets again.avi)" = "mpeg4,25 pcm_alaw,"* ]]
+ffmpeg -nostdin -v error -y -i both.mkv -map 0:v -f rawvideo -pix_fmt yuv420p wanted.i420 -map 0:a -f s16le wanted.pcm
+cmp decoded.i420 wanted.i420 && cmp -i 44:0 decoded.wav wanted.pcm
+[ "$(head -c 4 decoded.png | tail -c 3)" = PNG ]
+for mistake in "--record no/such/folder.avi" "--compress h264" "--decode-only --channels 2"; do
+    status=0; "$play" --headless --quiet $mistake both.mkv 2>error || status=$?
+    [ "$status" != 0 ] && [ "$(wc -l <error)" = 1 ]
+done
 
 # Stills of the decoded picture, at intervals.
 stills() { # FORMAT EXTENSION
@@ -69,6 +108,8 @@ stills png png && stills jpeg jpg && stills bmp bmp && stills raw yuv
 # Wrong arguments end with a sentence and a status.
 ! "$play" --headless missing.mp4 2>error && grep -q 'missing.mp4: No such file' error
 ! "$play" --headless sound.wav 2>error && grep -q 'no H.264, H.265, MPEG-4, H.263 or JPEG video' error
+ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=64x64:rate=25 -t 0.2 -c:v ffv1 other.mkv
+! "$play" --headless other.mkv 2>error && grep -q 'JPEG video in it but ffv1' error
 ! "$play" --headless --wall 4 h264.mp4 2>error && grep -q 'no window' error
 ! "$play" --headless --still-format gif h264.mp4 2>error && grep -q 'no good value for --still-format' error
 ! "$play" --headless --volume 101 h264.mp4 2>error && grep -q 'no good value for --volume' error

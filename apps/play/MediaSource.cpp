@@ -45,9 +45,9 @@ uint32_t TypeOf(AVCodecID codec) {
     }
 }
 
-// 0: sound that the player does not feed.
-uint32_t SoundTypeOf(AVCodecID codec) {
-    switch (codec) {
+// 0: sound that the library does not decode.
+uint32_t SoundTypeOf(const AVCodecParameters& codec) {
+    switch (codec.codec_id) {
     case AV_CODEC_ID_PCM_MULAW:
         return CORVANE_STREAM_MULAW;
     case AV_CODEC_ID_PCM_ALAW:
@@ -56,6 +56,9 @@ uint32_t SoundTypeOf(AVCodecID codec) {
         return CORVANE_STREAM_AMR;
     case AV_CODEC_ID_AAC:
         return CORVANE_STREAM_AAC;
+    case AV_CODEC_ID_ADPCM_G726:
+    case AV_CODEC_ID_ADPCM_G726LE:
+        return codec.sample_rate == 8000 && codec.ch_layout.nb_channels == 1 ? CORVANE_STREAM_G726 : 0;
     default:
         return 0;
     }
@@ -92,13 +95,13 @@ public:
             return false;
         }
         m_index = av_find_best_stream(opened, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-        if (m_index < 0 || TypeOf(Stream()->codecpar->codec_id) == 0) {
+        if (m_index < 0 || StreamType() == 0) {
             error = url + ": no H.264, H.265, MPEG-4, H.263 or JPEG video in it";
+            if (m_index >= 0)
+                error += std::string(" but ") + CodecName();
             return false;
         }
-        m_sound = av_find_best_stream(opened, AVMEDIA_TYPE_AUDIO, -1, m_index, nullptr, 0);
-        if (m_sound >= 0 && SoundTypeOf(opened->streams[m_sound]->codecpar->codec_id) == 0)
-            m_sound = -1;
+        ChooseSound();
         m_packet.reset(av_packet_alloc());
         if (!m_packet || !MakeFilter()) {
             error = url + ": its stream cannot be brought into plain form";
@@ -124,6 +127,8 @@ public:
         return fields && unmarked ? std::span<const uint8_t>(kInterlacedHeader) : std::span<const uint8_t>();
     }
     const char* CodecName() const override { return avcodec_get_name(Stream()->codecpar->codec_id); }
+
+    std::string SilentCodecName() const override { return m_silentCodec; }
 
     double DurationSeconds() const override {
         return m_format->duration > 0 ? static_cast<double>(m_format->duration) / AV_TIME_BASE : 0;
@@ -158,9 +163,7 @@ public:
                    static_cast<uint32_t>(m_packet->size),
                    (m_packet->flags & AV_PKT_FLAG_KEY) != 0,
                    Time(),
-                   0,
-                   0,
-                   0};
+                   {}};
         return true;
     }
 
@@ -178,6 +181,21 @@ public:
 
 private:
     AVStream* Stream() const { return m_format->streams[m_index]; }
+
+    // The sound that goes with the pictures, else any other that is decoded.
+    void ChooseSound() {
+        m_sound = av_find_best_stream(m_format.get(), AVMEDIA_TYPE_AUDIO, -1, m_index, nullptr, 0);
+        if (m_sound < 0 || SoundTypeOf(*m_format->streams[m_sound]->codecpar) != 0)
+            return;
+        m_silentCodec = avcodec_get_name(m_format->streams[m_sound]->codecpar->codec_id);
+        m_sound = -1;
+        for (unsigned i = 0; i < m_format->nb_streams && m_sound < 0; ++i) {
+            if (SoundTypeOf(*m_format->streams[i]->codecpar) != 0) {
+                m_sound = static_cast<int>(i);
+                m_silentCodec.clear();
+            }
+        }
+    }
 
     bool MakeFilter() {
         const char* name = FilterFor(Stream()->codecpar->codec_id);
@@ -206,15 +224,21 @@ private:
         if (m_first == AV_NOPTS_VALUE || m_packet->pts == AV_NOPTS_VALUE)
             return false;
         const AVStream& stream = *m_format->streams[m_sound];
-        const int64_t ms = m_offset + av_rescale_q(m_packet->pts, stream.time_base, AVRational{1, 1000}) - m_first;
+        const AVCodecParameters& codec = *stream.codecpar;
+        constexpr int64_t kMostApart = 10'000;    // ms
+        int64_t ms = m_offset + av_rescale_q(m_packet->pts, stream.time_base, AVRational{1, 1000}) - m_first;
+        if (ms > m_last + kMostApart)    // some AVI files count G.726 in wrong units
+            ms = m_soundEnd;
         m_lastSound = std::max(ms, m_lastSound + 1);
+        const int samples = av_get_audio_frame_duration2(stream.codecpar, m_packet->size);
+        m_soundEnd = m_lastSound + int64_t{1000} * samples / std::max(codec.sample_rate, 1);
         frame = {m_packet->data,
                  static_cast<uint32_t>(m_packet->size),
                  true,
                  m_lastSound,
-                 SoundTypeOf(stream.codecpar->codec_id),
-                 static_cast<uint32_t>(stream.codecpar->sample_rate),
-                 static_cast<uint8_t>(stream.codecpar->ch_layout.nb_channels)};
+                 {SoundTypeOf(codec), static_cast<uint32_t>(codec.sample_rate),
+                  static_cast<uint8_t>(codec.ch_layout.nb_channels), static_cast<uint32_t>(codec.bit_rate),
+                  codec.codec_id == AV_CODEC_ID_ADPCM_G726}};
         return true;
     }
 
@@ -239,11 +263,13 @@ private:
     std::unique_ptr<AVPacket, PacketFree> m_packet;
     int m_index = -1;
     int m_sound = -1;    // of the sound that goes with it; -1: none
+    std::string m_silentCodec;
     int64_t m_stepMs = 40;
     int64_t m_first = AV_NOPTS_VALUE;    // ms of the first picture of this turn
     int64_t m_offset = 0;                // ms that this turn begins at
     int64_t m_last = -1;
     int64_t m_lastSound = -1;
+    int64_t m_soundEnd = 0;    // of the last frame of sound
     bool m_ended = false;
 };
 

@@ -7,15 +7,20 @@
 #include <span>
 #include <string>
 
+struct SoundFormat {
+    uint32_t type = 0;    // CORVANE_STREAM_*; 0: none
+    uint32_t rate = 0;    // samples per second
+    uint8_t channels = 0;
+    uint32_t bitRate = 0;                 // of G.726, bits per second
+    bool mostSignificantFirst = false;    // codes of G.726 in their bytes
+};
+
 struct EncodedPicture {
     const uint8_t* data;
     uint32_t size;    // bytes
     bool key;
-    int64_t timeMs;    // rises, from 0; of sound by itself
-    // Of a frame of sound; 0 of a picture.
-    uint32_t soundType;    // CORVANE_STREAM_*
-    uint32_t rate;         // samples per second
-    uint8_t channels;
+    int64_t timeMs;       // rises, from 0; of sound by itself
+    SoundFormat sound;    // of a frame of sound; type 0 of a picture
 };
 
 class MediaSource {
@@ -33,6 +38,8 @@ public:
     virtual std::span<const uint8_t> FrameHeader() const = 0;
     virtual double DurationSeconds() const = 0;    // 0 when unknown
     virtual const char* CodecName() const = 0;
+    // The codec of sound that is not played, since the library has no decoder for it; empty where all is well.
+    virtual std::string SilentCodecName() const = 0;
     virtual int64_t WallStartSeconds()
         const = 0;    // of the first picture, since 1970 UTC; 0 when the stream does not say
 

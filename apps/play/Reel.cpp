@@ -23,10 +23,9 @@ bool Reel::Read() {
         return false;
     const std::span<const uint8_t> header = m_source.FrameHeader();
     std::vector<uint8_t> bytes;
-    if (picture.soundType == 0)
+    if (picture.sound.type == 0)
         bytes.assign(header.begin(), header.end());
     bytes.insert(bytes.end(), picture.data, picture.data + picture.size);
-    m_pictures.push_back(
-        {std::move(bytes), picture.key, picture.timeMs, picture.soundType, picture.rate, picture.channels});
+    m_pictures.push_back({std::move(bytes), picture.key, picture.timeMs, picture.sound});
     return true;
 }

@@ -14,9 +14,8 @@ public:
     struct Picture {
         std::vector<uint8_t> bytes;    // the frame header of the source, then the payload
         bool key;
-        int64_t timeMs;              // rises from 0, over all turns; of sound by itself
-        uint32_t soundType, rate;    // as EncodedPicture has them
-        uint8_t channels;
+        int64_t timeMs;       // rises from 0, over all turns; of sound by itself
+        SoundFormat sound;    // as EncodedPicture has it
     };
 
     // `turns` times through the source, and at most `seconds` of it, 0 all. The source outlives the reel.

@@ -108,6 +108,7 @@ std::string MakeReport(const ReportFacts& facts, const std::vector<Figures>& cha
         {"sound_lost_ring", Text(all.soundLostRing)},
         {"sound_lost_decoder", Text(all.soundLostDecoder)},
         {"sound_not_played", Text(all.soundNotPlayed)},
+        {"sound_not_decoded", Text(facts.silentCodec)},
         {"processor_seconds", Text(ProcessorSeconds())},
         {"resident_mb_peak", Text(static_cast<double>(usage.ru_maxrss) / 1024)},
     };

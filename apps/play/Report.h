@@ -10,6 +10,7 @@
 struct ReportFacts {
     std::string input;
     std::string codec;
+    std::string silentCodec;     // of sound that is not decoded; empty: none
     uint32_t windowWidth = 0;    // 0 without a window
     uint32_t windowHeight = 0;
 };

@@ -56,15 +56,16 @@ void StatusLine::Update(double now, double startedAt, int64_t fedMs, const std::
     const double used = last ? processor : processor - m_processor;
     const bool heard = sum.soundHeard > (last ? 0 : m_heard);
     const char* const sound = sum.soundFrames == 0 ? "none" : heard ? "on" : "off";
-    char text[256];
+    const std::string silent = m_silentCodec.empty() ? "" : " (" + m_silentCodec + " is not decoded)";
+    char text[320];
     std::snprintf(text, sizeof(text),
                   "%lld:%02lld  %3lld/s  queue %llu (%llu kB)  shown %llu  lost %llu  refused %llu  age %llu ms  cpu "
-                  "%lld%%  sound %s",
+                  "%lld%%  sound %s%s",
                   static_cast<long long>(fedMs / 60000), static_cast<long long>(fedMs / 1000 % 60),
                   Rounded(static_cast<double>(shown) / step), static_cast<unsigned long long>(WaitingOf(sum)),
                   static_cast<unsigned long long>(sum.queueBytes / 1024), static_cast<unsigned long long>(ShownOf(sum)),
                   static_cast<unsigned long long>(LostOf(sum)), static_cast<unsigned long long>(refused),
-                  static_cast<unsigned long long>(sum.ageLast), Rounded(100 * used / step), sound);
+                  static_cast<unsigned long long>(sum.ageLast), Rounded(100 * used / step), sound, silent.c_str());
     const bool noticed = m_terminal && !last && !m_notice.empty() && now - m_noticeAt < kNoticeStays;
     const bool nothingComes = shown == 0 && sum.lastCause != CORVANE_CAUSE_NONE;
     const std::string beside = noticed ? m_notice : nothingComes ? TextOfCause(sum.lastCause) : "";

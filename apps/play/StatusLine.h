@@ -13,6 +13,8 @@ public:
     explicit StatusLine(bool quiet);
 
     void Start(double now);
+    // Sound of this codec is not decoded; said beside the state of the sound.
+    void SetSilentCodec(const std::string& name) { m_silentCodec = name; }
     // Shows a notice of a change for a while.
     void Notice(const std::string& text);
     // Whether it is time for a line: the figures for it need not be asked for otherwise.
@@ -27,6 +29,7 @@ private:
 
     const bool m_quiet;
     const bool m_terminal;
+    std::string m_silentCodec;
     std::string m_notice;
     double m_noticeAt = 0;
 

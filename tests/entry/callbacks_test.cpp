@@ -109,9 +109,16 @@ void RunPair(Trial& trial, const std::vector<uint8_t>& jpeg, uintptr_t window) {
     EXPECT_EQ(Corvane_Release(&trial.instance), Status_Ok);
 }
 
+// As many devices as there are channels. SDL keeps the driver of the first test that plays.
+void UseDiskDriver() {
+    setenv("SDL_AUDIODRIVER", "disk", 1);
+    setenv("SDL_DISKAUDIOFILE", "/dev/null", 1);
+    setenv("SDL_DISKAUDIODELAY", "1", 1);
+}
+
 TEST(Callbacks, EveryPairCompletesOrIsRefusedAtOnce) {
     const std::vector<uint8_t> jpeg = test::OneJpeg();
-    setenv("SDL_AUDIODRIVER", "dummy", 1);
+    UseDiskDriver();
     test::XServer server;
     test::XClient client(server.Display());
     const uintptr_t window = client.Create();
@@ -166,9 +173,7 @@ TEST(Callbacks, CallbacksThatEndEachOther) {
                 {{Releases, Stops}, false, {Worker, Worker}},    {{Releases, Releases}, false, {Worker, Render}},
                 {{Stops, Stops}, true, {Sound, Sound}},          {{Deletes, Stops}, true, {Sound, Worker}},
                 {{Releases, Releases}, false, {Sound, Sound}},   {{Deletes, Deletes}, true, {Sound, Render}}};
-    setenv("SDL_AUDIODRIVER", "disk", 1);    // as many devices as there are channels
-    setenv("SDL_DISKAUDIOFILE", "/dev/null", 1);
-    setenv("SDL_DISKAUDIODELAY", "1", 1);
+    UseDiskDriver();
     const std::vector<uint8_t> jpeg = test::OneJpeg(), silence(441);
     for (int round = 0; round < 80; ++round) {
         const auto& row = rows[round % 10];

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <set>
 
+#include "audio/DeviceKeeper.h"
 #include "support/Client.h"
 #include "support/SoundMaker.h"
 #include "support/Testing.h"
@@ -50,6 +51,7 @@ TEST(Host, IsLeftAsItWasFound) {
     std::vector<test::EncodedPicture> pictures = test::MakeVideo({.frames = 6});
     for (int i = 0; i < 200; ++i)
         pictures[4].bytes[static_cast<size_t>(i * 7) % pictures[4].bytes.size()] ^= 0x55;
+    EXPECT_TRUE(DeviceKeeper::Process().WaitIdle(60'000'000'000)) << "sound of a test before";
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     const Process before;

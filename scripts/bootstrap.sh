@@ -12,6 +12,7 @@ packages=(
     libspandsp-dev libbcg729-dev espeak-ng
     googletest g++-aarch64-linux-gnu qemu-user
     locales strace util-linux
+    mpv gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav
 )
 
 missing=()

@@ -184,6 +184,8 @@ def check_sizes(path, code):
 codes = {}
 for file in sorted((root / "src").rglob("*.[ch]*")):
     codes[str(file.relative_to(root / "src"))] = comment_or_literal.sub(blank, file.read_text())
+for file in sorted((root / "sidelibs").rglob("*.[ch]*")):
+    codes[str(file.relative_to(root))] = comment_or_literal.sub(blank, file.read_text())
 handles, bases = set(PLAIN_HANDLES), None
 while bases != handles:    # all classes that derive from them, too
     bases = set(handles)

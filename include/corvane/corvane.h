@@ -48,10 +48,10 @@
  *   raw sound           sound device's  complete        Status_Failed                 complete
  *   still overlay       the caller's    complete        Status_Failed                 complete
  *   decoded data        the caller's    complete        Status_Failed                 complete
- *   code of a plug-in   any             complete        Status_Failed                 Status_Failed
+ *   code of a plug-in   any             complete        Status_Failed                 Status_Failed, decoding completes
  *
- * In the code of a plug-in (while it is loaded or unloaded, in a factory, in a call on a decoder) a still of a decoded
- * picture and a display are Status_Failed too, of every channel.
+ * In the code of a plug-in (while it is loaded or unloaded, in a factory, in a call on a decoder) no channel and no instance
+ * can be stopped, deleted or released; a still of a decoded picture and a display are Status_Failed too, of every channel.
  * Corvane_InputEncodedMediaFrame on a channel that blocks when full (option 42 given as 0) does not block inside a
  * callback; it returns Status_QueueFull there. Of two channels whose callbacks stop or delete each other at the same
  * moment one is refused with Status_Failed.
@@ -174,6 +174,20 @@
  * or filter, returns Status_Failed and does nothing, and so do both deletes. Options, filters and the decode size may be
  * changed at any time, and count from the next output on. Different channels are independent.
  *
+ * PLUG-INS. Decoders of hardware and of other vendors' streams come from shared objects of a folder that the client names
+ * with Corvane_LoadDecoders, before it makes the channels that are to use them: a channel keeps what was found when it was
+ * made.
+ *   file in the folder               decoder for                               made where
+ *   DecoderIsolated_CUVID.so         MPEG-4, H.264, H.265                      option 52, 46 or 53 is 1
+ *   DecoderIsolated_DXVA2.so         H.264, H.265                              option 46 or 53 is 2
+ *   DecoderIsolated_QuickSync.so     H.264, H.265                              option 46 or 53 is 3
+ *   DecoderIsolated_Dahua.so         type H263 with the vendor tag DAHU        the stream is one
+ *   DecoderIsolated_Hikvision.so     type H263 with the vendor tag HIKV        the stream is one
+ * Each may be missing. Where there is none of the kind that was asked for, or it makes no decoder, software decodes; code 13
+ * of the stream-info callback and the statistics say which one does. With CORVANE_FLAG_DECODER_FALLBACK a decoder that fails
+ * on a key frame gives way to software, without it pictures are lost until it goes on. The libraries stay loaded
+ * until Corvane_Release has ended the channels (that of Dahua until the process ends). docs/plugins.md is for who writes one.
+ *
  * RECORDING. An AVI channel writes AVI files, through a side library that is loaded by name, Movarix.so, in the first
  * Corvane_Initial of the process. Where it is missing, or lacks a function, the calls of this chapter return
  * Status_WrongChannelType and nothing else changes. The side library decides about files and compressors: most calls pass
@@ -190,6 +204,12 @@
  * A live AVI channel (Corvane_CreateLiveAVIChannel) differs in how the side library takes times that jump. An exception of the
  * side library becomes Status_Failed. A call that it makes to the client's side, with the channel's calls on its stack, counts
  * as a callback of the AVI channel.
+ *
+ * LOG. When this library is loaded it looks for Pellwick.so, in its own folder, LD_LIBRARY_PATH and the system's folders, and
+ * sends its few log lines there: when a renderer failed and was replaced, and when a window cannot be drawn on. The one of
+ * this package appends them to the file that the environment variable PELLWICK_FILE names when the process starts, with time
+ * (UTC) and level, and does nothing without it. Without a Pellwick.so nothing is logged and nothing else changes.
+ * corvane/pellwick.h is for who writes another.
  *
  * Strict C99, C++ through extern "C". All records are little-endian with the natural alignment of a 64-bit build.
  */

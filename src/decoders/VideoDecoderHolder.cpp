@@ -12,6 +12,7 @@ namespace corvane {
 
 namespace {
 
+constexpr uint32_t kCanBeShared = 2;    // *got of a decode; 1: a picture that cannot
 constexpr uint32_t kKindCuvid = 1;
 constexpr uint32_t kKindDxva2 = 2;
 constexpr uint32_t kKindQuickSync = 3;
@@ -216,6 +217,8 @@ int32_t VideoDecoderHolder::CallDecoder(const EncodedUnit& unit, uint32_t* got, 
         const int32_t result = m_decoder->DecodeVideo(picture, got, &unit);
         if (result < 0 || *got == 0)
             return result;
+        if (*got > kCanBeShared)
+            return -1;
         if (!limits::FitsPicture(picture->width, picture->height))
             m_outcome = DecodeOutcome::Size;
         else if (PlanesAreValid(*picture))
@@ -229,7 +232,6 @@ int32_t VideoDecoderHolder::CallDecoder(const EncodedUnit& unit, uint32_t* got, 
 // The holder's own reference on the decoded picture; none where the decoder does not share it. Plug-ins and
 // placeholders signal no colours: theirs count as full-range BT.601.
 SharedPicture VideoDecoderHolder::TakeReference(const DecodedFrame& decoded, uint32_t got) noexcept {
-    constexpr uint32_t kCanBeShared = 2;    // *got of its decode
     constexpr int32_t kVersion = 2;
     DecodedFrame told{};
     DecodedFrame picture = decoded;

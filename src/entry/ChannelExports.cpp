@@ -105,8 +105,8 @@ uint32_t Corvane_UpdateChannelSettings(void* channel, const ChannelUpdate* updat
 }
 
 uint32_t Corvane_SetChannelOption(void* channel, int32_t id, uint64_t value, uint64_t extra) {
-    return OnChannel<StreamChannel, CChannelDecoder>(channel,
-                                                     [&](auto& target) { return target.SetOption(id, value, extra); });
+    return OnChannel<StreamChannel, CChannelDecoder, CAVIChannel>(
+        channel, [&](auto& target) { return target.SetOption(id, value, extra); });
 }
 
 uint32_t Corvane_SetBufferTime(void* channel, uint32_t milliseconds) {

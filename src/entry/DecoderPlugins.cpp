@@ -44,8 +44,9 @@ constexpr size_t kLongestName = 64;    // of a plug-in's file
 
 }    // namespace
 
-#define CORVANE_SLOT(name) \
-    { #name, &IsSet < &DecoderFactories::name>, &Fill < &DecoderFactories::name> }
+// clang-format off
+#define CORVANE_SLOT(name) {#name, &IsSet<&DecoderFactories::name>, &Fill<&DecoderFactories::name>}
+// clang-format on
 
 // In the order of loading.
 const std::array<DecoderPlugins::Plugin, 5>& DecoderPlugins::Plugins() {

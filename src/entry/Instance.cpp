@@ -90,12 +90,14 @@ Status CCorvane_Option::DeleteAvi(const void* handle) {
     std::shared_ptr<AviModule> module;
     {
         MutexLock lock(m_lock);
+        module = m_avi;
+        if (module == nullptr)
+            return Status::WrongChannelType;
         for (const auto& [object, owner] : m_objects)
             if (owner->Channel().GetChannelType() == ChannelType::Decoder && Thread::WorksFor(object))
                 return Status::Failed;
-        module = m_avi;
     }
-    return module != nullptr ? module->Delete(handle) : Status::WrongChannelType;
+    return module->Delete(handle);
 }
 
 void CCorvane_Option::LoadDecoders(const char* directory) {

@@ -303,5 +303,67 @@ TEST(Sweep, TheNthFailureOfALifeWithSound) {
             what, [&] { return Outcome{LiveWithSound(sound, payload)}; }, ended);
 }
 
+// An instance with decoder plug-ins, one of which decodes a picture. False where none was shown.
+bool LiveWithPlugins(const MediaFrameHeader& header, Life& life) {
+    void *instance = nullptr, *channel = nullptr;
+    life.Note(Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0));
+    if (instance != nullptr) {
+        life.Note(Corvane_LoadDecoders(instance, FAKE_PLUGINS "/full"));
+        life.Note(Corvane_CreateChannel(instance, &channel, nullptr));
+    }
+    if (channel != nullptr) {
+        life.Note(Corvane_RegisterRawDataCallback(
+            channel, [](void* shown, const PseudoFrame*) { ++*static_cast<std::atomic<int>*>(shown); }, &life.shown, 3,
+            0));
+        Corvane_SetChannelOption(channel, 46, 3, 0);
+        life.Note(Corvane_StartChannel(channel, 0));
+        life.Note(Corvane_InputEncodedMediaFrame(channel, &header));
+        for (int i = 0; i < (Failed() ? 20 : 20'000) && life.shown == 0 && life.AllWell(); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        life.Note(Corvane_DeleteChannel(instance, &channel));
+    }
+    life.Note(Corvane_Release(&instance));    // with a channel it would need memory
+    return life.shown > 0;
+}
+
+TEST(Sweep, TheNthFailureOfALifeWithPlugins) {
+    mallopt(M_ARENA_MAX, 2);
+    const std::vector<uint8_t> payload(64);    // only the plug-in makes a picture of it
+    const MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, payload, true, 1);
+    auto held = Held();
+    [[maybe_unused]] size_t maps = 0;
+    for (int i = 0; i < 1000; ++i) {
+        Life life;
+        ASSERT_TRUE(LiveWithPlugins(header, life) && life.AllWell());
+        if (i == 50) {
+            held = Held();
+            maps = Maps();
+        }
+    }
+    EXPECT_EQ(Held(), held);
+#if !defined(CORVANE_SANITIZED)
+    EXPECT_EQ(Maps(), maps);
+#endif
+    for (const What what : {What::Allocation, What::Platform})
+        for (const bool forGood : {false, true}) {
+            bool reached = true;
+            uint64_t n = 1;
+            for (; reached; ++n) {
+                SCOPED_TRACE(testing::Message() << static_cast<int>(what) << " " << forGood << " " << n);
+                ASSERT_LT(n, 5000u) << "the path never succeeds";
+                const auto before = Held();
+                Life life;
+                Arm(what, n, forGood);
+                const bool shown = LiveWithPlugins(header, life);
+                reached = Disarm();
+                EXPECT_TRUE(test::Eventually([&] { return Held() == before; }));
+                for (int i = 0; i < life.count; ++i)
+                    EXPECT_TRUE(std::ranges::count(kDocumented, life.statuses[i])) << "status " << i;
+                EXPECT_TRUE(reached || (life.AllWell() && shown));
+            }
+            EXPECT_GT(n, 20u) << "the sweep found nothing to fail";
+        }
+}
+
 }    // namespace
 }    // namespace corvane

@@ -33,6 +33,8 @@ compile() {
 }
 compile first
 compile sound_to_wav
+compile decode_to_file
+compile record
 compile xcb_window xcb
 compile sdl_window sdl2
 compile gtk_embed gtk+-3.0
@@ -64,6 +66,15 @@ SDL_AUDIODRIVER=dummy "$work/sound_to_wav" "$work/sine.alaw" "$work/sine.wav" >/
 tail -c +45 "$work/sine.wav" | cmp - "$work/sine.pcm"
 [ "$(ffprobe -v error -show_entries stream=sample_rate,channels,duration_ts -of csv=p=0 "$work/sine.wav")" = 8000,1,8000 ]
 
+# What a decoder channel gives is what the program ffmpeg gives, and what is recorded is what was fed.
+ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240:rate=25 -t 2 -c:v libx264 -bf 0 -g 25 -aud 1 -pix_fmt yuv420p \
+    -f h264 "$work/short.h264"
+"$work/decode_to_file" "$work/short.h264" "$work/short.i420" >/dev/null
+ffmpeg -nostdin -v error -i "$work/short.h264" -f rawvideo -pix_fmt yuv420p "$work/short.yuv"
+cmp "$work/short.i420" "$work/short.yuv"
+"$work/record" "$work/short.h264" "$work/short.avi" >/dev/null
+[ "$(ffprobe -v error -count_packets -show_entries stream=codec_name,nb_read_packets -of csv=p=0 "$work/short.avi")" = h264,50 ]
+
 # Each example shows the stream: at least a third of its pixels have strong colours, which no toolkit draws by itself.
 export GDK_BACKEND=x11 NO_AT_BRIDGE=1 HOME="$work"
 startDisplay 800x600
@@ -85,8 +96,6 @@ print(sum(max(p) - min(p) > 100 for p in zip(pixels[0::3], pixels[1::3], pixels[
 done
 
 # The host and the library both use SDL: the host ends cleanly, and its sound was heard.
-ffmpeg -nostdin -v error -y -f lavfi -i testsrc2=size=320x240:rate=25 -t 2 -c:v libx264 -bf 0 -g 25 -aud 1 -pix_fmt yuv420p \
-    -f h264 "$work/short.h264"
 SDL_AUDIODRIVER=disk SDL_DISKAUDIOFILE=$work/heard.pcm timeout 60 "$work/sdl_window" "$work/short.h264" "$work/sine.alaw" \
     >"$work/sdl_window.log" 2>&1 || { echo "sdl_window with sound: status $?"; cat "$work/sdl_window.log"; exit 1; }
 python3 - "$work/heard.pcm" "$work/sine.pcm" <<'EOF'

@@ -76,6 +76,23 @@ ffmpeg -nostdin -v error -y -i mp2.mkv -f lavfi -i sine=sample_rate=8000 -shorte
 ! grep 'not decoded' error && [ "$(field stats.json sound_heard)" -gt 0 ]
 unset SDL_AUDIODRIVER SDL_DISKAUDIOFILE
 
+# Recorded while it plays, as it is or compressed anew; decoded without a channel that presents: every picture and all
+# the sound, equal to the program ffmpeg's.
+ffmpeg -nostdin -v error -y -i all.mp4 -f lavfi -i sine=sample_rate=8000 -shortest -c:v copy -c:a pcm_alaw both.mkv
+packets() { ffprobe -v error -count_packets -show_entries stream=codec_name,nb_read_packets -of csv=p=0 "$1" | tr '\n' ' '; }
+SDL_AUDIODRIVER=dummy "$play" --headless --quiet --record live.avi --stats stats.json both.mkv
+[ "$(packets live.avi)" = "$(packets both.mkv)" ] || { packets live.avi; packets both.mkv; exit 1; }
+"$play" --decode-only --quiet --raw i420 decoded.i420 --raw-sound decoded.wav --contact-sheet decoded.png \
+    --record again.avi --compress mpeg4 --stats stats.json both.mkv
+[ "$(field stats.json shown)" = 25 ] && [ "$(field stats.json lost)" = 0 ] && [[ "$(packets again.avi)" = "mpeg4,25 pcm_alaw,"* ]]
+ffmpeg -nostdin -v error -y -i both.mkv -map 0:v -f rawvideo -pix_fmt yuv420p wanted.i420 -map 0:a -f s16le wanted.pcm
+cmp decoded.i420 wanted.i420 && cmp -i 44:0 decoded.wav wanted.pcm
+[ "$(head -c 4 decoded.png | tail -c 3)" = PNG ]
+for mistake in "--record no/such/folder.avi" "--compress h264" "--decode-only --channels 2"; do
+    status=0; "$play" --headless --quiet $mistake both.mkv 2>error || status=$?
+    [ "$status" != 0 ] && [ "$(wc -l <error)" = 1 ]
+done
+
 # Stills of the decoded picture, at intervals.
 stills() { # FORMAT EXTENSION
     "$play" --headless --quiet --still-format "$1" --snapshot-every 0.4 h264.mp4

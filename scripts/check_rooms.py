@@ -36,8 +36,8 @@ SYSTEM = {
     "dlfcn.h": ["platform/Library.cpp"],
     "hwy/": ["kernels/"],
     "SDL": ["platform/sound/"],
-    "libavcodec/": ["decoders/FFmpegDecoder.cpp"],
-    "libavutil/": ["decoders/FFmpegDecoder.cpp", "decoders/G7221Kernel.cpp", "decoders/SampleConverter.cpp", "decoders/SampleConverter.h"],
+    "libavcodec/": ["decoders/FFmpegContext.cpp", "decoders/FFmpegDecoder.cpp", "decoders/FFmpegSoundDecoder.cpp"],
+    "libavutil/": ["decoders/FFmpegContext.cpp", "decoders/FFmpegDecoder.cpp", "decoders/FFmpegSoundDecoder.cpp", "decoders/G7221Kernel.cpp", "decoders/SampleConverter.cpp", "decoders/SampleConverter.h"],
     "libswresample/": ["decoders/SampleConverter.cpp"],
     "libswscale/": ["decoders/FFmpegDecoder.cpp", "filters/FilterResize.cpp", "filters/NearestSamples.cpp"],
     "libav": [],    # all others of FFmpeg

@@ -7,10 +7,6 @@
 
 namespace {
 
-int64_t StreamMs(const MediaFrameHeader& header) {
-    return int64_t{header.streamSeconds} * 1000 + header.timeMilliseconds;
-}
-
 // Prints what a stream-info callback got, addresses as a dash.
 void PrintInfo(uint32_t code, uint64_t a, uint64_t b) {
     const bool aIsAddress = code == CORVANE_INFO_MOTION;
@@ -21,10 +17,8 @@ void PrintInfo(uint32_t code, uint64_t a, uint64_t b) {
 
 }    // namespace
 
-bool ChannelFeed::Open(void* instance, const MediaSource& source, int64_t wallStart, std::string& error) {
-    m_streamType = source.StreamType();
-    m_headerSize = static_cast<uint32_t>(source.FrameHeader().size());
-    m_wallStart = wallStart;
+bool ChannelFeed::Open(void* instance, const StreamFacts& stream, std::string& error) {
+    m_stream = stream;
     ChannelSettings settings{};
     settings.mask = CORVANE_SETTINGS_STREAM_INFO | CORVANE_SETTINGS_STREAM_INFO_CONTEXT;
     settings.streamInfo = &ChannelFeed::OnStreamInfo;
@@ -40,6 +34,7 @@ bool ChannelFeed::Open(void* instance, const MediaSource& source, int64_t wallSt
     }
     m_instance = instance;
     Corvane_SetBufferTime(m_channel, m_options.bufferMs);
+    SetDecoders(m_channel, m_options);
     Corvane_SetChannelOption(m_channel, CORVANE_OPTION_DECODER_THREADS, m_options.threads, 0);
     Corvane_SetChannelOption(m_channel, CORVANE_OPTION_COLOURS, m_options.colours, 0);
     Corvane_SetDisplayMode(m_channel, m_options.displayMode);
@@ -146,25 +141,10 @@ void ChannelFeed::Feed(double elapsed) {
 }
 
 void ChannelFeed::Input(const Reel::Picture& picture) {
-    const SoundFormat& sound = picture.sound;
-    MediaFrameHeader header{};
-    header.recordSize = sizeof(header);
-    header.data = picture.bytes.data();
-    header.headerSize = sound.type != 0 ? 0 : m_headerSize;
-    header.payloadSize = static_cast<uint32_t>(picture.bytes.size()) - header.headerSize;
-    header.streamType = sound.type != 0 ? sound.type : m_streamType;
-    if (sound.type != 0) {
-        header.audioSampleRate = sound.rate;
-        header.audioChannels = sound.channels;
-        header.audioBlockCount = 1;
-        header.detail.audio.audioBitRate = sound.bitRate;
-        header.detail.audio.audioPacking = sound.mostSignificantFirst ? 1 : 0;
-    }
-    header.frameType = picture.key ? 0 : 1;
-    header.streamSeconds = static_cast<uint32_t>(picture.timeMs / 1000);
-    header.timeMilliseconds = static_cast<uint32_t>(picture.timeMs % 1000);
-    header.timeSeconds = static_cast<uint32_t>(m_wallStart + picture.timeMs / 1000);
+    const MediaFrameHeader header = RecordOf(picture, m_stream);
     Corvane_InputEncodedMediaFrame(m_channel, &header);    // the library counts refused frames
-    if (sound.type == 0)
+    if (m_recorder != nullptr)
+        m_recorder->Input(header);
+    if (picture.sound.type == 0)
         m_fedMs = picture.timeMs;
 }

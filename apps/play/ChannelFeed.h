@@ -8,24 +8,27 @@
 
 #include "ChannelView.h"
 #include "ContactSheet.h"
+#include "FrameRecord.h"
 #include "MediaSource.h"
 #include "Options.h"
 #include "RawFiles.h"
+#include "Recorder.h"
 #include "Reel.h"
 #include "Statistics.h"
 
 class ChannelFeed {
 public:
     // `view`: where the channel is shown; null: in memory. `sheet`: gets its pictures in memory; `raw`: gets raw
-    // pictures and sound; both may be null. All outlive the channel. `delay`: seconds by which its pictures come later,
-    // so that the cameras of a wall are not in step.
+    // pictures and sound; `recorder`: gets its frames; each may be null. All outlive the channel. `delay`: seconds by
+    // which its pictures come later, so that the cameras of a wall are not in step.
     ChannelFeed(const Options& options, Reel& reel, ChannelView* view, ContactSheet* sheet, RawFiles* raw,
-                bool printsInfo, bool heard, double delay)
+                Recorder* recorder, bool printsInfo, bool heard, double delay)
         : m_options(options),
           m_reel(reel),
           m_view(view),
           m_sheet(sheet),
           m_raw(raw),
+          m_recorder(recorder),
           m_printsInfo(printsInfo),
           m_heard(heard),
           m_delay(delay) {}
@@ -33,9 +36,8 @@ public:
     ChannelFeed(const ChannelFeed&) = delete;
     ChannelFeed& operator=(const ChannelFeed&) = delete;
 
-    // Makes and starts the channel. `wallStart`: seconds since 1970 of the stream's first picture. False with the
-    // reason in `error`.
-    bool Open(void* instance, const MediaSource& source, int64_t wallStart, std::string& error);
+    // Makes and starts the channel. False with the reason in `error`.
+    bool Open(void* instance, const StreamFacts& stream, std::string& error);
     // No more frames follow: those that wait for the buffer to fill come out, at the stream's pace.
     void EndBuffering();
     void Stop();
@@ -63,14 +65,13 @@ private:
     ChannelView* const m_view;
     ContactSheet* const m_sheet;    // on the render thread until the channel is gone
     RawFiles* const m_raw;
+    Recorder* const m_recorder;
     const bool m_printsInfo;
     const bool m_heard;    // its sound plays, unless options or a key switch it off
     const double m_delay;
     void* m_instance = nullptr;
     void* m_channel = nullptr;
-    uint32_t m_streamType = 0;
-    uint32_t m_headerSize = 0;    // bytes in front of each payload
-    int64_t m_wallStart = 0;
+    StreamFacts m_stream;
     uint64_t m_next = 0;
     int64_t m_fedMs = 0;
     ShownPictures m_pictures;

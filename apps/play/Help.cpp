@@ -22,6 +22,11 @@ usage: corvane-play [options] FILE|URL
   --raw FORMAT FILE       append every picture of the first channel, as decoded, to FILE: i420, yv12, nv12, yuy2, uyvy, bgr,
                           bgra, rgb, rgba, bgr555, bgr565, rgb555, rgb565, or files bmp, bgra-bmp, rgb555-bmp, rgb565-bmp, jpeg
   --raw-sound FILE        write the sound of the first channel, as decoded and played, as WAV
+  --record FILE.avi       record the stream into FILE.avi while it plays, as it is
+  --compress TYPE         record its pictures as jpeg, mpeg4 or h264 (with --record)
+  --decode-only           decode as fast as it goes and show nothing: for --contact-sheet, --raw, --raw-sound, --record
+  --plugins DIR           take decoders from the plug-ins in DIR (see --decoder)
+  --decoder KIND          software (default), cuvid, dxva2 or quicksync; software where the plug-in gives none
   --info                  print what the stream-info callback of the first channel gets: code, a, b
 
   --mute                  no sound until the key 0; of a wall the first channel is heard, if nothing else is said

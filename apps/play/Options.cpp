@@ -90,6 +90,17 @@ bool RawFormat(std::string_view text, Options& options) {
     return options.rawFormat != 0;
 }
 
+// The number of one of these words.
+bool Choice(std::string_view text, std::initializer_list<std::pair<std::string_view, uint32_t>> words, uint32_t& out) {
+    for (const auto& [word, number] : words) {
+        if (word == text) {
+            out = number;
+            return true;
+        }
+    }
+    return false;
+}
+
 // Decimal, or hexadecimal after 0x, as the tools of X11 print window ids.
 bool WindowId(std::string_view text, Options& options) {
     if (!text.starts_with("0x"))
@@ -145,6 +156,11 @@ int CheckTogether(const Options& options) {
         return Mistake("name a file or a URL", "");
     if (options.headless && (options.window != 0 || options.wall > 1 || !options.screenshot.empty()))
         return Mistake("there is no window to show or to save with", "--headless");
+    if (options.decodeOnly &&
+        (options.channels > 1 || options.bottomUp || options.rotate != 0 || options.snapshotEvery > 0 || options.info))
+        return Mistake("there is one channel, which does not present: not with all options goes", "--decode-only");
+    if (options.compression != 0 && options.recordFile.empty())
+        return Mistake("name the file with --record, not only", "--compress");
     if (!options.headless &&
         (!options.contactSheet.empty() || options.kind != CORVANE_PICTURE_BGRA32 || options.bottomUp))
         return Mistake("contact sheet and format are for pictures in memory: add", "--headless");
@@ -174,6 +190,18 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
          },
          2},
         {"--raw-sound", [&](auto text) { return !(options.rawSoundFile = text).empty(); }},
+        {"--record", [&](auto text) { return !(options.recordFile = text).empty(); }},
+        {"--compress",
+         [&](auto text) {
+             return Choice(
+                 text, {{"jpeg", CORVANE_STREAM_JPEG}, {"mpeg4", CORVANE_STREAM_MPEG4}, {"h264", CORVANE_STREAM_H264}},
+                 options.compression);
+         }},
+        {"--plugins", [&](auto text) { return !(options.plugins = text).empty(); }},
+        {"--decoder",
+         [&](auto text) {
+             return Choice(text, {{"software", 0}, {"cuvid", 1}, {"dxva2", 2}, {"quicksync", 3}}, options.decoder);
+         }},
         {"--volume", [&](auto text) { return Number(text, options.volume, 0u, 100u); }},
         {"--screenshot", [&](auto text) { return Screenshot(text, options); }},
         {"--still-format", [&](auto text) { return Still(text, options); }},
@@ -198,6 +226,8 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
             return false;
         if (word == "--headless") {
             options.headless = true;
+        } else if (word == "--decode-only") {
+            options.headless = options.decodeOnly = true;
         } else if (word == "--quiet") {
             options.quiet = true;
         } else if (word == "--mute") {
@@ -226,4 +256,10 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exitCode) {
     }
     exitCode = CheckTogether(options);
     return exitCode == 0;
+}
+
+void SetDecoders(void* channel, const Options& options) {
+    for (const int32_t option :
+         {CORVANE_OPTION_H264_DECODER, CORVANE_OPTION_MPEG4_DECODER, CORVANE_OPTION_H265_DECODER})
+        Corvane_SetChannelOption(channel, option, options.decoder, 0);
 }

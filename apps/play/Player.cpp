@@ -1,7 +1,5 @@
 #include "Player.h"
 
-#include <time.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -19,6 +17,8 @@ constexpr double kPictureStep = 0.04;    // over which the cameras of a wall are
 
 Player::~Player() {
     m_feeds.clear();
+    m_decoder.reset();
+    m_recorder.reset();
     Corvane_Release(&m_instance);
 }
 
@@ -46,25 +46,34 @@ bool Player::Open(std::string& error) {
         if (!m_wall)
             return false;
     }
-    if (Corvane_InitialEx(&m_instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, m_options.flags,
-                          m_options.background) != Status_Ok) {
+    const uint32_t flags = m_options.flags | (m_options.decodeOnly ? uint32_t{CORVANE_FLAG_DECODE_ONLY} : 0);
+    if (Corvane_InitialEx(&m_instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, flags, m_options.background) !=
+        Status_Ok) {
         error = "the library does not start";
         return false;
     }
-    return OpenFeeds(error);
+    if (!m_options.plugins.empty())
+        Corvane_LoadDecoders(m_instance, m_options.plugins.c_str());
+    m_recorder = Recorder::Open(m_instance, m_options, error);
+    return error.empty() && OpenFeeds(error);
 }
 
 bool Player::OpenFeeds(std::string& error) {
-    const int64_t stated = m_source->WallStartSeconds();
-    const int64_t wallStart = stated != 0 ? stated : time(nullptr);
+    if (m_options.decodeOnly) {
+        m_decoder = std::make_unique<DecoderFeed>(m_options, m_sheet.get(), m_raw.get());
+        if (!m_decoder->Open(m_instance))
+            error = "a channel cannot be made";
+        return error.empty();
+    }
+    const StreamFacts stream = FactsOf(*m_source);
     const uint32_t count = std::max(m_options.channels, m_options.wall);
     for (uint32_t i = 0; i < count; ++i) {
         ChannelView* const view = m_wall && i < m_wall->Count() ? &m_wall->View(i) : nullptr;
         const double delay = m_options.wall > 1 ? kPictureStep * i / count : 0;
-        m_feeds.push_back(std::make_unique<ChannelFeed>(m_options, *m_reel, view, i == 0 ? m_sheet.get() : nullptr,
-                                                        i == 0 ? m_raw.get() : nullptr, i == 0 && m_options.info,
-                                                        i == 0, delay));
-        if (!m_feeds.back()->Open(m_instance, *m_source, wallStart, error))
+        m_feeds.push_back(std::make_unique<ChannelFeed>(
+            m_options, *m_reel, view, i == 0 ? m_sheet.get() : nullptr, i == 0 ? m_raw.get() : nullptr,
+            i == 0 ? m_recorder.get() : nullptr, i == 0 && m_options.info, i == 0, delay));
+        if (!m_feeds.back()->Open(m_instance, stream, error))
             return false;
     }
     return true;
@@ -77,8 +86,12 @@ bool Player::Run(const std::atomic<bool>& stop, std::string& error) {
         return false;
     m_startedAt = m_attendedAt = MonotonicSeconds();
     m_status.Start(m_startedAt);
-    Play(stop);
-    Drain(stop);
+    if (m_decoder) {
+        DecodeAll(stop);
+    } else {
+        Play(stop);
+        Drain(stop);
+    }
     if (m_wall)
         TakeScreenshot(true);
     for (const auto& feed : m_feeds)
@@ -110,6 +123,18 @@ void Player::Play(const std::atomic<bool>& stop) {
         if (std::isinf(next))
             return;
         Wait(playing ? std::min(next - elapsed, kLongestWait) : kLongestWait);
+    }
+}
+
+void Player::DecodeAll(const std::atomic<bool>& stop) {
+    const StreamFacts stream = FactsOf(*m_source);
+    const Reel::Picture* frame = nullptr;
+    for (uint64_t next = 0; !stop && (frame = m_reel->At(next)) != nullptr; m_reel->Forget(++next)) {
+        const MediaFrameHeader record = RecordOf(*frame, stream);
+        m_decoder->Decode(record);
+        if (m_recorder)
+            m_recorder->Input(record);
+        PrintStatus(false);
     }
 }
 
@@ -171,13 +196,16 @@ std::vector<Figures> Player::AllFigures() const {
     std::vector<Figures> all;
     for (const auto& feed : m_feeds)
         all.push_back(feed->Now());
+    if (m_decoder)
+        all.push_back(m_decoder->Now());
     return all;
 }
 
 void Player::PrintStatus(bool last) {
     const double now = MonotonicSeconds();
     if (last || m_status.Due(now))
-        m_status.Update(now, m_startedAt, m_feeds.front()->FedMs(), AllFigures(), last);
+        m_status.Update(now, m_startedAt, m_decoder ? m_decoder->FedMs() : m_feeds.front()->FedMs(), AllFigures(),
+                        last);
 }
 
 // ---- Pictures that are saved ---------------------------------------------------------------------------------------
@@ -226,6 +254,10 @@ bool Player::SaveStill(void* channel, std::string& error) {
 bool Player::Finish(std::string& error) {
     for (const auto& feed : m_feeds)
         feed->Delete();
+    if (m_decoder)
+        m_decoder->Delete();
+    if (m_recorder && !m_recorder->Close(error))
+        return false;
     if (m_sheet && !m_sheet->Write(m_options.contactSheet)) {
         error = m_options.contactSheet + ": cannot be written";
         return false;

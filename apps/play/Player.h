@@ -8,9 +8,11 @@
 
 #include "ChannelFeed.h"
 #include "ContactSheet.h"
+#include "DecoderFeed.h"
 #include "MediaSource.h"
 #include "Options.h"
 #include "RawFiles.h"
+#include "Recorder.h"
 #include "Reel.h"
 #include "StatusLine.h"
 #include "Wall.h"
@@ -30,6 +32,8 @@ private:
     bool Open(std::string& error);
     bool OpenFeeds(std::string& error);
     void Play(const std::atomic<bool>& stop);
+    // In place of Play, for a channel that does not present.
+    void DecodeAll(const std::atomic<bool>& stop);
     // Handles the window's events and feeds the frames that are due. False when the play is to end.
     bool GoesOn(const std::atomic<bool>& stop);
     void Wait(double seconds);
@@ -51,6 +55,8 @@ private:
     std::unique_ptr<Wall> m_wall;       // null without a window
     double m_pixelAspect = 1;           // width of a pixel over its height
     void* m_instance = nullptr;
+    std::unique_ptr<Recorder> m_recorder;      // of the first channel; null: nothing is recorded
+    std::unique_ptr<DecoderFeed> m_decoder;    // in the place of m_feeds, where nothing is presented
     std::vector<std::unique_ptr<ChannelFeed>> m_feeds;
     double m_startedAt = 0;    // moves on while paused
     double m_attendedAt = 0;

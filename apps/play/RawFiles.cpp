@@ -45,8 +45,11 @@ void RawFiles::Attach(void* channel) {
     Corvane_SetChannelOption(channel, CORVANE_OPTION_RAW_PICTURES, m_pictures.file != nullptr, 0);
     Corvane_SetChannelOption(channel, CORVANE_OPTION_RAW_SOUND, m_sound.file != nullptr, 0);
     Corvane_SetChannelOption(channel, CORVANE_OPTION_RAW_FORMAT, m_format, 0);
+    const CorvaneRawCallback callback = [](void* context, uint32_t code, void* record) {
+        static_cast<RawFiles*>(context)->Take(code, record);
+    };
     Corvane_SetChannelOption(channel, CORVANE_OPTION_RAW_CALLBACK, reinterpret_cast<uint64_t>(this),
-                             reinterpret_cast<uint64_t>(&RawFiles::OnRaw));
+                             reinterpret_cast<uint64_t>(callback));
 }
 
 bool RawFiles::Close(std::string& error) {
@@ -62,13 +65,12 @@ bool RawFiles::Close(std::string& error) {
     return error.empty();
 }
 
-void RawFiles::OnRaw(void* context, uint32_t code, void* record) {
-    auto& self = *static_cast<RawFiles*>(context);
-    if (code == CORVANE_RAW_SOUND) {
-        self.OnSound(*static_cast<const RawAudioInfo*>(record));
+void RawFiles::Take(uint32_t code, void* record) {
+    if (code == CORVANE_RAW_SOUND && m_sound.file != nullptr) {
+        OnSound(*static_cast<const RawAudioInfo*>(record));
     } else if (code == CORVANE_RAW_PICTURE) {
         const auto& picture = *static_cast<const RawPictureInfo*>(record);
-        self.m_pictures.Write(picture.pixels, picture.size - picture.prefix);
+        m_pictures.Write(picture.pixels, picture.size - picture.prefix);
     }
 }
 

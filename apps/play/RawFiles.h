@@ -17,6 +17,8 @@ public:
 
     // From now on the channel delivers into the files, until it is deleted.
     void Attach(void* channel);
+    // What a raw callback got.
+    void Take(uint32_t code, void* record);
     // After the channel is gone. False with the reason in `error`.
     bool Close(std::string& error);
 
@@ -36,7 +38,6 @@ private:
 
     explicit RawFiles(const Options& options)
         : m_format(options.rawFormat), m_pictures{options.rawFile}, m_sound{options.rawSoundFile} {}
-    static void OnRaw(void* context, uint32_t code, void* record);
     void OnSound(const RawAudioInfo& sound);
     void WriteWavHeader();
 

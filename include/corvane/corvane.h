@@ -419,7 +419,7 @@ enum {
     CORVANE_DISPLAY_ALL = 0,              /* every frame is decoded */
     CORVANE_DISPLAY_KEY_FRAMES = 1,       /* key frames only */
     CORVANE_DISPLAY_THIN_LEAST = 2,       /* this to CORVANE_DISPLAY_THIN_MOST: leaves out H.264 temporal layers, ... */
-    CORVANE_DISPLAY_THIN_MOST = 8         /* ... here all of them */
+    CORVANE_DISPLAY_THIN_MOST = 8         /* ... here all of them; of streams whose slices have start codes of 4 bytes */
 };
 
 /* Resize kinds of option 57. */
@@ -1086,7 +1086,8 @@ CORVANE_API uint32_t Corvane_StopChannel(void* channel);
  * frame above 256 MiB. Status_Failed: an extension of the frame is damaged. Status_ChannelNotStarted.
  * Status_QueueFull: the queue holds its buffer time plus one second of video with a key frame in it, 13 seconds of
  * sound, or 1000 metadata frames. After each of them the channel goes on, only this frame is lost. Blocks only on a
- * channel that blocks when full (option 42), until there is space or the channel stops. [any]
+ * channel that blocks when full (option 42), until there is space or the channel stops. Metadata does not end the
+ * buffering: while no picture or sound comes none leaves the queue, and a channel that blocks waits after 1000. [any]
  */
 CORVANE_API uint32_t Corvane_InputEncodedMediaFrame(void* channel, const MediaFrameHeader* frame);
 

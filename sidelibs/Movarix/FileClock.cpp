@@ -20,9 +20,13 @@ constexpr double kLeastSilenceMs = 40;    // times of sound are rarely more exac
 Period PeriodOf(std::vector<int64_t> timesMs) {
     std::sort(timesMs.begin(), timesMs.end());
     std::vector<int64_t> steps;
-    for (size_t at = 1; at < timesMs.size(); ++at)
-        if (const int64_t step = timesMs[at] - timesMs[at - 1]; step > 0 && step < kLiveJumpMs)
+    size_t equal = 0;    // times that came twice
+    for (size_t at = 1; at < timesMs.size(); ++at) {
+        const int64_t step = timesMs[at] - timesMs[at - 1];
+        if (step > 0 && step < kLiveJumpMs)
             steps.push_back(step);
+        equal += step == 0 ? 1 : 0;
+    }
     if (steps.empty())
         return {};
     std::sort(steps.begin(), steps.end());
@@ -31,7 +35,7 @@ Period PeriodOf(std::vector<int64_t> timesMs) {
     double sum = 0;
     for (const int64_t step : steps)
         sum += static_cast<double>(step);
-    const auto count = static_cast<double>(steps.size());
+    const auto count = static_cast<double>(steps.size() + equal);
     const double mean = sum / count;
     const double error = std::max<double>(static_cast<double>(steps.back() - steps.front()), 1) / count;
     const double perSecond = std::clamp(std::round(1000 / mean), 1.0, 1000.0);

@@ -132,8 +132,7 @@ DecoderPtr MakeAacDecoder(uint32_t sampleRate, uint32_t channels) noexcept {
     const std::optional<uint32_t> layout = IndexOf(kLayouts, channels);
     if (!rate || !layout)
         return nullptr;
-    FFmpegDecoderPtr decoder =
-        MakeAudioDecoder(FFmpegCodec::Aac, sampleRate, channels, 0, Configuration(*rate, *layout + 1));
+    DecoderPtr decoder = MakeAudioDecoder(FFmpegCodec::Aac, sampleRate, channels, 0, Configuration(*rate, *layout + 1));
     return DecoderPtr(decoder == nullptr ? nullptr
                                          : new (std::nothrow)
                                                DecoderIsolated_Nerilo_AAC(std::move(decoder), sampleRate, channels));

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "decoders/DecoderFactories.h"
-#include "decoders/FFmpegDecoder.h"
+#include "decoders/FFmpegSoundDecoder.h"
 #include "decoders/SoundDecoder.h"
 
 namespace corvane {
@@ -14,7 +14,7 @@ namespace corvane {
 class DecoderIsolated_Nerilo_AAC final : public SoundDecoder {
 public:
     // `decoder` takes raw blocks of this rate and channel count.
-    DecoderIsolated_Nerilo_AAC(FFmpegDecoderPtr decoder, uint32_t sampleRate, uint32_t channels)
+    DecoderIsolated_Nerilo_AAC(DecoderPtr decoder, uint32_t sampleRate, uint32_t channels)
         : m_decoder(std::move(decoder)), m_sampleRate(sampleRate), m_channels(channels) {}
 
     // Negative, with *size as it was, for a block that is damaged, or at another rate or channel count.
@@ -24,7 +24,7 @@ private:
     int32_t DecodeBlock(const EncodedUnit& block, uint32_t frames, uint8_t* pcm, uint32_t capacity, uint32_t* written);
     int32_t DecodeAdts(const EncodedUnit& unit, uint8_t* pcm, uint32_t capacity, uint32_t* written);
 
-    const FFmpegDecoderPtr m_decoder;
+    const DecoderPtr m_decoder;
     const uint32_t m_sampleRate;
     const uint32_t m_channels;
 };

@@ -1,7 +1,7 @@
 #include "decoders/AudioDecoderHolder.h"
 
 #include "decoders/AacDecoder.h"
-#include "decoders/FFmpegDecoder.h"
+#include "decoders/FFmpegSoundDecoder.h"
 #include "decoders/G7221Decoder.h"
 #include "decoders/G726Decoder.h"
 #include "decoders/G729Decoder.h"

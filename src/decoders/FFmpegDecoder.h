@@ -1,30 +1,25 @@
-// The software decoder: one FFmpeg codec context with the decoder interface. It does not change FFmpeg's process-wide
-// state (log level, callbacks); settings of its own objects keep them from printing. Where no setting does,
-// HeaderCheck.h keeps the units from the codec that it can recognise, and names the rest.
+// The software decoder of pictures: one FFmpeg codec context with the decoder interface. Where no setting of the
+// context keeps libavcodec from printing, HeaderCheck.h keeps the units from the codec that it can recognise, and names
+// the rest.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <span>
+#include <utility>
 #include <vector>
 
 #include "base/ColourSignal.h"
+#include "base/Status.h"
 #include "corvane/decoder.h"
 #include "decoders/DecoderFactories.h"
+#include "decoders/FFmpegContext.h"
 #include "decoders/FrameQueue.h"
 #include "decoders/HeaderCheck.h"
 
-struct AVCodecContext;
-struct AVFrame;
-struct AVPacket;
 struct SwsContext;
 
 namespace corvane {
-
-enum class FFmpegCodec { Mjpeg, H263, Mpeg4, H264, Hevc, AmrNb, MuLaw, ALaw, G729, Aac };
-
-class SampleConverter;
 
 // The outcome of the last video unit, for which the decoder interface has no field: a damaged unit is no failure there.
 enum class UnitEnd {
@@ -36,18 +31,13 @@ enum class UnitEnd {
 
 class DecoderIsolated_FFmpeg final : public DecoderContext {
 public:
-    class Frame : public QMRX::SDK::Utility::PooledFrame<Frame> {
-    public:
-        Frame();    // raises std::bad_alloc
-        ~Frame();
-        AVFrame* av = nullptr;
-    };
-
-    // Takes over an open context. Raises std::bad_alloc; the context is then the caller's still.
-    DecoderIsolated_FFmpeg(AVCodecContext* context, FFmpegCodec codec);
+    // An open context.
+    DecoderIsolated_FFmpeg(FFmpegContext context, FFmpegCodec codec) : m_codec(codec), m_context(std::move(context)) {}
 
     int32_t DecodeVideo(DecodedFrame* out, uint32_t* got, const EncodedUnit* in) override;
-    int32_t DecodeAudio(uint8_t* pcm, uint32_t* size, const EncodedUnit* in) override;
+    int32_t DecodeAudio(uint8_t*, uint32_t*, const EncodedUnit*) override {
+        return static_cast<int32_t>(Status::NotSupported);
+    }
     void Destroy() override { delete this; }
     int32_t ShareFrame(DecodedFrame* out, int32_t version) override;
 
@@ -64,7 +54,7 @@ public:
     const ColourSignal& Colours() const { return m_colours; }
 
 private:
-    using FrameRef = QMRX::SDK::Utility::FrameReference<Frame>;
+    using FrameRef = QMRX::SDK::Utility::FrameReference<FFmpegContext::Frame>;
     enum class Turn { Drained, Stopped };
 
     ~DecoderIsolated_FFmpeg();
@@ -84,26 +74,14 @@ private:
     // Replaces the front of m_output by a three-plane 4:2:0 picture.
     bool ConvertFront();
     int32_t NextPicture(DecodedFrame* out, uint32_t* got, const EncodedUnit& in);
-    // The next packet brings the configuration again. False without memory.
-    bool RestoreConfiguration();
-    bool DecodeBlocks(const EncodedUnit& in, uint8_t* pcm, uint32_t capacity, uint32_t* written);
-    bool WriteSamples(uint8_t* pcm, uint32_t capacity, uint32_t* written);
 
-    // Constant after construction.
     const FFmpegCodec m_codec;
-    const bool m_isVideo;
-    const int m_sampleRate;    // of sound; a block at another rate, or with other channels, is a failure
-    const int m_channels;
-    AVCodecContext* m_context = nullptr;
-    AVPacket* m_packet = nullptr;
-
     // Used by one thread at a time.
-    QMRX::SDK::Utility::FrameQueue<Frame> m_frames;       // as the codec gives them
-    QMRX::SDK::Utility::FrameQueue<Frame> m_converted;    // 4:2:0 copies of other formats
+    FFmpegContext m_context;
+    QMRX::SDK::Utility::FrameQueue<FFmpegContext::Frame> m_frames;       // as the codec gives them
+    QMRX::SDK::Utility::FrameQueue<FFmpegContext::Frame> m_converted;    // 4:2:0 copies of other formats
     SwsContext* m_scaler = nullptr;
-    std::unique_ptr<SampleConverter> m_samples;
     std::vector<FrameRef> m_output;    // received and not yet superseded, oldest first; few, as a rule
-    bool m_restore = false;            // the last call for sound failed: its block may have changed the configuration
     bool m_frontIsCurrent = false;     // the front was handed out by the last DecodeVideo
     ColourSignal m_colours;            // of the current picture
     int64_t m_sent = 0;                // units, which counts as their time
@@ -121,8 +99,5 @@ using FFmpegDecoderPtr = std::unique_ptr<DecoderIsolated_FFmpeg, DecoderDestroye
 // A new decoder, or null when the codec is missing, does not open, or there is no memory. `threads` is raised to 1 and
 // bounded by 32 for H.265 and 16 for the others.
 FFmpegDecoderPtr MakeVideoDecoder(FFmpegCodec codec, uint32_t threads) noexcept;
-// `configuration` is what comes with the stream outside its packets, none for most codecs.
-FFmpegDecoderPtr MakeAudioDecoder(FFmpegCodec codec, uint32_t sampleRate, uint32_t channels, uint32_t bitsPerSample,
-                                  std::span<const uint8_t> configuration = {}) noexcept;
 
 }    // namespace corvane

@@ -20,6 +20,7 @@ constexpr uint8_t kThinning[4][8] = {
     {0, 4, 2, 6, 1, 5, 3, 7},
 };
 
+// Units after start codes of three bytes are not looked for, so a frame whose slices have only those is kept.
 constexpr uint8_t kStartCode[4] = {0, 0, 0, 1};
 
 const uint8_t* FindStartCode(const uint8_t* from, const uint8_t* end) {

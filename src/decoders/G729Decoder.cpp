@@ -27,7 +27,7 @@ int32_t DecoderIsolated_Nerilo_G729A::DecodeAudio(uint8_t* pcm, uint32_t* size, 
 }
 
 DecoderPtr MakeG729Decoder() noexcept {
-    FFmpegDecoderPtr decoder = MakeAudioDecoder(FFmpegCodec::G729, kSampleRate, 1, 0);
+    DecoderPtr decoder = MakeAudioDecoder(FFmpegCodec::G729, kSampleRate, 1, 0);
     return DecoderPtr(decoder == nullptr ? nullptr
                                          : new (std::nothrow) DecoderIsolated_Nerilo_G729A(std::move(decoder)));
 }

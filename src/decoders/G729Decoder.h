@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "decoders/DecoderFactories.h"
-#include "decoders/FFmpegDecoder.h"
+#include "decoders/FFmpegSoundDecoder.h"
 #include "decoders/SoundDecoder.h"
 
 namespace corvane {
@@ -14,12 +14,12 @@ namespace corvane {
 // A block has 10 bytes and is 80 samples at 8000 Hz, one channel. Fewer bytes at the end are dropped.
 class DecoderIsolated_Nerilo_G729A final : public SoundDecoder {
 public:
-    explicit DecoderIsolated_Nerilo_G729A(FFmpegDecoderPtr decoder) : m_decoder(std::move(decoder)) {}
+    explicit DecoderIsolated_Nerilo_G729A(DecoderPtr decoder) : m_decoder(std::move(decoder)) {}
 
     int32_t DecodeAudio(uint8_t* pcm, uint32_t* size, const EncodedUnit* in) override;
 
 private:
-    const FFmpegDecoderPtr m_decoder;
+    const DecoderPtr m_decoder;
 };
 
 // Null without memory or libavcodec's decoder.

@@ -4,6 +4,8 @@
 #include "support/Calling.h"
 #include "support/PlainPicture.h"
 #include "support/ScriptedRenderer.h"
+#include "support/ScriptedSound.h"
+#include "support/SoundMaker.h"
 #include "support/StreamMaker.h"
 #include "support/Testing.h"
 
@@ -339,6 +341,54 @@ TEST_F(RenderMgr, APictureFromBeforeAWaitingStateDoesNotComeBack) {
     EXPECT_EQ(manager.InsertFilter(&held), Status::Ok);
     manager.PresentFrame(Frame(120), picture.Picture(), false);
     EXPECT_EQ(Await(2).header->timeMilliseconds, 120u);
+}
+
+// The sound device's thread waits for its turn at the raw callback only as long as the sound is on.
+TEST(RenderMgrSound, SwitchedOffItWaitsForNoRawCallback) {
+    ScriptedSound sound;
+    CRenderMgr manager(&sound, 0, 0, Clock::System(), BuiltRenderers(), sound);
+    manager.Raw().SetCallback(&RawSettings::first, {[](void*, uint32_t, void*) { ADD_FAILURE(); }, nullptr});
+    const std::vector<uint8_t> payload(160);
+    manager.InputAudio(std::make_shared<MediaFrameImpl>(SoundHeader(CORVANE_STREAM_MULAW, payload, 8000)), true, false);
+    ASSERT_TRUE(Eventually([&] { return sound.openNow == 1; }));
+    std::optional<RawClient::Turn> running(std::in_place, manager.Raw(), [] { return true; });
+    std::atomic<bool> returned{false};
+    std::thread device([&] {
+        (void)sound.Take(2048 + 320);
+        returned = true;
+    });
+    ChannelStatistics told{.recordSize = sizeof told};
+    EXPECT_TRUE(Eventually([&] { return manager.Counters().Fill(told), told.soundHeard == 1; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));    // for its turn
+    EXPECT_FALSE(returned);
+    manager.EnableSound(false);
+    EXPECT_TRUE(Eventually([&] { return returned.load(); }));
+    running.reset();
+    device.join();
+}
+
+// A stop wakes the worker, which waits at most half a second for the render thread. A single try may be slow on a busy
+// machine, and one is enough.
+TEST(RenderMgrStop, WakesTheWorker) {
+    RendererScript holding;
+    Gate leaves;
+    std::atomic<bool> inside{false};
+    holding.present = [&](const FinishedPicture&, Pass&) { return inside = true, (void)leaves.Wait(), Outcome::Put; };
+    scripts[0] = scripts[1] = &holding;
+    const PlainPicture picture(64, 48, 200);
+    CRenderMgr manager(&holding, 0, 0, Clock::System(), kScripted);
+    manager.PresentFrame(Frame(0), picture.Picture(), true);
+    EXPECT_TRUE(Eventually([&] { return inside.load(); }));
+    manager.PresentFrame(Frame(40), picture.Picture(), true);    // stays in the mailbox
+    bool woken = false;
+    for (int i = 0; i < 20 && !woken; ++i) {
+        manager.Interrupt();
+        const int64_t before = Clock::System().Now();
+        manager.PresentFrame(Frame(80), picture.Picture(), true);
+        woken = Clock::System().Now() - before < 250'000'000;
+    }
+    EXPECT_TRUE(woken);
+    leaves.Open();
 }
 
 }    // namespace

@@ -36,6 +36,20 @@ TEST(RawClient, OneAtATimeAndSettersWaitForTheRunningCallOnly) {
     for (std::thread& caller : callers)
         caller.join();
     EXPECT_EQ(faults, 0);
+    const auto always = [] { return true; };
+    std::optional<RawClient::Turn> turn(std::in_place, client, always);
+    std::atomic<bool> set{false};
+    std::thread setter([&] {
+        client.SetCallback(&RawSettings::first, {});
+        set = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(set);
+    turn.reset();
+    turn.emplace(client, always);    // before the setter looks
+    EXPECT_TRUE(test::Eventually([&] { return set.load(); }));
+    turn.reset();
+    setter.join();
 }
 
 TEST(RawDelivery, SoundOfAFrame) {
@@ -109,6 +123,44 @@ TEST(RawDelivery, OncePerPictureInTheColoursOfItsFormat) {
     }
     ASSERT_EQ(delivered.size(), 2u);
     EXPECT_NE(delivered[0], delivered[1]);
+}
+
+// Both end the repetitions of a picture, and the wait for a turn.
+TEST(RawDelivery, ACutAndAnEndEndADelivery) {
+    for (const auto ends : {&RawDelivery::Cut, &RawDelivery::End}) {
+        ClientFilterCalls filters;
+        RawDelivery raw(filters);
+        int calls = 0;
+        RawCall call = [&](uint32_t, void* record) {
+            static_cast<RawPictureInfo*>(record)->repeat = ++calls < 10;
+            if (calls == 3)
+                (raw.*ends)();
+        };
+        raw.Client().SetCallback(&RawSettings::first, test::Calling(call));
+        raw.Client().Set(&RawSettings::format, CORVANE_PICTURE_I420);
+        const test::PlainPicture source(16, 16, 100);
+        FinishedPicture picture{.frame = std::make_shared<MediaFrameImpl>(MediaFrameHeader{})};
+        picture.decoded = source.Picture();
+        std::atomic<bool> making{false}, over{false};
+        const auto deliver = [&] {
+            raw.Begin();
+            raw.OnFresh();
+            raw.Deliver(picture, nullptr, [&] { return making = true, std::make_shared<const PresentSettings>(); });
+            over = true;
+        };
+        deliver();
+        EXPECT_EQ(calls, 3);
+        making = over = false;
+        std::optional<RawClient::Turn> running(std::in_place, raw.Client(), [] { return true; });
+        std::thread render(deliver);
+        EXPECT_TRUE(test::Eventually([&] { return making.load(); }));
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));    // for its turn
+        (raw.*ends)();
+        EXPECT_TRUE(test::Eventually([&] { return over.load(); }));
+        running.reset();
+        render.join();
+        EXPECT_EQ(calls, 3);
+    }
 }
 
 // A decoder that does not share its pictures overwrites them.

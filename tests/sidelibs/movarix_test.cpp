@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <csignal>
+#include <sstream>
 
 #include "sidelibs/MovarixCalls.h"
 #include "support/BareDecoder.h"
@@ -212,55 +213,39 @@ Times Steps(size_t count, const std::function<double(double)>& timeOf) {
 // Where each picture lies in its file, by the time of its frame.
 TEST(Movarix, FrameTimesDecideTheSpacing) {
     const Times even = Steps(60, [](double at) { return 40 * at; });
-    const auto jump = [](int64_t ms) {
-        return Steps(60, [ms](double at) { return 40 * at + (at >= 40 ? static_cast<double>(ms) : 0); });
-    };
-    const auto shifted = [&](const Times& times, size_t from, int64_t by) {
-        Times out = times;
-        for (size_t at = from; at < out.size(); ++at)
-            out[at] += by;
-        return out;
+    constexpr double presented[] = {-40, 80, -40};    // of P B B: ahead, and behind
+    const auto jump = [](double from, double ms) {
+        return Steps(60, [=](double at) { return 40 * at + (at >= from ? ms : 0); });
     };
     const struct {
         const char* name;
         bool live;
-        Times times;
-        Times wanted;    // in the file
-        double tolerance;
+        Times times, wanted;    // of the frames, and in the file where they differ
+        double tolerance = 0.5;
         bool old = false;    // a record of 176 bytes, without a stream clock
     } kRows[] = {
-        {"25 per second", true, even, even, 0.5},
-        {"29.97 per second in milliseconds", true, Steps(300, [](double at) { return std::floor(at * 1001 / 30); }),
-         Steps(300, [](double at) { return at * 1001 / 30; }), 34},
-        {"12.5 per second", true, Steps(60, [](double at) { return 80 * at; }),
-         Steps(60, [](double at) { return 80 * at; }), 0.5},
-        {"one per second", true, Steps(8, [](double at) { return 1000 * at; }),
-         Steps(8, [](double at) { return 1000 * at; }), 0.5},
-        {"one per 7 seconds", true, Steps(4, [](double at) { return 7000 * at; }),
-         Steps(4, [](double at) { return 7000 * at; }), 0.5},
-        {"times that waver", true, Steps(500, [](double at) { return 40 * at + 9 * std::sin(at * 5); }),
-         Steps(500, [](double at) { return 40 * at; }), 60},
-        {"a lost picture in the first second", true, shifted(even, 5, 40), shifted(even, 5, 40), 0.5},
-        {"twice as fast at first", true, Steps(60, [](double at) { return at < 30 ? 40 * at : 80 * at - 1200; }),
-         Steps(60, [](double at) { return at < 30 ? 40 * at : 80 * at - 1200; }), 0.5},
-        {"10.9 s, live", true, jump(10'900 - 40), jump(10'900 - 40), 20},
-        {"11 s, live: as the last step", true, jump(11'000 - 40), even, 0.5},
-        {"11 s, not live: a gap", false, jump(11'000 - 40), jump(11'000 - 40), 20},
-        {"almost an hour, not live: a gap", false, jump(3'599'000), jump(3'599'000), 20},
-        {"over an hour, not live: as the last step", false, jump(3'600'001), even, 0.5},
-        {"an hour back, live", true, jump(-3'600'000), even, 0.5},
-        {"two seconds back, not live", false, jump(-2000), even, 0.5},
-        {"half a second back: after 16 pictures the clock counts anew", true, jump(-500), even, 0.5},
-        {"times that stand still", true, Steps(60, [](double) { return 5; }), even, 0.5},
-        {"times of presentation: in order, later by the longest step ahead", true,
-         Steps(60,
-               [](double at) {
-                   return 40 *
-                          (3 * std::floor((at + 2) / 3) -
-                           (at > 0 && std::fmod(at, 3) != 1 ? 1 + std::fmod(at + 2, 3) - (std::fmod(at, 3) == 2 ? 0 : 2)
-                                                            : 0));
-               }),
-         even, 120},
+        {"25 per second", true, even, {}},
+        {"29.97 per second in milliseconds", true, Steps(300, [](double at) { return at * 1001 / 30; }), {}, 34},
+        {"12.5 per second", true, Steps(60, [](double at) { return 80 * at; }), {}},
+        {"one per second", true, Steps(8, [](double at) { return 1000 * at; }), {}},
+        {"one per 7 seconds", true, Steps(4, [](double at) { return 7000 * at; }), {}},
+        {"times that waver", true, Steps(500, [](double at) { return 40 * at + 9 * std::sin(at * 5); }), {}, 60},
+        {"a lost picture in the first second", true, jump(5, 40), {}},
+        {"slower later", true, Steps(60, [](double at) { return at < 30 ? 40 * at : 80 * at - 1200; }), {}},
+        {"10.9 s, live", true, jump(40, 10'900 - 40), {}, 20},
+        {"11 s, live: as the last step", true, jump(40, 11'000 - 40), even},
+        {"11 s, not live: a gap", false, jump(40, 11'000 - 40), {}, 20},
+        {"almost an hour, not live: a gap", false, jump(40, 3'599'000), {}, 20},
+        {"over an hour, not live: as the last step", false, jump(40, 3'600'001), even},
+        {"an hour back, live", true, jump(40, -3'600'000), even},
+        {"two seconds back, not live", false, jump(40, -2000), even},
+        {"half a second back", true, jump(40, -500), even},
+        {"times that stand still", true, Steps(60, [](double) { return 5; }), even},
+        {"times of presentation", true,
+         Steps(60, [&](double at) { return 40 * at + (at > 0 ? presented[static_cast<size_t>(at) % 3] : 0); }), even,
+         80},
+        {"each second time twice", true,
+         Steps(60, [](double at) { return 120 * std::floor(at / 3) + 40 * (std::fmod(at, 3) > 1); }), even, 80},
         {"a record without a stream clock has the wall clock", true, even, even, 0.5, true},
     };
     const Folder folder;
@@ -278,7 +263,9 @@ TEST(Movarix, FrameTimesDecideTheSpacing) {
         const Avi avi = ReadAvi(folder / "t.avi");
         ASSERT_EQ(avi.pictures.packets.size(), row.times.size());
         for (size_t at = 0; at < row.times.size(); ++at)
-            EXPECT_NEAR(avi.pictures.packets[at].ms, static_cast<double>(row.wanted[at]), row.tolerance) << at;
+            EXPECT_NEAR(avi.pictures.packets[at].ms,
+                        static_cast<double>((row.wanted.empty() ? row.times : row.wanted)[at]), row.tolerance)
+                << at;
     }
 }
 
@@ -332,202 +319,102 @@ TEST(Movarix, SilenceFillsGapsOfSound) {
     }
 }
 
-struct FileOfTest {
-    std::string name;
-    size_t pictures;
-    bool sound = false;
+// A recording told in words: a letter for the stream, and which of its pictures. Each moves the clock by 40 ms.
+struct Scene {
+    std::vector<EncodedPicture> video = MakeVideo({.width = 160, .height = 96, .frames = 75, .gop = 25});
+    std::vector<EncodedPicture> other = MakeVideo({.width = 176, .height = 96, .frames = 25, .gop = 25});
+    std::vector<EncodedPicture> hevc =
+        MakeVideo({.streamType = kH265, .width = 160, .height = 96, .frames = 25, .gop = 25});
+    Bytes sound = G711(CORVANE_STREAM_MULAW, 1).frames[0];
+    int64_t timeMs = kStart;
+
+    void Pictures(Recorder& recorder, char word, size_t first, size_t end) {
+        const std::vector<EncodedPicture>& stream = word == 'o' ? other : word == 'x' ? hevc : video;
+        for (size_t at = first; at < end; ++at, timeMs += word == 'd' ? 80 : word == 'f' ? 20 : 40) {
+            Bytes bytes = stream[word == 'j' ? 1 : at].bytes;
+            const bool key = word != 'j' && stream[at].key;
+            if (word == 'n' && key) {    // parameter sets at the start alone, in a frame of their own
+                constexpr uint8_t kSlice[] = {0, 0, 1, 0x65};
+                const auto slice = std::search(bytes.begin(), bytes.end(), std::begin(kSlice), std::end(kSlice));
+                if (at == 0)
+                    EXPECT_EQ(recorder.Picture(kH264, {bytes.begin(), slice}, true, timeMs), Status_Ok);
+                bytes.erase(bytes.begin(), slice);
+            }
+            EXPECT_EQ(recorder.Picture(word == 'x' ? kH265 : kH264, bytes, key || word == 'k', timeMs), Status_Ok);
+        }
+    }
+    void Play(Recorder& recorder, const std::string& words) {
+        std::istringstream in(words);
+        for (std::string word; in >> word;) {
+            size_t first = 0, end = 0;
+            std::sscanf(word.c_str() + 1, "%zu-%zu", &first, &end);
+            if (word[0] == 'm' || word[0] == 'a') {
+                const uint32_t type = word[0] == 'm' ? CORVANE_STREAM_MULAW : CORVANE_STREAM_ALAW;
+                EXPECT_EQ(recorder.Input(SoundHeader(type, sound, 8000, 1, 1, timeMs)), Status_Ok);
+            } else if (word[0] == 'P' || word[0] == 'S') {
+                const uint32_t id = word[0] == 'P' ? MOVARIX_OPTION_PICTURES : MOVARIX_OPTION_SOUND;
+                EXPECT_EQ(MOVARIX(SetChannelOption)(recorder.channel, id, static_cast<uint32_t>(first), 0), Status_Ok);
+            } else {
+                Pictures(recorder, word[0], first, end);
+            }
+        }
+    }
 };
 
-void ExpectFiles(const Folder& folder, const std::vector<FileOfTest>& wanted) {
-    EXPECT_EQ(folder.Files(), wanted.size());
-    for (const FileOfTest& file : wanted) {
-        SCOPED_TRACE(file.name);
-        const std::string path = folder / file.name;
+// The pictures of each file in the folder, and + where there is sound. Each file is whole: it can be decoded by itself.
+std::string FilesOf(const Folder& folder) {
+    std::string all;
+    for (size_t number = 1; number <= folder.Files(); ++number) {
+        const std::string path = folder / (number == 1 ? "a.b.avi" : "a.b-" + std::to_string(number) + ".avi");
         const Avi avi = ReadAvi(path);
-        EXPECT_EQ(avi.pictures.packets.size(), file.pictures);
-        EXPECT_EQ(!avi.sound.packets.empty(), file.sound);
+        const std::string count = std::to_string(avi.pictures.packets.size());
         EXPECT_TRUE(avi.pictures.packets.empty() || avi.pictures.packets[0].key);
-        EXPECT_EQ(OutputOf("ffmpeg -v error -i " + path + " -f null - 2>&1"),
-                  "");    // whole: nothing is missing to decode it
-        if (file.pictures > 0)
+        EXPECT_EQ(OutputOf("ffmpeg -v error -i " + path + " -f null - 2>&1"), "");
+        if (count != "0")
             EXPECT_EQ(OutputOf("ffprobe -v error -count_frames -select_streams v -show_entries stream=nb_read_frames "
                                "-of csv=p=0 " +
                                path),
-                      std::to_string(file.pictures) + "\n");
+                      count + "\n");
+        all += (all.empty() ? "" : " ") + count + (avi.sound.packets.empty() ? "" : "+");
     }
+    return all;
 }
 
-// What begins the next file, and that each file can be decoded by itself.
+// What begins the next file.
 TEST(Movarix, TheNextFileBeginsWithAKeyFrame) {
-    const std::vector<EncodedPicture> video = MakeVideo({.width = 160, .height = 96, .frames = 75, .gop = 25});
-    const std::vector<EncodedPicture> other = MakeVideo({.width = 176, .height = 96, .frames = 25, .gop = 25});
-    const std::vector<EncodedPicture> hevc =
-        MakeVideo({.streamType = kH265, .width = 160, .height = 96, .frames = 25, .gop = 25});
-    const SoundCase sound = G711(CORVANE_STREAM_MULAW, 1);
-    const auto feed = [&](Recorder& recorder, const std::vector<EncodedPicture>& pictures, int64_t fromMs,
-                          uint32_t type = kH264, size_t first = 0) {
-        for (size_t at = first; at < pictures.size(); ++at)
-            EXPECT_EQ(recorder.Picture(type, pictures[at].bytes, pictures[at].key,
-                                       kStart + fromMs + static_cast<int64_t>(40 * at)),
-                      Status_Ok);
-    };
-    const auto hear = [&](Recorder& recorder, int64_t ms, uint32_t type = CORVANE_STREAM_MULAW) {
-        EXPECT_EQ(recorder.Input(SoundHeader(type, sound.frames[0], 8000, 1, 1, kStart + ms)), Status_Ok);
-    };
+    Scene scene;
     const struct {
         const char* name;
         uint64_t maxBytes;
         uint32_t maxSeconds;
-        std::function<void(Recorder&)> work;
-        std::vector<FileOfTest> files;
+        const char *words, *files;
     } kRows[] = {
-        {"seconds",
-         0,
-         1,
-         [&](Recorder& r) { feed(r, video, 0); },
-         {{"a.b.avi", 25}, {"a.b-2.avi", 25}, {"a.b-3.avi", 25}}},
-        {"seconds within a group of pictures",
-         0,
-         2,
-         [&](Recorder& r) { feed(r, video, 0); },
-         {{"a.b.avi", 50}, {"a.b-2.avi", 25}}},
-        {"bytes",
-         1,
-         0,
-         [&](Recorder& r) { feed(r, video, 0); },
-         {{"a.b.avi", 25}, {"a.b-2.avi", 25}, {"a.b-3.avi", 25}}},
-        {"no limit", 0, 0, [&](Recorder& r) { feed(r, video, 0); }, {{"a.b.avi", 75}}},
-        {"size",
-         0,
-         0,
-         [&](Recorder& r) {
-             feed(r, video, 0);
-             feed(r, other, 3000);
-         },
-         {{"a.b.avi", 75}, {"a.b-2.avi", 25}}},
-        {"size while held back",
-         0,
-         0,
-         [&](Recorder& r) {
-             feed(r, {video.begin(), video.begin() + 5}, 0);
-             feed(r, other, 200);
-         },
-         {{"a.b.avi", 5}, {"a.b-2.avi", 25}}},
-        {"type, and no key frame at first",
-         0,
-         0,
-         [&](Recorder& r) {
-             feed(r, video, 0);
-             feed(r, hevc, 3000, kH265, 1);
-             feed(r, hevc, 4000, kH265);
-         },
-         {{"a.b.avi", 75}, {"a.b-2.avi", 25}}},
-        {"before the first key frame",
-         0,
-         0,
-         [&](Recorder& r) {
-             hear(r, -20);
-             feed(r, video, 0, kH264, 10);
-         },
-         {{"a.b.avi", 50}}},
-        {"sound that comes late",
-         0,
-         0,
-         [&](Recorder& r) {
-             feed(r, {video.begin(), video.begin() + 40}, 0);
-             hear(r, 1600);
-             feed(r, video, 1640);
-             hear(r, 4640);
-         },
-         {{"a.b.avi", 40}, {"a.b-2.avi", 75, true}}},
-        {"another sound",
-         0,
-         0,
-         [&](Recorder& r) {
-             feed(r, {video.begin(), video.begin() + 20}, 0);
-             hear(r, 780);
-             feed(r, {video.begin(), video.begin() + 20}, 800);
-             hear(r, 1600, CORVANE_STREAM_ALAW);
-             feed(r, video, 1640);
-             hear(r, 1640, CORVANE_STREAM_ALAW);
-         },
-         {{"a.b.avi", 40, true}, {"a.b-2.avi", 75, true}}},
-        {"pictures that come faster",
-         0,
-         0,
-         [&](Recorder& r) {
-             for (size_t at = 0; at < 75; ++at)
-                 EXPECT_EQ(r.Picture(kH264, video[at].bytes, video[at].key,
-                                     kStart + (at < 25 ? 80 * static_cast<int64_t>(at)
-                                                       : 2000 + 20 * (static_cast<int64_t>(at) - 25))),
-                           Status_Ok);
-         },
-         {{"a.b.avi", 50}, {"a.b-2.avi", 25}}},
-        {"pictures off, on, off",
-         0,
-         0,
-         [&](Recorder& r) {
-             EXPECT_EQ(MOVARIX(SetChannelOption)(r.channel, MOVARIX_OPTION_PICTURES, 0, 0), Status_Ok);
-             feed(r, video, 0);
-             hear(r, 0);
-             hear(r, 20);
-             EXPECT_EQ(MOVARIX(SetChannelOption)(r.channel, MOVARIX_OPTION_PICTURES, 1, 0), Status_Ok);
-             feed(r, video, 3000, kH264, 10);
-             hear(r, 5000);
-             EXPECT_EQ(MOVARIX(SetChannelOption)(r.channel, MOVARIX_OPTION_PICTURES, 0, 0), Status_Ok);
-             feed(r, video, 6000);
-         },
-         {{"a.b.avi", 0, true}, {"a.b-2.avi", 50, true}}},
-        {"sound off",
-         0,
-         0,
-         [&](Recorder& r) {
-             EXPECT_EQ(MOVARIX(SetChannelOption)(r.channel, MOVARIX_OPTION_SOUND, 0, 0), Status_Ok);
-             feed(r, video, 0);
-             hear(r, 100);
-         },
-         {{"a.b.avi", 75}}},
-        {"parameter sets at the start alone, in frames of their own",
-         0,
-         1,
-         [&](Recorder& r) {
-             for (size_t at = 0; at < video.size(); ++at) {
-                 const auto slice = std::search(video[at].bytes.begin(), video[at].bytes.end(),
-                                                std::begin({uint8_t{0}, uint8_t{0}, uint8_t{1}, uint8_t{0x65}}),
-                                                std::end({uint8_t{0}, uint8_t{0}, uint8_t{1}, uint8_t{0x65}}));
-                 const auto begin = slice == video[at].bytes.end() ? video[at].bytes.begin() : slice;
-                 const int64_t ms = kStart + static_cast<int64_t>(40 * at);
-                 if (at == 0)
-                     EXPECT_EQ(r.Picture(kH264, {video[at].bytes.begin(), begin}, true, ms), Status_Ok);
-                 EXPECT_EQ(r.Picture(kH264, {begin, video[at].bytes.end()}, video[at].key, ms), Status_Ok);
-             }
-         },
-         {{"a.b.avi", 25}, {"a.b-2.avi", 25}, {"a.b-3.avi", 25}}},
-        {"all frames called key frames",
-         0,
-         1,
-         [&](Recorder& r) {
-             for (size_t at = 0; at < video.size(); ++at)
-                 EXPECT_EQ(r.Picture(kH264, video[at].bytes, true, kStart + static_cast<int64_t>(40 * at)), Status_Ok);
-         },
-         {{"a.b.avi", 25}, {"a.b-2.avi", 25}, {"a.b-3.avi", 25}}},
-        {"no key frame for a minute: no file",
-         0,
-         0,
-         [&](Recorder& r) {
-             for (int64_t at = 0; at < 1500; ++at)
-                 EXPECT_EQ(r.Picture(kH264, video[1].bytes, false, kStart + 40 * at), Status_Ok);
-         },
-         {}},
+        {"seconds", 0, 1, "v0-75", "25 25 25"},
+        {"seconds within a group of pictures", 0, 2, "v0-75", "50 25"},
+        {"bytes", 1, 0, "v0-75", "25 25 25"},
+        {"no limit", 0, 0, "v0-75", "75"},
+        {"size", 0, 0, "v0-75 o0-25", "75 25"},
+        {"size while held back", 0, 0, "v0-5 o0-25", "5 25"},
+        {"type, and no key frame at first", 0, 0, "v0-75 x1-25 x0-25", "75 25"},
+        {"before the first key frame", 0, 0, "m v10-75", "50"},
+        {"sound that comes late", 0, 0, "v0-40 m v0-75 m", "40 75+"},
+        {"another sound", 0, 0, "v0-20 m v0-20 a v0-75 a", "40+ 75+"},
+        {"pictures that come faster", 0, 0, "d0-25 f25-75", "50 25"},
+        {"pictures off, on, off", 0, 0, "P0 v0-75 m m P1 v10-75 m P0 v0-75", "0+ 50+"},
+        {"sound off", 0, 0, "S0 v0-75 m v0-75", "150"},
+        {"sound off in mid-stream", 0, 1, "v0-1 m v1-25 S0 v25-75", "25+ 25 25"},
+        {"parameter sets at the start alone", 0, 1, "n0-75", "25 25 25"},
+        {"all frames called key frames", 0, 1, "k0-75", "25 25 25"},
+        {"no key frame for a minute: no file", 0, 0, "j0-1500", ""},
     };
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.name);
         const Folder folder;
         Recorder recorder;
         ASSERT_EQ(recorder.Start(folder / "a.b.avi", row.maxBytes, row.maxSeconds), Status_Ok);
-        row.work(recorder);
+        scene.Play(recorder, row.words);
         EXPECT_EQ(recorder.Stop(), Status_Ok);
-        ExpectFiles(folder, row.files);
+        EXPECT_EQ(FilesOf(folder), row.files);
     }
     const Folder folder;    // a name that is taken is passed over; the first is refused, or replaced
     WriteFile(folder / "n-2.avi", {1});
@@ -537,13 +424,13 @@ TEST(Movarix, TheNextFileBeginsWithAKeyFrame) {
     std::filesystem::rename(folder / "n.avi", folder / "n-3.avi");
     ASSERT_EQ(recorder.Start(folder / "n.avi", 0, 1), Status_Ok);
     EXPECT_EQ(recorder.Start(folder / "m.avi"), Status_Failed);
-    feed(recorder, {video.begin(), video.begin() + 50}, 0);
+    scene.Play(recorder, "v0-50");
     EXPECT_EQ(recorder.Stop(), Status_Ok);
     EXPECT_EQ(ReadAvi(folder / "n-4.avi").pictures.packets.size(), 25u);
     EXPECT_EQ(std::filesystem::file_size(folder / "n-2.avi"), 1u);
     ASSERT_EQ(recorder.Start(folder / "n-3.avi", 0, 0, MOVARIX_START_REPLACE), Status_Ok);
     EXPECT_EQ(std::filesystem::file_size(folder / "n-3.avi"), 1u << 20);    // as long as nothing takes its place
-    feed(recorder, other, 0);
+    scene.Play(recorder, "o0-25");
     EXPECT_EQ(recorder.Stop(), Status_Ok);
     EXPECT_EQ(ReadAvi(folder / "n-3.avi").pictures.packets.size(), 25u);
 }

@@ -1006,7 +1006,8 @@ CORVANE_API uint32_t Corvane_InitialEx(void** instance, CorvaneStreamInfoCallbac
 
 /*
  * Ends *instance with every channel still on it and sets *instance to null; a null *instance is no error. Handles of those
- * channels are then invalid.
+ * channels are then invalid. AVI channels end first, in the order of their handles, then the side library's part of the
+ * instance, then all other channels, then decoder plug-ins are unloaded.
  * Status_InvalidArgument: instance is null, or *instance the handle of a channel; nothing was done. Status_Failed, and
  * nothing was done: called from a callback of one of its channels, or from a callback that one of its channels waits
  * for, as when two callbacks release each other's instances; or another release of it is running. Status_OutOfMemory: nothing was done. As soon as a release

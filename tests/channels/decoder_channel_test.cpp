@@ -180,6 +180,7 @@ TEST(DecoderChannel, ToldSizesServe) {
     // Black and white in turns, by chance: what takes most bytes as a JPEG.
     CallingFilter filter([](QMRX::Filter::FilterArgs* args) {
         static std::mt19937 chance(7);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(args->destination->plane[0]) % 64, 0u) << "as filters are promised";
         for (int plane = 0; plane < 3; ++plane)
             for (uint32_t y = 0; y < args->height >> (plane != 0); ++y)
                 for (uint32_t x = 0; x < args->width >> (plane != 0); ++x)
@@ -295,11 +296,16 @@ TEST(DecoderChannel, SwitchesAndWhatStaysBetweenCalls) {
     decoder.Set(CORVANE_OPTION_RAW_PICTURES, 1);
     EXPECT_EQ(Decode(decoder.channel, bad).status, Status_Ok);
     EXPECT_EQ(Get(decoder.channel, kI420, 0).size, 0u) << "the last decode gave no picture";
+    EXPECT_NE(Decode(decoder.channel, good).size, 0u);
+    MediaFrameHeader nothing = good;
+    nothing.data = nullptr;
+    EXPECT_EQ(Decode(decoder.channel, nothing).status, Status_Failed);
+    EXPECT_EQ(Get(decoder.channel, kI420, 0).size, 0u) << "neither did a frame that cannot be read";
     uint32_t size = 9;
     DecodedPictureSize told{};
     EXPECT_EQ(Corvane_DecodeVideoDecodeOnly(decoder.channel, &good, &told, &size), Status_Ok);
     EXPECT_EQ(size, 80u * 32 * 3 / 2);
-    EXPECT_EQ(StatisticsOf(decoder.channel).picturesReplaced, 0u);
+
     EXPECT_NE(Decode(decoder.channel, good).size, 0u);
     EXPECT_EQ(StatisticsOf(decoder.channel).picturesReplaced, 1u);
     // Quality, deinterlacing kinds and colours reach their places: the JPEG shrinks, and others are refused.
@@ -401,11 +407,15 @@ TEST(DecoderChannel, OneCallAtATime) {
     };
     Pushed replaced = [&](uint32_t, void*) { formats.push_back(0); };
     Decoder decoder;
-    decoder.SetCallback(CORVANE_OPTION_RAW_CALLBACK_2, &pushed);
+    act = [](RawPictureInfo& info) { info.repeat = 1; };
     const auto input = [&] {
         formats.clear();
         return Corvane_InputToBeDecodedMediaFrame(decoder.channel, &frame);
     };
+    decoder.SetCallback(CORVANE_OPTION_RAW_CALLBACK, &pushed);
+    EXPECT_EQ(input(), Status_Ok);
+    EXPECT_EQ(formats.size(), 1u) << "the first callback cannot ask again";
+    decoder.SetCallback(CORVANE_OPTION_RAW_CALLBACK_2, &pushed);
     act = [&](RawPictureInfo& info) {    // an unknown format ends the repetitions
         info.repeat = 1;
         info.requestedFormat = formats.size() == 1 ? 4 : 0xFFFFFFFF;

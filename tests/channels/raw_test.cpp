@@ -97,8 +97,8 @@ TEST_F(Raw, RepetitionsChangeTheFormatAndTheSecondCallbackComesFirst) {
         info.requestedFormat = formats[delivered.size() % std::size(formats)];
     };
     CorvaneRaw never = [](uint32_t, void*) { ADD_FAILURE(); };
-    Register(CORVANE_OPTION_RAW_CALLBACK, &never);
     Register(CORVANE_OPTION_RAW_CALLBACK_2, &raw);
+    Register(CORVANE_OPTION_RAW_CALLBACK, &never);
     client.Set(CORVANE_OPTION_RAW_FORMAT, formats[0]);
     Feed();
     ASSERT_TRUE(Eventually([&] { return calls == 6; }));

@@ -36,6 +36,20 @@ TEST(RawClient, OneAtATimeAndSettersWaitForTheRunningCallOnly) {
     for (std::thread& caller : callers)
         caller.join();
     EXPECT_EQ(faults, 0);
+    const auto always = [] { return true; };
+    std::optional<RawClient::Turn> turn(std::in_place, client, always);
+    std::atomic<bool> set{false};
+    std::thread setter([&] {
+        client.SetCallback(&RawSettings::first, {});
+        set = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(set);
+    turn.reset();
+    turn.emplace(client, always);    // before the setter looks
+    EXPECT_TRUE(test::Eventually([&] { return set.load(); }));
+    turn.reset();
+    setter.join();
 }
 
 TEST(RawDelivery, SoundOfAFrame) {

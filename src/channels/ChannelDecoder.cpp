@@ -226,7 +226,7 @@ Status CChannelDecoder::Input(const MediaFrameHeader& header) {
         if (!wanted.pictures)
             return Status::Ok;
         const Status status = DecodeStep(header);
-        return m_got != 0 && wanted.Callback() ? PushPicture() : status;
+        return m_got != 0 && wanted.Callback() ? PushPicture(wanted) : status;
     });
 }
 
@@ -359,9 +359,8 @@ Status CChannelDecoder::Deliver(uint32_t format, uint32_t prefix, DecodedVideoIn
     return Status::Ok;
 }
 
-// Calls the callback once, and the second one again while it asks for it.
-Status CChannelDecoder::PushPicture() {
-    const RawSettings first = m_client.Settings();
+// Calls the callback of `first` once, and the second one again while it asks for it.
+Status CChannelDecoder::PushPicture(const RawSettings& first) {
     m_picture.count = 0;
     m_picture.requestedFormat = first.format;
     do {

@@ -88,7 +88,7 @@ private:
     Status MakeOutput(uint32_t format, uint32_t prefix, const CallersMemory& memory);
     Status Run(const FramePtr& frame, const Settings& settings, PictureSize size, PictureTarget& target);
     Status Deliver(uint32_t format, uint32_t prefix, DecodedVideoInfo& out, uint32_t& size);
-    Status PushPicture();
+    Status PushPicture(const RawSettings& first);
     Status Call(const ClientCallback<CorvaneRawCallback>& callback, uint32_t code, void* record);
     void UseMaker(uint32_t format);
     void NoteHandedOver();

@@ -1,5 +1,6 @@
 // The channel that decodes on its caller's thread: beside libavcodec and the decoders of sound called by hand.
 #include "base/PictureLayout.h"
+#include "channels/ChannelDecoder.h"
 #include "filters/FilterPicture.h"
 #include "filters/FilterPixelFormatChange.h"
 #include "picture/PictureMaker.h"
@@ -7,6 +8,7 @@
 #include "support/Calling.h"
 #include "support/Client.h"
 #include "support/GuardedBytes.h"
+#include "support/ScriptedDecoder.h"
 #include "support/SoundMaker.h"
 
 namespace corvane::test {
@@ -278,9 +280,8 @@ TEST(DecoderChannel, BadInputLosesItself) {
 
 // The switches, the last picture, and what the two classes do not take from each other.
 TEST(DecoderChannel, SwitchesAndWhatStaysBetweenCalls) {
-    const Bytes jpeg = OneJpeg();
-    const MediaFrameHeader good = VideoHeader(kJpeg, jpeg, true, 0);
-    const MediaFrameHeader bad = VideoHeader(kJpeg, Bytes(40, 1), true, 0);
+    const Bytes jpeg = OneJpeg(), noise(40, 1);
+    const MediaFrameHeader good = VideoHeader(kJpeg, jpeg, true, 0), bad = VideoHeader(kJpeg, noise, true, 0);
     const Decoder decoder;
     EXPECT_TRUE(Get(decoder.channel, kI420, 0).untouched);    // nothing was decoded yet
     decoder.Set(CORVANE_OPTION_RAW_PICTURES, 0);
@@ -477,6 +478,17 @@ TEST(DecoderChannel, OneCallAtATime) {
     EXPECT_EQ(formats, (std::vector<uint32_t>{4}));
     EXPECT_EQ(Corvane_DeleteDecoderChannel(decoder.instance, &handle), Status_Ok);
     EXPECT_EQ(handle, nullptr);
+    // A callback that goes while its picture is decoded is not called.
+    CChannelDecoder channel({Calling(pushed).function, &pushed, kI420, 0}, false);
+    channel.SetFactories({.GetDecoderIsolated_QuickSync = &ScriptedDecoder::Make});
+    EXPECT_EQ(channel.SetOption(CORVANE_OPTION_H264_DECODER, 3, 0), Status::Ok);
+    ScriptedDecoder::Begin();
+    ScriptedDecoder::picture = [&, picture = ScriptedDecoder::picture](const EncodedUnit& unit) {
+        EXPECT_EQ(channel.SetOption(CORVANE_OPTION_RAW_CALLBACK, 0, 0), Status::Ok);
+        return picture(unit);
+    };
+    EXPECT_EQ(channel.Input(VideoHeader(kH264, jpeg, true, 0)), Status::Ok);
+    EXPECT_EQ(formats.size(), 1u);
 }
 
 // Channels are independent: several threads, each with its own, see their own pictures.

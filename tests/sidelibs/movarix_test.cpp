@@ -748,8 +748,7 @@ TEST(Movarix, DecodedInputIsCompressed) {
             Ok(recorder.Decoded(MOVARIX_DECODED_PICTURE, RawInfo(162, 97, pixels, kStart + 40 * at)));
             Ok(recorder.Decoded(MOVARIX_DECODED_SOUND, RawSound(sound, kStart + 40 * at)));
             luma.insert(luma.end(), pixels.begin(), pixels.begin() + 162 * 96);
-            samples =
-                samples + (at == 0 ? Bytes() : sound);    // a picture waits for its rate; sound, for the first picture
+            samples = samples + sound;
         }
         Ok(recorder.Stop());
         const Avi avi = ReadAvi(path);

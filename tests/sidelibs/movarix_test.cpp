@@ -979,7 +979,8 @@ TEST(Movarix, AThousandLivesLeaveNothing) {
     const Folder folder;
     const std::vector<EncodedPicture> video = MakeVideo({.width = 96, .height = 64, .frames = 30});
     const SoundCase sound = G711(CORVANE_STREAM_MULAW, 1);
-    size_t descriptors = 0, maps = 0, bytes = 0;
+    size_t descriptors = 0;
+    [[maybe_unused]] size_t maps = 0, bytes = 0;
     const int lives = std::getenv("ASAN_OPTIONS") != nullptr || std::getenv("TSAN_OPTIONS") != nullptr ? 200 : 1000;
     const auto live = [&](int life) {
         Recorder recorder;
@@ -1001,8 +1002,10 @@ TEST(Movarix, AThousandLivesLeaveNothing) {
         }
     }
     EXPECT_EQ(Entries("/proc/self/fd"), descriptors);
+#if !defined(CORVANE_SANITIZED)    // the sanitizer's allocator has mappings of its own
     EXPECT_LE(MappedBytes("", false), maps + (1 << 20));
     EXPECT_LE(MappedBytes("[heap]", true), bytes + (1 << 20));
+#endif
 }
 }    // namespace
 }    // namespace corvane::test

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, makes a stream with sound and plays it in a window, then again into memory, where SDL writes
 # the sound that is played to a file. Writes out/screenshot.png, out/contact-sheet.png, out/summary.json, out/sound.wav and its
-# wave form, out/sound.png. Without a display it starts a private X server.
+# wave form, out/sound.png, and out/recorded.avi, recorded while it played. Without a display it starts a private X server.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -19,9 +19,10 @@ trap stopDisplay EXIT
 [ -n "${DISPLAY:-}" ] || startDisplay 1280x720
 build/demo/apps/play/corvane-play --buffer 200 --screenshot out/screenshot.png@4 out/demo.mkv
 SDL_AUDIODRIVER=disk SDL_DISKAUDIOFILE=out/sound.pcm \
-    build/demo/apps/play/corvane-play --headless --buffer 200 --contact-sheet out/contact-sheet.png --stats out/summary.json out/demo.mkv
+    build/demo/apps/play/corvane-play --headless --buffer 200 --contact-sheet out/contact-sheet.png --stats out/summary.json \
+    --record out/recorded.avi out/demo.mkv
 ffmpeg -nostdin -v error -y -f s16le -ar 8000 -ac 1 -i out/sound.pcm out/sound.wav
 ffmpeg -nostdin -v error -y -i out/sound.wav -filter_complex showwavespic=size=1000x240 -frames:v 1 out/sound.png
 cat out/summary.json
 echo "pictures: out/screenshot.png out/contact-sheet.png"
-echo "sound: out/sound.wav out/sound.png"
+echo "sound: out/sound.wav out/sound.png; recorded while it played: out/recorded.avi"

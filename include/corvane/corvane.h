@@ -121,8 +121,9 @@
  * TIMES. Times must rise from frame to frame of a class (video, sound). A step below 1 ms, or of 11 s and more, counts
  * as long as the step before it.
  *
- * WHAT THE LIBRARY DOES TO YOUR PROCESS. Nothing beyond memory, threads, the connection to the X server, and SDL's audio
- * subsystem from the first frame of sound on, with the hint that leaves signals to the host: no
+ * WHAT THE LIBRARY DOES TO YOUR PROCESS. Nothing beyond memory, threads, the connection to the X server, SDL's audio
+ * subsystem from the first frame of sound on, with the hint that leaves signals to the host, and the shared objects that it
+ * loads where they are there (Pellwick.so with itself, Movarix.so in the first Corvane_Initial, plug-ins, Tessaro.so): no
  * signal handler, no locale, no environment, no working directory, no descriptor left open, and no output of its
  * own. Its threads block all signals but those of their own faults. Without memory an export returns
  * Status_OutOfMemory, and a thread of the library loses the picture at hand.
@@ -202,8 +203,7 @@
  *     Corvane_DeleteAVIChannel(instance, &avi);
  *
  * A live AVI channel (Corvane_CreateLiveAVIChannel) differs in how the side library takes times that jump. An exception of the
- * side library becomes Status_Failed. A call that it makes to the client's side, with the channel's calls on its stack, counts
- * as a callback of the AVI channel.
+ * side library becomes Status_Failed. From inside a call of the side library its AVI channel is not deleted: Status_Failed.
  *
  * LOG. When this library is loaded it looks for Pellwick.so, in its own folder, LD_LIBRARY_PATH and the system's folders, and
  * sends its few log lines there: when a renderer failed and was replaced, and when a window cannot be drawn on. The one of
@@ -1006,7 +1006,8 @@ CORVANE_API uint32_t Corvane_InitialEx(void** instance, CorvaneStreamInfoCallbac
 
 /*
  * Ends *instance with every channel still on it and sets *instance to null; a null *instance is no error. Handles of those
- * channels are then invalid.
+ * channels are then invalid. AVI channels end first, in the order of their handles, then the side library's part of the
+ * instance, then all other channels, then decoder plug-ins are unloaded.
  * Status_InvalidArgument: instance is null, or *instance the handle of a channel; nothing was done. Status_Failed, and
  * nothing was done: called from a callback of one of its channels, or from a callback that one of its channels waits
  * for, as when two callbacks release each other's instances; or another release of it is running. Status_OutOfMemory: nothing was done. As soon as a release

@@ -1,5 +1,7 @@
 #include "PictureSize.h"
 
+#include "Bits.h"
+
 namespace movarix {
 
 namespace {
@@ -20,22 +22,6 @@ bool ReadJpeg(const View& bytes, PictureFormat& format) {
     }
     return true;
 }
-
-// Big-endian bits; 0 after the end.
-class Bits {
-public:
-    explicit Bits(const View& bytes) : m_bytes(bytes) {}
-    uint32_t Take(uint32_t count) {
-        uint32_t value = 0;
-        for (; count > 0; --count, ++m_at)
-            value = value << 1 | (m_at / 8 < m_bytes.size ? m_bytes.data[m_at / 8] >> (7 - m_at % 8) & 1u : 0);
-        return value;
-    }
-
-private:
-    const View m_bytes;
-    size_t m_at = 0;
-};
 
 // ITU-T H.263, 5.1: the source format of PTYPE, or of PLUSPTYPE with the sizes of CPFMT.
 bool ReadH263(const View& bytes, PictureFormat& format) {

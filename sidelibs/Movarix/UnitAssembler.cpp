@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "FieldCheck.h"
 #include "PictureSize.h"
 
 namespace movarix {
@@ -75,6 +76,7 @@ void UnitAssembler::Reset(uint32_t type) {
     m_parser.reset();
     m_codec.reset();
     m_known = {};
+    m_mayHaveFields = false;
     m_sets.clear();
     DropAhead();
     m_loneFields = 0;
@@ -131,8 +133,12 @@ UnitAssembler::Content UnitAssembler::ContentOf(const Frame& frame) {
         const uint8_t* const next = AfterStartCode(code, end);
         const uint8_t* const stop = next == end ? end : next[-4] == 0 ? next - 4 : next - 3;
         if (kind.set) {
-            KeepSet({start, static_cast<size_t>(stop - start)}, kind.firstSet && !std::exchange(begun, true));
+            const bool isFirst = kind.firstSet && !std::exchange(begun, true);
+            KeepSet({start, static_cast<size_t>(stop - start)}, isFirst);
             content.hasSets = true;
+            if (frame.type == CORVANE_STREAM_H264 && kind.firstSet)
+                m_mayHaveFields =
+                    (m_mayHaveFields && !isFirst) || MayHaveFields({code, static_cast<size_t>(stop - code)});
         }
         code = next;
     }
@@ -141,10 +147,11 @@ UnitAssembler::Content UnitAssembler::ContentOf(const Frame& frame) {
     return content;
 }
 
-// What the parser of libavcodec finds in the parameter sets and the head of the first slice, which it gets in a copy,
-// since it reads beyond its input.
+// Of key frames, and of all where there may be fields, since it takes as long as writing the frame: what the parser of
+// libavcodec finds in the parameter sets and the head of the first slice, which it gets in a copy, since it reads
+// beyond its input.
 UnitAssembler::Structure UnitAssembler::Parse(const Content& content, PictureFormat& format, bool key) {
-    if (m_type != CORVANE_STREAM_H264 && !key)
+    if (!key && !m_mayHaveFields)
         return Structure::Frame;
     const size_t ahead = std::min(content.picture, kMaxAhead);
     const size_t size = std::min(content.bytes.size - (content.picture - ahead), ahead + kSliceHead);

@@ -62,15 +62,16 @@ private:
     void Join(Picture& picture);
 
     uint32_t m_type = 0;
-    CodecPtr m_codec;              // which the parser needs
-    ParserPtr m_parser;            // of H.264, H.265 and MPEG-4
-    PictureFormat m_known;         // the format of the last picture whose size was known
-    Bytes m_sets;                  // the last parameter sets
-    Bytes m_ahead;                 // frames without a picture, for the next one
-    bool m_aheadSets = false;      // m_ahead has parameter sets
-    bool m_aheadRandom = false;    // or says that decoding can begin with the next picture
-    Bytes m_joined;                // the last joined picture
-    Bytes m_scratch;               // for the parser
+    CodecPtr m_codec;                // which the parser needs
+    ParserPtr m_parser;              // of H.264, H.265 and MPEG-4
+    bool m_mayHaveFields = false;    // H.264, by its last sequence parameter set
+    PictureFormat m_known;           // the format of the last picture whose size was known
+    Bytes m_sets;                    // the last parameter sets
+    Bytes m_ahead;                   // frames without a picture, for the next one
+    bool m_aheadSets = false;        // m_ahead has parameter sets
+    bool m_aheadRandom = false;      // or says that decoding can begin with the next picture
+    Bytes m_joined;                  // the last joined picture
+    Bytes m_scratch;                 // for the parser
     Waiting m_field;
     Bytes m_lone;                 // of a field that was handed out
     uint32_t m_loneFields = 0;    // in a row

@@ -292,6 +292,8 @@ Status CChannelDecoder::Run(const FramePtr& frame, const Settings& settings, Pic
     const RunResult result = m_run.Carry({.frame = *frame, .picture = picture, .size = size}, settings.chain, target);
     if (picture.colours && !result.Lost())
         m_maker->NormaliseColours(*picture.colours);
+    if (m_unfetched && result.smoothing == Smoothing::Done)
+        m_counters.Add(Counter::PicturesSmoothed);
     return result.fate == RunResult::Fate::Carried && result.smoothing != Smoothing::Refused ? Status::Ok
                                                                                              : Status::Failed;
 }

@@ -26,9 +26,9 @@ public:
     VideoDecoderHolder& Settings() { return m_decoder; }
 
     // Calls `use(frame, picture)` with the current picture and the frame that it came from, and returns its status.
-    // Status::Failed where there is no picture, and in the code of a plug-in, which may run under this lock. Waits for a decode in progress. No lock is held while `use` runs,
-    // unless the decoder does not share its pictures: then `use` runs under the decoder lock, since the next decode
-    // would overwrite the picture.
+    // Status::Failed where there is no picture, and in the code of a plug-in, which may run under this lock. Waits for
+    // a decode in progress. No lock is held while `use` runs, unless the decoder does not share its pictures: then
+    // `use` runs under the decoder lock, since the next decode would overwrite the picture.
     template <typename Use>
     Status UseCurrent(Use&& use) const {
         if (Thread::InPlugin())

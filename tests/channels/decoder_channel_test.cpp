@@ -182,6 +182,7 @@ TEST(DecoderChannel, ToldSizesServe) {
     // Black and white in turns, by chance: what takes most bytes as a JPEG.
     CallingFilter filter([](QMRX::Filter::FilterArgs* args) {
         static std::mt19937 chance(7);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(args->destination->plane[0]) % 64, 0u) << "as filters are promised";
         for (int plane = 0; plane < 3; ++plane)
             for (uint32_t y = 0; y < args->height >> (plane != 0); ++y)
                 for (uint32_t x = 0; x < args->width >> (plane != 0); ++x)
@@ -296,20 +297,41 @@ TEST(DecoderChannel, SwitchesAndWhatStaysBetweenCalls) {
     decoder.Set(CORVANE_OPTION_RAW_PICTURES, 1);
     EXPECT_EQ(Decode(decoder.channel, bad).status, Status_Ok);
     EXPECT_EQ(Get(decoder.channel, kI420, 0).size, 0u) << "the last decode gave no picture";
+    EXPECT_NE(Decode(decoder.channel, good).size, 0u);
+    MediaFrameHeader nothing = good;
+    nothing.data = nullptr;
+    EXPECT_EQ(Decode(decoder.channel, nothing).status, Status_Failed);
+    EXPECT_EQ(Get(decoder.channel, kI420, 0).size, 0u) << "neither did a frame that cannot be read";
     uint32_t size = 9;
     DecodedPictureSize told{};
     EXPECT_EQ(Corvane_DecodeVideoDecodeOnly(decoder.channel, &good, &told, &size), Status_Ok);
     EXPECT_EQ(size, 80u * 32 * 3 / 2);
-    EXPECT_EQ(StatisticsOf(decoder.channel).picturesReplaced, 0u);
+
     EXPECT_NE(Decode(decoder.channel, good).size, 0u);
     EXPECT_EQ(StatisticsOf(decoder.channel).picturesReplaced, 1u);
-    // Quality, deinterlacing kinds and colours reach their places: the JPEG shrinks, and others are refused.
+    // Settings reach their places: quality, kinds of scaling (there is no fifth), smoothing of what is marked
+    // interlaced.
     const size_t fine = Get(decoder.channel, 8, 0).size;
     decoder.Set(CORVANE_OPTION_JPEG_QUALITY, 90);
     EXPECT_LT(Get(decoder.channel, 8, 0).size, fine);
-    const Bytes plain = Get(decoder.channel, 4, 0).bytes;
-    decoder.Set(CORVANE_OPTION_COLOURS, CORVANE_COLOURS_SIGNALLED);
-    EXPECT_EQ(Get(decoder.channel, 4, 0).size, plain.size());
+    constexpr uint8_t kMark[] = {0xFF, 0xE2, 0, 12, 'F', 'M', '_', 'I', 'L', ' ', 'M', 'o', 'd', 'e'};
+    Bytes marked = jpeg;
+    marked.insert(marked.begin() + 2, std::begin(kMark), std::end(kMark));
+    const MediaFrameHeader interlaced = VideoHeader(kJpeg, marked, true, 0);
+    const Bytes plain = Decode(decoder.channel, interlaced).bytes;
+    decoder.Set(CORVANE_OPTION_SMOOTHING, 1);
+    EXPECT_NE(Get(decoder.channel, kI420, 0).bytes, plain);
+    EXPECT_EQ(StatisticsOf(decoder.channel).picturesSmoothed, 0u) << "counted by picture, at its first output";
+    EXPECT_NE(Decode(decoder.channel, interlaced).bytes, plain);
+    EXPECT_EQ(StatisticsOf(decoder.channel).picturesSmoothed, 1u);
+    EXPECT_EQ(Corvane_SetDecodeSize(decoder.channel, 64, 48), Status_Ok);
+    Bytes scaled[6];
+    for (const uint64_t kind : {0, 1, 2, 3, 4, 0}) {
+        decoder.Set(CORVANE_OPTION_RESIZE_KIND, kind);
+        scaled[kind == 0 && !scaled[0].empty() ? 5 : kind] = Get(decoder.channel, kI420, 0).bytes;
+    }
+    EXPECT_TRUE(scaled[0] != scaled[1] && scaled[1] != scaled[2] && scaled[2] != scaled[3]);
+    EXPECT_TRUE(scaled[4] == scaled[3] && scaled[5] == scaled[0]);
     for (int32_t id = -1; id <= 1001; ++id) {
         const bool known =
             std::ranges::count(std::array{6, 14, 15, 16, 17, 18, 22, 35, 46, 47, 48, 52, 53, 57, 1000}, id);
@@ -402,11 +424,15 @@ TEST(DecoderChannel, OneCallAtATime) {
     };
     Pushed replaced = [&](uint32_t, void*) { formats.push_back(0); };
     Decoder decoder;
-    decoder.SetCallback(CORVANE_OPTION_RAW_CALLBACK_2, &pushed);
+    act = [](RawPictureInfo& info) { info.repeat = 1; };
     const auto input = [&] {
         formats.clear();
         return Corvane_InputToBeDecodedMediaFrame(decoder.channel, &frame);
     };
+    decoder.SetCallback(CORVANE_OPTION_RAW_CALLBACK, &pushed);
+    EXPECT_EQ(input(), Status_Ok);
+    EXPECT_EQ(formats.size(), 1u) << "the first callback cannot ask again";
+    decoder.SetCallback(CORVANE_OPTION_RAW_CALLBACK_2, &pushed);
     act = [&](RawPictureInfo& info) {    // an unknown format ends the repetitions
         info.repeat = 1;
         info.requestedFormat = formats.size() == 1 ? 4 : 0xFFFFFFFF;

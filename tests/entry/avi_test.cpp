@@ -255,7 +255,7 @@ TEST(AviChannel, FailuresOfTheSideLibraryAreTold) {
          "start 6\n"
          "GetCurrentFileSize 2001 0\n= size 17\nChooseVideoCompressor 1000 0 0 0\n= choose 80000003\nDeleteChannel "
          "2001\n"
-         "deleted 0\nRelease 1000\n"},
+         "callback 2\ndeleted 0\nRelease 1000\n"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(Scenario("failing", row.folder, row.environment), row.wanted);

@@ -323,6 +323,21 @@ TEST(Plugins, AFactoryForEachTypeAndKind) {
         EXPECT_EQ(player.kinds.Take(), row.kinds);
         EXPECT_TRUE(Eventually([&] { return wanted.empty() || player.shown.Take() == "P"; }));
     }
+    // A decoder channel shows its pictures on no display adapter.
+    for (const auto& [folder, call] : {std::pair("full", " CUVID_H264 CUVID/full *"), {"v2", ""}}) {
+        Told told;
+        void *instance = NewInstance(), *channel = nullptr;
+        Corvane_LoadDecoders(instance, (kPlugins + folder).c_str());
+        (void)told.Take();
+        const DecoderChannelSettings settings{.format = CORVANE_PICTURE_I420};
+        Corvane_CreateDecoderChannel(instance, &channel, &settings);
+        Corvane_SetChannelOption(channel, 46, 1, 0);
+        const MediaFrameHeader header = VideoHeader(kH264, payload, true, 1);
+        (void)Corvane_InputToBeDecodedMediaFrame(channel, &header);
+        const std::string calls = told.Take();
+        EXPECT_EQ(fnmatch(call, calls.c_str(), 0), 0) << folder << calls;
+        EXPECT_EQ(Corvane_Release(&instance), Status_Ok);
+    }
 }
 
 // One fault in a stream of two groups of five pictures: P is a picture of the plug-in, a number that of the software.
@@ -453,6 +468,8 @@ TEST(Plugins, OthersGoOnWhileALibraryStarts) {
         told.Add(" +" + label);
         if (!label.starts_with("CUVID"))
             return;
+        void* same = instance;
+        EXPECT_EQ(Corvane_Release(&same), Status_Failed);
         std::thread([&] { channel = NewChannel(instance); }).join();
         EXPECT_EQ(Corvane_LoadDecoders(instance, (kPlugins + "part").c_str()), Status_Ok);
         second = std::thread([&] { Corvane_LoadDecoders(instance, (kPlugins + "part").c_str()); });

@@ -99,6 +99,7 @@ struct AviPacket {
 struct AviStream {
     AVCodecID codec = AV_CODEC_ID_NONE;
     int width = 0, height = 0, rate = 0, channels = 0;
+    Bytes configuration;
     std::vector<AviPacket> packets;    // chunks without bytes left out
 
     Bytes All() const {
@@ -130,6 +131,7 @@ inline Avi ReadAvi(const std::string& path) {
         stream.width = parameters.width;
         stream.height = parameters.height;
         stream.rate = parameters.sample_rate;
+        stream.configuration.assign(parameters.extradata, parameters.extradata + parameters.extradata_size);
         stream.channels = parameters.ch_layout.nb_channels;
         format->streams[index]->discard = AVDISCARD_DEFAULT;
     }

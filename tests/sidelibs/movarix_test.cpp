@@ -7,6 +7,7 @@
 #include <csignal>
 #include <sstream>
 
+#include "base/Sanitized.h"
 #include "sidelibs/MovarixCalls.h"
 #include "support/BareDecoder.h"
 #include "support/FieldStream.h"
@@ -26,6 +27,8 @@ struct SoundCase {
     int g726Bits = 0;
     bool mostFirst = false;
     bool adts = false;
+    int64_t startMs = 0, gapMs = 0;    // of the first frame, and of those from the tenth on
+    size_t lost = 0;                   // frames left out from the tenth on
 };
 
 MediaFrameHeader HeaderOf(const SoundCase& sound, size_t at, int64_t timeMs) {
@@ -36,6 +39,29 @@ MediaFrameHeader HeaderOf(const SoundCase& sound, size_t at, int64_t timeMs) {
         header.detail.audio.audioPacking = sound.mostFirst ? 1 : 0;
     }
     return header;
+}
+
+void Ok(uint32_t status) {
+    EXPECT_EQ(status, Status_Ok);
+}
+
+// Pictures 40 ms apart, after each the sound of its time, and all that is left after the last. The number of sounds.
+size_t Feed(Recorder& recorder, uint32_t type, const std::vector<EncodedPicture>& video, const SoundCase& sound = {}) {
+    size_t put = 0, next = 0;
+    for (size_t at = 0; at < video.size(); ++at) {
+        const auto timeMs = static_cast<int64_t>(40 * at);
+        Ok(recorder.Picture(type, video[at].bytes, video[at].key, kStart + timeMs));
+        for (; next < sound.frames.size(); ++next) {
+            const int64_t ms = std::lround(static_cast<double>(next) * sound.frameMs);
+            if (ms > timeMs && at + 1 < video.size())
+                break;
+            if (next >= 10 && next < 10 + sound.lost)
+                continue;
+            Ok(recorder.Input(HeaderOf(sound, next, kStart + sound.startMs + ms + (next >= 10 ? sound.gapMs : 0))));
+            ++put;
+        }
+    }
+    return put;
 }
 
 std::vector<Bytes> Cut(const Bytes& bytes, size_t size) {
@@ -113,6 +139,8 @@ void ExpectSound(const SoundCase& sound, const AviStream& stream) {
     } else {
         EXPECT_EQ(stream.All(), all);
     }
+    if (sound.type == CORVANE_STREAM_AAC)    // low complexity, 16,000 Hz, two channels, no spectral band replication
+        EXPECT_EQ(stream.configuration, (Bytes{0x14, 0x10, 0x56, 0xE5, 0x00}));
     EXPECT_EQ(stream.rate, sound.rate);
     EXPECT_EQ(stream.channels, sound.channels);
 }
@@ -149,29 +177,17 @@ TEST(Movarix, FilesHaveWhatWasPutIn) {
         SCOPED_TRACE(row.name);
         const std::vector<EncodedPicture> video = MakeVideo(row.video);
         Recorder recorder;
-        ASSERT_EQ(recorder.Start(path, 0, 0, MOVARIX_START_REPLACE), Status_Ok);
-        Bytes all;
-        for (size_t at = 0, sounds = 0; at < video.size(); ++at) {
-            const auto timeMs = static_cast<int64_t>(40 * at);
-            all = all + video[at].bytes;
-            EXPECT_EQ(recorder.Picture(row.video.streamType, video[at].bytes, video[at].key, kStart + timeMs),
-                      Status_Ok);
-            for (; sounds < row.sound.frames.size() &&
-                   (static_cast<double>(sounds) * row.sound.frameMs <= static_cast<double>(timeMs) ||
-                    at + 1 == video.size());
-                 ++sounds)
-                EXPECT_EQ(
-                    recorder.Input(HeaderOf(row.sound, sounds,
-                                            kStart + std::lround(static_cast<double>(sounds) * row.sound.frameMs))),
-                    Status_Ok);
-        }
-        EXPECT_EQ(recorder.Stop(), Status_Ok);
+        Ok(recorder.Start(path, 0, 0, MOVARIX_START_REPLACE));
+        Feed(recorder, row.video.streamType, video, row.sound);
+        Ok(recorder.Stop());
         EXPECT_EQ(recorder.Size(), std::filesystem::file_size(path));
         const Avi avi = ReadAvi(path);
         ASSERT_EQ(avi.pictures.packets.size(), video.size());
         EXPECT_EQ(avi.pictures.width, row.video.width);
         EXPECT_EQ(avi.pictures.height, row.video.height);
+        Bytes all;
         for (size_t at = 0; at < video.size(); ++at) {
+            all = all + video[at].bytes;
             EXPECT_EQ(avi.pictures.packets[at].bytes, video[at].bytes) << at;
             EXPECT_EQ(avi.pictures.packets[at].key, video[at].key) << at;
             EXPECT_NEAR(avi.pictures.packets[at].ms, static_cast<double>(40 * at), 1) << at;
@@ -201,6 +217,11 @@ const Bytes& SmallJpeg() {
     return jpeg;
 }
 
+// Key frames, all of them SmallJpeg.
+std::vector<EncodedPicture> SmallVideo(size_t count) {
+    return std::vector<EncodedPicture>(count, {SmallJpeg(), true});
+}
+
 using Times = std::vector<int64_t>;
 
 Times Steps(size_t count, const std::function<double(double)>& timeOf) {
@@ -214,6 +235,9 @@ Times Steps(size_t count, const std::function<double(double)>& timeOf) {
 TEST(Movarix, FrameTimesDecideTheSpacing) {
     const Times even = Steps(60, [](double at) { return 40 * at; });
     constexpr double presented[] = {-40, 80, -40};    // of P B B: ahead, and behind
+    const auto slower = [](double ms) {
+        return Steps(60, [=](double at) { return (at < 30 ? 40 * at : 80 * at - 1200) + (at >= 45 ? ms : 0); });
+    };
     const auto jump = [](double from, double ms) {
         return Steps(60, [=](double at) { return 40 * at + (at >= from ? ms : 0); });
     };
@@ -231,15 +255,18 @@ TEST(Movarix, FrameTimesDecideTheSpacing) {
         {"one per 7 seconds", true, Steps(4, [](double at) { return 7000 * at; }), {}},
         {"times that waver", true, Steps(500, [](double at) { return 40 * at + 9 * std::sin(at * 5); }), {}, 60},
         {"a lost picture in the first second", true, jump(5, 40), {}},
-        {"slower later", true, Steps(60, [](double at) { return at < 30 ? 40 * at : 80 * at - 1200; }), {}},
+        {"slower later", true, slower(0), {}},
         {"10.9 s, live", true, jump(40, 10'900 - 40), {}, 20},
         {"11 s, live: as the last step", true, jump(40, 11'000 - 40), even},
+        {"20 s after slower pictures: as their step", true, slower(20'000), slower(0)},
         {"11 s, not live: a gap", false, jump(40, 11'000 - 40), {}, 20},
         {"almost an hour, not live: a gap", false, jump(40, 3'599'000), {}, 20},
         {"over an hour, not live: as the last step", false, jump(40, 3'600'001), even},
         {"an hour back, live", true, jump(40, -3'600'000), even},
         {"two seconds back, not live", false, jump(40, -2000), even},
         {"half a second back", true, jump(40, -500), even},
+        {"0.9 s back: after 16 pictures its times count again", true,
+         Steps(60, [](double at) { return 40 * at - (at >= 30 ? 900 : 0) + (at >= 50 ? 200 : 0); }), jump(50, 200)},
         {"times that stand still", true, Steps(60, [](double) { return 5; }), even},
         {"times of presentation", true,
          Steps(60, [&](double at) { return 40 * at + (at > 0 ? presented[static_cast<size_t>(at) % 3] : 0); }), even,
@@ -252,14 +279,14 @@ TEST(Movarix, FrameTimesDecideTheSpacing) {
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.name);
         Recorder recorder(row.live);
-        ASSERT_EQ(recorder.Start(folder / "t.avi", 0, 0, MOVARIX_START_REPLACE), Status_Ok);
+        Ok(recorder.Start(folder / "t.avi", 0, 0, MOVARIX_START_REPLACE));
         for (const int64_t time : row.times) {
             MediaFrameHeader header = VideoHeader(kJpeg, SmallJpeg(), true, kStart + time);
             header.recordSize = row.old ? 0 : header.recordSize;
             header.streamSeconds = row.old ? 77 : header.streamSeconds;
-            EXPECT_EQ(recorder.Input(header), Status_Ok);
+            Ok(recorder.Input(header));
         }
-        EXPECT_EQ(recorder.Stop(), Status_Ok);
+        Ok(recorder.Stop());
         const Avi avi = ReadAvi(folder / "t.avi");
         ASSERT_EQ(avi.pictures.packets.size(), row.times.size());
         for (size_t at = 0; at < row.times.size(); ++at)
@@ -271,49 +298,41 @@ TEST(Movarix, FrameTimesDecideTheSpacing) {
 
 // Sound keeps its time beside the pictures: silence before it, and where frames are missing.
 TEST(Movarix, SilenceFillsGapsOfSound) {
+    const auto with = [](SoundCase sound, int64_t startMs, size_t lost, int64_t gapMs = 0) {
+        sound.startMs = startMs;
+        sound.lost = lost;
+        sound.gapMs = gapMs;
+        return sound;
+    };
+    const SoundCase muLaw = G711(CORVANE_STREAM_MULAW, 1);
     const struct {
         const char* name;
         SoundCase sound;
-        int64_t startMs, gapMs;
-        uint32_t lost;    // frames in mid-stream
         double silenceMs;
     } kRows[] = {
-        {"from the start", G711(CORVANE_STREAM_MULAW, 1), 0, 0, 0, 0},
-        {"A-law that begins late", G711(CORVANE_STREAM_ALAW, 2), 500, 0, 0, 500},
-        {"AAC that begins late", Aac(1, false), 640, 0, 0, 640},
-        {"before the first picture: left out", G711(CORVANE_STREAM_MULAW, 1), -200, 0, 0, -200},
-        {"one frame lost: nothing", G711(CORVANE_STREAM_MULAW, 1), 0, 0, 1, 0},
-        {"five lost", G711(CORVANE_STREAM_MULAW, 1), 0, 0, 5, 100},
-        {"five of G.726 lost", G726(4, true, 80), 0, 0, 5, 100},
-        {"five of AAC lost", Aac(1, false), 0, 0, 5, 320},
-        {"a clock of its own", G711(CORVANE_STREAM_MULAW, 1), 5'000'000, 0, 0, 0},
-        {"its clock goes back by an hour", G711(CORVANE_STREAM_MULAW, 1), 0, -3'600'000, 0, 0},
+        {"from the start", muLaw, 0},
+        {"A-law that begins late", with(G711(CORVANE_STREAM_ALAW, 2), 500, 0), 500},
+        {"AAC that begins late", with(Aac(1, false), 640, 0), 640},
+        {"before the first picture: left out", with(muLaw, -200, 0), -200},
+        {"one frame lost: nothing", with(muLaw, 0, 1), 0},
+        {"five lost", with(muLaw, 0, 5), 100},
+        {"five of G.726 lost", with(G726(4, true, 80), 0, 5), 100},
+        {"five of AAC lost", with(Aac(1, false), 0, 5), 320},
+        {"a clock of its own", with(muLaw, 5'000'000, 0), 0},
+        {"its clock goes back by an hour", with(muLaw, 0, 0, -3'600'000), 0},
     };
     const Folder folder;
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.name);
         Recorder recorder;
-        ASSERT_EQ(recorder.Start(folder / "s.avi", 0, 0, MOVARIX_START_REPLACE), Status_Ok);
-        size_t sounds = 0, put = 0;
-        for (int64_t at = 0; at < 40; ++at) {
-            EXPECT_EQ(recorder.Picture(kJpeg, SmallJpeg(), true, kStart + 40 * at), Status_Ok);
-            for (; sounds < 40 && static_cast<double>(sounds) * row.sound.frameMs <= 40.0 * static_cast<double>(at);
-                 ++sounds)
-                if (sounds < 10 || sounds >= 10 + row.lost) {
-                    const int64_t timeMs = kStart + row.startMs +
-                                           std::lround(static_cast<double>(sounds) * row.sound.frameMs) +
-                                           (sounds >= 10 ? row.gapMs : 0);
-                    EXPECT_EQ(recorder.Input(HeaderOf(row.sound, sounds % row.sound.frames.size(), timeMs)), Status_Ok);
-                    ++put;
-                }
-        }
-        EXPECT_EQ(recorder.Stop(), Status_Ok);
-        const Avi avi = ReadAvi(folder / "s.avi");
-        const double frames =
-            row.sound.type == CORVANE_STREAM_AAC
-                ? static_cast<double>(avi.sound.packets.size())
-                : static_cast<double>(avi.sound.All().size()) / static_cast<double>(row.sound.frames[0].size());
-        EXPECT_NEAR((frames - static_cast<double>(put)) * row.sound.frameMs, row.silenceMs,
+        Ok(recorder.Start(folder / "s.avi", 0, 0, MOVARIX_START_REPLACE));
+        const size_t put = Feed(recorder, kJpeg, SmallVideo(60), row.sound);
+        Ok(recorder.Stop());
+        const AviStream sound = ReadAvi(folder / "s.avi").sound;
+        const bool aac = row.sound.type == CORVANE_STREAM_AAC;
+        EXPECT_TRUE(row.sound.type != CORVANE_STREAM_ALAW || sound.All()[0] == 0xD5);
+        const size_t frames = aac ? sound.packets.size() : sound.All().size() / row.sound.frames[0].size();
+        EXPECT_NEAR((static_cast<double>(frames) - static_cast<double>(put)) * row.sound.frameMs, row.silenceMs,
                     row.sound.frameMs / 2 + 0.01);
         EXPECT_EQ(OutputOf("ffmpeg -v error -i " + (folder / "s.avi") + " -map 0:a -f null - 2>&1"), "");
     }
@@ -337,10 +356,10 @@ struct Scene {
                 constexpr uint8_t kSlice[] = {0, 0, 1, 0x65};
                 const auto slice = std::search(bytes.begin(), bytes.end(), std::begin(kSlice), std::end(kSlice));
                 if (at == 0)
-                    EXPECT_EQ(recorder.Picture(kH264, {bytes.begin(), slice}, true, timeMs), Status_Ok);
+                    Ok(recorder.Picture(kH264, {bytes.begin(), slice}, true, timeMs));
                 bytes.erase(bytes.begin(), slice);
             }
-            EXPECT_EQ(recorder.Picture(word == 'x' ? kH265 : kH264, bytes, key || word == 'k', timeMs), Status_Ok);
+            Ok(recorder.Picture(word == 'x' ? kH265 : kH264, bytes, key || word == 'k', timeMs));
         }
     }
     void Play(Recorder& recorder, const std::string& words) {
@@ -350,10 +369,10 @@ struct Scene {
             std::sscanf(word.c_str() + 1, "%zu-%zu", &first, &end);
             if (word[0] == 'm' || word[0] == 'a') {
                 const uint32_t type = word[0] == 'm' ? CORVANE_STREAM_MULAW : CORVANE_STREAM_ALAW;
-                EXPECT_EQ(recorder.Input(SoundHeader(type, sound, 8000, 1, 1, timeMs)), Status_Ok);
+                Ok(recorder.Input(SoundHeader(type, sound, 8000, 1, 1, timeMs)));
             } else if (word[0] == 'P' || word[0] == 'S') {
                 const uint32_t id = word[0] == 'P' ? MOVARIX_OPTION_PICTURES : MOVARIX_OPTION_SOUND;
-                EXPECT_EQ(MOVARIX(SetChannelOption)(recorder.channel, id, static_cast<uint32_t>(first), 0), Status_Ok);
+                Ok(MOVARIX(SetChannelOption)(recorder.channel, id, static_cast<uint32_t>(first), 0));
             } else {
                 Pictures(recorder, word[0], first, end);
             }
@@ -404,16 +423,16 @@ TEST(Movarix, TheNextFileBeginsWithAKeyFrame) {
         {"sound off", 0, 0, "S0 v0-75 m v0-75", "150"},
         {"sound off in mid-stream", 0, 1, "v0-1 m v1-25 S0 v25-75", "25+ 25 25"},
         {"parameter sets at the start alone", 0, 1, "n0-75", "25 25 25"},
-        {"all frames called key frames", 0, 1, "k0-75", "25 25 25"},
+        {"all frames called key frames", 1, 0, "k0-75", "25 25 25"},
         {"no key frame for a minute: no file", 0, 0, "j0-1500", ""},
     };
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.name);
         const Folder folder;
         Recorder recorder;
-        ASSERT_EQ(recorder.Start(folder / "a.b.avi", row.maxBytes, row.maxSeconds), Status_Ok);
+        Ok(recorder.Start(folder / "a.b.avi", row.maxBytes, row.maxSeconds));
         scene.Play(recorder, row.words);
-        EXPECT_EQ(recorder.Stop(), Status_Ok);
+        Ok(recorder.Stop());
         EXPECT_EQ(FilesOf(folder), row.files);
     }
     const Folder folder;    // a name that is taken is passed over; the first is refused, or replaced
@@ -422,16 +441,16 @@ TEST(Movarix, TheNextFileBeginsWithAKeyFrame) {
     Recorder recorder;
     EXPECT_EQ(recorder.Start(folder / "n.avi"), MOVARIX_SYSTEM_ERROR(EEXIST));
     std::filesystem::rename(folder / "n.avi", folder / "n-3.avi");
-    ASSERT_EQ(recorder.Start(folder / "n.avi", 0, 1), Status_Ok);
+    Ok(recorder.Start(folder / "n.avi", 0, 1));
     EXPECT_EQ(recorder.Start(folder / "m.avi"), Status_Failed);
     scene.Play(recorder, "v0-50");
-    EXPECT_EQ(recorder.Stop(), Status_Ok);
+    Ok(recorder.Stop());
     EXPECT_EQ(ReadAvi(folder / "n-4.avi").pictures.packets.size(), 25u);
     EXPECT_EQ(std::filesystem::file_size(folder / "n-2.avi"), 1u);
-    ASSERT_EQ(recorder.Start(folder / "n-3.avi", 0, 0, MOVARIX_START_REPLACE), Status_Ok);
+    Ok(recorder.Start(folder / "n-3.avi", 0, 0, MOVARIX_START_REPLACE));
     EXPECT_EQ(std::filesystem::file_size(folder / "n-3.avi"), 1u << 20);    // as long as nothing takes its place
     scene.Play(recorder, "o0-25");
-    EXPECT_EQ(recorder.Stop(), Status_Ok);
+    Ok(recorder.Stop());
     EXPECT_EQ(ReadAvi(folder / "n-3.avi").pictures.packets.size(), 25u);
 }
 
@@ -442,20 +461,19 @@ TEST(Movarix, FieldsAreJoined) {
         SCOPED_TRACE(lone);
         const Folder folder;
         Recorder recorder;
-        ASSERT_EQ(recorder.Start(folder / "f.avi"), Status_Ok);
+        Ok(recorder.Start(folder / "f.avi"));
         std::vector<Bytes> wanted;
         for (const FieldUnit& field : fields) {
             if (lone && field.bottom)
                 continue;
-            EXPECT_EQ(recorder.Picture(kH264, field.bytes, field.picture % kFieldGop == 0 && !field.bottom,
-                                       kStart + 40 * field.picture + (field.bottom ? 20 : 0)),
-                      Status_Ok);
+            Ok(recorder.Picture(kH264, field.bytes, field.picture % kFieldGop == 0 && !field.bottom,
+                                kStart + 40 * field.picture + (field.bottom ? 20 : 0)));
             if (field.bottom)
                 wanted.back() = wanted.back() + field.bytes;
             else
                 wanted.push_back(field.bytes);
         }
-        EXPECT_EQ(recorder.Stop(), Status_Ok);
+        Ok(recorder.Stop());
         const Avi avi = ReadAvi(folder / "f.avi");
         ASSERT_EQ(avi.pictures.packets.size(), wanted.size());
         for (size_t at = 0; at < wanted.size(); ++at) {
@@ -483,7 +501,6 @@ TEST(Movarix, BadInputGetsAStatus) {
         {"", 0, MOVARIX_SYSTEM_ERROR(ENOENT)},
         {folder / std::string(5000, 'x'), 0, MOVARIX_SYSTEM_ERROR(ENAMETOOLONG)},
         {"/dev/null", MOVARIX_START_REPLACE, MOVARIX_SYSTEM_ERROR(EINVAL)},
-        {"/proc/version", MOVARIX_START_REPLACE, MOVARIX_SYSTEM_ERROR(getuid() == 0 ? EIO : EACCES)},
         {"/proc/new.avi", 0, MOVARIX_SYSTEM_ERROR(ENOENT)},
         {folder / "\xff\xfe.avi", 0, Status_Ok},
     };
@@ -491,11 +508,8 @@ TEST(Movarix, BadInputGetsAStatus) {
     EXPECT_EQ(recorder.Picture(kJpeg, SmallJpeg(), true, kStart), Status_ChannelNotStarted);
     EXPECT_EQ(recorder.Decoded(MOVARIX_DECODED_PICTURE, RawPictureInfo{}), Status_ChannelNotStarted);
     EXPECT_EQ(MOVARIX(StartChannel)(recorder.channel, 0), Status_InvalidArgument);
-    for (const auto& row : kStarts) {
-        SCOPED_TRACE(row.path.substr(0, 60));
-        if (row.path != "/proc/version")
-            EXPECT_EQ(recorder.Start(row.path, 0, 0, row.flags), row.status);
-    }
+    for (const auto& row : kStarts)
+        EXPECT_EQ(recorder.Start(row.path, 0, 0, row.flags), row.status) << row.path.substr(0, 60);
     MovarixStart start{12, 0, "x", 0, 0, {}};
     EXPECT_EQ(MOVARIX(StartChannel)(recorder.channel, reinterpret_cast<uint64_t>(&start)), Status_InvalidArgument);
 
@@ -554,8 +568,8 @@ TEST(Movarix, BadInputGetsAStatus) {
     };
     for (const auto& row : kInputs)
         EXPECT_EQ(row.got, row.wanted) << row.name;
-    EXPECT_EQ(recorder.Picture(kJpeg, SmallJpeg(), true, kStart), Status_Ok);
-    EXPECT_EQ(recorder.Stop(), Status_Ok);
+    Ok(recorder.Picture(kJpeg, SmallJpeg(), true, kStart));
+    Ok(recorder.Stop());
     EXPECT_EQ(ReadAvi(folder / "\xff\xfe.avi").pictures.packets.size(), 1u);
 }
 
@@ -609,7 +623,7 @@ TEST(Movarix, WhatCannotBeWrittenIsOneStatus) {
         EXPECT_GT(ReadAvi(small / "full.avi").pictures.packets.size(), 10u);    // up to where the disk was full
         umount((small / "").c_str());
     }
-    ASSERT_EQ(recorder.Start(folder / "gone.avi"), Status_Ok);
+    Ok(recorder.Start(folder / "gone.avi"));
     EXPECT_EQ(FeedUntilRefused(recorder, 30), Status_Ok);
     std::filesystem::remove(folder / "gone.avi");
     EXPECT_EQ(FeedUntilRefused(recorder, 30), MOVARIX_SYSTEM_ERROR(ENOENT));
@@ -619,15 +633,12 @@ TEST(Movarix, WhatCannotBeWrittenIsOneStatus) {
 // A process that ends in the middle leaves a file that players open, up to the last second.
 TEST(Movarix, AKilledProcessLeavesAFile) {
     const Folder folder;
-    const SoundCase sound = G711(CORVANE_STREAM_MULAW, 1);
     EXPECT_EQ(InChild([&] {
                   Recorder recorder;
                   recorder.Start(folder / "k.avi");
-                  for (int64_t at = 0; at < 250; ++at) {
-                      recorder.Picture(kJpeg, SmallJpeg(), true, kStart + 40 * at);
-                      recorder.Input(
-                          SoundHeader(sound.type, sound.frames[0] + sound.frames[1], 8000, 1, 1, kStart + 40 * at));
-                  }
+                  SoundCase sound = G711(CORVANE_STREAM_MULAW, 1);
+                  sound.frames = Cut(Noise(250 * 320), 160);
+                  Feed(recorder, kJpeg, SmallVideo(250), sound);
                   return raise(SIGKILL);
               }),
               -SIGKILL);
@@ -645,14 +656,14 @@ TEST(Movarix, LargeFilesAreOpenDml) {
         GTEST_SKIP() << "not enough room";
     const Folder folder;
     Recorder recorder;
-    ASSERT_EQ(recorder.Start(folder / "large.avi"), Status_Ok);
+    Ok(recorder.Start(folder / "large.avi"));
     constexpr int64_t kPictures = 150;
     Bytes large = SmallJpeg() + Bytes(16 << 20, 0);
     for (int64_t at = 0; at < kPictures; ++at) {
         large.back() = static_cast<uint8_t>(at);
         ASSERT_EQ(recorder.Picture(kJpeg, large, true, kStart + 40 * at), Status_Ok);
     }
-    EXPECT_EQ(recorder.Stop(), Status_Ok);
+    Ok(recorder.Stop());
     EXPECT_GT(recorder.Size(), 1ull << 31);
     AVFormatContext* format = nullptr;
     ASSERT_EQ(avformat_open_input(&format, (folder / "large.avi").c_str(), nullptr, nullptr), 0);
@@ -724,26 +735,22 @@ TEST(Movarix, DecodedInputIsCompressed) {
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.pictures);
         Recorder recorder;
-        EXPECT_EQ(MOVARIX(ChooseChannelVideoCompressor)(recorder.channel, row.pictures, 4'000'000, row.interval),
-                  Status_Ok);
+        Ok(MOVARIX(ChooseChannelVideoCompressor)(recorder.channel, row.pictures, 4'000'000, row.interval));
         const MovarixCompressor chosen{row.sound, 0, 0};
         MovarixCompressor read{};
-        EXPECT_EQ(MOVARIX(SetChannelAudioCompressorParam)(recorder.channel, reinterpret_cast<uint64_t>(&chosen)),
-                  Status_Ok);
-        EXPECT_EQ(MOVARIX(GetChannelAudioCompressorParam)(recorder.channel, reinterpret_cast<uint64_t>(&read)),
-                  Status_Ok);
+        Ok(MOVARIX(SetChannelAudioCompressorParam)(recorder.channel, reinterpret_cast<uint64_t>(&chosen)));
+        Ok(MOVARIX(GetChannelAudioCompressorParam)(recorder.channel, reinterpret_cast<uint64_t>(&read)));
         EXPECT_EQ(read.type, row.sound);
-        ASSERT_EQ(recorder.Start(path, 0, 0, MOVARIX_START_REPLACE), Status_Ok);
+        Ok(recorder.Start(path, 0, 0, MOVARIX_START_REPLACE));
         Bytes luma, samples;
         for (int at = 0; at < 30; ++at) {
             const Bytes pixels = RawOf(162, 97, at), sound = Noise(640);
-            EXPECT_EQ(recorder.Decoded(MOVARIX_DECODED_PICTURE, RawInfo(162, 97, pixels, kStart + 40 * at)), Status_Ok);
-            EXPECT_EQ(recorder.Decoded(MOVARIX_DECODED_SOUND, RawSound(sound, kStart + 40 * at)), Status_Ok);
+            Ok(recorder.Decoded(MOVARIX_DECODED_PICTURE, RawInfo(162, 97, pixels, kStart + 40 * at)));
+            Ok(recorder.Decoded(MOVARIX_DECODED_SOUND, RawSound(sound, kStart + 40 * at)));
             luma.insert(luma.end(), pixels.begin(), pixels.begin() + 162 * 96);
-            samples =
-                samples + (at == 0 ? Bytes() : sound);    // a picture waits for its rate; sound, for the first picture
+            samples = samples + sound;
         }
-        EXPECT_EQ(recorder.Stop(), Status_Ok);
+        Ok(recorder.Stop());
         const Avi avi = ReadAvi(path);
         EXPECT_EQ(avi.pictures.codec, row.pictureCodec);
         EXPECT_EQ(avi.sound.codec, row.soundCodec);
@@ -778,7 +785,7 @@ TEST(Movarix, DecodedPicturesOfAllFormats) {
     for (const uint32_t format : kFormats) {
         SCOPED_TRACE(format);
         Recorder recorder;
-        ASSERT_EQ(recorder.Start(folder / "p.avi", 0, 0, MOVARIX_START_REPLACE), Status_Ok);
+        Ok(recorder.Start(folder / "p.avi", 0, 0, MOVARIX_START_REPLACE));
         const DecoderChannelSettings settings{
             [](void* context, uint32_t code, void* record) {
                 EXPECT_EQ(static_cast<Recorder*>(context)->Decoded(code, *static_cast<RawPictureInfo*>(record)),
@@ -790,31 +797,33 @@ TEST(Movarix, DecodedPicturesOfAllFormats) {
         const MediaFrameHeader header = VideoHeader(kH264, stream[0].bytes, true, kStart);
         EXPECT_EQ(Corvane_InputToBeDecodedMediaFrame(decoder, &header), Status_Ok);
         EXPECT_EQ(Corvane_DeleteDecoderChannel(instance, &decoder), Status_Ok);
-        EXPECT_EQ(recorder.Stop(), Status_Ok);
-        const Bytes got = LumaOf(folder / "p.avi", 160 * 96 * 3 / 2, 160 * 96);
+        Ok(recorder.Stop());
+        const Bytes got = LumaOf(folder / "p.avi", 160 * 96 * 3 / 2, 160 * 96 * 3 / 2);
         const std::vector<BarePicture> wanted = BareDecode(kH264, stream);
-        ASSERT_EQ(got.size(), 160u * 96);
-        double error = 0;
-        for (size_t at = 0; at < got.size(); ++at)
-            error += std::abs(
-                got[at] -
-                wanted[0]->data[0][static_cast<int>(at / 160) * wanted[0]->linesize[0] + static_cast<int>(at % 160)]);
-        EXPECT_LT(error / static_cast<double>(got.size()), 6);
+        ASSERT_EQ(got.size(), 160u * 96 * 3 / 2);
+        const uint8_t* at = got.data();
+        for (int plane = 0; plane < 3; ++plane) {
+            const int width = plane == 0 ? 160 : 80, height = plane == 0 ? 96 : 48;
+            double error = 0;
+            for (int sample = 0; sample < width * height; ++sample)
+                error += std::abs(*at++ -
+                                  wanted[0]->data[plane][sample / width * wanted[0]->linesize[plane] + sample % width]);
+            EXPECT_LT(error / (width * height), plane == 0 ? 6 : 12) << plane;    // RGB does not hold all of them
+        }
         EXPECT_EQ(ReadStamp(got.data(), 160), 0);
     }
     EXPECT_EQ(Corvane_Release(&instance), Status_Ok);
     for (const uint32_t type : {CORVANE_STREAM_JPEG, CORVANE_STREAM_MPEG4, CORVANE_STREAM_H264}) {
         Recorder recorder;
-        EXPECT_EQ(MOVARIX(ChooseChannelVideoCompressor)(recorder.channel, type, 0, 0), Status_Ok);
-        ASSERT_EQ(recorder.Start(folder / "z.avi", 0, 0, MOVARIX_START_REPLACE), Status_Ok);
+        Ok(MOVARIX(ChooseChannelVideoCompressor)(recorder.channel, type, 0, 0));
+        Ok(recorder.Start(folder / "z.avi", 0, 0, MOVARIX_START_REPLACE));
         for (const uint32_t side : {4096u, 16u}) {
             const Bytes pixels = RawOf(side, side, 0);
             for (int64_t at = 0; at < 2; ++at)
-                EXPECT_EQ(recorder.Decoded(MOVARIX_DECODED_PICTURE,
-                                           RawInfo(side, side, pixels, kStart + (side == 16 ? 80 : 0) + 40 * at)),
-                          Status_Ok);
+                Ok(recorder.Decoded(MOVARIX_DECODED_PICTURE,
+                                    RawInfo(side, side, pixels, kStart + (side == 16 ? 80 : 0) + 40 * at)));
         }
-        EXPECT_EQ(recorder.Stop(), Status_Ok);
+        Ok(recorder.Stop());
         const Avi first = ReadAvi(folder / "z.avi"), second = ReadAvi(folder / "z-2.avi");
         EXPECT_EQ(first.pictures.width, 4096);
         EXPECT_EQ(second.pictures.width, 16);
@@ -886,25 +895,15 @@ TEST(Movarix, OtherTypesAreTranscoded) {
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.name);
         Recorder recorder(true, host.callbacks, host.instance);
-        EXPECT_EQ(MOVARIX(ChooseChannelVideoCompressor)(recorder.channel, row.pictures, 2'000'000, 60), Status_Ok);
-        EXPECT_EQ(MOVARIX(ChooseChannelAudioCompressor)(recorder.channel, row.sound, 0, 0), Status_Ok);
-        ASSERT_EQ(recorder.Start(folder / "t.avi", 0, row.maxSeconds, MOVARIX_START_REPLACE), Status_Ok);
-        for (size_t at = 0, sounds = 0; at < video.size(); ++at) {
-            EXPECT_EQ(recorder.Picture(kH264, video[at].bytes, video[at].key, kStart + static_cast<int64_t>(40 * at)),
-                      Status_Ok);
-            for (; sounds < row.heard.frames.size() &&
-                   static_cast<double>(sounds) * row.heard.frameMs <= static_cast<double>(40 * at);
-                 ++sounds)
-                EXPECT_EQ(
-                    recorder.Input(HeaderOf(row.heard, sounds,
-                                            kStart + std::lround(static_cast<double>(sounds) * row.heard.frameMs))),
-                    Status_Ok);
-        }
+        Ok(MOVARIX(ChooseChannelVideoCompressor)(recorder.channel, row.pictures, 2'000'000, 60));
+        Ok(MOVARIX(ChooseChannelAudioCompressor)(recorder.channel, row.sound, 0, 0));
+        Ok(recorder.Start(folder / "t.avi", 0, row.maxSeconds, MOVARIX_START_REPLACE));
+        Feed(recorder, kH264, video, row.heard);
         TestHost::refuse = Status_OutOfMemory;    // the host's status is the client's; the recording goes on
         if (row.pictures != kH264)
             EXPECT_EQ(recorder.Picture(kH264, video[1].bytes, false, kStart), Status_OutOfMemory);
         TestHost::refuse = 0;
-        EXPECT_EQ(recorder.Stop(), Status_Ok);
+        Ok(recorder.Stop());
         EXPECT_EQ(TestHost::made, 0);
         int stamp = 0;
         for (size_t file = 0; file < row.counts.size(); ++file) {
@@ -913,13 +912,13 @@ TEST(Movarix, OtherTypesAreTranscoded) {
             EXPECT_EQ(avi.pictures.codec, row.pictureCodec);
             EXPECT_EQ(avi.sound.codec, row.soundCodec);
             const Bytes luma = LumaOf(path, 160 * 96 * 3 / 2, 160 * 96);
-            EXPECT_EQ(luma.size() / (160 * 96), row.counts[file]);
+            ASSERT_EQ(luma.size() / (160 * 96), row.counts[file]);
             for (size_t at = 0; at < row.counts[file]; ++at)
                 EXPECT_EQ(ReadStamp(luma.data() + at * 160 * 96, 160), stamp++);
         }
     }
     Recorder without;    // a host that offers nothing
-    EXPECT_EQ(MOVARIX(ChooseChannelVideoCompressor)(without.channel, CORVANE_STREAM_JPEG, 0, 0), Status_Ok);
+    Ok(MOVARIX(ChooseChannelVideoCompressor)(without.channel, CORVANE_STREAM_JPEG, 0, 0));
     ASSERT_EQ(without.Start(folder / "w.avi"), Status_Ok);
     EXPECT_EQ(without.Picture(kH264, video[0].bytes, true, kStart), Status_NotSupported);
 }
@@ -928,8 +927,8 @@ TEST(Movarix, OtherTypesAreTranscoded) {
 TEST(Movarix, ChannelsWorkSideBySide) {
     const Folder folder;
     Recorder shared;
-    EXPECT_EQ(MOVARIX(ChooseVideoCompressor)(shared.module, CORVANE_STREAM_JPEG, 1'000'000, 7), Status_Ok);
-    EXPECT_EQ(MOVARIX(ChooseAudioCompressor)(shared.module, CORVANE_STREAM_ALAW, 0, 0), Status_Ok);
+    Ok(MOVARIX(ChooseVideoCompressor)(shared.module, CORVANE_STREAM_JPEG, 1'000'000, 7));
+    Ok(MOVARIX(ChooseAudioCompressor)(shared.module, CORVANE_STREAM_ALAW, 0, 0));
     std::vector<std::thread> threads;
     std::atomic<int> working{4};
     std::array<void*, 4> channels{};
@@ -938,15 +937,14 @@ TEST(Movarix, ChannelsWorkSideBySide) {
         threads.emplace_back([&, at] {
             const std::string path = folder / (std::to_string(at) + ".avi");
             const MovarixStart start{sizeof start, 0, path.c_str(), 0, 0, {}};
-            EXPECT_EQ(MOVARIX(StartChannel)(channels[at], reinterpret_cast<uint64_t>(&start)), Status_Ok);
+            Ok(MOVARIX(StartChannel)(channels[at], reinterpret_cast<uint64_t>(&start)));
             for (int picture = 0; picture < 40; ++picture) {
                 const Bytes pixels = RawOf(96, 64, picture);
                 const RawPictureInfo info = RawInfo(96, 64, pixels, kStart + 40 * picture);
-                EXPECT_EQ(MOVARIX(InputDecodedMedia)(channels[at], MOVARIX_DECODED_PICTURE,
-                                                     reinterpret_cast<uint64_t>(&info)),
-                          Status_Ok);
+                Ok(MOVARIX(InputDecodedMedia)(channels[at], MOVARIX_DECODED_PICTURE,
+                                              reinterpret_cast<uint64_t>(&info)));
             }
-            EXPECT_EQ(MOVARIX(StopChannel)(channels[at]), Status_Ok);
+            Ok(MOVARIX(StopChannel)(channels[at]));
             --working;
         });
         threads.emplace_back([&, at] {
@@ -965,7 +963,7 @@ TEST(Movarix, ChannelsWorkSideBySide) {
     for (std::thread& thread : threads)
         thread.join();
     for (size_t at = 0; at < channels.size(); ++at) {
-        EXPECT_EQ(MOVARIX(DeleteChannel)(&channels[at]), Status_Ok);
+        Ok(MOVARIX(DeleteChannel)(&channels[at]));
         EXPECT_EQ(channels[at], nullptr);
         const Avi avi = ReadAvi(folder / (std::to_string(at) + ".avi"));
         EXPECT_EQ(avi.pictures.codec, AV_CODEC_ID_MJPEG);
@@ -979,19 +977,14 @@ TEST(Movarix, AThousandLivesLeaveNothing) {
     const Folder folder;
     const std::vector<EncodedPicture> video = MakeVideo({.width = 96, .height = 64, .frames = 30});
     const SoundCase sound = G711(CORVANE_STREAM_MULAW, 1);
-    size_t descriptors = 0;
-    [[maybe_unused]] size_t maps = 0, bytes = 0;
-    const int lives = std::getenv("ASAN_OPTIONS") != nullptr || std::getenv("TSAN_OPTIONS") != nullptr ? 200 : 1000;
+    size_t descriptors = 0, maps = 0, bytes = 0;
+    const int lives = kSanitized ? 200 : 1000;
     const auto live = [&](int life) {
         Recorder recorder;
-        ASSERT_EQ(recorder.Start(folder / "l.avi", 0, 1, MOVARIX_START_REPLACE), Status_Ok);
-        for (size_t at = 0; at < static_cast<size_t>(life % 31); ++at) {
-            const int64_t timeMs = kStart + static_cast<int64_t>(40 * at);
-            EXPECT_EQ(recorder.Picture(kH264, video[at].bytes, video[at].key, timeMs), Status_Ok);
-            EXPECT_EQ(recorder.Input(HeaderOf(sound, at, timeMs)), Status_Ok);
-        }
+        Ok(recorder.Start(folder / "l.avi", 0, 1, MOVARIX_START_REPLACE));
+        Feed(recorder, kH264, {video.begin(), video.begin() + life % 31}, sound);
         if (life % 3 == 0)
-            EXPECT_EQ(recorder.Stop(), Status_Ok);
+            Ok(recorder.Stop());
     };
     for (int life = 0; life <= lives; ++life) {
         live(life);
@@ -1002,10 +995,8 @@ TEST(Movarix, AThousandLivesLeaveNothing) {
         }
     }
     EXPECT_EQ(Entries("/proc/self/fd"), descriptors);
-#if !defined(CORVANE_SANITIZED)    // the sanitizer's allocator has mappings of its own
-    EXPECT_LE(MappedBytes("", false), maps + (1 << 20));
-    EXPECT_LE(MappedBytes("[heap]", true), bytes + (1 << 20));
-#endif
+    EXPECT_TRUE(kSanitized || MappedBytes("", false) <= maps + (1 << 20));    // sanitizers keep what was freed
+    EXPECT_TRUE(kSanitized || MappedBytes("[heap]", true) <= bytes + (1 << 20));
 }
 }    // namespace
 }    // namespace corvane::test

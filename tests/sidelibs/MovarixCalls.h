@@ -36,11 +36,9 @@ inline const Movarix kMovarix;
 // A folder of this test, which is removed at the end.
 class Folder {
 public:
-    explicit Folder(const std::string& base = "/tmp") {
-        std::string name = base + "/movarix-XXXXXX";
-        if (mkdtemp(name.data()) == nullptr)
-            throw std::runtime_error("no folder in " + base);
-        m_path = name;
+    explicit Folder() {
+        if (mkdtemp(m_path.data()) == nullptr)
+            throw std::runtime_error("no folder in /tmp");
     }
     ~Folder() { std::filesystem::remove_all(m_path); }
     Folder(const Folder&) = delete;
@@ -49,19 +47,74 @@ public:
     size_t Files() const { return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(m_path), {})); }
 
 private:
-    std::string m_path;
+    std::string m_path = "/tmp/movarix-XXXXXX";
 };
 
-// A module and one channel.
+struct AviStream {
+    AVCodecID codec = AV_CODEC_ID_NONE;
+    int width = 0, height = 0, rate = 0, channels = 0;
+    Bytes configuration;
+    std::vector<EncodedPicture> packets;    // or blocks of sound; chunks without bytes left out
+
+    Bytes All() const {
+        Bytes all;
+        for (const EncodedPicture& packet : packets)
+            all.insert(all.end(), packet.bytes.begin(), packet.bytes.end());
+        return all;
+    }
+};
+struct Avi {
+    AviStream pictures, sound;
+};
+
+inline Avi ReadAvi(const std::string& path) {
+    Avi avi;
+    AVFormatContext* format = nullptr;
+    if (avformat_open_input(&format, path.c_str(), av_find_input_format("avi"), nullptr) < 0)
+        return avi;
+    format->flags |= AVFMT_FLAG_NOPARSE;    // chunks as they are
+    const auto streamOf = [&](unsigned index) -> AviStream& {
+        return format->streams[index]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO ? avi.pictures : avi.sound;
+    };
+    for (unsigned index = 0; index < format->nb_streams; ++index) {
+        const AVCodecParameters& parameters = *format->streams[index]->codecpar;
+        streamOf(index) = {parameters.codec_id,
+                           parameters.width,
+                           parameters.height,
+                           parameters.sample_rate,
+                           parameters.ch_layout.nb_channels,
+                           {parameters.extradata, parameters.extradata + parameters.extradata_size},
+                           {}};
+    }
+    AVPacket* packet = av_packet_alloc();
+    for (; av_read_frame(format, packet) >= 0; av_packet_unref(packet))
+        if (packet->size > 0)
+            streamOf(static_cast<unsigned>(packet->stream_index))
+                .packets.push_back(
+                    {Bytes(packet->data, packet->data + packet->size), (packet->flags & AV_PKT_FLAG_KEY) != 0,
+                     av_rescale_q(packet->dts, format->streams[packet->stream_index]->time_base, {1, 1000})});
+    av_packet_free(&packet);
+    avformat_close_input(&format);
+    return avi;
+}
+
+inline void Ok(uint32_t status) {
+    EXPECT_EQ(status, Status_Ok);
+}
+
+// A module and one channel, whose files lie in a folder of its own.
 class Recorder {
 public:
     explicit Recorder(bool live = true, const AviHostCallbacks& host = {}, void* instance = nullptr) {
-        EXPECT_EQ(MOVARIX(Initial)(&module, instance, &host), Status_Ok);
-        EXPECT_EQ((live ? MOVARIX(CreateLiveChannel) : MOVARIX(CreateChannel))(module, &channel), Status_Ok);
+        Ok(MOVARIX(Initial)(&module, instance, &host));
+        Ok((live ? MOVARIX(CreateLiveChannel) : MOVARIX(CreateChannel))(module, &channel));
     }
+    // A channel of another one's module.
+    explicit Recorder(void* shared) { Ok(MOVARIX(CreateLiveChannel)(shared, &channel)); }
     ~Recorder() {
-        EXPECT_EQ(MOVARIX(DeleteChannel)(&channel), Status_Ok);
-        EXPECT_EQ(MOVARIX(Release)(&module), Status_Ok);
+        Ok(MOVARIX(DeleteChannel)(&channel));
+        Ok(MOVARIX(Release)(&module));
+        EXPECT_TRUE(channel == nullptr && module == nullptr);
     }
     Recorder(const Recorder&) = delete;
     Recorder& operator=(const Recorder&) = delete;
@@ -70,6 +123,7 @@ public:
         const MovarixStart start{sizeof start, flags, path.c_str(), maxBytes, maxSeconds, {}};
         return MOVARIX(StartChannel)(channel, reinterpret_cast<uint64_t>(&start));
     }
+    uint32_t Start() { return Start(PathOf(1)); }
     uint32_t Stop() { return MOVARIX(StopChannel)(channel); }
     uint32_t Input(const MediaFrameHeader& header) {
         return MOVARIX(InputMedia)(channel, reinterpret_cast<uint64_t>(&header));
@@ -83,76 +137,23 @@ public:
     }
     uint64_t Size() {
         uint64_t size = 0;
-        EXPECT_EQ(MOVARIX(GetCurrentFileSize)(channel, reinterpret_cast<uint64_t>(&size)), Status_Ok);
+        Ok(MOVARIX(GetCurrentFileSize)(channel, reinterpret_cast<uint64_t>(&size)));
         return size;
     }
+    std::string PathOf(size_t number) const {
+        return folder / (number == 1 ? "a.b.avi" : "a.b-" + std::to_string(number) + ".avi");
+    }
+    Avi Read(size_t number = 1) const { return ReadAvi(PathOf(number)); }
 
+    const Folder folder;
     void* module = nullptr;
     void* channel = nullptr;
 };
 
-struct AviPacket {
-    Bytes bytes;
-    double ms;
-    bool key;
-};
-struct AviStream {
-    AVCodecID codec = AV_CODEC_ID_NONE;
-    int width = 0, height = 0, rate = 0, channels = 0;
-    Bytes configuration;
-    std::vector<AviPacket> packets;    // chunks without bytes left out
-
-    Bytes All() const {
-        Bytes all;
-        for (const AviPacket& packet : packets)
-            all.insert(all.end(), packet.bytes.begin(), packet.bytes.end());
-        return all;
-    }
-};
-struct Avi {
-    AviStream pictures, sound;
-    bool opened = false;
-};
-
-inline Avi ReadAvi(const std::string& path) {
-    Avi avi;
-    AVFormatContext* format = nullptr;
-    if (avformat_open_input(&format, path.c_str(), av_find_input_format("avi"), nullptr) < 0)
-        return avi;
-    avi.opened = true;
-    format->flags |= AVFMT_FLAG_NOPARSE;    // chunks as they are
-    const auto streamOf = [&](int index) -> AviStream& {
-        return format->streams[index]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO ? avi.pictures : avi.sound;
-    };
-    for (unsigned index = 0; index < format->nb_streams; ++index) {
-        const AVCodecParameters& parameters = *format->streams[index]->codecpar;
-        AviStream& stream = streamOf(static_cast<int>(index));
-        stream.codec = parameters.codec_id;
-        stream.width = parameters.width;
-        stream.height = parameters.height;
-        stream.rate = parameters.sample_rate;
-        stream.configuration.assign(parameters.extradata, parameters.extradata + parameters.extradata_size);
-        stream.channels = parameters.ch_layout.nb_channels;
-        format->streams[index]->discard = AVDISCARD_DEFAULT;
-    }
-    AVPacket* const packet = av_packet_alloc();
-    for (; av_read_frame(format, packet) >= 0; av_packet_unref(packet))
-        if (packet->size > 0) {
-            const AVRational base = format->streams[packet->stream_index]->time_base;
-            streamOf(packet->stream_index)
-                .packets.push_back({Bytes(packet->data, packet->data + packet->size),
-                                    1000 * av_q2d(base) * static_cast<double>(packet->dts),
-                                    (packet->flags & AV_PKT_FLAG_KEY) != 0});
-        }
-    av_packet_free(const_cast<AVPacket**>(&packet));
-    avformat_close_input(&format);
-    return avi;
-}
-
-// The standard output of a command; "failed" where its status is not 0.
+// What a command writes; "failed" where its status is not 0.
 inline std::string OutputOf(const std::string& command) {
     std::string text;
-    FILE* const pipe = popen(command.c_str(), "r");
+    FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
     char part[4096];
     for (size_t size; pipe != nullptr && (size = fread(part, 1, sizeof part, pipe)) > 0;)
         text.append(part, size);

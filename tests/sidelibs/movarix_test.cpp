@@ -1,13 +1,13 @@
 // Movarix.so as a host uses it: by its functions alone. What its files contain is read by libavformat, and by players.
 #include <sys/mount.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 
 #include <cmath>
 #include <csignal>
 #include <sstream>
 
 #include "base/Sanitized.h"
+#include "entry/InChild.h"
 #include "sidelibs/MovarixCalls.h"
 #include "support/BareDecoder.h"
 #include "support/FieldStream.h"
@@ -24,9 +24,9 @@ struct SoundCase {
     uint32_t blocks = 1;
     std::vector<Bytes> frames = {};
     double frameMs = 20;
+    Bytes wanted = {};    // in the file
     int g726Bits = 0;
     bool mostFirst = false;
-    bool adts = false;
     int64_t startMs = 0, gapMs = 0;    // of the first frame, and of those from the tenth on
     size_t lost = 0;                   // frames left out from the tenth on
 };
@@ -39,10 +39,6 @@ MediaFrameHeader HeaderOf(const SoundCase& sound, size_t at, int64_t timeMs) {
         header.detail.audio.audioPacking = sound.mostFirst ? 1 : 0;
     }
     return header;
-}
-
-void Ok(uint32_t status) {
-    EXPECT_EQ(status, Status_Ok);
 }
 
 // Pictures 40 ms apart, after each the sound of its time, and all that is left after the last. The number of sounds.
@@ -81,133 +77,98 @@ Bytes Noise(size_t size) {
 }
 
 SoundCase G711(uint32_t type, int channels) {
+    const Bytes noise = Noise(16'000u * static_cast<size_t>(channels));
     return {.type = type,
             .channels = channels,
-            .frames = Cut(Noise(16'000u * static_cast<size_t>(channels)), 160u * static_cast<size_t>(channels))};
+            .frames = Cut(noise, 160u * static_cast<size_t>(channels)),
+            .wanted = noise};
 }
 
 SoundCase Aac(uint32_t blocks, bool adts) {
+    SoundCase sound{
+        .type = CORVANE_STREAM_AAC, .rate = 16000, .channels = 2, .blocks = blocks, .frameMs = 64.0 * blocks};
     const std::vector<Bytes> raw = MakeAac(Sweep(16000, 2, 200, 900), 16000, 2).blocks;
-    SoundCase sound{.type = CORVANE_STREAM_AAC,
-                    .rate = 16000,
-                    .channels = 2,
-                    .blocks = blocks,
-                    .frameMs = 64.0 * blocks,
-                    .adts = adts};
     for (size_t at = 0; at + blocks <= raw.size(); at += blocks) {
         Bytes& frame = sound.frames.emplace_back();
-        for (uint32_t block = 0; block < blocks; ++block)    // of one size
+        for (uint32_t block = 0; block < blocks; ++block) {    // of one size
             frame = frame + (adts ? AdtsFrame(raw[at], 16000, 2) : raw[at]);
+            sound.wanted = sound.wanted + raw[at];
+        }
     }
     return sound;
 }
 
 SoundCase G726(int bits, bool mostFirst, size_t frameBytes) {
+    const Samples samples = Sweep(8000, 2, 200, 900);
     return {.type = CORVANE_STREAM_G726,
-            .frames = Cut(EncodeG726(Sweep(8000, 2, 200, 900), bits, mostFirst), frameBytes),
+            .frames = Cut(EncodeG726(samples, bits, mostFirst), frameBytes),
             .frameMs = static_cast<double>(frameBytes) * 8 / bits / 8,
+            .wanted = EncodeG726(samples, bits, true),
             .g726Bits = bits,
             .mostFirst = mostFirst};
 }
 
-const char* RawName(uint32_t type) {
-    return type == kJpeg ? "mjpeg" : type == kH263 ? "h263" : type == kMpeg4 ? "m4v" : type == kH264 ? "h264" : "hevc";
+std::vector<EncodedPicture> Video(uint32_t type, int frames, int bFrames = 0, bool interlaced = false,
+                                  int width = 160) {
+    return MakeVideo({.streamType = type,
+                      .width = width,
+                      .height = 96,
+                      .frames = frames,
+                      .gop = 25,
+                      .bFrames = bFrames,
+                      .interlaced = interlaced});
 }
 
-void WriteFile(const std::string& path, const Bytes& bytes) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
-// The check sum of all decoded pictures.
-std::string Decoded(const std::string& input) {
-    return OutputOf("ffmpeg -v error " + input + " -map 0:v -vsync passthrough -pix_fmt yuv420p -f md5 - 2>&1");
-}
-
-void ExpectSound(const SoundCase& sound, const AviStream& stream) {
-    Bytes all;
-    for (const Bytes& frame : sound.frames)
-        all = all + frame;
-    if (sound.g726Bits != 0) {
-        const Samples wanted = BareG726(all, sound.g726Bits, sound.mostFirst);
-        const Samples got = BareG726(stream.All(), sound.g726Bits, true);
-        EXPECT_GE(got.size() + 8, wanted.size());
-        EXPECT_TRUE(std::equal(got.begin(), got.end(), wanted.begin()));
-    } else if (sound.adts) {
-        EXPECT_EQ(stream.All().size() + 7 * stream.packets.size(), all.size());
-        EXPECT_EQ(AdtsFrame(stream.packets.at(3).bytes, sound.rate, sound.channels), sound.frames[3]);
-    } else {
-        EXPECT_EQ(stream.All(), all);
-    }
-    if (sound.type == CORVANE_STREAM_AAC)    // low complexity, 16,000 Hz, two channels, no spectral band replication
-        EXPECT_EQ(stream.configuration, (Bytes{0x14, 0x10, 0x56, 0xE5, 0x00}));
-    EXPECT_EQ(stream.rate, sound.rate);
-    EXPECT_EQ(stream.channels, sound.channels);
-}
-
-// Each picture and each sound of a stream is in the file, at its time, and players decode it to what bare streams give.
+// Each picture and each sound of a stream is in the file, at its time, and players find no fault in it.
 TEST(Movarix, FilesHaveWhatWasPutIn) {
-    const VideoSpec small{.width = 160, .height = 96, .frames = 50, .gop = 25};
-    const auto with = [&](uint32_t type, int bFrames = 0, bool interlaced = false) {
-        VideoSpec spec = small;
-        spec.streamType = type;
-        spec.bFrames = bFrames;
-        spec.interlaced = interlaced;
-        return spec;
-    };
     const struct {
         const char* name;
-        VideoSpec video;
+        uint32_t type;
         SoundCase sound;
-        bool gstreamerHearsIt = true;
+        int bFrames = 0;
+        bool interlaced = false;
     } kRows[] = {
-        {"H.264, mu-law", with(kH264), G711(CORVANE_STREAM_MULAW, 1)},
-        {"H.264 with B pictures, A-law in two channels", with(kH264, 2), G711(CORVANE_STREAM_ALAW, 2)},
-        {"H.264 interlaced, AAC", with(kH264, 0, true), Aac(1, false)},
-        {"H.265, AAC of three blocks", with(kH265), Aac(3, false)},
-        {"MPEG-4, AAC with headers", with(kMpeg4), Aac(1, true)},
-        {"JPEG, G.726 of 4 bits, least first", with(kJpeg), G726(4, false, 80), false},
-        {"H.263, G.726 of 3 bits, most first, in odd frames", with(kH263), G726(3, true, 41), false},
-        {"JPEG, G.726 of 5 bits, least first, in odd frames", with(kJpeg), G726(5, false, 83), false},
-        {"H.264 alone", with(kH264), {}},
+        {"H.264, mu-law", kH264, G711(CORVANE_STREAM_MULAW, 1)},
+        {"H.264 with B pictures, A-law in two channels", kH264, G711(CORVANE_STREAM_ALAW, 2), 2},
+        {"H.264 interlaced, AAC", kH264, Aac(1, false), 0, true},
+        {"H.265, AAC of three blocks", kH265, Aac(3, false)},
+        {"MPEG-4, AAC with headers", kMpeg4, Aac(1, true)},
+        {"JPEG, G.726 of 4 bits, least first", kJpeg, G726(4, false, 80)},
+        {"H.263, G.726 of 3 bits, most first, in odd frames", kH263, G726(3, true, 41)},
+        {"JPEG, G.726 of 5 bits, least first, in odd frames", kJpeg, G726(5, false, 83)},
+        {"H.264 alone", kH264, {}},
     };
-    const Folder folder;
-    const std::string path = folder / "a.avi", raw = folder / "raw";
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.name);
-        const std::vector<EncodedPicture> video = MakeVideo(row.video);
+        const std::vector<EncodedPicture> video = Video(row.type, 50, row.bFrames, row.interlaced);
         Recorder recorder;
-        Ok(recorder.Start(path, 0, 0, MOVARIX_START_REPLACE));
-        Feed(recorder, row.video.streamType, video, row.sound);
+        Ok(recorder.Start());
+        Feed(recorder, row.type, video, row.sound);
         Ok(recorder.Stop());
+        const std::string path = recorder.PathOf(1);
         EXPECT_EQ(recorder.Size(), std::filesystem::file_size(path));
-        const Avi avi = ReadAvi(path);
-        ASSERT_EQ(avi.pictures.packets.size(), video.size());
-        EXPECT_EQ(avi.pictures.width, row.video.width);
-        EXPECT_EQ(avi.pictures.height, row.video.height);
-        Bytes all;
+        const auto& [pictures, sound] = recorder.Read();
+        EXPECT_EQ(pictures.codec, CodecId(row.type));
+        EXPECT_TRUE(pictures.width == 160 && pictures.height == 96);
+        ASSERT_EQ(pictures.packets.size(), video.size());
         for (size_t at = 0; at < video.size(); ++at) {
-            all = all + video[at].bytes;
-            EXPECT_EQ(avi.pictures.packets[at].bytes, video[at].bytes) << at;
-            EXPECT_EQ(avi.pictures.packets[at].key, video[at].key) << at;
-            EXPECT_NEAR(avi.pictures.packets[at].ms, static_cast<double>(40 * at), 1) << at;
+            EXPECT_EQ(pictures.packets[at].bytes, video[at].bytes) << at;
+            EXPECT_EQ(pictures.packets[at].key, video[at].key) << at;
+            EXPECT_NEAR(static_cast<double>(pictures.packets[at].ptsMs), static_cast<double>(40 * at), 1) << at;
         }
-        if (row.sound.type != 0)
-            ExpectSound(row.sound, avi.sound);
-        EXPECT_EQ(avi.sound.codec == AV_CODEC_ID_NONE, row.sound.type == 0);
-        WriteFile(raw, all);
-        EXPECT_EQ(Decoded("-i " + path), Decoded(std::string("-f ") + RawName(row.video.streamType) + " -i " + raw));
-        EXPECT_EQ(
-            OutputOf(
-                "ffprobe -v error -count_packets -select_streams v -show_entries stream=nb_read_packets -of csv=p=0 " +
-                path),
-            std::to_string(video.size()) + "\n");
-        const std::string mpv =
-            OutputOf("mpv --no-config --vo=null --ao=null --untimed --msg-level=all=error " + path + " 2>&1");
-        EXPECT_EQ(mpv, "");
+        EXPECT_EQ(sound.codec == AV_CODEC_ID_NONE, row.sound.type == 0);
+        const bool isG726 = row.sound.type == CORVANE_STREAM_G726;    // ends with whole frames and blocks
+        const Bytes all = sound.All(), &wanted = row.sound.wanted;
+        EXPECT_LE(wanted.size() - all.size(), isG726 ? 90u : 0u);
+        EXPECT_TRUE(all.size() <= wanted.size() && std::equal(all.begin(), all.end(), wanted.begin()));
+        EXPECT_EQ(sound.packets.empty() ? 8000 : sound.rate, row.sound.rate);
+        EXPECT_EQ(sound.packets.empty() ? 1 : sound.channels, row.sound.channels);
+        if (row.sound.type == CORVANE_STREAM_AAC)    // low complexity, 16,000 Hz, 2 channels, no band replication
+            EXPECT_EQ(sound.configuration, (Bytes{0x14, 0x10, 0x56, 0xE5, 0x00}));
         const std::string sink = " ! queue ! decodebin ! fakesink ";
+        EXPECT_EQ(OutputOf("mpv --no-config --vo=null --ao=null --untimed --msg-level=all=error " + path), "");
         EXPECT_EQ(OutputOf("gst-launch-1.0 -q filesrc location=" + path + " ! avidemux name=d d.video_0" + sink +
-                           (row.sound.type != 0 && row.gstreamerHearsIt ? "d.audio_0" + sink : "") + " 2>&1"),
+                           (sound.packets.empty() || isG726 ? "" : "d.audio_0" + sink)),
                   "");
     }
 }
@@ -275,11 +236,10 @@ TEST(Movarix, FrameTimesDecideTheSpacing) {
          Steps(60, [](double at) { return 120 * std::floor(at / 3) + 40 * (std::fmod(at, 3) > 1); }), even, 80},
         {"a record without a stream clock has the wall clock", true, even, even, 0.5, true},
     };
-    const Folder folder;
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.name);
         Recorder recorder(row.live);
-        Ok(recorder.Start(folder / "t.avi", 0, 0, MOVARIX_START_REPLACE));
+        Ok(recorder.Start());
         for (const int64_t time : row.times) {
             MediaFrameHeader header = VideoHeader(kJpeg, SmallJpeg(), true, kStart + time);
             header.recordSize = row.old ? 0 : header.recordSize;
@@ -287,10 +247,10 @@ TEST(Movarix, FrameTimesDecideTheSpacing) {
             Ok(recorder.Input(header));
         }
         Ok(recorder.Stop());
-        const Avi avi = ReadAvi(folder / "t.avi");
-        ASSERT_EQ(avi.pictures.packets.size(), row.times.size());
+        const AviStream pictures = recorder.Read().pictures;
+        ASSERT_EQ(pictures.packets.size(), row.times.size());
         for (size_t at = 0; at < row.times.size(); ++at)
-            EXPECT_NEAR(avi.pictures.packets[at].ms,
+            EXPECT_NEAR(static_cast<double>(pictures.packets[at].ptsMs),
                         static_cast<double>((row.wanted.empty() ? row.times : row.wanted)[at]), row.tolerance)
                 << at;
     }
@@ -321,80 +281,70 @@ TEST(Movarix, SilenceFillsGapsOfSound) {
         {"a clock of its own", with(muLaw, 5'000'000, 0), 0},
         {"its clock goes back by an hour", with(muLaw, 0, 0, -3'600'000), 0},
     };
-    const Folder folder;
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.name);
         Recorder recorder;
-        Ok(recorder.Start(folder / "s.avi", 0, 0, MOVARIX_START_REPLACE));
+        Ok(recorder.Start());
         const size_t put = Feed(recorder, kJpeg, SmallVideo(60), row.sound);
         Ok(recorder.Stop());
-        const AviStream sound = ReadAvi(folder / "s.avi").sound;
+        const AviStream sound = recorder.Read().sound;
         const bool aac = row.sound.type == CORVANE_STREAM_AAC;
         EXPECT_TRUE(row.sound.type != CORVANE_STREAM_ALAW || sound.All()[0] == 0xD5);
         const size_t frames = aac ? sound.packets.size() : sound.All().size() / row.sound.frames[0].size();
         EXPECT_NEAR((static_cast<double>(frames) - static_cast<double>(put)) * row.sound.frameMs, row.silenceMs,
                     row.sound.frameMs / 2 + 0.01);
-        EXPECT_EQ(OutputOf("ffmpeg -v error -i " + (folder / "s.avi") + " -map 0:a -f null - 2>&1"), "");
+        EXPECT_EQ(OutputOf("ffmpeg -v error -i " + recorder.PathOf(1) + " -map 0:a -f null -"), "");
     }
 }
 
 // A recording told in words: a letter for the stream, and which of its pictures. Each moves the clock by 40 ms.
 struct Scene {
-    std::vector<EncodedPicture> video = MakeVideo({.width = 160, .height = 96, .frames = 75, .gop = 25});
-    std::vector<EncodedPicture> other = MakeVideo({.width = 176, .height = 96, .frames = 25, .gop = 25});
-    std::vector<EncodedPicture> hevc =
-        MakeVideo({.streamType = kH265, .width = 160, .height = 96, .frames = 25, .gop = 25});
-    Bytes sound = G711(CORVANE_STREAM_MULAW, 1).frames[0];
+    const std::vector<EncodedPicture> video = Video(kH264, 75), hevc = Video(kH265, 25),
+                                      other = Video(kH264, 25, 0, false, 176);
+    const Bytes sound = Noise(160);
     int64_t timeMs = kStart;
 
-    void Pictures(Recorder& recorder, char word, size_t first, size_t end) {
+    void Picture(Recorder& recorder, char word, size_t at) {
         const std::vector<EncodedPicture>& stream = word == 'o' ? other : word == 'x' ? hevc : video;
-        for (size_t at = first; at < end; ++at, timeMs += word == 'd' ? 80 : word == 'f' ? 20 : 40) {
-            Bytes bytes = stream[word == 'j' ? 1 : at].bytes;
-            const bool key = word != 'j' && stream[at].key;
-            if (word == 'n' && key) {    // parameter sets at the start alone, in a frame of their own
-                constexpr uint8_t kSlice[] = {0, 0, 1, 0x65};
-                const auto slice = std::search(bytes.begin(), bytes.end(), std::begin(kSlice), std::end(kSlice));
-                if (at == 0)
-                    Ok(recorder.Picture(kH264, {bytes.begin(), slice}, true, timeMs));
-                bytes.erase(bytes.begin(), slice);
-            }
-            Ok(recorder.Picture(word == 'x' ? kH265 : kH264, bytes, key || word == 'k', timeMs));
+        Bytes bytes = stream[word == 'j' ? 1 : at].bytes;
+        const bool key = word != 'j' && stream[at].key;
+        if (word == 'n' && key) {    // parameter sets at the start alone, in a frame of their own
+            constexpr uint8_t kSlice[] = {0, 0, 1, 0x65};
+            const auto slice = std::search(bytes.begin(), bytes.end(), std::begin(kSlice), std::end(kSlice));
+            if (at == 0)
+                Ok(recorder.Picture(kH264, {bytes.begin(), slice}, true, timeMs));
+            bytes.erase(bytes.begin(), slice);
         }
+        Ok(recorder.Picture(word == 'x' ? kH265 : kH264, bytes, key || word == 'k', timeMs));
+        timeMs += word == 'd' ? 80 : word == 'f' ? 20 : 40;
     }
     void Play(Recorder& recorder, const std::string& words) {
         std::istringstream in(words);
-        for (std::string word; in >> word;) {
-            size_t first = 0, end = 0;
-            std::sscanf(word.c_str() + 1, "%zu-%zu", &first, &end);
-            if (word[0] == 'm' || word[0] == 'a') {
-                const uint32_t type = word[0] == 'm' ? CORVANE_STREAM_MULAW : CORVANE_STREAM_ALAW;
+        char word = 0, dash = 0;
+        for (size_t first = 0, end = 0; in >> word;) {
+            if (word == 'm' || word == 'a') {
+                const uint32_t type = word == 'm' ? CORVANE_STREAM_MULAW : CORVANE_STREAM_ALAW;
                 Ok(recorder.Input(SoundHeader(type, sound, 8000, 1, 1, timeMs)));
-            } else if (word[0] == 'P' || word[0] == 'S') {
-                const uint32_t id = word[0] == 'P' ? MOVARIX_OPTION_PICTURES : MOVARIX_OPTION_SOUND;
+            } else if (in >> first; word == 'P' || word == 'S') {
+                const uint32_t id = word == 'P' ? MOVARIX_OPTION_PICTURES : MOVARIX_OPTION_SOUND;
                 Ok(MOVARIX(SetChannelOption)(recorder.channel, id, static_cast<uint32_t>(first), 0));
             } else {
-                Pictures(recorder, word[0], first, end);
+                for (in >> dash >> end; first < end; ++first)
+                    Picture(recorder, word, first);
             }
         }
     }
 };
 
-// The pictures of each file in the folder, and + where there is sound. Each file is whole: it can be decoded by itself.
-std::string FilesOf(const Folder& folder) {
+// The pictures of each file, and + where there is sound. Each file is whole: its pictures can be decoded by themselves.
+std::string FilesOf(const Recorder& recorder) {
     std::string all;
-    for (size_t number = 1; number <= folder.Files(); ++number) {
-        const std::string path = folder / (number == 1 ? "a.b.avi" : "a.b-" + std::to_string(number) + ".avi");
-        const Avi avi = ReadAvi(path);
-        const std::string count = std::to_string(avi.pictures.packets.size());
-        EXPECT_TRUE(avi.pictures.packets.empty() || avi.pictures.packets[0].key);
-        EXPECT_EQ(OutputOf("ffmpeg -v error -i " + path + " -f null - 2>&1"), "");
-        if (count != "0")
-            EXPECT_EQ(OutputOf("ffprobe -v error -count_frames -select_streams v -show_entries stream=nb_read_frames "
-                               "-of csv=p=0 " +
-                               path),
-                      count + "\n");
-        all += (all.empty() ? "" : " ") + count + (avi.sound.packets.empty() ? "" : "+");
+    for (size_t number = 1; number <= recorder.folder.Files(); ++number) {
+        const Avi avi = recorder.Read(number);
+        const std::vector<EncodedPicture>& pictures = avi.pictures.packets;
+        EXPECT_TRUE(pictures.empty() || pictures[0].key);
+        EXPECT_EQ(BareDecode(avi.pictures.codec == AV_CODEC_ID_HEVC ? kH265 : kH264, pictures).size(), pictures.size());
+        all += (all.empty() ? "" : " ") + std::to_string(pictures.size()) + (avi.sound.packets.empty() ? "" : "+");
     }
     return all;
 }
@@ -428,17 +378,17 @@ TEST(Movarix, TheNextFileBeginsWithAKeyFrame) {
     };
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.name);
-        const Folder folder;
         Recorder recorder;
-        Ok(recorder.Start(folder / "a.b.avi", row.maxBytes, row.maxSeconds));
+        Ok(recorder.Start(recorder.PathOf(1), row.maxBytes, row.maxSeconds));
         scene.Play(recorder, row.words);
         Ok(recorder.Stop());
-        EXPECT_EQ(FilesOf(folder), row.files);
+        EXPECT_EQ(FilesOf(recorder), row.files);
     }
-    const Folder folder;    // a name that is taken is passed over; the first is refused, or replaced
-    WriteFile(folder / "n-2.avi", {1});
-    WriteFile(folder / "n.avi", Bytes(1 << 20, 1));
+    // A name that is taken is passed over; the first is refused, or replaced.
     Recorder recorder;
+    const Folder& folder = recorder.folder;
+    std::ofstream(folder / "n-2.avi") << '1';
+    std::ofstream(folder / "n.avi") << std::string(1 << 20, '1');
     EXPECT_EQ(recorder.Start(folder / "n.avi"), MOVARIX_SYSTEM_ERROR(EEXIST));
     std::filesystem::rename(folder / "n.avi", folder / "n-3.avi");
     Ok(recorder.Start(folder / "n.avi", 0, 1));
@@ -459,9 +409,8 @@ TEST(Movarix, FieldsAreJoined) {
     const FieldStream fields = MakeFields();
     for (const bool lone : {false, true}) {
         SCOPED_TRACE(lone);
-        const Folder folder;
         Recorder recorder;
-        Ok(recorder.Start(folder / "f.avi"));
+        Ok(recorder.Start());
         std::vector<Bytes> wanted;
         for (const FieldUnit& field : fields) {
             if (lone && field.bottom)
@@ -474,21 +423,22 @@ TEST(Movarix, FieldsAreJoined) {
                 wanted.push_back(field.bytes);
         }
         Ok(recorder.Stop());
-        const Avi avi = ReadAvi(folder / "f.avi");
-        ASSERT_EQ(avi.pictures.packets.size(), wanted.size());
+        const AviStream pictures = recorder.Read().pictures;
+        ASSERT_EQ(pictures.packets.size(), wanted.size());
         for (size_t at = 0; at < wanted.size(); ++at) {
-            EXPECT_EQ(avi.pictures.packets[at].bytes, wanted[at]) << at;
-            EXPECT_NEAR(avi.pictures.packets[at].ms, 40.0 * static_cast<double>(at), 1);
+            EXPECT_EQ(pictures.packets[at].bytes, wanted[at]) << at;
+            EXPECT_EQ(pictures.packets[at].ptsMs, static_cast<int64_t>(40 * at));
         }
-        EXPECT_EQ(avi.pictures.width, 32);
+        EXPECT_EQ(pictures.width, 32);
     }
 }
 
 // What is refused, and with which status; everything goes on.
 TEST(Movarix, BadInputGetsAStatus) {
-    const Folder folder;
+    Recorder recorder;
+    const Folder& folder = recorder.folder;
     std::filesystem::create_directory(folder / "dir");
-    WriteFile(folder / "old", Bytes(100, 1));
+    std::ofstream(folder / "old") << '1';
     const struct {
         std::string path;
         uint32_t flags, status;
@@ -504,7 +454,6 @@ TEST(Movarix, BadInputGetsAStatus) {
         {"/proc/new.avi", 0, MOVARIX_SYSTEM_ERROR(ENOENT)},
         {folder / "\xff\xfe.avi", 0, Status_Ok},
     };
-    Recorder recorder;
     EXPECT_EQ(recorder.Picture(kJpeg, SmallJpeg(), true, kStart), Status_ChannelNotStarted);
     EXPECT_EQ(recorder.Decoded(MOVARIX_DECODED_PICTURE, RawPictureInfo{}), Status_ChannelNotStarted);
     EXPECT_EQ(MOVARIX(StartChannel)(recorder.channel, 0), Status_InvalidArgument);
@@ -583,21 +532,12 @@ uint32_t FeedUntilRefused(Recorder& recorder, int64_t most) {
     return Status_Ok;
 }
 
-// Runs in a child process, which ends by itself; its exit status, or the signal that ended it, negative.
-int InChild(const std::function<int()>& work) {
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(work());
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
-}
-
 // A refused write is one status from then on, until the next start, and no signal.
 TEST(Movarix, WhatCannotBeWrittenIsOneStatus) {
-    const Folder folder, small;
+    Recorder recorder;
+    const Folder &folder = recorder.folder, small;
     const bool mounted = mount("none", (small / "").c_str(), "tmpfs", 0, "size=2m") == 0;
-    const auto fails = [&](Recorder& recorder, const std::string& path, int error) {
+    const auto fails = [&](const std::string& path, int error) {
         const uint32_t wanted = MOVARIX_SYSTEM_ERROR(error);
         return recorder.Start(path) == Status_Ok && FeedUntilRefused(recorder, 200) == wanted &&
                FeedUntilRefused(recorder, 1) == wanted && recorder.Stop() == wanted &&
@@ -607,18 +547,16 @@ TEST(Movarix, WhatCannotBeWrittenIsOneStatus) {
     EXPECT_EQ(InChild([&] {
                   const rlimit limit{1 << 20, 1 << 20};
                   setrlimit(RLIMIT_FSIZE, &limit);    // SIGXFSZ has its default action, which ends the process
-                  Recorder recorder;
-                  sigset_t set;
-                  const bool good = fails(recorder, folder / "limit.avi", EFBIG);
-                  sigpending(&set);
-                  sigset_t mask;
+                  EXPECT_TRUE(fails(folder / "limit.avi", EFBIG));
+                  sigset_t pending, mask;
+                  sigpending(&pending);
                   pthread_sigmask(SIG_BLOCK, nullptr, &mask);
-                  return good && sigismember(&set, SIGXFSZ) == 0 && sigismember(&mask, SIGXFSZ) == 0 ? 0 : 1;
+                  EXPECT_TRUE(sigismember(&pending, SIGXFSZ) == 0 && sigismember(&mask, SIGXFSZ) == 0);
+                  return std::string("goes on");
               }),
-              0);
+              "goes on");
     std::filesystem::remove(folder / "next.avi");
-    Recorder recorder;
-    EXPECT_TRUE(!mounted || fails(recorder, small / "full.avi", ENOSPC));
+    EXPECT_TRUE(!mounted || fails(small / "full.avi", ENOSPC));
     if (mounted) {
         EXPECT_GT(ReadAvi(small / "full.avi").pictures.packets.size(), 10u);    // up to where the disk was full
         umount((small / "").c_str());
@@ -632,31 +570,29 @@ TEST(Movarix, WhatCannotBeWrittenIsOneStatus) {
 
 // A process that ends in the middle leaves a file that players open, up to the last second.
 TEST(Movarix, AKilledProcessLeavesAFile) {
-    const Folder folder;
+    Recorder recorder;
     EXPECT_EQ(InChild([&] {
-                  Recorder recorder;
-                  recorder.Start(folder / "k.avi");
+                  Ok(recorder.Start());
                   SoundCase sound = G711(CORVANE_STREAM_MULAW, 1);
                   sound.frames = Cut(Noise(250 * 320), 160);
                   Feed(recorder, kJpeg, SmallVideo(250), sound);
-                  return raise(SIGKILL);
+                  raise(SIGKILL);
+                  return std::string("lives on");
               }),
-              -SIGKILL);
-    const Avi avi = ReadAvi(folder / "k.avi");
+              " crashed");
+    const Avi avi = recorder.Read();
     EXPECT_GE(avi.pictures.packets.size(), 224u);
     EXPECT_GE(avi.sound.All().size(), 224u * 320);
-    EXPECT_EQ(OutputOf("ffmpeg -v error -i " + (folder / "k.avi") + " -c copy " + (folder / "repaired.avi") + " 2>&1"),
-              "");
-    EXPECT_GE(ReadAvi(folder / "repaired.avi").pictures.packets.size(), 224u);
+    EXPECT_EQ(OutputOf("ffmpeg -v error -i " + recorder.PathOf(1) + " -c copy " + recorder.PathOf(2)), "");
+    EXPECT_GE(recorder.Read(2).pictures.packets.size(), 224u);
 }
 
 // More than 2 GiB: the index of OpenDML leads to the last picture.
 TEST(Movarix, LargeFilesAreOpenDml) {
     if (std::filesystem::space("/tmp").available < (8ull << 30))
         GTEST_SKIP() << "not enough room";
-    const Folder folder;
     Recorder recorder;
-    Ok(recorder.Start(folder / "large.avi"));
+    Ok(recorder.Start());
     constexpr int64_t kPictures = 150;
     Bytes large = SmallJpeg() + Bytes(16 << 20, 0);
     for (int64_t at = 0; at < kPictures; ++at) {
@@ -666,7 +602,7 @@ TEST(Movarix, LargeFilesAreOpenDml) {
     Ok(recorder.Stop());
     EXPECT_GT(recorder.Size(), 1ull << 31);
     AVFormatContext* format = nullptr;
-    ASSERT_EQ(avformat_open_input(&format, (folder / "large.avi").c_str(), nullptr, nullptr), 0);
+    ASSERT_EQ(avformat_open_input(&format, recorder.PathOf(1).c_str(), nullptr, nullptr), 0);
     EXPECT_EQ(format->streams[0]->nb_frames, kPictures);
     AVPacket* packet = av_packet_alloc();
     for (const int64_t at : {kPictures - 1, int64_t{100}, int64_t{3}}) {
@@ -686,52 +622,61 @@ Bytes RawOf(uint32_t width, uint32_t height, int number) {
     return pixels;
 }
 
-RawPictureInfo RawInfo(uint32_t width, uint32_t height, const Bytes& bytes, int64_t timeMs,
-                       uint32_t format = CORVANE_PICTURE_I420) {
+RawPictureInfo RawInfo(uint32_t width, uint32_t height, const Bytes& bytes, int64_t timeMs) {
     RawPictureInfo info{.width = width,
                         .height = height,
                         .size = static_cast<uint32_t>(bytes.size()),
                         .pixels = bytes.data(),
                         .buffer = bytes.data(),
-                        .format = format};
+                        .format = CORVANE_PICTURE_I420};
     const MediaFrameHeader header = VideoHeader(kH264, bytes, true, timeMs);
     std::memcpy(info.header, &header, sizeof info.header);
     return info;
 }
 
-RawAudioInfo RawSound(const Bytes& samples, int64_t timeMs, int rate = 8000, int channels = 1) {
-    const MediaFrameHeader header = SoundHeader(CORVANE_STREAM_MULAW, samples, rate, channels, 1, timeMs);
+RawAudioInfo RawSound(const Bytes& samples, int64_t timeMs) {
+    const MediaFrameHeader header = SoundHeader(CORVANE_STREAM_MULAW, samples, 8000, 1, 1, timeMs);
     RawAudioInfo info{.duration = 20, .size = static_cast<uint32_t>(samples.size()), .samples = samples.data()};
     std::memcpy(info.header, &header, sizeof info.header);
     return info;
 }
 
-// The luma of the pictures of a file, by ffmpeg.
-Bytes LumaOf(const std::string& path, size_t pictureBytes, size_t lumaBytes) {
-    const std::string all =
-        OutputOf("ffmpeg -v error -i " + path + " -map 0:v -vsync passthrough -pix_fmt yuv420p -f rawvideo -");
-    Bytes luma;
-    for (size_t at = 0; at + pictureBytes <= all.size(); at += pictureBytes)
-        luma.insert(luma.end(), all.begin() + static_cast<ptrdiff_t>(at),
-                    all.begin() + static_cast<ptrdiff_t>(at + lumaBytes));
-    return luma;
+// The pictures of a stream in I420, by libavcodec alone.
+std::vector<Bytes> Pixels(uint32_t type, const std::vector<EncodedPicture>& stream) {
+    std::vector<Bytes> all;
+    for (const BarePicture& picture : BareDecode(type, stream)) {
+        EXPECT_EQ(picture->format, AV_PIX_FMT_YUV420P);    // of limited range
+        Bytes& pixels = all.emplace_back();
+        for (int plane = 0, half = 0; plane < 3; half = 1, ++plane)
+            for (int y = 0; y < picture->height >> half; ++y) {
+                const uint8_t* const line = picture->data[plane] + y * picture->linesize[plane];
+                pixels.insert(pixels.end(), line, line + (picture->width >> half));
+            }
+    }
+    return all;
+}
+
+// The mean difference of a plane's samples.
+double Difference(const Bytes& got, const Bytes& wanted, size_t from, size_t size) {
+    double sum = 0;
+    for (size_t at = from; at < from + size; ++at)
+        sum += std::abs(got.at(at) - wanted.at(at));
+    return sum / static_cast<double>(size);
 }
 
 // Decoded input in every compressor: pictures near those put in, samples equal; sizes from the largest to the least.
 TEST(Movarix, DecodedInputIsCompressed) {
     const struct {
         uint32_t pictures, sound;
-        AVCodecID pictureCodec, soundCodec;
+        AVCodecID soundCodec;
         uint32_t interval;
-        size_t keys;
+        int64_t keys;
     } kRows[] = {
-        {0, 0, AV_CODEC_ID_MPEG4, AV_CODEC_ID_PCM_S16LE, 10, 3},
-        {CORVANE_STREAM_MPEG4, 0, AV_CODEC_ID_MPEG4, AV_CODEC_ID_PCM_S16LE, 0, 1},
-        {CORVANE_STREAM_H264, CORVANE_STREAM_MULAW, AV_CODEC_ID_H264, AV_CODEC_ID_PCM_MULAW, 15, 2},
-        {CORVANE_STREAM_JPEG, CORVANE_STREAM_ALAW, AV_CODEC_ID_MJPEG, AV_CODEC_ID_PCM_ALAW, 0, 30},
+        {0, 0, AV_CODEC_ID_PCM_S16LE, 10, 3},
+        {kMpeg4, 0, AV_CODEC_ID_PCM_S16LE, 0, 1},
+        {kH264, CORVANE_STREAM_MULAW, AV_CODEC_ID_PCM_MULAW, 15, 2},
+        {kJpeg, CORVANE_STREAM_ALAW, AV_CODEC_ID_PCM_ALAW, 0, 30},
     };
-    const Folder folder;
-    const std::string path = folder / "d.avi";
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.pictures);
         Recorder recorder;
@@ -741,93 +686,49 @@ TEST(Movarix, DecodedInputIsCompressed) {
         Ok(MOVARIX(SetChannelAudioCompressorParam)(recorder.channel, reinterpret_cast<uint64_t>(&chosen)));
         Ok(MOVARIX(GetChannelAudioCompressorParam)(recorder.channel, reinterpret_cast<uint64_t>(&read)));
         EXPECT_EQ(read.type, row.sound);
-        Ok(recorder.Start(path, 0, 0, MOVARIX_START_REPLACE));
-        Bytes luma, samples;
+        Ok(recorder.Start());
+        const Bytes sound = Noise(640);
+        Bytes samples;
         for (int at = 0; at < 30; ++at) {
-            const Bytes pixels = RawOf(162, 97, at), sound = Noise(640);
+            const Bytes pixels = RawOf(162, 97, at);
             Ok(recorder.Decoded(MOVARIX_DECODED_PICTURE, RawInfo(162, 97, pixels, kStart + 40 * at)));
             Ok(recorder.Decoded(MOVARIX_DECODED_SOUND, RawSound(sound, kStart + 40 * at)));
             luma.insert(luma.end(), pixels.begin(), pixels.begin() + 162 * 96);
             samples = samples + sound;
         }
         Ok(recorder.Stop());
-        const Avi avi = ReadAvi(path);
-        EXPECT_EQ(avi.pictures.codec, row.pictureCodec);
+        const Avi avi = recorder.Read();
+        const uint32_t type = row.pictures == 0 ? kMpeg4 : row.pictures;
+        EXPECT_EQ(avi.pictures.codec, CodecId(type));
         EXPECT_EQ(avi.sound.codec, row.soundCodec);
-        EXPECT_EQ(avi.pictures.packets.size(), 30u);
-        EXPECT_EQ(static_cast<size_t>(std::count_if(avi.pictures.packets.begin(), avi.pictures.packets.end(),
-                                                    [](const AviPacket& packet) { return packet.key; })),
-                  row.keys);
-        EXPECT_NEAR(avi.pictures.packets.back().ms, 40 * 29, 1);
-        const Bytes got = LumaOf(path, 162 * 96 * 3 / 2, 162 * 96);
-        ASSERT_EQ(got.size(), luma.size());
+        EXPECT_EQ(std::ranges::count(avi.pictures.packets, true, &EncodedPicture::key), row.keys);
+        EXPECT_EQ(avi.pictures.packets.back().ptsMs, 40 * 29);
+        const std::vector<Bytes> got = Pixels(type, avi.pictures.packets);
+        ASSERT_EQ(got.size(), 30u);
         double error = 0;
-        for (size_t at = 0; at < got.size(); ++at)
-            error += std::abs(got[at] - luma[at]);
-        EXPECT_LT(error / static_cast<double>(got.size()), 3);
+        for (int at = 0; at < 30; ++at)
+            error += Difference(got[static_cast<size_t>(at)], RawOf(162, 97, at), 0, 162 * 96) / 30;
+        EXPECT_LT(error, 3);
+        EXPECT_EQ(avi.sound.All().size(), samples.size() / (row.sound == 0 ? 1 : 2));
         if (row.sound == 0)
             EXPECT_EQ(avi.sound.All(), samples);
-        EXPECT_EQ(OutputOf("ffmpeg -v error -i " + path + " -map 0:a -f null - 2>&1"), "");
     }
-}
-
-// Pictures of 4096x4096 and then 16x16, every pixel format, and a format that the picture callback hands out in RGB.
-TEST(Movarix, DecodedPicturesOfAllFormats) {
-    constexpr uint32_t kFormats[] = {CORVANE_PICTURE_YUY2,   CORVANE_PICTURE_RGB565, CORVANE_PICTURE_BGR24,
-                                     CORVANE_PICTURE_BGRA32, CORVANE_PICTURE_RGB555, CORVANE_PICTURE_I420,
-                                     CORVANE_PICTURE_BGR565, CORVANE_PICTURE_RGB24,  CORVANE_PICTURE_RGBA32,
-                                     CORVANE_PICTURE_BGR555, CORVANE_PICTURE_YV12,   CORVANE_PICTURE_UYVY,
-                                     CORVANE_PICTURE_NV12};
-    const std::vector<EncodedPicture> stream = MakeVideo({.width = 160, .height = 96, .frames = 1});
-    const Folder folder;
-    void* instance = nullptr;
-    ASSERT_EQ(Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok);
-    for (const uint32_t format : kFormats) {
-        SCOPED_TRACE(format);
-        Recorder recorder;
-        Ok(recorder.Start(folder / "p.avi", 0, 0, MOVARIX_START_REPLACE));
-        const DecoderChannelSettings settings{
-            [](void* context, uint32_t code, void* record) {
-                EXPECT_EQ(static_cast<Recorder*>(context)->Decoded(code, *static_cast<RawPictureInfo*>(record)),
-                          Status_Ok);
-            },
-            &recorder, format, 0};
-        void* decoder = nullptr;
-        ASSERT_EQ(Corvane_CreateDecoderChannel(instance, &decoder, &settings), Status_Ok);
-        const MediaFrameHeader header = VideoHeader(kH264, stream[0].bytes, true, kStart);
-        EXPECT_EQ(Corvane_InputToBeDecodedMediaFrame(decoder, &header), Status_Ok);
-        EXPECT_EQ(Corvane_DeleteDecoderChannel(instance, &decoder), Status_Ok);
-        Ok(recorder.Stop());
-        const Bytes got = LumaOf(folder / "p.avi", 160 * 96 * 3 / 2, 160 * 96 * 3 / 2);
-        const std::vector<BarePicture> wanted = BareDecode(kH264, stream);
-        ASSERT_EQ(got.size(), 160u * 96 * 3 / 2);
-        const uint8_t* at = got.data();
-        for (int plane = 0; plane < 3; ++plane) {
-            const int width = plane == 0 ? 160 : 80, height = plane == 0 ? 96 : 48;
-            double error = 0;
-            for (int sample = 0; sample < width * height; ++sample)
-                error += std::abs(*at++ -
-                                  wanted[0]->data[plane][sample / width * wanted[0]->linesize[plane] + sample % width]);
-            EXPECT_LT(error / (width * height), plane == 0 ? 6 : 12) << plane;    // RGB does not hold all of them
-        }
-        EXPECT_EQ(ReadStamp(got.data(), 160), 0);
-    }
-    EXPECT_EQ(Corvane_Release(&instance), Status_Ok);
-    for (const uint32_t type : {CORVANE_STREAM_JPEG, CORVANE_STREAM_MPEG4, CORVANE_STREAM_H264}) {
+    for (const uint32_t type : {kJpeg, kMpeg4, kH264}) {
         Recorder recorder;
         Ok(MOVARIX(ChooseChannelVideoCompressor)(recorder.channel, type, 0, 0));
-        Ok(recorder.Start(folder / "z.avi", 0, 0, MOVARIX_START_REPLACE));
+        Ok(recorder.Start());
+        int64_t time = kStart;
         for (const uint32_t side : {4096u, 16u}) {
             const Bytes pixels = RawOf(side, side, 0);
-            for (int64_t at = 0; at < 2; ++at)
-                Ok(recorder.Decoded(MOVARIX_DECODED_PICTURE,
-                                    RawInfo(side, side, pixels, kStart + (side == 16 ? 80 : 0) + 40 * at)));
+            for (int count = 0; count < 2; ++count)
+                Ok(recorder.Decoded(MOVARIX_DECODED_PICTURE, RawInfo(side, side, pixels, time += 40)));
         }
         Ok(recorder.Stop());
-        const Avi first = ReadAvi(folder / "z.avi"), second = ReadAvi(folder / "z-2.avi");
-        EXPECT_EQ(first.pictures.width, 4096);
-        EXPECT_EQ(second.pictures.width, 16);
-        EXPECT_EQ(first.pictures.packets.size() + second.pictures.packets.size(), 4u);
+        for (const size_t number : {1, 2}) {
+            const AviStream pictures = recorder.Read(number).pictures;
+            EXPECT_EQ(pictures.width, number == 1 ? 4096 : 16);
+            EXPECT_EQ(pictures.packets.size(), 2u);
+        }
     }
 }
 
@@ -850,43 +751,66 @@ struct TestHost {
                                                       : Corvane_InputToBeDecodedMediaFrame(channel, frame);
                                }};
 
-    TestHost() { EXPECT_EQ(Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0), Status_Ok); }
+    TestHost() { Ok(Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, 0)); }
     ~TestHost() {
-        EXPECT_EQ(Corvane_Release(&instance), Status_Ok);
+        Ok(Corvane_Release(&instance));
         EXPECT_EQ(made, 0);
     }
 };
 
+// Every pixel format that the picture callback hands out.
+TEST(Movarix, DecodedPicturesOfAllFormats) {
+    constexpr uint32_t kFormats[] = {CORVANE_PICTURE_YUY2,   CORVANE_PICTURE_RGB565, CORVANE_PICTURE_BGR24,
+                                     CORVANE_PICTURE_BGRA32, CORVANE_PICTURE_RGB555, CORVANE_PICTURE_I420,
+                                     CORVANE_PICTURE_BGR565, CORVANE_PICTURE_RGB24,  CORVANE_PICTURE_RGBA32,
+                                     CORVANE_PICTURE_BGR555, CORVANE_PICTURE_YV12,   CORVANE_PICTURE_UYVY,
+                                     CORVANE_PICTURE_NV12};
+    const std::vector<EncodedPicture> stream = Video(kH264, 1);
+    const Bytes wanted = Pixels(kH264, stream)[0];
+    const TestHost host;
+    for (const uint32_t format : kFormats) {
+        SCOPED_TRACE(format);
+        Recorder recorder;
+        Ok(recorder.Start());
+        const CorvaneRawCallback record = [](void* context, uint32_t code, void* picture) {
+            Ok(static_cast<Recorder*>(context)->Decoded(code, *static_cast<RawPictureInfo*>(picture)));
+        };
+        const DecoderChannelSettings settings{record, &recorder, format, 0};
+        void* decoder = nullptr;
+        ASSERT_EQ(Corvane_CreateDecoderChannel(host.instance, &decoder, &settings), Status_Ok);
+        const MediaFrameHeader header = VideoHeader(kH264, stream[0].bytes, true, kStart);
+        Ok(Corvane_InputToBeDecodedMediaFrame(decoder, &header));
+        Ok(Corvane_DeleteDecoderChannel(host.instance, &decoder));
+        Ok(recorder.Stop());
+        const std::vector<Bytes> got = Pixels(kMpeg4, recorder.Read().pictures.packets);
+        ASSERT_EQ(got.size(), 1u);
+        EXPECT_EQ(ReadStamp(got[0].data(), 160), 0);
+        constexpr size_t kLuma = 160 * 96, kChroma = kLuma / 4;
+        EXPECT_LT(Difference(got[0], wanted, 0, kLuma), 6);
+        for (const size_t from : {kLuma, kLuma + kChroma})
+            EXPECT_LT(Difference(got[0], wanted, from, kChroma), 12);    // RGB does not hold all of them
+    }
+}
+
 // Encoded input of another type than the chosen one goes through decoder channels of the host.
 TEST(Movarix, OtherTypesAreTranscoded) {
-    const Folder folder;
     const TestHost host;
-    const SoundCase aac = Aac(1, false);
     const SoundStream g729 = MakeG729(Sweep(8000, 2, 200, 900));
     const SoundCase other{.type = CORVANE_STREAM_G729A, .frames = g729.blocks, .frameMs = 10};
     const struct {
         const char* name;
-        uint32_t pictures;    // that are chosen
-        uint64_t sound;
+        uint32_t pictures, sound;    // that are chosen
         SoundCase heard;
-        AVCodecID pictureCodec, soundCodec;
+        AVCodecID soundCodec;
         uint32_t maxSeconds;
         std::vector<size_t> counts;    // of pictures in each file
     } kRows[] = {
-        {"JPEG and PCM", CORVANE_STREAM_JPEG, 0, aac, AV_CODEC_ID_MJPEG, AV_CODEC_ID_PCM_S16LE, 0, {60}},
-        {"H.264 as it is, A-law",
-         CORVANE_STREAM_H264,
-         CORVANE_STREAM_ALAW,
-         other,
-         AV_CODEC_ID_H264,
-         AV_CODEC_ID_PCM_ALAW,
-         0,
-         {60}},
-        {"MPEG-4 in files of a second: a key frame is made for each",
-         CORVANE_STREAM_MPEG4,
+        {"JPEG and PCM", kJpeg, 0, Aac(1, false), AV_CODEC_ID_PCM_S16LE, 0, {60}},
+        {"H.264 as it is, A-law", kH264, CORVANE_STREAM_ALAW, other, AV_CODEC_ID_PCM_ALAW, 0, {60}},
+        {"MPEG-4, a key frame for each file",
+         kMpeg4,
          CORVANE_STREAM_MULAW,
          other,
-         AV_CODEC_ID_MPEG4,
          AV_CODEC_ID_PCM_MULAW,
          1,
          {25, 25, 10}},
@@ -897,7 +821,7 @@ TEST(Movarix, OtherTypesAreTranscoded) {
         Recorder recorder(true, host.callbacks, host.instance);
         Ok(MOVARIX(ChooseChannelVideoCompressor)(recorder.channel, row.pictures, 2'000'000, 60));
         Ok(MOVARIX(ChooseChannelAudioCompressor)(recorder.channel, row.sound, 0, 0));
-        Ok(recorder.Start(folder / "t.avi", 0, row.maxSeconds, MOVARIX_START_REPLACE));
+        Ok(recorder.Start(recorder.PathOf(1), 0, row.maxSeconds));
         Feed(recorder, kH264, video, row.heard);
         TestHost::refuse = Status_OutOfMemory;    // the host's status is the client's; the recording goes on
         if (row.pictures != kH264)
@@ -907,81 +831,67 @@ TEST(Movarix, OtherTypesAreTranscoded) {
         EXPECT_EQ(TestHost::made, 0);
         int stamp = 0;
         for (size_t file = 0; file < row.counts.size(); ++file) {
-            const std::string path = folder / (file == 0 ? "t.avi" : "t-" + std::to_string(file + 1) + ".avi");
-            const Avi avi = ReadAvi(path);
-            EXPECT_EQ(avi.pictures.codec, row.pictureCodec);
+            const Avi avi = recorder.Read(file + 1);
+            EXPECT_EQ(avi.pictures.codec, CodecId(row.pictures));
             EXPECT_EQ(avi.sound.codec, row.soundCodec);
-            const Bytes luma = LumaOf(path, 160 * 96 * 3 / 2, 160 * 96);
-            ASSERT_EQ(luma.size() / (160 * 96), row.counts[file]);
-            for (size_t at = 0; at < row.counts[file]; ++at)
-                EXPECT_EQ(ReadStamp(luma.data() + at * 160 * 96, 160), stamp++);
+            const std::vector<Bytes> pictures = Pixels(row.pictures, avi.pictures.packets);
+            EXPECT_EQ(pictures.size(), row.counts[file]);
+            for (const Bytes& picture : pictures)
+                EXPECT_EQ(ReadStamp(picture.data(), 160), stamp++);
         }
     }
     Recorder without;    // a host that offers nothing
-    Ok(MOVARIX(ChooseChannelVideoCompressor)(without.channel, CORVANE_STREAM_JPEG, 0, 0));
-    ASSERT_EQ(without.Start(folder / "w.avi"), Status_Ok);
+    Ok(MOVARIX(ChooseChannelVideoCompressor)(without.channel, kJpeg, 0, 0));
+    Ok(without.Start());
     EXPECT_EQ(without.Picture(kH264, video[0].bytes, true, kStart), Status_NotSupported);
 }
 
 // Channels in threads of their own, each with another thread that asks and sets; the defaults of their module.
 TEST(Movarix, ChannelsWorkSideBySide) {
-    const Folder folder;
     Recorder shared;
-    Ok(MOVARIX(ChooseVideoCompressor)(shared.module, CORVANE_STREAM_JPEG, 1'000'000, 7));
+    Ok(MOVARIX(ChooseVideoCompressor)(shared.module, kJpeg, 1'000'000, 7));
     Ok(MOVARIX(ChooseAudioCompressor)(shared.module, CORVANE_STREAM_ALAW, 0, 0));
     std::vector<std::thread> threads;
-    std::atomic<int> working{4};
-    std::array<void*, 4> channels{};
-    for (size_t at = 0; at < channels.size(); ++at) {
-        ASSERT_EQ(MOVARIX(CreateLiveChannel)(shared.module, &channels[at]), Status_Ok);
-        threads.emplace_back([&, at] {
-            const std::string path = folder / (std::to_string(at) + ".avi");
-            const MovarixStart start{sizeof start, 0, path.c_str(), 0, 0, {}};
-            Ok(MOVARIX(StartChannel)(channels[at], reinterpret_cast<uint64_t>(&start)));
+    for (int channel = 0; channel < 4; ++channel)
+        threads.emplace_back([&] {
+            Recorder recorder(shared.module);
+            std::atomic<bool> working{true};
+            std::thread asking([&] {
+                while (working) {
+                    MovarixCompressor compressor{};
+                    MOVARIX(SetChannelOption)(recorder.channel, MOVARIX_OPTION_SOUND, recorder.Size() % 2, 0);
+                    MOVARIX(GetChannelVideoCompressorParam)(recorder.channel, reinterpret_cast<uint64_t>(&compressor));
+                    EXPECT_EQ(compressor.keyInterval, 7u);
+                    MOVARIX(SetVideoCompressorParam)(shared.module, reinterpret_cast<uint64_t>(&compressor));
+                    std::this_thread::yield();
+                }
+            });
+            Ok(recorder.Start());
             for (int picture = 0; picture < 40; ++picture) {
                 const Bytes pixels = RawOf(96, 64, picture);
-                const RawPictureInfo info = RawInfo(96, 64, pixels, kStart + 40 * picture);
-                Ok(MOVARIX(InputDecodedMedia)(channels[at], MOVARIX_DECODED_PICTURE,
-                                              reinterpret_cast<uint64_t>(&info)));
+                Ok(recorder.Decoded(MOVARIX_DECODED_PICTURE, RawInfo(96, 64, pixels, kStart + 40 * picture)));
             }
-            Ok(MOVARIX(StopChannel)(channels[at]));
-            --working;
+            Ok(recorder.Stop());
+            working = false;
+            asking.join();
+            const AviStream pictures = recorder.Read().pictures;
+            EXPECT_EQ(pictures.codec, AV_CODEC_ID_MJPEG);
+            EXPECT_EQ(pictures.packets.size(), 40u);
         });
-        threads.emplace_back([&, at] {
-            while (working > 0) {
-                uint64_t size = 0;
-                MovarixCompressor compressor{};
-                MOVARIX(GetCurrentFileSize)(channels[at], reinterpret_cast<uint64_t>(&size));
-                MOVARIX(SetChannelOption)(channels[at], MOVARIX_OPTION_SOUND, size % 2, 0);
-                MOVARIX(GetChannelVideoCompressorParam)(channels[at], reinterpret_cast<uint64_t>(&compressor));
-                EXPECT_EQ(compressor.keyInterval, 7u);
-                MOVARIX(SetVideoCompressorParam)(shared.module, reinterpret_cast<uint64_t>(&compressor));
-                std::this_thread::yield();
-            }
-        });
-    }
     for (std::thread& thread : threads)
         thread.join();
-    for (size_t at = 0; at < channels.size(); ++at) {
-        Ok(MOVARIX(DeleteChannel)(&channels[at]));
-        EXPECT_EQ(channels[at], nullptr);
-        const Avi avi = ReadAvi(folder / (std::to_string(at) + ".avi"));
-        EXPECT_EQ(avi.pictures.codec, AV_CODEC_ID_MJPEG);
-        EXPECT_EQ(avi.pictures.packets.size(), 40u);
-    }
 }
 
 // A thousand lives of a module and a channel leave nothing behind, and Movarix.so alone brings nothing of FFmpeg.
 TEST(Movarix, AThousandLivesLeaveNothing) {
     EXPECT_EQ(OutputOf("objdump -p " MOVARIX_LIBRARY " | grep -E 'NEEDED +lib(av|sw)' || true"), "");
-    const Folder folder;
     const std::vector<EncodedPicture> video = MakeVideo({.width = 96, .height = 64, .frames = 30});
     const SoundCase sound = G711(CORVANE_STREAM_MULAW, 1);
     size_t descriptors = 0, maps = 0, bytes = 0;
     const int lives = kSanitized ? 200 : 1000;
     const auto live = [&](int life) {
         Recorder recorder;
-        Ok(recorder.Start(folder / "l.avi", 0, 1, MOVARIX_START_REPLACE));
+        Ok(recorder.Start(recorder.PathOf(1), 0, 1));
         Feed(recorder, kH264, {video.begin(), video.begin() + life % 31}, sound);
         if (life % 3 == 0)
             Ok(recorder.Stop());

@@ -693,7 +693,6 @@ TEST(Movarix, DecodedInputIsCompressed) {
             const Bytes pixels = RawOf(162, 97, at);
             Ok(recorder.Decoded(MOVARIX_DECODED_PICTURE, RawInfo(162, 97, pixels, kStart + 40 * at)));
             Ok(recorder.Decoded(MOVARIX_DECODED_SOUND, RawSound(sound, kStart + 40 * at)));
-            luma.insert(luma.end(), pixels.begin(), pixels.begin() + 162 * 96);
             samples = samples + sound;
         }
         Ok(recorder.Stop());

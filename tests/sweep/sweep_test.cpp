@@ -430,7 +430,7 @@ TEST(Sweep, TheNthFailureOfAShortLife) {
         uint64_t allocations, platformCalls;    // that it has at least
     } rows[] = {{"plug-ins", &LiveWithPlugins, 1, 20, 20},
                 {"decoder channel", &LiveDecoding, 6, 30, 0},
-                {"AVI channel", &LiveRecording, 1, 60, 0}};
+                {"AVI channel", &LiveRecording, 1, 40, 0}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         const auto live = [&] {

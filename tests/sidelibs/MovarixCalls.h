@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "corvane/movarix.h"
+#include "entry/InChild.h"
 #include "support/SoundMaker.h"
 #include "support/StreamMaker.h"
 #include "support/Testing.h"
@@ -149,15 +150,5 @@ public:
     void* module = nullptr;
     void* channel = nullptr;
 };
-
-// What a command writes; "failed" where its status is not 0.
-inline std::string OutputOf(const std::string& command) {
-    std::string text;
-    FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
-    char part[4096];
-    for (size_t size; pipe != nullptr && (size = fread(part, 1, sizeof part, pipe)) > 0;)
-        text.append(part, size);
-    return pipe != nullptr && pclose(pipe) == 0 ? text : "failed: " + command + "\n" + text;
-}
 
 }    // namespace corvane::test

@@ -7,7 +7,6 @@
 #include <sstream>
 
 #include "base/Sanitized.h"
-#include "entry/InChild.h"
 #include "sidelibs/MovarixCalls.h"
 #include "support/BareDecoder.h"
 #include "support/FieldStream.h"

@@ -19,20 +19,13 @@ extern "C" {
 
 namespace corvane::test {
 
-// The functions of the contract by their names.
-struct Movarix {
-    void* library = dlopen(MOVARIX_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-
-    template <typename Function>
-    Function* Find(Function*, const char* name) const {
-        void* const found = library == nullptr ? nullptr : dlsym(library, name);
-        if (found == nullptr)
-            throw std::runtime_error(std::string(name) + " is not in " + MOVARIX_LIBRARY);
-        return reinterpret_cast<Function*>(found);
-    }
-};
-inline const Movarix kMovarix;
-#define MOVARIX(name) kMovarix.Find(decltype (&Movarix_##name)(nullptr), "Movarix_" #name)
+// A function of the contract by its name.
+inline void* FunctionOf(const char* name) {
+    static void* const library = dlopen(MOVARIX_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    void* const found = library == nullptr ? nullptr : dlsym(library, name);
+    return found != nullptr ? found : throw std::runtime_error(std::string(name) + " is not in " + MOVARIX_LIBRARY);
+}
+#define MOVARIX(name) reinterpret_cast<decltype(&Movarix_##name)>(FunctionOf("Movarix_" #name))
 
 // A folder of this test, which is removed at the end.
 class Folder {

@@ -46,6 +46,7 @@ private:
 
 struct AviStream {
     AVCodecID codec = AV_CODEC_ID_NONE;
+    uint32_t tag = 0;
     int width = 0, height = 0, rate = 0, channels = 0;
     Bytes configuration;
     std::vector<EncodedPicture> packets;    // or blocks of sound; chunks without bytes left out
@@ -73,6 +74,7 @@ inline Avi ReadAvi(const std::string& path) {
     for (unsigned index = 0; index < format->nb_streams; ++index) {
         const AVCodecParameters& parameters = *format->streams[index]->codecpar;
         streamOf(index) = {parameters.codec_id,
+                           parameters.codec_tag,
                            parameters.width,
                            parameters.height,
                            parameters.sample_rate,

@@ -143,6 +143,8 @@ TEST(Movarix, FilesHaveWhatWasPutIn) {
         EXPECT_EQ(recorder.Size(), std::filesystem::file_size(path));
         const auto& [pictures, sound] = recorder.Read();
         EXPECT_EQ(pictures.codec, CodecId(row.type));
+        if (row.type == kMpeg4)    // players decode another way where the code is that of an encoder
+            EXPECT_EQ(pictures.tag, MKTAG('F', 'M', 'P', '4'));
         EXPECT_TRUE(pictures.width == 160 && pictures.height == 96);
         ASSERT_EQ(pictures.packets.size(), video.size());
         for (size_t at = 0; at < video.size(); ++at) {

@@ -1,8 +1,11 @@
-// A part of a test in a process of its own: what it loads, sets or breaks is gone after it.
+// Processes that a test runs: a part of it in one of its own, where what it loads, sets or breaks is gone at the end,
+// and commands.
 #pragma once
 
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cstdio>
 
 #include "support/Testing.h"
 
@@ -29,6 +32,16 @@ inline std::string InChild(const std::function<std::string()>& body) {
     close(ends[0]);
     int status = 0;
     return waitpid(child, &status, 0) == child && status == 0 ? text : text + " crashed";
+}
+
+// What a command writes; "failed" where its status is not 0.
+inline std::string OutputOf(const std::string& command) {
+    std::string text;
+    FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
+    char part[4096];
+    for (size_t size; pipe != nullptr && (size = fread(part, 1, sizeof part, pipe)) > 0;)
+        text.append(part, size);
+    return pipe != nullptr && pclose(pipe) == 0 ? text : "failed: " + command + "\n" + text;
 }
 
 }    // namespace corvane::test

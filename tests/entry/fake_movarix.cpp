@@ -16,12 +16,17 @@ void* hostInstance;
 void* kept;    // a decoder channel that Movarix_Release deletes
 std::atomic<uint64_t> handles{0x2000};
 
-uint32_t Note(uint32_t number, const char* name, std::initializer_list<uint64_t> arguments) {
+struct Argument {
+    Argument(uint64_t number) : value(number) {}
+    Argument(const void* pointer) : value(reinterpret_cast<uintptr_t>(pointer)) {}
+    unsigned long long value;
+};
+
+uint32_t Note(uint32_t number, const char* name, std::initializer_list<Argument> arguments) {
     char line[200];
     int at = std::snprintf(line, sizeof line, "%s", name);
-    for (const uint64_t argument : arguments)
-        at += std::snprintf(line + at, sizeof line - static_cast<size_t>(at), " %llx",
-                            static_cast<unsigned long long>(argument));
+    for (const Argument& argument : arguments)
+        at += std::snprintf(line + at, sizeof line - static_cast<size_t>(at), " %llx", argument.value);
     line[at++] = '\n';
     if (FILE* file = std::fopen(std::getenv("MOVARIX_LOG"), "a")) {
         std::fwrite(line, 1, static_cast<size_t>(at), file);
@@ -36,14 +41,10 @@ uint32_t Note(uint32_t number, const char* name, std::initializer_list<uint64_t>
     return static_cast<uint32_t>(std::strtoul(fail + length + 1, nullptr, 16));
 }
 
-uint64_t Word(const void* pointer) {
-    return reinterpret_cast<uintptr_t>(pointer);
-}
-
 uint32_t Make(uint32_t number, const char* name, void* module, void** channel) {
-    const uint64_t before = Word(*channel);
+    const void* const before = *channel;
     *channel = std::getenv("MOVARIX_NULL") != nullptr ? nullptr : reinterpret_cast<void*>(++handles);
-    return Note(number, name, {Word(module), before});
+    return Note(number, name, {module, before});
 }
 
 // A frame of sound that the host decodes.
@@ -82,7 +83,7 @@ const std::function<void()> kNothing = [] {};
 }    // namespace
 
 uint32_t Movarix_Initial(void** module, void* instance, const AviHostCallbacks* callbacks) {
-    const uint32_t status = Note(1, "Initial", {Word(*module)});
+    const uint32_t status = Note(1, "Initial", {*module});
     host = callbacks;
     hostInstance = instance;
     *module = reinterpret_cast<void*>(0x1000);
@@ -95,7 +96,7 @@ uint32_t Movarix_Initial(void** module, void* instance, const AviHostCallbacks* 
 uint32_t Movarix_Release(void** module) {
     if (kept != nullptr && Decode(kept) == Status_Ok)    // it is still there
         Note(0, "deleted", {host->deleteDecoderChannel(hostInstance, &kept)});
-    return Note(2, "Release", {Word(*module)});
+    return Note(2, "Release", {*module});
 }
 uint32_t Movarix_CreateChannel(void* module, void** channel) {
     return Make(3, "CreateChannel", module, channel);
@@ -103,21 +104,12 @@ uint32_t Movarix_CreateChannel(void* module, void** channel) {
 uint32_t Movarix_CreateLiveChannel(void* module, void** channel) {
     return Make(4, "CreateLiveChannel", module, channel);
 }
-uint32_t Movarix_DeleteChannel(void** channel) {
-    return Note(5, "DeleteChannel", {Word(*channel)});
-}
-uint32_t Movarix_StartChannel(void* channel, uint64_t value) {
-    return Note(6, "StartChannel", {Word(channel), value});
-}
-uint32_t Movarix_StopChannel(void* channel) {
-    return Note(7, "StopChannel", {Word(channel)});
-}
 // `value` may be what the test wants to be done inside: here, in the callback of a decoder channel, or in that of one
 // on a thread of its own.
 uint32_t Movarix_InputMedia(void* channel, uint64_t value) {
     const char* where = std::getenv("MOVARIX_RUN");
     if (where == nullptr)
-        return Note(8, "InputMedia", {Word(channel), value});
+        return Note(8, "InputMedia", {channel, value});
     const auto& inside = *reinterpret_cast<const std::function<void()>*>(value);
     if (std::strcmp(where, "callback") == 0)
         return DecodeOnHost(inside);
@@ -127,33 +119,28 @@ uint32_t Movarix_InputMedia(void* channel, uint64_t value) {
     std::thread([&] { status = DecodeOnHost(inside); }).join();
     return status;
 }
-uint32_t Movarix_InputDecodedMedia(void* channel, uint32_t kind, uint64_t value) {
-    return Note(9, "InputDecodedMedia", {Word(channel), kind, value});
-}
-
-#define OF_MODULE(number, name)                                                                   \
-    uint32_t Movarix_Choose##name##Compressor(void* module, uint64_t a, uint64_t b, uint64_t c) { \
-        return Note(number, "Choose" #name "Compressor", {Word(module), a, b, c});                \
+#define FUNCTION(number, name, parameters, ...)    \
+    uint32_t Movarix_##name parameters {           \
+        return Note(number, #name, {__VA_ARGS__}); \
     }
-#define PARAM(number, name)                                                  \
-    uint32_t Movarix_##name##CompressorParam(void* module, uint64_t value) { \
-        return Note(number, #name "CompressorParam", {Word(module), value}); \
-    }
-OF_MODULE(10, Video)
-OF_MODULE(11, Audio)
+#define CHOOSE(number, name) \
+    FUNCTION(number, Choose##name##Compressor, (void* of, uint64_t a, uint64_t b, uint64_t c), of, a, b, c)
+#define PARAM(number, name) FUNCTION(number, name##CompressorParam, (void* of, uint64_t value), of, value)
+FUNCTION(5, DeleteChannel, (void** channel), *channel)
+FUNCTION(6, StartChannel, (void* channel, uint64_t value), channel, value)
+FUNCTION(7, StopChannel, (void* channel), channel)
+FUNCTION(9, InputDecodedMedia, (void* channel, uint32_t kind, uint64_t value), channel, kind, value)
+CHOOSE(10, Video)
+CHOOSE(11, Audio)
 PARAM(12, SetVideo)
 PARAM(13, GetVideo)
 PARAM(14, SetAudio)
 PARAM(15, GetAudio)
-OF_MODULE(16, ChannelVideo)
-OF_MODULE(17, ChannelAudio)
+CHOOSE(16, ChannelVideo)
+CHOOSE(17, ChannelAudio)
 PARAM(18, SetChannelVideo)
 PARAM(19, GetChannelVideo)
 PARAM(20, SetChannelAudio)
 PARAM(21, GetChannelAudio)
-uint32_t Movarix_SetChannelOption(void* channel, uint32_t id, uint32_t value, uint32_t extra) {
-    return Note(22, "SetChannelOption", {Word(channel), id, value, extra});
-}
-uint32_t Movarix_GetCurrentFileSize(void* channel, uint64_t value) {
-    return Note(23, "GetCurrentFileSize", {Word(channel), value});
-}
+FUNCTION(22, SetChannelOption, (void* channel, uint32_t id, uint32_t value, uint32_t extra), channel, id, value, extra)
+FUNCTION(23, GetCurrentFileSize, (void* channel, uint64_t value), channel, value)

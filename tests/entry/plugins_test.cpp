@@ -89,7 +89,8 @@ std::string Owners(const DecoderFactories& factories, Told& told) {
     return owners;
 }
 
-// Loads the folders one after the other: what was stored after each library, and what the libraries told.
+// Loads the folders one after the other: what was stored after each library, and what the libraries told; then whose
+// the factories are, and which of them a channel without a window gets.
 std::string LoadAll(const std::vector<std::string>& folders) {
     Told told;
     DecoderPlugins plugins;
@@ -99,7 +100,7 @@ std::string LoadAll(const std::vector<std::string>& folders) {
         plugins.Load(folder.c_str(), [&](const DecoderFactories& now) { told.Add(Hex(found = now)); });
         text += told.Take() + " |";
     }
-    text += Owners(found, told);
+    text += Owners(found, told) + Hex(WithoutAdapters(found));
     plugins.Close();
     plugins.Load((kPlugins + "full").c_str(), [&](const DecoderFactories&) { told.Add(" stored after the end"); });
     return text + " |" + told.Take();
@@ -113,39 +114,31 @@ TEST(DecoderPlugins, WhatIsLoadedInWhichOrder) {
         std::string told;
     } rows[] = {
         {{full, full},
-         " +Dahua/full 1 +Hikvision/full 3 +CUVID/full ff +DXVA2/full fff +QuickSync/full 3fff | | ffffffffffffff |"
+         " +Dahua/full 1 +Hikvision/full 3 +CUVID/full ff +DXVA2/full fff +QuickSync/full 3fff | | ffffffffffffff 331f "
+         "|"
          " -QuickSync/full -DXVA2/full -CUVID/full -Hikvision/full"},
         // One deciding slot is enough for a skip.
         {{part, full},
          " +CUVID/part 10 +DXVA2/part 210 +QuickSync/part 2210 | +Dahua/full 2211 +Hikvision/full 2213 |"
-         " ff..p....p...p | -QuickSync/part -DXVA2/part -CUVID/part -Hikvision/full"},
+         " ff..p....p...p 2213 | -QuickSync/part -DXVA2/part -CUVID/part -Hikvision/full"},
         // Factories for display adapters decide nothing, stay, and so do their libraries.
         {{v2, v2, plain, full, plain},
          " +CUVID/v2 e0 +DXVA2/v2 ce0 | | +CUVID/plain cfc +DXVA2/plain ffc | +Dahua/full ffd +Hikvision/full fff"
-         " +QuickSync/full 3fff | | ffpppvvvppvvff | -QuickSync/full -DXVA2/plain -DXVA2/v2 -CUVID/plain -CUVID/v2"
+         " +QuickSync/full 3fff | | ffpppvvvppvvff 331f | -QuickSync/full -DXVA2/plain -DXVA2/v2 -CUVID/plain -CUVID/v2"
          " -Hikvision/full"},
         {{v2, none, v2},
          " +CUVID/v2 e0 +DXVA2/v2 ce0 | +Dahua/none -Dahua/none +Hikvision/none +CUVID/none +DXVA2/none +QuickSync/none"
-         " | -CUVID/none -DXVA2/none | .....vvv..vv.. | -QuickSync/none -DXVA2/v2 -CUVID/v2 -Hikvision/none"},
+         " | -CUVID/none -DXVA2/none | .....vvv..vv.. 0 | -QuickSync/none -DXVA2/v2 -CUVID/v2 -Hikvision/none"},
         // One without factories is replaced, by the same file without an end of it; a failure replaces nothing.
         {{none, none, "/no/folder", full},
          " +Dahua/none -Dahua/none +Hikvision/none +CUVID/none +DXVA2/none +QuickSync/none | +Dahua/none -Dahua/none | "
          "|"
          " +Dahua/full 1 +Hikvision/full -Hikvision/none 3 +CUVID/full -CUVID/none ff +DXVA2/full -DXVA2/none fff"
-         " +QuickSync/full -QuickSync/none 3fff | ffffffffffffff | -QuickSync/full -DXVA2/full -CUVID/full"
+         " +QuickSync/full -QuickSync/none 3fff | ffffffffffffff 331f | -QuickSync/full -DXVA2/full -CUVID/full"
          " -Hikvision/full"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(InChild([&] { return LoadAll(row.folders); }), row.told);
-    // What a channel without a window gets of all of them.
-    EXPECT_EQ(InChild([&] {
-                  Told told;
-                  DecoderPlugins plugins;
-                  DecoderFactories found;
-                  plugins.Load(full.c_str(), [&](const DecoderFactories& now) { found = now; });
-                  return Hex(WithoutAdapters(found));
-              }),
-              " 331f");
 }
 
 TEST(DecoderPlugins, FoldersAndFiles) {
@@ -155,18 +148,12 @@ TEST(DecoderPlugins, FoldersAndFiles) {
     std::string elf{std::istreambuf_iterator<char>(stream), {}};
     const std::string good = elf;
     elf[18] = 0x08;    // of another machine
-    const struct {
-        const char* folder;    // made in `work`
-        const std::string* content;
-    } made[] = {{"C:", &good}, {"back\\", &good}, {"\xFF\xFE %s", &good}, {"foreign", &elf}};
-    for (const auto& row : made) {
-        std::filesystem::create_directories(work / row.folder);
-        std::ofstream(work / row.folder / file, std::ios::binary) << *row.content;
-    }
-    for (const char* const folder : {"empty", "text", "folder"})
+    for (const auto& [folder, content] :
+         {std::pair("C:", good), std::pair("back\\", good), std::pair("\xFF\xFE %s", good), std::pair("foreign", elf),
+          std::pair("empty", std::string()), std::pair("text", std::string("not a library\n"))}) {
         std::filesystem::create_directories(work / folder);
-    std::ofstream(work / "empty" / file).flush();
-    std::ofstream(work / "text" / file) << "not a library\n";
+        std::ofstream(work / folder / file, std::ios::binary) << content;
+    }
     std::filesystem::create_directories(work / "folder" / file);
     std::filesystem::create_directories(work / "link");
     std::filesystem::create_symlink(bare, work / "link" / file);

@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "corvane/movarix.h"
+#include "entry/InChild.h"
 #include "support/SoundMaker.h"
 #include "support/StreamMaker.h"
 #include "support/Testing.h"
@@ -18,20 +19,13 @@ extern "C" {
 
 namespace corvane::test {
 
-// The functions of the contract by their names.
-struct Movarix {
-    void* library = dlopen(MOVARIX_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-
-    template <typename Function>
-    Function* Find(Function*, const char* name) const {
-        void* const found = library == nullptr ? nullptr : dlsym(library, name);
-        if (found == nullptr)
-            throw std::runtime_error(std::string(name) + " is not in " + MOVARIX_LIBRARY);
-        return reinterpret_cast<Function*>(found);
-    }
-};
-inline const Movarix kMovarix;
-#define MOVARIX(name) kMovarix.Find(decltype (&Movarix_##name)(nullptr), "Movarix_" #name)
+// A function of the contract by its name.
+inline void* FunctionOf(const char* name) {
+    static void* const library = dlopen(MOVARIX_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    void* const found = library == nullptr ? nullptr : dlsym(library, name);
+    return found != nullptr ? found : throw std::runtime_error(std::string(name) + " is not in " + MOVARIX_LIBRARY);
+}
+#define MOVARIX(name) reinterpret_cast<decltype(&Movarix_##name)>(FunctionOf("Movarix_" #name))
 
 // A folder of this test, which is removed at the end.
 class Folder {
@@ -52,6 +46,7 @@ private:
 
 struct AviStream {
     AVCodecID codec = AV_CODEC_ID_NONE;
+    uint32_t tag = 0;
     int width = 0, height = 0, rate = 0, channels = 0;
     Bytes configuration;
     std::vector<EncodedPicture> packets;    // or blocks of sound; chunks without bytes left out
@@ -79,6 +74,7 @@ inline Avi ReadAvi(const std::string& path) {
     for (unsigned index = 0; index < format->nb_streams; ++index) {
         const AVCodecParameters& parameters = *format->streams[index]->codecpar;
         streamOf(index) = {parameters.codec_id,
+                           parameters.codec_tag,
                            parameters.width,
                            parameters.height,
                            parameters.sample_rate,
@@ -149,15 +145,5 @@ public:
     void* module = nullptr;
     void* channel = nullptr;
 };
-
-// What a command writes; "failed" where its status is not 0.
-inline std::string OutputOf(const std::string& command) {
-    std::string text;
-    FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
-    char part[4096];
-    for (size_t size; pipe != nullptr && (size = fread(part, 1, sizeof part, pipe)) > 0;)
-        text.append(part, size);
-    return pipe != nullptr && pclose(pipe) == 0 ? text : "failed: " + command + "\n" + text;
-}
 
 }    // namespace corvane::test

@@ -16,7 +16,6 @@
 #include "render/DDrawRenderer.h"
 #include "render/GDIRenderer.h"
 #include "support/PlainPicture.h"
-#include "support/ScriptedRenderer.h"
 #include "support/StreamMaker.h"
 #include "support/XClient.h"
 #include "support/XServer.h"
@@ -55,22 +54,35 @@ struct Puts {
 };
 Puts* counted;
 
-// Both real renderers, with their passes counted.
-template <typename Renderer>
-using Relayed = test::RelayingRenderer<Renderer>;
-template <typename Renderer>
-const typename Relayed<Renderer>::Hooks kCount{{}, [](const FinishedPicture& picture, Outcome outcome) {
-                                                   if (outcome == Outcome::Put)
-                                                       counted->Add(picture.frame.get());
-                                               }};
+// A real renderer, with its passes counted.
+template <typename Inner>
+class Counted final : public IVideoRenderer {
+public:
+    template <typename... Arguments>
+    explicit Counted(Arguments&&... arguments) : m_inner(arguments...) {}
+    const RendererTraits& Traits() const override { return m_inner.Traits(); }
+    uint32_t FormatFor(uint32_t preferred) const override { return m_inner.FormatFor(preferred); }
+    bool HasFreeBuffer() const override { return m_inner.HasFreeBuffer(); }
+    LentBuffer Lend(PictureSize size, uint32_t preferred) override { return m_inner.Lend(size, preferred); }
+    bool TakesReference(const ConstPictureView& picture) override { return m_inner.TakesReference(picture); }
+    Outcome Present(const FinishedPicture& picture, Pass& pass) override {
+        const Outcome outcome = m_inner.Present(picture, pass);
+        if (outcome == Outcome::Put)
+            counted->Add(picture.frame.get());
+        return outcome;
+    }
+
+private:
+    Inner m_inner;
+};
 const RendererMaker kCounted[] = {{"DirectDraw", [](uint32_t flags) { return (flags & kGdiFlags) == 0; },
                                    [](const PresentSettings& settings, corvane::Clock& clock) -> RendererPtr {
-                                       return std::make_shared<Relayed<CDDrawRenderer>>(
-                                           kCount<CDDrawRenderer>, settings, Blitter::Processor(), clock);
+                                       return std::make_shared<Counted<CDDrawRenderer>>(settings, Blitter::Processor(),
+                                                                                        clock);
                                    }},
                                   {"GDI", [](uint32_t) { return true; },
                                    [](const PresentSettings&, corvane::Clock& clock) -> RendererPtr {
-                                       return std::make_shared<Relayed<CGDIRenderer>>(kCount<CGDIRenderer>, clock);
+                                       return std::make_shared<Counted<CGDIRenderer>>(clock);
                                    }}};
 
 // Asks for another size so many times a second, without waiting for the server, until `more` ends.

@@ -4,7 +4,8 @@
 // of the filter. The client owns it, and may delete it after it was removed from every channel. Filters run in
 // the order of insertion: on the channel's worker thread, on I420 pictures of the size that the renderer asked for; while a
 // raw callback is set also on its render thread, on pictures of the decoded size. No filter of a channel runs on both
-// threads at once. C++17.
+// threads at once. Those of a decoder channel run on the thread of the caller, inside the call that makes a picture, on
+// pictures of the size that it makes. C++17.
 #ifndef CORVANE_FILTER_H
 #define CORVANE_FILTER_H
 

@@ -228,6 +228,7 @@ void AviChannel::OnDecoded(void* context, uint32_t code, void* record) {
 
 uint32_t AviChannel::AddDecoded(const RawPictureInfo& picture) {
     const int64_t timeMs = TimeMs(HeaderOf(picture.header));
+    m_recording->PictureComes();
     return m_pictureCompressor->Add(picture, timeMs, m_recording->WantsKey(timeMs),
                                     [&](const Picture& encoded) { return m_recording->Add(encoded); });
 }

@@ -80,8 +80,8 @@ bool Recording::IsHoldOver() const {
         return false;
     const Picture* const first = FirstHeld();
     const std::optional<Picture>& last = m_held.back().picture;
-    return first == nullptr || m_heldBytes >= kMaxHeldBytes || m_held.size() >= kMaxHeld ||
-           (last && last->timeMs - first->timeMs >= kHoldMs);
+    return (first == nullptr && !(m_expectsPictures && m_pictureComes)) || m_heldBytes >= kMaxHeldBytes ||
+           m_held.size() >= kMaxHeld || (first != nullptr && last && last->timeMs - first->timeMs >= kHoldMs);
 }
 
 uint32_t Recording::Add(const Picture& picture) {
@@ -95,7 +95,11 @@ uint32_t Recording::Add(const Picture& picture) {
     const bool full = m_file != nullptr
                           ? IsFull() || m_soundWaits || m_clock.IsTooSlow()
                           : held != nullptr && IsFull(m_heldBytes, static_cast<double>(picture.timeMs - held->timeMs));
-    if (picture.begins && (changes || full)) {
+    const bool wasAwaited =
+        picture.begins && m_file == nullptr && held == nullptr && std::exchange(m_pictureComes, false);
+    if (wasAwaited) {
+        // What is held is sound that belongs to it.
+    } else if (picture.begins && (changes || full)) {
         WriteHeld();
         EndFile();
     } else if (changes) {
@@ -117,7 +121,7 @@ uint32_t Recording::Add(const Sound& sound) {
     if (Failed(m_status))
         return m_status;
     m_lastSound = sound.format;
-    if (m_file == nullptr && m_held.empty() && m_expectsPictures)
+    if (m_file == nullptr && m_held.empty() && m_expectsPictures && !m_pictureComes)
         return m_status;
     if (m_file != nullptr && (m_sound != sound.format || (!m_picture && IsFull()))) {
         if (m_picture) {

@@ -35,6 +35,8 @@ public:
 
     // While `expected` sound waits for the first picture of a file; else it begins files.
     void ExpectPictures(bool expected) { m_expectsPictures = expected; }
+    // A picture is being compressed: sound waits for it from here on, and is not passed over.
+    void PictureComes() { m_pictureComes = m_file == nullptr && FirstHeld() == nullptr; }
     // No more sound is to come: later files have no stream for it.
     void ForgetSound() { m_lastSound.reset(); }
     uint32_t Add(const Picture& picture);
@@ -76,6 +78,7 @@ private:
     uint32_t m_status = Status_Ok;
     uint64_t m_bytes = 0;
     bool m_expectsPictures = true;
+    bool m_pictureComes = false;    // the first of a file
 
     std::optional<SoundFormat> m_lastSound;    // of the last sound that came
 

@@ -2,11 +2,16 @@
 // writer is opened by the first channel, or the first choice of a compressor that only libavcodec knows.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "corvane/movarix.h"
 
 namespace movarix {
+
+static_assert(sizeof(MovarixStart) == 48 && offsetof(MovarixStart, path) == 8 &&
+              offsetof(MovarixStart, maxBytes) == 16 && offsetof(MovarixStart, maxSeconds) == 24 &&
+              sizeof(MovarixCompressor) == 12);
 
 // The type of MovarixCompressor that stands for the input's own: pictures stay as they come.
 inline constexpr uint32_t kNoCompressor = 0;

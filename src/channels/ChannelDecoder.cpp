@@ -143,13 +143,19 @@ Status CChannelDecoder::Alone(Body&& body) {
     return body();
 }
 
-Status CChannelDecoder::DecodeVideo(const MediaFrameHeader& header, DecodedVideoInfo& out, uint32_t& size) {
+// For a frame of video, where pictures are wanted.
+template <typename Body>
+Status CChannelDecoder::WithVideo(const MediaFrameHeader& header, Body&& body) {
     return Alone([&] {
-        const RawSettings wanted = m_client.Settings();
         if (!IsVideo(header))
             return Status::UnsupportedMedia;
-        if (!wanted.pictures)
-            return Status::Ok;
+        const RawSettings wanted = m_client.Settings();
+        return wanted.pictures ? body(wanted) : Status::Ok;
+    });
+}
+
+Status CChannelDecoder::DecodeVideo(const MediaFrameHeader& header, DecodedVideoInfo& out, uint32_t& size) {
+    return WithVideo(header, [&](const RawSettings& wanted) {
         if (out.buffer == nullptr && out.capacity != 0)
             return Status::InvalidArgument;
         CORVANE_RETURN_IF_FAILED(DecodeStep(header));
@@ -158,12 +164,7 @@ Status CChannelDecoder::DecodeVideo(const MediaFrameHeader& header, DecodedVideo
 }
 
 Status CChannelDecoder::DecodeVideoOnly(const MediaFrameHeader& header, DecodedPictureSize& out, uint32_t& size) {
-    return Alone([&] {
-        const RawSettings wanted = m_client.Settings();
-        if (!IsVideo(header))
-            return Status::UnsupportedMedia;
-        if (!wanted.pictures)
-            return Status::Ok;
+    return WithVideo(header, [&](const RawSettings& wanted) {
         const Status status = DecodeStep(header);
         if (m_got == 0)
             return status;
@@ -292,6 +293,8 @@ Status CChannelDecoder::Run(const FramePtr& frame, const Settings& settings, Pic
     const RunResult result = m_run.Carry({.frame = *frame, .picture = picture, .size = size}, settings.chain, target);
     if (picture.colours && !result.Lost())
         m_maker->NormaliseColours(*picture.colours);
+    if (m_unfetched && result.smoothing == Smoothing::Done)
+        m_counters.Add(Counter::PicturesSmoothed);
     return result.fate == RunResult::Fate::Carried && result.smoothing != Smoothing::Refused ? Status::Ok
                                                                                              : Status::Failed;
 }

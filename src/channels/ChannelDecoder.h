@@ -82,6 +82,8 @@ private:
     Settings CopySettings() const;
     template <typename Body>
     Status Alone(Body&& body);
+    template <typename Body>
+    Status WithVideo(const MediaFrameHeader& header, Body&& body);
 
     Status DecodeStep(const MediaFrameHeader& header);
     Status DecodeSound(const MediaFrameHeader& header);

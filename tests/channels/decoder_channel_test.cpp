@@ -212,7 +212,7 @@ TEST(DecoderChannel, ToldSizesServe) {
                 continue;    // of noise no two are alike
             const Pulled little = Get(decoder.channel, format, 5, got.size - 1);
             EXPECT_TRUE(little.status == Status_BufferTooSmall && little.untouched && little.size == 0);
-            EXPECT_EQ(Get(decoder.channel, format, 5, got.size).status, Status_Ok);
+            EXPECT_EQ(Get(decoder.channel, format, 5, got.size + 3).status, Status_Ok);    // on another boundary
         }
 }
 
@@ -309,13 +309,29 @@ TEST(DecoderChannel, SwitchesAndWhatStaysBetweenCalls) {
 
     EXPECT_NE(Decode(decoder.channel, good).size, 0u);
     EXPECT_EQ(StatisticsOf(decoder.channel).picturesReplaced, 1u);
-    // Quality, deinterlacing kinds and colours reach their places: the JPEG shrinks, and others are refused.
+    // Settings reach their places: quality, kinds of scaling (there is no fifth), smoothing of what is marked
+    // interlaced.
     const size_t fine = Get(decoder.channel, 8, 0).size;
     decoder.Set(CORVANE_OPTION_JPEG_QUALITY, 90);
     EXPECT_LT(Get(decoder.channel, 8, 0).size, fine);
-    const Bytes plain = Get(decoder.channel, 4, 0).bytes;
-    decoder.Set(CORVANE_OPTION_COLOURS, CORVANE_COLOURS_SIGNALLED);
-    EXPECT_EQ(Get(decoder.channel, 4, 0).size, plain.size());
+    constexpr uint8_t kMark[] = {0xFF, 0xE2, 0, 12, 'F', 'M', '_', 'I', 'L', ' ', 'M', 'o', 'd', 'e'};
+    Bytes marked = jpeg;
+    marked.insert(marked.begin() + 2, std::begin(kMark), std::end(kMark));
+    const MediaFrameHeader interlaced = VideoHeader(kJpeg, marked, true, 0);
+    const Bytes plain = Decode(decoder.channel, interlaced).bytes;
+    decoder.Set(CORVANE_OPTION_SMOOTHING, 1);
+    EXPECT_NE(Get(decoder.channel, kI420, 0).bytes, plain);
+    EXPECT_EQ(StatisticsOf(decoder.channel).picturesSmoothed, 0u) << "counted by picture, at its first output";
+    EXPECT_NE(Decode(decoder.channel, interlaced).bytes, plain);
+    EXPECT_EQ(StatisticsOf(decoder.channel).picturesSmoothed, 1u);
+    EXPECT_EQ(Corvane_SetDecodeSize(decoder.channel, 64, 48), Status_Ok);
+    Bytes scaled[6];
+    for (const uint64_t kind : {0, 1, 2, 3, 4, 0}) {
+        decoder.Set(CORVANE_OPTION_RESIZE_KIND, kind);
+        scaled[kind == 0 && !scaled[0].empty() ? 5 : kind] = Get(decoder.channel, kI420, 0).bytes;
+    }
+    EXPECT_TRUE(scaled[0] != scaled[1] && scaled[1] != scaled[2] && scaled[2] != scaled[3]);
+    EXPECT_TRUE(scaled[4] == scaled[3] && scaled[5] == scaled[0]);
     for (int32_t id = -1; id <= 1001; ++id) {
         const bool known =
             std::ranges::count(std::array{6, 14, 15, 16, 17, 18, 22, 35, 46, 47, 48, 52, 53, 57, 1000}, id);

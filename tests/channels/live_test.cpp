@@ -138,21 +138,25 @@ TEST(LiveChannel, QueueHoldsBackUntilItsBufferTimeAndRefusesAboveIt) {
 TEST(LiveChannel, MediaModeAndStreamTypesDecideWhatIsTaken) {
     const std::vector<uint8_t> bytes = {1, 2, 3};
     // What is taken in the modes video only, audio only, both.
-    const std::pair<uint32_t, const char*> rows[] = {{CORVANE_STREAM_H264, "y-y"},
-                                                     {CORVANE_STREAM_METADATA_XML, "y-y"},
-                                                     {CORVANE_STREAM_MULAW, "-yy"},
-                                                     {CORVANE_STREAM_PLACEHOLDER, "---"},
-                                                     {2048, "---"},
-                                                     {3, "---"}};
+    const std::pair<const char*, std::vector<uint32_t>> rows[] = {
+        {"y-y",
+         {CORVANE_STREAM_JPEG, CORVANE_STREAM_H263, CORVANE_STREAM_MPEG4, CORVANE_STREAM_H264, CORVANE_STREAM_H265,
+          CORVANE_STREAM_METADATA_XML, CORVANE_STREAM_METADATA_JSON}},
+        {"-yy",
+         {CORVANE_STREAM_G7221, CORVANE_STREAM_G729A, CORVANE_STREAM_AAC, CORVANE_STREAM_AMR, CORVANE_STREAM_MULAW,
+          CORVANE_STREAM_ALAW, CORVANE_STREAM_G726}},
+        {"---", {CORVANE_STREAM_PLACEHOLDER, 2048, 3}}};
     Client client;
     client.Start();
     for (uint32_t mode = 1; mode <= 3; ++mode) {
         client.Set(CORVANE_OPTION_MEDIA_MODE, mode);
-        for (const auto& [type, taken] : rows)
-            EXPECT_EQ(client.Feed(type, bytes, true, 0), taken[mode - 1] == 'y' ? Status_Ok : Status_UnsupportedMedia)
-                << type << " in mode " << mode;
+        for (const auto& [taken, types] : rows)
+            for (const uint32_t type : types)
+                EXPECT_EQ(client.Feed(type, bytes, true, 0),
+                          taken[mode - 1] == 'y' ? Status_Ok : Status_UnsupportedMedia)
+                    << type << " in mode " << mode;
     }
-    EXPECT_EQ(test::StatisticsOf(client.channel).framesRefusedMode, 3u) << "unknown types are not counted";
+    EXPECT_EQ(test::StatisticsOf(client.channel).framesRefusedMode, 14u) << "unknown types are not counted";
     // Damage found by the copy loses that frame only.
     MediaFrameHeader header = test::VideoHeader(CORVANE_STREAM_H264, bytes, true, 0);
     const uint8_t packet[] = {0, 0, 0, 0, 96, 12, 1};

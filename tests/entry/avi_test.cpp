@@ -203,7 +203,7 @@ TEST(AviChannel, FailuresOfTheSideLibraryAreTold) {
          create + "3\nStartChannel 0 0\nGetCurrentFileSize 0 0\n" + choose + "6 17 a\nDeleteChannel 0\n" + release},
         {"full", "MOVARIX_HOST=1 MOVARIX_FAIL='ChooseVideoCompressor 80000003'",
          "Initial 0\ncallback 2\nhost 0\ncallback 2\nhost 0\n" + create.substr(10) + start + size + choose +
-             "6 17 80000003\nDeleteChannel 2001\ndeleted 0\n" + release},
+             "6 17 80000003\nDeleteChannel 2001\ncallback 2\ndeleted 0\n" + release},
     };
     for (const auto& row : rows)
         EXPECT_EQ(Scenario("failing", row.folder, row.variables), row.wanted);

@@ -47,14 +47,8 @@ uint32_t Make(uint32_t number, const char* name, void* module, void** channel) {
     return Note(number, name, {module, before});
 }
 
-// Decodes a frame of sound with the host's functions, and calls `inside` from the callback.
-uint32_t DecodeOnHost(const std::function<void()>& inside, void** keep = nullptr) {
-    void* decoder = nullptr;
-    const DecoderChannelSettings settings = {[](void* context, uint32_t code, void*) {
-                                                 Note(0, "callback", {code});
-                                                 (*static_cast<const std::function<void()>*>(context))();
-                                             },
-                                             const_cast<std::function<void()>*>(&inside), CORVANE_PICTURE_I420, 0};
+// A frame of sound that the host decodes.
+uint32_t Decode(void* decoder) {
     uint8_t bytes[160] = {};
     MediaFrameHeader frame{};
     frame.data = bytes;
@@ -63,9 +57,20 @@ uint32_t DecodeOnHost(const std::function<void()>& inside, void** keep = nullptr
     frame.audioSampleRate = 8000;
     frame.audioChannels = 1;
     frame.recordSize = sizeof frame;
+    return host->inputToBeDecodedMediaFrame(decoder, &frame);
+}
+
+// Decodes with the host's functions, and calls `inside` from the callback.
+uint32_t DecodeOnHost(const std::function<void()>& inside, void** keep = nullptr) {
+    void* decoder = nullptr;
+    const DecoderChannelSettings settings = {[](void* context, uint32_t code, void*) {
+                                                 Note(0, "callback", {code});
+                                                 (*static_cast<const std::function<void()>*>(context))();
+                                             },
+                                             const_cast<std::function<void()>*>(&inside), CORVANE_PICTURE_I420, 0};
     if (host->createDecoderChannel(hostInstance, &decoder, &settings) != Status_Ok)
         return 1;
-    const uint32_t status = host->inputToBeDecodedMediaFrame(decoder, &frame);
+    const uint32_t status = Decode(decoder);
     if (keep != nullptr)
         *keep = decoder;
     else if (host->deleteDecoderChannel(hostInstance, &decoder) != Status_Ok)
@@ -89,7 +94,7 @@ uint32_t Movarix_Initial(void** module, void* instance, const AviHostCallbacks* 
     return status;
 }
 uint32_t Movarix_Release(void** module) {
-    if (kept != nullptr)
+    if (kept != nullptr && Decode(kept) == Status_Ok)    // it is still there
         Note(0, "deleted", {host->deleteDecoderChannel(hostInstance, &kept)});
     return Note(2, "Release", {*module});
 }

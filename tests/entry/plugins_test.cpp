@@ -310,6 +310,30 @@ TEST(Plugins, AFactoryForEachTypeAndKind) {
         EXPECT_EQ(player.kinds.Take(), row.kinds);
         EXPECT_TRUE(Eventually([&] { return wanted.empty() || player.shown.Take() == "P"; }));
     }
+    // A decoder channel shows its pictures on no display adapter; here a decoder that fails.
+    const struct {
+        const char *folder, *call;
+        uint32_t flags, kind;
+    } silent[] = {{"full", " CUVID_H264 CUVID/full *", 0, 1},
+                  {"full", " CUVID_H264 CUVID/full *", CORVANE_FLAG_DECODER_FALLBACK, 0},
+                  {"v2", "", 0, 0}};
+    for (const auto& [folder, call, flags, kind] : silent) {
+        Told told;
+        told.host.onDecode = [](auto&&...) { return -1; };
+        void *instance = nullptr, *channel = nullptr;
+        Corvane_Initial(&instance, nullptr, nullptr, 0, 0, 0, CORVANE_VERSION, flags);
+        Corvane_LoadDecoders(instance, (kPlugins + folder).c_str());
+        (void)told.Take();
+        const DecoderChannelSettings settings{.format = CORVANE_PICTURE_I420};
+        Corvane_CreateDecoderChannel(instance, &channel, &settings);
+        Corvane_SetChannelOption(channel, 46, 1, 0);
+        const MediaFrameHeader header = VideoHeader(kH264, payload, true, 1);
+        (void)Corvane_InputToBeDecodedMediaFrame(channel, &header);
+        const std::string calls = told.Take();
+        EXPECT_EQ(fnmatch(call, calls.c_str(), 0), 0) << folder << calls;
+        EXPECT_EQ(StatisticsOf(channel).decoderKind, kind) << folder << flags;
+        EXPECT_EQ(Corvane_Release(&instance), Status_Ok);
+    }
 }
 
 // One fault in a stream of two groups of five pictures: P is a picture of the plug-in, a number that of the software.

@@ -1,3 +1,4 @@
+#include "audio/DeviceKeeper.h"
 #include "base/Log.h"
 #include "base/PictureLayout.h"
 #include "manager/RenderMgr.h"
@@ -343,6 +344,33 @@ TEST_F(RenderMgr, APictureFromBeforeAWaitingStateDoesNotComeBack) {
     EXPECT_EQ(Await(2).header->timeMilliseconds, 120u);
 }
 
+// The decoder gets its picture back once it was delivered. A client that asks for it again and again does not hold up
+// what is shown instead of a picture.
+TEST_F(RenderMgr, RawPicturesGoBackToTheDecoderAndEndWithTheState) {
+    std::atomic<int> calls{0};
+    std::atomic<uint32_t> repeat{0};
+    std::function<void(uint32_t, void*)> onRaw = [&](uint32_t, void* record) {
+        static_cast<RawPictureInfo*>(record)->repeat = repeat;
+        ++calls;
+    };
+    picture.Share();
+    KeepPictures(PF_BGRA32);    // converted into a lent buffer
+    manager.Stop(false);
+    Present(Frame(0));
+    EXPECT_EQ(picture.references, 0) << "kept though nobody wants it";
+    manager.Raw().Set(&RawSettings::format, CORVANE_PICTURE_I420);
+    manager.Raw().SetCallback(&RawSettings::first, Calling(onRaw));
+    Present(Frame(40));
+    EXPECT_TRUE(Eventually([&] { return calls == 1 && picture.references == 0; }));
+    repeat = 1;
+    Present(Frame(80));
+    EXPECT_TRUE(Eventually([&] { return calls > 3; }));
+    manager.InputAudio(Frame(5000), true, true);
+    EXPECT_EQ(Await(4).flags, 8u);
+    repeat = 0;
+    manager.Raw().SetCallback(&RawSettings::first, {});
+}
+
 // The sound device's thread waits for its turn at the raw callback only as long as the sound is on.
 TEST(RenderMgrSound, SwitchedOffItWaitsForNoRawCallback) {
     ScriptedSound sound;
@@ -365,6 +393,7 @@ TEST(RenderMgrSound, SwitchedOffItWaitsForNoRawCallback) {
     EXPECT_TRUE(Eventually([&] { return returned.load(); }));
     running.reset();
     device.join();
+    EXPECT_TRUE(DeviceKeeper::Process().WaitIdle(60'000'000'000)) << "the device uses the sound";
 }
 
 // A stop wakes the worker, which waits at most half a second for the render thread. A single try may be slow on a busy

@@ -1,9 +1,8 @@
-// Renderers for tests: a scripted one, and one that relays to another renderer.
+// A renderer that does as the test says.
 #pragma once
 
 #include <atomic>
 #include <functional>
-#include <utility>
 
 #include "base/Thread.h"
 #include "present/IVideoRenderer.h"
@@ -48,35 +47,6 @@ public:
 private:
     RendererScript& m_script;
     MemoryBuffers m_buffers;
-};
-
-// Hands everything on to `inner`, and tells of each pass: before it, and what it came to.
-template <typename Inner>
-class RelayingRenderer final : public IVideoRenderer {
-public:
-    struct Hooks {
-        std::function<void(const PresentSettings&)> before;
-        std::function<void(const FinishedPicture&, Outcome)> after;
-    };
-    template <typename... Arguments>
-    explicit RelayingRenderer(const Hooks& hooks, Arguments&&... arguments) : m_hooks(hooks), m_inner(arguments...) {}
-    const RendererTraits& Traits() const override { return m_inner.Traits(); }
-    uint32_t FormatFor(uint32_t preferred) const override { return m_inner.FormatFor(preferred); }
-    bool HasFreeBuffer() const override { return m_inner.HasFreeBuffer(); }
-    LentBuffer Lend(PictureSize size, uint32_t preferred) override { return m_inner.Lend(size, preferred); }
-    bool TakesReference(const ConstPictureView& picture) override { return m_inner.TakesReference(picture); }
-    Outcome Present(const FinishedPicture& picture, Pass& pass) override {
-        if (m_hooks.before)
-            m_hooks.before(pass.settings);
-        const Outcome outcome = m_inner.Present(picture, pass);
-        if (m_hooks.after)
-            m_hooks.after(picture, outcome);
-        return outcome;
-    }
-
-private:
-    const Hooks& m_hooks;
-    Inner m_inner;
 };
 
 }    // namespace corvane::test

@@ -381,7 +381,7 @@ TEST(Plugins, Faults) {
         Told told;
         DecodedFrame none{};
         uint32_t some = 0;
-        size_t frame = 0;
+        std::atomic<size_t> frame{0};
         const auto at = [&](int place) { return row.at == place ? row.fault(none, &some) : 0; };
         told.host.onDecode = [&](auto&, DecodedFrame& picture, uint32_t* out) {
             return row.at == int(frame) ? row.fault(picture, out) : 0;

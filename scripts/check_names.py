@@ -10,7 +10,7 @@ import re
 import sys
 
 root = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).resolve().parent.parent)
-DOCUMENTS = [root / "README.md", root / "CONTRIBUTING.md", root / "bench/README.md", *sorted((root / "docs").glob("*.md"))]
+DOCUMENTS = [root / "README.md", root / "CONTRIBUTING.md", root / "bench/README.md", root / "scripts/README.md", *sorted((root / "docs").glob("*.md"))]
 CODE = ["src", "include", "apps", "sidelibs", "tests", "fuzz", "bench", "examples", "cmake"]
 # Files that a build or a run makes, and the names of ctest's tests.
 NOT_IN_TREE = re.compile(r"/|build/|out/|PREFIX/|(tree|package|play|shaken)/")

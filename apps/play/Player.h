@@ -56,7 +56,7 @@ private:
     double m_pixelAspect = 1;           // width of a pixel over its height
     void* m_instance = nullptr;
     std::unique_ptr<Recorder> m_recorder;      // of the first channel; null: nothing is recorded
-    std::unique_ptr<DecoderFeed> m_decoder;    // in the place of m_feeds, where nothing is presented
+    std::unique_ptr<DecoderFeed> m_decoder;    // with --decode-only; m_feeds is empty then
     std::vector<std::unique_ptr<ChannelFeed>> m_feeds;
     double m_startedAt = 0;    // moves on while paused
     double m_attendedAt = 0;

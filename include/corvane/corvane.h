@@ -187,7 +187,7 @@
  * Each may be missing. Where there is none of the kind that was asked for, or it makes no decoder, software decodes; code 13
  * of the stream-info callback and the statistics say which one does. With CORVANE_FLAG_DECODER_FALLBACK a decoder that fails
  * on a key frame gives way to software, without it pictures are lost until it goes on. The libraries stay loaded
- * until Corvane_Release has ended the channels (that of Dahua until the process ends). docs/plugins.md is for who writes one.
+ * until Corvane_Release has ended the channels (that of Dahua until the process ends). docs/plugins.md says how to write one.
  *
  * RECORDING. An AVI channel writes AVI files, through a side library that is loaded by name, Movarix.so, in the first
  * Corvane_Initial of the process. Where it is missing, or lacks a function, the calls of this chapter return
@@ -209,7 +209,7 @@
  * sends its few log lines there: when a renderer failed and was replaced, and when a window cannot be drawn on. The one of
  * this package appends them to the file that the environment variable PELLWICK_FILE names when the process starts, with time
  * (UTC) and level, and does nothing without it. Without a Pellwick.so nothing is logged and nothing else changes.
- * corvane/pellwick.h is for who writes another.
+ * corvane/pellwick.h says what another log library must have.
  *
  * Strict C99, C++ through extern "C". All records are little-endian with the natural alignment of a 64-bit build.
  */

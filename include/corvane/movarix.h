@@ -146,8 +146,8 @@ CORVANE_API uint32_t Movarix_CreateLiveChannel(void* module, void** channel);
 CORVANE_API uint32_t Movarix_DeleteChannel(void** channel);
 
 /*
- * Here, `value`: const MovarixStart*. Makes the first file, without a byte, so that a bad path is told at once. Status_Failed: it is
- * started already; after a failed write it may be started again without a stop. Blocks for the file system.
+ * Here, `value`: const MovarixStart*. Creates the first file, empty, so that a bad path fails at once. Status_Failed: the channel
+ * is started already. After a failed write it can be started again without a stop. Blocks for the file system.
  */
 CORVANE_API uint32_t Movarix_StartChannel(void* channel, uint64_t value);
 

@@ -41,7 +41,7 @@ struct DecoderFactories {
     Plain GetDecoderIsolated_QuickSync_HEVC = nullptr;
 };
 
-// What a channel without a window has: the same without the forms that are told the display adapter.
+// The factories of a channel without a window: without those that take a display adapter.
 inline DecoderFactories WithoutAdapters(DecoderFactories factories) {
     factories.GetDecoderIsolated_CUVID_MP4V_v2 = nullptr;
     factories.GetDecoderIsolated_CUVID_H264_v2 = nullptr;

@@ -78,7 +78,7 @@ void Everything() {
     // The rest ends with its instance.
 }
 
-// What a client without a side library is told. Asked of two instances.
+// Without a side library, twice: each call returns its status.
 void Without() {
     for (int i = 0; i < 2; ++i) {
         Host host;

@@ -44,7 +44,7 @@ struct FailingSlot : RendererSlot {
     void Fail() { EXPECT_TRUE(ReplaceFailed(Current(), PresentSettings())); }
 };
 
-// What the log object was told.
+// Records the calls on the log object.
 struct Recorder {
     std::string text;
     uint32_t refuses = 0;

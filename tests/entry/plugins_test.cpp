@@ -212,7 +212,7 @@ struct Player {
         if (instance != nullptr)
             EXPECT_EQ(Corvane_Release(&instance), Status_Ok);
     }
-    // Another channel in the place of the last one.
+    // Deletes the channel and makes another.
     void Renew(int32_t option, uint64_t kind) {
         if (channel != nullptr)
             EXPECT_EQ(Corvane_DeleteChannel(instance, &channel), Status_Ok);
@@ -403,7 +403,7 @@ TEST(Plugins, Faults) {
     }
 }
 
-// The example for who writes a plug-in: its pictures, by reference, and its end.
+// examples/decoder_plugin.c decodes, shares its pictures, and is unloaded.
 TEST(Plugins, TheExampleDecodes) {
     const auto stream = MakeVideo({.frames = 10});
     std::string text;
